@@ -1,0 +1,53 @@
+// The message that a host gives to the library for the tag.
+#pragma once
+
+#include <tagport/tagport_export.h>
+
+#include <cstdint>
+#include <string>
+
+/// A plain value: URL, MAC address, random number, PC model and PC type. Copying copies all five.
+///
+/// It has no lock. The object given to NfcManager::Create is shared with the manager, which reads
+/// and writes it too; a host that changes it while an operation of the manager runs must keep the
+/// two apart itself.
+class TAGPORT_EXPORT NdefMessage {
+  public:
+    NdefMessage();
+    NdefMessage(const NdefMessage& other);
+    NdefMessage& operator=(const NdefMessage& other);
+    ~NdefMessage();
+
+    /// Fills the message for a PC type ('2', '5' or '8') from the file config\NfcUri.ini under the
+    /// process's current directory, and clears MAC address and random number. Both URIs must stand
+    /// in the file, whichever type is asked for. Without them nothing changes; for any other type
+    /// the MAC address alone is cleared. Failures are logged; GetPcType tells whether it worked.
+    void Init(char type);
+
+    /// The URI without its scheme, 1 to 255 bytes. 0, or -1 with nothing stored. The tag takes at
+    /// most 162 bytes; NfcManager judges that.
+    int SetUrl(const std::string& url);
+    int GetUrl(std::string& url);
+
+    // Each returns 0, or -1 for an array reference that refers to nothing: a setter then clears
+    // the field.
+    int SetMac(const std::uint8_t (&mac)[6]);
+    int GetMac(std::uint8_t (&mac)[6]);
+    int SetRandomNumber(const std::uint8_t (&number)[32]);
+    int GetRandomNumber(std::uint8_t (&number)[32]);
+    int SetModel(const std::uint8_t (&model)[4]);
+    int GetModel(std::uint8_t (&model)[4]);
+
+    /// 2, 5 or 8 for a message that a manager takes; any value is stored. Always 0.
+    int SetPcType(const std::uint8_t& type);
+    int GetPcType(std::uint8_t& type);
+
+  private:
+    bool GetUriInfo(std::string& orvaneUri, std::string& velmoUri);
+
+    std::string m_url;
+    std::uint8_t m_macAddr[6];
+    std::uint8_t m_randomNumber[32];
+    std::uint8_t m_pcModel[4];
+    std::uint8_t m_pcType = 0;
+};

@@ -1,0 +1,99 @@
+// The library's front door: keeps a passive NFC tag filled with a message and reports phones.
+#pragma once
+
+#include <tagport/NdefMessage.h>
+#include <tagport/NfcListener.h>
+#include <tagport/tagport_export.h>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+class NfcData;
+class NfcProxy;
+
+/// One tag image and one message. The peripheral, its threads and the listener are the process's:
+/// all managers share them, and when the last pointer to one manager goes, the threads stop for
+/// every other one until its next WriteMessage.
+///
+/// Every operation may be called from any thread, also from a listener within the limits that
+/// NfcListener.h gives. Failures are told by result and in the log; only the standard library's
+/// own exceptions (a mutex that fails, memory exhaustion) pass through.
+///
+/// The usual order: NdefMessage::Init and setters, Create, DeviceInit, WriteMessage, then anything.
+class TAGPORT_EXPORT NfcManager {
+  public:
+    /// A manager whose tag image holds the message, or an empty pointer: no message, a PC type
+    /// other than 2, 5 and 8, or a URL of more than 162 bytes. The listener becomes the process's
+    /// listener in every case. Touches no device.
+    static std::shared_ptr<NfcManager> Create(std::shared_ptr<NdefMessage> message,
+                                              NfcListener listener);
+
+    /// A bare manager, on which nearly every operation fails. Hosts use Create.
+    explicit NfcManager(std::shared_ptr<NdefMessage> message);
+
+    // Copies share image, peripheral and message with the original.
+    NfcManager(const NfcManager& other);
+    NfcManager& operator=(const NfcManager& other);
+    ~NfcManager();
+
+    /// Finds and opens the tag: I2C driver, USB driver, HID keyboard, in this order. Up to three
+    /// attempts with 300 ms after each failure, and several seconds when a chip does not answer.
+    bool DeviceInit();
+
+    /// Writes the message to the tag on every active route, reads the number back, starts the
+    /// event threads and switches the radio on. An empty URL keeps the one on the tag where it
+    /// could be read. 0 when the content is on the tag and both threads exist, else -1.
+    int WriteMessage(std::shared_ptr<NdefMessage> message);
+
+    /// Reads the tag into `target` (all but its PC type). 0, or -1 with `target` unchanged unless
+    /// only the last step, taking over the manager's own message, failed. I2C and USB routes only.
+    int ReadMessage(const std::shared_ptr<NdefMessage>& target);
+
+    /// Writes the manager's message to the tag and reads the number back.
+    bool UpdateNfcData();
+
+    /// Renews the random number in the message, in the image and, on a thread of its own, on the
+    /// tag. Returns without waiting for the tag: 0 when the number was taken over, -1 when not. The
+    /// thread outlives the manager where it must. A failed write shows in the log alone.
+    int WriteRandNum(const std::uint8_t (&number)[32]);
+
+    /// Reads the number from the tag. 0 or -1; with no route active 0 and `number` untouched.
+    int ReadRandNum(std::uint8_t (&number)[32]);
+
+    /// The procedure of the thread that WriteRandNum starts. 0, or 0xFFFFFFFF on failure.
+    static std::uint32_t WriteRandThread(void* manager);
+
+    /// Replaces the process's listener from the next event on. Null drops events with a log line.
+    void RegisterListener(NfcListener listener);
+
+    /// Connects the Bluetooth keyboard, which from then on takes part in every write and read.
+    bool BtConnect(std::uint64_t address);
+    bool BtDisconnect(std::uint64_t address);
+
+    /// True once the I2C route has been found.
+    bool IsActivePC();
+
+    /// Tells whether the HID keyboard's microcontroller is there to be written to.
+    bool SetMcuKbConnectStatus(bool status);
+
+    /// Serialises the threads of WriteRandNum. Nothing else takes it.
+    static std::mutex& m_staticWriteMutex;
+
+  private:
+    friend struct NfcManagerTestAccess;  // the tests' way to the private flows
+
+    bool Init(NfcListener listener);
+    bool SetContent();
+    bool SetMacAddr(const std::uint8_t (&mac)[6]);
+    bool SetUrl(const std::string& url);
+    bool SetRandomNumber(const std::uint8_t (&number)[32]);
+    bool SetModel(const std::uint8_t (&model)[4]);
+    bool UpdateNfcContent();
+    int LocalWriteRand();
+
+    std::shared_ptr<NfcData> m_nfcData;
+    std::shared_ptr<NfcProxy> m_nfcProxy;
+    std::shared_ptr<NdefMessage> m_ndefMessage;
+};

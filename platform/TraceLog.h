@@ -1,0 +1,28 @@
+// The platform's logger, "TraceLog.dll": a level and a wide text. The library uses GetInstance and
+// Log; the sink belongs to the stand-in that this project builds, and is for hosts and tests.
+#pragma once
+
+#include <sstream>
+#include <string>
+
+#include "platform/tracelog_export.h"
+
+/// Levels by their numbers; only these two are in use.
+enum LOG_MESSAGE_LEVEL : int {
+    LOG_MESSAGE_LEVEL_WARN = 3,
+    LOG_MESSAGE_LEVEL_ERROR = 4,
+};
+
+class TRACELOG_EXPORT TraceLogger {
+  public:
+    /// Where lines go. Called on the thread that logs, by several threads at once.
+    using Sink = void (*)(int level, const std::wstring& line, void* context);
+
+    static TraceLogger* GetInstance();
+
+    /// Hands the stream's text to the sink. Without one the line is dropped. Any thread.
+    void Log(LOG_MESSAGE_LEVEL level, std::wstringstream& stream);
+
+    /// Chooses the sink; null for none. Not to be called while other threads log.
+    static void SetSink(Sink sink, void* context);
+};

@@ -1,0 +1,51 @@
+// Locks of the hosted layer. Every lock of the library goes through these two, so the layer knows
+// who holds and who waits for what, checks the order of locks, and can let another thread run at
+// each lock and unlock.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+
+#include "platform/LockRank.h"
+
+namespace platform {
+
+/// Holds a mutex for a scope. Aborts the process with the two names when the rank of `mutex` is
+/// not above every rank that the thread holds.
+class Lock {
+  public:
+    Lock(std::mutex& mutex, const LockRank& rank);
+    ~Lock();
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+
+  private:
+    friend class ConditionVariable;
+    void Acquire();
+    void Release();
+
+    std::mutex& m_mutex;
+    const LockRank& m_rank;
+};
+
+/// A condition variable that is used with a Lock.
+class ConditionVariable {
+  public:
+    /// Releases the lock while waiting; returns with it held and `predicate()` true.
+    template <class Predicate>
+    void Wait(Lock& lock, Predicate predicate) {
+        while (!predicate()) {
+            WaitOnce(lock);
+        }
+    }
+    void NotifyAll();
+
+  private:
+    void WaitOnce(Lock& lock);
+
+    std::condition_variable m_condition;
+    std::uint64_t m_generation = 0;  // number of NotifyAll calls so far; the scheduled wait reads it
+};
+
+}  // namespace platform
