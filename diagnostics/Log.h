@@ -1,0 +1,15 @@
+// The library's only diagnostic output: two printf-like functions that hand a line to the
+// platform's logger. Every folder may use them; they know none.
+#pragma once
+
+#include "platform/TraceLog.h"
+
+/// Formats a text as printf does and logs it at level 3 or 4, followed by the function's name in
+/// brackets. A text of 512 bytes or more, or one that cannot be formatted, is dropped whole and
+/// without a sign. May be called from any thread; the library holds no lock over the logger.
+void LogWarnFun(const char* format, ...);
+void LogErrorFun(const char* format, ...);
+
+/// Logs a text as it stands, followed by `origin` in brackets. For the rare place that names
+/// itself as the origin instead of a front end.
+void LogWithOrigin(LOG_MESSAGE_LEVEL level, const char* origin, const char* text);

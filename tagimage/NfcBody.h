@@ -1,0 +1,42 @@
+// The 44 bytes in which the PC tells a phone its address, a random number and its model. Copies
+// bytes and never interprets them. The fields' order and widths fix where the number lies on the
+// chip, so they must not change.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "tagimage/ImageFormat.h"
+
+class NfcBody {
+  public:
+    /// Version set, all else zero.
+    NfcBody();
+
+    /// True if the first version byte is the mark of a made body; else false with a log line.
+    bool IsInit() const;
+
+    // A reference that refers to nothing clears the field: false with a log line.
+    bool SetMacAddr(const std::uint8_t (&mac)[imageformat::kMacSize]);
+    bool SetRandomNumber(const std::uint8_t (&number)[imageformat::kNumberSize]);
+    bool SetModel(const std::uint8_t (&model)[imageformat::kModelSize]);
+
+    // Counted byte strings; zero bytes are data.
+    std::string GetMacAddr() const;
+    std::string GetRandomNumber() const;
+    std::string GetModel() const;
+
+    /// The 44 bytes. Logs a line.
+    std::string GetContent() const;
+
+    /// Takes over all four fields from the first 44 bytes, any version included; false with
+    /// nothing changed for fewer than 44 or more than 255 bytes.
+    bool Parse(std::string_view bytes);
+
+  private:
+    std::uint8_t m_version[imageformat::kVersionSize];
+    std::uint8_t m_macAddr[imageformat::kMacSize];
+    std::uint8_t m_randomNumber[imageformat::kNumberSize];
+    std::uint8_t m_pcModel[imageformat::kModelSize];
+};

@@ -1,0 +1,64 @@
+// The tag image: the bytes that a phone finds on the tag, built from their fields and taken apart
+// again. Knows nothing of the peripheral that moves the bytes.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "tagimage/ImageFormat.h"
+#include "tagimage/NfcBody.h"
+#include "tagimage/NfcHead.h"
+
+/// To build: construct, Init, InitValue, setters, GetContent. To read: construct, Init, Parse,
+/// getters. Byte strings are counted; zero bytes in them are data. Results are told by bool and
+/// failures logged; only memory exhaustion throws. No locks: one thread at a time.
+class NfcData {
+  public:
+    /// Makes the three parts anew.
+    bool Init();
+
+    /// Gives the heads and the tag their constants. False before Init.
+    bool InitValue();
+
+    /// Refreshes the three length bytes. False with a log line, and the TLV length as it was, when
+    /// the image would not fit; the records' own payload lengths are new even then.
+    bool CaculateLength();
+
+    // False before Init, or when the image does not fit; the value is stored in the latter case.
+    bool SetMacAddr(const std::uint8_t (&mac)[imageformat::kMacSize]);
+    bool SetRandomNumber(const std::uint8_t (&number)[imageformat::kNumberSize]);
+    bool SetModel(const std::uint8_t (&model)[imageformat::kModelSize]);
+
+    /// URI text without scheme. Up to 162 bytes fit; 163 to 252 are stored and then refused with
+    /// a log line, more are refused with nothing changed.
+    bool SetUrl(const std::string& url);
+
+    /// The image as the fields stand, checked or not. Parts that do not exist give no bytes.
+    std::string GetContent() const;
+
+    std::string GetUrl() const;
+    // Empty before Init.
+    std::string GetMacAddr() const;
+    std::string GetRandomNumber() const;
+    std::string GetModel() const;
+
+    /// Fills the fields from an image of any content and length. False for a malformed one, which
+    /// leaves the object partly filled: drop it then.
+    bool Parse(std::string_view image);
+
+  private:
+    /// Whether all three parts exist.
+    bool HasParts() const;
+    bool HeaderParse(std::string_view record, std::uint8_t& bodyCount);
+    bool ContentParse(std::string_view record);
+
+    std::uint8_t m_tagType = 0;
+    std::uint8_t m_length = 0;
+    std::shared_ptr<NfcHead> m_uriHead;
+    std::string m_uri;  ///< text behind the identifier code
+    std::shared_ptr<NfcHead> m_nfcHead;
+    std::shared_ptr<NfcBody> m_nfcBody;
+    std::uint8_t m_terminator = imageformat::kTerminatorTag;
+};

@@ -1,0 +1,23 @@
+// Head of one short NDEF record without ID: first byte, type length, payload length, type. It
+// turns itself into bytes and back; what its values ought to be is NfcData's business.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+class NfcHead {
+  public:
+    /// 3 bytes and the type. `m_typeLen` goes out as stored, whatever the size of `m_type`.
+    std::string GetContent() const;
+
+    /// Takes over exactly one head. False with a log line and nothing changed when `bytes` has no
+    /// type or another length than it tells.
+    bool Parse(std::string_view bytes);
+
+    // NfcData fills and measures a head through these.
+    std::uint8_t m_recordType = 0;  ///< NDEF flags and type name format
+    std::uint8_t m_typeLen = 0;
+    std::uint8_t m_bodyCount = 0;  ///< NDEF payload length
+    std::string m_type;
+};
