@@ -1,0 +1,13 @@
+#include "tagimage/NfcHead.h"
+
+#include "tagimage/ImageFormat.h"
+
+std::string NfcHead::GetContent() const {
+    std::string content;
+    content.reserve(imageformat::kTypeOffset + m_type.size());
+    content += static_cast<char>(m_recordType);
+    content += static_cast<char>(m_typeLen);
+    content += static_cast<char>(m_bodyCount);
+    content += m_type;
+    return content;
+}
