@@ -1,0 +1,58 @@
+// The back door of the stand-in Bluetooth client: which device stands behind it, and which of its
+// calls fail. For simulated devices, tests and the lab; a host never sees it.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/LinkDockService.h"
+
+namespace LinkDockService {
+
+/// Set once the subscription that a delivery thread serves has ended.
+using StopToken = std::atomic<bool>;
+
+/// The device at the other end of the air. Called by the client with no lock held, from any
+/// thread; results are passed on to the client's caller, negative for failure.
+struct LINKDOCK_EXPORT BlePeer {
+    virtual ~BlePeer();
+    virtual int Connect(std::uint64_t address) = 0;
+    virtual int Disconnect(std::uint64_t address) = 0;
+    virtual int Subscribe(std::uint64_t address, const std::string& service,
+                          const std::string& characteristic, bool on) = 0;
+    virtual int Write(std::uint64_t address, const std::string& service,
+                      const std::string& characteristic,
+                      const std::vector<std::uint8_t>& value) = 0;
+
+    /// Called by the client's delivery thread: blocks until a notification is due, puts it into
+    /// `value` and gives true; or until `stop` is set, and gives false. It must block in a way that
+    /// the platform knows of (on the hosted layer: hosted::WaitFor). Delays are the peer's own.
+    virtual bool WaitNotification(const StopToken& stop, std::vector<std::uint8_t>& value) = 0;
+
+    /// A stop token has been set: every WaitNotification looks at its token again.
+    virtual void Wake() = 0;
+};
+
+/// Chooses the device; null for none, and every call then fails. Subscriptions that are under way
+/// keep the device that they were made with.
+LINKDOCK_EXPORT void SetPeer(std::shared_ptr<BlePeer> peer);
+
+enum class BleCall { kConnect, kDisconnect, kSubscribe, kUnsubscribe, kWrite };
+
+/// The `nth` call of this kind from now on (from 1) fails with `result` and does nothing else. An
+/// unsubscription that fails ends the deliveries all the same. Calls add up.
+LINKDOCK_EXPORT void FailCall(BleCall call, unsigned nth, int result = -1);
+
+/// True: GetInstance gives null.
+LINKDOCK_EXPORT void SetNoInstance(bool none);
+
+/// Takes back every fault that was set and not used.
+LINKDOCK_EXPORT void ClearFaults();
+
+/// Delivery threads that have been started and have not ended.
+LINKDOCK_EXPORT unsigned DeliveryThreads();
+
+}  // namespace LinkDockService

@@ -1,0 +1,36 @@
+// Puts a BluetoothKeyboard behind the stand-in Bluetooth client. Delays are timers of the hosted
+// layer; the client's delivery thread waits in it.
+#pragma once
+
+#include <deque>
+#include <memory>
+
+#include "platform/LinkDockBackDoor.h"
+#include "simulator/BluetoothKeyboard.h"
+
+namespace simulator {
+
+class BlePeerAdapter : public LinkDockService::BlePeer,
+                       public std::enable_shared_from_this<BlePeerAdapter> {
+  public:
+    static std::shared_ptr<BlePeerAdapter> Make(std::shared_ptr<BluetoothKeyboard> keyboard);
+    ~BlePeerAdapter() override;
+
+    int Connect(std::uint64_t address) override;
+    int Disconnect(std::uint64_t address) override;
+    int Subscribe(std::uint64_t address, const std::string& service,
+                  const std::string& characteristic, bool on) override;
+    int Write(std::uint64_t address, const std::string& service, const std::string& characteristic,
+              const std::vector<std::uint8_t>& value) override;
+    bool WaitNotification(const LinkDockService::StopToken& stop,
+                          std::vector<std::uint8_t>& value) override;
+    void Wake() override;
+
+  private:
+    explicit BlePeerAdapter(std::shared_ptr<BluetoothKeyboard> keyboard);
+
+    std::shared_ptr<BluetoothKeyboard> m_keyboard;
+    std::deque<Bytes> m_outgoing;  // notifications that are due; under hosted::DeviceLock
+};
+
+}  // namespace simulator

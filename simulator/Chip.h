@@ -1,0 +1,89 @@
+// A tag chip as a plain model: bytes and a time in, bytes and an interrupt out. Its three sides are
+// three interfaces, so that a driver cannot reach the back door and a phone cannot reach the bus.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulator/Basics.h"
+#include "simulator/TagRadio.h"
+
+namespace simulator {
+
+/// What the kernel driver sees.
+class ChipBus {
+  public:
+    virtual ~ChipBus() = default;
+
+    /// One write transfer. False: the chip didn't acknowledge its address.
+    virtual bool Write(Micros now, const Bytes& frame) = 0;
+
+    /// One read transfer of `count` bytes; nothing when the chip didn't acknowledge.
+    virtual std::optional<Bytes> Read(Micros now, std::size_t count) = 0;
+
+    /// `raised` is called at each rising edge of the interrupt line, in the middle of whatever
+    /// caused it. It must not call the chip.
+    virtual void OnInterrupt(std::function<void()> raised) = 0;
+
+    /// The line's level: a chip that only pulses always says false.
+    virtual bool InterruptAsserted() const = 0;
+};
+
+struct ChipCounters {
+    std::size_t writes = 0;      ///< write transfers acknowledged
+    std::size_t reads = 0;       ///< read transfers acknowledged
+    std::size_t naks = 0;        ///< transfers not acknowledged
+    std::size_t earlyReads = 0;  ///< reads that came before the answer was ready
+    std::size_t lostWrites = 0;  ///< writes acknowledged but not stored, the chip being busy
+    std::size_t malformed = 0;   ///< frames acknowledged that make no sense to the chip
+    std::size_t interrupts = 0;  ///< times that the line was raised
+    std::size_t rfReads = 0;     ///< read commands of phones that were answered
+    std::size_t rfWrites = 0;    ///< write commands of phones that were stored
+};
+
+/// For tests and for people who look on. A setting that a chip kind doesn't have gives false.
+class ChipBackDoor {
+  public:
+    virtual ~ChipBackDoor() = default;
+
+    virtual Bytes Memory(unsigned reg, std::size_t count) const = 0;
+    virtual void SetMemory(unsigned reg, const Bytes& bytes) = 0;
+    virtual bool RadioOn() const = 0;
+    /// True when no page of the tag image can be written from the radio side.
+    virtual bool Locked() const = 0;
+    virtual const ChipCounters& Counters() const = 0;
+
+    /// Raises the interrupt with no cause behind it. Fanli needs a status: see RaiseStatus.
+    virtual void RaiseInterrupt() = 0;
+
+    /// FM11N: bits of `mask` in a register always read as in `value`, whatever is written.
+    virtual bool StickBits(unsigned reg, std::uint8_t mask, std::uint8_t value) = 0;
+
+    /// Fanli: puts an event into the status queue.
+    virtual bool RaiseStatus(Micros now, std::uint8_t status, std::uint32_t para1) = 0;
+
+    /// Fanli: the next write check tells this register as the first that failed.
+    virtual bool FailWriteCheck(std::uint16_t firstFailAddr) = 0;
+};
+
+class Chip {
+  public:
+    virtual ~Chip() = default;
+    virtual ChipBus& Bus() = 0;
+    virtual TagRadio& Radio() = 0;
+    virtual ChipBackDoor& BackDoor() = 0;
+};
+
+/// The names that MakeChip knows: "fm11nt081", "fm11nt082c", "like-fm11n", "fanli", "like-fanli",
+/// "silent".
+const std::vector<std::string>& ChipKinds();
+
+/// Null for an unknown name.
+std::unique_ptr<Chip> MakeChip(const std::string& kind);
+
+}  // namespace simulator

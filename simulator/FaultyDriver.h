@@ -1,0 +1,51 @@
+// Stands between the layer and a driver, and spoils the requests that a fault plan names. The
+// device behind it never notices.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <vector>
+
+#include "platform/hosted/Driver.h"
+#include "simulator/FaultPlan.h"
+
+namespace simulator {
+
+/// How long a request with the action "fail" is pending first.
+constexpr Micros kFaultPendingTime = 100;
+
+class FaultyDriver : public hosted::Driver, public std::enable_shared_from_this<FaultyDriver> {
+  public:
+    explicit FaultyDriver(std::shared_ptr<hosted::Driver> inner);
+    ~FaultyDriver() override;
+
+    DWORD Open() override;
+    void Close() override;
+    DWORD Start(const hosted::RequestPtr& request) override;
+    void Cancel(const hosted::RequestPtr& request) override;
+
+    // The back door; under hosted::DeviceLock.
+
+    /// Starts counting anew. A device that a former plan removed is back.
+    void SetPlan(FaultPlan plan);
+    std::size_t FaultsHit() const { return m_hits; }
+    bool Gone() const { return m_gone; }
+
+  private:
+    class Forwarded;
+
+    const Fault* Next(FaultTarget target);
+    DWORD Forward(const hosted::RequestPtr& request, const Fault* fault);
+    void Disappear();
+    void Forget(const hosted::Request* outer);
+
+    std::shared_ptr<hosted::Driver> m_inner;
+    FaultPlan m_plan;
+    std::array<std::uint32_t, 6> m_seen{};  // requests so far, by FaultTarget
+    std::vector<std::shared_ptr<Forwarded>> m_forwarded;
+    std::vector<hosted::RequestPtr> m_held;  // requests that the device behind never saw
+    std::size_t m_hits = 0;
+    bool m_gone = false;
+};
+
+}  // namespace simulator

@@ -1,0 +1,57 @@
+// The HID class driver in front of a keyboard's microcontroller, and its place in the enumeration.
+// Runs under the layer's device lock.
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/hosted/Driver.h"
+#include "platform/hosted/Kernel.h"
+#include "simulator/KeyboardMcu.h"
+
+namespace simulator {
+
+constexpr Micros kDefaultReportLatency = 1 * kMilli;  ///< one poll of the endpoint
+constexpr std::size_t kInputQueueLength = 32;         ///< older reports are dropped, as by Windows
+
+class HidDriver : public hosted::Driver, public std::enable_shared_from_this<HidDriver> {
+  public:
+    explicit HidDriver(std::shared_ptr<KeyboardMcu> mcu, Micros latency = kDefaultReportLatency);
+    ~HidDriver() override;
+
+    DWORD Open() override;
+    void Close() override;
+    DWORD Start(const hosted::RequestPtr& request) override;
+    void Cancel(const hosted::RequestPtr& request) override;
+
+    // The back door; under hosted::DeviceLock.
+    void Unplug();
+    KeyboardMcu& mcu() { return *m_mcu; }
+    std::size_t ReadsPending() const { return m_reads.size(); }
+
+  private:
+    void Deliver(const Bytes& report);
+    void FailAll(DWORD error);
+
+    std::shared_ptr<KeyboardMcu> m_mcu;
+    Micros m_latency;
+    std::deque<hosted::RequestPtr> m_reads;
+    std::vector<hosted::RequestPtr> m_writes;
+    std::deque<Bytes> m_input;
+    bool m_open = false;
+    bool m_gone = false;
+};
+
+/// The keyboard as the enumeration shows it: the right path, usage and identity.
+hosted::HidInterface KeyboardInterface();
+
+/// Interfaces that look like the keyboard's and are not: other paths, usages and products, and one
+/// whose path is written in upper case. None of them can be taken for the keyboard.
+std::vector<hosted::HidInterface> DecoyInterfaces();
+
+/// Registers decoys in front of the keyboard, the keyboard, and one decoy behind it.
+void RegisterKeyboard(const std::shared_ptr<hosted::Driver>& driver, bool decoys = true);
+
+}  // namespace simulator

@@ -1,0 +1,96 @@
+// The tag behind a keyboard's microcontroller, with the frames that both kinds of keyboard
+// understand: an image to store, a request for 32 bytes of it. Plain. How frames and answers travel
+// is for KeyboardMcu (HID) and BluetoothKeyboard.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "simulator/Basics.h"
+#include "simulator/TagRadio.h"
+
+namespace simulator {
+
+constexpr std::size_t kMaxKeyboardImage = 888;
+constexpr unsigned kFirstImageRegister = 16;
+constexpr std::size_t kNumberSize = 32;
+constexpr Micros kDefaultAnswerLatency = 4 * kMilli;
+
+// A frame's first two bytes, PC to keyboard, and the types of what comes back.
+constexpr std::uint8_t kFrameMark = 0x2E;
+constexpr std::uint8_t kFrameWrite = 0x00;
+constexpr std::uint8_t kFrameRequest = 0x01;
+constexpr std::uint8_t kTypeField = 0x02;
+constexpr std::uint8_t kTypeNumber = 0x03;
+constexpr std::uint8_t kFieldEnter[2] = {0x6E, 0xE6};
+constexpr std::uint8_t kFieldLeave[2] = {0xE6, 0x6E};
+
+class KeyboardTag {
+  public:
+    /// Takes what the keyboard sends, to be delivered once `delay` has passed.
+    using Sender = std::function<void(Micros delay, Bytes message)>;
+
+    virtual ~KeyboardTag() = default;
+    void OnSend(Sender send) { m_send = std::move(send); }
+
+    // The phone's side.
+    TagRadio& Radio() { return m_radio; }
+
+    // The back door.
+
+    /// The image as last written, empty before the first.
+    const Bytes& Image() const { return m_image; }
+    Bytes Memory(unsigned reg, std::size_t count) const;
+    void SetMemory(unsigned reg, const Bytes& bytes);
+    std::size_t ImagesStored() const { return m_imagesStored; }
+    std::size_t NumbersAsked() const { return m_numbersAsked; }
+    /// What was refused, in order, each with its reason.
+    const std::vector<std::string>& Refusals() const { return m_refusals; }
+    void SetAnswerLatency(Micros latency) { m_answerLatency = latency; }
+    /// False: requests for the number are taken and not answered.
+    void SetAnswers(bool answers) { m_answers = answers; }
+    /// A field report, sent as for a phone's coming or going.
+    void SendField(bool enter, Micros delay = 0);
+    /// A number report with any number.
+    void SendNumber(const Bytes& number, Micros delay = 0);
+    /// Sends any bytes as they stand, well formed or not.
+    void SendRaw(Bytes message, Micros delay = 0);
+
+  protected:
+    KeyboardTag();
+    /// One whole frame. Refused ones are recorded.
+    void TakeFrame(const Bytes& frame);
+    void Refuse(const std::string& reason) { m_refusals.push_back(reason); }
+    /// Wraps a message of `type` as this keyboard sends it.
+    virtual Bytes Wrap(std::uint8_t type, const Bytes& payload) const = 0;
+
+  private:
+    class RadioSide : public TagRadio {
+      public:
+        explicit RadioSide(KeyboardTag& tag) : m_tag(tag) {}
+        bool Enter(Micros now) override;
+        void Leave(Micros now) override;
+        bool Select(Micros now) override;
+        std::optional<PageQuad> ReadPages(Micros now, unsigned page) override;
+        bool WritePage(Micros now, unsigned page, const Page& bytes) override;
+
+      private:
+        KeyboardTag& m_tag;
+        bool m_inField = false;
+    };
+
+    Bytes m_memory;  // by register, from 0
+    Bytes m_image;
+    RadioSide m_radio{*this};
+    Sender m_send;
+    Micros m_answerLatency = kDefaultAnswerLatency;
+    bool m_answers = true;
+    std::size_t m_imagesStored = 0;
+    std::size_t m_numbersAsked = 0;
+    std::vector<std::string> m_refusals;
+};
+
+}  // namespace simulator

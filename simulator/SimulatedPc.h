@@ -1,0 +1,80 @@
+// A PC with its peripherals, for tests and for the lab: devices are registered with the layer when
+// it is made and taken away when it is destroyed.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "simulator/BlePeerAdapter.h"
+#include "simulator/BluetoothKeyboard.h"
+#include "simulator/Chip.h"
+#include "simulator/FaultyDriver.h"
+#include "simulator/HidDriver.h"
+#include "simulator/KeyboardMcu.h"
+#include "simulator/Phone.h"
+#include "simulator/SpbDriver.h"
+
+namespace simulator {
+
+enum class PcRoute { kI2c, kUsb, kHid, kBle };
+
+/// "i2c", "usb", "hid", "ble"; nothing for any other name.
+std::optional<PcRoute> RouteByName(const std::string& name);
+
+class SimulatedPc {
+  public:
+    /// Builds the PC and plugs everything in. `chip` is one of ChipKinds() and serves the I2C and
+    /// USB routes; throws std::invalid_argument for an unknown one.
+    explicit SimulatedPc(const std::vector<PcRoute>& routes, const std::string& chip = "fm11nt081");
+    ~SimulatedPc();
+    SimulatedPc(const SimulatedPc&) = delete;
+    SimulatedPc& operator=(const SimulatedPc&) = delete;
+
+    /// Pulls everything out, or puts it back: the models keep their memory, the drivers are new.
+    void Unplug();
+    void Plug();
+
+    /// Sets the fault plan of every driver route. Faults of the Bluetooth client are set through
+    /// platform/LinkDockBackDoor.h.
+    void Faults(const FaultPlan& plan);
+
+    /// Holds a phone to the tag of `route`, or of the first route. Any thread. The report comes on
+    /// a timer of the layer, under hosted::DeviceLock: it must not block.
+    void TapPhone(Micros enterAfter, Micros stay, Phone::Reporter report = {});
+    void TapPhone(PcRoute route, Micros enterAfter, Micros stay, Phone::Reporter report = {});
+
+    // The back doors. Take hosted::DeviceLock to use them. A route that the PC doesn't have gives
+    // null; chip() and spb() mean the first driver route.
+    Chip* chip();
+    SpbDriver* spb();
+    FaultyDriver* faulty();  ///< of the first driver route or the HID route
+    Chip* chip(PcRoute route);
+    KeyboardMcu* keyboard() { return m_keyboard.get(); }
+    HidDriver* hid() { return m_hid.get(); }
+    BluetoothKeyboard* bluetooth() { return m_bluetooth.get(); }
+
+  private:
+    struct SpbRoute {
+        PcRoute route;
+        const wchar_t* path;
+        std::shared_ptr<Chip> chip;
+        std::shared_ptr<SpbDriver> driver;
+        std::shared_ptr<FaultyDriver> faulty;
+    };
+
+    bool Has(PcRoute route) const;
+
+    std::vector<PcRoute> m_routes;
+    std::vector<SpbRoute> m_spb;
+    std::shared_ptr<KeyboardMcu> m_keyboard;
+    std::shared_ptr<HidDriver> m_hid;
+    std::shared_ptr<FaultyDriver> m_faultyHid;
+    std::shared_ptr<BluetoothKeyboard> m_bluetooth;
+    std::shared_ptr<BlePeerAdapter> m_peer;
+    FaultPlan m_plan;
+    bool m_plugged = false;
+};
+
+}  // namespace simulator

@@ -1,0 +1,59 @@
+// The kernel driver of the I2C and USB routes, in front of a chip model. Runs under the layer's
+// device lock, like every driver.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "platform/hosted/Driver.h"
+#include "simulator/Chip.h"
+
+namespace simulator {
+
+constexpr wchar_t kSpbDriverPath[] = L"\\\\.\\SPBNFCDRIVER";
+constexpr wchar_t kUsbDriverPath[] = L"\\\\.\\KEYBOARDNFC";
+constexpr DWORD kControlOpen = 0x04001C00;
+constexpr DWORD kControlInterrupt = 0x04001C20;  ///< pends until the chip's interrupt
+constexpr Micros kDefaultBusLatency = 30;        ///< from a transfer's start to its end
+
+class SpbDriver : public hosted::Driver, public std::enable_shared_from_this<SpbDriver> {
+  public:
+    explicit SpbDriver(std::shared_ptr<Chip> chip, Micros busLatency = kDefaultBusLatency);
+    ~SpbDriver() override;
+
+    DWORD Open() override;
+    void Close() override;
+    DWORD Start(const hosted::RequestPtr& request) override;
+    void Cancel(const hosted::RequestPtr& request) override;
+
+    // The back door; under hosted::DeviceLock.
+
+    /// Fails what is pending and everything from now on with ERROR_DEVICE_NOT_CONNECTED.
+    void Unplug();
+    void SetBusLatency(Micros latency) { m_busLatency = latency; }
+    Chip& chip() { return *m_chip; }
+
+    /// Times that a read or write was started while another one was pending. Honest callers: 0.
+    std::size_t Violations() const { return m_violations; }
+    std::size_t OpenRequests() const { return m_openRequests; }  ///< kControlOpen requests seen
+    std::size_t WaitsPending() const { return m_waits.size(); }
+
+  private:
+    void Finish(const hosted::RequestPtr& request);
+    void Transfer(const hosted::RequestPtr& request);
+    void InterruptRaised();
+    void DeliverInterrupt();
+    void FailAll(DWORD error);
+
+    std::shared_ptr<Chip> m_chip;
+    Micros m_busLatency;
+    std::vector<hosted::RequestPtr> m_transfers;  // reads, writes and open requests under way
+    std::vector<hosted::RequestPtr> m_waits;      // interrupt waits, oldest first
+    bool m_latched = false;                       // an edge came while nobody waited
+    bool m_deliveryDue = false;                   // a timer that ends the oldest wait is running
+    bool m_gone = false;
+    std::size_t m_violations = 0;
+    std::size_t m_openRequests = 0;
+};
+
+}  // namespace simulator
