@@ -1,0 +1,97 @@
+// Command objects: each carries one transfer to the peripheral's driver and lives for that
+// transfer only. WaitForCommand runs any of them to its end.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "platform/platform.h"
+
+/// What the driver is asked for at start-up, before the chip is looked at. Device type 0x400,
+/// function 0x700, buffered, any access.
+inline constexpr DWORD kOpenControlCode = 0x04001C00;
+
+/// Base of the commands. No locks: everything runs on the caller's thread, which holds the device
+/// mutex, because all commands share DeviceHandle and g_ioOverlapped.
+class NfcCommand {
+  public:
+    virtual ~NfcCommand() = default;
+    NfcCommand(const NfcCommand&) = delete;
+    NfcCommand& operator=(const NfcCommand&) = delete;
+
+    /// Prepares the command for a transfer over `handle`. False if it cannot run.
+    virtual bool Parse(HANDLE handle);
+
+    /// Starts the transfer. True: it is under way, or over, and the request's event tells when.
+    /// False: it could not be started.
+    virtual bool Execute() = 0;
+
+    /// Takes the result: a status (0 for success, else a last-error code) and the bytes moved.
+    virtual void Complete(std::uint32_t status, std::uint32_t information);
+
+    /// Asks the driver to give up the transfer that is under way. False if there was none.
+    virtual bool Cancel();
+
+    const std::uint8_t* buffer() const { return m_buffer.get(); }
+
+    /// Bytes that a read delivered.
+    std::uint32_t NumBytes = 0;
+
+  protected:
+    explicit NfcCommand(std::string name);
+
+    /// The bytes to send, or room for the bytes to receive; null until prepared.
+    std::unique_ptr<std::uint8_t[]> m_buffer;
+
+  private:
+    std::uint32_t m_sequence;  // for a debugger: which transfer of the process this is
+    std::string m_name;        // "open", "read" or "write", likewise
+};
+
+/// The open request. Has no bytes in either direction.
+class COpenCommand : public NfcCommand {
+  public:
+    COpenCommand();
+    bool Execute() override;
+    void Complete(std::uint32_t status, std::uint32_t information) override;
+};
+
+/// Fetches `length` bytes. Call Parse, WaitForCommand, then look at NumBytes.
+class CReadCommand : public NfcCommand {
+  public:
+    explicit CReadCommand(std::uint32_t length);
+    bool Parse(HANDLE handle) override;
+    bool Execute() override;
+    void Complete(std::uint32_t status, std::uint32_t information) override;
+
+  private:
+    std::uint32_t m_length;
+};
+
+/// Sends `length` bytes. Call WriteParse, then WaitForCommand.
+class CWriteCommand : public NfcCommand {
+  public:
+    explicit CWriteCommand(std::uint32_t length);
+
+    /// Copies the bytes to send. `size` must be the constructor's length. False with a log line
+    /// and an empty buffer otherwise.
+    bool WriteParse(const std::uint8_t* data, std::uint32_t size);
+    bool Execute() override;
+    void Complete(std::uint32_t status, std::uint32_t information) override;
+
+  private:
+    std::uint32_t m_length;
+};
+
+/// Runs a command to its end. 0 for success, a last-error code, or 22 for a null command. The
+/// caller holds the device mutex and keeps and deletes the command. When the driver does not
+/// answer within kTransferTimeoutMs the request is cancelled and its end awaited, and the transfer
+/// has failed with WAIT_TIMEOUT.
+std::uint32_t WaitForCommand(NfcCommand* command);
+
+/// Far above any honest transfer, which takes milliseconds; short enough that a dead driver does
+/// not hold a host for long.
+inline constexpr DWORD kTransferTimeoutMs = 5000;
+
+inline constexpr std::uint32_t kNullCommandStatus = 22;

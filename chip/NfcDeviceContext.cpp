@@ -1,0 +1,40 @@
+#include "chip/NfcDeviceContext.h"
+
+#include "chip/LockOrder.h"
+#include "diagnostics/Log.h"
+#include "platform/NeverDestroyed.h"
+#include "platform/platform.h"
+
+namespace {
+
+constexpr std::uint32_t kInitialDelayMs = 50;
+
+}  // namespace
+
+std::atomic<std::uint32_t> g_nfcOpDelayMs{kInitialDelayMs};
+std::atomic<std::uint32_t> g_nfcReadDelayMs{kInitialDelayMs};
+
+NfcDeviceContext& GetNfcDeviceContext() {
+    static platform::NeverDestroyed<NfcDeviceContext> context;
+    return context.value;
+}
+
+bool NfcDeviceContext::WriteReg(std::uint16_t reg, const std::uint8_t* data, std::int32_t len) {
+    NfcSpbCommon* const driver = spbDriverOps;
+    if (driver == nullptr) {
+        LogErrorFun("spbDriverOps == nullptr");
+        return false;
+    }
+    platform::Lock lock(mutex, kDeviceLock);
+    return driver->WriteReg(reg, data, len);
+}
+
+bool NfcDeviceContext::ReadReg(std::uint16_t reg, std::int32_t len, std::uint8_t* buffer) {
+    NfcSpbCommon* const driver = spbDriverOps;
+    if (driver == nullptr) {
+        LogErrorFun("spbDriverOps == nullptr");
+        return false;
+    }
+    platform::Lock lock(mutex, kDeviceLock);
+    return driver->ReadReg(reg, len, buffer);
+}

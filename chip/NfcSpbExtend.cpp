@@ -1,0 +1,160 @@
+#include "chip/NfcSpbExtend.h"
+
+#include <array>
+#include <vector>
+
+#include "chip/LockOrder.h"
+#include "chip/NfcDeviceContext.h"
+#include "chip/SpbTransfer.h"
+#include "diagnostics/Log.h"
+#include "platform/NeverDestroyed.h"
+#include "platform/platform.h"
+
+namespace {
+
+constexpr std::size_t kHeadSize = 4;
+constexpr std::uint32_t kLargestWrite = 250;
+constexpr std::size_t kLargestFrame = 250;
+constexpr std::uint16_t kBlockSize = 4;  // writes start at a multiple of it
+
+// Operations, byte 2 of the head.
+constexpr std::uint8_t kWrite = 0;
+constexpr std::uint8_t kReadRegister = 1;
+constexpr std::uint8_t kReadState = 2;
+
+// States that are written, and the register of the write check.
+constexpr std::uint16_t kRadioOnState = 0xF0F1;
+constexpr std::uint16_t kRadioOffState = 0xF0F2;
+constexpr std::uint16_t kWriteCheckRegister = 0xF0F8;
+
+// The answer of the write check: firstFailAddr (2 bytes) and ticks (4), both little-endian.
+constexpr std::size_t kWriteCheckSize = 6;
+
+using Head = std::array<std::uint8_t, kHeadSize>;
+
+Head MakeHead(std::uint16_t number, std::uint8_t operation, std::int32_t len) {
+    return {static_cast<std::uint8_t>(number >> 8), static_cast<std::uint8_t>(number & 0xFF),
+            operation, static_cast<std::uint8_t>(len & 0xFF)};
+}
+
+bool SendHead(const Head& head) {
+    return NfcSpbWrite(head.data(), kHeadSize);
+}
+
+}  // namespace
+
+NfcSpbExtend& NfcSpbExtend::GetInstance() {
+    static platform::NeverDestroyed<NfcSpbExtend> driver;
+    return driver.value;
+}
+
+bool NfcSpbExtend::WriteReg(std::uint16_t reg, const std::uint8_t* data, std::int32_t len) {
+    if (static_cast<std::uint32_t>(len) > kLargestWrite) {
+        LogErrorFun("reg: %d, infoLength: %d", reg, len);
+        return false;
+    }
+    if (reg % kBlockSize != 0) {
+        LogErrorFun("reg: 0x%x need align with block", reg);
+        return false;
+    }
+    const Head head = MakeHead(reg, kWrite, len);
+    std::vector<std::uint8_t> frame(head.begin(), head.end());
+    if (data != nullptr) {
+        frame.insert(frame.end(), data, data + len);
+    }
+    if (frame.size() > kLargestFrame) {
+        LogErrorFun("NfcExtend len: %d too large", static_cast<int>(frame.size()));
+        return false;
+    }
+    platform::Lock lock(m_mutex, kExtendLock);
+    return NfcSpbWrite(frame.data(), static_cast<std::uint32_t>(frame.size()));
+}
+
+bool NfcSpbExtend::ReadReg(std::uint16_t reg, std::int32_t len, std::uint8_t* buffer) {
+    if (len < 1 || len > kLargestRead || buffer == nullptr) {
+        LogErrorFun("reg: %d, readLength: %d", reg, len);
+        return false;
+    }
+    return Ask(kReadRegister, reg, len, buffer, "NfcExtend first write address: %d failed");
+}
+
+bool NfcSpbExtend::ReadState(std::uint16_t state, std::int32_t len, std::uint8_t* buffer) {
+    if (len < 1 || len > kLargestRead || buffer == nullptr) {
+        LogErrorFun("state: %d, readLength: %d", state, len);
+        return false;
+    }
+    return Ask(kReadState, state, len, buffer, "NfcExtend first write state: %d failed");
+}
+
+// One question and its answer, as one transaction.
+bool NfcSpbExtend::Ask(std::uint8_t operation, std::uint16_t number, std::int32_t len,
+                       std::uint8_t* buffer, const char* headFailed) {
+    const Head head = MakeHead(number, operation, len);
+    platform::Lock lock(m_mutex, kExtendLock);
+    if (!SendHead(head)) {
+        LogErrorFun(headFailed, number);
+        return false;
+    }
+    Sleep(g_nfcOpDelayMs);
+    return NfcSpbRead(len, buffer);
+}
+
+bool NfcSpbExtend::InitDevice(std::uint8_t* fdMode) {
+    *fdMode = 0;
+    LogErrorFun("NfcExtend fanli not need init device here, it's ok!");
+    return true;
+}
+
+bool NfcSpbExtend::BitlockEnable(bool /*upperDyVal*/) {
+    LogErrorFun("NfcExtend fanli not need enable bitlock here, it's ok!");
+    return true;
+}
+
+bool NfcSpbExtend::RadioDisable() {
+    return SetRadio(kRadioOffState, false, "Nfc RadioDisable succ");
+}
+
+bool NfcSpbExtend::RadioEnable() {
+    return SetRadio(kRadioOnState, true, "Nfc RadioEnable succ");
+}
+
+// The chip's acceptance of the frame counts as success; there is nothing to read back.
+bool NfcSpbExtend::SetRadio(std::uint16_t state, bool on, const char* done) {
+    const Head head = MakeHead(state, kWrite, 0);
+    platform::Lock lock(m_mutex, kExtendLock);
+    if (!SendHead(head)) {
+        LogErrorFun("NfcExtend first write state: %d failed", state);
+        return false;
+    }
+    Sleep(g_nfcOpDelayMs);
+    LogWarnFun(done);
+    radioEnabled = on;
+    return true;
+}
+
+bool NfcSpbExtend::CheckWriteTag(std::uint8_t* passed) {
+    *passed = 0;
+    const Head head = MakeHead(kWriteCheckRegister, kReadRegister, kWriteCheckSize);
+    platform::Lock lock(m_mutex, kExtendLock);
+    if (!SendHead(head)) {
+        LogErrorFun("NfcExtend Check WriteTag Success: %x failed", kWriteCheckRegister);
+        return false;
+    }
+    Sleep(g_nfcOpDelayMs);
+    std::array<std::uint8_t, kWriteCheckSize> answer{};
+    if (!NfcSpbRead(kWriteCheckSize, answer.data())) {
+        LogErrorFun("NfcExtend Check WriteTag Failed: %d failed", kWriteCheckRegister);
+        return false;
+    }
+    const unsigned firstFailAddr = answer[0] | static_cast<unsigned>(answer[1]) << 8;
+    const unsigned ticks = answer[2] | static_cast<unsigned>(answer[3]) << 8 |
+                           static_cast<unsigned>(answer[4]) << 16 |
+                           static_cast<unsigned>(answer[5]) << 24;
+    LogWarnFun("NfcExtend Check WriteTag , firstFailAddr: %x, ticks: %d", firstFailAddr,
+               static_cast<int>(ticks));
+    if (firstFailAddr != 0) {
+        return false;
+    }
+    *passed = 1;
+    return true;
+}

@@ -1,0 +1,18 @@
+// The process-wide state of the one transfer that can be under way at a time.
+#pragma once
+
+#include <atomic>
+
+#include "chip/EventSlot.h"
+#include "platform/platform.h"
+
+/// The open peripheral, opened for overlapped I/O; null means none. Written by the device start
+/// (peripheral) under the device mutex, read by every transfer and by the event threads.
+extern std::atomic<HANDLE> DeviceHandle;
+
+/// The request record of all command objects; offsets stay 0. Used only under the device mutex.
+extern OVERLAPPED g_ioOverlapped;
+
+/// Manual-reset event of g_ioOverlapped. Made by each device start, let go of by a failed one and
+/// by the end of a manager's proxy.
+extern platform::NeverDestroyed<EventSlot> g_ioEvent;
