@@ -1,0 +1,9 @@
+# The reference of the public headers: target `docs`, where doxygen is there.
+find_program(TAGPORT_DOXYGEN doxygen)
+mark_as_advanced(TAGPORT_DOXYGEN)
+if(TAGPORT_DOXYGEN)
+  configure_file(docs/Doxyfile ${CMAKE_BINARY_DIR}/docs/Doxyfile @ONLY)
+  add_custom_target(docs
+    COMMAND ${TAGPORT_DOXYGEN} ${CMAKE_BINARY_DIR}/docs/Doxyfile
+    COMMENT "Writing the reference to docs/html under the build directory")
+endif()

@@ -1,0 +1,20 @@
+# The libraries that consist of headers: targets `cli11` and `nlohmann_json`.
+#
+# Both are the same files for every target system, so a cross build may take them from the
+# machine's own include directory. It must not see anything else there (its <stdio.h> would hide
+# the target's), so each gets a directory of its own in the build tree with one link in it.
+function(tagport_header_only target folder header)
+  find_path(TAGPORT_${target}_ROOT ${folder}/${header} PATHS /usr/include /usr/local/include
+    NO_CMAKE_FIND_ROOT_PATH REQUIRED
+    DOC "Directory that holds ${folder}/${header}")
+  set(directory ${CMAKE_BINARY_DIR}/header-only/${target})
+  file(MAKE_DIRECTORY ${directory})
+  file(CREATE_LINK ${TAGPORT_${target}_ROOT}/${folder} ${directory}/${folder}
+    SYMBOLIC COPY_ON_ERROR)
+  add_library(${target} INTERFACE)
+  target_include_directories(${target} SYSTEM INTERFACE ${directory})
+  mark_as_advanced(TAGPORT_${target}_ROOT)
+endfunction()
+
+tagport_header_only(cli11 CLI CLI.hpp)
+tagport_header_only(nlohmann_json nlohmann json.hpp)

@@ -1,0 +1,18 @@
+# The compiler's run-time DLLs, put beside the DLLs that need them: a bare Windows has none of them.
+#
+# They are bundled rather than linked in: an exception that the library lets pass to its host (the
+# standard library's own, as the public header says) must be thrown and caught by one run-time.
+set(TAGPORT_RUNTIME_DLLS)
+if(MINGW)
+  foreach(name libgcc_s_seh-1.dll libstdc++-6.dll libwinpthread-1.dll)
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${name}
+      OUTPUT_VARIABLE path OUTPUT_STRIP_TRAILING_WHITESPACE)
+    if(NOT EXISTS ${path})
+      find_file(TAGPORT_${name} ${name} PATH_SUFFIXES lib bin REQUIRED)
+      set(path ${TAGPORT_${name}})
+    endif()
+    get_filename_component(path ${path} REALPATH)
+    list(APPEND TAGPORT_RUNTIME_DLLS ${path})
+    file(COPY ${path} DESTINATION ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+  endforeach()
+endif()
