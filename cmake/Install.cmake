@@ -1,4 +1,4 @@
-# Installs the library, its public headers and a package, so that a host says
+# Installs the library, its public headers, the lab and a package, so that a host says
 #   find_package(tagport) and target_link_libraries(host PRIVATE tagport::tagport).
 # The libraries that tagport needs at run time go with it.
 include(CMakePackageConfigHelpers)
@@ -15,6 +15,11 @@ install(TARGETS ${installed_targets} EXPORT tagportTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+if(TARGET tagport-lab)
+  set_target_properties(tagport-lab PROPERTIES
+    INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+  install(TARGETS tagport-lab RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ ${PROJECT_BINARY_DIR}/generated/include/
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 if(TAGPORT_RUNTIME_DLLS)
