@@ -69,7 +69,7 @@ TEST(NfcDataParse, RefusesMalformedImagesWithTheMessageOfTheCheck) {
     };
     const std::vector<Case> cases = {
         {"nothing", "", {}},
-        {"2 bytes", "\x03\xFE", {}},
+        {"2 bytes", std::string("\x04\0", 2), {}},
         {"256 bytes", std::string("\x03\xFD") + std::string(254, 'x'), {}},
         {"tag", "\x04" + whole.substr(1), {"NFC Parse tag type is err : 04"}},
         {"length above 253", "\x03\xFE" + std::string(253, 'x'), {}},
@@ -158,7 +158,8 @@ TEST(NfcDataParse, LeavesWhatItReadBeforeAFailure) {
 
     NfcHead head;
     ASSERT_TRUE(head.Parse(std::string("\xAB\x01\x00T", 4)));
-    EXPECT_FALSE(head.Parse(std::string("\xCD\x02\x05X", 4)));
+    EXPECT_FALSE(head.Parse("\xCD\x02\x05X"));
+    EXPECT_FALSE(head.Parse("\xCD\x01\x05XY"));
     EXPECT_EQ(head.GetContent(), std::string("\xAB\x01\x00T", 4));
 
     NfcBody body;
