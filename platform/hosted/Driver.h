@@ -25,10 +25,10 @@ class Request {
     virtual ~Request() = default;
 
     Kind kind() const { return m_kind; }
-    DWORD controlCode() const { return m_controlCode; }                ///< kControl only
-    const std::vector<std::uint8_t>& data() const { return m_data; }   ///< bytes from the caller
-    std::size_t length() const { return m_length; }                    ///< bytes asked for or given
-    ThreadId thread() const { return m_thread; }                       ///< who started it
+    DWORD controlCode() const { return m_controlCode; }               ///< kControl only
+    const std::vector<std::uint8_t>& data() const { return m_data; }  ///< bytes from the caller
+    std::size_t length() const { return m_length; }                   ///< bytes asked for or given
+    ThreadId thread() const { return m_thread; }                      ///< who started it
 
     /// False once it has been completed, failed or cancelled.
     virtual bool Pending() const = 0;

@@ -74,8 +74,8 @@ class DeviceLock {
     DeviceLock& operator=(const DeviceLock&) = delete;
 };
 
-/// Runs `action` under the device lock once `delay` has passed. On the scheduled clock timers that
-/// are due run, in order, before any thread runs on.
+/// Runs `action` under the device lock, as thread 0 ("device"), once `delay` has passed. On the
+/// scheduled clock timers that are due run, in order, before any thread runs on.
 void After(Micros delay, std::function<void()> action);
 
 /// Puts a device behind `path`, in place of what stood there. Open handles keep their device.
@@ -126,22 +126,23 @@ enum class Call {
 const char* Name(Call call);
 
 /// Called under the device lock at the start of every Win32 operation. A result other than zero
-/// makes the operation fail at once with that code and do nothing else; what cannot fail (Sleep)
+/// makes the operation fail at once with that code and do nothing else, but that a transfer which
+/// fails at once leaves STATUS_PENDING in its OVERLAPPED as always; what cannot fail (Sleep)
 /// ignores it. The hook must not call back into the layer, apart from Now and CurrentThread.
 using CallHook = std::function<DWORD(Call call, ThreadId thread)>;
 void SetCallHook(CallHook hook);
 
 struct TraceEvent {
     enum class Kind {
-        kOpen,          // text = path, error when refused
-        kClose,         // text = path
-        kStart,         // request
-        kDone,          // request, error, bytes moved (read, control) or taken (write)
-        kCancel,        // request
-        kSleep,         // milliseconds
-        kThreadStart,   // thread = the new one; routine, argument as given to CreateThread
+        kOpen,         // text = path, error when refused
+        kClose,        // text = path
+        kStart,        // request
+        kDone,         // request, error, bytes moved (read, control) or taken (write)
+        kCancel,       // request
+        kSleep,        // milliseconds
+        kThreadStart,  // thread = the new one; routine, argument as given to CreateThread
         kThreadEnd,
-        kLock,          // text = the rank's name; the lock has been taken
+        kLock,  // text = the rank's name; the lock has been taken
     };
     Kind kind = Kind::kOpen;
     Micros time = 0;
@@ -153,6 +154,7 @@ struct TraceEvent {
     std::size_t count = 0;
     DWORD milliseconds = 0;
     LPTHREAD_START_ROUTINE routine = nullptr;
+    LPVOID argument = nullptr;
 };
 
 /// Called under the device lock as things happen. Must not call back into the layer, apart from
@@ -161,7 +163,7 @@ using Tracer = std::function<void(const TraceEvent& event)>;
 void SetTracer(Tracer tracer);
 
 struct LiveCounts {
-    std::size_t handles = 0;   ///< events, threads, devices, enumerations
+    std::size_t handles = 0;   ///< events, threads, devices, enumerations, preparsed data
     std::size_t threads = 0;   ///< started by CreateThread and not ended
     std::size_t requests = 0;  ///< started and not ended
 };

@@ -45,7 +45,8 @@ class ConditionVariable {
     void WaitOnce(Lock& lock);
 
     std::condition_variable m_condition;
-    std::uint64_t m_generation = 0;  // number of NotifyAll calls so far; the scheduled wait reads it
+    std::uint64_t m_generation =
+        0;  // number of NotifyAll calls so far; the scheduled wait reads it
 };
 
 }  // namespace platform

@@ -56,7 +56,8 @@ constexpr DWORD ERROR_NOT_FOUND = 1168;
 DWORD GetLastError();
 void SetLastError(DWORD code);
 
-/// The HRESULT of a last-error code: zero and negative values stay, any other keeps its low 16 bits.
+/// The HRESULT of a last-error code: zero and negative values stay, any other keeps its low 16
+/// bits.
 constexpr HRESULT HRESULT_FROM_WIN32(DWORD code) {
     return static_cast<HRESULT>(code) <= 0 ? static_cast<HRESULT>(code)
                                            : static_cast<HRESULT>((code & 0xFFFFU) | 0x80070000U);
@@ -101,8 +102,7 @@ struct OVERLAPPED {
 HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
                    DWORD disposition, DWORD flags, HANDLE templateFile);
 BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD length, DWORD* moved, OVERLAPPED* overlapped);
-BOOL WriteFile(HANDLE file, const void* buffer, DWORD length, DWORD* moved,
-               OVERLAPPED* overlapped);
+BOOL WriteFile(HANDLE file, const void* buffer, DWORD length, DWORD* moved, OVERLAPPED* overlapped);
 BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inLength, LPVOID out,
                      DWORD outLength, DWORD* moved, OVERLAPPED* overlapped);
 BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* moved, BOOL wait);

@@ -1,0 +1,203 @@
+// Device enumeration and human interface devices, from the interfaces that were added.
+#include <cstddef>
+#include <cstring>
+
+#include "platform/hosted/KernelState.h"
+
+namespace hosted {
+
+namespace {
+
+// GUID_DEVINTERFACE_HID.
+constexpr GUID kHidClass = {
+    0x4D1E55B2, 0xF16F, 0x11CF, {0x88, 0xCB, 0x00, 0x11, 0x11, 0x00, 0x00, 0x30}};
+
+constexpr DWORD kErrorInvalidUserBuffer = 1784;  // a structure that does not tell its size
+constexpr DWORD kInterfaceActive = 1;            // SPINT_ACTIVE
+constexpr USHORT kReportLength = 64;             // of every human interface device here
+
+// What HidP_GetCaps gives for a collection whose description cannot be used. Callers take zero for
+// failure; a real driver's codes would slip through their check.
+constexpr NTSTATUS kCapsFailed = 0;
+
+bool SameClass(const GUID& left, const GUID& right) {
+    return left.Data1 == right.Data1 && left.Data2 == right.Data2 && left.Data3 == right.Data3 &&
+           std::memcmp(left.Data4, right.Data4, sizeof left.Data4) == 0;
+}
+
+/// The interface behind an open device, or null and ERROR_INVALID_HANDLE.
+std::shared_ptr<const HidInterface> HidBehind(HANDLE device) {
+    const auto file = Find<FileObject>(device);
+    if (file != nullptr && file->node->hid == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+    }
+    return file == nullptr ? nullptr : file->node->hid;
+}
+
+}  // namespace
+
+}  // namespace hosted
+
+using hosted::Call;
+using hosted::DeviceListObject;
+using hosted::Entry;
+using hosted::FailWith;
+using hosted::PreparsedDataObject;
+
+HDEVINFO SetupDiGetClassDevsW(const GUID* classGuid, const WCHAR* /*enumerator*/, HWND /*parent*/,
+                              DWORD flags) {
+    const Entry entry(Call::kEnumerate);
+    if (entry.Refused()) {
+        return INVALID_HANDLE_VALUE;
+    }
+    if (classGuid == nullptr) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return INVALID_HANDLE_VALUE;
+    }
+    auto list = std::make_shared<DeviceListObject>();
+    if (hosted::SameClass(*classGuid, hosted::kHidClass) && (flags & DIGCF_DEVICEINTERFACE) != 0) {
+        list->interfaces = hosted::TheKernel().hidInterfaces;
+    }
+    return hosted::AddHandle(std::move(list));
+}
+
+BOOL SetupDiEnumDeviceInterfaces(HDEVINFO list, SP_DEVINFO_DATA* /*info*/, const GUID* classGuid,
+                                 DWORD index, SP_DEVICE_INTERFACE_DATA* data) {
+    const Entry entry(Call::kEnumerate);
+    if (entry.Refused()) {
+        return FALSE;
+    }
+    const auto found = hosted::Find<DeviceListObject>(list);
+    if (found == nullptr) {
+        return FALSE;
+    }
+    if (classGuid == nullptr || data == nullptr) {
+        return FailWith(ERROR_INVALID_PARAMETER);
+    }
+    if (data->cbSize != sizeof *data) {
+        return FailWith(hosted::kErrorInvalidUserBuffer);
+    }
+    if (index >= found->interfaces.size() || !hosted::SameClass(*classGuid, hosted::kHidClass)) {
+        return FailWith(ERROR_NO_MORE_ITEMS);
+    }
+    data->InterfaceClassGuid = *classGuid;
+    data->Flags = hosted::kInterfaceActive;
+    data->Reserved = index;
+    return TRUE;
+}
+
+BOOL SetupDiGetDeviceInterfaceDetailW(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* data,
+                                      SP_DEVICE_INTERFACE_DETAIL_DATA_W* detail, DWORD size,
+                                      DWORD* required, SP_DEVINFO_DATA* /*info*/) {
+    const Entry entry(Call::kEnumerate);
+    if (entry.Refused()) {
+        return FALSE;
+    }
+    const auto found = hosted::Find<DeviceListObject>(list);
+    if (found == nullptr) {
+        return FALSE;
+    }
+    if (data == nullptr || data->Reserved >= found->interfaces.size()) {
+        return FailWith(ERROR_INVALID_PARAMETER);
+    }
+    const hosted::HidInterface& interface = *found->interfaces[data->Reserved];
+    constexpr std::size_t kPathOffset = offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath);
+    const std::size_t pathBytes = (interface.path.size() + 1) * sizeof(WCHAR);
+    const auto needed = static_cast<DWORD>(kPathOffset + pathBytes);
+    if (required != nullptr) {
+        *required = needed;
+    }
+    if (detail == nullptr) {
+        return FailWith(ERROR_INSUFFICIENT_BUFFER);
+    }
+    if (detail->cbSize != sizeof *detail) {
+        return FailWith(hosted::kErrorInvalidUserBuffer);
+    }
+    if (size < needed) {
+        return FailWith(ERROR_INSUFFICIENT_BUFFER);
+    }
+    if (interface.detailFails) {
+        return FailWith(ERROR_GEN_FAILURE);
+    }
+    // The path runs on behind the structure, in the caller's larger buffer.
+    std::memcpy(reinterpret_cast<std::uint8_t*>(detail) + kPathOffset, interface.path.c_str(),
+                pathBytes);
+    return TRUE;
+}
+
+BOOL SetupDiDestroyDeviceInfoList(HDEVINFO list) {
+    const Entry entry(Call::kEnumerate);
+    if (entry.Refused() || hosted::Find<DeviceListObject>(list) == nullptr) {
+        return FALSE;
+    }
+    hosted::RemoveHandle(list);
+    return TRUE;
+}
+
+void HidD_GetHidGuid(GUID* guid) {
+    const Entry entry(Call::kHid);
+    *guid = hosted::kHidClass;
+}
+
+BOOLEAN HidD_GetPreparsedData(HANDLE device, PHIDP_PREPARSED_DATA* data) {
+    const Entry entry(Call::kHid);
+    if (entry.Refused()) {
+        return FALSE;
+    }
+    const auto hid = hosted::HidBehind(device);
+    if (hid == nullptr) {
+        return FALSE;
+    }
+    if (hid->preparsedDataFails) {
+        SetLastError(ERROR_GEN_FAILURE);
+        return FALSE;
+    }
+    // Opaque to callers, so that a handle will do, and a stale one is refused like any other.
+    *data = static_cast<PHIDP_PREPARSED_DATA>(
+        hosted::AddHandle(std::make_shared<PreparsedDataObject>(hid)));
+    return TRUE;
+}
+
+BOOLEAN HidD_FreePreparsedData(PHIDP_PREPARSED_DATA data) {
+    const Entry entry(Call::kHid);
+    if (entry.Refused() || hosted::Find<PreparsedDataObject>(data) == nullptr) {
+        return FALSE;
+    }
+    hosted::RemoveHandle(data);
+    return TRUE;
+}
+
+NTSTATUS HidP_GetCaps(PHIDP_PREPARSED_DATA data, HIDP_CAPS* caps) {
+    const Entry entry(Call::kHid);
+    if (entry.Refused()) {
+        return hosted::kCapsFailed;
+    }
+    const auto found = hosted::Find<PreparsedDataObject>(data);
+    if (found == nullptr || found->hid->capsFail) {
+        return hosted::kCapsFailed;
+    }
+    caps->Usage = found->hid->usage;
+    caps->UsagePage = found->hid->usagePage;
+    caps->InputReportByteLength = hosted::kReportLength;
+    caps->OutputReportByteLength = hosted::kReportLength;
+    return HIDP_STATUS_SUCCESS;
+}
+
+BOOLEAN HidD_GetAttributes(HANDLE device, HIDD_ATTRIBUTES* attributes) {
+    const Entry entry(Call::kHid);
+    if (entry.Refused()) {
+        return FALSE;
+    }
+    const auto hid = hosted::HidBehind(device);
+    if (hid == nullptr) {
+        return FALSE;
+    }
+    if (hid->attributesFail) {
+        SetLastError(ERROR_GEN_FAILURE);
+        return FALSE;
+    }
+    attributes->VendorID = hid->vendorId;
+    attributes->ProductID = hid->productId;
+    attributes->VersionNumber = 0;
+    return TRUE;
+}

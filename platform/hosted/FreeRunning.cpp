@@ -1,0 +1,182 @@
+// The free-running clock: real threads, real time. Whoever changes something wakes exactly the
+// threads whose predicate holds now.
+#include <atomic>
+#include <chrono>
+#include <random>
+#include <thread>
+
+#include "platform/hosted/KernelState.h"
+
+namespace hosted {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+thread_local Thread* t_current = nullptr;
+thread_local unsigned t_depth = 0;  // how often this thread has taken the kernel lock
+
+/// Takes a thread that the layer did not start out of the table when the thread ends.
+struct ForeignThread {
+    Thread* thread = nullptr;
+    ForeignThread() = default;
+    ForeignThread(const ForeignThread&) = delete;
+    ForeignThread& operator=(const ForeignThread&) = delete;
+    ~ForeignThread() {
+        if (thread != nullptr) {
+            const KernelLock lock;
+            // The host's own thread ends with the process; its requests and buffers may be gone.
+            if (thread->id != kHostThread) {
+                CancelRequestsOfThread(thread->id);
+            }
+            t_current = nullptr;
+            RemoveThread(*thread);
+        }
+    }
+};
+thread_local ForeignThread t_foreign;
+thread_local bool t_foreignUsed = false;  // t_foreign may be gone already; it is used once
+
+class FreeRunning final : public Scheduler {
+  public:
+    bool IsScheduled() const override { return false; }
+    Micros Now() const override {
+        return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - m_start)
+            .count();
+    }
+    std::uint64_t Steps() const override { return 0; }
+    std::uint64_t Random() override { return m_random.Next(); }
+
+    Thread& Current() override {
+        if (t_current == nullptr) {
+            const KernelLock lock;
+            t_current = AddThread().get();
+            if (!t_foreignUsed) {
+                t_foreignUsed = true;
+                t_foreign.thread = t_current;
+            }
+        }
+        return *t_current;
+    }
+
+    void Enter() override {
+        if (t_depth == 0) {
+            m_mutex.lock();
+        }
+        ++t_depth;
+    }
+
+    void Leave() override {
+        if (--t_depth == 0) {
+            WakeReady();
+            m_mutex.unlock();
+        }
+    }
+
+    void Changed() override { m_changed = true; }
+
+    void Point(bool giveWay) override {
+        if (giveWay) {
+            std::this_thread::yield();
+        }
+    }
+    void PointIfChanged() override {}
+
+    bool Wait(const Predicate& predicate, Micros deadline, const WaitReason& reason) override {
+        Thread& self = Current();
+        if (t_depth != 1) {
+            Die(self.name + " waits inside the device lock");
+        }
+        if (predicate()) {
+            return true;
+        }
+        self.reason = reason;
+        self.since = Now();
+        self.deadline = deadline;
+        WakeReady();
+        self.predicate = &predicate;
+        t_depth = 0;
+        std::unique_lock<std::mutex> lock(m_mutex, std::adopt_lock);
+        bool held = false;
+        while (!(held = predicate()) && Now() < deadline) {
+            if (deadline == kNever) {
+                self.wake.wait(lock);
+            } else {
+                self.wake.wait_until(lock, At(deadline));
+            }
+        }
+        lock.release();  // stays locked: the caller has the lock as before
+        t_depth = 1;
+        self.predicate = nullptr;
+        return held;
+    }
+
+    void TimerAdded() override {
+        if (!m_timerThreadRuns) {
+            m_timerThreadRuns = true;
+            std::thread([this] { RunTimers(); }).detach();
+        }
+        m_timerWake.notify_one();
+    }
+
+    void Launch(const std::shared_ptr<Thread>& thread, std::function<void()> body) override {
+        std::thread([thread, body = std::move(body)] {
+            t_current = thread.get();
+            body();
+        }).detach();
+    }
+
+    void Retire() override { t_current = nullptr; }
+
+  private:
+    Clock::time_point At(Micros time) const { return m_start + std::chrono::microseconds(time); }
+
+    void WakeReady() {
+        if (!m_changed) {
+            return;
+        }
+        m_changed = false;
+        for (const auto& thread : TheKernel().threads) {
+            if (thread->predicate != nullptr && (*thread->predicate)()) {
+                thread->wake.notify_one();
+            }
+        }
+    }
+
+    void RunTimers() {
+        Thread device;  // in no table: it never waits as a thread of the system does
+        device.id = kDeviceThread;
+        device.name = "device";
+        t_current = &device;
+        std::unique_lock<std::mutex> lock(m_mutex);
+        t_depth = 1;
+        TimerQueue& timers = TheKernel().timers;
+        for (;;) {
+            const Micros next = timers.Next();
+            if (next == kNever) {
+                m_timerWake.wait(lock);
+            } else if (Now() < next) {
+                m_timerWake.wait_until(lock, At(next));
+            } else {
+                timers.Take()();
+                m_changed = true;
+                WakeReady();
+            }
+        }
+    }
+
+    const Clock::time_point m_start = Clock::now();
+    std::mutex m_mutex;  // the kernel lock
+    bool m_changed = false;
+    bool m_timerThreadRuns = false;
+    std::condition_variable m_timerWake;
+    SplitMix64 m_random{std::random_device()()};
+};
+
+}  // namespace
+
+std::unique_ptr<Scheduler> MakeFreeRunning() {
+    return std::make_unique<FreeRunning>();
+}
+
+}  // namespace hosted

@@ -1,0 +1,140 @@
+// The one state of the hosted layer and the ways into it. Private to platform/hosted.
+#pragma once
+
+#include <atomic>
+#include <map>
+#include <string>
+#include <unordered_map>
+
+#include "platform/hosted/Objects.h"
+#include "platform/hosted/Scheduler.h"
+
+namespace hosted {
+
+/// What is to happen on the device side, by time and then by order of insertion.
+class TimerQueue {
+  public:
+    void Add(Micros time, std::function<void()> action);
+    Micros Next() const { return m_timers.empty() ? kNever : m_timers.front().time; }
+    /// Takes the first one out.
+    std::function<void()> Take();
+
+  private:
+    struct Timer {
+        Micros time;
+        std::uint64_t order;
+        std::function<void()> action;
+    };
+    static bool Later(const Timer& left, const Timer& right);
+
+    std::vector<Timer> m_timers;  // a heap, the earliest first
+    std::uint64_t m_added = 0;
+};
+
+/// Everything but `scheduler` and the atomics is read and changed under the kernel lock.
+struct Kernel {
+    std::unique_ptr<Scheduler> scheduler = MakeFreeRunning();
+    std::vector<std::shared_ptr<Thread>> threads;
+    ThreadId lastThread = 0;
+    std::size_t startedThreads = 0;  // by CreateThread, not ended
+
+    std::unordered_map<ULONG_PTR, std::shared_ptr<Object>> handles;
+    ULONG_PTR nextHandle;
+
+    TimerQueue timers;
+
+    std::unordered_map<std::wstring, std::shared_ptr<DeviceNode>> devices;  // by folded path
+    std::vector<std::shared_ptr<PendingRequest>> pending;
+    std::vector<std::shared_ptr<const HidInterface>> hidInterfaces;
+    std::wstring currentDirectory;  // empty: the process's own
+
+    std::unordered_map<const std::mutex*, Thread*> mutexOwners;  // scheduled clock only
+
+    CallHook hook;
+    Tracer tracer;
+    std::function<void(const std::string&)> stallHandler;
+    // Somebody wants to hear of every lock: a tracer, or a predicate given to WaitFor. Read without
+    // the kernel lock by each lock on the free-running clock.
+    std::atomic<int> lockWatchers{0};
+
+    Kernel();
+};
+
+/// Never destroyed: threads may be waiting in it when the process ends.
+Kernel& TheKernel();
+
+inline Scheduler& TheScheduler() {
+    return *TheKernel().scheduler;
+}
+
+class KernelLock {
+  public:
+    KernelLock() { TheScheduler().Enter(); }
+    ~KernelLock() { TheScheduler().Leave(); }
+    KernelLock(const KernelLock&) = delete;
+    KernelLock& operator=(const KernelLock&) = delete;
+};
+
+/// One Win32 operation: a point at its start and at its end, the kernel lock in between, and the
+/// call hook's say.
+class Entry {
+  public:
+    explicit Entry(Call call);
+    ~Entry();
+    Entry(const Entry&) = delete;
+    Entry& operator=(const Entry&) = delete;
+
+    /// The hook refused; the last error is set.
+    bool Refused() const { return m_refused; }
+
+  private:
+    bool m_refused = false;
+};
+
+/// Sets the last error; the result is for the caller to return.
+inline BOOL FailWith(DWORD error) {
+    SetLastError(error);
+    return FALSE;
+}
+
+ULONG_PTR NumberOf(const void* handle);
+HANDLE AddHandle(std::shared_ptr<Object> object);
+std::shared_ptr<Object> FindObject(const void* handle);
+void RemoveHandle(const void* handle);
+
+/// The object of that kind, or null and ERROR_INVALID_HANDLE.
+template <class Kind>
+std::shared_ptr<Kind> Find(const void* handle) {
+    std::shared_ptr<Object> object = FindObject(handle);
+    if (object == nullptr || object->kind != Kind::kKind) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    return std::static_pointer_cast<Kind>(std::move(object));
+}
+
+/// Waits as WaitForSingleObject does. With the kernel lock held once, by an Entry.
+DWORD WaitOn(const std::shared_ptr<Object>& object, HANDLE handle, DWORD milliseconds);
+
+Micros DeadlineAfter(Micros timeout);
+Micros FromMilliseconds(DWORD milliseconds);
+
+/// Adds a record to the table; the name is made from the number.
+std::shared_ptr<Thread> AddThread();
+void RemoveThread(const Thread& thread);
+
+void CancelRequest(const std::shared_ptr<PendingRequest>& request);
+void CancelRequestsOfThread(ThreadId thread);
+void CloseFile(FileObject& file);
+
+/// Hands the event to the tracer, with time and thread filled in.
+inline bool Tracing() {
+    return static_cast<bool>(TheKernel().tracer);
+}
+void Trace(TraceEvent event);
+
+std::wstring FoldCase(const std::wstring& text);
+std::wstring FromUtf8(const char* bytes, std::size_t count);
+std::string ToUtf8(const wchar_t* text, std::size_t length);
+
+}  // namespace hosted

@@ -1,0 +1,148 @@
+// The things that handles stand for. Everything here is read and changed under the kernel lock.
+// Private to platform/hosted.
+#pragma once
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/hosted/Kernel.h"
+
+namespace hosted {
+
+/// One thread's wait on one object.
+struct Waiter {
+    bool released = false;
+};
+
+/// The signalled state of an object and who waits for it. Who was waiting when it was set has been
+/// released, whatever happens to the state afterwards.
+class Signal {
+  public:
+    Signal(bool manualReset, bool set) : m_manualReset(manualReset), m_set(set) {}
+
+    /// A wait that need not block: true when set; takes the state if it resets by itself.
+    bool TryTake() {
+        const bool set = m_set;
+        m_set = m_set && m_manualReset;
+        return set;
+    }
+    void Set() {
+        if (m_manualReset) {
+            for (Waiter* waiter : m_waiters) {
+                waiter->released = true;
+            }
+            m_waiters.clear();
+            m_set = true;
+        } else if (m_waiters.empty()) {
+            m_set = true;
+        } else {
+            m_waiters.front()->released = true;
+            m_waiters.erase(m_waiters.begin());
+        }
+    }
+    void Reset() { m_set = false; }
+    void Add(Waiter& waiter) { m_waiters.push_back(&waiter); }
+    void Remove(const Waiter& waiter) {
+        m_waiters.erase(std::remove(m_waiters.begin(), m_waiters.end(), &waiter), m_waiters.end());
+    }
+
+  private:
+    bool m_manualReset;
+    bool m_set;
+    std::vector<Waiter*> m_waiters;  // first come first; not owned
+};
+
+struct Object {
+    enum class Kind { kEvent, kThread, kFile, kDeviceList, kPreparsedData };
+    Object(Kind kindOfObject, Signal initial) : kind(kindOfObject), signal(std::move(initial)) {}
+    virtual ~Object() = default;
+    Object(const Object&) = delete;
+    Object& operator=(const Object&) = delete;
+
+    Kind kind;
+    Signal signal;  // events, threads and files
+};
+
+struct EventObject : Object {
+    static constexpr Kind kKind = Kind::kEvent;
+    EventObject(bool manualReset, bool set) : Object(kKind, Signal(manualReset, set)) {}
+};
+
+struct ThreadObject : Object {
+    static constexpr Kind kKind = Kind::kThread;
+    ThreadObject() : Object(kKind, Signal(true, false)) {}
+};
+
+/// A device as it stands behind a path.
+struct DeviceNode {
+    std::wstring path;
+    std::shared_ptr<Driver> driver;
+    std::shared_ptr<const HidInterface> hid;  // null for what is no human interface device
+    struct Opening {
+        DWORD access = 0;
+        DWORD share = 0;
+    };
+    std::vector<Opening> openings;
+};
+
+/// One opening of a device.
+struct FileObject : Object {
+    static constexpr Kind kKind = Kind::kFile;
+    FileObject(std::shared_ptr<DeviceNode> opened, DeviceNode::Opening how)
+        : Object(kKind, Signal(true, false)), node(std::move(opened)), opening(how) {}
+    std::shared_ptr<DeviceNode> node;
+    DeviceNode::Opening opening;
+};
+
+/// What SetupDiGetClassDevsW found at the moment of the call.
+struct DeviceListObject : Object {
+    static constexpr Kind kKind = Kind::kDeviceList;
+    DeviceListObject() : Object(kKind, Signal(true, false)) {}
+    std::vector<std::shared_ptr<const HidInterface>> interfaces;
+};
+
+struct PreparsedDataObject : Object {
+    static constexpr Kind kKind = Kind::kPreparsedData;
+    explicit PreparsedDataObject(std::shared_ptr<const HidInterface> of)
+        : Object(kKind, Signal(true, false)), hid(std::move(of)) {}
+    std::shared_ptr<const HidInterface> hid;
+};
+
+/// An overlapped request between its start and its end.
+class PendingRequest : public Request {
+  public:
+    PendingRequest(Kind kind, DWORD controlCode, std::vector<std::uint8_t> data, std::size_t length,
+                   ThreadId thread, OVERLAPPED* overlapped, void* out,
+                   std::shared_ptr<FileObject> file, std::shared_ptr<EventObject> event)
+        : Request(kind, controlCode, std::move(data), length, thread),
+          m_overlapped(overlapped),
+          m_out(out),
+          m_file(std::move(file)),
+          m_event(std::move(event)) {}
+
+    bool Pending() const override { return m_file != nullptr; }
+    void Complete(const std::uint8_t* bytes, std::size_t count) override;
+    void Fail(DWORD error, std::size_t count) override;
+
+    const OVERLAPPED* overlapped() const { return m_overlapped; }
+    const FileObject* file() const { return m_file.get(); }
+
+    /// Ends the request as one that was never taken: nothing is written, nothing signalled.
+    void Drop() {
+        m_file.reset();
+        m_event.reset();
+    }
+
+  private:
+    void End(DWORD error, const std::uint8_t* bytes, std::size_t count);
+
+    OVERLAPPED* m_overlapped;
+    void* m_out;  // the caller's buffer, length() bytes; null for a write
+    // Both are dropped at the end: a driver may keep its requests, and the file keeps the driver.
+    std::shared_ptr<FileObject> m_file;
+    std::shared_ptr<EventObject> m_event;  // null: the end signals the file
+};
+
+}  // namespace hosted

@@ -1,0 +1,307 @@
+// The scheduled clock: one thread runs at a time, the next one is drawn by a seeded generator, and
+// time passes only when nothing else can happen, or when a late thread is wanted.
+//
+// There is no lock in here but the baton: whoever has it is the only one who runs.
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+#include "platform/hosted/KernelState.h"
+
+namespace hosted {
+
+namespace {
+
+// One draw in so many lets the clock overtake the threads that could run.
+constexpr std::uint64_t kLateDraws = 50;
+
+// Keeps the numbers that devices draw apart from those that choose threads, so that a device may
+// draw one more without changing every order behind it.
+constexpr std::uint64_t kDeviceStream = 0xD1CEB01DFACADE5AU;
+
+// Priorities at the start of a thread are above this, those after a change point below it.
+constexpr std::uint64_t kLowPriorities = 1U << 30U;
+
+thread_local Thread* t_current = nullptr;
+
+class Scheduled final : public Scheduler {
+  public:
+    explicit Scheduled(const ScheduledOptions& options)
+        : m_options(options),
+          m_draws(options.seed),
+          m_random(options.seed ^ kDeviceStream),
+          m_lowest(kLowPriorities) {
+        m_device.name = "device";
+        for (unsigned i = 0; i < options.priorityChangePoints; ++i) {
+            m_changePoints.push_back(1 + m_draws.Below(options.expectedSteps));
+        }
+        std::sort(m_changePoints.rbegin(), m_changePoints.rend());
+    }
+
+    /// The calling thread becomes the first one.
+    void AdoptCaller() {
+        t_current = AddThread().get();
+        t_current->priority = StartPriority();
+    }
+
+    bool IsScheduled() const override { return true; }
+    Micros Now() const override { return m_now; }
+    std::uint64_t Steps() const override { return m_steps; }
+    std::uint64_t Random() override { return m_random.Next(); }
+
+    Thread& Current() override {
+        if (t_current == nullptr) {
+            Die("a thread that CreateThread did not start called the layer on the scheduled clock");
+        }
+        return *t_current;
+    }
+
+    void Enter() override {
+        Current();
+        ++m_depth;
+    }
+    void Leave() override { --m_depth; }
+    void Changed() override { m_changed = true; }
+
+    void Point(bool giveWay) override {
+        Thread& self = Current();
+        if (m_depth > 0) {
+            return;
+        }
+        CountStep(self);
+        self.runnableSince = m_now;
+        if (giveWay && !m_options.priorityChangePoints) {
+            SwitchTo(self, Next(&self));
+            return;
+        }
+        if (giveWay) {
+            self.priority = --m_lowest;
+        }
+        SwitchTo(self, Next(nullptr));
+    }
+
+    void PointIfChanged() override {
+        if (m_changed) {
+            Point(false);
+        }
+    }
+
+    bool Wait(const Predicate& predicate, Micros deadline, const WaitReason& reason) override {
+        Thread& self = Current();
+        if (m_depth != 1) {
+            Die(self.name + " waits inside the device lock");
+        }
+        m_depth = 0;
+        self.reason = reason;
+        self.since = m_now;
+        self.deadline = deadline;
+        bool held = false;
+        do {
+            CountStep(self);
+            self.predicate = &predicate;
+            self.ready = false;
+            m_changed = true;  // the new predicate has not been looked at
+            SwitchTo(self, Next(nullptr));
+            self.predicate = nullptr;
+            held = predicate();
+        } while (!held && m_now < deadline);
+        m_depth = 1;
+        return held;
+    }
+
+    void TimerAdded() override {}
+
+    void Launch(const std::shared_ptr<Thread>& thread, std::function<void()> body) override {
+        thread->priority = StartPriority();
+        thread->runnableSince = m_now;
+        std::thread([thread, body = std::move(body)] {
+            t_current = thread.get();
+            AwaitBaton(*thread);
+            body();
+        }).detach();
+    }
+
+    void Retire() override {
+        t_current = nullptr;
+        GiveBaton(Next(nullptr));
+    }
+
+  private:
+    /// The running thread is lent to the device side: it is inside the lock, and who asks is told
+    /// that no thread of the system runs. It may even be one that has just left the table.
+    class Lent {
+      public:
+        explicit Lent(Scheduled& scheduled) : m_scheduled(scheduled), m_thread(t_current) {
+            t_current = &scheduled.m_device;
+            ++scheduled.m_depth;
+        }
+        ~Lent() {
+            --m_scheduled.m_depth;
+            t_current = m_thread;
+        }
+        Lent(const Lent&) = delete;
+        Lent& operator=(const Lent&) = delete;
+
+      private:
+        Scheduled& m_scheduled;
+        Thread* m_thread;
+    };
+
+    std::uint64_t StartPriority() { return kLowPriorities + (m_draws.Next() >> 2U); }
+
+    void CountStep(Thread& self) {
+        ++m_steps;
+        if (m_steps > m_options.maxSteps) {
+            Stall("more steps taken than the run was given");
+        }
+        while (!m_changePoints.empty() && m_changePoints.back() <= m_steps) {
+            m_changePoints.pop_back();
+            self.priority = --m_lowest;
+        }
+    }
+
+    /// The thread to run from here on. `avoid`, when given, only if no other can run.
+    Thread& Next(const Thread* avoid) {
+        bool mayBeLate = m_options.maxLateness > 0;
+        for (;;) {
+            RunDueTimers();
+            LookAtPredicates();
+            m_candidates.clear();
+            Micros longest = m_now;  // since when the one that has waited longest could run
+            for (const auto& thread : TheKernel().threads) {
+                if (thread->predicate == nullptr || thread->ready) {
+                    m_candidates.push_back(thread.get());
+                    longest = std::min(longest, thread->runnableSince);
+                }
+            }
+            if (m_candidates.empty()) {
+                if (!AdvanceClock(kNever)) {
+                    Stall("no thread can run and nothing is due");
+                }
+                continue;
+            }
+            if (mayBeLate) {
+                mayBeLate = false;
+                if (m_draws.Below(kLateDraws) == 0 &&
+                    AdvanceClock(longest + m_options.maxLateness)) {
+                    continue;
+                }
+            }
+            return Choose(avoid);
+        }
+    }
+
+    Thread& Choose(const Thread* avoid) {
+        if (m_options.priorityChangePoints > 0) {
+            return **std::max_element(
+                m_candidates.begin(), m_candidates.end(),
+                [](const Thread* a, const Thread* b) { return a->priority < b->priority; });
+        }
+        if (avoid != nullptr && m_candidates.size() > 1) {
+            m_candidates.erase(std::remove(m_candidates.begin(), m_candidates.end(), avoid),
+                               m_candidates.end());
+        }
+        const std::size_t count = m_candidates.size();
+        return *m_candidates[count == 1 ? 0 : m_draws.Below(count)];
+    }
+
+    /// Timers run before any thread goes on; what they change is seen by the look that follows.
+    void RunDueTimers() {
+        Kernel& kernel = TheKernel();
+        while (kernel.timers.Next() <= m_now) {
+            const std::function<void()> action = kernel.timers.Take();
+            const Lent lent(*this);
+            action();
+            m_changed = true;
+        }
+    }
+
+    void LookAtPredicates() {
+        if (!m_changed) {
+            return;
+        }
+        m_changed = false;
+        const Lent lent(*this);
+        for (const auto& thread : TheKernel().threads) {
+            if (thread->predicate != nullptr) {
+                const bool ready = thread->deadline <= m_now || (*thread->predicate)();
+                if (ready && !thread->ready) {
+                    thread->runnableSince = m_now;
+                }
+                thread->ready = ready;
+            }
+        }
+    }
+
+    /// Moves the clock to the nearest deadline or timer; false when there is none up to `limit`.
+    bool AdvanceClock(Micros limit) {
+        Micros nearest = TheKernel().timers.Next();
+        for (const auto& thread : TheKernel().threads) {
+            if (thread->predicate != nullptr && !thread->ready) {
+                nearest = std::min(nearest, thread->deadline);
+            }
+        }
+        if (nearest == kNever || nearest > limit) {
+            return false;
+        }
+        m_now = nearest;
+        m_changed = true;
+        return true;
+    }
+
+    static void SwitchTo(Thread& self, Thread& next) {
+        if (&self != &next) {
+            GiveBaton(next);
+            AwaitBaton(self);
+        }
+    }
+
+    /// Told under the mutex: once it is free, the thread may run to its end and its record may go.
+    static void GiveBaton(Thread& thread) {
+        const std::lock_guard<std::mutex> guard(thread.batonMutex);
+        thread.hasBaton = true;
+        thread.wake.notify_one();
+    }
+
+    static void AwaitBaton(Thread& self) {
+        std::unique_lock<std::mutex> guard(self.batonMutex);
+        self.wake.wait(guard, [&] { return self.hasBaton; });
+        self.hasBaton = false;
+    }
+
+    [[noreturn]] void Stall(const char* why) {
+        const Lent lent(*this);  // no other thread runs from here on
+        std::string report = "stalled at ";
+        report += std::to_string(m_now) + " us, step " + std::to_string(m_steps) + ", seed " +
+                  std::to_string(m_options.seed) + ": " + why + "\n" + DescribeThreads();
+        if (TheKernel().stallHandler) {
+            TheKernel().stallHandler(report);
+        }
+        std::fprintf(stderr, "tagport-hosted: %s", report.c_str());
+        std::fflush(stderr);
+        std::_Exit(kStallExit);
+    }
+
+    const ScheduledOptions m_options;
+    SplitMix64 m_draws;
+    SplitMix64 m_random;
+    std::uint64_t m_lowest;                     // the lowest priority given so far
+    std::vector<std::uint64_t> m_changePoints;  // steps, the next one last
+    std::vector<Thread*> m_candidates;          // kept for its memory
+    Thread m_device{};                          // who runs timers and predicates; in no table
+    Micros m_now = 0;
+    std::uint64_t m_steps = 0;
+    unsigned m_depth = 0;    // of the running thread
+    bool m_changed = false;  // since the predicates were looked at
+};
+
+}  // namespace
+
+std::unique_ptr<Scheduler> MakeScheduled(const ScheduledOptions& options) {
+    auto scheduled = std::make_unique<Scheduled>(options);
+    scheduled->AdoptCaller();
+    return scheduled;
+}
+
+}  // namespace hosted

@@ -1,0 +1,146 @@
+// What the two clocks of the hosted layer have in common: the record of a thread, the lock over
+// all objects, and one way to block: until a predicate holds or a deadline passes. Private to
+// platform/hosted.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/LockRank.h"
+#include "platform/hosted/Kernel.h"
+
+namespace hosted {
+
+constexpr Micros kNever = std::numeric_limits<Micros>::max();
+
+/// Stands for what the device side does by itself, on no thread of the system.
+constexpr ThreadId kDeviceThread = 0;
+constexpr ThreadId kHostThread = 1;
+
+/// Refers to a callable that outlives it; a std::function would allocate at every wait.
+class Predicate {
+  public:
+    template <class Callable>
+    explicit Predicate(const Callable& callable)
+        : m_callable(&callable), m_call([](const void* target) {
+              return static_cast<bool>((*static_cast<const Callable*>(target))());
+          }) {}
+    bool operator()() const { return m_call(m_callable); }
+
+  private:
+    const void* m_callable;
+    bool (*m_call)(const void*);
+};
+
+/// What a thread waits for, for reports.
+struct WaitReason {
+    const char* what = "";
+    HANDLE handle = nullptr;                   // shown when not null
+    const platform::LockRank* lock = nullptr;  // shown when not null, with who holds `mutex`
+    const std::mutex* mutex = nullptr;
+};
+
+struct HeldLock {
+    std::mutex* mutex = nullptr;
+    const platform::LockRank* rank = nullptr;
+};
+
+struct Thread {
+    ThreadId id = 0;
+    std::string name;
+
+    // The wait, under the kernel lock. Null while the thread runs or could run.
+    const Predicate* predicate = nullptr;
+    Micros deadline = kNever;
+    Micros since = 0;
+    WaitReason reason;
+
+    // Scheduled clock only.
+    bool ready = false;  // the predicate held, or the deadline had passed, when last seen
+    Micros runnableSince = 0;
+    std::uint64_t priority = 0;  // the highest runs, when priorities are in use
+
+    // The mutexes that the thread holds, outermost first, and the one it is blocked on. A lock of
+    // its own, so that the free-running clock adds no order between threads that only lock mutexes:
+    // ThreadSanitizer would take that order for a protection.
+    std::mutex heldGuard;
+    std::vector<HeldLock> held;
+    const platform::LockRank* blockedOn = nullptr;
+
+    // Wakes the thread: under the kernel's mutex (free-running) or with the baton (scheduled).
+    std::condition_variable wake;
+    std::mutex batonMutex;
+    bool hasBaton = false;
+};
+
+class Scheduler {
+  public:
+    virtual ~Scheduler() = default;
+
+    virtual bool IsScheduled() const = 0;
+    virtual Micros Now() const = 0;
+    virtual std::uint64_t Steps() const = 0;
+    virtual std::uint64_t Random() = 0;  ///< under the kernel lock
+
+    /// The calling thread's record. The free-running clock makes one for a thread it does not
+    /// know; the scheduled clock aborts.
+    virtual Thread& Current() = 0;
+
+    /// Takes and gives back the lock over all objects. Recursive.
+    virtual void Enter() = 0;
+    virtual void Leave() = 0;
+
+    /// Under the lock: something happened, so that a predicate may hold now.
+    virtual void Changed() = 0;
+
+    /// Another thread may run here; with `giveWay` another one does if it can. Does nothing while
+    /// the calling thread is inside the lock.
+    virtual void Point(bool giveWay) = 0;
+    virtual void PointIfChanged() = 0;
+
+    /// With the lock held exactly once: gives it back, blocks, takes it again. True when the
+    /// predicate holds, whatever the time.
+    virtual bool Wait(const Predicate& predicate, Micros deadline, const WaitReason& reason) = 0;
+
+    /// Under the lock: the queue of timers has a new first entry.
+    virtual void TimerAdded() = 0;
+
+    /// Starts an operating system thread for the record, which is in the table already. `body`
+    /// ends with Retire. Throws std::system_error when there is none to be had.
+    virtual void Launch(const std::shared_ptr<Thread>& thread, std::function<void()> body) = 0;
+
+    /// The calling thread is out of the table and will not come back.
+    virtual void Retire() = 0;
+};
+
+std::unique_ptr<Scheduler> MakeFreeRunning();
+std::unique_ptr<Scheduler> MakeScheduled(const ScheduledOptions& options);
+
+/// Ends the process with a message: the program using the layer is wrong.
+[[noreturn]] void Die(const std::string& message);
+
+/// A small generator with the same numbers on every machine.
+class SplitMix64 {
+  public:
+    explicit SplitMix64(std::uint64_t seed) : m_state(seed) {}
+    std::uint64_t Next() {
+        m_state += 0x9E3779B97F4A7C15U;
+        std::uint64_t mixed = m_state;
+        mixed = (mixed ^ (mixed >> 30U)) * 0xBF58476D1CE4E5B9U;
+        mixed = (mixed ^ (mixed >> 27U)) * 0x94D049BB133111EBU;
+        return mixed ^ (mixed >> 31U);
+    }
+    /// A number below `bound`, which is small.
+    std::uint64_t Below(std::uint64_t bound) { return ((Next() >> 32U) * bound) >> 32U; }
+
+  private:
+    std::uint64_t m_state;
+};
+
+}  // namespace hosted

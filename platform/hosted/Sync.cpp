@@ -1,0 +1,177 @@
+// The locks of the library, known to the layer: their order is checked, and on the scheduled clock
+// each lock and unlock is a point at which another thread may run.
+#include "platform/hosted/Sync.h"
+
+#include <algorithm>
+
+#include "platform/hosted/KernelState.h"
+
+namespace platform {
+
+namespace {
+
+using hosted::HeldLock;
+using hosted::Kernel;
+using hosted::KernelLock;
+using hosted::Thread;
+
+std::string Describe(const LockRank& rank) {
+    return "\"" + std::string(rank.name) + "\" (level " + std::to_string(rank.level) + ")";
+}
+
+/// Only the thread itself changes `held`, so that it may read it without the guard.
+void CheckOrder(const Thread& self, const LockRank& rank) {
+    for (const HeldLock& lock : self.held) {
+        if (lock.rank->level >= rank.level) {
+            hosted::Die("lock order broken: " + self.name + " takes " + Describe(rank) +
+                        " while it holds " + Describe(*lock.rank));
+        }
+    }
+}
+
+void SetBlocked(Thread& self, const LockRank* rank) {
+    const std::lock_guard<std::mutex> guard(self.heldGuard);
+    self.blockedOn = rank;
+}
+
+void AddHeld(Thread& self, std::mutex& mutex, const LockRank& rank) {
+    const std::lock_guard<std::mutex> guard(self.heldGuard);
+    self.held.push_back({&mutex, &rank});
+}
+
+void RemoveHeld(Thread& self, const std::mutex& mutex) {
+    const std::lock_guard<std::mutex> guard(self.heldGuard);
+    self.held.erase(std::find_if(self.held.begin(), self.held.end(),
+                                 [&](const HeldLock& lock) { return lock.mutex == &mutex; }));
+}
+
+void TraceLock(const LockRank& rank) {
+    if (hosted::Tracing()) {
+        hosted::TraceEvent event;
+        event.kind = hosted::TraceEvent::Kind::kLock;
+        event.text = rank.name;
+        hosted::Trace(std::move(event));
+    }
+}
+
+/// Waits, on the scheduled clock, until nobody owns the mutex, and makes the thread its owner.
+void Own(Thread& self, std::mutex& mutex, const LockRank& rank) {
+    Kernel& kernel = hosted::TheKernel();
+    const KernelLock lock;
+    Thread*& owner = kernel.mutexOwners[&mutex];
+    if (owner != nullptr) {
+        hosted::WaitReason reason;
+        reason.what = "lock";
+        reason.lock = &rank;
+        reason.mutex = &mutex;
+        const auto free = [&owner] { return owner == nullptr; };
+        kernel.scheduler->Wait(hosted::Predicate(free), hosted::kNever, reason);
+    }
+    owner = &self;
+    kernel.scheduler->Changed();
+    TraceLock(rank);
+}
+
+void Disown(const std::mutex& mutex) {
+    const KernelLock lock;
+    hosted::TheKernel().mutexOwners[&mutex] = nullptr;
+    hosted::TheScheduler().Changed();
+}
+
+/// Free-running: tells who listens. Nobody listens as a rule, and then the kernel lock is left
+/// alone: it would hide from ThreadSanitizer what the library's own locks fail to protect.
+void TellWatchers(const LockRank* taken) {
+    if (hosted::TheKernel().lockWatchers.load(std::memory_order_relaxed) > 0) {
+        const KernelLock lock;
+        if (taken != nullptr) {
+            TraceLock(*taken);
+        }
+        hosted::TheScheduler().Changed();
+    }
+}
+
+}  // namespace
+
+Lock::Lock(std::mutex& mutex, const LockRank& rank) : m_mutex(mutex), m_rank(rank) {
+    Acquire();
+}
+
+Lock::~Lock() {
+    Release();
+}
+
+void Lock::Acquire() {
+    hosted::Scheduler& scheduler = hosted::TheScheduler();
+    Thread& self = scheduler.Current();
+    CheckOrder(self, m_rank);
+    if (scheduler.IsScheduled()) {
+        scheduler.Point(false);
+        Own(self, m_mutex, m_rank);
+        m_mutex.lock();
+        AddHeld(self, m_mutex, m_rank);
+        return;
+    }
+    if (!m_mutex.try_lock()) {
+        SetBlocked(self, &m_rank);
+        m_mutex.lock();
+        SetBlocked(self, nullptr);
+    }
+    AddHeld(self, m_mutex, m_rank);
+    TellWatchers(&m_rank);
+}
+
+void Lock::Release() {
+    hosted::Scheduler& scheduler = hosted::TheScheduler();
+    RemoveHeld(scheduler.Current(), m_mutex);
+    m_mutex.unlock();
+    if (scheduler.IsScheduled()) {
+        Disown(m_mutex);
+        scheduler.Point(false);
+    } else {
+        TellWatchers(nullptr);
+    }
+}
+
+void ConditionVariable::NotifyAll() {
+    hosted::Scheduler& scheduler = hosted::TheScheduler();
+    if (!scheduler.IsScheduled()) {
+        m_condition.notify_all();
+        return;
+    }
+    scheduler.Point(false);
+    {
+        const KernelLock lock;
+        ++m_generation;
+        scheduler.Changed();
+    }
+    scheduler.Point(false);
+}
+
+void ConditionVariable::WaitOnce(Lock& lock) {
+    hosted::Scheduler& scheduler = hosted::TheScheduler();
+    Thread& self = scheduler.Current();
+    RemoveHeld(self, lock.m_mutex);
+    if (!scheduler.IsScheduled()) {
+        std::unique_lock<std::mutex> held(lock.m_mutex, std::adopt_lock);
+        m_condition.wait(held);
+        held.release();  // stays locked: the Lock gives it back
+        CheckOrder(self, lock.m_rank);
+        AddHeld(self, lock.m_mutex, lock.m_rank);
+        return;
+    }
+    {
+        // No point between giving the lock back and waiting: a notification would be lost.
+        lock.m_mutex.unlock();
+        Disown(lock.m_mutex);
+        const KernelLock kernel;
+        hosted::WaitReason reason;
+        reason.what = "a notification under lock";
+        reason.lock = &lock.m_rank;
+        const std::uint64_t before = m_generation;
+        const auto notified = [&] { return m_generation != before; };
+        scheduler.Wait(hosted::Predicate(notified), hosted::kNever, reason);
+    }
+    lock.Acquire();
+}
+
+}  // namespace platform

@@ -1,0 +1,120 @@
+// Wide text and UTF-8. A wide character holds a whole code point here; what is none, and a byte
+// that belongs to none, becomes the replacement character.
+#include <algorithm>
+#include <cstring>
+#include <cwchar>
+
+#include "platform/hosted/KernelState.h"
+
+namespace hosted {
+
+namespace {
+
+constexpr std::uint32_t kReplacement = 0xFFFD;
+constexpr std::uint32_t kLastCodePoint = 0x10FFFF;
+constexpr unsigned kBitsPerByte = 6;  // of a code point, in each byte behind the first
+constexpr std::uint32_t kTailMask = 0x3F;
+constexpr std::uint32_t kTailMark = 0x80;
+
+bool IsCodePoint(std::uint32_t value) {
+    return value <= kLastCodePoint && (value < 0xD800 || value > 0xDFFF);
+}
+
+// By the number of bytes behind the first: its mark, the smallest code point that needs so many.
+constexpr std::uint32_t kHeadMark[] = {0x00, 0xC0, 0xE0, 0xF0};
+constexpr std::uint32_t kSmallest[] = {0x00, 0x80, 0x800, 0x10000};
+
+unsigned TailLength(std::uint32_t codePoint) {
+    unsigned tail = 0;
+    while (tail < 3 && codePoint >= kSmallest[tail + 1]) {
+        ++tail;
+    }
+    return tail;
+}
+
+}  // namespace
+
+std::string ToUtf8(const wchar_t* text, std::size_t length) {
+    std::string bytes;
+    bytes.reserve(length);
+    for (std::size_t i = 0; i < length; ++i) {
+        auto codePoint = static_cast<std::uint32_t>(text[i]);
+        if (!IsCodePoint(codePoint)) {
+            codePoint = kReplacement;
+        }
+        unsigned tail = TailLength(codePoint);
+        bytes += static_cast<char>(kHeadMark[tail] | (codePoint >> (kBitsPerByte * tail)));
+        while (tail > 0) {
+            --tail;
+            bytes +=
+                static_cast<char>(kTailMark | ((codePoint >> (kBitsPerByte * tail)) & kTailMask));
+        }
+    }
+    return bytes;
+}
+
+std::wstring FromUtf8(const char* bytes, std::size_t count) {
+    std::wstring text;
+    text.reserve(count);
+    std::size_t i = 0;
+    while (i < count) {
+        const auto head = static_cast<std::uint8_t>(bytes[i++]);
+        if (head < kTailMark) {
+            text += static_cast<wchar_t>(head);
+            continue;
+        }
+        const unsigned tail = head >= kHeadMark[3] ? 3U : head >= kHeadMark[2] ? 2U : 1U;
+        std::uint32_t codePoint = head - std::min<std::uint32_t>(head, kHeadMark[tail]);
+        unsigned seen = 0;
+        while (seen < tail && i < count &&
+               (static_cast<std::uint8_t>(bytes[i]) & ~kTailMask) == kTailMark) {
+            codePoint =
+                (codePoint << kBitsPerByte) | (static_cast<std::uint8_t>(bytes[i++]) & kTailMask);
+            ++seen;
+        }
+        const bool good = head >= kHeadMark[1] && seen == tail && codePoint >= kSmallest[tail] &&
+                          IsCodePoint(codePoint);
+        text += static_cast<wchar_t>(good ? codePoint : kReplacement);
+    }
+    return text;
+}
+
+std::wstring FoldCase(const std::wstring& text) {
+    std::wstring folded = text;
+    for (wchar_t& letter : folded) {
+        if (letter >= L'A' && letter <= L'Z') {
+            letter = static_cast<wchar_t>(letter - L'A' + L'a');
+        }
+    }
+    return folded;
+}
+
+}  // namespace hosted
+
+int WideCharToMultiByte(UINT codePage, DWORD /*flags*/, const WCHAR* wide, int wideLength,
+                        char* narrow, int narrowSize, const char* /*defaultChar*/,
+                        BOOL* usedDefault) {
+    const hosted::Entry entry(hosted::Call::kConfiguration);
+    if (entry.Refused()) {
+        return 0;
+    }
+    if (codePage != CP_THREAD_ACP || wide == nullptr || wideLength == 0 || wideLength < -1 ||
+        narrowSize < 0 || (narrow == nullptr && narrowSize > 0)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return 0;
+    }
+    if (usedDefault != nullptr) {
+        *usedDefault = FALSE;
+    }
+    const std::size_t length =
+        wideLength < 0 ? std::wcslen(wide) + 1 : static_cast<std::size_t>(wideLength);
+    const std::string bytes = hosted::ToUtf8(wide, length);
+    if (narrowSize > 0) {
+        if (bytes.size() > static_cast<std::size_t>(narrowSize)) {
+            SetLastError(ERROR_INSUFFICIENT_BUFFER);
+            return 0;
+        }
+        std::memcpy(narrow, bytes.data(), bytes.size());
+    }
+    return static_cast<int>(bytes.size());
+}

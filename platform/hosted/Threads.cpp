@@ -1,0 +1,89 @@
+// Threads and Sleep. A thread's end cancels its requests, signals its object and lets others run.
+#include <system_error>
+
+#include "platform/hosted/KernelState.h"
+
+namespace hosted {
+
+namespace {
+
+void EndThread(const Thread& thread, ThreadObject& object) {
+    {
+        const KernelLock lock;
+        CancelRequestsOfThread(thread.id);
+        if (Tracing()) {
+            TraceEvent event;
+            event.kind = TraceEvent::Kind::kThreadEnd;
+            event.thread = thread.id;
+            Trace(std::move(event));
+        }
+        RemoveThread(thread);
+        --TheKernel().startedThreads;
+        object.signal.Set();
+        TheScheduler().Changed();
+    }
+    TheScheduler().Retire();
+}
+
+}  // namespace
+
+}  // namespace hosted
+
+using hosted::Call;
+using hosted::Entry;
+using hosted::ThreadObject;
+using hosted::TraceEvent;
+
+HANDLE CreateThread(SECURITY_ATTRIBUTES* /*security*/, std::size_t /*stackSize*/,
+                    LPTHREAD_START_ROUTINE start, LPVOID argument, DWORD flags, DWORD* threadId) {
+    const Entry entry(Call::kCreateThread);
+    if (entry.Refused()) {
+        return nullptr;
+    }
+    if (start == nullptr || flags != 0) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    hosted::TheScheduler().Current();  // the caller gets its number before the new thread does
+    const std::shared_ptr<hosted::Thread> thread = hosted::AddThread();
+    const auto object = std::make_shared<ThreadObject>();
+    try {
+        hosted::TheScheduler().Launch(thread, [thread, object, start, argument] {
+            start(argument);
+            hosted::EndThread(*thread, *object);
+        });
+    } catch (const std::system_error&) {
+        hosted::RemoveThread(*thread);
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    ++hosted::TheKernel().startedThreads;
+    if (hosted::Tracing()) {
+        TraceEvent event;
+        event.kind = TraceEvent::Kind::kThreadStart;
+        event.thread = thread->id;
+        event.routine = start;
+        event.argument = argument;
+        hosted::Trace(std::move(event));
+    }
+    if (threadId != nullptr) {
+        *threadId = thread->id;
+    }
+    return hosted::AddHandle(object);
+}
+
+void Sleep(DWORD milliseconds) {
+    hosted::Scheduler& scheduler = hosted::TheScheduler();
+    const Entry entry(Call::kSleep);
+    if (hosted::Tracing()) {
+        TraceEvent event;
+        event.kind = TraceEvent::Kind::kSleep;
+        event.milliseconds = milliseconds;
+        hosted::Trace(std::move(event));
+    }
+    hosted::WaitReason reason;
+    reason.what = "the end of a sleep";
+    const auto never = [] { return false; };
+    scheduler.Wait(hosted::Predicate(never),
+                   hosted::DeadlineAfter(hosted::FromMilliseconds(milliseconds)), reason);
+}
