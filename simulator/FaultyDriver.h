@@ -28,6 +28,8 @@ class FaultyDriver : public hosted::Driver, public std::enable_shared_from_this<
 
     /// Starts counting anew. A device that a former plan removed is back.
     void SetPlan(FaultPlan plan);
+    /// Fails what is pending and everything from now on; SetPlan brings the device back.
+    void Unplug() { Disappear(); }
     std::size_t FaultsHit() const { return m_hits; }
     bool Gone() const { return m_gone; }
 

@@ -54,7 +54,8 @@ class Phone {
     Micros m_leaveAt = 0;
     Micros m_due = 0;
     Bytes m_area;
-    bool m_reported = false;
+    bool m_read = false;    // a message has been reported
+    bool m_failed = false;  // a failure has been reported
 };
 
 }  // namespace simulator

@@ -2,6 +2,7 @@
 // device lock, like every driver.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <vector>
 
@@ -40,7 +41,6 @@ class SpbDriver : public hosted::Driver, public std::enable_shared_from_this<Spb
 
   private:
     void Finish(const hosted::RequestPtr& request);
-    void Transfer(const hosted::RequestPtr& request);
     void InterruptRaised();
     void DeliverInterrupt();
     void FailAll(DWORD error);

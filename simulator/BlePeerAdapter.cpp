@@ -1,0 +1,84 @@
+// The keyboard as the client's device.
+#include "simulator/BlePeerAdapter.h"
+
+#include <utility>
+
+#include "platform/hosted/Kernel.h"
+
+namespace simulator {
+
+namespace {
+
+int Result(bool good) {
+    return good ? 0 : -1;
+}
+
+}  // namespace
+
+BlePeerAdapter::BlePeerAdapter(std::shared_ptr<BluetoothKeyboard> keyboard)
+    : m_keyboard(std::move(keyboard)) {}
+
+BlePeerAdapter::~BlePeerAdapter() = default;
+
+std::shared_ptr<BlePeerAdapter> BlePeerAdapter::Make(std::shared_ptr<BluetoothKeyboard> keyboard) {
+    // The constructor is private so that nobody makes one without the keyboard's sender.
+    const std::shared_ptr<BlePeerAdapter> adapter(new BlePeerAdapter(std::move(keyboard)));
+    const hosted::DeviceLock lock;
+    adapter->m_keyboard->OnSend(
+        [weak = std::weak_ptr<BlePeerAdapter>(adapter)](Micros delay, Bytes value) {
+            hosted::After(delay, [weak, value = std::move(value)] {
+                const auto self = weak.lock();
+                if (self != nullptr && self->m_keyboard->Subscribed()) {
+                    self->m_outgoing.push_back(value);
+                }
+            });
+        });
+    return adapter;
+}
+
+int BlePeerAdapter::Connect(std::uint64_t address) {
+    const hosted::DeviceLock lock;
+    return Result(m_keyboard->Connect(address));
+}
+
+int BlePeerAdapter::Disconnect(std::uint64_t address) {
+    const hosted::DeviceLock lock;
+    m_outgoing.clear();
+    return Result(m_keyboard->Disconnect(address));
+}
+
+int BlePeerAdapter::Subscribe(std::uint64_t address, const std::string& service,
+                              const std::string& characteristic, bool on) {
+    const hosted::DeviceLock lock;
+    if (!on) {
+        m_outgoing.clear();
+    }
+    return Result(m_keyboard->Subscribe(address, service, characteristic, on));
+}
+
+int BlePeerAdapter::Write(std::uint64_t address, const std::string& service,
+                          const std::string& characteristic,
+                          const std::vector<std::uint8_t>& value) {
+    const hosted::DeviceLock lock;
+    return Result(m_keyboard->Write(address, service, characteristic, value));
+}
+
+bool BlePeerAdapter::WaitNotification(const LinkDockService::StopToken& stop,
+                                      std::vector<std::uint8_t>& value) {
+    hosted::WaitFor([&] { return stop || !m_outgoing.empty(); }, hosted::kForever,
+                    "a Bluetooth notification");
+    const hosted::DeviceLock lock;
+    if (stop || m_outgoing.empty()) {
+        return false;
+    }
+    value = std::move(m_outgoing.front());
+    m_outgoing.pop_front();
+    return true;
+}
+
+void BlePeerAdapter::Wake() {
+    // Waits are looked at again after every timer.
+    hosted::After(0, [] {});
+}
+
+}  // namespace simulator

@@ -1,0 +1,79 @@
+// The link of the Bluetooth keyboard.
+#include "simulator/BluetoothKeyboard.h"
+
+namespace simulator {
+
+bool BluetoothKeyboard::Reachable(std::uint64_t address, const char* what) {
+    if (address != m_address) {
+        Refuse(std::string(what) + ": no device has this address");
+        return false;
+    }
+    if (!m_inRange) {
+        Refuse(std::string(what) + ": out of range");
+        return false;
+    }
+    return true;
+}
+
+bool BluetoothKeyboard::Connect(std::uint64_t address) {
+    if (!Reachable(address, "connect")) {
+        return false;
+    }
+    m_connected = true;
+    return true;
+}
+
+bool BluetoothKeyboard::Disconnect(std::uint64_t address) {
+    if (address != m_address || !m_connected) {
+        Refuse("disconnect: not connected");
+        return false;
+    }
+    m_connected = false;
+    m_subscribed = false;
+    return true;
+}
+
+bool BluetoothKeyboard::Subscribe(std::uint64_t address, const std::string& service,
+                                  const std::string& characteristic, bool on) {
+    const char* const what = on ? "subscribe" : "unsubscribe";
+    if (!Reachable(address, what)) {
+        return false;
+    }
+    if (!m_connected || service != kBleService || characteristic != kBleNotifyCharacteristic) {
+        Refuse(std::string(what) + (m_connected ? ": no such characteristic" : ": not connected"));
+        return false;
+    }
+    m_subscribed = on;
+    return true;
+}
+
+bool BluetoothKeyboard::Write(std::uint64_t address, const std::string& service,
+                              const std::string& characteristic, const Bytes& value) {
+    if (!Reachable(address, "write")) {
+        return false;
+    }
+    if (!m_connected || service != kBleService || characteristic != kBleWriteCharacteristic) {
+        Refuse(m_connected ? "write: no such characteristic" : "write: not connected");
+        return false;
+    }
+    if (value.size() > kMaxBleValue) {
+        Refuse("write: " + std::to_string(value.size()) + " bytes are too many");
+        return false;
+    }
+    TakeFrame(value);  // the link has taken it; what the keyboard thinks of it is no answer
+    return true;
+}
+
+void BluetoothKeyboard::DropLink() {
+    m_inRange = false;
+    m_connected = false;
+    m_subscribed = false;
+}
+
+Bytes BluetoothKeyboard::Wrap(std::uint8_t type, const Bytes& payload) const {
+    Bytes value = {kFrameMark, type};
+    value.insert(value.end(), payload.begin(), payload.end());
+    return value;
+}
+
+}  // namespace simulator

@@ -1,0 +1,227 @@
+// The Fanli model: requests and their answers, storing, status queue.
+#include "simulator/FanliChip.h"
+
+#include <algorithm>
+
+namespace simulator {
+
+namespace {
+
+constexpr std::size_t kHeadSize = 4;
+constexpr std::size_t kForeignAddressSize = 2;  // an address write of the other frame format
+constexpr std::size_t kBlock = 4;
+constexpr std::uint8_t kNothing = 0xFF;
+
+constexpr std::uint8_t kOperationWrite = 0;
+constexpr std::uint8_t kOperationReadRegister = 1;
+constexpr std::uint8_t kOperationReadState = 2;
+
+constexpr unsigned kStateInterrupt = 0x0000;
+constexpr unsigned kStateRadioOn = 0xF0F1;
+constexpr unsigned kStateRadioOff = 0xF0F2;
+constexpr unsigned kRegisterWriteCheck = 0xF0F8;
+
+constexpr unsigned kCapability = 0x000C;
+constexpr std::array<std::uint8_t, 4> kCapabilityBytes = {0xE1, 0x10, 0x6D, 0x0F};
+
+constexpr unsigned kEnterSumShift = 16;
+constexpr std::uint32_t kSumMask = 0xFFFF;
+
+void PutLittleEndian(Bytes& bytes, std::uint32_t value, unsigned size) {
+    for (unsigned i = 0; i < size; ++i) {
+        bytes.push_back(static_cast<std::uint8_t>(value >> (8U * i)));
+    }
+}
+
+std::uint32_t Ticks(Micros now) {
+    return static_cast<std::uint32_t>(now / kMilli);
+}
+
+}  // namespace
+
+FanliChip::FanliChip(std::uint8_t identity) {
+    m_registers[0] = identity;
+    std::copy(kCapabilityBytes.begin(), kCapabilityBytes.end(), m_registers.begin() + kCapability);
+}
+
+bool FanliChip::Write(Micros now, const Bytes& frame) {
+    ++m_counters.writes;
+    m_answer = Answer::kNone;
+    if (frame.size() < kHeadSize) {
+        if (frame.size() != kForeignAddressSize) {
+            ++m_counters.malformed;
+        }
+        return true;
+    }
+    const unsigned reg = (static_cast<unsigned>(frame[0]) << 8U) | frame[1];
+    const std::uint8_t operation = frame[2];
+    const std::size_t dataSize = frame.size() - kHeadSize;
+    const bool isHead = dataSize == 0;
+
+    if (operation == kOperationWrite && reg == kStateRadioOn && isHead) {
+        m_radioOn = true;
+    } else if (operation == kOperationWrite && reg == kStateRadioOff && isHead) {
+        m_radioOn = false;
+        m_inField = false;
+    } else if (operation == kOperationWrite && dataSize == frame[3] && reg % kBlock == 0 &&
+               reg + dataSize <= kFanliRegisters) {
+        StoreBlock(now, reg, frame);
+    } else if (operation == kOperationReadRegister && isHead) {
+        Ask(now, reg == kRegisterWriteCheck ? Answer::kWriteCheck : Answer::kMemory, reg);
+    } else if (operation == kOperationReadState && reg == kStateInterrupt && isHead) {
+        Ask(now, Answer::kStatus, reg);
+    } else {
+        ++m_counters.malformed;
+    }
+    return true;
+}
+
+void FanliChip::StoreBlock(Micros now, unsigned reg, const Bytes& frame) {
+    if (frame.size() == kHeadSize) {
+        return;
+    }
+    if (now < m_storeUntil) {
+        ++m_counters.lostWrites;
+        if (m_firstFailAddr == 0) {
+            m_firstFailAddr = static_cast<std::uint16_t>(reg);
+        }
+        return;
+    }
+    std::copy(frame.begin() + kHeadSize, frame.end(), m_registers.begin() + reg);
+    m_storeUntil = now + kFanliStoreTime;
+}
+
+void FanliChip::Ask(Micros now, Answer answer, unsigned reg) {
+    m_answer = answer;
+    m_answerRegister = reg;
+    m_answerAt = now + (m_answeredOnce ? kFanliAnswerTime : kFanliFirstAnswerTime);
+}
+
+std::optional<Bytes> FanliChip::Read(Micros now, std::size_t count) {
+    ++m_counters.reads;
+    Bytes bytes;
+    if (m_answer != Answer::kNone) {
+        if (now < m_answerAt) {
+            ++m_counters.earlyReads;
+            return Bytes(count, kNothing);
+        }
+        m_answeredOnce = true;
+        switch (m_answer) {
+            case Answer::kMemory:
+                bytes = Memory(m_answerRegister, count);
+                break;
+            case Answer::kStatus:
+                bytes = StatusAnswer(now);
+                break;
+            case Answer::kWriteCheck:
+                bytes = WriteCheckAnswer(now);
+                break;
+            case Answer::kNone:
+                break;
+        }
+        m_answer = Answer::kNone;
+    }
+    bytes.resize(count, kNothing);
+    return bytes;
+}
+
+Bytes FanliChip::StatusAnswer(Micros now) {
+    Event event{kStatusNoData, 0, Ticks(now)};
+    if (!m_status.empty()) {
+        event = m_status.front();
+        m_status.pop_front();
+    }
+    Bytes bytes{event.status};
+    PutLittleEndian(bytes, event.para1, 4);
+    PutLittleEndian(bytes, event.ticks, 4);
+    return bytes;
+}
+
+Bytes FanliChip::WriteCheckAnswer(Micros now) {
+    Bytes bytes;
+    PutLittleEndian(bytes, m_firstFailAddr, 2);
+    PutLittleEndian(bytes, Ticks(now), 4);
+    m_firstFailAddr = 0;  // told once; the next write starts clean
+    return bytes;
+}
+
+bool FanliChip::Enter(Micros now) {
+    if (!m_radioOn) {
+        return false;
+    }
+    if (!m_inField) {
+        m_inField = true;
+        ++m_enterSum;
+        FieldEvent(now, kStatusEnterField);
+    }
+    return true;
+}
+
+void FanliChip::Leave(Micros now) {
+    if (m_inField) {
+        m_inField = false;
+        ++m_leaveSum;
+        FieldEvent(now, kStatusLeaveField);
+    }
+}
+
+void FanliChip::FieldEvent(Micros now, std::uint8_t status) {
+    RaiseStatus(now, status, ((m_enterSum & kSumMask) << kEnterSumShift) | (m_leaveSum & kSumMask));
+}
+
+bool FanliChip::Select(Micros /*now*/) {
+    return m_radioOn;
+}
+
+std::optional<PageQuad> FanliChip::ReadPages(Micros /*now*/, unsigned page) {
+    const std::size_t reg = page * kPageSize;
+    if (!m_radioOn || reg >= kFanliEndOfData) {
+        return std::nullopt;
+    }
+    ++m_counters.rfReads;
+    PageQuad quad{};
+    const Bytes bytes = Memory(static_cast<unsigned>(reg), quad.size());
+    std::copy(bytes.begin(), bytes.end(), quad.begin());
+    return quad;
+}
+
+bool FanliChip::WritePage(Micros /*now*/, unsigned /*page*/, const Page& /*bytes*/) {
+    return false;
+}
+
+Bytes FanliChip::Memory(unsigned reg, std::size_t count) const {
+    Bytes bytes(count);
+    for (std::size_t i = 0; i < count && reg + i < kFanliRegisters; ++i) {
+        bytes[i] = m_registers[reg + i];
+    }
+    return bytes;
+}
+
+void FanliChip::SetMemory(unsigned reg, const Bytes& bytes) {
+    for (std::size_t i = 0; i < bytes.size() && reg + i < kFanliRegisters; ++i) {
+        m_registers[reg + i] = bytes[i];
+    }
+}
+
+void FanliChip::RaiseInterrupt() {
+    ++m_counters.interrupts;
+    if (m_raised) {
+        m_raised();
+    }
+}
+
+bool FanliChip::RaiseStatus(Micros now, std::uint8_t status, std::uint32_t para1) {
+    if (m_status.size() == kFanliStatusQueue) {
+        return false;
+    }
+    m_status.push_back({status, para1, Ticks(now)});
+    RaiseInterrupt();
+    return true;
+}
+
+bool FanliChip::FailWriteCheck(std::uint16_t firstFailAddr) {
+    m_firstFailAddr = firstFailAddr;
+    return true;
+}
+
+}  // namespace simulator

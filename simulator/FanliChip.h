@@ -1,0 +1,94 @@
+// The chip that speaks frames with a four-byte head. It has a small processor of its own: answers
+// and storing take their time, and its interrupts have a status that tells what happened.
+#pragma once
+
+#include <array>
+#include <deque>
+
+#include "simulator/Chip.h"
+
+namespace simulator {
+
+constexpr std::uint8_t kFanliIdentity = 0x22;
+constexpr std::uint8_t kLikeFanliIdentity = 0x21;
+
+/// From a request's head to the time when the answer can be fetched. A read that comes earlier gets
+/// 0xFF bytes. The first answer after power-up takes longer.
+constexpr Micros kFanliAnswerTime = 30 * kMilli;
+constexpr Micros kFanliFirstAnswerTime = 60 * kMilli;
+
+/// Storing a block. A block that arrives in that time is acknowledged and lost; the write check
+/// tells its register.
+constexpr Micros kFanliStoreTime = 30 * kMilli;
+
+constexpr unsigned kFanliRegisters = 0x0400;
+constexpr unsigned kFanliEndOfData = 0x0388;
+constexpr std::size_t kFanliStatusQueue = 32;  ///< events beyond it are lost
+
+/// `intStatus` values.
+constexpr std::uint8_t kStatusEnterField = 1;
+constexpr std::uint8_t kStatusLeaveField = 2;
+constexpr std::uint8_t kStatusMcuStart = 3;
+constexpr std::uint8_t kStatusMcuReset = 4;
+constexpr std::uint8_t kStatusNoData = 255;
+
+class FanliChip final : public Chip, private ChipBus, private TagRadio, private ChipBackDoor {
+  public:
+    explicit FanliChip(std::uint8_t identity);
+
+    ChipBus& Bus() override { return *this; }
+    TagRadio& Radio() override { return *this; }
+    ChipBackDoor& BackDoor() override { return *this; }
+
+  private:
+    bool Write(Micros now, const Bytes& frame) override;
+    std::optional<Bytes> Read(Micros now, std::size_t count) override;
+    void OnInterrupt(std::function<void()> raised) override { m_raised = std::move(raised); }
+    bool InterruptAsserted() const override { return !m_status.empty(); }
+
+    bool Enter(Micros now) override;
+    void Leave(Micros now) override;
+    bool Select(Micros now) override;
+    std::optional<PageQuad> ReadPages(Micros now, unsigned page) override;
+    bool WritePage(Micros now, unsigned page, const Page& bytes) override;
+
+    Bytes Memory(unsigned reg, std::size_t count) const override;
+    void SetMemory(unsigned reg, const Bytes& bytes) override;
+    bool RadioOn() const override { return m_radioOn; }
+    bool Locked() const override { return true; }  // its processor takes no write from phones
+    const ChipCounters& Counters() const override { return m_counters; }
+    void RaiseInterrupt() override;
+    bool StickBits(unsigned, std::uint8_t, std::uint8_t) override { return false; }
+    bool RaiseStatus(Micros now, std::uint8_t status, std::uint32_t para1) override;
+    bool FailWriteCheck(std::uint16_t firstFailAddr) override;
+
+    enum class Answer { kNone, kMemory, kStatus, kWriteCheck };
+    struct Event {
+        std::uint8_t status;
+        std::uint32_t para1;
+        std::uint32_t ticks;
+    };
+
+    void StoreBlock(Micros now, unsigned reg, const Bytes& frame);
+    void Ask(Micros now, Answer answer, unsigned reg);
+    Bytes StatusAnswer(Micros now);
+    Bytes WriteCheckAnswer(Micros now);
+    void FieldEvent(Micros now, std::uint8_t status);
+
+    std::array<std::uint8_t, kFanliRegisters> m_registers{};
+    Answer m_answer = Answer::kNone;
+    unsigned m_answerRegister = 0;
+    Micros m_answerAt = 0;
+    bool m_answeredOnce = false;
+    Micros m_storeUntil = 0;
+    std::uint16_t m_firstFailAddr = 0;
+    bool m_radioOn = true;
+    bool m_inField = false;
+    std::uint32_t m_enterSum = 0;
+    std::uint32_t m_leaveSum = 0;
+    std::deque<Event> m_status;
+    std::function<void()> m_raised;
+    ChipCounters m_counters;
+};
+
+}  // namespace simulator

@@ -1,0 +1,227 @@
+// Applies a fault plan to the requests on their way to the driver behind.
+#include "simulator/FaultyDriver.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/hosted/Kernel.h"
+#include "simulator/SpbDriver.h"
+
+namespace simulator {
+
+// What the driver behind gets in place of the layer's request. It can spoil the end.
+class FaultyDriver::Forwarded : public hosted::Request {
+  public:
+    Forwarded(const hosted::RequestPtr& outer, std::weak_ptr<FaultyDriver> driver,
+              const Fault* fault)
+        : Request(outer->kind(), outer->controlCode(), outer->data(), outer->length(),
+                  outer->thread()),
+          m_outer(outer),
+          m_driver(std::move(driver)) {
+        if (fault != nullptr) {
+            m_short = fault->action == FaultAction::kShort ? fault->value : 0;
+            m_late = fault->action == FaultAction::kLate ? fault->value * kMilli : 0;
+        }
+    }
+
+    bool Pending() const override { return !m_ended && m_outer->Pending(); }
+
+    void Complete(const std::uint8_t* bytes, std::size_t count) override {
+        if (std::exchange(m_ended, true)) {
+            return;
+        }
+        const std::size_t moved = count - std::min<std::size_t>(m_short, count);
+        if (m_late == 0) {
+            Leave();
+            m_outer->Complete(bytes, moved);
+            return;
+        }
+        Bytes copy;
+        if (bytes != nullptr) {
+            copy.assign(bytes, bytes + moved);
+        }
+        EndLater([outer = m_outer, copy, isNull = bytes == nullptr, moved] {
+            outer->Complete(isNull ? nullptr : copy.data(), moved);
+        });
+    }
+
+    void Fail(DWORD error, std::size_t count) override {
+        if (std::exchange(m_ended, true)) {
+            return;
+        }
+        if (m_late == 0) {
+            Leave();
+            m_outer->Fail(error, count);
+            return;
+        }
+        EndLater([outer = m_outer, error, count] { outer->Fail(error, count); });
+    }
+
+    const hosted::RequestPtr& outer() const { return m_outer; }
+    bool ended() const { return m_ended; }
+    void Abandon() { m_ended = true; }
+
+  private:
+    void Leave() {
+        if (const auto driver = m_driver.lock()) {
+            driver->Forget(m_outer.get());
+        }
+    }
+
+    // The request stays known until then, so that a close or a disappearance still ends it.
+    void EndLater(std::function<void()> end) {
+        hosted::After(m_late, [driver = m_driver, outer = m_outer, end = std::move(end)] {
+            if (const auto alive = driver.lock()) {
+                alive->Forget(outer.get());
+            }
+            end();
+        });
+    }
+
+    hosted::RequestPtr m_outer;
+    std::weak_ptr<FaultyDriver> m_driver;
+    std::uint32_t m_short = 0;
+    Micros m_late = 0;
+    bool m_ended = false;
+};
+
+FaultyDriver::FaultyDriver(std::shared_ptr<hosted::Driver> inner) : m_inner(std::move(inner)) {}
+
+FaultyDriver::~FaultyDriver() = default;
+
+void FaultyDriver::SetPlan(FaultPlan plan) {
+    m_plan = std::move(plan);
+    m_seen.fill(0);
+    m_gone = false;
+}
+
+const Fault* FaultyDriver::Next(FaultTarget target) {
+    const auto count = [this](FaultTarget which) -> std::uint32_t& {
+        return m_seen[static_cast<std::size_t>(which)];
+    };
+    if (target != FaultTarget::kOpen) {
+        ++count(FaultTarget::kAny);
+    }
+    const Fault* fault = m_plan.Find(target, ++count(target), count(FaultTarget::kAny));
+    if (fault != nullptr) {
+        ++m_hits;
+    }
+    return fault;
+}
+
+DWORD FaultyDriver::Open() {
+    if (!m_gone) {
+        if (const Fault* fault = Next(FaultTarget::kOpen)) {
+            if (fault->action == FaultAction::kRefuse) {
+                return fault->value;
+            }
+            Disappear();
+        }
+    }
+    return m_gone ? ERROR_FILE_NOT_FOUND : m_inner->Open();
+}
+
+void FaultyDriver::Close() {
+    m_inner->Close();
+    for (const hosted::RequestPtr& request : std::exchange(m_held, {})) {
+        request->Fail(ERROR_OPERATION_ABORTED);
+    }
+    // Those that the driver behind has ended, and that wait for their late end.
+    for (const auto& forwarded : std::exchange(m_forwarded, {})) {
+        forwarded->outer()->Fail(ERROR_OPERATION_ABORTED);
+    }
+}
+
+DWORD FaultyDriver::Start(const hosted::RequestPtr& request) {
+    if (m_gone) {
+        return ERROR_DEVICE_NOT_CONNECTED;
+    }
+    FaultTarget target = FaultTarget::kRead;
+    if (request->kind() == hosted::Request::Kind::kWrite) {
+        target = FaultTarget::kWrite;
+    } else if (request->kind() == hosted::Request::Kind::kControl) {
+        target = request->controlCode() == kControlInterrupt ? FaultTarget::kInterrupt
+                                                             : FaultTarget::kControl;
+    }
+    const Fault* fault = Next(target);
+    if (fault == nullptr) {
+        return Forward(request, nullptr);
+    }
+    switch (fault->action) {
+        case FaultAction::kRefuse:
+            return fault->value;
+        case FaultAction::kFail:
+            m_held.push_back(request);
+            hosted::After(kFaultPendingTime,
+                          [weak = weak_from_this(), request, code = fault->value] {
+                              if (const auto self = weak.lock()) {
+                                  self->Forget(request.get());
+                              }
+                              request->Fail(code);
+                          });
+            return ERROR_IO_PENDING;
+        case FaultAction::kNever:
+            m_held.push_back(request);
+            return ERROR_IO_PENDING;
+        case FaultAction::kGone:
+            Disappear();
+            return ERROR_DEVICE_NOT_CONNECTED;
+        case FaultAction::kShort:
+        case FaultAction::kLate:
+            break;
+    }
+    return Forward(request, fault);
+}
+
+DWORD FaultyDriver::Forward(const hosted::RequestPtr& request, const Fault* fault) {
+    const auto forwarded = std::make_shared<Forwarded>(request, weak_from_this(), fault);
+    m_forwarded.push_back(forwarded);
+    const DWORD result = m_inner->Start(forwarded);
+    if (result == ERROR_SUCCESS) {
+        // Ended in the call. One that is late has not reached its caller yet.
+        return request->Pending() ? ERROR_IO_PENDING : ERROR_SUCCESS;
+    }
+    if (result != ERROR_IO_PENDING) {
+        Forget(request.get());
+    }
+    return result;
+}
+
+void FaultyDriver::Cancel(const hosted::RequestPtr& request) {
+    const auto forwarded = m_forwarded;
+    Forget(request.get());
+    for (const auto& one : forwarded) {
+        if (one->outer() == request && !one->ended()) {
+            m_inner->Cancel(one);
+            one->Abandon();
+        }
+    }
+}
+
+void FaultyDriver::Disappear() {
+    m_gone = true;
+    const auto forwarded = std::exchange(m_forwarded, {});
+    const auto held = std::exchange(m_held, {});
+    for (const auto& one : forwarded) {
+        if (!one->ended()) {
+            m_inner->Cancel(one);
+            one->Abandon();
+        }
+        one->outer()->Fail(ERROR_DEVICE_NOT_CONNECTED);
+    }
+    for (const hosted::RequestPtr& request : held) {
+        request->Fail(ERROR_DEVICE_NOT_CONNECTED);
+    }
+}
+
+void FaultyDriver::Forget(const hosted::Request* outer) {
+    m_held.erase(std::remove_if(m_held.begin(), m_held.end(),
+                                [outer](const auto& one) { return one.get() == outer; }),
+                 m_held.end());
+    m_forwarded.erase(
+        std::remove_if(m_forwarded.begin(), m_forwarded.end(),
+                       [outer](const auto& one) { return one->outer().get() == outer; }),
+        m_forwarded.end());
+}
+
+}  // namespace simulator

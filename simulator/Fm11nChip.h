@@ -1,0 +1,81 @@
+// The FM11N family on the bus: two address bytes, then data; a read follows an address write. The
+// same memory is a Type 2 tag for phones, register 16 being page 4.
+#pragma once
+
+#include <array>
+#include <map>
+
+#include "simulator/Chip.h"
+
+namespace simulator {
+
+/// Storing a bus write in the EEPROM. Every address gets a NAK in that time.
+constexpr Micros kFm11nStoreTime = 8 * kMilli;
+
+/// From an address write to the time when the bytes can be fetched, on the slow members of the
+/// family. A read that comes earlier gets 0xFF bytes.
+constexpr Micros kFm11nReadGap = 5 * kMilli;
+
+constexpr unsigned kFm11nRegisters = 0x1100;
+constexpr unsigned kFm11nFirstVolatile = 0x1000;  ///< no storing time from here on
+
+/// What tells the members of the family apart.
+struct Fm11nTraits {
+    std::uint8_t identity0;  ///< register 0
+    std::uint8_t identity7;  ///< register 7
+    unsigned dynamicLock;    ///< register of the dynamic lock bytes
+    unsigned endOfData;      ///< first register behind the data area
+    Micros readGap;
+    std::uint8_t startFdMode;
+};
+
+class Fm11nChip final : public Chip, private ChipBus, private TagRadio, private ChipBackDoor {
+  public:
+    explicit Fm11nChip(const Fm11nTraits& traits);
+
+    ChipBus& Bus() override { return *this; }
+    TagRadio& Radio() override { return *this; }
+    ChipBackDoor& BackDoor() override { return *this; }
+
+  private:
+    bool Write(Micros now, const Bytes& frame) override;
+    std::optional<Bytes> Read(Micros now, std::size_t count) override;
+    void OnInterrupt(std::function<void()> raised) override { m_raised = std::move(raised); }
+    bool InterruptAsserted() const override { return false; }
+
+    bool Enter(Micros now) override;
+    void Leave(Micros now) override;
+    bool Select(Micros now) override;
+    std::optional<PageQuad> ReadPages(Micros now, unsigned page) override;
+    bool WritePage(Micros now, unsigned page, const Page& bytes) override;
+
+    Bytes Memory(unsigned reg, std::size_t count) const override;
+    void SetMemory(unsigned reg, const Bytes& bytes) override;
+    bool RadioOn() const override;
+    bool Locked() const override;
+    const ChipCounters& Counters() const override { return m_counters; }
+    void RaiseInterrupt() override;
+    bool StickBits(unsigned reg, std::uint8_t mask, std::uint8_t value) override;
+    bool RaiseStatus(Micros, std::uint8_t, std::uint32_t) override { return false; }
+    bool FailWriteCheck(std::uint16_t) override { return false; }
+
+    struct Stuck {
+        std::uint8_t mask;
+        std::uint8_t value;
+    };
+
+    std::uint8_t Value(unsigned reg) const;
+    void StoreByte(unsigned reg, std::uint8_t value);
+    bool PageLocked(unsigned page) const;
+
+    Fm11nTraits m_traits;
+    std::array<std::uint8_t, kFm11nRegisters> m_registers{};
+    std::map<unsigned, Stuck> m_stuck;
+    unsigned m_position = 0;
+    Micros m_answerAt = 0;
+    Micros m_busyUntil = 0;
+    std::function<void()> m_raised;
+    ChipCounters m_counters;
+};
+
+}  // namespace simulator

@@ -1,0 +1,76 @@
+// Pages into frames, and reports.
+#include "simulator/KeyboardMcu.h"
+
+#include <algorithm>
+
+namespace simulator {
+
+namespace {
+
+enum ReportOffset : std::size_t { kAtId, kAtPageCount, kAtPageNumber, kAtLength };
+
+}  // namespace
+
+void KeyboardMcu::Drop(const std::string& reason) {
+    Refuse("report " + std::to_string(m_reportsSeen) + ": " + reason);
+    m_frame.clear();
+    m_pageCount = 0;
+    m_pagesTaken = 0;
+}
+
+void KeyboardMcu::Output(const Bytes& report) {
+    ++m_reportsSeen;
+    if (report.size() != kReportSize) {
+        Drop("it has " + std::to_string(report.size()) + " bytes, not 64");
+        return;
+    }
+    if (report[kAtId] != kReportId) {
+        Drop("its id is " + std::to_string(report[kAtId]) + ", not 5");
+        return;
+    }
+    const unsigned pages = report[kAtPageCount];
+    const unsigned number = report[kAtPageNumber];
+    const std::size_t length = report[kAtLength];
+    if (number == 1 && m_pagesTaken != 0) {
+        Drop("page 1 in the middle of a frame");  // and taken as the beginning of the next one
+    }
+    if (number != m_pagesTaken + 1) {
+        Drop("page " + std::to_string(number) + " where page " + std::to_string(m_pagesTaken + 1) +
+             " is due");
+        return;
+    }
+    if (number > pages || (m_pagesTaken != 0 && pages != m_pageCount)) {
+        Drop("page " + std::to_string(number) + " of " + std::to_string(pages) +
+             (m_pagesTaken != 0 ? " in a frame of " + std::to_string(m_pageCount) : ""));
+        return;
+    }
+    if (length <= kReportHeadSize || length > kReportSize ||
+        (number < pages && length != kReportSize)) {
+        Drop("length byte " + std::to_string(length) + " in page " + std::to_string(number) +
+             " of " + std::to_string(pages));
+        return;
+    }
+    const auto end = report.begin() + static_cast<std::ptrdiff_t>(length);
+    if (std::any_of(end, report.end(), [](std::uint8_t byte) { return byte != 0; })) {
+        ++m_dirtyTails;
+    }
+    m_frame.insert(m_frame.end(), report.begin() + kReportHeadSize, end);
+    m_pageCount = pages;
+    m_pagesTaken = number;
+    if (number == pages) {
+        TakeFrame(m_frame);
+        m_frame.clear();
+        m_pageCount = 0;
+        m_pagesTaken = 0;
+    }
+}
+
+Bytes KeyboardMcu::Wrap(std::uint8_t type, const Bytes& payload) const {
+    Bytes report = {kReportId, 1, 1, 0, kFrameMark, type};
+    report.insert(report.end(), payload.begin(), payload.end());
+    report[kAtLength] = static_cast<std::uint8_t>(std::min(report.size(), kReportSize));
+    report.resize(kReportSize);
+    return report;
+}
+
+}  // namespace simulator

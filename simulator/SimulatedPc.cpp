@@ -1,0 +1,154 @@
+// Wires models, drivers and faults to the layer.
+#include "simulator/SimulatedPc.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+#include "platform/hosted/Kernel.h"
+#include "simulator/PhoneVisit.h"
+
+namespace simulator {
+
+std::optional<PcRoute> RouteByName(const std::string& name) {
+    constexpr std::pair<const char*, PcRoute> kNames[] = {{"i2c", PcRoute::kI2c},
+                                                          {"usb", PcRoute::kUsb},
+                                                          {"hid", PcRoute::kHid},
+                                                          {"ble", PcRoute::kBle}};
+    for (const auto& [known, route] : kNames) {
+        if (name == known) {
+            return route;
+        }
+    }
+    return std::nullopt;
+}
+
+SimulatedPc::SimulatedPc(const std::vector<PcRoute>& routes, const std::string& chip)
+    : m_routes(routes) {
+    for (const PcRoute route : {PcRoute::kI2c, PcRoute::kUsb}) {
+        if (!Has(route)) {
+            continue;
+        }
+        SpbRoute spb{route, route == PcRoute::kI2c ? kSpbDriverPath : kUsbDriverPath,
+                     MakeChip(chip), nullptr, nullptr};
+        if (spb.chip == nullptr) {
+            throw std::invalid_argument("no chip is called \"" + chip + "\"");
+        }
+        m_spb.push_back(std::move(spb));
+    }
+    if (Has(PcRoute::kHid)) {
+        m_keyboard = std::make_shared<KeyboardMcu>();
+    }
+    if (Has(PcRoute::kBle)) {
+        m_bluetooth = std::make_shared<BluetoothKeyboard>();
+        m_peer = BlePeerAdapter::Make(m_bluetooth);
+        LinkDockService::SetPeer(m_peer);
+    }
+    Plug();
+}
+
+SimulatedPc::~SimulatedPc() {
+    Unplug();
+    if (m_peer != nullptr) {
+        LinkDockService::SetPeer(nullptr);
+    }
+}
+
+bool SimulatedPc::Has(PcRoute route) const {
+    return std::find(m_routes.begin(), m_routes.end(), route) != m_routes.end();
+}
+
+void SimulatedPc::Plug() {
+    if (std::exchange(m_plugged, true)) {
+        return;
+    }
+    for (SpbRoute& spb : m_spb) {
+        spb.driver = std::make_shared<SpbDriver>(spb.chip);
+        spb.faulty = std::make_shared<FaultyDriver>(spb.driver);
+        spb.faulty->SetPlan(m_plan);
+        hosted::AddDevice(spb.path, spb.faulty);
+    }
+    if (m_keyboard != nullptr) {
+        m_hid = std::make_shared<HidDriver>(m_keyboard);
+        m_faultyHid = std::make_shared<FaultyDriver>(m_hid);
+        m_faultyHid->SetPlan(m_plan);
+        RegisterKeyboard(m_faultyHid);
+    }
+    if (m_bluetooth != nullptr) {
+        const hosted::DeviceLock lock;
+        m_bluetooth->BackInRange();
+    }
+}
+
+void SimulatedPc::Unplug() {
+    if (!std::exchange(m_plugged, false)) {
+        return;
+    }
+    for (const SpbRoute& spb : m_spb) {
+        hosted::RemoveDevice(spb.path);
+        const hosted::DeviceLock lock;
+        spb.faulty->Unplug();
+        spb.driver->Unplug();
+    }
+    if (m_hid != nullptr) {
+        hosted::RemoveHidInterfaces();
+        const hosted::DeviceLock lock;
+        m_faultyHid->Unplug();
+        m_hid->Unplug();
+    }
+    if (m_bluetooth != nullptr) {
+        const hosted::DeviceLock lock;
+        m_bluetooth->DropLink();
+    }
+}
+
+void SimulatedPc::Faults(const FaultPlan& plan) {
+    const hosted::DeviceLock lock;
+    m_plan = plan;
+    for (const SpbRoute& spb : m_spb) {
+        spb.faulty->SetPlan(plan);
+    }
+    if (m_faultyHid != nullptr) {
+        m_faultyHid->SetPlan(plan);
+    }
+}
+
+void SimulatedPc::TapPhone(Micros enterAfter, Micros stay, Phone::Reporter report) {
+    TapPhone(m_routes.at(0), enterAfter, stay, std::move(report));
+}
+
+void SimulatedPc::TapPhone(PcRoute route, Micros enterAfter, Micros stay, Phone::Reporter report) {
+    if (route == PcRoute::kHid && m_keyboard != nullptr) {
+        StartPhoneVisit(m_keyboard, m_keyboard->Radio(), enterAfter, stay, std::move(report));
+    } else if (route == PcRoute::kBle && m_bluetooth != nullptr) {
+        StartPhoneVisit(m_bluetooth, m_bluetooth->Radio(), enterAfter, stay, std::move(report));
+    }
+    for (const SpbRoute& spb : m_spb) {
+        if (spb.route == route) {
+            StartPhoneVisit(spb.chip, spb.chip->Radio(), enterAfter, stay, std::move(report));
+        }
+    }
+}
+
+Chip* SimulatedPc::chip() {
+    return m_spb.empty() ? nullptr : m_spb.front().chip.get();
+}
+
+SpbDriver* SimulatedPc::spb() {
+    return m_spb.empty() ? nullptr : m_spb.front().driver.get();
+}
+
+FaultyDriver* SimulatedPc::faulty() {
+    return m_spb.empty() ? m_faultyHid.get() : m_spb.front().faulty.get();
+}
+
+Chip* SimulatedPc::chip(PcRoute route) {
+    for (const SpbRoute& spb : m_spb) {
+        if (spb.route == route) {
+            return spb.chip.get();
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace simulator

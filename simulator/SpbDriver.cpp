@@ -1,0 +1,145 @@
+// The kernel driver's side of the chip: every request is pended first and ended by a timer.
+#include "simulator/SpbDriver.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/hosted/Kernel.h"
+
+namespace simulator {
+
+namespace {
+
+constexpr DWORD kErrorInvalidFunction = 1;  // what an unknown control code gets
+
+void Remove(std::vector<hosted::RequestPtr>& requests, const hosted::RequestPtr& request) {
+    requests.erase(std::remove(requests.begin(), requests.end(), request), requests.end());
+}
+
+}  // namespace
+
+SpbDriver::SpbDriver(std::shared_ptr<Chip> chip, Micros busLatency)
+    : m_chip(std::move(chip)), m_busLatency(busLatency) {}
+
+SpbDriver::~SpbDriver() = default;
+
+DWORD SpbDriver::Open() {
+    if (m_gone) {
+        return ERROR_FILE_NOT_FOUND;
+    }
+    // The line goes to whoever opened last; a driver that is no more hears nothing.
+    m_latched = false;
+    m_chip->Bus().OnInterrupt([weak = weak_from_this()] {
+        if (const auto self = weak.lock()) {
+            self->InterruptRaised();
+        }
+    });
+    return ERROR_SUCCESS;
+}
+
+void SpbDriver::Close() {
+    FailAll(ERROR_OPERATION_ABORTED);
+}
+
+void SpbDriver::Unplug() {
+    m_gone = true;
+    FailAll(ERROR_DEVICE_NOT_CONNECTED);
+}
+
+void SpbDriver::FailAll(DWORD error) {
+    std::vector<hosted::RequestPtr> all = std::exchange(m_transfers, {});
+    all.insert(all.end(), m_waits.begin(), m_waits.end());
+    m_waits.clear();
+    for (const hosted::RequestPtr& request : all) {
+        request->Fail(error);
+    }
+}
+
+DWORD SpbDriver::Start(const hosted::RequestPtr& request) {
+    if (m_gone) {
+        return ERROR_DEVICE_NOT_CONNECTED;
+    }
+    const bool isControl = request->kind() == hosted::Request::Kind::kControl;
+    if (isControl && request->controlCode() == kControlInterrupt) {
+        m_waits.push_back(request);
+        if ((m_latched || m_chip->Bus().InterruptAsserted()) && !m_deliveryDue) {
+            m_latched = false;
+            DeliverInterrupt();
+        }
+        return ERROR_IO_PENDING;
+    }
+    if (isControl && request->controlCode() != kControlOpen) {
+        return kErrorInvalidFunction;
+    }
+    if (isControl) {
+        ++m_openRequests;
+    } else if (!m_transfers.empty()) {
+        ++m_violations;
+    }
+    m_transfers.push_back(request);
+    hosted::After(m_busLatency, [weak = weak_from_this(), request] {
+        const auto self = weak.lock();
+        if (self != nullptr && request->Pending()) {
+            self->Finish(request);
+        }
+    });
+    return ERROR_IO_PENDING;
+}
+
+void SpbDriver::Finish(const hosted::RequestPtr& request) {
+    Remove(m_transfers, request);
+    const Micros now = hosted::Now();
+    switch (request->kind()) {
+        case hosted::Request::Kind::kControl:
+            request->Complete(nullptr, 0);
+            break;
+        case hosted::Request::Kind::kWrite:
+            if (m_chip->Bus().Write(now, request->data())) {
+                request->Complete(nullptr, request->length());
+            } else {
+                request->Fail(ERROR_IO_DEVICE);
+            }
+            break;
+        case hosted::Request::Kind::kRead:
+            if (const auto bytes = m_chip->Bus().Read(now, request->length())) {
+                request->Complete(bytes->data(), bytes->size());
+            } else {
+                request->Fail(ERROR_IO_DEVICE);
+            }
+            break;
+    }
+}
+
+void SpbDriver::InterruptRaised() {
+    if (m_waits.empty() || m_deliveryDue) {
+        m_latched = true;
+    } else {
+        DeliverInterrupt();
+    }
+}
+
+// Never ends a wait in the call that starts it: who waits takes an answer at once for a failure.
+void SpbDriver::DeliverInterrupt() {
+    m_deliveryDue = true;
+    hosted::After(m_busLatency, [weak = weak_from_this()] {
+        const auto self = weak.lock();
+        if (self == nullptr) {
+            return;
+        }
+        self->m_deliveryDue = false;
+        if (self->m_waits.empty()) {
+            self->m_latched = true;  // cancelled in the meantime; the next one gets it
+            return;
+        }
+        const hosted::RequestPtr request = self->m_waits.front();
+        self->m_waits.erase(self->m_waits.begin());
+        request->Complete(nullptr, 0);
+    });
+}
+
+void SpbDriver::Cancel(const hosted::RequestPtr& request) {
+    Remove(m_transfers, request);
+    Remove(m_waits, request);
+}
+
+}  // namespace simulator
