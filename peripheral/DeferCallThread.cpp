@@ -1,0 +1,112 @@
+// The deferred call thread: woken by a first report, watches the count of interrupts, and delivers
+// the leave. It is never woken to stop: a stop finds it waiting and leaves it there.
+#include <mutex>
+
+#include "chip/LockOrder.h"
+#include "chip/NfcDeviceContext.h"
+#include "diagnostics/Log.h"
+#include "peripheral/DeferCall.h"
+#include "peripheral/EventThread.h"
+#include "peripheral/Listener.h"
+#include "peripheral/PeripheralState.h"
+#include "platform/NeverDestroyed.h"
+#include "platform/platform.h"
+
+namespace {
+
+constexpr DWORD kPollMs = 350;
+constexpr int kLastSpb4Poll = 20;  // counted from 0
+constexpr std::int32_t kLeaveReported = 2;
+constexpr std::int32_t kShortVisit = 4;  // fewer interrupts than this end a visit at once
+
+// Held by the thread for a whole visit; guards g_deferNotified.
+platform::NeverDestroyed<std::mutex> g_deferMutex;
+platform::NeverDestroyed<platform::ConditionVariable> g_deferCond;
+
+// A visit has been opened and not been taken up by the thread yet. Set by the interrupt thread. It
+// is cleared when a visit is taken up, not when the thread begins to wait: a notification that
+// falls between two waits would be lost with it.
+bool g_deferNotified = false;
+
+ShownNumber g_shownOnLeave;
+
+bool IsSpb4() {
+    return g_isI2cDriver && GetNfcDeviceContext().linkType == NfcLinkSpb4;
+}
+
+// The chip reports the leave itself; a phone that it forgets is given up after the last poll.
+void WatchSpb4() {
+    for (int poll = 0;; ++poll) {
+        Sleep(kPollMs);
+        if (g_fieldCount == kLeaveReported || poll >= kLastSpb4Poll) {
+            return;
+        }
+        LogWarnFun("NFC_phone still in field");
+    }
+}
+
+// The only sign of a leave is that interrupts stop coming.
+void WatchSpb2() {
+    for (;;) {
+        const std::int32_t before = g_fieldCount;
+        Sleep(kPollMs);
+        const std::int32_t after = g_fieldCount;
+        if (after < kShortVisit || after == before) {
+            return;
+        }
+        LogWarnFun("NFC_phone still in field");
+    }
+}
+
+void DeliverLeave() {
+    if (g_isI2cDriver) {
+        DeliverEvent(kEventLeft, g_tagRandNumber.value, kRouteI2c, g_shownOnLeave);
+    } else if (g_isUsbDriver) {
+        DeliverEvent(kEventLeft, g_tagRandNumber.value, kRouteUsb, g_shownOnLeave);
+    } else {
+        LogWarnFun("unknown NFC device DeferCall");
+    }
+}
+
+// Waits for a visit and sees it to its end, under g_deferMutex all the time.
+void ServeOneVisit(const EventThread::Ticket& ticket) {
+    platform::Lock lock(g_deferMutex.value, kDeferLock);
+    LogWarnFun("NFC_begin wait notify");
+    g_deferCond.value.Wait(lock,
+                           [&ticket] { return g_deferNotified || !g_deferThread.HasSeat(ticket); });
+    if (!g_deferThread.HasSeat(ticket)) {
+        return;  // another thread has taken over and takes up the visit
+    }
+    g_deferNotified = false;
+    if (IsSpb4()) {
+        WatchSpb4();
+    } else {
+        WatchSpb2();
+    }
+    LogWarnFun("[NFC] RF field has left");
+    DeliverLeave();
+    g_interruptFirst = true;
+    LogLeaveDelivered(g_tagRandNumber.value);
+}
+
+}  // namespace
+
+void notifyDeferCallThread() {
+    platform::Lock lock(g_deferMutex.value, kDeferLock);
+    g_deferNotified = true;
+    g_deferCond.value.NotifyAll();
+    LogWarnFun("NFC_notifyDeferCallThread");
+}
+
+DWORD WINAPI DeferCallThread(LPVOID /*argument*/) {
+    EventThread::Ticket ticket = g_deferThread.Enter();
+    for (;;) {
+        while (g_deferThread.Serving(ticket)) {
+            ServeOneVisit(ticket);
+        }
+        if (g_deferThread.TryEnd(ticket)) {
+            LogWarnFun("NFC_DeferCallThread return");
+            return 0;
+        }
+    }
+}

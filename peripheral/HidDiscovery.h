@@ -1,0 +1,17 @@
+// Finding the keyboard among the human interface devices of the PC.
+#pragma once
+
+#include "platform/platform.h"
+
+// What the keyboard calls itself.
+inline constexpr USHORT kKeyboardVendorId = 0x7A3E;
+inline constexpr USHORT kKeyboardProductId = 0x10B8;
+inline constexpr USHORT kKeyboardUsagePage = 0x464E;
+inline constexpr USHORT kKeyboardUsage = 0x0043;
+
+/// The keyboard's interface, opened for overlapped I/O, or INVALID_HANDLE_VALUE. The first that
+/// fits wins; one that vanishes during the search is passed over.
+HANDLE MatchNfcHidDevice();
+
+/// Opens a device path for overlapped reading and writing, or INVALID_HANDLE_VALUE.
+HANDLE OpenPeripheral(const WCHAR* path, DWORD shareMode);

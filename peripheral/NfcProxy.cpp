@@ -1,0 +1,24 @@
+// A proxy's beginning and end.
+#include "peripheral/NfcProxy.h"
+
+#include "chip/TransferState.h"
+#include "peripheral/EventThread.h"
+#include "peripheral/PeripheralState.h"
+#include "platform/NeverDestroyed.h"
+
+NfcProxy::NfcProxy() {
+    g_interruptFirst = true;
+    g_interruptRunning = true;
+    g_readHidRunning = true;
+}
+
+NfcProxy::~NfcProxy() {
+    g_interruptThread.Stop();
+    g_keyboardThread.Stop();
+    g_ioEvent.value.Close();
+}
+
+std::shared_ptr<NfcProxy> NfcProxy::Detached() {
+    static platform::NeverDestroyed<NfcProxy> proxy{DetachedTag{}};
+    return {std::shared_ptr<NfcProxy>(), &proxy.value};
+}

@@ -1,0 +1,65 @@
+// The door to the peripheral. It has no fields: everything it works on is the process's.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+/// Its presence in a manager is what the manager's operations test, and its end is what stops the
+/// event threads. Operations give true for success; each failing step logs where it fails.
+///
+/// Operations marked "under g_contentMutex" are called with that mutex held, so that a caller can
+/// make building an image and writing it one step. All of them block for the transfers they make.
+class NfcProxy {
+  public:
+    /// Arms the process for a new manager: the next interrupt opens a visit, the loops may run.
+    NfcProxy();
+
+    /// Tells the interrupt thread and the keyboard read thread to stop and lets go of the transfer
+    /// event. Waits for nobody. The device stays open.
+    ~NfcProxy();
+
+    NfcProxy(const NfcProxy&) = delete;
+    NfcProxy& operator=(const NfcProxy&) = delete;
+
+    /// A proxy for a thread that may outlive its manager: it works on the same process-wide state,
+    /// and neither its making nor its end touches the event threads.
+    static std::shared_ptr<NfcProxy> Detached();
+
+    struct DetachedTag {};
+    explicit NfcProxy(DetachedTag /*tag*/) {}
+
+    /// Finds the peripheral, opens it and prepares the chip; on a device that is open, prepares it
+    /// again. On failure the device is closed. Takes g_contentMutex itself.
+    bool InitNfcDevice();
+
+    /// The whole image from the chip, in blocks of 16 bytes. `content` is assigned on success only.
+    /// Under g_contentMutex.
+    bool ReadNfcContent(std::string& content);
+
+    /// Puts an image of at most 255 bytes on the tag over every active route. Under g_contentMutex.
+    bool WriteNfcContent(const std::string& content);
+
+    /// Fetches the 32-byte number over every active route; the last one that answers stands in
+    /// `number`. True does not say that the buffer was filled. Under g_contentMutex.
+    bool ReadRandNumber(std::uint8_t* number);
+
+    /// Keeps the number that a write was confirmed with.
+    bool SetLocalNum(const std::uint8_t* number);
+
+    // The Bluetooth keyboard. See BlePath.cpp.
+    bool BtConnect(std::uint64_t address);
+    bool BtDisconnect(std::uint64_t address);
+
+    // The keyboards' frames: an image of at most 888 bytes, or one page of 1 to 60 bytes. Under
+    // g_contentMutex.
+    bool NfcHidWrite(const std::uint8_t* data, std::int32_t length);
+    bool HidWrite(std::int32_t page, const std::uint8_t* data, std::int32_t length,
+                  std::uint8_t pageCount);
+    bool BtWrite(const std::uint8_t* data, std::int32_t length);
+    bool BtReadRandomNum(std::uint16_t regAddr, std::uint8_t* number);
+
+  private:
+    bool ReadNumberOverHid(std::uint16_t regAddr, std::uint8_t* number);
+    bool ReadNumberFromChip(std::uint16_t regAddr, std::uint8_t* number);
+};

@@ -1,0 +1,22 @@
+// A 32-byte random number that one thread replaces while others read it.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+
+inline constexpr std::size_t kNumberSize = 32;
+
+using RandomNumber = std::array<std::uint8_t, kNumberSize>;
+
+/// All zero until the first Set. Never torn: a short lock of its own covers each access.
+class NumberStore {
+  public:
+    void Set(const std::uint8_t* number);
+    RandomNumber Get() const;
+
+  private:
+    mutable std::mutex m_mutex;
+    RandomNumber m_number{};
+};
