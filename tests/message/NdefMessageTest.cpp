@@ -7,6 +7,9 @@
 
 namespace {
 
+using testing_support::LogRecorder;
+using Texts = std::vector<std::string>;
+
 const std::string kZeros(4, '\0');
 
 TEST(NdefMessage, StartsEmptyAndCopiesAllFields) {
@@ -32,7 +35,7 @@ TEST(NdefMessage, StoresUrlsOf1To255BytesInSilence) {
         EXPECT_EQ(message.GetUrl(stored), 0);
         EXPECT_EQ(stored, result == 0 ? url : "old");
     }
-    EXPECT_EQ(log.Take(), LogLines{});
+    EXPECT_EQ(log.Texts(), Texts{});
 }
 
 TEST(NdefMessage, AnswersArraysThatAreNotThere) {
@@ -40,20 +43,16 @@ TEST(NdefMessage, AnswersArraysThatAreNotThere) {
     NdefMessage message = FilledMessage();
     EXPECT_EQ(message.GetMac(NoArray<std::uint8_t, 6>()), -1);
     EXPECT_EQ(message.GetModel(NoArray<std::uint8_t, 4>()), -1);
-    EXPECT_EQ(log.Errors(), (LogTexts{"GetMac memcpy_s fail(LogErrorFun)",
-                                      "GetModel memcpy_s fail(LogErrorFun)"}));
-    log.Take();
+    EXPECT_EQ(log.TakeUnannounced(), (Texts{"GetMac memcpy_s fail", "GetModel memcpy_s fail"}));
     EXPECT_EQ(message.GetRandomNumber(NoArray<std::uint8_t, 32>()), -1);
-    EXPECT_EQ(log.Errors().size(), 1U);
-    log.Take();
+    EXPECT_EQ(log.TakeUnannounced().size(), 1U);
     EXPECT_EQ(StateOf(message), kFilledState);
 
     EXPECT_EQ(message.SetMac(NoArray<const std::uint8_t, 6>()), -1);
     EXPECT_EQ(message.SetRandomNumber(NoArray<const std::uint8_t, 32>()), -1);
     EXPECT_EQ(message.SetModel(NoArray<const std::uint8_t, 4>()), -1);
-    EXPECT_EQ(log.Errors(), (LogTexts{"SetMac memcpy_s fail(LogErrorFun)",
-                                      "SetRandomNumber memcpy_s fail(LogErrorFun)",
-                                      "SetModel memcpy_s fail(LogErrorFun)"}));
+    EXPECT_EQ(log.TakeUnannounced(), (Texts{"SetMac memcpy_s fail", "SetRandomNumber memcpy_s fail",
+                                            "SetModel memcpy_s fail"}));
     EXPECT_EQ(StateOf(message), State("old", 0, 0, kZeros, 0));
 }
 

@@ -4,10 +4,14 @@
 #include <filesystem>
 #include <fstream>
 
+#include "platform/hosted/Kernel.h"
 #include "tests/message/MessageState.h"
 #include "tests/support/LogRecorder.h"
 
 namespace {
+
+using testing_support::LogRecorder;
+using Texts = std::vector<std::string>;
 
 namespace fs = std::filesystem;
 
@@ -41,8 +45,7 @@ class UriConfig : public testing::Test {
             LogRecorder log;
             m_message.Init(type);
             EXPECT_EQ(StateOf(m_message), kFilledState);
-            EXPECT_EQ(log.Errors(), LogTexts{"NFC_ GetUriInfo fail(LogErrorFun)"});
-            log.Take();
+            EXPECT_EQ(log.TakeUnannounced(), Texts{"NFC_ GetUriInfo fail"});
         }
     }
 
@@ -58,15 +61,15 @@ TEST_F(UriConfig, FillsTheMessageByType) {
     LogRecorder log;
     m_message.Init('3');
     EXPECT_EQ(StateOf(m_message), State("old", 0, 2, "\3\3\3\3", 0));
-    EXPECT_EQ(log.Take(), (LogLines{{3, "NFC_ get confFile: NfcUri.ini(LogWarnFun)"},
-                                    {4, "NdefMessage set information failed(LogErrorFun)"}}));
+    EXPECT_EQ(log.Texts(),
+              (Texts{"NFC_ get confFile: NfcUri.ini", "NdefMessage set information failed"}));
+    EXPECT_EQ(log.TakeUnannounced(), Texts{"NdefMessage set information failed"});
     m_message.Init('5');
     EXPECT_EQ(StateOf(m_message), Filled("example.com/o", 5));
     m_message.Init('8');
     EXPECT_EQ(StateOf(m_message), Filled("example.com/v", 8));
     m_message.Init('2');
     EXPECT_EQ(StateOf(m_message), Filled(" ", 2));
-    EXPECT_EQ(log.Errors(), LogTexts{});
 }
 
 TEST_F(UriConfig, ChangesNothingWithoutBothValues) {
@@ -81,6 +84,23 @@ TEST_F(UriConfig, ChangesNothingWithoutBothValues) {
     fs::remove("config/NfcUri.ini");
     fs::create_directory("config/NfcUri.ini");
     ExpectNothingChanged();
+}
+
+TEST_F(UriConfig, TellsWhyThereIsNoDirectory) {
+    Write(kGood);
+    LogRecorder log;
+    hosted::SetCurrentDirectoryForTests(L"C:\\" + std::wstring(257, L'd'));
+    m_message.Init('5');
+    EXPECT_EQ(log.TakeUnannounced(),
+              (Texts{"NFC - GetCurrentDirectoryW:buffer too small, need 261 characters.",
+                     "NFC_ GetUriInfo fail"}));
+    hosted::SetCurrentDirectoryForTests(L"");
+    hosted::SetCallHook([](hosted::Call, hosted::ThreadId) { return ERROR_ACCESS_DENIED; });
+    m_message.Init('5');
+    EXPECT_EQ(log.TakeUnannounced(),
+              (Texts{"NFC - GetCurrentDirectoryW failed (5).", "NFC_ GetUriInfo fail"}));
+    EXPECT_EQ(StateOf(m_message), kFilledState);
+    hosted::SetCallHook(nullptr);
 }
 
 TEST_F(UriConfig, ReadsTheFilesThatEditorsWrite) {
@@ -103,7 +123,6 @@ TEST_F(UriConfig, ReadsTheFilesThatEditorsWrite) {
         EXPECT_EQ(StateOf(m_message), Filled("example.com/v", 8));
         m_message.Init('5');
         EXPECT_EQ(StateOf(m_message), Filled("example.com/o", 5));
-        EXPECT_EQ(log.Errors(), LogTexts{});
     }
 }
 
@@ -124,7 +143,7 @@ TEST_F(UriConfig, CutsAndRefusesLongValues) {
     m_message.Init('8');
     m_message.Init('5');
     EXPECT_EQ(StateOf(m_message), Filled(twoByte.substr(0, 100), 8));
-    EXPECT_EQ(log.Errors(), LogTexts{"NdefMessage set information failed(LogErrorFun)"});
+    EXPECT_EQ(log.TakeUnannounced(), Texts{"NdefMessage set information failed"});
 }
 
 }  // namespace

@@ -7,6 +7,9 @@
 
 namespace {
 
+using testing_support::LogRecorder;
+using Texts = std::vector<std::string>;
+
 std::string FromHex(const std::string& hex) {
     std::string bytes;
     for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
@@ -26,10 +29,9 @@ TEST(NfcDataBuild, MakesTheWorkedImageByteForByte) {
     ASSERT_EQ(expected.size(), 105U);
     LogRecorder log;
     EXPECT_EQ(Build(WorkedFields()).GetContent(), expected);
-    EXPECT_EQ(log.Take(), (LogLines{{3, "m_uri size is 12(LogWarnFun)"},
-                                    {3, "bodyContent CaculateLength() 44(LogWarnFun)"},
-                                    {3, "m_uri (payload) length is 12(LogWarnFun)"},
-                                    {3, "nfcBody (payload) length is 44(LogWarnFun)"}}));
+    EXPECT_EQ(log.Texts(),
+              (Texts{"m_uri size is 12", "bodyContent CaculateLength() 44",
+                     "m_uri (payload) length is 12", "nfcBody (payload) length is 44"}));
 }
 
 TEST(NfcDataBuild, ShowsItsStagesInTheBytes) {
@@ -49,7 +51,6 @@ TEST(NfcDataBuild, ShowsItsStagesInTheBytes) {
     const std::string empty = data.GetContent();
     EXPECT_EQ(empty.substr(0, 7), std::string("\x03\x5A\x91\x01\x01\x55\x04", 7));
     EXPECT_EQ(empty.size(), 93U);
-    EXPECT_EQ(log.Errors(), LogTexts{});
 }
 
 TEST(NfcDataBuild, BoundsTheUri) {
@@ -66,14 +67,17 @@ TEST(NfcDataBuild, BoundsTheUri) {
         LogRecorder log;
         const std::string url(size, 'u');
         EXPECT_EQ(data.SetUrl(url), fits);
-        LogLines told;
+        Texts told;
         if (stored) {
-            told.push_back({3, "m_uri size is " + std::to_string(size) + "(LogWarnFun)"});
+            told.push_back("m_uri size is " + std::to_string(size));
         }
+        Texts errors;
         if (stored && !fits) {
-            told.push_back({4, "length error(LogErrorFun)"});
+            errors.push_back("length error");
+            told.push_back("length error");
         }
-        EXPECT_EQ(log.Take(), told);
+        EXPECT_EQ(log.Texts(), told);
+        EXPECT_EQ(log.TakeUnannounced(), errors);
         EXPECT_EQ(data.GetUrl(), stored ? url : "tag/abcd1234");
         const std::string image = data.GetContent();
         const std::size_t shown = data.GetUrl().size();
@@ -84,7 +88,7 @@ TEST(NfcDataBuild, BoundsTheUri) {
         // The other fields are stored and then refused until the text fits again.
         EXPECT_EQ(data.SetModel({1, 1, 1, 1}), fits || !stored);
         EXPECT_EQ(data.GetModel(), "\x01\x01\x01\x01");
-        log.Take();
+        EXPECT_EQ(log.TakeUnannounced(), errors);
     }
 }
 
@@ -94,12 +98,10 @@ TEST(NfcDataBuild, ClearsAFieldWhoseNewValueIsNotThere) {
     EXPECT_FALSE(data.SetMacAddr(NoArray<const std::uint8_t, 6>()));
     EXPECT_FALSE(data.SetRandomNumber(NoArray<const std::uint8_t, 32>()));
     EXPECT_FALSE(data.SetModel(NoArray<const std::uint8_t, 4>()));
-    EXPECT_EQ(
-        log.Errors(),
-        (LogTexts{"SetMac memcpy_s fail(LogErrorFun)", "NfcBody: SetMacAddr failed(LogErrorFun)",
-                  "SetRandomNumber memcpy_s fail(LogErrorFun)",
-                  "NfcBody: SetRandomNumber failed(LogErrorFun)",
-                  "SetModel memcpy_s fail(LogErrorFun)", "NfcBody: SetModel failed(LogErrorFun)"}));
+    EXPECT_EQ(log.TakeUnannounced(),
+              (Texts{"SetMac memcpy_s fail", "NfcBody: SetMacAddr failed",
+                     "SetRandomNumber memcpy_s fail", "NfcBody: SetRandomNumber failed",
+                     "SetModel memcpy_s fail", "NfcBody: SetModel failed"}));
     EXPECT_EQ(data.GetMacAddr() + data.GetRandomNumber() + data.GetModel(), std::string(42, '\0'));
 }
 

@@ -9,6 +9,9 @@
 
 namespace {
 
+using testing_support::LogRecorder;
+using Texts = std::vector<std::string>;
+
 using Edit = std::function<void(std::string&)>;
 
 // Offsets in the payload of the worked image, which is everything between length and terminator.
@@ -55,7 +58,6 @@ TEST(NfcDataParse, TakesBackEveryImageThatCanBeBuilt) {
         EXPECT_EQ(FieldsOf(read), fields);
         EXPECT_EQ(read.GetContent(), image);
     }
-    EXPECT_EQ(log.Errors(), LogTexts{});
 }
 
 TEST(NfcDataParse, RefusesMalformedImagesWithTheMessageOfTheCheck) {
@@ -65,7 +67,7 @@ TEST(NfcDataParse, RefusesMalformedImagesWithTheMessageOfTheCheck) {
     struct Case {
         const char* name;
         std::string image;
-        LogTexts errors;
+        Texts errors;
     };
     const std::vector<Case> cases = {
         {"nothing", "", {}},
@@ -105,16 +107,12 @@ TEST(NfcDataParse, RefusesMalformedImagesWithTheMessageOfTheCheck) {
         ASSERT_TRUE(data.Init());
         LogRecorder log;
         EXPECT_FALSE(data.Parse(each.image));
-        LogTexts expected = each.errors;
-        for (std::string& text : expected) {
-            text += "(LogErrorFun)";
-        }
-        EXPECT_EQ(log.Errors(), expected);
+        EXPECT_EQ(log.TakeUnannounced(), each.errors);
         // Without parts the same images, and a sound one, end in the same way.
         NfcData bare;
         EXPECT_FALSE(bare.Parse(each.image));
         EXPECT_FALSE(bare.Parse(whole));
-        log.Take();
+        log.TakeUnannounced();
     }
 }
 
@@ -139,7 +137,6 @@ TEST(NfcDataParse, TakesWhatNoReaderLooksAt) {
         EXPECT_EQ(again.size(), kSize + 3);
         EXPECT_EQ(again.back(), 'T');
         EXPECT_EQ(again.substr(2 + kBody, 2), image.substr(2 + kBody, 2));
-        EXPECT_EQ(log.Errors(), LogTexts{});
     }
 }
 
@@ -154,7 +151,7 @@ TEST(NfcDataParse, LeavesWhatItReadBeforeAFailure) {
     EXPECT_EQ(data.GetContent().substr(0, 2), image.substr(0, 2));
     EXPECT_EQ(data.GetContent()[2 + kMime + 2], 43);
     EXPECT_EQ(data.GetContent().back(), '\xFE');
-    EXPECT_EQ(log.Errors().size(), 1U);
+    EXPECT_EQ(log.TakeUnannounced().size(), 1U);
 
     NfcHead head;
     ASSERT_TRUE(head.Parse(std::string("\xAB\x01\x00T", 4)));
@@ -167,13 +164,16 @@ TEST(NfcDataParse, LeavesWhatItReadBeforeAFailure) {
     EXPECT_FALSE(body.Parse(std::string(43, 'c')));
     EXPECT_FALSE(body.Parse(std::string(256, 'c')));
     EXPECT_EQ(body.GetContent(), std::string("\0\x64", 2) + std::string(42, 'b'));
-    log.Take();
+    log.TakeUnannounced();
     EXPECT_FALSE(body.IsInit());
-    EXPECT_EQ(log.Errors(), LogTexts{"NfcBody not init(LogErrorFun)"});
+    EXPECT_EQ(log.TakeUnannounced(), Texts{"NfcBody not init"});
 }
 
 TEST(NfcDataParse, SurvivesMutatedImages) {
     LogRecorder log;
+    for (const char* refusal : {"NFC ", "NfcHead ", "Parse "}) {
+        log.Announce(refusal);
+    }
     std::mt19937 random(7);
     const auto below = [&random](std::size_t bound) { return random() % bound; };
     int accepted = 0;
@@ -205,7 +205,7 @@ TEST(NfcDataParse, SurvivesMutatedImages) {
         ASSERT_TRUE(again.Init());
         ASSERT_TRUE(again.Parse(Build(fields).GetContent()));
         ASSERT_EQ(FieldsOf(again), fields);
-        log.Take();
+        log.Clear();
     }
     // Neither everything nor nothing passed, or the loop above looked at one side only.
     EXPECT_GT(accepted, 2000);
