@@ -1,0 +1,7 @@
+// Device start as the managers do it.
+#pragma once
+
+class NfcProxy;
+
+/// Up to three attempts, with 300 ms after each failure. Logs nothing of its own.
+bool StartDeviceWithRetries(NfcProxy& proxy);

@@ -1,0 +1,46 @@
+#include "manager/ManagerState.h"
+
+#include "chip/LockOrder.h"
+#include "platform/platform.h"
+
+platform::NeverDestroyed<std::mutex> m_staticDeviceMutex;
+platform::NeverDestroyed<std::mutex> m_staticMcuKbMutex;
+platform::NeverDestroyed<std::mutex> g_memoryMutex;
+
+namespace {
+
+platform::NeverDestroyed<std::mutex> g_writeMutex;
+
+// First of the watches, each on the stack of the operation that it serves. Under g_memoryMutex.
+NumberWatch* g_firstWatch = nullptr;
+
+}  // namespace
+
+std::mutex& NfcManager::m_staticWriteMutex = g_writeMutex.value;
+
+NumberWatch::~NumberWatch() {
+    if (!m_listed) {
+        return;
+    }
+    platform::Lock lock(g_memoryMutex.value, kMemoryLock);
+    NumberWatch** link = &g_firstWatch;
+    while (*link != this) {
+        link = &(*link)->m_next;
+    }
+    *link = m_next;
+}
+
+void NumberWatch::Begin(const NfcData* image) {
+    m_image = image;
+    m_next = g_firstWatch;
+    m_listed = true;
+    g_firstWatch = this;
+}
+
+void NumberWatch::Announce(const NfcData* image, const RandomNumber& number) {
+    for (NumberWatch* watch = g_firstWatch; watch != nullptr; watch = watch->m_next) {
+        if (watch->m_image == image) {
+            watch->m_given = number;
+        }
+    }
+}

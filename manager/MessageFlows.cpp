@@ -1,0 +1,270 @@
+// The flows around a whole message: write, read, update.
+//
+// WriteMessage holds m_staticDeviceMutex throughout; each step on the tag holds g_contentMutex;
+// message and image in memory are touched under g_memoryMutex alone. A flow that a host calls while
+// another runs therefore falls between two steps, never into one.
+#include <tagport/NfcManager.h>
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "chip/LockOrder.h"
+#include "chip/NfcDeviceContext.h"
+#include "diagnostics/Log.h"
+#include "manager/DeviceStartRetry.h"
+#include "manager/ManagerState.h"
+#include "manager/MessageLimits.h"
+#include "manager/TagAccess.h"
+#include "manager/ThreadCreate.h"
+#include "peripheral/NfcProxy.h"
+#include "peripheral/PeripheralState.h"
+#include "platform/platform.h"
+#include "tagimage/NfcData.h"
+
+namespace {
+
+constexpr int kSuccess = 0;
+constexpr int kFailure = -1;
+
+// The fields that travel between a message and the tag; the PC type does not.
+struct MessageFields {
+    std::string url;
+    std::uint8_t mac[6] = {};
+    std::uint8_t number[kNumberSize] = {};
+    std::uint8_t model[4] = {};
+};
+
+bool HasStorableUrl(const MessageFields& fields) {
+    return !fields.url.empty() && fields.url.size() <= kMaxUrlSize;
+}
+
+MessageFields FieldsOf(NdefMessage& message) {
+    MessageFields fields;
+    message.GetRandomNumber(fields.number);
+    message.GetUrl(fields.url);
+    message.GetModel(fields.model);
+    message.GetMac(fields.mac);
+    return fields;
+}
+
+void UseNewerNumber(const NumberWatch& watch, MessageFields& fields) {
+    if (watch.given()) {
+        std::copy(watch.given()->begin(), watch.given()->end(), fields.number);
+    }
+}
+
+// Copies a counted byte string into a field. False when it has too few bytes.
+template <std::size_t N>
+bool CopyExactly(const std::string& bytes, std::uint8_t (&field)[N]) {
+    if (bytes.size() < N) {
+        return false;
+    }
+    std::copy_n(bytes.begin(), N, field);
+    return true;
+}
+
+// Takes an image from the tag apart. False, with a log line, when it is malformed.
+bool ParseFields(const std::string& content, MessageFields& fields) {
+    NfcData nfcDataRead;
+    if (!nfcDataRead.Init() || !nfcDataRead.Parse(content)) {
+        LogErrorFun("nfcDataRead init fail");
+        return false;
+    }
+    fields.url = nfcDataRead.GetUrl();
+    if (!CopyExactly(nfcDataRead.GetMacAddr(), fields.mac) ||
+        !CopyExactly(nfcDataRead.GetRandomNumber(), fields.number) ||
+        !CopyExactly(nfcDataRead.GetModel(), fields.model)) {
+        LogErrorFun("length error");
+        return false;
+    }
+    return true;
+}
+
+bool ReadContent(NfcProxy& proxy, std::string& content) {
+    platform::Lock lock(g_contentMutex.value, kContentLock);
+    return proxy.ReadNfcContent(content);
+}
+
+// A chip that answers, answers with something other than zero at one of the places looked at.
+bool LooksWritten(const RandomNumber& number) {
+    return (number[0] | number[1] | number[2] | number[kNumberSize - 1]) != 0;
+}
+
+bool IsReadBeforeWrite() {
+    return g_isI2cDriver && GetNfcDeviceContext().linkType != NfcLinkSpb4;
+}
+
+// Device start leaves the radio off on some chips; a written tag is to be seen by phones.
+void EnableRadio() {
+    NfcDeviceContext& context = GetNfcDeviceContext();
+    NfcSpbCommon* const driver = context.spbDriverOps;
+    if (driver == nullptr) {
+        LogErrorFun("spbDriverOps == nullptr");
+        return;
+    }
+    if (!driver->radioEnabled) {
+        platform::Lock lock(context.mutex, kDeviceLock);
+        driver->RadioEnable();
+    }
+}
+
+}  // namespace
+
+int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
+    platform::Lock operation(m_staticDeviceMutex.value, kDeviceOperationLock);
+    LogWarnFun("NFC_WriteMessage with dynamic delay begin!");
+    if (message == nullptr) {
+        LogErrorFun("WriteMessage msg nullptr");
+        return kFailure;
+    }
+    // Copied first: message and the manager's own are often one object, which the read overwrites.
+    NumberWatch watch;
+    MessageFields fields;
+    std::shared_ptr<NdefMessage> own;
+    {
+        platform::Lock memory(g_memoryMutex.value, kMemoryLock);
+        watch.Begin(m_nfcData.get());
+        fields = FieldsOf(*message);
+        own = m_ndefMessage;
+    }
+    if (!IsReadBeforeWrite()) {
+        LogWarnFun("Nfc_ReadMessage not need");
+    } else if (ReadMessage(own) != kSuccess) {
+        LogErrorFun("WriteMessage Read failed");
+        platform::Lock memory(g_memoryMutex.value, kMemoryLock);
+        m_ndefMessage = message;
+    }
+    {
+        platform::Lock memory(g_memoryMutex.value, kMemoryLock);
+        if (m_ndefMessage == nullptr) {
+            LogErrorFun("WriteMessage m_ndefMessage nullptr");
+            return kFailure;
+        }
+        UseNewerNumber(watch, fields);
+        m_ndefMessage->SetRandomNumber(fields.number);
+        if (HasStorableUrl(fields)) {
+            m_ndefMessage->SetUrl(fields.url);
+        }
+        m_ndefMessage->SetModel(fields.model);
+        m_ndefMessage->SetMac(fields.mac);
+    }
+    int result = kSuccess;
+    if (!UpdateNfcData()) {
+        LogErrorFun("UpdateNfcData failed");
+        result = kFailure;
+    }
+    if (m_nfcProxy == nullptr || !NfcThreadCreate()) {
+        return kFailure;
+    }
+    EnableRadio();
+    return result;
+}
+
+int NfcManager::ReadMessage(const std::shared_ptr<NdefMessage>& target) {
+    NumberWatch watch;
+    {
+        platform::Lock memory(g_memoryMutex.value, kMemoryLock);
+        watch.Begin(m_nfcData.get());
+    }
+    std::string content;
+    if (m_nfcProxy == nullptr || !ReadContent(*m_nfcProxy, content)) {
+        LogErrorFun("ReadMessage ReadNfcContent failed");
+        return kFailure;
+    }
+    MessageFields fields;
+    if (!ParseFields(content, fields)) {
+        return kFailure;
+    }
+    if (target == nullptr || !HasStorableUrl(fields)) {
+        return kFailure;
+    }
+    platform::Lock memory(g_memoryMutex.value, kMemoryLock);
+    if (target == m_ndefMessage) {
+        UseNewerNumber(watch, fields);
+    }
+    target->SetUrl(fields.url);
+    target->SetMac(fields.mac);
+    target->SetRandomNumber(fields.number);
+    target->SetModel(fields.model);
+    return SetContent() ? kSuccess : kFailure;
+}
+
+bool NfcManager::UpdateNfcData() {
+    {
+        platform::Lock memory(g_memoryMutex.value, kMemoryLock);
+        if (!SetContent()) {
+            return false;
+        }
+    }
+    if (m_nfcProxy == nullptr || m_nfcData == nullptr) {
+        LogErrorFun("nullptr error");
+        return false;
+    }
+    const bool written = TryThrice([this] {
+        LogWarnFun("UpdateNfcData begin writing Nfc Chip");
+        return WriteImage(*m_nfcProxy, *m_nfcData);
+    });
+    if (!written) {
+        LogErrorFun("UpdateNfcData Write failed");
+        return false;
+    }
+    LogWarnFun("UpdateNfcData Write Nfc Chip Successful");
+    RandomNumber number{};
+    for (int count = 0; count < kTagAttempts; ++count) {
+        LogWarnFun("UpdateNfcData begin ReadRandNum %d", count);
+        if (!ReadNumber(*m_nfcProxy, number.data())) {
+            LogErrorFun("ReadRandNum ReadNfc failed");
+            LogErrorFun("ReadRandNum failed %d", count);
+        } else if (LooksWritten(number)) {
+            LogWarnFun("UpdateNfcData ReadRandNum Successful");
+            m_nfcProxy->SetLocalNum(number.data());
+            LogWarnFun("UpdateNfcData success");
+            return true;
+        } else {
+            LogErrorFun("ReadRandNum value is wrong %d", count);
+        }
+    }
+    LogErrorFun("UpdateNfcData ReadRandNum failed");
+    return false;
+}
+
+bool NfcManager::UpdateNfcContent() {
+    LogWarnFun("NfcManager::UpdateNfcContent()");
+    {
+        platform::Lock memory(g_memoryMutex.value, kMemoryLock);
+        if (!SetContent()) {
+            LogErrorFun("UpdateNfcContent SetContent fail");
+            return false;
+        }
+    }
+    if (m_nfcProxy == nullptr) {
+        return false;
+    }
+    if (!StartDeviceWithRetries(*m_nfcProxy)) {
+        return false;
+    }
+    LogWarnFun("NfcManager::InitNfcDevice done");
+    std::string content;
+    if (!ReadContent(*m_nfcProxy, content)) {
+        LogErrorFun("UpdateNfcContent ReadNfcContent failed");
+        return false;
+    }
+    LogWarnFun("UpdateNfcContent ReadNfcContent done");
+    if (content != BuildImage(*m_nfcData)) {
+        LogWarnFun("UpdateNfcContent: Writing NfcContent");
+        if (!TryThrice([this] { return WriteImage(*m_nfcProxy, *m_nfcData); })) {
+            LogErrorFun("UpdateNfcContent reWrite failed");
+            return false;
+        }
+        LogWarnFun("UpdateNfcContent Write Nfc Chip Successful");
+    }
+    RandomNumber number{};
+    if (!ReadNumber(*m_nfcProxy, number.data())) {
+        LogErrorFun("ReadRandNum ReadNfc failed");
+        LogErrorFun("ReadRandNum failed");
+        return false;
+    }
+    m_nfcProxy->SetLocalNum(number.data());
+    return true;
+}

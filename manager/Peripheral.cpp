@@ -1,0 +1,72 @@
+// The operations that forward to the peripheral: start, Bluetooth, connection status.
+#include <tagport/NfcManager.h>
+
+#include "chip/LockOrder.h"
+#include "diagnostics/Log.h"
+#include "manager/DeviceStartRetry.h"
+#include "manager/ManagerState.h"
+#include "peripheral/NfcProxy.h"
+#include "peripheral/PeripheralState.h"
+#include "platform/platform.h"
+
+namespace {
+
+constexpr int kStartAttempts = 3;
+constexpr DWORD kStartPauseMs = 300;
+
+}  // namespace
+
+bool StartDeviceWithRetries(NfcProxy& proxy) {
+    for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
+        if (proxy.InitNfcDevice()) {
+            return true;
+        }
+        Sleep(kStartPauseMs);
+    }
+    return false;
+}
+
+bool NfcManager::DeviceInit() {
+    platform::Lock lock(m_staticDeviceMutex.value, kDeviceOperationLock);
+    LogWarnFun("NfcManager::DeviceInit()");
+    // A start works on the process's state alone, so it does not need this manager's own proxy.
+    if (!StartDeviceWithRetries(*NfcProxy::Detached())) {
+        LogErrorFun("NfcManager Init DeviceInit failed");
+        return false;
+    }
+    return true;
+}
+
+bool NfcManager::IsActivePC() {
+    if (m_nfcProxy == nullptr) {
+        LogErrorFun("[NFC] IsPassivePC ,m_nfcProxy is nullptr");
+        return false;
+    }
+    return g_isI2cDriver;
+}
+
+bool NfcManager::SetMcuKbConnectStatus(bool status) {
+    platform::Lock lock(m_staticMcuKbMutex.value, kMcuStatusLock);
+    if (m_nfcProxy == nullptr) {
+        LogErrorFun("[NFC] IsPassivePC ,m_nfcProxy is nullptr");
+        return false;
+    }
+    g_mcuKbConnected = status;
+    return true;
+}
+
+bool NfcManager::BtConnect(std::uint64_t address) {
+    if (m_nfcProxy == nullptr) {
+        LogErrorFun("BtConnect failed");
+        return false;
+    }
+    return m_nfcProxy->BtConnect(address);
+}
+
+bool NfcManager::BtDisconnect(std::uint64_t address) {
+    if (m_nfcProxy == nullptr) {
+        LogErrorFun("BtDisconnect failed");
+        return false;
+    }
+    return m_nfcProxy->BtDisconnect(address);
+}

@@ -1,0 +1,132 @@
+// Renewing the random number: memory at once, the tag on a thread of its own.
+#include <tagport/NfcManager.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "chip/LockOrder.h"
+#include "chip/TransferState.h"
+#include "diagnostics/Log.h"
+#include "manager/ManagerState.h"
+#include "manager/TagAccess.h"
+#include "peripheral/NfcProxy.h"
+#include "platform/BoundedMemory.h"
+#include "platform/platform.h"
+#include "tagimage/NfcData.h"
+
+namespace {
+
+constexpr int kSuccess = 0;
+constexpr int kFailure = -1;
+constexpr std::uint32_t kThreadFailure = 0xFFFFFFFF;
+
+// What the number thread works on. It may outlive the host's last pointer to the manager, so it
+// holds image and message itself, works through a detached proxy, and keeps the transfer event
+// open: the end of the manager must not cut an image in half.
+struct NumberThread {
+    NfcManager manager;
+    EventSlot::Lease transferEvent;
+};
+
+DWORD WINAPI RunNumberThread(LPVOID argument) {
+    const std::unique_ptr<NumberThread> thread(static_cast<NumberThread*>(argument));
+    return NfcManager::WriteRandThread(&thread->manager);
+}
+
+// A chip that answers, answers with something other than zero at one of the places looked at.
+bool LooksWritten(const RandomNumber& number) {
+    return (number[0] | number[1] | number[kNumberSize - 1]) != 0;
+}
+
+}  // namespace
+
+int NfcManager::WriteRandNum(const std::uint8_t (&number)[32]) {
+    RandomNumber given{};
+    const bool isArray =
+        platform::memcpy_s(given.data(), given.size(), number, sizeof(number)) == 0;
+    std::unique_ptr<NumberThread> thread;
+    {
+        platform::Lock memory(g_memoryMutex.value, kMemoryLock);
+        if (m_ndefMessage == nullptr) {
+            LogErrorFun("WriteRandNum GetRandomNumber fail");
+            return kFailure;
+        }
+        std::uint8_t current[kNumberSize] = {};
+        m_ndefMessage->GetRandomNumber(current);
+        if (isArray && std::equal(given.begin(), given.end(), std::begin(current))) {
+            LogWarnFun("WriteRandNum no need to update");
+            return kSuccess;
+        }
+        if (m_ndefMessage->SetRandomNumber(number) != kSuccess || !SetRandomNumber(number)) {
+            LogErrorFun("SetRandomNumber fail");
+            return kFailure;
+        }
+        NumberWatch::Announce(m_nfcData.get(), given);
+        thread.reset(new NumberThread{*this, g_ioEvent.value.Get()});
+    }
+    thread->manager.m_nfcProxy = NfcProxy::Detached();
+    const HANDLE handle = CreateThread(nullptr, 0, RunNumberThread, thread.get(), 0, nullptr);
+    if (handle != nullptr) {
+        thread.release();  // the thread owns it now
+        CloseHandle(handle);
+    }
+    LogWarnFun("NFC_WriteRandNum done");
+    return kSuccess;
+}
+
+std::uint32_t NfcManager::WriteRandThread(void* manager) {
+    if (manager == nullptr) {
+        LogErrorFun("WriteRandThread nullptr");
+        return kThreadFailure;
+    }
+    if (static_cast<NfcManager*>(manager)->LocalWriteRand() != kSuccess) {
+        LogErrorFun("LocalWriteRand failed");
+        return kThreadFailure;
+    }
+    return 0;
+}
+
+int NfcManager::LocalWriteRand() {
+    platform::Lock operation(m_staticWriteMutex, kNumberOperationLock);
+    if (m_nfcProxy == nullptr) {
+        LogErrorFun("LocalWriteRand m_nfcProxy is nullptr");
+        return kFailure;
+    }
+    if (!TryThrice([this] { return WriteImage(*m_nfcProxy, *m_nfcData); })) {
+        LogErrorFun("LocalWriteRand WriteNfcContent failed");
+        return kFailure;
+    }
+    LogWarnFun("LocalWriteRand WriteNfcContent Write Chip Successful");
+    RandomNumber number{};
+    const auto readBack = [&] {
+        for (int count = 0; count < kTagAttempts; ++count) {
+            LogWarnFun("LocalWriteRand begin ReadRandNum");
+            if (!ReadNumber(*m_nfcProxy, number.data())) {
+                LogErrorFun("ReadRandNum ReadNfc failed");
+                LogErrorFun("ReadRandNum failed %d", count);
+            } else if (LooksWritten(number)) {
+                return true;
+            }
+        }
+        return false;
+    };
+    if (!readBack()) {
+        LogErrorFun("LocalWriteRand ReadRandNum failed");
+        return kFailure;
+    }
+    LogWarnFun("LocalWriteRand ReadRandNum Successful");
+    if (m_nfcProxy == nullptr) {
+        LogErrorFun("m_nfcProxy SetLocalNum failed");
+        return kFailure;
+    }
+    m_nfcProxy->SetLocalNum(number.data());
+    return kSuccess;
+}
+
+int NfcManager::ReadRandNum(std::uint8_t (&number)[32]) {
+    if (m_nfcProxy == nullptr || !ReadNumber(*m_nfcProxy, number)) {
+        LogErrorFun("ReadRandNum ReadNfc failed");
+        return kFailure;
+    }
+    return kSuccess;
+}

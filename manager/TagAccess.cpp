@@ -1,0 +1,23 @@
+#include "manager/TagAccess.h"
+
+#include "chip/LockOrder.h"
+#include "manager/ManagerState.h"
+#include "peripheral/NfcProxy.h"
+#include "peripheral/PeripheralState.h"
+#include "platform/platform.h"
+#include "tagimage/NfcData.h"
+
+std::string BuildImage(const NfcData& data) {
+    platform::Lock lock(g_memoryMutex.value, kMemoryLock);
+    return data.GetContent();
+}
+
+bool WriteImage(NfcProxy& proxy, const NfcData& data) {
+    platform::Lock content(g_contentMutex.value, kContentLock);
+    return proxy.WriteNfcContent(BuildImage(data));
+}
+
+bool ReadNumber(NfcProxy& proxy, std::uint8_t* number) {
+    platform::Lock content(g_contentMutex.value, kContentLock);
+    return proxy.ReadRandNumber(number);
+}

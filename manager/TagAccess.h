@@ -1,0 +1,33 @@
+// One step on the tag as the flows take it: build and write an image, or read the number. Each
+// takes g_contentMutex for the whole step.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+class NfcData;
+class NfcProxy;
+
+/// How often a step on the tag is tried, with no pause in between: the chip layer has its own.
+inline constexpr int kTagAttempts = 3;
+
+/// Takes a step until it works, kTagAttempts times at most. True when it has worked.
+template <class Step>
+bool TryThrice(Step step) {
+    for (int attempt = 0; attempt < kTagAttempts; ++attempt) {
+        if (step()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// The image as the memory holds it now.
+std::string BuildImage(const NfcData& data);
+
+/// Builds the image as the memory holds it now and writes it over every active route. Building and
+/// writing are one step, so that no writer can put an older image over a newer one.
+bool WriteImage(NfcProxy& proxy, const NfcData& data);
+
+/// Reads the number back over every active route, into 32 bytes.
+bool ReadNumber(NfcProxy& proxy, std::uint8_t* number);
