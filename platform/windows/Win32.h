@@ -10,6 +10,8 @@
 
 #include <windows.h>
 
-// The two below need the types of the one above.
+// The two below need the types of the one above. The first declares C functions without saying so.
+extern "C" {
 #include <hidsdi.h>
+}
 #include <setupapi.h>
