@@ -161,8 +161,10 @@ std::vector<SubscriptionPtr> EndSubscriptions(Predicate which) {
     State& state = TheState();
     std::vector<SubscriptionPtr> ended;
     std::shared_ptr<Stream> stopped;
+    std::shared_ptr<ClientThread> thread;
     {
         const platform::Lock lock(state.mutex, kClientRank);
+        thread = state.thread;  // now: once told to stop, it lets go of itself
         auto& live = state.subscriptions;
         const auto kept = std::stable_partition(
             live.begin(), live.end(), [&](const SubscriptionPtr& one) { return !which(*one); });
@@ -179,10 +181,8 @@ std::vector<SubscriptionPtr> EndSubscriptions(Predicate which) {
     if (t_delivers) {
         return ended;
     }
-    std::shared_ptr<ClientThread> thread;
     {
         platform::Lock lock(state.mutex, kClientRank);
-        thread = state.thread;
         // Looks at the running delivery even when there was nothing to take out: it may be the
         // last one of a subscription that its own sink has just ended.
         state.changed.Wait(lock, [&] {
