@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <random>
 
 #include "platform/hosted/Kernel.h"
 #include "tests/message/MessageState.h"
@@ -24,10 +25,7 @@ std::string Filled(const std::string& url, char type) {
 
 class UriConfig : public testing::Test {
   protected:
-    UriConfig() : m_home(fs::current_path()) {
-        const auto* test = testing::UnitTest::GetInstance()->current_test_info();
-        m_root = fs::path(testing::TempDir()) / (std::string("uri-config-") + test->name());
-        fs::remove_all(m_root);
+    UriConfig() {
         fs::create_directories(m_root / "config");
         fs::current_path(m_root);
     }
@@ -52,8 +50,10 @@ class UriConfig : public testing::Test {
     NdefMessage m_message = FilledMessage();
 
   private:
-    fs::path m_home;
-    fs::path m_root;
+    const fs::path m_home = fs::current_path();
+    // Test programs of several builds may run at once.
+    const fs::path m_root =
+        fs::temp_directory_path() / ("uri-config-" + std::to_string(std::random_device()()));
 };
 
 TEST_F(UriConfig, FillsTheMessageByType) {
