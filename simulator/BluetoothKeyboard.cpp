@@ -1,6 +1,8 @@
 // The link of the Bluetooth keyboard.
 #include "simulator/BluetoothKeyboard.h"
 
+#include <algorithm>
+
 namespace simulator {
 
 bool BluetoothKeyboard::Reachable(std::uint64_t address, const char* what) {
@@ -71,8 +73,9 @@ void BluetoothKeyboard::DropLink() {
 }
 
 Bytes BluetoothKeyboard::Wrap(std::uint8_t type, const Bytes& payload) const {
-    Bytes value = {kFrameMark, type};
-    value.insert(value.end(), payload.begin(), payload.end());
+    const Bytes head = {kFrameMark, type};
+    Bytes value(head.size() + payload.size());
+    std::copy(payload.begin(), payload.end(), std::copy(head.begin(), head.end(), value.begin()));
     return value;
 }
 
