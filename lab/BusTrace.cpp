@@ -1,0 +1,201 @@
+#include "lab/BusTrace.h"
+
+#include <utility>
+
+#include "lab/Hex.h"
+#include "simulator/SpbDriver.h"
+
+namespace lab {
+
+namespace {
+
+// Locks that one thread alone takes, by their ranks' names.
+constexpr char kDeferLockName[] = "g_deferMutex";
+constexpr char kNumberLockName[] = "m_staticWriteMutex";
+constexpr std::size_t kKeyboardReadSize = 64;
+
+double Milliseconds(hosted::Micros time) {
+    return static_cast<double>(time) / static_cast<double>(hosted::kMillisecond);
+}
+
+Json BusObject(const char* op) {
+    Json object;
+    object["kind"] = "bus";
+    object["op"] = op;
+    return object;
+}
+
+const char* Operation(const hosted::Request& request) {
+    switch (request.kind()) {
+        case hosted::Request::Kind::kRead:
+            return "read";
+        case hosted::Request::Kind::kWrite:
+            return "write";
+        case hosted::Request::Kind::kControl:
+            break;
+    }
+    return request.controlCode() == simulator::kControlInterrupt ? "wait" : "open";
+}
+
+bool IsInterruptWait(const hosted::Request& request) {
+    return request.kind() == hosted::Request::Kind::kControl &&
+           request.controlCode() == simulator::kControlInterrupt;
+}
+
+class Traced : public LinkDockService::BlePeer {
+  public:
+    Traced(std::shared_ptr<BlePeer> peer, Recorder& recorder)
+        : m_peer(std::move(peer)), m_recorder(recorder) {}
+
+    int Connect(std::uint64_t address) override {
+        return Told("open", "connect the keyboard", {}, m_peer->Connect(address));
+    }
+    int Disconnect(std::uint64_t address) override {
+        return Told("cancel", "disconnect the keyboard", {}, m_peer->Disconnect(address));
+    }
+    int Subscribe(std::uint64_t address, const std::string& service,
+                  const std::string& characteristic, bool on) override {
+        return Told(on ? "open" : "cancel", on ? "subscribe" : "unsubscribe", {},
+                    m_peer->Subscribe(address, service, characteristic, on));
+    }
+    int Write(std::uint64_t address, const std::string& service, const std::string& characteristic,
+              const std::vector<std::uint8_t>& value) override {
+        BusMeaning meaning(BusFormat::kFrames, false);
+        return Told("write", meaning.OfWrite(AsText(value)), value,
+                    m_peer->Write(address, service, characteristic, value));
+    }
+    bool WaitNotification(const LinkDockService::StopToken& stop,
+                          std::vector<std::uint8_t>& value) override {
+        m_recorder.NameThread(hosted::CurrentThread(), kBleThread);
+        if (!m_peer->WaitNotification(stop, value)) {
+            return false;
+        }
+        const BusMeaning meaning(BusFormat::kFrames, false);
+        Told("read", meaning.OfRead(AsText(value)), value, 0);
+        return true;
+    }
+    void Wake() override { m_peer->Wake(); }
+
+  private:
+    int Told(const char* op, const std::string& meaning, const Bytes& bytes, int result) {
+        Json object = BusObject(op);
+        object["bytes"] = ToHex(bytes);
+        if (result < 0) {
+            object["error"] = result;
+        }
+        object["meaning"] = meaning;
+        m_recorder.Add(hosted::CurrentThread(), Milliseconds(hosted::Now()), std::move(object));
+        return result;
+    }
+
+    std::shared_ptr<BlePeer> m_peer;
+    Recorder& m_recorder;
+};
+
+}  // namespace
+
+std::shared_ptr<LinkDockService::BlePeer> TracedPeer(std::shared_ptr<LinkDockService::BlePeer> peer,
+                                                     Recorder& recorder) {
+    return std::make_shared<Traced>(std::move(peer), recorder);
+}
+
+void BusTrace::Add(hosted::ThreadId thread, hosted::Micros time, Json fields) {
+    m_recorder.Add(thread, Milliseconds(time), std::move(fields));
+}
+
+void BusTrace::Take(const hosted::TraceEvent& event) {
+    using Kind = hosted::TraceEvent::Kind;
+    switch (event.kind) {
+        case Kind::kThreadStart:
+            // A routine is only compared, never called.
+            m_recorder.ThreadStarted(event.thread, reinterpret_cast<const void*>(event.routine));
+            break;
+        case Kind::kLock:
+            if (event.text == kDeferLockName) {
+                m_recorder.NameThread(event.thread, kDeferThread);
+            } else if (event.text == kNumberLockName) {
+                m_recorder.NameThread(event.thread, kNumberThread);
+            }
+            break;
+        case Kind::kStart:
+            Started(event);
+            break;
+        case Kind::kDone:
+            Done(event);
+            break;
+        case Kind::kCancel: {
+            Json object = BusObject("cancel");
+            object["bytes"] = "";
+            object["meaning"] = std::string("take back a ") + Operation(*event.request);
+            Add(event.thread, event.time, std::move(object));
+            break;
+        }
+        case Kind::kOpen: {
+            Json object = BusObject("open");
+            object["bytes"] = "";
+            if (event.error != ERROR_SUCCESS) {
+                object["error"] = event.error;
+            }
+            object["meaning"] = event.text;
+            Add(event.thread, event.time, std::move(object));
+            break;
+        }
+        case Kind::kSleep: {
+            Json object;
+            object["kind"] = "sleep";
+            object["ms"] = event.milliseconds;
+            Add(event.thread, event.time, std::move(object));
+            break;
+        }
+        default:
+            break;
+    }
+}
+
+void BusTrace::Started(const hosted::TraceEvent& event) {
+    const hosted::Request& request = *event.request;
+    if (IsInterruptWait(request)) {
+        m_recorder.NameThread(event.thread, kInterruptThread);
+        Json object = BusObject("wait");
+        object["bytes"] = "";
+        object["state"] = "begun";
+        object["meaning"] = "wait for the chip's interrupt";
+        Add(event.thread, event.time, std::move(object));
+    } else if (request.kind() == hosted::Request::Kind::kRead &&
+               request.length() == kKeyboardReadSize && m_meaning.format() == BusFormat::kReports) {
+        m_recorder.NameThread(event.thread, kKeyboardThread);
+    }
+}
+
+void BusTrace::Done(const hosted::TraceEvent& event) {
+    const hosted::Request& request = *event.request;
+    const std::string sent(AsText(request.data()));
+    Json object = BusObject(Operation(request));
+    object["bytes"] =
+        ToHex(request.kind() == hosted::Request::Kind::kWrite ? request.data() : event.bytes);
+    if (IsInterruptWait(request)) {
+        object["state"] = "ended";
+    }
+    if (event.error != ERROR_SUCCESS) {
+        object["error"] = event.error;
+    }
+    switch (request.kind()) {
+        case hosted::Request::Kind::kWrite:
+            object["meaning"] = m_meaning.OfWrite(sent);
+            break;
+        case hosted::Request::Kind::kRead:
+            object["meaning"] = event.error == ERROR_SUCCESS
+                                    ? m_meaning.OfRead(AsText(event.bytes))
+                                    : "read of " + std::to_string(request.length()) + " bytes";
+            break;
+        case hosted::Request::Kind::kControl:
+            object["meaning"] = !IsInterruptWait(request)      ? "open command"
+                                : event.error == ERROR_SUCCESS ? "the chip's interrupt"
+                                                               : "no interrupt";
+            break;
+    }
+    // The thread that asked: its request may be ended by any other.
+    Add(request.thread(), event.time, std::move(object));
+}
+
+}  // namespace lab

@@ -1,0 +1,121 @@
+#include "lab/Hex.h"
+
+#include <array>
+#include <cstdio>
+#include <optional>
+
+#include "lab/Failure.h"
+
+namespace lab {
+
+namespace {
+
+constexpr char kDigits[] = "0123456789ABCDEF";
+
+std::optional<unsigned> Digit(char character) {
+    if (character >= '0' && character <= '9') {
+        return static_cast<unsigned>(character - '0');
+    }
+    if (character >= 'a' && character <= 'f') {
+        return static_cast<unsigned>(character - 'a' + 10);
+    }
+    if (character >= 'A' && character <= 'F') {
+        return static_cast<unsigned>(character - 'A' + 10);
+    }
+    return std::nullopt;
+}
+
+bool IsBlank(char character) {
+    return character == ' ' || character == '\t' || character == '\r' || character == '\n';
+}
+
+std::string Shown(char character) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte > 0x20 && byte < 0x7F) {
+        return std::string("'") + character + "'";
+    }
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "byte 0x%02X", static_cast<unsigned>(byte));
+    return text.data();
+}
+
+[[noreturn]] void Fail(std::string_view text, std::size_t position, const std::string& origin,
+                       const std::string& problem) {
+    std::size_t line = 1;
+    std::size_t column = 1;
+    for (const char character : text.substr(0, position)) {
+        ++column;
+        if (character == '\n') {
+            ++line;
+            column = 1;
+        }
+    }
+    throw WrongCall(origin + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " +
+                    problem);
+}
+
+}  // namespace
+
+std::string ToHex(std::string_view bytes, bool blanks) {
+    std::string text;
+    for (const char character : bytes) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (blanks && !text.empty()) {
+            text += ' ';
+        }
+        text += kDigits[byte >> 4U];
+        text += kDigits[byte & 0x0FU];
+    }
+    return text;
+}
+
+std::string ToHex(const Bytes& bytes, bool blanks) {
+    return ToHex(AsText(bytes), blanks);
+}
+
+std::string FromHex(std::string_view text, const std::string& origin) {
+    std::string bytes;
+    std::size_t position = 0;
+    while (position < text.size()) {
+        if (IsBlank(text[position])) {
+            ++position;
+            continue;
+        }
+        const bool prefixed = text[position] == '0' && position + 1 < text.size() &&
+                              (text[position + 1] == 'x' || text[position + 1] == 'X');
+        position += prefixed ? 2 : 0;
+        unsigned value = 0;
+        for (int half = 0; half < 2; ++half, ++position) {
+            if (position == text.size() || IsBlank(text[position])) {
+                Fail(text, position - 1, origin,
+                     Shown(text[position - 1]) + " stands alone: a byte has two digits");
+            }
+            const std::optional<unsigned> digit = Digit(text[position]);
+            if (!digit) {
+                Fail(text, position, origin, Shown(text[position]) + " is not a hexadecimal digit");
+            }
+            value = value * 16 + *digit;
+        }
+        bytes += static_cast<char>(value);
+    }
+    return bytes;
+}
+
+std::string HexValue(const std::string& text, std::size_t count, const std::string& what) {
+    std::string bytes = FromHex(text, what + " \"" + text + "\"");
+    if (bytes.size() != count) {
+        throw WrongCall(what + " \"" + text + "\": " + std::to_string(bytes.size()) +
+                        " bytes: " + std::to_string(count) + " are needed");
+    }
+    return bytes;
+}
+
+Bytes AsBytes(std::string_view text) {
+    return Bytes(text.begin(), text.end());
+}
+
+std::string_view AsText(const Bytes& bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+}  // namespace lab

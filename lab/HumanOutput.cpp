@@ -1,0 +1,126 @@
+#include "lab/HumanOutput.h"
+
+#include <array>
+#include <cstdio>
+
+namespace lab {
+
+namespace {
+
+constexpr std::size_t kShownDigits = 48;  // of a frame; the meaning says the rest
+constexpr int kErrorLevel = 4;
+constexpr int kIndent = 36;  // where the text of a line begins
+
+std::string EventText(int event) {
+    switch (event) {
+        case 1:
+            return "the phone has left";
+        case 3:
+            return "a phone entered the field";
+        case 4:
+            return "the tag's microcontroller started, or an unknown chip raised an interrupt";
+        default:
+            return "an event that nobody knows";
+    }
+}
+
+std::string RouteText(int route) {
+    constexpr std::array<const char*, 5> kNames{"?", "I2C", "USB", "HID", "Bluetooth"};
+    const auto index = static_cast<std::size_t>(route);
+    return index < kNames.size() ? kNames[index] : kNames[0];
+}
+
+std::string Field(const Json& object, const char* name) {
+    const auto found = object.find(name);
+    if (found == object.end()) {
+        return {};
+    }
+    return found->is_string() ? found->get<std::string>() : found->dump();
+}
+
+std::string Spaced(const std::string& digits) {
+    std::string text;
+    for (std::size_t at = 0; at < digits.size() && at < kShownDigits; at += 2) {
+        text += (at == 0 ? "" : " ") + digits.substr(at, 2);
+    }
+    return digits.size() > kShownDigits ? text + " .." : text;
+}
+
+std::string Continued(const std::string& text) {
+    return std::string(kIndent, ' ') + text + "\n";
+}
+
+bool Succeeded(const Json& result) {
+    return result.is_boolean() ? result.get<bool>() : result == 0;
+}
+
+}  // namespace
+
+std::string HumanOutput::Head(const Json& object, const std::string& kind) const {
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%12.1f  %-9s  %-10s ", object["t"].get<double>(),
+                  object["thread"].get<std::string>().c_str(), kind.c_str());
+    return m_style.Dim(text.data());
+}
+
+std::string HumanOutput::Remark(const std::string& text) const {
+    return m_style.Bold("> " + text) + "\n";
+}
+
+std::string HumanOutput::Lines(const Json& object) const {
+    const std::string kind = object["kind"];
+    if (kind == "event") {
+        const int event = object["event"];
+        return Head(object, "EVENT " + std::to_string(event)) +
+               m_style.Cyan(EventText(event) + "  (" + RouteText(object["route"]) + ")") + "\n" +
+               Continued("number  " + Field(object, "number"));
+    }
+    if (kind == "phone") {
+        if (!object["read"].get<bool>()) {
+            return Head(object, "phone") +
+                   m_style.Yellow("reads nothing: " + Field(object, "problem")) + "\n";
+        }
+        std::string lines = Head(object, "phone") + m_style.Green("reads " + Field(object, "uri")) +
+                            "\n" + Continued("type    " + Field(object, "type"));
+        for (const char* name : {"version", "mac", "number", "model", "payload"}) {
+            if (object.contains(name)) {
+                std::string label = name;
+                label.resize(8, ' ');
+                lines += Continued(label + Field(object, name));
+            }
+        }
+        return lines;
+    }
+    if (kind == "result") {
+        const bool done = Succeeded(object["result"]);
+        std::string text = Field(object, "operation") + "  " +
+                           (done ? m_style.Green("ok") : m_style.Red("FAILED"));
+        for (const char* name : {"number", "url"}) {
+            if (object.contains(name)) {
+                text += std::string("  ") + name + " " + Field(object, name);
+            }
+        }
+        return Head(object, "result") + text + "\n";
+    }
+    if (kind == "log" && m_log) {
+        const bool error = object["level"] == kErrorLevel;
+        const std::string line = Field(object, "line");
+        return Head(object, error ? "log error" : "log warn") +
+               (error ? m_style.Yellow(line) : line) + "\n";
+    }
+    if (kind == "bus" && m_bus) {
+        std::string text = Field(object, "meaning");
+        if (object.contains("error")) {
+            text += m_style.Red("  error " + Field(object, "error"));
+        }
+        const std::string bytes = Spaced(Field(object, "bytes"));
+        return Head(object, "bus " + Field(object, "op")) + text + "\n" +
+               (bytes.empty() ? "" : Continued(m_style.Dim(bytes)));
+    }
+    if (kind == "sleep" && m_bus) {
+        return Head(object, "sleep") + Field(object, "ms") + " ms\n";
+    }
+    return {};
+}
+
+}  // namespace lab

@@ -1,0 +1,271 @@
+#include "lab/ImageNotes.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+#include "lab/Hex.h"
+#include "tagimage/ImageFormat.h"
+
+namespace lab {
+
+using namespace imageformat;
+
+namespace {
+
+// The reader's own bounds.
+constexpr std::size_t kMaxReadLength = 253;
+constexpr std::size_t kMinPayload = kUriHeadSize;
+
+std::string Byte(std::string_view image, std::size_t offset) {
+    return "0x" + ToHex(image.substr(offset, 1));
+}
+
+std::string Hex(std::uint8_t byte) {
+    return "0x" + ToHex(Bytes{byte});
+}
+
+std::string Count(std::size_t count, const char* unit = "byte") {
+    return std::to_string(count) + " " + unit + (count == 1 ? "" : "s");
+}
+
+/// Where the second record begins, as the reader computes it.
+std::size_t SecondRecord(std::string_view image) {
+    return kPayloadOffset + kUriHeadSize + ByteAt(image, kPayloadOffset + kBodyCountOffset);
+}
+
+std::optional<ImageFault> FrameFault(std::string_view image) {
+    if (image.size() < kFrameSize || image.size() > kMaxImageSize) {
+        return ImageFault{0, "the image has " + Count(image.size()) + ": " +
+                                 std::to_string(kFrameSize) + " to " +
+                                 std::to_string(kMaxImageSize) + " are taken"};
+    }
+    if (ByteAt(image, kTagOffset) != kNdefMessageTag) {
+        return ImageFault{
+            kTagOffset, "TLV tag is " + Byte(image, kTagOffset) + ", not " + Hex(kNdefMessageTag)};
+    }
+    const std::size_t length = ByteAt(image, kLengthOffset);
+    if (length > kMaxReadLength) {
+        return ImageFault{kLengthOffset, "TLV length is " + std::to_string(length) + ", above " +
+                                             std::to_string(kMaxReadLength)};
+    }
+    if (image.size() - kFrameSize != length) {
+        return ImageFault{kLengthOffset, "TLV length is " + std::to_string(length) +
+                                             " and asks for an image of " +
+                                             Count(length + kFrameSize) + "; this one has " +
+                                             std::to_string(image.size())};
+    }
+    if (length < kMinPayload) {
+        return ImageFault{kLengthOffset, "TLV length is " + std::to_string(length) +
+                                             ": the head of a URI record takes " +
+                                             std::to_string(kMinPayload)};
+    }
+    return std::nullopt;
+}
+
+std::optional<ImageFault> UriFault(std::string_view image) {
+    const std::size_t length = ByteAt(image, kLengthOffset);
+    const std::size_t first = kPayloadOffset + kRecordTypeOffset;
+    if (ByteAt(image, first) != kUriRecord) {
+        return ImageFault{
+            first, "URI record begins with " + Byte(image, first) + ", not " + Hex(kUriRecord)};
+    }
+    const std::size_t typeAt = kPayloadOffset + kTypeLenOffset;
+    const std::size_t typeLen = ByteAt(image, typeAt);
+    if (typeLen > length) {
+        return ImageFault{typeAt, "URI type length is " + std::to_string(typeLen) +
+                                      ", more than the " + Count(length) + " there are"};
+    }
+    const std::size_t countAt = kPayloadOffset + kBodyCountOffset;
+    const std::size_t count = ByteAt(image, countAt);
+    if (count == 0 || count > length) {
+        return ImageFault{countAt, "URI payload length is " + std::to_string(count) + ": 1 to " +
+                                       std::to_string(length) + " would do"};
+    }
+    const std::size_t prefixAt = kPayloadOffset + kPrefixOffset;
+    if (length <= kPrefixOffset) {
+        return ImageFault{prefixAt, "the image ends in front of the URI identifier code"};
+    }
+    if (ByteAt(image, prefixAt) != kHttpsPrefix) {
+        return ImageFault{prefixAt, "URI identifier code is " + Byte(image, prefixAt) + ", not " +
+                                        Hex(kHttpsPrefix) + " (https)"};
+    }
+    if (typeLen != g_uriType.size()) {
+        return ImageFault{typeAt, "URI type length is " + std::to_string(typeLen) + ", not " +
+                                      std::to_string(g_uriType.size())};
+    }
+    return std::nullopt;
+}
+
+std::optional<ImageFault> MimeFault(std::string_view image) {
+    const std::size_t end = kPayloadOffset + ByteAt(image, kLengthOffset);
+    const std::size_t second = SecondRecord(image);
+    if (second > end) {
+        const std::size_t countAt = kPayloadOffset + kBodyCountOffset;
+        return ImageFault{countAt, "URI payload length is " + Byte(image, countAt) +
+                                       ": the record would end behind the message"};
+    }
+    const std::size_t left = end - second;
+    if (left == 0) {
+        return ImageFault{second, "nothing stands behind the URI record"};
+    }
+    if (ByteAt(image, second) != kMimeRecord) {
+        return ImageFault{second, "media-type record begins with " + Byte(image, second) +
+                                      ", not " + Hex(kMimeRecord)};
+    }
+    if (left < kTypeOffset) {
+        return ImageFault{second, "the head of the media-type record is cut: " + Count(left) +
+                                      " of at least " + std::to_string(kTypeOffset)};
+    }
+    const std::size_t typeAt = second + kTypeLenOffset;
+    const std::size_t typeLen = ByteAt(image, typeAt);
+    if (kTypeOffset + typeLen > left) {
+        return ImageFault{typeAt, "media type length is " + std::to_string(typeLen) +
+                                      ": the record has " + Count(left - kTypeOffset) +
+                                      " behind its head"};
+    }
+    if (typeLen == 0) {
+        return ImageFault{typeAt, "media type length is 0"};
+    }
+    const std::size_t countAt = second + kBodyCountOffset;
+    const std::size_t count = ByteAt(image, countAt);
+    const std::size_t there = std::min(count, left - kTypeOffset - typeLen);
+    if (there < kBodySize) {
+        return ImageFault{countAt, "media payload length is " + std::to_string(count) + " with " +
+                                       Count(there) + " there: " + std::to_string(kBodySize) +
+                                       " are needed"};
+    }
+    return std::nullopt;
+}
+
+/// Names the bytes from the front, each field cut at the end of what is there.
+class Walk {
+  public:
+    Walk(std::string_view image, std::vector<ImageField>& fields)
+        : m_image(image), m_fields(fields) {}
+
+    /// Fields before `end` only. Gives the byte of a one-byte field, 0 when there is none.
+    std::uint8_t Take(std::size_t size, const std::string& name, const std::string& meaning = {}) {
+        const std::size_t there = std::min(size, m_end > m_at ? m_end - m_at : 0);
+        if (there == 0) {
+            return 0;
+        }
+        m_fields.push_back({m_at, there, name, meaning});
+        m_at += there;
+        return ByteAt(m_image, m_at - there);
+    }
+    void SetEnd(std::size_t end) { m_end = std::min(end, m_image.size()); }
+    std::string_view Ahead(std::size_t size) const {
+        return m_at < m_image.size() ? m_image.substr(m_at, std::min(size, m_end - m_at))
+                                     : std::string_view();
+    }
+
+  private:
+    std::string_view m_image;
+    std::vector<ImageField>& m_fields;
+    std::size_t m_at = 0;
+    std::size_t m_end = m_image.size();
+};
+
+std::string Number(std::string_view bytes, const char* what) {
+    return bytes.empty() ? std::string() : std::to_string(ByteAt(bytes, 0)) + " " + what;
+}
+
+/// A text as it can be printed.
+std::string Text(std::string_view bytes) {
+    std::string text = "\"";
+    for (const char character : bytes) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (byte >= 0x20 && byte < 0x7F) {
+            text += character;
+        } else {
+            text += "\\x" + ToHex(std::string_view(&character, 1));
+        }
+    }
+    return text + "\"";
+}
+
+void NameFields(std::string_view image, std::vector<ImageField>& fields) {
+    Walk walk(image, fields);
+    if (image.size() >= kFrameSize) {
+        walk.SetEnd(image.size() - 1);  // the last byte is the terminator, wherever that is
+    }
+    walk.Take(1, "TLV tag", "an NDEF message");
+    walk.Take(1, "TLV length", Number(walk.Ahead(1), "bytes of records"));
+    walk.Take(1, "URI record", "first record, short, well-known type");
+    walk.Take(1, "URI type length");
+    const std::size_t count =
+        walk.Take(1, "URI payload length", Number(walk.Ahead(1), "bytes, identifier code counted"));
+    walk.Take(1, "URI type", Text(walk.Ahead(1)));
+    if (count > 0) {
+        walk.Take(1, "URI identifier code", walk.Ahead(1) == "\x04" ? "https://" : "");
+        walk.Take(count - 1, "URI text", Text(walk.Ahead(count - 1)));
+    }
+    walk.Take(1, "media record", "last record, short, media type");
+    const std::size_t typeLen = walk.Take(1, "media type length", Number(walk.Ahead(1), "bytes"));
+    const std::size_t body = walk.Take(1, "media payload length", Number(walk.Ahead(1), "bytes"));
+    walk.Take(typeLen, "media type", Text(walk.Ahead(typeLen)));
+    std::size_t left = body;
+    const auto part = [&walk, &left](std::size_t size, const char* name) {
+        walk.Take(std::min(size, left), name);
+        left -= std::min(size, left);
+    };
+    part(kVersionSize, "version");
+    part(kMacSize, "MAC address");
+    part(kNumberSize, "random number");
+    part(kModelSize, "PC model");
+    walk.Take(left, "payload behind the model", "not looked at");
+    walk.Take(image.size(), "behind the records", "not looked at");
+    walk.SetEnd(image.size());
+    walk.Take(1, "terminator");
+}
+
+std::vector<std::string> Remarks(std::string_view image) {
+    std::vector<std::string> remarks;
+    const std::size_t end = kPayloadOffset + ByteAt(image, kLengthOffset);
+    const std::size_t second = SecondRecord(image);
+    const std::size_t typeLen = ByteAt(image, second + kTypeLenOffset);
+    const std::size_t count = ByteAt(image, second + kBodyCountOffset);
+    const std::string_view type = image.substr(second + kTypeOffset, typeLen);
+    const std::size_t body = second + kTypeOffset + typeLen;
+    const std::string_view uriType = image.substr(kPayloadOffset + kTypeOffset, 1);
+    if (uriType != g_uriType) {
+        remarks.push_back("URI type is " + Text(uriType) + ", not \"U\"");
+    }
+    if (type != g_mimeType) {
+        remarks.push_back("media type is not " + Text(g_mimeType));
+    }
+    if (ByteAt(image, body) != kVersionMark || ByteAt(image, body + 1) != kVersionMinor) {
+        remarks.push_back("version is " + ToHex(image.substr(body, kVersionSize), true) +
+                          ", not 80 64");
+    }
+    if (count > kBodySize) {
+        remarks.push_back("media payload length is " + std::to_string(count) + ", not " +
+                          std::to_string(kBodySize));
+    }
+    if (body + count != end) {
+        remarks.push_back("the records end at offset " + std::to_string(body + count) +
+                          ", the message at " + std::to_string(end));
+    }
+    if (ByteAt(image, end) != kTerminatorTag) {
+        remarks.push_back("terminator is " + Byte(image, end) + ", not " + Hex(kTerminatorTag));
+    }
+    return remarks;
+}
+
+}  // namespace
+
+ImageNotes AnnotateImage(std::string_view image) {
+    ImageNotes notes;
+    NameFields(image, notes.fields);
+    for (const auto check : {FrameFault, UriFault, MimeFault}) {
+        notes.fault = check(image);
+        if (notes.fault) {
+            return notes;
+        }
+    }
+    notes.remarks = Remarks(image);
+    return notes;
+}
+
+}  // namespace lab

@@ -1,0 +1,107 @@
+// tagport-lab: runs the library against simulated devices, makes tag images and takes them apart.
+// The command line; what it asks for is done elsewhere.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <iostream>
+
+#include "lab/Failure.h"
+#include "lab/ImageCommand.h"
+#include "lab/RunCommand.h"
+#include "lab/Terminal.h"
+
+namespace {
+
+void AddRun(CLI::App& app, lab::RunOptions& run) {
+    app.add_option("--route", run.stage.route, "Where the tag is (default i2c)")
+        ->check(CLI::IsMember({"i2c", "usb", "hid", "ble"}));
+    app.add_option("--chip", run.stage.chip, "The tag's chip on i2c and usb (default fm11nt081)")
+        ->check(CLI::IsMember(
+            {"fm11nt081", "fm11nt082c", "fanli", "like-fanli", "like-fm11n", "silent"}));
+    app.add_option("--pc-type", run.pcType, "2, 5 or 8 (default 5)")
+        ->check(CLI::IsMember({2, 5, 8}));
+    app.add_option("--config", run.configDirectory,
+                   "Directory that holds config/NfcUri.ini (default: the current one)");
+    app.add_option("--script", run.script, "Commands to play, - for standard input");
+    app.add_option("--fault", run.stage.fault, "Requests that fail, as in write#3=refuse:1117");
+    app.add_option("--seed", run.stage.seed,
+                   "Run scheduled: no real time passes, and a seed repeats a run");
+    app.add_flag("--json", run.json, "One JSON object a line, everything included");
+    app.add_flag("--log", run.log, "Show every line of the log");
+    app.add_flag("--bus", run.stage.bus, "Show every frame on the bus");
+}
+
+void AddBuild(CLI::App& app, lab::ImageBuildOptions& build) {
+    auto* const fields = app.add_option_group("source", "One of");
+    fields->add_option("--url", build.url, "URI text without https://, 0 to 162 bytes");
+    fields->add_option("--pc-type", build.pcType, "URL and model of PC type 2, 5 or 8")
+        ->check(CLI::IsMember({2, 5, 8}));
+    fields->require_option(1);
+    app.add_option("--mac", build.mac, "6 bytes in hexadecimal (default: zero)");
+    app.add_option("--number", build.number, "32 bytes in hexadecimal (default: zero)");
+    app.add_option("--model", build.model, "4 bytes in hexadecimal (default: zero)");
+    app.add_option("--config", build.configDirectory, "Directory that holds config/NfcUri.ini");
+    app.add_option("-o,--output", build.output, "File, - for standard output (default)");
+    app.add_option("--format", build.format, "hex (default) or raw")
+        ->check(CLI::IsMember({"hex", "raw"}));
+}
+
+void AddShow(CLI::App& app, lab::ImageShowOptions& show) {
+    app.add_option("FILE", show.file, "File, - for standard input")->required();
+    app.add_option("--format", show.format, "hex, raw or auto (default)")
+        ->check(CLI::IsMember({"hex", "raw", "auto"}));
+}
+
+int Main(int count, char** arguments) {
+    lab::RunOptions run;
+    lab::ImageBuildOptions build;
+    lab::ImageShowOptions show;
+
+    CLI::App app("Runs tagport against simulated devices, and takes tag images apart.",
+                 "tagport-lab");
+    app.require_subcommand(1);
+    app.footer(
+        "Exit status: 0 what was asked worked, 1 the system reported failure, 2 wrong call.");
+    CLI::App& runApp = *app.add_subcommand("run", "Play a script, or a short visit of a phone");
+    CLI::App& image = *app.add_subcommand("image", "Make a tag image or take one apart");
+    image.require_subcommand(1);
+    CLI::App& buildApp = *image.add_subcommand("build", "Make an image from its fields");
+    CLI::App& showApp = *image.add_subcommand("show", "Take an image apart, byte by byte");
+    AddRun(runApp, run);
+    AddBuild(buildApp, build);
+    AddShow(showApp, show);
+    try {
+        app.parse(count, arguments);
+    } catch (const CLI::ParseError& problem) {
+        return app.exit(problem) == 0 ? lab::kExitDone : lab::kExitWrongCall;
+    }
+
+    lab::UseBinaryStreams();
+    if (runApp.parsed()) {
+        return lab::Run(run);
+    }
+    if (buildApp.parsed()) {
+        if (build.output != "-") {
+            build.output = std::filesystem::absolute(build.output).string();
+        }
+        return lab::BuildImage(build);
+    }
+    return lab::ShowImage(show);
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    try {
+        return Main(count, arguments);
+    } catch (const lab::WrongCall& problem) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "tagport-lab: %s\n", problem.what());
+        return lab::kExitWrongCall;
+    } catch (const std::exception& problem) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "tagport-lab: %s\n", problem.what());
+        return lab::kExitFailed;
+    }
+}

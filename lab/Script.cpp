@@ -1,0 +1,351 @@
+#include "lab/Script.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+#include "lab/Failure.h"
+#include "lab/Hex.h"
+
+namespace lab {
+
+namespace {
+
+constexpr std::size_t kNumberSize = 32;
+constexpr std::size_t kMacSize = 6;
+constexpr std::size_t kModelSize = 4;
+constexpr std::size_t kMaxUrl = 255;
+constexpr std::int64_t kMaxMilliseconds = 1'000'000'000;
+constexpr std::int64_t kMaxRepeats = 1'000'000;
+constexpr std::int64_t kMaxByte = 255;
+
+enum class Takes {
+    kNothing,
+    kOptionalMs,
+    kMs,
+    kNumber,
+    kPlan,
+    kByte,
+    kSwitch,
+    kFields,
+    kExpect,
+    kCount
+};
+
+struct Word {
+    const char* name;
+    Verb verb;
+    Takes takes;
+    bool later;         ///< may stand behind "in MS"
+    const char* usage;  ///< what would be right
+};
+
+constexpr std::array kWords{
+    Word{"tap", Verb::kTap, Takes::kOptionalMs, true, "tap [MS]"},
+    Word{"enter", Verb::kEnter, Takes::kNothing, true, "enter"},
+    Word{"leave", Verb::kLeave, Takes::kNothing, true, "leave"},
+    Word{"wait", Verb::kWait, Takes::kMs, false, "wait MS"},
+    Word{"renew", Verb::kRenew, Takes::kNumber, false, "renew [64 hexadecimal digits | random]"},
+    Word{"read-number", Verb::kReadNumber, Takes::kNothing, false, "read-number"},
+    Word{"read-message", Verb::kReadMessage, Takes::kNothing, false, "read-message"},
+    Word{"write", Verb::kWrite, Takes::kFields, false,
+         "write [url=TEXT] [mac=HEX] [number=HEX] [model=HEX]"},
+    Word{"update", Verb::kUpdate, Takes::kNothing, false, "update"},
+    Word{"init", Verb::kInit, Takes::kNothing, false, "init"},
+    Word{"connect", Verb::kConnect, Takes::kNothing, false, "connect"},
+    Word{"disconnect", Verb::kDisconnect, Takes::kNothing, false, "disconnect"},
+    Word{"unplug", Verb::kUnplug, Takes::kNothing, false, "unplug"},
+    Word{"plug", Verb::kPlug, Takes::kNothing, false, "plug"},
+    Word{"fault", Verb::kFault, Takes::kPlan, false, "fault PLAN | none"},
+    Word{"chip-status", Verb::kChipStatus, Takes::kByte, true,
+         "chip-status N, with N from 0 to 255"},
+    Word{"listener", Verb::kListener, Takes::kSwitch, false, "listener on|off"},
+    Word{"stop", Verb::kStop, Takes::kNothing, false, "stop"},
+    Word{"start", Verb::kStart, Takes::kNothing, false, "start"},
+    Word{"expect", Verb::kExpectEvent, Takes::kExpect, false,
+         "expect event N within MS, or expect result OK|FAIL"},
+    Word{"repeat", Verb::kRepeat, Takes::kCount, false, "repeat N ... end"},
+};
+
+constexpr std::array kPlaces{"i2c",        "usb",        "hid",   "ble",        "fm11nt081",
+                             "fm11nt082c", "like-fm11n", "fanli", "like-fanli", "silent"};
+
+std::string Quoted(const std::string& word) {
+    return "\"" + word + "\"";
+}
+
+template <class List, class Text>
+std::string Joined(const List& list, Text text) {
+    std::string joined;
+    for (const auto& entry : list) {
+        joined += (joined.empty() ? "" : ", ") + std::string(text(entry));
+    }
+    return joined;
+}
+
+std::vector<std::string> Split(std::string_view text) {
+    std::vector<std::string> words;
+    std::size_t at = 0;
+    while ((at = text.find_first_not_of(" \t", at)) != std::string_view::npos) {
+        const std::size_t end = std::min(text.find_first_of(" \t", at), text.size());
+        words.emplace_back(text.substr(at, end - at));
+        at = end;
+    }
+    return words;
+}
+
+/// One line, word by word.
+class Line {
+  public:
+    Line(const std::string& file, std::size_t number, std::string_view text)
+        : m_file(file), m_number(number), m_text(text), m_words(Split(text)) {}
+
+    bool Done() const { return m_next == m_words.size(); }
+    const std::string& Peek() const { return m_words[m_next]; }
+    std::string Next(const char* usage) {
+        if (Done()) {
+            Fail("the line ends too early: " + std::string(usage) + " would be right");
+        }
+        return m_words[m_next++];
+    }
+    /// What stands behind the words taken so far, as written.
+    std::string Rest() {
+        std::size_t at = 0;
+        for (std::size_t word = 0; word < m_next; ++word) {
+            at = m_text.find(m_words[word], at) + m_words[word].size();
+        }
+        m_next = m_words.size();
+        at = m_text.find_first_not_of(" \t", at);
+        return at == std::string_view::npos ? std::string() : std::string(m_text.substr(at));
+    }
+    std::int64_t Number(const char* usage, std::int64_t least, std::int64_t most) {
+        const std::string word = Next(usage);
+        std::int64_t value = 0;
+        const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
+        if (error != std::errc() || end != word.data() + word.size() || value < least ||
+            value > most) {
+            Fail(Quoted(word) + " is not a whole number from " + std::to_string(least) + " to " +
+                 std::to_string(most) + ": " + usage + " would be right");
+        }
+        return value;
+    }
+    std::string Bytes(const std::string& word, std::size_t count) const {
+        try {
+            return HexValue(word, count, "value");
+        } catch (const WrongCall& problem) {
+            Fail(problem.what());
+        }
+    }
+    [[noreturn]] void Fail(const std::string& problem) const {
+        throw WrongCall(m_file + ":" + std::to_string(m_number) + ": " + problem);
+    }
+
+  private:
+    const std::string& m_file;
+    std::size_t m_number;
+    std::string_view m_text;
+    std::vector<std::string> m_words;
+    std::size_t m_next = 0;
+};
+
+void TakeFields(Line& line, const Word& word, Command& command) {
+    while (!line.Done()) {
+        const std::string entry = line.Next(word.usage);
+        const std::size_t sign = entry.find('=');
+        const std::string name = entry.substr(0, sign);
+        const std::string value = sign == std::string::npos ? "" : entry.substr(sign + 1);
+        if (sign == std::string::npos ||
+            (name != "url" && name != "mac" && name != "number" && name != "model")) {
+            line.Fail("unknown field " + Quoted(entry) + ": " + word.usage + " would be right");
+        }
+        if (name == "url") {
+            if (value.size() > kMaxUrl || value.empty()) {
+                line.Fail("url " + Quoted(value) + ": " + std::to_string(value.size()) +
+                          " bytes: 1 to " + std::to_string(kMaxUrl) + " can be given");
+            }
+            command.fields[name] = value;
+            continue;
+        }
+        command.fields[name] = line.Bytes(
+            value, name == "mac" ? kMacSize : (name == "model" ? kModelSize : kNumberSize));
+    }
+}
+
+void TakeExpectation(Line& line, const Word& word, Command& command) {
+    const std::string what = line.Next(word.usage);
+    if (what == "event") {
+        command.verb = Verb::kExpectEvent;
+        command.number = line.Number(word.usage, 1, 4);
+        if (line.Next(word.usage) != "within") {
+            line.Fail(std::string("\"within\" is missing: ") + word.usage + " would be right");
+        }
+        command.within = line.Number(word.usage, 0, kMaxMilliseconds);
+    } else if (what == "result") {
+        command.verb = Verb::kExpectResult;
+        const std::string result = line.Next(word.usage);
+        if (result != "OK" && result != "FAIL") {
+            line.Fail("unknown result " + Quoted(result) + ": OK or FAIL would be right");
+        }
+        command.on = result == "OK";
+    } else {
+        line.Fail("unknown expectation " + Quoted(what) + ": " + word.usage + " would be right");
+    }
+}
+
+void TakeArguments(Line& line, const Word& word, Command& command) {
+    switch (word.takes) {
+        case Takes::kNothing:
+            break;
+        case Takes::kOptionalMs:
+            if (!line.Done()) {
+                command.number = line.Number(word.usage, 0, kMaxMilliseconds);
+            }
+            break;
+        case Takes::kMs:
+            command.number = line.Number(word.usage, 0, kMaxMilliseconds);
+            break;
+        case Takes::kNumber:
+            if (!line.Done()) {
+                const std::string number = line.Next(word.usage);
+                command.argument = number == "random" ? "" : line.Bytes(number, kNumberSize);
+            }
+            break;
+        case Takes::kPlan:
+            if (line.Done()) {
+                line.Fail(std::string("the plan is missing: ") + word.usage + " would be right");
+            }
+            command.argument = line.Rest();
+            break;
+        case Takes::kByte:
+            command.number = line.Number(word.usage, 0, kMaxByte);
+            break;
+        case Takes::kSwitch: {
+            const std::string state = line.Next(word.usage);
+            if (state != "on" && state != "off") {
+                line.Fail("unknown state " + Quoted(state) + ": " + word.usage + " would be right");
+            }
+            command.on = state == "on";
+            break;
+        }
+        case Takes::kFields:
+            TakeFields(line, word, command);
+            break;
+        case Takes::kExpect:
+            TakeExpectation(line, word, command);
+            break;
+        case Takes::kCount:
+            command.number = line.Number(word.usage, 1, kMaxRepeats);
+            break;
+    }
+    if (!line.Done()) {
+        line.Fail("too much: " + Quoted(line.Peek()) + ": " + word.usage + " would be right");
+    }
+}
+
+void TakePlaces(Line& line, Command& command) {
+    std::string names = line.Next("on ROUTE-OR-CHIP[,...] COMMAND") + ",";
+    std::size_t at = 0;
+    for (std::size_t comma = 0; (comma = names.find(',', at)) != std::string::npos;
+         at = comma + 1) {
+        const std::string name = names.substr(at, comma - at);
+        if (std::find(kPlaces.begin(), kPlaces.end(), name) == kPlaces.end()) {
+            line.Fail("unknown route or chip " + Quoted(name) + ": " +
+                      Joined(kPlaces, [](const char* place) { return place; }) + " would be right");
+        }
+        command.only.push_back(name);
+    }
+}
+
+/// A line may say "at MS" alone.
+void ParseCommand(Line& line, Command& command) {
+    while (true) {
+        const std::string word = line.Next("a command behind \"at\", \"in\" or \"on\"");
+        if (word == "at") {
+            command.at = line.Number("at MS [COMMAND]", 0, kMaxMilliseconds);
+            if (line.Done()) {
+                command.verb = Verb::kWait;
+                command.number = 0;
+                return;
+            }
+            continue;
+        }
+        if (word == "in") {
+            command.in = line.Number("in MS COMMAND", 0, kMaxMilliseconds);
+            continue;
+        }
+        if (word == "on") {
+            TakePlaces(line, command);
+            continue;
+        }
+        const auto* const found = std::find_if(kWords.begin(), kWords.end(),
+                                               [&](const Word& one) { return word == one.name; });
+        if (found == kWords.end()) {
+            line.Fail("unknown word " + Quoted(word) + ": " +
+                      Joined(kWords, [](const Word& one) { return one.name; }) +
+                      ", end, at, in or on would be right");
+        }
+        if (command.in && !found->later) {
+            line.Fail("\"in\" cannot stand in front of " + Quoted(word) +
+                      ": tap, enter, leave or chip-status would be right");
+        }
+        command.verb = found->verb;
+        TakeArguments(line, *found, command);
+        return;
+    }
+}
+
+}  // namespace
+
+Script ParseScript(const std::string& file, std::string_view text) {
+    Script script{file, {}};
+    // The lists that the coming line may belong to; the innermost last. Each list lives in the last
+    // command of the one before it, which doesn't grow while an inner one is open.
+    std::vector<std::vector<Command>*> open{&script.commands};
+    std::size_t number = 0;
+    std::size_t at = 0;
+    while (at <= text.size()) {
+        const std::size_t end = std::min(text.find('\n', at), text.size());
+        std::string_view content = text.substr(at, end - at);
+        at = end + 1;
+        ++number;
+        // A '#' begins a comment where a word could begin, so that "write#3=never" stays whole.
+        for (std::size_t sign = content.find('#'); sign != std::string_view::npos;
+             sign = content.find('#', sign + 1)) {
+            if (sign == 0 || content[sign - 1] == ' ' || content[sign - 1] == '\t') {
+                content = content.substr(0, sign);
+                break;
+            }
+        }
+        const std::size_t last = content.find_last_not_of(" \t\r");
+        if (last == std::string_view::npos) {
+            continue;
+        }
+        content = content.substr(0, last + 1);
+        content.remove_prefix(content.find_first_not_of(" \t"));
+
+        Line line(script.file, number, content);
+        if (content == "end") {
+            if (open.size() == 1) {
+                line.Fail("\"end\" without a \"repeat\" before it");
+            }
+            open.pop_back();
+            continue;
+        }
+        Command command;
+        command.line = number;
+        command.text = content;
+        ParseCommand(line, command);
+        open.back()->push_back(std::move(command));
+        if (open.back()->back().verb == Verb::kRepeat) {
+            open.push_back(&open.back()->back().body);
+        }
+    }
+    if (open.size() > 1) {
+        const Command& unclosed = (*open[open.size() - 2]).back();
+        throw WrongCall(file + ":" + std::to_string(unclosed.line) + ": " + Quoted(unclosed.text) +
+                        " has no \"end\"");
+    }
+    return script;
+}
+
+}  // namespace lab

@@ -1,0 +1,62 @@
+// The text that says what happens to a simulated PC: one command a line. Parsing only; Player
+// plays.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace lab {
+
+enum class Verb {
+    kWait,
+    kTap,
+    kEnter,
+    kLeave,
+    kRenew,
+    kReadNumber,
+    kReadMessage,
+    kWrite,
+    kUpdate,
+    kInit,
+    kConnect,
+    kDisconnect,
+    kUnplug,
+    kPlug,
+    kFault,
+    kChipStatus,
+    kListener,
+    kStop,
+    kStart,
+    kExpectEvent,
+    kExpectResult,
+    kRepeat,
+};
+
+struct Command {
+    std::size_t line = 0;
+    std::string text;  ///< the line as written, blanks around it and the comment taken off
+    Verb verb = Verb::kWait;
+    std::optional<std::int64_t> at;      ///< "at MS": not before this time of the script
+    std::optional<std::int64_t> in;      ///< "in MS": the device does it that much later
+    std::vector<std::string> only;       ///< "on NAMES": these routes and chips alone
+    std::optional<std::int64_t> number;  ///< MS, N, or the event's number
+    std::int64_t within = 0;             ///< kExpectEvent: milliseconds
+    bool on = true;                      ///< kListener: on; kExpectResult: OK
+    std::string argument;                ///< kFault: the plan; kRenew: 32 bytes, empty for random
+    std::map<std::string, std::string> fields;  ///< kWrite: url as text, the others as bytes
+    std::vector<Command> body;                  ///< kRepeat
+};
+
+struct Script {
+    std::string file;
+    std::vector<Command> commands;
+};
+
+/// Throws WrongCall as "FILE:LINE: ..." with the word at fault and what would be right.
+Script ParseScript(const std::string& file, std::string_view text);
+
+}  // namespace lab

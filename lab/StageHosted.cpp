@@ -1,0 +1,324 @@
+// The simulated PC behind the hosted layer.
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+#include <vector>
+
+#include "lab/BusTrace.h"
+#include "lab/Failure.h"
+#include "lab/HeldPhone.h"
+#include "lab/Hex.h"
+#include "lab/Stage.h"
+#include "platform/TraceLog.h"
+#include "platform/hosted/Kernel.h"
+#include "simulator/SimulatedPc.h"
+
+namespace lab {
+
+namespace {
+
+using simulator::PcRoute;
+
+constexpr std::size_t kTagMemory = 255;
+constexpr unsigned kFirstImageRegister = 16;
+constexpr hosted::Micros kThreadEndBound = 5 * hosted::kSecond;
+constexpr char kNoFaults[] = "none";
+
+// The payload of the media-type record, as a phone takes it apart.
+struct PayloadField {
+    const char* name;
+    std::size_t size;
+};
+constexpr std::array<PayloadField, 4> kPayload{
+    {{"version", 2}, {"mac", 6}, {"number", 32}, {"model", 4}}};
+constexpr std::size_t kPayloadSize = 44;
+
+hosted::Micros FromMilliseconds(std::int64_t milliseconds) {
+    return milliseconds * hosted::kMillisecond;
+}
+
+double ToMilliseconds(hosted::Micros time) {
+    return static_cast<double>(time) / static_cast<double>(hosted::kMillisecond);
+}
+
+void SinkLog(int level, const std::wstring& line, void* context) {
+    auto& recorder = *static_cast<Recorder*>(context);
+    const ThreadKey thread = hosted::CurrentThread();
+    const std::string text = Narrow(line);
+    recorder.NameByLog(thread, text);
+    Json object;
+    object["kind"] = "log";
+    object["level"] = level;
+    object["line"] = text;
+    recorder.Add(thread, ToMilliseconds(hosted::Now()), std::move(object));
+}
+
+Json PhoneObject(const simulator::PhoneReport& report) {
+    Json object;
+    object["kind"] = "phone";
+    object["read"] = report.read;
+    if (!report.read) {
+        object["problem"] = report.problem;
+        return object;
+    }
+    const simulator::NdefReading& reading = report.reading;
+    object["uri"] = reading.uri.value_or("");
+    object["type"] = reading.mimeType;
+    object["payload"] = ToHex(reading.mimePayload);
+    if (reading.mimePayload.size() == kPayloadSize) {
+        const std::string_view payload = AsText(reading.mimePayload);
+        std::size_t offset = 0;
+        for (const PayloadField& field : kPayload) {
+            object[field.name] = ToHex(payload.substr(offset, field.size));
+            offset += field.size;
+        }
+    }
+    return object;
+}
+
+// Faults of the Bluetooth client: "write#2, connect#1", each a call and its number from now on.
+struct BleFault {
+    LinkDockService::BleCall call;
+    unsigned nth;
+};
+
+std::vector<BleFault> ParseBleFaults(const std::string& plan) {
+    using LinkDockService::BleCall;
+    static const std::vector<std::pair<std::string, BleCall>> kCalls{
+        {"connect", BleCall::kConnect},
+        {"disconnect", BleCall::kDisconnect},
+        {"subscribe", BleCall::kSubscribe},
+        {"unsubscribe", BleCall::kUnsubscribe},
+        {"write", BleCall::kWrite}};
+    std::vector<BleFault> faults;
+    std::size_t at = 0;
+    while (at < plan.size()) {
+        const std::size_t comma = std::min(plan.find(',', at), plan.size());
+        std::string entry = plan.substr(at, comma - at);
+        at = comma + 1;
+        entry.erase(0, entry.find_first_not_of(' '));
+        entry.erase(entry.find_last_not_of(' ') + 1);
+        const std::size_t sign = entry.find('#');
+        const auto call = std::find_if(kCalls.begin(), kCalls.end(), [&](const auto& one) {
+            return one.first == entry.substr(0, sign);
+        });
+        unsigned nth = 0;
+        if (sign != std::string::npos) {
+            std::from_chars(entry.data() + sign + 1, entry.data() + entry.size(), nth);
+        }
+        if (call == kCalls.end() || nth == 0 || entry != call->first + "#" + std::to_string(nth)) {
+            throw WrongCall("fault \"" + entry +
+                            "\": on the ble route CALL#N would be right, with "
+                            "connect, disconnect, subscribe, unsubscribe or write");
+        }
+        faults.push_back({call->second, nth});
+    }
+    return faults;
+}
+
+class HostedStage : public Stage {
+  public:
+    HostedStage(const StageOptions& options, Recorder& recorder)
+        : m_options(options),
+          m_recorder(recorder),
+          m_routeName(options.route.value_or("i2c")),
+          m_chipName(options.chip.value_or("fm11nt081")),
+          m_bus(recorder, BusMeaning(Format(), Extended())) {
+        const auto route = simulator::RouteByName(m_routeName);
+        if (!route) {
+            throw WrongCall("--route " + m_routeName + ": i2c, usb, hid or ble would be right");
+        }
+        const auto& kinds = simulator::ChipKinds();
+        if (std::find(kinds.begin(), kinds.end(), m_chipName) == kinds.end()) {
+            throw WrongCall("--chip " + m_chipName + ": there is no such chip");
+        }
+        if (options.chip && !HasChip()) {
+            throw WrongCall("--chip " + m_chipName + ": the " + m_routeName +
+                            " route has no chip to choose");
+        }
+        m_route = *route;
+        if (options.fault) {
+            try {
+                Fault(*options.fault, false);
+            } catch (const WrongCall& problem) {
+                throw WrongCall("--fault: " + std::string(problem.what()));
+            }
+        }
+    }
+
+    void SetClock() override {
+        if (m_options.seed) {
+            hosted::ScheduledOptions options;
+            options.seed = *m_options.seed;
+            hosted::UseScheduledClock(options);
+        }
+        hosted::SetStallHandler([this](const std::string& report) {
+            m_recorder.Finish();
+            std::fflush(stdout);
+            std::fprintf(stderr, "tagport-lab: the run can make no progress\n%s", report.c_str());
+            std::fflush(stderr);
+            std::_Exit(kExitFailed);  // every thread waits for good: nothing can be ended in order
+        });
+    }
+
+    void SetScene() override {
+        m_recorder.NameThread(hosted::CurrentThread(), kHostThread);
+        TraceLogger::SetSink(SinkLog, &m_recorder);
+        hosted::SetTracer([this](const hosted::TraceEvent& event) { m_bus.Take(event); });
+        m_pc = std::make_unique<simulator::SimulatedPc>(std::vector<PcRoute>{m_route}, m_chipName);
+        TraceBluetooth();
+        if (m_options.fault) {
+            Fault(*m_options.fault, true);
+        }
+    }
+
+    std::string Route() const override { return m_routeName; }
+    std::string Chip() const override { return HasChip() ? m_chipName : std::string(); }
+    std::uint64_t KeyboardAddress() const override { return simulator::kDefaultBleAddress; }
+
+    std::string DefaultScript() const override {
+        // An unknown chip reports no visits, only that something happened.
+        return Chip() == "like-fanli" ? "tap 1500\nexpect event 4 within 1000\n"
+                                      : "tap 1500\nexpect event 3 within 0\n"
+                                        "expect event 1 within 0\n";
+    }
+
+    double Now() const override { return ToMilliseconds(hosted::Now()); }
+    ThreadKey Thread() const override { return hosted::CurrentThread(); }
+    bool WaitFor(const std::function<bool()>& predicate, std::int64_t milliseconds,
+                 const char* what) override {
+        return hosted::WaitFor(predicate, FromMilliseconds(milliseconds), what);
+    }
+    void Happened() override {
+        hosted::After(0, [] {});
+    }
+
+    void Tap(std::int64_t in, std::int64_t stay) override {
+        m_pc->TapPhone(FromMilliseconds(in), FromMilliseconds(stay), Reporter());
+    }
+    void Enter(std::int64_t in) override {
+        hosted::After(FromMilliseconds(in), [this] {
+            if (m_phone != nullptr) {
+                m_phone->TakeAway();
+            }
+            m_phone = std::make_shared<HeldPhone>(Radio(), Reporter());
+            m_phone->Step();
+        });
+    }
+    void Leave(std::int64_t in) override {
+        hosted::After(FromMilliseconds(in), [this] {
+            if (m_phone != nullptr) {
+                m_phone->TakeAway();
+                m_phone.reset();
+            }
+        });
+    }
+    void ChipStatus(std::int64_t in, std::uint8_t status) override {
+        if (Chip() != "fanli" && Chip() != "like-fanli") {
+            throw WrongCall("chip-status: only the chips fanli and like-fanli have one, not " +
+                            (HasChip() ? m_chipName : "the " + m_routeName + " route"));
+        }
+        hosted::After(FromMilliseconds(in), [this, status] {
+            m_pc->chip()->BackDoor().RaiseStatus(hosted::Now(), status, 0);
+        });
+    }
+
+    void Unplug() override { m_pc->Unplug(); }
+    void Plug() override {
+        m_pc->Plug();
+        TraceBluetooth();
+    }
+
+    void Fault(const std::string& plan, bool apply) override {
+        const std::string text = plan == kNoFaults ? "" : plan;
+        if (m_routeName == "ble") {
+            const std::vector<BleFault> faults = ParseBleFaults(text);
+            if (apply) {
+                LinkDockService::ClearFaults();
+                for (const BleFault& fault : faults) {
+                    LinkDockService::FailCall(fault.call, fault.nth);
+                }
+            }
+            return;
+        }
+        std::string error;
+        const auto faults = simulator::FaultPlan::Parse(text, error);
+        if (!faults) {
+            throw WrongCall("\"" + text + "\": " + error);
+        }
+        if (apply) {
+            m_pc->Faults(*faults);
+        }
+    }
+
+    std::string TagMemory() const override {
+        const hosted::DeviceLock lock;
+        Bytes bytes;
+        if (HasChip()) {
+            bytes = m_pc->chip()->BackDoor().Memory(kFirstImageRegister, kTagMemory);
+        } else if (m_pc->keyboard() != nullptr) {
+            bytes = m_pc->keyboard()->Image();
+        } else if (m_pc->bluetooth() != nullptr) {
+            bytes = m_pc->bluetooth()->Image();
+        }
+        return std::string(AsText(bytes));
+    }
+
+    void AwaitThreads() override {
+        // The deferred call thread stays blocked after a stop.
+        hosted::WaitFor([] { return hosted::Live().threads <= 1; }, kThreadEndBound,
+                        "the threads that end with the last manager");
+    }
+
+  private:
+    bool HasChip() const { return m_routeName == "i2c" || m_routeName == "usb"; }
+    bool Extended() const {
+        return m_routeName == "i2c" && (m_chipName == "fanli" || m_chipName == "like-fanli");
+    }
+    BusFormat Format() const {
+        return m_routeName == "hid"   ? BusFormat::kReports
+               : m_routeName == "ble" ? BusFormat::kFrames
+                                      : BusFormat::kChip;
+    }
+    simulator::TagRadio& Radio() {
+        if (m_pc->keyboard() != nullptr) {
+            return m_pc->keyboard()->Radio();
+        }
+        return m_pc->bluetooth() != nullptr ? m_pc->bluetooth()->Radio() : m_pc->chip()->Radio();
+    }
+    simulator::Phone::Reporter Reporter() {
+        return [this](const simulator::PhoneReport& report) {
+            m_recorder.AddNamed(kHostThread, ToMilliseconds(report.time), PhoneObject(report));
+        };
+    }
+    void TraceBluetooth() {
+        if (m_pc->bluetooth() == nullptr) {
+            return;
+        }
+        // The keyboard lives as long as the PC, and the PC as long as the process.
+        const std::shared_ptr<simulator::BluetoothKeyboard> keyboard(std::shared_ptr<void>(),
+                                                                     m_pc->bluetooth());
+        LinkDockService::SetPeer(TracedPeer(simulator::BlePeerAdapter::Make(keyboard), m_recorder));
+    }
+
+    StageOptions m_options;
+    Recorder& m_recorder;
+    std::string m_routeName;
+    std::string m_chipName;
+    BusTrace m_bus;
+    PcRoute m_route = PcRoute::kI2c;
+    std::unique_ptr<simulator::SimulatedPc> m_pc;
+    std::shared_ptr<HeldPhone> m_phone;  // under hosted::DeviceLock
+};
+
+}  // namespace
+
+Stage& MakeStage(const StageOptions& options, Recorder& recorder) {
+    static HostedStage* const stage = new HostedStage(options, recorder);
+    return *stage;
+}
+
+}  // namespace lab

@@ -1,0 +1,102 @@
+// The real drivers of a Windows PC: what needs simulated devices is refused.
+#include <chrono>
+#include <thread>
+
+#include "lab/Failure.h"
+#include "lab/Stage.h"
+#include "platform/TraceLog.h"
+#include "platform/platform.h"
+
+namespace lab {
+
+namespace {
+
+constexpr std::int64_t kLookAgain = 5;  // milliseconds between two looks at a predicate
+
+[[noreturn]] void Refuse(const std::string& what) {
+    throw WrongCall(what +
+                    " needs simulated devices, which this build does not have: it drives "
+                    "the PC's own");
+}
+
+class WindowsStage : public Stage {
+  public:
+    WindowsStage(const StageOptions& options, Recorder& recorder) : m_recorder(recorder) {
+        const auto refuse = [](bool given, const char* option) {
+            if (given) {
+                Refuse(option);
+            }
+        };
+        refuse(options.route.has_value(), "--route");
+        refuse(options.chip.has_value(), "--chip");
+        refuse(options.fault.has_value(), "--fault");
+        refuse(options.seed.has_value(), "--seed");
+        refuse(options.bus, "--bus");
+    }
+
+    void SetClock() override {}
+    void SetScene() override {
+        m_recorder.NameThread(Thread(), kHostThread);
+        TraceLogger::SetSink(&WindowsStage::SinkLog, this);
+    }
+
+    std::string Route() const override { return "the PC's own"; }
+    std::string Chip() const override { return {}; }
+    std::uint64_t KeyboardAddress() const override { return 0; }
+    std::string DefaultScript() const override {
+        return "expect event 3 within 60000\nexpect event 1 within 60000\n";
+    }
+
+    double Now() const override {
+        return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - m_begin)
+            .count();
+    }
+    ThreadKey Thread() const override { return GetCurrentThreadId(); }
+    bool WaitFor(const std::function<bool()>& predicate, std::int64_t milliseconds,
+                 const char* /*what*/) override {
+        const double end = Now() + static_cast<double>(milliseconds);
+        while (!predicate()) {
+            if (Now() >= end) {
+                return false;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(kLookAgain));
+        }
+        return true;
+    }
+    void Happened() override {}
+
+    void Tap(std::int64_t /*in*/, std::int64_t /*stay*/) override { Refuse("it"); }
+    void Enter(std::int64_t /*in*/) override { Refuse("it"); }
+    void Leave(std::int64_t /*in*/) override {}
+    void ChipStatus(std::int64_t /*in*/, std::uint8_t /*status*/) override { Refuse("it"); }
+    void Unplug() override { Refuse("it"); }
+    void Plug() override { Refuse("it"); }
+    void Fault(const std::string& /*plan*/, bool /*apply*/) override { Refuse("it"); }
+    std::string TagMemory() const override { return {}; }
+    void AwaitThreads() override {}
+
+  private:
+    static void SinkLog(int level, const std::wstring& line, void* context) {
+        auto& self = *static_cast<WindowsStage*>(context);
+        const ThreadKey thread = self.Thread();
+        const std::string text = Narrow(line);
+        self.m_recorder.NameByLog(thread, text);
+        Json object;
+        object["kind"] = "log";
+        object["level"] = level;
+        object["line"] = text;
+        self.m_recorder.Add(thread, self.Now(), std::move(object));
+    }
+
+    Recorder& m_recorder;
+    std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
+};
+
+}  // namespace
+
+Stage& MakeStage(const StageOptions& options, Recorder& recorder) {
+    static WindowsStage* const stage = new WindowsStage(options, recorder);
+    return *stage;
+}
+
+}  // namespace lab
