@@ -93,9 +93,10 @@ class FreeRunning final : public Scheduler {
         self.reason = reason;
         self.since = Now();
         self.deadline = deadline;
-        WakeReady();
         self.predicate = &predicate;
-        t_depth = 0;
+        // A predicate of WaitFor may ask who waits.
+        m_changed = m_changed || TheKernel().lockWatchers.load(std::memory_order_relaxed) > 0;
+        WakeReady();
         std::unique_lock<std::mutex> lock(m_mutex, std::adopt_lock);
         bool held = false;
         while (!(held = predicate()) && Now() < deadline) {
@@ -106,7 +107,6 @@ class FreeRunning final : public Scheduler {
             }
         }
         lock.release();  // stays locked: the caller has the lock as before
-        t_depth = 1;
         self.predicate = nullptr;
         return held;
     }

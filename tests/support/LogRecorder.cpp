@@ -1,0 +1,89 @@
+// The sink of the stand-in logger, for tests.
+#include "tests/support/LogRecorder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "platform/TraceLog.h"
+
+namespace testing_support {
+
+namespace {
+
+std::string WithoutOrigin(const std::string& raw) {
+    const std::size_t open = raw.rfind('(');
+    return raw.empty() || raw.back() != ')' || open == std::string::npos ? raw
+                                                                         : raw.substr(0, open);
+}
+
+}  // namespace
+
+LogRecorder::LogRecorder() {
+    TraceLogger::SetSink(&LogRecorder::Take, this);
+}
+
+LogRecorder::~LogRecorder() {
+    TraceLogger::SetSink(nullptr, nullptr);
+    Check();
+}
+
+void LogRecorder::Announce(const std::string& text) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_announced.push_back(text);
+}
+
+std::vector<LogRecorder::Line> LogRecorder::Lines() const {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    return m_lines;
+}
+
+std::vector<std::string> LogRecorder::Texts() const {
+    std::vector<std::string> texts;
+    for (const Line& line : Lines()) {
+        texts.push_back(line.text);
+    }
+    return texts;
+}
+
+std::size_t LogRecorder::Count(const std::string& text) const {
+    const std::vector<std::string> texts = Texts();
+    return static_cast<std::size_t>(std::count(texts.begin(), texts.end(), text));
+}
+
+void LogRecorder::Clear() {
+    Check();
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_lines.clear();
+}
+
+std::vector<std::string> LogRecorder::TakeUnannounced() {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    return std::move(m_unannounced);
+}
+
+void LogRecorder::Check() {
+    for (const std::string& text : TakeUnannounced()) {
+        ADD_FAILURE() << "unannounced error line: " << text;
+    }
+}
+
+void LogRecorder::Take(int level, const std::wstring& line, void* context) {
+    auto& self = *static_cast<LogRecorder*>(context);
+    std::string raw;
+    for (const wchar_t letter : line) {  // widened byte by byte by the front end
+        raw += static_cast<char>(letter);
+    }
+    const std::string text = WithoutOrigin(raw);
+    const std::lock_guard<std::mutex> guard(self.m_mutex);
+    self.m_lines.push_back({level, text, raw});
+    const bool expected =
+        level != LOG_MESSAGE_LEVEL_ERROR ||
+        std::any_of(self.m_announced.begin(), self.m_announced.end(),
+                    [&](const std::string& prefix) { return text.rfind(prefix, 0) == 0; });
+    if (!expected) {
+        self.m_unannounced.push_back(text);
+    }
+}
+
+}  // namespace testing_support

@@ -1,0 +1,47 @@
+// Keeps what the library logs while a test runs, and notices error lines nobody expected.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace testing_support {
+
+/// Is the logger's sink for its lifetime. Lines may come from any thread. Its end fails the test
+/// for every error line that was not announced.
+class LogRecorder {
+  public:
+    struct Line {
+        int level = 0;
+        std::string text;  ///< without the origin word in brackets
+        std::string raw;   ///< as the logger got it
+    };
+
+    LogRecorder();
+    ~LogRecorder();
+    LogRecorder(const LogRecorder&) = delete;
+    LogRecorder& operator=(const LogRecorder&) = delete;
+
+    /// Error lines that begin with `text` are expected from here on, as many as come.
+    void Announce(const std::string& text);
+
+    std::vector<Line> Lines() const;
+    std::vector<std::string> Texts() const;
+    std::size_t Count(const std::string& text) const;  ///< lines with exactly this text
+    bool Has(const std::string& text) const { return Count(text) > 0; }
+    void Clear();  ///< forgets the lines, once the error lines among them are checked
+
+    /// Error lines so far that nobody announced; the check at the end is left to the caller.
+    std::vector<std::string> TakeUnannounced();
+
+  private:
+    static void Take(int level, const std::wstring& line, void* context);
+    void Check();
+
+    mutable std::mutex m_mutex;  // over both; nothing is called with it held
+    std::vector<Line> m_lines;
+    std::vector<std::string> m_announced;
+    std::vector<std::string> m_unannounced;
+};
+
+}  // namespace testing_support

@@ -1,0 +1,74 @@
+// A process for each seed: the scheduled clock cannot be started twice in one.
+#include "tests/support/Seeds.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace testing_support {
+
+namespace {
+
+// Set by the thread that runs the tests, read when one has failed.
+bool g_seedUsed = false;
+
+// One broken seed tells what a hundred do; the rest of them only hide it.
+constexpr unsigned kMostFailures = 3;
+
+constexpr int kBodyFailed = 1;
+
+const char* Explain(int status) {
+    if (WIFSIGNALED(status)) {
+        return "was killed by a signal";
+    }
+    return WEXITSTATUS(status) == hosted::kStallExit ? "stalled" : "failed";
+}
+
+}  // namespace
+
+std::uint64_t Seed() {
+    g_seedUsed = true;
+    const char* const text = std::getenv("TAGPORT_SEED");
+    return text == nullptr ? 1 : std::strtoull(text, nullptr, 10);
+}
+
+bool SeedWasUsed() {
+    return g_seedUsed;
+}
+
+int RunInChild(const std::function<void()>& body) {
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        body();
+        std::fflush(nullptr);
+        // Threads may still be parked, and what the parent made is not the child's to destroy.
+        std::_Exit(::testing::Test::HasFailure() ? kBodyFailed : 0);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return status;
+}
+
+void ForEachSeed(unsigned count, const std::function<void()>& body,
+                 const hosted::ScheduledOptions& options) {
+    unsigned failures = 0;
+    hosted::ScheduledOptions own = options;
+    own.seed = Seed();
+    for (unsigned i = 0; i < count && failures < kMostFailures; ++i, ++own.seed) {
+        const int status = RunInChild([&] {
+            hosted::UseScheduledClock(own);
+            body();
+        });
+        if (status != 0) {
+            ++failures;
+            ADD_FAILURE() << "seed " << own.seed << " " << Explain(status) << " (status " << status
+                          << "); repeat with: scripts/test --seed " << own.seed;
+        }
+    }
+}
+
+}  // namespace testing_support

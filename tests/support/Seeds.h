@@ -1,0 +1,28 @@
+// Seeds of scheduled runs: where they start, and a body run under many of them.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include "platform/hosted/Kernel.h"
+
+namespace testing_support {
+
+/// The seed of this run: the environment's TAGPORT_SEED, or 1. Asking for it makes a failed test
+/// print the command that repeats it.
+std::uint64_t Seed();
+
+/// True when the seed has been asked for.
+bool SeedWasUsed();
+
+/// Runs `body` in a child process, on the clock that is chosen, or not, in there, and gives what
+/// waitpid gives: zero when it ended and no check failed.
+int RunInChild(const std::function<void()>& body);
+
+/// Runs `body` once for each of `count` seeds from Seed() on, each time in a child process on a
+/// scheduled clock of its own. A failure of the child, a stall and a crash included, fails the test
+/// with the seed. The calling process must not have used the layer. `options.seed` is ignored.
+void ForEachSeed(unsigned count, const std::function<void()>& body,
+                 const hosted::ScheduledOptions& options = {});
+
+}  // namespace testing_support
