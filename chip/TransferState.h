@@ -16,3 +16,7 @@ extern OVERLAPPED g_ioOverlapped;
 /// Manual-reset event of g_ioOverlapped. Made by each device start, let go of by a failed one and
 /// by the end of a manager's proxy.
 extern platform::NeverDestroyed<EventSlot> g_ioEvent;
+
+/// Returns once a cancelled request has ended, with the bytes it moved. The event may be signalled
+/// by others (a stop, a second stop), so one wake-up proves nothing.
+void AwaitEnd(HANDLE device, OVERLAPPED& overlapped, DWORD& moved);

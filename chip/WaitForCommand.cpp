@@ -22,7 +22,7 @@ DWORD ResultNow(DWORD& moved, const char* format) {
 // request that has not ended is cancelled and awaited here.
 void EndRequest(NfcCommand& command, DWORD& moved) {
     command.Cancel();
-    GetOverlappedResult(DeviceHandle, &g_ioOverlapped, &moved, TRUE);
+    AwaitEnd(DeviceHandle, g_ioOverlapped, moved);
 }
 
 DWORD AwaitStarted(NfcCommand& command, HANDLE event) {

@@ -1,6 +1,7 @@
 // Sees to it that a request has ended before its record goes away.
 #pragma once
 
+#include "chip/TransferState.h"
 #include "platform/platform.h"
 
 /// One request of an event loop on its private OVERLAPPED. The kernel writes into the record (and
@@ -14,7 +15,7 @@ class PendingRequest {
         if (m_underWay) {
             DWORD moved = 0;
             CancelIoEx(m_device, &m_overlapped);
-            GetOverlappedResult(m_device, &m_overlapped, &moved, TRUE);
+            AwaitEnd(m_device, m_overlapped, moved);
         }
     }
     PendingRequest(const PendingRequest&) = delete;
