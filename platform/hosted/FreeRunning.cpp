@@ -67,8 +67,10 @@ class FreeRunning final : public Scheduler {
     }
 
     void Leave() override {
+        if (t_depth == 1) {
+            WakeReady();  // still inside: a predicate may ask the layer something
+        }
         if (--t_depth == 0) {
-            WakeReady();
             m_mutex.unlock();
         }
     }
@@ -136,7 +138,9 @@ class FreeRunning final : public Scheduler {
             return;
         }
         m_changed = false;
-        for (const auto& thread : TheKernel().threads) {
+        const auto& threads = TheKernel().threads;
+        for (std::size_t i = 0; i < threads.size(); ++i) {  // a predicate may add the caller to it
+            Thread* const thread = threads[i].get();
             if (thread->predicate != nullptr && (*thread->predicate)()) {
                 thread->wake.notify_one();
             }
