@@ -154,6 +154,9 @@ TEST(FaultyDriver, SpoilsExactlyTheRequestsOfItsPlan) {
     EXPECT_EQ(GetLastError(), ERROR_DEVICE_NOT_CONNECTED);
     EXPECT_EQ(bus.Wait(), ERROR_DEVICE_NOT_CONNECTED);  // the wait that was pending
     EXPECT_EQ(bus.Write({0, 0}), ERROR_DEVICE_NOT_CONNECTED);
+    EXPECT_EQ(pc.spb()->WaitsPending(), 0U);  // the device behind was told
+    pc.Faults({});
+    EXPECT_EQ(bus.Write({0, 0}), ERROR_SUCCESS);
 }
 
 TEST(FaultPlan, SaysWhatIsWrongWithAText) {

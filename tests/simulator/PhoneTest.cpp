@@ -26,7 +26,9 @@ Micros Visit(TagRadio& tag, Micros stay, std::vector<PhoneReport>& reports,
 TEST(Phone, ReadsTheMessageByteForByteAndStaysInTouch) {
     const auto chip = MakeChip("fm11nt081");
     const Bytes image = ImageForTests();
-    chip->BackDoor().SetMemory(16, image);
+    Bytes area = {0x00, 0x01, 0x03, 0xA0, 0x10, 0x44};  // filling, and a lock control in front
+    area.insert(area.end(), image.begin(), image.end());
+    chip->BackDoor().SetMemory(16, area);
     std::vector<PhoneReport> reports;
     EXPECT_EQ(Visit(chip->Radio(), kMilli * 1000, reports), kMilli * 1000);
     ASSERT_EQ(reports.size(), 1U);
