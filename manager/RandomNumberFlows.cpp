@@ -54,6 +54,8 @@ int NfcManager::WriteRandNum(const std::uint8_t (&number)[32]) {
         std::uint8_t current[kNumberSize] = {};
         m_ndefMessage->GetRandomNumber(current);
         if (isArray && std::equal(given.begin(), given.end(), std::begin(current))) {
+            // A write that is under way may be about to put its own number over this one.
+            NumberWatch::Announce(m_nfcData.get(), given);
             LogWarnFun("WriteRandNum no need to update");
             return kSuccess;
         }
