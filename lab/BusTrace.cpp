@@ -106,7 +106,11 @@ void BusTrace::Add(hosted::ThreadId thread, hosted::Micros time, Json fields) {
 void BusTrace::Take(const hosted::TraceEvent& event) {
     using Kind = hosted::TraceEvent::Kind;
     switch (event.kind) {
+        case Kind::kThreadEnd:
+            --m_threads;
+            break;
         case Kind::kThreadStart:
+            ++m_threads;
             // A routine is only compared, never called.
             m_recorder.ThreadStarted(event.thread, reinterpret_cast<const void*>(event.routine));
             break;

@@ -2,6 +2,7 @@
 // a Bluetooth keyboard. It also tells the recorder which thread is which.
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "lab/BusMeaning.h"
@@ -17,6 +18,9 @@ class BusTrace {
 
     /// A tracer of the layer.
     void Take(const hosted::TraceEvent& event);
+    /// Threads that have started and not ended. Asks nothing of the layer, so predicates may call
+    /// it.
+    int Threads() const { return m_threads; }
 
   private:
     void Started(const hosted::TraceEvent& event);
@@ -25,6 +29,7 @@ class BusTrace {
 
     Recorder& m_recorder;
     BusMeaning m_meaning;  // under the layer's device lock
+    std::atomic<int> m_threads{0};
 };
 
 /// Stands in front of a Bluetooth device and records the calls that reach it.

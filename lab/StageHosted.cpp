@@ -269,7 +269,7 @@ class HostedStage : public Stage {
 
     void AwaitThreads() override {
         // The deferred call thread stays blocked after a stop.
-        hosted::WaitFor([] { return hosted::Live().threads <= 1; }, kThreadEndBound,
+        hosted::WaitFor([this] { return m_bus.Threads() <= 1; }, kThreadEndBound,
                         "the threads that end with the last manager");
     }
 
