@@ -1,0 +1,126 @@
+// A kernel driver that answers as the test says, and an open device as the device start leaves it.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "chip/TransferState.h"
+#include "platform/TraceLog.h"
+#include "platform/hosted/Kernel.h"
+#include "platform/platform.h"
+#include "tests/support/LogRecorder.h"
+
+namespace testing_support {
+
+constexpr DWORD kBusError = 1117;
+
+/// What becomes of one request.
+struct Answer {
+    enum class How { kPends, kAtOnce, kNever };
+    How how = How::kPends;
+    DWORD error = ERROR_SUCCESS;
+    std::vector<std::uint8_t> bytes;
+};
+inline Answer Gives(std::vector<std::uint8_t> bytes) {
+    return {Answer::How::kPends, ERROR_SUCCESS, std::move(bytes)};
+}
+inline Answer GivesAtOnce(std::vector<std::uint8_t> bytes) {
+    return {Answer::How::kAtOnce, ERROR_SUCCESS, std::move(bytes)};
+}
+inline Answer Fails(DWORD error) {
+    return {Answer::How::kPends, error, {}};
+}
+inline Answer Refuses(DWORD error) {
+    return {Answer::How::kAtOnce, error, {}};
+}
+inline Answer NeverEnds() {
+    return {Answer::How::kNever, ERROR_SUCCESS, {}};
+}
+
+/// Takes the answers of each kind in order. When they are used up a read fails with kBusError, and
+/// everything else succeeds.
+class ScriptedBus final : public hosted::Driver {
+  public:
+    std::deque<Answer> reads;
+    std::deque<Answer> writes;
+    std::deque<Answer> controls;
+    std::size_t failAt = 0;     ///< this transfer of all fails with kBusError, whatever is scripted
+    std::size_t transfers = 0;  ///< so far
+    std::size_t lastLength = 0;  ///< bytes of the last transfer
+
+    DWORD Start(const hosted::RequestPtr& request) override {
+        using Kind = hosted::Request::Kind;
+        const Kind kind = request->kind();
+        auto& script = kind == Kind::kRead ? reads : kind == Kind::kWrite ? writes : controls;
+        Answer answer;
+        if (!script.empty()) {
+            answer = script.front();
+            script.pop_front();
+        } else if (kind == Kind::kRead) {
+            answer = Fails(kBusError);
+        }
+        ++transfers;
+        lastLength = request->length();
+        if (transfers == failAt) {
+            answer = Fails(kBusError);
+        }
+        const auto end = [request, answer, kind] {
+            if (answer.error != ERROR_SUCCESS) {
+                request->Fail(answer.error);
+            } else if (kind == Kind::kRead) {
+                request->Complete(answer.bytes.data(), answer.bytes.size());
+            } else {
+                request->Complete(nullptr, request->length());
+            }
+        };
+        if (answer.how == Answer::How::kAtOnce) {
+            if (answer.error == ERROR_SUCCESS) {
+                end();
+            }
+            return answer.error;
+        }
+        if (answer.how == Answer::How::kPends) {
+            hosted::After(0, end);
+        }
+        return ERROR_IO_PENDING;
+    }
+};
+
+/// A driver behind DeviceHandle, with the event of the transfers made. Ends with no request left.
+class OpenDevice {
+  public:
+    explicit OpenDevice(std::shared_ptr<hosted::Driver> driver) {
+        hosted::AddDevice(kPath, std::move(driver));
+        DeviceHandle = CreateFileW(kPath, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                   FILE_FLAG_OVERLAPPED, nullptr);
+        g_ioEvent.value.Create(true);
+    }
+    ~OpenDevice() {
+        EXPECT_EQ(hosted::Live().requests, 0U);
+        const HANDLE handle = DeviceHandle.exchange(nullptr);
+        CloseHandle(handle);
+        g_ioEvent.value.Close();
+        hosted::RemoveDevice(kPath);
+    }
+    OpenDevice(const OpenDevice&) = delete;
+    OpenDevice& operator=(const OpenDevice&) = delete;
+
+  private:
+    static constexpr wchar_t kPath[] = L"\\\\.\\SCRIPTED";
+};
+
+/// Every line so far, with its level before it: "W text" or "E text".
+inline std::vector<std::string> MarkedLines(const LogRecorder& log) {
+    std::vector<std::string> lines;
+    for (const LogRecorder::Line& line : log.Lines()) {
+        lines.push_back((line.level == LOG_MESSAGE_LEVEL_ERROR ? "E " : "W ") + line.text);
+    }
+    return lines;
+}
+
+}  // namespace testing_support
