@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <mutex>
 
+#include "platform/TraceLog.h"
 #include "simulator/BluetoothKeyboard.h"
 #include "simulator/SpbDriver.h"
 
@@ -177,6 +178,9 @@ void Desk::Start(std::uint8_t fill) {
     }
     if (!Has(PcRoute::kI2c) && !Has(PcRoute::kUsb)) {
         log.Announce("spbDriverOps == nullptr");
+        // No driver answers the interrupt thread, which ends at once.
+        log.Announce("NFC Interrupt ");
+        log.Announce("NFC WaitOnInterruptLoop return");
     }
     ASSERT_EQ(manager->WriteMessage(NewMessage(fill)), 0);
 }
@@ -216,6 +220,26 @@ void AnnounceStop(LogRecorder& log) {
     log.Announce("NFC Interrupt get Overlapped result ");
     log.Announce("NFC WaitOnInterruptLoop return");
     log.Announce("NFC ReadKeyboardDataThread return");
+}
+
+std::vector<std::string> ErrorsIn(const LogRecorder& log) {
+    std::vector<std::string> errors;
+    for (const LogRecorder::Line& line : log.Lines()) {
+        if (line.level == LOG_MESSAGE_LEVEL_ERROR) {
+            errors.push_back(line.text);
+        }
+    }
+    return errors;
+}
+
+bool HasInOrder(const LogRecorder& log, const std::vector<std::string>& texts) {
+    auto next = texts.begin();
+    for (const std::string& text : log.Texts()) {
+        if (next != texts.end() && text == *next) {
+            ++next;
+        }
+    }
+    return next == texts.end();
 }
 
 }  // namespace testing_support

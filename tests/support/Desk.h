@@ -80,6 +80,8 @@ class Desk {
     /// The number at the PC type's register there.
     Number NumberOnChip();
 
+    const std::vector<simulator::PcRoute>& routes() const { return m_routes; }
+
     simulator::SimulatedPc pc;
     LogRecorder log;
     std::shared_ptr<NfcManager> manager;
@@ -93,5 +95,11 @@ class Desk {
 
 /// The lines of a log that are part of every stop.
 void AnnounceStop(LogRecorder& log);
+
+/// The error lines so far, in order.
+std::vector<std::string> ErrorsIn(const LogRecorder& log);
+
+/// True when the log has these lines in this order, others between them or not.
+bool HasInOrder(const LogRecorder& log, const std::vector<std::string>& texts);
 
 }  // namespace testing_support
