@@ -1,0 +1,210 @@
+// Device start: which route, in what order, how often, and what a failed start leaves.
+#include <gtest/gtest.h>
+
+#include "chip/NfcDeviceContext.h"
+#include "chip/TransferState.h"
+#include "peripheral/NfcProxy.h"
+#include "peripheral/PeripheralState.h"
+#include "simulator/SpbDriver.h"
+#include "tests/support/Desk.h"
+#include "tests/support/ScriptedBus.h"
+#include "tests/support/Seeds.h"
+
+using simulator::PcRoute;
+using namespace testing_support;
+
+namespace {
+
+using Texts = std::vector<std::string>;
+using hosted::kMillisecond;
+
+constexpr unsigned kFdMode = 0x038C;
+
+bool StartDevice() {
+    return NfcProxy::Detached()->InitNfcDevice();
+}
+
+void SetFaults(Desk& desk, const std::string& text) {
+    std::string problem;
+    const auto plan = simulator::FaultPlan::Parse(text, problem);
+    ASSERT_TRUE(plan) << problem;
+    desk.pc.Faults(*plan);
+}
+
+// Nothing is open, and as many handles are alive as before.
+void ExpectClosed(std::size_t handles) {
+    EXPECT_EQ(DeviceHandle, nullptr);
+    EXPECT_FALSE(g_ioEvent.value.IsOpen());
+    EXPECT_FALSE(g_RandEvent.value.IsOpen());
+    EXPECT_EQ(hosted::Live().handles, handles);
+    EXPECT_EQ(hosted::Live().requests, 0U);
+}
+
+TEST(DeviceStart, PrefersI2cAndKeepsItsHandle) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kI2c, PcRoute::kUsb}, "fm11nt081");
+    desk.log.Announce("Nfc");
+    Texts opened;
+    hosted::SetTracer([&opened](const hosted::TraceEvent& event) {
+        if (event.kind == hosted::TraceEvent::Kind::kOpen) {
+            opened.push_back(event.text);
+        }
+    });
+    ASSERT_TRUE(StartDevice());
+    const std::size_t handles = hosted::Live().handles;
+    EXPECT_FALSE(desk.log.Has("DeviceHandle already exist"));
+    ASSERT_TRUE(StartDevice());
+    hosted::SetTracer({});
+    EXPECT_EQ(opened.size(), 1U);
+    EXPECT_NE(opened.at(0).find("SPBNFCDRIVER"), std::string::npos);
+    EXPECT_EQ(desk.log.Count("NFC_ select I2C Driver"), 1U);
+    EXPECT_EQ(desk.log.Count("DeviceHandle already exist"), 1U);
+    EXPECT_EQ(desk.log.Count("Nfc chip FM11NT081"), 2U);
+    EXPECT_EQ(desk.log.Count("NfcBitlockEnable set bitlock done"), 2U);
+    EXPECT_EQ(desk.pc.spb()->OpenRequests(), 2U);
+    EXPECT_EQ(hosted::Live().handles, handles);
+    EXPECT_TRUE(g_isI2cDriver);
+    EXPECT_FALSE(g_isUsbDriver);
+}
+
+TEST(DeviceStart, TakesTheUsbDriverWithoutDetection) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kUsb}, "fm11nt081");
+    desk.log.Announce("NFC_Error opening Spb driver, last error = 2");
+    BusRecorder recorder;
+    ASSERT_TRUE(StartDevice());
+    EXPECT_EQ(recorder.Take().at(0), "W 03 8c");  // neither an open request nor a probe
+    EXPECT_TRUE(desk.log.Has("NFC_ select USB Driver"));
+    EXPECT_EQ(g_nfcOpDelayMs, 10U);
+    EXPECT_EQ(g_nfcReadDelayMs, 50U);
+    EXPECT_EQ(GetNfcDeviceContext().chipKind, NfcChipLikeFm11n);
+    EXPECT_FALSE(desk.manager);
+}
+
+TEST(DeviceStart, GivesUpAfterThreeAttempts) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({});
+    ASSERT_TRUE(desk.Create());
+    desk.log.Clear();
+    desk.log.Announce("NFC");
+    desk.log.Announce("NfcManager Init");
+    const std::size_t handles = hosted::Live().handles;
+    const hosted::Micros start = hosted::Now();
+    EXPECT_FALSE(desk.manager->DeviceInit());
+    EXPECT_EQ(hosted::Now() - start, 900 * kMillisecond);
+    Texts expected = {"W NfcManager::DeviceInit()"};
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        expected.insert(expected.end(), {"W NFC_Create DeviceHandle",
+                                         "E NFC_Error opening Spb driver, last error = 2",
+                                         "E NFC_Error opening any driver, last error = 259",
+                                         "W InitNfcDevice exit CloseHandle done"});
+    }
+    expected.push_back("E NfcManager Init DeviceInit failed");
+    EXPECT_EQ(MarkedLines(desk.log), expected);
+    ExpectClosed(handles);
+}
+
+TEST(DeviceStart, TriesAStepFiveTimesAndThenCloses) {
+    hosted::UseScheduledClock({Seed()});
+    const struct {
+        const char* faults;
+        const char* failure;  // null: the start works in the end
+        std::ptrdiff_t pauses;
+    } cases[] = {
+        {"write#1-2=fail:31", nullptr, 2},
+        {"write#1-5=fail:31", "InitDevice Fm11n failed", 5},
+        // The first step needs three writes, and the chip keeps its mode from then on.
+        {"write#4+=fail:31", "BitlockEnable failed", 5},
+        {"read#3-6=short:1", nullptr, 4},
+    };
+    for (const auto& one : cases) {
+        SCOPED_TRACE(one.faults);
+        Desk desk({PcRoute::kUsb}, "like-fm11n");
+        desk.log.Announce("N");
+        SetFaults(desk, one.faults);
+        const std::size_t handles = hosted::Live().handles;
+        BusRecorder recorder;
+        EXPECT_EQ(StartDevice(), one.failure == nullptr);
+        const Texts traffic = recorder.Take();
+        EXPECT_EQ(std::count(traffic.begin(), traffic.end(), "sleep 500"), one.pauses);
+        if (one.failure != nullptr) {
+            EXPECT_EQ(desk.log.TakeUnannounced(), Texts{one.failure});
+            EXPECT_EQ(traffic.back(), "sleep 500");
+            ExpectClosed(handles);
+        }
+        CloseHandle(DeviceHandle.exchange(nullptr));
+        g_ioEvent.value.Close();
+    }
+}
+
+TEST(DeviceStart, ComesUpAgainAfterAFailedOpenRequest) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kI2c}, "fm11nt082c");
+    ASSERT_TRUE(desk.Create());
+    desk.log.Announce("Nfc chip");
+    SetFaults(desk, "control#1=fail:31,control#2=never");
+    desk.log.Announce("Open error 31");
+    desk.log.Announce("Open error");  // of the endless one: whatever the last error is by then
+    desk.log.Announce("NFC WaitForSingleObject return error: 258");
+    const hosted::Micros start = hosted::Now();
+    EXPECT_TRUE(desk.manager->DeviceInit());
+    EXPECT_GE(hosted::Now() - start, 5600 * kMillisecond);
+    EXPECT_EQ(desk.log.Count("InitNfcDevice exit CloseHandle done"), 2U);
+    EXPECT_EQ(desk.log.Count("NFC_ select I2C Driver"), 3U);
+    EXPECT_TRUE(desk.log.Has("Open error 31"));
+    EXPECT_EQ(hosted::Live().requests, 0U);
+}
+
+TEST(DeviceStart, CannotWithoutAnEvent) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kUsb});
+    desk.log.Announce("NFC_Error opening Spb driver, last error = 2");
+    desk.log.Announce("NFC error creating I / O event - 8");
+    const std::size_t handles = hosted::Live().handles;
+    hosted::SetCallHook([](hosted::Call call, hosted::ThreadId) -> DWORD {
+        return call == hosted::Call::kCreateEvent ? 8 : 0;
+    });
+    EXPECT_FALSE(StartDevice());
+    hosted::SetCallHook({});
+    ExpectClosed(handles);
+}
+
+// A chip whose mode byte isn't exactly 6 is kept silent until a message is on it.
+class ModeByte : public testing::TestWithParam<std::uint8_t> {};
+
+TEST_P(ModeByte, DecidesAboutTheRadio) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kI2c}, "fm11nt081");
+    const bool silenced = GetParam() != 6;
+    {
+        const hosted::DeviceLock lock;
+        desk.pc.chip()->BackDoor().StickBits(kFdMode, 0xFF, GetParam());
+    }
+    desk.log.Announce("Nfc");
+    ASSERT_TRUE(desk.Create());
+    ASSERT_TRUE(desk.manager->DeviceInit());
+    EXPECT_EQ(GetNfcDeviceContext().chipKind, silenced ? NfcChipFdModeOther : NfcChipFm11nt081);
+    EXPECT_EQ(desk.pc.chip()->BackDoor().RadioOn(), !silenced);
+    std::string problem;
+    desk.pc.TapPhone(0, 50 * kMillisecond,
+                     [&](const simulator::PhoneReport& report) { problem = report.problem; });
+    Desk::Pass(100 * kMillisecond);
+    EXPECT_EQ(problem.find("its radio is off") != std::string::npos, silenced) << problem;
+
+    desk.log.Announce("ReadNfcContent: tag type is err");
+    desk.log.Announce("ReadMessage ReadNfcContent failed");
+    desk.log.Announce("WriteMessage Read failed");
+    ASSERT_EQ(desk.manager->WriteMessage(desk.NewMessage()), 0);
+    EXPECT_TRUE(desk.pc.chip()->BackDoor().RadioOn());
+    bool read = false;
+    desk.pc.TapPhone(0, 500 * kMillisecond,
+                     [&](const simulator::PhoneReport& report) { read = report.read; });
+    Desk::Pass(2 * hosted::kSecond);
+    EXPECT_TRUE(read);
+    AnnounceStop(desk.log);
+}
+
+// 0x03 stays what it is although 6 is written; 0x0E and 0x16 have the right low bits.
+INSTANTIATE_TEST_SUITE_P(Values, ModeByte, testing::Values<std::uint8_t>(6, 0x0E, 0x16, 0x03));
+
+}  // namespace
