@@ -9,6 +9,10 @@
 #include <cstdio>
 #include <cstdlib>
 
+#ifdef TAGPORT_COVERAGE
+extern "C" void __gcov_dump();
+#endif
+
 namespace testing_support {
 
 namespace {
@@ -55,6 +59,9 @@ int RunInChild(const std::function<void()>& body) {
     if (child == 0) {
         body();
         std::fflush(nullptr);
+#ifdef TAGPORT_COVERAGE
+        __gcov_dump();  // what an exit would do
+#endif
         // Threads may still be parked, and what the parent made is not the child's to destroy.
         std::_Exit(::testing::Test::HasFailure() ? kBodyFailed : 0);
     }

@@ -1,0 +1,215 @@
+// Whole operations of a host against simulated devices. One clock a process, so the program takes
+// the case's name; scripts/bench runs each.
+//
+//   write       processor time of WriteMessage on the scheduled clock, where pauses cost nothing,
+//               with a sink that counts the log's characters
+//   write-quiet the same with no sink
+//   pauses      wall time of WriteMessage in real time, over the sum of the pauses that it asked
+//   for renew       wall time until WriteRandNum returns, in real time report      wall time from
+//   the completion of the keyboard's read to the listener, in real time
+#include <tagport/NfcManager.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/TraceLog.h"
+#include "platform/hosted/Kernel.h"
+#include "simulator/SimulatedPc.h"
+
+namespace {
+
+using simulator::PcRoute;
+using Samples = std::vector<double>;  // microseconds, or a ratio
+
+// The simulated bus answers at once, so that what is measured is not the simulated wire.
+constexpr hosted::Micros kBusLatency = 1;
+
+double WallNow() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration<double, std::micro>(now).count();
+}
+
+double ProcessorNow() {
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) * 1e6 + static_cast<double>(now.tv_nsec) / 1e3;
+}
+
+void Require(bool worked, const char* what) {
+    if (!worked) {
+        std::fprintf(stderr, "flow_bench: %s failed\n", what);
+        std::exit(1);
+    }
+}
+
+// When the listener was called last. Written on the thread that delivers, read by the measurement.
+std::atomic<double> g_heardAt{0};
+
+void Listen(int /*event*/, const std::uint8_t (&/*number*/)[32], int /*route*/) {
+    g_heardAt = WallNow();
+}
+
+// Lines may come from any thread.
+void CountCharacters(int /*level*/, const std::wstring& line, void* context) {
+    *static_cast<std::atomic<std::size_t>*>(context) += line.size();
+}
+
+std::shared_ptr<NdefMessage> Message(unsigned count) {
+    const std::uint8_t mac[6] = {2, 17, 34, 51, 68, 85};
+    const std::uint8_t model[4] = {0, 0, 5, 0};
+    std::uint8_t number[32];
+    std::fill(std::begin(number), std::end(number), static_cast<std::uint8_t>(1 + count % 255));
+    auto message = std::make_shared<NdefMessage>();
+    message->SetUrl(std::string(50, 'u'));
+    message->SetMac(mac);
+    message->SetRandomNumber(number);
+    message->SetModel(model);
+    message->SetPcType(5);
+    return message;
+}
+
+struct Host {
+    explicit Host(PcRoute route) : pc({route}, "fm11nt082c") {
+        if (simulator::SpbDriver* const spb = pc.spb()) {
+            spb->SetBusLatency(kBusLatency);
+        }
+        manager = NfcManager::Create(Message(0), &Listen);
+        Require(manager != nullptr && manager->DeviceInit(), "the start");
+        Require(route != PcRoute::kHid || manager->SetMcuKbConnectStatus(true), "the keyboard");
+        Write(0);
+    }
+    void Write(unsigned count) { Require(manager->WriteMessage(Message(count)) == 0, "a write"); }
+
+    simulator::SimulatedPc pc;
+    std::shared_ptr<NfcManager> manager;
+};
+
+void Report(const char* name, const char* unit, Samples samples, double aim) {
+    std::sort(samples.begin(), samples.end());
+    const auto at = [&samples](double part) {
+        return samples[static_cast<std::size_t>(part * static_cast<double>(samples.size() - 1))];
+    };
+    std::printf("%-12s median %10.3f %-5s 10%% %10.3f  90%% %10.3f  of %zu, aim < %g: %s\n", name,
+                at(0.5), unit, at(0.1), at(0.9), samples.size(), aim,
+                at(0.5) < aim ? "met" : "MISSED");
+}
+
+Samples Repeat(unsigned count, const std::function<double(unsigned)>& sample) {
+    Samples samples;
+    for (unsigned i = 1; i <= count; ++i) {
+        samples.push_back(sample(i));
+    }
+    return samples;
+}
+
+void WriteOnScheduledClock(const char* name, bool sink) {
+    std::atomic<std::size_t> characters{0};
+    hosted::UseScheduledClock({});
+    Host host(PcRoute::kI2c);
+    if (sink) {
+        TraceLogger::SetSink(&CountCharacters, &characters);
+    }
+    const Samples samples = Repeat(300, [&host](unsigned i) {
+        const double before = ProcessorNow();
+        host.Write(i);
+        return ProcessorNow() - before;
+    });
+    TraceLogger::SetSink(nullptr, nullptr);
+    Require(sink == (characters > 0), "counting the log");
+    Report(name, "us", samples, 300);
+}
+
+void WriteOverPauses() {
+    Host host(PcRoute::kI2c);
+    const hosted::ThreadId self = hosted::CurrentThread();
+    std::atomic<std::int64_t> milliseconds{0};
+    hosted::SetTracer([&](const hosted::TraceEvent& event) {
+        if (event.kind == hosted::TraceEvent::Kind::kSleep && event.thread == self) {
+            milliseconds += event.milliseconds;
+        }
+    });
+    Report("pauses", "",
+           Repeat(30,
+                  [&](unsigned i) {
+                      milliseconds = 0;
+                      const double before = WallNow();
+                      host.Write(i);
+                      const double took = WallNow() - before;
+                      Require(milliseconds > 0, "a write that pauses");
+                      return took / (1000.0 * static_cast<double>(milliseconds.load()));
+                  }),
+           1.02);
+    hosted::SetTracer({});
+}
+
+void Renew() {
+    Host host(PcRoute::kI2c);
+    const std::size_t threads = hosted::Live().threads;
+    Report("renew", "us",
+           Repeat(30,
+                  [&](unsigned i) {
+                      std::uint8_t number[32];
+                      std::fill(std::begin(number), std::end(number),
+                                static_cast<std::uint8_t>(100 + i));
+                      const double before = WallNow();
+                      Require(host.manager->WriteRandNum(number) == 0, "a renewal");
+                      const double took = WallNow() - before;
+                      // One at a time: the thread that writes the number ends first.
+                      while (hosted::Live().threads > threads) {
+                          hosted::WaitFor([] { return false; }, hosted::kMillisecond, "the number");
+                      }
+                      return took;
+                  }),
+           100);
+}
+
+void FieldReport() {
+    Host host(PcRoute::kHid);
+    std::atomic<double> completedAt{0};
+    hosted::SetTracer([&completedAt](const hosted::TraceEvent& event) {
+        if (event.kind == hosted::TraceEvent::Kind::kDone &&
+            event.request->kind() == hosted::Request::Kind::kRead) {
+            completedAt = WallNow();
+        }
+    });
+    Report("report", "us",
+           Repeat(500,
+                  [&](unsigned i) {
+                      g_heardAt = 0;
+                      {
+                          const hosted::DeviceLock lock;
+                          host.pc.keyboard()->SendField(i % 2 != 0);
+                      }
+                      while (g_heardAt == 0) {
+                          hosted::WaitFor([] { return false; }, hosted::kMillisecond, "the report");
+                      }
+                      return g_heardAt - completedAt;
+                  }),
+           200);
+    hosted::SetTracer({});
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::string name = argc == 2 ? argv[1] : "";
+    if (name == "write" || name == "write-quiet") {
+        WriteOnScheduledClock(name.c_str(), name == "write");
+    } else if (name == "pauses") {
+        WriteOverPauses();
+    } else if (name == "renew") {
+        Renew();
+    } else if (name == "report") {
+        FieldReport();
+    } else {
+        std::fprintf(stderr, "usage: flow_bench write|write-quiet|pauses|renew|report\n");
+        return 2;
+    }
+}
