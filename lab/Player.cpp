@@ -158,7 +158,7 @@ void Player::CreateManager() {
             return;
         }
     }
-    if (m_stage.Route() == "ble" || m_stage.Route() == "hid") {
+    if (m_stage.Route() == "ble" || m_stage.HasKeyboardController()) {
         Connect(true);
     }
     Told("WriteMessage", m_manager->WriteMessage(Message()));
@@ -170,7 +170,7 @@ void Player::Connect(bool on) {
         m_connected = on;
         Told(on ? "BtConnect" : "BtDisconnect",
              on ? Manager().BtConnect(address) : Manager().BtDisconnect(address));
-    } else if (m_stage.Route() == "hid") {
+    } else if (m_stage.HasKeyboardController()) {
         Told("SetMcuKbConnectStatus", Manager().SetMcuKbConnectStatus(on));
     } else {
         throw WrongCall("nothing can be connected on the " + m_stage.Route() +

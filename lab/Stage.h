@@ -34,6 +34,8 @@ class Stage {
     virtual std::string Route() const = 0;
     /// The simulated chip's name; empty where there is none.
     virtual std::string Chip() const = 0;
+    /// True where a keyboard's microcontroller may stand behind HID.
+    virtual bool HasKeyboardController() const = 0;
     virtual std::uint64_t KeyboardAddress() const = 0;
     /// Played when no script is given.
     virtual std::string DefaultScript() const = 0;

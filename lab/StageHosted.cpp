@@ -177,6 +177,7 @@ class HostedStage : public Stage {
 
     std::string Route() const override { return m_routeName; }
     std::string Chip() const override { return HasChip() ? m_chipName : std::string(); }
+    bool HasKeyboardController() const override { return m_routeName == "hid"; }
     std::uint64_t KeyboardAddress() const override { return simulator::kDefaultBleAddress; }
 
     std::string DefaultScript() const override {

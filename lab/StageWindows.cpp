@@ -42,6 +42,7 @@ class WindowsStage : public Stage {
 
     std::string Route() const override { return "the PC's own"; }
     std::string Chip() const override { return {}; }
+    bool HasKeyboardController() const override { return true; }
     std::uint64_t KeyboardAddress() const override { return 0; }
     std::string DefaultScript() const override {
         return "expect event 3 within 60000\nexpect event 1 within 60000\n";
