@@ -15,78 +15,48 @@ using hosted::kMillisecond;
 
 constexpr std::uint8_t kUntouched = 0x77;
 
+const Texts kWritten = {};
+const Texts kRead = {"W Nfc read spb dataLength = 4", "W Nfc data: 1d00a509"};
+const Texts kShortRead = {"W Nfc read spb dataLength = 4",
+                          "E Nfc read spb command->NumBytes don't match, command->NumBytes=3"};
+const Texts kFailedRead = {"W NFC GetOverlappedResult error: 31",
+                           "E NFC Error 31 with 0 bytes read",
+                           "E Nfc read spb status error, status = 31"};
+const Texts kRefusedRead = {
+    "E NFC_ReadFile Error 5\n", "W NFC_WaitForSingleObject GetOverlapped error: 996",
+    "E NFC Error 996 with 0 bytes read", "E Nfc read spb status error, status = 996"};
+const Texts kEndlessRead = {"E NFC WaitForSingleObject return error: 258",
+                            "E NFC Error 258 with 0 bytes read",
+                            "E Nfc read spb status error, status = 258"};
+const Texts kFailedWrite = {"W NFC GetOverlappedResult error: 31",
+                            "E NFC Error 31, with 0 bytes written",
+                            "E Nfc write spd error, status = 31"};
+const Texts kRefusedWrite = {
+    "E NFC_WriteFile Error  5\n", "W NFC_WaitForSingleObject GetOverlapped error: 996",
+    "E NFC Error 996, with 0 bytes written", "E Nfc write spd error, status = 996"};
+const Texts kEndlessWrite = {"E NFC WaitForSingleObject return error: 258",
+                             "E NFC Error 258, with 0 bytes written",
+                             "E Nfc write spd error, status = 258"};
+
 struct TransferCase {
-    const char* name;
     bool isRead;
     Answer answer;
     bool result;
-    hosted::Micros time;
+    hosted::Micros milliseconds;
     Texts lines;
 };
 
 const TransferCase kTransfers[] = {
-    {"read",
-     true,
-     Gives({0x1D, 0x00, 0xA5, 0x09}),
-     true,
-     0,
-     {"W Nfc read spb dataLength = 4", "W Nfc data: 1d00a509"}},
-    {"read over at once",
-     true,
-     GivesAtOnce({1, 2, 3, 4}),
-     true,
-     0,
-     {"W Nfc read spb dataLength = 4", "W Nfc data: 01020304"}},
-    {"short read",
-     true,
-     Gives({1, 2, 3}),
-     false,
-     0,
-     {"W Nfc read spb dataLength = 4",
-      "E Nfc read spb command->NumBytes don't match, command->NumBytes=3"}},
-    {"failing read",
-     true,
-     Fails(31),
-     false,
-     0,
-     {"W NFC GetOverlappedResult error: 31", "E NFC Error 31 with 0 bytes read",
-      "E Nfc read spb status error, status = 31"}},
-    {"refused read",
-     true,
-     Refuses(5),
-     false,
-     200 * kMillisecond,
-     {"E NFC_ReadFile Error 5\n", "W NFC_WaitForSingleObject GetOverlapped error: 996",
-      "E NFC Error 996 with 0 bytes read", "E Nfc read spb status error, status = 996"}},
-    {"endless read",
-     true,
-     NeverEnds(),
-     false,
-     kTransferTimeoutMs* kMillisecond,
-     {"E NFC WaitForSingleObject return error: 258", "E NFC Error 258 with 0 bytes read",
-      "E Nfc read spb status error, status = 258"}},
-    {"write", false, Gives({}), true, 0, {}},
-    {"failing write",
-     false,
-     Fails(31),
-     false,
-     0,
-     {"W NFC GetOverlappedResult error: 31", "E NFC Error 31, with 0 bytes written",
-      "E Nfc write spd error, status = 31"}},
-    {"refused write",
-     false,
-     Refuses(5),
-     false,
-     200 * kMillisecond,
-     {"E NFC_WriteFile Error  5\n", "W NFC_WaitForSingleObject GetOverlapped error: 996",
-      "E NFC Error 996, with 0 bytes written", "E Nfc write spd error, status = 996"}},
-    {"endless write",
-     false,
-     NeverEnds(),
-     false,
-     kTransferTimeoutMs* kMillisecond,
-     {"E NFC WaitForSingleObject return error: 258", "E NFC Error 258, with 0 bytes written",
-      "E Nfc write spd error, status = 258"}},
+    {true, Gives({0x1D, 0x00, 0xA5, 0x09}), true, 0, kRead},
+    {true, GivesAtOnce({0x1D, 0x00, 0xA5, 0x09}), true, 0, kRead},
+    {true, Gives({1, 2, 3}), false, 0, kShortRead},
+    {true, Fails(31), false, 0, kFailedRead},
+    {true, Refuses(5), false, 200, kRefusedRead},
+    {true, NeverEnds(), false, kTransferTimeoutMs, kEndlessRead},
+    {false, Gives({}), true, 0, kWritten},
+    {false, Fails(31), false, 0, kFailedWrite},
+    {false, Refuses(5), false, 200, kRefusedWrite},
+    {false, NeverEnds(), false, kTransferTimeoutMs, kEndlessWrite},
 };
 
 TEST(Transfer, EndsWithItsResultItsLinesAndADeviceThatWorksOn) {
@@ -94,7 +64,7 @@ TEST(Transfer, EndsWithItsResultItsLinesAndADeviceThatWorksOn) {
     const auto bus = std::make_shared<ScriptedBus>();
     const OpenDevice device(bus);
     for (const TransferCase& transfer : kTransfers) {
-        SCOPED_TRACE(transfer.name);
+        SCOPED_TRACE(testing::PrintToString(transfer.lines));
         LogRecorder log;
         log.Announce("N");  // the lines are compared as a whole
         (transfer.isRead ? bus->reads : bus->writes) = {transfer.answer};
@@ -102,7 +72,7 @@ TEST(Transfer, EndsWithItsResultItsLinesAndADeviceThatWorksOn) {
         const hosted::Micros start = hosted::Now();
         SetLastError(ERROR_ACCESS_DENIED);  // left by somebody else; must not count
         EXPECT_EQ(transfer.isRead ? NfcSpbRead(4, bytes) : NfcSpbWrite(bytes, 4), transfer.result);
-        EXPECT_EQ(hosted::Now() - start, transfer.time);
+        EXPECT_EQ(hosted::Now() - start, transfer.milliseconds * kMillisecond);
         EXPECT_EQ(MarkedLines(log), transfer.lines);
         EXPECT_EQ(hosted::Live().requests, 0U);
         const bool filled = transfer.isRead && transfer.result;

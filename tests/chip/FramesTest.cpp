@@ -31,199 +31,78 @@ std::uint8_t g_buffer[4096];  // what the operations of the tables read into and
 
 using Operation = bool (*)();
 
+const Operation ReadNormal = [] { return Normal().ReadReg(0x1234, 2, g_buffer); };
+const Operation WriteNormal = [] {
+    return Normal().WriteReg(0x0010, Bytes{0xA0, 0xA1, 0xA2}.data(), 3);
+};
+const Operation AddressNormal = [] { return Normal().WriteReg(0x0010, nullptr, 0); };
+const Operation StateNormal = [] { return Normal().ReadState(0, 9, g_buffer); };
+const Operation InitNormal = [] { return Normal().InitDevice(g_buffer); };
+const Operation LockLower = [] { return Normal().BitlockEnable(false); };
+const Operation LockUpper = [] { return Normal().BitlockEnable(true); };
+const Operation SilenceNormal = [] { return Normal().RadioDisable(); };
+const Operation WakeNormal = [] { return Normal().RadioEnable(); };
+const Operation CheckNormal = [] { return Normal().CheckWriteTag(g_buffer); };
+const Operation WriteExtend = [] { return Extend().WriteReg(0x0010, Bytes{0xA0, 0xA1}.data(), 2); };
+const Operation HeadExtend = [] { return Extend().WriteReg(0x1234, nullptr, 16); };
+const Operation ReadExtend = [] { return Extend().ReadReg(0x007A, 2, g_buffer); };
+const Operation StateExtend = [] { return Extend().ReadState(0, 9, g_buffer); };
+const Operation InitExtend = [] { return Extend().InitDevice(g_buffer); };
+const Operation LockExtend = [] { return Extend().BitlockEnable(true); };
+const Operation SilenceExtend = [] { return Extend().RadioDisable(); };
+const Operation WakeExtend = [] { return Extend().RadioEnable(); };
+const Operation CheckExtend = [] { return Extend().CheckWriteTag(g_buffer); };
+
 struct Traffic {
-    const char* name;
     Operation run;
-    std::deque<Answer> reads;
+    const char* reads;
     bool result;
-    Texts traffic;
-    std::string told;      // the last line, of any level; empty: not looked at
-    std::uint8_t got = 0;  // in the first byte of the buffer; 0: not looked at
+    std::string traffic;
+    std::string told;  // the last line, of any level
+    int got = -1;      // in the first byte of the buffer; -1: not looked at
 };
 
-bool InitNormal() {
-    return Normal().InitDevice(g_buffer);
-}
-bool LockLower() {
-    return Normal().BitlockEnable(false);
-}
-bool LockUpper() {
-    return Normal().BitlockEnable(true);
-}
-bool SilenceNormal() {
-    return Normal().RadioDisable();
-}
-bool WakeNormal() {
-    return Normal().RadioEnable();
-}
-bool SilenceExtend() {
-    return Extend().RadioDisable();
-}
-bool WakeExtend() {
-    return Extend().RadioEnable();
-}
-bool ReadExtend() {
-    return Extend().ReadReg(0x007A, 16, g_buffer);
-}
-bool ReadStatus() {
-    return Extend().ReadState(0, 9, g_buffer);
-}
-bool CheckExtend() {
-    g_buffer[0] = 0xEE;
-    return Extend().CheckWriteTag(g_buffer) == (g_buffer[0] == 1) && g_buffer[0] == 1;
-}
+const std::string kReadMode = "W 03 8c, sleep 3, R 1, sleep 7";
+const std::string kReadLock = "W 00 0a, sleep 3, R 1, sleep 7, ";
+const std::string kReadSram = "W 10 37, sleep 3, R 4";
+const std::string kReadRadio = "W 10 a1, sleep 3, R 1";
 
 const Traffic kTraffic[] = {
-    {"read",
-     [] { return Normal().ReadReg(0x0010, 2, g_buffer); },
-     {Gives({3, 41})},
-     true,
-     {"W 00 10", "sleep 3", "R 2"},
-     "Nfc data: 0329",
-     3},
-    {"register bytes",
-     [] { return Normal().WriteReg(0x1234, nullptr, 0); },
-     {},
-     true,
-     {"W 12 34"},
-     ""},
-    {"write",
-     [] {
-         return Normal().WriteReg(0x0010, Bytes{0xA0, 0xA1, 0xA2}.data(), 3);
-     },
-     {},
-     true,
-     {"W 00 10 a0 a1 a2"},
-     ""},
-    {"state", [] { return Normal().ReadState(0, 9, g_buffer); }, {}, false, {}, ""},
-    {"mode is 6",
-     InitNormal,
-     {Gives({6}), Gives({6})},
-     true,
-     {"W 03 8c", "sleep 3", "R 1", "sleep 7", "W 03 8c", "sleep 3", "R 1", "sleep 7"},
-     "NfcInitDevice get fdMode 0x6",
-     6},
-    {"low bits are 6",
-     InitNormal,
-     {Gives({0x0E}), Gives({0x0E})},
-     true,
-     {"W 03 8c", "sleep 3", "R 1", "sleep 7", "W 03 8c", "sleep 3", "R 1", "sleep 7"},
-     "NfcInitDevice get fdMode 0xe",
-     0x0E},
-    {"mode is 3",
-     InitNormal,
-     {Gives({3}), Gives({0x16})},
-     true,
-     {"W 03 8c", "sleep 3", "R 1", "sleep 7", "W 03 8c 06", "sleep 7", "W 03 8c", "sleep 3", "R 1",
-      "sleep 7"},
-     "NfcInitDevice get fdMode 0x16",
-     0x16},
-    {"lock",
-     LockLower,
-     {Gives({5})},
-     true,
-     {"W 00 0a", "sleep 3", "R 1", "sleep 7", "W 00 0a fd", "sleep 7", "W 00 0b ff", "sleep 7",
-      "W 03 88 ff 3f 00 00", "sleep 7"},
+    {ReadNormal, "0329", true, "W 12 34, sleep 3, R 2", "Nfc data: 0329", 3},
+    {AddressNormal, "", true, "W 00 10", ""},
+    {WriteNormal, "", true, "W 00 10 a0 a1 a2", ""},
+    {StateNormal, "", false, "", "", 0xEE},
+    {InitNormal, "06 06", true, kReadMode + ", " + kReadMode, "NfcInitDevice get fdMode 0x6", 6},
+    {InitNormal, "0e 0e", true, kReadMode + ", " + kReadMode, "NfcInitDevice get fdMode 0xe", 14},
+    {InitNormal, "03 16", true, kReadMode + ", W 03 8c 06, sleep 7, " + kReadMode,
+     "NfcInitDevice get fdMode 0x16", 0x16},
+    {LockLower, "05", true,
+     kReadLock + "W 00 0a fd, sleep 7, W 00 0b ff, sleep 7, W 03 88 ff 3f 00 00, sleep 7",
      "NfcBitlockEnable set bitlock done"},
-    {"upper lock",
-     LockUpper,
-     {Gives({0xF8})},
-     true,
-     {"W 00 0a", "sleep 3", "R 1", "sleep 7", "W 00 0a f8", "sleep 7", "W 00 0b ff", "sleep 7",
-      "W 03 c8 ff 3f 00 00", "sleep 7"},
+    {LockUpper, "f8", true,
+     kReadLock + "W 00 0a f8, sleep 7, W 00 0b ff, sleep 7, W 03 c8 ff 3f 00 00, sleep 7",
      "NfcBitlockEnable set bitlock done"},
-    {"radio off, no sram",
-     SilenceNormal,
-     {Gives({0xFF, 0xFD, 0xFF, 0xFF})},
-     true,
-     {"W 10 37", "sleep 3", "R 4"},
-     "NfcRadioDisable sram not enable"},
-    {"radio off, not taken",
-     SilenceNormal,
-     {Gives({0, 2, 0, 0}), Gives({0xDF})},
-     false,
-     {"W 10 37", "sleep 3", "R 4", "W 10 a1 28", "W 10 a1", "sleep 3", "R 1"},
+    {SilenceNormal, "fffdffff", true, kReadSram, "NfcRadioDisable sram not enable"},
+    {SilenceNormal, "00020000 df", false, kReadSram + ", W 10 a1 28, " + kReadRadio,
      "NfcRadioDisable write fail2"},
-    {"radio off",
-     SilenceNormal,
-     {Gives({0, 2, 0, 0}), Gives({0x20})},
-     true,
-     {"W 10 37", "sleep 3", "R 4", "W 10 a1 28", "W 10 a1", "sleep 3", "R 1"},
-     ""},
-    {"radio on, not taken",
-     WakeNormal,
-     {Gives({0x20})},
-     false,
-     {"W 10 a1 08", "W 10 a1", "sleep 3", "R 1"},
-     "NfcRadioEnable write fail2"},
-    {"radio on",
-     WakeNormal,
-     {Gives({0xDF})},
-     true,
-     {"W 10 a1 08", "W 10 a1", "sleep 3", "R 1"},
-     ""},
-    {"check", [] { return Normal().CheckWriteTag(g_buffer); }, {}, true, {}, "", 1},
+    {SilenceNormal, "00020000 20", true, kReadSram + ", W 10 a1 28, " + kReadRadio, "Nfc data: 20"},
+    {WakeNormal, "20", false, "W 10 a1 08, " + kReadRadio, "NfcRadioEnable write fail2"},
+    {WakeNormal, "df", true, "W 10 a1 08, " + kReadRadio, "Nfc data: df"},
+    {CheckNormal, "", true, "", "", 1},
 
-    {"spb4 write",
-     [] {
-         return Extend().WriteReg(0x0010, Bytes{0xA0, 0xA1}.data(), 2);
-     },
-     {},
-     true,
-     {"W 00 10 00 02 a0 a1"},
-     ""},
-    {"spb4 empty write",
-     [] { return Extend().WriteReg(0x1234, nullptr, 16); },
-     {},
-     true,
-     {"W 12 34 00 10"},
-     ""},
-    {"spb4 read",
-     ReadExtend,
-     {Gives(Bytes(16, 0x55))},
-     true,
-     {"W 00 7a 01 10", "sleep 7", "R 16"},
-     "",
-     0x55},
-    {"spb4 state",
-     ReadStatus,
-     {Gives(Bytes(9, 0x44))},
-     true,
-     {"W 00 00 02 09", "sleep 7", "R 9"},
-     "",
-     0x44},
-    {"spb4 radio off",
-     SilenceExtend,
-     {},
-     true,
-     {"W f0 f2 00 00", "sleep 7"},
-     "Nfc RadioDisable succ"},
-    {"spb4 radio on", WakeExtend, {}, true, {"W f0 f1 00 00", "sleep 7"}, "Nfc RadioEnable succ"},
-    {"clean write",
-     CheckExtend,
-     {Gives({0, 0, 0x10, 0x27, 0, 0})},
-     true,
-     {"W f0 f8 01 06", "sleep 7", "R 6"},
-     "NfcExtend Check WriteTag , firstFailAddr: 0, ticks: 10000",
-     1},
-    {"failed write",
-     CheckExtend,
-     {Gives({0x34, 0x12, 1, 2, 3, 4})},
-     false,
-     {"W f0 f8 01 06", "sleep 7", "R 6"},
-     "NfcExtend Check WriteTag , firstFailAddr: 1234, ticks: 67305985"},
-    {"spb4 init",
-     [] { return Extend().InitDevice(g_buffer); },
-     {},
-     true,
-     {},
-     "NfcExtend fanli not need init device here, it's ok!"},
-    {"spb4 lock",
-     [] { return Extend().BitlockEnable(true); },
-     {},
-     true,
-     {},
-     "NfcExtend fanli not need enable bitlock here, it's ok!"},
+    {WriteExtend, "", true, "W 00 10 00 02 a0 a1", ""},
+    {HeadExtend, "", true, "W 12 34 00 10", ""},
+    {ReadExtend, "5566", true, "W 00 7a 01 02, sleep 7, R 2", "Nfc data: 5566", 0x55},
+    {StateExtend, "010203040506070809", true, "W 00 00 02 09, sleep 7, R 9",
+     "Nfc data: 010203040506070809", 1},
+    {SilenceExtend, "", true, "W f0 f2 00 00, sleep 7", "Nfc RadioDisable succ"},
+    {WakeExtend, "", true, "W f0 f1 00 00, sleep 7", "Nfc RadioEnable succ"},
+    {CheckExtend, "000010270000", true, "W f0 f8 01 06, sleep 7, R 6",
+     "NfcExtend Check WriteTag , firstFailAddr: 0, ticks: 10000", 1},
+    {CheckExtend, "341201020304", false, "W f0 f8 01 06, sleep 7, R 6",
+     "NfcExtend Check WriteTag , firstFailAddr: 1234, ticks: 67305985", 0},
+    {InitExtend, "", true, "", "NfcExtend fanli not need init device here, it's ok!", 0},
+    {LockExtend, "", true, "", "NfcExtend fanli not need enable bitlock here, it's ok!"},
 };
 
 TEST(Driver, SendsItsFramesWithTheirPauses) {
@@ -233,27 +112,26 @@ TEST(Driver, SendsItsFramesWithTheirPauses) {
     g_nfcOpDelayMs = kOpDelay;
     g_nfcReadDelayMs = kReadDelay;
     for (const Traffic& operation : kTraffic) {
-        SCOPED_TRACE(operation.name);
+        SCOPED_TRACE(operation.traffic + ": " + operation.told);
         LogRecorder log;
         log.Announce("Nfc");
-        bus->reads = operation.reads;
+        bus->reads = Script(operation.reads);
+        g_buffer[0] = 0xEE;
         BusRecorder recorder;
         EXPECT_EQ(operation.run(), operation.result);
-        EXPECT_EQ(recorder.Take(), operation.traffic);
+        EXPECT_EQ(Joined(recorder.Take()), operation.traffic);
         EXPECT_TRUE(bus->reads.empty());
-        if (!operation.told.empty()) {
-            ASSERT_FALSE(log.Texts().empty());
-            EXPECT_EQ(log.Texts().back(), operation.told);
-        }
-        if (operation.got != 0) {
+        const Texts told = log.Texts();
+        EXPECT_EQ(told.empty() ? "" : told.back(), operation.told);
+        if (operation.got >= 0) {
             EXPECT_EQ(g_buffer[0], operation.got);
         }
     }
     g_nfcReadDelayMs = 0;
     BusRecorder recorder;
-    bus->reads = {Gives({1})};
-    EXPECT_TRUE(Normal().ReadReg(0x0010, 1, g_buffer));
-    EXPECT_EQ(recorder.Take(), (Texts{"W 00 10", "R 1"}));
+    bus->reads = Script("0102");
+    EXPECT_TRUE(ReadNormal());
+    EXPECT_EQ(Joined(recorder.Take()), "W 12 34, R 2");
 }
 
 // The radio's flag follows what the chip has done, and nothing else.
@@ -267,22 +145,22 @@ TEST(Driver, KnowsItsRadio) {
     const struct {
         NfcSpbCommon& driver;
         Operation run;
-        std::deque<Answer> reads;
+        const char* reads;
         std::size_t failAt;
         bool enabled;
     } steps[] = {
-        {Normal(), SilenceNormal, {Gives({0, 0, 0, 0})}, 0, true},
-        {Normal(), SilenceNormal, {Gives({0, 2, 0, 0}), Gives({0x08})}, 0, true},
-        {Normal(), SilenceNormal, {Gives({0, 2, 0, 0}), Gives({0x28})}, 0, false},
-        {Normal(), WakeNormal, {Gives({0x28})}, 0, false},
-        {Normal(), WakeNormal, {Gives({0x08})}, 0, true},
-        {Extend(), SilenceExtend, {}, 1, true},
-        {Extend(), SilenceExtend, {}, 0, false},
-        {Extend(), WakeExtend, {}, 1, false},
-        {Extend(), WakeExtend, {}, 0, true},
+        {Normal(), SilenceNormal, "00000000", 0, true},
+        {Normal(), SilenceNormal, "00020000 08", 0, true},
+        {Normal(), SilenceNormal, "00020000 28", 0, false},
+        {Normal(), WakeNormal, "28", 0, false},
+        {Normal(), WakeNormal, "08", 0, true},
+        {Extend(), SilenceExtend, "", 1, true},
+        {Extend(), SilenceExtend, "", 0, false},
+        {Extend(), WakeExtend, "", 1, false},
+        {Extend(), WakeExtend, "", 0, true},
     };
     for (const auto& step : steps) {
-        bus->reads = step.reads;
+        bus->reads = Script(step.reads);
         bus->transfers = 0;
         bus->failAt = step.failAt;
         step.run();
@@ -294,42 +172,38 @@ TEST(Driver, StopsAtTheFirstTransferThatFails) {
     hosted::UseScheduledClock({Seed()});
     const auto bus = std::make_shared<ScriptedBus>();
     const OpenDevice device(bus);
-    // The last error line by the number of the transfer that fails, from 1.
+    // The error line of the operation itself, for each transfer that can fail.
     const struct {
         Operation run;
-        std::deque<Answer> reads;
+        const char* reads;
         Texts lines;
     } cases[] = {
         {InitNormal,
-         {Gives({3}), Gives({6})},
+         "03 06",
          {"NfcInitDevice Read reg: 908 failed 1", "NfcInitDevice Read reg: 908 failed 1",
           "NfcInitDevice Write reg: 908 failed", "NfcInitDevice Read reg: 908 failed 2",
           "NfcInitDevice Read reg: 908 failed 2"}},
         {LockLower,
-         {Gives({0})},
+         "00",
          {"NfcBitlockEnable read reg: 10 lowByte failed",
           "NfcBitlockEnable read reg: 10 lowByte failed",
           "NfcBitlockEnable write reg: 10 lowByte failed",
           "NfcBitlockEnable write reg: 11 highByte failed",
           "NfcBitlockEnable write reg: 904 dyVal failed"}},
-        {LockUpper, {Gives({0})}, {"", "", "", "", "NfcBitlockEnable write reg: 968 dyVal failed"}},
+        {LockUpper, "00", {"", "", "", "", "NfcBitlockEnable write reg: 968 dyVal failed"}},
         {SilenceNormal,
-         {Gives({0, 2, 0, 0}), Gives({0x20})},
+         "00020000 20",
          {"NfcRadioDisable read sram failed", "NfcRadioDisable read sram failed",
           "NfcRadioDisable write fail1", "NfcRadioDisable read fail", "NfcRadioDisable read fail"}},
         {WakeNormal,
-         {Gives({0})},
+         "00",
          {"NfcRadioEnable write fail1", "NfcRadioEnable read fail", "NfcRadioEnable read fail"}},
-        {ReadExtend,
-         {Gives(Bytes(16))},
-         {"NfcExtend first write address: 122 failed", "Nfc read spb status error, status = 1117"}},
-        {ReadStatus,
-         {Gives(Bytes(9))},
-         {"NfcExtend first write state: 0 failed", "Nfc read spb status error, status = 1117"}},
-        {SilenceExtend, {}, {"NfcExtend first write state: 61682 failed"}},
-        {WakeExtend, {}, {"NfcExtend first write state: 61681 failed"}},
+        {ReadExtend, "0102", {"NfcExtend first write address: 122 failed", ""}},
+        {StateExtend, "000000000000000000", {"NfcExtend first write state: 0 failed", ""}},
+        {SilenceExtend, "", {"NfcExtend first write state: 61682 failed"}},
+        {WakeExtend, "", {"NfcExtend first write state: 61681 failed"}},
         {CheckExtend,
-         {Gives(Bytes(6))},
+         "000000000000",
          {"NfcExtend Check WriteTag Success: f0f8 failed",
           "NfcExtend Check WriteTag Failed: 61688 failed"}},
     };
@@ -337,7 +211,7 @@ TEST(Driver, StopsAtTheFirstTransferThatFails) {
         for (std::size_t failing = 1; failing <= one.lines.size(); ++failing) {
             SCOPED_TRACE(one.lines.back() + " at " + std::to_string(failing));
             LogRecorder log;
-            bus->reads = one.reads;
+            bus->reads = Script(one.reads);
             bus->transfers = 0;
             bus->failAt = failing;
             EXPECT_FALSE(one.run());
@@ -349,7 +223,7 @@ TEST(Driver, StopsAtTheFirstTransferThatFails) {
         }
         bus->transfers = 0;
         bus->failAt = 0;
-        bus->reads = one.reads;
+        bus->reads = Script(one.reads);
         LogRecorder log;
         EXPECT_TRUE(one.run());  // and can simply be tried again
         EXPECT_EQ(bus->transfers, one.lines.size());

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <sstream>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -40,6 +42,29 @@ inline Answer Refuses(DWORD error) {
 }
 inline Answer NeverEnds() {
     return {Answer::How::kNever, ERROR_SUCCESS, {}};
+}
+
+/// Answers from a text, one a word: hexadecimal bytes, or "-" for kBusError.
+inline std::deque<Answer> Script(const std::string& text) {
+    std::deque<Answer> answers;
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        std::vector<std::uint8_t> bytes;
+        for (std::size_t i = 0; word != "-" && i < word.size(); i += 2) {
+            bytes.push_back(static_cast<std::uint8_t>(std::stoul(word.substr(i, 2), nullptr, 16)));
+        }
+        answers.push_back(word == "-" ? Fails(kBusError) : Gives(bytes));
+    }
+    return answers;
+}
+
+/// Texts in one line, for tables: "W 00 10, sleep 40, R 2".
+inline std::string Joined(const std::vector<std::string>& texts) {
+    std::string line;
+    for (const std::string& text : texts) {
+        line += (line.empty() ? "" : ", ") + text;
+    }
+    return line;
 }
 
 /// Takes the answers of each kind in order. When they are used up a read fails with kBusError, and
