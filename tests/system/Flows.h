@@ -1,0 +1,33 @@
+// The flows that a host can set off, each with what comes before it and how it is done again.
+#pragma once
+
+#include <functional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "tests/support/Desk.h"
+
+namespace testing_support {
+
+struct Flow {
+    std::string name;
+    std::vector<simulator::PcRoute> routes;
+    std::string chip;
+    std::function<void(Desk&)> prepare;  ///< must work
+    std::function<bool(Desk&)> act;      ///< the flow to its end; whether it worked
+    std::function<bool(Desk&)> again;    ///< the same once more, with other content
+    std::vector<std::string> success;    ///< lines that a success logs, and no failure
+};
+
+/// For the test framework.
+inline void PrintTo(const Flow& flow, std::ostream* out) {
+    *out << flow.name;
+}
+
+const std::vector<Flow>& Flows();
+
+/// What stands on the tag from its first byte on, whatever kind of tag it is.
+std::vector<std::uint8_t> TagBytes(Desk& desk, std::size_t count);
+
+}  // namespace testing_support
