@@ -1,5 +1,5 @@
-// Any bytes as the configuration file: the reader of its values, and the message filled from it.
-#include <tagport/NdefMessage.h>
+// Any bytes as the configuration file, to the reader of its values.
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,14 +14,13 @@ namespace {
 using Value = std::array<WCHAR, 256>;
 constexpr DWORD kCut = 16;
 
-/// A file without a name, behind a path that the reader can open.
+/// A file in memory, behind a path that the reader can open.
 class File {
   public:
-    File() : m_path(L"/proc/self/fd/" + std::to_wstring(fileno(m_file))) {}
+    File() : m_path(L"/proc/self/fd/" + std::to_wstring(m_file)) {}
     void Write(const std::string& bytes) {
-        Check(ftruncate(fileno(m_file), 0) == 0, "the file is emptied");
-        Check(pwrite(fileno(m_file), bytes.data(), bytes.size(), 0) ==
-                  static_cast<ssize_t>(bytes.size()),
+        Check(ftruncate(m_file, 0) == 0, "the file is emptied");
+        Check(pwrite(m_file, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size()),
               "the file is written");
     }
     DWORD Read(const wchar_t* section, const wchar_t* key, Value& value, DWORD size) const {
@@ -35,7 +34,7 @@ class File {
     }
 
   private:
-    std::FILE* m_file = std::tmpfile();
+    const int m_file = memfd_create("ini", 0);
     std::wstring m_path;
 };
 

@@ -18,6 +18,7 @@ constexpr std::size_t kMaxUrl = 255;
 constexpr std::int64_t kMaxMilliseconds = 1'000'000'000;
 constexpr std::int64_t kMaxRepeats = 1'000'000;
 constexpr std::int64_t kMaxByte = 255;
+constexpr std::size_t kMaxNested = 16;  // "repeat"s inside one another; each is a call deep
 
 enum class Takes {
     kNothing,
@@ -337,6 +338,10 @@ Script ParseScript(const std::string& file, std::string_view text) {
         ParseCommand(line, command);
         open.back()->push_back(std::move(command));
         if (open.back()->back().verb == Verb::kRepeat) {
+            if (open.size() > kMaxNested) {
+                line.Fail("more than " + std::to_string(kMaxNested) +
+                          " \"repeat\"s inside one another");
+            }
             open.push_back(&open.back()->back().body);
         }
     }

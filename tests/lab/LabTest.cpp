@@ -126,6 +126,10 @@ TEST(Image, BothReadersAgreeOnEveryChangedByteAndEveryLength) {
 }
 
 TEST(Script, WrongLinesAreNamedWithWhatWouldBeRight) {
+    std::string nested;  // deep enough to end the stack of a reader that has no bound
+    for (int i = 0; i < 100'000; ++i) {
+        nested += "repeat 1\n";
+    }
     const std::map<std::string, std::string> cases{
         {"# only\n\n tap 5 # fine\njump\n", "f:4: unknown word \"jump\": tap, enter"},
         {"wait soon", "f:1: \"soon\" is not a whole number"},
@@ -138,6 +142,7 @@ TEST(Script, WrongLinesAreNamedWithWhatWouldBeRight) {
         {"expect event 3 in 5", "f:1: \"within\" is missing"},
         {"repeat 2\ntap", "f:1: \"repeat 2\" has no \"end\""},
         {"end", "f:1: \"end\" without"},
+        {nested, "f:17: more than 16 \"repeat\"s"},
     };
     for (const auto& [text, expected] : cases) {
         try {
