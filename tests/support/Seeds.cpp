@@ -34,6 +34,16 @@ void StayOnThisCore() {
     sched_setaffinity(0, sizeof(core), &core);
 }
 
+// Failed checks of the running test so far. A child inherits those of the children before it.
+int FailedChecks() {
+    const auto* const info = ::testing::UnitTest::GetInstance()->current_test_info();
+    int failed = 0;
+    for (int i = 0; info != nullptr && i < info->result()->total_part_count(); ++i) {
+        failed += info->result()->GetTestPartResult(i).failed() ? 1 : 0;
+    }
+    return failed;
+}
+
 const char* Explain(int status) {
     if (WIFSIGNALED(status)) {
         return "was killed by a signal";
@@ -57,13 +67,14 @@ int RunInChild(const std::function<void()>& body) {
     std::fflush(nullptr);
     const pid_t child = fork();
     if (child == 0) {
+        const int before = FailedChecks();
         body();
         std::fflush(nullptr);
 #ifdef TAGPORT_COVERAGE
         __gcov_dump();  // what an exit would do
 #endif
         // Threads may still be parked, and what the parent made is not the child's to destroy.
-        std::_Exit(::testing::Test::HasFailure() ? kBodyFailed : 0);
+        std::_Exit(FailedChecks() != before ? kBodyFailed : 0);
     }
     int status = -1;
     EXPECT_EQ(waitpid(child, &status, 0), child);
