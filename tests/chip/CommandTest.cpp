@@ -75,6 +75,9 @@ TEST(Transfer, EndsWithItsResultItsLinesAndADeviceThatWorksOn) {
         EXPECT_EQ(hosted::Now() - start, transfer.milliseconds * kMillisecond);
         EXPECT_EQ(MarkedLines(log), transfer.lines);
         EXPECT_EQ(hosted::Live().requests, 0U);
+        // Only a refused transfer leaves the event set; the next request resets it.
+        EXPECT_EQ(WaitForSingleObject(HandleOf(g_ioEvent.value.Get()), 0),
+                  transfer.milliseconds == 200 ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
         const bool filled = transfer.isRead && transfer.result;
         EXPECT_EQ(bytes[0], filled ? transfer.answer.bytes[0] : kUntouched);
 

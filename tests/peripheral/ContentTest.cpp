@@ -19,13 +19,6 @@ NfcProxy& Proxy() {
     return *NfcProxy::Detached();
 }
 
-void SetFaults(Desk& desk, const std::string& text) {
-    std::string problem;
-    const auto plan = simulator::FaultPlan::Parse(text, problem);
-    ASSERT_TRUE(plan) << problem;
-    desk.pc.Faults(*plan);
-}
-
 // A started chip, by default on the route with the shortest pauses: 10 ms behind each block.
 struct StartedDesk : Desk {
     explicit StartedDesk(PcRoute route = PcRoute::kUsb, const std::string& chip = "fm11nt081")
@@ -105,7 +98,7 @@ TEST(Content, IsReadInBlocks) {
             const hosted::DeviceLock lock;
             desk.pc.chip()->BackDoor().SetMemory(16, bytes);
         }
-        SetFaults(desk, one.faults);
+        desk.SetFaults(one.faults);
         std::string content = "untouched";
         int pauses = 0;
         BusRecorder recorder;
@@ -154,7 +147,7 @@ TEST(Content, IsWrittenInBlocksAndFromTheStartAgain) {
     };
     for (const auto& one : cases) {
         SCOPED_TRACE(std::to_string(one.size) + one.faults);
-        SetFaults(desk, one.faults);
+        desk.SetFaults(one.faults);
         const std::string image(one.size, static_cast<char>(one.size));
         desk.log.Clear();
         int pauses = 0;
@@ -177,6 +170,7 @@ TEST(Content, IsWrittenInBlocksAndFromTheStartAgain) {
 TEST(Content, IsWrittenAgainWhenFanliFindsAFault) {
     hosted::UseScheduledClock({Seed()});
     StartedDesk desk(PcRoute::kI2c, "fanli");
+    EXPECT_FALSE(desk.pc.chip()->BackDoor().RadioOn());  // until a message is on it
     {
         const hosted::DeviceLock lock;
         desk.pc.chip()->BackDoor().FailWriteCheck(0x30);
@@ -187,7 +181,7 @@ TEST(Content, IsWrittenAgainWhenFanliFindsAFault) {
                               "NfcWriteTag totalLen=64, block num=4", "Nfc CheckWriteTag ret: 1"}));
     EXPECT_EQ(desk.ImageOnChip(64), std::string(64, 'f'));
 
-    SetFaults(desk, "write#5=fail:31");  // the check's own head
+    desk.SetFaults("write#5=fail:31");  // the check's own head
     desk.log.Clear();
     desk.log.Announce("NfcExtend Check WriteTag Success: f0f8 failed");
     EXPECT_TRUE(Proxy().WriteNfcContent(std::string(64, 'g')));
@@ -262,7 +256,7 @@ TEST(Number, IsReadInTwoHalves) {
             const hosted::DeviceLock lock;
             desk.pc.chip()->BackDoor().SetMemory(one.pcModel == 2 ? 73 : 122, bytes);
         }
-        SetFaults(desk, one.faults);
+        desk.SetFaults(one.faults);
         Number number{};
         int pauses = 0;
         BusRecorder recorder;

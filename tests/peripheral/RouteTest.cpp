@@ -36,7 +36,7 @@ TEST_P(EveryRoute, ServesAPhoneOrSaysWhyNot) {
     desk.pc.TapPhone(0, hosted::kSecond,
                      [&](const simulator::PhoneReport& report) { reports.push_back(report); });
     Desk::Pass(2 * hosted::kSecond);
-    EXPECT_EQ(EventsHeard(), route.events);
+    ASSERT_EQ(EventsHeard(), route.events);
     ASSERT_EQ(reports.size(), 1U);
     EXPECT_EQ(reports[0].read, route.failure == nullptr) << reports[0].problem;
     if (route.failure == nullptr) {

@@ -24,13 +24,6 @@ bool StartDevice() {
     return NfcProxy::Detached()->InitNfcDevice();
 }
 
-void SetFaults(Desk& desk, const std::string& text) {
-    std::string problem;
-    const auto plan = simulator::FaultPlan::Parse(text, problem);
-    ASSERT_TRUE(plan) << problem;
-    desk.pc.Faults(*plan);
-}
-
 // Nothing is open, and as many handles are alive as before.
 void ExpectClosed(std::size_t handles) {
     EXPECT_EQ(DeviceHandle, nullptr);
@@ -121,7 +114,7 @@ TEST(DeviceStart, TriesAStepFiveTimesAndThenCloses) {
         SCOPED_TRACE(one.faults);
         Desk desk({PcRoute::kUsb}, "like-fm11n");
         desk.log.Announce("N");
-        SetFaults(desk, one.faults);
+        desk.SetFaults(one.faults);
         const std::size_t handles = hosted::Live().handles;
         BusRecorder recorder;
         EXPECT_EQ(StartDevice(), one.failure == nullptr);
@@ -142,7 +135,7 @@ TEST(DeviceStart, ComesUpAgainAfterAFailedOpenRequest) {
     Desk desk({PcRoute::kI2c}, "fm11nt082c");
     ASSERT_TRUE(desk.Create());
     desk.log.Announce("Nfc chip");
-    SetFaults(desk, "control#1=fail:31,control#2=never");
+    desk.SetFaults("control#1=fail:31,control#2=never");
     desk.log.Announce("Open error 31");
     desk.log.Announce("Open error");  // of the endless one: whatever the last error is by then
     desk.log.Announce("NFC WaitForSingleObject return error: 258");

@@ -216,6 +216,13 @@ Number Desk::NumberOnChip() {
     return number;
 }
 
+void Desk::SetFaults(const std::string& plan) {
+    std::string problem;
+    const auto faults = simulator::FaultPlan::Parse(plan, problem);
+    ASSERT_TRUE(faults) << problem;
+    pc.Faults(*faults);
+}
+
 void AnnounceStop(LogRecorder& log) {
     log.Announce("NFC Interrupt get Overlapped result ");
     log.Announce("NFC WaitOnInterruptLoop return");

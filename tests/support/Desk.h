@@ -80,6 +80,9 @@ class Desk {
     /// The number at the PC type's register there.
     Number NumberOnChip();
 
+    /// Sets the fault plan of the driver routes and of the HID route from its text.
+    void SetFaults(const std::string& plan);
+
     const std::vector<simulator::PcRoute>& routes() const { return m_routes; }
 
     simulator::SimulatedPc pc;
