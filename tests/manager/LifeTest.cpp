@@ -49,6 +49,31 @@ TEST(Life, AWriteRightBehindAStop) {
     }
 }
 
+// The stop has only just been signalled when the threads are wanted again: a write that fails
+// before its first transfer starts them all the same.
+TEST(Life, ThreadsThatAreAboutToEndServeOn) {
+    ForEachSeed(200, [] {
+        Desk desk({PcRoute::kUsb}, "fm11nt082c");
+        AnnounceStop(desk.log);
+        desk.log.Announce("m_nfcData SetUrl failed");
+        desk.log.Announce("SetContent fail");
+        desk.log.Announce("UpdateNfcData failed");
+        desk.Start();
+        Desk::Pass(hosted::kSecond);
+        auto other = NfcManager::Create(desk.NewMessage(), &Desk::Listen);
+        other.reset();
+        for (auto steps = hosted::Random() % 6; steps > 0; --steps) {
+            hosted::Yield();
+        }
+        const auto message = desk.NewMessage();
+        message->SetUrl(std::string(253, 'u'));
+        EXPECT_EQ(desk.manager->WriteMessage(message), -1);
+        Desk::Pass(hosted::kSecond);
+        EXPECT_EQ(hosted::Live().threads, 2U);
+        ExpectVisit(desk, PcRoute::kUsb);
+    });
+}
+
 TEST(Life, ReopeningTheHidKeyboard) {
     ForEachSeed(100, [] {
         Desk desk({PcRoute::kHid});

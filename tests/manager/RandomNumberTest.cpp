@@ -1,6 +1,7 @@
 // Renewing the number: at once in memory, later on the tag, whatever becomes of host and chip.
 #include <gtest/gtest.h>
 
+#include "peripheral/EventThread.h"
 #include "platform/LinkDockBackDoor.h"
 #include "tests/manager/ManagerAccess.h"
 #include "tests/support/Desk.h"
@@ -65,6 +66,7 @@ TEST(RandomNumber, OutlivesTheHostsLastPointer) {
             AnnounceStop(desk.log);
             EXPECT_EQ(Renew(*desk.manager, NumberOf(fill)), 0);
             desk.manager.reset();
+            EXPECT_FALSE(g_interruptRunning) << "the event threads are told to stop at once";
             EXPECT_TRUE(Desk::WaitForThreads(1)) << "the deferred call thread stays";
             EXPECT_EQ(desk.NumberOnChip(), NumberOf(fill));
             EXPECT_EQ(desk.log.Count("LocalWriteRand ReadRandNum Successful"), 1U);
