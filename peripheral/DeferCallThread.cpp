@@ -23,10 +23,11 @@ constexpr std::int32_t kShortVisit = 4;  // fewer interrupts than this end a vis
 platform::NeverDestroyed<std::mutex> g_deferMutex;
 platform::NeverDestroyed<platform::ConditionVariable> g_deferCond;
 
-// A visit has been opened and not been taken up by the thread yet. Set by the interrupt thread. It
-// is cleared when a visit is taken up, not when the thread begins to wait: a notification that
-// falls between two waits would be lost with it.
-bool g_deferNotified = false;
+// Visits that have been opened and not been taken up by the thread yet. Added to by the interrupt
+// thread, taken from one by one as visits are taken up. Were it a flag, or cleared when the thread
+// begins to wait, a notification would be lost: a WriteMessage during a visit lets two first
+// reports come before the thread looks, and each of them is owed its leave.
+unsigned g_deferNotified = 0;
 
 ShownNumber g_shownOnLeave;
 
@@ -72,12 +73,12 @@ void DeliverLeave() {
 void ServeOneVisit(const EventThread::Ticket& ticket) {
     platform::Lock lock(g_deferMutex.value, kDeferLock);
     LogWarnFun("NFC_begin wait notify");
-    g_deferCond.value.Wait(lock,
-                           [&ticket] { return g_deferNotified || !g_deferThread.HasSeat(ticket); });
+    g_deferCond.value.Wait(
+        lock, [&ticket] { return g_deferNotified > 0 || !g_deferThread.HasSeat(ticket); });
     if (!g_deferThread.HasSeat(ticket)) {
         return;  // another thread has taken over and takes up the visit
     }
-    g_deferNotified = false;
+    --g_deferNotified;
     if (IsSpb4()) {
         WatchSpb4();
     } else {
@@ -93,7 +94,7 @@ void ServeOneVisit(const EventThread::Ticket& ticket) {
 
 void notifyDeferCallThread() {
     platform::Lock lock(g_deferMutex.value, kDeferLock);
-    g_deferNotified = true;
+    ++g_deferNotified;
     g_deferCond.value.NotifyAll();
     LogWarnFun("NFC_notifyDeferCallThread");
 }
