@@ -1,0 +1,130 @@
+#include "tests/system/soak/Story.h"
+
+#include <random>
+
+using simulator::PcRoute;
+
+namespace soak {
+
+namespace {
+
+constexpr unsigned kMostOperations = 40;
+constexpr hosted::Micros kMillisecond = hosted::kMillisecond;
+
+class Dice {
+  public:
+    explicit Dice(std::uint64_t seed) : m_engine(seed) {}
+    unsigned Below(unsigned bound) { return static_cast<unsigned>(m_engine() % bound); }
+    hosted::Micros Between(hosted::Micros low, hosted::Micros high) {
+        return low +
+               static_cast<hosted::Micros>(m_engine() % static_cast<std::uint64_t>(high - low + 1));
+    }
+
+  private:
+    std::mt19937_64 m_engine;
+};
+
+struct Peripheral {
+    std::vector<PcRoute> routes;
+    const char* chip;
+};
+
+const std::vector<Peripheral>& Peripherals() {
+    static const std::vector<Peripheral> peripherals{{{PcRoute::kI2c}, "fm11nt081"},
+                                                     {{PcRoute::kI2c}, "fm11nt082c"},
+                                                     {{PcRoute::kI2c}, "fanli"},
+                                                     {{PcRoute::kI2c}, "like-fm11n"},
+                                                     {{PcRoute::kI2c}, "like-fanli"},
+                                                     {{PcRoute::kUsb}, "fm11nt081"},
+                                                     {{PcRoute::kHid}, "fm11nt081"},
+                                                     {{PcRoute::kBle}, "fm11nt081"},
+                                                     {{PcRoute::kI2c, PcRoute::kBle}, "fanli"}};
+    return peripherals;
+}
+
+// Each as often as it stands here.
+constexpr Act kActs[] = {Act::kWrite, Act::kWrite,      Act::kRenew,  Act::kRenew, Act::kRenew,
+                         Act::kRead,  Act::kReadNumber, Act::kUpdate, Act::kStart, Act::kDisconnect,
+                         Act::kTap,   Act::kTap,        Act::kTap,    Act::kTap,   Act::kFault,
+                         Act::kFault, Act::kReplug,     Act::kRestart};
+constexpr const char* kNames[] = {"write",      "renew", "read",  "read number", "update", "start",
+                                  "disconnect", "tap",   "fault", "replug",      "restart"};
+
+std::string DrawPlan(Dice& dice) {
+    constexpr const char* kTargets[] = {"read", "write", "control", "interrupt", "any"};
+    constexpr const char* kActions[] = {"refuse:1117", "fail:1117", "short:1",
+                                        "late:300",    "never",     "gone"};
+    const unsigned first = 1 + dice.Below(12);
+    return std::string(kTargets[dice.Below(5)]) + "#" + std::to_string(first) + "-" +
+           std::to_string(first + dice.Below(4)) + "=" + kActions[dice.Below(6)];
+}
+
+hosted::Micros DrawGap(Dice& dice) {
+    switch (dice.Below(5)) {
+        case 0:
+        case 1:
+            return dice.Between(0, 2000 * kMillisecond);  // one falls into the other
+        case 2:
+        case 3:
+            return dice.Between(2 * hosted::kSecond, 60 * hosted::kSecond);
+        default:
+            return dice.Between(60 * hosted::kSecond, 300 * hosted::kSecond);
+    }
+}
+
+}  // namespace
+
+Story Draw(std::uint64_t seed) {
+    Dice dice(seed);
+    Story story;
+    const Peripheral& peripheral =
+        Peripherals()[dice.Below(static_cast<unsigned>(Peripherals().size()))];
+    story.routes = peripheral.routes;
+    story.chip = peripheral.chip;
+    story.hosts = 1 + dice.Below(4);
+    story.managers = 1 + dice.Below(2);
+    constexpr hosted::Micros kLateness[] = {0, 2 * kMillisecond, 20 * kMillisecond};
+    constexpr unsigned kChangePoints[] = {0, 0, 3, 20};
+    story.options.seed = seed;
+    story.options.maxSteps = 3'000'000;
+    // A HID keyboard's answer takes 4 ms and is missed by a reader that is later than that.
+    const bool isHid = story.routes[0] == PcRoute::kHid;
+    story.options.maxLateness = kLateness[dice.Below(isHid ? 2 : 3)];
+    story.options.priorityChangePoints = kChangePoints[dice.Below(4)];
+    hosted::Micros at = hosted::kSecond;
+    for (unsigned i = 0; i < kMostOperations && (at += DrawGap(dice)) < kHour; ++i) {
+        Operation operation;
+        operation.act = kActs[dice.Below(static_cast<unsigned>(std::size(kActs)))];
+        operation.at = at;
+        operation.host = dice.Below(story.hosts);
+        operation.manager = dice.Below(story.managers);
+        operation.fill = static_cast<std::uint8_t>(i + 2);  // told apart on the tag
+        operation.lasting = dice.Between(300 * kMillisecond, 4000 * kMillisecond);
+        if (operation.act == Act::kFault) {
+            operation.plan = DrawPlan(dice);
+        }
+        story.operations.push_back(operation);
+    }
+    return story;
+}
+
+std::string Describe(const Story& story) {
+    constexpr const char* kRoutes[] = {"i2c", "usb", "hid", "ble"};
+    std::string text = "  desk:";
+    for (const PcRoute route : story.routes) {
+        text += std::string(" ") + kRoutes[static_cast<int>(route)];
+    }
+    text += ", " + story.chip + ", " + std::to_string(story.managers) + " manager(s), lateness " +
+            std::to_string(story.options.maxLateness) + " us, change points " +
+            std::to_string(story.options.priorityChangePoints) + "\n";
+    for (const Operation& operation : story.operations) {
+        text += "  " + std::to_string(operation.at) + " us: host " +
+                std::to_string(operation.host) + ", manager " + std::to_string(operation.manager) +
+                ": " + kNames[static_cast<int>(operation.act)] + " " +
+                std::to_string(operation.fill) + " for " + std::to_string(operation.lasting) +
+                " us " + operation.plan + "\n";
+    }
+    return text;
+}
+
+}  // namespace soak
