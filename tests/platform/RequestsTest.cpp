@@ -9,135 +9,122 @@ using namespace hosted_test;
 using hosted::DeviceLock;
 using hosted::kMillisecond;
 
-constexpr ULONG_PTR kStale = 0x55;
+constexpr const wchar_t* kPath = L"\\\\.\\FAKE";
+constexpr DWORD kShareBoth = FILE_SHARE_READ | FILE_SHARE_WRITE;
 
-/// A device with a fake behind it, open, and one OVERLAPPED with a manual-reset event.
-struct Rig {
-    std::shared_ptr<FakeDriver> driver = std::make_shared<FakeDriver>();
+HANDLE Open(const wchar_t* path, DWORD share = 0) {
+    return CreateFileW(path, GENERIC_READ | GENERIC_WRITE, share, nullptr, OPEN_EXISTING,
+                       FILE_FLAG_OVERLAPPED, nullptr);
+}
+
+DWORD ErrorOf(BOOL result) {
+    return result != FALSE ? ERROR_SUCCESS : GetLastError();
+}
+
+/// A driver that does as it is told, a handle on it, and one OVERLAPPED with a manual-reset event.
+struct Rig : hosted::Driver {
+    DWORD answer = ERROR_IO_PENDING;
+    DWORD errorAtClose = 0;  // the driver fails its last request with it; zero leaves them
+    std::size_t closed = 0;
+    std::size_t cancelled = 0;
+    std::vector<hosted::RequestPtr> requests;
+
     HANDLE device = nullptr;
     OVERLAPPED overlapped{};
     std::uint8_t buffer[4] = {};
+    DWORD moved = 0;
 
-    Rig() {
-        hosted::AddDevice(kPath, driver);
-        device = Open();
-        overlapped.hEvent = NewEvent(true);
-        overlapped.Internal = kStale;
+    void Close() override {
+        ++closed;
+        if (errorAtClose != 0) {
+            requests.back()->Fail(errorAtClose);
+        }
     }
-    ~Rig() {
-        CloseHandle(device);
-        CloseHandle(overlapped.hEvent);
+    DWORD Start(const hosted::RequestPtr& request) override {
+        requests.push_back(request);
+        return answer;
     }
-    Rig(const Rig&) = delete;
-    Rig& operator=(const Rig&) = delete;
+    void Cancel(const hosted::RequestPtr& /*request*/) override { ++cancelled; }
 
-    DWORD Read() {
-        const BOOL result = ReadFile(device, buffer, sizeof buffer, nullptr, &overlapped);
-        return result != FALSE ? ERROR_SUCCESS : GetLastError();
-    }
-    /// The outcome as GetOverlappedResult tells it.
-    DWORD Outcome(DWORD& moved, BOOL wait = FALSE) {
-        const BOOL result = GetOverlappedResult(device, &overlapped, &moved, wait);
-        return result != FALSE ? ERROR_SUCCESS : GetLastError();
-    }
+    DWORD Read() { return ErrorOf(ReadFile(device, buffer, sizeof buffer, nullptr, &overlapped)); }
     DWORD Outcome(BOOL wait = FALSE) {
-        DWORD moved = 0;
-        return Outcome(moved, wait);
+        return ErrorOf(GetOverlappedResult(device, &overlapped, &moved, wait));
     }
     bool Signalled() const { return WaitForSingleObject(overlapped.hEvent, 0) == WAIT_OBJECT_0; }
+    void CompleteLater() {
+        hosted::After(kMillisecond, [request = requests.back()] {
+            const std::uint8_t bytes[] = {1, 2, 3, 4, 5};
+            request->Complete(bytes, 3);
+            request->Fail(ERROR_GEN_FAILURE);  // too late
+        });
+    }
 };
 
+/// Each test gets a rig of its own on each clock.
+void WithRig(void (*body)(Rig& rig)) {
+    OnBothClocks([body] {
+        const auto rig = std::make_shared<Rig>();
+        hosted::AddDevice(kPath, rig);
+        rig->device = Open(kPath);
+        rig->overlapped.hEvent = NewEvent(true);
+        body(*rig);
+        CloseHandle(rig->device);
+        CloseHandle(rig->overlapped.hEvent);
+        hosted::RemoveDevice(kPath);
+    });
+}
+
 TEST(Requests, ArePendingUntilTheDriverEndsThem) {
-    OnBothClocks([] {
-        Rig rig;
+    WithRig([](Rig& rig) {
         SetEvent(rig.overlapped.hEvent);
         EXPECT_EQ(rig.Read(), ERROR_IO_PENDING);
         EXPECT_EQ(rig.overlapped.Internal, STATUS_PENDING);
         EXPECT_FALSE(rig.Signalled());
         EXPECT_EQ(rig.Outcome(), ERROR_IO_INCOMPLETE);
-        hosted::After(2 * kMillisecond, [request = rig.driver->requests.at(0)] {
-            const std::uint8_t bytes[] = {1, 2, 3, 4, 5};
-            request->Complete(bytes, 3);
-            request->Fail(ERROR_GEN_FAILURE);  // too late
-        });
-        DWORD moved = 0;
-        EXPECT_EQ(rig.Outcome(moved, TRUE), ERROR_SUCCESS);
-        EXPECT_EQ(moved, 3U);
+        rig.CompleteLater();
+        EXPECT_EQ(rig.Outcome(TRUE), ERROR_SUCCESS);
+        EXPECT_EQ(rig.moved, 3U);
         EXPECT_EQ(std::memcmp(rig.buffer, "\1\2\3\0", 4), 0);
         EXPECT_EQ(rig.overlapped.Internal, 0U);
         EXPECT_TRUE(rig.Signalled());
         EXPECT_EQ(WaitForSingleObject(rig.device, 0), WAIT_TIMEOUT);  // the event has it all
-    });
-}
 
-TEST(Requests, ThatEndOrFailAtOnceTellSoAtOnce) {
-    OnBothClocks([] {
-        Rig rig;
-        rig.driver->answer = ERROR_SUCCESS;
-        DWORD moved = 0;
-        SetLastError(77);
-        EXPECT_TRUE(WriteFile(rig.device, "abc", 3, &moved, &rig.overlapped));
-        EXPECT_EQ(moved, 3U);
-        EXPECT_EQ(GetLastError(), 77U);
-        EXPECT_EQ(rig.driver->requests.at(0)->data(), (std::vector<std::uint8_t>{'a', 'b', 'c'}));
-        EXPECT_TRUE(rig.Signalled());
-
-        rig.driver->answer = ERROR_IO_DEVICE;
+        rig.answer = ERROR_IO_DEVICE;  // one that fails at once
         EXPECT_EQ(rig.Read(), ERROR_IO_DEVICE);
         EXPECT_EQ(rig.overlapped.Internal, STATUS_PENDING);
         EXPECT_FALSE(rig.Signalled());
         EXPECT_EQ(rig.Outcome(), ERROR_IO_INCOMPLETE);
-
-        rig.overlapped.Internal = kStale;
-        hosted::SetCallHook([](hosted::Call call, hosted::ThreadId) -> DWORD {
-            return call == hosted::Call::kReadFile ? ERROR_NOT_ENOUGH_MEMORY : ERROR_SUCCESS;
-        });
-        EXPECT_EQ(rig.Read(), ERROR_NOT_ENOUGH_MEMORY);
-        EXPECT_EQ(rig.overlapped.Internal, STATUS_PENDING);
-        hosted::SetCallHook(nullptr);
-        EXPECT_EQ(rig.driver->requests.size(), 2U);
     });
 }
 
 TEST(Requests, StoreAStatusThatReadsBackAsTheirError) {
-    OnBothClocks([] {
-        Rig rig;
-        const struct {
-            DWORD error;
-            ULONG_PTR status;
-        } cases[] = {{ERROR_OPERATION_ABORTED, 0xC0000120},
-                     {ERROR_GEN_FAILURE, 0xC0000001},
-                     {ERROR_DEVICE_NOT_CONNECTED, 0xC000009D},
-                     {ERROR_SEM_TIMEOUT, 0xC00000B5},
-                     {ERROR_IO_DEVICE, 0xC0000185},
-                     {ERROR_ACCESS_DENIED, 0x80070005}};
+    WithRig([](Rig& rig) {
+        const std::pair<DWORD, ULONG_PTR> cases[] = {{ERROR_OPERATION_ABORTED, 0xC0000120},
+                                                     {ERROR_GEN_FAILURE, 0xC0000001},
+                                                     {ERROR_SEM_TIMEOUT, 0xC00000B5},
+                                                     {ERROR_ACCESS_DENIED, 0x80070005}};
         for (const auto& [error, status] : cases) {
             EXPECT_EQ(rig.Read(), ERROR_IO_PENDING);
             {
                 const DeviceLock lock;
-                rig.driver->requests.back()->Fail(error, 2);
+                rig.requests.back()->Fail(error, 2);
             }
             EXPECT_EQ(rig.overlapped.Internal, status);
-            DWORD moved = 0;
-            EXPECT_EQ(rig.Outcome(moved), error);
-            EXPECT_EQ(moved, 2U);
+            EXPECT_EQ(rig.Outcome(), error);
+            EXPECT_EQ(rig.moved, 2U);
         }
         // What a host stores itself, sign-extended or not, and with no handle to look at.
         CloseHandle(rig.device);
-        for (const ULONG_PTR stored : {ULONG_PTR{0x80070016}, ULONG_PTR{0xFFFFFFFF80070016}}) {
-            rig.overlapped.Internal = stored;
-            EXPECT_EQ(rig.Outcome(), 22U);
-        }
-        rig.overlapped.Internal = 0;
-        EXPECT_EQ(rig.Outcome(), ERROR_SUCCESS);
+        rig.overlapped.Internal = 0x80070016;
+        EXPECT_EQ(rig.Outcome(), 22U);
+        rig.overlapped.Internal = 0xFFFFFFFF80070016;
+        EXPECT_EQ(rig.Outcome(), 22U);
     });
 }
 
 TEST(Requests, AreCancelledByCallByCloseAndByTheirThreadsEnd) {
-    OnBothClocks([] {
-        Rig rig;
-        EXPECT_FALSE(CancelIoEx(rig.device, &rig.overlapped));
-        EXPECT_EQ(GetLastError(), ERROR_NOT_FOUND);
+    WithRig([](Rig& rig) {
+        EXPECT_EQ(ErrorOf(CancelIoEx(rig.device, &rig.overlapped)), ERROR_NOT_FOUND);
         rig.Read();
         OVERLAPPED other{};
         EXPECT_FALSE(CancelIoEx(rig.device, &other));
@@ -145,125 +132,65 @@ TEST(Requests, AreCancelledByCallByCloseAndByTheirThreadsEnd) {
         EXPECT_TRUE(rig.Signalled());
         EXPECT_EQ(rig.Outcome(), ERROR_OPERATION_ABORTED);
 
-        const HANDLE thread = Go([&] { EXPECT_EQ(rig.Read(), ERROR_IO_PENDING); });
-        EXPECT_EQ(WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
-        CloseHandle(thread);
+        Join({Go([&] { EXPECT_EQ(rig.Read(), ERROR_IO_PENDING); })});
         EXPECT_EQ(rig.Outcome(), ERROR_OPERATION_ABORTED);
-        EXPECT_EQ(rig.driver->cancelled, 2U);
+        EXPECT_EQ(rig.cancelled, 2U);
 
         const HANDLE waiter = Go([&] {
             EXPECT_EQ(rig.Read(), ERROR_IO_PENDING);
             EXPECT_EQ(rig.Outcome(TRUE), ERROR_OPERATION_ABORTED);
         });
-        AwaitWaiters(1, "event");
+        AwaitWaiters(1);
         EXPECT_TRUE(CloseHandle(rig.device));
-        Join(waiter);
-        EXPECT_EQ(hosted::Live().requests, 0U);
+        Join({waiter});
     });
 }
 
 TEST(Requests, LeftAtTheLastCloseAreTheDriversToFail) {
-    OnBothClocks([] {
-        Rig rig;
-        rig.driver->errorAtClose = ERROR_DEVICE_NOT_CONNECTED;
+    WithRig([](Rig& rig) {
+        rig.errorAtClose = ERROR_DEVICE_NOT_CONNECTED;
         rig.Read();
         hosted::RemoveDevice(kPath);  // the open handle keeps its device
-        EXPECT_EQ(rig.driver->closed, 0U);
+        EXPECT_EQ(rig.closed, 0U);
         EXPECT_TRUE(CloseHandle(rig.device));
-        EXPECT_EQ(rig.driver->closed, 1U);
-        EXPECT_EQ(rig.driver->cancelled, 0U);
+        EXPECT_EQ(rig.closed, 1U);
+        EXPECT_EQ(rig.cancelled, 0U);
         EXPECT_EQ(rig.Outcome(), ERROR_DEVICE_NOT_CONNECTED);
         EXPECT_TRUE(rig.Signalled());
     });
 }
 
 TEST(Requests, WithoutAnEventSignalTheDevice) {
-    OnBothClocks([] {
-        Rig rig;
-        EXPECT_EQ(WaitForSingleObject(rig.device, 1), WAIT_TIMEOUT);
+    WithRig([](Rig& rig) {
         OVERLAPPED plain{};
         const auto start = [&] {
             DeviceIoControl(rig.device, 0x04001C00, nullptr, 0, nullptr, 0, nullptr, &plain);
-            hosted::After(kMillisecond, [request = rig.driver->requests.back()] {
-                request->Complete(nullptr, 0);
-            });
+            EXPECT_EQ(WaitForSingleObject(rig.device, 0), WAIT_TIMEOUT);  // reset by the start
+            rig.CompleteLater();
         };
         start();
-        EXPECT_EQ(rig.driver->requests.back()->controlCode(), 0x04001C00U);
         EXPECT_EQ(WaitForSingleObject(rig.device, INFINITE), WAIT_OBJECT_0);
         EXPECT_EQ(WaitForSingleObject(rig.device, 0), WAIT_OBJECT_0);
-        start();  // resets the device's own signal
-        DWORD moved = 1;
-        EXPECT_TRUE(GetOverlappedResult(rig.device, &plain, &moved, TRUE));
-        EXPECT_EQ(moved, 0U);
-
-        const HANDLE manual = rig.overlapped.hEvent;
-        rig.overlapped.hEvent = NewEvent(false);
-        rig.Read();
-        hosted::After(kMillisecond,
-                      [request = rig.driver->requests.back()] { request->Complete(nullptr, 0); });
-        EXPECT_EQ(rig.Outcome(TRUE), ERROR_SUCCESS);
-        EXPECT_FALSE(rig.Signalled());  // the wait has taken it
-        CloseHandle(manual);
+        start();
+        EXPECT_TRUE(GetOverlappedResult(rig.device, &plain, &rig.moved, TRUE));
     });
 }
 
 TEST(Devices, AreOpenedByPathAndShareMode) {
-    OnBothClocks(
-        [] {
-            constexpr DWORD kShareBoth = FILE_SHARE_READ | FILE_SHARE_WRITE;
-            const auto driver = std::make_shared<FakeDriver>();
-            hosted::AddDevice(kPath, driver);
-            EXPECT_EQ(Open(L"\\\\.\\NONE"), INVALID_HANDLE_VALUE);
-            EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
-            const HANDLE only = Open(L"\\\\.\\fake");
-            for (const DWORD share : {DWORD{0}, kShareBoth}) {
-                EXPECT_EQ(Open(kPath, share), INVALID_HANDLE_VALUE);
-                EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
-            }
-            CloseHandle(only);
-            const HANDLE first = Open(kPath, kShareBoth);
-            const HANDLE second = Open(kPath, kShareBoth);
-            EXPECT_EQ(Open(kPath, 0), INVALID_HANDLE_VALUE);
-            CloseHandle(first);
-            EXPECT_EQ(driver->closed, 1U);
-            CloseHandle(second);
-            EXPECT_EQ(driver->closed, 2U);
-        },
-        3);
-}
-
-TEST(Devices, TellTheTracerWhatTheyDo) {
-    using Kind = hosted::TraceEvent::Kind;
-    OnBothClocks(
-        [] {
-            std::vector<hosted::TraceEvent> events;
-            hosted::SetTracer([&](const hosted::TraceEvent& event) { events.push_back(event); });
-            {
-                Rig rig;
-                rig.Read();
-                hosted::After(3 * kMillisecond, [request = rig.driver->requests.back()] {
-                    request->Complete(reinterpret_cast<const std::uint8_t*>("hi"), 2);
-                });
-                rig.Outcome(TRUE);
-                rig.Read();
-            }
-            hosted::SetTracer(nullptr);
-            std::vector<Kind> kinds;
-            for (const hosted::TraceEvent& event : events) {
-                kinds.push_back(event.kind);
-            }
-            ASSERT_EQ(kinds,
-                      (std::vector<Kind>{Kind::kOpen, Kind::kStart, Kind::kDone, Kind::kStart,
-                                         Kind::kClose, Kind::kCancel, Kind::kDone}));
-            EXPECT_EQ(events[0].text, "\\\\.\\FAKE");
-            EXPECT_EQ(events[2].request, events[1].request);
-            EXPECT_EQ(events[2].bytes, (std::vector<std::uint8_t>{'h', 'i'}));
-            EXPECT_EQ(events[2].thread, 0U);
-            EXPECT_GE(events[2].time - events[1].time, 3 * kMillisecond);
-            EXPECT_EQ(events[6].error, ERROR_OPERATION_ABORTED);
-        },
-        3);
+    WithRig([](Rig& rig) {
+        EXPECT_EQ(Open(L"\\\\.\\NONE"), INVALID_HANDLE_VALUE);
+        EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+        for (const DWORD share : {DWORD{0}, kShareBoth}) {
+            EXPECT_EQ(Open(L"\\\\.\\fake", share), INVALID_HANDLE_VALUE);
+            EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
+        }
+        CloseHandle(rig.device);
+        const HANDLE first = Open(kPath, kShareBoth);
+        rig.device = Open(kPath, kShareBoth);
+        EXPECT_EQ(Open(kPath, 0), INVALID_HANDLE_VALUE);
+        CloseHandle(first);
+        EXPECT_EQ(rig.closed, 1U);  // not while the second handle is open
+    });
 }
 
 }  // namespace

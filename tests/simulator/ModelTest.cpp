@@ -1,0 +1,154 @@
+// The devices by themselves: a chip notices a pause left out, the keyboard's microcontroller is
+// strict with pages, and the phone says why it can't read a tag.
+#include <gtest/gtest.h>
+
+#include "simulator/Chip.h"
+#include "simulator/FanliChip.h"
+#include "simulator/Fm11nChip.h"
+#include "simulator/KeyboardMcu.h"
+#include "simulator/Phone.h"
+
+namespace simulator {
+namespace {
+
+TEST(Chips, GiveOnesToAReaderThatDoesNotWait) {
+    const struct {
+        const char* kind;
+        Bytes frame;
+        Micros pause;
+        std::uint8_t first;
+    } cases[] = {{"fm11nt081", {0, 0}, kFm11nReadGap, 0x1D},
+                 {"fm11nt082c", {0, 0}, 0, 0x1D},
+                 {"like-fm11n", {0, 0}, kFm11nReadGap, 0x53},
+                 {"fanli", {0, 0, 1, 9}, kFanliFirstAnswerTime, 0x22}};
+    for (const auto& one : cases) {
+        SCOPED_TRACE(one.kind);
+        const auto chip = MakeChip(one.kind);
+        ASSERT_TRUE(chip->Bus().Write(0, one.frame));
+        if (one.pause > 0) {
+            EXPECT_EQ(chip->Bus().Read(one.pause - 1, 9), Bytes(9, 0xFF));
+        }
+        EXPECT_EQ(chip->Bus().Read(one.pause, 9).value().at(0), one.first);
+        EXPECT_EQ(chip->BackDoor().Counters().earlyReads, one.pause > 0 ? 1U : 0U);
+    }
+}
+
+TEST(Fm11nChip, AnswersNobodyWhileItStores) {
+    const auto chip = MakeChip("fm11nt082c");
+    ChipBus& bus = chip->Bus();
+    ASSERT_TRUE(bus.Write(0, {0x00, 0x10, 1, 2, 3}));
+    EXPECT_FALSE(bus.Write(kFm11nStoreTime - 1, {0x00, 0x10}));
+    EXPECT_FALSE(bus.Read(kFm11nStoreTime - 1, 1));
+    EXPECT_TRUE(bus.Write(kFm11nStoreTime, {0x00, 0x10}));
+    EXPECT_EQ(bus.Read(kFm11nStoreTime, 3), (Bytes{1, 2, 3}));
+    EXPECT_TRUE(bus.Write(100000, {0x10, 0xA1, 0x28}));  // a volatile register takes no time
+    EXPECT_TRUE(bus.Write(100000, {0x10, 0xA1}));
+}
+
+TEST(FanliChip, LosesABlockThatComesTooSoonAndTellsOnlyWhenChecked) {
+    const auto chip = MakeChip("fanli");
+    ChipBus& bus = chip->Bus();
+    const auto check = [&bus](Micros now) {
+        EXPECT_TRUE(bus.Write(now, {0xF0, 0xF8, 0x01, 0x06}));
+        return bus.Read(now + kFanliFirstAnswerTime, 6).value().at(0);
+    };
+    EXPECT_TRUE(bus.Write(0, {0x00, 0x10, 0, 2, 1, 2}));
+    EXPECT_TRUE(bus.Write(kFanliStoreTime - 1, {0x00, 0x20, 0, 2, 3, 4}));
+    EXPECT_EQ(check(kMilli * 100), 0x20);
+    EXPECT_EQ(chip->BackDoor().Memory(0x20, 2), (Bytes{0, 0}));
+    EXPECT_TRUE(bus.Write(kMilli * 200, {0x00, 0x20, 0, 2, 3, 4}));
+    EXPECT_EQ(check(kMilli * 300), 0x00);
+    EXPECT_EQ(chip->BackDoor().Memory(0x20, 2), (Bytes{3, 4}));
+    EXPECT_TRUE(bus.Write(kMilli * 400, {0x00, 0x12, 0, 2, 3, 4}));  // not aligned
+    EXPECT_TRUE(bus.Write(kMilli * 400, {0x00, 0x20, 0, 3, 3, 4}));  // wrong length
+    EXPECT_EQ(chip->BackDoor().Counters().malformed, 2U);
+}
+
+Bytes Report(std::uint8_t pages, std::uint8_t page, std::uint8_t length, const Bytes& payload) {
+    Bytes report = {kReportId, pages, page, length};
+    report.insert(report.end(), payload.begin(), payload.end());
+    report.resize(kReportSize);
+    return report;
+}
+
+Bytes Full(std::uint8_t pages, std::uint8_t page) {
+    Bytes payload(kReportPayload, page);
+    if (page == 1) {
+        payload[0] = kFrameMark;
+        payload[1] = kFrameWrite;
+    }
+    return Report(pages, page, kReportSize, payload);
+}
+
+TEST(KeyboardMcu, PutsPagesTogetherAndRecoversFromABrokenFrame) {
+    KeyboardMcu mcu;
+    mcu.Output(Full(3, 1));
+    mcu.Output(Full(3, 2));
+    mcu.Output(Full(2, 1));  // the PC began anew
+    EXPECT_EQ(mcu.Refusals().size(), 1U);
+    Bytes last = Report(2, 2, 5, {0xAB});
+    last.back() = 1;
+    mcu.Output(last);
+    EXPECT_EQ(mcu.DirtyTails(), 1U);
+    Bytes expected(kReportPayload - 2, 1);
+    expected.push_back(0xAB);
+    EXPECT_EQ(mcu.Image(), expected);
+}
+
+TEST(KeyboardMcu, RefusesWhatIsNotQuiteRight) {
+    Bytes wrongId = Full(1, 1);
+    wrongId[0] = 4;
+    const std::pair<const char*, std::vector<Bytes>> cases[] = {
+        {"bytes", {Bytes(63)}},
+        {"id", {wrongId}},
+        {"page 0 where page 1", {Full(2, 0)}},
+        {"page 1 of 0", {Full(0, 1)}},
+        {"page 3 where page 2", {Full(3, 1), Full(3, 3)}},
+        {"page 2 of 4 in a frame of 3", {Full(3, 1), Full(4, 2)}},
+        {"length byte 4", {Report(1, 1, 4, {})}},
+        {"length byte 65", {Report(1, 1, 65, {kFrameMark, 0})}},
+        {"length byte 63", {Report(2, 1, 63, {kFrameMark, 0})}},
+        {"direction", {Report(1, 1, 6, {kFrameMark, 2})}},
+        {"request has 5", {Report(1, 1, 9, {kFrameMark, 1, 73, 0, 0})}}};
+    for (const auto& [what, reports] : cases) {
+        SCOPED_TRACE(what);
+        KeyboardMcu mcu;
+        for (const Bytes& report : reports) {
+            mcu.Output(report);
+        }
+        ASSERT_EQ(mcu.Refusals().size(), 1U);
+        EXPECT_NE(mcu.Refusals()[0].find(what), std::string::npos) << mcu.Refusals()[0];
+        EXPECT_EQ(mcu.ImagesStored() + mcu.NumbersAsked(), 0U);
+        EXPECT_FALSE(mcu.MidFrame());
+    }
+}
+
+TEST(Phone, SaysWhyItCannotRead) {
+    // A URI record "https://u" and a media-type record "t" with the payload "p".
+    const Bytes whole = {3, 11, 0x91, 1, 2, 'U', 4, 'u', 0x52, 1, 1, 't', 'p', 0xFE, 0};
+    struct Spoilt {
+        std::size_t at;
+        std::uint8_t value;
+        const char* problem;
+    };
+    for (const auto& [at, value, problem] :
+         {Spoilt{14, 0, ""}, Spoilt{0, 0xFE, "ends before any"}, Spoilt{1, 0, "message is empty"},
+          Spoilt{2, 0x11, "record 1 has a wrong begin flag"}, Spoilt{10, 40, "2 runs beyond"},
+          Spoilt{8, 0x12, "without a last record"}, Spoilt{2, 0xD1, "bytes follow behind"},
+          Spoilt{6, 0x40, "unknown abbreviation"}}) {
+        const auto chip = MakeChip("fanli");
+        Bytes image = whole;
+        image.at(at) = value;
+        chip->BackDoor().SetMemory(16, image);
+        PhoneReport seen;
+        Phone phone(chip->Radio(), kMilli * 1000,
+                    [&](const PhoneReport& report) { seen = report; });
+        for (auto next = phone.Step(0); next; next = phone.Step(*next)) {
+        }
+        EXPECT_EQ(seen.read, *problem == '\0') << problem;
+        EXPECT_NE(seen.problem.find(problem), std::string::npos) << seen.problem;
+    }
+}
+
+}  // namespace
+}  // namespace simulator
