@@ -27,6 +27,7 @@ constexpr Micros kRenewalTime = 60 * hosted::kSecond;  // until a renewal has su
 constexpr Micros kVisitEnd = 12 * hosted::kSecond;     // later than every leave
 constexpr Micros kBeforeVisit = 15 * hosted::kSecond;  // a visit before it has been closed
 constexpr std::size_t kMostHandles = 60;
+constexpr std::size_t kLinesShown = 300;
 constexpr std::uint8_t kFirstFill = 1;
 constexpr std::uint8_t kLastFill = 0xE0;
 
@@ -38,11 +39,13 @@ constexpr std::size_t kImageSize = 160;
 // What the library logged in this process. Set by the player.
 const testing_support::LogRecorder* g_log = nullptr;
 
-// TAGPORT_SOAK_LOG shows the whole log before it.
+// TAGPORT_SOAK_LOG shows the log's end before it.
 [[noreturn]] void Fail(const std::string& what) {
     if (std::getenv("TAGPORT_SOAK_LOG") != nullptr) {
-        for (const std::string& line : g_log->Texts()) {
-            std::fprintf(stderr, "    %s\n", line.c_str());
+        const std::vector<std::string> lines = g_log->Texts();
+        const std::size_t first = lines.size() - std::min<std::size_t>(lines.size(), kLinesShown);
+        for (std::size_t i = first; i < lines.size(); ++i) {
+            std::fprintf(stderr, "    %s\n", lines[i].c_str());
         }
     }
     std::fprintf(stderr, "at %lld us: %s\n%s", static_cast<long long>(hosted::Now()), what.c_str(),
@@ -72,6 +75,7 @@ class Player {
     Figures Run() {
         s_player = this;
         g_log = &m_desk.log;
+        hosted::SetStallHandler([](const std::string& report) { Fail(report); });
         for (unsigned i = 0; i < m_story.managers; ++i) {
             Expect(Bring(i, kFirstFill), "the first start failed");
         }
