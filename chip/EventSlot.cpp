@@ -1,39 +1,57 @@
 #include "chip/EventSlot.h"
 
-#include <utility>
-
 #include "chip/LockOrder.h"
 
+// Everywhere below a lease that goes is declared in front of the lock, so that its handle closes
+// behind it.
+
 EventSlot::Event::~Event() {
-    CloseHandle(m_handle);
+    if (m_handle != nullptr) {
+        CloseHandle(m_handle);
+    }
+}
+
+EventSlot::Keep::Keep(EventSlot& slot) : m_slot(slot) {
+    platform::Lock lock(m_slot.m_mutex, kEventSlotLock);
+    ++m_slot.m_keepers;
+}
+
+EventSlot::Keep::~Keep() {
+    Lease released;
+    platform::Lock lock(m_slot.m_mutex, kEventSlotLock);
+    if (--m_slot.m_keepers == 0 && m_slot.m_closeLater) {
+        m_slot.m_closeLater = false;
+        m_slot.m_current.swap(released);
+    }
 }
 
 bool EventSlot::Create(bool manualReset) {
-    const HANDLE handle = CreateEventW(nullptr, manualReset ? TRUE : FALSE, FALSE, nullptr);
-    if (handle == nullptr) {
+    // The owner first: running out of memory must not leave a handle behind.
+    const auto event = std::make_shared<Event>();
+    event->m_handle = CreateEventW(nullptr, manualReset ? TRUE : FALSE, FALSE, nullptr);
+    if (event->m_handle == nullptr) {
         return false;
     }
-    Lease lease = std::make_shared<const Event>(handle);
+    Lease replaced = event;
     platform::Lock lock(m_mutex, kEventSlotLock);
-    m_last = lease;
-    m_current.swap(lease);  // the old event may close at the end of this scope
+    m_closeLater = false;
+    m_current.swap(replaced);
     return true;
 }
 
 void EventSlot::Close() {
     Lease released;
     platform::Lock lock(m_mutex, kEventSlotLock);
+    if (m_keepers > 0) {
+        m_closeLater = true;
+        return;
+    }
     m_current.swap(released);
 }
 
 EventSlot::Lease EventSlot::Get() const {
     platform::Lock lock(m_mutex, kEventSlotLock);
-    return m_current ? m_current : m_last.lock();
-}
-
-bool EventSlot::IsOpen() const {
-    platform::Lock lock(m_mutex, kEventSlotLock);
-    return m_current != nullptr;
+    return m_current;
 }
 
 void EventSlot::Signal() const {

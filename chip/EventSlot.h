@@ -7,10 +7,11 @@
 #include "platform/NeverDestroyed.h"
 #include "platform/platform.h"
 
-/// Holds one event. Whoever waits on it, or is in the middle of an operation that will, holds a
-/// lease; a handle is closed when the slot has let go of it and the last lease has ended. Closing
-/// a handle that somebody waits on, or signalling one whose number now names something else, can
-/// therefore not happen.
+/// Holds one event. Whoever waits on it holds a lease; a handle is closed when the slot has let go
+/// of it and the last lease has ended. Closing a handle that somebody waits on, or signalling one
+/// whose number now names something else, can therefore not happen.
+///
+/// An operation of many waits keeps the slot: a Close in the middle takes effect at its end.
 ///
 /// Any thread. Takes a short lock of its own.
 class EventSlot {
@@ -21,28 +22,38 @@ class EventSlot {
     /// An event handle with its owner.
     class Event {
       public:
-        explicit Event(HANDLE handle) : m_handle(handle) {}
+        Event() = default;
         ~Event();
         Event(const Event&) = delete;
         Event& operator=(const Event&) = delete;
         HANDLE handle() const { return m_handle; }
 
       private:
-        HANDLE m_handle;
+        friend class EventSlot;
+        HANDLE m_handle = nullptr;
+    };
+
+    /// Puts off every Close for a scope.
+    class Keep {
+      public:
+        explicit Keep(EventSlot& slot);
+        ~Keep();
+        Keep(const Keep&) = delete;
+        Keep& operator=(const Keep&) = delete;
+
+      private:
+        EventSlot& m_slot;
     };
 
     /// Makes a new, unsignalled event and puts it in place of the old one. On failure the old one
     /// stays and GetLastError tells why.
     bool Create(bool manualReset);
 
-    /// Lets go of the event.
+    /// Lets go of the event, at once or when the last Keep ends. A Create before that forgets it.
     void Close();
 
-    /// The event; the one let go of last, as long as others still hold it; or an empty lease. So
-    /// an operation that began with a lease goes on to its end after Close.
+    /// The event, or an empty lease.
     Lease Get() const;
-
-    bool IsOpen() const;
 
     /// Signals the event if there is one.
     void Signal() const;
@@ -50,7 +61,8 @@ class EventSlot {
   private:
     mutable std::mutex m_mutex;
     Lease m_current;
-    std::weak_ptr<const Event> m_last;
+    unsigned m_keepers = 0;
+    bool m_closeLater = false;
 };
 
 /// The handle of a lease, null for an empty one.

@@ -25,6 +25,7 @@ inline constexpr platform::LockRank kExtendLock{50, "NfcSpbExtend mutex"};
 
 // Short locks: never held over a transfer, a pause or a listener call.
 inline constexpr platform::LockRank kMemoryLock{60, "g_memoryMutex"};
+inline constexpr platform::LockRank kHandleLock{65, "g_deviceHandleMutex"};
 inline constexpr platform::LockRank kThreadLifeLock{70, "g_threadLifeMutex"};
 inline constexpr platform::LockRank kEventSlotLock{80, "EventSlot mutex"};
 inline constexpr platform::LockRank kNumberStoreLock{80, "NumberStore mutex"};

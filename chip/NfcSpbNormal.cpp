@@ -25,7 +25,6 @@ constexpr std::uint16_t kRadioRegister = 0x10A1;
 
 // Their values.
 constexpr std::uint8_t kFdModeMask = 0x07;
-constexpr std::uint8_t kFdModeSelect = 0x06;
 constexpr std::uint8_t kLockLowBits = 0xF8;  // the low three bits stay as the chip has them
 constexpr std::uint8_t kLockHighBits = 0xFF;
 constexpr std::array<std::uint8_t, 4> kDyVal{0xFF, 0x3F, 0x00, 0x00};

@@ -5,6 +5,9 @@
 
 #include "chip/NfcSpbCommon.h"
 
+/// The mode that InitDevice asks of the chip.
+inline constexpr std::uint8_t kFdModeSelect = 0x06;
+
 /// A frame is a register address, high byte first, and then the data; at most 2048 bytes. A read is
 /// an address alone, a pause of g_nfcReadDelayMs, and a plain read.
 class NfcSpbNormal final : public NfcSpbCommon {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <mutex>
 
 #include "chip/EventSlot.h"
 #include "platform/platform.h"
@@ -9,6 +10,11 @@
 /// The open peripheral, opened for overlapped I/O; null means none. Written by the device start
 /// (peripheral) under the device mutex, read by every transfer and by the event threads.
 extern std::atomic<HANDLE> DeviceHandle;
+
+/// Held while a loop reads DeviceHandle and starts its request, and while the handle is taken away
+/// and closed: a handle's number may be given to another device the moment it is closed. Transfers
+/// have the device mutex for this.
+extern platform::NeverDestroyed<std::mutex> g_deviceHandleMutex;
 
 /// The request record of all command objects; offsets stay 0. Used only under the device mutex.
 extern OVERLAPPED g_ioOverlapped;
@@ -18,5 +24,6 @@ extern OVERLAPPED g_ioOverlapped;
 extern platform::NeverDestroyed<EventSlot> g_ioEvent;
 
 /// Returns once a cancelled request has ended, with the bytes it moved. The event may be signalled
-/// by others (a stop, a second stop), so one wake-up proves nothing.
+/// by others (a stop, a second stop), so one wake-up proves nothing; and the waiting form of
+/// GetOverlappedResult takes it for the end.
 void AwaitEnd(HANDLE device, OVERLAPPED& overlapped, DWORD& moved);

@@ -27,7 +27,6 @@ bool NfcThreadCreate() {
     }
     if (interruptExists) {
         LogWarnFun("NfcThreadCreate exit Begin WaitForSingleObject");
-        WaitForSingleObject(m_staticNotificationThread, 0);
         g_interruptThread.GiveUp();
     } else if (deferExists) {
         g_deferThread.GiveUp();

@@ -28,8 +28,6 @@ constexpr char kServiceUuid[] = "0000FE40-CC7A-482A-984A-7F2ED5B3E512";
 constexpr char kWriteUuid[] = "0000FE41-CC7A-482A-984A-7F2ED5B3E512";
 constexpr char kNotifyUuid[] = "0000FE42-CC7A-482A-984A-7F2ED5B3E512";
 
-constexpr DWORD kAnswerTimeoutMs = 3000;
-
 // Held for a whole connect or disconnect. Nothing that a notification or its listener may do takes
 // it, so it can be held while the client waits for a running delivery to end.
 platform::NeverDestroyed<std::mutex> g_btLinkMutex;
@@ -122,6 +120,8 @@ bool NfcProxy::BtDisconnect(std::uint64_t address) {
     if (client == nullptr) {
         return false;
     }
+    // ReleaseSink unsubscribes the sink's own address. That is another one, or none, when a later
+    // connect failed half way.
     if (g_btDataNotify.value == nullptr || g_btSinkAddress != address) {
         client->BleClientUnsubscribeNotify(address, kServiceUuid, kNotifyUuid);
     }

@@ -15,8 +15,7 @@
 namespace {
 
 constexpr DWORD kPollMs = 350;
-constexpr int kLastSpb4Poll = 20;  // counted from 0
-constexpr std::int32_t kLeaveReported = 2;
+constexpr int kLastSpb4Poll = 20;        // counted from 0
 constexpr std::int32_t kShortVisit = 4;  // fewer interrupts than this end a visit at once
 
 // Held by the thread for a whole visit; guards g_deferNotified.
@@ -39,7 +38,7 @@ bool IsSpb4() {
 void WatchSpb4() {
     for (int poll = 0;; ++poll) {
         Sleep(kPollMs);
-        if (g_fieldCount == kLeaveReported || poll >= kLastSpb4Poll) {
+        if (g_fieldCount == kFieldLeaveReported || poll >= kLastSpb4Poll) {
             return;
         }
         LogWarnFun("NFC_phone still in field");

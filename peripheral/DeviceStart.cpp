@@ -30,7 +30,6 @@ constexpr std::uint32_t kUsbOpDelayMs = 10;
 
 constexpr int kPreparationTries = 5;
 constexpr DWORD kPreparationPauseMs = 500;
-constexpr std::uint8_t kFdModeWanted = 6;
 
 bool IsDriverRoute() {
     return g_isI2cDriver || g_isUsbDriver;
@@ -74,6 +73,7 @@ bool ChooseRoute() {
 // pending interrupt or report request of an event thread fails.
 void CloseDevice() {
     platform::Lock lock(GetNfcDeviceContext().mutex, kDeviceLock);
+    platform::Lock started(g_deviceHandleMutex.value, kHandleLock);
     const HANDLE handle = DeviceHandle.exchange(nullptr);
     if (handle != nullptr) {
         CloseHandle(handle);
@@ -162,7 +162,7 @@ bool PrepareChip() {
         if (!Prepare([&] { return driver->InitDevice(&fdMode); }, "InitDevice Fm11n failed")) {
             return false;
         }
-        if (fdMode != kFdModeWanted) {
+        if (fdMode != kFdModeSelect) {
             context.chipKind = NfcChipFdModeOther;
         }
     }
@@ -245,8 +245,13 @@ void UndoStart() {
 
 bool NfcProxy::InitNfcDevice() {
     platform::Lock content(g_contentMutex.value, kContentLock);
-    if (StartDevice()) {
-        return true;
+    try {
+        if (StartDevice()) {
+            return true;
+        }
+    } catch (...) {
+        UndoStart();
+        throw;
     }
     UndoStart();
     return false;

@@ -29,6 +29,7 @@ platform::NeverDestroyed<std::mutex> g_threadLifeMutex;
 }  // namespace
 
 EventThread::Start EventThread::EnsureStarted(LPTHREAD_START_ROUTINE procedure) {
+    platform::KeepLoaded();
     platform::Lock lock(g_threadLifeMutex.value, kThreadLifeLock);
     ++m_wanted;
     if (m_failed) {
@@ -58,6 +59,7 @@ void EventThread::GiveUp() {
     if (m_handle == nullptr) {
         return;
     }
+    WaitForSingleObject(m_handle, 0);
     CloseThreadHandle();
     m_seat = 0;
     if (m_event != nullptr && *m_event != nullptr) {
@@ -74,23 +76,20 @@ EventThread::Ticket EventThread::Enter() {
 }
 
 bool EventThread::Arm(Ticket& ticket, OVERLAPPED& overlapped) {
-    const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    if (event == nullptr) {
+    platform::Lock lock(g_threadLifeMutex.value, kThreadLifeLock);
+    ticket.event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    if (ticket.event == nullptr) {
+        m_failed = m_failed || HasSeat(ticket);
         return false;
     }
-    platform::Lock lock(g_threadLifeMutex.value, kThreadLifeLock);
-    ticket.event = event;
-    *m_event = event;
-    m_overlapped->hEvent = event;
     overlapped = *m_overlapped;
-    return true;
-}
-
-void EventThread::Fail(const Ticket& ticket) {
-    platform::Lock lock(g_threadLifeMutex.value, kThreadLifeLock);
+    overlapped.hEvent = ticket.event;
+    // A thread that has lost its seat must not hide the event of the one that serves.
     if (HasSeat(ticket)) {
-        m_failed = true;
+        *m_event = ticket.event;
+        m_overlapped->hEvent = ticket.event;
     }
+    return true;
 }
 
 void EventThread::BeginPass(Ticket& ticket) {

@@ -39,7 +39,7 @@ class EventThread {
 
     /// What a thread knows of itself. Lives on the thread's stack.
     struct Ticket {
-        std::uint64_t seat = 0;    // which of the threads started so far this is
+        std::uint64_t seat = 0;    // which of the threads that entered so far this is
         std::uint64_t wanted = 0;  // starts seen when the last pass began
         HANDLE event = nullptr;    // owned from Arm to TryEnd
     };
@@ -65,11 +65,9 @@ class EventThread {
 
     Ticket Enter();
 
-    /// Makes the thread's event. False, with GetLastError, when there is none to be had.
+    /// Makes the thread's event and its request record. False, with GetLastError, when there is no
+    /// event to be had: the thread then ends and keeps its handle, which the next start replaces.
     bool Arm(Ticket& ticket, OVERLAPPED& overlapped);
-
-    /// The thread could not begin: it ends and keeps its handle, which the next start replaces.
-    void Fail(const Ticket& ticket);
 
     /// A pass begins now: starts from here on ask for another one.
     void BeginPass(Ticket& ticket);

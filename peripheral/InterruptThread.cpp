@@ -1,6 +1,7 @@
 // The interrupt thread: keeps one ioctl pending at the kernel driver; each completion is a chip
 // interrupt, which becomes a first report, a count, or a decoded status.
 #include <array>
+#include <new>
 
 #include "chip/LockOrder.h"
 #include "chip/NfcDeviceContext.h"
@@ -31,8 +32,8 @@ constexpr int kMcuStart = 3;
 constexpr int kMcuReset = 4;
 constexpr int kMcuNoData = 255;
 
-constexpr std::int32_t kVisitOpened = 1;
-constexpr std::int32_t kLeaveReported = 2;
+// A chip whose status cannot be read keeps its interrupt up, and without a pause the loop would spin.
+constexpr DWORD kFailedReadPauseMs = 100;
 
 ShownNumber g_shownOnInterrupt;
 
@@ -56,7 +57,7 @@ void MakeFirstReport() {
     } else {
         LogWarnFun("unknown NFC device in field");
     }
-    g_fieldCount = kVisitOpened;
+    g_fieldCount = kFieldVisitOpened;
     g_interruptFirst = false;
     notifyDeferCallThread();
 }
@@ -67,14 +68,21 @@ void DeliverMcuStarted() {
 
 bool ReadInterruptStatus(StatusBytes& status) {
     NfcDeviceContext& context = GetNfcDeviceContext();
+    platform::Lock lock(context.mutex, kDeviceLock);
     NfcSpbCommon* const driver = context.spbDriverOps;
     if (driver == nullptr) {
         LogErrorFun("spbDriverOps == nullptr");
         return false;
     }
-    platform::Lock lock(context.mutex, kDeviceLock);
-    return driver->ReadState(kInterruptStatusState, static_cast<std::int32_t>(status.size()),
-                             status.data());
+    if (context.linkType != NfcLinkSpb4) {
+        return false;  // a device start was waited out, and it found another chip
+    }
+    try {
+        return driver->ReadState(kInterruptStatusState, static_cast<std::int32_t>(status.size()),
+                                 status.data());
+    } catch (const std::bad_alloc&) {
+        return false;  // nobody is there to catch it on this thread, and one status can be missed
+    }
 }
 
 void EnterField(int enterSum, int leaveSum, int ticks) {
@@ -93,7 +101,7 @@ void LeaveField(int enterSum, int leaveSum, int ticks) {
     if (g_interruptFirst) {
         LogErrorFun("NFC LeaveField(%d), interrupt First?: %d", kLeaveField, 1);
     } else {
-        g_fieldCount = kLeaveReported;
+        g_fieldCount = kFieldLeaveReported;
     }
 }
 
@@ -101,6 +109,7 @@ void ProcessInterruptStatus() {
     StatusBytes status{};
     if (!ReadInterruptStatus(status)) {
         LogErrorFun("Nfc read Interrupt Status failed!");
+        Sleep(kFailedReadPauseMs);
         return;
     }
     const int intStatus = status[0];
@@ -151,15 +160,15 @@ void HandleInterrupt() {
 
 // One request from its start to its end. False when the loop is to be left.
 bool WaitForOneInterrupt(const EventThread::Ticket& ticket, OVERLAPPED& overlapped) {
-    const HANDLE device = DeviceHandle;
-    PendingRequest request(device, overlapped);
-    const BOOL ended = DeviceIoControl(device, kInterruptControlCode, nullptr, 0, nullptr, 0,
-                                       nullptr, &overlapped);
-    if (ended != FALSE || GetLastError() != ERROR_IO_PENDING) {
-        LogWarnFun("NFC DeviceIoControl Failed: %u", static_cast<unsigned>(GetLastError()));
+    PendingRequest request(overlapped);
+    const bool pending = request.Start(false, [&](HANDLE device) {
+        return DeviceIoControl(device, kInterruptControlCode, nullptr, 0, nullptr, 0, nullptr,
+                               &overlapped);
+    });
+    if (!pending) {
+        LogWarnFun("NFC DeviceIoControl Failed: %u", static_cast<unsigned>(request.StartError()));
         return false;
     }
-    request.Started();
     LogWarnFun("NFC Wait For Kernel Interrupt...");
     // Starting the request has reset the event, and with it a stop that was signalled since the
     // run flag was looked at. Such a stop goes the same way as one that comes during the wait.
@@ -195,7 +204,6 @@ DWORD WINAPI InterruptThread(LPVOID /*argument*/) {
         if (!g_interruptThread.Arm(ticket, overlapped)) {
             LogErrorFun("NFC error creating overlapped event for int thread - %u",
                         static_cast<unsigned>(GetLastError()));
-            g_interruptThread.Fail(ticket);
             return kThreadFailed;
         }
         WaitOnInterruptLoop(ticket, overlapped);

@@ -31,6 +31,9 @@ inline constexpr std::size_t kPageLengthOffset = 3;
 inline constexpr std::uint8_t kOutgoingReportId = 5;
 inline constexpr std::int32_t kPagePayload = 60;
 
+/// How long the keyboard is given to answer a number request.
+inline constexpr std::uint32_t kAnswerTimeoutMs = 3000;
+
 /// Puts `g_frameHead` with the given direction at the start of a frame. Under g_contentMutex.
 void PutFrameHead(std::uint8_t* frame, std::uint8_t direction);
 

@@ -58,15 +58,15 @@ void HandleReport(const Report& report) {
 
 // One read from its start to its end. False when the loop is to be left.
 bool ReadOneReport(const EventThread::Ticket& ticket, OVERLAPPED& overlapped, Report& report) {
-    const HANDLE device = DeviceHandle;
-    PendingRequest request(device, overlapped);
-    const BOOL ended = ReadFile(device, report.data(), kReportSize, nullptr, &overlapped);
-    if (ended == FALSE && GetLastError() != ERROR_IO_PENDING) {
+    PendingRequest request(overlapped);
+    const bool started = request.Start(true, [&](HANDLE device) {
+        return ReadFile(device, report.data(), kReportSize, nullptr, &overlapped);
+    });
+    if (!started) {
         LogErrorFun("NFC ReadKeyboardData ReadFile error 0x%x",
-                    static_cast<unsigned>(GetLastError()));
+                    static_cast<unsigned>(request.StartError()));
         return false;
     }
-    request.Started();
     LogWarnFun("NFC Wait For KeyboardData");
     // Starting the read has reset the event, and with it a stop that was signalled since the run
     // flag was looked at. Such a stop goes the same way as one that comes during the wait.
@@ -102,7 +102,6 @@ DWORD WINAPI ReadKeyboardDataThread(LPVOID /*argument*/) {
         if (!g_keyboardThread.Arm(ticket, overlapped)) {
             LogErrorFun("NFC error creating overlapped event for ReadKeyboardDataThread - %u",
                         static_cast<unsigned>(GetLastError()));
-            g_keyboardThread.Fail(ticket);
             return kThreadFailed;
         }
         ReadKeyboardData(ticket, overlapped);

@@ -1,6 +1,7 @@
 // Sees to it that a request has ended before its record goes away.
 #pragma once
 
+#include "chip/LockOrder.h"
 #include "chip/TransferState.h"
 #include "platform/platform.h"
 
@@ -9,8 +10,7 @@
 /// under way cancels and awaits it here.
 class PendingRequest {
   public:
-    PendingRequest(HANDLE device, OVERLAPPED& overlapped)
-        : m_device(device), m_overlapped(overlapped) {}
+    explicit PendingRequest(OVERLAPPED& overlapped) : m_overlapped(overlapped) {}
     ~PendingRequest() {
         if (m_underWay) {
             DWORD moved = 0;
@@ -21,8 +21,20 @@ class PendingRequest {
     PendingRequest(const PendingRequest&) = delete;
     PendingRequest& operator=(const PendingRequest&) = delete;
 
-    /// The request has been started and not refused.
-    void Started() { m_underWay = true; }
+    /// Starts a request on the open device: `start` gives what ReadFile or DeviceIoControl gave.
+    /// True when it is under way, or (`atOnce`) has ended with success already.
+    template <class Starter>
+    bool Start(bool atOnce, Starter start) {
+        platform::Lock lock(g_deviceHandleMutex.value, kHandleLock);
+        m_device = DeviceHandle;
+        const BOOL ended = start(m_device);
+        m_startError = GetLastError();
+        m_underWay = ended != FALSE ? atOnce : m_startError == ERROR_IO_PENDING;
+        return m_underWay;
+    }
+
+    /// The last error as the start left it.
+    DWORD StartError() const { return m_startError; }
 
     /// Looks at the result without waiting. False, with GetLastError, when the request has failed
     /// or has not ended yet.
@@ -36,7 +48,8 @@ class PendingRequest {
     }
 
   private:
-    HANDLE m_device;
+    HANDLE m_device = nullptr;
     OVERLAPPED& m_overlapped;
+    DWORD m_startError = ERROR_SUCCESS;
     bool m_underWay = false;
 };

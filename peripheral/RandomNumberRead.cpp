@@ -20,7 +20,6 @@ constexpr std::uint16_t kShortUriRegister = 73;
 constexpr std::uint16_t kLongUriRegister = 122;
 
 constexpr std::int32_t kHalf = 16;
-constexpr DWORD kAnswerTimeoutMs = 3000;
 
 std::optional<std::uint16_t> NumberRegister(std::uint8_t pcModel) {
     switch (pcModel) {

@@ -15,7 +15,8 @@ enum LOG_MESSAGE_LEVEL : int {
 
 class TRACELOG_EXPORT TraceLogger {
   public:
-    /// Where lines go. Called on the thread that logs, by several threads at once.
+    /// Where lines go. Called on the thread that logs, by several threads at once. Must not call
+    /// the library.
     using Sink = void (*)(int level, const std::wstring& line, void* context);
 
     static TraceLogger* GetInstance();

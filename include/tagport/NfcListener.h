@@ -21,9 +21,8 @@
 /// A listener may call the manager. It must not
 ///   - in event 1 of routes 1 and 2 wait for another visit's event 3: the next visit opens only
 ///     when it has returned;
-///   - on route 3 or 4 count on a number from the keyboard (ReadRandNum, UpdateNfcData,
-///   WriteMessage):
-///     its own thread would have to deliver it, so the call ends after its time-outs;
+///   - on route 3 or 4 count on a number from the keyboard, as ReadRandNum, UpdateNfcData and
+///     WriteMessage do: its own thread would have to deliver it, so they end after their time-outs;
 ///   - on route 4 call BtConnect or BtDisconnect, which wait for deliveries to end;
 ///   - let an exception escape.
 using NfcListener = void (*)(int event, const std::uint8_t (&number)[32], int route);

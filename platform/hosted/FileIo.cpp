@@ -242,7 +242,8 @@ BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* moved, BOOL
         }
         hosted::WaitOn(object, waited, INFINITE);
     }
-    if (overlapped->Internal == STATUS_PENDING) {
+    // Once it has waited, the original takes any signal for the end of the request.
+    if (overlapped->Internal == STATUS_PENDING && wait == FALSE) {
         return hosted::FailWith(ERROR_IO_INCOMPLETE);
     }
     *moved = static_cast<DWORD>(overlapped->InternalHigh);

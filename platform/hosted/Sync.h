@@ -11,6 +11,9 @@
 
 namespace platform {
 
+/// Off Windows the library is linked so that it stays in memory once it is there.
+inline void KeepLoaded() {}
+
 /// Holds a mutex for a scope. Aborts the process with the two names when the rank of `mutex` is
 /// not above every rank that the thread holds.
 class Lock {

@@ -27,8 +27,8 @@ bool StartDevice() {
 // Nothing is open, and as many handles are alive as before.
 void ExpectClosed(std::size_t handles) {
     EXPECT_EQ(DeviceHandle, nullptr);
-    EXPECT_FALSE(g_ioEvent.value.IsOpen());
-    EXPECT_FALSE(g_RandEvent.value.IsOpen());
+    EXPECT_EQ(g_ioEvent.value.Get(), nullptr);
+    EXPECT_EQ(g_RandEvent.value.Get(), nullptr);
     EXPECT_EQ(hosted::Live().handles, handles);
     EXPECT_EQ(hosted::Live().requests, 0U);
 }
