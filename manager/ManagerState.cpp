@@ -11,7 +11,7 @@ namespace {
 
 platform::NeverDestroyed<std::mutex> g_writeMutex;
 
-// First of the watches, each on the stack of the operation that it serves. Under g_memoryMutex.
+// First of the watches, each owned by the operation or thread that it serves. Under g_memoryMutex.
 NumberWatch* g_firstWatch = nullptr;
 
 }  // namespace
@@ -37,9 +37,18 @@ void NumberWatch::Begin(const NfcData* image) {
     g_firstWatch = this;
 }
 
+void NumberWatch::BeginWithKnown(const NfcData* image) {
+    for (const NumberWatch* watch = g_firstWatch; watch != nullptr; watch = watch->m_next) {
+        if (watch->m_image == image && watch->m_given) {
+            m_given = watch->m_given;  // all that know a number know the same
+        }
+    }
+    Begin(image);
+}
+
 void NumberWatch::Announce(const NfcData* image, const RandomNumber& number) {
     for (NumberWatch* watch = g_firstWatch; watch != nullptr; watch = watch->m_next) {
-        if (watch->m_image == image) {
+        if (watch->m_image == image && image != nullptr) {
             watch->m_given = number;
         }
     }

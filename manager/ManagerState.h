@@ -11,7 +11,7 @@
 #include "peripheral/NumberStore.h"
 #include "platform/NeverDestroyed.h"
 
-/// Held by DeviceInit and WriteMessage for their whole length.
+/// Held by DeviceInit, WriteMessage, ReadMessage and UpdateNfcData for their whole length.
 extern platform::NeverDestroyed<std::mutex> m_staticDeviceMutex;
 
 /// Held by SetMcuKbConnectStatus around its one store.
@@ -21,9 +21,10 @@ extern platform::NeverDestroyed<std::mutex> m_staticMcuKbMutex;
 /// pause or a listener call, so WriteRandNum never waits for the tag.
 extern platform::NeverDestroyed<std::mutex> g_memoryMutex;
 
-/// Notices a random number that the host gives while an operation that began earlier still carries
-/// an older one: the number on the tag, or the one in its message. The operation then keeps the
-/// newer, so that the last number given is the one that stands on the tag in the end.
+/// Knows the last random number that the host gave for an image, as long as something that began
+/// earlier may still put an older one in its place: a read that brings the tag's number into
+/// memory, a write that carries its message's, a number thread whose write is still to come. They
+/// keep the newer, so that the last number given is the one that stands on the tag in the end.
 class NumberWatch {
   public:
     NumberWatch() = default;
@@ -36,7 +37,10 @@ class NumberWatch {
     /// Begins to watch for numbers that are given for this image.
     void Begin(const NfcData* image);
 
-    /// The last number given since, if any.
+    /// The same, and takes over what another watch of the image knows already.
+    void BeginWithKnown(const NfcData* image);
+
+    /// The last number given, if any.
     const std::optional<RandomNumber>& given() const { return m_given; }
 
     /// Tells every watch of the image about a number.

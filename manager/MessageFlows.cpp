@@ -1,8 +1,8 @@
 // The flows around a whole message: write, read, update.
 //
-// WriteMessage holds m_staticDeviceMutex throughout; each step on the tag holds g_contentMutex;
-// message and image in memory are touched under g_memoryMutex alone. A flow that a host calls while
-// another runs therefore falls between two steps, never into one.
+// Each public flow holds m_staticDeviceMutex throughout, so a read cannot put the tag's old fields
+// into memory between another flow's filling of the image and its writing. Each step on the tag
+// holds g_contentMutex; message and image in memory are touched under g_memoryMutex alone.
 #include <tagport/NfcManager.h>
 
 #include <algorithm>
@@ -11,6 +11,7 @@
 
 #include "chip/LockOrder.h"
 #include "chip/NfcDeviceContext.h"
+#include "chip/TransferState.h"
 #include "diagnostics/Log.h"
 #include "manager/DeviceStartRetry.h"
 #include "manager/ManagerState.h"
@@ -54,9 +55,15 @@ void UseNewerNumber(const NumberWatch& watch, MessageFields& fields) {
     }
 }
 
-// Copies a counted byte string into a field. False when it has too few bytes.
+RandomNumber NumberOf(const MessageFields& fields) {
+    RandomNumber number{};
+    std::copy(std::begin(fields.number), std::end(fields.number), number.begin());
+    return number;
+}
+
+// Copies the first bytes of a counted byte string into a field. False when it has too few.
 template <std::size_t N>
-bool CopyExactly(const std::string& bytes, std::uint8_t (&field)[N]) {
+bool CopyFirst(const std::string& bytes, std::uint8_t (&field)[N]) {
     if (bytes.size() < N) {
         return false;
     }
@@ -72,9 +79,9 @@ bool ParseFields(const std::string& content, MessageFields& fields) {
         return false;
     }
     fields.url = nfcDataRead.GetUrl();
-    if (!CopyExactly(nfcDataRead.GetMacAddr(), fields.mac) ||
-        !CopyExactly(nfcDataRead.GetRandomNumber(), fields.number) ||
-        !CopyExactly(nfcDataRead.GetModel(), fields.model)) {
+    if (!CopyFirst(nfcDataRead.GetMacAddr(), fields.mac) ||
+        !CopyFirst(nfcDataRead.GetRandomNumber(), fields.number) ||
+        !CopyFirst(nfcDataRead.GetModel(), fields.model)) {
         LogErrorFun("length error");
         return false;
     }
@@ -83,10 +90,12 @@ bool ParseFields(const std::string& content, MessageFields& fields) {
 
 bool ReadContent(NfcProxy& proxy, std::string& content) {
     platform::Lock lock(g_contentMutex.value, kContentLock);
+    const EventSlot::Keep keep(g_ioEvent.value);
     return proxy.ReadNfcContent(content);
 }
 
-// A chip that answers, answers with something other than zero at one of the places looked at.
+// A chip that answers, answers with something other than zero at one of the places looked at. The
+// number thread looks at one place less.
 bool LooksWritten(const RandomNumber& number) {
     return (number[0] | number[1] | number[2] | number[kNumberSize - 1]) != 0;
 }
@@ -130,7 +139,7 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
     }
     if (!IsReadBeforeWrite()) {
         LogWarnFun("Nfc_ReadMessage not need");
-    } else if (ReadMessage(own) != kSuccess) {
+    } else if (ReadIntoMessage(own) != kSuccess) {
         LogErrorFun("WriteMessage Read failed");
         platform::Lock memory(g_memoryMutex.value, kMemoryLock);
         m_ndefMessage = message;
@@ -143,6 +152,7 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
         }
         UseNewerNumber(watch, fields);
         m_ndefMessage->SetRandomNumber(fields.number);
+        NumberWatch::Announce(m_nfcData.get(), NumberOf(fields));
         if (HasStorableUrl(fields)) {
             m_ndefMessage->SetUrl(fields.url);
         }
@@ -150,7 +160,7 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
         m_ndefMessage->SetMac(fields.mac);
     }
     int result = kSuccess;
-    if (!UpdateNfcData()) {
+    if (!UpdateTag()) {
         LogErrorFun("UpdateNfcData failed");
         result = kFailure;
     }
@@ -162,10 +172,16 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
 }
 
 int NfcManager::ReadMessage(const std::shared_ptr<NdefMessage>& target) {
+    platform::Lock operation(m_staticDeviceMutex.value, kDeviceOperationLock);
+    return ReadIntoMessage(target);
+}
+
+// Under m_staticDeviceMutex.
+int NfcManager::ReadIntoMessage(const std::shared_ptr<NdefMessage>& target) {
     NumberWatch watch;
     {
         platform::Lock memory(g_memoryMutex.value, kMemoryLock);
-        watch.Begin(m_nfcData.get());
+        watch.BeginWithKnown(m_nfcData.get());
     }
     std::string content;
     if (m_nfcProxy == nullptr || !ReadContent(*m_nfcProxy, content)) {
@@ -191,6 +207,12 @@ int NfcManager::ReadMessage(const std::shared_ptr<NdefMessage>& target) {
 }
 
 bool NfcManager::UpdateNfcData() {
+    platform::Lock operation(m_staticDeviceMutex.value, kDeviceOperationLock);
+    return UpdateTag();
+}
+
+// Under m_staticDeviceMutex.
+bool NfcManager::UpdateTag() {
     {
         platform::Lock memory(g_memoryMutex.value, kMemoryLock);
         if (!SetContent()) {

@@ -32,9 +32,22 @@ std::shared_ptr<NfcManager> NfcManager::Create(std::shared_ptr<NdefMessage> mess
 
 NfcManager::NfcManager(std::shared_ptr<NdefMessage> message) : m_ndefMessage(std::move(message)) {}
 
-NfcManager::NfcManager(const NfcManager& other) = default;
+// A WriteMessage of the original may be about to replace its message.
+NfcManager::NfcManager(const NfcManager& other) {
+    platform::Lock lock(g_memoryMutex.value, kMemoryLock);
+    m_nfcData = other.m_nfcData;
+    m_nfcProxy = other.m_nfcProxy;
+    m_ndefMessage = other.m_ndefMessage;
+}
 
-NfcManager& NfcManager::operator=(const NfcManager& other) = default;
+NfcManager& NfcManager::operator=(const NfcManager& other) {
+    NfcManager replaced(other);  // ends behind the lock, with what was held until now
+    platform::Lock lock(g_memoryMutex.value, kMemoryLock);
+    m_nfcData.swap(replaced.m_nfcData);
+    m_nfcProxy.swap(replaced.m_nfcProxy);
+    m_ndefMessage.swap(replaced.m_ndefMessage);
+    return *this;
+}
 
 NfcManager::~NfcManager() {
     m_nfcData.reset();

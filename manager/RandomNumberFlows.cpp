@@ -2,6 +2,7 @@
 #include <tagport/NfcManager.h>
 
 #include <algorithm>
+#include <exception>
 #include <memory>
 
 #include "chip/LockOrder.h"
@@ -24,16 +25,23 @@ constexpr std::uint32_t kThreadFailure = 0xFFFFFFFF;
 // holds image and message itself, works through a detached proxy, and keeps the transfer event
 // open: the end of the manager must not cut an image in half.
 struct NumberThread {
-    NfcManager manager;
-    EventSlot::Lease transferEvent;
+    NfcManager manager{nullptr};
+    EventSlot::Keep transferEvent{g_ioEvent.value};
+    NumberWatch watch;  // its number is given and not on the tag yet
 };
 
 DWORD WINAPI RunNumberThread(LPVOID argument) {
     const std::unique_ptr<NumberThread> thread(static_cast<NumberThread*>(argument));
-    return NfcManager::WriteRandThread(&thread->manager);
+    try {
+        return NfcManager::WriteRandThread(&thread->manager);
+    } catch (const std::exception&) {
+        LogErrorFun("LocalWriteRand failed");  // nobody is there to catch it on this thread
+        return kThreadFailure;
+    }
 }
 
-// A chip that answers, answers with something other than zero at one of the places looked at.
+// A chip that answers, answers with something other than zero at one of the places looked at. A
+// whole message's read-back looks at one place more.
 bool LooksWritten(const RandomNumber& number) {
     return (number[0] | number[1] | number[kNumberSize - 1]) != 0;
 }
@@ -44,7 +52,8 @@ int NfcManager::WriteRandNum(const std::uint8_t (&number)[32]) {
     RandomNumber given{};
     const bool isArray =
         platform::memcpy_s(given.data(), given.size(), number, sizeof(number)) == 0;
-    std::unique_ptr<NumberThread> thread;
+    // Made first: running out of memory must not leave a number that nobody writes.
+    auto thread = std::make_unique<NumberThread>();
     {
         platform::Lock memory(g_memoryMutex.value, kMemoryLock);
         if (m_ndefMessage == nullptr) {
@@ -63,10 +72,13 @@ int NfcManager::WriteRandNum(const std::uint8_t (&number)[32]) {
             LogErrorFun("SetRandomNumber fail");
             return kFailure;
         }
+        thread->manager.m_nfcData = m_nfcData;
+        thread->manager.m_ndefMessage = m_ndefMessage;
+        thread->watch.Begin(m_nfcData.get());
         NumberWatch::Announce(m_nfcData.get(), given);
-        thread.reset(new NumberThread{*this, g_ioEvent.value.Get()});
     }
     thread->manager.m_nfcProxy = NfcProxy::Detached();
+    platform::KeepLoaded();
     const HANDLE handle = CreateThread(nullptr, 0, RunNumberThread, thread.get(), 0, nullptr);
     if (handle != nullptr) {
         thread.release();  // the thread owns it now

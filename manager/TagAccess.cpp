@@ -1,6 +1,7 @@
 #include "manager/TagAccess.h"
 
 #include "chip/LockOrder.h"
+#include "chip/TransferState.h"
 #include "manager/ManagerState.h"
 #include "peripheral/NfcProxy.h"
 #include "peripheral/PeripheralState.h"
@@ -14,10 +15,12 @@ std::string BuildImage(const NfcData& data) {
 
 bool WriteImage(NfcProxy& proxy, const NfcData& data) {
     platform::Lock content(g_contentMutex.value, kContentLock);
+    const EventSlot::Keep keep(g_ioEvent.value);
     return proxy.WriteNfcContent(BuildImage(data));
 }
 
 bool ReadNumber(NfcProxy& proxy, std::uint8_t* number) {
     platform::Lock content(g_contentMutex.value, kContentLock);
+    const EventSlot::Keep keep(g_ioEvent.value);
     return proxy.ReadRandNumber(number);
 }

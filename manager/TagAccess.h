@@ -1,5 +1,6 @@
 // One step on the tag as the flows take it: build and write an image, or read the number. Each
-// takes g_contentMutex for the whole step.
+// takes g_contentMutex for the whole step and
+// keeps the transfer event, so the end of another manager does not cut an image in half.
 #pragma once
 
 #include <cstdint>

@@ -14,8 +14,8 @@ class NfcData;
 class NfcProxy;
 
 /// One tag image and one message. The peripheral, its threads and the listener are the process's:
-/// all managers share them, and when the last pointer to one manager goes, the threads stop for
-/// every other one until its next WriteMessage.
+/// all managers share them. When the last pointer to one manager goes, the threads stop for every
+/// other one and transfers fail, until the next DeviceInit and WriteMessage.
 ///
 /// Every operation may be called from any thread, also from a listener within the limits that
 /// NfcListener.h gives. Failures are told by result and in the log; only the standard library's
@@ -90,6 +90,8 @@ class TAGPORT_EXPORT NfcManager {
     bool SetUrl(const std::string& url);
     bool SetRandomNumber(const std::uint8_t (&number)[32]);
     bool SetModel(const std::uint8_t (&model)[4]);
+    int ReadIntoMessage(const std::shared_ptr<NdefMessage>& target);
+    bool UpdateTag();
     bool UpdateNfcContent();
     int LocalWriteRand();
 
