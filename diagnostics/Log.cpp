@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <new>
 #include <sstream>
 
 namespace {
@@ -40,7 +41,15 @@ void LogErrorFun(const char* format, ...) {
 }
 
 void LogWithOrigin(LOG_MESSAGE_LEVEL level, const char* origin, const char* text) {
-    std::wstringstream stream;
-    stream << text << L"(" << origin << L")";
-    TraceLogger::GetInstance()->Log(level, stream);
+    // Short of memory the line is dropped whole, like one that does not fit: neither a cut line nor
+    // an exception may come out of a log call, least of all on a thread that nobody watches.
+    try {
+        std::wstringstream stream;
+        stream << text << L"(" << origin << L")";
+        if (stream) {
+            TraceLogger::GetInstance()->Log(level, stream);
+        }
+    } catch (const std::bad_alloc&) {
+        return;
+    }
 }

@@ -6,7 +6,8 @@
 
 /// Formats a text as printf does and logs it at level 3 or 4, followed by the function's name in
 /// brackets. A text of 512 bytes or more, or one that cannot be formatted, is dropped whole and
-/// without a sign. May be called from any thread; the library holds no lock over the logger.
+/// without a sign. May be called from any thread, also with locks of the library held: a logger
+/// must not call the library, and a slow one slows the library down.
 void LogWarnFun(const char* format, ...);
 void LogErrorFun(const char* format, ...);
 
