@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <iomanip>
 #include <mutex>
+#include <sstream>
+#include <utility>
 
 #include "platform/TraceLog.h"
 #include "simulator/BluetoothKeyboard.h"
@@ -29,14 +31,21 @@ std::size_t UriLength(std::uint8_t pcType) {
     return pcType == 2 ? kShortUri : kLongUri;
 }
 
-std::string Hex(const std::vector<std::uint8_t>& bytes) {
-    std::string text;
-    for (const std::uint8_t byte : bytes) {
-        char digits[4];
-        std::snprintf(digits, sizeof(digits), " %02x", byte);
-        text += digits;
+std::string TextOf(const hosted::Request& request) {
+    using Kind = hosted::Request::Kind;
+    if (request.kind() == Kind::kRead) {
+        return "R " + std::to_string(request.length());
     }
-    return text;
+    std::ostringstream text;
+    text << (request.kind() == Kind::kWrite ? "W" : "IOCTL ") << std::hex << std::setfill('0');
+    if (request.kind() == Kind::kControl) {
+        text << std::setw(8) << request.controlCode();
+    } else {
+        for (const int byte : request.data()) {
+            text << ' ' << std::setw(2) << byte;
+        }
+    }
+    return text.str();
 }
 
 }  // namespace
@@ -63,49 +72,24 @@ std::vector<int> EventsHeard(int route) {
 }
 
 BusRecorder::BusRecorder() {
-    hosted::SetTracer([this](const hosted::TraceEvent& event) { Note(event); });
+    hosted::SetTracer([this](const hosted::TraceEvent& event) {
+        using Kind = hosted::TraceEvent::Kind;
+        if (event.kind == Kind::kSleep) {
+            m_texts.push_back("sleep " + std::to_string(event.milliseconds));
+        } else if (event.kind == Kind::kStart &&
+                   event.request->controlCode() != simulator::kControlInterrupt) {
+            m_texts.push_back(TextOf(*event.request));
+        }
+    });
 }
 
 BusRecorder::~BusRecorder() {
     hosted::SetTracer({});
 }
 
-void BusRecorder::Note(const hosted::TraceEvent& event) {
-    using Kind = hosted::TraceEvent::Kind;
-    if (event.kind == Kind::kSleep) {
-        m_entries.push_back({event.thread, "sleep " + std::to_string(event.milliseconds)});
-    }
-    if (event.kind != Kind::kStart ||
-        (event.request->kind() == hosted::Request::Kind::kControl &&
-         event.request->controlCode() == simulator::kControlInterrupt)) {
-        return;
-    }
-    switch (event.request->kind()) {
-        case hosted::Request::Kind::kWrite:
-            m_entries.push_back({event.thread, "W" + Hex(event.request->data())});
-            break;
-        case hosted::Request::Kind::kRead:
-            m_entries.push_back({event.thread, "R " + std::to_string(event.request->length())});
-            break;
-        case hosted::Request::Kind::kControl: {
-            char code[24];
-            std::snprintf(code, sizeof(code), "IOCTL %08x", event.request->controlCode());
-            m_entries.push_back({event.thread, code});
-            break;
-        }
-    }
-}
-
-std::vector<std::string> BusRecorder::Take(hosted::ThreadId thread) {
+std::vector<std::string> BusRecorder::Take() {
     const hosted::DeviceLock lock;
-    std::vector<std::string> texts;
-    for (const Entry& entry : m_entries) {
-        if (thread == 0 || entry.thread == thread) {
-            texts.push_back(entry.text);
-        }
-    }
-    m_entries.clear();
-    return texts;
+    return std::exchange(m_texts, {});
 }
 
 Desk::Desk(const std::vector<PcRoute>& routes, const std::string& chip, std::uint8_t pcType)
@@ -145,10 +129,6 @@ std::shared_ptr<NdefMessage> Desk::NewMessage(std::uint8_t fill) const {
     return message;
 }
 
-bool Desk::Has(PcRoute route) const {
-    return std::find(m_routes.begin(), m_routes.end(), route) != m_routes.end();
-}
-
 bool Desk::Create() {
     manager = NfcManager::Create(NewMessage(), &Desk::Listen);
     return manager != nullptr;
@@ -156,31 +136,23 @@ bool Desk::Create() {
 
 void Desk::Start(std::uint8_t fill) {
     ASSERT_TRUE(Create());
-    if (Has(PcRoute::kI2c)) {
-        // Detection tells its finding as an error, and the first write finds an empty tag.
-        log.Announce("Nfc chip");
-        log.Announce("Nfc spb2 format");
-        log.Announce("ReadNfcContent: tag type is err");
-        log.Announce("ReadMessage ReadNfcContent failed");
-        log.Announce("WriteMessage Read failed");
-    } else {
-        log.Announce("NFC_Error opening Spb driver, last error = 2");
+    const auto has = [this](PcRoute route) {
+        return std::find(m_routes.begin(), m_routes.end(), route) != m_routes.end();
+    };
+    // Detection tells its finding as an error, and the first write finds an empty tag.
+    for (const char* text : {"Nfc chip", "Nfc spb2 format", "ReadNfcContent: tag type is err",
+                             "ReadMessage ReadNfcContent failed", "WriteMessage Read failed"}) {
+        log.Announce(has(PcRoute::kI2c) ? text : "NFC_Error opening Spb driver, last error = 2");
     }
-    const bool wired = m_routes.size() > 1 || !Has(PcRoute::kBle);
-    if (wired) {
-        ASSERT_TRUE(manager->DeviceInit());
-    }
-    if (Has(PcRoute::kHid)) {
-        ASSERT_TRUE(manager->SetMcuKbConnectStatus(true));
-    }
-    if (Has(PcRoute::kBle)) {
-        ASSERT_TRUE(manager->BtConnect(simulator::kDefaultBleAddress));
-    }
-    if (!Has(PcRoute::kI2c) && !Has(PcRoute::kUsb)) {
-        log.Announce("spbDriverOps == nullptr");
+    ASSERT_TRUE(m_routes == std::vector<PcRoute>{PcRoute::kBle} || manager->DeviceInit());
+    ASSERT_TRUE(!has(PcRoute::kHid) || manager->SetMcuKbConnectStatus(true));
+    ASSERT_TRUE(!has(PcRoute::kBle) || manager->BtConnect(simulator::kDefaultBleAddress));
+    if (!has(PcRoute::kI2c) && !has(PcRoute::kUsb)) {
         // No driver answers the interrupt thread, which ends at once.
-        log.Announce("NFC Interrupt ");
-        log.Announce("NFC WaitOnInterruptLoop return");
+        for (const char* text :
+             {"spbDriverOps == nullptr", "NFC Interrupt ", "NFC WaitOnInterruptLoop return"}) {
+            log.Announce(text);
+        }
     }
     ASSERT_EQ(manager->WriteMessage(NewMessage(fill)), 0);
 }
@@ -190,11 +162,7 @@ bool Desk::WaitForEvents(std::size_t count, hosted::Micros timeout) {
 }
 
 bool Desk::WaitForThreads(std::size_t count, hosted::Micros timeout) {
-    const hosted::Micros end = hosted::Now() + timeout;
-    while (hosted::Live().threads > count && hosted::Now() < end) {
-        Pass(hosted::kMillisecond);
-    }
-    return hosted::Live().threads <= count;
+    return hosted::WaitFor([count] { return hosted::Live().threads <= count; }, timeout, "threads");
 }
 
 void Desk::Pass(hosted::Micros time) {

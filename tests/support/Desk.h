@@ -35,20 +35,15 @@ std::vector<Heard> HeardSoFar();
 std::vector<int> EventsHeard(int route = 0);
 
 /// Every transfer and pause of the run so far: "W 00 10", "R 2", "IOCTL 04001c00", "sleep 40". The
-/// interrupt wait and reads of the keyboard read thread are left out. With `thread` 0, of all.
+/// interrupt wait is left out.
 class BusRecorder {
   public:
     BusRecorder();  ///< becomes the layer's tracer
     ~BusRecorder();
-    std::vector<std::string> Take(hosted::ThreadId thread = 0);  ///< and forgets them
+    std::vector<std::string> Take();  ///< and forgets them
 
   private:
-    struct Entry {
-        hosted::ThreadId thread;
-        std::string text;
-    };
-    void Note(const hosted::TraceEvent& event);
-    std::vector<Entry> m_entries;
+    std::vector<std::string> m_texts;
 };
 
 /// Registers the devices, records log and events, and clears both in the end.
@@ -90,8 +85,6 @@ class Desk {
     std::shared_ptr<NfcManager> manager;
 
   private:
-    bool Has(simulator::PcRoute route) const;
-
     std::vector<simulator::PcRoute> m_routes;
     std::uint8_t m_pcType;
 };

@@ -17,9 +17,6 @@ namespace testing_support {
 
 namespace {
 
-// Set by the thread that runs the tests, read when one has failed.
-bool g_seedUsed = false;
-
 // One broken seed tells what a hundred do; the rest of them only hide it.
 constexpr unsigned kMostFailures = 3;
 
@@ -44,23 +41,11 @@ int FailedChecks() {
     return failed;
 }
 
-const char* Explain(int status) {
-    if (WIFSIGNALED(status)) {
-        return "was killed by a signal";
-    }
-    return WEXITSTATUS(status) == hosted::kStallExit ? "stalled" : "failed";
-}
-
 }  // namespace
 
 std::uint64_t Seed() {
-    g_seedUsed = true;
     const char* const text = std::getenv("TAGPORT_SEED");
     return text == nullptr ? 1 : std::strtoull(text, nullptr, 10);
-}
-
-bool SeedWasUsed() {
-    return g_seedUsed;
 }
 
 int RunInChild(const std::function<void()>& body) {
@@ -94,8 +79,9 @@ void ForEachSeed(unsigned count, const std::function<void()>& body,
         });
         if (status != 0) {
             ++failures;
-            ADD_FAILURE() << "seed " << own.seed << " " << Explain(status) << " (status " << status
-                          << "); repeat with: scripts/test --seed " << own.seed;
+            const bool stalled = WIFEXITED(status) && WEXITSTATUS(status) == hosted::kStallExit;
+            ADD_FAILURE() << "seed " << own.seed << (stalled ? " stalled" : " failed")
+                          << " (status " << status << ")";
         }
     }
 }

@@ -8,12 +8,8 @@
 
 namespace testing_support {
 
-/// The seed of this run: the environment's TAGPORT_SEED, or 1. Asking for it makes a failed test
-/// print the command that repeats it.
+/// The seed of this run: the environment's TAGPORT_SEED, or 1.
 std::uint64_t Seed();
-
-/// True when the seed has been asked for.
-bool SeedWasUsed();
 
 /// Runs `body` in a child process, on the clock that is chosen, or not, in there, and gives what
 /// waitpid gives: zero when it ended and no check failed.
