@@ -120,6 +120,8 @@ void EnableRadio() {
 
 }  // namespace
 
+// By value: the host's pointer may be the manager's own, which this may replace.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
     platform::Lock operation(m_staticDeviceMutex.value, kDeviceOperationLock);
     LogWarnFun("NFC_WriteMessage with dynamic delay begin!");

@@ -14,6 +14,11 @@
 
 namespace {
 
+std::shared_ptr<NdefMessage> Copy(const std::shared_ptr<NdefMessage>& message) {
+    platform::Lock lock(g_memoryMutex.value, kMemoryLock);
+    return message;
+}
+
 bool IsSupported(std::uint8_t pcType) {
     return pcType == 2 || pcType == 5 || pcType == 8;
 }
@@ -32,13 +37,11 @@ std::shared_ptr<NfcManager> NfcManager::Create(std::shared_ptr<NdefMessage> mess
 
 NfcManager::NfcManager(std::shared_ptr<NdefMessage> message) : m_ndefMessage(std::move(message)) {}
 
-// A WriteMessage of the original may be about to replace its message.
-NfcManager::NfcManager(const NfcManager& other) {
-    platform::Lock lock(g_memoryMutex.value, kMemoryLock);
-    m_nfcData = other.m_nfcData;
-    m_nfcProxy = other.m_nfcProxy;
-    m_ndefMessage = other.m_ndefMessage;
-}
+// A WriteMessage of the original may be about to replace its message; the other two never change.
+NfcManager::NfcManager(const NfcManager& other)
+    : m_nfcData(other.m_nfcData),
+      m_nfcProxy(other.m_nfcProxy),
+      m_ndefMessage(Copy(other.m_ndefMessage)) {}
 
 NfcManager& NfcManager::operator=(const NfcManager& other) {
     NfcManager replaced(other);  // ends behind the lock, with what was held until now

@@ -81,7 +81,7 @@ int NfcManager::WriteRandNum(const std::uint8_t (&number)[32]) {
     platform::KeepLoaded();
     const HANDLE handle = CreateThread(nullptr, 0, RunNumberThread, thread.get(), 0, nullptr);
     if (handle != nullptr) {
-        thread.release();  // the thread owns it now
+        static_cast<void>(thread.release());  // the thread owns it now
         CloseHandle(handle);
     }
     LogWarnFun("NFC_WriteRandNum done");
