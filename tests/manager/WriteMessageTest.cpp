@@ -1,35 +1,18 @@
 // Putting a message on the tag: what is merged, what is checked, and what a failed step leaves.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "peripheral/EventThread.h"
 #include "platform/LinkDockBackDoor.h"
 #include "tagimage/NfcData.h"
 #include "tests/manager/ManagerAccess.h"
-#include "tests/support/Desk.h"
+#include "tests/support/ScriptedBus.h"
 #include "tests/support/Seeds.h"
 
 using LinkDockService::BleCall;
 using simulator::PcRoute;
 using namespace testing_support;
-using Lines = std::vector<std::string>;
 
 namespace {
-
-constexpr std::size_t kImageSize = 143;  // of a message with a URL of 50 bytes
-
-NfcData OnTag(Desk& desk, std::size_t size = kImageSize) {
-    NfcData data;
-    EXPECT_TRUE(data.Init() && data.Parse(desk.ImageOnChip(size)));
-    return data;
-}
-
-void SetNumber(NdefMessage& message, const Number& number) {
-    std::uint8_t bytes[32];
-    std::copy(number.begin(), number.end(), bytes);
-    message.SetRandomNumber(bytes);
-}
 
 TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
     hosted::UseScheduledClock({Seed()});
@@ -44,35 +27,32 @@ TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
          "UpdateNfcData success", "NfcThreadCreate start", "NfcThreadCreate pass"}));
     desk.log.Clear();
     // The tag has another URL than the manager's message; an empty one keeps the tag's.
-    auto message = std::make_shared<NdefMessage>();
-    const std::uint8_t mac[6] = {9, 8, 7, 6, 5, 4};
-    const std::uint8_t model[4] = {1, 2, 3, 4};
-    message->SetMac(mac);
-    message->SetModel(model);
+    const auto message = std::make_shared<NdefMessage>();
+    message->SetMac({9, 8, 7, 6, 5, 4});
+    message->SetModel({1, 2, 3, 4});
     SetNumber(*message, NumberOf(0x22));
     NfcManagerTestAccess::Message(*desk.manager)->SetUrl(std::string(50, 'w'));
     EXPECT_EQ(desk.manager->WriteMessage(message), 0) << "whatever its PC type";
-    NfcData data = OnTag(desk);
+    NfcData data;
+    EXPECT_TRUE(data.Init() && data.Parse(desk.ImageOnChip(143)));
     EXPECT_EQ(data.GetUrl(), std::string(50, 'u'));
-    EXPECT_EQ(data.GetMacAddr(), std::string(std::begin(mac), std::end(mac)));
-    EXPECT_EQ(data.GetModel(), std::string(std::begin(model), std::end(model)));
+    EXPECT_EQ(data.GetMacAddr() + data.GetModel(), "\x9\x8\x7\x6\x5\x4\x1\x2\x3\x4");
     EXPECT_EQ(data.GetRandomNumber(), std::string(32, 0x22));
     EXPECT_TRUE(
         HasInOrder(desk.log, {"NFC_ m_staticNotificationThread already exist",
                               "NFC_ m_staticCallThread already exist", "NfcThreadCreate pass"}));
     EXPECT_EQ(hosted::Live().threads, 2U);
     // ReadMessage gives the same fields to a message of the host's, and leaves its PC type.
-    auto target = std::make_shared<NdefMessage>();
-    EXPECT_EQ(desk.manager->ReadMessage(target), 0);
+    NdefMessage target;
+    const std::shared_ptr<NdefMessage> pointer(&target, [](NdefMessage*) {});
+    EXPECT_EQ(desk.manager->ReadMessage(pointer), 0);
     std::string url;
     std::uint8_t type = 1;
-    target->GetUrl(url);
-    target->GetPcType(type);
-    EXPECT_EQ(url, std::string(50, 'u'));
-    EXPECT_EQ(type, 0);
-    EXPECT_EQ(ErrorsIn(desk.log), Lines{});
+    target.GetUrl(url);
+    target.GetPcType(type);
+    EXPECT_EQ(url + static_cast<char>(type), std::string(50, 'u') + '\0');
     EXPECT_EQ(desk.manager->ReadMessage(nullptr), -1);
-    EXPECT_EQ(ErrorsIn(desk.log), Lines{});
+    EXPECT_EQ(Joined(ErrorsIn(desk.log)), "");
     AnnounceStop(desk.log);
 }
 
@@ -85,76 +65,52 @@ TEST(WriteMessage, TellsWhichStepFailed) {
     middle[0] = middle[1] = middle[2] = middle[31] = 0;
     Number byteTwo{};
     byteTwo[2] = 1;
+    const std::string refused = "[NFC] BleClientWrite ERROR, ";
+    const std::string noMac = "length error, m_nfcData SetMacAddr failed, SetContent fail, ";
+    const std::string noUrl = "m_nfcData SetUrl failed, SetContent fail, UpdateNfcData failed";
+    const std::string wrong = "ReadRandNum value is wrong ";
+    const std::string zeroes = wrong + "0, " + wrong + "1, " + wrong + "2, ";
     struct Case {
-        const char* name;
         std::size_t urlSize;
         Number number;
-        unsigned writesRefused;
-        int result;
-        Lines errors;
+        std::string errors;  // a failed write, and only that, ends with its own line
+        unsigned writesRefused = 0;
         bool anew = false;  // on a manager of its own
     };
-    const std::string refused = "[NFC] BleClientWrite ERROR";
     const Case cases[] = {
-        {"a number with zeroes where it counts",
-         50,
-         middle,
-         0,
-         -1,
-         {"ReadRandNum value is wrong 0", "ReadRandNum value is wrong 1",
-          "ReadRandNum value is wrong 2", "UpdateNfcData ReadRandNum failed",
-          "UpdateNfcData failed"}},
-        {"one place is enough", 50, byteTwo, 0, 0, {}},
-        {"three writes",
-         50,
-         NumberOf(1),
-         3,
-         -1,
-         {refused, refused, refused, "UpdateNfcData Write failed", "UpdateNfcData failed"}},
-        {"the third write", 50, NumberOf(2), 2, 0, {refused, refused}},
-        {"a URL beyond the image",
-         163,
-         NumberOf(3),
-         0,
-         -1,
-         {"length error", "m_nfcData SetUrl failed", "SetContent fail", "UpdateNfcData failed"}},
-        {"an image that has one takes nothing more",
-         50,
-         NumberOf(4),
-         0,
-         -1,
-         {"length error", "m_nfcData SetMacAddr failed", "SetContent fail",
-          "WriteMessage Read failed", "length error", "m_nfcData SetMacAddr failed",
-          "SetContent fail", "UpdateNfcData failed"}},
-        {"a URL beyond the record",
-         253,
-         NumberOf(5),
-         0,
-         -1,
-         {"m_nfcData SetUrl failed", "SetContent fail", "UpdateNfcData failed"},
-         true},
-        {"another manager", 50, NumberOf(6), 0, 0, {}, true},
+        // A number with zeroes where it counts; one place is enough.
+        {50, middle, zeroes + "UpdateNfcData ReadRandNum failed, UpdateNfcData failed"},
+        {50, byteTwo, ""},
+        {50, NumberOf(1),
+         refused + refused + refused + "UpdateNfcData Write failed, UpdateNfcData failed", 3},
+        {50, NumberOf(2), refused + refused, 2},
+        // A URL beyond the image; an image that has one takes nothing more.
+        {163, NumberOf(3), "length error, " + noUrl},
+        {50, NumberOf(4), noMac + "WriteMessage Read failed, " + noMac + "UpdateNfcData failed"},
+        // A URL beyond the record.
+        {253, NumberOf(5), noUrl, 0, true},
+        {50, NumberOf(6), "", 0, true},
     };
-    for (const Case& one : cases) {
-        SCOPED_TRACE(one.name);
-        if (one.anew) {
+    for (const auto& [urlSize, number, errors, writesRefused, anew] : cases) {
+        SCOPED_TRACE(errors);
+        if (anew) {
             desk.manager.reset();
             ASSERT_TRUE(desk.Create() && desk.manager->DeviceInit());
             Desk::Pass(hosted::kSecond);
         }
         desk.log.Clear();
-        for (unsigned nth = 1; nth <= one.writesRefused; ++nth) {
+        for (unsigned nth = 1; nth <= writesRefused; ++nth) {
             LinkDockService::FailCall(BleCall::kWrite, nth);
         }
         const auto message = desk.NewMessage();
-        message->SetUrl(std::string(one.urlSize, 'v'));
-        SetNumber(*message, one.number);
-        EXPECT_EQ(desk.manager->WriteMessage(message), one.result);
-        EXPECT_EQ(ErrorsIn(desk.log), one.errors);
+        message->SetUrl(std::string(urlSize, 'v'));
+        SetNumber(*message, number);
+        const bool fails = desk.manager->WriteMessage(message) != 0;
+        std::string told = Joined(ErrorsIn(desk.log));
+        EXPECT_EQ(told + (writesRefused == 2 ? ", " : ""), errors);
+        EXPECT_EQ(fails, errors.find("UpdateNfcData failed") != std::string::npos);
         EXPECT_TRUE(desk.log.Has("NfcThreadCreate pass")) << "failed or not";
-        if (one.result == 0) {
-            EXPECT_EQ(desk.NumberOnChip(), one.number);
-        }
+        EXPECT_TRUE(fails || desk.NumberOnChip() == number);
     }
 }
 
@@ -172,16 +128,14 @@ TEST(WriteMessage, StartsBothThreadsOrNone) {
             EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x41)), -1);
             EXPECT_TRUE(HasInOrder(desk.log, {"UpdateNfcData success", "NfcThreadCreate fail"}));
             EXPECT_EQ(desk.log.Has("NfcThreadCreate exit Begin WaitForSingleObject"), failing == 2);
-            EXPECT_EQ(m_staticNotificationThread, nullptr);
-            EXPECT_EQ(m_staticCallThread, nullptr);
+            EXPECT_TRUE(m_staticNotificationThread == nullptr && m_staticCallThread == nullptr);
             EXPECT_EQ(desk.NumberOnChip(), NumberOf(0x41)) << "the tag is written all the same";
             EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x42)), 0);
-            desk.pc.TapPhone(0, 1000 * hosted::kMillisecond);
-            EXPECT_TRUE(Desk::WaitForEvents(2, 10 * hosted::kSecond));
+            desk.pc.TapPhone(0, hosted::kSecond);
             Desk::Pass(20 * hosted::kSecond);
             EXPECT_EQ(EventsHeard(), (std::vector<int>{3, 1})) << "from one thread of each kind";
             // A deferred call thread that was let go of still sleeps until its next wake-up.
-            EXPECT_TRUE(Desk::WaitForThreads(2));
+            EXPECT_LE(hosted::Live().threads, 2U);
             hosted::SetCallHook({});
         });
     }
@@ -192,30 +146,26 @@ TEST(WriteMessage, UpdateNfcContentWritesWhatDiffers) {
     Desk desk({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c");
     desk.log.Announce("");
     desk.Start();
-    NfcManager& manager = *desk.manager;
-    const auto images = [&desk] {
-        const hosted::DeviceLock lock;
-        return desk.pc.bluetooth()->ImagesStored();
+    const std::string same = desk.ImageOnChip(93);
+    struct Case {
+        const char* url;
+        bool result;
+        unsigned images;
+        const char* line;
     };
-    const std::size_t before = images();
-    desk.log.Clear();
-    EXPECT_TRUE(NfcManagerTestAccess::UpdateNfcContent(manager));
-    EXPECT_TRUE(HasInOrder(
-        desk.log, {"NfcManager::UpdateNfcContent()", "DeviceHandle already exist",
-                   "NfcManager::InitNfcDevice done", "UpdateNfcContent ReadNfcContent done"}));
-    EXPECT_EQ(images(), before) << "equal content is not written again";
-    NfcManagerTestAccess::Message(manager)->SetUrl("shorter");
-    EXPECT_TRUE(NfcManagerTestAccess::UpdateNfcContent(manager));
-    EXPECT_TRUE(HasInOrder(desk.log, {"UpdateNfcContent: Writing NfcContent",
-                                      "UpdateNfcContent Write Nfc Chip Successful"}));
-    EXPECT_EQ(images(), before + 1);
-    EXPECT_EQ(OnTag(desk, 100).GetUrl(), "shorter");
-    NfcManagerTestAccess::Message(manager)->SetUrl("another");
-    for (const unsigned nth : {1U, 2U, 3U}) {
-        LinkDockService::FailCall(BleCall::kWrite, nth);
+    for (const auto& [url, result, images, line] :
+         {Case{"", true, 1, "UpdateNfcContent ReadNfcContent done"},  // equal: not written again
+          Case{"shorter", true, 2, "UpdateNfcContent Write Nfc Chip Successful"},
+          Case{"another", false, 2, "UpdateNfcContent reWrite failed"}}) {
+        for (unsigned nth = 1; nth <= 3 && !result; ++nth) {
+            LinkDockService::FailCall(BleCall::kWrite, nth);
+        }
+        NfcManagerTestAccess::Message(*desk.manager)->SetUrl(url);
+        EXPECT_EQ(NfcManagerTestAccess::UpdateNfcContent(*desk.manager), result);
+        EXPECT_TRUE(desk.log.Has(line));
+        EXPECT_EQ(desk.pc.bluetooth()->ImagesStored(), images);
+        EXPECT_EQ(desk.ImageOnChip(93) == same, images == 1);
     }
-    EXPECT_FALSE(NfcManagerTestAccess::UpdateNfcContent(manager));
-    EXPECT_EQ(ErrorsIn(desk.log).back(), "UpdateNfcContent reWrite failed");
 }
 
 }  // namespace
