@@ -1,5 +1,6 @@
 // The deferred call thread: woken by a first report, watches the count of interrupts, and delivers
 // the leave. It is never woken to stop: a stop finds it waiting and leaves it there.
+#include <atomic>
 #include <mutex>
 
 #include "chip/LockOrder.h"
@@ -27,6 +28,9 @@ platform::NeverDestroyed<platform::ConditionVariable> g_deferCond;
 // begins to wait, a notification would be lost: a WriteMessage during a visit lets two first
 // reports come before the thread looks, and each of them is owed its leave.
 unsigned g_deferNotified = 0;
+
+// First reports under way. Written by the interrupt thread, read by this one.
+std::atomic<unsigned> g_firstReports{0};
 
 ShownNumber g_shownOnLeave;
 
@@ -68,6 +72,16 @@ void DeliverLeave() {
     }
 }
 
+// A stop that falls between an enter that the host has heard of and its watch waits for the leave.
+// Reports under way are looked at first: each of them counts as a visit before it ends.
+bool OwesLeave() {
+    if (g_firstReports > 0) {
+        return true;
+    }
+    platform::Lock lock(g_deferMutex.value, kDeferLock);
+    return g_deferNotified > 0;
+}
+
 // Waits for a visit and sees it to its end, under g_deferMutex all the time.
 void ServeOneVisit(const EventThread::Ticket& ticket) {
     platform::Lock lock(g_deferMutex.value, kDeferLock);
@@ -91,6 +105,14 @@ void ServeOneVisit(const EventThread::Ticket& ticket) {
 
 }  // namespace
 
+FirstReport::FirstReport() {
+    ++g_firstReports;
+}
+
+FirstReport::~FirstReport() {
+    --g_firstReports;
+}
+
 void notifyDeferCallThread() {
     platform::Lock lock(g_deferMutex.value, kDeferLock);
     ++g_deferNotified;
@@ -101,7 +123,7 @@ void notifyDeferCallThread() {
 DWORD WINAPI DeferCallThread(LPVOID /*argument*/) {
     EventThread::Ticket ticket = g_deferThread.Enter();
     for (;;) {
-        while (g_deferThread.Serving(ticket)) {
+        while (g_deferThread.Serving(ticket) || (g_deferThread.HasSeat(ticket) && OwesLeave())) {
             ServeOneVisit(ticket);
         }
         if (g_deferThread.TryEnd(ticket)) {

@@ -32,7 +32,8 @@ constexpr int kMcuStart = 3;
 constexpr int kMcuReset = 4;
 constexpr int kMcuNoData = 255;
 
-// A chip whose status cannot be read keeps its interrupt up, and without a pause the loop would spin.
+// A chip whose status cannot be read keeps its interrupt up, and without a pause the loop would
+// spin.
 constexpr DWORD kFailedReadPauseMs = 100;
 
 ShownNumber g_shownOnInterrupt;
@@ -45,6 +46,7 @@ std::uint32_t LittleEndian32(const StatusBytes& bytes, std::size_t offset) {
 
 // Opens a visit. Without a listener nothing changes, so the next interrupt tries again.
 void MakeFirstReport() {
+    const FirstReport report;
     LogWarnFun("NFC_SELECT_IN_FIELD 1st report");
     if (g_isI2cDriver || g_isUsbDriver) {
         const int route = g_isI2cDriver ? kRouteI2c : kRouteUsb;
