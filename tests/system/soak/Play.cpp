@@ -290,6 +290,16 @@ class Player {
         });
     }
 
+    // A host that still works with a manager that another replaces ends it, and with it the threads
+    // of all, when it has done.
+    bool MayHoldLastPointer(const Done& done) const {
+        return std::any_of(m_done.begin(), m_done.end(), [&](const Done& other) {
+            return other.operation.at != done.operation.at &&
+                   other.operation.act == Act::kRestart && other.begin <= done.end &&
+                   other.end >= done.begin;
+        });
+    }
+
     // Started and written since whatever may have taken the threads or the device away.
     bool Serving(Micros at) const {
         bool started = true;
@@ -302,7 +312,8 @@ class Player {
                   [](const Done& a, const Done& b) { return a.end < b.end; });
         for (const Done& done : past) {
             const Act act = done.operation.act;
-            if (act == Act::kFault || act == Act::kReplug || act == Act::kDisconnect) {
+            if (act == Act::kFault || act == Act::kReplug || act == Act::kDisconnect ||
+                MayHoldLastPointer(done)) {
                 started = false;
                 written = false;
                 trouble = done.end;
