@@ -161,19 +161,6 @@ TEST(ReportedVisit, FollowsTheStatusOfTheChip) {
     EXPECT_EQ(HeardSoFar().back().event, 1);
 }
 
-TEST(LikeFanli, GivesOneEventForEveryStatusAndNoVisits) {
-    hosted::UseScheduledClock({Seed()});
-    VisitDesk desk(PcRoute::kI2c, "like-fanli");
-    RaiseLater(desk, "0:1/10 200:2/10 400:255/10");
-    Desk::Pass(10 * kSecond);
-    EXPECT_EQ(Timed(0, 1), "4@0, 4@200, 4@400");
-    EXPECT_EQ(Told(desk.log.TakeUnannounced()),
-              "Nfc like Fanli intStatus: 1 para1: 0x0010, "
-              "Nfc like Fanli intStatus: 2 para1: 0x0010, "
-              "Nfc like Fanli intStatus: 255 para1: 0x0010");
-    EXPECT_TRUE(g_interruptFirst);
-}
-
 TEST(Listener, ThatIsMissingLeavesTheVisitUnopenedButEndsIt) {
     hosted::UseScheduledClock({Seed()});
     VisitDesk desk(PcRoute::kUsb);

@@ -123,30 +123,4 @@ TEST(Locks, DieWhenTakenAgainstTheirOrder) {
     }
 }
 
-TEST(Locks, ProtectACounterAndNeverLoseANotification) {
-    const auto count = [] {
-        std::mutex mutex;
-        platform::ConditionVariable changed;
-        int tokens = 0;
-        const auto take = [&] {
-            for (int turn = 0; turn < 10; ++turn) {
-                platform::Lock lock(mutex, kOuter);
-                changed.Wait(lock, [&] { return tokens > 0; });
-                --tokens;
-            }
-        };
-        const std::vector<HANDLE> threads = {Go(take), Go(take), Go(take)};
-        for (int i = 0; i < 30; ++i) {
-            {
-                const platform::Lock lock(mutex, kOuter);
-                ++tokens;
-            }
-            changed.NotifyAll();
-        }
-        Join(threads);
-        EXPECT_EQ(tokens, 0);
-    };
-    OnBothClocks(count, 100);
-}
-
 }  // namespace

@@ -1,12 +1,11 @@
-// The devices by themselves: a chip notices a pause left out, the keyboard's microcontroller is
-// strict with pages, and the phone says why it can't read a tag.
+// The devices by themselves: a chip notices a pause left out, and the keyboard's microcontroller is
+// strict with pages.
 #include <gtest/gtest.h>
 
 #include "simulator/Chip.h"
 #include "simulator/FanliChip.h"
 #include "simulator/Fm11nChip.h"
 #include "simulator/KeyboardMcu.h"
-#include "simulator/Phone.h"
 
 namespace simulator {
 namespace {
@@ -120,33 +119,6 @@ TEST(KeyboardMcu, RefusesWhatIsNotQuiteRight) {
         EXPECT_NE(mcu.Refusals()[0].find(what), std::string::npos) << mcu.Refusals()[0];
         EXPECT_EQ(mcu.ImagesStored() + mcu.NumbersAsked(), 0U);
         EXPECT_FALSE(mcu.MidFrame());
-    }
-}
-
-TEST(Phone, SaysWhyItCannotRead) {
-    // A URI record "https://u" and a media-type record "t" with the payload "p".
-    const Bytes whole = {3, 11, 0x91, 1, 2, 'U', 4, 'u', 0x52, 1, 1, 't', 'p', 0xFE, 0};
-    struct Spoilt {
-        std::size_t at;
-        std::uint8_t value;
-        const char* problem;
-    };
-    for (const auto& [at, value, problem] :
-         {Spoilt{14, 0, ""}, Spoilt{0, 0xFE, "ends before any"}, Spoilt{1, 0, "message is empty"},
-          Spoilt{2, 0x11, "record 1 has a wrong begin flag"}, Spoilt{10, 40, "2 runs beyond"},
-          Spoilt{8, 0x12, "without a last record"}, Spoilt{2, 0xD1, "bytes follow behind"},
-          Spoilt{6, 0x40, "unknown abbreviation"}}) {
-        const auto chip = MakeChip("fanli");
-        Bytes image = whole;
-        image.at(at) = value;
-        chip->BackDoor().SetMemory(16, image);
-        PhoneReport seen;
-        Phone phone(chip->Radio(), kMilli * 1000,
-                    [&](const PhoneReport& report) { seen = report; });
-        for (auto next = phone.Step(0); next; next = phone.Step(*next)) {
-        }
-        EXPECT_EQ(seen.read, *problem == '\0') << problem;
-        EXPECT_NE(seen.problem.find(problem), std::string::npos) << seen.problem;
     }
 }
 

@@ -104,14 +104,10 @@ Desk::~Desk() {
 }
 
 void Desk::Listen(int event, const std::uint8_t (&number)[32], int route) {
-    Heard heard;
-    heard.event = event;
-    heard.route = route;
-    std::copy(std::begin(number), std::end(number), heard.number.begin());
-    heard.time = hosted::Now();
-    heard.thread = hosted::CurrentThread();
+    Number copy;
+    std::copy(std::begin(number), std::end(number), copy.begin());
     const std::lock_guard<std::mutex> lock(g_heardMutex);
-    g_heard.push_back(heard);
+    g_heard.push_back({event, route, copy, hosted::Now(), hosted::CurrentThread()});
 }
 
 std::shared_ptr<NdefMessage> Desk::NewMessage(std::uint8_t fill) const {
@@ -176,11 +172,10 @@ std::string Desk::ImageOnChip(std::size_t length) {
 }
 
 Number Desk::NumberOnChip() {
-    const hosted::DeviceLock lock;
-    const auto reg = static_cast<unsigned>(kNumberBehindUri + UriLength(m_pcType));
-    const simulator::Bytes bytes = pc.chip()->BackDoor().Memory(reg, 32);
+    const std::size_t before = kNumberBehindUri + UriLength(m_pcType) - kImageRegister;
+    const std::string image = ImageOnChip(before + Number().size());
     Number number;
-    std::copy_n(bytes.begin(), number.size(), number.begin());
+    std::copy(image.begin() + static_cast<std::ptrdiff_t>(before), image.end(), number.begin());
     return number;
 }
 

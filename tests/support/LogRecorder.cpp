@@ -70,10 +70,9 @@ void LogRecorder::Check() {
 
 void LogRecorder::Take(int level, const std::wstring& line, void* context) {
     auto& self = *static_cast<LogRecorder*>(context);
-    std::string raw;
-    for (const wchar_t letter : line) {  // widened byte by byte by the front end
-        raw += static_cast<char>(letter);
-    }
+    std::string raw(line.size(), '\0');  // widened byte by byte by the front end
+    std::transform(line.begin(), line.end(), raw.begin(),
+                   [](wchar_t c) { return static_cast<char>(c); });
     const std::string text = WithoutOrigin(raw);
     const std::lock_guard<std::mutex> guard(self.m_mutex);
     self.m_lines.push_back({level, text, raw});

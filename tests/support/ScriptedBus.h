@@ -82,25 +82,21 @@ class ScriptedBus final : public hosted::Driver {
         using Kind = hosted::Request::Kind;
         const Kind kind = request->kind();
         auto& script = kind == Kind::kRead ? reads : kind == Kind::kWrite ? writes : controls;
-        Answer answer;
+        Answer answer = kind == Kind::kRead ? Fails(kBusError) : Gives({});
         if (!script.empty()) {
             answer = script.front();
             script.pop_front();
-        } else if (kind == Kind::kRead) {
-            answer = Fails(kBusError);
         }
-        ++transfers;
         lastLength = request->length();
-        if (transfers == failAt) {
+        if (++transfers == failAt) {
             answer = Fails(kBusError);
         }
         const auto end = [request, answer, kind] {
             if (answer.error != ERROR_SUCCESS) {
                 request->Fail(answer.error);
-            } else if (kind == Kind::kRead) {
-                request->Complete(answer.bytes.data(), answer.bytes.size());
             } else {
-                request->Complete(nullptr, request->length());
+                request->Complete(answer.bytes.data(),
+                                  kind == Kind::kRead ? answer.bytes.size() : request->length());
             }
         };
         if (answer.how == Answer::How::kAtOnce) {
