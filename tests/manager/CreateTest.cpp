@@ -6,7 +6,6 @@
 #include "peripheral/EventThread.h"
 #include "peripheral/PeripheralState.h"
 #include "tests/manager/ManagerAccess.h"
-#include "tests/support/Desk.h"
 #include "tests/support/ScriptedBus.h"
 #include "tests/support/Seeds.h"
 
@@ -72,65 +71,6 @@ const std::string kNoDevice = kNoDriver + ", " + kNoDriver + ", " + kNoDriver;
 const std::string kNoStart = kNoDevice + ", NfcManager Init DeviceInit failed";
 const std::string kPassive = "[NFC] IsPassivePC ,m_nfcProxy is nullptr";
 
-using Operation = std::function<std::int64_t(NfcManager&)>;
-
-const Operation kWriteNone = [](NfcManager& m) { return m.WriteMessage(nullptr); };
-const Operation kRead = [](NfcManager& m) { return m.ReadMessage(MessageWith(3, 5)); };
-const Operation kUpdate = [](NfcManager& m) { return m.UpdateNfcData(); };
-const Operation kUpdateContent = NfcManagerTestAccess::UpdateNfcContent;
-const Operation kStart = [](NfcManager& m) { return m.DeviceInit(); };
-const Operation kSame = [](NfcManager& m) { return Renew(m, NumberOf(0)); };
-const Operation kRenew = [](NfcManager& m) {
-    const int result = Renew(m, NumberOf(9));
-    std::uint8_t kept[32];
-    NfcManagerTestAccess::Message(m)->GetRandomNumber(kept);
-    EXPECT_EQ(kept[31], 9);
-    return result;
-};
-const Operation kReadNumber = [](NfcManager& m) {
-    std::uint8_t number[32] = {0xAB};
-    const int result = m.ReadRandNum(number);
-    EXPECT_EQ(number[0], 0xAB) << "nobody filled it";
-    return result;
-};
-const Operation kThreadOfNone = [](NfcManager& m) { return m.WriteRandThread(nullptr); };
-const Operation kConnect = [](NfcManager& m) { return m.BtConnect(7); };
-const Operation kDisconnect = [](NfcManager& m) { return m.BtDisconnect(8); };
-const Operation kIsActive = [](NfcManager& m) { return m.IsActivePC(); };
-const Operation kSetStatus = [](NfcManager& m) { return m.SetMcuKbConnectStatus(false); };
-const Operation kRegister = [](NfcManager& m) {
-    staticCallback = nullptr;
-    m.RegisterListener(&OtherListener);
-    return staticCallback == &OtherListener;
-};
-
-// On a manager that nobody initialized, and on a ready one without a device.
-struct Expectation {
-    Operation call;
-    std::int64_t bareResult;
-    std::string bareErrors;
-    std::int64_t readyResult;
-    std::string readyErrors;
-};
-const Expectation kExpectations[] = {
-    {kWriteNone, -1, "WriteMessage msg nullptr", -1, "WriteMessage msg nullptr"},
-    {kRead, -1, "ReadMessage ReadNfcContent failed", -1,
-     "spbDriverOps == nullptr, ReadMessage ReadNfcContent failed"},
-    {kUpdate, 0, "SetContent nullptr error", 0, kZeroReadBack},
-    {kUpdateContent, 0, "SetContent nullptr error, UpdateNfcContent SetContent fail", 0, kNoDevice},
-    {kStart, 0, kNoStart, 0, kNoStart},
-    {kSame, 0, "", 0, ""},
-    {kRenew, -1, "m_nfcData SetRandomNumber failed, SetRandomNumber fail", 0,
-     "LocalWriteRand ReadRandNum failed, LocalWriteRand failed"},
-    {kReadNumber, -1, "ReadRandNum ReadNfc failed", 0, ""},
-    {kThreadOfNone, 0xFFFFFFFF, "WriteRandThread nullptr", 0xFFFFFFFF, "WriteRandThread nullptr"},
-    {kConnect, 0, "BtConnect failed", 0, ""},
-    {kDisconnect, 0, "BtDisconnect failed", 0, "[NFC] btmac error!"},
-    {kIsActive, 0, kPassive, 0, ""},
-    {kSetStatus, 0, kPassive, 1, ""},
-    {kRegister, 0, "RegisterListener failed", 1, ""},
-};
-
 TEST(Create, OperationsWithoutADevice) {
     hosted::UseScheduledClock({Seed()});
     LogRecorder log;
@@ -138,7 +78,10 @@ TEST(Create, OperationsWithoutADevice) {
     NfcManager bare(MessageWith(3, 5));
     const auto ready = NfcManager::Create(MessageWith(3, 5), &Desk::Listen);
     ASSERT_NE(ready, nullptr);
-    for (const auto& [call, bareResult, bareErrors, readyResult, readyErrors] : kExpectations) {
+    // What it gives and tells on a manager that nobody initialized, and on a ready one.
+    const auto expect = [&](const std::function<std::int64_t(NfcManager&)>& call,
+                            std::int64_t bareResult, const std::string& bareErrors,
+                            std::int64_t readyResult, const std::string& readyErrors) {
         SCOPED_TRACE(bareErrors);
         log.Clear();
         EXPECT_EQ(call(bare), bareResult);
@@ -147,8 +90,41 @@ TEST(Create, OperationsWithoutADevice) {
         EXPECT_EQ(call(*ready), readyResult);
         EXPECT_TRUE(Desk::WaitForThreads(0));
         EXPECT_EQ(Joined(ErrorsIn(log)), readyErrors);
-    }
-    EXPECT_GE(hosted::Now(), 2700 * hosted::kMillisecond) << "three starts of three pauses each";
+    };
+    const std::string none = "WriteMessage msg nullptr";
+    expect([](NfcManager& m) { return m.WriteMessage(nullptr); }, -1, none, -1, none);
+    expect([](NfcManager& m) { return m.ReadMessage(MessageWith(3, 5)); }, -1,
+           "ReadMessage ReadNfcContent failed", -1,
+           "spbDriverOps == nullptr, ReadMessage ReadNfcContent failed");
+    expect([](NfcManager& m) { return m.UpdateNfcData(); }, 0, "SetContent nullptr error", 0,
+           kZeroReadBack);
+    expect(NfcManagerTestAccess::UpdateNfcContent, 0,
+           "SetContent nullptr error, UpdateNfcContent SetContent fail", 0, kNoDevice);
+    expect([](NfcManager& m) { return m.DeviceInit(); }, 0, kNoStart, 0, kNoStart);
+    EXPECT_EQ(hosted::Now(), 2700 * hosted::kMillisecond) << "nine pauses behind failed attempts";
+    expect([](NfcManager& m) { return Renew(m, NumberOf(0)); }, 0, "", 0, "");
+    expect([](NfcManager& m) { return Renew(m, NumberOf(9)); }, -1,
+           "m_nfcData SetRandomNumber failed, SetRandomNumber fail", 0,
+           "LocalWriteRand ReadRandNum failed, LocalWriteRand failed");
+    expect([](NfcManager& m) { return Renew(m, NumberOf(9)); }, 0, "", 0, "");
+    std::uint8_t number[32] = {0xAB};
+    expect([&](NfcManager& m) { return m.ReadRandNum(number); }, -1, "ReadRandNum ReadNfc failed",
+           0, "");
+    EXPECT_EQ(number[0], 0xAB) << "nobody filled it";
+    const std::string noThread = "WriteRandThread nullptr";
+    expect([](NfcManager& m) { return m.WriteRandThread(nullptr); }, 0xFFFFFFFF, noThread,
+           0xFFFFFFFF, noThread);
+    expect([](NfcManager& m) { return m.BtConnect(7); }, 0, "BtConnect failed", 0, "");
+    expect([](NfcManager& m) { return m.BtDisconnect(8); }, 0, "BtDisconnect failed", 0,
+           "[NFC] btmac error!");
+    expect([](NfcManager& m) { return m.IsActivePC(); }, 0, kPassive, 0, "");
+    expect([](NfcManager& m) { return m.SetMcuKbConnectStatus(false); }, 0, kPassive, 1, "");
+    const auto registered = [](NfcManager& m) {
+        staticCallback = nullptr;
+        m.RegisterListener(&OtherListener);
+        return staticCallback == &OtherListener;
+    };
+    expect(registered, 0, "RegisterListener failed", 1, "");
     // A write runs into the missing number. The threads are started all the same on a ready one.
     log.Clear();
     EXPECT_EQ(bare.WriteMessage(MessageWith(3, 5)), -1);

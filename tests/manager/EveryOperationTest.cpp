@@ -4,9 +4,10 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <numeric>
 
 #include "peripheral/EventThread.h"
-#include "tests/support/Desk.h"
+#include "tests/manager/ManagerAccess.h"
 #include "tests/support/Seeds.h"
 
 using simulator::kDefaultBleAddress;
@@ -17,6 +18,44 @@ namespace {
 
 constexpr std::size_t kThreads = 10;
 
+std::atomic<unsigned> g_numberSum{0};
+
+// Reads every byte that it is shown, so that a number changed under it is seen.
+void ReadingListener(int /*event*/, const std::uint8_t (&number)[32], int /*route*/) {
+    g_numberSum += std::accumulate(std::begin(number), std::end(number), 0U);
+}
+
+void TapPhone(Desk& desk, NfcManager& /*manager*/, std::uint8_t fill) {
+    desk.pc.TapPhone(fill % 2 == 0 ? PcRoute::kI2c : PcRoute::kBle, 0, 50 * hosted::kMillisecond);
+}
+void ReadNumber(Desk& /*desk*/, NfcManager& manager, std::uint8_t /*fill*/) {
+    std::uint8_t number[32];
+    manager.ReadRandNum(number);
+}
+
+using Operation = void (*)(Desk& desk, NfcManager& manager, std::uint8_t fill);
+const Operation kOperations[] = {
+    TapPhone,
+    ReadNumber,
+    [](Desk& d, NfcManager& m, std::uint8_t fill) { m.WriteMessage(d.NewMessage(fill)); },
+    [](Desk&, NfcManager& m, std::uint8_t) { m.ReadMessage(std::make_shared<NdefMessage>()); },
+    [](Desk&, NfcManager& m, std::uint8_t) { m.UpdateNfcData(); },
+    [](Desk&, NfcManager& m, std::uint8_t fill) { Renew(m, NumberOf(fill)); },
+    [](Desk&, NfcManager& m, std::uint8_t fill) { Renew(m, NumberOf(fill)); },
+    [](Desk&, NfcManager& m, std::uint8_t) { m.BtConnect(kDefaultBleAddress); },
+    [](Desk&, NfcManager& m, std::uint8_t) { m.BtDisconnect(kDefaultBleAddress); },
+    [](Desk&, NfcManager& m, std::uint8_t) { m.DeviceInit(); },
+    [](Desk&, NfcManager& m, std::uint8_t fill) {
+        m.SetMcuKbConnectStatus(m.IsActivePC() && fill % 2);
+    },
+    [](Desk&, NfcManager& m, std::uint8_t fill) {
+        m.RegisterListener(fill % 4 == 0 ? nullptr : &ReadingListener);
+    },
+    [](Desk& d, NfcManager&, std::uint8_t fill) {
+        NfcManager::Create(d.NewMessage(fill), &ReadingListener);
+    },
+};
+
 struct Caller {
     std::shared_ptr<NfcManager> manager;
     Desk* desk;
@@ -25,68 +64,13 @@ struct Caller {
     hosted::Micros until;
 };
 
-std::atomic<unsigned> g_numberSum{0};
-
-// Reads every byte that it is shown, so that a number changed under it is seen.
-void ReadingListener(int /*event*/, const std::uint8_t (&number)[32], int /*route*/) {
-    for (const std::uint8_t byte : number) {
-        g_numberSum += byte;
-    }
-}
-
-void CallOne(Caller& caller, std::uint64_t choice) {
-    NfcManager& manager = *caller.manager;
-    std::uint8_t number[32];
-    const auto fill = static_cast<std::uint8_t>(1 + choice / 64 % 200);
-    std::fill(std::begin(number), std::end(number), fill);
-    switch (choice % 13) {
-        case 0:
-            manager.WriteMessage(caller.desk->NewMessage(fill));
-            break;
-        case 1:
-            manager.ReadMessage(std::make_shared<NdefMessage>());
-            break;
-        case 2:
-            manager.UpdateNfcData();
-            break;
-        case 3:
-        case 4:
-            manager.WriteRandNum(number);
-            break;
-        case 5:
-            manager.ReadRandNum(number);
-            break;
-        case 6:
-            manager.BtConnect(kDefaultBleAddress);
-            break;
-        case 7:
-            manager.BtDisconnect(kDefaultBleAddress);
-            break;
-        case 8:
-            manager.DeviceInit();
-            break;
-        case 9:
-            manager.IsActivePC();
-            manager.SetMcuKbConnectStatus(fill % 2 == 0);
-            break;
-        case 10:
-            manager.RegisterListener(fill % 4 == 0 ? nullptr : &ReadingListener);
-            break;
-        case 11:
-            NfcManager::Create(caller.desk->NewMessage(fill), &ReadingListener);
-            break;
-        default:
-            caller.desk->pc.TapPhone(fill % 2 == 0 ? PcRoute::kI2c : PcRoute::kBle, 0,
-                                     50 * hosted::kMillisecond);
-            break;
-    }
-}
-
 DWORD WINAPI Call(LPVOID argument) {
     Caller& caller = *static_cast<Caller*>(argument);
     while (hosted::Now() < caller.until) {
         caller.random = caller.random * 6364136223846793005U + 1442695040888963407U;
-        CallOne(caller, caller.random >> 33U);
+        const std::uint64_t choice = caller.random >> 33U;
+        const auto fill = static_cast<std::uint8_t>(1 + choice / 64 % 200);
+        kOperations[choice % std::size(kOperations)](*caller.desk, *caller.manager, fill);
     }
     caller.manager.reset();
     --*caller.running;

@@ -3,7 +3,6 @@
 
 #include <tagport/NfcManager.h>
 
-#include <algorithm>
 #include <memory>
 
 #include "tests/support/Desk.h"
@@ -15,14 +14,10 @@ struct NfcManagerTestAccess {
     }
 };
 
-inline int Renew(NfcManager& manager, const testing_support::Number& number) {
-    std::uint8_t bytes[32];
-    std::copy(number.begin(), number.end(), bytes);
-    return manager.WriteRandNum(bytes);
+inline void SetNumber(NdefMessage& message, testing_support::Number number) {
+    message.SetRandomNumber(reinterpret_cast<const std::uint8_t(&)[32]>(number));
 }
 
-inline void SetNumber(NdefMessage& message, const testing_support::Number& number) {
-    std::uint8_t bytes[32];
-    std::copy(number.begin(), number.end(), bytes);
-    message.SetRandomNumber(bytes);
+inline int Renew(NfcManager& manager, testing_support::Number number) {
+    return manager.WriteRandNum(reinterpret_cast<const std::uint8_t(&)[32]>(number));
 }

@@ -2,10 +2,9 @@
 #include <gtest/gtest.h>
 
 #include "peripheral/EventThread.h"
-#include "platform/LinkDockBackDoor.h"
 #include "tests/manager/ManagerAccess.h"
+#include "tests/support/Desk.h"
 #include "tests/support/NoArray.h"
-#include "tests/support/ScriptedBus.h"
 #include "tests/support/Seeds.h"
 
 using simulator::PcRoute;
@@ -71,44 +70,6 @@ TEST(RandomNumber, OutlivesTheHostsLastPointer) {
             desk.log.Clear();
         }
     });
-}
-
-TEST(RandomNumber, TellsWhyItDidNotReachTheTag) {
-    hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c");
-    desk.log.Announce("");
-    desk.Start();
-    const std::size_t running = hosted::Live().threads;
-    Number byteTwo{};
-    byteTwo[2] = 1;
-    const std::string refused = "[NFC] BleClientWrite ERROR";
-    struct Case {
-        Number number;
-        unsigned writesRefused;
-        std::string errors;
-        std::size_t reads;
-    };
-    const Case cases[] = {
-        {NumberOf(0x31), 3,
-         Joined({refused, refused, refused, "LocalWriteRand WriteNfcContent failed",
-                 "LocalWriteRand failed"}),
-         0},
-        {NumberOf(0x32), 2, Joined({refused, refused}), 1},
-        {byteTwo, 0, "LocalWriteRand ReadRandNum failed, LocalWriteRand failed", 3}};
-    for (const auto& [number, writesRefused, errors, reads] : cases) {
-        desk.log.Clear();
-        for (unsigned nth = 1; nth <= writesRefused; ++nth) {
-            LinkDockService::FailCall(LinkDockService::BleCall::kWrite, nth);
-        }
-        EXPECT_EQ(Renew(*desk.manager, number), 0);
-        EXPECT_TRUE(Desk::WaitForThreads(running));
-        EXPECT_EQ(Joined(ErrorsIn(desk.log)), errors);
-        EXPECT_EQ(desk.log.Count("LocalWriteRand begin ReadRandNum"), reads);
-        EXPECT_EQ(desk.NumberOnChip() == number, writesRefused < 3);
-        EXPECT_EQ(Renew(*desk.manager, number), 0);
-        EXPECT_TRUE(desk.log.Has("WriteRandNum no need to update")) << "failed or not";
-    }
-    EXPECT_TRUE(desk.manager->UpdateNfcData()) << "which looks at byte 2 as well";
 }
 
 }  // namespace

@@ -14,6 +14,9 @@ using namespace testing_support;
 
 namespace {
 
+const std::string kZeroes =
+    "ReadRandNum value is wrong 0, ReadRandNum value is wrong 1, ReadRandNum value is wrong 2";
+
 TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
     hosted::UseScheduledClock({Seed()});
     Desk desk({PcRoute::kI2c}, "fm11nt082c");
@@ -56,62 +59,63 @@ TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
     AnnounceStop(desk.log);
 }
 
+// Whole messages and numbers alone.
 TEST(WriteMessage, TellsWhichStepFailed) {
     hosted::UseScheduledClock({Seed()});
     Desk desk({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c");
     desk.log.Announce("");
     desk.Start();
-    Number middle = NumberOf(0x33);
-    middle[0] = middle[1] = middle[2] = middle[31] = 0;
-    Number byteTwo{};
-    byteTwo[2] = 1;
-    const std::string refused = "[NFC] BleClientWrite ERROR, ";
-    const std::string noMac = "length error, m_nfcData SetMacAddr failed, SetContent fail, ";
-    const std::string noUrl = "m_nfcData SetUrl failed, SetContent fail, UpdateNfcData failed";
-    const std::string wrong = "ReadRandNum value is wrong ";
-    const std::string zeroes = wrong + "0, " + wrong + "1, " + wrong + "2, ";
-    struct Case {
-        std::size_t urlSize;
-        Number number;
-        std::string errors;  // a failed write, and only that, ends with its own line
-        unsigned writesRefused = 0;
-        bool anew = false;  // on a manager of its own
-    };
-    const Case cases[] = {
-        // A number with zeroes where it counts; one place is enough.
-        {50, middle, zeroes + "UpdateNfcData ReadRandNum failed, UpdateNfcData failed"},
-        {50, byteTwo, ""},
-        {50, NumberOf(1),
-         refused + refused + refused + "UpdateNfcData Write failed, UpdateNfcData failed", 3},
-        {50, NumberOf(2), refused + refused, 2},
-        // A URL beyond the image; an image that has one takes nothing more.
-        {163, NumberOf(3), "length error, " + noUrl},
-        {50, NumberOf(4), noMac + "WriteMessage Read failed, " + noMac + "UpdateNfcData failed"},
-        // A URL beyond the record.
-        {253, NumberOf(5), noUrl, 0, true},
-        {50, NumberOf(6), "", 0, true},
-    };
-    for (const auto& [urlSize, number, errors, writesRefused, anew] : cases) {
-        SCOPED_TRACE(errors);
-        if (anew) {
-            desk.manager.reset();
-            ASSERT_TRUE(desk.Create() && desk.manager->DeviceInit());
-            Desk::Pass(hosted::kSecond);
-        }
+    const std::size_t running = hosted::Live().threads;
+    // Writes of these are refused so often; 0 for a number alone.
+    const auto put = [&](std::size_t urlSize, const Number& number, unsigned refused) {
         desk.log.Clear();
-        for (unsigned nth = 1; nth <= writesRefused; ++nth) {
+        for (unsigned nth = 1; nth <= refused; ++nth) {
             LinkDockService::FailCall(BleCall::kWrite, nth);
         }
         const auto message = desk.NewMessage();
         message->SetUrl(std::string(urlSize, 'v'));
         SetNumber(*message, number);
-        const bool fails = desk.manager->WriteMessage(message) != 0;
-        std::string told = Joined(ErrorsIn(desk.log));
-        EXPECT_EQ(told + (writesRefused == 2 ? ", " : ""), errors);
-        EXPECT_EQ(fails, errors.find("UpdateNfcData failed") != std::string::npos);
-        EXPECT_TRUE(desk.log.Has("NfcThreadCreate pass")) << "failed or not";
-        EXPECT_TRUE(fails || desk.NumberOnChip() == number);
-    }
+        const int result =
+            urlSize == 0 ? Renew(*desk.manager, number) : desk.manager->WriteMessage(message);
+        EXPECT_TRUE(Desk::WaitForThreads(running));
+        const std::string errors = Joined(ErrorsIn(desk.log));
+        EXPECT_EQ(result, errors.find("UpdateNfcData failed") == std::string::npos ? 0 : -1);
+        EXPECT_TRUE(urlSize == 0 || desk.log.Has("NfcThreadCreate pass")) << "failed or not";
+        EXPECT_TRUE(result != 0 || refused == 3 || desk.NumberOnChip() == number);
+        EXPECT_TRUE(urlSize != 0 || Renew(*desk.manager, number) == 0);
+        EXPECT_EQ(urlSize == 0, desk.log.Has("WriteRandNum no need to update")) << "failed or not";
+        return errors;
+    };
+    const std::string refused = "[NFC] BleClientWrite ERROR";
+    const std::string noMac = "length error, m_nfcData SetMacAddr failed, SetContent fail, ";
+    const std::string noUrl = "m_nfcData SetUrl failed, SetContent fail, UpdateNfcData failed";
+    Number middle = NumberOf(0x33);
+    middle[0] = middle[1] = middle[2] = middle[31] = 0;
+    Number byteTwo{};
+    byteTwo[2] = 1;
+    EXPECT_EQ(put(50, middle, 0),
+              kZeroes + ", UpdateNfcData ReadRandNum failed, UpdateNfcData failed");
+    EXPECT_EQ(put(50, byteTwo, 0), "") << "one place is enough";
+    EXPECT_EQ(put(50, NumberOf(1), 2), refused + ", " + refused);
+    EXPECT_EQ(
+        put(50, NumberOf(2), 3),
+        Joined({refused, refused, refused, "UpdateNfcData Write failed", "UpdateNfcData failed"}));
+    EXPECT_EQ(put(0, NumberOf(3), 2), refused + ", " + refused);
+    EXPECT_EQ(put(0, NumberOf(4), 3),
+              Joined({refused, refused, refused, "LocalWriteRand WriteNfcContent failed",
+                      "LocalWriteRand failed"}));
+    EXPECT_EQ(put(0, byteTwo, 0), "LocalWriteRand ReadRandNum failed, LocalWriteRand failed")
+        << "one place less";
+    EXPECT_EQ(desk.log.Count("LocalWriteRand begin ReadRandNum"), 3U);
+    EXPECT_EQ(put(163, NumberOf(5), 0), "length error, " + noUrl);
+    EXPECT_EQ(put(50, NumberOf(6), 0),
+              noMac + "WriteMessage Read failed, " + noMac + "UpdateNfcData failed")
+        << "an image that has one takes nothing more";
+    desk.manager.reset();
+    ASSERT_TRUE(desk.Create() && desk.manager->DeviceInit());
+    Desk::Pass(hosted::kSecond);
+    EXPECT_EQ(put(253, NumberOf(7), 0), noUrl);
+    EXPECT_EQ(put(50, NumberOf(8), 0), "") << "beyond the record, and so not kept";
 }
 
 TEST(WriteMessage, StartsBothThreadsOrNone) {

@@ -131,20 +131,18 @@ void TwoWriters(PcRoute route) {
     NfcManagerTestAccess::Message(*desk.manager)->GetRandomNumber(kept);
     EXPECT_EQ(kept[0], number[0]);
     AnnounceStop(desk.log);
-    desk.manager.reset();
-    Desk::WaitForThreads(1);
 }
 
 TEST(Writers, NeverMixImagesOnTheChip) {
-    ForEachSeed(100, [] { TwoWriters(PcRoute::kI2c); });
+    ForEachSeed(200, [] { TwoWriters(PcRoute::kI2c); });
 }
 
 TEST(Writers, NeverMixImagesOnTheHidKeyboard) {
-    ForEachSeed(100, [] { TwoWriters(PcRoute::kHid); });
+    ForEachSeed(200, [] { TwoWriters(PcRoute::kHid); });
 }
 
 TEST(Writers, NeverMixImagesOnTheBluetoothKeyboard) {
-    ForEachSeed(100, [] { TwoWriters(PcRoute::kBle); });
+    ForEachSeed(200, [] { TwoWriters(PcRoute::kBle); });
 }
 
 }  // namespace
