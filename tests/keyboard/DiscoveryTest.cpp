@@ -1,6 +1,8 @@
 // Finding the keyboard among other devices, with steps that fail.
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "peripheral/HidDiscovery.h"
 #include "simulator/HidDriver.h"
 #include "tests/support/Desk.h"
@@ -8,94 +10,72 @@
 
 using namespace testing_support;
 using hosted::HidInterface;
-using Lines = std::vector<std::string>;
 
 namespace {
 
-HidInterface Keyboard(const std::function<void(HidInterface&)>& change) {
-    HidInterface interface = simulator::KeyboardInterface();
-    change(interface);
-    return interface;
-}
-
-const char kNoData[] = "Error: HidD_GetPreparsedData failed \n";
-const char kNoCaps[] = "Error: HidP_GetCaps failed \n";
-const char kOpened[] = "Hid device open success\n";
 const char kFound[] = "NFC find the corresponding device!\n";
+
+// Where the first interface differs from a keyboard that fits, and the lines that it leaves. The
+// one behind it fits, and is found.
+struct Case {
+    std::function<void(HidInterface&)> change;
+    const char* lines;
+    bool opens = true;
+    bool found = true;
+};
 const char kNoMatch[] = "No Match\n";
+const char kNoData[] = "Error: HidD_GetPreparsedData failed \n";
+const char kOpened[] = "Hid device open success\n";
+const Case kCases[] = {
+    {[](HidInterface& i) { i.path[12] = '8'; }, kNoMatch},
+    {[](HidInterface& i) { i = simulator::DecoyInterfaces().back(); }, kNoMatch},  // upper case
+    {[](HidInterface& i) { i.path.resize(24); }, kNoMatch},
+    {[](HidInterface& i) { i.detailFails = true; }, ""},
+    {[](HidInterface&) {}, kNoData, false},  // vanished
+    {[](HidInterface& i) { i.preparsedDataFails = true; }, kNoData},
+    {[](HidInterface& i) { i.capsFail = true; }, "Error: HidP_GetCaps failed \n"},
+    {[](HidInterface& i) { i.usagePage = 0x464F; }, ""},
+    {[](HidInterface& i) { i.usage = 0x44; }, ""},
+    {[](HidInterface& i) { i.vendorId = 1; }, kOpened},
+    {[](HidInterface& i) { i.productId = 1; }, kOpened},
+    {[](HidInterface& i) { i.attributesFail = true; }, kOpened, true, false},
+};
 
 TEST(Discovery, PassesOverWhatDoesNotFit) {
     hosted::UseScheduledClock({Seed()});
-    struct Case {
-        const char* name;
-        HidInterface first;  // stands in front of a keyboard that fits
-        bool opens;
-        bool found;
-        Lines log;
-    };
-    const Lines good = {kOpened, kFound};
-    const auto then = [](Lines lines) {
-        lines.insert(lines.end(), {kOpened, kFound});
-        return lines;
-    };
-    const Case cases[] = {
-        {"another path", Keyboard([](HidInterface& i) { i.path[12] = '8'; }), true, true,
-         then({kNoMatch})},
-        {"upper case", simulator::DecoyInterfaces().back(), true, true, then({kNoMatch})},
-        {"a shorter path", Keyboard([](HidInterface& i) { i.path.resize(24); }), true, true,
-         then({kNoMatch})},
-        {"no detail", Keyboard([](HidInterface& i) { i.detailFails = true; }), true, true, good},
-        {"vanished", Keyboard([](HidInterface&) {}), false, true, then({kNoData})},
-        {"no data", Keyboard([](HidInterface& i) { i.preparsedDataFails = true; }), true, true,
-         then({kNoData})},
-        {"no capabilities", Keyboard([](HidInterface& i) { i.capsFail = true; }), true, true,
-         then({kNoCaps})},
-        {"another page", Keyboard([](HidInterface& i) { i.usagePage = 0x464F; }), true, true, good},
-        {"another usage", Keyboard([](HidInterface& i) { i.usage = 0x44; }), true, true, good},
-        {"another maker",
-         Keyboard([](HidInterface& i) { i.vendorId = 1; }),
-         true,
-         true,
-         {kOpened, kOpened, kFound}},
-        {"another product",
-         Keyboard([](HidInterface& i) { i.productId = 1; }),
-         true,
-         true,
-         {kOpened, kOpened, kFound}},
-        {"no attributes",
-         Keyboard([](HidInterface& i) { i.attributesFail = true; }),
-         true,
-         false,
-         {kOpened}},
-    };
     LogRecorder log;
     log.Announce("Error: Hid");
-    for (const Case& one : cases) {
-        SCOPED_TRACE(one.name);
+    const auto driver =
+        std::make_shared<simulator::HidDriver>(std::make_shared<simulator::KeyboardMcu>());
+    std::string opened;
+    hosted::SetTracer([&opened](const hosted::TraceEvent& event) {
+        opened = event.kind == hosted::TraceEvent::Kind::kOpen ? event.text : opened;
+    });
+    for (const Case& one : kCases) {
+        const auto& [change, lines, opens, found] = one;
+        SCOPED_TRACE(&one - kCases);
         hosted::RemoveHidInterfaces();
-        const auto driver =
-            std::make_shared<simulator::HidDriver>(std::make_shared<simulator::KeyboardMcu>());
-        HidInterface first = one.first;
-        hosted::AddHidInterface(first, one.opens ? driver : nullptr);
-        const auto fits = Keyboard([](HidInterface& i) { i.path += L"&fits"; });
+        HidInterface first = simulator::KeyboardInterface();
+        HidInterface fits = first;
+        change(first);
+        fits.path += L"&fits";
+        hosted::AddHidInterface(first, opens ? driver : nullptr);
         hosted::AddHidInterface(fits, driver);
         log.Clear();
-        std::string opened;
-        hosted::SetTracer([&opened](const hosted::TraceEvent& event) {
-            if (event.kind == hosted::TraceEvent::Kind::kOpen) {
-                opened = event.text;
-            }
-        });
         const HANDLE handle = MatchNfcHidDevice();
-        hosted::SetTracer({});
-        EXPECT_EQ(handle != INVALID_HANDLE_VALUE, one.found);
-        EXPECT_EQ(log.Texts(), one.log);
-        if (one.found) {
+        EXPECT_EQ(handle != INVALID_HANDLE_VALUE, found);
+        std::string told;
+        for (const std::string& text : log.Texts()) {
+            told += text;
+        }
+        EXPECT_EQ(told, lines + (found ? kOpened + std::string(kFound) : ""));
+        if (found) {
             EXPECT_EQ(opened.substr(opened.size() - 5), "&fits");
             CloseHandle(handle);
         }
         EXPECT_EQ(hosted::Live().handles, 0U);
     }
+    hosted::SetTracer({});
     hosted::RemoveHidInterfaces();
     log.Clear();
     EXPECT_EQ(MatchNfcHidDevice(), INVALID_HANDLE_VALUE);

@@ -8,7 +8,6 @@
 using LinkDockService::BleCall;
 using simulator::PcRoute;
 using namespace testing_support;
-using Lines = std::vector<std::string>;
 
 namespace {
 
@@ -22,20 +21,15 @@ void BothRoutes(PcRoute wired) {
         desk.log, {"[NFC] BtWrite success!", chip, "NFC ReadRandNumber regAddr = 122 ",
                    "[NFC] BtReadRandomNum success!", "UpdateNfcData ReadRandNum Successful"}));
     EXPECT_EQ(desk.log.Count("[NFC] BtWrite success!"), 1U);
-    const int route = wired == PcRoute::kI2c ? 1 : wired == PcRoute::kUsb ? 2 : 3;
     // Each route's events carry the number as last read there.
-    {
-        const hosted::DeviceLock lock;
-        const simulator::Bytes other(32, 0x22);
-        desk.pc.bluetooth()->SetMemory(122, other);
-    }
+    desk.pc.bluetooth()->SetMemory(122, simulator::Bytes(32, 0x22));
     std::uint8_t number[32] = {};
     EXPECT_EQ(desk.manager->ReadRandNum(number), 0);
     EXPECT_EQ(number[0], 0x11) << "the wired route is read last";
     desk.pc.TapPhone(wired, 0, hosted::kSecond);
     desk.pc.TapPhone(PcRoute::kBle, 100 * hosted::kMillisecond, 500 * hosted::kMillisecond);
     EXPECT_TRUE(Desk::WaitForEvents(4, 20 * hosted::kSecond));
-    EXPECT_EQ(EventsHeard(route), (std::vector<int>{3, 1}));
+    EXPECT_EQ(EventsHeard(static_cast<int>(wired) + 1), (std::vector<int>{3, 1}));
     EXPECT_EQ(EventsHeard(4), (std::vector<int>{3, 1}));
     for (const Heard& heard : HeardSoFar()) {
         EXPECT_EQ(heard.number, NumberOf(heard.route == 4 ? 0x22 : 0x11));

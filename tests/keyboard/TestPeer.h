@@ -1,12 +1,7 @@
 // A Bluetooth device for tests: keeps what is written, takes any address, notifies what it is told.
 #pragma once
 
-#include <cstdint>
 #include <deque>
-#include <map>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "platform/LinkDockBackDoor.h"
 #include "platform/hosted/Kernel.h"
