@@ -75,10 +75,10 @@ BusRecorder::BusRecorder() {
     hosted::SetTracer([this](const hosted::TraceEvent& event) {
         using Kind = hosted::TraceEvent::Kind;
         if (event.kind == Kind::kSleep) {
-            m_texts.push_back("sleep " + std::to_string(event.milliseconds));
+            m_entries.emplace_back(event.thread, "sleep " + std::to_string(event.milliseconds));
         } else if (event.kind == Kind::kStart &&
                    event.request->controlCode() != simulator::kControlInterrupt) {
-            m_texts.push_back(TextOf(*event.request));
+            m_entries.emplace_back(event.thread, TextOf(*event.request));
         }
     });
 }
@@ -87,9 +87,15 @@ BusRecorder::~BusRecorder() {
     hosted::SetTracer({});
 }
 
-std::vector<std::string> BusRecorder::Take() {
+std::vector<std::string> BusRecorder::Take(hosted::ThreadId thread) {
     const hosted::DeviceLock lock;
-    return std::exchange(m_texts, {});
+    std::vector<std::string> texts;
+    for (const auto& [doer, text] : std::exchange(m_entries, {})) {
+        if (thread == 0 || doer == thread) {
+            texts.push_back(text);
+        }
+    }
+    return texts;
 }
 
 Desk::Desk(const std::vector<PcRoute>& routes, const std::string& chip, std::uint8_t pcType)

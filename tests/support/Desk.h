@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/hosted/Kernel.h"
@@ -40,10 +41,10 @@ class BusRecorder {
   public:
     BusRecorder();  ///< becomes the layer's tracer
     ~BusRecorder();
-    std::vector<std::string> Take();  ///< and forgets them
+    std::vector<std::string> Take(hosted::ThreadId thread = 0);  ///< of one or all; forgets them
 
   private:
-    std::vector<std::string> m_texts;
+    std::vector<std::pair<hosted::ThreadId, std::string>> m_entries;
 };
 
 /// Registers the devices, records log and events, and clears both in the end.
