@@ -92,6 +92,6 @@ std::uint32_t WaitForCommand(NfcCommand* command);
 
 /// Far above any honest transfer, which takes milliseconds; short enough that a dead driver does
 /// not hold a host for long.
-inline constexpr DWORD kTransferTimeoutMs = 5000;
+inline constexpr DWORD kTransferTimeoutMs = 2000;
 
 inline constexpr std::uint32_t kNullCommandStatus = 22;

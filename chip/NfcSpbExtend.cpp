@@ -3,6 +3,7 @@
 #include <array>
 #include <vector>
 
+#include "chip/LittleEndian.h"
 #include "chip/LockOrder.h"
 #include "chip/NfcDeviceContext.h"
 #include "chip/SpbTransfer.h"
@@ -29,6 +30,7 @@ constexpr std::uint16_t kWriteCheckRegister = 0xF0F8;
 
 // The answer of the write check: firstFailAddr (2 bytes) and ticks (4), both little-endian.
 constexpr std::size_t kWriteCheckSize = 6;
+constexpr std::size_t kTicksOffset = 2;
 
 using Head = std::array<std::uint8_t, kHeadSize>;
 
@@ -146,10 +148,8 @@ bool NfcSpbExtend::CheckWriteTag(std::uint8_t* passed) {
         LogErrorFun("NfcExtend Check WriteTag Failed: %d failed", kWriteCheckRegister);
         return false;
     }
-    const unsigned firstFailAddr = answer[0] | static_cast<unsigned>(answer[1]) << 8;
-    const unsigned ticks = answer[2] | static_cast<unsigned>(answer[3]) << 8 |
-                           static_cast<unsigned>(answer[4]) << 16 |
-                           static_cast<unsigned>(answer[5]) << 24;
+    const unsigned firstFailAddr = LittleEndian<2>(answer.data());
+    const unsigned ticks = LittleEndian<4>(answer.data() + kTicksOffset);
     LogWarnFun("NfcExtend Check WriteTag , firstFailAddr: %x, ticks: %d", firstFailAddr,
                static_cast<int>(ticks));
     if (firstFailAddr != 0) {

@@ -8,7 +8,8 @@
 #include "platform/platform.h"
 
 /// The open peripheral, opened for overlapped I/O; null means none. Written by the device start
-/// (peripheral) under the device mutex, read by every transfer and by the event threads.
+/// (peripheral) under its content lock, closed under the device mutex as well; read by every
+/// transfer and by the event threads.
 extern std::atomic<HANDLE> DeviceHandle;
 
 /// Held while a loop reads DeviceHandle and starts its request, and while the handle is taken away

@@ -16,6 +16,7 @@
 #include "manager/DeviceStartRetry.h"
 #include "manager/ManagerState.h"
 #include "manager/MessageLimits.h"
+#include "manager/Results.h"
 #include "manager/TagAccess.h"
 #include "manager/ThreadCreate.h"
 #include "peripheral/NfcProxy.h"
@@ -24,9 +25,6 @@
 #include "tagimage/NfcData.h"
 
 namespace {
-
-constexpr int kSuccess = 0;
-constexpr int kFailure = -1;
 
 // The fields that travel between a message and the tag; the PC type does not.
 struct MessageFields {
@@ -88,14 +86,8 @@ bool ParseFields(const std::string& content, MessageFields& fields) {
     return true;
 }
 
-bool ReadContent(NfcProxy& proxy, std::string& content) {
-    platform::Lock lock(g_contentMutex.value, kContentLock);
-    const EventSlot::Keep keep(g_ioEvent.value);
-    return proxy.ReadNfcContent(content);
-}
-
-// A chip that answers, answers with something other than zero at one of the places looked at. The
-// number thread looks at one place less.
+// A chip that answers, answers with something other than zero at one of these places. The number
+// thread looks at one place less.
 bool LooksWritten(const RandomNumber& number) {
     return (number[0] | number[1] | number[2] | number[kNumberSize - 1]) != 0;
 }
@@ -124,18 +116,22 @@ void EnableRadio() {
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
     platform::Lock operation(m_staticDeviceMutex.value, kDeviceOperationLock);
+    // The end of another manager takes effect behind the whole write, radio included.
+    const EventSlot::Keep transferEvent(g_ioEvent.value);
     LogWarnFun("NFC_WriteMessage with dynamic delay begin!");
     if (message == nullptr) {
         LogErrorFun("WriteMessage msg nullptr");
         return kFailure;
     }
     // Copied first: message and the manager's own are often one object, which the read overwrites.
+    std::shared_ptr<NfcData> data;
     NumberWatch watch;
     MessageFields fields;
     std::shared_ptr<NdefMessage> own;
     {
         platform::Lock memory(g_memoryMutex.value, kMemoryLock);
-        watch.Begin(m_nfcData.get());
+        data = m_nfcData;
+        watch.Begin(data.get());
         fields = FieldsOf(*message);
         own = m_ndefMessage;
     }
@@ -154,7 +150,7 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
         }
         UseNewerNumber(watch, fields);
         m_ndefMessage->SetRandomNumber(fields.number);
-        NumberWatch::Announce(m_nfcData.get(), NumberOf(fields));
+        NumberWatch::Announce(data.get(), NumberOf(fields));
         if (HasStorableUrl(fields)) {
             m_ndefMessage->SetUrl(fields.url);
         }
@@ -166,7 +162,7 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
         LogErrorFun("UpdateNfcData failed");
         result = kFailure;
     }
-    if (m_nfcProxy == nullptr || !NfcThreadCreate()) {
+    if (Proxy() == nullptr || !NfcThreadCreate()) {
         return kFailure;
     }
     EnableRadio();
@@ -180,13 +176,17 @@ int NfcManager::ReadMessage(const std::shared_ptr<NdefMessage>& target) {
 
 // Under m_staticDeviceMutex.
 int NfcManager::ReadIntoMessage(const std::shared_ptr<NdefMessage>& target) {
+    std::shared_ptr<NfcData> data;
+    std::shared_ptr<NfcProxy> proxy;
     NumberWatch watch;
     {
         platform::Lock memory(g_memoryMutex.value, kMemoryLock);
-        watch.BeginWithKnown(m_nfcData.get());
+        data = m_nfcData;
+        proxy = m_nfcProxy;
+        watch.BeginWithKnown(data.get());
     }
     std::string content;
-    if (m_nfcProxy == nullptr || !ReadContent(*m_nfcProxy, content)) {
+    if (proxy == nullptr || !ReadContent(*proxy, content)) {
         LogErrorFun("ReadMessage ReadNfcContent failed");
         return kFailure;
     }
@@ -210,24 +210,29 @@ int NfcManager::ReadIntoMessage(const std::shared_ptr<NdefMessage>& target) {
 
 bool NfcManager::UpdateNfcData() {
     platform::Lock operation(m_staticDeviceMutex.value, kDeviceOperationLock);
+    const EventSlot::Keep transferEvent(g_ioEvent.value);
     return UpdateTag();
 }
 
 // Under m_staticDeviceMutex.
 bool NfcManager::UpdateTag() {
+    std::shared_ptr<NfcData> data;
+    std::shared_ptr<NfcProxy> proxy;
     {
         platform::Lock memory(g_memoryMutex.value, kMemoryLock);
         if (!SetContent()) {
             return false;
         }
+        data = m_nfcData;
+        proxy = m_nfcProxy;
     }
-    if (m_nfcProxy == nullptr || m_nfcData == nullptr) {
+    if (proxy == nullptr || data == nullptr) {
         LogErrorFun("nullptr error");
         return false;
     }
-    const bool written = TryThrice([this] {
+    const bool written = TryThrice([&] {
         LogWarnFun("UpdateNfcData begin writing Nfc Chip");
-        return WriteImage(*m_nfcProxy, *m_nfcData);
+        return WriteImage(*proxy, *data);
     });
     if (!written) {
         LogErrorFun("UpdateNfcData Write failed");
@@ -237,12 +242,12 @@ bool NfcManager::UpdateTag() {
     RandomNumber number{};
     for (int count = 0; count < kTagAttempts; ++count) {
         LogWarnFun("UpdateNfcData begin ReadRandNum %d", count);
-        if (!ReadNumber(*m_nfcProxy, number.data())) {
+        if (!ReadNumber(*proxy, number.data())) {
             LogErrorFun("ReadRandNum ReadNfc failed");
             LogErrorFun("ReadRandNum failed %d", count);
         } else if (LooksWritten(number)) {
             LogWarnFun("UpdateNfcData ReadRandNum Successful");
-            m_nfcProxy->SetLocalNum(number.data());
+            proxy->SetLocalNum(number.data());
             LogWarnFun("UpdateNfcData success");
             return true;
         } else {
@@ -255,40 +260,41 @@ bool NfcManager::UpdateTag() {
 
 bool NfcManager::UpdateNfcContent() {
     LogWarnFun("NfcManager::UpdateNfcContent()");
+    std::shared_ptr<NfcData> data;
+    std::shared_ptr<NfcProxy> proxy;
     {
         platform::Lock memory(g_memoryMutex.value, kMemoryLock);
         if (!SetContent()) {
             LogErrorFun("UpdateNfcContent SetContent fail");
             return false;
         }
+        data = m_nfcData;
+        proxy = m_nfcProxy;
     }
-    if (m_nfcProxy == nullptr) {
-        return false;
-    }
-    if (!StartDeviceWithRetries(*m_nfcProxy)) {
+    if (proxy == nullptr || data == nullptr || !StartDeviceWithRetries(*proxy)) {
         return false;
     }
     LogWarnFun("NfcManager::InitNfcDevice done");
     std::string content;
-    if (!ReadContent(*m_nfcProxy, content)) {
+    if (!ReadContent(*proxy, content)) {
         LogErrorFun("UpdateNfcContent ReadNfcContent failed");
         return false;
     }
     LogWarnFun("UpdateNfcContent ReadNfcContent done");
-    if (content != BuildImage(*m_nfcData)) {
+    if (content != BuildImage(*data)) {
         LogWarnFun("UpdateNfcContent: Writing NfcContent");
-        if (!TryThrice([this] { return WriteImage(*m_nfcProxy, *m_nfcData); })) {
+        if (!TryThrice([&] { return WriteImage(*proxy, *data); })) {
             LogErrorFun("UpdateNfcContent reWrite failed");
             return false;
         }
         LogWarnFun("UpdateNfcContent Write Nfc Chip Successful");
     }
     RandomNumber number{};
-    if (!ReadNumber(*m_nfcProxy, number.data())) {
+    if (!ReadNumber(*proxy, number.data())) {
         LogErrorFun("ReadRandNum ReadNfc failed");
         LogErrorFun("ReadRandNum failed");
         return false;
     }
-    m_nfcProxy->SetLocalNum(number.data());
+    proxy->SetLocalNum(number.data());
     return true;
 }

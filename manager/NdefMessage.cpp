@@ -3,12 +3,10 @@
 
 #include "diagnostics/Log.h"
 #include "manager/MessageLimits.h"
+#include "manager/Results.h"
 #include "platform/BoundedMemory.h"
 
 namespace {
-
-constexpr int kSuccess = 0;
-constexpr int kFailure = -1;
 
 // The bounded copy, and not the compiler, decides whether a caller's array is there.
 template <std::size_t Size>

@@ -10,17 +10,15 @@
 #include "peripheral/NfcProxy.h"
 #include "peripheral/PeripheralState.h"
 #include "platform/platform.h"
+#include "tagimage/ImageFormat.h"
 #include "tagimage/NfcData.h"
 
 namespace {
 
-std::shared_ptr<NdefMessage> Copy(const std::shared_ptr<NdefMessage>& message) {
-    platform::Lock lock(g_memoryMutex.value, kMemoryLock);
-    return message;
-}
+static_assert(kNumberSize == imageformat::kNumberSize);
 
 bool IsSupported(std::uint8_t pcType) {
-    return pcType == 2 || pcType == 5 || pcType == 8;
+    return pcType == kPcTypeBlank || pcType == kPcTypeOrvane || pcType == kPcTypeVelmo;
 }
 
 }  // namespace
@@ -37,11 +35,12 @@ std::shared_ptr<NfcManager> NfcManager::Create(std::shared_ptr<NdefMessage> mess
 
 NfcManager::NfcManager(std::shared_ptr<NdefMessage> message) : m_ndefMessage(std::move(message)) {}
 
-// A WriteMessage of the original may be about to replace its message; the other two never change.
-NfcManager::NfcManager(const NfcManager& other)
-    : m_nfcData(other.m_nfcData),
-      m_nfcProxy(other.m_nfcProxy),
-      m_ndefMessage(Copy(other.m_ndefMessage)) {}
+NfcManager::NfcManager(const NfcManager& other) {
+    platform::Lock lock(g_memoryMutex.value, kMemoryLock);
+    m_nfcData = other.m_nfcData;
+    m_nfcProxy = other.m_nfcProxy;
+    m_ndefMessage = other.m_ndefMessage;
+}
 
 NfcManager& NfcManager::operator=(const NfcManager& other) {
     NfcManager replaced(other);  // ends behind the lock, with what was held until now
@@ -148,8 +147,19 @@ bool NfcManager::SetModel(const std::uint8_t (&model)[4]) {
     return true;
 }
 
+// What an operation works on from its beginning to its end, also when the manager is assigned to.
+std::shared_ptr<NfcData> NfcManager::Data() const {
+    platform::Lock lock(g_memoryMutex.value, kMemoryLock);
+    return m_nfcData;
+}
+
+std::shared_ptr<NfcProxy> NfcManager::Proxy() const {
+    platform::Lock lock(g_memoryMutex.value, kMemoryLock);
+    return m_nfcProxy;
+}
+
 void NfcManager::RegisterListener(NfcListener listener) {
-    if (m_nfcProxy == nullptr) {
+    if (Proxy() == nullptr) {
         LogErrorFun("RegisterListener failed");
         return;
     }

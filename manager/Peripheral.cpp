@@ -38,7 +38,7 @@ bool NfcManager::DeviceInit() {
 }
 
 bool NfcManager::IsActivePC() {
-    if (m_nfcProxy == nullptr) {
+    if (Proxy() == nullptr) {
         LogErrorFun("[NFC] IsPassivePC ,m_nfcProxy is nullptr");
         return false;
     }
@@ -47,7 +47,7 @@ bool NfcManager::IsActivePC() {
 
 bool NfcManager::SetMcuKbConnectStatus(bool status) {
     platform::Lock lock(m_staticMcuKbMutex.value, kMcuStatusLock);
-    if (m_nfcProxy == nullptr) {
+    if (Proxy() == nullptr) {
         LogErrorFun("[NFC] IsPassivePC ,m_nfcProxy is nullptr");
         return false;
     }
@@ -56,17 +56,19 @@ bool NfcManager::SetMcuKbConnectStatus(bool status) {
 }
 
 bool NfcManager::BtConnect(std::uint64_t address) {
-    if (m_nfcProxy == nullptr) {
+    const std::shared_ptr<NfcProxy> proxy = Proxy();
+    if (proxy == nullptr) {
         LogErrorFun("BtConnect failed");
         return false;
     }
-    return m_nfcProxy->BtConnect(address);
+    return proxy->BtConnect(address);
 }
 
 bool NfcManager::BtDisconnect(std::uint64_t address) {
-    if (m_nfcProxy == nullptr) {
+    const std::shared_ptr<NfcProxy> proxy = Proxy();
+    if (proxy == nullptr) {
         LogErrorFun("BtDisconnect failed");
         return false;
     }
-    return m_nfcProxy->BtDisconnect(address);
+    return proxy->BtDisconnect(address);
 }

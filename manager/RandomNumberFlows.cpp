@@ -9,6 +9,7 @@
 #include "chip/TransferState.h"
 #include "diagnostics/Log.h"
 #include "manager/ManagerState.h"
+#include "manager/Results.h"
 #include "manager/TagAccess.h"
 #include "peripheral/NfcProxy.h"
 #include "platform/BoundedMemory.h"
@@ -17,8 +18,6 @@
 
 namespace {
 
-constexpr int kSuccess = 0;
-constexpr int kFailure = -1;
 constexpr std::uint32_t kThreadFailure = 0xFFFFFFFF;
 
 // What the number thread works on. It may outlive the host's last pointer to the manager, so it
@@ -40,8 +39,8 @@ DWORD WINAPI RunNumberThread(LPVOID argument) {
     }
 }
 
-// A chip that answers, answers with something other than zero at one of the places looked at. A
-// whole message's read-back looks at one place more.
+// A chip that answers, answers with something other than zero at one of these places. A whole
+// message's read-back looks at one place more.
 bool LooksWritten(const RandomNumber& number) {
     return (number[0] | number[1] | number[kNumberSize - 1]) != 0;
 }
@@ -102,11 +101,13 @@ std::uint32_t NfcManager::WriteRandThread(void* manager) {
 
 int NfcManager::LocalWriteRand() {
     platform::Lock operation(m_staticWriteMutex, kNumberOperationLock);
-    if (m_nfcProxy == nullptr) {
+    const std::shared_ptr<NfcData> data = Data();
+    const std::shared_ptr<NfcProxy> proxy = Proxy();
+    if (proxy == nullptr || data == nullptr) {
         LogErrorFun("LocalWriteRand m_nfcProxy is nullptr");
         return kFailure;
     }
-    if (!TryThrice([this] { return WriteImage(*m_nfcProxy, *m_nfcData); })) {
+    if (!TryThrice([&] { return WriteImage(*proxy, *data); })) {
         LogErrorFun("LocalWriteRand WriteNfcContent failed");
         return kFailure;
     }
@@ -115,7 +116,7 @@ int NfcManager::LocalWriteRand() {
     const auto readBack = [&] {
         for (int count = 0; count < kTagAttempts; ++count) {
             LogWarnFun("LocalWriteRand begin ReadRandNum");
-            if (!ReadNumber(*m_nfcProxy, number.data())) {
+            if (!ReadNumber(*proxy, number.data())) {
                 LogErrorFun("ReadRandNum ReadNfc failed");
                 LogErrorFun("ReadRandNum failed %d", count);
             } else if (LooksWritten(number)) {
@@ -129,16 +130,17 @@ int NfcManager::LocalWriteRand() {
         return kFailure;
     }
     LogWarnFun("LocalWriteRand ReadRandNum Successful");
-    if (m_nfcProxy == nullptr) {
+    if (Proxy() == nullptr) {
         LogErrorFun("m_nfcProxy SetLocalNum failed");
         return kFailure;
     }
-    m_nfcProxy->SetLocalNum(number.data());
+    proxy->SetLocalNum(number.data());
     return kSuccess;
 }
 
 int NfcManager::ReadRandNum(std::uint8_t (&number)[32]) {
-    if (m_nfcProxy == nullptr || !ReadNumber(*m_nfcProxy, number)) {
+    const std::shared_ptr<NfcProxy> proxy = Proxy();
+    if (proxy == nullptr || !ReadNumber(*proxy, number)) {
         LogErrorFun("ReadRandNum ReadNfc failed");
         return kFailure;
     }

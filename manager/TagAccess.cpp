@@ -13,6 +13,12 @@ std::string BuildImage(const NfcData& data) {
     return data.GetContent();
 }
 
+bool ReadContent(NfcProxy& proxy, std::string& content) {
+    platform::Lock lock(g_contentMutex.value, kContentLock);
+    const EventSlot::Keep keep(g_ioEvent.value);
+    return proxy.ReadNfcContent(content);
+}
+
 bool WriteImage(NfcProxy& proxy, const NfcData& data) {
     platform::Lock content(g_contentMutex.value, kContentLock);
     const EventSlot::Keep keep(g_ioEvent.value);

@@ -1,6 +1,6 @@
-// One step on the tag as the flows take it: build and write an image, or read the number. Each
-// takes g_contentMutex for the whole step and
-// keeps the transfer event, so the end of another manager does not cut an image in half.
+// One step on the tag as the flows take it: read the image, build and write one, read the number.
+// Each takes g_contentMutex for the whole step and keeps the transfer event, so the end of another
+// manager does not cut an image in half.
 #pragma once
 
 #include <cstdint>
@@ -23,8 +23,11 @@ bool TryThrice(Step step) {
     return false;
 }
 
-/// The image as the memory holds it now.
+/// The image as the memory holds it now. Takes g_memoryMutex alone.
 std::string BuildImage(const NfcData& data);
+
+/// Reads the image from the chip. `content` is assigned on success only.
+bool ReadContent(NfcProxy& proxy, std::string& content);
 
 /// Builds the image as the memory holds it now and writes it over every active route. Building and
 /// writing are one step, so that no writer can put an older image over a newer one.

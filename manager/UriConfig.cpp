@@ -6,6 +6,7 @@
 
 #include "diagnostics/Log.h"
 #include "manager/MessageLimits.h"
+#include "peripheral/PeripheralState.h"
 #include "platform/BoundedMemory.h"
 #include "platform/platform.h"
 
@@ -21,10 +22,9 @@ constexpr const WCHAR* kVelmoKey = L"velmo_uri";
 constexpr const WCHAR* kConfigFile = L"\\config\\NfcUri.ini";
 
 // What a PC type puts into a message.
-constexpr std::size_t kModelSize = 4;
 struct PcKind {
     std::uint8_t type = 0;
-    std::uint8_t model[kModelSize] = {};
+    std::uint8_t model[4] = {};
     std::string url;
 };
 
@@ -67,13 +67,13 @@ void NdefMessage::Init(char type) {
         case '2':
             // One blank: the tag of this type shows no URI, but its place on the chip counts on one
             // byte.
-            kind = {2, {0x00, 0x00, 0x00, 0x00}, " "};
+            kind = {kPcTypeBlank, {0x00, 0x00, 0x00, 0x00}, " "};
             break;
         case '5':
-            kind = {5, {0x00, 0x00, 0x05, 0x00}, orvaneUri};
+            kind = {kPcTypeOrvane, {0x00, 0x00, 0x05, 0x00}, orvaneUri};
             break;
         case '8':
-            kind = {8, {0x00, 0x00, 0x08, 0x00}, velmoUri};
+            kind = {kPcTypeVelmo, {0x00, 0x00, 0x08, 0x00}, velmoUri};
             break;
         default:
             break;

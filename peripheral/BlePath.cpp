@@ -94,6 +94,7 @@ bool NfcProxy::BtConnect(std::uint64_t address) {
     }
     g_btSinkAddress = address;
     LogWarnFun("[NFC] BtDataNotify init succ.");
+    platform::KeepLoaded();  // the client has the sink's code to call from now on
     if (client->BleClientSubscribeNotify(address, kServiceUuid, kNotifyUuid,
                                          g_btDataNotify.value.get()) < 0) {
         LogWarnFun("[NFC] BleClientSubscribeNotify failed.");

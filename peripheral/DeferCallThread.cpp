@@ -1,6 +1,5 @@
 // The deferred call thread: woken by a first report, watches the count of interrupts, and delivers
 // the leave. It is never woken to stop: a stop finds it waiting and leaves it there.
-#include <atomic>
 #include <mutex>
 
 #include "chip/LockOrder.h"
@@ -28,9 +27,6 @@ platform::NeverDestroyed<platform::ConditionVariable> g_deferCond;
 // begins to wait, a notification would be lost: a WriteMessage during a visit lets two first
 // reports come before the thread looks, and each of them is owed its leave.
 unsigned g_deferNotified = 0;
-
-// First reports under way. Written by the interrupt thread, read by this one.
-std::atomic<unsigned> g_firstReports{0};
 
 ShownNumber g_shownOnLeave;
 
@@ -72,16 +68,6 @@ void DeliverLeave() {
     }
 }
 
-// A stop that falls between an enter that the host has heard of and its watch waits for the leave.
-// Reports under way are looked at first: each of them counts as a visit before it ends.
-bool OwesLeave() {
-    if (g_firstReports > 0) {
-        return true;
-    }
-    platform::Lock lock(g_deferMutex.value, kDeferLock);
-    return g_deferNotified > 0;
-}
-
 // Waits for a visit and sees it to its end, under g_deferMutex all the time.
 void ServeOneVisit(const EventThread::Ticket& ticket) {
     platform::Lock lock(g_deferMutex.value, kDeferLock);
@@ -101,16 +87,22 @@ void ServeOneVisit(const EventThread::Ticket& ticket) {
     DeliverLeave();
     g_interruptFirst = true;
     LogLeaveDelivered(g_tagRandNumber.value);
+    g_deferThread.Release();
 }
 
 }  // namespace
 
-FirstReport::FirstReport() {
-    ++g_firstReports;
-}
+FirstReport::FirstReport() : m_allowed(g_deferThread.Hold()) {}
 
 FirstReport::~FirstReport() {
-    --g_firstReports;
+    if (m_allowed && !m_handedOver) {
+        g_deferThread.Release();
+    }
+}
+
+void FirstReport::HandOver() {
+    m_handedOver = true;
+    notifyDeferCallThread();
 }
 
 void notifyDeferCallThread() {
@@ -123,7 +115,8 @@ void notifyDeferCallThread() {
 DWORD WINAPI DeferCallThread(LPVOID /*argument*/) {
     EventThread::Ticket ticket = g_deferThread.Enter();
     for (;;) {
-        while (g_deferThread.Serving(ticket) || (g_deferThread.HasSeat(ticket) && OwesLeave())) {
+        while (g_deferThread.Serving(ticket) || g_deferThread.Held(ticket)) {
+            g_deferThread.BeginPass(ticket);
             ServeOneVisit(ticket);
         }
         if (g_deferThread.TryEnd(ticket)) {

@@ -16,6 +16,7 @@
 #include "peripheral/HidDiscovery.h"
 #include "peripheral/KeyboardFrame.h"
 #include "peripheral/NfcProxy.h"
+#include "peripheral/OpenPeripheral.h"
 #include "peripheral/PeripheralState.h"
 #include "platform/platform.h"
 
@@ -159,11 +160,17 @@ bool PrepareChip() {
     }
     if (context.chipKind != NfcChipFm11nt082c) {
         std::uint8_t fdMode = 0;
-        if (!Prepare([&] { return driver->InitDevice(&fdMode); }, "InitDevice Fm11n failed")) {
+        const auto selectMode = [&] {
+            if (!driver->InitDevice(&fdMode)) {
+                return false;
+            }
+            if (fdMode != kFdModeSelect) {
+                context.chipKind = NfcChipFdModeOther;
+            }
+            return true;
+        };
+        if (!Prepare(selectMode, "InitDevice Fm11n failed")) {
             return false;
-        }
-        if (fdMode != kFdModeSelect) {
-            context.chipKind = NfcChipFdModeOther;
         }
     }
     const bool upperDyVal = context.chipKind == NfcChipFm11nt082c;
@@ -245,6 +252,8 @@ void UndoStart() {
 
 bool NfcProxy::InitNfcDevice() {
     platform::Lock content(g_contentMutex.value, kContentLock);
+    // The end of another manager in the middle must not make the chip look like another one.
+    const EventSlot::Keep keep(g_ioEvent.value);
     try {
         if (StartDevice()) {
             return true;

@@ -54,6 +54,20 @@ void EventThread::Stop() {
     }
 }
 
+bool EventThread::Hold() {
+    platform::Lock lock(g_threadLifeMutex.value, kThreadLifeLock);
+    if (!m_running && m_handle == nullptr) {
+        return false;
+    }
+    ++m_holds;
+    return true;
+}
+
+void EventThread::Release() {
+    platform::Lock lock(g_threadLifeMutex.value, kThreadLifeLock);
+    --m_holds;
+}
+
 void EventThread::GiveUp() {
     platform::Lock lock(g_threadLifeMutex.value, kThreadLifeLock);
     if (m_handle == nullptr) {
@@ -105,11 +119,15 @@ bool EventThread::Serving(const Ticket& ticket) const {
     return m_running && HasSeat(ticket);
 }
 
+bool EventThread::Held(const Ticket& ticket) const {
+    return m_holds > 0 && HasSeat(ticket);
+}
+
 bool EventThread::TryEnd(Ticket& ticket) {
     platform::Lock lock(g_threadLifeMutex.value, kThreadLifeLock);
     const bool wanted = ticket.wanted != m_wanted;
     const bool serves = HasSeat(ticket);
-    const bool goesOn = serves && m_running && wanted;
+    const bool goesOn = serves && ((m_running && wanted) || m_holds > 0);
     if (serves && !goesOn) {
         CloseThreadHandle();
     }

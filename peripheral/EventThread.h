@@ -3,7 +3,8 @@
 // Of each kind one thread serves at a time. A thread that is on its way out cannot be taken for a
 // live one: a start that finds a thread there is noted, and the thread, before it ends, looks
 // whether it has been wanted since its last pass began; then it serves on. All of it is decided
-// under one short lock, which is never held over a wait, a transfer or a listener call.
+// under one short lock, which is never held over a transfer, a listener call, or a wait that takes
+// time.
 #pragma once
 
 #include <atomic>
@@ -57,6 +58,11 @@ class EventThread {
     /// Clears the run flag and wakes the loop. Waits for nobody.
     void Stop();
 
+    /// Asks the thread not to end before a matching Release. False when it has ended behind a stop;
+    /// what was to be held for it must then not begin.
+    bool Hold();
+    void Release();
+
     /// Lets go of a thread that must not serve any longer: closes and zeroes the handle and wakes
     /// the loop. The thread ends by itself.
     void GiveUp();
@@ -78,8 +84,11 @@ class EventThread {
     /// Whether the loop is to go on: HasSeat, and the run flag is set.
     bool Serving(const Ticket& ticket) const;
 
+    /// Whether this thread is to serve on behind a stop: HasSeat, and something is held.
+    bool Held(const Ticket& ticket) const;
+
     /// The loop has been left. True: handle and event are closed and zeroed, and the thread must
-    /// return. False: it has been wanted since its last pass began and serves on.
+    /// return. False: it has been wanted since its last pass began, or is held, and serves on.
     bool TryEnd(Ticket& ticket);
 
   private:
@@ -94,6 +103,7 @@ class EventThread {
     std::uint64_t m_entered = 0;           // threads that have entered so far
     std::atomic<std::uint64_t> m_seat{0};  // the one that serves
     std::uint64_t m_wanted = 0;            // calls of EnsureStarted so far
+    std::atomic<unsigned> m_holds{0};      // Hold less Release; written under the life lock
     bool m_failed = false;                 // the thread behind the handle could not begin
 };
 

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "diagnostics/Log.h"
+#include "peripheral/OpenPeripheral.h"
 
 namespace {
 
@@ -160,11 +161,6 @@ bool GetInterface(const DeviceList& list, const GUID& hidClass, DWORD index,
 }
 
 }  // namespace
-
-HANDLE OpenPeripheral(const WCHAR* path, DWORD shareMode) {
-    return CreateFileW(path, GENERIC_READ | GENERIC_WRITE, shareMode, nullptr, OPEN_EXISTING,
-                       FILE_FLAG_OVERLAPPED, nullptr);
-}
 
 HANDLE MatchNfcHidDevice() {
     GUID hidClass{};

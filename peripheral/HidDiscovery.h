@@ -12,6 +12,3 @@ inline constexpr USHORT kKeyboardUsage = 0x0043;
 /// The keyboard's interface, opened for overlapped I/O, or INVALID_HANDLE_VALUE. The first that
 /// fits wins; one that vanishes during the search is passed over.
 HANDLE MatchNfcHidDevice();
-
-/// Opens a device path for overlapped reading and writing, or INVALID_HANDLE_VALUE.
-HANDLE OpenPeripheral(const WCHAR* path, DWORD shareMode);

@@ -9,28 +9,19 @@
 #include "chip/NfcDeviceContext.h"
 #include "chip/TransferState.h"
 #include "diagnostics/Log.h"
+#include "peripheral/Buffer.h"
 #include "peripheral/KeyboardFrame.h"
 #include "peripheral/NfcProxy.h"
 #include "peripheral/PeripheralState.h"
 #include "platform/BoundedMemory.h"
 #include "platform/platform.h"
 
-namespace {
-
-using Bytes = std::unique_ptr<std::uint8_t[]>;
-
-Bytes Allocate(std::size_t size) {
-    return Bytes(new (std::nothrow) std::uint8_t[size]());
-}
-
-}  // namespace
-
 bool NfcProxy::NfcHidWrite(const std::uint8_t* data, std::int32_t length) {
     if (data == nullptr || length < 0 || length > kLargestKeyboardImage) {
         return false;
     }
     const auto frameLength = length + static_cast<std::int32_t>(kFrameHeadSize);
-    const Bytes frame = Allocate(static_cast<std::size_t>(frameLength));
+    const Buffer frame = AllocateBuffer(static_cast<std::size_t>(frameLength));
     if (frame == nullptr) {
         LogErrorFun("NfcHidWrite: malloc nfcData fail");
         return false;
@@ -66,7 +57,7 @@ bool NfcProxy::HidWrite(std::int32_t page, const std::uint8_t* data, std::int32_
         return false;
     }
     // Zeroed, so that what lies behind the payload tells nothing of this process's memory.
-    const Bytes report = Allocate(kReportSize);
+    const Buffer report = AllocateBuffer(kReportSize);
     if (report == nullptr) {
         LogErrorFun("NFC HidWrite malloc nfcData fail");
         return false;

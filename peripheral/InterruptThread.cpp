@@ -3,6 +3,7 @@
 #include <array>
 #include <new>
 
+#include "chip/LittleEndian.h"
 #include "chip/LockOrder.h"
 #include "chip/NfcDeviceContext.h"
 #include "chip/TransferState.h"
@@ -38,15 +39,12 @@ constexpr DWORD kFailedReadPauseMs = 100;
 
 ShownNumber g_shownOnInterrupt;
 
-std::uint32_t LittleEndian32(const StatusBytes& bytes, std::size_t offset) {
-    return bytes[offset] | static_cast<std::uint32_t>(bytes[offset + 1]) << 8 |
-           static_cast<std::uint32_t>(bytes[offset + 2]) << 16 |
-           static_cast<std::uint32_t>(bytes[offset + 3]) << 24;
-}
-
 // Opens a visit. Without a listener nothing changes, so the next interrupt tries again.
 void MakeFirstReport() {
-    const FirstReport report;
+    FirstReport report;
+    if (!report.allowed()) {
+        return;  // a stop came first
+    }
     LogWarnFun("NFC_SELECT_IN_FIELD 1st report");
     if (g_isI2cDriver || g_isUsbDriver) {
         const int route = g_isI2cDriver ? kRouteI2c : kRouteUsb;
@@ -61,29 +59,44 @@ void MakeFirstReport() {
     }
     g_fieldCount = kFieldVisitOpened;
     g_interruptFirst = false;
-    notifyDeferCallThread();
+    report.HandOver();
 }
 
 void DeliverMcuStarted() {
     DeliverEvent(kEventMcuStarted, g_tagRandNumber.value, kRouteI2c, g_shownOnInterrupt);
 }
 
-bool ReadInterruptStatus(StatusBytes& status) {
+enum class StatusRead { kDone, kFailed, kNoStatus };
+
+StatusRead ReadInterruptStatus(StatusBytes& status) {
     NfcDeviceContext& context = GetNfcDeviceContext();
     platform::Lock lock(context.mutex, kDeviceLock);
     NfcSpbCommon* const driver = context.spbDriverOps;
     if (driver == nullptr) {
         LogErrorFun("spbDriverOps == nullptr");
-        return false;
+        return StatusRead::kFailed;
     }
     if (context.linkType != NfcLinkSpb4) {
-        return false;  // a device start was waited out, and it found another chip
+        return StatusRead::kNoStatus;  // a device start was waited out, and it found another chip
     }
     try {
         return driver->ReadState(kInterruptStatusState, static_cast<std::int32_t>(status.size()),
-                                 status.data());
+                                 status.data())
+                   ? StatusRead::kDone
+                   : StatusRead::kFailed;
     } catch (const std::bad_alloc&) {
-        return false;  // nobody is there to catch it on this thread, and one status can be missed
+        // Nobody is there to catch it on this thread, and one status can be missed.
+        return StatusRead::kFailed;
+    }
+}
+
+// All that an interrupt without a status tells: a phone is there.
+void CountInterrupt() {
+    if (g_interruptFirst) {
+        MakeFirstReport();
+    } else {
+        ++g_fieldCount;
+        LogWarnFun("NFC_SELECT_IN_FIELD no report");
     }
 }
 
@@ -109,14 +122,20 @@ void LeaveField(int enterSum, int leaveSum, int ticks) {
 
 void ProcessInterruptStatus() {
     StatusBytes status{};
-    if (!ReadInterruptStatus(status)) {
-        LogErrorFun("Nfc read Interrupt Status failed!");
-        Sleep(kFailedReadPauseMs);
-        return;
+    switch (ReadInterruptStatus(status)) {
+        case StatusRead::kDone:
+            break;
+        case StatusRead::kFailed:
+            LogErrorFun("Nfc read Interrupt Status failed!");
+            Sleep(kFailedReadPauseMs);
+            return;
+        case StatusRead::kNoStatus:
+            CountInterrupt();
+            return;
     }
     const int intStatus = status[0];
-    const std::uint32_t para1 = LittleEndian32(status, kPara1Offset);
-    const int ticks = static_cast<int>(LittleEndian32(status, kTicksOffset));
+    const std::uint32_t para1 = LittleEndian<4>(status.data() + kPara1Offset);
+    const int ticks = static_cast<int>(LittleEndian<4>(status.data() + kTicksOffset));
     if (GetNfcDeviceContext().chipKind == NfcChipLikeFanli) {
         LogErrorFun("Nfc like Fanli intStatus: %d para1: 0x%04x, ticks: %d", intStatus, para1,
                     ticks);
@@ -152,11 +171,8 @@ void ProcessInterruptStatus() {
 void HandleInterrupt() {
     if (g_isI2cDriver && GetNfcDeviceContext().linkType == NfcLinkSpb4) {
         ProcessInterruptStatus();
-    } else if (g_interruptFirst) {
-        MakeFirstReport();
     } else {
-        ++g_fieldCount;
-        LogWarnFun("NFC_SELECT_IN_FIELD no report");
+        CountInterrupt();
     }
 }
 

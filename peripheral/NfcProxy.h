@@ -26,6 +26,7 @@ class NfcProxy {
     /// and neither its making nor its end touches the event threads.
     static std::shared_ptr<NfcProxy> Detached();
 
+    /// Chooses the constructor that arms nothing; only Detached passes it.
     struct DetachedTag {};
     explicit NfcProxy(DetachedTag /*tag*/) {}
 

@@ -23,8 +23,13 @@ extern std::atomic<bool> g_isHidDevice;
 /// number reads.
 extern std::atomic<bool> g_mcuKbConnected;
 
-/// The PC type last accepted, 2, 5 or 8: it chooses the register of the random number. Written by
-/// the managers, read by number reads.
+// The PC types. The first shows no URI, the others show one each.
+inline constexpr std::uint8_t kPcTypeBlank = 2;
+inline constexpr std::uint8_t kPcTypeOrvane = 5;
+inline constexpr std::uint8_t kPcTypeVelmo = 8;
+
+/// The PC type last accepted: it chooses the register of the random number. Written by the
+/// managers, read by number reads.
 extern std::atomic<std::uint8_t> g_pcModel;
 
 /// The one listener of the process, null for none. Written by the host's thread, read once for
@@ -41,11 +46,14 @@ extern std::atomic<std::int32_t> g_fieldCount;
 inline constexpr std::int32_t kFieldVisitOpened = 1;
 inline constexpr std::int32_t kFieldLeaveReported = 2;
 
-// The random number as last read on each route, and as last confirmed by a write. Written by
-// number reads, by the keyboard read thread and by the Bluetooth client's thread.
+// The random number as last read on each route: from the chip by number reads, from the keyboard
+// by its read thread, over Bluetooth by the client's thread. Read by all that deliver events.
 extern platform::NeverDestroyed<NumberStore> g_tagRandNumber;
 extern platform::NeverDestroyed<NumberStore> g_hidRandNumber;
 extern platform::NeverDestroyed<NumberStore> g_btRandNumber;
+
+/// The random number as a read-back last confirmed it. Written by the managers' writes; for a
+/// debugger, as nothing reads it.
 extern platform::NeverDestroyed<NumberStore> g_localNumber;
 
 /// Manual-reset event, pulsed by the keyboard read thread when a number has arrived.

@@ -23,10 +23,10 @@ constexpr std::int32_t kHalf = 16;
 
 std::optional<std::uint16_t> NumberRegister(std::uint8_t pcModel) {
     switch (pcModel) {
-        case 2:
+        case kPcTypeBlank:
             return kShortUriRegister;
-        case 5:
-        case 8:
+        case kPcTypeOrvane:
+        case kPcTypeVelmo:
             return kLongUriRegister;
         default:
             return std::nullopt;

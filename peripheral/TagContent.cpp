@@ -2,14 +2,13 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <memory>
-#include <new>
 
 #include "chip/LockOrder.h"
 #include "chip/NfcDeviceContext.h"
 #include "chip/Registers.h"
 #include "diagnostics/Log.h"
 #include "peripheral/BlePath.h"
+#include "peripheral/Buffer.h"
 #include "peripheral/NfcProxy.h"
 #include "peripheral/PeripheralState.h"
 #include "platform/BoundedMemory.h"
@@ -28,12 +27,6 @@ constexpr std::size_t kLengthOffset = 1;
 constexpr std::int32_t kHeaderSize = 2;
 constexpr std::int32_t kUncounted = 3;
 constexpr std::uint8_t kNdefTag = 3;
-
-using Bytes = std::unique_ptr<std::uint8_t[]>;
-
-Bytes Allocate(std::size_t size) {
-    return Bytes(new (std::nothrow) std::uint8_t[size]());
-}
 
 std::int32_t BlockCount(std::int32_t length) {
     return (length + kBlockSize - 1) / kBlockSize;
@@ -147,7 +140,7 @@ bool NfcProxy::ReadNfcContent(std::string& content) {
         LogErrorFun("nfcData too long, totalDatalen = %d", length);
         return false;
     }
-    const Bytes image = Allocate(static_cast<std::size_t>(length));
+    const Buffer image = AllocateBuffer(static_cast<std::size_t>(length));
     if (image == nullptr) {
         LogErrorFun("ReadNfcContent: malloc nfcData fail");
         return false;
@@ -169,7 +162,7 @@ bool NfcProxy::WriteNfcContent(const std::string& content) {
     if (content.size() > static_cast<std::size_t>(kLongestWrite)) {
         return false;
     }
-    const Bytes image = Allocate(content.size());
+    const Buffer image = AllocateBuffer(content.size());
     if (image == nullptr) {
         LogErrorFun("WriteNfcContent: malloc nfcData fail");
         return false;

@@ -33,7 +33,8 @@ class TAGPORT_EXPORT NfcManager {
     /// A bare manager, on which nearly every operation fails. Hosts use Create.
     explicit NfcManager(std::shared_ptr<NdefMessage> message);
 
-    // Copies share image, peripheral and message with the original.
+    // Copies share image, peripheral and message with the original. An operation that runs while
+    // its manager is assigned to ends on what the manager held before.
     NfcManager(const NfcManager& other);
     NfcManager& operator=(const NfcManager& other);
     ~NfcManager();
@@ -94,6 +95,8 @@ class TAGPORT_EXPORT NfcManager {
     bool UpdateTag();
     bool UpdateNfcContent();
     int LocalWriteRand();
+    std::shared_ptr<NfcData> Data() const;
+    std::shared_ptr<NfcProxy> Proxy() const;
 
     std::shared_ptr<NfcData> m_nfcData;
     std::shared_ptr<NfcProxy> m_nfcProxy;

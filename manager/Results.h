@@ -1,0 +1,5 @@
+// What the public operations of manager and message answer.
+#pragma once
+
+inline constexpr int kSuccess = 0;
+inline constexpr int kFailure = -1;
