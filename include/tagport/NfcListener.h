@@ -18,6 +18,12 @@
 /// route 4 on the Bluetooth client's thread. While a listener runs, its thread takes no further
 /// interrupt, report or notification, so it must return quickly.
 ///
+/// Nobody waits for a listener: it may still be called, up to 8 s for the leave of a phone that has
+/// been reported, after the last manager has gone, and a call that has begun goes on after
+/// RegisterListener has replaced it. On route 4 calls go on until BtDisconnect has returned. So a
+/// listener's code must stay in memory; a host that is unloaded registers null, calls BtDisconnect,
+/// lets its managers go and stays for the rest.
+///
 /// A listener may call the manager. It must not
 ///   - in event 1 of routes 1 and 2 wait for another visit's event 3: the next visit opens only
 ///     when it has returned;

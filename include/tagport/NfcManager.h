@@ -40,12 +40,14 @@ class TAGPORT_EXPORT NfcManager {
     ~NfcManager();
 
     /// Finds and opens the tag: I2C driver, USB driver, HID keyboard, in this order. Up to three
-    /// attempts with 300 ms after each failure, and several seconds when a chip does not answer.
+    /// attempts with 300 ms after each failure; on a driver that never ends a request up to 51 s.
     bool DeviceInit();
 
     /// Writes the message to the tag on every active route, reads the number back, starts the
     /// event threads and switches the radio on. An empty URL keeps the one on the tag where it
-    /// could be read. 0 when the content is on the tag and both threads exist, else -1.
+    /// could be read. 0 when the content is on the tag and both threads exist, else -1; on a driver
+    /// that never ends a request up to 20 s. The PC type stays the manager's own, unless the tag
+    /// could not be read: then the message takes the place of the manager's, PC type and all.
     int WriteMessage(std::shared_ptr<NdefMessage> message);
 
     /// Reads the tag into `target` (all but its PC type). 0, or -1 with `target` unchanged unless
