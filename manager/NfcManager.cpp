@@ -37,9 +37,11 @@ NfcManager::NfcManager(std::shared_ptr<NdefMessage> message) : m_ndefMessage(std
 
 NfcManager::NfcManager(const NfcManager& other) {
     platform::Lock lock(g_memoryMutex.value, kMemoryLock);
+    // NOLINTBEGIN(cppcoreguidelines-prefer-member-initializer): initializers run outside the lock
     m_nfcData = other.m_nfcData;
     m_nfcProxy = other.m_nfcProxy;
     m_ndefMessage = other.m_ndefMessage;
+    // NOLINTEND(cppcoreguidelines-prefer-member-initializer)
 }
 
 NfcManager& NfcManager::operator=(const NfcManager& other) {
