@@ -1,4 +1,4 @@
-// A chip and a Bluetooth keyboard on one PC: who is served when, and who is heard as what.
+// A chip or a HID keyboard beside a Bluetooth keyboard: who is served when, and heard as what.
 #include <gtest/gtest.h>
 
 #include "platform/LinkDockBackDoor.h"
@@ -15,12 +15,6 @@ void BothRoutes(PcRoute wired) {
     Desk desk({wired, PcRoute::kBle}, "fm11nt082c");
     desk.log.Announce("");
     desk.Start();
-    const std::string chip =
-        wired == PcRoute::kHid ? "NfcHidWrite success!" : "NfcWriteTag totalLen=143, block num=9";
-    EXPECT_TRUE(HasInOrder(
-        desk.log, {"[NFC] BtWrite success!", chip, "NFC ReadRandNumber regAddr = 122 ",
-                   "[NFC] BtReadRandomNum success!", "UpdateNfcData ReadRandNum Successful"}));
-    EXPECT_EQ(desk.log.Count("[NFC] BtWrite success!"), 1U);
     // Each route's events carry the number as last read there.
     desk.pc.bluetooth()->SetMemory(122, simulator::Bytes(32, 0x22));
     std::uint8_t number[32] = {};
@@ -40,14 +34,12 @@ void BothRoutes(PcRoute wired) {
     }
     desk.log.Clear();
     EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x33)), -1);
-    EXPECT_FALSE(desk.log.Has(chip));
+    EXPECT_FALSE(desk.log.Has("NfcHidWrite success!") || desk.log.Has("Nfc CheckWriteTag ret: 1"));
     LinkDockService::FailCall(BleCall::kWrite, 1);
     EXPECT_EQ(desk.manager->ReadRandNum(number), 0);
     EXPECT_TRUE(
         HasInOrder(desk.log, {"[NFC] BleClientWrite ERROR", "[NFC_log] BtReadRandomNum fail "}));
     EXPECT_EQ(number[0], 0x11);
-    EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x33)), 0) << "still connected";
-    EXPECT_TRUE(desk.log.Has(chip));
 }
 
 TEST(Routes, AWiredTagAndABluetoothKeyboard) {
