@@ -21,9 +21,9 @@ NfcProxy& Proxy() {
     return *NfcProxy::Detached();
 }
 
-// A started chip, by default on the route with the shortest pauses: 10 ms behind each block.
+// A started chip; by default with the shortest pauses, 10 ms behind each block.
 struct StartedDesk : Desk {
-    explicit StartedDesk(PcRoute route = PcRoute::kUsb, const std::string& chip = "fm11nt081")
+    explicit StartedDesk(PcRoute route = PcRoute::kUsb, const char* chip = "fm11nt081")
         : Desk({route}, chip) {
         log.Announce("NFC_Error opening Spb driver");
         log.Announce("Nfc chip");
@@ -53,21 +53,6 @@ std::string Blocks(const Texts& traffic) {
     return blocks;
 }
 
-// The blocks of a whole image of `size` bytes: " 16:16. 32:16." ... for a write.
-std::string WholeImage(std::size_t size, const char* sign) {
-    std::string blocks;
-    for (std::size_t offset = 0; offset < size; offset += 16) {
-        blocks += " " + std::to_string(16 + offset) + sign +
-                  std::to_string(std::min<std::size_t>(16, size - offset)) + ".";
-    }
-    return blocks;
-}
-
-void SetMemory(Desk& desk, unsigned reg, const std::string& bytes) {
-    const hosted::DeviceLock lock;
-    desk.pc.chip()->BackDoor().SetMemory(reg, simulator::Bytes(bytes.begin(), bytes.end()));
-}
-
 // Bytes that differ from each other.
 std::string Counted(std::size_t size, int step) {
     std::string bytes(size, '\0');
@@ -77,76 +62,80 @@ std::string Counted(std::size_t size, int step) {
     return bytes;
 }
 
-TEST(Content, IsReadInBlocks) {
-    hosted::UseScheduledClock({Seed()});
-    StartedDesk desk;
-    const struct {
-        int type, length;
-        const char* faults;
-        std::size_t size;    // 0: fails
-        std::string blocks;  // behind the header
-        const char* told;
-    } cases[] = {
-        {3, 0, "", 3, ". 16+3.", ""},
-        {3, 14, "", 17, ". 16+16. 32+1.", ""},
-        {3, 253, "", 256, "." + WholeImage(256, "+"), ""},
-        {3, 254, "", 0, ".", "nfcData too long, totalDatalen = 257"},
-        {0, 60, "", 0, ".", "ReadNfcContent: tag type is err"},
-        {3, 100, "read#1=fail:31", 0, "", ""},
-        {3, 100, "read#3=fail:31", 0, ". 16+16. 32+16", "NfcReadTag Read fail 1, block num: i = 1"},
-    };
-    for (const auto& [type, length, faults, size, blocks, told] : cases) {
-        SCOPED_TRACE(std::to_string(length) + faults);
-        std::string image = Counted(300, 7);
-        image[0] = static_cast<char>(type);
-        image[1] = static_cast<char>(length);
-        SetMemory(desk, 16, image);
-        desk.SetFaults(faults);
-        std::string content = "untouched";
-        BusRecorder recorder;
-        EXPECT_EQ(Proxy().ReadNfcContent(content), size != 0);
-        EXPECT_EQ(Blocks(recorder.Take()), " 16+2" + blocks);
-        EXPECT_EQ(Joined(desk.log.TakeUnannounced()), told);
-        EXPECT_EQ(content, size != 0 ? image.substr(0, size) : "untouched");
-    }
-}
+const char kFirstFailed[] = "NfcWriteTag reg: 32 fail 1, block num: i = 1";
+const char kAllFailed[] =
+    "NfcWriteTag reg: 32 fail 1, block num: i = 1, NfcWriteTag reg: 32 fail 1, block num: i = 1, "
+    "NfcWriteTag reg: 16 fail 1, block num: i = 0";
 
-TEST(Content, IsWrittenInBlocksAndFromTheStartAgain) {
+const struct {
+    const char* operation;  // "read" or "write" an image, find "none", read the "number"
+    int size;               // of the image; of a number the PC type
+    const char* faults;
+    bool result;
+    const char* blocks;  // "many" are not compared
+    const char* told;
+} kMoves[] = {
+    {"read", 3, "", true, " 16+2. 16+3.", ""},
+    {"read", 17, "", true, " 16+2. 16+16. 32+1.", ""},
+    {"read", 256, "", true, "many", ""},
+    {"read", 257, "", false, " 16+2.", "nfcData too long, totalDatalen = 257"},
+    {"none", 60, "", false, " 16+2.", "ReadNfcContent: tag type is err"},
+    {"read", 100, "read#1=fail:31", false, " 16+2", ""},
+    {"read", 100, "read#3=fail:31", false, " 16+2. 16+16. 32+16",
+     "NfcReadTag Read fail 1, block num: i = 1"},
+    {"write", 0, "", true, " 16.", ""},
+    {"write", 17, "", true, " 16:16. 32:1.", ""},
+    {"write", 255, "", true, "many", ""},
+    {"write", 256, "", false, "", ""},
+    // From the start again, three times in all.
+    {"write", 40, "write#2=fail:31", true, " 16:16. 32:16 16:16. 32:16. 48:8.", kFirstFailed},
+    {"write", 40, "write#2=fail:31,write#4+=fail:31", false, " 16:16. 32:16 16:16. 32:16 16:16",
+     kAllFailed},
+    {"number", 2, "", true, " 73+16. 89+16.", ""},
+    {"number", 5, "", true, " 122+16. 138+16.", ""},
+    {"number", 8, "", true, " 122+16. 138+16.", ""},
+    {"number", 7, "", false, "", "NFC g_pcModel type unsupport"},
+    {"number", 5, "read#1=fail:31", false, " 122+16.",
+     "NFC ReadRandNumber fail 1, ReadRandNum reg: 122 failed"},
+    {"number", 2, "read#2=short:1", false, " 73+16. 89+16.",
+     "NFC ReadRandNumber fail 2, ReadRandNum reg: 73 failed"},
+};
+
+TEST(Content, MovesInBlocksWholeOrNotAtAll) {
     hosted::UseScheduledClock({Seed()});
     StartedDesk desk;
-    const struct {
-        std::size_t size;
-        const char* faults;
-        bool result;
-        std::string blocks;
-        const char* told;
-        std::size_t retries;
-    } cases[] = {
-        {17, "", true, " 16:16. 32:1.", "", 0},
-        {0, "", true, " 16.", "", 0},
-        {255, "", true, WholeImage(255, ":"), "", 0},
-        {256, "", false, "", "", 0},
-        {128, "write#2=fail:31", true, " 16:16. 32:16" + WholeImage(128, ":"),
-         "NfcWriteTag reg: 32 fail 1, block num: i = 1", 1},
-        {40, "write#2=fail:31,write#4+=fail:31", false, " 16:16. 32:16 16:16. 32:16 16:16",
-         "NfcWriteTag reg: 32 fail 1, block num: i = 1, "
-         "NfcWriteTag reg: 32 fail 1, block num: i = 1, "
-         "NfcWriteTag reg: 16 fail 1, block num: i = 0",
-         3},
-    };
-    for (const auto& [size, faults, result, blocks, told, retries] : cases) {
-        SCOPED_TRACE(std::to_string(size) + faults);
+    for (const auto& [operation, size, faults, result, blocks, told] : kMoves) {
+        SCOPED_TRACE(operation + std::to_string(size) + faults);
+        std::string image = Counted(300, 2 * size + 1);
+        image[0] = operation[1] == 'o' ? 0 : 3;
+        image[1] = static_cast<char>(size - 3);
+        const bool writes = operation[0] == 'w';
+        desk.pc.chip()->BackDoor().SetMemory(
+            16, writes ? simulator::Bytes(300) : simulator::Bytes(image.begin(), image.end()));
         desk.SetFaults(faults);
-        const std::string image = Counted(size, static_cast<int>(size));
-        desk.log.Clear();
+        const Number old = NumberOf(0x0D);
+        g_tagRandNumber.value.Set(old.data());
+        g_pcModel = static_cast<std::uint8_t>(size);
+        std::string moved = "untouched";
+        Number number{};
         BusRecorder recorder;
-        EXPECT_EQ(Proxy().WriteNfcContent(image), result);
-        EXPECT_EQ(Blocks(recorder.Take()), blocks);
+        if (operation[1] == 'u') {
+            EXPECT_EQ(Proxy().ReadRandNumber(number.data()), result);
+            image = image.substr(size == 2 ? 73 - 16 : 122 - 16, 32);
+            EXPECT_TRUE(!result || std::memcmp(number.data(), image.data(), number.size()) == 0);
+            EXPECT_EQ(g_tagRandNumber.value.Get(), result ? number : old);
+        } else if (writes) {
+            image.resize(static_cast<std::size_t>(size));
+            EXPECT_EQ(Proxy().WriteNfcContent(image), result);
+            EXPECT_TRUE(!result || desk.ImageOnChip(image.size()) == image);
+        } else {
+            EXPECT_EQ(Proxy().ReadNfcContent(moved), result);
+            EXPECT_EQ(moved,
+                      result ? image.substr(0, static_cast<std::size_t>(size)) : "untouched");
+        }
+        const std::string traffic = Blocks(recorder.Take());
+        EXPECT_TRUE(traffic == blocks || std::string(blocks) == "many") << traffic;
         EXPECT_EQ(Joined(desk.log.TakeUnannounced()), told);
-        EXPECT_TRUE(retries == 0 ||
-                    desk.log.Has("Nfc WriteTag retry: " + std::to_string(retries - 1)));
-        EXPECT_EQ(desk.log.Count("Nfc CheckWriteTag ret: 1"), result ? 1U : 0U);
-        EXPECT_TRUE(!result || desk.ImageOnChip(size) == image);
     }
 }
 
@@ -163,43 +152,6 @@ TEST(Content, IsWrittenAgainWhenFanliFindsAFault) {
         HasInOrder(desk.log, {"Nfc CheckWriteTag ret: 0", "Nfc WriteTag retry: 0",
                               "NfcWriteTag totalLen=64, block num=4", "Nfc CheckWriteTag ret: 1"}));
     EXPECT_EQ(desk.ImageOnChip(64), std::string(64, 'f'));
-}
-
-TEST(Number, IsReadInTwoHalves) {
-    hosted::UseScheduledClock({Seed()});
-    StartedDesk desk;
-    const struct {
-        std::uint8_t pcModel;
-        const char* faults;
-        bool result;
-        const char* blocks;  // a pause behind a failed half, too
-        const char* told;
-    } cases[] = {
-        {2, "", true, " 73+16. 89+16.", ""},
-        {5, "", true, " 122+16. 138+16.", ""},
-        {8, "", true, " 122+16. 138+16.", ""},
-        {7, "", false, "", "NFC g_pcModel type unsupport"},
-        {5, "read#1=fail:31", false, " 122+16.",
-         "NFC ReadRandNumber fail 1, ReadRandNum reg: 122 failed"},
-        {2, "read#2=short:1", false, " 73+16. 89+16.",
-         "NFC ReadRandNumber fail 2, ReadRandNum reg: 73 failed"},
-    };
-    const std::string bytes = Counted(32, 3);
-    const Number old = NumberOf(0x0D);
-    for (const auto& [pcModel, faults, result, blocks, told] : cases) {
-        SCOPED_TRACE(std::to_string(pcModel) + faults);
-        g_pcModel = pcModel;
-        g_tagRandNumber.value.Set(old.data());
-        SetMemory(desk, pcModel == 2 ? 73 : 122, bytes);
-        desk.SetFaults(faults);
-        Number number{};
-        BusRecorder recorder;
-        EXPECT_EQ(Proxy().ReadRandNumber(number.data()), result);
-        EXPECT_EQ(Blocks(recorder.Take()), blocks);
-        EXPECT_EQ(Joined(desk.log.TakeUnannounced()), told);
-        EXPECT_TRUE(!result || std::memcmp(number.data(), bytes.data(), bytes.size()) == 0);
-        EXPECT_EQ(g_tagRandNumber.value.Get(), result ? number : old);
-    }
 }
 
 }  // namespace

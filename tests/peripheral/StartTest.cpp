@@ -23,15 +23,6 @@ bool StartDevice() {
     return NfcProxy::Detached()->InitNfcDevice();
 }
 
-// Nothing is open, and as many handles are alive as before.
-void ExpectClosed(std::size_t handles) {
-    EXPECT_EQ(DeviceHandle, nullptr);
-    EXPECT_EQ(g_ioEvent.value.Get(), nullptr);
-    EXPECT_EQ(g_RandEvent.value.Get(), nullptr);
-    EXPECT_EQ(hosted::Live().handles, handles);
-    EXPECT_EQ(hosted::Live().requests, 0U);
-}
-
 TEST(DeviceStart, PrefersI2cAndKeepsItsHandle) {
     hosted::UseScheduledClock({Seed()});
     Desk desk({PcRoute::kI2c, PcRoute::kUsb}, "fm11nt081");
@@ -47,25 +38,14 @@ TEST(DeviceStart, PrefersI2cAndKeepsItsHandle) {
     EXPECT_TRUE(g_isI2cDriver && !g_isUsbDriver);
 }
 
-TEST(DeviceStart, TakesTheUsbDriverWithoutDetection) {
-    hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kUsb}, "fm11nt081");
-    desk.log.Announce("NFC_Error opening Spb driver, last error = 2");
-    BusRecorder recorder;
-    ASSERT_TRUE(StartDevice());
-    EXPECT_EQ(recorder.Take().at(0), "W 03 8c");  // neither an open request nor a probe
-    EXPECT_EQ(g_nfcOpDelayMs, 10U);
-    EXPECT_EQ(g_nfcReadDelayMs, 50U);
-    EXPECT_EQ(GetNfcDeviceContext().chipKind, NfcChipLikeFm11n);
-}
-
-TEST(DeviceStart, TriesAStepFiveTimesAndThenCloses) {
+TEST(DeviceStart, OnUsbDetectsNothingTriesAStepFiveTimesAndThenCloses) {
     hosted::UseScheduledClock({Seed()});
     const struct {
         const char* faults;
         const char* failure;  // null: the start works in the end
         std::ptrdiff_t pauses;
     } cases[] = {
+        {"", nullptr, 0},
         {"write#1-2=fail:31", nullptr, 2},
         {"write#1-5=fail:31", "InitDevice Fm11n failed", 5},
         // The first step needs three writes, and the chip keeps its mode from then on.
@@ -74,18 +54,22 @@ TEST(DeviceStart, TriesAStepFiveTimesAndThenCloses) {
     };
     for (const auto& one : cases) {
         SCOPED_TRACE(one.faults);
-        Desk desk({PcRoute::kUsb}, "like-fm11n");
+        Desk desk({PcRoute::kUsb}, "fm11nt081");
         desk.log.Announce("N");
         desk.SetFaults(one.faults);
         const std::size_t handles = hosted::Live().handles;
         BusRecorder recorder;
         EXPECT_EQ(StartDevice(), one.failure == nullptr);
         const Texts traffic = recorder.Take();
+        EXPECT_EQ(traffic.at(0), "W 03 8c") << "neither an open request nor a probe";
+        EXPECT_EQ(GetNfcDeviceContext().chipKind, NfcChipLikeFm11n);
+        EXPECT_EQ(std::pair(g_nfcOpDelayMs.load(), g_nfcReadDelayMs.load()), std::pair(10U, 50U));
         EXPECT_EQ(std::count(traffic.begin(), traffic.end(), "sleep 500"), one.pauses);
         if (one.failure != nullptr) {
             EXPECT_EQ(desk.log.TakeUnannounced(), Texts{one.failure});
             EXPECT_EQ(traffic.back(), "sleep 500");
-            ExpectClosed(handles);
+            EXPECT_EQ(DeviceHandle, nullptr);
+            EXPECT_EQ(hosted::Live().handles, handles);
         }
         CloseHandle(DeviceHandle.exchange(nullptr));
         g_ioEvent.value.Close();
@@ -100,17 +84,13 @@ void StartWithMode(std::uint8_t mode) {
         const hosted::DeviceLock lock;
         desk.pc.chip()->BackDoor().StickBits(kFdMode, 0xFF, mode);
     }
-    desk.log.Announce("Nfc");
+    desk.log.Announce("");
     ASSERT_TRUE(desk.Create());
     ASSERT_TRUE(desk.manager->DeviceInit());
     EXPECT_EQ(GetNfcDeviceContext().chipKind, silenced ? NfcChipFdModeOther : NfcChipFm11nt081);
     EXPECT_EQ(desk.pc.chip()->BackDoor().RadioOn(), !silenced);
-    desk.log.Announce("ReadNfcContent: tag type is err");
-    desk.log.Announce("ReadMessage ReadNfcContent failed");
-    desk.log.Announce("WriteMessage Read failed");
     ASSERT_EQ(desk.manager->WriteMessage(desk.NewMessage()), 0);
     EXPECT_TRUE(desk.pc.chip()->BackDoor().RadioOn());
-    AnnounceStop(desk.log);
 }
 
 TEST(ModeByte, DecidesAboutTheRadio) {
