@@ -89,15 +89,11 @@ TEST(Transfer, ThatCannotBeMadeAsksNoDriver) {
     const auto bus = std::make_shared<ScriptedBus>();
     const OpenDevice device(bus);
     EXPECT_FALSE(NfcSpbRead(0, bytes));
-    EXPECT_EQ(log.Texts(), Texts{});
     EXPECT_FALSE(NfcSpbWrite(nullptr, 4));
     EXPECT_FALSE(CWriteCommand(3).WriteParse(bytes, 4));
-    EXPECT_EQ(log.TakeUnannounced(), Texts(2, "NFC WriteParse checke error"));
     EXPECT_EQ(bus->transfers, 0U);
     EXPECT_EQ(WaitForCommand(nullptr), 22U);
-    bus->reads = {Gives({1, 2, 3, 4})};
-    EXPECT_FALSE(NfcSpbRead(4, nullptr));
-    EXPECT_EQ(log.TakeUnannounced(), Texts{"Nfc read spb memcpy_s fail"});
+    EXPECT_EQ(log.TakeUnannounced(), Texts(2, "NFC WriteParse checke error"));
 }
 
 }  // namespace
