@@ -38,42 +38,36 @@ TEST(ScheduledClock, KeepsTimersAndDeadlinesExactAndInOrder) {
     });
 }
 
-/// What a small crowd does under these options, as the status of a process that ends with a hash.
-int TraceOf(const hosted::ScheduledOptions& options) {
-    return testing_support::RunInChild([&] {
+/// The order in which three threads take their turns with this seed, as the status of a process.
+int OrderOf(std::uint64_t seed) {
+    return testing_support::RunInChild([seed] {
+        hosted::ScheduledOptions options;
+        options.seed = testing_support::Seed() + seed;
+        options.priorityChangePoints = static_cast<unsigned>(seed % 3);
+        options.expectedSteps = 200;
+        options.maxLateness = static_cast<hosted::Micros>(seed % 2) * kMillisecond;
         hosted::UseScheduledClock(options);
-        std::string trace;
-        hosted::SetTracer([&](const hosted::TraceEvent& event) {
-            trace += std::to_string(event.thread) + event.text + std::to_string(event.time) + " ";
-        });
-        std::mutex mutex;
-        const auto work = [&] {
+        unsigned order = 0;
+        const auto turns = [&order](unsigned mark) {
             for (int turn = 0; turn < 5; ++turn) {
-                const platform::Lock lock(mutex, kOuter);
                 Sleep(static_cast<DWORD>(hosted::Random() % 3));
+                order = order * 3 + mark;
             }
         };
-        Join({Go(work), Go(work), Go(work)});
-        std::_Exit(static_cast<int>(std::hash<std::string>()(trace) % 255));
+        Join({Go([&] { turns(0); }), Go([&] { turns(1); }), Go([&] { turns(2); })});
+        std::_Exit(static_cast<int>(order % 251));
     });
 }
 
 TEST(ScheduledClock, RepeatsARunFromItsSeedAndDiffersBetweenSeeds) {
-    constexpr std::size_t kSeeds = 12;
-    for (const unsigned changePoints : {0U, 3U}) {
-        std::set<int> traces;
-        for (std::uint64_t seed = 0; seed < kSeeds; ++seed) {
-            hosted::ScheduledOptions options;
-            options.seed = testing_support::Seed() + seed;
-            options.priorityChangePoints = changePoints;
-            options.expectedSteps = 200;
-            options.maxLateness = seed % 2 * kMillisecond;
-            const int trace = TraceOf(options);
-            EXPECT_EQ(TraceOf(options), trace);
-            traces.insert(trace);
-        }
-        EXPECT_GT(traces.size(), kSeeds / 2);
+    constexpr std::size_t kSeeds = 24;
+    std::set<int> orders;
+    for (std::uint64_t seed = 0; seed < kSeeds; ++seed) {
+        const int order = OrderOf(seed);
+        EXPECT_EQ(OrderOf(seed), order) << "seed " << seed;
+        orders.insert(order);
     }
+    EXPECT_GT(orders.size(), kSeeds / 2);
 }
 
 TEST(ScheduledClock, EndsAStalledRunWithWhoWaitsForWhat) {
