@@ -13,22 +13,18 @@ namespace {
 struct Client {
     Client() { overlapped.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr); }
 
-    // "O"pens, "W"rites an address, "S"tores a byte, "R"eads nine, waits for an "I"nterrupt.
+    // "O"pens, "W"rites an address, "R"eads nine bytes, waits for an "I"nterrupt.
     BOOL Start(char letter) {
-        const std::uint8_t frame[] = {0, 0, 1};
-        switch (letter) {
-            case 'O':
-                device = CreateFileW(kSpbDriverPath, GENERIC_READ, 0, nullptr, OPEN_EXISTING,
-                                     FILE_FLAG_OVERLAPPED, nullptr);
-                return device != INVALID_HANDLE_VALUE;
-            case 'R':
-                return ReadFile(device, buffer, sizeof buffer, nullptr, &overlapped);
-            case 'I':
-                return DeviceIoControl(device, kControlInterrupt, nullptr, 0, nullptr, 0, nullptr,
-                                       &overlapped);
-            default:
-                return WriteFile(device, frame, letter == 'S' ? 3 : 2, nullptr, &overlapped);
+        if (letter == 'O') {
+            device = CreateFileW(kSpbDriverPath, GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                                 FILE_FLAG_OVERLAPPED, nullptr);
+            return device != INVALID_HANDLE_VALUE;
         }
+        const std::uint8_t frame[] = {0, 0};
+        return letter == 'R'   ? ReadFile(device, buffer, sizeof buffer, nullptr, &overlapped)
+               : letter == 'I' ? DeviceIoControl(device, kControlInterrupt, nullptr, 0, nullptr, 0,
+                                                 nullptr, &overlapped)
+                               : WriteFile(device, frame, sizeof frame, nullptr, &overlapped);
     }
     // The last-error code of each step; 258 while it is under way after a second.
     std::string Do(const std::string& letters) {
@@ -53,24 +49,6 @@ struct Client {
     DWORD moved = 0;
 };
 
-TEST(SpbDriver, CarriesTransfersAndInterrupts) {
-    hosted::UseScheduledClock({testing_support::Seed()});
-    Client bus;
-    SimulatedPc pc({PcRoute::kI2c}, "fm11nt082c");
-    EXPECT_EQ(bus.Do("OSW"), "0 0 1117 ");  // no pause behind the store
-    pc.TapPhone(kMilli * 50, kMilli * 100);
-    EXPECT_EQ(bus.Do("I"), "0 ");       // the phone comes
-    Sleep(150);                         // it has read and gone, while nobody waited
-    EXPECT_EQ(bus.Do("II"), "0 258 ");  // one is remembered, no more
-    EXPECT_EQ(pc.spb()->Violations(), 0U);
-    OVERLAPPED other{};
-    WriteFile(bus.device, bus.buffer, 1, nullptr, &other);
-    EXPECT_EQ(bus.Do("R"), "0 ");
-    EXPECT_EQ(pc.spb()->Violations(), 1U);
-    pc.Unplug();
-    EXPECT_EQ(bus.Do("RO"), "1167 2 ");
-}
-
 TEST(FaultyDriver, SpoilsExactlyTheRequestsOfItsPlan) {
     hosted::UseScheduledClock({testing_support::Seed()});
     Client bus;
@@ -78,7 +56,7 @@ TEST(FaultyDriver, SpoilsExactlyTheRequestsOfItsPlan) {
     std::string error;
     const auto plan = FaultPlan::Parse(
         "open#1=refuse:5, write#2=refuse:31 , read#1=short:2,read#2=late:700,write#3-4=fail:121,"
-        "write#5=never,interrupt#1+=gone, any#3=refuse:87",
+        "write#5=never,interrupt#2+=gone, any#3=refuse:87",
         error);
     ASSERT_TRUE(plan) << error;
     pc.Faults(*plan);
@@ -89,7 +67,14 @@ TEST(FaultyDriver, SpoilsExactlyTheRequestsOfItsPlan) {
     EXPECT_EQ(bus.Do("R"), "0 ");
     EXPECT_EQ(hosted::Now() - before, 700 * kMilli + kDefaultBusLatency);
     EXPECT_EQ(pc.chip()->BackDoor().Counters().writes, 1U);  // the others never reached it
-    EXPECT_EQ(bus.Do("WIW"), "258 1167 1167 ");
+    OVERLAPPED other{};
+    EXPECT_EQ(pc.spb()->Violations(), 0U);
+    ReadFile(bus.device, bus.buffer, 1, nullptr, &other);
+    EXPECT_EQ(bus.Do("RWI"), "0 258 258 ");
+    EXPECT_EQ(pc.spb()->Violations(), 1U) << "one request at a time";
+    EXPECT_EQ(bus.Do("IW"), "1167 1167 ");
+    pc.Unplug();
+    EXPECT_EQ(bus.Do("O"), "2 ");
 }
 
 }  // namespace

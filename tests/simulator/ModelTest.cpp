@@ -18,17 +18,14 @@ TEST(Chips, GiveOnesToAReaderThatDoesNotWait) {
         std::uint8_t first;
     } cases[] = {{"fm11nt081", {0, 0}, kFm11nReadGap, 0x1D},
                  {"fm11nt082c", {0, 0}, 0, 0x1D},
-                 {"like-fm11n", {0, 0}, kFm11nReadGap, 0x53},
                  {"fanli", {0, 0, 1, 9}, kFanliFirstAnswerTime, 0x22}};
-    for (const auto& one : cases) {
-        SCOPED_TRACE(one.kind);
-        const auto chip = MakeChip(one.kind);
-        ASSERT_TRUE(chip->Bus().Write(0, one.frame));
-        if (one.pause > 0) {
-            EXPECT_EQ(chip->Bus().Read(one.pause - 1, 9), Bytes(9, 0xFF));
-        }
-        EXPECT_EQ(chip->Bus().Read(one.pause, 9).value().at(0), one.first);
-        EXPECT_EQ(chip->BackDoor().Counters().earlyReads, one.pause > 0 ? 1U : 0U);
+    for (const auto& [kind, frame, pause, first] : cases) {
+        SCOPED_TRACE(kind);
+        const auto chip = MakeChip(kind);
+        ASSERT_TRUE(chip->Bus().Write(0, frame));
+        EXPECT_TRUE(pause == 0 || chip->Bus().Read(pause - 1, 9) == Bytes(9, 0xFF));
+        EXPECT_EQ(chip->Bus().Read(pause, 9).value().at(0), first);
+        EXPECT_EQ(chip->BackDoor().Counters().earlyReads, pause != 0 ? 1U : 0U);
     }
 }
 
@@ -71,35 +68,13 @@ Bytes Report(std::uint8_t pages, std::uint8_t page, std::uint8_t length, const B
 }
 
 Bytes Full(std::uint8_t pages, std::uint8_t page) {
-    Bytes payload(kReportPayload, page);
-    if (page == 1) {
-        payload[0] = kFrameMark;
-        payload[1] = kFrameWrite;
-    }
-    return Report(pages, page, kReportSize, payload);
+    return Report(pages, page, kReportSize, {kFrameMark, kFrameWrite});
 }
 
-TEST(KeyboardMcu, PutsPagesTogetherAndRecoversFromABrokenFrame) {
-    KeyboardMcu mcu;
-    mcu.Output(Full(3, 1));
-    mcu.Output(Full(3, 2));
-    mcu.Output(Full(2, 1));  // the PC began anew
-    EXPECT_EQ(mcu.Refusals().size(), 1U);
-    Bytes last = Report(2, 2, 5, {0xAB});
-    last.back() = 1;
-    mcu.Output(last);
-    EXPECT_EQ(mcu.DirtyTails(), 1U);
-    Bytes expected(kReportPayload - 2, 1);
-    expected.push_back(0xAB);
-    EXPECT_EQ(mcu.Image(), expected);
-}
-
-TEST(KeyboardMcu, RefusesWhatIsNotQuiteRight) {
-    Bytes wrongId = Full(1, 1);
-    wrongId[0] = 4;
+TEST(KeyboardMcu, RefusesWhatIsNotQuiteRightAndRecovers) {
     const std::pair<const char*, std::vector<Bytes>> cases[] = {
         {"bytes", {Bytes(63)}},
-        {"id", {wrongId}},
+        {"id", {Bytes(64)}},
         {"page 0 where page 1", {Full(2, 0)}},
         {"page 1 of 0", {Full(0, 1)}},
         {"page 3 where page 2", {Full(3, 1), Full(3, 3)}},
@@ -120,6 +95,17 @@ TEST(KeyboardMcu, RefusesWhatIsNotQuiteRight) {
         EXPECT_EQ(mcu.ImagesStored() + mcu.NumbersAsked(), 0U);
         EXPECT_FALSE(mcu.MidFrame());
     }
+    // It takes a frame that begins in the middle of another, and notices what lies behind it.
+    KeyboardMcu mcu;
+    Bytes last = Report(2, 2, 5, {0xAB});
+    last.back() = 1;
+    for (const Bytes& report : {Full(3, 1), Full(2, 1), last}) {
+        mcu.Output(report);
+    }
+    EXPECT_EQ(mcu.Refusals().size(), 1U);
+    EXPECT_EQ(mcu.Image().size(), kReportPayload - 2 + 1);
+    EXPECT_EQ(mcu.Image().back(), 0xAB);
+    EXPECT_EQ(mcu.DirtyTails(), 1U);
 }
 
 }  // namespace
