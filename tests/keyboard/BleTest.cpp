@@ -7,6 +7,7 @@
 #include "peripheral/BlePath.h"
 #include "peripheral/PeripheralState.h"
 #include "platform/LinkDockBackDoor.h"
+#include "simulator/BlePeerAdapter.h"
 #include "tests/support/Desk.h"
 #include "tests/support/ScriptedBus.h"
 #include "tests/support/Seeds.h"
@@ -71,6 +72,13 @@ TEST(Ble, LinkStates) {
         heard += state == "LCS" ? 1 : 0;
         EXPECT_EQ(HeardSoFar().size(), heard) << "once, through the one sink there is";
     }
+    // Another keyboard takes the place of the one that is connected.
+    EXPECT_TRUE(desk.manager->BtConnect(simulator::kDefaultBleAddress));
+    LinkDockService::SetPeer(
+        simulator::BlePeerAdapter::Make(std::make_shared<simulator::BluetoothKeyboard>(11)));
+    EXPECT_TRUE(desk.manager->BtConnect(11));
+    EXPECT_FALSE(desk.pc.bluetooth()->Subscribed()) << "the sink there was is gone";
+    EXPECT_TRUE(desk.manager->BtDisconnect(11));
     EXPECT_EQ(hosted::Live().handles, 0U);
     LinkDockService::SetNoInstance(true);
     EXPECT_FALSE(desk.manager->BtConnect(11));
