@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <numeric>
+#include <random>
 
 #include "peripheral/EventThread.h"
-#include "tests/manager/ManagerAccess.h"
+#include "tests/support/Desk.h"
 #include "tests/support/Seeds.h"
 
 using simulator::kDefaultBleAddress;
@@ -16,7 +16,7 @@ using namespace testing_support;
 
 namespace {
 
-constexpr std::size_t kThreads = 10;
+constexpr unsigned kThreads = 10;
 
 std::atomic<unsigned> g_numberSum{0};
 
@@ -25,59 +25,37 @@ void ReadingListener(int /*event*/, const std::uint8_t (&number)[32], int /*rout
     g_numberSum += std::accumulate(std::begin(number), std::end(number), 0U);
 }
 
-void TapPhone(Desk& desk, NfcManager& /*manager*/, std::uint8_t fill) {
+using Fill = std::uint8_t;
+
+void TapPhone(Desk& desk, NfcManager& /*manager*/, Fill fill) {
     desk.pc.TapPhone(fill % 2 == 0 ? PcRoute::kI2c : PcRoute::kBle, 0, 50 * hosted::kMillisecond);
 }
-void ReadNumber(Desk& /*desk*/, NfcManager& manager, std::uint8_t /*fill*/) {
+void ReadNumber(Desk& /*desk*/, NfcManager& manager, Fill /*fill*/) {
     std::uint8_t number[32];
     manager.ReadRandNum(number);
 }
 
-using Operation = void (*)(Desk& desk, NfcManager& manager, std::uint8_t fill);
-const Operation kOperations[] = {
+void (*const kOperations[])(Desk& desk, NfcManager& manager, Fill fill) = {
     TapPhone,
     ReadNumber,
-    [](Desk& d, NfcManager& m, std::uint8_t fill) { m.WriteMessage(d.NewMessage(fill)); },
-    [](Desk&, NfcManager& m, std::uint8_t) { m.ReadMessage(std::make_shared<NdefMessage>()); },
-    [](Desk&, NfcManager& m, std::uint8_t) { m.UpdateNfcData(); },
-    [](Desk&, NfcManager& m, std::uint8_t fill) { Renew(m, NumberOf(fill)); },
-    [](Desk&, NfcManager& m, std::uint8_t fill) { Renew(m, NumberOf(fill)); },
-    [](Desk&, NfcManager& m, std::uint8_t) { m.BtConnect(kDefaultBleAddress); },
-    [](Desk&, NfcManager& m, std::uint8_t) { m.BtDisconnect(kDefaultBleAddress); },
-    [](Desk&, NfcManager& m, std::uint8_t) { m.DeviceInit(); },
-    [](Desk&, NfcManager& m, std::uint8_t fill) {
-        m.SetMcuKbConnectStatus(m.IsActivePC() && fill % 2);
+    [](Desk& d, NfcManager& m, Fill fill) { m.WriteMessage(d.NewMessage(fill)); },
+    [](Desk&, NfcManager& m, Fill) { m.ReadMessage(std::make_shared<NdefMessage>()); },
+    [](Desk&, NfcManager& m, Fill) { m.UpdateNfcData(); },
+    [](Desk&, NfcManager& m, Fill fill) { Renew(m, NumberOf(fill)); },
+    [](Desk&, NfcManager& m, Fill fill) { Renew(m, NumberOf(fill)); },
+    [](Desk&, NfcManager& m, Fill) { m.BtConnect(kDefaultBleAddress); },
+    [](Desk&, NfcManager& m, Fill) { m.BtDisconnect(kDefaultBleAddress); },
+    [](Desk&, NfcManager& m, Fill) { m.DeviceInit(); },
+    [](Desk&, NfcManager& m, Fill fill) { m.SetMcuKbConnectStatus(m.IsActivePC() && fill % 2); },
+    [](Desk&, NfcManager& m, Fill fill) {
+        m.RegisterListener(fill % 4 ? ReadingListener : nullptr);
     },
-    [](Desk&, NfcManager& m, std::uint8_t fill) {
-        m.RegisterListener(fill % 4 == 0 ? nullptr : &ReadingListener);
-    },
-    [](Desk& d, NfcManager&, std::uint8_t fill) {
-        NfcManager::Create(d.NewMessage(fill), &ReadingListener);
+    [](Desk& d, NfcManager&, Fill fill) {
+        NfcManager::Create(d.NewMessage(fill), ReadingListener);
     },
 };
 
-struct Caller {
-    std::shared_ptr<NfcManager> manager;
-    Desk* desk;
-    std::uint64_t random;
-    std::atomic<unsigned>* running;
-    hosted::Micros until;
-};
-
-DWORD WINAPI Call(LPVOID argument) {
-    Caller& caller = *static_cast<Caller*>(argument);
-    while (hosted::Now() < caller.until) {
-        caller.random = caller.random * 6364136223846793005U + 1442695040888963407U;
-        const std::uint64_t choice = caller.random >> 33U;
-        const auto fill = static_cast<std::uint8_t>(1 + choice / 64 % 200);
-        kOperations[choice % std::size(kOperations)](*caller.desk, *caller.manager, fill);
-    }
-    caller.manager.reset();
-    --*caller.running;
-    return 0;
-}
-
-void EveryOperation(std::uint64_t seed, std::size_t managers) {
+void EveryOperation(std::uint64_t seed, std::uint64_t managers) {
     Desk desk({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c");
     desk.log.Announce("");
     desk.Start();
@@ -86,13 +64,18 @@ void EveryOperation(std::uint64_t seed, std::size_t managers) {
         all.push_back(NfcManager::Create(desk.NewMessage(), &ReadingListener));
     }
     std::atomic<unsigned> running{kThreads};
-    std::vector<Caller> callers;
-    for (std::size_t i = 0; i < kThreads; ++i) {
-        callers.push_back({all[i % managers], &desk, seed * kThreads + i, &running,
-                           hosted::Now() + hosted::kSecond});
-    }
-    for (Caller& caller : callers) {
-        CloseHandle(CreateThread(nullptr, 0, Call, &caller, 0, nullptr));
+    const hosted::Micros until = hosted::Now() + hosted::kSecond;
+    for (unsigned i = 0; i < kThreads; ++i) {
+        std::mt19937_64 random(seed * kThreads + i);
+        OnThread([&, manager = all[i % managers], random]() mutable {
+            while (hosted::Now() < until) {
+                const std::uint64_t choice = random();
+                kOperations[choice % std::size(kOperations)](
+                    desk, *manager, static_cast<Fill>(1 + choice / 64 % 200));
+            }
+            manager.reset();
+            --running;
+        });
     }
     all.clear();
     // A Bluetooth answer that never comes takes its three seconds for each of those who queue.
@@ -126,9 +109,7 @@ TEST(EveryOperation, OnTwoManagers) {
 }
 
 TEST(EveryOperation, UnderManySeeds) {
-    const char* const count = std::getenv("TAGPORT_SEEDS");
-    ForEachSeed(count == nullptr ? 100 : static_cast<unsigned>(std::atoi(count)),
-                [] { EveryOperation(hosted::Random(), 1 + hosted::Random() % 2); });
+    ForEachSeed(100, [] { EveryOperation(hosted::Random(), 1 + hosted::Random() % 2); });
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // Stops and starts in close order: each ends with live threads, and nothing is left over.
 #include <gtest/gtest.h>
 
-#include "peripheral/EventThread.h"
 #include "tests/support/Desk.h"
 #include "tests/support/Seeds.h"
 
@@ -53,27 +52,10 @@ TEST(Life, AWriteRightBehindAStop) {
     }
 }
 
-TEST(Life, OpeningTheHidKeyboardAgain) {
-    ThreeTimes(PcRoute::kHid, [](Desk& desk) { EXPECT_TRUE(desk.manager->DeviceInit()); });
-}
-
-TEST(Life, ConnectingTheBluetoothKeyboardAgain) {
-    ThreeTimes(PcRoute::kBle, [](Desk& desk) {
-        EXPECT_TRUE(desk.manager->BtConnect(simulator::kDefaultBleAddress));
-    });
-}
-
-TEST(Life, PullingTheCableOfTheHidKeyboard) {
-    ThreeTimes(PcRoute::kHid, [](Desk& desk) {
-        desk.log.Announce("");
-        desk.pc.Unplug();
-        Desk::Pass(hosted::kSecond);
-        EXPECT_EQ(g_hReadHidThread, nullptr);
-        EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x61)), -1);
-        EXPECT_FALSE(desk.manager->DeviceInit());
-        desk.pc.Plug();
-        EXPECT_TRUE(desk.manager->DeviceInit());
-    });
+TEST(Life, OpeningAKeyboardAgain) {
+    for (const PcRoute route : {PcRoute::kHid, PcRoute::kBle}) {
+        ThreeTimes(route, [](Desk& desk) { EXPECT_TRUE(desk.StartDevices(*desk.manager)); });
+    }
 }
 
 // The stop has only just been signalled when the threads are wanted again: a write that fails
@@ -95,6 +77,30 @@ TEST(Life, ThreadsThatAreAboutToEndServeOn) {
         EXPECT_EQ(hosted::Live().threads, 2U);
         ExpectVisit(desk);
     });
+}
+
+// A copy works on the same tag and memory, and event threads end with the last of them.
+TEST(Life, CopiesShareEverythingUntilTheLastOneGoes) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kUsb});
+    desk.Start();
+    NfcManager copy(*desk.manager);
+    NfcManager assigned(nullptr);
+    assigned = copy;
+    desk.manager.reset();
+    EXPECT_EQ(Renew(assigned, NumberOf(0x77)), 0);
+    Desk::Pass(5 * hosted::kSecond);
+    EXPECT_EQ(desk.NumberOnChip(), NumberOf(0x77));
+    EXPECT_EQ(Renew(copy, NumberOf(0x77)), 0);
+    EXPECT_TRUE(desk.log.Has("WriteRandNum no need to update"));
+
+    AnnounceStop(desk.log);
+    copy = NfcManager(nullptr);
+    Desk::Pass(hosted::kSecond);
+    EXPECT_FALSE(desk.log.Has("NFC WaitOnInterruptLoop return"));
+    assigned = copy;
+    Desk::Pass(hosted::kSecond);
+    EXPECT_TRUE(desk.log.Has("NFC WaitOnInterruptLoop return"));
 }
 
 }  // namespace

@@ -1,11 +1,9 @@
-// The tests' way to the private side of a manager, and to numbers as arrays.
+// The tests' way to the private side of a manager.
 #pragma once
 
 #include <tagport/NfcManager.h>
 
 #include <memory>
-
-#include "tests/support/Desk.h"
 
 struct NfcManagerTestAccess {
     static bool UpdateNfcContent(NfcManager& manager) { return manager.UpdateNfcContent(); }
@@ -13,11 +11,3 @@ struct NfcManagerTestAccess {
         return manager.m_ndefMessage;
     }
 };
-
-inline void SetNumber(NdefMessage& message, testing_support::Number number) {
-    message.SetRandomNumber(reinterpret_cast<const std::uint8_t(&)[32]>(number));
-}
-
-inline int Renew(NfcManager& manager, testing_support::Number number) {
-    return manager.WriteRandNum(reinterpret_cast<const std::uint8_t(&)[32]>(number));
-}

@@ -5,6 +5,7 @@
 #include "platform/LinkDockBackDoor.h"
 #include "tagimage/NfcData.h"
 #include "tests/manager/ManagerAccess.h"
+#include "tests/support/Desk.h"
 #include "tests/support/ScriptedBus.h"
 #include "tests/support/Seeds.h"
 
@@ -23,10 +24,9 @@ TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
     desk.Start();
     EXPECT_TRUE(HasInOrder(
         desk.log,
-        {"NFC_WriteMessage with dynamic delay begin!", "NfcProxy::ReadNfcContent",
-         "ReadMessage ReadNfcContent failed", "WriteMessage Read failed",
-         "UpdateNfcData begin writing Nfc Chip", "UpdateNfcData Write Nfc Chip Successful",
-         "UpdateNfcData begin ReadRandNum 0", "UpdateNfcData ReadRandNum Successful",
+        {"NFC_WriteMessage with dynamic delay begin!", "ReadMessage ReadNfcContent failed",
+         "WriteMessage Read failed", "UpdateNfcData begin writing Nfc Chip",
+         "UpdateNfcData Write Nfc Chip Successful", "UpdateNfcData ReadRandNum Successful",
          "UpdateNfcData success", "NfcThreadCreate start", "NfcThreadCreate pass"}));
     desk.log.Clear();
     // The tag has another URL than the manager's message; an empty one keeps the tag's.
@@ -46,17 +46,25 @@ TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
                               "NFC_ m_staticCallThread already exist", "NfcThreadCreate pass"}));
     EXPECT_EQ(hosted::Live().threads, 2U);
     // ReadMessage gives the same fields to a message of the host's, and leaves its PC type.
-    NdefMessage target;
-    const std::shared_ptr<NdefMessage> pointer(&target, [](NdefMessage*) {});
-    EXPECT_EQ(desk.manager->ReadMessage(pointer), 0);
+    const auto target = std::make_shared<NdefMessage>();
+    EXPECT_EQ(desk.manager->ReadMessage(target), 0);
     std::string url;
     std::uint8_t type = 1;
-    target.GetUrl(url);
-    target.GetPcType(type);
-    EXPECT_EQ(url + static_cast<char>(type), std::string(50, 'u') + '\0');
+    EXPECT_EQ(target->GetUrl(url) + target->GetPcType(type) + type, 0);
+    EXPECT_EQ(url, std::string(50, 'u'));
     EXPECT_EQ(desk.manager->ReadMessage(nullptr), -1);
     EXPECT_EQ(Joined(ErrorsIn(desk.log)), "");
-    AnnounceStop(desk.log);
+    // An image that somebody spoiled is refused by a read and mended by a write.
+    constexpr unsigned kUriRecordAt = 18;
+    desk.log.Announce("");
+    {
+        const hosted::DeviceLock lock;
+        desk.pc.chip()->BackDoor().SetMemory(kUriRecordAt, {0xD1});
+    }
+    EXPECT_EQ(desk.manager->ReadMessage(target), -1);
+    EXPECT_EQ(ErrorsIn(desk.log).back(), "nfcDataRead init fail");
+    EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x22)), 0);
+    EXPECT_EQ(desk.manager->ReadMessage(target), 0);
 }
 
 // Whole messages and numbers alone.
@@ -86,7 +94,9 @@ TEST(WriteMessage, TellsWhichStepFailed) {
         EXPECT_EQ(urlSize == 0, desk.log.Has("WriteRandNum no need to update")) << "failed or not";
         return errors;
     };
-    const std::string refused = "[NFC] BleClientWrite ERROR";
+    const std::string once = "[NFC] BleClientWrite ERROR";
+    const std::string twice = once + ", " + once;
+    const std::string thrice = twice + ", " + once;
     const std::string noMac = "length error, m_nfcData SetMacAddr failed, SetContent fail, ";
     const std::string noUrl = "m_nfcData SetUrl failed, SetContent fail, UpdateNfcData failed";
     Number middle = NumberOf(0x33);
@@ -96,14 +106,12 @@ TEST(WriteMessage, TellsWhichStepFailed) {
     EXPECT_EQ(put(50, middle, 0),
               kZeroes + ", UpdateNfcData ReadRandNum failed, UpdateNfcData failed");
     EXPECT_EQ(put(50, byteTwo, 0), "") << "one place is enough";
-    EXPECT_EQ(put(50, NumberOf(1), 2), refused + ", " + refused);
-    EXPECT_EQ(
-        put(50, NumberOf(2), 3),
-        Joined({refused, refused, refused, "UpdateNfcData Write failed", "UpdateNfcData failed"}));
-    EXPECT_EQ(put(0, NumberOf(3), 2), refused + ", " + refused);
+    EXPECT_EQ(put(50, NumberOf(1), 2), twice);
+    EXPECT_EQ(put(50, NumberOf(2), 3),
+              thrice + ", UpdateNfcData Write failed, UpdateNfcData failed");
+    EXPECT_EQ(put(0, NumberOf(3), 2), twice);
     EXPECT_EQ(put(0, NumberOf(4), 3),
-              Joined({refused, refused, refused, "LocalWriteRand WriteNfcContent failed",
-                      "LocalWriteRand failed"}));
+              thrice + ", LocalWriteRand WriteNfcContent failed, LocalWriteRand failed");
     EXPECT_EQ(put(0, byteTwo, 0), "LocalWriteRand ReadRandNum failed, LocalWriteRand failed")
         << "one place less";
     EXPECT_EQ(desk.log.Count("LocalWriteRand begin ReadRandNum"), 3U);
@@ -151,25 +159,18 @@ TEST(WriteMessage, UpdateNfcContentWritesWhatDiffers) {
     desk.log.Announce("");
     desk.Start();
     const std::string same = desk.ImageOnChip(93);
-    struct Case {
-        const char* url;
-        bool result;
-        unsigned images;
-        const char* line;
-    };
-    for (const auto& [url, result, images, line] :
-         {Case{"", true, 1, "UpdateNfcContent ReadNfcContent done"},  // equal: not written again
-          Case{"shorter", true, 2, "UpdateNfcContent Write Nfc Chip Successful"},
-          Case{"another", false, 2, "UpdateNfcContent reWrite failed"}}) {
-        for (unsigned nth = 1; nth <= 3 && !result; ++nth) {
-            LinkDockService::FailCall(BleCall::kWrite, nth);
-        }
-        NfcManagerTestAccess::Message(*desk.manager)->SetUrl(url);
-        EXPECT_EQ(NfcManagerTestAccess::UpdateNfcContent(*desk.manager), result);
-        EXPECT_TRUE(desk.log.Has(line));
-        EXPECT_EQ(desk.pc.bluetooth()->ImagesStored(), images);
-        EXPECT_EQ(desk.ImageOnChip(93) == same, images == 1);
+    EXPECT_TRUE(NfcManagerTestAccess::UpdateNfcContent(*desk.manager));
+    EXPECT_EQ(desk.pc.bluetooth()->ImagesStored(), 1U) << "equal content is not written again";
+    NfcManagerTestAccess::Message(*desk.manager)->SetUrl("shorter");
+    for (const unsigned nth : {1U, 2U, 3U}) {
+        LinkDockService::FailCall(BleCall::kWrite, nth);
     }
+    EXPECT_FALSE(NfcManagerTestAccess::UpdateNfcContent(*desk.manager));
+    EXPECT_EQ(ErrorsIn(desk.log).back(), "UpdateNfcContent reWrite failed");
+    EXPECT_TRUE(NfcManagerTestAccess::UpdateNfcContent(*desk.manager));
+    EXPECT_TRUE(desk.log.Has("UpdateNfcContent Write Nfc Chip Successful"));
+    EXPECT_EQ(desk.pc.bluetooth()->ImagesStored(), 2U);
+    EXPECT_NE(desk.ImageOnChip(93), same);
 }
 
 }  // namespace

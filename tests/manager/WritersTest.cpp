@@ -17,88 +17,55 @@ constexpr std::size_t kImageSize = 143;
 constexpr unsigned kOperations = 5;
 constexpr std::uint8_t kNumbers = 3;  // few, so that a number is often given again
 
-// Watches the tag between two steps, and who gave the last number.
-class Watch {
-  public:
-    Watch(Desk& desk, PcRoute route) : m_desk(desk), m_route(route) {
-        hosted::SetTracer([this](const hosted::TraceEvent& event) { Note(event); });
+// The number on the tag, or what is wrong with the image. All other fields are its maker's.
+std::string Judge(Desk& desk) {
+    NfcData data;
+    if (!data.Init() || !data.Parse(desk.ImageOnChip(kImageSize))) {
+        return "malformed";
+    }
+    const std::string made = data.GetUrl() + data.GetMacAddr() + data.GetModel();
+    return made != std::string(60, made[0]) ? "mixed: " + made : data.GetRandomNumber();
+}
+
+// Watches the tag between two steps, and who gave the last number. All under hosted::DeviceLock.
+struct Watch {
+    explicit Watch(Desk& desk) {
+        hosted::SetTracer([this, &desk](const hosted::TraceEvent& event) {
+            if (event.kind != hosted::TraceEvent::Kind::kLock) {
+                return;
+            }
+            if (event.text == "g_contentMutex" && problem.empty()) {
+                ++looks;
+                const std::string found = Judge(desk);
+                problem = found == std::string(32, found[0]) ? "" : found;
+            }
+            if (event.text == "g_memoryMutex" && giving.count(event.thread) != 0) {
+                last = giving.at(event.thread);
+                giving.erase(event.thread);
+            }
+        });
     }
     ~Watch() { hosted::SetTracer({}); }
 
-    /// The next message or number of this thread; taken over at its first look at the memory.
-    void Give(std::uint8_t fill) {
-        const hosted::DeviceLock lock;
-        m_giving[hosted::CurrentThread()] = fill;
-    }
-
-    std::uint8_t last = 0;
+    // A thread's next message or number, taken over at its first look at the memory.
+    std::map<hosted::ThreadId, std::uint8_t> giving;
+    std::uint8_t last = 1;
     unsigned looks = 0;
     std::string problem;  // of the first image that was wrong
-
-    /// The number on the tag, or what is wrong with the image.
-    std::string Judge() {
-        const simulator::Bytes bytes = m_route == PcRoute::kHid ? m_desk.pc.keyboard()->Image()
-                                       : m_route == PcRoute::kBle
-                                           ? m_desk.pc.bluetooth()->Image()
-                                           : m_desk.pc.chip()->BackDoor().Memory(16, kImageSize);
-        NfcData data;
-        if (!data.Init() || !data.Parse(std::string(bytes.begin(), bytes.end()))) {
-            return "malformed";
-        }
-        const std::string made = data.GetUrl() + data.GetMacAddr() + data.GetModel();
-        const std::string number = data.GetRandomNumber();
-        return made != std::string(60, made[0]) ? "mixed: " + made : number;
-    }
-
-  private:
-    void Note(const hosted::TraceEvent& event) {
-        if (event.kind != hosted::TraceEvent::Kind::kLock) {
-            return;
-        }
-        if (event.text == "g_contentMutex" && problem.empty()) {
-            ++looks;
-            const std::string found = Judge();
-            problem = found == std::string(32, found[0]) ? "" : found;
-        }
-        const auto giving = m_giving.find(event.thread);
-        if (event.text == "g_memoryMutex" && giving != m_giving.end()) {
-            last = giving->second;
-            m_giving.erase(giving);
-        }
-    }
-
-    Desk& m_desk;
-    PcRoute m_route;
-    std::map<hosted::ThreadId, std::uint8_t> m_giving;  // all under hosted::DeviceLock
 };
 
-// URL, address and model tell who made the message; the number is its own.
-std::shared_ptr<NdefMessage> Message(char maker, std::uint8_t number) {
-    auto message = std::make_shared<NdefMessage>();
-    const auto byte = static_cast<std::uint8_t>(maker);
-    SetNumber(*message, NumberOf(number));
-    message->SetUrl(std::string(50, maker));
-    message->SetMac({byte, byte, byte, byte, byte, byte});
-    message->SetModel({byte, byte, byte, byte});
-    message->SetPcType(5);
-    return message;
-}
-
-struct Writer {
-    NfcManager& manager;
-    Watch& watch;
-    char maker;
-};
-
-DWORD WINAPI Write(LPVOID argument) {
-    const auto& [manager, watch, maker] = *static_cast<Writer*>(argument);
+void WriteOften(Desk& desk, Watch& watch, std::uint8_t maker) {
+    NfcManager& manager = *desk.manager;
     for (unsigned i = 0; i < kOperations; ++i) {
-        const auto fill = static_cast<std::uint8_t>(1 + hosted::Random() % kNumbers);
+        const auto number = static_cast<std::uint8_t>(1 + hosted::Random() % kNumbers);
         const auto choice = hosted::Random() % 5;
         if (choice < 3) {
-            watch.Give(fill);
-            EXPECT_EQ(choice < 2 ? Renew(manager, NumberOf(fill))
-                                 : manager.WriteMessage(Message(maker, fill)),
+            {
+                const hosted::DeviceLock lock;
+                watch.giving[hosted::CurrentThread()] = number;
+            }
+            EXPECT_EQ(choice < 2 ? Renew(manager, NumberOf(number))
+                                 : manager.WriteMessage(desk.NewMessage(number, maker)),
                       0);
         } else if (choice == 3) {
             manager.ReadMessage(NfcManagerTestAccess::Message(manager));
@@ -106,43 +73,30 @@ DWORD WINAPI Write(LPVOID argument) {
             EXPECT_TRUE(manager.UpdateNfcData());
         }
     }
-    return 0;
 }
 
-void TwoWriters(PcRoute route) {
-    Desk desk({route}, "fm11nt082c");
-    desk.Start();
-    desk.log.Announce("spbDriverOps == nullptr");
-    desk.log.Announce("ReadMessage ReadNfcContent failed");
-    ASSERT_EQ(desk.manager->WriteMessage(Message('m', 1)), 0);
-    Watch watch(desk, route);
-    Writer writers[] = {{*desk.manager, watch, 'a'}, {*desk.manager, watch, 'b'}};
-    for (Writer& writer : writers) {
-        CloseHandle(CreateThread(nullptr, 0, Write, &writer, 0, nullptr));
+TEST(Writers, NeverMixImagesOnAnyRoute) {
+    for (const PcRoute route : {PcRoute::kI2c, PcRoute::kHid, PcRoute::kBle}) {
+        SCOPED_TRACE(static_cast<int>(route));
+        ForEachSeed(200, [route] {
+            Desk desk({route}, "fm11nt082c");
+            desk.Start(1);
+            desk.log.Announce("spbDriverOps == nullptr");
+            desk.log.Announce("ReadMessage ReadNfcContent failed");
+            Watch watch(desk);
+            for (const std::uint8_t maker : {std::uint8_t{0xAA}, std::uint8_t{0xBB}}) {
+                OnThread([&desk, &watch, maker] { WriteOften(desk, watch, maker); });
+            }
+            // What stays: the deferred call thread, and the one that listens to the route.
+            EXPECT_TRUE(Desk::WaitForThreads(2, 600 * hosted::kSecond));
+            EXPECT_EQ(watch.problem, "");
+            EXPECT_GT(watch.looks, 2U);
+            EXPECT_EQ(Judge(desk), std::string(32, static_cast<char>(watch.last)));
+            std::uint8_t kept[32];
+            NfcManagerTestAccess::Message(*desk.manager)->GetRandomNumber(kept);
+            EXPECT_EQ(kept[0], watch.last);
+        });
     }
-    // What stays: the deferred call thread, and the one that listens to the route.
-    EXPECT_TRUE(hosted::WaitFor([] { return hosted::Live().threads <= 2; }, 600 * hosted::kSecond,
-                                "the writers"));
-    EXPECT_EQ(watch.problem, "");
-    EXPECT_GT(watch.looks, 2U);
-    const std::string number(32, static_cast<char>(watch.last == 0 ? 1 : watch.last));
-    EXPECT_EQ(watch.Judge(), number);
-    std::uint8_t kept[32];
-    NfcManagerTestAccess::Message(*desk.manager)->GetRandomNumber(kept);
-    EXPECT_EQ(kept[0], number[0]);
-    AnnounceStop(desk.log);
-}
-
-TEST(Writers, NeverMixImagesOnTheChip) {
-    ForEachSeed(200, [] { TwoWriters(PcRoute::kI2c); });
-}
-
-TEST(Writers, NeverMixImagesOnTheHidKeyboard) {
-    ForEachSeed(200, [] { TwoWriters(PcRoute::kHid); });
-}
-
-TEST(Writers, NeverMixImagesOnTheBluetoothKeyboard) {
-    ForEachSeed(200, [] { TwoWriters(PcRoute::kBle); });
 }
 
 }  // namespace

@@ -56,6 +56,28 @@ Number NumberOf(std::uint8_t fill) {
     return number;
 }
 
+int Renew(NfcManager& manager, const Number& number) {
+    return manager.WriteRandNum(reinterpret_cast<const std::uint8_t(&)[32]>(number));
+}
+
+void SetNumber(NdefMessage& message, const Number& number) {
+    message.SetRandomNumber(reinterpret_cast<const std::uint8_t(&)[32]>(number));
+}
+
+void OnThread(std::function<void()> body) {
+    using Body = std::function<void()>;
+    const LPTHREAD_START_ROUTINE run = [](LPVOID argument) -> DWORD {
+        (*std::unique_ptr<Body>(static_cast<Body*>(argument)))();
+        return 0;
+    };
+    CloseHandle(CreateThread(nullptr, 0, run, new Body(std::move(body)), 0, nullptr));
+}
+
+std::vector<Heard> TakeHeard() {
+    const std::lock_guard<std::mutex> lock(g_heardMutex);
+    return std::exchange(g_heard, {});
+}
+
 std::vector<Heard> HeardSoFar() {
     const std::lock_guard<std::mutex> lock(g_heardMutex);
     return g_heard;
@@ -100,12 +122,11 @@ std::vector<std::string> BusRecorder::Take(hosted::ThreadId thread) {
 
 Desk::Desk(const std::vector<PcRoute>& routes, const std::string& chip, std::uint8_t pcType)
     : pc(routes, chip), m_routes(routes), m_pcType(pcType) {
-    const std::lock_guard<std::mutex> lock(g_heardMutex);
-    g_heard.clear();
-    g_heard.reserve(1 << 16);
+    TakeHeard();
 }
 
 Desk::~Desk() {
+    AnnounceStop(log);
     manager.reset();
 }
 
@@ -116,47 +137,47 @@ void Desk::Listen(int event, const std::uint8_t (&number)[32], int route) {
     g_heard.push_back({event, route, copy, hosted::Now(), hosted::CurrentThread()});
 }
 
-std::shared_ptr<NdefMessage> Desk::NewMessage(std::uint8_t fill) const {
-    static const std::uint8_t mac[6] = {0x02, 0x11, 0x22, 0x33, 0x44, 0x55};
-    const std::uint8_t model[4] = {0, 0, static_cast<std::uint8_t>(m_pcType == 2 ? 0 : m_pcType),
-                                   0};
-    std::uint8_t number[32];
-    std::fill(std::begin(number), std::end(number), fill);
+std::shared_ptr<NdefMessage> Desk::NewMessage(std::uint8_t number, std::uint8_t others) const {
     auto message = std::make_shared<NdefMessage>();
-    message->SetUrl(std::string(UriLength(m_pcType), 'u'));
-    message->SetMac(mac);
-    message->SetRandomNumber(number);
-    message->SetModel(model);
+    message->SetUrl(std::string(UriLength(m_pcType), static_cast<char>(others)));
+    message->SetMac({others, others, others, others, others, others});
+    SetNumber(*message, NumberOf(number));
+    message->SetModel({others, others, others, others});
     message->SetPcType(m_pcType);
     return message;
 }
 
-bool Desk::Create() {
-    manager = NfcManager::Create(NewMessage(), &Desk::Listen);
+bool Desk::Has(PcRoute route) const {
+    return std::find(m_routes.begin(), m_routes.end(), route) != m_routes.end();
+}
+
+bool Desk::Create(std::shared_ptr<NdefMessage> message) {
+    manager = NfcManager::Create(message == nullptr ? NewMessage() : message, &Desk::Listen);
     return manager != nullptr;
 }
 
-void Desk::Start(std::uint8_t fill) {
+bool Desk::StartDevices(NfcManager& with) const {
+    const bool started = m_routes == std::vector<PcRoute>{PcRoute::kBle} || with.DeviceInit();
+    return (!Has(PcRoute::kHid) || with.SetMcuKbConnectStatus(true)) &&
+           (!Has(PcRoute::kBle) || with.BtConnect(simulator::kDefaultBleAddress)) && started;
+}
+
+void Desk::Start(std::uint8_t number) {
     ASSERT_TRUE(Create());
-    const auto has = [this](PcRoute route) {
-        return std::find(m_routes.begin(), m_routes.end(), route) != m_routes.end();
-    };
     // Detection tells its finding as an error, and the first write finds an empty tag.
     for (const char* text : {"Nfc chip", "Nfc spb2 format", "ReadNfcContent: tag type is err",
                              "ReadMessage ReadNfcContent failed", "WriteMessage Read failed"}) {
-        log.Announce(has(PcRoute::kI2c) ? text : "NFC_Error opening Spb driver, last error = 2");
+        log.Announce(Has(PcRoute::kI2c) ? text : "NFC_Error opening Spb driver, last error = 2");
     }
-    ASSERT_TRUE(m_routes == std::vector<PcRoute>{PcRoute::kBle} || manager->DeviceInit());
-    ASSERT_TRUE(!has(PcRoute::kHid) || manager->SetMcuKbConnectStatus(true));
-    ASSERT_TRUE(!has(PcRoute::kBle) || manager->BtConnect(simulator::kDefaultBleAddress));
-    if (!has(PcRoute::kI2c) && !has(PcRoute::kUsb)) {
+    ASSERT_TRUE(StartDevices(*manager));
+    if (!Has(PcRoute::kI2c) && !Has(PcRoute::kUsb)) {
         // No driver answers the interrupt thread, which ends at once.
         for (const char* text :
              {"spbDriverOps == nullptr", "NFC Interrupt ", "NFC WaitOnInterruptLoop return"}) {
             log.Announce(text);
         }
     }
-    ASSERT_EQ(manager->WriteMessage(NewMessage(fill)), 0);
+    ASSERT_EQ(manager->WriteMessage(NewMessage(number)), 0);
 }
 
 bool Desk::WaitForEvents(std::size_t count, hosted::Micros timeout) {
@@ -173,7 +194,10 @@ void Desk::Pass(hosted::Micros time) {
 
 std::string Desk::ImageOnChip(std::size_t length) {
     const hosted::DeviceLock lock;
-    const simulator::Bytes bytes = pc.chip()->BackDoor().Memory(kImageRegister, length);
+    const simulator::Bytes bytes =
+        pc.chip() != nullptr       ? pc.chip()->BackDoor().Memory(kImageRegister, length)
+        : pc.keyboard() != nullptr ? pc.keyboard()->Memory(kImageRegister, length)
+                                   : pc.bluetooth()->Memory(kImageRegister, length);
     return std::string(bytes.begin(), bytes.end());
 }
 

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -21,6 +22,10 @@ using Number = std::array<std::uint8_t, 32>;
 /// A number of 32 equal bytes, none of which is zero for a `fill` other than zero.
 Number NumberOf(std::uint8_t fill);
 
+/// WriteRandNum and SetRandomNumber with it.
+int Renew(NfcManager& manager, const Number& number);
+void SetNumber(NdefMessage& message, const Number& number);
+
 /// One call of the listener.
 struct Heard {
     int event = 0;
@@ -32,8 +37,13 @@ struct Heard {
 
 /// What the listener heard so far, in order. The listener is `Desk::Listen`.
 std::vector<Heard> HeardSoFar();
+/// The same, and forgets it.
+std::vector<Heard> TakeHeard();
 /// Only the event numbers, of one route or (0) of all.
 std::vector<int> EventsHeard(int route = 0);
+
+/// Runs `body` on a thread of its own, which nobody joins: see Desk::WaitForThreads.
+void OnThread(std::function<void()> body);
 
 /// Every transfer and pause of the run so far: "W 00 10", "R 2", "IOCTL 04001c00", "sleep 40". The
 /// interrupt wait is left out.
@@ -47,7 +57,8 @@ class BusRecorder {
     std::vector<std::pair<hosted::ThreadId, std::string>> m_entries;
 };
 
-/// Registers the devices, records log and events, and clears both in the end.
+/// Registers the devices, records log and events, and clears both in the end. A manager that is
+/// still there is ended first.
 class Desk {
   public:
     explicit Desk(const std::vector<simulator::PcRoute>& routes,
@@ -56,22 +67,28 @@ class Desk {
 
     static void Listen(int event, const std::uint8_t (&number)[32], int route);
 
-    /// A message with a URL of the length that the PC type's register is made for.
-    std::shared_ptr<NdefMessage> NewMessage(std::uint8_t fill = 0x11) const;
+    /// A message with a URL of the length that the PC type's register is made for. Number and
+    /// all other fields are each made of one byte.
+    std::shared_ptr<NdefMessage> NewMessage(std::uint8_t number = 0x11,
+                                            std::uint8_t others = 'u') const;
 
-    /// Create; false when it failed.
-    bool Create();
-    /// Create, DeviceInit, the keyboard's connection, WriteMessage. Each must work.
-    void Start(std::uint8_t fill = 0x11);
+    /// Creates the manager, with a new message if none is given; false when it failed.
+    bool Create(std::shared_ptr<NdefMessage> message = nullptr);
+    /// The device start, where the PC has a device, and the connections of its keyboards.
+    bool StartDevices(NfcManager& with) const;
+    /// Create, StartDevices, WriteMessage. Each must work.
+    void Start(std::uint8_t number = 0x11);
 
     /// Waits, on the run's clock, until so many events have been heard or the time is over.
     static bool WaitForEvents(std::size_t count, hosted::Micros timeout);
-    /// Waits until the thread started by WriteRandNum and the like have ended: `count` live ones.
+    /// Waits until the threads of WriteRandNum, OnThread and the like have ended: `count` live
+    /// ones.
     static bool WaitForThreads(std::size_t count, hosted::Micros timeout = 60 * hosted::kSecond);
     /// Lets scheduled time pass.
     static void Pass(hosted::Micros time);
 
-    /// The image that stands on the chip of the first driver route, read by the back door.
+    /// What stands on the tag from its first byte on, read by the back door: on the chip of the
+    /// first driver route, or else of the keyboard.
     std::string ImageOnChip(std::size_t length);
     /// The number at the PC type's register there.
     Number NumberOnChip();
@@ -79,7 +96,7 @@ class Desk {
     /// Sets the fault plan of the driver routes and of the HID route from its text.
     void SetFaults(const std::string& plan);
 
-    const std::vector<simulator::PcRoute>& routes() const { return m_routes; }
+    bool Has(simulator::PcRoute route) const;
 
     simulator::SimulatedPc pc;
     LogRecorder log;

@@ -1,8 +1,11 @@
 // Seeds of scheduled runs: where they start, and a body run under many of them.
 #pragma once
 
+#include <sys/mman.h>
+
 #include <cstdint>
 #include <functional>
+#include <new>
 
 #include "platform/hosted/Kernel.h"
 
@@ -10,6 +13,13 @@ namespace testing_support {
 
 /// The seed of this run: the environment's TAGPORT_SEED, or 1.
 std::uint64_t Seed();
+
+/// A plain value that child processes write and their parent reads. Stays until the process ends.
+template <class Plain>
+Plain& Shared() {
+    return *new (mmap(nullptr, sizeof(Plain), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
+                      -1, 0)) Plain;
+}
 
 /// Runs `body` in a child process, on the clock that is chosen, or not, in there, and gives what
 /// waitpid gives: zero when it ended and no check failed.

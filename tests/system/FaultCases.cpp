@@ -1,51 +1,72 @@
 #include "tests/system/FaultCases.h"
 
-#include <gtest/gtest.h>
+#include <atomic>
+#include <new>
 
 #include "platform/LinkDockBackDoor.h"
-#include "tests/system/FailingNew.h"
 
 using hosted::Call;
-using LinkDockService::BleCall;
+
+namespace {
+
+// The program's operator new(std::nothrow) fails on demand; the throwing one stays as it is.
+std::atomic<unsigned> g_allocations{0};  // without throwing, since the last FailAllocation
+std::atomic<unsigned> g_failing{0};      // the one that fails, from 1; 0 for none
+
+void FailAllocation(unsigned nth) {
+    g_failing = nth;
+    g_allocations = 0;
+}
+
+}  // namespace
+
+// What they give is released by the ordinary operator delete, so it comes from the ordinary new.
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    try {
+        return ++g_allocations == g_failing ? nullptr : ::operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
+    return operator new(size, tag);
+}
 
 namespace testing_support {
 
 namespace {
 
-constexpr DWORD kInvalidHandle = 6;
-constexpr DWORD kNoMemory = 8;
-constexpr DWORD kIoDevice = 1117;
-constexpr DWORD kNotConnected = 1167;
+constexpr hosted::LiveCounts kWaitingThread{2, 1, 1};  // with its handle, event and request
 
 struct RefusedCall {
     Call call;
     std::vector<DWORD> codes;
+    hosted::LiveCounts leftovers = {};
 };
 
 // Sleep cannot fail, and no flow of these reads the configuration.
-const std::vector<RefusedCall>& RefusedCalls() {
-    static const std::vector<RefusedCall> calls{
-        {Call::kCreateEvent, {kNoMemory}},
-        {Call::kCreateThread, {kNoMemory}},
-        {Call::kSetEvent, {kInvalidHandle}},
-        {Call::kResetEvent, {kInvalidHandle}},
-        {Call::kWait, {kInvalidHandle}},
-        {Call::kCloseHandle, {kInvalidHandle}},
-        {Call::kCreateFile, {2, 5, 32}},
-        {Call::kReadFile, {kIoDevice, kNotConnected}},
-        {Call::kWriteFile, {kIoDevice, kNotConnected}},
-        {Call::kDeviceIoControl, {1, kNotConnected}},
-        {Call::kGetOverlappedResult, {996, kIoDevice}},
-        {Call::kCancelIoEx, {1168}},
-        {Call::kEnumerate, {259, 31}},
-        {Call::kHid, {31}},
-    };
-    return calls;
-}
+const RefusedCall kRefusedCalls[] = {
+    {Call::kCreateEvent, {8}, {1, 0, 0}},   // a thread that could not begin, until the next start
+    {Call::kCreateThread, {8}, {0, 1, 0}},  // a deferred call thread let go of, until its wake-up
+    {Call::kSetEvent, {6}},
+    {Call::kResetEvent, {6}},
+    {Call::kWait, {6}},
+    {Call::kCloseHandle, {6}},
+    {Call::kCreateFile, {2, 5, 32}},
+    {Call::kReadFile, {1117, 1167}},
+    {Call::kWriteFile, {1117, 1167}},
+    {Call::kDeviceIoControl, {1, 1167}},
+    {Call::kGetOverlappedResult, {996, 1117}},
+    // The request cannot be left, so the thread waits for its end.
+    {Call::kCancelIoEx, {1168}, kWaitingThread},
+    {Call::kEnumerate, {259, 31}, {1, 0, 0}},  // the release of a list or of preparsed data
+    {Call::kHid, {31}, {1, 0, 0}},
+};
 
+enum RequestKind : std::size_t { kRead, kWrite, kControl, kInterrupt };
 constexpr const char* kRequestNames[kRequestKinds] = {"read", "write", "control", "interrupt"};
-constexpr const char* kTransferActions[] = {"fail:1117", "short:1", "late:100", "never", "gone"};
-constexpr const char* kControlActions[] = {"fail:1117", "late:100", "never", "gone"};
+const std::string kActions[] = {"fail:1117", "short:1", "late:100", "never", "gone"};
 
 constexpr const char* kBleNames[] = {"BleClientConnect", "BleClientDisConnect",
                                      "BleClientSubscribeNotify", "BleClientUnsubscribeNotify",
@@ -53,163 +74,82 @@ constexpr const char* kBleNames[] = {"BleClientConnect", "BleClientDisConnect",
 // No flow makes more calls of one kind that its own retries do not repeat.
 constexpr unsigned kBleCallsTried = 4;
 
-std::size_t KindOf(const hosted::Request& request) {
-    switch (request.kind()) {
-        case hosted::Request::Kind::kRead:
-            return static_cast<std::size_t>(RequestKind::kRead);
-        case hosted::Request::Kind::kWrite:
-            return static_cast<std::size_t>(RequestKind::kWrite);
-        case hosted::Request::Kind::kControl:
-            break;
+// One case for each of `count` calls.
+void AddNumbered(std::vector<FaultCase>& cases, const std::string& name, unsigned count,
+                 const std::string& fault, FaultCase one) {
+    for (one.nth = 1; one.nth <= count; ++one.nth) {
+        one.name = name + "#" + std::to_string(one.nth) + fault;
+        cases.push_back(one);
     }
-    return static_cast<std::size_t>(request.controlCode() == simulator::kControlInterrupt
-                                        ? RequestKind::kInterrupt
-                                        : RequestKind::kControl);
 }
 
 }  // namespace
 
-std::string FaultCase::Name() const {
-    const std::string number = "#" + std::to_string(nth);
-    switch (way) {
-        case Way::kRefusedCall:
-            return hosted::Name(static_cast<Call>(kind)) + number +
-                   "=refuse:" + std::to_string(code);
-        case Way::kRequest:
-            return kRequestNames[kind] + number + "=" + action;
-        case Way::kMemory:
-            return "new" + number;
-        case Way::kBluetooth:
-            return kBleNames[kind] + number;
-        case Way::kNoBluetooth:
-            break;
-    }
-    return "no Bluetooth client";
-}
-
-bool FaultCase::LosesDevice() const {
-    return way == Way::kRequest && (action == "gone" || action == "never");
-}
-
-bool FaultCase::MaySilentlyFail() const {
-    switch (way) {
-        case Way::kRequest:
-            return action == "never";
-        case Way::kRefusedCall:
-            return static_cast<Call>(kind) == Call::kCreateThread;
-        default:
-            return way == Way::kNoBluetooth;
-    }
-}
-
-bool FaultCase::IsFailedClose() const {
-    return way == Way::kRefusedCall && static_cast<Call>(kind) == Call::kCloseHandle;
-}
-
-hosted::LiveCounts FaultCase::Leftovers() const {
-    constexpr hosted::LiveCounts kWaitingThread{2, 1, 1};  // with its handle, event and request
-    hosted::LiveCounts left;
-    if (way == Way::kRequest) {
-        // A keyboard refuses the interrupt wait as a rule; this one keeps it.
-        const bool waits = static_cast<RequestKind>(kind) == RequestKind::kInterrupt;
-        return waits && action == "never" ? kWaitingThread : left;
-    }
-    if (way != Way::kRefusedCall) {
-        return left;
-    }
-    switch (static_cast<Call>(kind)) {
-        case Call::kCancelIoEx:  // its request cannot be left, so the thread waits for the end
-            return kWaitingThread;
-        case Call::kCreateThread:  // a deferred call thread let go of, until its next wake-up
-            left.threads = 1;
-            break;
-        case Call::kCreateEvent:  // a thread that could not begin, until the next start
-        case Call::kEnumerate:    // the release of a list or of preparsed data
-        case Call::kHid:
-            left.handles = 1;
-            break;
-        default:
-            break;
-    }
-    return left;
-}
-
 std::vector<FaultCase> CasesFor(const FlowCounts& counts, bool bluetooth) {
     std::vector<FaultCase> cases;
-    for (const RefusedCall& refused : RefusedCalls()) {
-        const auto kind = static_cast<std::size_t>(refused.call);
-        for (unsigned nth = 1; nth <= counts.calls[kind]; ++nth) {
-            for (const DWORD code : refused.codes) {
-                cases.push_back({FaultCase::Way::kRefusedCall, kind, nth, code, {}});
-            }
+    for (const RefusedCall& refused : kRefusedCalls) {
+        FaultCase one;
+        one.refused = refused.call;
+        one.leftovers = refused.leftovers;
+        one.maySilentlyFail = refused.call == Call::kCreateThread;
+        one.isFailedClose = refused.call == Call::kCloseHandle;
+        for (const DWORD code : refused.codes) {
+            one.code = code;
+            AddNumbered(cases, hosted::Name(refused.call),
+                        counts.calls[static_cast<std::size_t>(refused.call)],
+                        "=refuse:" + std::to_string(code), one);
         }
     }
     for (std::size_t kind = 0; kind < kRequestKinds; ++kind) {
-        const bool transfer = kind <= static_cast<std::size_t>(RequestKind::kWrite);
-        const std::vector<const char*> actions =
-            transfer
-                ? std::vector<const char*>(std::begin(kTransferActions), std::end(kTransferActions))
-                : std::vector<const char*>(std::begin(kControlActions), std::end(kControlActions));
-        for (unsigned nth = 1; nth <= counts.requests[kind]; ++nth) {
-            for (const char* const action : actions) {
-                cases.push_back({FaultCase::Way::kRequest, kind, nth, 0, action});
+        for (const std::string& action : kActions) {
+            if (action == "short:1" && kind >= kControl) {
+                continue;
             }
+            FaultCase one;
+            one.set = [](Desk& desk, const FaultCase& self) { desk.SetFaults(self.name); };
+            one.maySilentlyFail = action == "never";
+            one.losesDevice = action == "never" || action == "gone";
+            if (action == "never" && kind == kInterrupt) {
+                // A keyboard refuses the interrupt wait as a rule; this one keeps it.
+                one.leftovers = kWaitingThread;
+            }
+            AddNumbered(cases, kRequestNames[kind], counts.requests[kind], "=" + action, one);
         }
     }
-    for (unsigned nth = 1; nth <= counts.allocations; ++nth) {
-        cases.push_back({FaultCase::Way::kMemory, 0, nth, 0, {}});
-    }
+    FaultCase one;
+    one.set = [](Desk&, const FaultCase& self) { FailAllocation(self.nth); };
+    AddNumbered(cases, "new", counts.allocations, "", one);
     for (std::size_t kind = 0; bluetooth && kind < std::size(kBleNames); ++kind) {
-        for (unsigned nth = 1; nth <= kBleCallsTried; ++nth) {
-            cases.push_back({FaultCase::Way::kBluetooth, kind, nth, 0, {}});
-        }
+        one.set = [kind](Desk&, const FaultCase& self) {
+            LinkDockService::FailCall(static_cast<LinkDockService::BleCall>(kind), self.nth);
+        };
+        AddNumbered(cases, kBleNames[kind], kBleCallsTried, "", one);
     }
     if (bluetooth) {
-        cases.push_back({FaultCase::Way::kNoBluetooth, 0, 1, 0, {}});
+        one.set = [](Desk&, const FaultCase&) { LinkDockService::SetNoInstance(true); };
+        one.maySilentlyFail = true;
+        AddNumbered(cases, "no Bluetooth client", 1, "", one);
     }
     return cases;
 }
 
-FaultInjection::FaultInjection(simulator::SimulatedPc& pc, const FaultCase* fault) : m_pc(pc) {
-    FaultCase::Way way = FaultCase::Way::kRefusedCall;
-    std::size_t kind = kCallKinds;
-    unsigned nth = 0;
-    DWORD code = 0;
-    if (fault != nullptr) {
-        way = fault->way;
-        kind = fault->kind;
-        nth = fault->nth;
-        code = fault->code;
+FaultInjection::FaultInjection(Desk& desk, const FaultCase& fault) {
+    FailAllocation(0);
+    if (fault.set) {
+        fault.set(desk, fault);
     }
-    switch (way) {
-        case FaultCase::Way::kRequest: {
-            std::string problem;
-            const auto plan = simulator::FaultPlan::Parse(fault->Name(), problem);
-            EXPECT_TRUE(plan.has_value()) << problem;
-            m_pc.Faults(*plan);
-            break;
-        }
-        case FaultCase::Way::kBluetooth:
-            LinkDockService::FailCall(static_cast<BleCall>(kind), nth);
-            break;
-        case FaultCase::Way::kNoBluetooth:
-            LinkDockService::SetNoInstance(true);
-            break;
-        default:
-            break;
-    }
-    const bool refuses = way == FaultCase::Way::kRefusedCall;
-    hosted::SetCallHook([this, refuses, kind, nth, code](Call call, hosted::ThreadId) -> DWORD {
-        const auto which = static_cast<std::size_t>(call);
-        const unsigned seen = ++m_counts.calls[which];
-        return refuses && which == kind && seen == nth ? code : 0;
+    hosted::SetCallHook([this, &fault](Call call, hosted::ThreadId) -> DWORD {
+        const unsigned seen = ++m_counts.calls[static_cast<std::size_t>(call)];
+        return call == fault.refused && seen == fault.nth ? fault.code : 0;
     });
     hosted::SetTracer([this](const hosted::TraceEvent& event) {
         if (event.kind == hosted::TraceEvent::Kind::kStart) {
-            ++m_counts.requests[KindOf(*event.request)];
+            const hosted::Request& request = *event.request;
+            ++m_counts.requests[request.controlCode() == simulator::kControlInterrupt
+                                    ? kInterrupt
+                                    : static_cast<std::size_t>(request.kind())];
         }
     });
-    FailAllocation(way == FaultCase::Way::kMemory ? nth : 0);
 }
 
 FaultInjection::~FaultInjection() {
@@ -223,7 +163,7 @@ FaultInjection::~FaultInjection() {
 FlowCounts FaultInjection::Counts() const {
     const hosted::DeviceLock lock;
     FlowCounts counts = m_counts;
-    counts.allocations = AllocationsSeen();
+    counts.allocations = g_allocations;
     return counts;
 }
 

@@ -1,14 +1,13 @@
 // Every flow, once for each platform call that it makes and each way in which that call can fail.
 // TAGPORT_FAULT_CASE=flow:fault runs just that one.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 
 #include "platform/TraceLog.h"
 #include "tests/support/Seeds.h"
@@ -27,164 +26,138 @@ constexpr std::uint64_t kMostSteps = 1'000'000;
 constexpr unsigned kRealSeconds = 60;  // for a loop that never reaches the layer
 constexpr unsigned kMostFailures = 5;
 
-using Image = std::array<std::uint8_t, kImage>;
+using Image = std::array<char, kImage>;
 
-// What the flow does and leaves when nothing fails. Filled by a child process.
-struct Reference {
+// What a flow did and what it left: on the tag, and alive. Plain, as it goes through shared memory.
+struct Outcome {
+    bool worked = false;
     FlowCounts counts;
     Image before{}, after{}, again{};
     hosted::LiveCounts afterAct, afterAgain, afterStop;
     char lines[1 << 18] = {};  // what the flow logged, a line each
-    bool filled = false;
+
+    bool Logged(const std::string& line) const {
+        return std::strstr(lines, ("\n" + line + "\n").c_str()) != nullptr;
+    }
 };
 
 Image ImageOf(Desk& desk) {
-    const std::vector<std::uint8_t> bytes = TagBytes(desk, kImage);
     Image image{};
-    std::copy(bytes.begin(), bytes.end(), image.begin());
+    desk.ImageOnChip(kImage).copy(image.data(), kImage);
     return image;
 }
 
-void ExpectNoMore(const FaultCase& fault, const hosted::LiveCounts& live,
-                  const hosted::LiveCounts& most, const char* when) {
-    if (fault.IsFailedClose()) {
-        return;
-    }
-    const hosted::LiveCounts left = fault.Leftovers();
-    EXPECT_LE(live.handles, most.handles + left.handles) << "handles " << when;
-    EXPECT_LE(live.threads, most.threads + left.threads) << "threads " << when << "\n"
-                                                         << hosted::DescribeThreads();
-    EXPECT_LE(live.requests, most.requests + left.requests) << "requests " << when;
+// Error lines are judged against those of the flow without a fault.
+void Settle(Desk& desk) {
+    Desk::Pass(kSettle);
+    desk.log.TakeUnannounced();
+    desk.log.Clear();
 }
 
-bool IsReason(const LogRecorder::Line& line, const std::string& usual) {
-    if (usual.find("\n" + line.text + "\n") != std::string::npos) {
-        return false;
-    }
+bool IsReason(const LogRecorder::Line& line) {
     constexpr const char* kWords[] = {"fail", "Fail", "rror", "err", "retry", "not "};
     return line.level == LOG_MESSAGE_LEVEL_ERROR ||
            std::any_of(std::begin(kWords), std::end(kWords),
                        [&](const char* word) { return line.text.find(word) != std::string::npos; });
 }
 
-std::string Joined(const LogRecorder& log) {
-    std::string text = "\n";
-    for (const std::string& line : log.Texts()) {
-        text += line + "\n";
+void CheckLog(const Flow& flow, const FaultCase& fault, const Outcome& now,
+              const std::vector<LogRecorder::Line>& log, const Outcome& usual) {
+    const auto told = std::count_if(flow.success.begin(), flow.success.end(),
+                                    [&](const std::string& line) { return now.Logged(line); });
+    const bool success = static_cast<std::size_t>(told) == flow.success.size();
+    if (now.worked) {
+        EXPECT_TRUE(success) << "a success that the log does not tell of";
+        return;
     }
-    return text;
+    EXPECT_TRUE(!success || flow.success.empty()) << "failed, and the log tells of a success";
+    const bool reason = std::any_of(log.begin(), log.end(), [&](const LogRecorder::Line& line) {
+        return IsReason(line) && !usual.Logged(line.text);
+    });
+    EXPECT_TRUE(reason || fault.maySilentlyFail) << "failed, and no line tells why";
 }
 
-void CheckLog(const Flow& flow, const FaultCase& fault, const Desk& desk, bool worked,
-              const std::string& usual) {
-    for (const std::string& line : flow.success) {
-        if (worked) {
-            EXPECT_TRUE(desk.log.Has(line)) << "a success without \"" << line << "\"";
-        }
+void CheckTag(const Outcome& now, const Outcome& usual) {
+    // A start whose detection is disturbed takes any chip for an FM11N one, and says so.
+    constexpr const char* kGuess = "Nfc spb2 format, like FM11N chip";
+    if (now.Logged(kGuess) && !usual.Logged(kGuess)) {
+        return;
     }
-    if (!worked && !fault.MaySilentlyFail()) {
-        const auto lines = desk.log.Lines();
-        EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const LogRecorder::Line& line) {
-            return IsReason(line, usual);
-        })) << "failed, and no line tells why";
-    }
-    if (!worked && !flow.success.empty()) {
-        EXPECT_FALSE(std::all_of(flow.success.begin(), flow.success.end(),
-                                 [&](const std::string& line) { return desk.log.Has(line); }))
-            << "failed, and the log tells of a success";
-    }
-}
-
-void CheckTag(const Image& found, const Reference& reference, bool worked) {
-    if (worked) {
-        EXPECT_TRUE(found == reference.after) << "a success with another image on the tag";
+    if (now.worked) {
+        EXPECT_TRUE(now.after == usual.after) << "a success with another image on the tag";
         return;
     }
     for (std::size_t i = 0; i < kImage; i += kBlock) {
         const auto same = [&](const Image& image) {
-            return std::memcmp(&found[i], &image[i], kBlock) == 0;
+            return std::memcmp(&now.after[i], &image[i], kBlock) == 0;
         };
-        EXPECT_TRUE(same(reference.before) || same(reference.after)) << "block " << i / kBlock;
+        EXPECT_TRUE(same(usual.before) || same(usual.after)) << "block " << i / kBlock;
     }
 }
 
-// In a child. Without a fault fills the reference, with one compares with it.
-void RunCase(const Flow& flow, const FaultCase* fault, Reference& reference) {
+void CheckLive(const FaultCase& fault, const hosted::LiveCounts& live,
+               const hosted::LiveCounts& usual, const char* when) {
+    EXPECT_LE(live.handles, usual.handles + fault.leftovers.handles) << "handles " << when;
+    EXPECT_LE(live.threads, usual.threads + fault.leftovers.threads) << "threads " << when;
+    EXPECT_LE(live.requests, usual.requests + fault.leftovers.requests) << "requests " << when;
+}
+
+// In a child. Without a fault it fills what is usual, which all others are compared with.
+void RunCase(const Flow& flow, const FaultCase& fault, Outcome& usual) {
     alarm(kRealSeconds);
     hosted::ScheduledOptions options;
     options.maxSteps = kMostSteps;
     hosted::UseScheduledClock(options);
-    Desk desk(flow.routes, flow.chip);
+    Desk desk({flow.route}, flow.chip);
     flow.prepare(desk);
-    Desk::Pass(kSettle);
-    desk.log.TakeUnannounced();  // the comparison with the reference judges error lines
-    desk.log.Clear();
-    const Image before = ImageOf(desk);
-    bool worked = false;
-    FlowCounts counts;
-    hosted::Micros took = 0;
+    Settle(desk);
+    Outcome now;
+    now.before = ImageOf(desk);
     {
-        const FaultInjection injection(desk.pc, fault);
+        const FaultInjection injection(desk, fault);
         const hosted::Micros start = hosted::Now();
-        worked = flow.act(desk);
-        took = hosted::Now() - start;
-        counts = injection.Counts();
+        now.worked = flow.act(desk);
+        EXPECT_LE(hosted::Now() - start, kLongestFlow);
+        now.counts = injection.Counts();
         Desk::Pass(kSettle);
     }
-    const std::string lines = Joined(desk.log);
-    const Image after = ImageOf(desk);
-    const hosted::LiveCounts afterAct = hosted::Live();
-    EXPECT_LE(took, kLongestFlow);
-    const bool unclosed = fault != nullptr && fault->IsFailedClose();
-    if (fault != nullptr) {
-        CheckLog(flow, *fault, desk, worked, reference.lines);
-        // A start whose detection is disturbed takes any chip for an FM11N one, and says so.
-        constexpr const char* kGuess = "\nNfc spb2 format, like FM11N chip\n";
-        const bool guessed = lines.find(kGuess) != std::string::npos &&
-                             std::strstr(reference.lines, kGuess) == nullptr;
-        if (!guessed) {
-            CheckTag(after, reference, worked);
-        }
-        ExpectNoMore(*fault, afterAct, reference.afterAct, "behind the flow");
-    } else {
-        EXPECT_TRUE(worked) << "without a fault" << lines;
+    const std::vector<LogRecorder::Line> log = desk.log.Lines();
+    std::string lines = "\n";
+    for (const LogRecorder::Line& line : log) {
+        lines += line.text + "\n";
     }
+    ASSERT_LT(lines.size(), sizeof(now.lines));
+    lines.copy(now.lines, lines.size());
+    now.after = ImageOf(desk);
+    now.afterAct = hosted::Live();
     desk.pc.Faults({});
-    const bool isHid = flow.routes[0] == simulator::PcRoute::kHid;
-    if (fault != nullptr && fault->LosesDevice()) {
+    if (fault.losesDevice) {
         desk.pc.Unplug();
         desk.pc.Plug();
     }
-    if (desk.manager != nullptr && ((fault != nullptr && fault->LosesDevice()) || isHid)) {
-        EXPECT_TRUE(desk.manager->DeviceInit() || unclosed) << Joined(desk.log);
+    if (desk.manager != nullptr && (fault.losesDevice || flow.route == simulator::PcRoute::kHid)) {
+        EXPECT_TRUE(desk.manager->DeviceInit() || fault.isFailedClose);
     }
     desk.log.TakeUnannounced();
     desk.log.Clear();
-    const bool again = flow.again(desk);
-    EXPECT_TRUE(again || unclosed) << "once more, without the fault" << Joined(desk.log);
-    Desk::Pass(kSettle);
-    const Image afterAgain = ImageOf(desk);
-    const hosted::LiveCounts liveAgain = hosted::Live();
+    EXPECT_TRUE(flow.again(desk) || fault.isFailedClose) << "once more, without the fault";
+    Settle(desk);
+    now.again = ImageOf(desk);
+    now.afterAgain = hosted::Live();
     desk.manager = nullptr;
-    Desk::Pass(kSettle);
-    const hosted::LiveCounts afterStop = hosted::Live();
-    desk.log.TakeUnannounced();
-    if (fault == nullptr) {
-        reference.counts = counts;
-        reference.before = before;
-        reference.after = after;
-        reference.again = afterAgain;
-        reference.afterAct = afterAct;
-        reference.afterAgain = liveAgain;
-        reference.afterStop = afterStop;
-        ASSERT_LT(lines.size(), sizeof(reference.lines));
-        std::copy(lines.begin(), lines.end(), reference.lines);
-        reference.filled = true;
-    } else {
-        EXPECT_TRUE(unclosed || afterAgain == reference.again)
-            << "once more: another image on the tag";
-        ExpectNoMore(*fault, liveAgain, reference.afterAgain, "once more");
-        ExpectNoMore(*fault, afterStop, reference.afterStop, "behind the stop");
+    Settle(desk);
+    now.afterStop = hosted::Live();
+    if (fault.name.empty()) {
+        EXPECT_TRUE(now.worked) << "without a fault" << lines;
+        usual = now;
+    }
+    CheckLog(flow, fault, now, log, usual);
+    CheckTag(now, usual);
+    if (!fault.isFailedClose) {
+        EXPECT_TRUE(now.again == usual.again) << "once more: another image on the tag";
+        CheckLive(fault, now.afterAct, usual.afterAct, "behind the flow");
+        CheckLive(fault, now.afterAgain, usual.afterAgain, "once more");
+        CheckLive(fault, now.afterStop, usual.afterStop, "behind the stop");
     }
 }
 
@@ -197,23 +170,18 @@ TEST_P(FaultSweep, EveryCallFailsInEveryWay) {
     if (wanted != nullptr && std::strncmp(wanted, prefix.c_str(), prefix.size()) != 0) {
         GTEST_SKIP() << "another flow's case is wanted";
     }
-    void* const shared =
-        mmap(nullptr, sizeof(Reference), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(shared, MAP_FAILED);
-    auto& reference = *new (shared) Reference;
-    ASSERT_EQ(RunInChild([&] { RunCase(flow, nullptr, reference); }), 0);
-    ASSERT_TRUE(reference.filled);
+    Outcome& usual = Shared<Outcome>();
+    ASSERT_EQ(RunInChild([&] { RunCase(flow, {}, usual); }), 0);
     const auto start = std::chrono::steady_clock::now();
-    const bool bluetooth = flow.routes[0] == simulator::PcRoute::kBle;
     std::size_t cases = 0;
     std::vector<std::string> failed;  // told at the end: a child inherits what has failed
-    for (const FaultCase& fault : CasesFor(reference.counts, bluetooth)) {
-        const std::string name = prefix + fault.Name();
+    for (const FaultCase& fault : CasesFor(usual.counts, flow.route == simulator::PcRoute::kBle)) {
+        const std::string name = prefix + fault.name;
         if (wanted != nullptr && name != wanted) {
             continue;
         }
         ++cases;
-        if (RunInChild([&] { RunCase(flow, &fault, reference); }) != 0) {
+        if (RunInChild([&] { RunCase(flow, fault, usual); }) != 0) {
             failed.push_back(name);
             if (failed.size() == kMostFailures) {
                 break;
@@ -227,7 +195,6 @@ TEST_P(FaultSweep, EveryCallFailsInEveryWay) {
     }
     EXPECT_GT(cases, 0U) << "no such case";
     std::printf("%-24s %5zu cases in %6.1f s\n", flow.name.c_str(), cases, took.count());
-    munmap(shared, sizeof(Reference));
 }
 
 INSTANTIATE_TEST_SUITE_P(Flows, FaultSweep, ::testing::ValuesIn(Flows()),

@@ -22,71 +22,38 @@ constexpr hosted::Micros kWorkTime = 120 * hosted::kSecond;        // the longes
 constexpr hosted::Micros kVisit = 1000 * hosted::kMillisecond;
 constexpr hosted::Micros kVisitEnd = 12 * hosted::kSecond;  // later than every leave
 
-std::shared_ptr<NdefMessage> MessageOf(Desk& desk, std::uint8_t fill) {
-    auto message = desk.NewMessage(fill);
-    std::string url;
-    message->GetUrl(url);
-    std::fill(url.begin(), url.end(), static_cast<char>('a' + fill % 26));
-    message->SetUrl(url);
-    const std::uint8_t mac[6] = {fill, fill, fill, fill, fill, fill};
-    message->SetMac(mac);
-    return message;
-}
-
-bool Has(const Desk& desk, PcRoute route) {
-    return std::find(desk.routes().begin(), desk.routes().end(), route) != desk.routes().end();
-}
-
-bool Connect(Desk& desk) {
-    if (Has(desk, PcRoute::kHid)) {
-        desk.manager->SetMcuKbConnectStatus(true);
-    }
-    return !Has(desk, PcRoute::kBle) || desk.manager->BtConnect(simulator::kDefaultBleAddress);
-}
-
-bool StartDevice(Desk& desk) {
-    return Has(desk, PcRoute::kBle) || desk.manager->DeviceInit();
-}
-
 void Created(Desk& desk) {
     ASSERT_TRUE(desk.Create());
 }
 
 // The old image on the tag, and no thread yet.
 void Opened(Desk& desk) {
-    Created(desk);
-    ASSERT_TRUE(StartDevice(desk));
-    ASSERT_TRUE(Connect(desk));
-    // Off I2C nothing is read first, so the message's own content is what is written.
-    desk.manager = NfcManager::Create(MessageOf(desk, kOld), &Desk::Listen);
-    ASSERT_TRUE(StartDevice(desk));
+    // Begun anew, as a host may: the end of the first manager stops what it has started. Off I2C
+    // nothing is read first, so the message's own content is what is written.
+    for (int beginning = 0; beginning < 2; ++beginning) {
+        ASSERT_TRUE(desk.Create(desk.NewMessage(kOld, kOld)));
+        ASSERT_TRUE(desk.StartDevices(*desk.manager));
+    }
     ASSERT_TRUE(desk.manager->UpdateNfcData());
-}
-
-void Running(Desk& desk) {
-    Opened(desk);
-    ASSERT_EQ(desk.manager->WriteMessage(MessageOf(desk, kOld)), 0);
-    Desk::Pass(kThreadTime);
-}
-
-void NotConnected(Desk& desk) {
-    Created(desk);
 }
 
 Action Write(std::uint8_t fill) {
     return [fill](Desk& desk) {
-        const bool worked = desk.manager->WriteMessage(MessageOf(desk, fill)) == 0;
+        const bool worked = desk.manager->WriteMessage(desk.NewMessage(fill, fill)) == 0;
         Desk::Pass(kThreadTime);
         return worked;
     };
 }
 
-Action Renew(std::uint8_t fill) {
+void Running(Desk& desk) {
+    Opened(desk);
+    ASSERT_TRUE(Write(kOld)(desk));
+}
+
+Action RenewTo(std::uint8_t fill) {
     return [fill](Desk& desk) {
         const std::size_t threads = hosted::Live().threads;
-        std::uint8_t number[32];
-        std::fill(std::begin(number), std::end(number), fill);
-        if (desk.manager->WriteRandNum(number) != 0) {
+        if (Renew(*desk.manager, NumberOf(fill)) != 0) {
             return false;
         }
         EXPECT_TRUE(Desk::WaitForThreads(threads, kWorkTime));
@@ -99,8 +66,7 @@ bool Read(Desk& desk) {
     const bool worked = desk.manager->ReadMessage(target) == 0;
     std::string url;
     target->GetUrl(url);
-    EXPECT_EQ(worked, url == std::string(50, static_cast<char>('a' + kOld % 26)))
-        << "the target has \"" << url << "\"";
+    EXPECT_EQ(url, worked ? std::string(50, kOld) : "") << "in the target";
     return worked;
 }
 
@@ -111,10 +77,9 @@ bool Update(Desk& desk) {
 bool ReadNumber(Desk& desk) {
     std::uint8_t number[32] = {};
     const bool worked = desk.manager->ReadRandNum(number) == 0;
-    const bool read = std::all_of(std::begin(number), std::end(number),
-                                  [](std::uint8_t byte) { return byte == kOld; });
+    const bool read = std::equal(std::begin(number), std::end(number), NumberOf(kOld).begin());
     // Over Bluetooth a failed read does not fail the operation; then the array stays untouched.
-    EXPECT_TRUE(!worked || read || (Has(desk, PcRoute::kBle) && number[0] == 0));
+    EXPECT_TRUE(!worked || read || (desk.Has(PcRoute::kBle) && number[0] == 0));
     return worked && read;
 }
 
@@ -124,39 +89,27 @@ bool StartOnly(Desk& desk) {
     return worked;
 }
 
-bool ConnectOnly(Desk& desk) {
+bool Connect(Desk& desk) {
     return desk.manager->BtConnect(simulator::kDefaultBleAddress);
 }
 
-bool DisconnectOnly(Desk& desk) {
+bool Disconnect(Desk& desk) {
     return desk.manager->BtDisconnect(simulator::kDefaultBleAddress);
 }
 
+bool DisconnectAgain(Desk& desk) {
+    return Connect(desk) && Disconnect(desk);
+}
+
 bool Visit(Desk& desk) {
-    const std::size_t before = EventsHeard().size();
+    TakeHeard();
     desk.pc.TapPhone(0, kVisit);
     Desk::Pass(kVisitEnd);
-    std::vector<int> events = EventsHeard();
-    events.erase(events.begin(), events.begin() + static_cast<std::ptrdiff_t>(before));
+    const std::vector<int> events = EventsHeard();
     for (std::size_t i = 0; i < events.size(); ++i) {
         EXPECT_EQ(events[i], i % 2 == 0 ? 3 : 1) << "event " << i << " of " << events.size();
     }
     return !events.empty() && events.size() % 2 == 0;
-}
-
-Action Restart(std::uint8_t fill) {
-    return [fill](Desk& desk) {
-        if (Has(desk, PcRoute::kBle)) {
-            desk.manager->BtDisconnect(simulator::kDefaultBleAddress);
-        }
-        desk.manager = nullptr;
-        Desk::Pass(kThreadTime);
-        desk.manager = NfcManager::Create(MessageOf(desk, fill), &Desk::Listen);
-        const bool worked = StartDevice(desk) && Connect(desk) &&
-                            desk.manager->WriteMessage(MessageOf(desk, fill)) == 0;
-        Desk::Pass(kThreadTime);
-        return worked;
-    };
 }
 
 bool VisitAgain(Desk& desk) {
@@ -165,8 +118,16 @@ bool VisitAgain(Desk& desk) {
     return written && Visit(desk);
 }
 
-bool DisconnectAgain(Desk& desk) {
-    return ConnectOnly(desk) && DisconnectOnly(desk);
+Action Restart(std::uint8_t fill) {
+    return [fill](Desk& desk) {
+        if (desk.Has(PcRoute::kBle)) {
+            Disconnect(desk);
+        }
+        desk.manager = nullptr;
+        Desk::Pass(kThreadTime);
+        return desk.Create(desk.NewMessage(fill, fill)) && desk.StartDevices(*desk.manager) &&
+               Write(fill)(desk);
+    };
 }
 
 struct Peripheral {
@@ -184,35 +145,31 @@ std::vector<Flow> MakeFlows() {
     const std::vector<std::string> written{"UpdateNfcData success", "NfcThreadCreate pass"};
     std::vector<Flow> flows;
     for (const Peripheral& peripheral : kPeripherals) {
-        const bool chip = peripheral.route == PcRoute::kI2c || peripheral.route == PcRoute::kUsb;
-        const bool ble = peripheral.route == PcRoute::kBle;
-        const auto add = [&](const char* name, std::function<void(Desk&)> prepare, Action act,
-                             Action again, std::vector<std::string> success) {
-            flows.push_back({std::string(name) + "_" + peripheral.name,
-                             {peripheral.route},
-                             peripheral.chip,
-                             std::move(prepare),
-                             std::move(act),
-                             std::move(again),
-                             std::move(success)});
+        const auto add = [&](Flow flow) {
+            flow.name += std::string("_") + peripheral.name;
+            flow.route = peripheral.route;
+            flow.chip = peripheral.chip;
+            flows.push_back(std::move(flow));
         };
-        if (!ble) {
-            add("start", Created, StartOnly, StartOnly, {});
+        if (peripheral.route != PcRoute::kBle) {
+            add({"start", Created, StartOnly, StartOnly});
         } else {
-            add("connect", NotConnected, ConnectOnly, ConnectOnly,
-                {"[NFC] BleClientSubscribeNotify succ."});
-            add("disconnect", Running, DisconnectOnly, DisconnectAgain, {});
+            add({"connect", Created, Connect, Connect, {"[NFC] BleClientSubscribeNotify succ."}});
+            add({"disconnect", Running, Disconnect, DisconnectAgain});
         }
-        if (chip) {
-            add("read", Opened, Read, Read, {"NfcReadTag success!"});
+        if (peripheral.route == PcRoute::kI2c || peripheral.route == PcRoute::kUsb) {
+            add({"read", Opened, Read, Read, {"NfcReadTag success!"}});
         }
-        add("write", Opened, Write(kNew), Write(kNewer), written);
-        add("update", Opened, Update, Update, {"UpdateNfcData success"});
-        add("renew", Running, Renew(kNew), Renew(kNewer),
-            {"LocalWriteRand ReadRandNum Successful"});
-        add("readnumber", Opened, ReadNumber, ReadNumber, {});
-        add("visit", Running, Visit, VisitAgain, {});
-        add("restart", Running, Restart(kNew), Restart(kNewer), written);
+        add({"write", Opened, Write(kNew), Write(kNewer), written});
+        add({"update", Opened, Update, Update, {"UpdateNfcData success"}});
+        add({"renew",
+             Running,
+             RenewTo(kNew),
+             RenewTo(kNewer),
+             {"LocalWriteRand ReadRandNum Successful"}});
+        add({"readnumber", Opened, ReadNumber, ReadNumber});
+        add({"visit", Running, Visit, VisitAgain});
+        add({"restart", Running, Restart(kNew), Restart(kNewer), written});
     }
     return flows;
 }
@@ -222,16 +179,6 @@ std::vector<Flow> MakeFlows() {
 const std::vector<Flow>& Flows() {
     static const std::vector<Flow> flows = MakeFlows();
     return flows;
-}
-
-std::vector<std::uint8_t> TagBytes(Desk& desk, std::size_t count) {
-    constexpr unsigned kImageRegister = 16;
-    const hosted::DeviceLock lock;
-    if (desk.pc.chip() != nullptr) {
-        return desk.pc.chip()->BackDoor().Memory(kImageRegister, count);
-    }
-    return desk.pc.keyboard() != nullptr ? desk.pc.keyboard()->Memory(kImageRegister, count)
-                                         : desk.pc.bluetooth()->Memory(kImageRegister, count);
 }
 
 }  // namespace testing_support

@@ -12,12 +12,12 @@ namespace testing_support {
 
 struct Flow {
     std::string name;
-    std::vector<simulator::PcRoute> routes;
-    std::string chip;
-    std::function<void(Desk&)> prepare;  ///< must work
-    std::function<bool(Desk&)> act;      ///< the flow to its end; whether it worked
-    std::function<bool(Desk&)> again;    ///< the same once more, with other content
-    std::vector<std::string> success;    ///< lines that a success logs, and no failure
+    std::function<void(Desk&)> prepare;     ///< must work
+    std::function<bool(Desk&)> act;         ///< the flow to its end; whether it worked
+    std::function<bool(Desk&)> again;       ///< the same once more, with other content
+    std::vector<std::string> success = {};  ///< lines that a success logs, and no failure
+    simulator::PcRoute route = {};
+    std::string chip = {};
 };
 
 /// For the test framework.
@@ -26,8 +26,5 @@ inline void PrintTo(const Flow& flow, std::ostream* out) {
 }
 
 const std::vector<Flow>& Flows();
-
-/// What stands on the tag from its first byte on, whatever kind of tag it is.
-std::vector<std::uint8_t> TagBytes(Desk& desk, std::size_t count);
 
 }  // namespace testing_support

@@ -2,8 +2,6 @@
 // ways, at once, under many orders of threads.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "chip/NfcDeviceContext.h"
 #include "chip/NfcSpbExtend.h"
 #include "peripheral/PeripheralState.h"
@@ -21,61 +19,44 @@ using hosted::kSecond;
 
 constexpr unsigned kSeeds = 30;
 constexpr int kReads = 5;
+constexpr std::uint16_t kRegisters[] = {0x110, 0x150};
 
-// Reads registers that hold the reader's own mark and finds nothing else in them.
-struct Reader {
-    std::uint16_t reg;
-    std::uint8_t mark;
-    bool (*read)(std::uint16_t reg, std::int32_t length, std::uint8_t* buffer);
-    int good = 0;
-};
-
-DWORD WINAPI Read(LPVOID argument) {
-    Reader& reader = *static_cast<Reader*>(argument);
-    for (int i = 0; i < kReads; ++i) {
-        std::uint8_t bytes[16] = {};
-        const bool marked = reader.read(reader.reg, sizeof(bytes), bytes) &&
-                            std::all_of(std::begin(bytes), std::end(bytes),
-                                        [&reader](std::uint8_t b) { return b == reader.mark; });
-        reader.good += marked ? 1 : 0;
-    }
-    return 0;
-}
-
-void ReadByTwoThreads(const char* chip, decltype(Reader::read) read) {
-    Desk desk({PcRoute::kI2c}, chip);
-    desk.Start();
-    Reader readers[] = {{0x100, 0xA1, read}, {0x140, 0xB2, read}};
-    const std::size_t threads = hosted::Live().threads;
-    for (Reader& reader : readers) {
-        {
-            const hosted::DeviceLock lock;
-            desk.pc.chip()->BackDoor().SetMemory(reader.reg, simulator::Bytes(16, reader.mark));
+// Each reads registers that hold its own mark, and finds nothing else in them.
+void ReadByTwoThreads(const char* chip,
+                      bool (*read)(std::uint16_t reg, std::int32_t length, std::uint8_t* buffer)) {
+    ForEachSeed(kSeeds, [chip, read] {
+        Desk desk({PcRoute::kI2c}, chip);
+        desk.Start();
+        const std::size_t threads = hosted::Live().threads;
+        int good = 0;  // threads of the scheduled clock take turns
+        for (const std::uint16_t reg : kRegisters) {
+            const simulator::Bytes marked(16, static_cast<std::uint8_t>(reg));
+            {
+                const hosted::DeviceLock lock;
+                desk.pc.chip()->BackDoor().SetMemory(reg, marked);
+            }
+            OnThread([reg, marked, read, &good] {
+                for (int i = 0; i < kReads; ++i) {
+                    simulator::Bytes bytes(marked.size());
+                    good += read(reg, 16, bytes.data()) && bytes == marked ? 1 : 0;
+                }
+            });
         }
-        CloseHandle(CreateThread(nullptr, 0, Read, &reader, 0, nullptr));
-    }
-    ASSERT_TRUE(Desk::WaitForThreads(threads));
-    EXPECT_EQ(readers[0].good, kReads);
-    EXPECT_EQ(readers[1].good, kReads);
-    EXPECT_EQ(desk.pc.spb()->Violations(), 0U);
-    AnnounceStop(desk.log);
-    desk.manager.reset();
-    Desk::Pass(kSecond);
+        ASSERT_TRUE(Desk::WaitForThreads(threads));
+        EXPECT_EQ(good, 2 * kReads);
+        EXPECT_EQ(desk.pc.spb()->Violations(), 0U);
+    });
 }
 
 TEST(Transactions, OfTwoCallersOfTheContextDoNotMix) {
-    ForEachSeed(kSeeds, [] {
-        ReadByTwoThreads("fm11nt081", [](std::uint16_t reg, std::int32_t length, std::uint8_t* to) {
-            return GetNfcDeviceContext().ReadReg(reg, length, to);
-        });
+    ReadByTwoThreads("fm11nt081", [](std::uint16_t reg, std::int32_t length, std::uint8_t* to) {
+        return GetNfcDeviceContext().ReadReg(reg, length, to);
     });
 }
 
 TEST(Transactions, OfTwoCallersOfTheFourByteDriverDoNotMix) {
-    ForEachSeed(kSeeds, [] {
-        ReadByTwoThreads("fanli", [](std::uint16_t reg, std::int32_t length, std::uint8_t* to) {
-            return NfcSpbExtend::GetInstance().ReadReg(reg, length, to);
-        });
+    ReadByTwoThreads("fanli", [](std::uint16_t reg, std::int32_t length, std::uint8_t* to) {
+        return NfcSpbExtend::GetInstance().ReadReg(reg, length, to);
     });
 }
 
@@ -97,8 +78,6 @@ TEST(Transactions, OfAStatusAndOfADetectionDoNotMix) {
         EXPECT_EQ(EventsHeard(1), std::vector<int>(kStarts, 4));
         EXPECT_EQ(desk.pc.spb()->Violations(), 0U);
         EXPECT_EQ(GetNfcDeviceContext().chipKind, NfcChipFanli);
-        desk.manager.reset();
-        Desk::Pass(kSecond);
     });
 }
 
@@ -116,10 +95,6 @@ TEST(Visit, OpenedDuringAnotherOneIsClosedToo) {
         g_interruptFirst = true;  // as WriteMessage does
         EXPECT_TRUE(Desk::WaitForEvents(4, 10 * kSecond));
         EXPECT_EQ(EventsHeard(2), (std::vector<int>{3, 3, 1, 1}));
-        AnnounceStop(desk.log);
-        Desk::Pass(kSecond);
-        desk.manager.reset();
-        Desk::Pass(kSecond);
     });
 }
 

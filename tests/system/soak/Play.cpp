@@ -1,21 +1,16 @@
 // Plays a story and looks at every step for what must never be.
 #include <algorithm>
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <mutex>
-#include <optional>
 #include <set>
 
 #include "platform/LinkDockBackDoor.h"
 #include "tests/support/Desk.h"
-#include "tests/system/Flows.h"
 #include "tests/system/soak/Story.h"
 
 using hosted::Micros;
 using simulator::PcRoute;
-using testing_support::Desk;
+using namespace testing_support;
 
 namespace soak {
 
@@ -30,23 +25,18 @@ constexpr std::size_t kMostHandles = 60;
 constexpr std::size_t kLinesShown = 300;
 constexpr std::uint8_t kFirstFill = 1;
 constexpr std::uint8_t kLastFill = 0xE0;
-
-// Where a message's fields stand in an image with a URI of 50 bytes.
-constexpr std::size_t kNumberOffset = 106;
-constexpr std::size_t kNumberSize = 32;
+constexpr std::uint8_t kLastNumber = 0xE1;
 constexpr std::size_t kImageSize = 160;
 
 // What the library logged in this process. Set by the player.
-const testing_support::LogRecorder* g_log = nullptr;
+const LogRecorder* g_log = nullptr;
 
 // TAGPORT_SOAK_LOG shows the log's end before it.
 [[noreturn]] void Fail(const std::string& what) {
-    if (std::getenv("TAGPORT_SOAK_LOG") != nullptr) {
-        const std::vector<std::string> lines = g_log->Texts();
-        const std::size_t first = lines.size() - std::min<std::size_t>(lines.size(), kLinesShown);
-        for (std::size_t i = first; i < lines.size(); ++i) {
-            std::fprintf(stderr, "    %s\n", lines[i].c_str());
-        }
+    const std::vector<std::string> lines = g_log->Texts();
+    const std::size_t shown = std::getenv("TAGPORT_SOAK_LOG") == nullptr ? 0 : kLinesShown;
+    for (std::size_t i = lines.size() - std::min(lines.size(), shown); i < lines.size(); ++i) {
+        std::fprintf(stderr, "    %s\n", lines[i].c_str());
     }
     std::fprintf(stderr, "at %lld us: %s\n%s", static_cast<long long>(hosted::Now()), what.c_str(),
                  hosted::DescribeThreads().c_str());
@@ -61,11 +51,16 @@ void Expect(bool condition, const char* what) {
 
 struct Done {
     Operation operation;
-    unsigned owner = 0;  // counts managers as they are created; of the one it worked with
     Micros begin = 0;
-    Micros end = 0;
-    bool worked = false;
+    Micros end = 0;      // when the call returned
+    Micros settled = 0;  // when a renewal has come to the tag as well
+    bool worked = true;
 };
+
+bool Writes(const Done& done) {
+    const Act act = done.operation.act;
+    return act == Act::kWrite || act == Act::kRestart || act == Act::kRenew;
+}
 
 class Player {
   public:
@@ -80,15 +75,11 @@ class Player {
             Expect(Bring(i, kFirstFill), "the first start failed");
         }
         for (unsigned host = 0; host < m_story.hosts; ++host) {
-            m_hosts.push_back({this, host});
+            OnThread([this, host] { RunHost(host); });
         }
-        for (Host& host : m_hosts) {
-            CloseHandle(CreateThread(nullptr, 0, RunHost, &host, 0, nullptr));
-        }
-        hosted::WaitFor([this] { return m_ended == m_story.hosts; }, 2 * kHour, "the hosts");
-        Expect(m_ended == m_story.hosts, "a host never came back");
-        const Micros left = kHour - hosted::Now();
-        Desk::Pass(std::max<Micros>(left, kRenewalTime));
+        Expect(hosted::WaitFor([this] { return m_ended == m_story.hosts; }, 2 * kHour, "the hosts"),
+               "a host never came back");
+        Desk::Pass(std::max(kHour - hosted::Now(), kRenewalTime));
         CheckVisits();
         CheckTag();
         Finish();
@@ -96,27 +87,14 @@ class Player {
     }
 
   private:
-    struct Host {
-        Player* player;
-        unsigned number;
-    };
-    struct Owned {
-        std::shared_ptr<NfcManager> manager;
-        unsigned owner = 0;
-    };
-
-    static DWORD WINAPI RunHost(LPVOID argument) {
-        const Host& host = *static_cast<Host*>(argument);
-        for (const Operation& operation : host.player->m_story.operations) {
-            if (operation.host == host.number) {
-                if (operation.at > hosted::Now()) {
-                    Desk::Pass(operation.at - hosted::Now());
-                }
-                host.player->Do(operation);
+    void RunHost(unsigned host) {
+        for (const Operation& operation : m_story.operations) {
+            if (operation.host == host) {
+                Desk::Pass(std::max<Micros>(operation.at - hosted::Now(), 0));
+                Do(operation);
             }
         }
-        ++host.player->m_ended;
-        return 0;
+        ++m_ended;
     }
 
     static void Listen(int event, const std::uint8_t (&number)[32], int route) {
@@ -126,7 +104,7 @@ class Player {
 
     void Judge(int event, int route) {
         const auto expected = static_cast<PcRoute>(route - 1);
-        Expect(Has(expected), "an event from a route that the PC doesn't have");
+        Expect(m_desk.Has(expected), "an event from a route that the PC doesn't have");
         if (m_story.chip == "like-fanli" && expected == PcRoute::kI2c) {
             Expect(event == 4, "a chip without visits reported one");
             return;
@@ -142,22 +120,9 @@ class Player {
         }
     }
 
-    bool Has(PcRoute route) const {
-        return std::find(m_story.routes.begin(), m_story.routes.end(), route) !=
-               m_story.routes.end();
-    }
-
     bool IsFanli() const { return m_story.chip == "fanli" || m_story.chip == "like-fanli"; }
 
     bool Wired() const { return m_story.routes[0] != PcRoute::kBle; }
-
-    std::shared_ptr<NdefMessage> MessageOf(std::uint8_t fill) const {
-        auto message = m_desk.NewMessage(fill);
-        message->SetUrl(std::string(50, static_cast<char>('0' + fill % 64)));
-        const std::uint8_t mac[6] = {fill, fill, fill, fill, fill, fill};
-        message->SetMac(mac);
-        return message;
-    }
 
     bool Start(NfcManager& manager) {
         // Detection disturbed by a fault takes a Fanli chip for another kind, whose driver leaves
@@ -166,46 +131,42 @@ class Player {
             hosted::WaitFor([this] { return m_faulting == 0; }, hosted::kForever, "no fault");
         }
         ++m_starting;
-        const bool worked = !Wired() || manager.DeviceInit();
+        const bool worked = m_desk.StartDevices(manager);
         --m_starting;
-        if (Has(PcRoute::kHid)) {
-            manager.SetMcuKbConnectStatus(true);
-        }
-        return (!Has(PcRoute::kBle) || manager.BtConnect(simulator::kDefaultBleAddress)) && worked;
+        return worked;
     }
 
     // Replaces a manager. The old one goes when the last host has done with it.
     bool Bring(unsigned slot, std::uint8_t fill) {
-        Take(slot, {});
+        Put(slot, nullptr);
         Desk::Pass(static_cast<Micros>(hosted::Random() % 500'000));
-        Owned owned{NfcManager::Create(MessageOf(fill), &Player::Listen), ++m_owners};
-        Expect(owned.manager != nullptr, "no manager");
-        Take(slot, owned);
-        const bool started = Start(*owned.manager);
-        return owned.manager->WriteMessage(MessageOf(fill)) == 0 && started;
+        const auto manager = NfcManager::Create(m_desk.NewMessage(fill, fill), &Player::Listen);
+        Expect(manager != nullptr, "no manager");
+        Put(slot, manager);
+        const bool started = Start(*manager);
+        return Write(*manager, fill) && started;
     }
 
-    void Take(unsigned slot, Owned owned) {
-        std::swap(m_managers[slot], owned);  // the old one goes at the end of this scope
+    void Put(unsigned slot, std::shared_ptr<NfcManager> manager) {
+        m_managers[slot].swap(manager);  // the old one goes at the end of this scope
+    }
+
+    bool Write(NfcManager& manager, std::uint8_t fill) {
+        return manager.WriteMessage(m_desk.NewMessage(fill, fill)) == 0;
     }
 
     void Do(const Operation& operation) {
-        Owned owned = m_managers[operation.manager];
         Done done;
         done.operation = operation;
-        done.owner = owned.owner;
         done.begin = hosted::Now();
-        done.worked = owned.manager == nullptr || Perform(operation, *owned.manager);
         if (operation.act == Act::kRestart) {
-            owned = {};
             done.worked = Bring(operation.manager, operation.fill);
-            done.owner = m_managers[operation.manager].owner;
+        } else if (const auto manager = m_managers[operation.manager]) {
+            done.worked = Perform(operation, *manager);
         }
         done.end = hosted::Now();
+        done.settled = done.end + (operation.act == Act::kRenew ? kRenewalTime : 0);
         Expect(done.end - done.begin < kLongestOperation, "an operation took too long");
-        if (operation.act == Act::kRenew) {
-            done.end += kRenewalTime;
-        }
         m_done.push_back(done);
         const hosted::LiveCounts live = hosted::Live();
         Expect(live.requests <= 3, "more requests than there can be");
@@ -213,15 +174,14 @@ class Player {
     }
 
     bool Perform(const Operation& operation, NfcManager& manager) {
-        std::uint8_t number[kNumberSize];
-        std::fill(std::begin(number), std::end(number), operation.fill);
+        std::uint8_t number[32];
         switch (operation.act) {
             case Act::kWrite:
                 ++m_figures.writes;
-                return manager.WriteMessage(MessageOf(operation.fill)) == 0;
+                return Write(manager, operation.fill);
             case Act::kRenew:
                 ++m_figures.writes;
-                return manager.WriteRandNum(number) == 0;
+                return Renew(manager, NumberOf(operation.fill)) == 0;
             case Act::kRead:
                 return manager.ReadMessage(std::make_shared<NdefMessage>()) == 0;
             case Act::kReadNumber:
@@ -232,18 +192,17 @@ class Player {
             case Act::kStart:
                 return Start(manager);
             case Act::kDisconnect:
-                return !Has(PcRoute::kBle) || manager.BtDisconnect(simulator::kDefaultBleAddress);
+                return !m_desk.Has(PcRoute::kBle) ||
+                       manager.BtDisconnect(simulator::kDefaultBleAddress);
             case Act::kTap:
                 m_desk.pc.TapPhone(0, operation.lasting);
-                return true;
+                break;
             case Act::kFault:
                 SetFault(operation);
-                return true;
+                break;
             case Act::kReplug:
-                m_desk.pc.Unplug();
-                Desk::Pass(operation.lasting);
-                m_desk.pc.Plug();
-                return true;
+                Replug(operation.lasting);
+                break;
             case Act::kRestart:
                 break;
         }
@@ -251,34 +210,40 @@ class Player {
     }
 
     void SetFault(const Operation& operation) {
+        if (IsFanli()) {
+            hosted::WaitFor([this] { return m_starting == 0; }, hosted::kForever, "no start");
+        }
+        ++m_faulting;
+        m_desk.SetFaults(operation.plan);
         if (!Wired()) {
             using LinkDockService::BleCall;
             LinkDockService::FailCall(static_cast<BleCall>(operation.fill % 5),
                                       1 + operation.fill % 3);
             ++m_figures.faults;
-            Desk::Pass(kFaultTime);
-            LinkDockService::ClearFaults();
-            return;
         }
-        std::string problem;
-        if (IsFanli()) {
-            hosted::WaitFor([this] { return m_starting == 0; }, hosted::kForever, "no start");
-        }
-        ++m_faulting;
-        m_desk.pc.Faults(*simulator::FaultPlan::Parse(operation.plan, problem));
         Desk::Pass(kFaultTime);
-        {
-            const hosted::DeviceLock lock;
-            m_figures.faults += m_desk.pc.faulty()->FaultsHit() - m_hits;
-            m_hits = m_desk.pc.faulty()->FaultsHit();
+        if (Wired()) {
+            CountFaults();
         }
-        m_desk.pc.Faults({});
+        m_desk.SetFaults("");
+        LinkDockService::ClearFaults();
         --m_faulting;
-        if (operation.plan.find("never") != std::string::npos) {
-            // Nothing but the device's end ends what it has swallowed.
-            m_desk.pc.Unplug();
-            m_desk.pc.Plug();
+        if (Wired() && operation.plan.find("never") != std::string::npos) {
+            Replug(0);  // nothing but the device's end ends what it has swallowed
         }
+    }
+
+    void CountFaults() {
+        const hosted::DeviceLock lock;
+        const std::size_t hits = m_desk.pc.faulty()->FaultsHit();
+        m_figures.faults += hits - std::min(hits, m_hits);  // a driver put back counts anew
+        m_hits = hits;
+    }
+
+    void Replug(Micros after) {
+        m_desk.pc.Unplug();
+        Desk::Pass(after);
+        m_desk.pc.Plug();
     }
 
     // Nothing but reads and renewals, which a visit survives, may fall between the two times.
@@ -286,7 +251,7 @@ class Player {
         return std::none_of(m_done.begin(), m_done.end(), [&](const Done& done) {
             const bool harmless =
                 done.operation.act == Act::kRead || done.operation.act == Act::kReadNumber;
-            return &done != &tap && !harmless && done.begin < to && done.end > from;
+            return &done != &tap && !harmless && done.begin < to && done.settled > from;
         });
     }
 
@@ -295,7 +260,7 @@ class Player {
     bool MayHoldLastPointer(const Done& done) const {
         return std::any_of(m_done.begin(), m_done.end(), [&](const Done& other) {
             return other.operation.at != done.operation.at &&
-                   other.operation.act == Act::kRestart && other.begin <= done.end &&
+                   other.operation.act == Act::kRestart && other.begin <= done.settled &&
                    other.end >= done.begin;
         });
     }
@@ -305,26 +270,21 @@ class Player {
         bool started = true;
         bool written = true;
         Micros trouble = 0;
-        std::vector<Done> past;
-        std::copy_if(m_done.begin(), m_done.end(), std::back_inserter(past),
-                     [at](const Done& done) { return done.end < at; });
-        std::sort(past.begin(), past.end(),
-                  [](const Done& a, const Done& b) { return a.end < b.end; });
-        for (const Done& done : past) {
+        for (const Done& done : m_done) {
             const Act act = done.operation.act;
+            const bool good = done.worked && done.begin > trouble;
+            if (done.settled >= at) {
+                continue;
+            }
             if (act == Act::kFault || act == Act::kReplug || act == Act::kDisconnect ||
                 MayHoldLastPointer(done)) {
-                started = false;
-                written = false;
-                trouble = done.end;
-            } else if (act == Act::kStart) {
-                started = done.worked && done.begin > trouble;
-                written = false;
-            } else if (act == Act::kRestart) {
-                started = done.worked && done.begin > trouble;
-                written = started;
+                started = written = false;
+                trouble = done.settled;
+            } else if (act == Act::kStart || act == Act::kRestart) {
+                started = good;
+                written = good && act == Act::kRestart;
             } else if (act == Act::kWrite) {
-                written = started && done.worked && done.begin > trouble;
+                written = good && started;
             }
         }
         return started && written;
@@ -334,7 +294,7 @@ class Player {
         if (m_story.chip == "like-fanli") {
             return;
         }
-        const std::vector<testing_support::Heard> heard = testing_support::HeardSoFar();
+        const std::vector<Heard> heard = HeardSoFar();
         for (const Done& done : m_done) {
             const Micros over = done.begin + done.operation.lasting + kVisitEnd;
             if (done.operation.act != Act::kTap || !Quiet(done, done.begin - kBeforeVisit, over) ||
@@ -355,10 +315,6 @@ class Player {
         Expect(m_open == 0, "a visit was never closed");
     }
 
-    static bool Writes(Act act) {
-        return act == Act::kWrite || act == Act::kRestart || act == Act::kRenew;
-    }
-
     // The number on the tag is one that no later one has replaced. Content is judged by numbers:
     // the whole image is judged after the last write of all.
     void CheckTag() {
@@ -366,67 +322,49 @@ class Player {
             m_desk.log.Has("UpdateNfcData failed")) {
             return;  // managers have no order; a failed write leaves the tag as far as it got
         }
-        std::set<std::uint8_t> possible;
+        std::set<Number> possible;
         for (const Done& done : m_done) {
-            const Act act = done.operation.act;
-            if (!Writes(act)) {
-                continue;
-            }
+            // A renewal is taken over at once; only its way to the tag takes time, which another
+            // manager does not know of.
             const bool replaced = std::any_of(m_done.begin(), m_done.end(), [&](const Done& later) {
                 const bool another = later.operation.act == Act::kRestart;
-                return Writes(later.operation.act) &&
-                       later.begin > (another ? done.end : EndOf(done));
+                return Writes(later) && later.begin > (another ? done.settled : done.end);
             });
-            if (!replaced) {
-                possible.insert(done.operation.fill);
+            if (Writes(done) && !replaced) {
+                possible.insert(NumberOf(done.operation.fill));
             }
         }
-        const std::optional<std::uint8_t> found = NumberOnTag();
-        if (!possible.empty() && (!found || possible.count(*found) == 0)) {
-            Fail("the tag has number " + (found ? std::to_string(*found) : "(mixed)"));
+        const Number found = m_desk.NumberOnChip();
+        if (!possible.empty() && possible.count(found) == 0) {
+            Fail("the tag has a number that begins with " + std::to_string(found[0]));
         }
-    }
-
-    // A renewal is taken over at once; only its way to the tag takes time.
-    static Micros EndOf(const Done& done) {
-        return done.operation.act == Act::kRenew ? done.end - kRenewalTime : done.end;
-    }
-
-    std::optional<std::uint8_t> NumberOnTag() {
-        const auto image = testing_support::TagBytes(m_desk, kImageSize);
-        const auto first = image.begin() + kNumberOffset;
-        const bool whole = std::all_of(first, first + kNumberSize,
-                                       [&](std::uint8_t byte) { return byte == *first; });
-        return whole ? std::optional<std::uint8_t>(*first) : std::nullopt;
     }
 
     // Whatever came before, a start and a write bring everything back, and a stop ends it.
     void Finish() {
-        NfcManager& manager = *m_managers[0].manager;
+        NfcManager& manager = *m_managers[0];
         Expect(Start(manager), "the last start failed");
-        Expect(manager.WriteMessage(MessageOf(kLastFill)) == 0, "the last write failed");
-        std::uint8_t number[kNumberSize];
-        std::fill(std::begin(number), std::end(number), static_cast<std::uint8_t>(kLastFill + 1));
-        Expect(manager.WriteRandNum(number) == 0, "the last renewal failed");
+        Expect(Write(manager, kLastFill), "the last write failed");
+        Expect(Renew(manager, NumberOf(kLastNumber)) == 0, "the last renewal failed");
         Desk::Pass(kRenewalTime);
-        Expect(NumberOnTag() == kLastFill + 1, "the last number is not on the tag");
-        const auto image = testing_support::TagBytes(m_desk, kImageSize);
-        const std::string url(50, static_cast<char>('0' + kLastFill % 64));
-        Expect(std::search(image.begin(), image.end(), url.begin(), url.end()) != image.end(),
+        Expect(m_desk.NumberOnChip() == NumberOf(kLastNumber), "the last number isn't on the tag");
+        const std::string url(50, static_cast<char>(kLastFill));
+        Expect(m_desk.ImageOnChip(kImageSize).find(url) != std::string::npos,
                "the last URL is not on the tag");
-        const std::size_t before = testing_support::HeardSoFar().size();
-        m_desk.pc.TapPhone(0, hosted::kSecond);
+        TakeHeard();
+        simulator::PhoneReport phone;
+        m_desk.pc.TapPhone(0, hosted::kSecond, [&](const auto& report) { phone = report; });
         Desk::Pass(2 * kVisitEnd);
-        Expect(testing_support::HeardSoFar().size() > before, "the last phone was not reported");
+        Expect(phone.read, "the last phone could not read the tag");
+        Expect(!HeardSoFar().empty(), "the last phone was not reported");
         Expect(m_open == 0, "the last visit was never closed");
-        if (Has(PcRoute::kBle)) {
-            Expect(manager.BtDisconnect(simulator::kDefaultBleAddress), "no disconnection");
-        }
+        Expect(!m_desk.Has(PcRoute::kBle) || manager.BtDisconnect(simulator::kDefaultBleAddress),
+               "no disconnection");
         m_managers.clear();
         Desk::Pass(kRenewalTime);
         const hosted::LiveCounts live = hosted::Live();
         // What a stop leaves: the device, the deferred call thread, the keyboard's event.
-        const std::size_t handles = (Wired() ? 2U : 1U) + (Has(PcRoute::kHid) ? 1U : 0U);
+        const std::size_t handles = (Wired() ? 2U : 1U) + (m_desk.Has(PcRoute::kHid) ? 1U : 0U);
         Expect(live.threads == 1, "threads are left");
         Expect(live.requests == 0, "requests are left");
         Expect(live.handles == handles, "handles are left");
@@ -439,12 +377,10 @@ class Player {
     const Story& m_story;
     Desk m_desk;
     // One thread runs at a time, and none of these is touched across a call into the layer.
-    std::vector<Owned> m_managers;
-    std::vector<Done> m_done;
-    std::vector<Host> m_hosts;
-    std::atomic<unsigned> m_ended{0};
-    unsigned m_owners = 0;
-    int m_open = 0;  // visits of the driver routes
+    std::vector<std::shared_ptr<NfcManager>> m_managers;
+    std::vector<Done> m_done;  // in the order of their ends
+    unsigned m_ended = 0;      // hosts
+    int m_open = 0;            // visits of the driver routes
     std::size_t m_hits = 0;
     unsigned m_starting = 0;  // device starts under way
     unsigned m_faulting = 0;  // plans in force

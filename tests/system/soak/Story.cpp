@@ -1,6 +1,7 @@
 #include "tests/system/soak/Story.h"
 
 #include <random>
+#include <sstream>
 
 using simulator::PcRoute;
 
@@ -14,33 +15,27 @@ constexpr hosted::Micros kMillisecond = hosted::kMillisecond;
 class Dice {
   public:
     explicit Dice(std::uint64_t seed) : m_engine(seed) {}
-    unsigned Below(unsigned bound) { return static_cast<unsigned>(m_engine() % bound); }
+    unsigned Below(std::uint64_t bound) { return static_cast<unsigned>(m_engine() % bound); }
     hosted::Micros Between(hosted::Micros low, hosted::Micros high) {
-        return low +
-               static_cast<hosted::Micros>(m_engine() % static_cast<std::uint64_t>(high - low + 1));
+        return low + Below(static_cast<std::uint64_t>(high - low + 1));
     }
 
   private:
     std::mt19937_64 m_engine;
 };
 
-struct Peripheral {
+const struct {
     std::vector<PcRoute> routes;
     const char* chip;
-};
-
-const std::vector<Peripheral>& Peripherals() {
-    static const std::vector<Peripheral> peripherals{{{PcRoute::kI2c}, "fm11nt081"},
-                                                     {{PcRoute::kI2c}, "fm11nt082c"},
-                                                     {{PcRoute::kI2c}, "fanli"},
-                                                     {{PcRoute::kI2c}, "like-fm11n"},
-                                                     {{PcRoute::kI2c}, "like-fanli"},
-                                                     {{PcRoute::kUsb}, "fm11nt081"},
-                                                     {{PcRoute::kHid}, "fm11nt081"},
-                                                     {{PcRoute::kBle}, "fm11nt081"},
-                                                     {{PcRoute::kI2c, PcRoute::kBle}, "fanli"}};
-    return peripherals;
-}
+} kPeripherals[] = {{{PcRoute::kI2c}, "fm11nt081"},
+                    {{PcRoute::kI2c}, "fm11nt082c"},
+                    {{PcRoute::kI2c}, "fanli"},
+                    {{PcRoute::kI2c}, "like-fm11n"},
+                    {{PcRoute::kI2c}, "like-fanli"},
+                    {{PcRoute::kUsb}, "fm11nt081"},
+                    {{PcRoute::kHid}, "fm11nt081"},
+                    {{PcRoute::kBle}, "fm11nt081"},
+                    {{PcRoute::kI2c, PcRoute::kBle}, "fanli"}};
 
 // Each as often as it stands here.
 constexpr Act kActs[] = {Act::kWrite, Act::kWrite,      Act::kRenew,  Act::kRenew, Act::kRenew,
@@ -59,17 +54,15 @@ std::string DrawPlan(Dice& dice) {
            std::to_string(first + dice.Below(4)) + "=" + kActions[dice.Below(6)];
 }
 
+// Operations that fall into each other, that follow at once, and that find everybody at rest.
+constexpr std::pair<hosted::Micros, hosted::Micros> kGaps[] = {
+    {0, 2 * hosted::kSecond},
+    {2 * hosted::kSecond, 60 * hosted::kSecond},
+    {60 * hosted::kSecond, 300 * hosted::kSecond}};
+
 hosted::Micros DrawGap(Dice& dice) {
-    switch (dice.Below(5)) {
-        case 0:
-        case 1:
-            return dice.Between(0, 2000 * kMillisecond);  // one falls into the other
-        case 2:
-        case 3:
-            return dice.Between(2 * hosted::kSecond, 60 * hosted::kSecond);
-        default:
-            return dice.Between(60 * hosted::kSecond, 300 * hosted::kSecond);
-    }
+    const auto [low, high] = kGaps[dice.Below(5) / 2];
+    return dice.Between(low, high);
 }
 
 }  // namespace
@@ -77,10 +70,9 @@ hosted::Micros DrawGap(Dice& dice) {
 Story Draw(std::uint64_t seed) {
     Dice dice(seed);
     Story story;
-    const Peripheral& peripheral =
-        Peripherals()[dice.Below(static_cast<unsigned>(Peripherals().size()))];
-    story.routes = peripheral.routes;
-    story.chip = peripheral.chip;
+    const auto& [routes, chip] = kPeripherals[dice.Below(std::size(kPeripherals))];
+    story.routes = routes;
+    story.chip = chip;
     story.hosts = 1 + dice.Below(4);
     story.managers = 1 + dice.Below(2);
     constexpr hosted::Micros kLateness[] = {0, 2 * kMillisecond, 20 * kMillisecond};
@@ -94,7 +86,7 @@ Story Draw(std::uint64_t seed) {
     hosted::Micros at = hosted::kSecond;
     for (unsigned i = 0; i < kMostOperations && (at += DrawGap(dice)) < kHour; ++i) {
         Operation operation;
-        operation.act = kActs[dice.Below(static_cast<unsigned>(std::size(kActs)))];
+        operation.act = kActs[dice.Below(std::size(kActs))];
         operation.at = at;
         operation.host = dice.Below(story.hosts);
         operation.manager = dice.Below(story.managers);
@@ -110,21 +102,20 @@ Story Draw(std::uint64_t seed) {
 
 std::string Describe(const Story& story) {
     constexpr const char* kRoutes[] = {"i2c", "usb", "hid", "ble"};
-    std::string text = "  desk:";
+    std::ostringstream text;
+    text << "  desk:";
     for (const PcRoute route : story.routes) {
-        text += std::string(" ") + kRoutes[static_cast<int>(route)];
+        text << " " << kRoutes[static_cast<int>(route)];
     }
-    text += ", " + story.chip + ", " + std::to_string(story.managers) + " manager(s), lateness " +
-            std::to_string(story.options.maxLateness) + " us, change points " +
-            std::to_string(story.options.priorityChangePoints) + "\n";
-    for (const Operation& operation : story.operations) {
-        text += "  " + std::to_string(operation.at) + " us: host " +
-                std::to_string(operation.host) + ", manager " + std::to_string(operation.manager) +
-                ": " + kNames[static_cast<int>(operation.act)] + " " +
-                std::to_string(operation.fill) + " for " + std::to_string(operation.lasting) +
-                " us " + operation.plan + "\n";
+    text << ", " << story.chip << ", " << story.managers << " manager(s), lateness "
+         << story.options.maxLateness << " us, change points " << story.options.priorityChangePoints
+         << "\n";
+    for (const Operation& one : story.operations) {
+        text << "  " << one.at << " us: host " << one.host << ", manager " << one.manager << ": "
+             << kNames[static_cast<int>(one.act)] << " " << unsigned{one.fill} << " for "
+             << one.lasting << " us " << one.plan << "\n";
     }
-    return text;
+    return text.str();
 }
 
 }  // namespace soak

@@ -55,6 +55,13 @@ struct Figures {
     std::size_t visits = 0;
     std::size_t writes = 0;
     std::size_t faults = 0;
+
+    void operator+=(const Figures& more) {
+        time += more.time;
+        visits += more.visits;
+        writes += more.writes;
+        faults += more.faults;
+    }
 };
 
 /// Plays it on the scheduled clock of this process, which must be fresh. What is found wrong goes
