@@ -36,10 +36,11 @@ std::string StateOf(NdefMessage message) {
 
 NdefMessage FilledMessage() {
     NdefMessage message;
+    std::uint8_t number[32];
+    std::fill_n(number, sizeof(number), std::uint8_t{2});
     message.SetUrl("old");
     message.SetMac({1, 1, 1, 1, 1, 1});
-    message.SetRandomNumber({2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2,
-                             2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2});
+    message.SetRandomNumber(number);
     message.SetModel({3, 3, 3, 3});
     return message;
 }
@@ -76,7 +77,10 @@ TEST(NdefMessage, AnswersArraysThatAreNotThere) {
 }
 
 constexpr char kFile[] = "config/NfcUri.ini";
-const std::string kGood = "[PC_URI]\norvane_uri=example.com/o\nvelmo_uri=example.com/v\n";
+std::string File(const std::string& orvane, const std::string& velmo) {
+    return "[PC_URI]\norvane_uri=" + orvane + "\nvelmo_uri=" + velmo + "\n";
+}
+const std::string kGood = File("example.com/o", "example.com/v");
 const std::string kLoose =
     "[pc_uri]\r\n ORVANE_URI = \"example.com/o\"\r\nvelmo_URI= example.com/v ";
 const std::string kNothing = "NFC_ GetUriInfo fail";
@@ -124,9 +128,9 @@ TEST_F(UriConfig, FillsTheMessageByType) {
 
 TEST_F(UriConfig, ChangesNothingWithoutBothValues) {
     EXPECT_EQ(Init('2', {kNothing}), kFilledState);
-    for (const char* text :
-         {"", "[PC_URI]\norvane_uri=a\n", "[PC_URI]\nvelmo_uri=b\n",
-          "[PC_URI]\norvane_uri=a\nvelmo_uri=\n", "[OTHER]\norvane_uri=a\nvelmo_uri=b\n"}) {
+    for (const std::string& text :
+         {std::string(), std::string("[PC_URI]\norvane_uri=a\n"), File("", "b"), File("a", ""),
+          "[OTHER]" + File("a", "b").substr(8)}) {
         SCOPED_TRACE(text);
         std::ofstream(kFile) << (text);
         EXPECT_EQ(Init('5', {kNothing}), kFilledState);
@@ -143,17 +147,15 @@ TEST_F(UriConfig, ChangesNothingWithoutBothValues) {
 
 TEST_F(UriConfig, CutsAndRefusesLongValues) {
     for (const std::size_t size : {254U, 255U, 5000U}) {
-        std::ofstream(kFile) << ("[PC_URI]\norvane_uri=" + std::string(size, 'a') +
-                                 "\nvelmo_uri=b\n");
+        std::ofstream(kFile) << File(std::string(size, 'a'), "b");
         EXPECT_EQ(Init('5'), Filled(std::string(254, 'a'), '5')) << size;
     }
     // 200 characters of two bytes each: whole in the file's buffer, too long as bytes.
     std::string twoByte;
-    for (int i = 0; i < 200; ++i) {
+    while (twoByte.size() < 400) {
         twoByte += "\xC3\xA9";
     }
-    std::ofstream(kFile) << ("[PC_URI]\norvane_uri=" + twoByte +
-                             "\nvelmo_uri=" + twoByte.substr(0, 100) + "\n");
+    std::ofstream(kFile) << File(twoByte, twoByte.substr(0, 100));
     EXPECT_EQ(Init('8'), Filled(twoByte.substr(0, 100), '8'));
     EXPECT_EQ(Init('5', {kBadUrl}), State("old", 0, 2, "\3\3\3\3", 0));
 }

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <random>
 #include <tuple>
 
@@ -51,20 +50,12 @@ ImageFields WorkedFields() {
 }
 
 TEST(NfcDataBuild, MakesTheWorkedImageByteForByte) {
-    const std::string expected =
-        "03 66 91 01 0D 55 04 74 61 67 2F 61 62 63 64 31 32 33 34 52 26 2C "
-        "61 70 70 6C 69 63 61 74 69 6F 6E 2F 76 6E 64 2E 6F 72 76 61 6E 65 "
-        "2E 68 61 6E 64 6F 66 66 2E 6E 64 65 66 6D 73 67 80 64 02 11 22 33 44 55 "
-        "00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F "
-        "10 11 12 13 14 15 16 17 18 19 1A 1B 1C 1D 1E 1F 00 00 08 00 FE ";
     LogRecorder log;
-    std::string image;
-    for (const char byte : Build(WorkedFields()).GetContent()) {
-        char hex[4];
-        std::snprintf(hex, sizeof(hex), "%02X ", static_cast<std::uint8_t>(byte));
-        image += hex;
-    }
-    EXPECT_EQ(image, expected);
+    EXPECT_EQ(Build(WorkedFields()).GetContent(),
+              "\x03\x66\x91\x01\x0DU\x04tag/abcd1234"
+              "R&,application/vnd.orvane.handoff.ndefmsg"
+              "\x80\x64\x02\x11\x22\x33\x44\x55" +
+                  std::get<2>(WorkedFields()) + std::string("\0\0\x08\0\xFE", 5));
     EXPECT_EQ(log.Texts(),
               (Texts{"m_uri size is 12", "bodyContent CaculateLength() 44",
                      "m_uri (payload) length is 12", "nfcBody (payload) length is 44"}));
