@@ -1,61 +1,38 @@
 #include "fuzz/Host.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <limits>
-#include <utility>
-
-#include "fuzz/Check.h"
 
 namespace fuzz {
 
-namespace {
-
-// What the listener heard. Threads of the scheduled clock take turns, so it needs no lock.
-std::vector<Event> g_events;
-
-void Listen(int event, const std::uint8_t (&number)[32], int route) {
-    Event heard{event, route, {}};
-    std::copy(std::begin(number), std::end(number), heard.number.begin());
-    g_events.push_back(heard);
-}
-
-}  // namespace
-
-bool operator==(const Event& left, const Event& right) {
-    return left.event == right.event && left.route == right.route && left.number == right.number;
-}
-
-void StartClock() {
+bool StartClock() {
+    GTEST_FLAG_SET(break_on_failure, true);
     hosted::ScheduledOptions options;
     options.maxSteps = std::numeric_limits<std::uint64_t>::max();
     hosted::UseScheduledClock(options);
+    return true;
 }
 
-std::shared_ptr<NdefMessage> MakeMessage() {
-    static const std::uint8_t mac[6] = {2, 17, 34, 51, 68, 85};
-    static const std::uint8_t model[4] = {0, 0, 5, 0};
-    static const std::uint8_t number[32] = {1};
-    auto message = std::make_shared<NdefMessage>();
-    message->SetUrl(std::string(50, 'u'));
-    message->SetMac(mac);
-    message->SetRandomNumber(number);
-    message->SetModel(model);
-    message->SetPcType(5);
-    return message;
+std::vector<Event> TakeEvents(Desk& desk) {
+    desk.log.TakeUnannounced();
+    desk.log.Clear();
+    std::vector<Event> events;
+    for (const testing_support::Heard& heard : testing_support::TakeHeard()) {
+        events.emplace_back(heard.event, heard.route, heard.number);
+    }
+    return events;
 }
 
-std::shared_ptr<NfcManager> MakeManager() {
-    auto manager = NfcManager::Create(MakeMessage(), &Listen);
-    Check(manager != nullptr, "a manager is made");
-    return manager;
-}
-
-void Pass(hosted::Micros time) {
-    hosted::WaitFor([] { return false; }, time, "time");
-}
-
-std::vector<Event> TakeEvents() {
-    return std::exchange(g_events, {});
+void Expected::Add(const std::vector<std::uint8_t>& frame) {
+    if (frame[0] == 3 && frame.size() > m_number.size()) {
+        std::copy_n(frame.begin() + 1, m_number.size(), m_number.begin());
+    } else if (frame[0] == 2 && frame[1] == 0x6E && frame[2] == 0xE6) {
+        m_events.emplace_back(3, m_route, m_number);
+    } else if (frame[0] == 2 && frame[1] == 0xE6 && frame[2] == 0x6E) {
+        m_events.emplace_back(1, m_route, m_number);
+    }
 }
 
 }  // namespace fuzz

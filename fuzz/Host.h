@@ -3,39 +3,37 @@
 // the host at rest.
 #pragma once
 
-#include <tagport/NfcManager.h>
-
-#include <array>
-#include <memory>
+#include <tuple>
 #include <vector>
 
-#include "platform/hosted/Kernel.h"
+#include "tests/support/Desk.h"
 
 namespace fuzz {
 
-using Number = std::array<std::uint8_t, 32>;
+using testing_support::Desk;
+using testing_support::Number;
 
-/// One call of the listener, as far as it is judged.
-struct Event {
-    int event;
-    int route;
-    Number number;
+/// One call of the listener: event, route, number.
+using Event = std::tuple<int, int, Number>;
+
+/// Starts the clock, with the layer's limit on steps out of the way. From here on a check of the
+/// desk's that fails ends the process. To be called first.
+bool StartClock();
+
+/// What the listener heard since the last call. Forgets the desk's log as well, which would grow.
+std::vector<Event> TakeEvents(Desk& desk);
+
+/// What the listener must hear of a keyboard's frames, each from its type byte on.
+class Expected {
+  public:
+    explicit Expected(int route) : m_route(route) {}
+    void Add(const std::vector<std::uint8_t>& frame);
+    const std::vector<Event>& Events() const { return m_events; }
+
+  private:
+    int m_route;
+    Number m_number{};
+    std::vector<Event> m_events;
 };
-bool operator==(const Event& left, const Event& right);
-
-/// Starts the clock, with the layer's limit on steps out of the way. To be called first.
-void StartClock();
-
-/// A manager with a message for PC type 5 and the recording listener.
-std::shared_ptr<NfcManager> MakeManager();
-
-/// The message written by the host.
-std::shared_ptr<NdefMessage> MakeMessage();
-
-/// Lets scheduled time pass.
-void Pass(hosted::Micros time);
-
-/// What the listener heard since the last call.
-std::vector<Event> TakeEvents();
 
 }  // namespace fuzz

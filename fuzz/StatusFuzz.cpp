@@ -31,24 +31,20 @@ class StatusDriver : public simulator::SpbDriver {
 
 struct Pc {
     Pc() {
-        fuzz::StartClock();
+        desk.log.Announce("");
         hosted::AddDevice(simulator::kSpbDriverPath, driver);
-        manager = fuzz::MakeManager();
         UseChip(simulator::kFanliIdentity);
     }
 
     void UseChip(std::uint8_t identity) {
-        if (identity == m_identity) {
-            return;
+        if (identity != std::exchange(m_identity, identity)) {
+            {
+                const hosted::DeviceLock lock;
+                chip->BackDoor().SetMemory(0, {identity});
+            }
+            desk.Start();
+            fuzz::Desk::Pass(hosted::kSecond);
         }
-        m_identity = identity;
-        {
-            const hosted::DeviceLock lock;
-            chip->BackDoor().SetMemory(0, {identity});
-        }
-        Check(manager->DeviceInit(), "the device starts");
-        Check(manager->WriteMessage(fuzz::MakeMessage()) == 0, "the message is written");
-        fuzz::Pass(hosted::kSecond);
     }
 
     void Raise(const std::vector<std::uint8_t>& status) {
@@ -58,7 +54,7 @@ struct Pc {
             driver->armed = true;
             chip->BackDoor().RaiseInterrupt();
         }
-        fuzz::Pass(kBetween);
+        fuzz::Desk::Pass(kBetween);
         const hosted::DeviceLock lock;
         Check(!driver->armed, "the status is fetched");
         Check(driver->WaitsPending() == 1, "the interrupt thread waits for the next one");
@@ -66,7 +62,8 @@ struct Pc {
 
     std::shared_ptr<simulator::Chip> chip = simulator::MakeChip("fanli");
     std::shared_ptr<StatusDriver> driver = std::make_shared<StatusDriver>(chip);
-    std::shared_ptr<NfcManager> manager;
+    const bool clock = fuzz::StartClock();
+    fuzz::Desk desk{{}};
 
   private:
     std::uint8_t m_identity = 0;
@@ -90,16 +87,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
             starts += like || status[0] == simulator::kStatusMcuStart ? 1 : 0;
         }
     }
-    fuzz::Pass(kLongestVisit);
+    fuzz::Desk::Pass(kLongestVisit);
     std::size_t visits = 0;
     bool inField = false;
-    for (const fuzz::Event& event : fuzz::TakeEvents()) {
-        Check(event.route == 1, "the route is the driver's");
-        if (event.event == 4) {
+    for (const auto& [event, route, number] : fuzz::TakeEvents(pc.desk)) {
+        Check(route == 1, "the route is the driver's");
+        if (event == 4) {
             Check(starts-- > 0, "an event 4 for each start of the processor, and no other");
             continue;
         }
-        Check(event.event == (inField ? 1 : 3), "enter and leave take turns");
+        Check(event == (inField ? 1 : 3), "enter and leave take turns");
         inField = !inField;
         visits += inField ? 1 : 0;
     }
