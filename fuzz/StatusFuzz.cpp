@@ -8,7 +8,7 @@
 namespace {
 
 constexpr std::size_t kStatusSize = 9;
-constexpr hosted::Micros kBetween = 100 * hosted::kMillisecond;        // a status is read in 30 ms
+constexpr hosted::Micros kBetween = 200 * hosted::kMillisecond;  // 30 to read it, 100 if it fails
 constexpr hosted::Micros kLongestVisit = 8000 * hosted::kMillisecond;  // 21 polls of 350 ms
 
 /// Answers the next read with the bytes of the input, in place of the chip.
