@@ -18,19 +18,24 @@ void FailAllocation(unsigned nth) {
     g_allocations = 0;
 }
 
-}  // namespace
-
-// What they give is released by the ordinary operator delete, so it comes from the ordinary new.
-void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+void* AllocateUnlessDue(void* (*ordinary)(std::size_t), std::size_t size) noexcept {
     try {
-        return ++g_allocations == g_failing ? nullptr : ::operator new(size);
+        return ++g_allocations == g_failing ? nullptr : ordinary(size);
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
 }
 
-void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
-    return operator new(size, tag);
+}  // namespace
+
+// What they give is released by the ordinary operator delete of its kind, so it comes from the
+// ordinary new of that kind.
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return AllocateUnlessDue(&::operator new, size);
+}
+
+void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return AllocateUnlessDue(&::operator new[], size);
 }
 
 namespace testing_support {
