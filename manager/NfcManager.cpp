@@ -5,7 +5,7 @@
 
 #include "chip/LockOrder.h"
 #include "diagnostics/Log.h"
-#include "manager/ManagerState.h"
+#include "manager/ManagerLocks.h"
 #include "manager/MessageLimits.h"
 #include "peripheral/NfcProxy.h"
 #include "peripheral/PeripheralState.h"

@@ -3,8 +3,8 @@
 
 #include "chip/LockOrder.h"
 #include "diagnostics/Log.h"
-#include "manager/DeviceStartRetry.h"
-#include "manager/ManagerState.h"
+#include "manager/ManagerLocks.h"
+#include "manager/Peripheral.h"
 #include "peripheral/NfcProxy.h"
 #include "peripheral/PeripheralState.h"
 #include "platform/platform.h"

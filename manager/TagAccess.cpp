@@ -2,7 +2,7 @@
 
 #include "chip/LockOrder.h"
 #include "chip/TransferState.h"
-#include "manager/ManagerState.h"
+#include "manager/ManagerLocks.h"
 #include "peripheral/NfcProxy.h"
 #include "peripheral/PeripheralState.h"
 #include "platform/platform.h"

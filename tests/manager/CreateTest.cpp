@@ -110,6 +110,13 @@ TEST(Create, OperationsWithoutADevice) {
            0, "");
     EXPECT_EQ(number[0], 0xAB) << "nobody filled it";
     EXPECT_EQ(NfcManager::WriteRandThread(nullptr), 0xFFFFFFFF);
+    log.Clear();
+    NfcManager empty(nullptr);
+    EXPECT_EQ(Renew(empty, NumberOf(9)), -1);
+    EXPECT_EQ(NfcManager::WriteRandThread(&empty), 0xFFFFFFFF);
+    EXPECT_EQ(Joined(ErrorsIn(log)),
+              "WriteRandNum GetRandomNumber fail, LocalWriteRand m_nfcProxy is nullptr, "
+              "LocalWriteRand failed");
     expect([](NfcManager& m) { return m.BtConnect(7); }, 0, "BtConnect failed", 0, "");
     expect([](NfcManager& m) { return m.BtDisconnect(8); }, 0, "BtDisconnect failed", 0,
            "[NFC] btmac error!");

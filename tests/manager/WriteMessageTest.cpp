@@ -171,6 +171,15 @@ TEST(WriteMessage, UpdateNfcContentWritesWhatDiffers) {
     EXPECT_TRUE(desk.log.Has("UpdateNfcContent Write Nfc Chip Successful"));
     EXPECT_EQ(desk.pc.bluetooth()->ImagesStored(), 2U);
     EXPECT_NE(desk.ImageOnChip(93), same);
+    // The image's head is the first thing read behind the start, the number the last.
+    for (const auto& [fault, told] :
+         {std::pair{"write#7=fail:31", "UpdateNfcContent ReadNfcContent failed"},
+          std::pair{"write#14=fail:31", "ReadRandNum failed"}}) {
+        desk.SetFaults(fault);
+        desk.log.Clear();
+        EXPECT_FALSE(NfcManagerTestAccess::UpdateNfcContent(*desk.manager)) << fault;
+        EXPECT_TRUE(desk.log.Has(told)) << Joined(ErrorsIn(desk.log));
+    }
 }
 
 }  // namespace

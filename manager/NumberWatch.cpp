@@ -1,22 +1,15 @@
-#include "manager/ManagerState.h"
+#include "manager/NumberWatch.h"
 
 #include "chip/LockOrder.h"
+#include "manager/ManagerLocks.h"
 #include "platform/platform.h"
 
-platform::NeverDestroyed<std::mutex> m_staticDeviceMutex;
-platform::NeverDestroyed<std::mutex> m_staticMcuKbMutex;
-platform::NeverDestroyed<std::mutex> g_memoryMutex;
-
 namespace {
-
-platform::NeverDestroyed<std::mutex> g_writeMutex;
 
 // First of the watches, each owned by the operation or thread that it serves. Under g_memoryMutex.
 NumberWatch* g_firstWatch = nullptr;
 
 }  // namespace
-
-std::mutex& NfcManager::m_staticWriteMutex = g_writeMutex.value;
 
 NumberWatch::~NumberWatch() {
     if (!m_listed) {

@@ -1,25 +1,11 @@
-// What all managers of a process share in memory, and the locks around it.
+// Which random number is the newest, while operations that know older ones are under way.
 #pragma once
 
-#include <tagport/NfcManager.h>
-
-#include <array>
-#include <cstdint>
-#include <mutex>
 #include <optional>
 
 #include "peripheral/NumberStore.h"
-#include "platform/NeverDestroyed.h"
 
-/// Held by DeviceInit, WriteMessage, ReadMessage and UpdateNfcData for their whole length.
-extern platform::NeverDestroyed<std::mutex> m_staticDeviceMutex;
-
-/// Held by SetMcuKbConnectStatus around its one store.
-extern platform::NeverDestroyed<std::mutex> m_staticMcuKbMutex;
-
-/// Guards every manager's message and image in memory. A short lock: never held over a transfer, a
-/// pause or a listener call, so WriteRandNum never waits for the tag.
-extern platform::NeverDestroyed<std::mutex> g_memoryMutex;
+class NfcData;
 
 /// Knows the last random number that the host gave for an image, as long as something that began
 /// earlier may still put an older one in its place: a read that brings the tag's number into
