@@ -8,6 +8,7 @@
 #include <sstream>
 #include <utility>
 
+#include "platform/NeverDestroyed.h"
 #include "platform/TraceLog.h"
 #include "simulator/BluetoothKeyboard.h"
 #include "simulator/SpbDriver.h"
@@ -18,9 +19,10 @@ namespace testing_support {
 
 namespace {
 
-// The listener is a plain function, so what it hears is the process's. Any thread.
+// The listener is a plain function, so what it hears is the process's. Any thread, and the leave of
+// a last visit may come while the process ends.
 std::mutex g_heardMutex;
-std::vector<Heard> g_heard;
+platform::NeverDestroyed<std::vector<Heard>> g_heard;
 
 constexpr std::size_t kShortUri = 1;
 constexpr std::size_t kLongUri = 50;
@@ -75,12 +77,12 @@ void OnThread(std::function<void()> body) {
 
 std::vector<Heard> TakeHeard() {
     const std::lock_guard<std::mutex> lock(g_heardMutex);
-    return std::exchange(g_heard, {});
+    return std::exchange(g_heard.value, {});
 }
 
 std::vector<Heard> HeardSoFar() {
     const std::lock_guard<std::mutex> lock(g_heardMutex);
-    return g_heard;
+    return g_heard.value;
 }
 
 std::vector<int> EventsHeard(int route) {
@@ -134,7 +136,7 @@ void Desk::Listen(int event, const std::uint8_t (&number)[32], int route) {
     Number copy;
     std::copy(std::begin(number), std::end(number), copy.begin());
     const std::lock_guard<std::mutex> lock(g_heardMutex);
-    g_heard.push_back({event, route, copy, hosted::Now(), hosted::CurrentThread()});
+    g_heard.value.push_back({event, route, copy, hosted::Now(), hosted::CurrentThread()});
 }
 
 std::shared_ptr<NdefMessage> Desk::NewMessage(std::uint8_t number, std::uint8_t others) const {
