@@ -63,8 +63,8 @@ DWORD SpbDriver::Start(const hosted::RequestPtr& request) {
     if (isControl && request->controlCode() == kControlInterrupt) {
         m_waits.push_back(request);
         if ((m_latched || m_chip->Bus().InterruptAsserted()) && !m_deliveryDue) {
+            DeliverInterrupt(m_latched || m_lookedAt ? m_busLatency : kStandingInterruptGap);
             m_latched = false;
-            DeliverInterrupt();
         }
         return ERROR_IO_PENDING;
     }
@@ -88,6 +88,7 @@ DWORD SpbDriver::Start(const hosted::RequestPtr& request) {
 
 void SpbDriver::Finish(const hosted::RequestPtr& request) {
     Remove(m_transfers, request);
+    m_lookedAt = true;
     const Micros now = hosted::Now();
     switch (request->kind()) {
         case hosted::Request::Kind::kControl:
@@ -114,14 +115,15 @@ void SpbDriver::InterruptRaised() {
     if (m_waits.empty() || m_deliveryDue) {
         m_latched = true;
     } else {
-        DeliverInterrupt();
+        DeliverInterrupt(m_busLatency);
     }
 }
 
 // Never ends a wait in the call that starts it: who waits takes an answer at once for a failure.
-void SpbDriver::DeliverInterrupt() {
+void SpbDriver::DeliverInterrupt(Micros after) {
     m_deliveryDue = true;
-    hosted::After(m_busLatency, [weak = weak_from_this()] {
+    m_lookedAt = false;
+    hosted::After(after, [weak = weak_from_this()] {
         const auto self = weak.lock();
         if (self == nullptr) {
             return;

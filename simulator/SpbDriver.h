@@ -16,6 +16,9 @@ constexpr wchar_t kUsbDriverPath[] = L"\\\\.\\KEYBOARDNFC";
 constexpr DWORD kControlOpen = 0x04001C00;
 constexpr DWORD kControlInterrupt = 0x04001C20;  ///< pends until the chip's interrupt
 constexpr Micros kDefaultBusLatency = 30;        ///< from a transfer's start to its end
+/// Between two interrupts of a line that stands although nothing has been asked of the chip since:
+/// a host that never looks at the cause gets them at this rate, and not as fast as it can wait.
+constexpr Micros kStandingInterruptGap = 10 * kMilli;
 
 class SpbDriver : public hosted::Driver, public std::enable_shared_from_this<SpbDriver> {
   public:
@@ -42,7 +45,7 @@ class SpbDriver : public hosted::Driver, public std::enable_shared_from_this<Spb
   private:
     void Finish(const hosted::RequestPtr& request);
     void InterruptRaised();
-    void DeliverInterrupt();
+    void DeliverInterrupt(Micros after);
     void FailAll(DWORD error);
 
     std::shared_ptr<Chip> m_chip;
@@ -51,6 +54,7 @@ class SpbDriver : public hosted::Driver, public std::enable_shared_from_this<Spb
     std::vector<hosted::RequestPtr> m_waits;      // interrupt waits, oldest first
     bool m_latched = false;                       // an edge came while nobody waited
     bool m_deliveryDue = false;                   // a timer that ends the oldest wait is running
+    bool m_lookedAt = true;                       // a transfer has ended since the last interrupt
     bool m_gone = false;
     std::size_t m_violations = 0;
     std::size_t m_openRequests = 0;

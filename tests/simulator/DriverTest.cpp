@@ -77,5 +77,21 @@ TEST(FaultyDriver, SpoilsExactlyTheRequestsOfItsPlan) {
     EXPECT_EQ(bus.Do("O"), "2 ");
 }
 
+TEST(SpbDriver, RepeatsAStandingInterruptAtOnceOnlyToWhoLooksAtTheChip) {
+    hosted::UseScheduledClock({testing_support::Seed()});
+    Client bus;
+    SimulatedPc pc({PcRoute::kI2c}, "fanli");
+    ASSERT_EQ(bus.Do("O"), "0 ");
+    hosted::After(kMilli, [&] { pc.chip()->BackDoor().RaiseStatus(hosted::Now(), 1, 0); });
+    const auto time = [&](const char* letters) {
+        const Micros before = hosted::Now();
+        EXPECT_EQ(bus.Do(letters).find_first_not_of("0 "), std::string::npos) << letters;
+        return hosted::Now() - before;
+    };
+    EXPECT_EQ(time("I"), kMilli + kDefaultBusLatency);
+    EXPECT_EQ(time("I"), kStandingInterruptGap);
+    EXPECT_EQ(time("RI"), 2 * kDefaultBusLatency);
+}
+
 }  // namespace
 }  // namespace simulator
