@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "fuzz/Check.h"
+
 namespace fuzz {
 
 bool StartClock() {
@@ -12,6 +14,8 @@ bool StartClock() {
     hosted::ScheduledOptions options;
     options.maxSteps = std::numeric_limits<std::uint64_t>::max();
     hosted::UseScheduledClock(options);
+    // By itself the layer would end the process in a way that keeps no input.
+    hosted::SetStallHandler([](const std::string& report) { Check(false, report.c_str()); });
     return true;
 }
 
