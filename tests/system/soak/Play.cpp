@@ -1,11 +1,8 @@
 // Plays a story and looks at every step for what must never be.
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <set>
 
 #include "platform/LinkDockBackDoor.h"
-#include "tests/support/Desk.h"
+#include "tests/system/soak/Judge.h"
 #include "tests/system/soak/Story.h"
 
 using hosted::Micros;
@@ -19,48 +16,12 @@ namespace {
 constexpr Micros kLongestOperation = 400 * hosted::kSecond;
 constexpr Micros kFaultTime = 20 * hosted::kSecond;    // how long a plan is in force
 constexpr Micros kRenewalTime = 60 * hosted::kSecond;  // until a renewal has surely ended
-constexpr Micros kVisitEnd = 12 * hosted::kSecond;     // later than every leave
-constexpr Micros kBeforeVisit = 15 * hosted::kSecond;  // a visit before it has been closed
 constexpr std::size_t kMostHandles = 60;
-constexpr std::size_t kLinesShown = 300;
+constexpr Micros kShortStay = 250 * hosted::kMillisecond;  // shorter than every watch
 constexpr std::uint8_t kFirstFill = 1;
 constexpr std::uint8_t kLastFill = 0xE0;
-constexpr std::uint8_t kLastNumber = 0xE1;
-constexpr std::size_t kImageSize = 160;
-
-// What the library logged in this process. Set by the player.
-const LogRecorder* g_log = nullptr;
-
-// TAGPORT_SOAK_LOG shows the log's end before it.
-[[noreturn]] void Fail(const std::string& what) {
-    const std::vector<std::string> lines = g_log->Texts();
-    const std::size_t shown = std::getenv("TAGPORT_SOAK_LOG") == nullptr ? 0 : kLinesShown;
-    for (std::size_t i = lines.size() - std::min(lines.size(), shown); i < lines.size(); ++i) {
-        std::fprintf(stderr, "    %s\n", lines[i].c_str());
-    }
-    std::fprintf(stderr, "at %lld us: %s\n%s", static_cast<long long>(hosted::Now()), what.c_str(),
-                 hosted::DescribeThreads().c_str());
-    std::_Exit(1);
-}
-
-void Expect(bool condition, const char* what) {
-    if (!condition) {
-        Fail(what);
-    }
-}
-
-struct Done {
-    Operation operation;
-    Micros begin = 0;
-    Micros end = 0;      // when the call returned
-    Micros settled = 0;  // when a renewal has come to the tag as well
-    bool worked = true;
-};
-
-bool Writes(const Done& done) {
-    const Act act = done.operation.act;
-    return act == Act::kWrite || act == Act::kRestart || act == Act::kRenew;
-}
+constexpr std::uint8_t kFirstSettled = 0xE1;
+constexpr std::uint8_t kLastNumber = 0xE2;
 
 class Player {
   public:
@@ -69,10 +30,11 @@ class Player {
 
     Figures Run() {
         s_player = this;
-        g_log = &m_desk.log;
+        ShowLog(m_desk.log);
         hosted::SetStallHandler([](const std::string& report) { Fail(report); });
         for (unsigned i = 0; i < m_story.managers; ++i) {
-            Expect(Bring(i, kFirstFill), "the first start failed");
+            Do({Act::kRestart, 0, 0, i, kFirstFill, 0, "", {}});
+            Expect(m_done.back().worked, "the first start failed");
         }
         for (unsigned host = 0; host < m_story.hosts; ++host) {
             OnThread([this, host] { RunHost(host); });
@@ -80,8 +42,11 @@ class Player {
         Expect(hosted::WaitFor([this] { return m_ended == m_story.hosts; }, 2 * kHour, "the hosts"),
                "a host never came back");
         Desk::Pass(std::max(kHour - hosted::Now(), kRenewalTime));
-        CheckVisits();
+        Expect(m_open == 0, "a visit was never closed");
+        m_figures.judgedVisits = JudgeVisits(m_story, m_done, HeardSoFar());
         CheckTag();
+        Settle();
+        PlayRounds();
         Finish();
         return m_figures;
     }
@@ -100,6 +65,9 @@ class Player {
     static void Listen(int event, const std::uint8_t (&number)[32], int route) {
         Desk::Listen(event, number, route);
         s_player->Judge(event, route);
+        Number shown;
+        std::copy(std::begin(number), std::end(number), shown.begin());
+        s_player->JudgeNumber(shown);
     }
 
     void Judge(int event, int route) {
@@ -117,6 +85,19 @@ class Player {
         if (expected == PcRoute::kI2c || expected == PcRoute::kUsb) {
             m_open += event == 3 ? 1 : event == 1 ? -1 : 0;
             Expect(m_open >= 0, "a leave without an enter");
+        }
+    }
+
+    // A number is never shown in pieces, as long as nothing can have left pieces on the tag.
+    // Behind the hour it is one that was given there.
+    void JudgeNumber(const Number& number) {
+        if (m_settled.empty()) {
+            Expect(
+                number == NumberOf(number[0]) || m_faulting > 0 || !Serving(m_done, hosted::Now()),
+                "a number was shown in pieces");
+        } else {
+            Expect(std::count(m_settled.begin(), m_settled.end(), number) > 0,
+                   "a number was shown that was not given");
         }
     }
 
@@ -156,14 +137,20 @@ class Player {
     }
 
     void Do(const Operation& operation) {
+        CheckTag();
         Done done;
         done.operation = operation;
         done.begin = hosted::Now();
+        done.failedBefore = FailedRenewals();
+        m_putting += PutsImage(operation.act) ? 1 : 0;
         if (operation.act == Act::kRestart) {
             done.worked = Bring(operation.manager, operation.fill);
         } else if (const auto manager = m_managers[operation.manager]) {
             done.worked = Perform(operation, *manager);
+        } else {
+            done.operation.act = Act::kRead;  // nobody is there who could do it
         }
+        m_putting -= PutsImage(operation.act) ? 1 : 0;
         done.end = hosted::Now();
         done.settled = done.end + (operation.act == Act::kRenew ? kRenewalTime : 0);
         Expect(done.end - done.begin < kLongestOperation, "an operation took too long");
@@ -191,6 +178,9 @@ class Player {
                 return manager.UpdateNfcData();
             case Act::kStart:
                 return Start(manager);
+            case Act::kRecover:
+                ++m_figures.writes;
+                return Start(manager) && Write(manager, operation.fill);
             case Act::kDisconnect:
                 return !m_desk.Has(PcRoute::kBle) ||
                        manager.BtDisconnect(simulator::kDefaultBleAddress);
@@ -219,7 +209,6 @@ class Player {
             using LinkDockService::BleCall;
             LinkDockService::FailCall(static_cast<BleCall>(operation.fill % 5),
                                       1 + operation.fill % 3);
-            ++m_figures.faults;
         }
         Desk::Pass(kFaultTime);
         if (Wired()) {
@@ -246,134 +235,118 @@ class Player {
         m_desk.pc.Plug();
     }
 
-    // Nothing but reads and renewals, which a visit survives, may fall between the two times.
-    bool Quiet(const Done& tap, Micros from, Micros to) const {
-        return std::none_of(m_done.begin(), m_done.end(), [&](const Done& done) {
-            const bool harmless =
-                done.operation.act == Act::kRead || done.operation.act == Act::kReadNumber;
-            return &done != &tap && !harmless && done.begin < to && done.settled > from;
-        });
-    }
+    std::size_t FailedRenewals() const { return m_desk.log.Count("LocalWriteRand failed"); }
 
-    // A host that still works with a manager that another replaces ends it, and with it the threads
-    // of all, when it has done.
-    bool MayHoldLastPointer(const Done& done) const {
-        return std::any_of(m_done.begin(), m_done.end(), [&](const Done& other) {
-            return other.operation.at != done.operation.at &&
-                   other.operation.act == Act::kRestart && other.begin <= done.settled &&
-                   other.end >= done.begin;
-        });
-    }
-
-    // Started and written since whatever may have taken the threads or the device away.
-    bool Serving(Micros at) const {
-        bool started = true;
-        bool written = true;
-        Micros trouble = 0;
-        for (const Done& done : m_done) {
-            const Act act = done.operation.act;
-            const bool good = done.worked && done.begin > trouble;
-            if (done.settled >= at) {
-                continue;
-            }
-            if (act == Act::kFault || act == Act::kReplug || act == Act::kDisconnect ||
-                MayHoldLastPointer(done)) {
-                started = written = false;
-                trouble = done.settled;
-            } else if (act == Act::kStart || act == Act::kRestart) {
-                started = good;
-                written = good && act == Act::kRestart;
-            } else if (act == Act::kWrite) {
-                written = good && started;
-            }
-        }
-        return started && written;
-    }
-
-    void CheckVisits() const {
-        if (m_story.chip == "like-fanli") {
-            return;
-        }
-        const std::vector<Heard> heard = HeardSoFar();
-        for (const Done& done : m_done) {
-            const Micros over = done.begin + done.operation.lasting + kVisitEnd;
-            if (done.operation.act != Act::kTap || !Quiet(done, done.begin - kBeforeVisit, over) ||
-                !Serving(done.begin - kBeforeVisit)) {
-                continue;
-            }
-            const auto count = [&](int event, Micros from, Micros to) {
-                return std::count_if(heard.begin(), heard.end(), [&](const auto& one) {
-                    return one.event == event && one.time >= from && one.time <= to;
-                });
-            };
-            const auto enters = count(3, done.begin, over);
-            const auto leaves = count(1, done.begin, over);
-            // A write in the middle of a visit opens another one behind it, and each of a chain of
-            // them can be watched until the next phone is there.
-            const auto owed = count(3, 0, done.begin) - count(1, 0, done.begin);
-            if (enters == 0 || (leaves != enters && leaves != enters + owed)) {
-                Fail("the visit at " + std::to_string(done.begin) + " us gave " +
-                     std::to_string(enters) + " enters and " + std::to_string(leaves) + " leaves");
-            }
-        }
-        Expect(m_open == 0, "a visit was never closed");
-    }
-
-    // The number on the tag is one that no later one has replaced. Content is judged by numbers:
-    // the whole image is judged after the last write of all.
+    // While nothing is on its way to the tag.
     void CheckTag() {
-        if (m_story.managers > 1 || m_desk.log.Has("LocalWriteRand failed") ||
-            m_desk.log.Has("UpdateNfcData failed")) {
-            return;  // managers have no order; a failed write leaves the tag as far as it got
-        }
-        std::set<Number> possible;
-        for (const Done& done : m_done) {
-            // A renewal is taken over at once; only its way to the tag takes time, which another
-            // manager does not know of.
-            const bool replaced = std::any_of(m_done.begin(), m_done.end(), [&](const Done& later) {
-                const bool another = later.operation.act == Act::kRestart;
-                return Writes(later) && later.begin > (another ? done.settled : done.end);
-            });
-            if (Writes(done) && !replaced) {
-                possible.insert(NumberOf(done.operation.fill));
-            }
-        }
-        const Number found = m_desk.NumberOnChip();
-        if (!possible.empty() && possible.count(found) == 0) {
-            Fail("the tag has a number that begins with " + std::to_string(found[0]));
+        const bool underWay = std::any_of(m_done.begin(), m_done.end(), [](const Done& done) {
+            return done.settled > hosted::Now();
+        });
+        if (m_putting == 0 && !underWay && !m_done.empty() &&
+            JudgeTag(m_story, m_done, FailedRenewals(), m_desk.NumberOnChip())) {
+            ++m_figures.judgedTags;
         }
     }
 
-    // Whatever came before, a start and a write bring everything back, and a stop ends it.
-    void Finish() {
+    // Whatever came before, a start and a write bring everything back. A number that is given while
+    // the write is under way is the one that stays.
+    void Settle() {
         NfcManager& manager = *m_managers[0];
         Expect(Start(manager), "the last start failed");
-        Expect(Write(manager, kLastFill), "the last write failed");
-        Expect(Renew(manager, NumberOf(kLastNumber)) == 0, "the last renewal failed");
+        bool written = false;
+        OnThread([&] { written = Write(manager, kLastFill); });
+        Desk::Pass(m_story.renewalAfter);
+        Expect(Renew(manager, NumberOf(kFirstSettled)) == 0, "a renewal failed");
         Desk::Pass(kRenewalTime);
-        Expect(m_desk.NumberOnChip() == NumberOf(kLastNumber), "the last number isn't on the tag");
-        const std::string url(50, static_cast<char>(kLastFill));
-        Expect(m_desk.ImageOnChip(kImageSize).find(url) != std::string::npos,
-               "the last URL is not on the tag");
+        Expect(written, "the last write failed");
+        Expect(m_desk.NumberOnChip() == NumberOf(kFirstSettled),
+               "the number given during the last write is not on the tag");
+        m_settled = {NumberOf(kFirstSettled)};
+    }
+
+    void PlayRounds() {
+        TakeHeard();
+        const Micros begin = hosted::Now();
+        std::size_t read = 0;
+        std::size_t phones = 0;
+        for (const Operation& one : m_story.rounds) {
+            if (one.act == Act::kTap) {
+                ++phones;
+                m_desk.pc.TapPhone(one.route, one.at, one.lasting,
+                                   [&read](const auto& report) { read += report.read ? 1 : 0; });
+            }
+        }
+        for (const Operation& one : m_story.rounds) {
+            Desk::Pass(std::max<Micros>(begin + one.at - hosted::Now(), 0));
+            if (one.act == Act::kRenew) {
+                m_settled.push_back(NumberOf(one.fill));
+            }
+            if (one.act != Act::kTap) {
+                // The keyboards have no content to read, and a number's answer can be missed.
+                const bool worked = Perform(one, *m_managers[0]);
+                Expect(worked || m_desk.pc.chip() == nullptr, "a read or renewal failed");
+            }
+        }
+        Desk::Pass(kRenewalTime);
+        std::vector<Heard> heard = TakeHeard();
+        std::for_each(heard.begin(), heard.end(), [&](Heard& one) { one.time -= begin; });
+        m_figures.settledVisits = JudgeRounds(m_story, std::move(heard));
+        Expect(read == phones, "a phone could not read the tag");
+    }
+
+    // The last number, its phone, and a phone that a stop falls upon.
+    void Finish() {
+        NfcManager& manager = *m_managers[0];
+        m_settled = {NumberOf(kLastNumber)};
+        Expect(Renew(manager, m_settled[0]) == 0, "the last renewal failed");
+        Desk::Pass(kRenewalTime);
         TakeHeard();
         simulator::PhoneReport phone;
-        m_desk.pc.TapPhone(0, hosted::kSecond, [&](const auto& report) { phone = report; });
+        m_desk.pc.TapPhone(0, kShortStay, [&](const auto& report) { phone = report; });
         Desk::Pass(2 * kVisitEnd);
-        Expect(phone.read, "the last phone could not read the tag");
-        Expect(!HeardSoFar().empty(), "the last phone was not reported");
-        Expect(m_open == 0, "the last visit was never closed");
+        CheckLast(phone.reading);
+        const int route = static_cast<int>(m_story.routes[0]) + 1;
+        const bool withoutVisits = m_story.chip == "like-fanli" && m_desk.Has(PcRoute::kI2c);
+        Expect(EventsHeard() == EventsHeard(route) &&
+                   EventsHeard() == (withoutVisits ? std::vector{4, 4} : std::vector{3, 1}),
+               "the last phone was not reported as come and gone");
+        m_desk.pc.TapPhone(0, m_story.stopAfter + hosted::kSecond);
+        if (m_story.stopAfter % 2 == 0) {
+            // Opens another visit behind the one that it falls into: both are owed their leaves.
+            Desk::Pass(hosted::kSecond / 2);
+            m_settled.push_back(NumberOf(kLastFill));
+            Expect(Write(manager, kLastFill), "a write beside a phone failed");
+        }
+        Desk::Pass(m_story.stopAfter);
         Expect(!m_desk.Has(PcRoute::kBle) || manager.BtDisconnect(simulator::kDefaultBleAddress),
                "no disconnection");
         m_managers.clear();
         Desk::Pass(kRenewalTime);
+        Expect(m_open == 0, "a visit that a stop fell into was not closed");
         const hosted::LiveCounts live = hosted::Live();
-        // What a stop leaves: the device, the deferred call thread, the keyboard's event.
-        const std::size_t handles = (Wired() ? 2U : 1U) + (m_desk.Has(PcRoute::kHid) ? 1U : 0U);
-        Expect(live.threads == 1, "threads are left");
+        // What a stop leaves: the device, the keyboard's event, and the deferred call thread, which
+        // ends by itself where the stop fell into a visit.
+        const std::size_t kept = (Wired() ? 1U : 0U) + (m_desk.Has(PcRoute::kHid) ? 1U : 0U);
+        Expect(live.threads == 1 || (m_desk.pc.chip() != nullptr && live.threads == 0),
+               "threads are left");
         Expect(live.requests == 0, "requests are left");
-        Expect(live.handles == handles, "handles are left");
+        Expect(live.handles == kept + live.threads, "handles are left");
         m_figures.time = hosted::Now();
         m_desk.log.TakeUnannounced();
+    }
+
+    // What a phone makes of the whole of the last image.
+    static void CheckLast(const simulator::NdefReading& reading) {
+        constexpr std::size_t kMacSize = 6;
+        constexpr std::size_t kModelSize = 4;
+        std::string payload = "\x80\x64";
+        payload.append(kMacSize, static_cast<char>(kLastFill));
+        payload.append(Number().size(), static_cast<char>(kLastNumber));
+        payload.append(kModelSize, static_cast<char>(kLastFill));
+        Expect(reading.uri == "https://" + std::string(50, static_cast<char>(kLastFill)),
+               "the last phone read another URL");
+        Expect(std::string(reading.mimePayload.begin(), reading.mimePayload.end()) == payload,
+               "the last phone read another MAC address, number or model");
     }
 
     static Player* s_player;
@@ -382,12 +355,14 @@ class Player {
     Desk m_desk;
     // One thread runs at a time, and none of these is touched across a call into the layer.
     std::vector<std::shared_ptr<NfcManager>> m_managers;
-    std::vector<Done> m_done;  // in the order of their ends
-    unsigned m_ended = 0;      // hosts
-    int m_open = 0;            // visits of the driver routes
+    History m_done;
+    unsigned m_ended = 0;  // hosts
+    int m_open = 0;        // visits of the driver routes
     std::size_t m_hits = 0;
-    unsigned m_starting = 0;  // device starts under way
-    unsigned m_faulting = 0;  // plans in force
+    unsigned m_starting = 0;        // device starts under way
+    unsigned m_faulting = 0;        // plans in force
+    unsigned m_putting = 0;         // operations under way that put an image onto the tag
+    std::vector<Number> m_settled;  // behind the hour: the numbers given, in order
     Figures m_figures;
 };
 

@@ -20,7 +20,8 @@ namespace {
 
 constexpr std::uint64_t kWorkers = 2;
 constexpr unsigned kMostFailures = 5;
-constexpr unsigned kRealSeconds = 60;  // for a loop that never reaches the layer
+constexpr unsigned kRealSeconds = 60;        // for a loop that never reaches the layer
+constexpr std::uint64_t kEnoughSeeds = 100;  // some of which are judged in their hour, surely
 
 // What a worker has done. Plain, as workers and the stories' children leave it in shared memory.
 struct Share {
@@ -42,14 +43,14 @@ bool Fails(const soak::Story& story, soak::Figures& sum, bool quiet = true) {
 }
 
 // Takes operations out, by halves down to single ones, as long as the story still fails.
-soak::Story Shorten(soak::Story story) {
+soak::Story Shorten(soak::Story story, std::vector<soak::Operation> soak::Story::*list) {
     soak::Figures unused;
-    for (std::size_t piece = story.operations.size() / 2; piece > 0; piece /= 2) {
-        for (std::size_t first = 0; first < story.operations.size();) {
+    for (std::size_t piece = (story.*list).size(); piece > 0; piece /= 2) {
+        for (std::size_t first = 0; first < (story.*list).size();) {
             soak::Story shorter = story;
-            const auto from = shorter.operations.begin() + static_cast<std::ptrdiff_t>(first);
-            const std::size_t count = std::min(piece, story.operations.size() - first);
-            shorter.operations.erase(from, from + static_cast<std::ptrdiff_t>(count));
+            const auto from = (shorter.*list).begin() + static_cast<std::ptrdiff_t>(first);
+            const std::size_t count = std::min(piece, (story.*list).size() - first);
+            (shorter.*list).erase(from, from + static_cast<std::ptrdiff_t>(count));
             if (Fails(shorter, unused)) {
                 story = shorter;
             } else {
@@ -61,7 +62,8 @@ soak::Story Shorten(soak::Story story) {
 }
 
 void Report(std::uint64_t seed) {
-    const soak::Story shortest = Shorten(soak::Draw(seed));
+    const soak::Story shortest =
+        Shorten(Shorten(soak::Draw(seed), &soak::Story::operations), &soak::Story::rounds);
     const std::string number = std::to_string(seed);
     std::printf("seed %s fails; repeat with: scripts/soak --start %s --seeds 1\n%s", number.c_str(),
                 number.c_str(), soak::Describe(shortest).c_str());
@@ -107,12 +109,19 @@ int main(int argc, char** argv) {
         sum.failures += share.failures;
         std::for_each_n(share.failed.begin(), share.failures, Report);
     }
+    const soak::Figures& figures = sum.figures;
     std::printf(
         "%llu seeds, %u failed: %.0f simulated hours, %zu visits, %zu writes, %zu faults; "
+        "judged: %zu visits and %zu tags in the hours, %zu visits behind them; "
         "%.1f seeds a second\n",
         static_cast<unsigned long long>(sum.played), sum.failures,
-        static_cast<double>(sum.figures.time) / static_cast<double>(soak::kHour),
-        sum.figures.visits, sum.figures.writes, sum.figures.faults,
-        static_cast<double>(sum.played) / took.count());
+        static_cast<double>(figures.time) / static_cast<double>(soak::kHour), figures.visits,
+        figures.writes, figures.faults, figures.judgedVisits, figures.judgedTags,
+        figures.settledVisits, static_cast<double>(sum.played) / took.count());
+    if (sum.played >= kEnoughSeeds &&
+        (figures.judgedVisits == 0 || figures.judgedTags == 0 || figures.settledVisits == 0)) {
+        std::printf("the run proves nothing: of one of the judged kinds above there was none\n");
+        return 1;
+    }
     return sum.failures == 0 && sum.played == options["--seeds"] ? 0 : 1;
 }

@@ -38,12 +38,14 @@ const struct {
                     {{PcRoute::kI2c, PcRoute::kBle}, "fanli"}};
 
 // Each as often as it stands here.
-constexpr Act kActs[] = {Act::kWrite, Act::kWrite,      Act::kRenew,  Act::kRenew, Act::kRenew,
-                         Act::kRead,  Act::kReadNumber, Act::kUpdate, Act::kStart, Act::kDisconnect,
-                         Act::kTap,   Act::kTap,        Act::kTap,    Act::kTap,   Act::kFault,
-                         Act::kFault, Act::kReplug,     Act::kRestart};
-constexpr const char* kNames[] = {"write",      "renew", "read",  "read number", "update", "start",
-                                  "disconnect", "tap",   "fault", "replug",      "restart"};
+constexpr Act kActs[] = {Act::kWrite, Act::kWrite,   Act::kRenew,      Act::kRenew,
+                         Act::kRenew, Act::kRead,    Act::kReadNumber, Act::kUpdate,
+                         Act::kStart, Act::kRecover, Act::kRecover,    Act::kDisconnect,
+                         Act::kTap,   Act::kTap,     Act::kTap,        Act::kTap,
+                         Act::kFault, Act::kFault,   Act::kReplug,     Act::kRestart};
+constexpr const char* kNames[] = {"write",  "renew", "read",    "read number",
+                                  "update", "start", "recover", "disconnect",
+                                  "tap",    "fault", "replug",  "restart"};
 
 std::string DrawPlan(Dice& dice) {
     constexpr const char* kTargets[] = {"read", "write", "control", "interrupt", "any"};
@@ -61,8 +63,38 @@ constexpr std::pair<hosted::Micros, hosted::Micros> kGaps[] = {
     {60 * hosted::kSecond, 300 * hosted::kSecond}};
 
 hosted::Micros DrawGap(Dice& dice) {
-    const auto [low, high] = kGaps[dice.Below(5) / 2];
+    const auto [low, high] = kGaps[dice.Below(std::size(kGaps))];
     return dice.Between(low, high);
+}
+
+constexpr std::uint8_t kFirstRoundFill = 0x60;
+
+// Phones one after the other: on their own, or so close that one falls into the watch over another;
+// some with a renewal or a read just before they come or while they are there.
+std::vector<Operation> DrawRounds(Dice& dice, const Story& story) {
+    std::vector<Operation> rounds;
+    hosted::Micros at = hosted::kSecond;
+    const unsigned phones = 2 + dice.Below(4);
+    for (unsigned i = 0; i < phones; ++i) {
+        Operation phone;
+        phone.act = Act::kTap;
+        phone.at = at += dice.Below(2) == 0
+                             ? dice.Between(50 * kMillisecond, 700 * kMillisecond)
+                             : dice.Between(20 * hosted::kSecond, 40 * hosted::kSecond);
+        phone.route = story.routes[dice.Below(story.routes.size())];
+        phone.lasting = dice.Between(300 * kMillisecond, 4000 * kMillisecond);
+        at += phone.lasting;
+        Operation beside;
+        beside.act = kActs[dice.Below(std::size(kActs))];
+        beside.at = phone.at + dice.Between(-200 * kMillisecond, phone.lasting);
+        beside.fill = static_cast<std::uint8_t>(kFirstRoundFill + i);
+        if (beside.act == Act::kRenew || beside.act == Act::kRead ||
+            beside.act == Act::kReadNumber) {
+            rounds.push_back(beside);
+        }
+        rounds.push_back(phone);
+    }
+    return rounds;
 }
 
 }  // namespace
@@ -87,6 +119,9 @@ Story Draw(std::uint64_t seed) {
     for (unsigned i = 0; i < kMostOperations && (at += DrawGap(dice)) < kHour; ++i) {
         Operation operation;
         operation.act = kActs[dice.Below(std::size(kActs))];
+        if (operation.act == Act::kDisconnect && story.routes.back() != PcRoute::kBle) {
+            operation.act = Act::kRecover;  // there is nothing to disconnect
+        }
         operation.at = at;
         operation.host = dice.Below(story.hosts);
         operation.manager = dice.Below(story.managers);
@@ -95,8 +130,12 @@ Story Draw(std::uint64_t seed) {
         if (operation.act == Act::kFault) {
             operation.plan = DrawPlan(dice);
         }
+        operation.route = story.routes[0];
         story.operations.push_back(operation);
     }
+    story.rounds = DrawRounds(dice, story);
+    story.renewalAfter = dice.Between(50 * kMillisecond, 500 * kMillisecond);
+    story.stopAfter = dice.Between(0, 1500 * kMillisecond);
     return story;
 }
 
@@ -110,10 +149,17 @@ std::string Describe(const Story& story) {
     text << ", " << story.chip << ", " << story.managers << " manager(s), lateness "
          << story.options.maxLateness << " us, change points " << story.options.priorityChangePoints
          << "\n";
-    for (const Operation& one : story.operations) {
-        text << "  " << one.at << " us: host " << one.host << ", manager " << one.manager << ": "
-             << kNames[static_cast<int>(one.act)] << " " << unsigned{one.fill} << " for "
+    const auto tell = [&](const Operation& one) {
+        text << kNames[static_cast<int>(one.act)] << " " << unsigned{one.fill} << " for "
              << one.lasting << " us " << one.plan << "\n";
+    };
+    for (const Operation& one : story.operations) {
+        text << "  " << one.at << " us: host " << one.host << ", manager " << one.manager << ": ";
+        tell(one);
+    }
+    for (const Operation& one : story.rounds) {
+        text << "  then, at " << one.at << " us, " << kRoutes[static_cast<int>(one.route)] << ": ";
+        tell(one);
     }
     return text.str();
 }

@@ -18,6 +18,7 @@ enum class Act {
     kReadNumber,
     kUpdate,
     kStart,       // device start and, on Bluetooth, connect
+    kRecover,     // the same, and a write
     kDisconnect,  // Bluetooth
     kTap,         // a phone comes, stays and goes
     kFault,       // a fault plan, for a while
@@ -33,6 +34,7 @@ struct Operation {
     std::uint8_t fill = 0;       // content
     hosted::Micros lasting = 0;  // a phone's stay, the time between pulling out and putting back
     std::string plan;            // kFault
+    simulator::PcRoute route{};  // of a phone; only rounds have others than the PC's first
 };
 
 struct Story {
@@ -42,6 +44,12 @@ struct Story {
     unsigned managers = 1;
     hosted::ScheduledOptions options;
     std::vector<Operation> operations;  // by time
+
+    // Behind the hour, when nothing is faulted any more: phones, renewals and reads of one host,
+    // by the time since the rounds began. Two phones are never at one route together.
+    std::vector<Operation> rounds;
+    hosted::Micros renewalAfter = 0;  // from the last write's begin to a renewal
+    hosted::Micros stopAfter = 0;     // from the coming of the very last phone to the stop
 };
 
 constexpr hosted::Micros kHour = 3600 * hosted::kSecond;
@@ -54,13 +62,19 @@ struct Figures {
     hosted::Micros time = 0;
     std::size_t visits = 0;
     std::size_t writes = 0;
-    std::size_t faults = 0;
+    std::size_t faults = 0;         // requests hit; those of the Bluetooth client are not told
+    std::size_t judgedVisits = 0;   // phones of the hour
+    std::size_t judgedTags = 0;     // times in the hour at which the tag's number was judged
+    std::size_t settledVisits = 0;  // phones of the rounds, each of which is judged
 
     void operator+=(const Figures& more) {
         time += more.time;
         visits += more.visits;
         writes += more.writes;
         faults += more.faults;
+        judgedVisits += more.judgedVisits;
+        judgedTags += more.judgedTags;
+        settledVisits += more.settledVisits;
     }
 };
 
