@@ -15,6 +15,7 @@ using hosted::kMillisecond;
 
 constexpr std::uint8_t kUntouched = 0x77;
 constexpr hosted::Micros kRefusedMs = 200;
+constexpr hosted::Micros kGivenUpMs = 2000;  // what hosts are promised
 
 // The lines behind those that tell what happened.
 const std::string kUnread = " with 0 bytes read, E Nfc read spb status error, status = ";
@@ -38,12 +39,12 @@ const struct {
      kRead + "E Nfc read spb command->NumBytes don't match, command->NumBytes=3"},
     {'R', Fails(31), false, 0, kFailed + "31, E NFC Error 31" + kUnread + "31"},
     {'R', Refuses(5), false, kRefusedMs, "E NFC_ReadFile Error 5\n, " + kRefused + kUnread + "996"},
-    {'R', NeverEnds(), false, kTransferTimeoutMs, kEndless + kUnread + "258"},
+    {'R', NeverEnds(), false, kGivenUpMs, kEndless + kUnread + "258"},
     {'W', Gives({}), true, 0, ""},
     {'W', Fails(31), false, 0, kFailed + "31, E NFC Error 31" + kUnwritten + "31"},
     {'W', Refuses(5), false, kRefusedMs,
      "E NFC_WriteFile Error  5\n, " + kRefused + kUnwritten + "996"},
-    {'W', NeverEnds(), false, kTransferTimeoutMs, kEndless + kUnwritten + "258"},
+    {'W', NeverEnds(), false, kGivenUpMs, kEndless + kUnwritten + "258"},
     {'O', Gives({}), true, 0, kOpened},
     {'O', GivesAtOnce({}), true, 0, kOpened},
     {'O', Fails(31), false, 0, kFailed + "31, E Open error 31"},
