@@ -18,6 +18,7 @@ bool BluetoothKeyboard::Reachable(std::uint64_t address, const char* what) {
 }
 
 bool BluetoothKeyboard::Connect(std::uint64_t address) {
+    ++m_counters.connects;
     if (!Reachable(address, "connect")) {
         return false;
     }
@@ -26,6 +27,7 @@ bool BluetoothKeyboard::Connect(std::uint64_t address) {
 }
 
 bool BluetoothKeyboard::Disconnect(std::uint64_t address) {
+    ++m_counters.disconnects;
     if (address != m_address || !m_connected) {
         Refuse("disconnect: not connected");
         return false;
@@ -37,6 +39,7 @@ bool BluetoothKeyboard::Disconnect(std::uint64_t address) {
 
 bool BluetoothKeyboard::Subscribe(std::uint64_t address, const std::string& service,
                                   const std::string& characteristic, bool on) {
+    ++(on ? m_counters.subscribes : m_counters.unsubscribes);
     const char* const what = on ? "subscribe" : "unsubscribe";
     if (!Reachable(address, what)) {
         return false;
@@ -51,6 +54,7 @@ bool BluetoothKeyboard::Subscribe(std::uint64_t address, const std::string& serv
 
 bool BluetoothKeyboard::Write(std::uint64_t address, const std::string& service,
                               const std::string& characteristic, const Bytes& value) {
+    ++m_counters.writes;
     if (!Reachable(address, "write")) {
         return false;
     }
