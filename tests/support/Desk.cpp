@@ -153,8 +153,9 @@ bool Desk::Has(PcRoute route) const {
     return std::find(m_routes.begin(), m_routes.end(), route) != m_routes.end();
 }
 
-bool Desk::Create(std::shared_ptr<NdefMessage> message) {
-    manager = NfcManager::Create(message == nullptr ? NewMessage() : message, &Desk::Listen);
+bool Desk::Create(std::shared_ptr<NdefMessage> content) {
+    message = content == nullptr ? NewMessage() : std::move(content);
+    manager = NfcManager::Create(message, &Desk::Listen);
     return manager != nullptr;
 }
 

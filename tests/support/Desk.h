@@ -73,7 +73,7 @@ class Desk {
                                             std::uint8_t others = 'u') const;
 
     /// Creates the manager, with a new message if none is given; false when it failed.
-    bool Create(std::shared_ptr<NdefMessage> message = nullptr);
+    bool Create(std::shared_ptr<NdefMessage> content = nullptr);
     /// The device start, where the PC has a device, and the connections of its keyboards.
     bool StartDevices(NfcManager& with) const;
     /// Create, StartDevices, WriteMessage. Each must work.
@@ -101,6 +101,7 @@ class Desk {
     simulator::SimulatedPc pc;
     LogRecorder log;
     std::shared_ptr<NfcManager> manager;
+    std::shared_ptr<NdefMessage> message;  ///< the manager's own, as Create was given it
 
   private:
     std::vector<simulator::PcRoute> m_routes;
