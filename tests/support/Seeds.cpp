@@ -9,6 +9,10 @@
 #include <cstdio>
 #include <cstdlib>
 
+#ifdef __SANITIZE_ADDRESS__  // g++; clang++ makes the fuzzers, which have a check of their own
+#include <sanitizer/lsan_interface.h>
+#endif
+
 #ifdef TAGPORT_COVERAGE
 extern "C" void __gcov_dump();
 #endif
@@ -71,6 +75,14 @@ int RunInChild(const std::function<void()>& body) {
     int status = -1;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     return status;
+}
+
+bool HasLeaked() {
+#ifdef __SANITIZE_ADDRESS__
+    return __lsan_do_recoverable_leak_check() != 0;
+#else
+    return false;
+#endif
 }
 
 void ForEachSeed(unsigned count, const std::function<void()>& body,

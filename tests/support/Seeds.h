@@ -25,6 +25,10 @@ Plain& Shared() {
 /// waitpid gives: zero when it ended and no check failed.
 int RunInChild(const std::function<void()>& body);
 
+/// True when memory that nobody points to any more is still allocated; told on standard error.
+/// Without AddressSanitizer nobody knows, and it is false. Children leave without asking.
+bool HasLeaked();
+
 /// Runs `body` once for each of `count` seeds from Seed() on, each time in a child process on a
 /// scheduled clock of its own. A failure of the child, a stall and a crash included, fails the test
 /// with the seed. The calling process must not have used the layer. `options.seed` is ignored.
