@@ -13,12 +13,15 @@ namespace testing_support {
 
 constexpr std::size_t kCallKinds = static_cast<std::size_t>(hosted::Call::kConfiguration) + 1;
 constexpr std::size_t kRequestKinds = 4;  // read, write, control, interrupt
+constexpr std::size_t kClientCalls = 5;   // by LinkDockService::BleCall
 
 /// What a flow does, in numbers. Plain, so that a child process can leave it in shared memory.
 struct FlowCounts {
     std::array<unsigned, kCallKinds> calls{};
     std::array<unsigned, kRequestKinds> requests{};
+    std::array<unsigned, kClientCalls> client{};  ///< that reached the keyboard
     unsigned allocations = 0;
+    std::size_t spoiled = 0;  ///< requests that the fault plan named
 };
 
 /// Without a name nothing fails.
@@ -28,13 +31,16 @@ struct FaultCase {
     std::function<void(Desk&, const FaultCase&)> set;  ///< all but refused calls
     hosted::Call refused = hosted::Call::kWait;
     DWORD code = 0;  ///< that the call is refused with; 0: none is
+    std::function<bool(const FlowCounts&, unsigned nth)> reached;  ///< the flow ran into it
 
-    /// What may be left over beyond what the flow without a fault leaves.
-    hosted::LiveCounts leftovers;
+    /// It stays until the flow is over, so that trying again takes longer, and helps only where
+    /// `mustFail` is not set.
+    bool lasts = false;
+    bool mustFail = false;
     /// The device does not come back by itself.
     bool losesDevice = false;
-    /// Nobody can tell: an interrupt or a report that never comes, a thread that the contract says
-    /// is not looked at, a Bluetooth client that is not there.
+    /// Nobody can tell: an interrupt or a report that never comes, a Bluetooth client that is not
+    /// there.
     bool maySilentlyFail = false;
     /// A handle that could not be closed stays, a share of the device with it: there is nothing
     /// that a caller can do, and the flow cannot be asked to work again.
@@ -42,7 +48,7 @@ struct FaultCase {
 };
 
 /// Every case of a flow with these counts.
-std::vector<FaultCase> CasesFor(const FlowCounts& counts, bool bluetooth);
+std::vector<FaultCase> CasesFor(const FlowCounts& counts, simulator::PcRoute route);
 
 /// Counts, and sets the fault, for its lifetime.
 class FaultInjection {
@@ -55,7 +61,9 @@ class FaultInjection {
     FlowCounts Counts() const;
 
   private:
+    Desk& m_desk;
     FlowCounts m_counts;
+    FlowCounts m_before;  // what does not count from the moment that the fault is set
 };
 
 }  // namespace testing_support

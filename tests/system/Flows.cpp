@@ -70,8 +70,12 @@ bool Read(Desk& desk) {
     return worked;
 }
 
-bool Update(Desk& desk) {
-    return desk.manager->UpdateNfcData();
+// As a host does it: the message is its own, and it changes it in place.
+Action Update(std::uint8_t fill) {
+    return [fill](Desk& desk) {
+        *desk.message = *desk.NewMessage(fill, fill);
+        return desk.manager->UpdateNfcData();
+    };
 }
 
 bool ReadNumber(Desk& desk) {
@@ -134,42 +138,61 @@ struct Peripheral {
     const char* name;
     PcRoute route;
     const char* chip;
+    bool onlyStarts = false;  // differs from the others in its start alone
 };
 constexpr Peripheral kPeripherals[] = {
-    {"i2c_fm11nt081", PcRoute::kI2c, "fm11nt081"}, {"i2c_fm11nt082c", PcRoute::kI2c, "fm11nt082c"},
-    {"i2c_fanli", PcRoute::kI2c, "fanli"},         {"usb_fm11nt081", PcRoute::kUsb, "fm11nt081"},
-    {"hid", PcRoute::kHid, "fm11nt081"},           {"ble", PcRoute::kBle, "fm11nt081"},
+    {"i2c_fm11nt081", PcRoute::kI2c, "fm11nt081"},
+    {"i2c_fm11nt082c", PcRoute::kI2c, "fm11nt082c"},
+    {"i2c_fanli", PcRoute::kI2c, "fanli"},
+    {"usb_fm11nt081", PcRoute::kUsb, "fm11nt081"},
+    {"hid", PcRoute::kHid, "fm11nt081"},
+    {"ble", PcRoute::kBle, "fm11nt081"},
+    {"i2c_like_fm11n", PcRoute::kI2c, "like-fm11n", true},
+    {"i2c_like_fanli", PcRoute::kI2c, "like-fanli", true},
+    {"i2c_silent", PcRoute::kI2c, "silent", true},
+    {"usb_fm11nt082c", PcRoute::kUsb, "fm11nt082c", true},
+    {"usb_like_fm11n", PcRoute::kUsb, "like-fm11n", true},
 };
+
+// What docs/decisions.md tells of a driver that never ends a request.
+constexpr hosted::Micros kLongestStart = 51 * hosted::kSecond;
+constexpr hosted::Micros kLongestWrite = 20 * hosted::kSecond + kThreadTime;
+constexpr hosted::Micros kLongestCheckedWrite = 22 * hosted::kSecond;
 
 std::vector<Flow> MakeFlows() {
     const std::vector<std::string> written{"UpdateNfcData success", "NfcThreadCreate pass"};
+    const std::vector<std::string> renewed{"LocalWriteRand ReadRandNum Successful"};
     std::vector<Flow> flows;
     for (const Peripheral& peripheral : kPeripherals) {
-        const auto add = [&](Flow flow) {
+        const auto add = [&](Flow flow) -> Flow& {
             flow.name += std::string("_") + peripheral.name;
             flow.route = peripheral.route;
             flow.chip = peripheral.chip;
-            flows.push_back(std::move(flow));
+            return flows.emplace_back(std::move(flow));
         };
+        const hosted::Micros longest =
+            peripheral.chip == std::string("fanli") ? kLongestCheckedWrite : kLongestWrite;
         if (peripheral.route != PcRoute::kBle) {
-            add({"start", Created, StartOnly, StartOnly});
+            add({"start", Created, StartOnly, StartOnly, {}, kLongestStart, true}).isRefused =
+                peripheral.chip == std::string("silent");
         } else {
-            add({"connect", Created, Connect, Connect, {"[NFC] BleClientSubscribeNotify succ."}});
-            add({"disconnect", Running, Disconnect, DisconnectAgain});
+            const std::string line = "[NFC] BleClientSubscribeNotify succ.";
+            add({"connect", Created, Connect, Connect, {line}, longest, true});
+            add({"disconnect", Running, Disconnect, DisconnectAgain, {}, longest});
+        }
+        if (peripheral.onlyStarts) {
+            continue;
         }
         if (peripheral.route == PcRoute::kI2c || peripheral.route == PcRoute::kUsb) {
-            add({"read", Opened, Read, Read, {"NfcReadTag success!"}});
+            add({"read", Opened, Read, Read, {"NfcReadTag success!"}, longest});
         }
-        add({"write", Opened, Write(kNew), Write(kNewer), written});
-        add({"update", Opened, Update, Update, {"UpdateNfcData success"}});
-        add({"renew",
-             Running,
-             RenewTo(kNew),
-             RenewTo(kNewer),
-             {"LocalWriteRand ReadRandNum Successful"}});
-        add({"readnumber", Opened, ReadNumber, ReadNumber});
-        add({"visit", Running, Visit, VisitAgain});
-        add({"restart", Running, Restart(kNew), Restart(kNewer), written});
+        add({"write", Opened, Write(kNew), Write(kNewer), written, longest});
+        add({"update", Opened, Update(kNew), Update(kNewer), {written[0]}, longest});
+        add({"renew", Running, RenewTo(kNew), RenewTo(kNewer), renewed, longest}).hidesItsThread =
+            true;
+        add({"readnumber", Opened, ReadNumber, ReadNumber, {}, longest});
+        add({"visit", Running, Visit, VisitAgain, {}, longest});
+        add({"restart", Running, Restart(kNew), Restart(kNewer), written, kLongestStart + longest});
     }
     return flows;
 }

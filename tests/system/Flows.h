@@ -16,6 +16,10 @@ struct Flow {
     std::function<bool(Desk&)> act;         ///< the flow to its end; whether it worked
     std::function<bool(Desk&)> again;       ///< the same once more, with other content
     std::vector<std::string> success = {};  ///< lines that a success logs, and no failure
+    hosted::Micros longest = 0;             ///< under a fault that lasts
+    bool startsDevice = false;              ///< what fails leaves no more than stood before it
+    bool isRefused = false;                 ///< nobody answers: it fails, with or without a fault
+    bool hidesItsThread = false;            ///< by contract nobody is told when it cannot begin
     simulator::PcRoute route = {};
     std::string chip = {};
 };
