@@ -18,7 +18,7 @@ bool BluetoothKeyboard::Reachable(std::uint64_t address, const char* what) {
 }
 
 bool BluetoothKeyboard::Connect(std::uint64_t address) {
-    ++m_counters.connects;
+    ++m_calls[kLinkConnect];
     if (!Reachable(address, "connect")) {
         return false;
     }
@@ -27,7 +27,7 @@ bool BluetoothKeyboard::Connect(std::uint64_t address) {
 }
 
 bool BluetoothKeyboard::Disconnect(std::uint64_t address) {
-    ++m_counters.disconnects;
+    ++m_calls[kLinkDisconnect];
     if (address != m_address || !m_connected) {
         Refuse("disconnect: not connected");
         return false;
@@ -39,7 +39,7 @@ bool BluetoothKeyboard::Disconnect(std::uint64_t address) {
 
 bool BluetoothKeyboard::Subscribe(std::uint64_t address, const std::string& service,
                                   const std::string& characteristic, bool on) {
-    ++(on ? m_counters.subscribes : m_counters.unsubscribes);
+    ++m_calls[on ? kLinkSubscribe : kLinkUnsubscribe];
     const char* const what = on ? "subscribe" : "unsubscribe";
     if (!Reachable(address, what)) {
         return false;
@@ -54,7 +54,7 @@ bool BluetoothKeyboard::Subscribe(std::uint64_t address, const std::string& serv
 
 bool BluetoothKeyboard::Write(std::uint64_t address, const std::string& service,
                               const std::string& characteristic, const Bytes& value) {
-    ++m_counters.writes;
+    ++m_calls[kLinkWrite];
     if (!Reachable(address, "write")) {
         return false;
     }

@@ -2,6 +2,7 @@
 // Plain; BlePeerAdapter puts it behind the stand-in client.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 
@@ -15,14 +16,8 @@ constexpr char kBleNotifyCharacteristic[] = "0000FE42-CC7A-482A-984A-7F2ED5B3E51
 constexpr std::uint64_t kDefaultBleAddress = 0x0000A1B2C3D4E5F6;
 constexpr std::size_t kMaxBleValue = 890;
 
-/// Calls of the link so far, refused ones included.
-struct LinkCounters {
-    unsigned connects = 0;
-    unsigned disconnects = 0;
-    unsigned subscribes = 0;
-    unsigned unsubscribes = 0;
-    unsigned writes = 0;
-};
+enum LinkCall { kLinkConnect, kLinkDisconnect, kLinkSubscribe, kLinkUnsubscribe, kLinkWrite };
+using LinkCalls = std::array<unsigned, kLinkWrite + 1>;
 
 class BluetoothKeyboard : public KeyboardTag {
   public:
@@ -41,7 +36,7 @@ class BluetoothKeyboard : public KeyboardTag {
     std::uint64_t address() const { return m_address; }
     bool Connected() const { return m_connected; }
     bool Subscribed() const { return m_subscribed; }
-    const LinkCounters& Counters() const { return m_counters; }
+    const LinkCalls& Calls() const { return m_calls; }  ///< so far, refused ones included
     /// The link breaks, and no connection can be made until it is back in range.
     void DropLink();
     void BackInRange() { m_inRange = true; }
@@ -53,7 +48,7 @@ class BluetoothKeyboard : public KeyboardTag {
     bool Reachable(std::uint64_t address, const char* what);
 
     std::uint64_t m_address;
-    LinkCounters m_counters;
+    LinkCalls m_calls{};
     bool m_inRange = true;
     bool m_connected = false;
     bool m_subscribed = false;

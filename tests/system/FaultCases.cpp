@@ -70,11 +70,10 @@ constexpr const char* kRequestNames[kRequestKinds] = {"read", "write", "control"
 const std::string kActions[] = {"fail:1117", "short:1", "late:100", "never", "gone"};
 const std::string kLastingActions[] = {"fail:1117", "short:1", "never"};
 
-constexpr const char* kBleNames[kClientCalls] = {"BleClientConnect", "BleClientDisConnect",
-                                                 "BleClientSubscribeNotify",
-                                                 "BleClientUnsubscribeNotify", "BleClientWrite"};
-constexpr std::size_t kBleWrite = static_cast<std::size_t>(LinkDockService::BleCall::kWrite);
-constexpr std::size_t kBleConnect = static_cast<std::size_t>(LinkDockService::BleCall::kConnect);
+// By simulator::LinkCall, which has the order of LinkDockService::BleCall.
+constexpr const char* kBleNames[] = {"BleClientConnect", "BleClientDisConnect",
+                                     "BleClientSubscribeNotify", "BleClientUnsubscribeNotify",
+                                     "BleClientWrite"};
 constexpr unsigned kWritesTried = 9;  // what three times three tries make of one
 
 // Beyond the 3 s that the library waits for an answer.
@@ -154,42 +153,37 @@ void AddSpoiled(std::vector<FaultCase>& cases, const FlowCounts& counts, bool hi
 }
 
 void AddClient(std::vector<FaultCase>& cases, const FlowCounts& counts) {
-    for (std::size_t kind = 0; kind < kClientCalls; ++kind) {
-        FaultCase one;
-        const auto fail = [kind](unsigned nth, unsigned calls) {
-            for (unsigned i = 0; i < calls; ++i) {
-                LinkDockService::FailCall(static_cast<LinkDockService::BleCall>(kind), nth + i);
+    for (std::size_t kind = 0; kind < std::size(kBleNames); ++kind) {
+        for (const unsigned failures : {1U, kWritesTried}) {
+            FaultCase one;
+            one.set = [kind, failures](Desk&, const FaultCase& self) {
+                for (unsigned i = 0; i < failures; ++i) {
+                    LinkDockService::FailCall(static_cast<LinkDockService::BleCall>(kind),
+                                              self.nth + i);
+                }
+            };
+            // A call that fails does not reach the keyboard.
+            one.reached = [kind](const FlowCounts& now, unsigned nth) {
+                return now.client[kind] + 1 >= nth;
+            };
+            one.lasts = one.mustFail = failures > 1;
+            if (failures == 1 || kind == simulator::kLinkWrite) {
+                AddNumbered(cases, kBleNames[kind], counts.client[kind], one.lasts ? "+" : "", one);
             }
-        };
-        // A call that fails does not reach the keyboard.
-        one.reached = [kind](const FlowCounts& now, unsigned nth) {
-            return now.client[kind] + 1 >= nth;
-        };
-        one.set = [fail](Desk&, const FaultCase& self) { fail(self.nth, 1); };
-        AddNumbered(cases, kBleNames[kind], counts.client[kind], "", one);
-        if (kind == kBleWrite) {
-            one.set = [fail](Desk&, const FaultCase& self) { fail(self.nth, kWritesTried); };
-            one.lasts = true;
-            one.mustFail = true;
-            AddNumbered(cases, kBleNames[kind], counts.client[kind], "+", one);
         }
     }
-    if (counts.client[kBleConnect] > 0) {
+    if (counts.client[simulator::kLinkConnect] > 0) {
         FaultCase one;
         one.name = "no Bluetooth client";
-        one.reached = [](const FlowCounts& now, unsigned) { return now.client[kBleConnect] == 0; };
         one.set = [](Desk&, const FaultCase&) { LinkDockService::SetNoInstance(true); };
         one.maySilentlyFail = true;
         cases.push_back(one);
     }
 }
 
-// What a keyboard does that takes a request and does not answer it as it should.
-void AddAnswers(std::vector<FaultCase>& cases, bool bluetooth) {
+// A keyboard that does not answer as it should (where the flow `asks`), or goes out of range.
+void AddKeyboard(std::vector<FaultCase>& cases, bool bluetooth, bool asks) {
     FaultCase one;
-    one.reached = [](const FlowCounts& now, unsigned) {
-        return now.client[kBleConnect] + now.client[kBleWrite] + now.requests[kWrite] > 0;
-    };
     one.lasts = true;
     const auto add = [&](const char* name, std::function<void(simulator::SimulatedPc&)> set) {
         one.name = name;
@@ -199,36 +193,27 @@ void AddAnswers(std::vector<FaultCase>& cases, bool bluetooth) {
         };
         cases.push_back(one);
     };
-    // One that comes too late for its request is taken for the next one's on Bluetooth.
-    add("answer=late", [](auto& pc) { TagOf(pc)->SetAnswerLatency(kLateAnswer); });
-    one.mustFail = true;
-    add("answer=never", [](auto& pc) { TagOf(pc)->SetAnswers(false); });
-    if (!bluetooth) {
-        return;
+    if (asks) {
+        // One that comes too late for its request is taken for the next one's on Bluetooth.
+        add("answer=late", [](auto& pc) { TagOf(pc)->SetAnswerLatency(kLateAnswer); });
+        one.mustFail = true;
+        add("answer=never", [](auto& pc) { TagOf(pc)->SetAnswers(false); });
     }
-    add("answer=short", [](auto& pc) {
-        pc.bluetooth()->SetAnswers(false);
-        pc.bluetooth()->SendNumber(simulator::Bytes(simulator::kNumberSize - 1), kBehindRequest);
-    });
-    one.losesDevice = true;
-    add("link=dropped", [](auto& pc) { pc.bluetooth()->DropLink(); });
-    add("link=dropped later", [](auto& pc) {
-        hosted::After(kBehindRequest, [keyboard = pc.bluetooth()] { keyboard->DropLink(); });
-    });
-}
-
-// What the fault injection counts from its beginning on, as it stands by now.
-FlowCounts CountsOf(Desk& desk) {
-    FlowCounts counts;
-    if (simulator::BluetoothKeyboard* const keyboard = desk.pc.bluetooth()) {
-        const simulator::LinkCounters& link = keyboard->Counters();
-        counts.client = {link.connects, link.disconnects, link.subscribes, link.unsubscribes,
-                         link.writes};
+    if (asks && bluetooth) {
+        add("answer=short", [](auto& pc) {
+            pc.bluetooth()->SetAnswers(false);
+            pc.bluetooth()->SendNumber(simulator::Bytes(simulator::kNumberSize - 1),
+                                       kBehindRequest);
+        });
     }
-    if (simulator::FaultyDriver* const driver = desk.pc.faulty()) {
-        counts.spoiled = driver->FaultsHit();
+    if (bluetooth) {
+        one.losesDevice = one.mustFail = true;
+        one.maySilentlyFail = !asks;  // a phone that nobody hears of any more
+        add("link=dropped", [](auto& pc) { pc.bluetooth()->DropLink(); });
+        add("link=dropped later", [](auto& pc) {
+            hosted::After(kBehindRequest, [keyboard = pc.bluetooth()] { keyboard->DropLink(); });
+        });
     }
-    return counts;
 }
 
 }  // namespace
@@ -242,20 +227,23 @@ std::vector<FaultCase> CasesFor(const FlowCounts& counts, simulator::PcRoute rou
     one.set = [](Desk&, const FaultCase& self) { FailAllocation(self.nth); };
     one.reached = [](const FlowCounts& now, unsigned nth) { return now.allocations >= nth; };
     AddNumbered(cases, "new", counts.allocations, "", one);
-    if (route == simulator::PcRoute::kBle) {
+    const bool bluetooth = route == simulator::PcRoute::kBle;
+    if (bluetooth) {
         AddClient(cases, counts);
     }
-    if (counts.client[kBleWrite] > 0 || (hid && counts.requests[kWrite] > 0)) {
-        AddAnswers(cases, !hid);
+    const bool asks =
+        counts.client[simulator::kLinkWrite] > 0 || (hid && counts.requests[kWrite] > 0);
+    if (asks || (bluetooth && counts.client == simulator::LinkCalls{})) {
+        AddKeyboard(cases, bluetooth, asks);
     }
     return cases;
 }
 
 FaultInjection::FaultInjection(Desk& desk, const FaultCase& fault) : m_desk(desk) {
     FailAllocation(0);
-    {
+    if (desk.pc.bluetooth() != nullptr) {
         const hosted::DeviceLock lock;
-        m_before = CountsOf(desk);
+        m_clientBefore = desk.pc.bluetooth()->Calls();
     }
     if (fault.set) {
         fault.set(desk, fault);
@@ -291,11 +279,10 @@ FlowCounts FaultInjection::Counts() const {
     const hosted::DeviceLock lock;
     FlowCounts counts = m_counts;
     counts.allocations = g_allocations;
-    const FlowCounts now = CountsOf(m_desk);
-    for (std::size_t kind = 0; kind < kClientCalls; ++kind) {
-        counts.client[kind] = now.client[kind] - m_before.client[kind];
+    counts.spoiled = m_desk.pc.faulty() == nullptr ? 0 : m_desk.pc.faulty()->FaultsHit();
+    for (std::size_t i = 0; m_desk.pc.bluetooth() != nullptr && i < counts.client.size(); ++i) {
+        counts.client[i] = m_desk.pc.bluetooth()->Calls()[i] - m_clientBefore[i];
     }
-    counts.spoiled = now.spoiled - m_before.spoiled;
     return counts;
 }
 

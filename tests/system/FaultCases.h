@@ -13,13 +13,12 @@ namespace testing_support {
 
 constexpr std::size_t kCallKinds = static_cast<std::size_t>(hosted::Call::kConfiguration) + 1;
 constexpr std::size_t kRequestKinds = 4;  // read, write, control, interrupt
-constexpr std::size_t kClientCalls = 5;   // by LinkDockService::BleCall
 
 /// What a flow does, in numbers. Plain, so that a child process can leave it in shared memory.
 struct FlowCounts {
     std::array<unsigned, kCallKinds> calls{};
     std::array<unsigned, kRequestKinds> requests{};
-    std::array<unsigned, kClientCalls> client{};  ///< that reached the keyboard
+    simulator::LinkCalls client{};  ///< of the Bluetooth client, that reached the keyboard
     unsigned allocations = 0;
     std::size_t spoiled = 0;  ///< requests that the fault plan named
 };
@@ -31,7 +30,8 @@ struct FaultCase {
     std::function<void(Desk&, const FaultCase&)> set;  ///< all but refused calls
     hosted::Call refused = hosted::Call::kWait;
     DWORD code = 0;  ///< that the call is refused with; 0: none is
-    std::function<bool(const FlowCounts&, unsigned nth)> reached;  ///< the flow ran into it
+    std::function<bool(const FlowCounts&, unsigned nth)>
+        reached;  ///< null: it holds from the start on
 
     /// It stays until the flow is over, so that trying again takes longer, and helps only where
     /// `mustFail` is not set.
@@ -62,8 +62,8 @@ class FaultInjection {
 
   private:
     Desk& m_desk;
+    simulator::LinkCalls m_clientBefore{};
     FlowCounts m_counts;
-    FlowCounts m_before;  // what does not count from the moment that the fault is set
 };
 
 }  // namespace testing_support
