@@ -126,7 +126,7 @@ void CheckTag(const Flow& flow, const Outcome& now, const Outcome& usual) {
 enum class Moment { kBehindFlow, kOnceMore, kBehindStop };
 
 // What may be left over beyond the usual, where it has come to that and as long as it may stay.
-// docs/decisions.md tells of each.
+// docs/reliability.md lists them.
 hosted::LiveCounts Leftovers(const Flow& flow, const FaultCase& fault, const Outcome& now,
                              const Outcome& usual, Moment moment) {
     constexpr hosted::LiveCounts kHandle{1, 0, 0};
