@@ -245,6 +245,8 @@ void RunCase(const Flow& flow, const FaultCase& fault, Outcome& usual) {
     };
     check(Moment::kBehindFlow, now.afterAct, undone ? now.beforeAct : usual.afterAct);
     check(Moment::kOnceMore, now.afterAgain, usual.afterAgain);
+    // Those that end with their device come back with the next message.
+    EXPECT_TRUE(fault.losesDevice || now.afterAgain.threads >= usual.afterAgain.threads);
     check(Moment::kBehindStop, now.afterStop, usual.afterStop);
 }
 

@@ -94,7 +94,9 @@ bool StartOnly(Desk& desk) {
 }
 
 bool Connect(Desk& desk) {
-    return desk.manager->BtConnect(simulator::kDefaultBleAddress);
+    const bool worked = desk.manager->BtConnect(simulator::kDefaultBleAddress);
+    EXPECT_TRUE(!worked || desk.pc.bluetooth()->Subscribed());
+    return worked;
 }
 
 bool Disconnect(Desk& desk) {
