@@ -1,6 +1,5 @@
 #include "chip/NfcDeviceContext.h"
 
-#include "chip/LockOrder.h"
 #include "diagnostics/Log.h"
 #include "platform/NeverDestroyed.h"
 #include "platform/platform.h"
@@ -25,7 +24,7 @@ bool NfcDeviceContext::WriteReg(std::uint16_t reg, const std::uint8_t* data, std
         LogErrorFun("spbDriverOps == nullptr");
         return false;
     }
-    platform::Lock lock(mutex, kDeviceLock);
+    platform::Lock lock(mutex);
     return driver->WriteReg(reg, data, len);
 }
 
@@ -35,6 +34,6 @@ bool NfcDeviceContext::ReadReg(std::uint16_t reg, std::int32_t len, std::uint8_t
         LogErrorFun("spbDriverOps == nullptr");
         return false;
     }
-    platform::Lock lock(mutex, kDeviceLock);
+    platform::Lock lock(mutex);
     return driver->ReadReg(reg, len, buffer);
 }

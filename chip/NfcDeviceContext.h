@@ -3,9 +3,10 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 
 #include "chip/NfcSpbCommon.h"
+#include "platform/platform.h"
+#include "transfer/LockOrder.h"
 
 /// Frame format of the chip.
 enum NfcLinkType : std::uint32_t {
@@ -33,7 +34,7 @@ struct NfcDeviceContext {
 
     /// The device mutex: held for every driver call, pauses included, because all transfers share
     /// one request record.
-    std::mutex mutex;
+    platform::Mutex mutex{kDeviceLock};
 
     // The driver's operation of the same name under the device mutex; false with a log line when
     // no driver is selected.

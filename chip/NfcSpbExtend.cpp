@@ -4,12 +4,11 @@
 #include <vector>
 
 #include "chip/LittleEndian.h"
-#include "chip/LockOrder.h"
 #include "chip/NfcDeviceContext.h"
-#include "chip/SpbTransfer.h"
 #include "diagnostics/Log.h"
 #include "platform/NeverDestroyed.h"
 #include "platform/platform.h"
+#include "transfer/SpbTransfer.h"
 
 namespace {
 
@@ -68,7 +67,7 @@ bool NfcSpbExtend::WriteReg(std::uint16_t reg, const std::uint8_t* data, std::in
         LogErrorFun("NfcExtend len: %d too large", static_cast<int>(frame.size()));
         return false;
     }
-    platform::Lock lock(m_mutex, kExtendLock);
+    platform::Lock lock(m_mutex);
     return NfcSpbWrite(frame.data(), static_cast<std::uint32_t>(frame.size()));
 }
 
@@ -92,7 +91,7 @@ bool NfcSpbExtend::ReadState(std::uint16_t state, std::int32_t len, std::uint8_t
 bool NfcSpbExtend::Ask(std::uint8_t operation, std::uint16_t number, std::int32_t len,
                        std::uint8_t* buffer, const char* headFailed) {
     const Head head = MakeHead(number, operation, len);
-    platform::Lock lock(m_mutex, kExtendLock);
+    platform::Lock lock(m_mutex);
     if (!SendHead(head)) {
         LogErrorFun(headFailed, number);
         return false;
@@ -123,7 +122,7 @@ bool NfcSpbExtend::RadioEnable() {
 // The chip's acceptance of the frame counts as success; there is nothing to read back.
 bool NfcSpbExtend::SetRadio(std::uint16_t state, bool on, const char* done) {
     const Head head = MakeHead(state, kWrite, 0);
-    platform::Lock lock(m_mutex, kExtendLock);
+    platform::Lock lock(m_mutex);
     if (!SendHead(head)) {
         LogErrorFun("NfcExtend first write state: %d failed", state);
         return false;
@@ -137,7 +136,7 @@ bool NfcSpbExtend::SetRadio(std::uint16_t state, bool on, const char* done) {
 bool NfcSpbExtend::CheckWriteTag(std::uint8_t* passed) {
     *passed = 0;
     const Head head = MakeHead(kWriteCheckRegister, kReadRegister, kWriteCheckSize);
-    platform::Lock lock(m_mutex, kExtendLock);
+    platform::Lock lock(m_mutex);
     if (!SendHead(head)) {
         LogErrorFun("NfcExtend Check WriteTag Success: %x failed", kWriteCheckRegister);
         return false;

@@ -2,9 +2,10 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 
 #include "chip/NfcSpbCommon.h"
+#include "platform/platform.h"
+#include "transfer/LockOrder.h"
 
 /// A frame is a head of four bytes (number, high byte first; operation; length) and for a write the
 /// data; at most 250 bytes. A read is a head, a pause of g_nfcOpDelayMs, and a plain read.
@@ -29,5 +30,5 @@ class NfcSpbExtend final : public NfcSpbCommon {
              const char* headFailed);
     bool SetRadio(std::uint16_t state, bool on, const char* done);
 
-    std::mutex m_mutex;
+    platform::Mutex m_mutex{kExtendLock};
 };

@@ -4,10 +4,10 @@
 #include <vector>
 
 #include "chip/NfcDeviceContext.h"
-#include "chip/SpbTransfer.h"
 #include "diagnostics/Log.h"
 #include "platform/NeverDestroyed.h"
 #include "platform/platform.h"
+#include "transfer/SpbTransfer.h"
 
 namespace {
 

@@ -2,14 +2,12 @@
 
 #include <tagport/NfcManager.h>
 
-platform::NeverDestroyed<std::mutex> m_staticDeviceMutex;
-platform::NeverDestroyed<std::mutex> m_staticMcuKbMutex;
-platform::NeverDestroyed<std::mutex> g_memoryMutex;
+#include "transfer/LockOrder.h"
 
-namespace {
+platform::Mutex m_staticDeviceMutex{kDeviceOperationLock};
+platform::Mutex m_staticMcuKbMutex{kMcuStatusLock};
+platform::Mutex g_memoryMutex{kMemoryLock};
 
-platform::NeverDestroyed<std::mutex> g_writeMutex;
+platform::Mutex g_writeMutex{kNumberOperationLock};
 
-}  // namespace
-
-std::mutex& NfcManager::m_staticWriteMutex = g_writeMutex.value;
+std::mutex& NfcManager::m_staticWriteMutex = g_writeMutex.native();

@@ -9,10 +9,9 @@
 #include <string>
 #include <utility>
 
-#include "chip/LockOrder.h"
 #include "chip/NfcDeviceContext.h"
-#include "chip/TransferState.h"
 #include "diagnostics/Log.h"
+#include "events/EventState.h"
 #include "manager/ManagerLocks.h"
 #include "manager/MessageLimits.h"
 #include "manager/NumberWatch.h"
@@ -20,10 +19,11 @@
 #include "manager/Results.h"
 #include "manager/TagAccess.h"
 #include "manager/ThreadCreate.h"
-#include "peripheral/NfcProxy.h"
-#include "peripheral/PeripheralState.h"
 #include "platform/platform.h"
+#include "routes/NfcProxy.h"
+#include "routes/RouteState.h"
 #include "tagimage/NfcData.h"
+#include "transfer/TransferState.h"
 
 namespace {
 
@@ -106,7 +106,7 @@ void EnableRadio() {
         return;
     }
     if (!driver->radioEnabled) {
-        platform::Lock lock(context.mutex, kDeviceLock);
+        platform::Lock lock(context.mutex);
         driver->RadioEnable();
     }
 }
@@ -116,7 +116,7 @@ void EnableRadio() {
 // By value: the host's pointer may be the manager's own, which this may replace.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
-    platform::Lock operation(m_staticDeviceMutex.value, kDeviceOperationLock);
+    platform::Lock operation(m_staticDeviceMutex);
     // The end of another manager takes effect behind the whole write, radio included.
     const EventSlot::Keep transferEvent(g_ioEvent.value);
     LogWarnFun("NFC_WriteMessage with dynamic delay begin!");
@@ -130,7 +130,7 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
     MessageFields fields;
     std::shared_ptr<NdefMessage> own;
     {
-        platform::Lock memory(g_memoryMutex.value, kMemoryLock);
+        platform::Lock memory(g_memoryMutex);
         data = m_nfcData;
         watch.Begin(data.get());
         fields = FieldsOf(*message);
@@ -140,11 +140,11 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
         LogWarnFun("Nfc_ReadMessage not need");
     } else if (ReadIntoMessage(own) != kSuccess) {
         LogErrorFun("WriteMessage Read failed");
-        platform::Lock memory(g_memoryMutex.value, kMemoryLock);
+        platform::Lock memory(g_memoryMutex);
         m_ndefMessage = message;
     }
     {
-        platform::Lock memory(g_memoryMutex.value, kMemoryLock);
+        platform::Lock memory(g_memoryMutex);
         if (m_ndefMessage == nullptr) {
             LogErrorFun("WriteMessage m_ndefMessage nullptr");
             return kFailure;
@@ -171,7 +171,7 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
 }
 
 int NfcManager::ReadMessage(const std::shared_ptr<NdefMessage>& target) {
-    platform::Lock operation(m_staticDeviceMutex.value, kDeviceOperationLock);
+    platform::Lock operation(m_staticDeviceMutex);
     return ReadIntoMessage(target);
 }
 
@@ -181,7 +181,7 @@ int NfcManager::ReadIntoMessage(const std::shared_ptr<NdefMessage>& target) {
     std::shared_ptr<NfcProxy> proxy;
     NumberWatch watch;
     {
-        platform::Lock memory(g_memoryMutex.value, kMemoryLock);
+        platform::Lock memory(g_memoryMutex);
         data = m_nfcData;
         proxy = m_nfcProxy;
         watch.BeginWithKnown(data.get());
@@ -198,7 +198,7 @@ int NfcManager::ReadIntoMessage(const std::shared_ptr<NdefMessage>& target) {
     if (target == nullptr || !HasStorableUrl(fields)) {
         return kFailure;
     }
-    platform::Lock memory(g_memoryMutex.value, kMemoryLock);
+    platform::Lock memory(g_memoryMutex);
     if (target == m_ndefMessage) {
         UseNewerNumber(watch, fields);
     }
@@ -210,7 +210,7 @@ int NfcManager::ReadIntoMessage(const std::shared_ptr<NdefMessage>& target) {
 }
 
 bool NfcManager::UpdateNfcData() {
-    platform::Lock operation(m_staticDeviceMutex.value, kDeviceOperationLock);
+    platform::Lock operation(m_staticDeviceMutex);
     const EventSlot::Keep transferEvent(g_ioEvent.value);
     return UpdateTag();
 }
@@ -220,7 +220,7 @@ bool NfcManager::UpdateTag() {
     std::shared_ptr<NfcData> data;
     std::shared_ptr<NfcProxy> proxy;
     {
-        platform::Lock memory(g_memoryMutex.value, kMemoryLock);
+        platform::Lock memory(g_memoryMutex);
         if (!SetContent()) {
             return false;
         }
@@ -264,7 +264,7 @@ bool NfcManager::UpdateNfcContent() {
     std::shared_ptr<NfcData> data;
     std::shared_ptr<NfcProxy> proxy;
     {
-        platform::Lock memory(g_memoryMutex.value, kMemoryLock);
+        platform::Lock memory(g_memoryMutex);
         if (!SetContent()) {
             LogErrorFun("UpdateNfcContent SetContent fail");
             return false;

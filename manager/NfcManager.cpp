@@ -3,13 +3,13 @@
 
 #include <utility>
 
-#include "chip/LockOrder.h"
 #include "diagnostics/Log.h"
+#include "events/EventState.h"
 #include "manager/ManagerLocks.h"
 #include "manager/MessageLimits.h"
-#include "peripheral/NfcProxy.h"
-#include "peripheral/PeripheralState.h"
 #include "platform/platform.h"
+#include "routes/NfcProxy.h"
+#include "routes/RouteState.h"
 #include "tagimage/ImageFormat.h"
 #include "tagimage/NfcData.h"
 
@@ -36,7 +36,7 @@ std::shared_ptr<NfcManager> NfcManager::Create(std::shared_ptr<NdefMessage> mess
 NfcManager::NfcManager(std::shared_ptr<NdefMessage> message) : m_ndefMessage(std::move(message)) {}
 
 NfcManager::NfcManager(const NfcManager& other) {
-    platform::Lock lock(g_memoryMutex.value, kMemoryLock);
+    platform::Lock lock(g_memoryMutex);
     // NOLINTBEGIN(cppcoreguidelines-prefer-member-initializer): initializers run outside the lock
     m_nfcData = other.m_nfcData;
     m_nfcProxy = other.m_nfcProxy;
@@ -46,7 +46,7 @@ NfcManager::NfcManager(const NfcManager& other) {
 
 NfcManager& NfcManager::operator=(const NfcManager& other) {
     NfcManager replaced(other);  // ends behind the lock, with what was held until now
-    platform::Lock lock(g_memoryMutex.value, kMemoryLock);
+    platform::Lock lock(g_memoryMutex);
     m_nfcData.swap(replaced.m_nfcData);
     m_nfcProxy.swap(replaced.m_nfcProxy);
     m_ndefMessage.swap(replaced.m_ndefMessage);
@@ -80,7 +80,7 @@ bool NfcManager::Init(NfcListener listener) {
         LogErrorFun("m_nfcData InitValue failed");
         return false;
     }
-    platform::Lock lock(g_memoryMutex.value, kMemoryLock);
+    platform::Lock lock(g_memoryMutex);
     if (!SetContent()) {
         LogErrorFun("NfcManager Init SetContent failed");
         return false;
@@ -151,12 +151,12 @@ bool NfcManager::SetModel(const std::uint8_t (&model)[4]) {
 
 // What an operation works on from its beginning to its end, also when the manager is assigned to.
 std::shared_ptr<NfcData> NfcManager::Data() const {
-    platform::Lock lock(g_memoryMutex.value, kMemoryLock);
+    platform::Lock lock(g_memoryMutex);
     return m_nfcData;
 }
 
 std::shared_ptr<NfcProxy> NfcManager::Proxy() const {
-    platform::Lock lock(g_memoryMutex.value, kMemoryLock);
+    platform::Lock lock(g_memoryMutex);
     return m_nfcProxy;
 }
 

@@ -1,6 +1,5 @@
 #include "manager/NumberWatch.h"
 
-#include "chip/LockOrder.h"
 #include "manager/ManagerLocks.h"
 #include "platform/platform.h"
 
@@ -15,7 +14,7 @@ NumberWatch::~NumberWatch() {
     if (!m_listed) {
         return;
     }
-    platform::Lock lock(g_memoryMutex.value, kMemoryLock);
+    platform::Lock lock(g_memoryMutex);
     NumberWatch** link = &g_firstWatch;
     while (*link != this) {
         link = &(*link)->m_next;

@@ -3,7 +3,7 @@
 
 #include <optional>
 
-#include "peripheral/NumberStore.h"
+#include "events/NumberStore.h"
 
 class NfcData;
 

@@ -1,13 +1,13 @@
 // The operations that forward to the peripheral: start, Bluetooth, connection status.
 #include <tagport/NfcManager.h>
 
-#include "chip/LockOrder.h"
 #include "diagnostics/Log.h"
+#include "events/EventState.h"
 #include "manager/ManagerLocks.h"
 #include "manager/Peripheral.h"
-#include "peripheral/NfcProxy.h"
-#include "peripheral/PeripheralState.h"
 #include "platform/platform.h"
+#include "routes/NfcProxy.h"
+#include "routes/RouteState.h"
 
 namespace {
 
@@ -27,7 +27,7 @@ bool StartDeviceWithRetries(NfcProxy& proxy) {
 }
 
 bool NfcManager::DeviceInit() {
-    platform::Lock lock(m_staticDeviceMutex.value, kDeviceOperationLock);
+    platform::Lock lock(m_staticDeviceMutex);
     LogWarnFun("NfcManager::DeviceInit()");
     // A start works on the process's state alone, so it does not need this manager's own proxy.
     if (!StartDeviceWithRetries(*NfcProxy::Detached())) {
@@ -46,7 +46,7 @@ bool NfcManager::IsActivePC() {
 }
 
 bool NfcManager::SetMcuKbConnectStatus(bool status) {
-    platform::Lock lock(m_staticMcuKbMutex.value, kMcuStatusLock);
+    platform::Lock lock(m_staticMcuKbMutex);
     if (Proxy() == nullptr) {
         LogErrorFun("[NFC] IsPassivePC ,m_nfcProxy is nullptr");
         return false;

@@ -5,17 +5,16 @@
 #include <exception>
 #include <memory>
 
-#include "chip/LockOrder.h"
-#include "chip/TransferState.h"
 #include "diagnostics/Log.h"
 #include "manager/ManagerLocks.h"
 #include "manager/NumberWatch.h"
 #include "manager/Results.h"
 #include "manager/TagAccess.h"
-#include "peripheral/NfcProxy.h"
 #include "platform/BoundedMemory.h"
 #include "platform/platform.h"
+#include "routes/NfcProxy.h"
 #include "tagimage/NfcData.h"
+#include "transfer/TransferState.h"
 
 namespace {
 
@@ -55,7 +54,7 @@ int NfcManager::WriteRandNum(const std::uint8_t (&number)[32]) {
     // Made first: running out of memory must not leave a number that nobody writes.
     auto thread = std::make_unique<NumberThread>();
     {
-        platform::Lock memory(g_memoryMutex.value, kMemoryLock);
+        platform::Lock memory(g_memoryMutex);
         if (m_ndefMessage == nullptr) {
             LogErrorFun("WriteRandNum GetRandomNumber fail");
             return kFailure;
@@ -101,7 +100,7 @@ std::uint32_t NfcManager::WriteRandThread(void* manager) {
 }
 
 int NfcManager::LocalWriteRand() {
-    platform::Lock operation(m_staticWriteMutex, kNumberOperationLock);
+    platform::Lock operation(g_writeMutex);
     const std::shared_ptr<NfcData> data = Data();
     const std::shared_ptr<NfcProxy> proxy = Proxy();
     if (proxy == nullptr || data == nullptr) {

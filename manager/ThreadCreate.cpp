@@ -1,9 +1,10 @@
 #include "manager/ThreadCreate.h"
 
 #include "diagnostics/Log.h"
-#include "peripheral/EventThread.h"
-#include "peripheral/PeripheralState.h"
+#include "events/EventState.h"
+#include "events/EventThread.h"
 #include "platform/platform.h"
+#include "routes/RouteState.h"
 
 bool NfcThreadCreate() {
     LogWarnFun("NfcThreadCreate start");

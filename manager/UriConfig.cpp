@@ -6,9 +6,9 @@
 
 #include "diagnostics/Log.h"
 #include "manager/MessageLimits.h"
-#include "peripheral/PeripheralState.h"
 #include "platform/BoundedMemory.h"
 #include "platform/platform.h"
+#include "routes/RouteState.h"
 
 namespace {
 

@@ -92,7 +92,7 @@ void TellWatchers(const LockRank* taken) {
 
 }  // namespace
 
-Lock::Lock(std::mutex& mutex, const LockRank& rank) : m_mutex(mutex), m_rank(rank) {
+Lock::Lock(Mutex& mutex) : m_mutex(mutex) {
     Acquire();
 }
 
@@ -103,29 +103,32 @@ Lock::~Lock() {
 void Lock::Acquire() {
     hosted::Scheduler& scheduler = hosted::TheScheduler();
     Thread& self = scheduler.Current();
-    CheckOrder(self, m_rank);
+    std::mutex& native = m_mutex.native();
+    const LockRank& rank = m_mutex.rank();
+    CheckOrder(self, rank);
     if (scheduler.IsScheduled()) {
         scheduler.Point(false);
-        Own(self, m_mutex, m_rank);
-        m_mutex.lock();
-        AddHeld(self, m_mutex, m_rank);
+        Own(self, native, rank);
+        native.lock();
+        AddHeld(self, native, rank);
         return;
     }
-    if (!m_mutex.try_lock()) {
-        SetBlocked(self, &m_rank);
-        m_mutex.lock();
+    if (!native.try_lock()) {
+        SetBlocked(self, &rank);
+        native.lock();
         SetBlocked(self, nullptr);
     }
-    AddHeld(self, m_mutex, m_rank);
-    TellWatchers(&m_rank);
+    AddHeld(self, native, rank);
+    TellWatchers(&rank);
 }
 
 void Lock::Release() {
     hosted::Scheduler& scheduler = hosted::TheScheduler();
-    RemoveHeld(scheduler.Current(), m_mutex);
-    m_mutex.unlock();
+    std::mutex& native = m_mutex.native();
+    RemoveHeld(scheduler.Current(), native);
+    native.unlock();
     if (scheduler.IsScheduled()) {
-        Disown(m_mutex);
+        Disown(native);
         scheduler.Point(false);
     } else {
         TellWatchers(nullptr);
@@ -150,23 +153,25 @@ void ConditionVariable::NotifyAll() {
 void ConditionVariable::WaitOnce(Lock& lock) {
     hosted::Scheduler& scheduler = hosted::TheScheduler();
     Thread& self = scheduler.Current();
-    RemoveHeld(self, lock.m_mutex);
+    std::mutex& native = lock.m_mutex.native();
+    const LockRank& rank = lock.m_mutex.rank();
+    RemoveHeld(self, native);
     if (!scheduler.IsScheduled()) {
-        std::unique_lock<std::mutex> held(lock.m_mutex, std::adopt_lock);
+        std::unique_lock<std::mutex> held(native, std::adopt_lock);
         m_condition.wait(held);
         held.release();  // stays locked: the Lock gives it back
-        CheckOrder(self, lock.m_rank);
-        AddHeld(self, lock.m_mutex, lock.m_rank);
+        CheckOrder(self, rank);
+        AddHeld(self, native, rank);
         return;
     }
     {
         // No point between giving the lock back and waiting: a notification would be lost.
-        lock.m_mutex.unlock();
-        Disown(lock.m_mutex);
+        native.unlock();
+        Disown(native);
         const KernelLock kernel;
         hosted::WaitReason reason;
         reason.what = "a notification under lock";
-        reason.lock = &lock.m_rank;
+        reason.lock = &rank;
         const std::uint64_t before = m_generation;
         const auto notified = [&] { return m_generation != before; };
         scheduler.Wait(hosted::Predicate(notified), hosted::kNever, reason);

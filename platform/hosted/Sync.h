@@ -5,9 +5,8 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <mutex>
 
-#include "platform/LockRank.h"
+#include "platform/Mutex.h"
 
 namespace platform {
 
@@ -16,10 +15,10 @@ inline void KeepLoaded() {}
 
 /// Holds a mutex for a scope. Aborts the process with the two names when the rank of `mutex` is
 /// not above every rank that the thread holds.
-class Lock {
+class TAGPORT_SCOPED_LOCK Lock {
   public:
-    Lock(std::mutex& mutex, const LockRank& rank);
-    ~Lock();
+    explicit Lock(Mutex& mutex) TAGPORT_ACQUIRE(mutex);
+    ~Lock() TAGPORT_RELEASE();
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
 
@@ -28,8 +27,7 @@ class Lock {
     void Acquire();
     void Release();
 
-    std::mutex& m_mutex;
-    const LockRank& m_rank;
+    Mutex& m_mutex;
 };
 
 /// A condition variable that is used with a Lock.

@@ -58,7 +58,7 @@ struct ClientThread {
 
 // Everything that the client knows. Under `mutex`.
 struct State {
-    std::mutex mutex;
+    platform::Mutex mutex{kClientRank};
     platform::ConditionVariable changed;  // a delivery or the thread has ended
     std::shared_ptr<BlePeer> peer;
     std::vector<SubscriptionPtr> subscriptions;
@@ -102,7 +102,7 @@ bool TakeFault(State& state, BleCall call, int& result) {
 // The device for a call, or null with the result that the call is to give.
 std::shared_ptr<BlePeer> PeerFor(BleCall call, int& result) {
     State& state = TheState();
-    const platform::Lock lock(state.mutex, kClientRank);
+    const platform::Lock lock(state.mutex);
     result = kFailed;
     return TakeFault(state, call, result) ? nullptr : state.peer;
 }
@@ -111,12 +111,12 @@ std::shared_ptr<BlePeer> PeerFor(BleCall call, int& result) {
 void Deliver(State& state, const Stream& stream, const std::vector<std::uint8_t>& value) {
     std::vector<SubscriptionPtr> receivers;
     {
-        const platform::Lock lock(state.mutex, kClientRank);
+        const platform::Lock lock(state.mutex);
         receivers = state.subscriptions;
     }
     for (const SubscriptionPtr& receiver : receivers) {
         {
-            const platform::Lock lock(state.mutex, kClientRank);
+            const platform::Lock lock(state.mutex);
             const auto& live = state.subscriptions;
             if (receiver->peer != stream.peer ||
                 std::find(live.begin(), live.end(), receiver) == live.end()) {
@@ -125,7 +125,7 @@ void Deliver(State& state, const Stream& stream, const std::vector<std::uint8_t>
             state.delivering = receiver;
         }
         receiver->sink->OnNotify(value);
-        const platform::Lock lock(state.mutex, kClientRank);
+        const platform::Lock lock(state.mutex);
         state.delivering.reset();
         state.changed.NotifyAll();
     }
@@ -139,7 +139,7 @@ DWORD WINAPI DeliveryThread(LPVOID /*argument*/) {
         std::shared_ptr<Stream> stream;
         std::shared_ptr<ClientThread> self;  // let go of outside the lock
         {
-            const platform::Lock lock(state.mutex, kClientRank);
+            const platform::Lock lock(state.mutex);
             if (state.stream == nullptr) {
                 self = std::move(state.thread);
                 --state.threads;
@@ -163,7 +163,7 @@ std::vector<SubscriptionPtr> EndSubscriptions(Predicate which) {
     std::shared_ptr<Stream> stopped;
     std::shared_ptr<ClientThread> thread;
     {
-        const platform::Lock lock(state.mutex, kClientRank);
+        const platform::Lock lock(state.mutex);
         thread = state.thread;  // now: once told to stop, it lets go of itself
         auto& live = state.subscriptions;
         const auto kept = std::stable_partition(
@@ -182,7 +182,7 @@ std::vector<SubscriptionPtr> EndSubscriptions(Predicate which) {
         return ended;
     }
     {
-        platform::Lock lock(state.mutex, kClientRank);
+        platform::Lock lock(state.mutex);
         // Looks at the running delivery even when there was nothing to take out: it may be the
         // last one of a subscription that its own sink has just ended.
         state.changed.Wait(lock, [&] {
@@ -205,7 +205,7 @@ bool BeginSubscription(const SubscriptionPtr& subscription) {
     State& state = TheState();
     std::shared_ptr<Stream> former;
     {
-        const platform::Lock lock(state.mutex, kClientRank);
+        const platform::Lock lock(state.mutex);
         if (state.thread == nullptr) {
             auto thread = std::make_shared<ClientThread>();
             thread->handle = CreateThread(nullptr, 0, DeliveryThread, nullptr, 0, nullptr);
@@ -243,7 +243,7 @@ BlePeer::~BlePeer() = default;
 BLEClient* BLEClient::GetInstance() {
     static BLEClient client;  // has no state of its own
     State& state = TheState();
-    const platform::Lock lock(state.mutex, kClientRank);
+    const platform::Lock lock(state.mutex);
     return state.noInstance ? nullptr : &client;
 }
 
@@ -312,7 +312,7 @@ int BLEClient::BleClientWrite(std::uint64_t address, const std::string& service,
 
 void SetPeer(std::shared_ptr<BlePeer> peer) {
     State& state = TheState();
-    const platform::Lock lock(state.mutex, kClientRank);
+    const platform::Lock lock(state.mutex);
     state.peer.swap(peer);
 }
 
@@ -321,26 +321,26 @@ void FailCall(BleCall call, unsigned nth, int result) {
         return;
     }
     State& state = TheState();
-    const platform::Lock lock(state.mutex, kClientRank);
+    const platform::Lock lock(state.mutex);
     state.faults[call].emplace_back(nth, result);
 }
 
 void SetNoInstance(bool none) {
     State& state = TheState();
-    const platform::Lock lock(state.mutex, kClientRank);
+    const platform::Lock lock(state.mutex);
     state.noInstance = none;
 }
 
 void ClearFaults() {
     State& state = TheState();
-    const platform::Lock lock(state.mutex, kClientRank);
+    const platform::Lock lock(state.mutex);
     state.faults.clear();
     state.noInstance = false;
 }
 
 unsigned DeliveryThreads() {
     State& state = TheState();
-    const platform::Lock lock(state.mutex, kClientRank);
+    const platform::Lock lock(state.mutex);
     return state.threads;
 }
 

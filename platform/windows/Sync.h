@@ -5,14 +5,15 @@
 #include <condition_variable>
 #include <mutex>
 
-#include "platform/LockRank.h"
+#include "platform/Mutex.h"
 
 namespace platform {
 
 /// Holds a mutex for a scope. The rank is for the hosted layer's checks.
-class Lock {
+class TAGPORT_SCOPED_LOCK Lock {
   public:
-    Lock(std::mutex& mutex, const LockRank& /*rank*/) : m_lock(mutex) {}
+    explicit Lock(Mutex& mutex) TAGPORT_ACQUIRE(mutex) : m_lock(mutex.native()) {}
+    ~Lock() TAGPORT_RELEASE() = default;
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
 

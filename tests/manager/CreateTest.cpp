@@ -3,8 +3,9 @@
 
 #include <functional>
 
-#include "peripheral/EventThread.h"
-#include "peripheral/PeripheralState.h"
+#include "events/EventState.h"
+#include "events/EventThread.h"
+#include "routes/RouteState.h"
 #include "tests/manager/ManagerAccess.h"
 #include "tests/support/Desk.h"
 #include "tests/support/ScriptedBus.h"

@@ -6,7 +6,7 @@
 #include <numeric>
 #include <random>
 
-#include "peripheral/EventThread.h"
+#include "events/EventThread.h"
 #include "tests/support/Desk.h"
 #include "tests/support/Seeds.h"
 

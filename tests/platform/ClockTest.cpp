@@ -74,16 +74,16 @@ TEST(ScheduledClock, EndsAStalledRunWithWhoWaitsForWhat) {
     EXPECT_EXIT(
         {
             hosted::UseScheduledClock({7});
-            std::mutex mutex;
+            platform::Mutex mutex(kOuter);
             const HANDLE event = NewEvent(false);
             Go([&] {
                 hosted::NameThread("reader");
-                const platform::Lock lock(mutex, kOuter);
+                const platform::Lock lock(mutex);
                 Sleep(30);
                 WaitForSingleObject(event, INFINITE);
             });
             Sleep(20);
-            const platform::Lock lock(mutex, kOuter);
+            const platform::Lock lock(mutex);
         },
         ::testing::ExitedWithCode(hosted::kStallExit),
         "seed 7.*host: waits for lock \"outer\" held by reader since 0.020000 s\n"
@@ -102,10 +102,10 @@ void TakeBoth(bool scheduled, const platform::LockRank& first, const platform::L
     if (scheduled) {
         hosted::UseScheduledClock({});
     }
-    std::mutex one;
-    std::mutex other;
-    const platform::Lock outer(one, first);
-    const platform::Lock inner(other, second);
+    platform::Mutex one(first);
+    platform::Mutex other(second);
+    const platform::Lock outer(one);
+    const platform::Lock inner(other);
     std::_Exit(0);
 }
 

@@ -11,11 +11,11 @@
 #include <utility>
 #include <vector>
 
-#include "chip/TransferState.h"
 #include "platform/TraceLog.h"
 #include "platform/hosted/Kernel.h"
 #include "platform/platform.h"
 #include "tests/support/LogRecorder.h"
+#include "transfer/TransferState.h"
 
 namespace testing_support {
 

@@ -4,7 +4,8 @@
 
 #include "chip/NfcDeviceContext.h"
 #include "chip/NfcSpbExtend.h"
-#include "peripheral/PeripheralState.h"
+#include "events/EventState.h"
+#include "routes/RouteState.h"
 #include "simulator/FanliChip.h"
 #include "tests/support/Desk.h"
 #include "tests/support/Seeds.h"

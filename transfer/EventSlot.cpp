@@ -1,0 +1,60 @@
+#include "transfer/EventSlot.h"
+
+// Everywhere below a lease that goes is declared in front of the lock, so that its handle closes
+// behind it.
+
+EventSlot::Event::~Event() {
+    if (m_handle != nullptr) {
+        CloseHandle(m_handle);
+    }
+}
+
+EventSlot::Keep::Keep(EventSlot& slot) : m_slot(slot) {
+    platform::Lock lock(m_slot.m_mutex);
+    ++m_slot.m_keepers;
+}
+
+EventSlot::Keep::~Keep() {
+    Lease released;
+    platform::Lock lock(m_slot.m_mutex);
+    if (--m_slot.m_keepers == 0 && m_slot.m_closeLater) {
+        m_slot.m_closeLater = false;
+        m_slot.m_current.swap(released);
+    }
+}
+
+bool EventSlot::Create(bool manualReset) {
+    // The owner first: running out of memory must not leave a handle behind.
+    const auto event = std::make_shared<Event>();
+    event->m_handle = CreateEventW(nullptr, manualReset ? TRUE : FALSE, FALSE, nullptr);
+    if (event->m_handle == nullptr) {
+        return false;
+    }
+    Lease replaced = event;
+    platform::Lock lock(m_mutex);
+    m_closeLater = false;
+    m_current.swap(replaced);
+    return true;
+}
+
+void EventSlot::Close() {
+    Lease released;
+    platform::Lock lock(m_mutex);
+    if (m_keepers > 0) {
+        m_closeLater = true;
+        return;
+    }
+    m_current.swap(released);
+}
+
+EventSlot::Lease EventSlot::Get() const {
+    platform::Lock lock(m_mutex);
+    return m_current;
+}
+
+void EventSlot::Signal() const {
+    const Lease lease = Get();
+    if (lease) {
+        SetEvent(lease->handle());
+    }
+}

@@ -1,0 +1,66 @@
+#include "transfer/SpbTransfer.h"
+
+#include <iomanip>
+#include <memory>
+#include <new>
+#include <sstream>
+
+#include "diagnostics/Log.h"
+#include "platform/BoundedMemory.h"
+#include "transfer/NfcCommand.h"
+#include "transfer/TransferState.h"
+
+std::string BytesToHex(const std::uint8_t* data, std::size_t size) {
+    std::ostringstream text;
+    text << std::hex << std::setfill('0');
+    for (std::size_t i = 0; i < size; ++i) {
+        text << std::setw(2) << static_cast<unsigned>(data[i]);
+    }
+    return text.str();
+}
+
+bool NfcSpbWrite(const std::uint8_t* frame, std::uint32_t size) {
+    const std::unique_ptr<CWriteCommand> command(new (std::nothrow) CWriteCommand(size));
+    if (command == nullptr) {
+        LogErrorFun("command is nullptr, return");
+        return false;
+    }
+    if (DeviceHandle == nullptr || !command->WriteParse(frame, size)) {
+        return false;
+    }
+    const std::uint32_t status = WaitForCommand(command.get());
+    if (status != ERROR_SUCCESS) {
+        LogErrorFun("Nfc write spd error, status = %d", static_cast<int>(status));
+        return false;
+    }
+    return true;
+}
+
+bool NfcSpbRead(std::int32_t length, std::uint8_t* out) {
+    const auto wanted = static_cast<std::uint32_t>(length);
+    const std::unique_ptr<CReadCommand> command(new (std::nothrow) CReadCommand(wanted));
+    if (command == nullptr) {
+        LogErrorFun("Nfc read spb command nullptr");
+        return false;
+    }
+    if (!command->Parse(DeviceHandle)) {
+        return false;
+    }
+    const std::uint32_t status = WaitForCommand(command.get());
+    if (status != ERROR_SUCCESS) {
+        LogErrorFun("Nfc read spb status error, status = %d", static_cast<int>(status));
+        return false;
+    }
+    LogWarnFun("Nfc read spb dataLength = %d", length);
+    if (command->NumBytes != wanted) {
+        LogErrorFun("Nfc read spb command->NumBytes don't match, command->NumBytes=%d",
+                    static_cast<int>(command->NumBytes));
+        return false;
+    }
+    LogWarnFun("Nfc data: %s", BytesToHex(command->buffer(), wanted).c_str());
+    if (platform::memcpy_s(out, wanted, command->buffer(), wanted) != 0) {
+        LogErrorFun("Nfc read spb memcpy_s fail");
+        return false;
+    }
+    return true;
+}

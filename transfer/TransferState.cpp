@@ -1,0 +1,28 @@
+#include "transfer/TransferState.h"
+
+std::atomic<HANDLE> DeviceHandle{nullptr};
+platform::Mutex g_deviceHandleMutex{kHandleLock};
+OVERLAPPED g_ioOverlapped{};
+platform::NeverDestroyed<EventSlot> g_ioEvent;
+
+namespace {
+
+// A signal can be missed: that of a device is reset by every request that is started on it.
+constexpr DWORD kLookAgainMs = 50;
+
+// A signal that was no end, or a wait that fails, must not make a busy loop.
+constexpr DWORD kMisledPauseMs = 1;
+
+}  // namespace
+
+void AwaitEnd(HANDLE device, OVERLAPPED& overlapped, DWORD& moved) {
+    const HANDLE signalled = overlapped.hEvent != nullptr ? overlapped.hEvent : device;
+    bool misled = false;
+    while (GetOverlappedResult(device, &overlapped, &moved, FALSE) == FALSE &&
+           GetLastError() == ERROR_IO_INCOMPLETE) {
+        if (misled) {
+            Sleep(kMisledPauseMs);
+        }
+        misled = WaitForSingleObject(signalled, kLookAgainMs) != WAIT_TIMEOUT;
+    }
+}

@@ -1,0 +1,75 @@
+// Runs a command to its end over the one shared request record.
+#include "diagnostics/Log.h"
+#include "transfer/NfcCommand.h"
+#include "transfer/TransferState.h"
+
+namespace {
+
+// How long a transfer that could not be started gives the device to settle.
+constexpr DWORD kRefusedSettleMs = 200;
+
+// The result of g_ioOverlapped as it stands, without waiting.
+DWORD ResultNow(DWORD& moved, const char* format) {
+    if (GetOverlappedResult(DeviceHandle, &g_ioOverlapped, &moved, FALSE) != FALSE) {
+        return ERROR_SUCCESS;
+    }
+    const DWORD status = GetLastError();
+    LogWarnFun(format, static_cast<int>(status));
+    return status;
+}
+
+// The request's record and the command's buffer are about to be used for something else, so a
+// request that has not ended is cancelled and awaited here.
+void EndRequest(NfcCommand& command, DWORD& moved) {
+    command.Cancel();
+    AwaitEnd(DeviceHandle, g_ioOverlapped, moved);
+}
+
+DWORD AwaitStarted(NfcCommand& command, HANDLE event) {
+    DWORD moved = 0;
+    DWORD status = ERROR_SUCCESS;
+    const DWORD waited = WaitForSingleObject(event, kTransferTimeoutMs);
+    if (waited == WAIT_OBJECT_0) {
+        status = ResultNow(moved, "NFC GetOverlappedResult error: %d");
+        if (status == ERROR_IO_INCOMPLETE) {
+            EndRequest(command, moved);
+        }
+    } else {
+        status = waited == WAIT_TIMEOUT ? WAIT_TIMEOUT : GetLastError();
+        if (status == ERROR_SUCCESS) {
+            status = ERROR_GEN_FAILURE;  // a failed wait must not pass for a finished transfer
+        }
+        LogErrorFun("NFC WaitForSingleObject return error: %d", static_cast<int>(status));
+        EndRequest(command, moved);
+    }
+    command.Complete(status, moved);
+    ResetEvent(event);
+    return status;
+}
+
+DWORD AwaitRefused(NfcCommand& command, HANDLE event) {
+    DWORD moved = 0;
+    WaitForSingleObject(DeviceHandle, kRefusedSettleMs);
+    const DWORD status = ResultNow(moved, "NFC_WaitForSingleObject GetOverlapped error: %d");
+    if (status != ERROR_SUCCESS) {
+        g_ioOverlapped.Internal = static_cast<std::uint32_t>(HRESULT_FROM_WIN32(status));
+        g_ioOverlapped.InternalHigh = moved;
+        SetEvent(event);
+    }
+    command.Complete(status, moved);
+    return status;
+}
+
+}  // namespace
+
+std::uint32_t WaitForCommand(NfcCommand* command) {
+    if (command == nullptr) {
+        return kNullCommandStatus;
+    }
+    const EventSlot::Lease event = g_ioEvent.value.Get();
+    g_ioOverlapped.hEvent = HandleOf(event);
+    if (command->Execute()) {
+        return AwaitStarted(*command, HandleOf(event));
+    }
+    return AwaitRefused(*command, HandleOf(event));
+}
