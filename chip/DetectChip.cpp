@@ -1,3 +1,4 @@
+// Chip detection, and the table of frame formats. A new format is one driver and one row here.
 #include "chip/DetectChip.h"
 
 #include <algorithm>
@@ -20,15 +21,30 @@ constexpr std::uint8_t kMakerFm11n = 0x1D;
 constexpr std::uint8_t kModelFm11nt081 = 0x00;
 constexpr std::uint8_t kModelFm11nt082c = 0x10;
 constexpr std::uint8_t kNoAnswer = 0xFF;
-constexpr std::uint8_t kIdentityFanli = 0x22;
 
-// Pauses, in milliseconds.
 constexpr std::uint32_t kSpb2DelayMs = 10;
-constexpr std::uint32_t kSpb4ProbeDelayMs = 80;
-constexpr std::uint32_t kSpb4DelayMs = 40;
 
-void Settle(NfcDeviceContext& context, NfcLinkType linkType, NfcChipKind chipKind,
-            std::uint32_t opDelayMs, std::uint32_t readDelayMs) {
+/// A frame format. The first is the one that detection begins with.
+struct Format {
+    NfcLinkType linkType;
+    NfcSpbCommon& (*driver)();
+
+    // For a chip that leaves the first format unanswered: which one it is, NfcChipLikeFm11n for
+    // none of this format. The pauses, in milliseconds, are those of the probe and of the chip.
+    NfcChipKind (*probe)();
+    std::uint32_t probeDelayMs;
+    std::uint32_t delayMs;
+};
+
+// Probes run in this order. The last takes every chip that is left.
+constexpr Format kFormats[] = {
+    {NfcLinkSpb2, []() -> NfcSpbCommon& { return NfcSpbNormal::GetInstance(); }, nullptr, 0, 0},
+    {NfcLinkSpb4, []() -> NfcSpbCommon& { return NfcSpbExtend::GetInstance(); },
+     NfcSpbExtend::Probe, 80, 40},
+};
+
+void Publish(NfcDeviceContext& context, NfcLinkType linkType, NfcChipKind chipKind,
+             std::uint32_t opDelayMs, std::uint32_t readDelayMs) {
     g_nfcOpDelayMs = opDelayMs;
     g_nfcReadDelayMs = readDelayMs;
     context.chipKind = chipKind;
@@ -48,30 +64,39 @@ bool IsModel(const Identity& id, std::uint8_t model) {
     return id[kMakerByte] == kMakerFm11n && id[kModelByte] == model;
 }
 
-NfcChipKind ProbeSpb4() {
-    g_nfcOpDelayMs = kSpb4ProbeDelayMs;
-    std::uint8_t identity = 0;
-    if (!NfcSpbExtend::GetInstance().ReadReg(kIdentityRegister, 1, &identity)) {
-        LogErrorFun("Nfc Extend ReadReg 0 failed!");
-        return NfcChipLikeFanli;
+// The chip is there and does not speak the first format.
+void ProbeOtherFormats(NfcDeviceContext& context) {
+    for (const Format& format : kFormats) {
+        if (format.probe == nullptr) {
+            continue;
+        }
+        g_nfcOpDelayMs = format.probeDelayMs;
+        const NfcChipKind kind = format.probe();
+        if (kind != NfcChipLikeFm11n) {
+            Publish(context, format.linkType, kind, format.delayMs, format.delayMs);
+            return;
+        }
     }
-    if (identity != kIdentityFanli) {
-        LogErrorFun("Nfc chip not fanli, unknown!");
-        return NfcChipLikeFanli;
-    }
-    LogErrorFun("Nfc chip Fanli");
-    return NfcChipFanli;
 }
 
 }  // namespace
 
+NfcSpbCommon* DriverFor(NfcLinkType linkType) {
+    for (const Format& format : kFormats) {
+        if (format.linkType == linkType) {
+            return &format.driver();
+        }
+    }
+    return nullptr;
+}
+
 void DetectChip(NfcDeviceContext& context) {
-    // First pass, with no gap between address and read: only one chip answers that fast.
+    // First pass, with no pause between address and read: only one chip answers that fast.
     g_nfcReadDelayMs = 0;
     Identity id{};
     if (ReadIdentity(id) && IsModel(id, kModelFm11nt082c)) {
         LogErrorFun("Nfc chip FM11NT082C");
-        Settle(context, NfcLinkSpb2, NfcChipFm11nt082c, kSpb2DelayMs, 0);
+        Publish(context, NfcLinkSpb2, NfcChipFm11nt082c, kSpb2DelayMs, 0);
         return;
     }
     Sleep(g_nfcOpDelayMs);
@@ -81,8 +106,7 @@ void DetectChip(NfcDeviceContext& context) {
     id.fill(0);
     if (ReadIdentity(id)) {
         if (std::all_of(id.begin(), id.end(), [](std::uint8_t b) { return b == kNoAnswer; })) {
-            kind = ProbeSpb4();
-            Settle(context, NfcLinkSpb4, kind, kSpb4DelayMs, kSpb4DelayMs);
+            ProbeOtherFormats(context);
             return;
         }
         if (IsModel(id, kModelFm11nt081)) {
@@ -90,6 +114,6 @@ void DetectChip(NfcDeviceContext& context) {
             kind = NfcChipFm11nt081;
         }
     }
-    Settle(context, NfcLinkSpb2, kind, kSpb2DelayMs, kSpb2DelayMs);
+    Publish(context, NfcLinkSpb2, kind, kSpb2DelayMs, kSpb2DelayMs);
     LogErrorFun("Nfc spb2 format, like FM11N chip");
 }

@@ -8,3 +8,6 @@
 /// nothing ends as one like FM11N. The caller holds the device mutex; the other threads see the
 /// record's last answer until the new one is complete.
 void DetectChip(NfcDeviceContext& context);
+
+/// The driver of a frame format, or null where no format is set.
+NfcSpbCommon* DriverFor(NfcLinkType linkType);

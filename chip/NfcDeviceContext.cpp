@@ -18,6 +18,11 @@ NfcDeviceContext& GetNfcDeviceContext() {
     return context.value;
 }
 
+ChipTraits NfcDeviceContext::Traits() const {
+    const NfcSpbCommon* const driver = spbDriverOps;
+    return driver == nullptr ? ChipTraits{} : driver->Traits(chipKind);
+}
+
 bool NfcDeviceContext::WriteReg(std::uint16_t reg, const std::uint8_t* data, std::int32_t len) {
     NfcSpbCommon* const driver = spbDriverOps;
     if (driver == nullptr) {

@@ -15,16 +15,6 @@ enum NfcLinkType : std::uint32_t {
     NfcLinkSpb4 = 2,  // a head of four bytes
 };
 
-/// What detection and start-up learned of the chip.
-enum NfcChipKind : std::uint32_t {
-    NfcChipLikeFm11n = 0,    // speaks spb2; also the starting value
-    NfcChipFdModeOther = 1,  // spb2, and the mode byte stayed something other than 6
-    NfcChipFm11nt081 = 2,
-    NfcChipFm11nt082c = 3,
-    NfcChipFanli = 4,
-    NfcChipLikeFanli = 5,  // answers in the spb4 format without Fanli's identity
-};
-
 /// Written by the device start under the mutex, read by every thread at any time. One for the
 /// process, from GetNfcDeviceContext.
 struct NfcDeviceContext {
@@ -35,6 +25,9 @@ struct NfcDeviceContext {
     /// The device mutex: held for every driver call, pauses included, because all transfers share
     /// one request record.
     platform::Mutex mutex{kDeviceLock};
+
+    /// What has to be known of the chip; the defaults when no driver is selected.
+    ChipTraits Traits() const;
 
     // The driver's operation of the same name under the device mutex; false with a log line when
     // no driver is selected.

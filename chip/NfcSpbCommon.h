@@ -4,9 +4,40 @@
 #include <atomic>
 #include <cstdint>
 
-/// Base of the two drivers, one for each frame format. Every operation gives true for success,
-/// stops at its first failed step with one log line, undoes nothing, and can simply be tried
-/// again. The caller holds the device mutex; pauses are spent inside the operation.
+/// What detection and start-up learned of the chip.
+enum NfcChipKind : std::uint32_t {
+    NfcChipLikeFm11n = 0,    // speaks spb2; also the starting value
+    NfcChipFdModeOther = 1,  // spb2, and the mode byte stayed something other than 6
+    NfcChipFm11nt081 = 2,
+    NfcChipFm11nt082c = 3,
+    NfcChipFanli = 4,
+    NfcChipLikeFanli = 5,  // answers in the spb4 format without Fanli's identity
+};
+
+/// What the flows have to know of a chip. They ask its driver; they never look at the frame format
+/// or the kind themselves.
+struct ChipTraits {
+    /// Each interrupt has a status that can be read, and leaves are among what it reports.
+    bool reportsStatus = false;
+    /// A status reports visits. False: each status is passed on as event 4.
+    bool reportsVisits = false;
+    /// On I2C, the tag is read before a message is written to it.
+    bool isReadBeforeWrite = true;
+    /// The device start selects the chip's mode with InitDevice.
+    bool selectsMode = false;
+    /// The device start locks the tag with BitlockEnable, with this value of `upperDyVal`.
+    bool locksTag = false;
+    bool upperDyVal = false;
+    /// CheckWriteTag reports whether an image has arrived.
+    bool checksWrites = false;
+    /// The device start leaves the radio off, until a message has been written.
+    bool startsSilent = false;
+};
+
+/// Base of the drivers, one for each frame format. Every operation gives true for success,
+/// stops at its first failed step, undoes nothing, and can simply be tried again. The failed step
+/// logs its line, and so does each operation that it is a step of. The caller holds the device
+/// mutex; pauses are spent inside the operation.
 class NfcSpbCommon {
   public:
     NfcSpbCommon() = default;
@@ -22,6 +53,9 @@ class NfcSpbCommon {
 
     /// Reads `len` bytes of a state. Only the spb4 driver has states.
     virtual bool ReadState(std::uint16_t state, std::int32_t len, std::uint8_t* buffer) = 0;
+
+    /// What has to be known of a chip of this kind.
+    virtual ChipTraits Traits(NfcChipKind kind) const = 0;
 
     /// Brings the chip into the select mode; `fdMode` takes the mode byte that it then reports.
     virtual bool InitDevice(std::uint8_t* fdMode) = 0;

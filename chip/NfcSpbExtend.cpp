@@ -5,6 +5,7 @@
 
 #include "chip/LittleEndian.h"
 #include "chip/NfcDeviceContext.h"
+#include "chip/Registers.h"
 #include "diagnostics/Log.h"
 #include "platform/NeverDestroyed.h"
 #include "platform/platform.h"
@@ -27,6 +28,9 @@ constexpr std::uint16_t kRadioOnState = 0xF0F1;
 constexpr std::uint16_t kRadioOffState = 0xF0F2;
 constexpr std::uint16_t kWriteCheckRegister = 0xF0F8;
 
+// What a Fanli chip has in its identity register.
+constexpr std::uint8_t kIdentityFanli = 0x22;
+
 // The answer of the write check: firstFailAddr (2 bytes) and ticks (4), both little-endian.
 constexpr std::size_t kWriteCheckSize = 6;
 constexpr std::size_t kTicksOffset = 2;
@@ -47,6 +51,20 @@ bool SendHead(const Head& head) {
 NfcSpbExtend& NfcSpbExtend::GetInstance() {
     static platform::NeverDestroyed<NfcSpbExtend> driver;
     return driver.value;
+}
+
+NfcChipKind NfcSpbExtend::Probe() {
+    std::uint8_t identity = 0;
+    if (!GetInstance().ReadReg(kIdentityRegister, 1, &identity)) {
+        LogErrorFun("Nfc Extend ReadReg 0 failed!");
+        return NfcChipLikeFanli;
+    }
+    if (identity != kIdentityFanli) {
+        LogErrorFun("Nfc chip not fanli, unknown!");
+        return NfcChipLikeFanli;
+    }
+    LogErrorFun("Nfc chip Fanli");
+    return NfcChipFanli;
 }
 
 bool NfcSpbExtend::WriteReg(std::uint16_t reg, const std::uint8_t* data, std::int32_t len) {
@@ -76,7 +94,7 @@ bool NfcSpbExtend::ReadReg(std::uint16_t reg, std::int32_t len, std::uint8_t* bu
         LogErrorFun("reg: %d, readLength: %d", reg, len);
         return false;
     }
-    return Ask(kReadRegister, reg, len, buffer, "NfcExtend first write address: %d failed");
+    return Ask(kReadRegister, reg, len, buffer, "address");
 }
 
 bool NfcSpbExtend::ReadState(std::uint16_t state, std::int32_t len, std::uint8_t* buffer) {
@@ -84,20 +102,30 @@ bool NfcSpbExtend::ReadState(std::uint16_t state, std::int32_t len, std::uint8_t
         LogErrorFun("state: %d, readLength: %d", state, len);
         return false;
     }
-    return Ask(kReadState, state, len, buffer, "NfcExtend first write state: %d failed");
+    return Ask(kReadState, state, len, buffer, "state");
 }
 
 // One question and its answer, as one transaction.
 bool NfcSpbExtend::Ask(std::uint8_t operation, std::uint16_t number, std::int32_t len,
-                       std::uint8_t* buffer, const char* headFailed) {
+                       std::uint8_t* buffer, const char* subject) {
     const Head head = MakeHead(number, operation, len);
     platform::Lock lock(m_mutex);
     if (!SendHead(head)) {
-        LogErrorFun(headFailed, number);
+        LogErrorFun("NfcExtend first write %s: %d failed", subject, number);
         return false;
     }
     Sleep(g_nfcOpDelayMs);
     return NfcSpbRead(len, buffer);
+}
+
+ChipTraits NfcSpbExtend::Traits(NfcChipKind kind) const {
+    ChipTraits traits;
+    traits.reportsStatus = true;
+    traits.reportsVisits = kind != NfcChipLikeFanli;
+    traits.isReadBeforeWrite = false;
+    traits.checksWrites = kind == NfcChipFanli;
+    traits.startsSilent = kind == NfcChipFanli;
+    return traits;
 }
 
 bool NfcSpbExtend::InitDevice(std::uint8_t* fdMode) {
@@ -128,7 +156,7 @@ bool NfcSpbExtend::SetRadio(std::uint16_t state, bool on, const char* done) {
         return false;
     }
     Sleep(g_nfcOpDelayMs);
-    LogWarnFun(done);
+    LogWarnFun("%s", done);
     radioEnabled = on;
     return true;
 }

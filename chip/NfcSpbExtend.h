@@ -16,9 +16,13 @@ class NfcSpbExtend final : public NfcSpbCommon {
   public:
     static NfcSpbExtend& GetInstance();
 
+    /// Which chip answers in this format. Each answer gives one; the caller has set g_nfcOpDelayMs.
+    static NfcChipKind Probe();
+
     bool WriteReg(std::uint16_t reg, const std::uint8_t* data, std::int32_t len) override;
     bool ReadReg(std::uint16_t reg, std::int32_t len, std::uint8_t* buffer) override;
     bool ReadState(std::uint16_t state, std::int32_t len, std::uint8_t* buffer) override;
+    ChipTraits Traits(NfcChipKind kind) const override;
     bool InitDevice(std::uint8_t* fdMode) override;
     bool BitlockEnable(bool upperDyVal) override;
     bool RadioDisable() override;
@@ -27,7 +31,7 @@ class NfcSpbExtend final : public NfcSpbCommon {
 
   private:
     bool Ask(std::uint8_t operation, std::uint16_t number, std::int32_t len, std::uint8_t* buffer,
-             const char* headFailed);
+             const char* subject);
     bool SetRadio(std::uint16_t state, bool on, const char* done);
 
     platform::Mutex m_mutex{kExtendLock};

@@ -84,6 +84,15 @@ bool NfcSpbNormal::ReadState(std::uint16_t /*state*/, std::int32_t /*len*/,
     return false;
 }
 
+ChipTraits NfcSpbNormal::Traits(NfcChipKind kind) const {
+    ChipTraits traits;
+    traits.selectsMode = kind != NfcChipFm11nt082c;
+    traits.locksTag = true;
+    traits.upperDyVal = kind == NfcChipFm11nt082c;
+    traits.startsSilent = kind == NfcChipFdModeOther;
+    return traits;
+}
+
 bool NfcSpbNormal::InitDevice(std::uint8_t* fdMode) {
     if (!ReadReg(kFdModeRegister, 1, fdMode)) {
         LogErrorFun("NfcInitDevice Read reg: %d failed 1", kFdModeRegister);
@@ -162,17 +171,17 @@ bool NfcSpbNormal::RadioEnable() {
 bool NfcSpbNormal::SetRadio(std::uint8_t control, bool on, const char* writeFailed,
                             const char* readFailed, const char* notTaken) {
     if (!WriteReg(kRadioRegister, &control, 1)) {
-        LogErrorFun(writeFailed);
+        LogErrorFun("%s", writeFailed);
         return false;
     }
     std::uint8_t state = 0;
     if (!ReadReg(kRadioRegister, 1, &state)) {
-        LogErrorFun(readFailed);
+        LogErrorFun("%s", readFailed);
         return false;
     }
     const bool isOn = (state & kRadioIsOff) == 0;
     if (isOn != on) {
-        LogErrorFun(notTaken);
+        LogErrorFun("%s", notTaken);
         return false;
     }
     radioEnabled = on;

@@ -13,6 +13,7 @@ constexpr std::size_t kTextLimit = 512;
 // One byte more, so that a zero stands behind whatever the formatting left.
 constexpr std::size_t kBufferSize = kTextLimit + 1;
 
+TAGPORT_PRINTF_FORMAT(3, 0)
 void FormatAndLog(LOG_MESSAGE_LEVEL level, const char* origin, const char* format,
                   std::va_list arguments) {
     char buffer[kBufferSize] = {};

@@ -1,13 +1,11 @@
 // The deferred call thread: woken by a first report, watches the count of interrupts, and delivers
 // the leave. It is never woken to stop: a stop finds it waiting and leaves it there.
-#include <mutex>
-
 #include "chip/NfcDeviceContext.h"
 #include "diagnostics/Log.h"
-#include "events/DeferCall.h"
+#include "events/DriverThreads.h"
 #include "events/EventState.h"
-#include "events/EventThread.h"
 #include "events/Listener.h"
+#include "events/Visit.h"
 #include "platform/NeverDestroyed.h"
 #include "platform/platform.h"
 #include "transfer/LockOrder.h"
@@ -15,30 +13,24 @@
 namespace {
 
 constexpr DWORD kPollMs = 350;
-constexpr int kLastSpb4Poll = 20;        // counted from 0
+constexpr int kLastPoll = 20;            // of a chip that reports leaves, counted from 0
 constexpr std::int32_t kShortVisit = 4;  // fewer interrupts than this end a visit at once
 
 // Held by the thread for a whole visit; guards g_deferNotified.
 platform::Mutex g_deferMutex{kDeferLock};
 platform::NeverDestroyed<platform::ConditionVariable> g_deferCond;
 
-// Visits that have been opened and not been taken up by the thread yet. Added to by the interrupt
-// thread, taken from one by one as visits are taken up. Were it a flag, or cleared when the thread
-// begins to wait, a notification would be lost: a WriteMessage during a visit lets two first
-// reports come before the thread looks, and each of them is owed its leave.
-unsigned g_deferNotified = 0;
+// Visits that have been opened and not been taken up by the thread yet. The interrupt thread adds
+// to it, and each visit that is taken up takes one off. Were it a flag, or cleared when the thread
+// begins to wait, a notification would be lost: a write during a visit lets two first reports come
+// before the thread looks, and each of them needs its leave.
+unsigned g_deferNotified TAGPORT_GUARDED_BY(g_deferMutex) = 0;
 
-ShownNumber g_shownOnLeave;
-
-bool IsSpb4() {
-    return g_isI2cDriver && GetNfcDeviceContext().linkType == NfcLinkSpb4;
-}
-
-// The chip reports the leave itself; a phone that it forgets is given up after the last poll.
-void WatchSpb4() {
+// A phone whose leave the chip does not report is given up after the last poll.
+void WatchReportedLeave() {
     for (int poll = 0;; ++poll) {
         Sleep(kPollMs);
-        if (g_fieldCount == kFieldLeaveReported || poll >= kLastSpb4Poll) {
+        if (g_fieldCount == kFieldLeaveReported || poll >= kLastPoll) {
             return;
         }
         LogWarnFun("NFC_phone still in field");
@@ -46,7 +38,7 @@ void WatchSpb4() {
 }
 
 // The only sign of a leave is that interrupts stop coming.
-void WatchSpb2() {
+void WatchInterrupts() {
     for (;;) {
         const std::int32_t before = g_fieldCount;
         Sleep(kPollMs);
@@ -59,67 +51,58 @@ void WatchSpb2() {
 }
 
 void DeliverLeave() {
-    if (g_isI2cDriver) {
-        DeliverEvent(kEventLeft, g_tagRandNumber.value, kRouteI2c, g_shownOnLeave);
-    } else if (g_isUsbDriver) {
-        DeliverEvent(kEventLeft, g_tagRandNumber.value, kRouteUsb, g_shownOnLeave);
-    } else {
+    static Deliverer deliverer;
+    const int route = DriverRoute();
+    if (route == kRouteNone) {
         LogWarnFun("unknown NFC device DeferCall");
+        return;
     }
+    deliverer.Deliver(kEventLeft, g_tagRandNumber.value.Get(), route);
 }
 
-// Waits for a visit and sees it to its end, under g_deferMutex all the time.
-void ServeOneVisit(const EventThread::Ticket& ticket) {
+// Waits for a visit and watches it to its end, under g_deferMutex all the time.
+void ServeOneVisit(const ThreadLife::Run& run) {
+    ThreadLife& life = DeferCallLife();
     platform::Lock lock(g_deferMutex);
     LogWarnFun("NFC_begin wait notify");
-    g_deferCond.value.Wait(
-        lock, [&ticket] { return g_deferNotified > 0 || !g_deferThread.HasSeat(ticket); });
-    if (!g_deferThread.HasSeat(ticket)) {
+    g_deferCond.value.Wait(lock, [&] {
+        g_deferMutex.AssertHeld();
+        return g_deferNotified > 0 || !life.IsCurrent(run);
+    });
+    if (!life.IsCurrent(run)) {
         return;  // another thread has taken over and takes up the visit
     }
     --g_deferNotified;
-    if (IsSpb4()) {
-        WatchSpb4();
+    if (GetNfcDeviceContext().Traits().reportsStatus) {
+        WatchReportedLeave();
     } else {
-        WatchSpb2();
+        WatchInterrupts();
     }
     LogWarnFun("[NFC] RF field has left");
     DeliverLeave();
-    g_interruptFirst = true;
-    LogLeaveDelivered(g_tagRandNumber.value);
-    g_deferThread.Release();
+    Visit::Get().Close();
+    LogLeaveDelivered(g_tagRandNumber.value.Get());
+    life.Release();
 }
 
 }  // namespace
 
-FirstReport::FirstReport() : m_allowed(g_deferThread.Hold()) {}
-
-FirstReport::~FirstReport() {
-    if (m_allowed && !m_handedOver) {
-        g_deferThread.Release();
-    }
-}
-
-void FirstReport::HandOver() {
-    m_handedOver = true;
-    notifyDeferCallThread();
-}
-
 void notifyDeferCallThread() {
-    platform::Lock lock(g_deferMutex);
+    const platform::Lock lock(g_deferMutex);
     ++g_deferNotified;
     g_deferCond.value.NotifyAll();
     LogWarnFun("NFC_notifyDeferCallThread");
 }
 
 DWORD WINAPI DeferCallThread(LPVOID /*argument*/) {
-    EventThread::Ticket ticket = g_deferThread.Enter();
+    ThreadLife& life = DeferCallLife();
+    ThreadLife::Run run = life.Enter();
     for (;;) {
-        while (g_deferThread.Serving(ticket) || g_deferThread.Held(ticket)) {
-            g_deferThread.BeginPass(ticket);
-            ServeOneVisit(ticket);
+        while (life.Serves(run) || life.IsHeld(run)) {
+            life.BeginPass(run);
+            ServeOneVisit(run);
         }
-        if (g_deferThread.TryEnd(ticket)) {
+        if (life.TryEnd(run)) {
             LogWarnFun("NFC_DeferCallThread return");
             return 0;
         }

@@ -6,13 +6,12 @@
 #include "chip/LittleEndian.h"
 #include "chip/NfcDeviceContext.h"
 #include "diagnostics/Log.h"
-#include "events/DeferCall.h"
+#include "events/DriverThreads.h"
 #include "events/EventState.h"
-#include "events/EventThread.h"
 #include "events/Listener.h"
+#include "events/RequestLoop.h"
+#include "events/Visit.h"
 #include "platform/platform.h"
-#include "transfer/PendingRequest.h"
-#include "transfer/TransferState.h"
 
 namespace {
 
@@ -36,33 +35,9 @@ constexpr int kMcuNoData = 255;
 // spin.
 constexpr DWORD kFailedReadPauseMs = 100;
 
-ShownNumber g_shownOnInterrupt;
-
-// Opens a visit. Without a listener nothing changes, so the next interrupt tries again.
-void MakeFirstReport() {
-    FirstReport report;
-    if (!report.allowed()) {
-        return;  // a stop came first
-    }
-    LogWarnFun("NFC_SELECT_IN_FIELD 1st report");
-    if (g_isI2cDriver || g_isUsbDriver) {
-        const int route = g_isI2cDriver ? kRouteI2c : kRouteUsb;
-        if (!DeliverEvent(kEventEntered, g_tagRandNumber.value, route, g_shownOnInterrupt)) {
-            return;
-        }
-    } else if (staticCallback == nullptr) {
-        LogErrorFun("NFC staticCallback is null");
-        return;
-    } else {
-        LogWarnFun("unknown NFC device in field");
-    }
-    g_fieldCount = kFieldVisitOpened;
-    g_interruptFirst = false;
-    report.HandOver();
-}
-
 void DeliverMcuStarted() {
-    DeliverEvent(kEventMcuStarted, g_tagRandNumber.value, kRouteI2c, g_shownOnInterrupt);
+    static Deliverer deliverer;
+    deliverer.Deliver(kEventMcuStarted, g_tagRandNumber.value.Get(), kRouteI2c);
 }
 
 enum class StatusRead { kDone, kFailed, kNoStatus };
@@ -75,8 +50,8 @@ StatusRead ReadInterruptStatus(StatusBytes& status) {
         LogErrorFun("spbDriverOps == nullptr");
         return StatusRead::kFailed;
     }
-    if (context.linkType != NfcLinkSpb4) {
-        return StatusRead::kNoStatus;  // a device start was waited out, and it found another chip
+    if (!context.Traits().reportsStatus) {
+        return StatusRead::kNoStatus;  // a device start came first and found another chip
     }
     try {
         return driver->ReadState(kInterruptStatusState, static_cast<std::int32_t>(status.size()),
@@ -89,22 +64,10 @@ StatusRead ReadInterruptStatus(StatusBytes& status) {
     }
 }
 
-// All that an interrupt without a status tells: a phone is there.
-void CountInterrupt() {
-    if (g_interruptFirst) {
-        MakeFirstReport();
-    } else {
-        ++g_fieldCount;
-        LogWarnFun("NFC_SELECT_IN_FIELD no report");
-    }
-}
-
 void EnterField(int enterSum, int leaveSum, int ticks) {
     LogWarnFun("NFC EnterField(%d), enterSum: %d, leaveSum: %d, ticks: %d", kEnterField, enterSum,
                leaveSum, ticks);
-    if (g_interruptFirst) {
-        MakeFirstReport();
-    } else {
+    if (!Visit::Get().Enter()) {
         LogErrorFun("NFC EnterField(%d), interrupt First?: %d", kEnterField, 0);
     }
 }
@@ -112,10 +75,8 @@ void EnterField(int enterSum, int leaveSum, int ticks) {
 void LeaveField(int enterSum, int leaveSum, int ticks) {
     LogWarnFun("NFC LeaveField(%d), enterSum: %d, leaveSum: %d, ticks: %d", kLeaveField, enterSum,
                leaveSum, ticks);
-    if (g_interruptFirst) {
+    if (!Visit::Get().Leave()) {
         LogErrorFun("NFC LeaveField(%d), interrupt First?: %d", kLeaveField, 1);
-    } else {
-        g_fieldCount = kFieldLeaveReported;
     }
 }
 
@@ -129,13 +90,13 @@ void ProcessInterruptStatus() {
             Sleep(kFailedReadPauseMs);
             return;
         case StatusRead::kNoStatus:
-            CountInterrupt();
+            Visit::Get().CountInterrupt();
             return;
     }
     const int intStatus = status[0];
     const std::uint32_t para1 = LittleEndian<4>(status.data() + kPara1Offset);
     const int ticks = static_cast<int>(LittleEndian<4>(status.data() + kTicksOffset));
-    if (GetNfcDeviceContext().chipKind == NfcChipLikeFanli) {
+    if (!GetNfcDeviceContext().Traits().reportsVisits) {
         LogErrorFun("Nfc like Fanli intStatus: %d para1: 0x%04x, ticks: %d", intStatus, para1,
                     ticks);
         DeliverMcuStarted();
@@ -167,66 +128,37 @@ void ProcessInterruptStatus() {
     }
 }
 
-void HandleInterrupt() {
-    if (g_isI2cDriver && GetNfcDeviceContext().linkType == NfcLinkSpb4) {
-        ProcessInterruptStatus();
-    } else {
-        CountInterrupt();
-    }
-}
-
-// One request from its start to its end. False when the loop is to be left.
-bool WaitForOneInterrupt(const EventThread::Ticket& ticket, OVERLAPPED& overlapped) {
-    PendingRequest request(overlapped);
-    const bool pending = request.Start(false, [&](HANDLE device) {
+class InterruptRequest final : public EventRequest {
+  public:
+    bool MayEndAtOnce() const override { return false; }
+    BOOL Send(HANDLE device, OVERLAPPED& overlapped) override {
         return DeviceIoControl(device, kInterruptControlCode, nullptr, 0, nullptr, 0, nullptr,
                                &overlapped);
-    });
-    if (!pending) {
-        LogWarnFun("NFC DeviceIoControl Failed: %u", static_cast<unsigned>(request.StartError()));
-        return false;
     }
-    LogWarnFun("NFC Wait For Kernel Interrupt...");
-    // Starting the request has reset the event, and with it a stop that was signalled since the
-    // run flag was looked at. Such a stop goes the same way as one that comes during the wait.
-    if (g_interruptThread.Serving(ticket) &&
-        WaitForSingleObject(overlapped.hEvent, INFINITE) != WAIT_OBJECT_0) {
-        LogWarnFun("NFC WaitForSingleObject Failed: %u", static_cast<unsigned>(GetLastError()));
-        return true;
-    }
-    if (!request.Succeeded()) {
-        LogErrorFun("NFC Interrupt get Overlapped result %u",
-                    static_cast<unsigned>(GetLastError()));
-        return false;
-    }
-    HandleInterrupt();
-    return true;
-}
-
-void WaitOnInterruptLoop(EventThread::Ticket& ticket, OVERLAPPED& overlapped) {
-    while (g_interruptThread.Serving(ticket)) {
-        g_interruptThread.BeginPass(ticket);
-        if (!WaitForOneInterrupt(ticket, overlapped)) {
-            return;
+    void Handle() override {
+        if (GetNfcDeviceContext().Traits().reportsStatus) {
+            ProcessInterruptStatus();
+        } else {
+            Visit::Get().CountInterrupt();
         }
     }
-}
+    void LogNoEvent(DWORD error) override {
+        LogErrorFun("NFC error creating overlapped event for int thread - %u",
+                    static_cast<unsigned>(error));
+    }
+    void LogNotSent(DWORD error) override {
+        LogWarnFun("NFC DeviceIoControl Failed: %u", static_cast<unsigned>(error));
+    }
+    void LogWaiting() override { LogWarnFun("NFC Wait For Kernel Interrupt..."); }
+    void LogWaitFailed(DWORD error) override {
+        LogWarnFun("NFC WaitForSingleObject Failed: %u", static_cast<unsigned>(error));
+    }
+    void LogReturn() override { LogErrorFun("NFC WaitOnInterruptLoop return"); }
+};
 
 }  // namespace
 
 DWORD WINAPI InterruptThread(LPVOID /*argument*/) {
-    EventThread::Ticket ticket = g_interruptThread.Enter();
-    for (;;) {
-        OVERLAPPED overlapped{};
-        if (!g_interruptThread.Arm(ticket, overlapped)) {
-            LogErrorFun("NFC error creating overlapped event for int thread - %u",
-                        static_cast<unsigned>(GetLastError()));
-            return kThreadFailed;
-        }
-        WaitOnInterruptLoop(ticket, overlapped);
-        LogErrorFun("NFC WaitOnInterruptLoop return");
-        if (g_interruptThread.TryEnd(ticket)) {
-            return 0;
-        }
-    }
+    InterruptRequest request;
+    return RunRequestLoop(InterruptLife(), request);
 }

@@ -9,19 +9,25 @@
 inline constexpr int kEventLeft = 1;
 inline constexpr int kEventEntered = 3;
 inline constexpr int kEventMcuStarted = 4;
+inline constexpr int kRouteNone = 0;  // no driver has been found
 inline constexpr int kRouteI2c = 1;
 inline constexpr int kRouteUsb = 2;
-inline constexpr int kRouteHid = 3;
-inline constexpr int kRouteBle = 4;
 
-/// What a delivering thread shows to the listener. One for each such thread, of static storage
-/// duration: only that thread writes it, between two calls, so a listener never sees a number
-/// change under its eyes.
-using ShownNumber = std::uint8_t[kNumberSize];
+/// Delivers the events of one thread. It owns the number that the listener is shown, so it lives as
+/// long as the process, and only its own thread writes the number, between two calls: a listener
+/// never sees a number change.
+class Deliverer {
+  public:
+    /// Calls the listener with a copy of `number`. False, with a log line, when there is no
+    /// listener. Called with no lock held except, for the leave on the driver routes, g_deferMutex.
+    bool Deliver(int event, const RandomNumber& number, int route);
 
-/// Calls the listener with a copy of `number` in `shown`. False, with a log line, when there is no
-/// listener. Called with no lock held but, for the leave on the driver routes, g_deferMutex.
-bool DeliverEvent(int event, const NumberStore& number, int route, ShownNumber& shown);
+  private:
+    std::uint8_t m_shown[kNumberSize] = {};
+};
+
+/// The route of the kernel driver, kRouteNone when there is none.
+int DriverRoute();
 
 /// Logs "NFC_defer call done" with the first eight bytes of the number.
-void LogLeaveDelivered(const NumberStore& number);
+void LogLeaveDelivered(const RandomNumber& number);

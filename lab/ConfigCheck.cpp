@@ -8,7 +8,7 @@
 
 #include "lab/Failure.h"
 #include "platform/platform.h"
-#include "tagimage/ImageFormat.h"
+#include "tagimage/ImageGeometry.h"
 
 namespace lab {
 

@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "lab/Hex.h"
-#include "tagimage/ImageFormat.h"
+#include "tagimage/ImageGeometry.h"
 
 namespace lab {
 

@@ -18,9 +18,9 @@
 #include "manager/Peripheral.h"
 #include "manager/Results.h"
 #include "manager/TagAccess.h"
-#include "manager/ThreadCreate.h"
 #include "platform/platform.h"
 #include "routes/NfcProxy.h"
+#include "routes/Route.h"
 #include "routes/RouteState.h"
 #include "tagimage/NfcData.h"
 #include "transfer/TransferState.h"
@@ -94,7 +94,7 @@ bool LooksWritten(const RandomNumber& number) {
 }
 
 bool IsReadBeforeWrite() {
-    return g_isI2cDriver && GetNfcDeviceContext().linkType != NfcLinkSpb4;
+    return g_isI2cDriver && GetNfcDeviceContext().Traits().isReadBeforeWrite;
 }
 
 // Device start leaves the radio off on some chips; a written tag is to be seen by phones.
@@ -116,6 +116,7 @@ void EnableRadio() {
 // By value: the host's pointer may be the manager's own, which this may replace.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
+    const OperationScope scope;
     platform::Lock operation(m_staticDeviceMutex);
     // The end of another manager takes effect behind the whole write, radio included.
     const EventSlot::Keep transferEvent(g_ioEvent.value);
@@ -210,6 +211,7 @@ int NfcManager::ReadIntoMessage(const std::shared_ptr<NdefMessage>& target) {
 }
 
 bool NfcManager::UpdateNfcData() {
+    const OperationScope scope;
     platform::Lock operation(m_staticDeviceMutex);
     const EventSlot::Keep transferEvent(g_ioEvent.value);
     return UpdateTag();
@@ -260,6 +262,7 @@ bool NfcManager::UpdateTag() {
 }
 
 bool NfcManager::UpdateNfcContent() {
+    const OperationScope scope;
     LogWarnFun("NfcManager::UpdateNfcContent()");
     std::shared_ptr<NfcData> data;
     std::shared_ptr<NfcProxy> proxy;

@@ -10,7 +10,7 @@
 #include "platform/platform.h"
 #include "routes/NfcProxy.h"
 #include "routes/RouteState.h"
-#include "tagimage/ImageFormat.h"
+#include "tagimage/ImageGeometry.h"
 #include "tagimage/NfcData.h"
 
 namespace {

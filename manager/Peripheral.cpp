@@ -7,6 +7,7 @@
 #include "manager/Peripheral.h"
 #include "platform/platform.h"
 #include "routes/NfcProxy.h"
+#include "routes/Route.h"
 #include "routes/RouteState.h"
 
 namespace {
@@ -56,6 +57,7 @@ bool NfcManager::SetMcuKbConnectStatus(bool status) {
 }
 
 bool NfcManager::BtConnect(std::uint64_t address) {
+    const OperationScope scope;
     const std::shared_ptr<NfcProxy> proxy = Proxy();
     if (proxy == nullptr) {
         LogErrorFun("BtConnect failed");
@@ -65,6 +67,7 @@ bool NfcManager::BtConnect(std::uint64_t address) {
 }
 
 bool NfcManager::BtDisconnect(std::uint64_t address) {
+    const OperationScope scope;
     const std::shared_ptr<NfcProxy> proxy = Proxy();
     if (proxy == nullptr) {
         LogErrorFun("BtDisconnect failed");

@@ -13,6 +13,7 @@
 #include "platform/BoundedMemory.h"
 #include "platform/platform.h"
 #include "routes/NfcProxy.h"
+#include "routes/Route.h"
 #include "tagimage/NfcData.h"
 #include "transfer/TransferState.h"
 
@@ -100,6 +101,7 @@ std::uint32_t NfcManager::WriteRandThread(void* manager) {
 }
 
 int NfcManager::LocalWriteRand() {
+    const OperationScope scope;
     platform::Lock operation(g_writeMutex);
     const std::shared_ptr<NfcData> data = Data();
     const std::shared_ptr<NfcProxy> proxy = Proxy();
@@ -139,6 +141,7 @@ int NfcManager::LocalWriteRand() {
 }
 
 int NfcManager::ReadRandNum(std::uint8_t (&number)[32]) {
+    const OperationScope scope;
     const std::shared_ptr<NfcProxy> proxy = Proxy();
     if (proxy == nullptr || !ReadNumber(*proxy, number)) {
         LogErrorFun("ReadRandNum ReadNfc failed");

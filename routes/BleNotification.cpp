@@ -1,7 +1,8 @@
-// What the Bluetooth keyboard tells: field reports and the number. Runs on the client's thread.
+// What the Bluetooth keyboard notifies: field reports and the number. Runs on the client's thread.
 #include "diagnostics/Log.h"
 #include "events/Listener.h"
-#include "routes/BlePath.h"
+#include "routes/BleDelivery.h"
+#include "routes/BleLink.h"
 #include "routes/KeyboardFrame.h"
 #include "routes/RouteState.h"
 
@@ -10,8 +11,6 @@ namespace {
 constexpr std::size_t kShortestNotification = 4;
 constexpr std::size_t kNumberOffset = kBleTypeOffset + kAfterType;
 constexpr std::size_t kNumberNotification = kNumberOffset + kNumberSize;
-
-ShownNumber g_shownOnNotification;
 
 void LogNotValid() {
     LogWarnFun("[NFC] not valid data ");
@@ -34,6 +33,9 @@ void TakeNumber(const std::vector<std::uint8_t>& value) {
 }  // namespace
 
 void BtDataNotify::OnNotify(const std::vector<std::uint8_t>& value) {
+    if (!BleDelivery::Get().Counts(this)) {
+        return;
+    }
     LogWarnFun("[NFC] start size:");
     if (value.size() < kShortestNotification) {
         LogErrorFun("[NFC] value length is err");
@@ -45,12 +47,10 @@ void BtDataNotify::OnNotify(const std::vector<std::uint8_t>& value) {
     }
     switch (JudgeReport(value.data() + kBleTypeOffset)) {
         case KeyboardReport::kEntered:
-            LogWarnFun("NFC_SELECT_IN_FIELD 1st report");
-            DeliverEvent(kEventEntered, g_btRandNumber.value, kRouteBle, g_shownOnNotification);
+            BleDelivery::Get().Add(this, kEventEntered);
             break;
         case KeyboardReport::kLeft:
-            DeliverEvent(kEventLeft, g_btRandNumber.value, kRouteBle, g_shownOnNotification);
-            LogLeaveDelivered(g_btRandNumber.value);
+            BleDelivery::Get().Add(this, kEventLeft);
             break;
         case KeyboardReport::kNumber:
             TakeNumber(value);

@@ -3,18 +3,18 @@
 #include <array>
 #include <cstdint>
 #include <cwchar>
-#include <memory>
 #include <new>
 #include <string_view>
 
 #include "diagnostics/Log.h"
-#include "transfer/OpenPeripheral.h"
+#include "transfer/Buffer.h"
+#include "transfer/OpenDevice.h"
 
 namespace {
 
 constexpr DWORD kShareReadWrite = FILE_SHARE_READ | FILE_SHARE_WRITE;
 
-// The size that the structure's own size field must tell, whatever room the path takes.
+// What the structure's own size field must hold, whatever room the path takes.
 constexpr DWORD kDetailHeadSize = 8;
 
 // How often one index is asked again when the enumeration fails with an unexpected code. The
@@ -44,28 +44,6 @@ class DeviceList {
     HDEVINFO m_list;
 };
 
-// Closes the device unless it is released.
-class OpenDevice {
-  public:
-    explicit OpenDevice(HANDLE handle) : m_handle(handle) {}
-    ~OpenDevice() {
-        if (m_handle != INVALID_HANDLE_VALUE) {
-            CloseHandle(m_handle);
-        }
-    }
-    OpenDevice(const OpenDevice&) = delete;
-    OpenDevice& operator=(const OpenDevice&) = delete;
-    HANDLE get() const { return m_handle; }
-    HANDLE Release() {
-        const HANDLE handle = m_handle;
-        m_handle = INVALID_HANDLE_VALUE;
-        return handle;
-    }
-
-  private:
-    HANDLE m_handle;
-};
-
 // One interface's detail in a buffer of the size that the system asked for.
 class InterfaceDetail {
   public:
@@ -75,7 +53,7 @@ class InterfaceDetail {
         if (size < sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W)) {
             return false;
         }
-        m_buffer.reset(new (std::nothrow) std::uint8_t[size]());
+        m_buffer = AllocateBuffer(size);
         if (m_buffer == nullptr) {
             return false;
         }
@@ -87,7 +65,7 @@ class InterfaceDetail {
     const WCHAR* path() const { return m_detail->DevicePath; }
 
   private:
-    std::unique_ptr<std::uint8_t[]> m_buffer;
+    Buffer m_buffer;
     SP_DEVICE_INTERFACE_DETAIL_DATA_W* m_detail = nullptr;  // lies in m_buffer
 };
 
@@ -144,7 +122,7 @@ Verdict Judge(HANDLE device) {
     return Verdict::kKeyboard;
 }
 
-// Gets one interface of the list. False behind the last one, or when the list cannot be read.
+// Gets one interface of the list. False after the last one, or when the list cannot be read.
 bool GetInterface(const DeviceList& list, const GUID& hidClass, DWORD index,
                   SP_DEVICE_INTERFACE_DATA& data) {
     for (int attempt = 0; attempt <= kEnumerationRetries; ++attempt) {
@@ -162,12 +140,12 @@ bool GetInterface(const DeviceList& list, const GUID& hidClass, DWORD index,
 
 }  // namespace
 
-HANDLE MatchNfcHidDevice() {
+UniqueHandle MatchNfcHidDevice() {
     GUID hidClass{};
     HidD_GetHidGuid(&hidClass);
     const DeviceList list(hidClass);
     if (!list.IsOpen()) {
-        return INVALID_HANDLE_VALUE;
+        return UniqueHandle();
     }
     SP_DEVICE_INTERFACE_DATA data{};
     for (DWORD index = 0; GetInterface(list, hidClass, index, data); ++index) {
@@ -175,15 +153,15 @@ HANDLE MatchNfcHidDevice() {
         if (!detail.Fetch(list, data) || !HasKeyboardPrefix(detail.path())) {
             continue;
         }
-        OpenDevice device(OpenPeripheral(detail.path(), kShareReadWrite));
+        UniqueHandle device = OpenDevice::Open(detail.path(), kShareReadWrite);
         switch (Judge(device.get())) {
             case Verdict::kKeyboard:
-                return device.Release();
+                return device;
             case Verdict::kStopSearch:
-                return INVALID_HANDLE_VALUE;
+                return UniqueHandle();
             case Verdict::kOther:
                 break;
         }
     }
-    return INVALID_HANDLE_VALUE;
+    return UniqueHandle();
 }

@@ -13,7 +13,7 @@
 #include "routes/RouteState.h"
 #include "transfer/Buffer.h"
 #include "transfer/NfcCommand.h"
-#include "transfer/TransferState.h"
+#include "transfer/OpenDevice.h"
 
 bool NfcProxy::NfcHidWrite(const std::uint8_t* data, std::int32_t length) {
     if (data == nullptr || length < 0 || length > kLargestKeyboardImage) {

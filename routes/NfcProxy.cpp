@@ -1,25 +1,49 @@
-// A proxy's beginning and end.
+// A proxy's beginning and end, and the start of the event threads.
 #include "routes/NfcProxy.h"
 
+#include "diagnostics/Log.h"
+#include "events/DriverThreads.h"
 #include "events/EventState.h"
-#include "events/EventThread.h"
+#include "events/Visit.h"
 #include "platform/NeverDestroyed.h"
-#include "routes/RouteState.h"
+#include "routes/Route.h"
 #include "transfer/TransferState.h"
 
+namespace {
+
+// The next interrupt opens a visit, and the loops may run.
+void AllowEvents() {
+    Visit::Get().Arm();
+    for (Route* const route : Routes()) {
+        route->AllowLoop();
+    }
+}
+
+}  // namespace
+
 NfcProxy::NfcProxy() {
-    g_interruptFirst = true;
-    g_interruptRunning = true;
-    g_readHidRunning = true;
+    AllowEvents();
 }
 
 NfcProxy::~NfcProxy() {
-    g_interruptThread.Stop();
-    g_keyboardThread.Stop();
+    for (auto route = Routes().rbegin(); route != Routes().rend(); ++route) {
+        (*route)->StopLoop();
+    }
     g_ioEvent.value.Close();
 }
 
 std::shared_ptr<NfcProxy> NfcProxy::Detached() {
     static platform::NeverDestroyed<NfcProxy> proxy{DetachedTag{}};
     return {std::shared_ptr<NfcProxy>(), &proxy.value};
+}
+
+bool NfcThreadCreate() {
+    LogWarnFun("NfcThreadCreate start");
+    AllowEvents();
+    if (!StartDriverThreads()) {
+        LogWarnFun("NfcThreadCreate fail");
+        return false;
+    }
+    LogWarnFun("NfcThreadCreate pass");
+    return true;
 }

@@ -48,7 +48,7 @@ class NfcProxy {
     /// Keeps the number that a write was confirmed with.
     bool SetLocalNum(const std::uint8_t* number);
 
-    // The Bluetooth keyboard. See BlePath.cpp.
+    // The Bluetooth keyboard. See BleRoute.cpp.
     bool BtConnect(std::uint64_t address);
     bool BtDisconnect(std::uint64_t address);
 
@@ -59,8 +59,9 @@ class NfcProxy {
                   std::uint8_t pageCount);
     bool BtWrite(const std::uint8_t* data, std::int32_t length);
     bool BtReadRandomNum(std::uint16_t regAddr, std::uint8_t* number);
-
-  private:
-    bool ReadNumberOverHid(std::uint16_t regAddr, std::uint8_t* number);
-    bool ReadNumberFromChip(std::uint16_t regAddr, std::uint8_t* number);
 };
+
+/// A write's last step but one: arms the next visit, lets the loops run, and starts what is not
+/// there of the two threads that serve a kernel driver. True when both exist. When one could not be
+/// started the other is let go of and ends by itself.
+bool NfcThreadCreate();

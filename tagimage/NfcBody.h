@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "tagimage/ImageFormat.h"
+#include "tagimage/ImageGeometry.h"
 
 class NfcBody {
   public:

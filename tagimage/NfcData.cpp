@@ -7,10 +7,7 @@ using namespace imageformat;
 namespace {
 
 // What the TLV length counts besides the URI text and the two record types.
-constexpr std::size_t kFixedLength = kTypeOffset + kTypeOffset + 1 + kBodySize;
-
-constexpr std::size_t kTypesLength = g_uriType.size() + g_mimeType.size();
-static_assert(kFixedLength + kTypesLength == 90, "the number's place on the chip rests on this");
+constexpr std::size_t kFixedLength = kLengthWithoutUri - g_uriType.size() - g_mimeType.size();
 
 }  // namespace
 
@@ -87,7 +84,7 @@ bool NfcData::SetMacAddr(const std::uint8_t (&mac)[kMacSize]) {
 }
 
 bool NfcData::SetUrl(const std::string& url) {
-    if (!m_nfcHead || !m_uriHead || url.size() > kMaxUriSize) {
+    if (!m_nfcHead || !m_uriHead || url.size() > kMaxStoredUriSize) {
         return false;
     }
     m_uri = url;

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "tagimage/ImageFormat.h"
+#include "tagimage/ImageGeometry.h"
 #include "tagimage/NfcBody.h"
 #include "tagimage/NfcHead.h"
 
@@ -31,8 +31,8 @@ class NfcData {
     bool SetRandomNumber(const std::uint8_t (&number)[imageformat::kNumberSize]);
     bool SetModel(const std::uint8_t (&model)[imageformat::kModelSize]);
 
-    /// URI text without scheme. Up to 162 bytes fit; 163 to 252 are stored and then refused with
-    /// a log line, more are refused with nothing changed.
+    /// URI text without scheme. Up to kMaxUriSize bytes fit; more, up to kMaxStoredUriSize, are
+    /// stored and then refused with a log line; beyond that nothing changes.
     bool SetUrl(const std::string& url);
 
     /// The image as the fields stand, checked or not. Parts that do not exist give no bytes.

@@ -1,6 +1,6 @@
 #include "tagimage/NfcHead.h"
 
-#include "tagimage/ImageFormat.h"
+#include "tagimage/ImageGeometry.h"
 
 std::string NfcHead::GetContent() const {
     std::string content;

@@ -1,6 +1,6 @@
 // The reading side of a record head.
 #include "diagnostics/Log.h"
-#include "tagimage/ImageFormat.h"
+#include "tagimage/ImageGeometry.h"
 #include "tagimage/NfcHead.h"
 
 using namespace imageformat;

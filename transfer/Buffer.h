@@ -1,4 +1,4 @@
-// Memory for frames and images, asked for without exceptions.
+// Memory for frames and images, allocated without exceptions.
 #pragma once
 
 #include <cstddef>

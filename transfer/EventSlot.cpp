@@ -1,13 +1,7 @@
 #include "transfer/EventSlot.h"
 
-// Everywhere below a lease that goes is declared in front of the lock, so that its handle closes
-// behind it.
-
-EventSlot::Event::~Event() {
-    if (m_handle != nullptr) {
-        CloseHandle(m_handle);
-    }
-}
+// Below, a lease that is released is always declared before the lock, so that its handle is closed
+// after the lock has been given back.
 
 EventSlot::Keep::Keep(EventSlot& slot) : m_slot(slot) {
     platform::Lock lock(m_slot.m_mutex);
@@ -26,8 +20,9 @@ EventSlot::Keep::~Keep() {
 bool EventSlot::Create(bool manualReset) {
     // The owner first: running out of memory must not leave a handle behind.
     const auto event = std::make_shared<Event>();
-    event->m_handle = CreateEventW(nullptr, manualReset ? TRUE : FALSE, FALSE, nullptr);
-    if (event->m_handle == nullptr) {
+    event->m_handle =
+        UniqueHandle(CreateEventW(nullptr, manualReset ? TRUE : FALSE, FALSE, nullptr));
+    if (!event->m_handle) {
         return false;
     }
     Lease replaced = event;

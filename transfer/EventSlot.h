@@ -6,6 +6,7 @@
 #include "platform/NeverDestroyed.h"
 #include "platform/platform.h"
 #include "transfer/LockOrder.h"
+#include "transfer/UniqueHandle.h"
 
 /// Holds one event. Whoever waits on it holds a lease; a handle is closed when the slot has let go
 /// of it and the last lease has ended. Closing a handle that somebody waits on, or signalling one
@@ -22,15 +23,11 @@ class EventSlot {
     /// An event handle with its owner.
     class Event {
       public:
-        Event() = default;
-        ~Event();
-        Event(const Event&) = delete;
-        Event& operator=(const Event&) = delete;
-        HANDLE handle() const { return m_handle; }
+        HANDLE handle() const { return m_handle.get(); }
 
       private:
         friend class EventSlot;
-        HANDLE m_handle = nullptr;
+        UniqueHandle m_handle;
     };
 
     /// Puts off every Close for a scope.

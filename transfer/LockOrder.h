@@ -12,20 +12,23 @@ inline constexpr platform::LockRank kDeferLock{10, "g_deferMutex"};
 inline constexpr platform::LockRank kDeviceOperationLock{20, "m_staticDeviceMutex"};
 inline constexpr platform::LockRank kNumberOperationLock{20, "m_staticWriteMutex"};
 inline constexpr platform::LockRank kMcuStatusLock{20, "m_staticMcuKbMutex"};
-inline constexpr platform::LockRank kBtLinkLock{20, "g_btLinkMutex"};
+inline constexpr platform::LockRank kBtLinkLock{20, "Bluetooth link mutex"};
 
-/// One whole image, one whole number, or one device start, on all routes.
+/// One whole image, one whole number, one device start or the radio of a write, on all routes. It
+/// covers the pauses after blocks: outside the event threads nobody reaches the chip without it.
 inline constexpr platform::LockRank kContentLock{30, "g_contentMutex"};
 
-/// One driver call, its pauses included.
+/// One driver call with the pauses inside it. The pause after a block belongs to g_contentMutex.
 inline constexpr platform::LockRank kDeviceLock{40, "device mutex"};
 
 /// One transaction of the spb4 driver.
 inline constexpr platform::LockRank kExtendLock{50, "NfcSpbExtend mutex"};
 
-// Short locks: never held over a transfer, a pause or a listener call.
+// Short locks: never held over a transfer, a pause, a line of the log or a listener call.
 inline constexpr platform::LockRank kMemoryLock{60, "g_memoryMutex"};
-inline constexpr platform::LockRank kHandleLock{65, "g_deviceHandleMutex"};
-inline constexpr platform::LockRank kThreadLifeLock{70, "g_threadLifeMutex"};
+inline constexpr platform::LockRank kHandleLock{65, "OpenDevice mutex"};
+inline constexpr platform::LockRank kVisitLock{65, "Visit mutex"};
+inline constexpr platform::LockRank kDeliveryLock{65, "Bluetooth delivery mutex"};
+inline constexpr platform::LockRank kThreadLifeLock{70, "ThreadLife mutex"};
 inline constexpr platform::LockRank kEventSlotLock{80, "EventSlot mutex"};
 inline constexpr platform::LockRank kNumberStoreLock{80, "NumberStore mutex"};

@@ -2,37 +2,29 @@
 #include "transfer/NfcCommand.h"
 
 #include <atomic>
-#include <new>
 #include <utility>
 
 #include "diagnostics/Log.h"
 #include "platform/BoundedMemory.h"
+#include "transfer/OpenDevice.h"
 #include "transfer/TransferState.h"
 
 namespace {
 
-// Next sequence number of a command, for a debugger. Taken by every constructor, on any thread.
-std::atomic<std::uint32_t> g_nextSequence{1};
-
-std::unique_ptr<std::uint8_t[]> AllocateBytes(std::uint32_t length) {
-    return std::unique_ptr<std::uint8_t[]>(new (std::nothrow) std::uint8_t[length]);
+std::uint32_t NextSequence() {
+    static std::atomic<std::uint32_t> next{1};
+    return next++;
 }
 
 // True when a read or write is under way or has succeeded. A successful call does not touch the
 // last error, so the caller has cleared it before.
-bool HasStarted(BOOL succeeded, const char* failureFormat) {
-    const DWORD error = GetLastError();
-    if ((succeeded != FALSE && error == ERROR_SUCCESS) ||
-        (succeeded == FALSE && error == ERROR_IO_PENDING)) {
-        return true;
-    }
-    LogErrorFun(failureFormat, static_cast<int>(error));
-    return false;
+bool HasStarted(BOOL succeeded, DWORD error) {
+    return error == (succeeded != FALSE ? ERROR_SUCCESS : ERROR_IO_PENDING);
 }
 
 }  // namespace
 
-NfcCommand::NfcCommand(std::string name) : m_sequence(g_nextSequence++), m_name(std::move(name)) {}
+NfcCommand::NfcCommand(std::string name) : m_sequence(NextSequence()), m_name(std::move(name)) {}
 
 bool NfcCommand::Parse(HANDLE handle) {
     return handle != nullptr;
@@ -81,7 +73,7 @@ bool CReadCommand::Parse(HANDLE handle) {
     if (handle == nullptr || m_length == 0) {
         return false;
     }
-    m_buffer = AllocateBytes(m_length);
+    m_buffer = AllocateBuffer(m_length);
     if (m_buffer == nullptr) {
         return false;
     }
@@ -96,7 +88,12 @@ bool CReadCommand::Execute() {
     DWORD moved = 0;
     SetLastError(ERROR_SUCCESS);
     const BOOL succeeded = ReadFile(device, m_buffer.get(), m_length, &moved, &g_ioOverlapped);
-    return HasStarted(succeeded, "NFC_ReadFile Error %d\n");
+    const DWORD error = GetLastError();
+    if (!HasStarted(succeeded, error)) {
+        LogErrorFun("NFC_ReadFile Error %d\n", static_cast<int>(error));
+        return false;
+    }
+    return true;
 }
 
 void CReadCommand::Complete(std::uint32_t status, std::uint32_t information) {
@@ -114,7 +111,7 @@ bool CWriteCommand::WriteParse(const std::uint8_t* data, std::uint32_t size) {
         LogErrorFun("NFC WriteParse checke error");
         return false;
     }
-    m_buffer = AllocateBytes(m_length);
+    m_buffer = AllocateBuffer(m_length);
     if (m_buffer == nullptr) {
         LogErrorFun("NFC WriteParse m_buffer new error");
         return false;
@@ -138,7 +135,12 @@ bool CWriteCommand::Execute() {
     DWORD moved = 0;
     SetLastError(ERROR_SUCCESS);
     const BOOL succeeded = WriteFile(device, m_buffer.get(), m_length, &moved, &g_ioOverlapped);
-    return HasStarted(succeeded, "NFC_WriteFile Error  %d\n");
+    const DWORD error = GetLastError();
+    if (!HasStarted(succeeded, error)) {
+        LogErrorFun("NFC_WriteFile Error  %d\n", static_cast<int>(error));
+        return false;
+    }
+    return true;
 }
 
 void CWriteCommand::Complete(std::uint32_t status, std::uint32_t information) {

@@ -3,10 +3,10 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "platform/platform.h"
+#include "transfer/Buffer.h"
 
 /// What the driver is asked for at start-up, before the chip is looked at. Device type 0x400,
 /// function 0x700, buffered, any access.
@@ -42,11 +42,12 @@ class NfcCommand {
     explicit NfcCommand(std::string name);
 
     /// The bytes to send, or room for the bytes to receive; null until prepared.
-    std::unique_ptr<std::uint8_t[]> m_buffer;
+    Buffer m_buffer;
 
   private:
-    std::uint32_t m_sequence;  // for a debugger: which transfer of the process this is
-    std::string m_name;        // "open", "read" or "write", likewise
+    // For a debugger: which transfer of the process this is, and "open", "read" or "write".
+    std::uint32_t m_sequence;
+    std::string m_name;
 };
 
 /// The open request. Has no bytes in either direction.

@@ -1,35 +1,41 @@
-// Sees to it that a request has ended before its record goes away.
+// One request of an event loop, from its start to its end.
 #pragma once
 
-#include "platform/platform.h"
-#include "transfer/TransferState.h"
+#include "transfer/OpenDevice.h"
 
-/// One request of an event loop on its private OVERLAPPED. The kernel writes into the record (and
-/// the buffer of a read) when the request ends, so whoever leaves the scope with the request still
-/// under way cancels and awaits it here.
+/// A request on a private OVERLAPPED. The kernel writes into the record (and into the buffer of a
+/// read) when the request ends, so a request that is still under way is cancelled and awaited
+/// before the record goes away.
+///
+/// Used by one thread. Its only lock is the short one of OpenDevice.
 class PendingRequest {
   public:
+    enum class Start {
+        kUnderWay,  ///< or ended with success already
+        kFailed,    ///< see StartError
+        kRefused,   ///< `allowed` said no; nothing was started
+    };
+
     explicit PendingRequest(OVERLAPPED& overlapped) : m_overlapped(overlapped) {}
-    ~PendingRequest() {
-        if (m_underWay) {
-            DWORD moved = 0;
-            CancelIoEx(m_device, &m_overlapped);
-            AwaitEnd(m_device, m_overlapped, moved);
-        }
-    }
+    ~PendingRequest() { EndNow(); }
     PendingRequest(const PendingRequest&) = delete;
     PendingRequest& operator=(const PendingRequest&) = delete;
 
-    /// Starts a request on the open device: `start` gives what ReadFile or DeviceIoControl gave.
-    /// True when it is under way, or (`atOnce`) has ended with success already.
-    template <class Starter>
-    bool Start(bool atOnce, Starter start) {
-        platform::Lock lock(g_deviceHandleMutex);
-        m_device = DeviceHandle;
-        const BOOL ended = start(m_device);
-        m_startError = GetLastError();
-        m_underWay = ended != FALSE ? atOnce : m_startError == ERROR_IO_PENDING;
-        return m_underWay;
+    /// Starts a request on the open device. `allowed()` is asked first, while nobody can close the
+    /// device or open another one. `start(device)` gives what ReadFile or DeviceIoControl gave. A
+    /// request that ends at once counts as started only where `mayEndAtOnce` is true.
+    template <class Question, class Starter>
+    Start Begin(bool mayEndAtOnce, Question allowed, Starter start) {
+        return OpenDevice::Get().Use([&](HANDLE device) {
+            if (!allowed()) {
+                return Start::kRefused;
+            }
+            m_device = device;
+            const BOOL ended = start(device);
+            m_startError = GetLastError();
+            m_underWay = ended != FALSE ? mayEndAtOnce : m_startError == ERROR_IO_PENDING;
+            return m_underWay ? Start::kUnderWay : Start::kFailed;
+        });
     }
 
     /// The last error as the start left it.
@@ -37,14 +43,12 @@ class PendingRequest {
 
     /// Looks at the result without waiting. False, with GetLastError, when the request has failed
     /// or has not ended yet.
-    bool Succeeded() {
-        DWORD moved = 0;
-        const bool succeeded = GetOverlappedResult(m_device, &m_overlapped, &moved, FALSE) != FALSE;
-        if (succeeded) {
-            m_underWay = false;
-        }
-        return succeeded;
-    }
+    bool Succeeded();
+
+    /// Cancels the request where it is still under way, and waits for its end. True when it had
+    /// succeeded before the cancellation reached it: what it brought must not be lost. False for a
+    /// request whose result Succeeded has given already.
+    bool EndNow();
 
   private:
     HANDLE m_device = nullptr;

@@ -8,7 +8,7 @@
 #include "diagnostics/Log.h"
 #include "platform/BoundedMemory.h"
 #include "transfer/NfcCommand.h"
-#include "transfer/TransferState.h"
+#include "transfer/OpenDevice.h"
 
 std::string BytesToHex(const std::uint8_t* data, std::size_t size) {
     std::ostringstream text;

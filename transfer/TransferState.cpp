@@ -1,7 +1,5 @@
 #include "transfer/TransferState.h"
 
-std::atomic<HANDLE> DeviceHandle{nullptr};
-platform::Mutex g_deviceHandleMutex{kHandleLock};
 OVERLAPPED g_ioOverlapped{};
 platform::NeverDestroyed<EventSlot> g_ioEvent;
 

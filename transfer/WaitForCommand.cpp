@@ -1,6 +1,7 @@
 // Runs a command to its end over the one shared request record.
 #include "diagnostics/Log.h"
 #include "transfer/NfcCommand.h"
+#include "transfer/OpenDevice.h"
 #include "transfer/TransferState.h"
 
 namespace {
@@ -9,13 +10,10 @@ namespace {
 constexpr DWORD kRefusedSettleMs = 200;
 
 // The result of g_ioOverlapped as it stands, without waiting.
-DWORD ResultNow(DWORD& moved, const char* format) {
-    if (GetOverlappedResult(DeviceHandle, &g_ioOverlapped, &moved, FALSE) != FALSE) {
-        return ERROR_SUCCESS;
-    }
-    const DWORD status = GetLastError();
-    LogWarnFun(format, static_cast<int>(status));
-    return status;
+DWORD ResultNow(DWORD& moved) {
+    return GetOverlappedResult(DeviceHandle, &g_ioOverlapped, &moved, FALSE) != FALSE
+               ? ERROR_SUCCESS
+               : GetLastError();
 }
 
 // The request's record and the command's buffer are about to be used for something else, so a
@@ -30,7 +28,10 @@ DWORD AwaitStarted(NfcCommand& command, HANDLE event) {
     DWORD status = ERROR_SUCCESS;
     const DWORD waited = WaitForSingleObject(event, kTransferTimeoutMs);
     if (waited == WAIT_OBJECT_0) {
-        status = ResultNow(moved, "NFC GetOverlappedResult error: %d");
+        status = ResultNow(moved);
+        if (status != ERROR_SUCCESS) {
+            LogWarnFun("NFC GetOverlappedResult error: %d", static_cast<int>(status));
+        }
         if (status == ERROR_IO_INCOMPLETE) {
             EndRequest(command, moved);
         }
@@ -50,8 +51,9 @@ DWORD AwaitStarted(NfcCommand& command, HANDLE event) {
 DWORD AwaitRefused(NfcCommand& command, HANDLE event) {
     DWORD moved = 0;
     WaitForSingleObject(DeviceHandle, kRefusedSettleMs);
-    const DWORD status = ResultNow(moved, "NFC_WaitForSingleObject GetOverlapped error: %d");
+    const DWORD status = ResultNow(moved);
     if (status != ERROR_SUCCESS) {
+        LogWarnFun("NFC_WaitForSingleObject GetOverlapped error: %d", static_cast<int>(status));
         g_ioOverlapped.Internal = static_cast<std::uint32_t>(HRESULT_FROM_WIN32(status));
         g_ioOverlapped.InternalHigh = moved;
         SetEvent(event);

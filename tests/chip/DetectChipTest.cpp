@@ -60,7 +60,7 @@ TEST(DetectChip, FindsFormatChipAndPauses) {
         const auto bus = std::make_shared<ScriptedBus>();
         const bool silent = outcome.chip == "silent";
         (silent ? bus->writes : bus->reads) = Script(silent ? "- -" : outcome.chip);
-        const OpenDevice device(bus);
+        const ScriptedDevice device(bus);
         g_nfcOpDelayMs = kStartDelay;
         g_nfcReadDelayMs = 50;
         NfcDeviceContext context;

@@ -131,7 +131,7 @@ const Traffic kTraffic[] = {
 TEST(Driver, SendsItsFramesWithTheirPausesAndStopsAtATransferThatFails) {
     hosted::UseScheduledClock({Seed()});
     const auto bus = std::make_shared<ScriptedBus>();
-    const OpenDevice device(bus);
+    const ScriptedDevice device(bus);
     g_nfcOpDelayMs = kOpDelay;
     g_nfcReadDelayMs = kReadDelay;
     for (const auto& [operation, reads, result, traffic, told, got, radio] : kTraffic) {

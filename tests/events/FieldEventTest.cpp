@@ -5,8 +5,9 @@
 #include <cstdio>
 
 #include "chip/NfcDeviceContext.h"
+#include "events/DriverThreads.h"
 #include "events/EventState.h"
-#include "events/EventThread.h"
+#include "events/Visit.h"
 #include "routes/RouteState.h"
 #include "simulator/SpbDriver.h"
 #include "tests/support/Desk.h"

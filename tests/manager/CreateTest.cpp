@@ -3,8 +3,10 @@
 
 #include <functional>
 
+#include "events/DriverThreads.h"
 #include "events/EventState.h"
-#include "events/EventThread.h"
+#include "events/Visit.h"
+#include "routes/HidReports.h"
 #include "routes/RouteState.h"
 #include "tests/manager/ManagerAccess.h"
 #include "tests/support/Desk.h"

@@ -6,7 +6,7 @@
 #include <numeric>
 #include <random>
 
-#include "events/EventThread.h"
+#include "events/DriverThreads.h"
 #include "tests/support/Desk.h"
 #include "tests/support/Seeds.h"
 

@@ -1,7 +1,7 @@
 // Renewing the number: at once in memory, later on the tag, whatever becomes of host and chip.
 #include <gtest/gtest.h>
 
-#include "events/EventThread.h"
+#include "events/DriverThreads.h"
 #include "tests/manager/ManagerAccess.h"
 #include "tests/support/Desk.h"
 #include "tests/support/NoArray.h"

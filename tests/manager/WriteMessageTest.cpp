@@ -1,7 +1,7 @@
 // Putting a message on the tag: what is merged, what is checked, and what a failed step leaves.
 #include <gtest/gtest.h>
 
-#include "events/EventThread.h"
+#include "events/DriverThreads.h"
 #include "platform/LinkDockBackDoor.h"
 #include "tagimage/NfcData.h"
 #include "tests/manager/ManagerAccess.h"

@@ -5,7 +5,8 @@
 #include <optional>
 
 #include "platform/LinkDockBackDoor.h"
-#include "routes/BlePath.h"
+#include "routes/BleDelivery.h"
+#include "routes/BleLink.h"
 #include "routes/RouteState.h"
 #include "simulator/BlePeerAdapter.h"
 #include "tests/support/Desk.h"
@@ -116,6 +117,7 @@ TEST(Ble, JudgesEveryNotification) {
         {{0x2F, 2, 0x6E, 0xE6}, 64, invalid},
     };
     BtDataNotify sink;
+    BleDelivery::Get().SetSink(&sink);
     for (const auto& [head, size, line] : cases) {
         std::vector<std::uint8_t> value(size, static_cast<std::uint8_t>(size));
         std::copy(head.begin(), head.end(), value.begin());

@@ -50,13 +50,12 @@ bool Find() {
     hosted::SetTracer([&opened](const hosted::TraceEvent& event) {
         opened = event.kind == hosted::TraceEvent::Kind::kOpen ? event.text : opened;
     });
-    const HANDLE handle = MatchNfcHidDevice();
+    const UniqueHandle device = MatchNfcHidDevice();
     hosted::SetTracer({});
-    if (handle == INVALID_HANDLE_VALUE) {
+    if (!device) {
         return false;
     }
     EXPECT_NE(opened.find("&fits"), std::string::npos) << opened;
-    CloseHandle(handle);
     return true;
 }
 

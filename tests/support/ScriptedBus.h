@@ -15,6 +15,7 @@
 #include "platform/hosted/Kernel.h"
 #include "platform/platform.h"
 #include "tests/support/LogRecorder.h"
+#include "transfer/OpenDevice.h"
 #include "transfer/TransferState.h"
 
 namespace testing_support {
@@ -113,23 +114,21 @@ class ScriptedBus final : public hosted::Driver {
 };
 
 /// A driver behind DeviceHandle, with the event of the transfers made. Ends with no request left.
-class OpenDevice {
+class ScriptedDevice {
   public:
-    explicit OpenDevice(std::shared_ptr<hosted::Driver> driver) {
+    explicit ScriptedDevice(std::shared_ptr<hosted::Driver> driver) {
         hosted::AddDevice(kPath, std::move(driver));
-        DeviceHandle = CreateFileW(kPath, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
-                                   FILE_FLAG_OVERLAPPED, nullptr);
+        OpenDevice::Get().TakeOver(OpenDevice::Open(kPath, 0));
         g_ioEvent.value.Create(true);
     }
-    ~OpenDevice() {
+    ~ScriptedDevice() {
         EXPECT_EQ(hosted::Live().requests, 0U);
-        const HANDLE handle = DeviceHandle.exchange(nullptr);
-        CloseHandle(handle);
+        OpenDevice::Get().Close();
         g_ioEvent.value.Close();
         hosted::RemoveDevice(kPath);
     }
-    OpenDevice(const OpenDevice&) = delete;
-    OpenDevice& operator=(const OpenDevice&) = delete;
+    ScriptedDevice(const ScriptedDevice&) = delete;
+    ScriptedDevice& operator=(const ScriptedDevice&) = delete;
 
   private:
     static constexpr wchar_t kPath[] = L"\\\\.\\SCRIPTED";

@@ -5,6 +5,7 @@
 #include "chip/NfcDeviceContext.h"
 #include "chip/NfcSpbExtend.h"
 #include "events/EventState.h"
+#include "events/Visit.h"
 #include "routes/RouteState.h"
 #include "simulator/FanliChip.h"
 #include "tests/support/Desk.h"

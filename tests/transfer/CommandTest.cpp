@@ -54,7 +54,7 @@ const struct {
 TEST(Transfer, EndsWithItsResultItsLinesAndADeviceThatWorksOn) {
     hosted::UseScheduledClock({Seed()});
     const auto bus = std::make_shared<ScriptedBus>();
-    const OpenDevice device(bus);
+    const ScriptedDevice device(bus);
     for (const auto& [kind, answer, result, milliseconds, lines] : kTransfers) {
         SCOPED_TRACE(kind + lines);
         LogRecorder log;
@@ -88,7 +88,7 @@ TEST(Transfer, ThatCannotBeMadeAsksNoDriver) {
     EXPECT_FALSE(NfcSpbRead(4, bytes));  // no device
     EXPECT_FALSE(NfcSpbWrite(bytes, 4));
     const auto bus = std::make_shared<ScriptedBus>();
-    const OpenDevice device(bus);
+    const ScriptedDevice device(bus);
     EXPECT_FALSE(NfcSpbRead(0, bytes));
     EXPECT_FALSE(NfcSpbWrite(nullptr, 4));
     EXPECT_FALSE(CWriteCommand(3).WriteParse(bytes, 4));

@@ -1,4 +1,4 @@
-// State of the Bluetooth keyboard's link and the sink of its notifications.
+// The link to the Bluetooth keyboard, and the sink of its notifications.
 #pragma once
 
 #include <atomic>
@@ -17,7 +17,11 @@ extern std::atomic<std::uint64_t> g_btAddr;
 /// The client that the keyboard was connected through, null before the first connect. Not owned.
 extern std::atomic<LinkDockService::BLEClient*> g_bleClient;
 
-/// Receives the keyboard's notifications on the client's thread, with no lock held.
+inline constexpr int kRouteBle = 4;
+
+/// Receives the keyboard's notifications, on whichever thread the client delivers on, possibly
+/// inside one of the client's own calls and on two threads at once. A sink that is not the current
+/// one (see BleDelivery) is silent.
 class BtDataNotify final : public LinkDockService::BLEClient::INotification {
   public:
     void OnNotify(const std::vector<std::uint8_t>& value) override;

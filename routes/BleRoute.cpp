@@ -1,19 +1,23 @@
 // The Bluetooth route: connecting the keyboard, sending frames to it, and ending it all so that no
 // notification finds its sink gone.
-#include "routes/BlePath.h"
+#include "routes/BleLink.h"
 
 #include <memory>
-#include <mutex>
 #include <new>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "diagnostics/Log.h"
 #include "platform/BoundedMemory.h"
 #include "platform/NeverDestroyed.h"
 #include "platform/platform.h"
+#include "routes/BleDelivery.h"
 #include "routes/KeyboardFrame.h"
 #include "routes/NfcProxy.h"
+#include "routes/Route.h"
 #include "routes/RouteState.h"
+#include "transfer/Buffer.h"
 #include "transfer/LockOrder.h"
 
 using LinkDockService::BLEClient;
@@ -28,24 +32,41 @@ constexpr char kServiceUuid[] = "0000FE40-CC7A-482A-984A-7F2ED5B3E512";
 constexpr char kWriteUuid[] = "0000FE41-CC7A-482A-984A-7F2ED5B3E512";
 constexpr char kNotifyUuid[] = "0000FE42-CC7A-482A-984A-7F2ED5B3E512";
 
-// Held for a whole connect or disconnect. Nothing that a notification or its listener may do takes
-// it, so it can be held while the client waits for a running delivery to end.
-platform::Mutex g_btLinkMutex{kBtLinkLock};
+// Calls of the client are marked: what it notifies inside one waits for the end of the operation.
+template <class Call>
+bool CallClient(Call call) {
+    const BleDelivery::ClientCall mark;
+    return call() >= 0;
+}
 
-// The notification sink, its address, and sinks that the client would not let go of. Under
-// g_btLinkMutex.
+// The sink of the keyboard's notifications, null when there is none. Under Link::mutex.
 platform::NeverDestroyed<std::unique_ptr<BtDataNotify>> g_btDataNotify;
-std::uint64_t g_btSinkAddress = 0;
-platform::NeverDestroyed<std::vector<std::unique_ptr<BtDataNotify>>> g_btKeptSinks;
 
-// Ends the deliveries to the sink and deletes it. When the client refuses, the sink is kept for
-// good: it has no fields, and deleting it under a delivery would crash the host.
-void ReleaseSink(BLEClient& client) {
-    if (g_btDataNotify.value == nullptr) {
-        return;
-    }
-    if (client.BleClientUnsubscribeNotify(g_btSinkAddress, kServiceUuid, kNotifyUuid) < 0) {
-        g_btKeptSinks.value.push_back(std::move(g_btDataNotify.value));
+// What belongs to the link besides.
+struct Link {
+    // Held for a whole connect or disconnect, also while the client waits for a delivery to end: a
+    // notification and its listener must not need it.
+    platform::Mutex mutex{kBtLinkLock};
+    std::uint64_t sinkAddress = 0;  // that the sink is subscribed for
+    // Sinks that the client would not let go of. They are silent, and kept for good: deleting one
+    // under a delivery would crash the host.
+    std::vector<std::unique_ptr<BtDataNotify>> keptSinks;
+};
+
+Link& TheLink() {
+    static platform::NeverDestroyed<Link> link;
+    return link.value;
+}
+
+bool Unsubscribe(BLEClient& client, std::uint64_t address) {
+    return CallClient(
+        [&] { return client.BleClientUnsubscribeNotify(address, kServiceUuid, kNotifyUuid); });
+}
+
+// Deletes the sink, which is silent. `isFree`: the client has let go of it.
+void DropSink(Link& link, bool isFree) {
+    if (g_btDataNotify.value != nullptr && !isFree) {
+        link.keptSinks.push_back(std::move(g_btDataNotify.value));
     }
     g_btDataNotify.value.reset();
 }
@@ -57,7 +78,8 @@ bool SendFrame(BLEClient& client, const std::uint8_t* frame, std::size_t length)
         LogErrorFun("[NFC] BtWrite memcpy_s ERROR");
         return false;
     }
-    if (client.BleClientWrite(g_btAddr, kServiceUuid, kWriteUuid, value) < 0) {
+    if (!CallClient(
+            [&] { return client.BleClientWrite(g_btAddr, kServiceUuid, kWriteUuid, value); })) {
         LogErrorFun("[NFC] BleClientWrite ERROR");
         return false;
     }
@@ -67,11 +89,17 @@ bool SendFrame(BLEClient& client, const std::uint8_t* frame, std::size_t length)
 }  // namespace
 
 bool NfcProxy::BtConnect(std::uint64_t address) {
-    platform::Lock link(g_btLinkMutex);
+    Link& link = TheLink();
+    const platform::Lock lock(link.mutex);
     LogWarnFun("[NFC] BtConnect enter.");
     if (!g_btRandEvent.value.Create(true)) {
+// The text is fixed. Its blank flag has no effect on an unsigned number, which is what the warning
+// says.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat"
         LogErrorFun("[NFC] error creating g_RandEvent - % u",
                     static_cast<unsigned>(GetLastError()));
+#pragma GCC diagnostic pop
     }
     g_btAddr = address;
     BLEClient* const client = BLEClient::GetInstance();
@@ -79,26 +107,35 @@ bool NfcProxy::BtConnect(std::uint64_t address) {
     if (client == nullptr) {
         return false;
     }
-    if (client->BleClientConnect(address) < 0) {
+    if (!CallClient([&] { return client->BleClientConnect(address); })) {
         LogWarnFun("[NFC] BleClientConnect failed.");
         return false;
     }
     g_isBtConnected = true;
     LogWarnFun("[NFC] BtConnect succ.");
-    ReleaseSink(*client);
+    if (g_btDataNotify.value != nullptr) {
+        const bool isFree = Unsubscribe(*client, link.sinkAddress);
+        BleDelivery::Get().Silence();
+        DropSink(link, isFree);
+    }
     g_btDataNotify.value.reset(new (std::nothrow) BtDataNotify);
     if (g_btDataNotify.value == nullptr) {
         LogWithOrigin(LOG_MESSAGE_LEVEL_ERROR, "NfcProxy::BtConnect",
                       "[NFC] BtConnect alloc memery failed");
         return false;
     }
-    g_btSinkAddress = address;
+    link.sinkAddress = address;
+    BleDelivery::Get().SetSink(g_btDataNotify.value.get());
     LogWarnFun("[NFC] BtDataNotify init succ.");
     platform::KeepLoaded();  // the client has the sink's code to call from now on
-    if (client->BleClientSubscribeNotify(address, kServiceUuid, kNotifyUuid,
-                                         g_btDataNotify.value.get()) < 0) {
+    const bool isSubscribed = CallClient([&] {
+        return client->BleClientSubscribeNotify(address, kServiceUuid, kNotifyUuid,
+                                                g_btDataNotify.value.get());
+    });
+    if (!isSubscribed) {
         LogWarnFun("[NFC] BleClientSubscribeNotify failed.");
-        g_btDataNotify.value.reset();
+        BleDelivery::Get().Silence();
+        DropSink(link, true);
         return false;
     }
     LogWarnFun("[NFC] BleClientSubscribeNotify succ.");
@@ -106,7 +143,8 @@ bool NfcProxy::BtConnect(std::uint64_t address) {
 }
 
 bool NfcProxy::BtDisconnect(std::uint64_t address) {
-    platform::Lock link(g_btLinkMutex);
+    Link& link = TheLink();
+    const platform::Lock lock(link.mutex);
     LogWarnFun("[NFC] BtDisconnect enter.");
     if (address != g_btAddr) {
         LogErrorFun("[NFC] btmac error!");
@@ -121,16 +159,17 @@ bool NfcProxy::BtDisconnect(std::uint64_t address) {
     if (client == nullptr) {
         return false;
     }
-    // ReleaseSink unsubscribes the sink's own address. That is another one, or none, when a later
-    // connect failed half way.
-    if (g_btDataNotify.value == nullptr || g_btSinkAddress != address) {
-        client->BleClientUnsubscribeNotify(address, kServiceUuid, kNotifyUuid);
+    bool isFree = Unsubscribe(*client, address);
+    if (g_btDataNotify.value != nullptr && link.sinkAddress != address) {
+        // A later connect failed half way: the sink is still subscribed for the address before.
+        isFree = Unsubscribe(*client, link.sinkAddress);
     }
-    ReleaseSink(*client);
-    if (client->BleClientDisConnect(address) < 0) {
+    BleDelivery::Get().Silence();
+    if (!CallClient([&] { return client->BleClientDisConnect(address); })) {
         LogWarnFun("[NFC] BleClientDisConnect failed.");
     }
     g_btRandEvent.value.Close();
+    DropSink(link, isFree);
     return true;
 }
 
@@ -140,8 +179,7 @@ bool NfcProxy::BtWrite(const std::uint8_t* data, std::int32_t length) {
         return false;
     }
     const auto imageLength = static_cast<std::size_t>(length);
-    const std::unique_ptr<std::uint8_t[]> frame(new (std::nothrow)
-                                                    std::uint8_t[kFrameHeadSize + imageLength]);
+    const Buffer frame = AllocateBuffer(kFrameHeadSize + imageLength);
     if (frame == nullptr) {
         LogErrorFun("[NFC] btWrite: malloc nfcData fail");
         return false;
@@ -186,4 +224,28 @@ bool NfcProxy::BtReadRandomNum(std::uint16_t regAddr, std::uint8_t* number) {
     }
     LogWarnFun("[NFC] BtReadRandomNum success!");
     return true;
+}
+
+namespace {
+
+class BleRouteImpl final : public Route {
+  public:
+    bool IsActive() const override { return g_isBtConnected; }
+    bool WriteImage(NfcProxy& proxy, const std::uint8_t* image, std::int32_t length) override {
+        return proxy.BtWrite(image, length);
+    }
+    bool ReadNumber(NfcProxy& proxy, std::uint16_t regAddr, std::uint8_t* number) override {
+        if (!proxy.BtReadRandomNum(regAddr, number)) {
+            LogWarnFun("[NFC_log] BtReadRandomNum fail ");
+        }
+        return true;  // a keyboard that does not answer does not fail the read
+    }
+    void AfterOperation() override { BleDelivery::Get().Drain(); }
+};
+
+}  // namespace
+
+Route& BleRoute() {
+    static platform::NeverDestroyed<BleRouteImpl> route;
+    return route.value;
 }

@@ -1,0 +1,99 @@
+#include "events/Visit.h"
+
+#include "diagnostics/Log.h"
+#include "events/DriverThreads.h"
+#include "events/EventState.h"
+#include "events/Listener.h"
+#include "platform/NeverDestroyed.h"
+
+std::atomic<bool> g_interruptFirst{true};
+std::atomic<std::int32_t> g_fieldCount{0};
+
+namespace {
+
+// Reports the phone to the host. False when there is no listener.
+bool DeliverEnter() {
+    static Deliverer deliverer;
+    const int route = DriverRoute();
+    if (route != kRouteNone) {
+        return deliverer.Deliver(kEventEntered, g_tagRandNumber.value.Get(), route);
+    }
+    if (staticCallback == nullptr) {
+        LogErrorFun("NFC staticCallback is null");
+        return false;
+    }
+    LogWarnFun("unknown NFC device in field");
+    return true;
+}
+
+}  // namespace
+
+Visit& Visit::Get() {
+    static platform::NeverDestroyed<Visit> visit;
+    return visit.value;
+}
+
+void Visit::Arm() {
+    const platform::Lock lock(m_mutex);
+    g_interruptFirst = true;
+}
+
+void Visit::CountInterrupt() {
+    if (Enter()) {
+        return;
+    }
+    ++g_fieldCount;
+    LogWarnFun("NFC_SELECT_IN_FIELD no report");
+}
+
+bool Visit::Enter() {
+    if (!g_interruptFirst) {
+        return false;
+    }
+    Open();
+    return true;
+}
+
+bool Visit::Leave() {
+    if (g_interruptFirst) {
+        return false;
+    }
+    g_fieldCount = kFieldLeaveReported;
+    return true;
+}
+
+// Without a listener nothing changes, so the next interrupt tries again.
+void Visit::Open() {
+    // The thread that reports the leave must not end before it has done so. Where a stop has ended
+    // it already, nobody could report the leave, and the visit must not be opened.
+    if (!DeferCallLife().Hold()) {
+        return;
+    }
+    {
+        const platform::Lock lock(m_mutex);
+        ++m_open;
+    }
+    LogWarnFun("NFC_SELECT_IN_FIELD 1st report");
+    if (!DeliverEnter()) {
+        {
+            const platform::Lock lock(m_mutex);
+            --m_open;
+        }
+        DeferCallLife().Release();
+        return;
+    }
+    {
+        const platform::Lock lock(m_mutex);
+        g_fieldCount = kFieldVisitOpened;
+        g_interruptFirst = false;
+    }
+    notifyDeferCallThread();
+}
+
+void Visit::Close() {
+    const platform::Lock lock(m_mutex);
+    --m_open;
+    if (m_open == 0) {
+        g_interruptFirst = true;
+    }
+}

@@ -1,0 +1,74 @@
+// A phone's visit at the chip, from the first report to the leave, on the routes with a kernel
+// driver. The keyboards report both ends themselves and have no visits here.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "platform/platform.h"
+#include "transfer/LockOrder.h"
+
+/// True: the next interrupt opens a visit. Written by Visit alone.
+extern std::atomic<bool> g_interruptFirst;
+
+/// Interrupts of this visit; for a chip that reports leaves 1 during a visit and 2 after the leave.
+/// Written by Visit alone, read by the deferred call thread.
+extern std::atomic<std::int32_t> g_fieldCount;
+
+/// The visits of the process. The interrupt thread opens them, the deferred call thread closes
+/// them, and a host arms the next one with every write and every creation of a manager.
+///
+/// "Armed" is g_interruptFirst. A visit is open from before its event 3 until after its event 1.
+///
+///   Armed  Open   Input                       Action                              Armed, open
+///   after yes    none   interrupt, or enter status  event 3, deferred call thread woken  no, one
+///   yes    none   the same, no listener       "NFC staticCallback is null"         no change
+///   yes    none   leave status                logged                               no change
+///   no     one    interrupt                   count + 1                            no change
+///   no     one    enter status                logged                               no change
+///   no     one    leave status                count = 2                            no change
+///   no     one    end of the watch            event 1                              yes, none
+///   any    any    write, or creation          -                                    yes, no change
+///   yes    one    interrupt, or enter status  event 3; its watch waits for the     no, two
+///                                             end of the visit before it
+///   no     two    end of the first watch      event 1, second watch begins         no, one
+///
+/// The end of a visit arms the next one only when no other visit is open. So one phone that stays
+/// gives at most one further pair of events for each write or creation.
+///
+/// Locks: a short one of its own. The listener is called with no lock held.
+class Visit {
+  public:
+    static Visit& Get();
+
+    /// A write or a creation. Any thread.
+    void Arm();
+
+    // On the interrupt thread.
+
+    /// An interrupt that says nothing but that a phone is there.
+    void CountInterrupt();
+
+    /// A status that reports the entry of a phone. False, and nothing happens, when it is not the
+    /// first report of a visit.
+    bool Enter();
+
+    /// A status that reports the leave of a phone. False, and nothing happens, when no visit is
+    /// under way.
+    bool Leave();
+
+    // On the deferred call thread.
+
+    /// The leave of the visit that was opened first has been delivered.
+    void Close();
+
+  private:
+    void Open();
+
+    platform::Mutex m_mutex{kVisitLock};
+    unsigned m_open TAGPORT_GUARDED_BY(m_mutex) = 0;  // begun first reports less closed visits
+};
+
+// Values of g_fieldCount that have a meaning.
+inline constexpr std::int32_t kFieldVisitOpened = 1;
+inline constexpr std::int32_t kFieldLeaveReported = 2;

@@ -1,0 +1,82 @@
+// The contract of a route to the tag, and the table of all routes.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "transfer/UniqueHandle.h"
+
+class NfcProxy;
+
+/// One way to a tag: a chip behind a kernel driver, a HID keyboard, a Bluetooth keyboard. A route
+/// has no state of its own in the object; what it works on belongs to the process.
+///
+/// All functions but AllowLoop, StopLoop and AfterOperation are called under g_contentMutex, and
+/// none with the device mutex held. A step that fails logs its lines.
+class Route {
+  public:
+    Route() = default;
+    virtual ~Route() = default;
+    Route(const Route&) = delete;
+    Route& operator=(const Route&) = delete;
+
+    // Content.
+
+    /// Whether images and number reads go this way now. Several routes may be active together.
+    virtual bool IsActive() const = 0;
+
+    /// Puts a whole image on the tag. Blocks for its transfers. False when it is not there.
+    virtual bool WriteImage(NfcProxy& proxy, const std::uint8_t* image, std::int32_t length) = 0;
+
+    /// Fetches the 32-byte number that begins at a chip register. Blocks for its transfers. False
+    /// when the failure counts as that of the whole read.
+    virtual bool ReadNumber(NfcProxy& proxy, std::uint16_t regAddr, std::uint8_t* number) = 0;
+
+    // Device start. A route that the host connects itself keeps these as they are.
+
+    /// Opens the route's device for overlapped I/O and marks the route as found. Empty, with
+    /// GetLastError, when there is none.
+    virtual UniqueHandle Open() { return UniqueHandle(); }
+
+    /// Whether Open has worked once in this process.
+    virtual bool IsFound() const { return false; }
+
+    /// Whether a device start closes an open device of this route first and opens it again.
+    virtual bool IsReopened() const { return false; }
+
+    /// Makes the open device ready.
+    virtual bool Start() { return true; }
+
+    /// Takes back what Start has made. The device is closed already.
+    virtual void UndoStart() {}
+
+    /// The open device is about to be closed: the request of the route's event loop will fail.
+    virtual void DeviceCloses() {}
+
+    // The route's event loop.
+
+    /// A manager has been created or a message is written: the loop may run. A stop stays a stop.
+    virtual void AllowLoop() {}
+
+    /// Asks the loop to end. Waits for nobody.
+    virtual void StopLoop() {}
+
+    // Any thread, no lock of the library held.
+
+    /// An operation of a manager has ended: what had to wait for the end of its locks is done now.
+    virtual void AfterOperation() {}
+};
+
+/// All routes, in the order in which they are given content. A device start looks for its device in
+/// the opposite order. Never destroyed.
+const std::vector<Route*>& Routes();
+
+/// Stands at the head of each operation of a manager that may reach a route, before its locks, and
+/// calls AfterOperation of every route when the operation has given them back.
+class OperationScope {
+  public:
+    OperationScope() = default;
+    ~OperationScope();
+    OperationScope(const OperationScope&) = delete;
+    OperationScope& operator=(const OperationScope&) = delete;
+};

@@ -1,0 +1,37 @@
+#include "transfer/OpenDevice.h"
+
+#include <utility>
+
+#include "platform/NeverDestroyed.h"
+
+std::atomic<HANDLE> DeviceHandle{nullptr};
+
+OpenDevice& OpenDevice::Get() {
+    static platform::NeverDestroyed<OpenDevice> device;
+    return device.value;
+}
+
+UniqueHandle OpenDevice::Open(const WCHAR* path, DWORD shareMode) {
+    return UniqueHandle(CreateFileW(path, GENERIC_READ | GENERIC_WRITE, shareMode, nullptr,
+                                    OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
+}
+
+void OpenDevice::TakeOver(UniqueHandle handle) {
+    const platform::Lock lock(m_mutex);
+    DeviceHandle = handle.Release();
+}
+
+void OpenDevice::Close() {
+    const platform::Lock lock(m_mutex);
+    const UniqueHandle closing(DeviceHandle.exchange(nullptr));
+    if (closing) {
+        CancelIoEx(closing.get(), nullptr);
+    }
+}
+
+void OpenDevice::Cancel(HANDLE device, OVERLAPPED& overlapped) {
+    const platform::Lock lock(m_mutex);
+    if (device != nullptr && device == DeviceHandle) {
+        CancelIoEx(device, &overlapped);
+    }
+}

@@ -1,0 +1,22 @@
+#include "transfer/PendingRequest.h"
+
+#include "transfer/TransferState.h"
+
+bool PendingRequest::Succeeded() {
+    DWORD moved = 0;
+    const bool succeeded = GetOverlappedResult(m_device, &m_overlapped, &moved, FALSE) != FALSE;
+    if (succeeded || GetLastError() != ERROR_IO_INCOMPLETE) {
+        m_underWay = false;
+    }
+    return succeeded;
+}
+
+bool PendingRequest::EndNow() {
+    if (!m_underWay) {
+        return false;
+    }
+    OpenDevice::Get().Cancel(m_device, m_overlapped);
+    DWORD moved = 0;
+    AwaitEnd(m_device, m_overlapped, moved);
+    return Succeeded();
+}
