@@ -1,5 +1,5 @@
 // The Bluetooth client of a service on the PC, "LinkDockService.dll". All results are int; a
-// negative result is failure. The stand-in that this project builds keeps to the same contract.
+// negative result is failure. The stand-in that this project builds has the same contract.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,8 @@ class LINKDOCK_EXPORT BLEClient {
     class LINKDOCK_EXPORT INotification {
       public:
         virtual void OnConnectionChange(int state);
-        /// Comes on a thread of the client's, one notification at a time.
+        /// Comes on any thread, also on the caller's inside a call of the client. A second call may
+        /// come before the first one has returned.
         virtual void OnNotify(const std::vector<std::uint8_t>& value);
         virtual ~INotification();
     };
@@ -32,7 +33,8 @@ class LINKDOCK_EXPORT BLEClient {
     int BleClientSubscribeNotify(std::uint64_t address, const std::string& service,
                                  const std::string& characteristic, INotification* sink);
 
-    /// Ends the deliveries: none runs once this has returned.
+    /// Ends the deliveries: none runs once this has returned, but for one that this call comes out
+    /// of. When it fails, they may go on.
     int BleClientUnsubscribeNotify(std::uint64_t address, const std::string& service,
                                    const std::string& characteristic);
 

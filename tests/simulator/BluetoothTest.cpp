@@ -1,9 +1,11 @@
-// The stand-in Bluetooth client with the simulated keyboard behind it.
+// The stand-in Bluetooth client with a simulated keyboard.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
 #include <memory>
 
-#include "platform/LinkDockService.h"
+#include "platform/LinkDockBackDoor.h"
 #include "platform/hosted/Kernel.h"
 #include "platform/platform.h"
 #include "simulator/SimulatedPc.h"
@@ -29,7 +31,7 @@ struct Sink : BLEClient::INotification {
         EXPECT_FALSE(closed) << "a delivery after the unsubscription";
         ++count;
         Sleep(static_cast<DWORD>(hosted::Random() % 3));
-        EXPECT_FALSE(closed) << "a delivery went on behind the unsubscription";
+        EXPECT_FALSE(closed) << "a delivery went on after the unsubscription";
         if (onNotify) {
             onNotify();
         }
@@ -39,19 +41,34 @@ struct Sink : BLEClient::INotification {
     std::function<void()> onNotify;
 };
 
+int AskForNumber() {
+    return BLEClient::GetInstance()->BleClientWrite(kDefaultBleAddress, kBleService,
+                                                    kBleWriteCharacteristic, {0x2E, 1, 0x7A, 0});
+}
+DWORD WINAPI AskLater(LPVOID /*argument*/) {
+    Sleep(static_cast<DWORD>(hosted::Random() % 3));
+    EXPECT_EQ(AskForNumber(), 0);
+    return 0;
+}
+
 TEST(LinkDockService, DeliversNothingOnceUnsubscribed) {
     testing_support::ForEachSeed(200, [] {
+        const auto coin = [] { return static_cast<unsigned>(hosted::Random() % 2); };
+        LinkDockService::SetDeliveryHabits({coin() * 2, coin() * 4, 1 + coin()});
         SimulatedPc pc({PcRoute::kBle});
         ASSERT_EQ(BLEClient::GetInstance()->BleClientConnect(kDefaultBleAddress), 0);
         for (int round = 0; round < 4; ++round) {
             Sink sink;
             ASSERT_GE(Subscribe(&sink), 0);
+            const HANDLE writer = CreateThread(nullptr, 0, AskLater, nullptr, 0, nullptr);
             for (int i = 0; i < 5; ++i) {
                 pc.bluetooth()->SendField(true, static_cast<Micros>(hosted::Random() % 4000));
             }
             Sleep(static_cast<DWORD>(hosted::Random() % 4));
             EXPECT_EQ(Unsubscribe(), 0);
             sink.closed = true;
+            EXPECT_EQ(WaitForSingleObject(writer, INFINITE), WAIT_OBJECT_0);
+            CloseHandle(writer);
             EXPECT_EQ(hosted::Live().threads, 0U);
             pc.bluetooth()->SendField(true, 100);
             Sleep(1);
@@ -79,6 +96,80 @@ TEST(LinkDockService, LetsASinkEndItsOwnSubscriptionAndBeginAnother) {
         EXPECT_EQ(client.BleClientDisConnect(kDefaultBleAddress), 0);  // and unsubscribes
         EXPECT_EQ(hosted::Live().threads + hosted::Live().handles, 0U);
     });
+}
+
+TEST(LinkDockService, DeliversInsideItsCallsWhenThatIsItsHabit) {
+    hosted::UseScheduledClock({1});
+    SimulatedPc pc({PcRoute::kBle});
+    BLEClient& client = *BLEClient::GetInstance();
+    ASSERT_EQ(client.BleClientConnect(kDefaultBleAddress), 0);
+    const struct {
+        LinkDockService::DeliveryHabits habits;
+        int afterSubscribe;  // deliveries so far, all on the caller's thread
+        int afterWrite;
+    } cases[] = {{{}, 0, 0}, {{2, 0}, 1, 1}, {{2, 10}, 1, 2}, {{0, 10}, 0, 1}, {{1, 3}, 0, 0}};
+    for (const auto& [habits, afterSubscribe, afterWrite] : cases) {
+        LinkDockService::SetDeliveryHabits(habits);
+        Sink sink;
+        int here = 0;
+        sink.onNotify = [&, host = hosted::CurrentThread()] {
+            here += hosted::CurrentThread() == host ? 1 : 0;
+        };
+        pc.bluetooth()->SendField(true, 1500);
+        ASSERT_EQ(Subscribe(&sink), 0);
+        EXPECT_EQ(here, afterSubscribe);
+        Sleep(habits.insideSubscribeMs == 0 ? 0 : 10);
+        EXPECT_EQ(AskForNumber(), 0);
+        EXPECT_EQ(here, afterWrite);
+        Sleep(10);
+        EXPECT_EQ(sink.count, 2) << "the report and the number, each once";
+        EXPECT_EQ(Unsubscribe(), 0);
+    }
+}
+
+TEST(LinkDockService, DeliversOnTwoThreadsAtOnceWhenThatIsItsHabit) {
+    testing_support::ForEachSeed(50, [] {
+        SimulatedPc pc({PcRoute::kBle});
+        ASSERT_EQ(BLEClient::GetInstance()->BleClientConnect(kDefaultBleAddress), 0);
+        for (const unsigned threads : {1U, 2U}) {
+            LinkDockService::SetDeliveryHabits({0, 0, threads});
+            Sink sink;
+            unsigned running = 0;
+            unsigned most = 0;
+            sink.onNotify = [&] {
+                most = std::max(most, ++running);
+                Sleep(5);
+                Unsubscribe();  // the other delivery does the same
+                --running;
+            };
+            ASSERT_EQ(Subscribe(&sink), 0);
+            pc.bluetooth()->SendField(true, 0);
+            pc.bluetooth()->SendField(false, 0);
+            Sleep(8);
+            Unsubscribe();
+            EXPECT_EQ(running, 0U) << "a delivery went on after the unsubscription";
+            EXPECT_EQ(most, threads);
+            EXPECT_EQ(hosted::Live().threads, 0U);
+        }
+    });
+}
+
+TEST(LinkDockService, GoesOnDeliveringAfterARefusedUnsubscriptionWhenThatIsItsHabit) {
+    hosted::UseScheduledClock({1});
+    SimulatedPc pc({PcRoute::kBle});
+    ASSERT_EQ(BLEClient::GetInstance()->BleClientConnect(kDefaultBleAddress), 0);
+    for (const bool habit : {true, false}) {
+        LinkDockService::SetDeliveryHabits({0, 0, 1, habit});
+        Sink sink;
+        ASSERT_EQ(Subscribe(&sink), 0);
+        LinkDockService::FailCall(LinkDockService::BleCall::kUnsubscribe, 1);
+        EXPECT_LT(Unsubscribe(), 0);
+        pc.bluetooth()->SendField(true, 0);
+        Sleep(10);
+        EXPECT_EQ(sink.count, habit ? 1 : 0);
+        EXPECT_EQ(Unsubscribe() < 0, !habit);
+        EXPECT_EQ(hosted::Live().threads, 0U);
+    }
 }
 
 }  // namespace
