@@ -39,8 +39,9 @@ struct ChipCounters {
     std::size_t reads = 0;       ///< read transfers acknowledged
     std::size_t naks = 0;        ///< transfers not acknowledged
     std::size_t earlyReads = 0;  ///< reads that came before the answer was ready
-    std::size_t lostWrites = 0;  ///< writes acknowledged but not stored, the chip being busy
-    std::size_t malformed = 0;   ///< frames acknowledged that make no sense to the chip
+    std::size_t lostWrites = 0;  ///< frames acknowledged but ignored, the chip being busy
+    std::size_t malformed = 0;   ///< frames acknowledged that make no sense to the chip, and reads
+                                 ///< of another length than their request said
     std::size_t interrupts = 0;  ///< times that the line was raised
     std::size_t rfReads = 0;     ///< read commands of phones that were answered
     std::size_t rfWrites = 0;    ///< write commands of phones that were stored
@@ -53,6 +54,7 @@ class ChipBackDoor {
 
     virtual Bytes Memory(unsigned reg, std::size_t count) const = 0;
     virtual void SetMemory(unsigned reg, const Bytes& bytes) = 0;
+    /// As commanded last; a Fanli chip takes kFanliRadioTime to obey.
     virtual bool RadioOn() const = 0;
     /// True when no page of the tag image can be written from the radio side.
     virtual bool Locked() const = 0;

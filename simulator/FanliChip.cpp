@@ -2,6 +2,7 @@
 #include "simulator/FanliChip.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace simulator {
 
@@ -11,6 +12,9 @@ constexpr std::size_t kHeadSize = 4;
 constexpr std::size_t kForeignAddressSize = 2;  // an address write of the other frame format
 constexpr std::size_t kBlock = 4;
 constexpr std::uint8_t kNothing = 0xFF;
+constexpr std::size_t kLengthMask = 0xFF;
+constexpr std::uint8_t kStatusSize = 9;
+constexpr std::uint8_t kWriteCheckSize = 6;
 
 constexpr std::uint8_t kOperationWrite = 0;
 constexpr std::uint8_t kOperationReadRegister = 1;
@@ -47,40 +51,67 @@ FanliChip::FanliChip(std::uint8_t identity) {
 bool FanliChip::Write(Micros now, const Bytes& frame) {
     ++m_counters.writes;
     m_answer = Answer::kNone;
-    if (frame.size() < kHeadSize) {
-        if (frame.size() != kForeignAddressSize) {
-            ++m_counters.malformed;
-        }
-        return true;
-    }
-    const unsigned reg = (static_cast<unsigned>(frame[0]) << 8U) | frame[1];
-    const std::uint8_t operation = frame[2];
-    const std::size_t dataSize = frame.size() - kHeadSize;
-    const bool isHead = dataSize == 0;
-
-    if (operation == kOperationWrite && reg == kStateRadioOn && isHead) {
-        m_radioOn = true;
-    } else if (operation == kOperationWrite && reg == kStateRadioOff && isHead) {
-        m_radioOn = false;
-        m_inField = false;
-    } else if (operation == kOperationWrite && dataSize == frame[3] && reg % kBlock == 0 &&
-               reg + dataSize <= kFanliRegisters) {
-        StoreBlock(now, reg, frame);
-    } else if (operation == kOperationReadRegister && isHead) {
-        Ask(now, reg == kRegisterWriteCheck ? Answer::kWriteCheck : Answer::kMemory, reg);
-    } else if (operation == kOperationReadState && reg == kStateInterrupt && isHead) {
-        Ask(now, Answer::kStatus, reg);
-    } else {
+    if (frame.size() != kForeignAddressSize && !TakeFrame(now, frame)) {
         ++m_counters.malformed;
     }
     return true;
+}
+
+bool FanliChip::TakeFrame(Micros now, const Bytes& frame) {
+    if (frame.size() < kHeadSize || frame.size() > kFanliLargestFrame) {
+        return false;
+    }
+    const unsigned reg = (static_cast<unsigned>(frame[0]) << 8U) | frame[1];
+    const std::uint8_t length = frame[3];
+    const std::size_t dataSize = frame.size() - kHeadSize;
+    switch (frame[2]) {
+        case kOperationWrite:
+            if (dataSize != length) {
+                return false;
+            }
+            if (reg == kStateRadioOn || reg == kStateRadioOff) {
+                return length == 0 && SwitchRadio(now, reg == kStateRadioOn);
+            }
+            if (reg % kBlock != 0 || reg + dataSize > kFanliRegisters) {
+                return false;
+            }
+            StoreBlock(now, reg, frame);
+            return true;
+        case kOperationReadRegister:
+            if (reg == kRegisterWriteCheck) {
+                return length == kWriteCheckSize && dataSize == 0 &&
+                       Ask(now, Answer::kWriteCheck, reg, length);
+            }
+            return dataSize == 0 && Ask(now, Answer::kMemory, reg, length);
+        case kOperationReadState:
+            return reg == kStateInterrupt && length == kStatusSize && dataSize == 0 &&
+                   Ask(now, Answer::kStatus, reg, length);
+        default:
+            return false;
+    }
+}
+
+bool FanliChip::SwitchRadio(Micros now, bool on) {
+    if (now < m_radioUntil) {
+        ++m_counters.lostWrites;
+        return true;
+    }
+    ForgetPhone(now);
+    m_radioBefore = std::exchange(m_radioCommand, on);
+    m_radioUntil = now + kFanliRadioTime;
+    return true;
+}
+
+// A radio that is off does not notice that a phone leaves.
+void FanliChip::ForgetPhone(Micros now) {
+    m_inField = m_inField && RadioIsOn(now);
 }
 
 void FanliChip::StoreBlock(Micros now, unsigned reg, const Bytes& frame) {
     if (frame.size() == kHeadSize) {
         return;
     }
-    if (now < m_storeUntil) {
+    if (now < std::max(m_storeUntil, m_radioUntil)) {
         ++m_counters.lostWrites;
         if (m_firstFailAddr == 0) {
             m_firstFailAddr = static_cast<std::uint16_t>(reg);
@@ -88,13 +119,23 @@ void FanliChip::StoreBlock(Micros now, unsigned reg, const Bytes& frame) {
         return;
     }
     std::copy(frame.begin() + kHeadSize, frame.end(), m_registers.begin() + reg);
+    m_storeRegister = static_cast<std::uint16_t>(reg);
     m_storeUntil = now + kFanliStoreTime;
 }
 
-void FanliChip::Ask(Micros now, Answer answer, unsigned reg) {
+bool FanliChip::Ask(Micros now, Answer answer, unsigned reg, std::uint8_t length) {
+    if (now < m_radioUntil) {
+        ++m_counters.lostWrites;
+        return true;
+    }
+    if (answer == Answer::kWriteCheck && now < m_storeUntil && m_firstFailAddr == 0) {
+        m_firstFailAddr = m_storeRegister;
+    }
     m_answer = answer;
     m_answerRegister = reg;
+    m_answerLength = length;
     m_answerAt = now + (m_answeredOnce ? kFanliAnswerTime : kFanliFirstAnswerTime);
+    return true;
 }
 
 std::optional<Bytes> FanliChip::Read(Micros now, std::size_t count) {
@@ -106,6 +147,10 @@ std::optional<Bytes> FanliChip::Read(Micros now, std::size_t count) {
             return Bytes(count, kNothing);
         }
         m_answeredOnce = true;
+        if (m_answerLength != (count & kLengthMask)) {
+            ++m_counters.malformed;
+            m_answer = Answer::kNone;
+        }
         switch (m_answer) {
             case Answer::kMemory:
                 bytes = Memory(m_answerRegister, count);
@@ -146,7 +191,8 @@ Bytes FanliChip::WriteCheckAnswer(Micros now) {
 }
 
 bool FanliChip::Enter(Micros now) {
-    if (!m_radioOn) {
+    ForgetPhone(now);
+    if (!RadioIsOn(now)) {
         return false;
     }
     if (!m_inField) {
@@ -158,6 +204,7 @@ bool FanliChip::Enter(Micros now) {
 }
 
 void FanliChip::Leave(Micros now) {
+    ForgetPhone(now);
     if (m_inField) {
         m_inField = false;
         ++m_leaveSum;
@@ -169,13 +216,13 @@ void FanliChip::FieldEvent(Micros now, std::uint8_t status) {
     RaiseStatus(now, status, ((m_enterSum & kSumMask) << kEnterSumShift) | (m_leaveSum & kSumMask));
 }
 
-bool FanliChip::Select(Micros /*now*/) {
-    return m_radioOn;
+bool FanliChip::Select(Micros now) {
+    return RadioIsOn(now);
 }
 
-std::optional<PageQuad> FanliChip::ReadPages(Micros /*now*/, unsigned page) {
+std::optional<PageQuad> FanliChip::ReadPages(Micros now, unsigned page) {
     const std::size_t reg = page * kPageSize;
-    if (!m_radioOn || reg >= kFanliEndOfData) {
+    if (!RadioIsOn(now) || reg >= kFanliEndOfData) {
         return std::nullopt;
     }
     ++m_counters.rfReads;

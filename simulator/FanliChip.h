@@ -17,9 +17,16 @@ constexpr std::uint8_t kLikeFanliIdentity = 0x21;
 constexpr Micros kFanliAnswerTime = 30 * kMilli;
 constexpr Micros kFanliFirstAnswerTime = 60 * kMilli;
 
-/// Storing a block. A block that arrives in that time is acknowledged and lost; the write check
-/// tells its register.
+/// Storing a block. A block that arrives in that time is acknowledged and lost, and the next write
+/// check gives its register. A write check that arrives in that time gives the register of the
+/// block that is being stored.
 constexpr Micros kFanliStoreTime = 30 * kMilli;
+
+/// Switching the radio. It stays as it was until then. A frame that arrives in that time is
+/// acknowledged and lost; the next write check gives the register of a lost block.
+constexpr Micros kFanliRadioTime = 30 * kMilli;
+
+constexpr std::size_t kFanliLargestFrame = 250;
 
 constexpr unsigned kFanliRegisters = 0x0400;
 constexpr unsigned kFanliEndOfData = 0x0388;
@@ -54,7 +61,7 @@ class FanliChip final : public Chip, private ChipBus, private TagRadio, private 
 
     Bytes Memory(unsigned reg, std::size_t count) const override;
     void SetMemory(unsigned reg, const Bytes& bytes) override;
-    bool RadioOn() const override { return m_radioOn; }
+    bool RadioOn() const override { return m_radioCommand; }
     bool Locked() const override { return true; }  // its processor takes no write from phones
     const ChipCounters& Counters() const override { return m_counters; }
     void RaiseInterrupt() override;
@@ -69,8 +76,12 @@ class FanliChip final : public Chip, private ChipBus, private TagRadio, private 
         std::uint32_t ticks;
     };
 
+    bool TakeFrame(Micros now, const Bytes& frame);
+    bool SwitchRadio(Micros now, bool on);
+    bool RadioIsOn(Micros now) const { return now < m_radioUntil ? m_radioBefore : m_radioCommand; }
+    void ForgetPhone(Micros now);
     void StoreBlock(Micros now, unsigned reg, const Bytes& frame);
-    void Ask(Micros now, Answer answer, unsigned reg);
+    bool Ask(Micros now, Answer answer, unsigned reg, std::uint8_t length);
     Bytes StatusAnswer(Micros now);
     Bytes WriteCheckAnswer(Micros now);
     void FieldEvent(Micros now, std::uint8_t status);
@@ -78,11 +89,15 @@ class FanliChip final : public Chip, private ChipBus, private TagRadio, private 
     std::array<std::uint8_t, kFanliRegisters> m_registers{};
     Answer m_answer = Answer::kNone;
     unsigned m_answerRegister = 0;
+    std::uint8_t m_answerLength = 0;  // low eight bits
     Micros m_answerAt = 0;
     bool m_answeredOnce = false;
     Micros m_storeUntil = 0;
+    std::uint16_t m_storeRegister = 0;
     std::uint16_t m_firstFailAddr = 0;
-    bool m_radioOn = true;
+    bool m_radioCommand = true;
+    bool m_radioBefore = true;  // what the radio is until m_radioUntil
+    Micros m_radioUntil = 0;
     bool m_inField = false;
     std::uint32_t m_enterSum = 0;
     std::uint32_t m_leaveSum = 0;

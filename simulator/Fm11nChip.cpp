@@ -51,7 +51,7 @@ bool Fm11nChip::Write(Micros now, const Bytes& frame) {
         return false;
     }
     ++m_counters.writes;
-    if (frame.size() < kAddressSize) {
+    if (frame.size() < kAddressSize || frame.size() > kFm11nLargestFrame) {
         ++m_counters.malformed;
         return true;
     }

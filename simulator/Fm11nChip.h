@@ -16,6 +16,7 @@ constexpr Micros kFm11nStoreTime = 8 * kMilli;
 /// family. A read that comes earlier gets 0xFF bytes.
 constexpr Micros kFm11nReadGap = 5 * kMilli;
 
+constexpr std::size_t kFm11nLargestFrame = 2048;
 constexpr unsigned kFm11nRegisters = 0x1100;
 constexpr unsigned kFm11nFirstVolatile = 0x1000;  ///< no storing time from here on
 

@@ -73,7 +73,8 @@ DWORD SpbDriver::Start(const hosted::RequestPtr& request) {
     }
     if (isControl) {
         ++m_openRequests;
-    } else if (!m_transfers.empty()) {
+    }
+    if (!m_transfers.empty()) {
         ++m_violations;
     }
     m_transfers.push_back(request);

@@ -37,7 +37,8 @@ class SpbDriver : public hosted::Driver, public std::enable_shared_from_this<Spb
     void SetBusLatency(Micros latency) { m_busLatency = latency; }
     Chip& chip() { return *m_chip; }
 
-    /// Times that a read or write was started while another one was pending. Honest callers: 0.
+    /// Reads, writes and open requests that were started while another one was pending. A correct
+    /// caller causes none.
     std::size_t Violations() const { return m_violations; }
     std::size_t OpenRequests() const { return m_openRequests; }  ///< kControlOpen requests seen
     std::size_t WaitsPending() const { return m_waits.size(); }

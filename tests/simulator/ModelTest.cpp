@@ -53,11 +53,39 @@ TEST(FanliChip, LosesABlockThatComesTooSoonAndTellsOnlyWhenChecked) {
     EXPECT_EQ(check(kMilli * 100), 0x20);
     EXPECT_EQ(chip->BackDoor().Memory(0x20, 2), (Bytes{0, 0}));
     EXPECT_TRUE(bus.Write(kMilli * 200, {0x00, 0x20, 0, 2, 3, 4}));
+    EXPECT_EQ(check(kMilli * 200 + kFanliStoreTime - 1), 0x20) << "not stored yet";
     EXPECT_EQ(check(kMilli * 300), 0x00);
     EXPECT_EQ(chip->BackDoor().Memory(0x20, 2), (Bytes{3, 4}));
-    EXPECT_TRUE(bus.Write(kMilli * 400, {0x00, 0x12, 0, 2, 3, 4}));  // not aligned
-    EXPECT_TRUE(bus.Write(kMilli * 400, {0x00, 0x20, 0, 3, 3, 4}));  // wrong length
-    EXPECT_EQ(chip->BackDoor().Counters().malformed, 2U);
+}
+
+TEST(FanliChip, CountsRequestsThatMakeNoSense) {
+    Bytes tooLong(4 + 247);
+    tooLong[3] = 247;
+    for (const Bytes& frame :
+         {Bytes{0, 0x12, 0, 2, 3, 4}, Bytes{0, 0x20, 0, 3, 3, 4}, tooLong, Bytes{0xF0, 0xF2, 0, 1},
+          Bytes{0xF0, 0xF2, 0, 1, 0}, Bytes{0, 0, 1, 0xEE}, Bytes{0, 0, 1, 1, 0},
+          Bytes{0xF0, 0xF8, 1, 5}, Bytes{0, 0, 2, 1}, Bytes{0, 0, 3, 1}, Bytes{0}}) {
+        const auto chip = MakeChip("fanli");
+        EXPECT_TRUE(chip->Bus().Write(0, frame));
+        EXPECT_EQ(chip->Bus().Read(kFanliFirstAnswerTime, 1), Bytes{0xFF});
+        EXPECT_EQ(chip->BackDoor().Counters().malformed, 1U) << frame.size() << " bytes";
+        EXPECT_TRUE(chip->BackDoor().RadioOn());
+    }
+}
+
+TEST(FanliChip, TakesItsTimeToSwitchTheRadioAndLosesFramesMeanwhile) {
+    const auto chip = MakeChip("fanli");
+    EXPECT_TRUE(chip->Radio().Enter(0));
+    EXPECT_TRUE(chip->Bus().Write(0, {0xF0, 0xF2, 0, 0}));
+    EXPECT_TRUE(chip->Radio().Select(kFanliRadioTime - 1));
+    EXPECT_TRUE(chip->Bus().Write(kFanliRadioTime - 1, {0x00, 0x20, 0, 2, 3, 4}));
+    EXPECT_EQ(chip->BackDoor().Memory(0x20, 2), (Bytes{0, 0}));
+    EXPECT_EQ(chip->BackDoor().Counters().lostWrites, 1U);
+    EXPECT_FALSE(chip->Radio().Select(kFanliRadioTime));
+    EXPECT_TRUE(chip->Bus().Write(kFanliRadioTime, {0xF0, 0xF1, 0, 0}));
+    EXPECT_FALSE(chip->Radio().Enter(2 * kFanliRadioTime - 1));
+    EXPECT_TRUE(chip->Radio().Enter(2 * kFanliRadioTime));
+    EXPECT_EQ(chip->BackDoor().Counters().interrupts, 2U) << "it has forgotten the first visit";
 }
 
 Bytes Report(std::uint8_t pages, std::uint8_t page, std::uint8_t length, const Bytes& payload) {

@@ -130,6 +130,10 @@ Desk::Desk(const std::vector<PcRoute>& routes, const std::string& chip, std::uin
 Desk::~Desk() {
     AnnounceStop(log);
     manager.reset();
+    if (pc.spb() != nullptr) {
+        const hosted::DeviceLock lock;
+        EXPECT_EQ(pc.spb()->Violations(), 0U) << "one transfer at a time";
+    }
 }
 
 void Desk::Listen(int event, const std::uint8_t (&number)[32], int route) {
