@@ -1,36 +1,71 @@
-# Installs the library, its public headers, the lab and a package, so that a host says
+# Installs the library and a CMake package, so that a host needs only
 #   find_package(tagport) and target_link_libraries(host PRIVATE tagport::tagport).
-# The libraries that tagport needs at run time go with it.
+#
+# Components:
+#   library    tagport, its public headers, the CMake package
+#   stand-ins  the libraries that stand in for the platform's own (the logger, the Bluetooth client
+#              and, off Windows, the operating system), with the headers of the two services
+#   lab        tagport-lab
+#
+# Off Windows all three are installed by default: the library does not load without the stand-ins.
+# A Windows PC has the real services, under the same file names, so only `library` is installed by
+# default, and the other two by name:
+#   cmake --install BUILD --prefix DIRECTORY --component stand-ins
+# The lab chooses the sink of the stand-in logger, which the real one does not have: on Windows it
+# only loads beside the stand-ins.
 include(CMakePackageConfigHelpers)
 
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/tagport)
-set(installed_targets tagport TraceLog LinkDockService)
-if(NOT WIN32)
-  list(APPEND installed_targets platform_system)
+# The headers have the platform's names. In a directory of their own a host finds them only when it
+# links a stand-in, and includes them as the tree does: <platform/TraceLog.h>.
+set(stand_in_include ${CMAKE_INSTALL_INCLUDEDIR}/tagport/stand-ins)
+set(stand_ins TraceLog LinkDockService)
+set(by_name_only)
+if(WIN32)
+  set(by_name_only EXCLUDE_FROM_ALL)
+else()
+  list(APPEND stand_ins platform_system)
   # The libraries find each other wherever the installed tree is moved.
-  set_target_properties(${installed_targets} PROPERTIES INSTALL_RPATH "$ORIGIN")
+  set_target_properties(tagport ${stand_ins} PROPERTIES INSTALL_RPATH "$ORIGIN")
 endif()
 
-install(TARGETS ${installed_targets} EXPORT tagportTargets
-  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS tagport EXPORT tagportTargets
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT library
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ ${PROJECT_BINARY_DIR}/generated/include/
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT library FILES_MATCHING PATTERN "*.h")
+if(TAGPORT_RUNTIME_DLLS)
+  install(FILES ${TAGPORT_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT library)
+endif()
+
+install(TARGETS ${stand_ins} EXPORT tagportStandIns
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT stand-ins ${by_name_only}
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT stand-ins ${by_name_only}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT stand-ins ${by_name_only}
+  INCLUDES DESTINATION ${stand_in_include})
+install(FILES
+  ${PROJECT_SOURCE_DIR}/platform/TraceLog.h
+  ${PROJECT_SOURCE_DIR}/platform/LinkDockService.h
+  ${PROJECT_BINARY_DIR}/generated/platform/tracelog_export.h
+  ${PROJECT_BINARY_DIR}/generated/platform/linkdock_export.h
+  DESTINATION ${stand_in_include}/platform COMPONENT stand-ins ${by_name_only})
+
 if(TARGET tagport-lab)
   set_target_properties(tagport-lab PROPERTIES
     INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
-  install(TARGETS tagport-lab RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-endif()
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ ${PROJECT_BINARY_DIR}/generated/include/
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
-if(TAGPORT_RUNTIME_DLLS)
-  install(FILES ${TAGPORT_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(TARGETS tagport-lab
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT lab ${by_name_only})
 endif()
 
-install(EXPORT tagportTargets NAMESPACE tagport:: DESTINATION ${package_directory})
+install(EXPORT tagportTargets NAMESPACE tagport:: DESTINATION ${package_directory}
+  COMPONENT library)
+install(EXPORT tagportStandIns NAMESPACE tagport:: DESTINATION ${package_directory}
+  COMPONENT stand-ins ${by_name_only})
 configure_package_config_file(cmake/tagportConfig.cmake.in
   ${PROJECT_BINARY_DIR}/tagportConfig.cmake INSTALL_DESTINATION ${package_directory})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/tagportConfigVersion.cmake
   COMPATIBILITY SameMinorVersion)
 install(FILES
   ${PROJECT_BINARY_DIR}/tagportConfig.cmake ${PROJECT_BINARY_DIR}/tagportConfigVersion.cmake
-  DESTINATION ${package_directory})
+  DESTINATION ${package_directory} COMPONENT library)
