@@ -143,6 +143,27 @@ TEST(Requests, AreCancelledByCallByCloseAndByTheirThreadsEnd) {
     });
 }
 
+TEST(Requests, OfOneHandleAreAllCancelledByACallWithoutAnOverlapped) {
+    WithRig([](Rig& rig) {
+        EXPECT_EQ(ErrorOf(CancelIoEx(rig.device, nullptr)), ERROR_NOT_FOUND);
+        CloseHandle(rig.device);
+        rig.device = Open(kPath, kShareBoth);
+        const HANDLE other = Open(kPath, kShareBoth);
+        OVERLAPPED second{};
+        OVERLAPPED ofOther{};
+        rig.Read();
+        ReadFile(rig.device, rig.buffer, 1, nullptr, &second);
+        ReadFile(other, rig.buffer, 1, nullptr, &ofOther);
+        Join({Go([&] { EXPECT_TRUE(CancelIoEx(rig.device, nullptr)); })});  // not its own requests
+        EXPECT_EQ(rig.Outcome(), ERROR_OPERATION_ABORTED);
+        EXPECT_EQ(ErrorOf(GetOverlappedResult(rig.device, &second, &rig.moved, FALSE)),
+                  ERROR_OPERATION_ABORTED);
+        EXPECT_EQ(ofOther.Internal, STATUS_PENDING);
+        EXPECT_EQ(ErrorOf(CancelIoEx(rig.device, nullptr)), ERROR_NOT_FOUND);
+        CloseHandle(other);
+    });
+}
+
 TEST(Requests, WithoutAnEventSignalTheDevice) {
     WithRig([](Rig& rig) {
         CloseHandle(std::exchange(rig.overlapped.hEvent, nullptr));
