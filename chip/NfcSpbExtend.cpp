@@ -94,7 +94,7 @@ bool NfcSpbExtend::ReadReg(std::uint16_t reg, std::int32_t len, std::uint8_t* bu
         LogErrorFun("reg: %d, readLength: %d", reg, len);
         return false;
     }
-    return Ask(kReadRegister, reg, len, buffer, "address");
+    return Ask(kReadRegister, reg, len, buffer);
 }
 
 bool NfcSpbExtend::ReadState(std::uint16_t state, std::int32_t len, std::uint8_t* buffer) {
@@ -102,16 +102,20 @@ bool NfcSpbExtend::ReadState(std::uint16_t state, std::int32_t len, std::uint8_t
         LogErrorFun("state: %d, readLength: %d", state, len);
         return false;
     }
-    return Ask(kReadState, state, len, buffer, "state");
+    return Ask(kReadState, state, len, buffer);
 }
 
 // One question and its answer, as one transaction.
 bool NfcSpbExtend::Ask(std::uint8_t operation, std::uint16_t number, std::int32_t len,
-                       std::uint8_t* buffer, const char* subject) {
+                       std::uint8_t* buffer) {
     const Head head = MakeHead(number, operation, len);
     platform::Lock lock(m_mutex);
     if (!SendHead(head)) {
-        LogErrorFun("NfcExtend first write %s: %d failed", subject, number);
+        if (operation == kReadState) {
+            LogErrorFun("NfcExtend first write state: %d failed", number);
+        } else {
+            LogErrorFun("NfcExtend first write address: %d failed", number);
+        }
         return false;
     }
     Sleep(g_nfcOpDelayMs);

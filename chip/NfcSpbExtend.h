@@ -30,8 +30,7 @@ class NfcSpbExtend final : public NfcSpbCommon {
     bool CheckWriteTag(std::uint8_t* passed) override;
 
   private:
-    bool Ask(std::uint8_t operation, std::uint16_t number, std::int32_t len, std::uint8_t* buffer,
-             const char* subject);
+    bool Ask(std::uint8_t operation, std::uint16_t number, std::int32_t len, std::uint8_t* buffer);
     bool SetRadio(std::uint16_t state, bool on, const char* done);
 
     platform::Mutex m_mutex{kExtendLock};
