@@ -65,4 +65,29 @@ TEST(Hid, SendsNothingWhileTheKeyboardIsAway) {
     AnnounceStop(desk.log);
 }
 
+// The listener takes its time with a report, so no read is pending when the device start finds
+// another device.
+TEST(HidThread, NeverReadsFromTheChipThatTookThePlaceOfTheKeyboard) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kHid});
+    desk.Start();
+    AnnounceStop(desk.log);
+    desk.log.Announce("Nfc chip");
+    desk.log.Announce("Nfc spb2 format");
+    bool release = false;
+    ReactToEvents([&](const Heard&) {
+        hosted::WaitFor([&] { return release; }, hosted::kForever, "the host");
+    });
+    desk.pc.keyboard()->SendField(true);
+    ASSERT_TRUE(Desk::WaitForEvents(1, hosted::kSecond));
+    const hosted::ThreadId reader = HeardSoFar()[0].thread;
+    const simulator::SimulatedPc withChip({PcRoute::kI2c});
+    BusRecorder bus;
+    EXPECT_TRUE(desk.manager->DeviceInit());
+    release = true;
+    Desk::Pass(10 * hosted::kMillisecond);
+    EXPECT_EQ(bus.Take(reader).size(), 0U) << "requests of the keyboard read thread";
+    EXPECT_TRUE(desk.log.Has("NFC ReadKeyboardDataThread return"));
+}
+
 }  // namespace

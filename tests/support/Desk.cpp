@@ -23,6 +23,7 @@ namespace {
 // a last visit may come while the process ends.
 std::mutex g_heardMutex;
 platform::NeverDestroyed<std::vector<Heard>> g_heard;
+platform::NeverDestroyed<std::function<void(const Heard&)>> g_reaction;
 
 constexpr std::size_t kShortUri = 1;
 constexpr std::size_t kLongUri = 50;
@@ -73,6 +74,11 @@ void OnThread(std::function<void()> body) {
         return 0;
     };
     CloseHandle(CreateThread(nullptr, 0, run, new Body(std::move(body)), 0, nullptr));
+}
+
+void ReactToEvents(std::function<void(const Heard&)> reaction) {
+    const std::lock_guard<std::mutex> lock(g_heardMutex);
+    g_reaction.value = std::move(reaction);
 }
 
 std::vector<Heard> TakeHeard() {
@@ -134,13 +140,22 @@ Desk::~Desk() {
         const hosted::DeviceLock lock;
         EXPECT_EQ(pc.spb()->Violations(), 0U) << "one transfer at a time";
     }
+    ReactToEvents({});
 }
 
 void Desk::Listen(int event, const std::uint8_t (&number)[32], int route) {
     Number copy;
     std::copy(std::begin(number), std::end(number), copy.begin());
-    const std::lock_guard<std::mutex> lock(g_heardMutex);
-    g_heard.value.push_back({event, route, copy, hosted::Now(), hosted::CurrentThread()});
+    const Heard heard{event, route, copy, hosted::Now(), hosted::CurrentThread()};
+    std::function<void(const Heard&)> reaction;
+    {
+        const std::lock_guard<std::mutex> lock(g_heardMutex);
+        g_heard.value.push_back(heard);
+        reaction = g_reaction.value;
+    }
+    if (reaction) {
+        reaction(heard);
+    }
 }
 
 std::shared_ptr<NdefMessage> Desk::NewMessage(std::uint8_t number, std::uint8_t others) const {

@@ -42,6 +42,10 @@ std::vector<Heard> TakeHeard();
 /// Only the event numbers, of one route or (0) of all.
 std::vector<int> EventsHeard(int route = 0);
 
+/// Makes `Desk::Listen` call `reaction` with each event that it has recorded, on the event's own
+/// thread. An empty one ends that, as does the end of a Desk.
+void ReactToEvents(std::function<void(const Heard&)> reaction);
+
 /// Runs `body` on a thread of its own, which nobody joins: see Desk::WaitForThreads.
 void OnThread(std::function<void()> body);
 

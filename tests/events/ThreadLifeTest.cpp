@@ -1,0 +1,196 @@
+// Starts and stops of the event threads: what ends them, what starts them again, and that nothing
+// is left over.
+#include <gtest/gtest.h>
+
+#include "simulator/FanliChip.h"
+#include "tests/support/Desk.h"
+#include "tests/support/Seeds.h"
+
+using simulator::PcRoute;
+using namespace testing_support;
+
+namespace {
+
+using hosted::kMillisecond;
+using hosted::kSecond;
+
+constexpr char kReturned[] = "NFC WaitOnInterruptLoop return";
+constexpr char kWaits[] = "NFC Wait For Kernel Interrupt...";
+
+// A phone comes and goes on the route, and the host hears of it once each way.
+void ExpectVisit(Desk& desk) {
+    std::vector<int> expected = EventsHeard();
+    expected.insert(expected.end(), {3, 1});
+    desk.pc.TapPhone(0, kSecond);
+    EXPECT_TRUE(Desk::WaitForEvents(expected.size(), 20 * kSecond)) << hosted::DescribeThreads();
+    Desk::Pass(kSecond);
+    EXPECT_EQ(EventsHeard(), expected);
+}
+
+// A write that finds the threads waiting, and a log that begins after it.
+void WriteAgain(Desk& desk) {
+    AnnounceStop(desk.log);
+    Desk::Pass(kSecond);
+    EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x33)), 0);
+    Desk::Pass(kSecond);
+    desk.log.Clear();
+}
+
+// A stop lasts until a start: a creation is none, nor is a device start on a driver route.
+
+TEST(Stop, IsNotUndoneByACreationBeforeTheThreadHasSeenIt) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kI2c}, "fanli");
+    desk.Start();
+    AnnounceStop(desk.log);
+    desk.log.Announce("Nfc MCU start!");
+    bool release = false;
+    ReactToEvents([&](const Heard& heard) {
+        if (heard.event == 4) {
+            hosted::WaitFor([&] { return release; }, hosted::kForever, "the host");
+        }
+    });
+    const auto raise = [&](std::uint8_t status) {
+        const hosted::DeviceLock lock;
+        desk.pc.chip()->BackDoor().RaiseStatus(hosted::Now(), status, 0);
+    };
+    raise(simulator::kStatusEnterField);
+    ASSERT_TRUE(Desk::WaitForEvents(1, kSecond));
+    raise(simulator::kStatusMcuStart);
+    ASSERT_TRUE(Desk::WaitForEvents(2, kSecond));
+    desk.manager.reset();
+    ASSERT_TRUE(Desk::WaitForEvents(3, 10 * kSecond));  // the visit has been given up
+    ASSERT_TRUE(hosted::WaitFor([&] { return desk.log.Has("NFC_DeferCallThread return"); }, kSecond,
+                                "the deferred call thread's end"));
+    ASSERT_EQ(EventsHeard(), (std::vector<int>{3, 4, 1}));
+
+    ASSERT_TRUE(desk.Create());
+    ASSERT_TRUE(desk.StartDevices(*desk.manager));
+    release = true;
+    raise(simulator::kStatusEnterField);
+    Desk::Pass(20 * kSecond);
+    EXPECT_EQ(EventsHeard(), (std::vector<int>{3, 4, 1})) << "no start, no event";
+    EXPECT_EQ(desk.log.Count(kReturned), 1U);
+    ASSERT_EQ(desk.manager->WriteMessage(desk.NewMessage()), 0);
+    Desk::Pass(20 * kSecond);  // the chip has kept the status, and that visit is given up, too
+    EXPECT_EQ(EventsHeard(), (std::vector<int>{3, 4, 1, 3, 1}));
+    ExpectVisit(desk);
+    ExpectVisit(desk);
+}
+
+TEST(Stop, LastsThroughCreationAndDeviceStartUntilTheNextWrite) {
+    ForEachSeed(30, [] {
+        Desk desk({PcRoute::kI2c}, "fm11nt082c");
+        desk.Start();
+        WriteAgain(desk);
+        desk.manager.reset();
+        ASSERT_TRUE(desk.Create());
+        desk.pc.TapPhone(0, 2 * kSecond);
+        ASSERT_TRUE(desk.StartDevices(*desk.manager));
+        Desk::Pass(3 * kSecond);
+        EXPECT_EQ(EventsHeard(), std::vector<int>{});
+        EXPECT_EQ(desk.log.Count(kReturned), 1U);
+        EXPECT_EQ(desk.log.Count(kWaits), 0U) << "a new wait without a start";
+        EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage()), 0);
+        Desk::Pass(kSecond);  // the driver may have kept an interrupt for the next wait
+        ExpectVisit(desk);
+    });
+}
+
+TEST(FailedWait, EndsTheThreadOnce) {
+    ForEachSeed(5, [] {
+        Desk desk({PcRoute::kUsb});
+        desk.Start();
+        WriteAgain(desk);
+        desk.pc.Unplug();
+        Desk::Pass(kSecond);
+        EXPECT_EQ(desk.log.Texts(),
+                  (std::vector<std::string>{"NFC Interrupt get Overlapped result 1167", kReturned}))
+            << "no second request on a device that is gone";
+    });
+}
+
+// What a host does three times over leaves no more behind than it found, and a route that works.
+void ThreeTimes(PcRoute route, void (*act)(Desk&)) {
+    ForEachSeed(100, [route, act] {
+        Desk desk({route}, "fm11nt082c");
+        AnnounceStop(desk.log);
+        desk.log.Announce("NFC ReadKeyboardData ReadFile error 0x6");  // between close and open
+        desk.Start();
+        Desk::Pass(hosted::kSecond);
+        const hosted::LiveCounts before = hosted::Live();
+        for (int round = 0; round < 3; ++round) {
+            act(desk);
+        }
+        Desk::Pass(hosted::kSecond);
+        ExpectVisit(desk);
+        EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x51)), 0);
+        Desk::Pass(hosted::kSecond);
+        const hosted::LiveCounts after = hosted::Live();
+        EXPECT_LE(after.handles, before.handles);
+        EXPECT_LE(after.threads, before.threads);
+        EXPECT_LE(after.requests, before.requests);
+    });
+}
+
+TEST(Life, AWriteRightBehindAStop) {
+    for (const PcRoute route : {PcRoute::kI2c, PcRoute::kUsb, PcRoute::kHid}) {
+        ThreeTimes(route, [](Desk& desk) {
+            desk.manager.reset();
+            desk.Start();
+        });
+    }
+}
+
+TEST(Life, OpeningAKeyboardAgain) {
+    for (const PcRoute route : {PcRoute::kHid, PcRoute::kBle}) {
+        ThreeTimes(route, [](Desk& desk) { EXPECT_TRUE(desk.StartDevices(*desk.manager)); });
+    }
+}
+
+// The stop has only just been signalled when the threads are wanted again: a write that fails
+// before its first transfer starts them all the same.
+TEST(Life, ThreadsThatAreAboutToEndServeOn) {
+    ForEachSeed(100, [] {
+        Desk desk({PcRoute::kUsb}, "fm11nt082c");
+        desk.log.Announce("");
+        desk.Start();
+        Desk::Pass(hosted::kSecond);
+        NfcManager::Create(desk.NewMessage(), &Desk::Listen);  // and lets go of it
+        for (auto steps = hosted::Random() % 6; steps > 0; --steps) {
+            hosted::Yield();
+        }
+        const auto message = desk.NewMessage();
+        message->SetUrl(std::string(253, 'u'));
+        EXPECT_EQ(desk.manager->WriteMessage(message), -1);
+        Desk::Pass(hosted::kSecond);
+        EXPECT_EQ(hosted::Live().threads, 2U);
+        ExpectVisit(desk);
+    });
+}
+
+// A copy works on the same tag and memory, and event threads end with the last of them.
+TEST(Life, CopiesShareEverythingUntilTheLastOneGoes) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kUsb});
+    desk.Start();
+    NfcManager copy(*desk.manager);
+    NfcManager assigned(nullptr);
+    assigned = copy;
+    desk.manager.reset();
+    EXPECT_EQ(Renew(assigned, NumberOf(0x77)), 0);
+    Desk::Pass(5 * hosted::kSecond);
+    EXPECT_EQ(desk.NumberOnChip(), NumberOf(0x77));
+    EXPECT_EQ(Renew(copy, NumberOf(0x77)), 0);
+    EXPECT_TRUE(desk.log.Has("WriteRandNum no need to update"));
+
+    AnnounceStop(desk.log);
+    copy = NfcManager(nullptr);
+    Desk::Pass(hosted::kSecond);
+    EXPECT_FALSE(desk.log.Has("NFC WaitOnInterruptLoop return"));
+    assigned = copy;
+    Desk::Pass(hosted::kSecond);
+    EXPECT_TRUE(desk.log.Has("NFC WaitOnInterruptLoop return"));
+}
+
+}  // namespace
