@@ -48,21 +48,21 @@ class Traced : public LinkDockService::BlePeer {
         : m_peer(std::move(peer)), m_recorder(recorder) {}
 
     int Connect(std::uint64_t address) override {
-        return Told("open", "connect the keyboard", {}, m_peer->Connect(address));
+        return Record("open", "connect the keyboard", {}, m_peer->Connect(address));
     }
     int Disconnect(std::uint64_t address) override {
-        return Told("cancel", "disconnect the keyboard", {}, m_peer->Disconnect(address));
+        return Record("cancel", "disconnect the keyboard", {}, m_peer->Disconnect(address));
     }
     int Subscribe(std::uint64_t address, const std::string& service,
                   const std::string& characteristic, bool on) override {
-        return Told(on ? "open" : "cancel", on ? "subscribe" : "unsubscribe", {},
-                    m_peer->Subscribe(address, service, characteristic, on));
+        return Record(on ? "open" : "cancel", on ? "subscribe" : "unsubscribe", {},
+                      m_peer->Subscribe(address, service, characteristic, on));
     }
     int Write(std::uint64_t address, const std::string& service, const std::string& characteristic,
               const std::vector<std::uint8_t>& value) override {
         BusMeaning meaning(BusFormat::kFrames, false);
-        return Told("write", meaning.OfWrite(AsText(value)), value,
-                    m_peer->Write(address, service, characteristic, value));
+        return Record("write", meaning.OfWrite(AsText(value)), value,
+                      m_peer->Write(address, service, characteristic, value));
     }
     bool WaitNotification(const LinkDockService::StopToken& stop,
                           std::vector<std::uint8_t>& value) override {
@@ -71,13 +71,13 @@ class Traced : public LinkDockService::BlePeer {
             return false;
         }
         const BusMeaning meaning(BusFormat::kFrames, false);
-        Told("read", meaning.OfRead(AsText(value)), value, 0);
+        Record("read", meaning.OfRead(AsText(value)), value, 0);
         return true;
     }
     void Wake() override { m_peer->Wake(); }
 
   private:
-    int Told(const char* op, const std::string& meaning, const Bytes& bytes, int result) {
+    int Record(const char* op, const std::string& meaning, const Bytes& bytes, int result) {
         Json object = BusObject(op);
         object["bytes"] = ToHex(bytes);
         if (result < 0) {

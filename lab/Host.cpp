@@ -1,3 +1,4 @@
+// The host application of a run: calls the library and records what it returns and reports.
 #include "lab/Host.h"
 
 #include <atomic>
@@ -12,11 +13,11 @@ namespace lab {
 
 namespace {
 
-// The host that the listener tells. Written once, before the first manager is made; read by the
-// library's threads.
+// The host whose listener is registered. Written once, before the first manager is created; read by
+// the library's threads.
 std::atomic<Host*> g_host{nullptr};
 
-constexpr std::uint8_t kInventedMac[6] = {0x02, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E};
+constexpr std::uint8_t kMacAddress[6] = {0x02, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E};
 
 using Number = std::uint8_t[32];
 
@@ -34,8 +35,8 @@ void SetField(NdefMessage& message, int (NdefMessage::*setter)(const std::uint8_
 
 }  // namespace
 
-Host::Host(Stage& stage, Recorder& recorder, Outcomes& outcomes, std::uint64_t seed)
-    : m_stage(stage), m_recorder(recorder), m_outcomes(outcomes), m_random(seed) {
+Host::Host(Stage& stage, Recorder& recorder, RunResults& results, std::uint64_t seed)
+    : m_stage(stage), m_recorder(recorder), m_results(results), m_random(seed) {
     g_host = this;
 }
 
@@ -48,7 +49,7 @@ void Host::OnEvent(int event, const std::uint8_t (&number)[32], int route) {
     object["number"] = ToHex(View(number, sizeof(number)));
     self.m_recorder.Add(self.m_stage.Thread(), self.m_stage.Now(), std::move(object));
     self.m_events.Add(event);
-    self.m_stage.Happened();
+    self.m_stage.RecheckWaits();
 }
 
 std::shared_ptr<NdefMessage> Host::Message() const {
@@ -62,7 +63,7 @@ NfcManager& Host::Manager() {
     return *m_manager;
 }
 
-void Host::Invent(std::uint8_t (&number)[32]) {
+void Host::FillRandom(std::uint8_t (&number)[32]) {
     for (std::uint8_t& byte : number) {
         byte = static_cast<std::uint8_t>(m_random());
     }
@@ -72,27 +73,27 @@ void Host::Start(int pcType) {
     m_message.Init(static_cast<char>('0' + pcType));
     std::uint8_t type = 0;
     m_message.GetPcType(type);
-    m_outcomes.Told("Init", type == pcType);
+    m_results.Record("Init", type == pcType);
     if (type != pcType) {
         return;
     }
-    m_message.SetMac(kInventedMac);
+    m_message.SetMac(kMacAddress);
     Number number;
-    Invent(number);
+    FillRandom(number);
     m_message.SetRandomNumber(number);
     CreateManager();
 }
 
 void Host::CreateManager() {
     m_manager = NfcManager::Create(Message(), m_listening ? &Host::OnEvent : nullptr);
-    m_outcomes.Told("Create", m_manager != nullptr);
+    m_results.Record("Create", m_manager != nullptr);
     if (m_manager == nullptr) {
         return;
     }
-    // A PC with nothing but a Bluetooth keyboard has no tag that DeviceInit could find.
+    // A PC that has only a Bluetooth keyboard has no tag of its own for DeviceInit to find.
     if (m_stage.Route() != "ble") {
         DeviceInit();
-        if (!m_outcomes.LastDone()) {
+        if (!m_results.LastSucceeded()) {
             return;
         }
     }
@@ -103,17 +104,17 @@ void Host::CreateManager() {
 }
 
 void Host::DeviceInit() {
-    m_outcomes.Told("DeviceInit", Manager().DeviceInit());
+    m_results.Record("DeviceInit", Manager().DeviceInit());
 }
 
 void Host::Connect(bool on) {
     if (m_stage.Route() == "ble") {
         const std::uint64_t address = m_stage.KeyboardAddress();
         m_connected = on;
-        m_outcomes.Told(on ? "BtConnect" : "BtDisconnect",
-                        on ? Manager().BtConnect(address) : Manager().BtDisconnect(address));
+        m_results.Record(on ? "BtConnect" : "BtDisconnect",
+                         on ? Manager().BtConnect(address) : Manager().BtDisconnect(address));
     } else if (m_stage.HasKeyboardController()) {
-        m_outcomes.Told("SetMcuKbConnectStatus", Manager().SetMcuKbConnectStatus(on));
+        m_results.Record("SetMcuKbConnectStatus", Manager().SetMcuKbConnectStatus(on));
     } else {
         throw WrongCall("nothing can be connected on the " + m_stage.Route() +
                         " route: \"on hid,ble\" in front would be right");
@@ -123,7 +124,7 @@ void Host::Connect(bool on) {
 void Host::Renew(const std::string& bytes) {
     Number number;
     if (bytes.empty()) {
-        Invent(number);
+        FillRandom(number);
     } else {
         std::memcpy(number, bytes.data(), sizeof(number));
     }
@@ -131,7 +132,7 @@ void Host::Renew(const std::string& bytes) {
     if (result == 0) {
         m_message.SetRandomNumber(number);
     }
-    m_outcomes.Told("WriteRandNum", result, {{"number", ToHex(View(number, sizeof(number)))}});
+    m_results.Record("WriteRandNum", result, {{"number", ToHex(View(number, sizeof(number)))}});
 }
 
 void Host::Write(const std::map<std::string, std::string>& fields) {
@@ -146,13 +147,13 @@ void Host::Write(const std::map<std::string, std::string>& fields) {
             SetField(m_message, &NdefMessage::SetModel, value);
         }
     }
-    m_outcomes.Told("WriteMessage", Manager().WriteMessage(Message()));
+    m_results.Record("WriteMessage", Manager().WriteMessage(Message()));
 }
 
 void Host::ReadNumber() {
     Number number = {};
     const int result = Manager().ReadRandNum(number);
-    m_outcomes.Told(
+    m_results.Record(
         "ReadRandNum", result,
         result == 0 ? Json{{"number", ToHex(View(number, sizeof(number)))}} : Json::object());
 }
@@ -175,11 +176,11 @@ void Host::ReadMessage() {
         more["number"] = ToHex(View(number, sizeof(number)));
         more["model"] = ToHex(View(model, sizeof(model)));
     }
-    m_outcomes.Told("ReadMessage", result, more);
+    m_results.Record("ReadMessage", result, more);
 }
 
 void Host::Update() {
-    m_outcomes.Told("UpdateNfcData", Manager().UpdateNfcData());
+    m_results.Record("UpdateNfcData", Manager().UpdateNfcData());
 }
 
 void Host::Listen(bool on) {

@@ -1,5 +1,5 @@
-// The host of a run: makes a manager as any host does, keeps the message that it wants on the tag,
-// and asks for one operation at a time.
+// The host application of a run: creates a manager, keeps the message that it wants on the tag, and
+// calls one operation of the library at a time.
 #pragma once
 
 #include <tagport/NfcManager.h>
@@ -10,56 +10,56 @@
 #include <random>
 #include <string>
 
-#include "lab/EventBook.h"
-#include "lab/Outcomes.h"
+#include "lab/ReceivedEvents.h"
+#include "lab/RunResults.h"
 #include "lab/Stage.h"
 
 namespace lab {
 
-/// One to a process, since the listener is a plain function. Never destroyed, like the stage. Every
-/// operation tells its result to the outcomes; those that need a manager throw WrongCall where
+/// One per process, because the listener is a plain function. Never destroyed, like the stage.
+/// Every operation records its result; an operation that needs a manager throws WrongCall when
 /// there is none.
 class Host {
   public:
-    Host(Stage& stage, Recorder& recorder, Outcomes& outcomes, std::uint64_t seed);
+    Host(Stage& stage, Recorder& recorder, RunResults& results, std::uint64_t seed);
 
     /// Fills the message from the configuration, then CreateManager.
     void Start(int pcType);
-    /// Makes the manager, opens the tag and writes to it; ends at the first that fails.
+    /// Creates the manager, opens the tag and writes to it; stops at the first step that fails.
     void CreateManager();
-    /// The keyboard, where the route has one.
+    /// Connects or disconnects the keyboard. WrongCall on a route without one.
     void Connect(bool on);
-    /// With these 32 bytes, or a number of its own for an empty string.
+    /// Writes a random number to the tag: these 32 bytes, or a new one for an empty string.
     void Renew(const std::string& bytes);
-    /// Sets fields of the message, by the script's names, and writes it.
+    /// Sets fields of the message, named as in the script, and writes the message.
     void Write(const std::map<std::string, std::string>& fields);
     void ReadNumber();
     void ReadMessage();
     void Update();
     void DeviceInit();
     void Listen(bool on);
-    /// Lets the manager go.
+    /// Releases the manager.
     void Stop();
-    /// The same at the end of a run, where there may be none, its Bluetooth connection included.
+    /// Closes the Bluetooth connection and releases the manager, if there is one.
     void End();
 
     bool Listening() const { return m_listening; }
-    EventBook& Events() { return m_events; }
-    const EventBook& Events() const { return m_events; }
+    ReceivedEvents& Events() { return m_events; }
+    const ReceivedEvents& Events() const { return m_events; }
 
   private:
     static void OnEvent(int event, const std::uint8_t (&number)[32], int route);
 
     NfcManager& Manager();
     std::shared_ptr<NdefMessage> Message() const;
-    void Invent(std::uint8_t (&number)[32]);
+    void FillRandom(std::uint8_t (&number)[32]);
 
     Stage& m_stage;
     Recorder& m_recorder;
-    Outcomes& m_outcomes;
+    RunResults& m_results;
     std::mt19937_64 m_random;
-    EventBook m_events;
-    NdefMessage m_message;  // what the host wants on the tag; the manager gets copies
+    ReceivedEvents m_events;
+    NdefMessage m_message;  // the wanted content of the tag; the manager gets copies
     std::shared_ptr<NfcManager> m_manager;
     bool m_listening = true;
     bool m_connected = false;  // the Bluetooth keyboard

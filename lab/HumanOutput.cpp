@@ -63,7 +63,7 @@ std::string HumanOutput::Head(const Json& object, const std::string& kind) const
     return m_style.Dim(text.data());
 }
 
-std::string HumanOutput::Remark(const std::string& text) const {
+std::string HumanOutput::CommandLine(const std::string& text) const {
     return m_style.Bold("> " + text) + "\n";
 }
 

@@ -16,7 +16,7 @@ class HumanOutput {
     std::string Lines(const Json& object) const;
 
     /// A line of the script, or another word of the lab's own.
-    std::string Remark(const std::string& text) const;
+    std::string CommandLine(const std::string& text) const;
 
   private:
     std::string Head(const Json& object, const std::string& kind) const;

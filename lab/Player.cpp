@@ -1,3 +1,4 @@
+// Plays a script, command by command.
 #include "lab/Player.h"
 
 #include <algorithm>
@@ -9,19 +10,19 @@ namespace lab {
 
 namespace {
 
-constexpr int kLeft = 1;
-constexpr int kEntered = 3;
+constexpr int kPhoneLeft = 1;
+constexpr int kPhoneEntered = 3;
 constexpr std::int64_t kDefaultStay = 800;
-constexpr std::int64_t kEnterBound = 1'000;  ///< for the event of a phone that has come
+constexpr std::int64_t kEnterBound = 1'000;  ///< for the event of a phone that entered
 constexpr std::int64_t kLeaveBound = 8'500;  ///< above the longest watch of the library
 
 }  // namespace
 
-Player::Player(Stage& stage, Recorder& recorder, std::uint64_t seed, Remark remark)
+Player::Player(Stage& stage, Recorder& recorder, std::uint64_t seed, ShowCommand showCommand)
     : m_stage(stage),
-      m_outcomes(stage, recorder),
-      m_host(stage, recorder, m_outcomes, seed),
-      m_remark(std::move(remark)) {}
+      m_results(stage, recorder),
+      m_host(stage, recorder, m_results, seed),
+      m_showCommand(std::move(showCommand)) {}
 
 void Player::Start(int pcType) {
     m_host.Start(pcType);
@@ -29,19 +30,19 @@ void Player::Start(int pcType) {
 
 void Player::ExpectEvent(const Command& command) {
     const int event = static_cast<int>(*command.number);
-    EventBook& events = m_host.Events();
-    m_stage.WaitFor([&] { return events.Has(event); }, command.within, "an expected event");
-    const bool came = events.Take(event);
-    m_outcomes.ToldEvent(event, came);
+    ReceivedEvents& events = m_host.Events();
+    m_stage.WaitFor([&] { return events.IsPending(event); }, command.within, "an expected event");
+    const bool came = events.TakeOldest(event);
+    m_results.RecordExpectedEvent(event, came);
     if (!came) {
-        m_outcomes.Missed(m_file, command.line, command.text, "none came");
+        m_results.RecordFailedExpectation(m_file, command.line, command.text, "none came");
     }
 }
 
 void Player::ExpectResult(const Command& command) {
-    const std::string problem = m_outcomes.Expect(command.on);
+    const std::string problem = m_results.CheckLast(command.on);
     if (!problem.empty()) {
-        m_outcomes.Missed(m_file, command.line, command.text, problem);
+        m_results.RecordFailedExpectation(m_file, command.line, command.text, problem);
     }
 }
 
@@ -54,23 +55,23 @@ void Player::Pause(std::int64_t milliseconds) {
 void Player::Tap(const Command& command) {
     const std::int64_t stay = command.number.value_or(kDefaultStay);
     const std::int64_t in = command.in.value_or(0);
-    m_host.Events().Mark();
+    m_host.Events().BeginVisit();
     m_lastPhoneEnd = std::max(m_lastPhoneEnd,
                               m_stage.Now() + static_cast<double>(in) + static_cast<double>(stay));
     m_stage.Tap(in, stay);
     if (!command.in) {
         Pause(stay);
-        AwaitLeave();
+        WaitForLeave();
     }
 }
 
-void Player::AwaitLeave() {
+void Player::WaitForLeave() {
     if (!m_host.Listening()) {
         return;
     }
-    if (m_stage.WaitFor([this] { return m_host.Events().Has(kEntered); }, kEnterBound,
+    if (m_stage.WaitFor([this] { return m_host.Events().IsPending(kPhoneEntered); }, kEnterBound,
                         "the event of a phone")) {
-        m_stage.WaitFor([this] { return m_host.Events().Has(kLeft); }, kLeaveBound,
+        m_stage.WaitFor([this] { return m_host.Events().IsPending(kPhoneLeft); }, kLeaveBound,
                         "the event of a leave");
     }
 }
@@ -82,12 +83,12 @@ bool Player::Applies(const Command& command) const {
     return command.only.empty() || named(m_stage.Route()) || named(m_stage.Chip());
 }
 
-void Player::Do(const Command& command) {
+void Player::Execute(const Command& command) {
     if (command.at) {
         const double due = m_begin + static_cast<double>(*command.at);
         Pause(static_cast<std::int64_t>(due - m_stage.Now()));
     }
-    m_remark(command.text);
+    m_showCommand(command.text);
     const std::int64_t in = command.in.value_or(0);
     switch (command.verb) {
         case Verb::kWait:
@@ -97,7 +98,7 @@ void Player::Do(const Command& command) {
             Tap(command);
             break;
         case Verb::kEnter:
-            m_host.Events().Mark();
+            m_host.Events().BeginVisit();
             m_stage.Enter(in);
             break;
         case Verb::kLeave:
@@ -127,12 +128,12 @@ void Player::Do(const Command& command) {
             ExpectResult(command);
             break;
         default:
-            Operate(command);
+            ExecuteOperation(command);
             break;
     }
 }
 
-void Player::Operate(const Command& command) {
+void Player::ExecuteOperation(const Command& command) {
     switch (command.verb) {
         case Verb::kRenew:
             m_host.Renew(command.argument);
@@ -176,11 +177,11 @@ void Player::PlayAll(const std::vector<Command>& commands) {
             continue;
         }
         try {
-            Do(command);
+            Execute(command);
         } catch (const WrongCall& problem) {
             const std::string text = problem.what();
             if (text.rfind(m_file + ":", 0) == 0) {
-                throw;  // an inner list has named its line
+                throw;  // a command inside a "repeat" has named its own line
             }
             throw WrongCall(m_file + ":" + std::to_string(command.line) + ": " + command.text +
                             ": " + text);
@@ -215,14 +216,17 @@ void Player::Play(const Script& script) {
 
 void Player::End() {
     Pause(static_cast<std::int64_t>(m_lastPhoneEnd - m_stage.Now()));
-    if (m_host.Listening() && m_host.Events().Count(kEntered) > m_host.Events().Count(kLeft)) {
+    if (m_host.Listening() &&
+        m_host.Events().Count(kPhoneEntered) > m_host.Events().Count(kPhoneLeft)) {
         m_stage.Leave(0);
         m_stage.WaitFor(
-            [this] { return m_host.Events().Count(kLeft) >= m_host.Events().Count(kEntered); },
+            [this] {
+                return m_host.Events().Count(kPhoneLeft) >= m_host.Events().Count(kPhoneEntered);
+            },
             kLeaveBound, "the event of the last leave");
     }
     m_host.End();
-    m_stage.AwaitThreads();
+    m_stage.WaitForThreads();
 }
 
 }  // namespace lab

@@ -1,5 +1,5 @@
-// Plays a script: has the stage do what happens to the PC and the host what is asked of the
-// library, and looks whether what is expected came.
+// Plays a script: the stage carries out what happens to the PC, the host calls the library, and the
+// player checks the expected events and results.
 #pragma once
 
 #include <cstdint>
@@ -8,50 +8,52 @@
 #include <vector>
 
 #include "lab/Host.h"
-#include "lab/Outcomes.h"
+#include "lab/RunResults.h"
 #include "lab/Script.h"
 #include "lab/Stage.h"
 
 namespace lab {
 
-/// One to a process, like its host. Never destroyed.
+/// One per process, like its host. Never destroyed.
 class Player {
   public:
-    using Remark = std::function<void(const std::string& text)>;
+    /// Called with each line of the script before it is carried out.
+    using ShowCommand = std::function<void(const std::string& text)>;
 
-    Player(Stage& stage, Recorder& recorder, std::uint64_t seed, Remark remark);
+    Player(Stage& stage, Recorder& recorder, std::uint64_t seed, ShowCommand showCommand);
 
-    /// Everything that can be said about the script before it is played.
+    /// Checks what can be checked before the script is played; throws WrongCall.
     void Check(const Script& script);
 
-    /// Fills the message from the configuration, makes the manager, opens the tag and writes to it.
+    /// Fills the message from the configuration, creates the manager, opens the tag and writes to
+    /// it.
     void Start(int pcType);
     void Play(const Script& script);
-    /// Waits for phones that are still there, then lets the manager go.
+    /// Waits for phones that are still at the tag, then releases the manager.
     void End();
 
-    /// Results and expectations that failed and were not expected to.
-    unsigned Failures() const { return m_outcomes.Failures(); }
-    const EventBook& Events() const { return m_host.Events(); }
+    /// The number of operations and expectations that failed unexpectedly.
+    unsigned Failures() const { return m_results.Failures(); }
+    const ReceivedEvents& Events() const { return m_host.Events(); }
 
   private:
     void PlayAll(const std::vector<Command>& commands);
-    void Do(const Command& command);
-    void Operate(const Command& command);
+    void Execute(const Command& command);
+    void ExecuteOperation(const Command& command);
     bool Applies(const Command& command) const;
     void Tap(const Command& command);
-    void AwaitLeave();
+    void WaitForLeave();
     void ExpectEvent(const Command& command);
     void ExpectResult(const Command& command);
     void Pause(std::int64_t milliseconds);
 
     Stage& m_stage;
-    Outcomes m_outcomes;
+    RunResults m_results;
     Host m_host;
-    Remark m_remark;
+    ShowCommand m_showCommand;
     std::string m_file;
-    double m_begin = 0;         // of the script
-    double m_lastPhoneEnd = 0;  // when the last phone that was sent will have gone
+    double m_begin = 0;         // when the script began
+    double m_lastPhoneEnd = 0;  // when the last phone of a "tap" leaves the tag
 };
 
 }  // namespace lab

@@ -89,7 +89,7 @@ void Recorder::ThreadStarted(ThreadKey key, const void* routine) {
     }
 }
 
-void Recorder::NameByLog(ThreadKey key, const std::string& line) {
+void Recorder::NameThreadByLogLine(ThreadKey key, const std::string& line) {
     for (const Clue& clue : kClues) {
         if (line.rfind(clue.text, 0) == 0) {
             NameThread(key, clue.thread);

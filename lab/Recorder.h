@@ -44,7 +44,7 @@ class Recorder {
     void ThreadStarted(ThreadKey thread, const void* routine);
 
     /// A line of the log tells the thread too, where it had no other deed.
-    void NameByLog(ThreadKey thread, const std::string& line);
+    void NameThreadByLogLine(ThreadKey thread, const std::string& line);
 
     /// Gives out what still waits; a thread that never told is called "thread N". What comes later
     /// is dropped.

@@ -84,7 +84,7 @@ int Run(const RunOptions& options) {
         *new Player(stage, recorder, options.stage.seed.value_or(std::random_device{}()),
                     [](const std::string& text) {
                         if (!json) {
-                            Print(human.Remark(text));
+                            Print(human.CommandLine(text));
                         }
                     });
     const Script script =
@@ -93,11 +93,11 @@ int Run(const RunOptions& options) {
                        : ParseScript(kVisitName, stage.DefaultScript());
     player.Check(script);
 
-    stage.SetClock();
+    stage.ChooseClock();
     if (!ConfigServes(options)) {
         return kExitFailed;
     }
-    stage.SetScene();
+    stage.CreateDevices();
     player.Start(options.pcType);
     if (player.Failures() == 0 || options.script) {
         player.Play(script);

@@ -1,3 +1,4 @@
+// Parses a script. Reads nothing but the text that it is given.
 #include "lab/Script.h"
 
 #include <algorithm>
@@ -18,7 +19,8 @@ constexpr std::size_t kMaxUrl = 255;
 constexpr std::int64_t kMaxMilliseconds = 1'000'000'000;
 constexpr std::int64_t kMaxRepeats = 1'000'000;
 constexpr std::int64_t kMaxByte = 255;
-constexpr std::size_t kMaxNested = 16;  // "repeat"s inside one another; each is a call deep
+constexpr std::size_t kMaxNested =
+    16;  // nested "repeat"s; each one uses the parser's and the player's stack
 
 enum class Takes {
     kNothing,
@@ -37,7 +39,7 @@ struct Word {
     const char* name;
     Verb verb;
     Takes takes;
-    bool later;         ///< may stand behind "in MS"
+    bool later;         ///< may follow "in MS"
     const char* usage;  ///< what would be right
 };
 
@@ -109,7 +111,7 @@ class Line {
         }
         return m_words[m_next++];
     }
-    /// What stands behind the words taken so far, as written.
+    /// The text after the words taken so far, as written.
     std::string Rest() {
         std::size_t at = 0;
         for (std::size_t word = 0; word < m_next; ++word) {
@@ -299,8 +301,8 @@ void ParseCommand(Line& line, Command& command) {
 
 Script ParseScript(const std::string& file, std::string_view text) {
     Script script{file, {}};
-    // The lists that the coming line may belong to; the innermost last. Each list lives in the last
-    // command of the one before it, which doesn't grow while an inner one is open.
+    // The command lists of the open "repeat"s, the innermost last. Each list belongs to the last
+    // command of the list before it, which does not grow while the inner one is open.
     std::vector<std::vector<Command>*> open{&script.commands};
     std::size_t number = 0;
     std::size_t at = 0;
@@ -309,7 +311,7 @@ Script ParseScript(const std::string& file, std::string_view text) {
         std::string_view content = text.substr(at, end - at);
         at = end + 1;
         ++number;
-        // A '#' begins a comment where a word could begin, so that "write#3=never" stays whole.
+        // A '#' begins a comment only at the beginning of a word: "write#3=never" is one word.
         for (std::size_t sign = content.find('#'); sign != std::string_view::npos;
              sign = content.find('#', sign + 1)) {
             if (sign == 0 || content[sign - 1] == ' ' || content[sign - 1] == '\t') {

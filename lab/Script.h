@@ -1,5 +1,4 @@
-// The text that says what happens to a simulated PC: one command a line. Parsing only; Player
-// plays.
+// Parses a script: a text with one command a line for a simulated PC and its host. Player plays it.
 #pragma once
 
 #include <cstdint>
@@ -38,11 +37,11 @@ enum class Verb {
 
 struct Command {
     std::size_t line = 0;
-    std::string text;  ///< the line as written, blanks around it and the comment taken off
+    std::string text;  ///< the line as written, without its comment and the blanks around it
     Verb verb = Verb::kWait;
     std::optional<std::int64_t> at;      ///< "at MS": not before this time of the script
-    std::optional<std::int64_t> in;      ///< "in MS": the device does it that much later
-    std::vector<std::string> only;       ///< "on NAMES": these routes and chips alone
+    std::optional<std::int64_t> in;      ///< "in MS": it happens at the device that much later
+    std::vector<std::string> only;       ///< "on NAMES": only on these routes and chips
     std::optional<std::int64_t> number;  ///< MS, N, or the event's number
     std::int64_t within = 0;             ///< kExpectEvent: milliseconds
     bool on = true;                      ///< kListener: on; kExpectResult: OK
@@ -56,7 +55,7 @@ struct Script {
     std::vector<Command> commands;
 };
 
-/// Throws WrongCall as "FILE:LINE: ..." with the word at fault and what would be right.
+/// Throws WrongCall as "FILE:LINE: ..." with the wrong word and what would be right.
 Script ParseScript(const std::string& file, std::string_view text);
 
 }  // namespace lab

@@ -1,5 +1,5 @@
-// Where a run plays: a simulated PC behind the hosted layer (StageHosted.cpp), or the real drivers
-// of a Windows PC (StageWindows.cpp). The one that is built in is chosen by CMake.
+// The PC that a run uses: a simulated one on the hosted layer (StageHosted.cpp), or the real
+// drivers of a Windows PC (StageWindows.cpp). CMake chooses which one is built.
 #pragma once
 
 #include <cstdint>
@@ -13,28 +13,28 @@
 namespace lab {
 
 struct StageOptions {
-    std::optional<std::string> route;  ///< i2c where none is given
-    std::optional<std::string> chip;   ///< fm11nt081 where none is given
+    std::optional<std::string> route;  ///< none: i2c
+    std::optional<std::string> chip;   ///< none: fm11nt081
     std::optional<std::string> fault;
     std::optional<std::uint64_t> seed;  ///< scheduled clock; none: real time
     bool bus = false;
 };
 
-/// Times in milliseconds. What a stage cannot do it refuses with WrongCall.
+/// All times are milliseconds. A stage throws WrongCall for what it cannot do.
 class Stage {
   public:
     virtual ~Stage() = default;
 
-    /// Chooses the clock. To be called before anything else, the configuration's check included.
-    virtual void SetClock() = 0;
-    /// Puts the devices in place.
-    virtual void SetScene() = 0;
+    /// Chooses the clock. Call it before every function below and before the configuration's check.
+    virtual void ChooseClock() = 0;
+    /// Creates the devices and connects log and bus to the recorder.
+    virtual void CreateDevices() = 0;
 
     /// "i2c", "usb", "hid" or "ble".
     virtual std::string Route() const = 0;
-    /// The simulated chip's name; empty where there is none.
+    /// The simulated chip's name; empty when there is none.
     virtual std::string Chip() const = 0;
-    /// True where a keyboard's microcontroller may stand behind HID.
+    /// True when the PC may have a keyboard with a microcontroller on HID.
     virtual bool HasKeyboardController() const = 0;
     virtual std::uint64_t KeyboardAddress() const = 0;
     /// Played when no script is given.
@@ -42,11 +42,11 @@ class Stage {
 
     virtual double Now() const = 0;
     virtual ThreadKey Thread() const = 0;
-    /// True when the predicate held before the time was over. It runs on any thread.
+    /// True when the predicate became true within the time. It may run on any thread.
     virtual bool WaitFor(const std::function<bool()>& predicate, std::int64_t milliseconds,
                          const char* what) = 0;
-    /// Has waiting predicates looked at again. Any thread.
-    virtual void Happened() = 0;
+    /// Makes WaitFor evaluate its predicate again. Any thread.
+    virtual void RecheckWaits() = 0;
 
     // Each happens `in` milliseconds later, and the call returns at once.
     virtual void Tap(std::int64_t in, std::int64_t stay) = 0;
@@ -56,17 +56,17 @@ class Stage {
 
     virtual void Unplug() = 0;
     virtual void Plug() = 0;
-    /// "none" takes back every fault. WrongCall for a plan that cannot be read; `apply` false only
-    /// looks.
+    /// "none" removes every fault. WrongCall for a plan that cannot be parsed; `apply` false only
+    /// parses it.
     virtual void Fault(const std::string& plan, bool apply) = 0;
 
-    /// The tag's memory from the image's first byte on; empty where it cannot be looked at.
+    /// The tag's memory from the image's first byte on; empty when it cannot be read.
     virtual std::string TagMemory() const = 0;
-    /// Waits, within a bound, for the threads that end when the last manager has gone.
-    virtual void AwaitThreads() = 0;
+    /// Waits, within a bound, for the threads that end after the last manager is released.
+    virtual void WaitForThreads() = 0;
 };
 
-/// Never destroyed: threads of the library may call into it until the process ends.
+/// Never destroyed: the library's threads may call it until the process ends.
 Stage& MakeStage(const StageOptions& options, Recorder& recorder);
 
 }  // namespace lab

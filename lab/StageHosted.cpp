@@ -48,7 +48,7 @@ void SinkLog(int level, const std::wstring& line, void* context) {
     auto& recorder = *static_cast<Recorder*>(context);
     const ThreadKey thread = hosted::CurrentThread();
     const std::string text = Narrow(line);
-    recorder.NameByLog(thread, text);
+    recorder.NameThreadByLogLine(thread, text);
     Json object;
     object["kind"] = "log";
     object["level"] = level;
@@ -149,7 +149,7 @@ class HostedStage : public Stage {
         }
     }
 
-    void SetClock() override {
+    void ChooseClock() override {
         if (m_options.seed) {
             hosted::ScheduledOptions options;
             options.seed = *m_options.seed;
@@ -164,7 +164,7 @@ class HostedStage : public Stage {
         });
     }
 
-    void SetScene() override {
+    void CreateDevices() override {
         m_recorder.NameThread(hosted::CurrentThread(), kHostThread);
         TraceLogger::SetSink(SinkLog, &m_recorder);
         hosted::SetTracer([this](const hosted::TraceEvent& event) { m_bus.Take(event); });
@@ -193,7 +193,7 @@ class HostedStage : public Stage {
                  const char* what) override {
         return hosted::WaitFor(predicate, FromMilliseconds(milliseconds), what);
     }
-    void Happened() override {
+    void RecheckWaits() override {
         hosted::After(0, [] {});
     }
 
@@ -268,7 +268,7 @@ class HostedStage : public Stage {
         return std::string(AsText(bytes));
     }
 
-    void AwaitThreads() override {
+    void WaitForThreads() override {
         // The deferred call thread stays blocked after a stop.
         hosted::WaitFor([this] { return m_bus.Threads() <= 1; }, kThreadEndBound,
                         "the threads that end with the last manager");

@@ -34,8 +34,8 @@ class WindowsStage : public Stage {
         refuse(options.bus, "--bus");
     }
 
-    void SetClock() override {}
-    void SetScene() override {
+    void ChooseClock() override {}
+    void CreateDevices() override {
         m_recorder.NameThread(Thread(), kHostThread);
         TraceLogger::SetSink(&WindowsStage::SinkLog, this);
     }
@@ -64,7 +64,7 @@ class WindowsStage : public Stage {
         }
         return true;
     }
-    void Happened() override {}
+    void RecheckWaits() override {}
 
     void Tap(std::int64_t /*in*/, std::int64_t /*stay*/) override { Refuse("it"); }
     void Enter(std::int64_t /*in*/) override { Refuse("it"); }
@@ -74,14 +74,14 @@ class WindowsStage : public Stage {
     void Plug() override { Refuse("it"); }
     void Fault(const std::string& /*plan*/, bool /*apply*/) override { Refuse("it"); }
     std::string TagMemory() const override { return {}; }
-    void AwaitThreads() override {}
+    void WaitForThreads() override {}
 
   private:
     static void SinkLog(int level, const std::wstring& line, void* context) {
         auto& self = *static_cast<WindowsStage*>(context);
         const ThreadKey thread = self.Thread();
         const std::string text = Narrow(line);
-        self.m_recorder.NameByLog(thread, text);
+        self.m_recorder.NameThreadByLogLine(thread, text);
         Json object;
         object["kind"] = "log";
         object["level"] = level;
