@@ -82,7 +82,7 @@ void ServeOneVisit(const ThreadLife::Run& run) {
     DeliverLeave();
     Visit::Get().Close();
     LogLeaveDelivered(g_tagRandNumber.value.Get());
-    life.Release();
+    life.LetEnd();
 }
 
 }  // namespace
@@ -98,7 +98,7 @@ DWORD WINAPI DeferCallThread(LPVOID /*argument*/) {
     ThreadLife& life = DeferCallLife();
     ThreadLife::Run run = life.Enter();
     for (;;) {
-        while (life.Serves(run) || life.IsHeld(run)) {
+        while (life.Serves(run) || life.MustGoOn(run)) {
             life.BeginPass(run);
             ServeOneVisit(run);
         }

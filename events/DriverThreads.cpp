@@ -28,7 +28,7 @@ void AllowDriverThreads() {
 bool StartDriverThreads() {
     // First: the interrupt thread may open a visit at once, which the stop must not forbid any
     // more.
-    DeferCallLife().Want();
+    DeferCallLife().AnnounceStart();
     const auto interrupt = InterruptLife().EnsureStarted(InterruptThread);
     if (interrupt == ThreadLife::Start::kAlreadyExists) {
         LogWarnFun("NFC_ m_staticNotificationThread already exist");

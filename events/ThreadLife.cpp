@@ -4,10 +4,10 @@ void ThreadLife::Allow() {
     m_published.running = true;
 }
 
-void ThreadLife::Want() {
+void ThreadLife::AnnounceStart() {
     const platform::Lock lock(m_mutex);
     m_published.running = true;
-    m_wanted = true;
+    m_startFollows = true;
     m_stopped = false;
 }
 
@@ -15,7 +15,7 @@ ThreadLife::Start ThreadLife::EnsureStarted(LPTHREAD_START_ROUTINE procedure) {
     platform::KeepLoaded();
     const platform::Lock lock(m_mutex);
     m_published.running = true;
-    m_wanted = true;
+    m_startFollows = true;
     m_stopped = false;
     if (m_broken) {
         CloseThreadHandle();
@@ -58,18 +58,18 @@ void ThreadLife::Abandon() {
     WakeLoop();
 }
 
-bool ThreadLife::Hold() {
+bool ThreadLife::KeepRunning() {
     const platform::Lock lock(m_mutex);
     if (m_stopped && m_published.handle == nullptr) {
         return false;
     }
-    ++m_holds;
+    ++m_keepers;
     return true;
 }
 
-void ThreadLife::Release() {
+void ThreadLife::LetEnd() {
     const platform::Lock lock(m_mutex);
-    --m_holds;
+    --m_keepers;
 }
 
 ThreadLife::Run ThreadLife::Enter() {
@@ -112,9 +112,9 @@ bool ThreadLife::Serves(const Run& run) {
     return MayServe(run);
 }
 
-bool ThreadLife::IsHeld(const Run& run) {
+bool ThreadLife::MustGoOn(const Run& run) {
     const platform::Lock lock(m_mutex);
-    return m_holds > 0 && Current(run);
+    return m_keepers > 0 && Current(run);
 }
 
 void ThreadLife::Fails(const Run& run) {
@@ -127,7 +127,7 @@ void ThreadLife::Fails(const Run& run) {
 bool ThreadLife::TryEnd(Run& run) {
     const platform::Lock lock(m_mutex);
     const bool current = Current(run);
-    if (current && ((MayServe(run) && m_wanted) || m_holds > 0)) {
+    if (current && ((MayServe(run) && m_startFollows) || m_keepers > 0)) {
         return false;
     }
     if (current) {
@@ -145,7 +145,7 @@ bool ThreadLife::TryEnd(Run& run) {
 
 void ThreadLife::AddReason() {
     ++m_reasons;
-    m_wanted = false;
+    m_startFollows = false;
 }
 
 void ThreadLife::CloseThreadHandle() {

@@ -38,7 +38,7 @@ inline constexpr DWORD kThreadFailed = 0xFFFFFFFF;
 ///   (2) Called by the thread itself.
 ///   (3) A start after the earlier reason stays valid: the thread goes on.
 ///
-/// While somebody holds the life (Hold), TryEnd lets the thread go on in every state.
+/// While somebody holds the life (KeepRunning), TryEnd lets the thread go on in every state.
 ///
 /// Locks: the functions take the life's own short lock. It is never held over a transfer, a wait
 /// that takes time, a line of the log or a listener call.
@@ -72,10 +72,10 @@ class ThreadLife {
     void Allow();
 
     /// A start is about to come: undoes every earlier reason to end.
-    void Want();
+    void AnnounceStart();
 
-    /// Want, and starts a thread unless one is there. Default stack size, no argument. kFailed with
-    /// GetLastError.
+    /// AnnounceStart, and starts a thread unless one is there. Default stack size, no argument.
+    /// kFailed with GetLastError.
     Start EnsureStarted(LPTHREAD_START_ROUTINE procedure);
 
     /// Clears the run flag and, with kYes, wakes the loop. Waits for nobody.
@@ -88,10 +88,10 @@ class ThreadLife {
     /// Lets go of a thread that must not serve any longer: closes the handle and wakes the loop.
     void Abandon();
 
-    /// Asks the thread not to end before a matching Release. False when a stop has ended it: what
+    /// Asks the thread not to end before a matching LetEnd. False when a stop has ended it: what
     /// was to be held for it must then not begin.
-    bool Hold();
-    void Release();
+    bool KeepRunning();
+    void LetEnd();
 
     // Thread side.
 
@@ -111,15 +111,15 @@ class ThreadLife {
     bool Serves(const Run& run);
 
     /// Whether the current run is to go on in spite of a stop.
-    bool IsHeld(const Run& run);
+    bool MustGoOn(const Run& run);
 
     /// The request of this pass failed by itself. A reason to end, unless one has come since the
     /// pass began.
     void Fails(const Run& run);
 
     /// The loop has been left. True: handle and event are closed, and the thread must return.
-    /// False: a start came after the last reason to end, or the life is held, and the thread goes
-    /// on with the same event.
+    /// False: a start came after the last reason to end, or somebody holds the life, and the thread
+    /// goes on with the same event.
     bool TryEnd(Run& run);
 
   private:
@@ -135,8 +135,8 @@ class ThreadLife {
     std::uint64_t m_entered TAGPORT_GUARDED_BY(m_mutex) = 0;  // threads that have entered
     std::uint64_t m_current TAGPORT_GUARDED_BY(m_mutex) = 0;  // number of the current run, 0: none
     std::uint64_t m_reasons TAGPORT_GUARDED_BY(m_mutex) = 0;  // reasons to end so far
-    bool m_wanted TAGPORT_GUARDED_BY(m_mutex) = false;        // a start came after the last reason
+    bool m_startFollows TAGPORT_GUARDED_BY(m_mutex) = false;  // a start came after the last reason
     bool m_stopped TAGPORT_GUARDED_BY(m_mutex) = false;       // a stop came, and no start after it
     bool m_broken TAGPORT_GUARDED_BY(m_mutex) = false;
-    unsigned m_holds TAGPORT_GUARDED_BY(m_mutex) = 0;  // Hold less Release
+    unsigned m_keepers TAGPORT_GUARDED_BY(m_mutex) = 0;  // KeepRunning less LetEnd
 };

@@ -66,7 +66,7 @@ bool Visit::Leave() {
 void Visit::Open() {
     // The thread that reports the leave must not end before it has done so. Where a stop has ended
     // it already, nobody could report the leave, and the visit must not be opened.
-    if (!DeferCallLife().Hold()) {
+    if (!DeferCallLife().KeepRunning()) {
         return;
     }
     {
@@ -79,7 +79,7 @@ void Visit::Open() {
             const platform::Lock lock(m_mutex);
             --m_open;
         }
-        DeferCallLife().Release();
+        DeferCallLife().LetEnd();
         return;
     }
     {
