@@ -2,6 +2,9 @@
 // is left over.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
+
 #include "simulator/FanliChip.h"
 #include "tests/support/Desk.h"
 #include "tests/support/Seeds.h"
@@ -148,14 +151,98 @@ TEST(Life, OpeningAKeyboardAgain) {
     }
 }
 
-// The stop has only just been signalled when the threads are wanted again: a write that fails
-// before its first transfer starts them all the same.
-TEST(Life, ThreadsThatAreAboutToEndServeOn) {
+// Another manager ends, which stops the threads. The thread whose last line is `lastLine` is held
+// up there, on its way out, until `start` has started the threads again: it has to serve on.
+void StartWhileTheThreadEnds(Desk& desk, const char* lastLine, const std::function<void()>& start) {
+    AnnounceStop(desk.log);
+    Desk::Pass(kSecond);
+    bool ending = false;
+    bool started = false;
+    desk.log.OnLine([&](const std::string& text) {
+        if (text == lastLine) {
+            ending = true;
+            hosted::WaitFor([&] { return started; }, 60 * kSecond, "the start");
+        }
+    });
+    NfcManager::Create(desk.NewMessage(), &Desk::Listen);  // and lets go of it
+    EXPECT_TRUE(hosted::WaitFor([&] { return ending; }, kSecond, "the end of the loop"));
+    start();
+    started = true;
+    Desk::Pass(kSecond);
+    desk.log.OnLine({});
+}
+
+TEST(RestartedThread, KeepsItsEvent) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kUsb});
+    desk.Start();
+    StartWhileTheThreadEnds(desk, kReturned, [&desk] {
+        EXPECT_TRUE(desk.manager->DeviceInit());
+        hosted::SetCallHook([](hosted::Call call, hosted::ThreadId) -> DWORD {
+            return call == hosted::Call::kCreateEvent ? ERROR_NOT_ENOUGH_MEMORY : 0;
+        });
+        EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage()), 0);
+    });
+    EXPECT_EQ(hosted::Live().threads, 2U) << "the write has succeeded, so the threads must live";
+    ExpectVisit(desk);
+}
+
+// Passes everything on, but what a request waits for comes while it is being cancelled.
+class CompletesWhenCancelled : public hosted::Driver {
+  public:
+    CompletesWhenCancelled(hosted::Driver& inner, simulator::Bytes bytes)
+        : m_inner(inner), m_bytes(std::move(bytes)) {}
+    DWORD Open() override { return m_inner.Open(); }
+    void Close() override { m_inner.Close(); }
+    DWORD Start(const hosted::RequestPtr& request) override { return m_inner.Start(request); }
+    void Cancel(const hosted::RequestPtr& request) override {
+        m_inner.Cancel(request);
+        request->Complete(m_bytes.data(), m_bytes.size());
+    }
+
+  private:
+    hosted::Driver& m_inner;
+    simulator::Bytes m_bytes;
+};
+
+TEST(RestartedThread, HandlesAnInterruptThatCameBeforeTheCancellation) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kUsb});
+    hosted::AddDevice(simulator::kUsbDriverPath,
+                      std::make_shared<CompletesWhenCancelled>(*desk.pc.spb(), simulator::Bytes()));
+    desk.Start();
+    StartWhileTheThreadEnds(desk, kReturned, [&desk] {
+        EXPECT_TRUE(desk.manager->DeviceInit());
+        EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage()), 0);
+    });
+    EXPECT_EQ(EventsHeard(), (std::vector<int>{3, 1}));
+}
+
+TEST(RestartedThread, HandlesAReportThatCameBeforeTheCancellation) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kHid});
+    simulator::Bytes report{0, 0, 0, 0, 0, simulator::kTypeField};
+    report.insert(report.end(), std::begin(simulator::kFieldEnter),
+                  std::end(simulator::kFieldEnter));
+    hosted::AddHidInterface(simulator::KeyboardInterface(),
+                            std::make_shared<CompletesWhenCancelled>(*desk.pc.hid(), report));
+    desk.Start();
+    StartWhileTheThreadEnds(desk, "NFC ReadKeyboardDataThread return",
+                            [&desk] { EXPECT_TRUE(desk.manager->DeviceInit()); });
+    EXPECT_EQ(EventsHeard(), std::vector<int>{3});
+}
+
+// The stop has only just been signalled when a write that fails before its first transfer starts
+// the threads again, whatever they have reached by then.
+TEST(RestartedThread, ServesOnWhereverTheStopFoundIt) {
     ForEachSeed(100, [] {
-        Desk desk({PcRoute::kUsb}, "fm11nt082c");
-        desk.log.Announce("");
+        Desk desk({PcRoute::kUsb});
         desk.Start();
-        Desk::Pass(hosted::kSecond);
+        AnnounceStop(desk.log);
+        for (const char* text : {"m_nfcData SetUrl", "SetContent fail", "UpdateNfcData failed"}) {
+            desk.log.Announce(text);
+        }
+        Desk::Pass(kSecond);
         NfcManager::Create(desk.NewMessage(), &Desk::Listen);  // and lets go of it
         for (auto steps = hosted::Random() % 6; steps > 0; --steps) {
             hosted::Yield();
@@ -163,10 +250,50 @@ TEST(Life, ThreadsThatAreAboutToEndServeOn) {
         const auto message = desk.NewMessage();
         message->SetUrl(std::string(253, 'u'));
         EXPECT_EQ(desk.manager->WriteMessage(message), -1);
-        Desk::Pass(hosted::kSecond);
+        Desk::Pass(kSecond);
         EXPECT_EQ(hosted::Live().threads, 2U);
         ExpectVisit(desk);
     });
+}
+
+// A device that is closed while an event thread waits on it: by the start that opens the keyboard
+// anew, and by a start that fails.
+TEST(ClosedDevice, HasItsRequestsCancelledBeforeAndNeverAfterwards) {
+    for (const PcRoute route : {PcRoute::kHid, PcRoute::kUsb}) {
+        ForEachSeed(50, [route] {
+            std::vector<std::string> seen;
+            unsigned lateCancels = 0;
+            Desk desk({route});
+            desk.Start();
+            AnnounceStop(desk.log);
+            Desk::Pass(kSecond);
+            hosted::SetTracer([&](const hosted::TraceEvent& event) {
+                if (event.kind == hosted::TraceEvent::Kind::kCancel) {
+                    seen.emplace_back("cancelled");
+                } else if (event.kind == hosted::TraceEvent::Kind::kClose) {
+                    seen.emplace_back("closed");
+                }
+            });
+            const hosted::ThreadId host = hosted::CurrentThread();
+            hosted::SetCallHook([&, host](hosted::Call call, hosted::ThreadId thread) -> DWORD {
+                const bool late = call == hosted::Call::kCancelIoEx && thread != host &&
+                                  std::count(seen.begin(), seen.end(), "closed") > 0;
+                lateCancels += late ? 1 : 0;
+                return 0;
+            });
+            if (route == PcRoute::kUsb) {
+                desk.SetFaults("write#1+=fail:31");
+            }
+            EXPECT_EQ(desk.manager->DeviceInit(), route == PcRoute::kHid);
+            Desk::Pass(kSecond);
+            desk.log.TakeUnannounced();  // of the failed start
+            hosted::SetTracer({});
+            hosted::SetCallHook({});
+            seen.resize(2);  // a failed start tries again
+            EXPECT_EQ(seen, (std::vector<std::string>{"cancelled", "closed"}));
+            EXPECT_EQ(lateCancels, 0U) << "CancelIoEx with the number of a closed handle";
+        });
+    }
 }
 
 // A copy works on the same tag and memory, and event threads end with the last of them.

@@ -33,6 +33,11 @@ void LogRecorder::Announce(const std::string& text) {
     m_announced.push_back(text);
 }
 
+void LogRecorder::OnLine(std::function<void(const std::string& text)> action) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_onLine = std::move(action);
+}
+
 std::vector<LogRecorder::Line> LogRecorder::Lines() const {
     const std::lock_guard<std::mutex> guard(m_mutex);
     return m_lines;
@@ -74,14 +79,21 @@ void LogRecorder::Take(int level, const std::wstring& line, void* context) {
     std::transform(line.begin(), line.end(), raw.begin(),
                    [](wchar_t c) { return static_cast<char>(c); });
     const std::string text = WithoutOrigin(raw);
-    const std::lock_guard<std::mutex> guard(self.m_mutex);
-    self.m_lines.push_back({level, text, raw});
-    const bool expected =
-        level != LOG_MESSAGE_LEVEL_ERROR ||
-        std::any_of(self.m_announced.begin(), self.m_announced.end(),
-                    [&](const std::string& prefix) { return text.rfind(prefix, 0) == 0; });
-    if (!expected) {
-        self.m_unannounced.push_back(text);
+    std::function<void(const std::string& text)> onLine;
+    {
+        const std::lock_guard<std::mutex> guard(self.m_mutex);
+        self.m_lines.push_back({level, text, raw});
+        const bool expected =
+            level != LOG_MESSAGE_LEVEL_ERROR ||
+            std::any_of(self.m_announced.begin(), self.m_announced.end(),
+                        [&](const std::string& prefix) { return text.rfind(prefix, 0) == 0; });
+        if (!expected) {
+            self.m_unannounced.push_back(text);
+        }
+        onLine = self.m_onLine;
+    }
+    if (onLine) {
+        onLine(text);
     }
 }
 

@@ -1,6 +1,7 @@
 // Keeps what the library logs while a test runs, and notices error lines nobody expected.
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -25,6 +26,10 @@ class LogRecorder {
     /// Error lines that begin with `text` are expected from here on, as many as come.
     void Announce(const std::string& text);
 
+    /// `action` is called with the text of each further line, on the line's own thread, which it
+    /// may hold up. An empty one ends that.
+    void OnLine(std::function<void(const std::string& text)> action);
+
     std::vector<Line> Lines() const;
     std::vector<std::string> Texts() const;
     std::size_t Count(const std::string& text) const;  ///< lines with exactly this text
@@ -38,10 +43,11 @@ class LogRecorder {
     static void Take(int level, const std::wstring& line, void* context);
     void Check();
 
-    mutable std::mutex m_mutex;  // over both; nothing is called with it held
+    mutable std::mutex m_mutex;  // over all; nothing is called with it held
     std::vector<Line> m_lines;
     std::vector<std::string> m_announced;
     std::vector<std::string> m_unannounced;
+    std::function<void(const std::string& text)> m_onLine;
 };
 
 }  // namespace testing_support
