@@ -1,7 +1,8 @@
 // The Bluetooth keyboard: its link in every state, its notifications, its failures.
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
+#include <functional>
 #include <optional>
 
 #include "platform/LinkDockBackDoor.h"
@@ -14,10 +15,25 @@
 #include "tests/support/Seeds.h"
 
 using LinkDockService::BleCall;
+using LinkDockService::DeliveryHabits;
 using simulator::PcRoute;
 using namespace testing_support;
 
 namespace {
+
+constexpr std::uint64_t kKeyboard = simulator::kDefaultBleAddress;
+constexpr std::uint64_t kNobody = kKeyboard + 1;
+
+enum class Link { kDown, kLeftToTheClient, kWithoutSink, kUp, kOther };
+
+Link LinkOf(Desk& desk) {
+    const bool client = desk.pc.bluetooth()->Connected();
+    const bool subscribed = desk.pc.bluetooth()->Subscribed();
+    if (!g_isBtConnected) {
+        return subscribed ? Link::kOther : client ? Link::kLeftToTheClient : Link::kDown;
+    }
+    return !client ? Link::kOther : subscribed ? Link::kUp : Link::kWithoutSink;
+}
 
 TEST(Ble, LinkStates) {
     hosted::UseScheduledClock({Seed()});
@@ -30,60 +46,179 @@ TEST(Ble, LinkStates) {
     const std::string connected = linked + "[NFC] BleClientSubscribeNotify succ.";
     const std::string left = "[NFC] BtDisconnect enter.";
     const std::string stuck = left + ", [NFC] BleClientDisConnect failed.";
+    constexpr auto connect = &NfcManager::BtConnect;
+    constexpr auto disconnect = &NfcManager::BtDisconnect;
     const struct {
-        const char* operation;  // "+" connects, "-" disconnects, the keyboard or another device
+        bool (NfcManager::*operation)(std::uint64_t address);
+        std::uint64_t address;
         std::optional<BleCall> fails;
         bool result;
-        std::string state;  // afterwards: "L"ibrary and "C"lient connected, "S"ubscribed
+        Link link;  // afterwards
         std::string lines;
     } steps[] = {
-        {"+", BleCall::kConnect, false, "", refused},
-        {"-", {}, false, "", left + ", [NFC] BT is not connect!"},
-        {"+", BleCall::kSubscribe, false, "LC", linked + "[NFC] BleClientSubscribeNotify failed."},
-        {"-", {}, true, "", left},
-        {"+", {}, true, "LCS", connected},
-        {"- another", {}, false, "LCS", left + ", [NFC] btmac error!"},
-        {"+", {}, true, "LCS", connected},
-        {"+", BleCall::kConnect, false, "LCS", refused},
-        {"+ another", {}, false, "LCS", refused},
-        {"- another", {}, true, "C", stuck},
-        {"+", {}, true, "LCS", connected},
-        {"-", BleCall::kUnsubscribe, true, "", left},
-        {"+", {}, true, "LCS", connected},
-        {"-", BleCall::kDisconnect, true, "C", stuck},
+        {connect, kKeyboard, BleCall::kConnect, false, Link::kDown, refused},
+        {disconnect, kKeyboard, {}, false, Link::kDown, left + ", [NFC] BT is not connect!"},
+        {connect, kKeyboard, BleCall::kSubscribe, false, Link::kWithoutSink,
+         linked + "[NFC] BleClientSubscribeNotify failed."},
+        {disconnect, kKeyboard, {}, true, Link::kDown, left},
+        {connect, kKeyboard, {}, true, Link::kUp, connected},
+        {disconnect, kNobody, {}, false, Link::kUp, left + ", [NFC] btmac error!"},
+        {connect, kKeyboard, {}, true, Link::kUp, connected},
+        {connect, kKeyboard, BleCall::kConnect, false, Link::kUp, refused},
+        {connect, kNobody, {}, false, Link::kUp, refused},
+        {disconnect, kNobody, {}, true, Link::kLeftToTheClient, stuck},
+        {connect, kKeyboard, {}, true, Link::kUp, connected},
+        {disconnect, kKeyboard, BleCall::kUnsubscribe, true, Link::kDown, left},
+        {connect, kKeyboard, {}, true, Link::kUp, connected},
+        {disconnect, kKeyboard, BleCall::kDisconnect, true, Link::kLeftToTheClient, stuck},
     };
     std::size_t heard = 0;
-    for (const auto& [operation, fails, result, state, lines] : steps) {
-        SCOPED_TRACE(operation + lines);
+    for (const auto& [operation, address, fails, result, link, lines] : steps) {
+        SCOPED_TRACE(lines);
         desk.log.Clear();
         if (fails) {
             LinkDockService::FailCall(*fails, 1);
         }
-        const std::uint64_t address = simulator::kDefaultBleAddress + std::strlen(operation) - 1;
-        EXPECT_EQ(operation[0] == '+' ? desk.manager->BtConnect(address)
-                                      : desk.manager->BtDisconnect(address),
-                  result);
-        EXPECT_EQ(std::string(g_isBtConnected ? "L" : "") +
-                      (desk.pc.bluetooth()->Connected() ? "C" : "") +
-                      (desk.pc.bluetooth()->Subscribed() ? "S" : ""),
-                  state);
+        EXPECT_EQ(((*desk.manager).*operation)(address), result);
+        EXPECT_EQ(LinkOf(desk), link);
         EXPECT_EQ(Joined(desk.log.Texts()), lines);
         desk.pc.bluetooth()->SendField(true);
         Desk::Pass(hosted::kMillisecond);
-        heard += state == "LCS" ? 1 : 0;
+        heard += link == Link::kUp ? 1 : 0;
         EXPECT_EQ(HeardSoFar().size(), heard) << "once, through the one sink there is";
     }
     // Another keyboard takes the place of the one that is connected.
-    EXPECT_TRUE(desk.manager->BtConnect(simulator::kDefaultBleAddress));
+    constexpr std::uint64_t another = 11;
+    EXPECT_TRUE(desk.manager->BtConnect(kKeyboard));
     LinkDockService::SetPeer(
-        simulator::BlePeerAdapter::Make(std::make_shared<simulator::BluetoothKeyboard>(11)));
-    EXPECT_TRUE(desk.manager->BtConnect(11));
+        simulator::BlePeerAdapter::Make(std::make_shared<simulator::BluetoothKeyboard>(another)));
+    EXPECT_TRUE(desk.manager->BtConnect(another));
     EXPECT_FALSE(desk.pc.bluetooth()->Subscribed()) << "the sink there was is gone";
-    EXPECT_TRUE(desk.manager->BtDisconnect(11));
+    EXPECT_TRUE(desk.manager->BtDisconnect(another));
     EXPECT_EQ(hosted::Live().handles, 0U);
     LinkDockService::SetNoInstance(true);
-    EXPECT_FALSE(desk.manager->BtConnect(11));
+    EXPECT_FALSE(desk.manager->BtConnect(another));
     EXPECT_EQ(g_bleClient, nullptr);
+}
+
+// What comes between the keyboard and the host, by its own thread.
+void SendFieldNow(Desk& desk, bool enter) {
+    desk.pc.bluetooth()->SendField(enter);
+    Desk::Pass(hosted::kMillisecond);
+}
+
+TEST(Ble, DisconnectsInOrder) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kBle});
+    ASSERT_TRUE(desk.Create());
+    ASSERT_TRUE(desk.manager->BtConnect(kKeyboard));
+    bool connectedAtLastClose = true;
+    const hosted::ThreadId host = hosted::CurrentThread();
+    hosted::SetCallHook([&, host](hosted::Call call, hosted::ThreadId thread) -> DWORD {
+        if (call == hosted::Call::kCloseHandle && thread == host) {
+            connectedAtLastClose = desk.pc.bluetooth()->Connected();
+        }
+        return 0;
+    });
+    EXPECT_TRUE(desk.manager->BtDisconnect(kKeyboard));
+    hosted::SetCallHook({});
+    EXPECT_EQ(Joined(desk.pc.bluetooth()->Refusals()), "") << "unsubscribed while connected";
+    EXPECT_FALSE(connectedAtLastClose) << "the event is closed after the disconnection";
+}
+
+TEST(Ble, ASinkThatTheClientDoesNotLetGoOfFallsSilent) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kBle});
+    ASSERT_TRUE(desk.Create());
+    DeliveryHabits habits;
+    habits.afterRefusedUnsubscribe = true;
+    LinkDockService::SetDeliveryHabits(habits);
+    ASSERT_TRUE(desk.manager->BtConnect(kKeyboard));
+    LinkDockService::FailCall(BleCall::kUnsubscribe, 1);
+    LinkDockService::FailCall(BleCall::kDisconnect, 1);
+    EXPECT_TRUE(desk.manager->BtDisconnect(kKeyboard));
+    SendFieldNow(desk, true);
+    EXPECT_EQ(EventsHeard(), std::vector<int>{}) << "after BtDisconnect has returned";
+    EXPECT_TRUE(desk.manager->BtConnect(kKeyboard));
+    SendFieldNow(desk, false);
+    EXPECT_EQ(EventsHeard(), std::vector<int>{1}) << "once";
+}
+
+// The client may deliver inside the calls that the library makes. The listener calls the manager
+// back whenever a phone has come.
+TEST(Ble, AListenerMayCallTheManagerWhereverTheClientDelivers) {
+    ForEachSeed(10, [] {
+        Desk desk({PcRoute::kBle});
+        ASSERT_TRUE(desk.Create());
+        ASSERT_TRUE(desk.manager->BtConnect(kKeyboard));
+        ASSERT_EQ(desk.manager->WriteMessage(desk.NewMessage()), 0);
+        AnnounceStop(desk.log);
+        for (const char* text : {"spbDriverOps == nullptr", "NFC Interrupt "}) {
+            desk.log.Announce(text);  // no driver is there
+        }
+        int failures = 0;
+        std::uint8_t fill = 0x20;
+        ReactToEvents([&](const Heard& heard) {
+            std::uint8_t number[32] = {};
+            if (heard.event == 3) {
+                failures += desk.manager->ReadRandNum(number) != 0 ? 1 : 0;
+                failures += desk.manager->WriteMessage(desk.NewMessage(++fill)) != 0 ? 1 : 0;
+                failures += Renew(*desk.manager, NumberOf(++fill)) != 0 ? 1 : 0;
+            }
+        });
+        DeliveryHabits habits;
+        habits.insideSubscribeMs = habits.insideWriteMs = 20;
+        LinkDockService::SetDeliveryHabits(habits);
+        const auto visitDuring = [&](const std::function<bool()>& operation) {
+            const std::size_t before = EventsHeard().size();
+            desk.pc.bluetooth()->SendField(true, 5 * hosted::kMillisecond);
+            desk.pc.bluetooth()->SendField(false, 6 * hosted::kMillisecond);
+            EXPECT_TRUE(operation());
+            Desk::Pass(20 * hosted::kSecond);
+            std::vector<int> events = EventsHeard();
+            events.erase(events.begin(), events.begin() + static_cast<std::ptrdiff_t>(before));
+            EXPECT_EQ(events, (std::vector<int>{3, 1}));
+        };
+        std::uint8_t number[32] = {};
+        visitDuring([&] { return desk.manager->BtConnect(kKeyboard); });
+        visitDuring([&] { return desk.manager->ReadRandNum(number) == 0; });
+        visitDuring([&] { return desk.manager->WriteMessage(desk.NewMessage(0x31)) == 0; });
+        visitDuring([&] { return Renew(*desk.manager, NumberOf(0x32)) == 0; });
+        EXPECT_EQ(failures, 0) << "calls of the listener";
+    });
+}
+
+// Looks at the number twice. A listener is a plain function, so what it finds is the process's.
+unsigned g_tornNumbers = 0;
+unsigned g_numbersSeen = 0;
+void LookTwice(int /*event*/, const std::uint8_t (&number)[32], int /*route*/) {
+    Number first;
+    std::copy(std::begin(number), std::end(number), first.begin());
+    Sleep(5);
+    const bool same = std::equal(first.begin(), first.end(), std::begin(number));
+    g_tornNumbers += same && first == NumberOf(first[0]) ? 0 : 1;
+    ++g_numbersSeen;
+}
+
+TEST(Ble, TwoDeliveriesAtOnceShowEachListenerCallItsOwnNumber) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kBle});
+    ASSERT_TRUE(desk.Create());
+    desk.manager->RegisterListener(&LookTwice);
+    DeliveryHabits habits;
+    habits.threads = 2;
+    LinkDockService::SetDeliveryHabits(habits);
+    ASSERT_TRUE(desk.manager->BtConnect(kKeyboard));
+    constexpr unsigned visits = 20;
+    for (unsigned i = 0; i < visits; ++i) {
+        const hosted::Micros at = i * 3 * hosted::kMillisecond;
+        desk.pc.bluetooth()->SendNumber(simulator::Bytes(32, static_cast<std::uint8_t>(0x10 + i)),
+                                        at);
+        desk.pc.bluetooth()->SendField(i % 2 == 0, at + hosted::kMillisecond);
+    }
+    Desk::Pass(hosted::kSecond);
+    EXPECT_EQ(g_numbersSeen, visits);
+    EXPECT_EQ(g_tornNumbers, 0U);
 }
 
 TEST(Ble, JudgesEveryNotification) {
