@@ -12,7 +12,7 @@ namespace fuzz {
 bool StartClock() {
     GTEST_FLAG_SET(break_on_failure, true);
     hosted::ScheduledOptions options;
-    options.maxSteps = std::numeric_limits<std::uint64_t>::max();
+    options.maxStepsPerInstant = std::numeric_limits<std::uint64_t>::max();
     hosted::UseScheduledClock(options);
     // By itself the layer would end the process in a way that keeps no input.
     hosted::SetStallHandler([](const std::string& report) { Check(false, report.c_str()); });

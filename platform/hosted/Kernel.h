@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -24,7 +25,13 @@ constexpr Micros kForever = -1;
 
 struct ScheduledOptions {
     std::uint64_t seed = 1;
-    std::uint64_t maxSteps = 20'000'000;  ///< a run that takes more steps has stalled
+
+    /// The most steps (calls into the layer) while the clock stands still. A run that takes more
+    /// spins without progress and is ended.
+    std::uint64_t maxStepsPerInstant = 100'000;
+
+    /// The most steps of the whole run, for runs that must come to an end. The default is no bound.
+    std::uint64_t maxSteps = std::numeric_limits<std::uint64_t>::max();
 
     /// How late a thread may be let run although it could: now and then the clock goes on to the
     /// next deadline, when that is no further away than this, while others could still run.
@@ -173,8 +180,8 @@ LiveCounts Live();
 std::string DescribeThreads();
 
 /// Called, on some thread, when the scheduled run can make no progress: all threads wait and no
-/// deadline or timer is left, or maxSteps is passed. Without a handler, or when it returns, the
-/// report goes to standard error and the process ends at once with kStallExit.
+/// deadline or timer is left, or a bound on steps is passed. Without a handler, or when it returns,
+/// the report goes to standard error and the process ends at once with kStallExit.
 constexpr int kStallExit = 86;
 void SetStallHandler(std::function<void(const std::string& report)> handler);
 

@@ -153,7 +153,10 @@ class Scheduled final : public Scheduler {
     void CountStep(Thread& self) {
         ++m_steps;
         if (m_steps > m_options.maxSteps) {
-            Stall("more steps taken than the run was given");
+            Stall("the run has taken all the steps that it may take");
+        }
+        if (m_steps - m_stepsAtInstant > m_options.maxStepsPerInstant) {
+            Stall("the clock has stood still for more steps than it may");
         }
         while (!m_changePoints.empty() && m_changePoints.back() <= m_steps) {
             m_changePoints.pop_back();
@@ -245,6 +248,9 @@ class Scheduled final : public Scheduler {
         if (nearest == kNever || nearest > limit) {
             return false;
         }
+        if (m_now != nearest) {
+            m_stepsAtInstant = m_steps;
+        }
         m_now = nearest;
         m_changed = true;
         return true;
@@ -292,8 +298,9 @@ class Scheduled final : public Scheduler {
     Thread m_device{};                          // who runs timers and predicates; in no table
     Micros m_now = 0;
     std::uint64_t m_steps = 0;
-    unsigned m_depth = 0;    // of the running thread
-    bool m_changed = false;  // since the predicates were looked at
+    std::uint64_t m_stepsAtInstant = 0;  // m_steps when the clock last moved
+    unsigned m_depth = 0;                // of the running thread
+    bool m_changed = false;              // since the predicates were looked at
 };
 
 }  // namespace

@@ -88,14 +88,20 @@ TEST(ScheduledClock, EndsAStalledRunWithWhoWaitsForWhat) {
         ::testing::ExitedWithCode(hosted::kStallExit),
         "seed 7.*host: waits for lock \"outer\" held by reader since 0.020000 s\n"
         "reader: waits for event 0x7a600000 since 0.030000 s, holds \"outer\"");
-    EXPECT_EXIT(
-        {
-            hosted::UseScheduledClock({1, 100});
-            while (true) {
-                hosted::Yield();
-            }
-        },
-        ::testing::ExitedWithCode(hosted::kStallExit), "host: can run");
+}
+
+TEST(ScheduledClock, EndsARunThatSpinsButNotALongOne) {
+    const auto take = [](unsigned rounds, DWORD pause) {
+        hosted::UseScheduledClock({1, 100});
+        for (unsigned i = 0; i < rounds; ++i) {
+            hosted::Yield();
+            Sleep(i % 10 == 0 ? pause : 0);
+        }
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(take(1000, 1), ::testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(take(1000, 0), ::testing::ExitedWithCode(hosted::kStallExit),
+                "step 101.*the clock has stood still.*\nhost: can run");
 }
 
 void TakeBoth(bool scheduled, const platform::LockRank& first, const platform::LockRank& second) {

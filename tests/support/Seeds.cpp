@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -25,6 +26,9 @@ namespace {
 constexpr unsigned kMostFailures = 3;
 
 constexpr int kBodyFailed = 1;
+
+// Some ten seconds: a body that waits for good while another thread polls ends with a report.
+constexpr std::uint64_t kMostSteps = 20'000'000;
 
 // Only one thread of a scheduled run is awake at a time, and handing over to a thread on another
 // core costs more than all else.
@@ -90,6 +94,7 @@ void ForEachSeed(unsigned count, const std::function<void()>& body,
     unsigned failures = 0;
     hosted::ScheduledOptions own = options;
     own.seed = Seed();
+    own.maxSteps = std::min(own.maxSteps, kMostSteps);
     const unsigned share = ShareOf(count);
     for (unsigned i = 0; i < share && failures < kMostFailures; ++i, ++own.seed) {
         const int status = RunInChild([&] {
