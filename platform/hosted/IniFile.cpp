@@ -1,9 +1,12 @@
 // INI files and the current directory.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
-#include <cstdio>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 #include <string_view>
 
 #include "platform/hosted/KernelState.h"
@@ -22,6 +25,7 @@ using View = std::wstring_view;
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 constexpr std::string_view kUtf16Mark = "\xFF\xFE";
 constexpr View kBlanks = L" \t";
+constexpr std::size_t kMostIniBytes = 1024 * 1024;
 
 std::wstring FromUtf16(std::string_view bytes) {
     std::wstring text;
@@ -52,29 +56,53 @@ std::wstring Decode(std::string_view bytes) {
     return FromUtf8(bytes.data(), bytes.size());
 }
 
-/// Reads the whole file; the last-error code.
+/// Closes a file descriptor at the end of a scope.
+class OpenFile {
+  public:
+    explicit OpenFile(int descriptor) : m_descriptor(descriptor) {}
+    ~OpenFile() {
+        if (m_descriptor >= 0) {
+            close(m_descriptor);
+        }
+    }
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+    int descriptor() const { return m_descriptor; }
+
+  private:
+    int m_descriptor;
+};
+
+/// Reads the whole file; the last-error code. Called without the kernel lock: a slow file system
+/// must not stop the other threads. Only a regular file of at most kMostIniBytes is read: opening
+/// or reading a FIFO or a device may block for ever, act on the device, or never come to an end.
 DWORD ReadWhole(const WCHAR* path, std::string& bytes) {
     std::string name = ToUtf8(path, std::wcslen(path));
     std::replace(name.begin(), name.end(), '\\', '/');
-    std::error_code ignored;
-    const std::filesystem::file_status status = std::filesystem::status(name, ignored);
-    if (status.type() == std::filesystem::file_type::not_found) {
-        return ERROR_FILE_NOT_FOUND;
+    struct stat status = {};
+    if (stat(name.c_str(), &status) != 0) {
+        return errno == ENOENT || errno == ENOTDIR ? ERROR_FILE_NOT_FOUND : ERROR_ACCESS_DENIED;
     }
-    if (status.type() == std::filesystem::file_type::directory) {
+    if (!S_ISREG(status.st_mode)) {
         return ERROR_ACCESS_DENIED;
     }
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(name.c_str(), "rb"),
-                                                               &std::fclose);
-    if (file == nullptr) {
+    // Something else may have taken the file's place meanwhile: the open does not block, and what
+    // was opened is looked at again.
+    const OpenFile file(open(name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (file.descriptor() < 0 || fstat(file.descriptor(), &status) != 0 ||
+        !S_ISREG(status.st_mode)) {
         return ERROR_ACCESS_DENIED;
     }
     char block[16384];
-    std::size_t count = 0;
-    while ((count = std::fread(block, 1, sizeof block, file.get())) > 0) {
-        bytes.append(block, count);
+    ssize_t count = 0;
+    while ((count = read(file.descriptor(), block, sizeof block)) > 0) {
+        bytes.append(block, static_cast<std::size_t>(count));
+        if (bytes.size() > kMostIniBytes) {
+            bytes.clear();
+            return ERROR_ACCESS_DENIED;
+        }
     }
-    return std::ferror(file.get()) != 0 ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+    return count < 0 ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
 }
 
 View Trim(View text) {
@@ -141,12 +169,16 @@ DWORD CopyOut(View text, WCHAR* buffer, DWORD size) {
 
 DWORD GetPrivateProfileStringW(const WCHAR* section, const WCHAR* key, const WCHAR* defaultValue,
                                WCHAR* buffer, DWORD size, const WCHAR* path) {
-    const hosted::Entry entry(hosted::Call::kConfiguration);
+    bool refused = false;
+    {
+        const hosted::Entry entry(hosted::Call::kConfiguration);
+        refused = entry.Refused();
+    }
     if (buffer == nullptr || size == 0) {
         return 0;
     }
     buffer[0] = L'\0';
-    if (entry.Refused()) {
+    if (refused) {
         return 0;
     }
     if (section == nullptr || key == nullptr || path == nullptr) {  // lists of names: not offered

@@ -1,5 +1,6 @@
 // Configuration files, line by line. The sizes of values and texts, the current directory and the
 // enumeration are tested by those who use them.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -52,6 +53,24 @@ TEST(IniFile, IsReadLineByLineAsOnWindows) {
     EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(Ask(file.parent_path().wstring()), "?");
     EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+}
+
+TEST(IniFile, IsARegularFileOfAtMostOneMebibyte) {
+    constexpr std::uintmax_t kMostBytes = 1024 * 1024;
+    const auto file = std::filesystem::temp_directory_path() / ("ini" + std::to_string(getpid()));
+    std::ofstream(file) << "[PC_URI]\nkey=v\n;";
+    std::filesystem::resize_file(file, kMostBytes);
+    EXPECT_EQ(Ask(file.wstring()), "v");
+    std::filesystem::resize_file(file, kMostBytes + 1);
+    EXPECT_EQ(Ask(file.wstring()), "?");
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    std::filesystem::remove(file);
+    ASSERT_EQ(mkfifo(file.c_str(), S_IRUSR | S_IWUSR), 0);  // whoever opens it to read waits
+    for (const std::wstring& special : {file.wstring(), std::wstring(L"/dev/zero")}) {
+        EXPECT_EQ(Ask(special), "?");
+        EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    }
+    std::filesystem::remove(file);
 }
 
 }  // namespace
