@@ -17,7 +17,8 @@ void UseBinaryStreams() {}
 
 void UseConfigDirectory(const std::string& directory) {
     if (!directory.empty()) {
-        hosted::SetCurrentDirectoryForTests(std::filesystem::absolute(directory).wstring());
+        hosted::SetCurrentDirectoryForTests(
+            hosted::WidePath(std::filesystem::absolute(directory).string()));
     }
 }
 

@@ -53,7 +53,7 @@ std::wstring Decode(std::string_view bytes) {
     if (bytes.substr(0, kUtf8Mark.size()) == kUtf8Mark) {
         bytes.remove_prefix(kUtf8Mark.size());
     }
-    return FromUtf8(bytes.data(), bytes.size());
+    return FromUtf8(bytes);
 }
 
 /// Closes a file descriptor at the end of a scope.
@@ -77,8 +77,7 @@ class OpenFile {
 /// must not stop the other threads. Only a regular file of at most kMostIniBytes is read: opening
 /// or reading a FIFO or a device may block for ever, act on the device, or never come to an end.
 DWORD ReadWhole(const WCHAR* path, std::string& bytes) {
-    std::string name = ToUtf8(path, std::wcslen(path));
-    std::replace(name.begin(), name.end(), '\\', '/');
+    const std::string name = NativePath(path);
     struct stat status = {};
     if (stat(name.c_str(), &status) != 0) {
         return errno == ENOENT || errno == ENOTDIR ? ERROR_FILE_NOT_FOUND : ERROR_ACCESS_DENIED;
@@ -210,7 +209,7 @@ DWORD GetCurrentDirectoryW(DWORD length, WCHAR* buffer) {
             SetLastError(ERROR_FILE_NOT_FOUND);
             return 0;
         }
-        directory = hosted::FromUtf8(own.data(), own.size());
+        directory = hosted::WidePath(own);
     }
     if (buffer == nullptr || length <= directory.size()) {
         return static_cast<DWORD>(directory.size() + 1);

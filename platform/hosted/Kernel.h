@@ -106,6 +106,10 @@ struct HidInterface {
 void AddHidInterface(const HidInterface& interface, std::shared_ptr<Driver> driver);
 void RemoveHidInterfaces();
 
+/// The wide form in which the Win32 operations give and take the path of a file, with every byte
+/// kept: see GetCurrentDirectoryW in Win32.h.
+std::wstring WidePath(const std::string& path);
+
 /// The directory that GetCurrentDirectoryW gives; empty for the process's own.
 void SetCurrentDirectoryForTests(const std::wstring& directory);
 

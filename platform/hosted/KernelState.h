@@ -4,6 +4,7 @@
 #include <atomic>
 #include <map>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 #include "platform/hosted/Objects.h"
@@ -134,7 +135,9 @@ inline bool Tracing() {
 void Trace(TraceEvent event);
 
 std::wstring FoldCase(const std::wstring& text);
-std::wstring FromUtf8(const char* bytes, std::size_t count);
+std::wstring FromUtf8(std::string_view bytes);
+/// The path of a file in the form that the system below takes; undoes WidePath.
+std::string NativePath(std::wstring_view path);
 std::string ToUtf8(const wchar_t* text, std::size_t length);
 
 }  // namespace hosted

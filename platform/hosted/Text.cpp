@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <cwchar>
+#include <string_view>
 
 #include "platform/hosted/KernelState.h"
 
@@ -32,51 +33,97 @@ unsigned TailLength(std::uint32_t codePoint) {
     return tail;
 }
 
+constexpr wchar_t kEscapedByte = 0xDC00;  // plus the byte, see WidePath
+constexpr wchar_t kLastEscaped = 0xDCFF;
+constexpr wchar_t kEscapedBackslash = kEscapedByte + L'\\';
+
+void AppendUtf8(std::string& bytes, wchar_t letter) {
+    auto codePoint = static_cast<std::uint32_t>(letter);
+    if (!IsCodePoint(codePoint)) {
+        codePoint = kReplacement;
+    }
+    unsigned tail = TailLength(codePoint);
+    bytes += static_cast<char>(kHeadMark[tail] | (codePoint >> (kBitsPerByte * tail)));
+    while (tail > 0) {
+        --tail;
+        bytes += static_cast<char>(kTailMark | ((codePoint >> (kBitsPerByte * tail)) & kTailMask));
+    }
+}
+
+/// The bytes of one code point, or of what should have been one.
+struct Decoded {
+    std::uint32_t codePoint = 0;
+    std::size_t length = 0;
+    bool valid = true;
+};
+
+Decoded DecodeFirst(std::string_view bytes) {
+    const auto head = static_cast<std::uint8_t>(bytes[0]);
+    if (head < kTailMark) {
+        return {head, 1, true};
+    }
+    const unsigned tail = head >= kHeadMark[3] ? 3U : head >= kHeadMark[2] ? 2U : 1U;
+    std::uint32_t codePoint = head - std::min<std::uint32_t>(head, kHeadMark[tail]);
+    std::size_t length = 1;
+    while (length <= tail && length < bytes.size() &&
+           (static_cast<std::uint8_t>(bytes[length]) & ~kTailMask) == kTailMark) {
+        codePoint =
+            (codePoint << kBitsPerByte) | (static_cast<std::uint8_t>(bytes[length]) & kTailMask);
+        ++length;
+    }
+    const bool valid = head >= kHeadMark[1] && length == tail + 1 && codePoint >= kSmallest[tail] &&
+                       IsCodePoint(codePoint);
+    return {codePoint, length, valid};
+}
+
 }  // namespace
 
 std::string ToUtf8(const wchar_t* text, std::size_t length) {
     std::string bytes;
     bytes.reserve(length);
     for (std::size_t i = 0; i < length; ++i) {
-        auto codePoint = static_cast<std::uint32_t>(text[i]);
-        if (!IsCodePoint(codePoint)) {
-            codePoint = kReplacement;
-        }
-        unsigned tail = TailLength(codePoint);
-        bytes += static_cast<char>(kHeadMark[tail] | (codePoint >> (kBitsPerByte * tail)));
-        while (tail > 0) {
-            --tail;
-            bytes +=
-                static_cast<char>(kTailMark | ((codePoint >> (kBitsPerByte * tail)) & kTailMask));
-        }
+        AppendUtf8(bytes, text[i]);
     }
     return bytes;
 }
 
-std::wstring FromUtf8(const char* bytes, std::size_t count) {
+std::wstring FromUtf8(std::string_view bytes) {
     std::wstring text;
-    text.reserve(count);
-    std::size_t i = 0;
-    while (i < count) {
-        const auto head = static_cast<std::uint8_t>(bytes[i++]);
-        if (head < kTailMark) {
-            text += static_cast<wchar_t>(head);
-            continue;
-        }
-        const unsigned tail = head >= kHeadMark[3] ? 3U : head >= kHeadMark[2] ? 2U : 1U;
-        std::uint32_t codePoint = head - std::min<std::uint32_t>(head, kHeadMark[tail]);
-        unsigned seen = 0;
-        while (seen < tail && i < count &&
-               (static_cast<std::uint8_t>(bytes[i]) & ~kTailMask) == kTailMark) {
-            codePoint =
-                (codePoint << kBitsPerByte) | (static_cast<std::uint8_t>(bytes[i++]) & kTailMask);
-            ++seen;
-        }
-        const bool good = head >= kHeadMark[1] && seen == tail && codePoint >= kSmallest[tail] &&
-                          IsCodePoint(codePoint);
-        text += static_cast<wchar_t>(good ? codePoint : kReplacement);
+    text.reserve(bytes.size());
+    while (!bytes.empty()) {
+        const Decoded first = DecodeFirst(bytes);
+        text += static_cast<wchar_t>(first.valid ? first.codePoint : kReplacement);
+        bytes.remove_prefix(first.length);
     }
     return text;
+}
+
+std::wstring WidePath(const std::string& path) {
+    std::wstring text;
+    std::string_view rest = path;
+    while (!rest.empty()) {
+        const Decoded first = DecodeFirst(rest);
+        const bool isText = first.valid && rest[0] != '\\';
+        text += isText ? static_cast<wchar_t>(first.codePoint)
+                       : static_cast<wchar_t>(kEscapedByte + static_cast<std::uint8_t>(rest[0]));
+        rest.remove_prefix(isText ? first.length : 1);
+    }
+    return text;
+}
+
+std::string NativePath(std::wstring_view path) {
+    std::string bytes;
+    for (const wchar_t letter : path) {
+        if (letter == L'\\') {
+            bytes += '/';
+        } else if (letter == kEscapedBackslash ||
+                   (letter >= kEscapedByte + 0x80 && letter <= kLastEscaped)) {
+            bytes += static_cast<char>(letter - kEscapedByte);
+        } else {
+            AppendUtf8(bytes, letter);
+        }
+    }
+    return bytes;
 }
 
 std::wstring FoldCase(const std::wstring& text) {

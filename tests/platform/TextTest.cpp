@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cwchar>
 #include <filesystem>
 #include <fstream>
 
@@ -71,6 +72,28 @@ TEST(IniFile, IsARegularFileOfAtMostOneMebibyte) {
         EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
     }
     std::filesystem::remove(file);
+}
+
+// Names that a wide text cannot hold as they are, and one that looks like the form they get.
+TEST(CurrentDirectory, LeadsToItsFilesWhateverBytesItsNameHas) {
+    const auto base = std::filesystem::temp_directory_path() / ("dir" + std::to_string(getpid()));
+    for (const char* const name : {"a\\b", "\xFF\xC3\xA9\xC3", "\xED\xB3\xBF", "\xC3\xA9"}) {
+        const auto directory = base / name;
+        std::filesystem::create_directories(directory / "config");
+        std::ofstream(directory / "config" / "x.ini") << "[PC_URI]\nkey=v";
+        const auto readConfig = [&] {
+            EXPECT_EQ(chdir(directory.c_str()), 0);
+            for (const std::wstring& chosen : {std::wstring(), hosted::WidePath(directory)}) {
+                hosted::SetCurrentDirectoryForTests(chosen);
+                WCHAR current[260] = {};
+                const DWORD length = GetCurrentDirectoryW(260, current);
+                EXPECT_EQ(length, std::wcslen(current));
+                EXPECT_EQ(Ask(std::wstring(current) + L"\\config\\x.ini"), "v") << name;
+            }
+        };
+        EXPECT_EQ(testing_support::RunInChild(readConfig), 0);
+    }
+    std::filesystem::remove_all(base);
 }
 
 }  // namespace
