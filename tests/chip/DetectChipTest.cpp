@@ -11,68 +11,75 @@ using namespace testing_support;
 namespace {
 
 constexpr std::uint32_t kStartDelay = 40;
+
 const char kFirstPass[] = "W 00 00, R 9";
 const char kBothPasses[] = "W 00 00, R 9, sleep 40, W 00 00, sleep 40, R 9";
 const char kWithProbe[] =
     "W 00 00, R 9, sleep 40, W 00 00, sleep 40, R 9, W 00 00 01 01, sleep 80, R 1";
 
-// What the reads give.
-const std::string kIs081 = "1d0102030405060044 ";
-const std::string kIs082c = "1d0102030405061044 ";
-const std::string kIsOther = "530102030405060044 ";
-const std::string kNone = "ffffffffffffffffff ";
+const Answer kIs081 = Gives({0x1D, 1, 2, 3, 4, 5, 6, 0x00, 0x44});
+const Answer kIs082c = Gives({0x1D, 1, 2, 3, 4, 5, 6, 0x10, 0x44});
+const Answer kIsOther = Gives({0x53, 1, 2, 3, 4, 5, 6, 0x00, 0x44});
+const Answer kOnes = Gives(std::vector<std::uint8_t>(9, 0xFF));
+const Answer kAlmostOnes = Gives({0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFE});
+const Answer kIdentity22 = Gives({0x22});
+const Answer kIdentity21 = Gives({0x21});
+const Answer kFails = Fails(kBusError);
 
-struct Outcome {
-    std::string chip;     // what the reads give, or "silent" when no write is taken either
-    const char* outcome;  // linkType, chipKind, pause between operations, pause before a read
-    const char* traffic;
-    const char* told;  // error lines of the detection itself
-};
-
+// The error lines of the detection itself.
 const char kLikeFm11n[] = "Nfc spb2 format, like FM11N chip";
 const char kFm11nt081[] = "Nfc chip FM11NT081, Nfc spb2 format, like FM11N chip";
 const char kFailedOnce[] = "Nfc ReadReg 0 failed!, Nfc spb2 format, like FM11N chip";
 const char kFailedTwice[] =
     "Nfc ReadReg 0 failed!, Nfc ReadReg 0 failed!, Nfc spb2 format, like FM11N chip";
 
-const Outcome kOutcomes[] = {
-    {kIs082c, "1 3 10 0", kFirstPass, "Nfc chip FM11NT082C"},
-    {kNone + "-", "1 0 10 10", kBothPasses, kFailedOnce},
-    {"- " + kIs082c, "1 0 10 10", kBothPasses, kFailedOnce},
-    {kNone + kNone + "22", "2 4 40 40", kWithProbe, "Nfc chip Fanli"},
-    {kNone + kNone + "21", "2 5 40 40", kWithProbe, "Nfc chip not fanli, unknown!"},
-    {kNone + kNone + "-", "2 5 40 40", kWithProbe, "Nfc Extend ReadReg 0 failed!"},
-    {kIs081 + kIs081, "1 2 10 10", kBothPasses, kFm11nt081},
-    {kNone + kIs081, "1 2 10 10", kBothPasses, kFm11nt081},
-    {kIsOther + kIsOther, "1 0 10 10", kBothPasses, kLikeFm11n},
-    {kNone + "fffffffffffffffffe", "1 0 10 10", kBothPasses, kLikeFm11n},
-    {"silent", "1 0 10 10", "W 00 00, sleep 40, W 00 00", kFailedTwice},
+const struct {
+    Answer first, second, probe;  // what the reads of the two passes and of the probe give
+    NfcLinkType linkType;
+    NfcChipKind chipKind;
+    std::uint32_t opDelay, readDelay;
+    const char* traffic;
+    const char* lines;
+} kOutcomes[] = {
+    {kIs082c, kFails, kFails, NfcLinkSpb2, NfcChipFm11nt082c, 10, 0, kFirstPass,
+     "Nfc chip FM11NT082C"},
+    {kOnes, kFails, kFails, NfcLinkSpb2, NfcChipLikeFm11n, 10, 10, kBothPasses, kFailedOnce},
+    {kFails, kIs082c, kFails, NfcLinkSpb2, NfcChipLikeFm11n, 10, 10, kBothPasses, kFailedOnce},
+    {kFails, kFails, kFails, NfcLinkSpb2, NfcChipLikeFm11n, 10, 10, kBothPasses, kFailedTwice},
+    {kIs081, kIs081, kFails, NfcLinkSpb2, NfcChipFm11nt081, 10, 10, kBothPasses, kFm11nt081},
+    {kOnes, kIs081, kFails, NfcLinkSpb2, NfcChipFm11nt081, 10, 10, kBothPasses, kFm11nt081},
+    {kIsOther, kIsOther, kFails, NfcLinkSpb2, NfcChipLikeFm11n, 10, 10, kBothPasses, kLikeFm11n},
+    {kOnes, kAlmostOnes, kFails, NfcLinkSpb2, NfcChipLikeFm11n, 10, 10, kBothPasses, kLikeFm11n},
+    {kOnes, kOnes, kIdentity22, NfcLinkSpb4, NfcChipFanli, 40, 40, kWithProbe, "Nfc chip Fanli"},
+    {kOnes, kOnes, kIdentity21, NfcLinkSpb4, NfcChipLikeFanli, 40, 40, kWithProbe,
+     "Nfc chip not fanli, unknown!"},
+    {kOnes, kOnes, kFails, NfcLinkSpb4, NfcChipLikeFanli, 40, 40, kWithProbe,
+     "Nfc Extend ReadReg 0 failed!"},
 };
 
 TEST(DetectChip, FindsFormatChipAndPauses) {
     hosted::UseScheduledClock({Seed()});
-    for (const Outcome& outcome : kOutcomes) {
-        SCOPED_TRACE(outcome.chip);
+    const auto bus = std::make_shared<ScriptedBus>();
+    const ScriptedDevice device(bus);
+    BusRecorder recorder;
+    for (const auto& [first, second, probe, linkType, chipKind, opDelay, readDelay, traffic,
+                      lines] : kOutcomes) {
+        SCOPED_TRACE(lines);
         LogRecorder log;
-        for (const char* transfer : {"NFC", "NfcRead first", "Nfc read spb", "Nfc write spd"}) {
-            log.Announce(transfer);
-        }
-        const auto bus = std::make_shared<ScriptedBus>();
-        const bool silent = outcome.chip == "silent";
-        (silent ? bus->writes : bus->reads) = Script(silent ? "- -" : outcome.chip);
-        const ScriptedDevice device(bus);
+        log.Announce("NFC");  // lines of the transfers
+        log.Announce("Nfc read spb");
+        bus->reads = {first, second, probe};
         g_nfcOpDelayMs = kStartDelay;
         g_nfcReadDelayMs = 50;
         NfcDeviceContext context;
-        context.chipKind = NfcChipFdModeOther;  // what an earlier start found
-        BusRecorder recorder;
+        context.chipKind = NfcChipFdModeOther;  // found by an earlier start
         DetectChip(context);
-        std::ostringstream found;
-        found << context.linkType << ' ' << context.chipKind << ' ' << g_nfcOpDelayMs << ' '
-              << g_nfcReadDelayMs;
-        EXPECT_EQ(found.str(), outcome.outcome);
-        EXPECT_EQ(Joined(recorder.Take()), outcome.traffic);
-        EXPECT_EQ(Joined(log.TakeUnannounced()), outcome.told);
+        EXPECT_EQ(context.linkType, linkType);
+        EXPECT_EQ(context.chipKind, chipKind);
+        EXPECT_EQ(g_nfcOpDelayMs, opDelay);
+        EXPECT_EQ(g_nfcReadDelayMs, readDelay);
+        EXPECT_EQ(Joined(recorder.Take()), traffic);
+        EXPECT_EQ(Joined(log.TakeUnannounced()), lines);
     }
 }
 

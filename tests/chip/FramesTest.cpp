@@ -1,8 +1,12 @@
-// What each driver operation sends, in order and with its pauses, and how it fails.
+// What each driver operation sends, in order and with its pauses, and what it logs when one of its
+// transfers fails.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
+#include <new>
+#include <optional>
 
 #include "chip/NfcDeviceContext.h"
 #include "chip/NfcSpbExtend.h"
@@ -10,161 +14,246 @@
 #include "tests/support/Desk.h"
 #include "tests/support/ScriptedBus.h"
 #include "tests/support/Seeds.h"
+#include "transfer/SpbTransfer.h"
+
+namespace {
+bool g_noMemory = false;
+}
+
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return g_noMemory ? nullptr : ::operator new(size);
+}
 
 using namespace testing_support;
 
 namespace {
 
 using Texts = std::vector<std::string>;
+using Driver = NfcSpbCommon;
+using Operation = std::function<bool(Driver& driver)>;
 
-// Told apart from each other and from every other pause.
+// Different from each other and from every other pause.
 constexpr std::uint32_t kOpDelay = 7;
 constexpr std::uint32_t kReadDelay = 3;
 
-std::uint8_t g_buffer[4096];  // what the operations of the table read into and write from
+std::uint8_t g_buffer[4096];  // the operations read into it and write from it
 
-NfcSpbCommon& DriverOf(const std::string& operation) {
-    return operation[0] == 'N' ? static_cast<NfcSpbCommon&>(NfcSpbNormal::GetInstance())
-                               : NfcSpbExtend::GetInstance();
+Operation Read(std::uint16_t reg, std::int32_t len, std::uint8_t* buffer = g_buffer) {
+    return [=](Driver& driver) { return driver.ReadReg(reg, len, buffer); };
+}
+Operation State(std::uint16_t state, std::int32_t len) {
+    return [=](Driver& driver) { return driver.ReadState(state, len, g_buffer); };
+}
+Operation Write(std::uint16_t reg, std::int32_t len, const std::uint8_t* data = g_buffer) {
+    return [=](Driver& driver) { return driver.WriteReg(reg, data, len); };
+}
+Operation Lock(bool upper) {
+    return [=](Driver& driver) { return driver.BitlockEnable(upper); };
+}
+const Operation kInit = [](Driver& driver) { return driver.InitDevice(g_buffer); };
+const Operation kCheck = [](Driver& driver) { return driver.CheckWriteTag(g_buffer); };
+const Operation kRadioOff = &Driver::RadioDisable;
+const Operation kRadioOn = &Driver::RadioEnable;
+const Operation kReadNowhere = [](Driver& /*driver*/) { return NfcSpbRead(2, nullptr); };
+
+Operation WithoutMemory(const Operation& operation) {
+    return [=](Driver& driver) {
+        g_noMemory = true;
+        const bool result = operation(driver);
+        g_noMemory = false;
+        return result;
+    };
 }
 
-/// A driver, "N"ormal or "E"xtend, one of its operations, and register and length if it takes them.
-bool Do(const std::string& text) {
-    std::istringstream words(text);
-    std::string driverName;
-    std::string operation;
-    std::uint16_t reg = 0;
-    std::int32_t len = 0;
-    words >> driverName >> operation >> reg >> len;
-    NfcSpbCommon& driver = DriverOf(text);
-    g_buffer[0] = 0xEE;
-    g_buffer[1] = 0xA1;
-    return operation == "read"      ? driver.ReadReg(reg, len, g_buffer)
-           : operation == "nowhere" ? driver.ReadReg(reg, len, nullptr)
-           : operation == "write"   ? driver.WriteReg(reg, g_buffer, len)
-           : operation == "head"    ? driver.WriteReg(reg, nullptr, len)
-           : operation == "state"   ? driver.ReadState(reg, len, g_buffer)
-           : operation == "init"    ? driver.InitDevice(g_buffer)
-           : operation == "lower"   ? driver.BitlockEnable(false)
-           : operation == "upper"   ? driver.BitlockEnable(true)
-           : operation == "silent"  ? driver.RadioDisable()
-           : operation == "wake"    ? driver.RadioEnable()
-                                    : driver.CheckWriteTag(g_buffer);
-}
-
-std::string Repeat(const char* text, std::size_t count) {
-    std::string all;
-    while (count-- > 0) {
-        all += text;
+std::string Zeros(std::size_t count) {
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        text += " 00";
     }
-    return all;
+    return text;
 }
 
 struct Traffic {
-    std::string operation;
-    std::string reads;
+    Operation operation;
+    std::string reads;  // what they give, in hexadecimal digits
     bool result;
     std::string traffic;
-    std::string told;  // how the last line begins, of any level
-    int got = 0xEE;    // in the first byte of the buffer
-    bool radio = true;
+    std::string lines;            // with their levels, without the lengths of the reads
+    std::string failures{};       // the last line when the first transfer fails, the second...
+    std::uint8_t first = 0xEE;    // first byte of the buffer afterwards
+    std::optional<bool> radio{};  // what a success sets radioEnabled to
 };
 
-const std::string kReadMode = "W 03 8c, sleep 3, R 1, sleep 7";
-const std::string kReadLock = "W 00 0a, sleep 3, R 1, sleep 7, ";
-const std::string kReadSram = "W 10 37, sleep 3, R 4";
-const std::string kReadRadio = "W 10 a1, sleep 3, R 1";
-const std::string kReadCheck = "W f0 f8 01 06, sleep 7, R 6";
-const std::string kMode = "NfcInitDevice get fdMode ";
-const std::string kChecked = "NfcExtend Check WriteTag , firstFailAddr: ";
-const std::string kHigh = "sleep 7, W 00 0b ff, sleep 7, ";
+// A register read logs the same whether its address or its answer fails.
+std::string Twice(const std::string& line) {
+    return line + ", " + line;
+}
 
-const Traffic kTraffic[] = {
-    {"N read 4660 2", "0329", true, "W 12 34, sleep 3, R 2", "Nfc data: 0329", 3},
-    {"N head 16 16", "", true, "W 00 10", ""},
-    {"N write 16 2", "", true, "W 00 10 ee a1", ""},
-    {"N state 0 9", "", false, "", ""},
-    {"N init", "06 06", true, kReadMode + ", " + kReadMode, kMode + "0x6", 6},
-    {"N init", "0e 0e", true, kReadMode + ", " + kReadMode, kMode + "0xe", 14},
-    {"N init", "03 16", true, kReadMode + ", W 03 8c 06, sleep 7, " + kReadMode, kMode + "0x16",
-     0x16},
-    {"N lower", "05", true, kReadLock + "W 00 0a fd, " + kHigh + "W 03 88 ff 3f 00 00, sleep 7",
-     "NfcBitlockEnable set bitlock done"},
-    {"N upper", "f8", true, kReadLock + "W 00 0a f8, " + kHigh + "W 03 c8 ff 3f 00 00, sleep 7",
-     "NfcBitlockEnable set bitlock done"},
-    {"N silent", "fffdffff", true, kReadSram, "NfcRadioDisable sram not enable"},
-    {"N silent", "00020000 df", false, kReadSram + ", W 10 a1 28, " + kReadRadio,
-     "NfcRadioDisable write fail2"},
-    {"N silent", "00020000 20", true, kReadSram + ", W 10 a1 28, " + kReadRadio, "Nfc data: 20",
-     0xEE, false},
-    {"N wake", "20", false, "W 10 a1 08, " + kReadRadio, "NfcRadioEnable write fail2", 0xEE, false},
-    {"N wake", "df", true, "W 10 a1 08, " + kReadRadio, "Nfc data: df"},
-    {"N check", "", true, "", "", 1},
-    {"E write 16 2", "", true, "W 00 10 00 02 ee a1", ""},
-    {"E head 16 16", "", true, "W 00 10 00 10", ""},
-    {"E read 4660 2", "5566", true, "W 12 34 01 02, sleep 7, R 2", "Nfc data: 5566", 0x55},
-    {"E state 0 9", "010203040506070809", true, "W 00 00 02 09, sleep 7, R 9",
-     "Nfc data: 010203040506070809", 1},
-    {"E silent", "", true, "W f0 f2 00 00, sleep 7", "Nfc RadioDisable succ", 0xEE, false},
-    {"E wake", "", true, "W f0 f1 00 00, sleep 7", "Nfc RadioEnable succ"},
-    {"E check", "000010270000", true, kReadCheck, kChecked + "0, ticks: 10000", 1},
-    {"E check", "341201020304", false, kReadCheck, kChecked + "1234, ticks: 67305985", 0},
-    {"E init", "", true, "", "NfcExtend fanli not need init device here, it's ok!", 0},
-    {"E lower", "", true, "", "NfcExtend fanli not need enable bitlock here, it's ok!"},
-    // What fits a frame, and what doesn't.
-    {"N write 16 2046", "", true, "W 00 10 ee a1" + Repeat(" 00", 2044), ""},
-    {"N write 16 2047", "", false, "", "NfcWrite len: 2049 too large"},
-    {"N write 16 -1", "", false, "", "NfcWrite reg: 16, infoLength: -1"},
-    {"N read 16 2048", Repeat("00", 2048), true, "W 00 10, sleep 3, R 2048",
-     "Nfc read spb dataLength = 2048", 0},
-    {"N read 16 2049", "", false, "", "NfcRead reg: 16, readLength: 2049"},
-    {"N nowhere 16 4", "", false, "", "NfcRead reg: 16, readLength: 4"},
-    {"E write 16 246", "", true, "W 00 10 00 f6 ee a1" + Repeat(" 00", 244), ""},
-    {"E write 16 247", "", false, "", "NfcExtend len: 251 too large"},
-    {"E write 16 -1", "", false, "", "reg: 16, infoLength: -1"},
-    {"E write 18 16", "", false, "", "reg: 0x12 need align with block"},
-    {"E read 16 0", "", false, "", "reg: 16, readLength: 0"},
-    {"E read 16 2049", "", false, "", "reg: 16, readLength: 2049"},
-    {"E state 0 0", "", false, "", "state: 0, readLength: 0"},
+const std::string kUnwritten = "E Nfc write spd error, status = 1117";
+const std::string kUnread = ", E Nfc read spb status error, status = 1117";
+const std::string kUnaddressed = "E NfcRead first write address: ";
+
+const std::string kGetMode = "W 03 8c, sleep 3, R 1, sleep 7";
+const std::string kFirstMode = Twice("E NfcInitDevice Read reg: 908 failed 1") + ", ";
+const std::string kSecondMode = Twice("E NfcInitDevice Read reg: 908 failed 2");
+const std::string kGetLock = "W 00 0a, sleep 3, R 1, sleep 7, ";
+const std::string kPutHighLock = "sleep 7, W 00 0b ff, sleep 7, ";
+const std::string kLocking = ", W NfcBitlockEnable read device, lowByte = 0x";
+const std::string kLocked = ", W NfcBitlockEnable set bitlock done";
+const std::string kUnlocked = Twice("E NfcBitlockEnable read reg: 10 lowByte failed") +
+                              ", E NfcBitlockEnable write reg: 10 lowByte failed"
+                              ", E NfcBitlockEnable write reg: 11 highByte failed"
+                              ", E NfcBitlockEnable write reg: ";
+const std::string kGetSram = "W 10 37, sleep 3, R 4";
+const std::string kSwitchOff = kGetSram + ", W 10 a1 28, W 10 a1, sleep 3, R 1";
+const std::string kSramOn = "W Nfc data: 00020000, W Nfc data: ";
+const std::string kNoSram = Twice("E NfcRadioDisable read sram failed");
+const std::string kNotOff =
+    kNoSram + ", E NfcRadioDisable write fail1, " + Twice("E NfcRadioDisable read fail");
+const std::string kSwitchOn = "W 10 a1 08, W 10 a1, sleep 3, R 1";
+const std::string kNotOn = "E NfcRadioEnable write fail1, " + Twice("E NfcRadioEnable read fail");
+
+const Traffic kNormalTraffic[] = {
+    {Read(0x1234, 2), "0329", true, "W 12 34, sleep 3, R 2", "W Nfc data: 0329",
+     kUnaddressed + "4660 failed" + kUnread, 3},
+    {Write(16, 16, nullptr), "", true, "W 00 10", "", kUnwritten},
+    {Write(16, 2), "", true, "W 00 10 ee a1", "", kUnwritten},
+    {State(0, 9), "", false, "", ""},
+    {kInit, "06 06", true, kGetMode + ", " + kGetMode,
+     Twice("W Nfc data: 06") + ", W NfcInitDevice get fdMode 0x6", kFirstMode + kSecondMode, 6},
+    {kInit, "0e 0e", true, kGetMode + ", " + kGetMode,
+     Twice("W Nfc data: 0e") + ", W NfcInitDevice get fdMode 0xe", kFirstMode + kSecondMode, 14},
+    {kInit, "03 16", true, kGetMode + ", W 03 8c 06, sleep 7, " + kGetMode,
+     "W Nfc data: 03, W NfcInitDevice config select mode, fdMode = 0x3, W Nfc data: 16, W "
+     "NfcInitDevice get fdMode 0x16",
+     kFirstMode + "E NfcInitDevice Write reg: 908 failed, " + kSecondMode, 0x16},
+    {Lock(false), "05", true,
+     kGetLock + "W 00 0a fd, " + kPutHighLock + "W 03 88 ff 3f 00 00, sleep 7",
+     "W Nfc data: 05" + kLocking + "5" + kLocked, kUnlocked + "904 dyVal failed"},
+    {Lock(true), "f8", true,
+     kGetLock + "W 00 0a f8, " + kPutHighLock + "W 03 c8 ff 3f 00 00, sleep 7",
+     "W Nfc data: f8" + kLocking + "f8" + kLocked, kUnlocked + "968 dyVal failed"},
+    {kRadioOff, "fffdffff", true, kGetSram,
+     "W Nfc data: fffdffff, W NfcRadioDisable sram not enable", kNoSram},
+    {kRadioOff, "00020000 df", false, kSwitchOff, kSramOn + "df, E NfcRadioDisable write fail2"},
+    {kRadioOff, "00020000 20", true, kSwitchOff, kSramOn + "20", kNotOff, 0xEE, false},
+    {kRadioOn, "20", false, kSwitchOn, "W Nfc data: 20, E NfcRadioEnable write fail2"},
+    {kRadioOn, "df", true, kSwitchOn, "W Nfc data: df", kNotOn, 0xEE, true},
+    {kCheck, "", true, "", "", "", 1},
+    // What fits a frame, and what does not.
+    {Write(16, 2046), "", true, "W 00 10 ee a1" + Zeros(2044), "", kUnwritten},
+    {Write(16, 2047), "", false, "", "E NfcWrite len: 2049 too large"},
+    {Write(16, -1), "", false, "", "E NfcWrite reg: 16, infoLength: -1"},
+    {Read(16, 2048), std::string(2 * 2048, '0'), true, "W 00 10, sleep 3, R 2048", "",
+     kUnaddressed + "16 failed" + kUnread, 0},
+    {Read(16, 2049), "", false, "", "E NfcRead reg: 16, readLength: 2049"},
+    {Read(16, 4, nullptr), "", false, "", "E NfcRead reg: 16, readLength: 4"},
+    // What has nowhere to go, and no memory.
+    {kReadNowhere, "0102", false, "R 2", "W Nfc data: 0102, E Nfc read spb memcpy_s fail"},
+    {WithoutMemory(kReadNowhere), "", false, "", "E Nfc read spb command nullptr"},
+    {WithoutMemory(Write(16, 2)), "", false, "", "E command is nullptr, return"},
 };
 
-TEST(Driver, SendsItsFramesWithTheirPausesAndStopsAtATransferThatFails) {
+const std::string kGetCheck = "W f0 f8 01 06, sleep 7, R 6";
+const std::string kChecked = ", W NfcExtend Check WriteTag , firstFailAddr: ";
+const std::string kUnchecked =
+    "E NfcExtend Check WriteTag Success: f0f8 failed, E NfcExtend Check WriteTag Failed: 61688 "
+    "failed";
+const std::string kUnsent = "E NfcExtend first write ";
+
+const Traffic kExtendTraffic[] = {
+    {Write(16, 2), "", true, "W 00 10 00 02 ee a1", "", kUnwritten},
+    {Write(16, 16, nullptr), "", true, "W 00 10 00 10", "", kUnwritten},
+    {Read(0x1234, 2), "5566", true, "W 12 34 01 02, sleep 7, R 2", "W Nfc data: 5566",
+     kUnsent + "address: 4660 failed" + kUnread, 0x55},
+    {State(0, 9), "010203040506070809", true, "W 00 00 02 09, sleep 7, R 9",
+     "W Nfc data: 010203040506070809", kUnsent + "state: 0 failed" + kUnread, 1},
+    {kRadioOff, "", true, "W f0 f2 00 00, sleep 7", "W Nfc RadioDisable succ",
+     kUnsent + "state: 61682 failed", 0xEE, false},
+    {kRadioOn, "", true, "W f0 f1 00 00, sleep 7", "W Nfc RadioEnable succ",
+     kUnsent + "state: 61681 failed", 0xEE, true},
+    {kCheck, "000010270000", true, kGetCheck,
+     "W Nfc data: 000010270000" + kChecked + "0, ticks: 10000", kUnchecked, 1},
+    {kCheck, "341201020304", false, kGetCheck,
+     "W Nfc data: 341201020304" + kChecked + "1234, ticks: 67305985", "", 0},
+    {kInit, "", true, "", "E NfcExtend fanli not need init device here, it's ok!", "", 0},
+    {Lock(false), "", true, "", "E NfcExtend fanli not need enable bitlock here, it's ok!"},
+    // What fits a frame, and what does not.
+    {Write(16, 246), "", true, "W 00 10 00 f6 ee a1" + Zeros(244), "", kUnwritten},
+    {Write(16, 247), "", false, "", "E NfcExtend len: 251 too large"},
+    {Write(16, -1), "", false, "", "E reg: 16, infoLength: -1"},
+    {Write(18, 16), "", false, "", "E reg: 0x12 need align with block"},
+    {Read(16, 0), "", false, "", "E reg: 16, readLength: 0"},
+    {Read(16, 2049), "", false, "", "E reg: 16, readLength: 2049"},
+    {State(0, 0), "", false, "", "E state: 0, readLength: 0"},
+};
+
+Texts TakeLines(LogRecorder& log) {
+    Texts lines = MarkedLines(log);
+    lines.erase(std::remove_if(lines.begin(), lines.end(),
+                               [](const std::string& line) {
+                                   return line.rfind("W Nfc read spb dataLength", 0) == 0;
+                               }),
+                lines.end());
+    log.TakeUnannounced();
+    log.Clear();
+    return lines;
+}
+
+template <std::size_t Rows>
+void CheckTraffic(Driver& driver, const Traffic (&table)[Rows]) {
     hosted::UseScheduledClock({Seed()});
     const auto bus = std::make_shared<ScriptedBus>();
     const ScriptedDevice device(bus);
     g_nfcOpDelayMs = kOpDelay;
     g_nfcReadDelayMs = kReadDelay;
-    for (const auto& [operation, reads, result, traffic, told, got, radio] : kTraffic) {
-        SCOPED_TRACE(operation + traffic.substr(0, 80) + ": " + told);
-        std::memset(g_buffer, 0, sizeof g_buffer);
-        LogRecorder log;
-        const bool before = DriverOf(operation).radioEnabled;
-        const auto transfers = std::count_if(traffic.begin(), traffic.end(),
-                                             [](char c) { return c == 'W' || c == 'R'; });
-        for (auto failing = static_cast<std::size_t>(transfers); result && failing > 0; --failing) {
+    LogRecorder log;
+    for (const auto& [operation, reads, result, traffic, lines, failures, first, radio] : table) {
+        SCOPED_TRACE(traffic.substr(0, 80) + ": " + lines);
+        const bool before = !radio.value_or(true);
+        driver.radioEnabled = before;
+        BusRecorder recorder;
+        const auto run = [&, &operation = operation, &reads = reads](std::size_t failAt) {
+            std::memset(g_buffer, 0, sizeof g_buffer);
+            g_buffer[0] = 0xEE;
+            g_buffer[1] = 0xA1;
             bus->reads = Script(reads);
             bus->transfers = 0;
-            bus->failAt = failing;
-            EXPECT_FALSE(Do(operation)) << "transfer " << failing;
-            EXPECT_EQ(bus->transfers, failing);
-            EXPECT_EQ(DriverOf(operation).radioEnabled, before);
-            EXPECT_FALSE(log.TakeUnannounced().empty()) << "transfer " << failing;
-        }
-        log.Clear();
-        log.Announce("");
-        bus->failAt = 0;
-        bus->reads = Script(reads);
-        BusRecorder recorder;
-        EXPECT_EQ(Do(operation), result);
+            bus->failAt = failAt;
+            recorder.Take();
+            return operation(driver);
+        };
+        EXPECT_EQ(run(0), result);
         EXPECT_EQ(Joined(recorder.Take()), traffic);
         EXPECT_TRUE(bus->reads.empty());
-        const std::string last = log.Texts().empty() ? "" : log.Texts().back();
-        EXPECT_TRUE(told.empty() ? last.empty() : last.rfind(told, 0) == 0) << last;
-        EXPECT_EQ(g_buffer[0], got);
-        EXPECT_EQ(DriverOf(operation).radioEnabled, radio);
+        EXPECT_EQ(Joined(TakeLines(log)), lines);
+        EXPECT_EQ(g_buffer[0], first);
+        EXPECT_EQ(driver.radioEnabled, radio.value_or(before));
+        driver.radioEnabled = before;
+        Texts lastLines;
+        const std::size_t transfers = result ? bus->transfers : 0;
+        for (std::size_t failing = 1; failing <= transfers; ++failing) {
+            EXPECT_FALSE(run(failing));
+            EXPECT_EQ(bus->transfers, failing) << "it stops there";
+            EXPECT_EQ(driver.radioEnabled, before);
+            const Texts all = TakeLines(log);
+            lastLines.push_back(all.empty() ? "" : all.back());
+        }
+        EXPECT_EQ(Joined(lastLines), failures);
     }
+}
+
+TEST(NormalDriver, SendsItsFramesWithTheirPausesAndStopsAtATransferThatFails) {
+    CheckTraffic(NfcSpbNormal::GetInstance(), kNormalTraffic);
+}
+
+TEST(ExtendDriver, SendsItsFramesWithTheirPausesAndStopsAtATransferThatFails) {
+    CheckTraffic(NfcSpbExtend::GetInstance(), kExtendTraffic);
+}
+
+TEST(DeviceContext, WithoutADriverReachesNothing) {
     LogRecorder log;
-    NfcDeviceContext context;  // with no driver selected
+    NfcDeviceContext context;
     EXPECT_FALSE(context.ReadReg(16, 4, g_buffer));
     EXPECT_FALSE(context.WriteReg(16, g_buffer, 4));
     EXPECT_EQ(log.TakeUnannounced(), Texts(2, "spbDriverOps == nullptr"));

@@ -45,16 +45,16 @@ inline Answer NeverEnds() {
     return {Answer::How::kNever, ERROR_SUCCESS, {}};
 }
 
-/// Answers from a text, one a word: hexadecimal bytes, or "-" for kBusError.
+/// Answers in hexadecimal digits, one a word.
 inline std::deque<Answer> Script(const std::string& text) {
     std::deque<Answer> answers;
     std::istringstream words(text);
     for (std::string word; words >> word;) {
         std::vector<std::uint8_t> bytes;
-        for (std::size_t i = 0; word != "-" && i < word.size(); i += 2) {
+        for (std::size_t i = 0; i < word.size(); i += 2) {
             bytes.push_back(static_cast<std::uint8_t>(std::stoul(word.substr(i, 2), nullptr, 16)));
         }
-        answers.push_back(word == "-" ? Fails(kBusError) : Gives(bytes));
+        answers.push_back(Gives(std::move(bytes)));
     }
     return answers;
 }
