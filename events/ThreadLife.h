@@ -28,8 +28,8 @@ inline constexpr DWORD kThreadFailed = 0xFFFFFFFF;
 ///
 ///   Call            absent            serving           ending            broken
 ///   EnsureStarted   new: serving      serving           serving           new: serving
-///   Stop            ending, if flag   ending            ending            -
-///   DeviceCloses    -                 ending            ending            -
+///   Stop            absent            ending            ending            broken
+///   DeviceCloses    absent            ending            ending            broken
 ///   Abandon         -                 absent (1)        absent (1)        absent
 ///   Fails (2)                         ending            no change (3)
 ///   TryEnd (2)                        goes on           absent: ends
@@ -38,7 +38,7 @@ inline constexpr DWORD kThreadFailed = 0xFFFFFFFF;
 ///   (2) Called by the thread itself.
 ///   (3) A start after the earlier reason stays valid: the thread goes on.
 ///
-/// While somebody holds the life (KeepRunning), TryEnd lets the thread go on in every state.
+/// While somebody keeps the thread running (KeepRunning), TryEnd lets it go on in every state.
 ///
 /// Locks: the functions take the life's own short lock. It is never held over a transfer, a wait
 /// that takes time, a line of the log or a listener call.
