@@ -21,7 +21,7 @@ NfcData Filled() {
 void Build(benchmark::State& state) {
     const NfcData data = Filled();
     if (data.GetContent().size() != kImageSize) {
-        state.SkipWithError("not the image that this is about");
+        state.SkipWithError("the image does not have the expected size");
     }
     for (auto _ : state) {
         benchmark::DoNotOptimize(data.GetContent());

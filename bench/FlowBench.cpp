@@ -1,12 +1,16 @@
-// Whole operations of a host against simulated devices. One clock a process, so the program takes
-// the case's name; scripts/bench runs each.
+// Whole operations of a host against simulated devices. A process has one clock, so the program
+// takes the name of one case; scripts/bench runs all of them.
 //
-//   write       processor time of WriteMessage on the scheduled clock, where pauses cost nothing,
-//               with a sink that counts the log's characters
-//   write-quiet the same with no sink
-//   pauses      wall time of WriteMessage in real time, over the sum of the pauses that it asked
-//   for renew       wall time until WriteRandNum returns, in real time report      wall time from
-//   the completion of the keyboard's read to the listener, in real time
+//   write        processor time of WriteMessage on the scheduled clock, where pauses take no time.
+//                The log has a sink that counts characters.
+//
+//   write-quiet  the same without a sink
+//
+//   pauses       real time of WriteMessage, divided by the sum of its pauses
+//
+//   renew        real time until WriteRandNum returns
+//
+//   report       real time from the completion of the keyboard's read to the listener
 #include <tagport/NfcManager.h>
 
 #include <algorithm>
@@ -30,7 +34,7 @@ namespace {
 using simulator::PcRoute;
 using Samples = std::vector<double>;  // microseconds, or a ratio
 
-// The simulated bus answers at once, so that what is measured is not the simulated wire.
+// The simulated bus takes almost no time, so that the library is measured and not the bus.
 constexpr hosted::Micros kBusLatency = 1;
 
 double WallNow() {
@@ -51,14 +55,15 @@ void Require(bool worked, const char* what) {
     }
 }
 
-// When the listener was called last. Written on the thread that delivers, read by the measurement.
-std::atomic<double> g_heardAt{0};
+// Time of the last call of the listener. Written on the thread that delivers, read by the
+// measurement.
+std::atomic<double> g_deliveredAt{0};
 
 void Listen(int /*event*/, const std::uint8_t (&/*number*/)[32], int /*route*/) {
-    g_heardAt = WallNow();
+    g_deliveredAt = WallNow();
 }
 
-// Lines may come from any thread.
+// Called on any thread.
 void CountCharacters(int /*level*/, const std::wstring& line, void* context) {
     *static_cast<std::atomic<std::size_t>*>(context) += line.size();
 }
@@ -131,7 +136,8 @@ void WriteOnScheduledClock(const char* name, bool sink) {
     Report(name, "us", samples, 300);
 }
 
-// What is told beside it: the same pauses by themselves, which no system keeps to the microsecond.
+// Also reports the same pauses without the library, for comparison: no system keeps them to the
+// microsecond.
 void WriteOverPauses() {
     Host host(PcRoute::kI2c);
     const hosted::ThreadId self = hosted::CurrentThread();
@@ -146,14 +152,14 @@ void WriteOverPauses() {
         pauses.clear();
         const double before = WallNow();
         host.Write(i);
-        const double behind = WallNow();
+        const double after = WallNow();
         for (const DWORD pause : pauses) {
             std::this_thread::sleep_for(std::chrono::milliseconds(pause));
         }
         const double asked = 1000.0 * std::accumulate(pauses.begin(), pauses.end(), 0.0);
         Require(asked > 0, "a write that pauses");
-        bare.push_back((WallNow() - behind) / asked);
-        return (behind - before) / asked;
+        bare.push_back((WallNow() - after) / asked);
+        return (after - before) / asked;
     });
     hosted::SetTracer({});
     Report("pauses", "", samples, 1.02);
@@ -193,15 +199,15 @@ void FieldReport() {
     Report("report", "us",
            Repeat(500,
                   [&](unsigned i) {
-                      g_heardAt = 0;
+                      g_deliveredAt = 0;
                       {
                           const hosted::DeviceLock lock;
                           host.pc.keyboard()->SendField(i % 2 != 0);
                       }
-                      while (g_heardAt == 0) {
+                      while (g_deliveredAt == 0) {
                           hosted::WaitFor([] { return false; }, hosted::kMillisecond, "the report");
                       }
-                      return g_heardAt - completedAt;
+                      return g_deliveredAt - completedAt;
                   }),
            200);
     hosted::SetTracer({});

@@ -1,4 +1,4 @@
-// The log front ends as empty functions, for benchmarks of what lies behind them.
+// The log front ends as empty functions, for benchmarks of code that logs.
 #include "diagnostics/Log.h"
 
 void LogWarnFun(const char* /*format*/, ...) {}

@@ -1,4 +1,4 @@
-# The reference of the public headers: target `docs`, where doxygen is there.
+# The reference of the public headers: target `docs`, where doxygen is installed.
 find_program(TAGPORT_DOXYGEN doxygen)
 mark_as_advanced(TAGPORT_DOXYGEN)
 if(TAGPORT_DOXYGEN)

@@ -1,8 +1,8 @@
-# The libraries that consist of headers: targets `cli11` and `nlohmann_json`.
+# The libraries that consist of headers only: targets `cli11` and `nlohmann_json`.
 #
-# Both are the same files for every target system, so a cross build may take them from the
-# machine's own include directory. It must not see anything else there (its <stdio.h> would hide
-# the target's), so each gets a directory of its own in the build tree with one link in it.
+# Their files are the same for every target system, so a cross build may take them from the machine's
+# own include directory. It must find nothing else there (the machine's <stdio.h> would hide the
+# target's), so each has a directory in the build tree that contains one link.
 function(tagport_header_only target folder header)
   find_path(TAGPORT_${target}_ROOT ${folder}/${header} PATHS /usr/include /usr/local/include
     NO_CMAKE_FIND_ROOT_PATH REQUIRED

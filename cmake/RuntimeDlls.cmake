@@ -1,7 +1,8 @@
-# The compiler's run-time DLLs, put beside the DLLs that need them: a bare Windows has none of them.
+# Copies the compiler's run-time DLLs into the directory of the DLLs that need them, because a bare
+# Windows has none of them.
 #
-# They are bundled rather than linked in: an exception that the library lets pass to its host (the
-# standard library's own, as the public header says) must be thrown and caught by one run-time.
+# They are not linked statically: an exception of the standard library may pass from the library to
+# its host, as the public header says, and both must then use the same run-time.
 set(TAGPORT_RUNTIME_DLLS)
 if(MINGW)
   foreach(name libgcc_s_seh-1.dll libstdc++-6.dll libwinpthread-1.dll)

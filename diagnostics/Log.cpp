@@ -10,7 +10,7 @@ namespace {
 
 // Bytes that a text may take, its terminating zero included.
 constexpr std::size_t kTextLimit = 512;
-// One byte more, so that a zero stands behind whatever the formatting left.
+// One byte more, which is set to zero after the formatting.
 constexpr std::size_t kBufferSize = kTextLimit + 1;
 
 TAGPORT_PRINTF_FORMAT(3, 0)
@@ -42,8 +42,8 @@ void LogErrorFun(const char* format, ...) {
 }
 
 void LogWithOrigin(LOG_MESSAGE_LEVEL level, const char* origin, const char* text) {
-    // Short of memory the line is dropped whole, like one that does not fit: neither a cut line nor
-    // an exception may come out of a log call, least of all on a thread that nobody watches.
+    // Without memory the whole line is dropped, like one that does not fit. A log call must not log
+    // part of a line and must not throw: on a thread of the library nothing would catch it.
     try {
         std::wstringstream stream;
         stream << text << L"(" << origin << L")";

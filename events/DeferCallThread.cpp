@@ -14,7 +14,6 @@ namespace {
 
 constexpr DWORD kPollMs = 350;
 constexpr int kLastPoll = 20;            // of a chip that reports leaves, counted from 0
-constexpr std::int32_t kShortVisit = 4;  // fewer interrupts than this end a visit at once
 
 // Held by the thread for a whole visit; guards g_deferNotified.
 platform::Mutex g_deferMutex{kDeferLock};
@@ -43,7 +42,7 @@ void WatchInterrupts() {
         const std::int32_t before = g_fieldCount;
         Sleep(kPollMs);
         const std::int32_t after = g_fieldCount;
-        if (after < kShortVisit || after == before) {
+        if (after < kFieldShortVisit || after == before) {
             return;
         }
         LogWarnFun("NFC_phone still in field");
@@ -73,6 +72,7 @@ void ServeOneVisit(const ThreadLife::Run& run) {
         return;  // another thread has taken over and takes up the visit
     }
     --g_deferNotified;
+    Visit::Get().TakeUp();
     if (GetNfcDeviceContext().Traits().reportsStatus) {
         WatchReportedLeave();
     } else {

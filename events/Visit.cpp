@@ -1,5 +1,6 @@
 #include "events/Visit.h"
 
+#include "chip/NfcDeviceContext.h"
 #include "diagnostics/Log.h"
 #include "events/DriverThreads.h"
 #include "events/EventState.h"
@@ -90,9 +91,21 @@ void Visit::Open() {
     notifyDeferCallThread();
 }
 
+void Visit::TakeUp() {
+    const platform::Lock lock(m_mutex);
+    if (m_isFollowed && !GetNfcDeviceContext().Traits().reportsStatus) {
+        std::int32_t count = g_fieldCount;
+        while (count < kFieldShortVisit &&
+               !g_fieldCount.compare_exchange_weak(count, kFieldShortVisit)) {
+        }
+    }
+    m_isFollowed = false;
+}
+
 void Visit::Close() {
     const platform::Lock lock(m_mutex);
     --m_open;
+    m_isFollowed = m_open > 0;
     if (m_open == 0) {
         g_interruptFirst = true;
     }

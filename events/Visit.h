@@ -33,8 +33,9 @@ extern std::atomic<std::int32_t> g_fieldCount;
 ///                                             end of the visit before it
 ///   no     two    end of the first watch      event 1, second watch begins         no, one
 ///
-/// The end of a visit arms the next one only when no other visit is open. So one phone that stays
-/// gives at most one further pair of events for each write or creation.
+/// The end of a visit arms the next one only when no other visit is open, and a visit that follows
+/// another one without a gap is not ended as a short one. So one phone that stays gives at most one
+/// further pair of events for each write or creation.
 ///
 /// Locks: a short one of its own. The listener is called with no lock held.
 class Visit {
@@ -59,16 +60,22 @@ class Visit {
 
     // On the deferred call thread.
 
-    /// The leave of the visit that was opened first has been delivered.
+    /// The visit that was opened first is watched from now on. One that was opened while another was
+    /// watched is not a short one, however few interrupts it has had: the phone has stayed.
+    void TakeUp();
+
+    /// The leave of the visit that is watched has been delivered.
     void Close();
 
   private:
     void Open();
 
     platform::Mutex m_mutex{kVisitLock};
-    unsigned m_open TAGPORT_GUARDED_BY(m_mutex) = 0;  // begun first reports less closed visits
+    unsigned m_open TAGPORT_GUARDED_BY(m_mutex) = 0;     // begun first reports less closed visits
+    bool m_isFollowed TAGPORT_GUARDED_BY(m_mutex) = false;  // another waited at the last Close
 };
 
 // Values of g_fieldCount that have a meaning.
 inline constexpr std::int32_t kFieldVisitOpened = 1;
 inline constexpr std::int32_t kFieldLeaveReported = 2;
+inline constexpr std::int32_t kFieldShortVisit = 4;  // fewer interrupts end a visit at once
