@@ -13,7 +13,7 @@
 namespace {
 
 constexpr DWORD kPollMs = 350;
-constexpr int kLastPoll = 20;            // of a chip that reports leaves, counted from 0
+constexpr int kLastPoll = 20;  // of a chip that reports leaves, counted from 0
 
 // Held by the thread for a whole visit; guards g_deferNotified.
 platform::Mutex g_deferMutex{kDeferLock};

@@ -60,8 +60,8 @@ class Visit {
 
     // On the deferred call thread.
 
-    /// The visit that was opened first is watched from now on. One that was opened while another was
-    /// watched is not a short one, however few interrupts it has had: the phone has stayed.
+    /// The visit that was opened first is watched from now on. One that was opened while another
+    /// was watched is not a short one, however few interrupts it has had: the phone has stayed.
     void TakeUp();
 
     /// The leave of the visit that is watched has been delivered.
@@ -71,7 +71,7 @@ class Visit {
     void Open();
 
     platform::Mutex m_mutex{kVisitLock};
-    unsigned m_open TAGPORT_GUARDED_BY(m_mutex) = 0;     // begun first reports less closed visits
+    unsigned m_open TAGPORT_GUARDED_BY(m_mutex) = 0;  // begun first reports less closed visits
     bool m_isFollowed TAGPORT_GUARDED_BY(m_mutex) = false;  // another waited at the last Close
 };
 
