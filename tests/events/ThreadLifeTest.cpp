@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <functional>
 
+#include "events/EventState.h"
 #include "simulator/FanliChip.h"
 #include "tests/support/Desk.h"
+#include "tests/support/ScriptedBus.h"
 #include "tests/support/Seeds.h"
 
 using simulator::PcRoute;
@@ -113,6 +115,30 @@ TEST(FailedWait, EndsTheThreadOnce) {
     });
 }
 
+// The driver must keep the interrupt request pending; one that doesn't is left alone until the next
+// write. A visit that was open by then begins anew.
+TEST(FailedWait, IsTriedAgainByTheNextWrite) {
+    hosted::UseScheduledClock({Seed()});
+    const std::vector<std::uint8_t> half(16, 0x11);
+    const auto bus = std::make_shared<ScriptedBus>();
+    Desk desk({});
+    hosted::AddDevice(simulator::kUsbDriverPath, bus);
+    bus->reads = {Gives({6}), Gives({6}), Gives({0}), Gives(half), Gives(half)};
+    bus->controls = {GivesAtOnce({}), NeverEnds()};
+    AnnounceStop(desk.log);
+    desk.Start();
+    EXPECT_TRUE(Desk::WaitForThreads(1));
+    EXPECT_TRUE(HasInOrder(desk.log, {"NFC DeviceIoControl Failed: 0", kReturned}));
+    EXPECT_EQ(EventsHeard(), std::vector<int>{});
+    g_interruptFirst = false;
+    bus->reads = {Gives(half), Gives(half)};
+    EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage()), 0);
+    Desk::Pass(kSecond);
+    EXPECT_TRUE(g_interruptFirst);
+    EXPECT_EQ(hosted::Live().threads, 2U);
+    EXPECT_EQ(hosted::Live().requests, 1U);
+}
+
 // What a host does three times over leaves no more behind than it found, and a route that works.
 void ThreeTimes(PcRoute route, void (*act)(Desk&)) {
     ForEachSeed(100, [route, act] {
@@ -120,15 +146,15 @@ void ThreeTimes(PcRoute route, void (*act)(Desk&)) {
         AnnounceStop(desk.log);
         desk.log.Announce("NFC ReadKeyboardData ReadFile error 0x6");  // between close and open
         desk.Start();
-        Desk::Pass(hosted::kSecond);
+        Desk::Pass(kSecond);
         const hosted::LiveCounts before = hosted::Live();
         for (int round = 0; round < 3; ++round) {
             act(desk);
         }
-        Desk::Pass(hosted::kSecond);
+        Desk::Pass(kSecond);
         ExpectVisit(desk);
         EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x51)), 0);
-        Desk::Pass(hosted::kSecond);
+        Desk::Pass(kSecond);
         const hosted::LiveCounts after = hosted::Live();
         EXPECT_LE(after.handles, before.handles);
         EXPECT_LE(after.threads, before.threads);
@@ -136,7 +162,7 @@ void ThreeTimes(PcRoute route, void (*act)(Desk&)) {
     });
 }
 
-TEST(Life, AWriteRightBehindAStop) {
+TEST(ThreeTimes, AStopAndAtOnceAStart) {
     for (const PcRoute route : {PcRoute::kI2c, PcRoute::kUsb, PcRoute::kHid}) {
         ThreeTimes(route, [](Desk& desk) {
             desk.manager.reset();
@@ -145,7 +171,26 @@ TEST(Life, AWriteRightBehindAStop) {
     }
 }
 
-TEST(Life, OpeningAKeyboardAgain) {
+// The end of another manager stops the threads. A write that fails before its first transfer starts
+// them again, whatever they have reached by then.
+TEST(ThreeTimes, AStopInPassing) {
+    ThreeTimes(PcRoute::kUsb, [](Desk& desk) {
+        for (const char* text : {"m_nfcData SetUrl", "SetContent fail", "UpdateNfcData failed"}) {
+            desk.log.Announce(text);
+        }
+        NfcManager::Create(desk.NewMessage(), &Desk::Listen);  // and lets go of it
+        for (auto steps = hosted::Random() % 6; steps > 0; --steps) {
+            hosted::Yield();
+        }
+        const auto message = desk.NewMessage();
+        message->SetUrl(std::string(253, 'u'));
+        EXPECT_EQ(desk.manager->WriteMessage(message), -1);
+        EXPECT_TRUE(desk.manager->DeviceInit());  // the stop has ended the transfers' event
+        Desk::Pass(kSecond);
+    });
+}
+
+TEST(ThreeTimes, AKeyboardOpenedAgain) {
     for (const PcRoute route : {PcRoute::kHid, PcRoute::kBle}) {
         ThreeTimes(route, [](Desk& desk) { EXPECT_TRUE(desk.StartDevices(*desk.manager)); });
     }
@@ -221,39 +266,13 @@ TEST(RestartedThread, HandlesAnInterruptThatCameBeforeTheCancellation) {
 TEST(RestartedThread, HandlesAReportThatCameBeforeTheCancellation) {
     hosted::UseScheduledClock({Seed()});
     Desk desk({PcRoute::kHid});
-    simulator::Bytes report{0, 0, 0, 0, 0, simulator::kTypeField};
-    report.insert(report.end(), std::begin(simulator::kFieldEnter),
-                  std::end(simulator::kFieldEnter));
+    const simulator::Bytes enterReport{0, 0, 0, 0, 0, simulator::kTypeField, 0x6E, 0xE6};
     hosted::AddHidInterface(simulator::KeyboardInterface(),
-                            std::make_shared<CompletesWhenCancelled>(*desk.pc.hid(), report));
+                            std::make_shared<CompletesWhenCancelled>(*desk.pc.hid(), enterReport));
     desk.Start();
     StartWhileTheThreadEnds(desk, "NFC ReadKeyboardDataThread return",
                             [&desk] { EXPECT_TRUE(desk.manager->DeviceInit()); });
     EXPECT_EQ(EventsHeard(), std::vector<int>{3});
-}
-
-// The stop has only just been signalled when a write that fails before its first transfer starts
-// the threads again, whatever they have reached by then.
-TEST(RestartedThread, ServesOnWhereverTheStopFoundIt) {
-    ForEachSeed(100, [] {
-        Desk desk({PcRoute::kUsb});
-        desk.Start();
-        AnnounceStop(desk.log);
-        for (const char* text : {"m_nfcData SetUrl", "SetContent fail", "UpdateNfcData failed"}) {
-            desk.log.Announce(text);
-        }
-        Desk::Pass(kSecond);
-        NfcManager::Create(desk.NewMessage(), &Desk::Listen);  // and lets go of it
-        for (auto steps = hosted::Random() % 6; steps > 0; --steps) {
-            hosted::Yield();
-        }
-        const auto message = desk.NewMessage();
-        message->SetUrl(std::string(253, 'u'));
-        EXPECT_EQ(desk.manager->WriteMessage(message), -1);
-        Desk::Pass(kSecond);
-        EXPECT_EQ(hosted::Live().threads, 2U);
-        ExpectVisit(desk);
-    });
 }
 
 // A device that is closed while an event thread waits on it: by the start that opens the keyboard
@@ -297,7 +316,7 @@ TEST(ClosedDevice, HasItsRequestsCancelledBeforeAndNeverAfterwards) {
 }
 
 // A copy works on the same tag and memory, and event threads end with the last of them.
-TEST(Life, CopiesShareEverythingUntilTheLastOneGoes) {
+TEST(Copies, ShareEverythingUntilTheLastOneGoes) {
     hosted::UseScheduledClock({Seed()});
     Desk desk({PcRoute::kUsb});
     desk.Start();
@@ -313,11 +332,11 @@ TEST(Life, CopiesShareEverythingUntilTheLastOneGoes) {
 
     AnnounceStop(desk.log);
     copy = NfcManager(nullptr);
-    Desk::Pass(hosted::kSecond);
-    EXPECT_FALSE(desk.log.Has("NFC WaitOnInterruptLoop return"));
+    Desk::Pass(kSecond);
+    EXPECT_FALSE(desk.log.Has(kReturned));
     assigned = copy;
-    Desk::Pass(hosted::kSecond);
-    EXPECT_TRUE(desk.log.Has("NFC WaitOnInterruptLoop return"));
+    Desk::Pass(kSecond);
+    EXPECT_TRUE(desk.log.Has(kReturned));
 }
 
 }  // namespace

@@ -1,10 +1,15 @@
-// Phones that stay while the host writes or creates a manager: how many visits it hears of.
+// Interrupts become visits: what the listener hears and when, what the log says, and how many
+// visits a phone makes that stays while the host works on.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
+#include "events/EventState.h"
+#include "simulator/FanliChip.h"
 #include "tests/support/Desk.h"
+#include "tests/support/ScriptedBus.h"
 #include "tests/support/Seeds.h"
 
 using simulator::PcRoute;
@@ -14,6 +19,158 @@ namespace {
 
 using hosted::kMillisecond;
 using hosted::kSecond;
+using Texts = std::vector<std::string>;
+
+// One interrupt of the chip, by itself or with a status.
+struct Interrupt {
+    unsigned atMs = 0;
+    std::uint8_t status = 0;
+    std::uint32_t para1 = 0;
+};
+using Interrupts = std::vector<Interrupt>;
+
+// Event number, and milliseconds since the first event of the case.
+using TimedEvents = std::vector<std::pair<int, double>>;
+
+struct VisitCase {
+    Interrupts interrupts;
+    TimedEvents events;
+    std::size_t stillInField = 0;  // polls that find the phone in the field
+    Texts errors = {};
+};
+
+// A started PC whose log is empty.
+struct VisitDesk : Desk {
+    explicit VisitDesk(PcRoute route, const std::string& chip = "fm11nt081") : Desk({route}, chip) {
+        Start();
+        log.Clear();
+        AnnounceStop(log);
+    }
+
+    // From now on.
+    void Raise(const Interrupts& interrupts) {
+        for (const Interrupt& one : interrupts) {
+            hosted::After(one.atMs * kMillisecond, [one, &door = pc.chip()->BackDoor()] {
+                if (one.status == 0) {
+                    door.RaiseInterrupt();
+                } else {
+                    door.RaiseStatus(hosted::Now(), one.status, one.para1);
+                }
+            });
+        }
+    }
+
+    // The lines without the chip's tick counts.
+    static Texts WithoutTicks(Texts lines) {
+        for (std::string& line : lines) {
+            line.resize(std::min(line.size(), line.find(", ticks")));
+        }
+        return lines;
+    }
+
+    void Watch(int route, const std::vector<VisitCase>& cases) {
+        for (std::size_t i = 0; i < cases.size(); ++i) {
+            SCOPED_TRACE("case " + std::to_string(i));
+            TakeHeard();
+            log.Clear();
+            Raise(cases[i].interrupts);
+            Pass(10 * kSecond);
+            TimedEvents events;
+            const std::vector<Heard> all = HeardSoFar();
+            for (const Heard& heard : all) {
+                EXPECT_EQ(heard.route, route);
+                events.emplace_back(heard.event,
+                                    static_cast<double>(heard.time - all[0].time) / 1000);
+            }
+            EXPECT_EQ(events, cases[i].events);
+            EXPECT_EQ(log.Count("NFC_phone still in field"), cases[i].stillInField);
+            EXPECT_EQ(WithoutTicks(log.TakeUnannounced()), cases[i].errors);
+        }
+    }
+};
+
+TEST(CountedVisit, EndsWhenInterruptsStopComing) {
+    for (const PcRoute route : {PcRoute::kI2c, PcRoute::kUsb}) {
+        ForEachSeed(1, [route] {
+            VisitDesk desk(route, "fm11nt082c");
+            desk.Watch(static_cast<int>(route) + 1,
+                       {{{{0}}, {{3, 0}, {1, 350}}},
+                        {{{0}, {10}, {340}}, {{3, 0}, {1, 350}}},
+                        {{{0}, {10}, {20}, {1000}}, {{3, 0}, {1, 350}, {3, 1000}, {1, 1350}}},
+                        {{{0}, {10}, {20}, {30}}, {{3, 0}, {1, 700}}, 1},
+                        {{{0}, {10}, {20}, {30}, {699}}, {{3, 0}, {1, 1050}}, 2},
+                        {{{0}, {100}, {200}, {300}, {400}, {600}, {800}, {1000}},
+                         {{3, 0}, {1, 1400}},
+                         3}});
+        });
+    }
+}
+
+TEST(ReportedVisit, FollowsTheStatusOfTheChip) {
+    constexpr std::uint8_t enter = simulator::kStatusEnterField;
+    constexpr std::uint8_t leave = simulator::kStatusLeaveField;
+    constexpr std::uint8_t mcuStart = simulator::kStatusMcuStart;
+    hosted::UseScheduledClock({Seed()});
+    VisitDesk desk(PcRoute::kI2c, "fanli");
+    desk.Watch(1, {{{{0, leave}}, {}, 0, {"NFC LeaveField(2), interrupt First?: 1"}},
+                   {{{0, enter}, {100, leave}}, {{3, 0}, {1, 350}}},
+                   {{{0, enter}, {400, leave}}, {{3, 0}, {1, 700}}, 1},
+                   {{{0, enter}, {50, enter}, {100, leave}},
+                    {{3, 0}, {1, 350}},
+                    0,
+                    {"NFC EnterField(1), interrupt First?: 0"}},
+                   {{{0, enter}}, {{3, 0}, {1, 7350}}, 20},
+                   {{{0, mcuStart, 0xAB}, {200, enter}, {400, mcuStart, 0x12345}, {500, leave}},
+                    {{4, 0}, {3, 200}, {4, 400}, {1, 550}},
+                    0,
+                    {"Nfc MCU start! para1: 0x00ab", "Nfc MCU start! para1: 0x12345"}},
+                   {{{0, simulator::kStatusMcuReset, 0xAB},
+                     {100, simulator::kStatusNoData, 0xAC},
+                     {200, 5, 0xAD}},
+                    {},
+                    0,
+                    {"Nfc MCU reset! para1: 0x00ab", "Nfc MCU no data! para1: 0x00ac",
+                     "Nfc MCU unknown Event: 5, para1: 0x00ad"}}});
+}
+
+// A status that cannot be read keeps the line up; the loop goes on, and does not spin.
+TEST(ReportedVisit, WaitsForAStatusThatCannotBeRead) {
+    hosted::UseScheduledClock({Seed()});
+    VisitDesk desk(PcRoute::kI2c, "fanli");
+    desk.SetFaults("read#1+=fail:31");
+    desk.Raise({{0, simulator::kStatusEnterField, 0x30002},
+                {1200, simulator::kStatusLeaveField, 0xFFFF0001}});
+    Desk::Pass(kSecond);
+    const std::size_t failures = desk.log.Count("Nfc read Interrupt Status failed!");
+    EXPECT_GT(failures, 1U);
+    EXPECT_LE(failures, 10U);
+    desk.log.TakeUnannounced();
+    desk.SetFaults("");
+    Desk::Pass(2 * kSecond);
+    const Texts lines = VisitDesk::WithoutTicks(desk.log.Texts());
+    for (const char* line : {"NFC EnterField(1), enterSum: 3, leaveSum: 2",
+                             "NFC LeaveField(2), enterSum: 65535, leaveSum: 1"}) {
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), line), 1) << line;
+    }
+    EXPECT_EQ(EventsHeard(), (std::vector<int>{3, 1}));
+}
+
+TEST(MissingListener, LeavesAVisitUnopenedButEndsOne) {
+    hosted::UseScheduledClock({Seed()});
+    VisitDesk desk(PcRoute::kUsb);
+    desk.manager->RegisterListener(nullptr);
+    desk.Raise({{0}, {100}, {200}});
+    Desk::Pass(kSecond);
+    EXPECT_EQ(desk.log.TakeUnannounced(), Texts(3, "NFC staticCallback is null"));
+    desk.manager->RegisterListener(&Desk::Listen);
+    desk.Raise({{0}});
+    EXPECT_TRUE(Desk::WaitForEvents(1, kSecond));
+    desk.manager->RegisterListener(nullptr);
+    Desk::Pass(kSecond);
+    EXPECT_EQ(EventsHeard(), std::vector<int>{3});
+    EXPECT_EQ(desk.log.TakeUnannounced(), Texts{"NFC staticCallback is null"});
+    EXPECT_TRUE(g_interruptFirst);
+}
 
 constexpr hosted::Micros kStay = 60 * kSecond;
 
