@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "events/EventState.h"
+#include "events/Visit.h"
 #include "simulator/FanliChip.h"
 #include "tests/support/Desk.h"
 #include "tests/support/ScriptedBus.h"

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "events/EventState.h"
+#include "events/Visit.h"
 #include "simulator/FanliChip.h"
 #include "tests/support/Desk.h"
 #include "tests/support/ScriptedBus.h"
