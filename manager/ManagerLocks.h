@@ -3,15 +3,16 @@
 
 #include "platform/platform.h"
 
-/// Held by DeviceInit, WriteMessage, ReadMessage and UpdateNfcData for their whole length.
+/// Held by DeviceInit, WriteMessage, ReadMessage, UpdateNfcData and UpdateNfcContent for their
+/// whole length.
 extern platform::Mutex m_staticDeviceMutex;
 
 /// Held by SetMcuKbConnectStatus around its one store.
 extern platform::Mutex m_staticMcuKbMutex;
 
-/// Behind NfcManager::m_staticWriteMutex: one number thread at a time.
+/// The mutex to which NfcManager::m_staticWriteMutex refers: one number thread at a time.
 extern platform::Mutex g_writeMutex;
 
 /// Guards every manager's message and image in memory. A short lock: never held over a transfer, a
-/// pause or a listener call, so WriteRandNum never waits for the tag.
+/// pause, a listener call or a log line, so WriteRandNum never waits for the tag or for a slow log.
 extern platform::Mutex g_memoryMutex;

@@ -1,8 +1,9 @@
 // The flows around a whole message: write, read, update.
 //
-// Each public flow holds m_staticDeviceMutex throughout, so a read cannot put the tag's old fields
-// into memory between another flow's filling of the image and its writing. Each step on the tag
-// holds g_contentMutex; message and image in memory are touched under g_memoryMutex alone.
+// Each flow holds m_staticDeviceMutex throughout, so a read cannot put the tag's old fields into
+// memory between another flow's filling of the image and its writing. Each step on the tag holds
+// g_contentMutex; message and image in memory are touched under g_memoryMutex, and nothing is
+// logged there.
 #include <tagport/NfcManager.h>
 
 #include <algorithm>
@@ -12,9 +13,9 @@
 #include "chip/NfcDeviceContext.h"
 #include "diagnostics/Log.h"
 #include "events/EventState.h"
+#include "manager/ManagedImage.h"
 #include "manager/ManagerLocks.h"
 #include "manager/MessageLimits.h"
-#include "manager/NumberWatch.h"
 #include "manager/Peripheral.h"
 #include "manager/Results.h"
 #include "manager/TagAccess.h"
@@ -48,16 +49,12 @@ MessageFields FieldsOf(NdefMessage& message) {
     return fields;
 }
 
-void UseNewerNumber(const NumberWatch& watch, MessageFields& fields) {
-    if (watch.given()) {
-        std::copy(watch.given()->begin(), watch.given()->end(), fields.number);
+void UseNewerNumber(const ManagedImage* image, ManagedImage::Moment moment, MessageFields& fields)
+    TAGPORT_REQUIRES(g_memoryMutex) {
+    const RandomNumber* const newer = image != nullptr ? image->GivenSince(moment) : nullptr;
+    if (newer != nullptr) {
+        std::copy(newer->begin(), newer->end(), fields.number);
     }
-}
-
-RandomNumber NumberOf(const MessageFields& fields) {
-    RandomNumber number{};
-    std::copy(std::begin(fields.number), std::end(fields.number), number.begin());
-    return number;
 }
 
 // Copies the first bytes of a counted byte string into a field. False when it has too few.
@@ -85,6 +82,11 @@ bool ParseFields(const std::string& content, MessageFields& fields) {
         return false;
     }
     return true;
+}
+
+void MakeNewest(ManagedImage& image) {
+    platform::Lock memory(g_memoryMutex);
+    image.MakeNewest();
 }
 
 // A chip that answers, answers with something other than zero at one of these places. The number
@@ -118,7 +120,7 @@ void EnableRadio() {
 int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
     const OperationScope scope;
     platform::Lock operation(m_staticDeviceMutex);
-    // The end of another manager takes effect behind the whole write, radio included.
+    // The end of another manager takes effect after the whole write, radio included.
     const EventSlot::Keep transferEvent(g_ioEvent.value);
     LogWarnFun("NFC_WriteMessage with dynamic delay begin!");
     if (message == nullptr) {
@@ -126,14 +128,14 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
         return kFailure;
     }
     // Copied first: message and the manager's own are often one object, which the read overwrites.
-    std::shared_ptr<NfcData> data;
-    NumberWatch watch;
+    std::shared_ptr<ManagedImage> image;
+    ManagedImage::Moment begin = 0;
     MessageFields fields;
     std::shared_ptr<NdefMessage> own;
     {
         platform::Lock memory(g_memoryMutex);
-        data = m_nfcData;
-        watch.Begin(data.get());
+        image = m_nfcData;
+        begin = image != nullptr ? image->Now() : 0;
         fields = FieldsOf(*message);
         own = m_ndefMessage;
     }
@@ -146,18 +148,20 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
     }
     {
         platform::Lock memory(g_memoryMutex);
-        if (m_ndefMessage == nullptr) {
-            LogErrorFun("WriteMessage m_ndefMessage nullptr");
-            return kFailure;
+        own = m_ndefMessage;
+        if (own != nullptr) {
+            UseNewerNumber(image.get(), begin, fields);
+            own->SetRandomNumber(fields.number);
+            if (HasStorableUrl(fields)) {
+                own->SetUrl(fields.url);
+            }
+            own->SetModel(fields.model);
+            own->SetMac(fields.mac);
         }
-        UseNewerNumber(watch, fields);
-        m_ndefMessage->SetRandomNumber(fields.number);
-        NumberWatch::Announce(data.get(), NumberOf(fields));
-        if (HasStorableUrl(fields)) {
-            m_ndefMessage->SetUrl(fields.url);
-        }
-        m_ndefMessage->SetModel(fields.model);
-        m_ndefMessage->SetMac(fields.mac);
+    }
+    if (own == nullptr) {
+        LogErrorFun("WriteMessage m_ndefMessage nullptr");
+        return kFailure;
     }
     int result = kSuccess;
     if (!UpdateTag()) {
@@ -178,17 +182,15 @@ int NfcManager::ReadMessage(const std::shared_ptr<NdefMessage>& target) {
 
 // Under m_staticDeviceMutex.
 int NfcManager::ReadIntoMessage(const std::shared_ptr<NdefMessage>& target) {
-    std::shared_ptr<NfcData> data;
-    std::shared_ptr<NfcProxy> proxy;
-    NumberWatch watch;
-    {
+    NfcManager held(*this);
+    ManagedImage* const image = held.m_nfcData.get();
+    ManagedImage::Moment begin = 0;
+    if (image != nullptr) {
         platform::Lock memory(g_memoryMutex);
-        data = m_nfcData;
-        proxy = m_nfcProxy;
-        watch.BeginWithKnown(data.get());
+        begin = image->BeforeWaitingNumber();
     }
     std::string content;
-    if (proxy == nullptr || !ReadContent(*proxy, content)) {
+    if (held.m_nfcProxy == nullptr || !ReadContent(*held.m_nfcProxy, content)) {
         LogErrorFun("ReadMessage ReadNfcContent failed");
         return kFailure;
     }
@@ -199,15 +201,18 @@ int NfcManager::ReadIntoMessage(const std::shared_ptr<NdefMessage>& target) {
     if (target == nullptr || !HasStorableUrl(fields)) {
         return kFailure;
     }
-    platform::Lock memory(g_memoryMutex);
-    if (target == m_ndefMessage) {
-        UseNewerNumber(watch, fields);
+    const bool isOwn = target == held.m_ndefMessage;
+    {
+        platform::Lock memory(g_memoryMutex);
+        if (isOwn) {
+            UseNewerNumber(image, begin, fields);
+        }
+        target->SetUrl(fields.url);
+        target->SetMac(fields.mac);
+        target->SetRandomNumber(fields.number);
+        target->SetModel(fields.model);
     }
-    target->SetUrl(fields.url);
-    target->SetMac(fields.mac);
-    target->SetRandomNumber(fields.number);
-    target->SetModel(fields.model);
-    return SetContent() ? kSuccess : kFailure;
+    return held.SetContent(isOwn ? NumberFrom::kTag : NumberFrom::kHost) ? kSuccess : kFailure;
 }
 
 bool NfcManager::UpdateNfcData() {
@@ -219,23 +224,20 @@ bool NfcManager::UpdateNfcData() {
 
 // Under m_staticDeviceMutex.
 bool NfcManager::UpdateTag() {
-    std::shared_ptr<NfcData> data;
-    std::shared_ptr<NfcProxy> proxy;
-    {
-        platform::Lock memory(g_memoryMutex);
-        if (!SetContent()) {
-            return false;
-        }
-        data = m_nfcData;
-        proxy = m_nfcProxy;
+    NfcManager held(*this);
+    if (!held.SetContent(NumberFrom::kHost)) {
+        return false;
     }
-    if (proxy == nullptr || data == nullptr) {
+    NfcProxy* const proxy = held.m_nfcProxy.get();
+    ManagedImage* const image = held.m_nfcData.get();
+    if (proxy == nullptr || image == nullptr) {
         LogErrorFun("nullptr error");
         return false;
     }
+    MakeNewest(*image);
     const bool written = TryThrice([&] {
         LogWarnFun("UpdateNfcData begin writing Nfc Chip");
-        return WriteImage(*proxy, *data);
+        return WriteImage(*proxy, *image);
     });
     if (!written) {
         LogErrorFun("UpdateNfcData Write failed");
@@ -263,21 +265,19 @@ bool NfcManager::UpdateTag() {
 
 bool NfcManager::UpdateNfcContent() {
     const OperationScope scope;
+    platform::Lock operation(m_staticDeviceMutex);
     LogWarnFun("NfcManager::UpdateNfcContent()");
-    std::shared_ptr<NfcData> data;
-    std::shared_ptr<NfcProxy> proxy;
-    {
-        platform::Lock memory(g_memoryMutex);
-        if (!SetContent()) {
-            LogErrorFun("UpdateNfcContent SetContent fail");
-            return false;
-        }
-        data = m_nfcData;
-        proxy = m_nfcProxy;
-    }
-    if (proxy == nullptr || data == nullptr || !StartDeviceWithRetries(*proxy)) {
+    NfcManager held(*this);
+    if (!held.SetContent(NumberFrom::kHost)) {
+        LogErrorFun("UpdateNfcContent SetContent fail");
         return false;
     }
+    NfcProxy* const proxy = held.m_nfcProxy.get();
+    ManagedImage* const image = held.m_nfcData.get();
+    if (proxy == nullptr || image == nullptr || !StartDeviceWithRetries(*proxy)) {
+        return false;
+    }
+    MakeNewest(*image);
     LogWarnFun("NfcManager::InitNfcDevice done");
     std::string content;
     if (!ReadContent(*proxy, content)) {
@@ -285,9 +285,9 @@ bool NfcManager::UpdateNfcContent() {
         return false;
     }
     LogWarnFun("UpdateNfcContent ReadNfcContent done");
-    if (content != BuildImage(*data)) {
+    if (content != BuildImage(*image)) {
         LogWarnFun("UpdateNfcContent: Writing NfcContent");
-        if (!TryThrice([&] { return WriteImage(*proxy, *data); })) {
+        if (!TryThrice([&] { return WriteImage(*proxy, *image); })) {
             LogErrorFun("UpdateNfcContent reWrite failed");
             return false;
         }

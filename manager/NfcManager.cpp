@@ -1,10 +1,14 @@
-// A manager's beginning and end, and the way of its message into the tag image.
+// How a manager is made and ends, and how its message gets into the tag image.
 #include <tagport/NfcManager.h>
 
+#include <algorithm>
+#include <iterator>
+#include <optional>
 #include <utility>
 
 #include "diagnostics/Log.h"
 #include "events/EventState.h"
+#include "manager/ManagedImage.h"
 #include "manager/ManagerLocks.h"
 #include "manager/MessageLimits.h"
 #include "platform/platform.h"
@@ -17,8 +21,18 @@ namespace {
 
 static_assert(kNumberSize == imageformat::kNumberSize);
 
-bool IsSupported(std::uint8_t pcType) {
-    return pcType == kPcTypeBlank || pcType == kPcTypeOrvane || pcType == kPcTypeVelmo;
+// The URI size for which the number of this PC type is read back; nothing for a type that is not
+// supported.
+std::optional<std::size_t> ReadBackUriSize(std::uint8_t pcType) {
+    switch (pcType) {
+        case kPcTypeBlank:
+            return imageformat::kBlankUriSize;
+        case kPcTypeOrvane:
+        case kPcTypeVelmo:
+            return imageformat::kShownUriSize;
+        default:
+            return std::nullopt;
+    }
 }
 
 }  // namespace
@@ -45,7 +59,7 @@ NfcManager::NfcManager(const NfcManager& other) {
 }
 
 NfcManager& NfcManager::operator=(const NfcManager& other) {
-    NfcManager replaced(other);  // ends behind the lock, with what was held until now
+    NfcManager replaced(other);  // ends after the lock, with what was held until now
     platform::Lock lock(g_memoryMutex);
     m_nfcData.swap(replaced.m_nfcData);
     m_nfcProxy.swap(replaced.m_nfcProxy);
@@ -61,7 +75,7 @@ NfcManager::~NfcManager() {
 
 bool NfcManager::Init(NfcListener listener) {
     LogWarnFun("NfcManager::Init()");
-    m_nfcData = std::make_shared<NfcData>();
+    m_nfcData = std::make_shared<ManagedImage>();
     if (m_nfcData == nullptr) {
         LogErrorFun("NfcManager:: create nfc data failed");
         return false;
@@ -72,16 +86,20 @@ bool NfcManager::Init(NfcListener listener) {
         return false;
     }
     staticCallback = listener;
-    if (!m_nfcData->Init()) {
+    NfcData image;
+    if (!image.Init()) {
         LogErrorFun("m_nfcData Init failed");
         return false;
     }
-    if (!m_nfcData->InitValue()) {
+    if (!image.InitValue()) {
         LogErrorFun("m_nfcData InitValue failed");
         return false;
     }
-    platform::Lock lock(g_memoryMutex);
-    if (!SetContent()) {
+    {
+        platform::Lock lock(g_memoryMutex);
+        m_nfcData->data = std::move(image);
+    }
+    if (!SetContent(NumberFrom::kHost)) {
         LogErrorFun("NfcManager Init SetContent failed");
         return false;
     }
@@ -89,70 +107,92 @@ bool NfcManager::Init(NfcListener listener) {
     return true;
 }
 
-// Under g_memoryMutex.
-bool NfcManager::SetContent() {
-    if (m_ndefMessage == nullptr || m_nfcProxy == nullptr) {
+// Copies message and image, fills the copy, and puts it back: a slow log keeps nobody from the
+// memory.
+bool NfcManager::SetContent(NumberFrom source) {
+    NfcManager held(*this);
+    if (held.m_ndefMessage == nullptr || held.m_nfcProxy == nullptr) {
         LogErrorFun("SetContent nullptr error");
         return false;
     }
-    std::uint8_t mac[6] = {};
+    ManagedImage& image = *held.m_nfcData;
+    NfcData filled;
+    ManagedImage::Moment copied = 0;
+    std::uint8_t mac[imageformat::kMacSize] = {};
     std::string url;
     std::uint8_t number[kNumberSize] = {};
-    std::uint8_t model[4] = {};
+    std::uint8_t model[imageformat::kModelSize] = {};
     std::uint8_t pcType = 0;
-    m_ndefMessage->GetMac(mac);
-    m_ndefMessage->GetUrl(url);
-    m_ndefMessage->GetRandomNumber(number);
-    m_ndefMessage->GetModel(model);
-    m_ndefMessage->GetPcType(pcType);
-    if (!SetMacAddr(mac) || !SetUrl(url) || !SetRandomNumber(number) || !SetModel(model)) {
+    {
+        platform::Lock lock(g_memoryMutex);
+        held.m_ndefMessage->GetMac(mac);
+        held.m_ndefMessage->GetUrl(url);
+        held.m_ndefMessage->GetRandomNumber(number);
+        held.m_ndefMessage->GetModel(model);
+        held.m_ndefMessage->GetPcType(pcType);
+        if (source == NumberFrom::kHost) {
+            RandomNumber given{};
+            std::copy(std::begin(number), std::end(number), given.begin());
+            image.Give(given);
+        }
+        copied = image.Now();
+        filled = image.data;
+    }
+    const bool complete = SetMacAddr(filled, mac) && SetUrl(filled, url) &&
+                          SetRandomNumber(filled, number) && SetModel(filled, model);
+    const std::optional<std::size_t> readBackSize = ReadBackUriSize(pcType);
+    {
+        platform::Lock lock(g_memoryMutex);
+        const RandomNumber* const newer = image.GivenSince(copied);
+        if (newer != nullptr) {
+            filled.ReplaceNumber(*newer);
+        }
+        image.data = std::move(filled);
+        if (complete && readBackSize) {
+            g_pcModel = pcType;
+        }
+    }
+    if (!complete) {
         LogErrorFun("SetContent fail");
         return false;
     }
-    if (!IsSupported(pcType)) {
+    if (!readBackSize) {
         LogErrorFun("SetModel unsupport!");
         return false;
     }
-    g_pcModel = pcType;
     return true;
 }
 
-bool NfcManager::SetMacAddr(const std::uint8_t (&mac)[6]) {
-    if (m_nfcData == nullptr || !m_nfcData->SetMacAddr(mac)) {
+bool NfcManager::SetMacAddr(NfcData& image, const std::uint8_t (&mac)[6]) {
+    if (!image.SetMacAddr(mac)) {
         LogErrorFun("m_nfcData SetMacAddr failed");
         return false;
     }
     return true;
 }
 
-bool NfcManager::SetUrl(const std::string& url) {
-    if (url.size() > kMaxUrlSize || m_nfcData == nullptr || !m_nfcData->SetUrl(url)) {
+bool NfcManager::SetUrl(NfcData& image, const std::string& url) {
+    if (url.size() > kMaxUrlSize || !image.SetUrl(url)) {
         LogErrorFun("m_nfcData SetUrl failed");
         return false;
     }
     return true;
 }
 
-bool NfcManager::SetRandomNumber(const std::uint8_t (&number)[32]) {
-    if (m_nfcData == nullptr || !m_nfcData->SetRandomNumber(number)) {
+bool NfcManager::SetRandomNumber(NfcData& image, const std::uint8_t (&number)[32]) {
+    if (!image.SetRandomNumber(number)) {
         LogErrorFun("m_nfcData SetRandomNumber failed");
         return false;
     }
     return true;
 }
 
-bool NfcManager::SetModel(const std::uint8_t (&model)[4]) {
-    if (m_nfcData == nullptr || !m_nfcData->SetModel(model)) {
+bool NfcManager::SetModel(NfcData& image, const std::uint8_t (&model)[4]) {
+    if (!image.SetModel(model)) {
         LogErrorFun("m_nfcData SetModel failed");
         return false;
     }
     return true;
-}
-
-// What an operation works on from its beginning to its end, also when the manager is assigned to.
-std::shared_ptr<NfcData> NfcManager::Data() const {
-    platform::Lock lock(g_memoryMutex);
-    return m_nfcData;
 }
 
 std::shared_ptr<NfcProxy> NfcManager::Proxy() const {

@@ -3,11 +3,12 @@
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
 #include <memory>
 
 #include "diagnostics/Log.h"
+#include "manager/ManagedImage.h"
 #include "manager/ManagerLocks.h"
-#include "manager/NumberWatch.h"
 #include "manager/Results.h"
 #include "manager/TagAccess.h"
 #include "platform/BoundedMemory.h"
@@ -27,7 +28,7 @@ constexpr std::uint32_t kThreadFailure = 0xFFFFFFFF;
 struct NumberThread {
     NfcManager manager{nullptr};
     EventSlot::Keep transferEvent{g_ioEvent.value};
-    NumberWatch watch;  // its number is given and not on the tag yet
+    WaitingNumber number;
 };
 
 DWORD WINAPI RunNumberThread(LPVOID argument) {
@@ -35,7 +36,7 @@ DWORD WINAPI RunNumberThread(LPVOID argument) {
     try {
         return NfcManager::WriteRandThread(&thread->manager);
     } catch (const std::exception&) {
-        LogErrorFun("LocalWriteRand failed");  // nobody is there to catch it on this thread
+        LogErrorFun("LocalWriteRand failed");  // no caller on this thread could catch it
         return kThreadFailure;
     }
 }
@@ -52,38 +53,76 @@ int NfcManager::WriteRandNum(const std::uint8_t (&number)[32]) {
     RandomNumber given{};
     const bool isArray =
         platform::memcpy_s(given.data(), given.size(), number, sizeof(number)) == 0;
-    // Made first: running out of memory must not leave a number that nobody writes.
+    // All that can run out of memory comes first: no number may stay that nobody writes.
     auto thread = std::make_unique<NumberThread>();
-    {
+    thread->manager.m_nfcProxy = NfcProxy::Detached();
+    platform::KeepLoaded();
+    NfcData refusing;
+    HANDLE handle = nullptr;
+    DWORD error = ERROR_SUCCESS;
+
+    enum class Outcome { kNoMessage, kKnown, kRefused, kNoThread, kStarted };
+    const auto takeOver = [&] {
         platform::Lock memory(g_memoryMutex);
         if (m_ndefMessage == nullptr) {
-            LogErrorFun("WriteRandNum GetRandomNumber fail");
-            return kFailure;
+            return Outcome::kNoMessage;
         }
         std::uint8_t current[kNumberSize] = {};
         m_ndefMessage->GetRandomNumber(current);
-        if (isArray && std::equal(given.begin(), given.end(), std::begin(current))) {
-            // A write that is under way may be about to put its own number over this one.
-            NumberWatch::Announce(m_nfcData.get(), given);
-            LogWarnFun("WriteRandNum no need to update");
-            return kSuccess;
+        if (isArray && std::equal(given.begin(), given.end(), current)) {
+            if (m_nfcData != nullptr) {
+                m_nfcData->Give(given);
+            }
+            return Outcome::kKnown;
         }
-        if (m_ndefMessage->SetRandomNumber(number) != kSuccess || !SetRandomNumber(number)) {
-            LogErrorFun("SetRandomNumber fail");
-            return kFailure;
+        std::copy(given.begin(), given.end(), current);
+        if (!isArray || m_nfcData == nullptr || !m_nfcData->data.FitsOnTag()) {
+            m_ndefMessage->SetRandomNumber(current);
+            if (isArray && m_nfcData != nullptr) {
+                m_nfcData->data.ReplaceNumber(given);
+                refusing = m_nfcData->data;
+            }
+            return Outcome::kRefused;
         }
         thread->manager.m_nfcData = m_nfcData;
         thread->manager.m_ndefMessage = m_ndefMessage;
-        thread->watch.Begin(m_nfcData.get());
-        NumberWatch::Announce(m_nfcData.get(), given);
-    }
-    thread->manager.m_nfcProxy = NfcProxy::Detached();
-    platform::KeepLoaded();
-    const HANDLE handle = CreateThread(nullptr, 0, RunNumberThread, thread.get(), 0, nullptr);
-    if (handle != nullptr) {
+        // Started under the lock, so that nobody sees a number which no thread writes.
+        handle = CreateThread(nullptr, 0, RunNumberThread, thread.get(), 0, nullptr);
+        if (handle == nullptr) {
+            error = GetLastError();
+            return Outcome::kNoThread;
+        }
+        m_ndefMessage->SetRandomNumber(current);
+        m_nfcData->data.ReplaceNumber(given);
+        m_nfcData->Give(given);
+        m_nfcData->MakeNewest();
+        thread->number.Begin(m_nfcData);
         static_cast<void>(thread.release());  // the thread owns it now
-        CloseHandle(handle);
+        return Outcome::kStarted;
+    };
+
+    switch (takeOver()) {
+        case Outcome::kNoMessage:
+            LogErrorFun("WriteRandNum GetRandomNumber fail");
+            return kFailure;
+        case Outcome::kKnown:
+            LogWarnFun("WriteRandNum no need to update");
+            return kSuccess;
+        case Outcome::kRefused:
+            if (isArray) {
+                SetRandomNumber(refusing, number);  // logs the reason
+            } else {
+                LogErrorFun("SetRandomNumber memcpy_s fail");
+            }
+            LogErrorFun("SetRandomNumber fail");
+            return kFailure;
+        case Outcome::kNoThread:
+            LogErrorFun("WriteRandNum CreateThread failed - %u", static_cast<unsigned>(error));
+            return kFailure;
+        case Outcome::kStarted:
+            break;
     }
+    CloseHandle(handle);
     LogWarnFun("NFC_WriteRandNum done");
     return kSuccess;
 }
@@ -103,15 +142,25 @@ std::uint32_t NfcManager::WriteRandThread(void* manager) {
 int NfcManager::LocalWriteRand() {
     const OperationScope scope;
     platform::Lock operation(g_writeMutex);
-    const std::shared_ptr<NfcData> data = Data();
-    const std::shared_ptr<NfcProxy> proxy = Proxy();
-    if (proxy == nullptr || data == nullptr) {
+    const NfcManager held(*this);
+    NfcProxy* const proxy = held.m_nfcProxy.get();
+    const ManagedImage* const image = held.m_nfcData.get();
+    if (proxy == nullptr || image == nullptr) {
         LogErrorFun("LocalWriteRand m_nfcProxy is nullptr");
         return kFailure;
     }
-    if (!TryThrice([&] { return WriteImage(*proxy, *data); })) {
+    NumberWrite write = NumberWrite::kFailed;
+    TryThrice([&] {
+        write = WriteImageUnlessOutdated(*proxy, *image);
+        return write != NumberWrite::kFailed;
+    });
+    if (write == NumberWrite::kFailed) {
         LogErrorFun("LocalWriteRand WriteNfcContent failed");
         return kFailure;
+    }
+    if (write == NumberWrite::kOutdated) {
+        LogWarnFun("LocalWriteRand leaves the tag alone: another manager has written since");
+        return kSuccess;
     }
     LogWarnFun("LocalWriteRand WriteNfcContent Write Chip Successful");
     RandomNumber number{};

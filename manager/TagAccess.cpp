@@ -1,5 +1,6 @@
 #include "manager/TagAccess.h"
 
+#include "manager/ManagedImage.h"
 #include "manager/ManagerLocks.h"
 #include "platform/platform.h"
 #include "routes/NfcProxy.h"
@@ -7,9 +8,34 @@
 #include "tagimage/NfcData.h"
 #include "transfer/TransferState.h"
 
-std::string BuildImage(const NfcData& data) {
+namespace {
+
+// Of the content that was written last, by any manager.
+std::uint64_t g_writtenOrder TAGPORT_GUARDED_BY(g_contentMutex) = 0;
+
+struct Snapshot {
+    NfcData data;
+    std::uint64_t order = 0;
+};
+
+Snapshot SnapshotOf(const ManagedImage& image) {
     platform::Lock lock(g_memoryMutex);
-    return data.GetContent();
+    return {image.data, image.order()};
+}
+
+bool Write(NfcProxy& proxy, const Snapshot& snapshot) TAGPORT_REQUIRES(g_contentMutex) {
+    const EventSlot::Keep keep(g_ioEvent.value);
+    if (!proxy.WriteNfcContent(snapshot.data.GetContent())) {
+        return false;
+    }
+    g_writtenOrder = snapshot.order;
+    return true;
+}
+
+}  // namespace
+
+std::string BuildImage(const ManagedImage& image) {
+    return SnapshotOf(image).data.GetContent();
 }
 
 bool ReadContent(NfcProxy& proxy, std::string& content) {
@@ -18,10 +44,18 @@ bool ReadContent(NfcProxy& proxy, std::string& content) {
     return proxy.ReadNfcContent(content);
 }
 
-bool WriteImage(NfcProxy& proxy, const NfcData& data) {
+bool WriteImage(NfcProxy& proxy, const ManagedImage& image) {
     platform::Lock content(g_contentMutex);
-    const EventSlot::Keep keep(g_ioEvent.value);
-    return proxy.WriteNfcContent(BuildImage(data));
+    return Write(proxy, SnapshotOf(image));
+}
+
+NumberWrite WriteImageUnlessOutdated(NfcProxy& proxy, const ManagedImage& image) {
+    platform::Lock content(g_contentMutex);
+    const Snapshot snapshot = SnapshotOf(image);
+    if (snapshot.order < g_writtenOrder) {
+        return NumberWrite::kOutdated;
+    }
+    return Write(proxy, snapshot) ? NumberWrite::kWritten : NumberWrite::kFailed;
 }
 
 bool ReadNumber(NfcProxy& proxy, std::uint8_t* number) {

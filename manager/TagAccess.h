@@ -1,15 +1,16 @@
 // One step on the tag as the flows take it: read the image, build and write one, read the number.
-// Each takes g_contentMutex for the whole step and keeps the transfer event, so the end of another
-// manager does not cut an image in half.
+// Each holds g_contentMutex for the whole step and keeps the transfer event, so that the end of
+// another manager does not cut an image in half.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-class NfcData;
+class ManagedImage;
 class NfcProxy;
 
-/// How often a step on the tag is tried, with no pause in between: the chip layer has its own.
+/// How often a step on the tag is tried. No pause lies between two attempts: the chip layer has
+/// pauses of its own.
 inline constexpr int kTagAttempts = 3;
 
 /// Takes a step until it works, kTagAttempts times at most. True when it has worked.
@@ -23,15 +24,20 @@ bool TryThrice(Step step) {
     return false;
 }
 
-/// The image as the memory holds it now. Takes g_memoryMutex alone.
-std::string BuildImage(const NfcData& data);
+/// The image as the memory holds it now. Copies it under g_memoryMutex and builds it without.
+std::string BuildImage(const ManagedImage& image);
 
 /// Reads the image from the chip. `content` is assigned on success only.
 bool ReadContent(NfcProxy& proxy, std::string& content);
 
 /// Builds the image as the memory holds it now and writes it over every active route. Building and
 /// writing are one step, so that no writer can put an older image over a newer one.
-bool WriteImage(NfcProxy& proxy, const NfcData& data);
+bool WriteImage(NfcProxy& proxy, const ManagedImage& image);
+
+/// The same for a number thread: writes nothing where newer content of another manager has been
+/// written.
+enum class NumberWrite { kWritten, kFailed, kOutdated };
+NumberWrite WriteImageUnlessOutdated(NfcProxy& proxy, const ManagedImage& image);
 
 /// Reads the number back over every active route, into 32 bytes.
 bool ReadNumber(NfcProxy& proxy, std::uint8_t* number);

@@ -1,5 +1,7 @@
 #include "tagimage/NfcBody.h"
 
+#include <algorithm>
+
 #include "diagnostics/Log.h"
 #include "platform/BoundedMemory.h"
 
@@ -62,6 +64,10 @@ bool NfcBody::SetRandomNumber(const std::uint8_t (&number)[kNumberSize]) {
         return false;
     }
     return true;
+}
+
+void NfcBody::ReplaceNumber(const std::array<std::uint8_t, kNumberSize>& number) {
+    std::copy(number.begin(), number.end(), m_randomNumber);
 }
 
 bool NfcBody::SetModel(const std::uint8_t (&model)[kModelSize]) {

@@ -3,6 +3,7 @@
 // chip, so they must not change.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -21,6 +22,9 @@ class NfcBody {
     bool SetMacAddr(const std::uint8_t (&mac)[imageformat::kMacSize]);
     bool SetRandomNumber(const std::uint8_t (&number)[imageformat::kNumberSize]);
     bool SetModel(const std::uint8_t (&model)[imageformat::kModelSize]);
+
+    /// The same for a number that is there. No log line.
+    void ReplaceNumber(const std::array<std::uint8_t, imageformat::kNumberSize>& number);
 
     // Counted byte strings; zero bytes are data.
     std::string GetMacAddr() const;

@@ -9,7 +9,25 @@ namespace {
 // What the TLV length counts besides the URI text and the two record types.
 constexpr std::size_t kFixedLength = kLengthWithoutUri - g_uriType.size() - g_mimeType.size();
 
+template <class Part>
+std::shared_ptr<Part> CopyOf(const std::shared_ptr<Part>& part) {
+    return part ? std::make_shared<Part>(*part) : nullptr;
+}
+
 }  // namespace
+
+NfcData::NfcData(const NfcData& other)
+    : m_tagType(other.m_tagType),
+      m_length(other.m_length),
+      m_uriHead(CopyOf(other.m_uriHead)),
+      m_uri(other.m_uri),
+      m_nfcHead(CopyOf(other.m_nfcHead)),
+      m_nfcBody(CopyOf(other.m_nfcBody)),
+      m_terminator(other.m_terminator) {}
+
+NfcData& NfcData::operator=(const NfcData& other) {
+    return *this = NfcData(other);
+}
 
 bool NfcData::HasParts() const {
     return m_uriHead && m_nfcHead && m_nfcBody;
@@ -112,6 +130,16 @@ bool NfcData::SetModel(const std::uint8_t (&model)[kModelSize]) {
         return false;
     }
     return CaculateLength();
+}
+
+bool NfcData::FitsOnTag() const {
+    return HasParts() && m_uri.size() <= kMaxUriSize;
+}
+
+void NfcData::ReplaceNumber(const std::array<std::uint8_t, kNumberSize>& number) {
+    if (m_nfcBody) {
+        m_nfcBody->ReplaceNumber(number);
+    }
 }
 
 std::string NfcData::GetContent() const {

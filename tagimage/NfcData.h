@@ -2,6 +2,7 @@
 // again. Knows nothing of the peripheral that moves the bytes.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -16,6 +17,14 @@
 /// failures logged; only memory exhaustion throws. No locks: one thread at a time.
 class NfcData {
   public:
+    NfcData() = default;
+    // A copy has parts of its own.
+    NfcData(const NfcData& other);
+    NfcData& operator=(const NfcData& other);
+    NfcData(NfcData&&) = default;
+    NfcData& operator=(NfcData&&) = default;
+    ~NfcData() = default;
+
     /// Makes the three parts anew.
     bool Init();
 
@@ -34,6 +43,12 @@ class NfcData {
     /// URI text without scheme. Up to kMaxUriSize bytes fit; more, up to kMaxStoredUriSize, are
     /// stored and then refused with a log line; beyond that nothing changes.
     bool SetUrl(const std::string& url);
+
+    /// Whether the setters of the other fields would work: the parts exist and the URI text fits.
+    bool FitsOnTag() const;
+
+    /// Replaces the number and nothing else, without check or log line.
+    void ReplaceNumber(const std::array<std::uint8_t, imageformat::kNumberSize>& number);
 
     /// The image as the fields stand, checked or not. Parts that do not exist give no bytes.
     std::string GetContent() const;
@@ -57,7 +72,7 @@ class NfcData {
     std::uint8_t m_tagType = 0;
     std::uint8_t m_length = 0;
     std::shared_ptr<NfcHead> m_uriHead;
-    std::string m_uri;  ///< text behind the identifier code
+    std::string m_uri;  ///< text after the identifier code
     std::shared_ptr<NfcHead> m_nfcHead;
     std::shared_ptr<NfcBody> m_nfcBody;
     std::uint8_t m_terminator = imageformat::kTerminatorTag;

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <string>
 
+class ManagedImage;
 class NfcData;
 class NfcProxy;
 
@@ -87,20 +88,21 @@ class TAGPORT_EXPORT NfcManager {
   private:
     friend struct NfcManagerTestAccess;  // the tests' way to the private flows
 
+    enum class NumberFrom { kHost, kTag };
+
     bool Init(NfcListener listener);
-    bool SetContent();
-    bool SetMacAddr(const std::uint8_t (&mac)[6]);
-    bool SetUrl(const std::string& url);
-    bool SetRandomNumber(const std::uint8_t (&number)[32]);
-    bool SetModel(const std::uint8_t (&model)[4]);
+    bool SetContent(NumberFrom source);
+    static bool SetMacAddr(NfcData& image, const std::uint8_t (&mac)[6]);
+    static bool SetUrl(NfcData& image, const std::string& url);
+    static bool SetRandomNumber(NfcData& image, const std::uint8_t (&number)[32]);
+    static bool SetModel(NfcData& image, const std::uint8_t (&model)[4]);
     int ReadIntoMessage(const std::shared_ptr<NdefMessage>& target);
     bool UpdateTag();
     bool UpdateNfcContent();
     int LocalWriteRand();
-    std::shared_ptr<NfcData> Data() const;
     std::shared_ptr<NfcProxy> Proxy() const;
 
-    std::shared_ptr<NfcData> m_nfcData;
+    std::shared_ptr<ManagedImage> m_nfcData;
     std::shared_ptr<NfcProxy> m_nfcProxy;
     std::shared_ptr<NdefMessage> m_ndefMessage;
 };

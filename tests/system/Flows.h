@@ -19,7 +19,6 @@ struct Flow {
     hosted::Micros longest = 0;             ///< under a fault that lasts
     bool startsDevice = false;              ///< what fails leaves no more than stood before it
     bool isRefused = false;                 ///< nobody answers: it fails, with or without a fault
-    bool hidesItsThread = false;            ///< by contract nobody is told when it cannot begin
     simulator::PcRoute route = {};
     std::string chip = {};
 };

@@ -1,0 +1,76 @@
+// A manager's image in memory, and the rule for which number and which content is the newest.
+//
+// Operations overlap: a read may bring an older number from the tag into memory, a write carries
+// the number of its message, and a number thread may not have written yet. So each image keeps the
+// number that was given last, and an operation looks whether its own has become older:
+//
+//   Operation                         Its number           Given            Gives way to a number
+//   WriteRandNum                      its argument         at the call      never
+//   WriteMessage                      its message's        when merged      given since the call
+//   UpdateNfcData, UpdateNfcContent   the manager's        when copied      given since the copy
+//   ReadMessage, another message        message's
+//   ReadMessage, the manager's own;   the tag's            never            given since the call,
+//   or
+//     the read before a write                                                waiting for its thread
+//
+// Contents are ordered for the whole process. WriteRandNum, WriteMessage, UpdateNfcData and
+// UpdateNfcContent make their manager's content the newest. A number thread whose content is older
+// than the one that was written last leaves the tag alone; the other writers always write.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "events/NumberStore.h"
+#include "manager/ManagerLocks.h"
+#include "tagimage/NfcData.h"
+
+/// Shared by a manager, its copies and its number threads. Everything under g_memoryMutex.
+class ManagedImage {
+  public:
+    /// Counts the numbers given so far: a moment with which later ones are compared.
+    using Moment = std::uint64_t;
+
+    /// The number counts as given from now on, also when it is the one given before.
+    void Give(const RandomNumber& number) TAGPORT_REQUIRES(g_memoryMutex);
+
+    Moment Now() const TAGPORT_REQUIRES(g_memoryMutex) { return m_given; }
+
+    /// The same, but a number that waits for its thread counts as given after it.
+    Moment BeforeWaitingNumber() const TAGPORT_REQUIRES(g_memoryMutex);
+
+    /// The number given last if that was after the moment; null if not.
+    const RandomNumber* GivenSince(Moment moment) const TAGPORT_REQUIRES(g_memoryMutex);
+
+    /// Makes this content the newest of the process.
+    void MakeNewest() TAGPORT_REQUIRES(g_memoryMutex);
+
+    /// Greater for newer content; zero before the first MakeNewest.
+    std::uint64_t order() const TAGPORT_REQUIRES(g_memoryMutex) { return m_order; }
+
+    /// Only copied, replaced and asked here: its operations that log are called on a copy, outside
+    /// the lock.
+    NfcData data TAGPORT_GUARDED_BY(g_memoryMutex);
+
+  private:
+    friend class WaitingNumber;
+
+    RandomNumber m_number TAGPORT_GUARDED_BY(g_memoryMutex){};  // given last
+    Moment m_given TAGPORT_GUARDED_BY(g_memoryMutex) = 0;
+    unsigned m_waiting TAGPORT_GUARDED_BY(g_memoryMutex) = 0;  // numbers whose thread has not ended
+    std::uint64_t m_order TAGPORT_GUARDED_BY(g_memoryMutex) = 0;
+};
+
+/// Marks an image as having a number that its thread has not written yet. Ends with the thread.
+class WaitingNumber {
+  public:
+    WaitingNumber() = default;
+    ~WaitingNumber() TAGPORT_EXCLUDES(g_memoryMutex);
+    WaitingNumber(const WaitingNumber&) = delete;
+    WaitingNumber& operator=(const WaitingNumber&) = delete;
+
+    void Begin(std::shared_ptr<ManagedImage> image) TAGPORT_REQUIRES(g_memoryMutex);
+
+  private:
+    std::shared_ptr<ManagedImage> m_image;
+};
