@@ -5,6 +5,7 @@
 #include <exception>
 #include <iterator>
 #include <memory>
+#include <type_traits>
 
 #include "diagnostics/Log.h"
 #include "manager/ManagedImage.h"
@@ -20,7 +21,10 @@
 
 namespace {
 
-constexpr std::uint32_t kThreadFailure = 0xFFFFFFFF;
+static_assert(std::is_same_v<decltype(&NfcManager::WriteRandThread), LPTHREAD_START_ROUTINE>,
+              "a host may hand it to CreateThread as it is");
+
+constexpr NfcManager::ThreadResult kThreadFailure = 0xFFFFFFFF;
 
 // What the number thread works on. It may outlive the host's last pointer to the manager, so it
 // holds image and message itself, works through a detached proxy, and keeps the transfer event
@@ -127,7 +131,7 @@ int NfcManager::WriteRandNum(const std::uint8_t (&number)[32]) {
     return kSuccess;
 }
 
-std::uint32_t NfcManager::WriteRandThread(void* manager) {
+NfcManager::ThreadResult NfcManager::WriteRandThread(void* manager) {
     if (manager == nullptr) {
         LogErrorFun("WriteRandThread nullptr");
         return kThreadFailure;

@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <type_traits>
 
 class ManagedImage;
 class NfcData;
@@ -66,8 +67,14 @@ class TAGPORT_EXPORT NfcManager {
     /// Reads the number from the tag. 0 or -1; with no route active 0 and `number` untouched.
     int ReadRandNum(std::uint8_t (&number)[32]);
 
-    /// The procedure of the thread that WriteRandNum starts. 0, or 0xFFFFFFFF on failure.
-    static std::uint32_t WriteRandThread(void* manager);
+    /// What a thread procedure of the system returns: 32 bits without a sign, which 64-bit Windows
+    /// calls unsigned long.
+    using ThreadResult = std::conditional_t<sizeof(unsigned long) == sizeof(std::uint32_t),
+                                            unsigned long, std::uint32_t>;
+
+    /// The procedure of the thread that WriteRandNum starts, as CreateThread takes it. The argument
+    /// is a manager, which must live until the thread has ended. 0, or 0xFFFFFFFF on failure.
+    static ThreadResult WriteRandThread(void* manager);
 
     /// Replaces the process's listener from the next event on. Null drops events with a log line.
     void RegisterListener(NfcListener listener);
