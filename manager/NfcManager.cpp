@@ -160,6 +160,10 @@ bool NfcManager::SetContent(NumberFrom source) {
         LogErrorFun("SetModel unsupport!");
         return false;
     }
+    if (url.size() != *readBackSize) {
+        LogErrorFun("uri size is %d, but the random number is read back for a size of %d",
+                    static_cast<int>(url.size()), static_cast<int>(*readBackSize));
+    }
     return true;
 }
 

@@ -53,7 +53,9 @@ TEST(Create, TellsWhyAMessageIsRefused) {
     const auto manager = NfcManager::Create(MessageWith(162, 2), nullptr);
     ASSERT_NE(manager, nullptr);
     EXPECT_EQ(Joined(log.Texts()),
-              "NfcManager::Init(), m_uri size is 162, NfcManager::Init() success");
+              "NfcManager::Init(), m_uri size is 162, "
+              "uri size is 162, but the random number is read back for a size of 1, "
+              "NfcManager::Init() success");
     EXPECT_EQ(staticCallback, nullptr);
     EXPECT_TRUE(g_interruptFirst && g_interruptRunning && g_readHidRunning);
     EXPECT_EQ(g_pcModel, 2);
@@ -62,6 +64,28 @@ TEST(Create, TellsWhyAMessageIsRefused) {
     EXPECT_NE(NfcManager::Create(bare, &OtherListener), nullptr) << "an empty URL is taken";
     EXPECT_EQ(staticCallback, &OtherListener) << "the listener is the process's";
     EXPECT_FALSE(g_interruptRunning) << "any manager's end stops the threads";
+}
+
+TEST(Create, TellsOfAUriWhoseNumberIsReadBackElsewhere) {
+    struct Case {
+        std::size_t urlSize;
+        std::uint8_t pcType;
+        std::size_t readBackSize;
+    };
+    for (const auto& [urlSize, pcType, readBackSize] : {Case{1, 2, 1},
+                                                        {2, 2, 1},
+                                                        {0, 5, 50},
+                                                        {49, 5, 50},
+                                                        {50, 5, 50},
+                                                        {50, 8, 50},
+                                                        {51, 8, 50}}) {
+        LogRecorder log;
+        EXPECT_NE(NfcManager::Create(MessageWith(urlSize, pcType), nullptr), nullptr);
+        const std::string line = "uri size is " + std::to_string(urlSize) +
+                                 ", but the random number is read back for a size of " +
+                                 std::to_string(readBackSize);
+        EXPECT_EQ(Joined(log.TakeUnannounced()), urlSize == readBackSize ? "" : line);
+    }
 }
 
 const std::string kZeroReadBack =
@@ -78,8 +102,8 @@ TEST(Create, OperationsWithoutADevice) {
     hosted::UseScheduledClock({Seed()});
     LogRecorder log;
     log.Announce("");
-    NfcManager bare(MessageWith(3, 5));
-    const auto ready = NfcManager::Create(MessageWith(3, 5), &Desk::Listen);
+    NfcManager bare(MessageWith(50, 5));
+    const auto ready = NfcManager::Create(MessageWith(50, 5), &Desk::Listen);
     ASSERT_NE(ready, nullptr);
     // What it gives and tells on a manager that nobody initialized, and on a ready one.
     const auto expect = [&](const std::function<std::int64_t(NfcManager&)>& call,
@@ -95,7 +119,7 @@ TEST(Create, OperationsWithoutADevice) {
         EXPECT_EQ(Joined(ErrorsIn(log)), readyErrors);
     };
     expect([](NfcManager& m) { return m.WriteMessage(nullptr); }, -1, kNoMessage, -1, kNoMessage);
-    expect([](NfcManager& m) { return m.ReadMessage(MessageWith(3, 5)); }, -1,
+    expect([](NfcManager& m) { return m.ReadMessage(MessageWith(50, 5)); }, -1,
            "ReadMessage ReadNfcContent failed", -1,
            "spbDriverOps == nullptr, ReadMessage ReadNfcContent failed");
     expect([](NfcManager& m) { return m.UpdateNfcData(); }, 0, "SetContent nullptr error", 0,
@@ -132,11 +156,11 @@ TEST(Create, OperationsWithoutADevice) {
     expect(registered, 0, "RegisterListener failed", 1, "");
     // A write runs into the missing number. The threads are started all the same on a ready one.
     log.Clear();
-    EXPECT_EQ(bare.WriteMessage(MessageWith(3, 5)), -1);
+    EXPECT_EQ(bare.WriteMessage(MessageWith(50, 5)), -1);
     EXPECT_EQ(Joined(ErrorsIn(log)), "SetContent nullptr error, UpdateNfcData failed");
     EXPECT_EQ(hosted::Live().threads, 0U);
     log.Clear();
-    EXPECT_EQ(ready->WriteMessage(MessageWith(3, 5)), -1);
+    EXPECT_EQ(ready->WriteMessage(MessageWith(50, 5)), -1);
     EXPECT_TRUE(HasInOrder(log, {"Nfc_ReadMessage not need", "UpdateNfcData ReadRandNum failed",
                                  "UpdateNfcData failed", "NfcThreadCreate start",
                                  "NfcThreadCreate pass", "spbDriverOps == nullptr"}));
