@@ -99,8 +99,11 @@ bool IsReadBeforeWrite() {
     return g_isI2cDriver && GetNfcDeviceContext().Traits().isReadBeforeWrite;
 }
 
-// Device start leaves the radio off on some chips; a written tag is to be seen by phones.
+// Device start leaves the radio off on some chips; phones are to see a written tag. A chip takes no
+// frame while it stores a block, so this keeps out of the pause that follows another thread's
+// block.
 void EnableRadio() {
+    platform::Lock content(g_contentMutex);
     NfcDeviceContext& context = GetNfcDeviceContext();
     NfcSpbCommon* const driver = context.spbDriverOps;
     if (driver == nullptr) {

@@ -126,6 +126,30 @@ TEST(WriteMessage, TellsWhichStepFailed) {
     EXPECT_EQ(put(50, NumberOf(8), 0), "") << "beyond the record, and so not kept";
 }
 
+// A chip whose mode byte is not 6 starts silent, and takes no frame while it stores a block.
+TEST(WriteMessage, SwitchesTheRadioOnBesideANumberThread) {
+    ForEachSeed(100, [] {
+        constexpr unsigned kModeRegister = 0x038C;
+        Desk desk({PcRoute::kI2c});
+        {
+            const hosted::DeviceLock lock;
+            desk.pc.chip()->BackDoor().StickBits(kModeRegister, 0x10, 0x10);
+        }
+        OnThread([&desk] {
+            const auto writes = [&desk] {
+                return desk.log.Has("NFC_WriteMessage with dynamic delay begin!");
+            };
+            hosted::WaitFor(writes, hosted::kForever, "the write");
+            Sleep(static_cast<DWORD>(hosted::Random() % 300));
+            EXPECT_EQ(Renew(*desk.manager, NumberOf(0x41)), 0);
+        });
+        desk.Start();
+        EXPECT_TRUE(Desk::WaitForThreads(2));
+        const hosted::DeviceLock lock;
+        EXPECT_TRUE(desk.pc.chip()->BackDoor().RadioOn());
+    });
+}
+
 TEST(WriteMessage, StartsBothThreadsOrNone) {
     for (const int failing : {1, 2}) {
         ForEachSeed(40, [failing] {
