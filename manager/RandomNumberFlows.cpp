@@ -196,6 +196,12 @@ int NfcManager::LocalWriteRand() {
 int NfcManager::ReadRandNum(std::uint8_t (&number)[32]) {
     const OperationScope scope;
     const std::shared_ptr<NfcProxy> proxy = Proxy();
+    RandomNumber probe{};
+    if (platform::memcpy_s(probe.data(), probe.size(), number, sizeof(number)) != 0) {
+        LogErrorFun("NFC ReadRandNumber memcpy_s fail");
+        LogErrorFun("ReadRandNum ReadNfc failed");
+        return kFailure;
+    }
     if (proxy == nullptr || !ReadNumber(*proxy, number)) {
         LogErrorFun("ReadRandNum ReadNfc failed");
         return kFailure;

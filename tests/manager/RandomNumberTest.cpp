@@ -193,4 +193,16 @@ TEST(RandomNumber, GivenAfterAnotherManagersWriteReachesTheTag) {
     });
 }
 
+TEST(RandomNumber, IsNotReadIntoAnArrayThatIsNotThere) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kI2c});
+    desk.Start();
+    desk.log.Clear();
+    desk.log.Announce("NFC ReadRandNumber memcpy_s fail");
+    desk.log.Announce("ReadRandNum ReadNfc failed");
+    EXPECT_EQ(desk.manager->ReadRandNum(NoArray<std::uint8_t, 32>()), -1);
+    EXPECT_EQ(ErrorsIn(desk.log), (std::vector<std::string>{"NFC ReadRandNumber memcpy_s fail",
+                                                            "ReadRandNum ReadNfc failed"}));
+}
+
 }  // namespace
