@@ -9,8 +9,8 @@
 /// A plain value: URL, MAC address, random number, PC model and PC type. Copying copies all five.
 ///
 /// It has no lock. The object given to NfcManager::Create is shared with the manager, which reads
-/// and writes it too; a host that changes it while an operation of the manager runs must keep the
-/// two apart itself.
+/// and writes it too; so is the one given to WriteMessage when the tag could not be read. A host
+/// that changes it while an operation of the manager runs must keep the two apart itself.
 class TAGPORT_EXPORT NdefMessage {
   public:
     NdefMessage();
@@ -19,13 +19,15 @@ class TAGPORT_EXPORT NdefMessage {
     ~NdefMessage();
 
     /// Fills the message for a PC type ('2', '5' or '8') from the file config\NfcUri.ini under the
-    /// process's current directory, and clears MAC address and random number. Both URIs must stand
-    /// in the file, whichever type is asked for. Without them nothing changes; for any other type
-    /// the MAC address alone is cleared. Failures are logged; GetPcType tells whether it worked.
+    /// process's current directory, and clears MAC address and random number. The file must hold
+    /// both URIs, whichever type is asked for. Without them nothing changes; for any other type
+    /// the MAC address alone is cleared. Failures are logged; GetPcType shows whether it worked.
     void Init(char type);
 
     /// The URI without its scheme, 1 to 255 bytes. 0, or -1 with nothing stored. The tag takes at
-    /// most 162 bytes; NfcManager judges that.
+    /// most 162 bytes: NfcManager refuses more, and WriteMessage with more makes the manager refuse
+    /// everything that follows. The number is read back for a URI of 1 byte on PC type 2 and of 50
+    /// bytes on 5 and 8; with any other size other bytes pass for the number.
     int SetUrl(const std::string& url);
     int GetUrl(std::string& url);
 

@@ -1,4 +1,4 @@
-// The one way in which the library tells its host what happened.
+// The one way in which the library reports to its host what happened.
 #pragma once
 
 #include <cstdint>
@@ -10,23 +10,33 @@
 ///         4  the tag's microcontroller started, or an unknown chip raised an interrupt
 /// route   1  I2C driver   2  USB driver   3  HID keyboard   4  Bluetooth keyboard
 /// number  32 bytes: the random number as last read on that route, all zero before the first
-///         reading. The storage is the process's own and stays valid; what stands in it may be
-///         replaced by the next event of the same thread, so copy what has to last.
+///         reading. The storage belongs to the process and stays valid. The next event of the same
+///         thread replaces what it holds, so copy the number if you need it longer.
 ///
-/// Threads: event 3 and event 4 on routes 1 and 2 come on the interrupt thread, event 1 on routes
-/// 1 and 2 on the deferred call thread, all events of route 3 on the keyboard read thread, all of
-/// route 4 on the Bluetooth client's thread. While a listener runs, its thread takes no further
-/// interrupt, report or notification, so it must return quickly.
+/// Threads: events 3 and 4 of routes 1 and 2 come on the interrupt thread, event 1 of routes 1 and
+/// 2 on the deferred call thread, all events of route 3 on the keyboard read thread, all of route 4
+/// on the Bluetooth client's thread. While a listener runs, its thread takes no further interrupt,
+/// report or notification, so it must return quickly. On route 4 a notification that comes inside
+/// a call of the client reaches the listener when the manager's operation ends, on its thread.
 ///
-/// Nobody waits for a listener: it may still be called, up to 8 s for the leave of a phone that has
-/// been reported, after the last manager has gone, and a call that has begun goes on after
-/// RegisterListener has replaced it. On route 4 calls go on until BtDisconnect has returned. So a
-/// listener's code must stay in memory; a host that is unloaded registers null, calls BtDisconnect,
-/// lets its managers go and stays for the rest.
+/// Which visits are reported:
+///   - The leave comes up to 8 s after the phone has gone, and up to 15 s with two visits open.
+///   - A WriteMessage or Create while a phone stays in the field gives at most one further pair of
+///     events 3 and 1 for that phone.
+///   - On a Fanli chip a phone that comes within 350 ms of a leave is never reported.
 ///
-/// A listener may call the manager. It must not
+/// Nobody waits for a listener. It may still be called after the last manager has gone, as long as
+/// the leave of a reported phone may take, and a call that has begun goes on after RegisterListener
+/// has replaced it. On route 4 calls go on until BtDisconnect has returned. So a listener's code
+/// must stay in memory; a host that is unloaded registers null, calls BtDisconnect, lets its
+/// managers go and stays for the rest.
+///
+/// A listener may call the manager. A read or a write waits there for a device start that is under
+/// way, 51 s at worst. A listener must not
+///   - in event 3 of routes 1 and 2 wait for event 1 of the same visit: it comes only after the
+///     listener has returned from event 3;
 ///   - in event 1 of routes 1 and 2 wait for another visit's event 3: the next visit opens only
-///     when it has returned;
+///     after the listener has returned;
 ///   - on route 3 or 4 count on a number from the keyboard, as ReadRandNum, UpdateNfcData and
 ///     WriteMessage do: its own thread would have to deliver it, so they end after their time-outs;
 ///   - on route 4 call BtConnect or BtDisconnect, which wait for deliveries to end;

@@ -1,4 +1,4 @@
-// The library's front door: keeps a passive NFC tag filled with a message and reports phones.
+// The main class of the library: keeps a passive NFC tag filled with a message and reports phones.
 #pragma once
 
 #include <tagport/NdefMessage.h>
@@ -15,20 +15,29 @@ class ManagedImage;
 class NfcData;
 class NfcProxy;
 
-/// One tag image and one message. The peripheral, its threads and the listener are the process's:
-/// all managers share them. When the last pointer to one manager goes, the threads stop for every
-/// other one and transfers fail, until the next DeviceInit and WriteMessage.
+/// One tag image and one message. The peripheral, its threads and the listener belong to the
+/// process: all managers share them.
+///
+/// When the last pointer to one manager goes, the threads stop for every other manager as well, and
+/// transfers fail until the next DeviceInit. A Create that fails does the same, since it ends the
+/// manager that it made. After that DeviceInit the HID keyboard reports phones again; the I2C and
+/// USB routes report them from the next WriteMessage on. A DeviceInit also silences a Fanli chip's
+/// radio: its phones come back with the next WriteMessage.
 ///
 /// Every operation may be called from any thread, also from a listener within the limits that
-/// NfcListener.h gives. Failures are told by result and in the log; only the standard library's
+/// NfcListener.h gives. Failures are reported by result and in the log; only the standard library's
 /// own exceptions (a mutex that fails, memory exhaustion) pass through.
+///
+/// Operations wait for each other. A read waits for a write that is under way, and both wait for a
+/// device start: 51 s at worst, on a driver that never ends a request.
 ///
 /// The usual order: NdefMessage::Init and setters, Create, DeviceInit, WriteMessage, then anything.
 class TAGPORT_EXPORT NfcManager {
   public:
     /// A manager whose tag image holds the message, or an empty pointer: no message, a PC type
     /// other than 2, 5 and 8, or a URL of more than 162 bytes. The listener becomes the process's
-    /// listener in every case. Touches no device.
+    /// listener in every case. Touches no device. A refused Create disables the managers that work:
+    /// they need DeviceInit and WriteMessage again.
     static std::shared_ptr<NfcManager> Create(std::shared_ptr<NdefMessage> message,
                                               NfcListener listener);
 
@@ -46,10 +55,17 @@ class TAGPORT_EXPORT NfcManager {
     bool DeviceInit();
 
     /// Writes the message to the tag on every active route, reads the number back, starts the
-    /// event threads and switches the radio on. An empty URL keeps the one on the tag where it
-    /// could be read. 0 when the content is on the tag and both threads exist, else -1; on a driver
-    /// that never ends a request up to 20 s. The PC type stays the manager's own, unless the tag
-    /// could not be read: then the message takes the place of the manager's, PC type and all.
+    /// event threads and switches the radio on. 0 when the content is on the tag and both threads
+    /// exist, else -1; on a driver that never ends a request up to 20 s, 22 s on a Fanli chip.
+    ///
+    /// An empty URL keeps the one on the tag. Where the tag could not be read, the message is
+    /// written without URL and the result is still 0, so give the URL always. A URL of more than
+    /// 162 bytes is refused but stays in the image: the manager then refuses every message and
+    /// number, and only a new manager helps.
+    ///
+    /// The fields are copied into the manager's message; the PC type is not. Where the tag could
+    /// not be read, the given object becomes the manager's message itself, PC type and all, and is
+    /// shared from then on.
     int WriteMessage(std::shared_ptr<NdefMessage> message);
 
     /// Reads the tag into `target` (all but its PC type). 0, or -1 with `target` unchanged unless
@@ -60,11 +76,21 @@ class TAGPORT_EXPORT NfcManager {
     bool UpdateNfcData();
 
     /// Renews the random number in the message, in the image and, on a thread of its own, on the
-    /// tag. Returns without waiting for the tag: 0 when the number was taken over, -1 when not. The
-    /// thread outlives the manager where it must. A failed write shows in the log alone.
+    /// tag. Returns without waiting for the tag: 0 when the number was taken over or is the
+    /// message's already, else -1.
+    ///
+    /// A failed write shows in the log alone, and the same number given again gives 0 without a
+    /// write. So does a number after a -1 for an image with too long a URL, since the message keeps
+    /// it. A -1 because no thread could be started changes nothing: give the number again.
+    ///
+    /// The thread outlives the manager where it must, but not the process: one that ends while the
+    /// thread writes leaves a torn number. Wait 1 s for each number given, 20 s at worst. A thread
+    /// whose manager's content is older than what another manager has written since writes nothing.
     int WriteRandNum(const std::uint8_t (&number)[32]);
 
-    /// Reads the number from the tag. 0 or -1; with no route active 0 and `number` untouched.
+    /// Reads the number from the tag. 0, or -1 also for an array reference that refers to nothing.
+    /// With no route active 0, and `number` is untouched. On a PC that has the Bluetooth keyboard
+    /// alone always 0, also when the keyboard did not answer.
     int ReadRandNum(std::uint8_t (&number)[32]);
 
     /// What a thread procedure of the system returns: 32 bits without a sign, which 64-bit Windows
@@ -83,10 +109,11 @@ class TAGPORT_EXPORT NfcManager {
     bool BtConnect(std::uint64_t address);
     bool BtDisconnect(std::uint64_t address);
 
-    /// True once the I2C route has been found.
+    /// True from the moment at which the I2C route has been found.
     bool IsActivePC();
 
-    /// Tells whether the HID keyboard's microcontroller is there to be written to.
+    /// Says to the library whether the HID keyboard's microcontroller can be written to. True, or
+    /// false on a bare manager.
     bool SetMcuKbConnectStatus(bool status);
 
     /// Serialises the threads of WriteRandNum. Nothing else takes it.
