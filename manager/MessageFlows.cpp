@@ -67,7 +67,7 @@ bool CopyFirst(const std::string& bytes, std::uint8_t (&field)[N]) {
     return true;
 }
 
-// Takes an image from the tag apart. False, with a log line, when it is malformed.
+// Parses an image from the tag. False, with a log line, when it is malformed.
 bool ParseFields(const std::string& content, MessageFields& fields) {
     NfcData nfcDataRead;
     if (!nfcDataRead.Init() || !nfcDataRead.Parse(content)) {
@@ -89,8 +89,8 @@ void MakeNewest(ManagedImage& image) {
     image.MakeNewest();
 }
 
-// A chip that answers, answers with something other than zero at one of these places. The number
-// thread looks at one place less.
+// A chip that works gives something other than zero at one of these places. The number thread
+// checks one place less.
 bool LooksWritten(const RandomNumber& number) {
     return (number[0] | number[1] | number[2] | number[kNumberSize - 1]) != 0;
 }
@@ -130,7 +130,7 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
         LogErrorFun("WriteMessage msg nullptr");
         return kFailure;
     }
-    // Copied first: message and the manager's own are often one object, which the read overwrites.
+    // Copied first: the message is often the manager's own object, which the read overwrites.
     std::shared_ptr<ManagedImage> image;
     ManagedImage::Moment begin = 0;
     MessageFields fields;

@@ -3,5 +3,6 @@
 
 #include <cstddef>
 
-/// The longest URL that a message stores, in bytes. What fits on a tag is less; the image judges.
+/// The longest URL that a message stores, in bytes. Less fits on a tag: see
+/// imageformat::kMaxUriSize.
 inline constexpr std::size_t kMaxUrlSize = 255;

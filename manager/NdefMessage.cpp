@@ -1,4 +1,4 @@
-// The fields of a message: what the setters take and what the getters give.
+// The setters and getters of a message.
 #include <tagport/NdefMessage.h>
 
 #include "diagnostics/Log.h"
@@ -8,7 +8,8 @@
 
 namespace {
 
-// The bounded copy, and not the compiler, decides whether a caller's array is there.
+// The bounded copy checks whether a caller's array exists. The compiler could drop a check that
+// stood here, since a reference always refers to something.
 template <std::size_t Size>
 bool Copy(std::uint8_t* destination, const std::uint8_t* source) {
     return platform::memcpy_s(destination, Size, source, Size) == 0;

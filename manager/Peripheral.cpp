@@ -1,4 +1,4 @@
-// The operations that forward to the peripheral: start, Bluetooth, connection status.
+// The operations that only forward to the peripheral: start, Bluetooth, connection status.
 #include <tagport/NfcManager.h>
 
 #include "diagnostics/Log.h"

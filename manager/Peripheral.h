@@ -1,4 +1,4 @@
-// Device start as the managers do it.
+// Device start with the manager's retries.
 #pragma once
 
 class NfcProxy;

@@ -1,4 +1,4 @@
-// Renewing the random number: memory at once, the tag on a thread of its own.
+// Renews the random number: in memory at once, on the tag by a thread of its own.
 #include <tagport/NfcManager.h>
 
 #include <algorithm>
@@ -45,8 +45,8 @@ DWORD WINAPI RunNumberThread(LPVOID argument) {
     }
 }
 
-// A chip that answers, answers with something other than zero at one of these places. A whole
-// message's read-back looks at one place more.
+// A chip that works gives something other than zero at one of these places. The read-back of a
+// whole message checks one place more.
 bool LooksWritten(const RandomNumber& number) {
     return (number[0] | number[1] | number[kNumberSize - 1]) != 0;
 }

@@ -1,4 +1,4 @@
-// What the public operations of manager and message answer.
+// Results of the public operations of manager and message.
 #pragma once
 
 inline constexpr int kSuccess = 0;

@@ -21,7 +21,7 @@ constexpr const WCHAR* kOrvaneKey = L"orvane_uri";
 constexpr const WCHAR* kVelmoKey = L"velmo_uri";
 constexpr const WCHAR* kConfigFile = L"\\config\\NfcUri.ini";
 
-// What a PC type puts into a message.
+// The fields that a PC type puts into a message.
 struct PcKind {
     std::uint8_t type = 0;
     std::uint8_t model[4] = {};
@@ -65,8 +65,8 @@ void NdefMessage::Init(char type) {
     PcKind kind;
     switch (type) {
         case '2':
-            // One blank: the tag of this type shows no URI, but its place on the chip counts on one
-            // byte.
+            // One blank: a tag of this type shows no URI, but the register of its number is made
+            // for a URI of one byte.
             kind = {kPcTypeBlank, {0x00, 0x00, 0x00, 0x00}, " "};
             break;
         case '5':

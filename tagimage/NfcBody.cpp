@@ -20,7 +20,7 @@ bool Clear(std::uint8_t (&field)[Size]) {
 }
 
 // The source is a pointer here: a caller's reference may refer to nothing, and only the bounded
-// copy looks.
+// copy checks that.
 template <std::size_t Size>
 bool Copy(std::uint8_t (&field)[Size], const std::uint8_t* source) {
     return platform::memcpy_s(field, Size, source, Size) == 0;

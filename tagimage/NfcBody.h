@@ -1,6 +1,6 @@
-// The 44 bytes in which the PC tells a phone its address, a random number and its model. Copies
-// bytes and never interprets them. The fields' order and widths fix where the number lies on the
-// chip, so they must not change.
+// The 44 bytes that give a phone the PC's address, a random number and the PC's model. Copies bytes
+// and never interprets them. The order and the sizes of the fields fix the place of the number on
+// the chip, so they must not change.
 #pragma once
 
 #include <array>
@@ -15,7 +15,8 @@ class NfcBody {
     /// Version set, all else zero.
     NfcBody();
 
-    /// True if the first version byte is the mark of a made body; else false with a log line.
+    /// True if the first version byte has the value that the constructor sets; else false with a
+    /// log line.
     bool IsInit() const;
 
     // A reference that refers to nothing clears the field: false with a log line.

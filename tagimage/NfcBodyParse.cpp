@@ -1,4 +1,4 @@
-// The reading side of the payload.
+// Parses the payload of the media-type record.
 #include "diagnostics/Log.h"
 #include "platform/BoundedMemory.h"
 #include "tagimage/NfcBody.h"

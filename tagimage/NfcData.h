@@ -1,5 +1,5 @@
-// The tag image: the bytes that a phone finds on the tag, built from their fields and taken apart
-// again. Knows nothing of the peripheral that moves the bytes.
+// The tag image: builds the bytes that a phone finds on the tag from their fields, and parses them.
+// Knows nothing of the peripheral that moves the bytes.
 #pragma once
 
 #include <array>
@@ -13,8 +13,8 @@
 #include "tagimage/NfcHead.h"
 
 /// To build: construct, Init, InitValue, setters, GetContent. To read: construct, Init, Parse,
-/// getters. Byte strings are counted; zero bytes in them are data. Results are told by bool and
-/// failures logged; only memory exhaustion throws. No locks: one thread at a time.
+/// getters. Byte strings are counted; zero bytes in them are data. Results are bools and failures
+/// are logged; only memory exhaustion throws. No locks: one thread at a time.
 class NfcData {
   public:
     NfcData() = default;
@@ -50,7 +50,8 @@ class NfcData {
     /// Replaces the number and nothing else, without check or log line.
     void ReplaceNumber(const std::array<std::uint8_t, imageformat::kNumberSize>& number);
 
-    /// The image as the fields stand, checked or not. Parts that do not exist give no bytes.
+    /// The image made from the fields, without a check of them. Parts that do not exist give no
+    /// bytes.
     std::string GetContent() const;
 
     std::string GetUrl() const;

@@ -1,5 +1,5 @@
-// The reading side of the image: whatever a tag holds, it ends as fields or as a refusal. Every
-// position is compared with the length before it is used, since the lengths come from the tag.
+// Parses an image. A tag may hold any bytes: every position is compared with the length before it
+// is used, since the lengths come from the tag.
 #include "diagnostics/Log.h"
 #include "tagimage/NfcData.h"
 
@@ -7,7 +7,7 @@ using namespace imageformat;
 
 namespace {
 
-// The highest TLV length that is compared with the image's size at all.
+// An image with a higher TLV length is refused before its size is looked at.
 constexpr std::uint8_t kMaxParsedLength = 253;
 constexpr std::size_t kMinPayloadSize = kUriHeadSize;
 
@@ -75,7 +75,7 @@ bool NfcData::HeaderParse(std::string_view record, std::uint8_t& bodyCount) {
         LogErrorFun("Parse NFC bodyCount error : %02X", Shown(bodyCount));
         return false;
     }
-    // A record that ends in front of the identifier code has none.
+    // A record that ends before the identifier code has none.
     if (record.size() <= kPrefixOffset || ByteAt(record, kPrefixOffset) != kHttpsPrefix) {
         LogErrorFun("Parse NFC record uri Type error");
         return false;
@@ -84,7 +84,7 @@ bool NfcData::HeaderParse(std::string_view record, std::uint8_t& bodyCount) {
     if (!m_uriHead) {
         return false;
     }
-    // Refuses a type of more than one byte, on which the positions above rest.
+    // Refuses a type of more than one byte: the positions above are those of a one-byte type.
     if (!m_uriHead->Parse(record.substr(0, kUriHeadSize))) {
         return false;
     }

@@ -1,5 +1,5 @@
 // Head of one short NDEF record without ID: first byte, type length, payload length, type. It
-// turns itself into bytes and back; what its values ought to be is NfcData's business.
+// turns itself into bytes and back; NfcData decides which values it has.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@ class NfcHead {
     std::string GetContent() const;
 
     /// Takes over exactly one head. False with a log line and nothing changed when `bytes` has no
-    /// type or another length than it tells.
+    /// type or another length than its own type length says.
     bool Parse(std::string_view bytes);
 
     // NfcData fills and measures a head through these.

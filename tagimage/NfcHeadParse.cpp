@@ -1,4 +1,4 @@
-// The reading side of a record head.
+// Parses a record head.
 #include "diagnostics/Log.h"
 #include "tagimage/ImageGeometry.h"
 #include "tagimage/NfcHead.h"
