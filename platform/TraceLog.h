@@ -1,5 +1,5 @@
 // The platform's logger, "TraceLog.dll": a level and a wide text. The library uses GetInstance and
-// Log; the sink belongs to the stand-in that this project builds, and is for hosts and tests.
+// Log. The sink exists only in the stand-in that this project builds, for hosts and tests.
 #pragma once
 
 #include <sstream>
@@ -15,13 +15,13 @@ enum LOG_MESSAGE_LEVEL : int {
 
 class TRACELOG_EXPORT TraceLogger {
   public:
-    /// Where lines go. Called on the thread that logs, by several threads at once. Must not call
-    /// the library.
+    /// Receives every line, on the thread that logs, and from several threads at once. Must not
+    /// call the library.
     using Sink = void (*)(int level, const std::wstring& line, void* context);
 
     static TraceLogger* GetInstance();
 
-    /// Hands the stream's text to the sink. Without one the line is dropped. Any thread.
+    /// Passes the stream's text to the sink. Without one the line is dropped. Any thread.
     void Log(LOG_MESSAGE_LEVEL level, std::wstringstream& stream);
 
     /// Chooses the sink; null for none. Not to be called while other threads log.

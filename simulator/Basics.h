@@ -1,4 +1,5 @@
-// The words that every model uses. Plain: no thread, no layer, no library.
+// Types that every model uses. A model has no threads and knows neither the hosted layer nor the
+// library.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +9,8 @@ namespace simulator {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// A time or a span of time in microseconds. Models are told the time; they have no clock.
+/// A time or a span of time in microseconds. A model has no clock: its caller
+/// passes the time.
 using Micros = std::int64_t;
 constexpr Micros kMilli = 1000;
 

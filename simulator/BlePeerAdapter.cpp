@@ -1,4 +1,4 @@
-// The keyboard as the client's device.
+// Passes the calls of the client to the keyboard, and its notifications back.
 #include "simulator/BlePeerAdapter.h"
 
 #include <utility>
@@ -21,7 +21,7 @@ BlePeerAdapter::BlePeerAdapter(std::shared_ptr<BluetoothKeyboard> keyboard)
 BlePeerAdapter::~BlePeerAdapter() = default;
 
 std::shared_ptr<BlePeerAdapter> BlePeerAdapter::Make(std::shared_ptr<BluetoothKeyboard> keyboard) {
-    // The constructor is private so that nobody makes one without the keyboard's sender.
+    // Not in the constructor: the sender needs a weak pointer to the adapter.
     const std::shared_ptr<BlePeerAdapter> adapter(new BlePeerAdapter(std::move(keyboard)));
     const hosted::DeviceLock lock;
     adapter->m_keyboard->OnSend(
@@ -77,7 +77,7 @@ bool BlePeerAdapter::WaitNotification(const LinkDockService::StopToken& stop,
 }
 
 void BlePeerAdapter::Wake() {
-    // Waits are looked at again after every timer.
+    // The layer checks every wait again after a timer.
     hosted::After(0, [] {});
 }
 

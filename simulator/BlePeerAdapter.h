@@ -1,5 +1,5 @@
-// Puts a BluetoothKeyboard behind the stand-in Bluetooth client. Delays are timers of the hosted
-// layer; the client's delivery thread waits in it.
+// Makes a BluetoothKeyboard the device of the stand-in Bluetooth client. Delays are timers of the
+// hosted layer, and the client's delivery threads wait in the layer.
 #pragma once
 
 #include <deque>

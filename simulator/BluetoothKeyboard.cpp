@@ -66,7 +66,7 @@ bool BluetoothKeyboard::Write(std::uint64_t address, const std::string& service,
         Refuse("write: " + std::to_string(value.size()) + " bytes are too many");
         return false;
     }
-    TakeFrame(value);  // the link has taken it; what the keyboard thinks of it is no answer
+    TakeFrame(value);  // a frame that the keyboard refuses is no error of the link
     return true;
 }
 

@@ -1,5 +1,5 @@
-// A keyboard on Bluetooth Low Energy: the same frames, whole, one to a write, and notifications.
-// Plain; BlePeerAdapter puts it behind the stand-in client.
+// A keyboard on Bluetooth Low Energy. A write carries one whole frame; answers are notifications. A
+// model without threads; BlePeerAdapter connects it to the stand-in client.
 #pragma once
 
 #include <array>
@@ -23,8 +23,9 @@ class BluetoothKeyboard : public KeyboardTag {
   public:
     explicit BluetoothKeyboard(std::uint64_t address = kDefaultBleAddress) : m_address(address) {}
 
-    // The link's side. Each is false when refused: another address, service or characteristic, no
-    // connection, a value too long. Refusals are recorded with their reason.
+    // The Bluetooth link. An operation is refused, with false, for a wrong address, service or
+    // characteristic, without a connection, and for a value that is too long. The reason is
+    // recorded.
     bool Connect(std::uint64_t address);
     bool Disconnect(std::uint64_t address);
     bool Subscribe(std::uint64_t address, const std::string& service,
@@ -36,8 +37,8 @@ class BluetoothKeyboard : public KeyboardTag {
     std::uint64_t address() const { return m_address; }
     bool Connected() const { return m_connected; }
     bool Subscribed() const { return m_subscribed; }
-    const LinkCalls& Calls() const { return m_calls; }  ///< so far, refused ones included
-    /// The link breaks, and no connection can be made until it is back in range.
+    const LinkCalls& Calls() const { return m_calls; }  ///< with the refused ones
+    /// Breaks the link. Connecting fails until BackInRange.
     void DropLink();
     void BackInRange() { m_inRange = true; }
 

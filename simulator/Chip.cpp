@@ -9,16 +9,15 @@ namespace simulator {
 
 namespace {
 
-// Dynamic lock and end of the data area lie behind one another: the lock is the first thing that
-// isn't data.
+// The dynamic lock follows the data area directly: its register is also the end of the data.
 constexpr unsigned kDynamicLock = 0x0388;
 constexpr unsigned kUpperDynamicLock = 0x03C8;
 constexpr std::uint8_t kStartFdMode = 0x00;
 
 constexpr Fm11nTraits kFm11nt081 = {0x1D,         0x00,          kDynamicLock,
                                     kDynamicLock, kFm11nReadGap, kStartFdMode};
-// The mode register of the 082C lies inside what its bigger memory has as data; phones are shown
-// the data area of the others.
+// The mode register of the 082C lies inside the data of its bigger memory, so phones get the data
+// area of the other chips.
 constexpr Fm11nTraits kFm11nt082c = {0x1D, 0x10, kUpperDynamicLock, kDynamicLock, 0, kStartFdMode};
 constexpr Fm11nTraits kLikeFm11n = {0x53,         0x02,          kDynamicLock,
                                     kDynamicLock, kFm11nReadGap, kStartFdMode};

@@ -1,5 +1,5 @@
-// A tag chip as a plain model: bytes and a time in, bytes and an interrupt out. Its three sides are
-// three interfaces, so that a driver cannot reach the back door and a phone cannot reach the bus.
+// A tag chip as a model without threads: its caller passes bytes and the time, and gets bytes and
+// interrupts. It has three interfaces: for the kernel driver, for phones, and for tests.
 #pragma once
 
 #include <cstddef>
@@ -15,22 +15,22 @@
 
 namespace simulator {
 
-/// What the kernel driver sees.
+/// The kernel driver's side.
 class ChipBus {
   public:
     virtual ~ChipBus() = default;
 
-    /// One write transfer. False: the chip didn't acknowledge its address.
+    /// One write transfer. False: the chip did not acknowledge its address.
     virtual bool Write(Micros now, const Bytes& frame) = 0;
 
-    /// One read transfer of `count` bytes; nothing when the chip didn't acknowledge.
+    /// One read transfer of `count` bytes; nothing when the chip did not acknowledge.
     virtual std::optional<Bytes> Read(Micros now, std::size_t count) = 0;
 
-    /// `raised` is called at each rising edge of the interrupt line, in the middle of whatever
-    /// caused it. It must not call the chip.
+    /// `raised` is called at each rising edge of the interrupt line, inside the call that causes
+    /// it. It must not call the chip.
     virtual void OnInterrupt(std::function<void()> raised) = 0;
 
-    /// The line's level: a chip that only pulses always says false.
+    /// The line's level; always false for a chip that only pulses.
     virtual bool InterruptAsserted() const = 0;
 };
 
@@ -38,7 +38,7 @@ struct ChipCounters {
     std::size_t writes = 0;      ///< write transfers acknowledged
     std::size_t reads = 0;       ///< read transfers acknowledged
     std::size_t naks = 0;        ///< transfers not acknowledged
-    std::size_t earlyReads = 0;  ///< reads that came before the answer was ready
+    std::size_t earlyReads = 0;  ///< reads before the answer was ready
     std::size_t lostWrites = 0;  ///< frames acknowledged but ignored, the chip being busy
     std::size_t malformed = 0;   ///< frames acknowledged that make no sense to the chip, and reads
                                  ///< of another length than their request said
@@ -47,7 +47,7 @@ struct ChipCounters {
     std::size_t rfWrites = 0;    ///< write commands of phones that were stored
 };
 
-/// For tests and for people who look on. A setting that a chip kind doesn't have gives false.
+/// For tests and for the lab. A setting that the chip does not have gives false.
 class ChipBackDoor {
   public:
     virtual ~ChipBackDoor() = default;
@@ -60,16 +60,16 @@ class ChipBackDoor {
     virtual bool Locked() const = 0;
     virtual const ChipCounters& Counters() const = 0;
 
-    /// Raises the interrupt with no cause behind it. Fanli needs a status: see RaiseStatus.
+    /// Raises the interrupt without a cause. For Fanli with a status see RaiseStatus.
     virtual void RaiseInterrupt() = 0;
 
-    /// FM11N: bits of `mask` in a register always read as in `value`, whatever is written.
+    /// FM11N: the bits of `mask` in a register read as in `value` from now on, whatever is written.
     virtual bool StickBits(unsigned reg, std::uint8_t mask, std::uint8_t value) = 0;
 
     /// Fanli: puts an event into the status queue.
     virtual bool RaiseStatus(Micros now, std::uint8_t status, std::uint32_t para1) = 0;
 
-    /// Fanli: the next write check tells this register as the first that failed.
+    /// Fanli: the next write check reports this register as the first that failed.
     virtual bool FailWriteCheck(std::uint16_t firstFailAddr) = 0;
 };
 

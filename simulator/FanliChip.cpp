@@ -1,4 +1,4 @@
-// The Fanli model: requests and their answers, storing, status queue.
+// Requests and their answers, storing, the radio and the status queue.
 #include "simulator/FanliChip.h"
 
 #include <algorithm>
@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t kHeadSize = 4;
 constexpr std::size_t kForeignAddressSize = 2;  // an address write of the other frame format
 constexpr std::size_t kBlock = 4;
-constexpr std::uint8_t kNothing = 0xFF;
+constexpr std::uint8_t kNoAnswer = 0xFF;
 constexpr std::size_t kLengthMask = 0xFF;
 constexpr std::uint8_t kStatusSize = 9;
 constexpr std::uint8_t kWriteCheckSize = 6;
@@ -80,12 +80,12 @@ bool FanliChip::TakeFrame(Micros now, const Bytes& frame) {
         case kOperationReadRegister:
             if (reg == kRegisterWriteCheck) {
                 return length == kWriteCheckSize && dataSize == 0 &&
-                       Ask(now, Answer::kWriteCheck, reg, length);
+                       StartAnswer(now, Answer::kWriteCheck, reg, length);
             }
-            return dataSize == 0 && Ask(now, Answer::kMemory, reg, length);
+            return dataSize == 0 && StartAnswer(now, Answer::kMemory, reg, length);
         case kOperationReadState:
             return reg == kStateInterrupt && length == kStatusSize && dataSize == 0 &&
-                   Ask(now, Answer::kStatus, reg, length);
+                   StartAnswer(now, Answer::kStatus, reg, length);
         default:
             return false;
     }
@@ -123,7 +123,7 @@ void FanliChip::StoreBlock(Micros now, unsigned reg, const Bytes& frame) {
     m_storeUntil = now + kFanliStoreTime;
 }
 
-bool FanliChip::Ask(Micros now, Answer answer, unsigned reg, std::uint8_t length) {
+bool FanliChip::StartAnswer(Micros now, Answer answer, unsigned reg, std::uint8_t length) {
     if (now < m_radioUntil) {
         ++m_counters.lostWrites;
         return true;
@@ -144,7 +144,7 @@ std::optional<Bytes> FanliChip::Read(Micros now, std::size_t count) {
     if (m_answer != Answer::kNone) {
         if (now < m_answerAt) {
             ++m_counters.earlyReads;
-            return Bytes(count, kNothing);
+            return Bytes(count, kNoAnswer);
         }
         m_answeredOnce = true;
         if (m_answerLength != (count & kLengthMask)) {
@@ -166,7 +166,7 @@ std::optional<Bytes> FanliChip::Read(Micros now, std::size_t count) {
         }
         m_answer = Answer::kNone;
     }
-    bytes.resize(count, kNothing);
+    bytes.resize(count, kNoAnswer);
     return bytes;
 }
 
@@ -186,7 +186,7 @@ Bytes FanliChip::WriteCheckAnswer(Micros now) {
     Bytes bytes;
     PutLittleEndian(bytes, m_firstFailAddr, 2);
     PutLittleEndian(bytes, Ticks(now), 4);
-    m_firstFailAddr = 0;  // told once; the next write starts clean
+    m_firstFailAddr = 0;  // reported once
     return bytes;
 }
 

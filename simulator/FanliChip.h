@@ -1,5 +1,5 @@
-// The chip that speaks frames with a four-byte head. It has a small processor of its own: answers
-// and storing take their time, and its interrupts have a status that tells what happened.
+// The chip with a four-byte head in its frames. Its processor needs time for answers, for storing
+// and for switching the radio, and gives a status for each interrupt.
 #pragma once
 
 #include <array>
@@ -12,17 +12,17 @@ namespace simulator {
 constexpr std::uint8_t kFanliIdentity = 0x22;
 constexpr std::uint8_t kLikeFanliIdentity = 0x21;
 
-/// From a request's head to the time when the answer can be fetched. A read that comes earlier gets
-/// 0xFF bytes. The first answer after power-up takes longer.
+/// Time from a request's head until the answer can be read. An earlier read gets 0xFF bytes. The
+/// first answer after power-up takes longer.
 constexpr Micros kFanliAnswerTime = 30 * kMilli;
 constexpr Micros kFanliFirstAnswerTime = 60 * kMilli;
 
-/// Storing a block. A block that arrives in that time is acknowledged and lost, and the next write
-/// check gives its register. A write check that arrives in that time gives the register of the
-/// block that is being stored.
+/// Time to store a block. Another block that arrives meanwhile is acknowledged and lost, and the
+/// next write check gives its register. A write check that arrives meanwhile gives the register of
+/// the block that is being stored.
 constexpr Micros kFanliStoreTime = 30 * kMilli;
 
-/// Switching the radio. It stays as it was until then. A frame that arrives in that time is
+/// Time to switch the radio, which stays as it was until then. A frame that arrives meanwhile is
 /// acknowledged and lost; the next write check gives the register of a lost block.
 constexpr Micros kFanliRadioTime = 30 * kMilli;
 
@@ -62,7 +62,7 @@ class FanliChip final : public Chip, private ChipBus, private TagRadio, private 
     Bytes Memory(unsigned reg, std::size_t count) const override;
     void SetMemory(unsigned reg, const Bytes& bytes) override;
     bool RadioOn() const override { return m_radioCommand; }
-    bool Locked() const override { return true; }  // its processor takes no write from phones
+    bool Locked() const override { return true; }  // phones cannot write
     const ChipCounters& Counters() const override { return m_counters; }
     void RaiseInterrupt() override;
     bool StickBits(unsigned, std::uint8_t, std::uint8_t) override { return false; }
@@ -81,7 +81,7 @@ class FanliChip final : public Chip, private ChipBus, private TagRadio, private 
     bool RadioIsOn(Micros now) const { return now < m_radioUntil ? m_radioBefore : m_radioCommand; }
     void ForgetPhone(Micros now);
     void StoreBlock(Micros now, unsigned reg, const Bytes& frame);
-    bool Ask(Micros now, Answer answer, unsigned reg, std::uint8_t length);
+    bool StartAnswer(Micros now, Answer answer, unsigned reg, std::uint8_t length);
     Bytes StatusAnswer(Micros now);
     Bytes WriteCheckAnswer(Micros now);
     void FieldEvent(Micros now, std::uint8_t status);
@@ -96,7 +96,7 @@ class FanliChip final : public Chip, private ChipBus, private TagRadio, private 
     std::uint16_t m_storeRegister = 0;
     std::uint16_t m_firstFailAddr = 0;
     bool m_radioCommand = true;
-    bool m_radioBefore = true;  // what the radio is until m_radioUntil
+    bool m_radioBefore = true;  // state of the radio until m_radioUntil
     Micros m_radioUntil = 0;
     bool m_inField = false;
     std::uint32_t m_enterSum = 0;

@@ -19,7 +19,7 @@ constexpr TargetName kTargets[] = {
 struct ActionName {
     const char* name;
     FaultAction action;
-    const char* value;  // what stands behind the colon; null for none
+    const char* value;  // what follows the colon; null for nothing
 };
 constexpr ActionName kActions[] = {{"refuse", FaultAction::kRefuse, "a last-error code"},
                                    {"fail", FaultAction::kFail, "a last-error code"},
@@ -65,7 +65,7 @@ std::string ReadWhich(const std::string& text, Fault& fault) {
                       : open ? std::make_optional(std::numeric_limits<std::uint32_t>::max())
                              : first;
     if (!first || !last || *last < *first) {
-        return "\"" + text + "\" behind \"#\" is not N, N-M or N+ with numbers from 1";
+        return "\"" + text + "\" after \"#\" is not N, N-M or N+ with numbers from 1";
     }
     fault.first = *first;
     fault.last = *last;
@@ -94,7 +94,7 @@ std::string ReadAction(const std::string& text, Fault& fault) {
     return "\"" + name + "\" is no action: " + kActionList;
 }
 
-// An empty text, or what is wrong.
+// Gives an empty text, or what is wrong.
 std::string ReadFault(const std::string& text, Fault& fault) {
     const auto hash = text.find('#');
     const auto equals = text.find('=');

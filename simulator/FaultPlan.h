@@ -1,4 +1,4 @@
-// A plan of faults: which request fails, and how. Written by hand or parsed from a short text.
+// A plan of faults: which requests fail, and how. Built in code or parsed from a short text.
 //
 //     plan   = fault *( "," fault )            blanks around commas are ignored
 //     fault  = kind "#" which "=" action
@@ -8,14 +8,14 @@
 //            | N "+"                           from the N-th on
 //     action = refuse:CODE                     fails at once with this last-error code
 //            | fail:CODE                       is pending first, then fails with this code
-//            | short:K                         ends well, but K bytes short
+//            | short:K                         succeeds, K bytes short
 //            | late:MS                         ends MS milliseconds later than it would
 //            | never                           stays pending until it is cancelled
 //            | gone                            the device is gone, from this request on
 //
 // "write#3=refuse:1117, read#5=short:2, interrupt#1=never, write#9=gone". "open" is the opening of
-// the path, "control" every control request but the interrupt wait, "any" every request that isn't
-// an opening. An opening can only be refused or find the device gone. Where several faults name one
+// the path, "control" every control request but the interrupt wait, "any" every request but an
+// opening. An opening can only be refused or find the device gone. Where several faults name one
 // request, the first one holds. Requests are counted from the moment that the plan is set.
 #pragma once
 
@@ -42,8 +42,8 @@ struct Fault {
 struct FaultPlan {
     std::vector<Fault> faults;
 
-    /// Nothing when the text is wrong; `error` then says what and where. An empty text is an empty
-    /// plan.
+    /// Nothing when the text is wrong, with the reason and the place in `error`. An empty text
+    /// gives an empty plan.
     static std::optional<FaultPlan> Parse(const std::string& text, std::string& error);
 
     /// The fault of the `nth` request of a kind (which is the `nthAny` of all), or null.

@@ -1,4 +1,4 @@
-// Applies a fault plan to the requests on their way to the driver behind.
+// Applies a fault plan to requests before they reach the inner driver.
 #include "simulator/FaultyDriver.h"
 
 #include <algorithm>
@@ -9,7 +9,7 @@
 
 namespace simulator {
 
-// What the driver behind gets in place of the layer's request. It can spoil the end.
+// The request that the inner driver gets in place of the layer's. It can end short or late.
 class FaultyDriver::Forwarded : public hosted::Request {
   public:
     Forwarded(const hosted::RequestPtr& outer, std::weak_ptr<FaultyDriver> driver,
@@ -32,7 +32,7 @@ class FaultyDriver::Forwarded : public hosted::Request {
         }
         const std::size_t moved = count - std::min<std::size_t>(m_short, count);
         if (m_late == 0) {
-            Leave();
+            Unregister();
             m_outer->Complete(bytes, moved);
             return;
         }
@@ -50,7 +50,7 @@ class FaultyDriver::Forwarded : public hosted::Request {
             return;
         }
         if (m_late == 0) {
-            Leave();
+            Unregister();
             m_outer->Fail(error, count);
             return;
         }
@@ -62,13 +62,13 @@ class FaultyDriver::Forwarded : public hosted::Request {
     void Abandon() { m_ended = true; }
 
   private:
-    void Leave() {
+    void Unregister() {
         if (const auto driver = m_driver.lock()) {
             driver->Forget(m_outer.get());
         }
     }
 
-    // The request stays known until then, so that a close or a disappearance still ends it.
+    // The request stays registered until then, so that closing or removing the device ends it.
     void EndLater(std::function<void()> end) {
         hosted::After(m_late, [driver = m_driver, outer = m_outer, end = std::move(end)] {
             if (const auto alive = driver.lock()) {
@@ -126,7 +126,7 @@ void FaultyDriver::Close() {
     for (const hosted::RequestPtr& request : std::exchange(m_held, {})) {
         request->Fail(ERROR_OPERATION_ABORTED);
     }
-    // Those that the driver behind has ended, and that wait for their late end.
+    // Those that the inner driver has ended and that wait for their late end.
     for (const auto& forwarded : std::exchange(m_forwarded, {})) {
         forwarded->outer()->Fail(ERROR_OPERATION_ABORTED);
     }
@@ -178,7 +178,7 @@ DWORD FaultyDriver::Forward(const hosted::RequestPtr& request, const Fault* faul
     m_forwarded.push_back(forwarded);
     const DWORD result = m_inner->Start(forwarded);
     if (result == ERROR_SUCCESS) {
-        // Ended in the call. One that is late has not reached its caller yet.
+        // It has ended in the call; a late one is still pending for its caller.
         return request->Pending() ? ERROR_IO_PENDING : ERROR_SUCCESS;
     }
     if (result != ERROR_IO_PENDING) {

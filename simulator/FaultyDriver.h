@@ -1,5 +1,5 @@
-// Stands between the layer and a driver, and spoils the requests that a fault plan names. The
-// device behind it never notices.
+// A driver between the hosted layer and another driver. It lets the requests that a fault plan
+// names fail, without the other driver noticing.
 #pragma once
 
 #include <array>
@@ -11,7 +11,7 @@
 
 namespace simulator {
 
-/// How long a request with the action "fail" is pending first.
+/// Time that a request with the action "fail" is pending.
 constexpr Micros kFaultPendingTime = 100;
 
 class FaultyDriver : public hosted::Driver, public std::enable_shared_from_this<FaultyDriver> {
@@ -26,7 +26,7 @@ class FaultyDriver : public hosted::Driver, public std::enable_shared_from_this<
 
     // The back door; under hosted::DeviceLock.
 
-    /// Starts counting anew. A device that a former plan removed is back.
+    /// Counts requests from 1 again. A device that an earlier plan removed is back.
     void SetPlan(FaultPlan plan);
     /// Fails what is pending and everything from now on; SetPlan brings the device back.
     void Unplug() { Disappear(); }
@@ -45,7 +45,7 @@ class FaultyDriver : public hosted::Driver, public std::enable_shared_from_this<
     FaultPlan m_plan;
     std::array<std::uint32_t, 6> m_seen{};  // requests so far, by FaultTarget
     std::vector<std::shared_ptr<Forwarded>> m_forwarded;
-    std::vector<hosted::RequestPtr> m_held;  // requests that the device behind never saw
+    std::vector<hosted::RequestPtr> m_held;  // requests that never reach m_inner
     std::size_t m_hits = 0;
     bool m_gone = false;
 };

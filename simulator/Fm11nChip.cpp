@@ -26,8 +26,8 @@ constexpr std::uint8_t kRadioOnValue = 0x08;
 // The capability container of a Type 2 tag: mark, version, size in units of 8, access.
 constexpr std::array<std::uint8_t, 4> kCapabilityBytes = {0xE1, 0x10, 0x6D, 0x00};
 
-// The static lock has a bit for each of the pages 4 to 15, the dynamic lock one for 16 pages each
-// from page 16 on.
+// The static lock has a bit for each of the pages 4 to 15, the dynamic lock a bit for every 16
+// pages from page 16 on.
 constexpr unsigned kFirstDynamicPage = 16;
 constexpr unsigned kPagesPerDynamicBit = 16;
 constexpr unsigned kDynamicLockBytes = 3;
@@ -82,12 +82,12 @@ std::optional<Bytes> Fm11nChip::Read(Micros now, std::size_t count) {
     }
     Bytes bytes(count);
     for (std::uint8_t& byte : bytes) {
-        byte = Value(m_position++);
+        byte = RegisterValue(m_position++);
     }
     return bytes;
 }
 
-std::uint8_t Fm11nChip::Value(unsigned reg) const {
+std::uint8_t Fm11nChip::RegisterValue(unsigned reg) const {
     if (reg >= kFm11nRegisters) {
         return 0;
     }
@@ -130,7 +130,7 @@ bool Fm11nChip::Enter(Micros /*now*/) {
     return true;
 }
 
-void Fm11nChip::Leave(Micros /*now*/) {}  // this family says nothing when a phone goes
+void Fm11nChip::Leave(Micros /*now*/) {}  // this family has no leave interrupt
 
 bool Fm11nChip::Select(Micros /*now*/) {
     if (!RadioOn()) {
@@ -147,7 +147,7 @@ std::optional<PageQuad> Fm11nChip::ReadPages(Micros /*now*/, unsigned page) {
     ++m_counters.rfReads;
     PageQuad quad{};
     for (std::size_t i = 0; i < quad.size(); ++i) {
-        quad[i] = Value(page * static_cast<unsigned>(kPageSize) + static_cast<unsigned>(i));
+        quad[i] = RegisterValue(page * static_cast<unsigned>(kPageSize) + static_cast<unsigned>(i));
     }
     return quad;
 }
@@ -165,7 +165,7 @@ bool Fm11nChip::WritePage(Micros /*now*/, unsigned page, const Page& bytes) {
 Bytes Fm11nChip::Memory(unsigned reg, std::size_t count) const {
     Bytes bytes(count);
     for (std::uint8_t& byte : bytes) {
-        byte = Value(reg++);
+        byte = RegisterValue(reg++);
     }
     return bytes;
 }
@@ -177,7 +177,7 @@ void Fm11nChip::SetMemory(unsigned reg, const Bytes& bytes) {
 }
 
 bool Fm11nChip::RadioOn() const {
-    return (Value(kRadioControl) & kRadioOffBit) == 0;
+    return (RegisterValue(kRadioControl) & kRadioOffBit) == 0;
 }
 
 bool Fm11nChip::Locked() const {

@@ -1,5 +1,5 @@
-// The FM11N family on the bus: two address bytes, then data; a read follows an address write. The
-// same memory is a Type 2 tag for phones, register 16 being page 4.
+// Chips of the FM11N family. A write frame has two address bytes and data; a read follows an
+// address write. Phones see the same memory as a Type 2 tag, where register 16 is page 4.
 #pragma once
 
 #include <array>
@@ -9,23 +9,23 @@
 
 namespace simulator {
 
-/// Storing a bus write in the EEPROM. Every address gets a NAK in that time.
+/// Time to store a bus write in the EEPROM. Every transfer gets a NAK meanwhile.
 constexpr Micros kFm11nStoreTime = 8 * kMilli;
 
-/// From an address write to the time when the bytes can be fetched, on the slow members of the
-/// family. A read that comes earlier gets 0xFF bytes.
+/// Time from an address write until the bytes can be read, on the slow members of the family. An
+/// earlier read gets 0xFF bytes.
 constexpr Micros kFm11nReadGap = 5 * kMilli;
 
 constexpr std::size_t kFm11nLargestFrame = 2048;
 constexpr unsigned kFm11nRegisters = 0x1100;
-constexpr unsigned kFm11nFirstVolatile = 0x1000;  ///< no storing time from here on
+constexpr unsigned kFm11nFirstVolatile = 0x1000;  ///< from here on nothing takes storing time
 
-/// What tells the members of the family apart.
+/// The differences between the members of the family.
 struct Fm11nTraits {
     std::uint8_t identity0;  ///< register 0
     std::uint8_t identity7;  ///< register 7
     unsigned dynamicLock;    ///< register of the dynamic lock bytes
-    unsigned endOfData;      ///< first register behind the data area
+    unsigned endOfData;      ///< first register after the data area
     Micros readGap;
     std::uint8_t startFdMode;
 };
@@ -65,7 +65,7 @@ class Fm11nChip final : public Chip, private ChipBus, private TagRadio, private 
         std::uint8_t value;
     };
 
-    std::uint8_t Value(unsigned reg) const;
+    std::uint8_t RegisterValue(unsigned reg) const;
     void StoreByte(unsigned reg, std::uint8_t value);
     bool PageLocked(unsigned page) const;
 

@@ -8,7 +8,7 @@ namespace simulator {
 
 namespace {
 
-constexpr DWORD kErrorInvalidFunction = 1;  // what every control request gets
+constexpr DWORD kErrorInvalidFunction = 1;  // the result of every control request
 
 constexpr std::uint16_t kVendor = 0x7A3E;
 constexpr std::uint16_t kProduct = 0x10B8;
@@ -28,7 +28,7 @@ hosted::HidInterface Interface(const std::wstring& path, std::uint16_t usagePage
     return interface;
 }
 
-// A device that opens and does nothing, behind the decoys.
+// The device of every decoy: it opens and refuses every request.
 class InertDriver : public hosted::Driver {
   public:
     DWORD Start(const hosted::RequestPtr& /*request*/) override { return kErrorInvalidFunction; }
@@ -47,7 +47,7 @@ DWORD HidDriver::Open() {
     }
     if (!m_open) {
         m_open = true;
-        m_input.clear();  // a handle gets what comes after its opening
+        m_input.clear();  // a handle gets only reports that come after its opening
         m_mcu->OnSend([weak = weak_from_this()](Micros delay, Bytes report) {
             hosted::After(delay, [weak, report = std::move(report)] {
                 if (const auto self = weak.lock()) {

@@ -1,4 +1,4 @@
-// The HID class driver in front of a keyboard's microcontroller, and its place in the enumeration.
+// The HID class driver of a keyboard's microcontroller, and its place in the enumeration.
 // Runs under the layer's device lock.
 #pragma once
 
@@ -47,11 +47,11 @@ class HidDriver : public hosted::Driver, public std::enable_shared_from_this<Hid
 /// The keyboard as the enumeration shows it: the right path, usage and identity.
 hosted::HidInterface KeyboardInterface();
 
-/// Interfaces that look like the keyboard's and are not: other paths, usages and products, and one
-/// whose path is written in upper case. None of them can be taken for the keyboard.
+/// Interfaces that differ from the keyboard's in path, usage or product, and one whose path is in
+/// upper case. A host must take none of them for the keyboard.
 std::vector<hosted::HidInterface> DecoyInterfaces();
 
-/// Registers decoys in front of the keyboard, the keyboard, and one decoy behind it.
+/// Registers the decoys, the keyboard, and one more decoy.
 void RegisterKeyboard(const std::shared_ptr<hosted::Driver>& driver, bool decoys = true);
 
 }  // namespace simulator

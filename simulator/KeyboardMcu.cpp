@@ -1,4 +1,4 @@
-// Pages into frames, and reports.
+// Joins pages to frames, and wraps messages into reports.
 #include "simulator/KeyboardMcu.h"
 
 #include <algorithm>
@@ -11,7 +11,7 @@ enum ReportOffset : std::size_t { kAtId, kAtPageCount, kAtPageNumber, kAtLength 
 
 }  // namespace
 
-void KeyboardMcu::Drop(const std::string& reason) {
+void KeyboardMcu::RefuseReport(const std::string& reason) {
     Refuse("report " + std::to_string(m_reportsSeen) + ": " + reason);
     m_frame.clear();
     m_pageCount = 0;
@@ -21,33 +21,33 @@ void KeyboardMcu::Drop(const std::string& reason) {
 void KeyboardMcu::Output(const Bytes& report) {
     ++m_reportsSeen;
     if (report.size() != kReportSize) {
-        Drop("it has " + std::to_string(report.size()) + " bytes, not 64");
+        RefuseReport("it has " + std::to_string(report.size()) + " bytes, not 64");
         return;
     }
     if (report[kAtId] != kReportId) {
-        Drop("its id is " + std::to_string(report[kAtId]) + ", not 5");
+        RefuseReport("its id is " + std::to_string(report[kAtId]) + ", not 5");
         return;
     }
     const unsigned pages = report[kAtPageCount];
     const unsigned number = report[kAtPageNumber];
     const std::size_t length = report[kAtLength];
     if (number == 1 && m_pagesTaken != 0) {
-        Drop("page 1 in the middle of a frame");  // and taken as the beginning of the next one
+        RefuseReport("page 1 in the middle of a frame");  // it then begins the next one
     }
     if (number != m_pagesTaken + 1) {
-        Drop("page " + std::to_string(number) + " where page " + std::to_string(m_pagesTaken + 1) +
-             " is due");
+        RefuseReport("page " + std::to_string(number) + " where page " +
+                     std::to_string(m_pagesTaken + 1) + " is due");
         return;
     }
     if (number > pages || (m_pagesTaken != 0 && pages != m_pageCount)) {
-        Drop("page " + std::to_string(number) + " of " + std::to_string(pages) +
-             (m_pagesTaken != 0 ? " in a frame of " + std::to_string(m_pageCount) : ""));
+        RefuseReport("page " + std::to_string(number) + " of " + std::to_string(pages) +
+                     (m_pagesTaken != 0 ? " in a frame of " + std::to_string(m_pageCount) : ""));
         return;
     }
     if (length <= kReportHeadSize || length > kReportSize ||
         (number < pages && length != kReportSize)) {
-        Drop("length byte " + std::to_string(length) + " in page " + std::to_string(number) +
-             " of " + std::to_string(pages));
+        RefuseReport("length byte " + std::to_string(length) + " in page " +
+                     std::to_string(number) + " of " + std::to_string(pages));
         return;
     }
     const auto end = report.begin() + static_cast<std::ptrdiff_t>(length);

@@ -1,5 +1,5 @@
 // A keyboard's microcontroller on HID: frames in pages of 64-byte output reports, answers in
-// 64-byte input reports. Plain.
+// 64-byte input reports. A model without threads.
 #pragma once
 
 #include "simulator/KeyboardTag.h"
@@ -13,23 +13,23 @@ constexpr std::uint8_t kReportId = 5;
 
 class KeyboardMcu : public KeyboardTag {
   public:
-    /// One output report. Strict: whatever is wrong with head, page or length is refused with its
-    /// reason, and the frame so far is dropped.
+    /// Takes one output report. A wrong head, page or length is refused with its reason, and the
+    /// frame so far is dropped.
     void Output(const Bytes& report);
 
     // The back door.
 
-    /// Reports whose bytes behind the payload weren't zero. They are taken all the same.
+    /// Reports with bytes other than zero after the payload. They are accepted.
     std::size_t DirtyTails() const { return m_dirtyTails; }
     std::size_t ReportsSeen() const { return m_reportsSeen; }
-    /// True while a frame has begun and not ended.
+    /// True after the first page of a frame and before its last one.
     bool MidFrame() const { return m_pagesTaken != 0; }
 
   protected:
     Bytes Wrap(std::uint8_t type, const Bytes& payload) const override;
 
   private:
-    void Drop(const std::string& reason);
+    void RefuseReport(const std::string& reason);
 
     Bytes m_frame;
     unsigned m_pageCount = 0;

@@ -1,4 +1,4 @@
-// Frames in, memory, answers out.
+// Stores images and answers requests.
 #include "simulator/KeyboardTag.h"
 
 #include <algorithm>
@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::size_t kFrameHeadSize = 2;
 constexpr std::size_t kRequestSize = 4;
-// Room for the last page quad behind the biggest image.
+// The last read of a phone may go beyond the biggest image.
 constexpr std::size_t kMemorySize = kFirstImageRegister + kMaxKeyboardImage + kPageSize * 2;
 
 }  // namespace
@@ -60,7 +60,7 @@ void KeyboardTag::TakeFrame(const Bytes& frame) {
     }
     const unsigned reg = frame[2] | (static_cast<unsigned>(frame[3]) << 8U);
     if (reg + kNumberSize > m_memory.size()) {
-        Refuse("register " + std::to_string(reg) + " lies behind the memory");
+        Refuse("register " + std::to_string(reg) + " lies beyond the memory");
         return;
     }
     ++m_numbersAsked;
@@ -115,7 +115,7 @@ std::optional<PageQuad> KeyboardTag::RadioSide::ReadPages(Micros /*now*/, unsign
 }
 
 bool KeyboardTag::RadioSide::WritePage(Micros /*now*/, unsigned /*page*/, const Page& /*bytes*/) {
-    return false;  // the microcontroller takes images from the PC only
+    return false;  // only the PC writes images
 }
 
 }  // namespace simulator

@@ -1,6 +1,6 @@
-// The tag behind a keyboard's microcontroller, with the frames that both kinds of keyboard
-// understand: an image to store, a request for 32 bytes of it. Plain. How frames and answers travel
-// is for KeyboardMcu (HID) and BluetoothKeyboard.
+// The tag of a keyboard, and the frames that both kinds of keyboard understand: an image to store,
+// and a request for 32 bytes of it. A model without threads. KeyboardMcu (HID) and
+// BluetoothKeyboard transport the frames and the answers.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +19,7 @@ constexpr unsigned kFirstImageRegister = 16;
 constexpr std::size_t kNumberSize = 32;
 constexpr Micros kDefaultAnswerLatency = 4 * kMilli;
 
-// A frame's first two bytes, PC to keyboard, and the types of what comes back.
+// The first two bytes of a frame to the keyboard, and the types of its messages to the PC.
 constexpr std::uint8_t kFrameMark = 0x2E;
 constexpr std::uint8_t kFrameWrite = 0x00;
 constexpr std::uint8_t kFrameRequest = 0x01;
@@ -30,7 +30,7 @@ constexpr std::uint8_t kFieldLeave[2] = {0xE6, 0x6E};
 
 class KeyboardTag {
   public:
-    /// Takes what the keyboard sends, to be delivered once `delay` has passed.
+    /// Gets the keyboard's messages. Each is to be delivered once `delay` has passed.
     using Sender = std::function<void(Micros delay, Bytes message)>;
 
     virtual ~KeyboardTag() = default;
@@ -47,21 +47,21 @@ class KeyboardTag {
     void SetMemory(unsigned reg, const Bytes& bytes);
     std::size_t ImagesStored() const { return m_imagesStored; }
     std::size_t NumbersAsked() const { return m_numbersAsked; }
-    /// What was refused, in order, each with its reason.
+    /// The reasons of all refusals, in order.
     const std::vector<std::string>& Refusals() const { return m_refusals; }
     void SetAnswerLatency(Micros latency) { m_answerLatency = latency; }
-    /// False: requests for the number are taken and not answered.
+    /// False: requests for the number are accepted and not answered.
     void SetAnswers(bool answers) { m_answers = answers; }
-    /// A field report, sent as for a phone's coming or going.
+    /// Sends a field report, as for a phone that enters or leaves.
     void SendField(bool enter, Micros delay = 0);
-    /// A number report with any number.
+    /// Sends a number report.
     void SendNumber(const Bytes& number, Micros delay = 0);
-    /// Sends any bytes as they stand, well formed or not.
+    /// Sends bytes unchanged, also malformed ones.
     void SendRaw(Bytes message, Micros delay = 0);
 
   protected:
     KeyboardTag();
-    /// One whole frame. Refused ones are recorded.
+    /// Takes one whole frame, or records why it is refused.
     void TakeFrame(const Bytes& frame);
     void Refuse(const std::string& reason) { m_refusals.push_back(reason); }
     /// Wraps a message of `type` as this keyboard sends it.

@@ -15,7 +15,7 @@ std::optional<Micros> Phone::Step(Micros now) {
     }
     if (m_state == State::kAway) {
         m_leaveAt = now + m_stay;
-        Next(now, 0, State::kSeeking);
+        Schedule(now, 0, State::kSeeking);
     }
     if (now >= m_leaveAt) {
         m_tag.Leave(now);
@@ -34,12 +34,12 @@ std::optional<Micros> Phone::Step(Micros now) {
         case State::kStaying:
             if (!m_tag.Select(now)) {
                 Fail(now, "the tag stopped answering");
-                Next(now, kPhoneCheckInterval, State::kSeeking);
+                Schedule(now, kPhoneCheckInterval, State::kSeeking);
             } else if (m_state == State::kSelecting) {
                 m_area.clear();
-                Next(now, kPhoneReadTime, State::kReading);
+                Schedule(now, kPhoneReadTime, State::kReading);
             } else {
-                Next(now, kPhoneCheckInterval, State::kStaying);
+                Schedule(now, kPhoneCheckInterval, State::kStaying);
             }
             break;
         case State::kReading:
@@ -52,17 +52,17 @@ std::optional<Micros> Phone::Step(Micros now) {
     return m_due;
 }
 
-void Phone::Next(Micros now, Micros delay, State state) {
+void Phone::Schedule(Micros now, Micros delay, State state) {
     m_state = state;
     m_due = std::min(now + delay, m_leaveAt);
 }
 
 void Phone::Seek(Micros now) {
     if (m_tag.Enter(now)) {
-        Next(now, kPhoneSelectTime, State::kSelecting);
+        Schedule(now, kPhoneSelectTime, State::kSelecting);
     } else {
         Fail(now, "no tag answers: its radio is off");
-        Next(now, kPhoneCheckInterval, State::kSeeking);
+        Schedule(now, kPhoneCheckInterval, State::kSeeking);
     }
 }
 
@@ -71,16 +71,16 @@ void Phone::Read(Micros now) {
     const auto quad = m_tag.ReadPages(now, page);
     if (!quad) {
         Fail(now, "the tag gave no answer for page " + std::to_string(page));
-        Next(now, kPhoneCheckInterval, State::kSeeking);
+        Schedule(now, kPhoneCheckInterval, State::kSeeking);
         return;
     }
     m_area.insert(m_area.end(), quad->begin(), quad->end());
     const NdefPlace place = FindNdef(m_area);
     if (place.state == NdefPlace::State::kNeedMore) {
-        Next(now, kPhoneReadTime, State::kReading);
+        Schedule(now, kPhoneReadTime, State::kReading);
         return;
     }
-    Next(now, kPhoneCheckInterval, State::kStaying);
+    Schedule(now, kPhoneCheckInterval, State::kStaying);
     if (place.state == NdefPlace::State::kNone) {
         Fail(now, place.problem);
         return;
@@ -102,7 +102,7 @@ void Phone::Read(Micros now) {
     }
 }
 
-// Tells the first failure only: the ones behind it are its consequences.
+// Reports the first failure only: later ones are its consequences.
 void Phone::Fail(Micros now, const std::string& problem) {
     if (m_read || std::exchange(m_failed, true) || !m_report) {
         return;

@@ -1,6 +1,6 @@
-// A phone that is held to a tag: it comes, selects the tag, reads its NDEF message page by page,
-// checks every so often that the tag is still there, and goes. Plain: it is told the time and says
-// when it wants to be called again. PhoneVisit drives it by the layer's timers.
+// A phone that is held to a tag. It comes, selects the tag, reads its NDEF message page by page,
+// checks at intervals that the tag still answers, and goes. A model without threads: its caller
+// passes the time and gets the time of the next call. PhoneVisit calls it from timers.
 #pragma once
 
 #include <functional>
@@ -12,17 +12,17 @@
 
 namespace simulator {
 
-constexpr Micros kPhoneSelectTime = 20 * kMilli;      ///< from its coming to its first selection
+constexpr Micros kPhoneSelectTime = 20 * kMilli;      ///< from entering to its first selection
 constexpr Micros kPhoneReadTime = 2 * kMilli;         ///< for one read command
 constexpr Micros kPhoneCheckInterval = 125 * kMilli;  ///< between presence checks
 
-/// What a phone tells its owner.
+/// The result of a visit.
 struct PhoneReport {
     Micros time = 0;
     bool read = false;
     std::string problem;  ///< when not read: why
     NdefReading reading;  ///< when read
-    Bytes area;           ///< what it got of the tag's data area, from chip register 16 on
+    Bytes area;           ///< bytes read of the tag's data area, from chip register 16 on
 };
 
 class Phone {
@@ -32,9 +32,9 @@ class Phone {
     /// Stays in the field for `stay`. The tag must outlive the phone.
     Phone(TagRadio& tag, Micros stay, Reporter report);
 
-    /// Does what is due. The time of the next call, or nothing when the phone has gone. A message
-    /// is reported once, when it has been read; a failure once, too, but a phone that found no tag
-    /// goes on looking for one.
+    /// Does what is due. Gives the time of the next call, or nothing when the phone has gone. It
+    /// reports the first message that it reads, and before that its first failure. A phone that
+    /// finds no tag tries again until it goes.
     std::optional<Micros> Step(Micros now);
 
     bool InField() const { return m_state != State::kAway && m_state != State::kGone; }
@@ -45,7 +45,7 @@ class Phone {
     void Seek(Micros now);
     void Read(Micros now);
     void Fail(Micros now, const std::string& problem);
-    void Next(Micros now, Micros delay, State state);
+    void Schedule(Micros now, Micros delay, State state);
 
     TagRadio& m_tag;
     Micros m_stay;

@@ -52,15 +52,15 @@ struct Cursor {
     }
 };
 
-NdefPlace None(const std::string& problem) {
+NdefPlace NoMessage(const std::string& problem) {
     NdefPlace place;
     place.problem = problem;
     return place;
 }
 
-NdefPlace More(std::size_t needed) {
+NdefPlace NeedMore(std::size_t needed) {
     if (needed > kDataAreaSize) {
-        return None("there is no whole NDEF message in the tag's data area");
+        return NoMessage("there is no whole NDEF message in the tag's data area");
     }
     NdefPlace place;
     place.state = NdefPlace::State::kNeedMore;
@@ -68,7 +68,7 @@ NdefPlace More(std::size_t needed) {
     return place;
 }
 
-// What the reading tells of its first URI and its first media-type record.
+// Takes the first URI record and the first media-type record into `reading`.
 bool Interpret(const NdefRecord& record, NdefReading& reading, std::string& problem) {
     if (record.typeNameFormat == kWellKnown && record.type == "U" && !reading.uri) {
         if (record.payload.empty() || record.payload[0] >= kAbbreviations.size()) {
@@ -91,29 +91,29 @@ NdefPlace FindNdef(const Bytes& area) {
     std::size_t at = 0;
     for (;;) {
         if (at >= area.size()) {
-            return More(at + 1);
+            return NeedMore(at + 1);
         }
         const std::uint8_t tag = area[at++];
         if (tag == kTlvNull) {
             continue;
         }
         if (tag == kTlvTerminator) {
-            return None("the data area ends before any NDEF message");
+            return NoMessage("the data area ends before any NDEF message");
         }
         if (at >= area.size()) {
-            return More(at + 1);
+            return NeedMore(at + 1);
         }
         std::size_t length = area[at++];
         if (length == kTlvLongLength) {
             if (at + 2 > area.size()) {
-                return More(at + 2);
+                return NeedMore(at + 2);
             }
             length = (static_cast<std::size_t>(area[at]) << 8U) | area[at + 1];
             at += 2;
         }
         if (tag == kTlvNdef) {
             if (at + length > area.size()) {
-                return More(at + length);
+                return NeedMore(at + length);
             }
             NdefPlace place;
             place.state = NdefPlace::State::kFound;
@@ -169,7 +169,7 @@ bool ParseNdef(const Bytes& message, NdefReading& reading, std::string& problem)
         reading.records.push_back(std::move(record));
     }
     if (cursor.at != message.size()) {
-        problem = "bytes follow behind the last record";
+        problem = "bytes follow after the last record";
         return false;
     }
     return true;

@@ -1,5 +1,5 @@
-// What a phone makes of a tag's bytes: finds the NDEF message in the tag's data area and takes its
-// records apart. Written from the tag formats alone, so that it can disagree with the library.
+// A phone's view of a tag: finds the NDEF message in the data area and parses its records. Shares
+// no code with the library, so that it finds the library's errors in the format.
 #pragma once
 
 #include <cstddef>
@@ -33,14 +33,14 @@ struct NdefPlace {
     State state = State::kNone;
     std::size_t offset = 0;  ///< of the message's first byte
     std::size_t length = 0;
-    std::size_t needed = 0;  ///< kNeedMore: bytes of the area that must be there to go on
+    std::size_t needed = 0;  ///< kNeedMore: bytes of the area that must be read to go on
     std::string problem;     ///< kNone: why there is no message
 };
 
-/// Looks through the TLVs of a data area of which the first bytes are there.
+/// Finds the message among the TLVs. `area` holds the bytes read so far, from the first one on.
 NdefPlace FindNdef(const Bytes& area);
 
-/// Takes a message apart. False, with the reason in `problem`, when it isn't well formed.
+/// Parses a message. False, with the reason in `problem`, when it is malformed.
 bool ParseNdef(const Bytes& message, NdefReading& reading, std::string& problem);
 
 }  // namespace simulator

@@ -1,4 +1,4 @@
-// Drives a plain phone by the timers of the hosted layer.
+// Calls a Phone from timers of the hosted layer.
 #pragma once
 
 #include <memory>
@@ -7,8 +7,8 @@
 
 namespace simulator {
 
-/// One visit of a phone. May be called from any thread; everything happens on the layer's timers,
-/// under hosted::DeviceLock, the report too: it must not block.
+/// One visit of a phone. Any thread. The phone and its report run on timers of the layer, under
+/// hosted::DeviceLock; the report must not block.
 ///
 /// `owner` keeps the tag alive until the phone has gone.
 void StartPhoneVisit(std::shared_ptr<void> owner, TagRadio& tag, Micros enterAfter, Micros stay,

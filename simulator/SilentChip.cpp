@@ -1,4 +1,4 @@
-// The silent chip: counts what it doesn't acknowledge.
+// Counts the transfers that it does not acknowledge.
 #include "simulator/SilentChip.h"
 
 namespace simulator {

@@ -1,4 +1,4 @@
-// A place on the bus where nobody answers.
+// A bus address without a chip: no transfer is acknowledged.
 #pragma once
 
 #include "simulator/Chip.h"

@@ -1,5 +1,5 @@
-// A PC with its peripherals, for tests and for the lab: devices are registered with the layer when
-// it is made and taken away when it is destroyed.
+// A PC with its peripherals, for tests and for the lab. Its constructor registers the devices with
+// the hosted layer, its destructor removes them.
 #pragma once
 
 #include <cstdint>
@@ -21,19 +21,19 @@ namespace simulator {
 
 enum class PcRoute { kI2c, kUsb, kHid, kBle };
 
-/// "i2c", "usb", "hid", "ble"; nothing for any other name.
+/// Knows "i2c", "usb", "hid" and "ble"; nothing for any other name.
 std::optional<PcRoute> RouteByName(const std::string& name);
 
 class SimulatedPc {
   public:
-    /// Builds the PC and plugs everything in. `chip` is one of ChipKinds() and serves the I2C and
-    /// USB routes; throws std::invalid_argument for an unknown one.
+    /// Builds the PC with all devices plugged in. `chip` is one of ChipKinds() and serves the I2C
+    /// and USB routes; throws std::invalid_argument for an unknown one.
     explicit SimulatedPc(const std::vector<PcRoute>& routes, const std::string& chip = "fm11nt081");
     ~SimulatedPc();
     SimulatedPc(const SimulatedPc&) = delete;
     SimulatedPc& operator=(const SimulatedPc&) = delete;
 
-    /// Pulls everything out, or puts it back: the models keep their memory, the drivers are new.
+    /// Removes all devices, or adds them again with new drivers. The models keep their memory.
     void Unplug();
     void Plug();
 
@@ -46,8 +46,8 @@ class SimulatedPc {
     void TapPhone(Micros enterAfter, Micros stay, Phone::Reporter report = {});
     void TapPhone(PcRoute route, Micros enterAfter, Micros stay, Phone::Reporter report = {});
 
-    // The back doors. Take hosted::DeviceLock to use them. A route that the PC doesn't have gives
-    // null; chip() and spb() mean the first driver route.
+    // The back doors. Take hosted::DeviceLock to use them. A route that the PC does not have gives
+    // null; chip() and spb() give those of the first driver route.
     Chip* chip();
     SpbDriver* spb();
     FaultyDriver* faulty();  ///< of the first driver route or the HID route

@@ -1,4 +1,4 @@
-// The kernel driver's side of the chip: every request is pended first and ended by a timer.
+// Every request is pending first; a timer ends it.
 #include "simulator/SpbDriver.h"
 
 #include <algorithm>
@@ -10,7 +10,7 @@ namespace simulator {
 
 namespace {
 
-constexpr DWORD kErrorInvalidFunction = 1;  // what an unknown control code gets
+constexpr DWORD kErrorInvalidFunction = 1;  // the result of an unknown control code
 
 void Remove(std::vector<hosted::RequestPtr>& requests, const hosted::RequestPtr& request) {
     requests.erase(std::remove(requests.begin(), requests.end(), request), requests.end());
@@ -27,7 +27,7 @@ DWORD SpbDriver::Open() {
     if (m_gone) {
         return ERROR_FILE_NOT_FOUND;
     }
-    // The line goes to whoever opened last; a driver that is no more hears nothing.
+    // The driver that was opened last gets the interrupts; one that is destroyed gets none.
     m_latched = false;
     m_chip->Bus().OnInterrupt([weak = weak_from_this()] {
         if (const auto self = weak.lock()) {
@@ -63,7 +63,8 @@ DWORD SpbDriver::Start(const hosted::RequestPtr& request) {
     if (isControl && request->controlCode() == kControlInterrupt) {
         m_waits.push_back(request);
         if ((m_latched || m_chip->Bus().InterruptAsserted()) && !m_deliveryDue) {
-            DeliverInterrupt(m_latched || m_lookedAt ? m_busLatency : kStandingInterruptGap);
+            DeliverInterrupt(m_latched || m_transferSinceInterrupt ? m_busLatency
+                                                                   : kAssertedInterruptGap);
             m_latched = false;
         }
         return ERROR_IO_PENDING;
@@ -89,7 +90,7 @@ DWORD SpbDriver::Start(const hosted::RequestPtr& request) {
 
 void SpbDriver::Finish(const hosted::RequestPtr& request) {
     Remove(m_transfers, request);
-    m_lookedAt = true;
+    m_transferSinceInterrupt = true;
     const Micros now = hosted::Now();
     switch (request->kind()) {
         case hosted::Request::Kind::kControl:
@@ -120,10 +121,10 @@ void SpbDriver::InterruptRaised() {
     }
 }
 
-// Never ends a wait in the call that starts it: who waits takes an answer at once for a failure.
+// Never ends a wait in the call that starts it: the host takes an answer at once for a failure.
 void SpbDriver::DeliverInterrupt(Micros after) {
     m_deliveryDue = true;
-    m_lookedAt = false;
+    m_transferSinceInterrupt = false;
     hosted::After(after, [weak = weak_from_this()] {
         const auto self = weak.lock();
         if (self == nullptr) {
@@ -131,7 +132,7 @@ void SpbDriver::DeliverInterrupt(Micros after) {
         }
         self->m_deliveryDue = false;
         if (self->m_waits.empty()) {
-            self->m_latched = true;  // cancelled in the meantime; the next one gets it
+            self->m_latched = true;  // the wait was cancelled; the next one gets the interrupt
             return;
         }
         const hosted::RequestPtr request = self->m_waits.front();

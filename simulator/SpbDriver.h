@@ -1,5 +1,5 @@
-// The kernel driver of the I2C and USB routes, in front of a chip model. Runs under the layer's
-// device lock, like every driver.
+// The kernel driver of the I2C and USB routes, with a chip model as its device. Runs under the
+// layer's device lock, like every driver.
 #pragma once
 
 #include <cstddef>
@@ -14,11 +14,11 @@ namespace simulator {
 constexpr wchar_t kSpbDriverPath[] = L"\\\\.\\SPBNFCDRIVER";
 constexpr wchar_t kUsbDriverPath[] = L"\\\\.\\KEYBOARDNFC";
 constexpr DWORD kControlOpen = 0x04001C00;
-constexpr DWORD kControlInterrupt = 0x04001C20;  ///< pends until the chip's interrupt
+constexpr DWORD kControlInterrupt = 0x04001C20;  ///< pending until the chip's interrupt
 constexpr Micros kDefaultBusLatency = 30;        ///< from a transfer's start to its end
-/// Between two interrupts of a line that stands although nothing has been asked of the chip since:
-/// a host that never looks at the cause gets them at this rate, and not as fast as it can wait.
-constexpr Micros kStandingInterruptGap = 10 * kMilli;
+/// Time between two interrupts of a line that stays asserted when no transfer came in between. It
+/// keeps a host that never reads the cause from being interrupted without a pause.
+constexpr Micros kAssertedInterruptGap = 10 * kMilli;
 
 class SpbDriver : public hosted::Driver, public std::enable_shared_from_this<SpbDriver> {
   public:
@@ -54,8 +54,8 @@ class SpbDriver : public hosted::Driver, public std::enable_shared_from_this<Spb
     std::vector<hosted::RequestPtr> m_transfers;  // reads, writes and open requests under way
     std::vector<hosted::RequestPtr> m_waits;      // interrupt waits, oldest first
     bool m_latched = false;                       // an edge came while nobody waited
-    bool m_deliveryDue = false;                   // a timer that ends the oldest wait is running
-    bool m_lookedAt = true;                       // a transfer has ended since the last interrupt
+    bool m_deliveryDue = false;                   // a timer that ends the oldest wait runs
+    bool m_transferSinceInterrupt = true;
     bool m_gone = false;
     std::size_t m_violations = 0;
     std::size_t m_openRequests = 0;

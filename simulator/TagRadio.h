@@ -1,4 +1,4 @@
-// The antenna side of a tag: what a phone can do to it, and nothing else.
+// The radio side of a tag: the operations of a phone.
 #pragma once
 
 #include <array>
@@ -10,7 +10,7 @@
 
 namespace simulator {
 
-/// A tag reads and writes by pages of four bytes; one read command answers four pages.
+/// A tag is written in pages of four bytes; one read command gives four pages.
 constexpr std::size_t kPageSize = 4;
 constexpr std::size_t kPagesPerRead = 4;
 constexpr unsigned kFirstDataPage = 4;  ///< chip register 16
@@ -22,19 +22,19 @@ class TagRadio {
   public:
     virtual ~TagRadio() = default;
 
-    /// A phone's field arrives. False: the tag doesn't answer (its radio is off).
+    /// A phone's field begins. False: the tag does not answer, as its radio is off.
     virtual bool Enter(Micros now) = 0;
 
-    /// The phone's field is gone.
+    /// The phone's field ends.
     virtual void Leave(Micros now) = 0;
 
-    /// The phone selects the tag, before it reads or to see that it is still there.
+    /// The phone selects the tag, before it reads or to check that it is still there.
     virtual bool Select(Micros now) = 0;
 
-    /// Sixteen bytes from a page on; nothing when the tag doesn't answer.
+    /// Four pages, starting at `page`; nothing when the tag does not answer.
     virtual std::optional<PageQuad> ReadPages(Micros now, unsigned page) = 0;
 
-    /// False when the tag doesn't answer or the page is locked.
+    /// False when the tag does not answer or the page is locked.
     virtual bool WritePage(Micros now, unsigned page, const Page& bytes) = 0;
 };
 

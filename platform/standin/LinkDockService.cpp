@@ -70,7 +70,7 @@ struct WaitingCall {
     std::vector<std::uint8_t> value;
 };
 
-// Everything that the client knows. Under `mutex`.
+// The state of the client. Under `mutex`.
 struct State {
     platform::Mutex mutex{kClientRank};
     platform::ConditionVariable changed;  // a delivery or the thread has ended

@@ -1,9 +1,9 @@
-// Stand-in for the platform's logger: hands each line to the sink that was chosen.
+// Stand-in for the platform's logger: passes each line to the sink.
 #include "platform/TraceLog.h"
 
 namespace {
 
-// Chosen by the host before it starts anything, read by every thread that logs.
+// Set by the host before its first thread starts, read by every thread that logs.
 TraceLogger::Sink g_sink = nullptr;
 void* g_sinkContext = nullptr;
 

@@ -1,4 +1,4 @@
-// What detection finds, chip by chip, and what it sends and waits for on the way.
+// The result of the detection for each chip, with its transfers, pauses and lines.
 #include <gtest/gtest.h>
 
 #include "chip/DetectChip.h"

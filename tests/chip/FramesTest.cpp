@@ -1,5 +1,4 @@
-// What each driver operation sends, in order and with its pauses, and what it logs when one of its
-// transfers fails.
+// The transfers and pauses of each driver operation, and its lines when a transfer fails.
 #include <gtest/gtest.h>
 
 #include <algorithm>

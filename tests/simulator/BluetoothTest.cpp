@@ -25,7 +25,7 @@ int Unsubscribe() {
                                                                 kBleNotifyCharacteristic);
 }
 
-// Notices a delivery that begins or goes on when there must be none.
+// Fails the test for a delivery that begins or goes on after `closed` is set.
 struct Sink : BLEClient::INotification {
     void OnNotify(const std::vector<std::uint8_t>& /*value*/) override {
         EXPECT_FALSE(closed) << "a delivery after the unsubscription";
@@ -88,7 +88,6 @@ TEST(LinkDockService, LetsASinkEndItsOwnSubscriptionAndBeginAnother) {
         pc.bluetooth()->SendField(true, 0);
         pc.bluetooth()->SendField(true, 50000);
         Sleep(10);
-        // The first sink is at rest once a call from here has returned.
         EXPECT_EQ(first->count, 1);
         first.reset();
         Sleep(100);

@@ -51,7 +51,7 @@ struct Client {
     DWORD moved = 0;
 };
 
-TEST(FaultyDriver, SpoilsExactlyTheRequestsOfItsPlan) {
+TEST(FaultyDriver, FailsExactlyTheRequestsOfItsPlan) {
     hosted::UseScheduledClock({testing_support::Seed()});
     Client bus;
     SimulatedPc pc({PcRoute::kI2c}, "fanli");
@@ -62,13 +62,13 @@ TEST(FaultyDriver, SpoilsExactlyTheRequestsOfItsPlan) {
         error);
     ASSERT_TRUE(plan) << error;
     pc.Faults(*plan);
-    // The fault of a write itself stands before that of any request.
+    // A fault of writes comes before a fault of any request.
     EXPECT_EQ(bus.Do("OOWWWWR"), "5 0 0 31 121 121 0 ");
     EXPECT_EQ(bus.moved, 7U);
     const hosted::Micros before = hosted::Now();
     EXPECT_EQ(bus.Do("R"), "0 ");
     EXPECT_EQ(hosted::Now() - before, 700 * kMilli + kDefaultBusLatency);
-    EXPECT_EQ(pc.chip()->BackDoor().Counters().writes, 1U);  // the others never reached it
+    EXPECT_EQ(pc.chip()->BackDoor().Counters().writes, 1U);  // the others did not reach the chip
     EXPECT_EQ(bus.Do("C") + std::to_string(pc.spb()->Violations()), "0 0");
     for (const char* second : {"R", "C"}) {
         OVERLAPPED other{};
@@ -82,7 +82,7 @@ TEST(FaultyDriver, SpoilsExactlyTheRequestsOfItsPlan) {
     EXPECT_EQ(bus.Do("O"), "2 ");
 }
 
-TEST(SpbDriver, RepeatsAStandingInterruptAtOnceOnlyToWhoLooksAtTheChip) {
+TEST(SpbDriver, RepeatsAnAssertedInterruptAtOnceOnlyAfterATransfer) {
     hosted::UseScheduledClock({testing_support::Seed()});
     Client bus;
     SimulatedPc pc({PcRoute::kI2c}, "fanli");
@@ -94,7 +94,7 @@ TEST(SpbDriver, RepeatsAStandingInterruptAtOnceOnlyToWhoLooksAtTheChip) {
         return hosted::Now() - before;
     };
     EXPECT_EQ(time("I"), kMilli + kDefaultBusLatency);
-    EXPECT_EQ(time("I"), kStandingInterruptGap);
+    EXPECT_EQ(time("I"), kAssertedInterruptGap);
     EXPECT_EQ(time("RI"), 2 * kDefaultBusLatency);
 }
 

@@ -1,5 +1,5 @@
-// The devices by themselves: a chip notices a pause left out, and the keyboard's microcontroller is
-// strict with pages.
+// The models alone: a chip punishes a pause that is left out, and the keyboard refuses malformed
+// pages.
 #include <gtest/gtest.h>
 
 #include "simulator/Chip.h"
@@ -10,7 +10,7 @@
 namespace simulator {
 namespace {
 
-TEST(Chips, GiveOnesToAReaderThatDoesNotWait) {
+TEST(Chips, GiveOnesToAReadThatComesTooSoon) {
     const struct {
         const char* kind;
         Bytes frame;
@@ -29,7 +29,7 @@ TEST(Chips, GiveOnesToAReaderThatDoesNotWait) {
     }
 }
 
-TEST(Fm11nChip, AnswersNobodyWhileItStores) {
+TEST(Fm11nChip, AcknowledgesNothingWhileItStores) {
     const auto chip = MakeChip("fm11nt082c");
     ChipBus& bus = chip->Bus();
     ASSERT_TRUE(bus.Write(0, {0x00, 0x10, 1, 2, 3}));
@@ -41,7 +41,7 @@ TEST(Fm11nChip, AnswersNobodyWhileItStores) {
     EXPECT_TRUE(bus.Write(100000, {0x10, 0xA1}));
 }
 
-TEST(FanliChip, LosesABlockThatComesTooSoonAndTellsOnlyWhenChecked) {
+TEST(FanliChip, LosesABlockThatComesTooSoonAndReportsItWhenChecked) {
     const auto chip = MakeChip("fanli");
     ChipBus& bus = chip->Bus();
     const auto check = [&bus](Micros now) {
@@ -73,7 +73,7 @@ TEST(FanliChip, CountsRequestsThatMakeNoSense) {
     }
 }
 
-TEST(FanliChip, TakesItsTimeToSwitchTheRadioAndLosesFramesMeanwhile) {
+TEST(FanliChip, LosesFramesWhileItSwitchesTheRadio) {
     const auto chip = MakeChip("fanli");
     EXPECT_TRUE(chip->Radio().Enter(0));
     EXPECT_TRUE(chip->Bus().Write(0, {0xF0, 0xF2, 0, 0}));
@@ -85,7 +85,7 @@ TEST(FanliChip, TakesItsTimeToSwitchTheRadioAndLosesFramesMeanwhile) {
     EXPECT_TRUE(chip->Bus().Write(kFanliRadioTime, {0xF0, 0xF1, 0, 0}));
     EXPECT_FALSE(chip->Radio().Enter(2 * kFanliRadioTime - 1));
     EXPECT_TRUE(chip->Radio().Enter(2 * kFanliRadioTime));
-    EXPECT_EQ(chip->BackDoor().Counters().interrupts, 2U) << "it has forgotten the first visit";
+    EXPECT_EQ(chip->BackDoor().Counters().interrupts, 2U) << "the first visit is forgotten";
 }
 
 Bytes Report(std::uint8_t pages, std::uint8_t page, std::uint8_t length, const Bytes& payload) {
@@ -99,7 +99,7 @@ Bytes Full(std::uint8_t pages, std::uint8_t page) {
     return Report(pages, page, kReportSize, {kFrameMark, kFrameWrite});
 }
 
-TEST(KeyboardMcu, RefusesWhatIsNotQuiteRightAndRecovers) {
+TEST(KeyboardMcu, RefusesMalformedReportsAndRecovers) {
     const std::pair<const char*, std::vector<Bytes>> cases[] = {
         {"bytes", {Bytes(63)}},
         {"id", {Bytes(64)}},
@@ -123,7 +123,7 @@ TEST(KeyboardMcu, RefusesWhatIsNotQuiteRightAndRecovers) {
         EXPECT_EQ(mcu.ImagesStored() + mcu.NumbersAsked(), 0U);
         EXPECT_FALSE(mcu.MidFrame());
     }
-    // It takes a frame that begins in the middle of another, and notices what lies behind it.
+    // It takes a frame that begins in the middle of another, and counts bytes after its end.
     KeyboardMcu mcu;
     Bytes last = Report(2, 2, 5, {0xAB});
     last.back() = 1;

@@ -1,4 +1,4 @@
-// A kernel driver that answers as the test says, and an open device as the device start leaves it.
+// A kernel driver with scripted answers, and an open device as the device start leaves it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@ namespace testing_support {
 
 constexpr DWORD kBusError = 1117;
 
-/// What becomes of one request.
+/// The end of one request.
 struct Answer {
     enum class How { kPends, kAtOnce, kNever };
     How how = How::kPends;
@@ -113,7 +113,8 @@ class ScriptedBus final : public hosted::Driver {
     }
 };
 
-/// A driver behind DeviceHandle, with the event of the transfers made. Ends with no request left.
+/// Opens DeviceHandle on a driver and creates the event of the transfers. Expects in the end that
+/// no request is left.
 class ScriptedDevice {
   public:
     explicit ScriptedDevice(std::shared_ptr<hosted::Driver> driver) {
