@@ -13,6 +13,7 @@ bool StartClock() {
     GTEST_FLAG_SET(break_on_failure, true);
     hosted::ScheduledOptions options;
     options.maxStepsPerInstant = std::numeric_limits<std::uint64_t>::max();
+    options.maxSilence = 0;  // the fuzzer may be busy with itself
     hosted::UseScheduledClock(options);
     // By itself the layer would end the process in a way that keeps no input.
     hosted::SetStallHandler([](const std::string& report) { Check(false, report.c_str()); });

@@ -153,6 +153,7 @@ class HostedStage : public Stage {
         if (m_options.seed) {
             hosted::ScheduledOptions options;
             options.seed = *m_options.seed;
+            options.maxSilence = 0;  // the output may be on its way into a pager
             hosted::UseScheduledClock(options);
         }
         hosted::SetStallHandler([this](const std::string& report) {

@@ -2,6 +2,8 @@
 // into a Win32 operation, and the reports of who waits for what.
 #include "platform/hosted/KernelState.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
@@ -31,9 +33,11 @@ std::string DescribeReason(const WaitReason& reason) {
     }
     if (reason.lock != nullptr) {
         text += " \"" + std::string(reason.lock->name) + "\"";
-        const auto owner = TheKernel().mutexOwners.find(reason.mutex);
-        if (owner != TheKernel().mutexOwners.end() && owner->second != nullptr) {
-            text += " held by " + owner->second->name;
+        const Thread* const owner = OwnerOf(reason.mutex);
+        if (owner != nullptr) {
+            text += " held by " + owner->name;
+        } else if (reason.mutex != nullptr && IsLocked(*reason.mutex)) {
+            text += " held outside the layer";
         }
     }
     return text;
@@ -199,6 +203,23 @@ Micros FromMilliseconds(DWORD milliseconds) {
 Micros DeadlineAfter(Micros timeout) {
     const Micros now = Now();
     return timeout < 0 || timeout >= kNever - now ? kNever : now + timeout;
+}
+
+const Thread* OwnerOf(const std::mutex* mutex) {
+    const auto owner = TheKernel().mutexOwners.find(mutex);
+    return owner == TheKernel().mutexOwners.end() ? nullptr : owner->second;
+}
+
+bool TryLock(std::mutex& mutex) {
+    return pthread_mutex_trylock(mutex.native_handle()) == 0;
+}
+
+bool IsLocked(std::mutex& mutex) {
+    if (!TryLock(mutex)) {
+        return true;
+    }
+    mutex.unlock();
+    return false;
 }
 
 std::shared_ptr<Thread> AddThread() {

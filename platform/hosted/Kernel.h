@@ -33,6 +33,12 @@ struct ScheduledOptions {
     /// The most steps of the whole run, for runs that must come to an end. The default is no bound.
     std::uint64_t maxSteps = std::numeric_limits<std::uint64_t>::max();
 
+    /// The most real time without a call into the layer, after which the run is ended: the thread
+    /// that runs is then blocked outside the layer, perhaps in a mutex whose holder cannot run
+    /// before it. The time that the whole process is stopped does not count. Zero for no limit: a
+    /// program whose output may wait for its reader.
+    Micros maxSilence = 20 * kSecond;
+
     /// How late a thread may be let run although it could: now and then the clock goes on to the
     /// next deadline, when that is no further away than this, while others could still run.
     /// Zero keeps every deadline exact.
@@ -184,8 +190,8 @@ LiveCounts Live();
 std::string DescribeThreads();
 
 /// Called, on some thread, when the scheduled run can make no progress: all threads wait and no
-/// deadline or timer is left, or a bound on steps is passed. Without a handler, or when it returns,
-/// the report goes to standard error and the process ends at once with kStallExit.
+/// deadline or timer is left, or a bound of ScheduledOptions is passed. Without a handler, or when
+/// it returns, the report goes to standard error and the process ends at once with kStallExit.
 constexpr int kStallExit = 86;
 void SetStallHandler(std::function<void(const std::string& report)> handler);
 

@@ -120,6 +120,13 @@ DWORD WaitOn(const std::shared_ptr<Object>& object, HANDLE handle, DWORD millise
 Micros DeadlineAfter(Micros timeout);
 Micros FromMilliseconds(DWORD milliseconds);
 
+/// The thread that holds the mutex through the layer, on the scheduled clock, or null.
+const Thread* OwnerOf(const std::mutex* mutex);
+/// As std::mutex::try_lock, but may also be called by the thread that holds the mutex.
+bool TryLock(std::mutex& mutex);
+/// Whether any thread holds the mutex, through the layer or natively.
+bool IsLocked(std::mutex& mutex);
+
 /// Adds a record to the table; the name is made from the number.
 std::shared_ptr<Thread> AddThread();
 void RemoveThread(const Thread& thread);

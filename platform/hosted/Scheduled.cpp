@@ -3,6 +3,8 @@
 //
 // There is no lock in here but the baton: whoever has it is the only one who runs.
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
@@ -43,6 +45,10 @@ class Scheduled final : public Scheduler {
     void AdoptCaller() {
         t_current = AddThread().get();
         t_current->priority = StartPriority();
+        m_running = t_current;
+        if (m_options.maxSilence > 0) {
+            std::thread([this] { WatchForSilence(); }).detach();
+        }
     }
 
     bool IsScheduled() const override { return true; }
@@ -61,7 +67,10 @@ class Scheduled final : public Scheduler {
         Current();
         ++m_depth;
     }
-    void Leave() override { --m_depth; }
+    void Leave() override {
+        --m_depth;
+        ShowActivity();
+    }
     void Changed() override { m_changed = true; }
 
     void Point(bool giveWay) override {
@@ -115,7 +124,7 @@ class Scheduled final : public Scheduler {
     void Launch(const std::shared_ptr<Thread>& thread, std::function<void()> body) override {
         thread->priority = StartPriority();
         thread->runnableSince = m_now;
-        std::thread([thread, body = std::move(body)] {
+        std::thread([this, thread, body = std::move(body)] {
             t_current = thread.get();
             AwaitBaton(*thread);
             body();
@@ -221,10 +230,11 @@ class Scheduled final : public Scheduler {
     }
 
     void LookAtPredicates() {
-        if (!m_changed) {
+        if (!m_changed && !m_nativeWaits) {
             return;
         }
         m_changed = false;
+        m_nativeWaits = false;
         const Lent lent(*this);
         for (const auto& thread : TheKernel().threads) {
             if (thread->predicate != nullptr) {
@@ -233,6 +243,9 @@ class Scheduled final : public Scheduler {
                     thread->runnableSince = m_now;
                 }
                 thread->ready = ready;
+                // Nobody reports the unlocking of a mutex that is held outside the layer.
+                m_nativeWaits = m_nativeWaits || (!ready && thread->reason.mutex != nullptr &&
+                                                  OwnerOf(thread->reason.mutex) == nullptr);
             }
         }
     }
@@ -256,10 +269,12 @@ class Scheduled final : public Scheduler {
         return true;
     }
 
-    static void SwitchTo(Thread& self, Thread& next) {
+    void SwitchTo(Thread& self, Thread& next) {
         if (&self != &next) {
             GiveBaton(next);
             AwaitBaton(self);
+        } else {
+            ShowActivity();
         }
     }
 
@@ -270,10 +285,36 @@ class Scheduled final : public Scheduler {
         thread.wake.notify_one();
     }
 
-    static void AwaitBaton(Thread& self) {
+    void AwaitBaton(Thread& self) {
         std::unique_lock<std::mutex> guard(self.batonMutex);
         self.wake.wait(guard, [&] { return self.hasBaton; });
         self.hasBaton = false;
+        m_running = &self;
+        ShowActivity();
+    }
+
+    /// Called by the running thread after it has changed anything that a report shows.
+    void ShowActivity() {
+        m_activity.store(m_activity.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    }
+
+    /// The watch on the running thread, on a thread of its own. The time is taken in slices, so
+    /// that neither a stopped process nor a machine that is too busy looks like a blocked thread.
+    [[noreturn]] void WatchForSilence() {
+        constexpr unsigned kSlices = 20;
+        t_current = &m_device;
+        std::uint64_t seen = 0;
+        unsigned silent = 0;
+        while (silent < kSlices) {
+            std::this_thread::sleep_for(std::chrono::microseconds(m_options.maxSilence) / kSlices);
+            const std::uint64_t now = m_activity.load(std::memory_order_acquire);
+            silent = now == seen ? silent + 1 : 0;
+            seen = now;
+        }
+        const std::string why =
+            m_running->name + " has the turn and has made no call into the layer for " +
+            std::to_string(m_options.maxSilence / kMillisecond) + " ms of real time";
+        Stall(why.c_str());
     }
 
     [[noreturn]] void Stall(const char* why) {
@@ -299,8 +340,11 @@ class Scheduled final : public Scheduler {
     Micros m_now = 0;
     std::uint64_t m_steps = 0;
     std::uint64_t m_stepsAtInstant = 0;  // m_steps when the clock last moved
-    unsigned m_depth = 0;                // of the running thread
-    bool m_changed = false;              // since the predicates were looked at
+    bool m_nativeWaits = false;  // a thread waits for a mutex that is held outside the layer
+    Thread* m_running = nullptr;
+    std::atomic<std::uint64_t> m_activity{0};  // grows with every call; orders WatchForSilence
+    unsigned m_depth = 0;                      // of the running thread
+    bool m_changed = false;                    // since the predicates were looked at
 };
 
 }  // namespace

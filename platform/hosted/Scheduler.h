@@ -43,7 +43,7 @@ struct WaitReason {
     const char* what = "";
     HANDLE handle = nullptr;                   // shown when not null
     const platform::LockRank* lock = nullptr;  // shown when not null, with who holds `mutex`
-    const std::mutex* mutex = nullptr;
+    std::mutex* mutex = nullptr;
 };
 
 struct HeldLock {

@@ -54,17 +54,18 @@ void TraceLock(const LockRank& rank) {
     }
 }
 
-/// Waits, on the scheduled clock, until nobody owns the mutex, and makes the thread its owner.
-void Own(Thread& self, std::mutex& mutex, const LockRank& rank) {
+/// Waits, on the scheduled clock, until the mutex is free, and locks it. It never blocks in the
+/// mutex itself: the holder could not run then, since the calling thread has the turn.
+void LockScheduled(Thread& self, std::mutex& mutex, const LockRank& rank) {
     Kernel& kernel = hosted::TheKernel();
     const KernelLock lock;
     Thread*& owner = kernel.mutexOwners[&mutex];
-    if (owner != nullptr) {
+    while (owner != nullptr || !hosted::TryLock(mutex)) {
         hosted::WaitReason reason;
         reason.what = "lock";
         reason.lock = &rank;
         reason.mutex = &mutex;
-        const auto free = [&owner] { return owner == nullptr; };
+        const auto free = [&] { return owner == nullptr && !hosted::IsLocked(mutex); };
         kernel.scheduler->Wait(hosted::Predicate(free), hosted::kNever, reason);
     }
     owner = &self;
@@ -108,8 +109,7 @@ void Lock::Acquire() {
     CheckOrder(self, rank);
     if (scheduler.IsScheduled()) {
         scheduler.Point(false);
-        Own(self, native, rank);
-        native.lock();
+        LockScheduled(self, native, rank);
         AddHeld(self, native, rank);
         return;
     }

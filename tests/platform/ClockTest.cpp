@@ -104,6 +104,58 @@ TEST(ScheduledClock, EndsARunThatSpinsButNotALongOne) {
                 "step 101.*the clock has stood still.*\nhost: can run");
 }
 
+// The host locks the mutex itself, which the layer does not see. The thread waits for it, and goes
+// on once the host has unlocked it, or the run ends when the host never does.
+TEST(NativeLocks, OfTheHostMakeAThreadWait) {
+    const auto hold = [](bool release) {
+        platform::Mutex mutex(kOuter);
+        mutex.native().lock();
+        bool taken = false;
+        const HANDLE thread = Go([&] {
+            const platform::Lock lock(mutex);
+            taken = true;
+        });
+        Sleep(20);
+        EXPECT_FALSE(taken);
+        if (release) {
+            mutex.native().unlock();
+        }
+        while (release && !taken) {
+            hosted::Yield();
+        }
+        Join({thread});
+    };
+    ForEachSeed(10, [&] { hold(true); });
+    EXPECT_EXIT(
+        {
+            hosted::UseScheduledClock({});
+            hold(false);
+        },
+        ::testing::ExitedWithCode(hosted::kStallExit),
+        "host: waits for thread .*\nthread 2: waits for lock \"outer\" held outside the layer");
+}
+
+// Nothing but real time shows that the host is blocked: it has the turn and does not give it back.
+TEST(NativeLocks, ThatBlockTheHostEndTheRun) {
+    EXPECT_EXIT(
+        {
+            hosted::ScheduledOptions options;
+            options.maxSilence = 50 * kMillisecond;
+            hosted::UseScheduledClock(options);
+            platform::Mutex mutex(kOuter);
+            Go([&] {
+                const platform::Lock lock(mutex);
+                Sleep(INFINITE);
+            });
+            Sleep(20);
+            mutex.native().lock();
+        },
+        ::testing::ExitedWithCode(hosted::kStallExit),
+        "host has the turn and has made no call into the layer for 50 ms of real time\n"
+        "host: can run\n"
+        "thread 2: waits for the end of a sleep.*holds \"outer\"");
+}
+
 void TakeBoth(bool scheduled, const platform::LockRank& first, const platform::LockRank& second) {
     if (scheduled) {
         hosted::UseScheduledClock({});
