@@ -95,7 +95,7 @@ TEST(Ble, LinkStates) {
     EXPECT_FALSE(desk.manager->BtConnect(another));
 }
 
-// What comes between the keyboard and the host, by its own thread.
+// A report that the client delivers on its own thread, at once.
 void SendFieldNow(Desk& desk, bool enter) {
     desk.pc.bluetooth()->SendField(enter);
     Desk::Pass(hosted::kMillisecond);
