@@ -52,6 +52,7 @@ bool StartDriverThreads() {
 }
 
 void StopDriverThreads() {
-    InterruptLife().Stop(ThreadLife::Wake::kYes);
+    // First the thread that closes visits: it may end at once, and from then on none may be opened.
     DeferCallLife().Stop(ThreadLife::Wake::kNo);
+    InterruptLife().Stop(ThreadLife::Wake::kYes);
 }
