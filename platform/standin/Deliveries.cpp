@@ -9,9 +9,6 @@ namespace LinkDockService {
 
 namespace {
 
-// Its address identifies the thread.
-thread_local char t_self = 0;
-
 template <class Pointer, class Raw>
 void Erase(std::vector<Pointer>& from, Raw* one) {
     from.erase(std::find_if(from.begin(), from.end(),
@@ -27,7 +24,7 @@ void Deliver(const std::shared_ptr<BlePeer>& peer, const std::vector<std::uint8_
         receivers = state.subscriptions;
     }
     for (const SubscriptionPtr& receiver : receivers) {
-        Delivery delivery{receiver, &t_self};
+        Delivery delivery{receiver, std::this_thread::get_id()};
         {
             const platform::Lock lock(state.mutex);
             const auto& live = state.subscriptions;
@@ -88,7 +85,7 @@ void WaitForDeliveries(const Which& which, const std::vector<ThreadPtr>& threads
         platform::Lock lock(state.mutex);
         std::vector<Delivery*> own;
         for (Delivery* const one : state.running) {
-            if (one->thread == &t_self) {
+            if (one->thread == std::this_thread::get_id()) {
                 one->unsubscribing = true;
                 own.push_back(one);
             }

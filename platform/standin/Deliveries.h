@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -51,7 +52,7 @@ using ThreadPtr = std::shared_ptr<OwnedHandle>;
 // A call of a sink that is running.
 struct Delivery {
     SubscriptionPtr subscription;
-    const void* thread;          // the address of the thread's t_self
+    std::thread::id thread;
     bool unsubscribing = false;  // its thread waits in EndSubscriptions
 };
 

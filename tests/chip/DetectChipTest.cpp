@@ -35,11 +35,11 @@ const char kFailedTwice[] =
 
 const struct {
     Answer first, second, probe;  // what the reads of the two passes and of the probe give
-    NfcLinkType linkType;
-    NfcChipKind chipKind;
-    std::uint32_t opDelay, readDelay;
-    const char* traffic;
-    const char* lines;
+    NfcLinkType linkType{};
+    NfcChipKind chipKind{};
+    std::uint32_t opDelay = 0, readDelay = 0;
+    const char* traffic = nullptr;
+    const char* lines = nullptr;
 } kOutcomes[] = {
     {kIs082c, kFails, kFails, NfcLinkSpb2, NfcChipFm11nt082c, 10, 0, kFirstPass,
      "Nfc chip FM11NT082C"},

@@ -143,7 +143,7 @@ const Traffic kNormalTraffic[] = {
     {Write(16, 2046), "", true, "W 00 10 ee a1" + Zeros(2044), "", kUnwritten},
     {Write(16, 2047), "", false, "", "E NfcWrite len: 2049 too large"},
     {Write(16, -1), "", false, "", "E NfcWrite reg: 16, infoLength: -1"},
-    {Read(16, 2048), std::string(2 * 2048, '0'), true, "W 00 10, sleep 3, R 2048", "",
+    {Read(16, 2048), std::string(4096, '0'), true, "W 00 10, sleep 3, R 2048", "",
      kUnaddressed + "16 failed" + kUnread, 0},
     {Read(16, 2049), "", false, "", "E NfcRead reg: 16, readLength: 2049"},
     {Read(16, 4, nullptr), "", false, "", "E NfcRead reg: 16, readLength: 4"},
