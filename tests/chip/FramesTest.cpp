@@ -1,7 +1,6 @@
 // The transfers and pauses of each driver operation, and its lines when a transfer fails.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <new>
@@ -188,12 +187,12 @@ const Traffic kExtendTraffic[] = {
 };
 
 Texts TakeLines(LogRecorder& log) {
-    Texts lines = MarkedLines(log);
-    lines.erase(std::remove_if(lines.begin(), lines.end(),
-                               [](const std::string& line) {
-                                   return line.rfind("W Nfc read spb dataLength", 0) == 0;
-                               }),
-                lines.end());
+    Texts lines;
+    for (const std::string& line : MarkedLines(log)) {
+        if (line.rfind("W Nfc read spb dataLength", 0) != 0) {
+            lines.push_back(line);
+        }
+    }
     log.TakeUnannounced();
     log.Clear();
     return lines;

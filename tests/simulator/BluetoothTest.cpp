@@ -15,6 +15,13 @@ namespace simulator {
 namespace {
 
 using LinkDockService::BLEClient;
+using LinkDockService::SetDeliveryHabits;
+
+struct ConnectedPc : SimulatedPc {
+    ConnectedPc() : SimulatedPc({PcRoute::kBle}) {
+        EXPECT_EQ(BLEClient::GetInstance()->BleClientConnect(kDefaultBleAddress), 0);
+    }
+};
 
 int Subscribe(BLEClient::INotification* sink) {
     return BLEClient::GetInstance()->BleClientSubscribeNotify(kDefaultBleAddress, kBleService,
@@ -54,9 +61,8 @@ DWORD WINAPI AskLater(LPVOID /*argument*/) {
 TEST(LinkDockService, DeliversNothingOnceUnsubscribed) {
     testing_support::ForEachSeed(200, [] {
         const auto coin = [] { return static_cast<unsigned>(hosted::Random() % 2); };
-        LinkDockService::SetDeliveryHabits({coin() * 2, coin() * 4, 1 + coin()});
-        SimulatedPc pc({PcRoute::kBle});
-        ASSERT_EQ(BLEClient::GetInstance()->BleClientConnect(kDefaultBleAddress), 0);
+        SetDeliveryHabits({coin() * 2, coin() * 4, 1 + coin()});
+        ConnectedPc pc;
         for (int round = 0; round < 4; ++round) {
             Sink sink;
             ASSERT_GE(Subscribe(&sink), 0);
@@ -78,9 +84,7 @@ TEST(LinkDockService, DeliversNothingOnceUnsubscribed) {
 
 TEST(LinkDockService, LetsASinkEndItsOwnSubscriptionAndBeginAnother) {
     testing_support::ForEachSeed(100, [] {
-        SimulatedPc pc({PcRoute::kBle});
-        BLEClient& client = *BLEClient::GetInstance();
-        ASSERT_EQ(client.BleClientConnect(kDefaultBleAddress), 0);
+        ConnectedPc pc;
         Sink second;
         auto first = std::make_unique<Sink>();
         first->onNotify = [&] { EXPECT_EQ(Unsubscribe() + Subscribe(&second), 0); };
@@ -92,23 +96,21 @@ TEST(LinkDockService, LetsASinkEndItsOwnSubscriptionAndBeginAnother) {
         first.reset();
         Sleep(100);
         EXPECT_EQ(second.count, 1);
-        EXPECT_EQ(client.BleClientDisConnect(kDefaultBleAddress), 0);  // and unsubscribes
+        EXPECT_EQ(BLEClient::GetInstance()->BleClientDisConnect(kDefaultBleAddress), 0);
         EXPECT_EQ(hosted::Live().threads + hosted::Live().handles, 0U);
     });
 }
 
 TEST(LinkDockService, DeliversInsideItsCallsWhenThatIsItsHabit) {
     hosted::UseScheduledClock({1});
-    SimulatedPc pc({PcRoute::kBle});
-    BLEClient& client = *BLEClient::GetInstance();
-    ASSERT_EQ(client.BleClientConnect(kDefaultBleAddress), 0);
+    ConnectedPc pc;
     const struct {
         LinkDockService::DeliveryHabits habits;
         int afterSubscribe = 0;  // deliveries so far, all on the caller's thread
         int afterWrite = 0;
     } cases[] = {{{}, 0, 0}, {{2, 0}, 1, 1}, {{2, 10}, 1, 2}, {{0, 10}, 0, 1}, {{1, 3}, 0, 0}};
     for (const auto& [habits, afterSubscribe, afterWrite] : cases) {
-        LinkDockService::SetDeliveryHabits(habits);
+        SetDeliveryHabits(habits);
         Sink sink;
         int here = 0;
         sink.onNotify = [&, host = hosted::CurrentThread()] {
@@ -128,10 +130,9 @@ TEST(LinkDockService, DeliversInsideItsCallsWhenThatIsItsHabit) {
 
 TEST(LinkDockService, DeliversOnTwoThreadsAtOnceWhenThatIsItsHabit) {
     testing_support::ForEachSeed(50, [] {
-        SimulatedPc pc({PcRoute::kBle});
-        ASSERT_EQ(BLEClient::GetInstance()->BleClientConnect(kDefaultBleAddress), 0);
+        ConnectedPc pc;
         for (const unsigned threads : {1U, 2U}) {
-            LinkDockService::SetDeliveryHabits({0, 0, threads});
+            SetDeliveryHabits({0, 0, threads});
             Sink sink;
             unsigned running = 0;
             unsigned most = 0;
@@ -155,10 +156,9 @@ TEST(LinkDockService, DeliversOnTwoThreadsAtOnceWhenThatIsItsHabit) {
 
 TEST(LinkDockService, GoesOnDeliveringAfterARefusedUnsubscriptionWhenThatIsItsHabit) {
     hosted::UseScheduledClock({1});
-    SimulatedPc pc({PcRoute::kBle});
-    ASSERT_EQ(BLEClient::GetInstance()->BleClientConnect(kDefaultBleAddress), 0);
+    ConnectedPc pc;
     for (const bool habit : {true, false}) {
-        LinkDockService::SetDeliveryHabits({0, 0, 1, habit});
+        SetDeliveryHabits({0, 0, 1, habit});
         Sink sink;
         ASSERT_EQ(Subscribe(&sink), 0);
         LinkDockService::FailCall(LinkDockService::BleCall::kUnsubscribe, 1);
