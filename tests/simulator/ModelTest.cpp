@@ -39,6 +39,8 @@ TEST(Fm11nChip, AcknowledgesNothingWhileItStores) {
     EXPECT_EQ(bus.Read(kFm11nStoreTime, 3), (Bytes{1, 2, 3}));
     EXPECT_TRUE(bus.Write(100000, {0x10, 0xA1, 0x28}));  // a volatile register takes no time
     EXPECT_TRUE(bus.Write(100000, {0x10, 0xA1}));
+    EXPECT_TRUE(bus.Write(100000, Bytes(kFm11nLargestFrame + 1)));
+    EXPECT_EQ(chip->BackDoor().Counters().malformed, 1U);
 }
 
 TEST(FanliChip, LosesABlockThatComesTooSoonAndReportsItWhenChecked) {
@@ -64,7 +66,7 @@ TEST(FanliChip, CountsRequestsThatMakeNoSense) {
     for (const Bytes& frame :
          {Bytes{0, 0x12, 0, 2, 3, 4}, Bytes{0, 0x20, 0, 3, 3, 4}, tooLong, Bytes{0xF0, 0xF2, 0, 1},
           Bytes{0xF0, 0xF2, 0, 1, 0}, Bytes{0, 0, 1, 0xEE}, Bytes{0, 0, 1, 1, 0},
-          Bytes{0xF0, 0xF8, 1, 5}, Bytes{0, 0, 2, 1}, Bytes{0, 0, 3, 1}, Bytes{0}}) {
+          Bytes{0xF0, 0xF8, 1, 1}, Bytes{0, 0, 2, 1}, Bytes{0, 0, 3, 1}, Bytes{0}}) {
         const auto chip = MakeChip("fanli");
         EXPECT_TRUE(chip->Bus().Write(0, frame));
         EXPECT_EQ(chip->Bus().Read(kFanliFirstAnswerTime, 1), Bytes{0xFF});
@@ -83,7 +85,7 @@ TEST(FanliChip, LosesFramesWhileItSwitchesTheRadio) {
     EXPECT_EQ(chip->BackDoor().Counters().lostWrites, 1U);
     EXPECT_FALSE(chip->Radio().Select(kFanliRadioTime));
     EXPECT_TRUE(chip->Bus().Write(kFanliRadioTime, {0xF0, 0xF1, 0, 0}));
-    EXPECT_FALSE(chip->Radio().Enter(2 * kFanliRadioTime - 1));
+    EXPECT_FALSE(chip->Radio().Select(2 * kFanliRadioTime - 1));
     EXPECT_TRUE(chip->Radio().Enter(2 * kFanliRadioTime));
     EXPECT_EQ(chip->BackDoor().Counters().interrupts, 2U) << "the first visit is forgotten";
 }
