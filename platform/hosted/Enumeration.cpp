@@ -1,4 +1,4 @@
-// Device enumeration and human interface devices, from the interfaces that were added.
+// Device enumeration and human interface devices. The devices are those of AddHidInterface.
 #include <cstddef>
 #include <cstring>
 
@@ -12,12 +12,10 @@ namespace {
 constexpr GUID kHidClass = {
     0x4D1E55B2, 0xF16F, 0x11CF, {0x88, 0xCB, 0x00, 0x11, 0x11, 0x00, 0x00, 0x30}};
 
-constexpr DWORD kErrorInvalidUserBuffer = 1784;  // a structure that does not tell its size
+constexpr DWORD kErrorInvalidUserBuffer = 1784;  // the size field of a structure is wrong
 constexpr DWORD kInterfaceActive = 1;            // SPINT_ACTIVE
 constexpr USHORT kReportLength = 64;             // of every human interface device here
 
-// What HidP_GetCaps gives for a collection whose description cannot be used. Callers take zero for
-// failure; a real driver's codes would slip through their check.
 constexpr NTSTATUS kCapsFailed = 0;
 
 bool SameClass(const GUID& left, const GUID& right) {
@@ -25,8 +23,8 @@ bool SameClass(const GUID& left, const GUID& right) {
            std::memcmp(left.Data4, right.Data4, sizeof left.Data4) == 0;
 }
 
-/// The interface behind an open device, or null and ERROR_INVALID_HANDLE.
-std::shared_ptr<const HidInterface> HidBehind(HANDLE device) {
+/// The interface of an open device, or null and ERROR_INVALID_HANDLE.
+std::shared_ptr<const HidInterface> HidOfDevice(HANDLE device) {
     const auto file = Find<FileObject>(device);
     if (file != nullptr && file->node->hid == nullptr) {
         SetLastError(ERROR_INVALID_HANDLE);
@@ -40,14 +38,14 @@ std::shared_ptr<const HidInterface> HidBehind(HANDLE device) {
 
 using hosted::Call;
 using hosted::DeviceListObject;
-using hosted::Entry;
 using hosted::FailWith;
+using hosted::Operation;
 using hosted::PreparsedDataObject;
 
 HDEVINFO SetupDiGetClassDevsW(const GUID* classGuid, const WCHAR* /*enumerator*/, HWND /*parent*/,
                               DWORD flags) {
-    const Entry entry(Call::kEnumerate);
-    if (entry.Refused()) {
+    const Operation operation(Call::kEnumerate);
+    if (operation.Refused()) {
         return INVALID_HANDLE_VALUE;
     }
     if (classGuid == nullptr) {
@@ -63,8 +61,8 @@ HDEVINFO SetupDiGetClassDevsW(const GUID* classGuid, const WCHAR* /*enumerator*/
 
 BOOL SetupDiEnumDeviceInterfaces(HDEVINFO list, SP_DEVINFO_DATA* /*info*/, const GUID* classGuid,
                                  DWORD index, SP_DEVICE_INTERFACE_DATA* data) {
-    const Entry entry(Call::kEnumerate);
-    if (entry.Refused()) {
+    const Operation operation(Call::kEnumerate);
+    if (operation.Refused()) {
         return FALSE;
     }
     const auto found = hosted::Find<DeviceListObject>(list);
@@ -89,8 +87,8 @@ BOOL SetupDiEnumDeviceInterfaces(HDEVINFO list, SP_DEVINFO_DATA* /*info*/, const
 BOOL SetupDiGetDeviceInterfaceDetailW(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* data,
                                       SP_DEVICE_INTERFACE_DETAIL_DATA_W* detail, DWORD size,
                                       DWORD* required, SP_DEVINFO_DATA* /*info*/) {
-    const Entry entry(Call::kEnumerate);
-    if (entry.Refused()) {
+    const Operation operation(Call::kEnumerate);
+    if (operation.Refused()) {
         return FALSE;
     }
     const auto found = hosted::Find<DeviceListObject>(list);
@@ -119,15 +117,15 @@ BOOL SetupDiGetDeviceInterfaceDetailW(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* d
     if (interface.detailFails) {
         return FailWith(ERROR_GEN_FAILURE);
     }
-    // The path runs on behind the structure, in the caller's larger buffer.
+    // The path continues after the structure, in the caller's larger buffer.
     std::memcpy(reinterpret_cast<std::uint8_t*>(detail) + kPathOffset, interface.path.c_str(),
                 pathBytes);
     return TRUE;
 }
 
 BOOL SetupDiDestroyDeviceInfoList(HDEVINFO list) {
-    const Entry entry(Call::kEnumerate);
-    if (entry.Refused() || hosted::Find<DeviceListObject>(list) == nullptr) {
+    const Operation operation(Call::kEnumerate);
+    if (operation.Refused() || hosted::Find<DeviceListObject>(list) == nullptr) {
         return FALSE;
     }
     hosted::RemoveHandle(list);
@@ -135,16 +133,16 @@ BOOL SetupDiDestroyDeviceInfoList(HDEVINFO list) {
 }
 
 void HidD_GetHidGuid(GUID* guid) {
-    const Entry entry(Call::kHid);
+    const Operation operation(Call::kHid);
     *guid = hosted::kHidClass;
 }
 
 BOOLEAN HidD_GetPreparsedData(HANDLE device, PHIDP_PREPARSED_DATA* data) {
-    const Entry entry(Call::kHid);
-    if (entry.Refused()) {
+    const Operation operation(Call::kHid);
+    if (operation.Refused()) {
         return FALSE;
     }
-    const auto hid = hosted::HidBehind(device);
+    const auto hid = hosted::HidOfDevice(device);
     if (hid == nullptr) {
         return FALSE;
     }
@@ -152,15 +150,15 @@ BOOLEAN HidD_GetPreparsedData(HANDLE device, PHIDP_PREPARSED_DATA* data) {
         SetLastError(ERROR_GEN_FAILURE);
         return FALSE;
     }
-    // Opaque to callers, so that a handle will do, and a stale one is refused like any other.
+    // Callers do not look inside, so it is a handle, and an old one is refused like any other.
     *data = static_cast<PHIDP_PREPARSED_DATA>(
         hosted::AddHandle(std::make_shared<PreparsedDataObject>(hid)));
     return TRUE;
 }
 
 BOOLEAN HidD_FreePreparsedData(PHIDP_PREPARSED_DATA data) {
-    const Entry entry(Call::kHid);
-    if (entry.Refused() || hosted::Find<PreparsedDataObject>(data) == nullptr) {
+    const Operation operation(Call::kHid);
+    if (operation.Refused() || hosted::Find<PreparsedDataObject>(data) == nullptr) {
         return FALSE;
     }
     hosted::RemoveHandle(data);
@@ -168,8 +166,8 @@ BOOLEAN HidD_FreePreparsedData(PHIDP_PREPARSED_DATA data) {
 }
 
 NTSTATUS HidP_GetCaps(PHIDP_PREPARSED_DATA data, HIDP_CAPS* caps) {
-    const Entry entry(Call::kHid);
-    if (entry.Refused()) {
+    const Operation operation(Call::kHid);
+    if (operation.Refused()) {
         return hosted::kCapsFailed;
     }
     const auto found = hosted::Find<PreparsedDataObject>(data);
@@ -184,11 +182,11 @@ NTSTATUS HidP_GetCaps(PHIDP_PREPARSED_DATA data, HIDP_CAPS* caps) {
 }
 
 BOOLEAN HidD_GetAttributes(HANDLE device, HIDD_ATTRIBUTES* attributes) {
-    const Entry entry(Call::kHid);
-    if (entry.Refused()) {
+    const Operation operation(Call::kHid);
+    if (operation.Refused()) {
         return FALSE;
     }
-    const auto hid = hosted::HidBehind(device);
+    const auto hid = hosted::HidOfDevice(device);
     if (hid == nullptr) {
         return FALSE;
     }

@@ -1,4 +1,4 @@
-// Overlapped requests: start, end, cancellation, and what an OVERLAPPED says about it all.
+// Overlapped requests: their start, end and cancellation, and what is stored in an OVERLAPPED.
 #include <algorithm>
 #include <cstring>
 
@@ -8,8 +8,8 @@ namespace hosted {
 
 namespace {
 
-// The statuses that a kernel gives for the codes that callers meet. Any other code is stored as a
-// wrapped last-error code, which reads back the same.
+// The status that a kernel stores for each of the codes that occur. Any other code is stored as a
+// wrapped last-error code, and is read back as the same code.
 struct StatusOfError {
     DWORD error;
     std::uint32_t status;
@@ -30,9 +30,9 @@ constexpr std::uint32_t kFirstErrorStatus = 0x80000000;
 constexpr DWORD kErrorUnknownStatus = 317;  // ERROR_MR_MID_NOT_FOUND
 
 std::uint32_t StatusFromError(DWORD error) {
-    for (const StatusOfError& entry : kStatuses) {
-        if (entry.error == error) {
-            return entry.status;
+    for (const StatusOfError& known : kStatuses) {
+        if (known.error == error) {
+            return known.status;
         }
     }
     return kWrappedError | (error & kErrorMask);
@@ -42,9 +42,9 @@ DWORD ErrorFromStatus(std::uint32_t status) {
     if ((status & kWrappedErrorMask) == kWrappedError) {
         return status & kErrorMask;
     }
-    for (const StatusOfError& entry : kStatuses) {
-        if (entry.status == status) {
-            return entry.error;
+    for (const StatusOfError& known : kStatuses) {
+        if (known.status == status) {
+            return known.error;
         }
     }
     return status < kFirstErrorStatus ? ERROR_SUCCESS : kErrorUnknownStatus;
@@ -82,10 +82,10 @@ void PendingRequest::End(DWORD error, const std::uint8_t* bytes, std::size_t cou
         return;
     }
     auto& pending = TheKernel().pending;
-    const auto entry = std::find_if(pending.begin(), pending.end(),
+    const auto found = std::find_if(pending.begin(), pending.end(),
                                     [this](const auto& other) { return other.get() == this; });
-    const std::shared_ptr<PendingRequest> self = *entry;  // lives until the end of this function
-    pending.erase(entry);
+    const std::shared_ptr<PendingRequest> self = *found;  // lives until the end of this function
+    pending.erase(found);
 
     const std::size_t moved = std::min(count, length());
     if (m_out != nullptr && bytes != nullptr && moved > 0) {
@@ -97,7 +97,7 @@ void PendingRequest::End(DWORD error, const std::uint8_t* bytes, std::size_t cou
                  kind() == Kind::kWrite ? data().data() : bytes, moved);
     (m_event != nullptr ? m_event->signal : m_file->signal).Set();
     TheScheduler().Changed();
-    Drop();
+    Detach();
 }
 
 void CancelRequest(const std::shared_ptr<PendingRequest>& request) {
@@ -120,7 +120,7 @@ void CancelRequestsOfThread(ThreadId thread) {
 
 namespace {
 
-/// What a caller asks of a device.
+/// The arguments of ReadFile, WriteFile or DeviceIoControl.
 struct Transfer {
     Request::Kind kind;
     DWORD controlCode;
@@ -130,7 +130,7 @@ struct Transfer {
     DWORD outLength;
 };
 
-/// Starts a request; the last-error code, ERROR_IO_PENDING for one that is on its way.
+/// Starts a request. Gives the last-error code; ERROR_IO_PENDING if the request is under way.
 DWORD Start(HANDLE device, const Transfer& transfer, OVERLAPPED& overlapped) {
     Kernel& kernel = TheKernel();
     const std::shared_ptr<Object> object = FindObject(device);
@@ -164,11 +164,11 @@ DWORD Start(HANDLE device, const Transfer& transfer, OVERLAPPED& overlapped) {
     const DWORD answer = file->node->driver->Start(request);
     kernel.scheduler->Changed();
     if (answer == ERROR_SUCCESS && request->Pending()) {
-        return ERROR_IO_PENDING;  // the driver spoke too soon; the request ends when it does
+        return ERROR_IO_PENDING;  // the driver reported success without having ended the request
     }
     if (answer != ERROR_SUCCESS && answer != ERROR_IO_PENDING && request->Pending()) {
         kernel.pending.erase(std::find(kernel.pending.begin(), kernel.pending.end(), request));
-        request->Drop();
+        request->Detach();
         TraceRequest(TraceEvent::Kind::kDone, request, answer);
     }
     return answer;
@@ -176,15 +176,15 @@ DWORD Start(HANDLE device, const Transfer& transfer, OVERLAPPED& overlapped) {
 
 BOOL StartTransfer(Call call, HANDLE device, const Transfer& transfer, DWORD* moved,
                    OVERLAPPED* overlapped) {
-    const Entry entry(call);
-    if (overlapped == nullptr) {  // a device opened for overlapped I/O takes nothing else
+    const Operation operation(call);
+    if (overlapped == nullptr) {  // a device that is open for overlapped I/O needs one
         return FailWith(ERROR_INVALID_PARAMETER);
     }
     overlapped->Internal = STATUS_PENDING;
     if (moved != nullptr) {
         *moved = 0;
     }
-    if (entry.Refused()) {
+    if (operation.Refused()) {
         return FALSE;
     }
     const DWORD error = Start(device, transfer, *overlapped);
@@ -202,7 +202,7 @@ BOOL StartTransfer(Call call, HANDLE device, const Transfer& transfer, DWORD* mo
 }  // namespace hosted
 
 using hosted::Call;
-using hosted::Entry;
+using hosted::Operation;
 using hosted::Request;
 
 BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD length, DWORD* moved, OVERLAPPED* overlapped) {
@@ -226,8 +226,8 @@ BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inLength, LPVOI
 }
 
 BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* moved, BOOL wait) {
-    const Entry entry(Call::kGetOverlappedResult);
-    if (entry.Refused()) {
+    const Operation operation(Call::kGetOverlappedResult);
+    if (operation.Refused()) {
         return FALSE;
     }
     if (overlapped == nullptr || moved == nullptr) {
@@ -242,19 +242,17 @@ BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* moved, BOOL
         }
         hosted::WaitOn(object, waited, INFINITE);
     }
-    // Once it has waited, the original takes any signal for the end of the request.
     if (overlapped->Internal == STATUS_PENDING && wait == FALSE) {
         return hosted::FailWith(ERROR_IO_INCOMPLETE);
     }
     *moved = static_cast<DWORD>(overlapped->InternalHigh);
-    // Hosts store a sign-extended HRESULT here as well: only the low half counts.
     const DWORD error = hosted::ErrorFromStatus(static_cast<std::uint32_t>(overlapped->Internal));
     return error == ERROR_SUCCESS ? TRUE : hosted::FailWith(error);
 }
 
 BOOL CancelIoEx(HANDLE file, OVERLAPPED* overlapped) {
-    const Entry entry(Call::kCancelIoEx);
-    if (entry.Refused()) {
+    const Operation operation(Call::kCancelIoEx);
+    if (operation.Refused()) {
         return FALSE;
     }
     const auto object = hosted::Find<hosted::FileObject>(file);

@@ -1,9 +1,5 @@
-// Handles: numbers that are given out once and never again, so that an old value can only be
-// refused. Also CloseHandle and the wait on any object.
-//
-// A handle closed while a thread waits on it: the wait goes on, on the object itself, and ends when
-// the object is signalled through another reference (a pending request of that event, the end of
-// that thread), when the time is over, or, for a device, when closing it fails its requests.
+// The table of handles, CloseHandle, and the wait on any object. A waiting thread refers to the
+// object and not to the handle, so the handle may be closed meanwhile.
 #include "platform/hosted/KernelState.h"
 
 namespace {
@@ -88,11 +84,11 @@ DWORD WaitOn(const std::shared_ptr<Object>& object, HANDLE handle, DWORD millise
 }  // namespace hosted
 
 using hosted::Call;
-using hosted::Entry;
+using hosted::Operation;
 
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
-    const Entry entry(Call::kWait);
-    if (entry.Refused()) {
+    const Operation operation(Call::kWait);
+    if (operation.Refused()) {
         return WAIT_FAILED;
     }
     const std::shared_ptr<hosted::Object> object = hosted::FindObject(handle);
@@ -104,8 +100,8 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
 }
 
 BOOL CloseHandle(HANDLE handle) {
-    const Entry entry(Call::kCloseHandle);
-    if (entry.Refused()) {
+    const Operation operation(Call::kCloseHandle);
+    if (operation.Refused()) {
         return FALSE;
     }
     const std::shared_ptr<hosted::Object> object = hosted::FindObject(handle);
