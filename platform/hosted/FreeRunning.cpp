@@ -1,6 +1,7 @@
 // The free-running clock: real threads, real time. Whoever changes something wakes exactly the
 // threads whose predicate holds now.
 #include <sys/prctl.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -22,11 +23,12 @@ thread_local unsigned t_depth = 0;  // how often this thread has taken the kerne
 /// Takes a thread that the layer did not start out of the table when the thread ends.
 struct ForeignThread {
     Thread* thread = nullptr;
+    pid_t process = getpid();  // a forked child ends without the layer
     ForeignThread() = default;
     ForeignThread(const ForeignThread&) = delete;
     ForeignThread& operator=(const ForeignThread&) = delete;
     ~ForeignThread() {
-        if (thread != nullptr) {
+        if (thread != nullptr && process == getpid()) {
             const KernelLock lock;
             // The host's own thread ends with the process; its requests and buffers may be gone.
             if (thread->id != kHostThread) {

@@ -89,8 +89,16 @@ std::function<void()> TimerQueue::Take() {
 Kernel::Kernel() : nextHandle(kFirstHandle) {}
 
 Kernel& TheKernel() {
-    static Kernel& kernel = *new Kernel;  // owned by the process, which ends without freeing it
+    static Kernel& kernel = []() -> Kernel& {
+        WatchForks();
+        return *new Kernel;  // owned by the process, which ends without freeing it
+    }();
     return kernel;
+}
+
+bool IsUsed(const Kernel& kernel) {
+    return kernel.scheduler->IsScheduled() || !kernel.threads.empty() ||
+           kernel.timers.Next() != kNever;
 }
 
 Entry::Entry(Call call) {
@@ -114,8 +122,7 @@ Entry::~Entry() {
 
 void UseScheduledClock(const ScheduledOptions& options) {
     Kernel& kernel = TheKernel();
-    if (kernel.scheduler->IsScheduled() || !kernel.threads.empty() ||
-        kernel.timers.Next() != kNever) {
+    if (IsUsed(kernel)) {
         Die("UseScheduledClock must come before any other operation of the layer");
     }
     kernel.scheduler = MakeScheduled(options);

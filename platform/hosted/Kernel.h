@@ -50,6 +50,12 @@ struct ScheduledOptions {
     std::uint64_t expectedSteps = 10'000;  ///< the steps among which the change points are drawn
 };
 
+// Forks. A child of fork() has only the thread that called fork(): the other threads of the layer
+// and what they would unlock are gone. So a child of a process that has used the layer dies with
+// a message at its first call. Tests fork first, in a process that has done no more than put
+// devices behind paths, and let each child choose its clock. Output that the parent has buffered
+// and not flushed is written by both.
+
 /// Switches the process to the scheduled clock, at time 0. The calling thread becomes the first
 /// thread, "host". To be called before any other operation of the layer; there is no way back.
 void UseScheduledClock(const ScheduledOptions& options);

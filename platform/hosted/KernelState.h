@@ -64,6 +64,12 @@ struct Kernel {
 /// Never destroyed: threads may be waiting in it when the process ends.
 Kernel& TheKernel();
 
+/// A clock has been chosen, or a thread has used the layer in a way that needs one.
+bool IsUsed(const Kernel& kernel);
+
+/// From now on a forked child of a process that has used the layer is refused every call.
+void WatchForks();
+
 inline Scheduler& TheScheduler() {
     return *TheKernel().scheduler;
 }

@@ -1,5 +1,9 @@
 // Events, threads and handles, on both clocks.
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <atomic>
+#include <cstdlib>
 #include <set>
 
 #include "tests/platform/HostedFixture.h"
@@ -98,6 +102,26 @@ TEST(Handles, MayBeClosedWhileOthersWait) {
     hosted::ScheduledOptions options;
     options.maxLateness = 2 * hosted::kMillisecond;
     OnBothClocks(close, 1000, options);
+}
+
+TEST(Fork, LeavesTheLayerToTheParent) {
+    const auto useAndFork = [](bool scheduled) {
+        if (scheduled) {
+            hosted::UseScheduledClock({});
+        }
+        Sleep(1);
+        if (fork() == 0) {
+            Sleep(1);
+            std::_Exit(0);
+        }
+        wait(nullptr);
+        Sleep(1);
+        std::_Exit(0);
+    };
+    for (const bool scheduled : {false, true}) {
+        EXPECT_EXIT(useAndFork(scheduled), ::testing::ExitedWithCode(0),
+                    "forked from one that had used the layer");
+    }
 }
 
 }  // namespace
