@@ -1,18 +1,19 @@
-// Bounded memory functions that report failure by result. They stand in a file of their own so
-// that the compiler cannot conclude, from a caller's reference, that a pointer is never null.
+// Bounded memory functions that report failure by their result. They are defined in a source file
+// of their own: inlined, the compiler could conclude from a caller's reference that a pointer is
+// never null, and drop the check.
 #pragma once
 
 #include <cstddef>
 
 namespace platform {
 
-/// Copies `count` bytes. 0, or an error number: the destination is null, or the source is null or
-/// `count` above `size`, in which case the whole destination is cleared. A count of 0 always works
-/// on a destination that is there.
+/// Copies `count` bytes into a destination of `size` bytes. Gives 0, or an error number if the
+/// destination is null, or if the source is null or `count` is above `size`; in the last two cases
+/// the whole destination is cleared. A count of 0 fails only for a null destination.
 int memcpy_s(void* destination, std::size_t size, const void* source, std::size_t count);
 
-/// Sets the first `count` bytes. 0, or an error number: the destination is null, or `count` is
-/// above `size`, in which case all `size` bytes are set.
+/// Sets the first `count` bytes of a destination of `size` bytes. Gives 0, or an error number if
+/// the destination is null, or if `count` is above `size`; in that case all `size` bytes are set.
 int memset_s(void* destination, std::size_t size, int value, std::size_t count);
 
 }  // namespace platform

@@ -1,14 +1,14 @@
-// The place of a mutex in the order in which mutexes are taken. Shared by both sides of the door;
-// the ranks themselves belong to whoever owns the mutexes.
+// The place of a mutex in the order in which mutexes are locked, on every platform. The owner of a
+// mutex defines its rank.
 #pragma once
 
 namespace platform {
 
-/// A thread may lock a mutex only while every mutex that it holds has a lower level. The hosted
-/// guard checks this at every lock; on Windows the rank costs nothing.
+/// A thread may lock a mutex only while every mutex that it holds has a lower level. The Lock of
+/// the hosted layer checks this; on Windows the rank costs nothing.
 struct LockRank {
-    int level;         ///< Outermost is lowest. Two mutexes of one level are never held together.
-    const char* name;  ///< Shown when the order is broken and when a run stalls.
+    int level;         ///< The outermost is the lowest. No two of one level are held together.
+    const char* name;  ///< For the reports of a broken order and of a stalled run.
 };
 
 }  // namespace platform

@@ -1,4 +1,4 @@
-// The mutex of the library. Shared by both sides of the door; each side has its own guard for it.
+// The mutex of the library, the same on every platform. Each platform has its own Lock for it.
 #pragma once
 
 #include <mutex>
@@ -8,23 +8,24 @@
 
 namespace platform {
 
-/// A plain, non-recursive mutex that knows its rank and its name. Its native mutex is never
-/// destroyed: threads of the library may still wait on it when the process ends or the library is
-/// unloaded. So a Mutex is a static or a member of one; anything else would leak on some systems.
+/// A non-recursive mutex with a rank and a name. Its native mutex is never destroyed, since threads
+/// of the library may still wait on it when the process ends or the library is unloaded. So a Mutex
+/// has to be a static or a member of one; another one would leak on some systems.
 class TAGPORT_CAPABILITY Mutex {
   public:
     explicit Mutex(const LockRank& rank) : m_rank(rank), m_native() {}
-    // The point of the class: the native mutex's destructor must not run.
+    // Not defaulted: the native mutex's destructor must not run.
     ~Mutex() {}  // NOLINT(modernize-use-equals-default)
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
 
     const LockRank& rank() const { return m_rank; }
 
-    /// For a host that locks it itself; everything else uses platform::Lock.
+    /// For a host that locks it itself, out of sight of the checks of platform::Lock, which all
+    /// other code uses. See platform/hosted/Sync.h for a run on the scheduled clock.
     std::mutex& native() { return m_native; }
 
-    /// Says to clang's analysis, where it cannot see it, that the mutex is held.
+    /// States that the mutex is held where clang's analysis cannot see it.
     void AssertHeld() const TAGPORT_ASSERT_HELD() {}
 
   private:

@@ -1,5 +1,5 @@
 // Annotations for clang's -Wthread-safety: which mutex guards which variable, and which functions
-// take or need it. Other compilers see nothing.
+// take or need it. For other compilers they are empty.
 #pragma once
 
 #if defined(__clang__)
@@ -20,5 +20,5 @@
 /// A function that is only called with the mutex held, or only without it.
 #define TAGPORT_REQUIRES(...) TAGPORT_THREAD_SAFETY(requires_capability(__VA_ARGS__))
 #define TAGPORT_EXCLUDES(...) TAGPORT_THREAD_SAFETY(locks_excluded(__VA_ARGS__))
-/// Says to the analysis what it cannot see: inside a predicate the mutex is held.
+/// States what the analysis cannot see: inside a predicate the mutex is held.
 #define TAGPORT_ASSERT_HELD(...) TAGPORT_THREAD_SAFETY(assert_capability(__VA_ARGS__))

@@ -1,8 +1,8 @@
-// The only door to the operating system. The library folders include this header and no other
-// header of a system; they call the Win32 operations by their own names.
+// The only access to the operating system. The library folders include this header and no header of
+// a system, and call the Win32 operations by their own names.
 //
-// On Windows the system's own headers answer, with the lock types and KeepLoaded added. Elsewhere a
-// small layer declares exactly the operations that this library uses, with the same results.
+// On Windows it includes the system's headers and adds the lock types and KeepLoaded. Elsewhere it
+// includes a small layer with exactly the operations that this library uses and the same results.
 #pragma once
 
 #ifdef _WIN32

@@ -1,4 +1,4 @@
-// Devices behind paths, and opening and closing them.
+// The table of devices by path, and the opening and closing of devices.
 #include <algorithm>
 #include <cwctype>
 
@@ -8,7 +8,8 @@ namespace hosted {
 
 namespace {
 
-bool Refuses(const DeviceNode::Opening& standing, const DeviceNode::Opening& wanted) {
+/// The share modes of an open handle and of a new one exclude each other.
+bool Excludes(const DeviceNode::Opening& standing, const DeviceNode::Opening& wanted) {
     const auto shares = [](DWORD share, DWORD access) {
         return ((access & GENERIC_READ) == 0 || (share & FILE_SHARE_READ) != 0) &&
                ((access & GENERIC_WRITE) == 0 || (share & FILE_SHARE_WRITE) != 0);
@@ -35,7 +36,7 @@ void PutDevice(const std::wstring& path, std::shared_ptr<Driver> driver,
     TheKernel().devices[FoldCase(path)] = std::move(node);
 }
 
-/// Opens the device; the error, or zero with `file` set.
+/// Opens the device. Gives the last-error code; if it is zero, `file` is set.
 DWORD Open(const std::wstring& path, const DeviceNode::Opening& how,
            std::shared_ptr<FileObject>& file) {
     const auto found = TheKernel().devices.find(FoldCase(path));
@@ -44,7 +45,7 @@ DWORD Open(const std::wstring& path, const DeviceNode::Opening& how,
     }
     const std::shared_ptr<DeviceNode> node = found->second;
     for (const DeviceNode::Opening& standing : node->openings) {
-        if (Refuses(standing, how)) {
+        if (Excludes(standing, how)) {
             return ERROR_SHARING_VIOLATION;
         }
     }
@@ -109,12 +110,12 @@ void RemoveHidInterfaces() {
 
 HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* /*security*/,
                    DWORD disposition, DWORD flags, HANDLE /*templateFile*/) {
-    const hosted::Entry entry(hosted::Call::kCreateFile);
-    if (entry.Refused()) {
+    const hosted::Operation operation(hosted::Call::kCreateFile);
+    if (operation.Refused()) {
         return INVALID_HANDLE_VALUE;
     }
     if (path == nullptr || disposition != OPEN_EXISTING || (flags & FILE_FLAG_OVERLAPPED) == 0) {
-        SetLastError(ERROR_INVALID_PARAMETER);  // the layer has no other way to open
+        SetLastError(ERROR_INVALID_PARAMETER);  // nothing else is implemented
         return INVALID_HANDLE_VALUE;
     }
     std::shared_ptr<hosted::FileObject> file;

@@ -1,17 +1,17 @@
-// Events. Setting one releases who waits at that moment, see Signal.
+// Events. Signal decides whom an event releases.
 #include "platform/hosted/KernelState.h"
 
 using hosted::Call;
-using hosted::Entry;
 using hosted::EventObject;
+using hosted::Operation;
 
 HANDLE CreateEventW(SECURITY_ATTRIBUTES* /*security*/, BOOL manualReset, BOOL initialState,
                     const WCHAR* name) {
-    const Entry entry(Call::kCreateEvent);
-    if (entry.Refused()) {
+    const Operation operation(Call::kCreateEvent);
+    if (operation.Refused()) {
         return nullptr;
     }
-    if (name != nullptr) {  // named events reach across processes; there is nobody to share with
+    if (name != nullptr) {  // named events, which processes share, are not implemented
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
@@ -20,8 +20,8 @@ HANDLE CreateEventW(SECURITY_ATTRIBUTES* /*security*/, BOOL manualReset, BOOL in
 }
 
 BOOL SetEvent(HANDLE event) {
-    const Entry entry(Call::kSetEvent);
-    if (entry.Refused()) {
+    const Operation operation(Call::kSetEvent);
+    if (operation.Refused()) {
         return FALSE;
     }
     const auto object = hosted::Find<EventObject>(event);
@@ -34,8 +34,8 @@ BOOL SetEvent(HANDLE event) {
 }
 
 BOOL ResetEvent(HANDLE event) {
-    const Entry entry(Call::kResetEvent);
-    if (entry.Refused()) {
+    const Operation operation(Call::kResetEvent);
+    if (operation.Refused()) {
         return FALSE;
     }
     const auto object = hosted::Find<EventObject>(event);

@@ -9,7 +9,7 @@ namespace hosted {
 namespace {
 
 [[noreturn]] void Refuse() {
-    Die("this process was forked from one that had used the layer, and cannot use it itself");
+    AbortWith("this process was forked from one that had used the layer, and cannot use it itself");
 }
 
 class Forked final : public Scheduler {
@@ -24,8 +24,8 @@ class Forked final : public Scheduler {
     void Enter() override { Refuse(); }
     void Leave() override { Refuse(); }
     void Changed() override { Refuse(); }
-    void Point(bool /*giveWay*/) override { Refuse(); }
-    void PointIfChanged() override { Refuse(); }
+    void AllowSwitch(bool /*giveWay*/) override { Refuse(); }
+    void AllowSwitchIfChanged() override { Refuse(); }
     bool Wait(const Predicate& /*predicate*/, Micros /*deadline*/,
               const WaitReason& /*reason*/) override {
         Refuse();
@@ -35,7 +35,7 @@ class Forked final : public Scheduler {
                 std::function<void()> /*body*/) override {
         Refuse();
     }
-    void Retire() override { Refuse(); }
+    void EndCurrent() override { Refuse(); }
 
   private:
     // Kept, since its locks may be held by threads that only the parent has.

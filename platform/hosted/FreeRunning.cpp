@@ -1,5 +1,5 @@
-// The free-running clock: real threads, real time. Whoever changes something wakes exactly the
-// threads whose predicate holds now.
+// The free-running clock: real threads and real time. A thread that changes something wakes exactly
+// the threads whose predicate holds then.
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -20,7 +20,7 @@ using Clock = std::chrono::steady_clock;
 thread_local Thread* t_current = nullptr;
 thread_local unsigned t_depth = 0;  // how often this thread has taken the kernel lock
 
-/// Takes a thread that the layer did not start out of the table when the thread ends.
+/// Removes a thread that the layer did not start from the table when the thread ends.
 struct ForeignThread {
     Thread* thread = nullptr;
     pid_t process = getpid();  // a forked child ends without the layer
@@ -30,7 +30,7 @@ struct ForeignThread {
     ~ForeignThread() {
         if (thread != nullptr && process == getpid()) {
             const KernelLock lock;
-            // The host's own thread ends with the process; its requests and buffers may be gone.
+            // The host's own thread ends with the process, and its buffers may not exist any more.
             if (thread->id != kHostThread) {
                 CancelRequestsOfThread(thread->id);
             }
@@ -40,10 +40,11 @@ struct ForeignThread {
     }
 };
 thread_local ForeignThread t_foreign;
-thread_local bool t_foreignUsed = false;  // t_foreign may be gone already; it is used once
+thread_local bool t_foreignUsed = false;  // once: t_foreign may have been destroyed since
 
-/// The kernel may let a thread sleep longer by its slack, 50 microseconds unless told otherwise; a
-/// write of an image pauses thirty times. The threads that this one starts inherit it.
+/// The system may let a thread sleep longer than it asked for, by 50 microseconds if nothing else
+/// is set, and a write of an image pauses thirty times. The threads that this one starts inherit
+/// it.
 void WakeOnTime() {
     constexpr unsigned long kNanoseconds = 1;
     prctl(PR_SET_TIMERSLACK, kNanoseconds);
@@ -85,7 +86,7 @@ class FreeRunning final : public Scheduler {
 
     void Leave() override {
         if (t_depth == 1) {
-            WakeReady();  // still inside: a predicate may ask the layer something
+            WakeReady();  // with the lock still held: a predicate may call the layer
         }
         if (--t_depth == 0) {
             m_mutex.unlock();
@@ -94,17 +95,17 @@ class FreeRunning final : public Scheduler {
 
     void Changed() override { m_changed = true; }
 
-    void Point(bool giveWay) override {
+    void AllowSwitch(bool giveWay) override {
         if (giveWay) {
             std::this_thread::yield();
         }
     }
-    void PointIfChanged() override {}
+    void AllowSwitchIfChanged() override {}
 
     bool Wait(const Predicate& predicate, Micros deadline, const WaitReason& reason) override {
         Thread& self = Current();
         if (t_depth != 1) {
-            Die(self.name + " waits inside the device lock");
+            AbortWith(self.name + " waits inside the device lock");
         }
         if (predicate()) {
             return true;
@@ -113,13 +114,13 @@ class FreeRunning final : public Scheduler {
         self.since = Now();
         self.deadline = deadline;
         self.predicate = &predicate;
-        // A predicate of WaitFor may ask who waits.
+        // A predicate of WaitFor may look at which threads wait.
         m_changed = m_changed || TheKernel().lockWatchers.load(std::memory_order_relaxed) > 0;
         WakeReady();
         std::unique_lock<std::mutex> lock(m_mutex, std::adopt_lock);
         bool held = false;
         while (!(held = predicate()) && Now() < deadline) {
-            if (RunTimerAtHand(lock)) {
+            if (RunTimerDueSoon(lock)) {
                 continue;
             }
             if (deadline == kNever) {
@@ -128,7 +129,7 @@ class FreeRunning final : public Scheduler {
                 self.wake.wait_until(lock, At(deadline));
             }
         }
-        lock.release();  // stays locked: the caller has the lock as before
+        lock.release();  // stays locked; the caller unlocks it
         self.predicate = nullptr;
         return held;
     }
@@ -148,7 +149,7 @@ class FreeRunning final : public Scheduler {
         }).detach();
     }
 
-    void Retire() override { t_current = nullptr; }
+    void EndCurrent() override { t_current = nullptr; }
 
   private:
     Clock::time_point At(Micros time) const { return m_start + std::chrono::microseconds(time); }
@@ -175,12 +176,12 @@ class FreeRunning final : public Scheduler {
         WakeReady();
     }
 
-    /// A thread that is about to sleep runs the timers that are due by then itself: waking two
-    /// threads for the end of each transfer would cost more time than the transfer takes.
-    bool RunTimerAtHand(std::unique_lock<std::mutex>& lock) {
+    /// A thread that is about to block runs a timer itself if it is due now or soon. To wake the
+    /// timer thread and then this one for each transfer would take longer than the transfer.
+    bool RunTimerDueSoon(std::unique_lock<std::mutex>& lock) {
         const Micros next = TheKernel().timers.Next();
         const Micros now = Now();
-        if (next == kNever || next > now + kAtHand) {
+        if (next == kNever || next > now + kDueSoon) {
             return false;
         }
         if (next <= now) {
@@ -209,14 +210,14 @@ class FreeRunning final : public Scheduler {
         }
     }
 
-    static constexpr Micros kAtHand = 50;  // less than a thread takes to fall asleep and wake up
+    static constexpr Micros kDueSoon = 50;  // less than it takes to block and wake a thread
 
     const Clock::time_point m_start = Clock::now();
     std::mutex m_mutex;  // the kernel lock
     bool m_changed = false;
     bool m_timerThreadRuns = false;
     std::condition_variable m_timerWake;
-    Thread m_device;  // runs timers; in no table: it never waits as a thread of the system does
+    Thread m_device;  // runs timers; it never waits, so it is not in the table of threads
     SplitMix64 m_random{std::random_device()()};
 };
 

@@ -1,4 +1,4 @@
-// INI files and the current directory.
+// GetPrivateProfileStringW and GetCurrentDirectoryW. The only files that the layer reads.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -85,8 +85,8 @@ DWORD ReadWhole(const WCHAR* path, std::string& bytes) {
     if (!S_ISREG(status.st_mode)) {
         return ERROR_ACCESS_DENIED;
     }
-    // Something else may have taken the file's place meanwhile: the open does not block, and what
-    // was opened is looked at again.
+    // The path may lead to another file by now, so the open must not block, and the open file is
+    // checked again.
     const OpenFile file(open(name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (file.descriptor() < 0 || fstat(file.descriptor(), &status) != 0 ||
         !S_ISREG(status.st_mode)) {
@@ -121,7 +121,7 @@ bool SameName(View left, View right) {
            FoldCase(std::wstring(left)) == FoldCase(std::wstring(right));
 }
 
-/// Takes the next line off `text`.
+/// Removes the next line from `text` and gives it.
 View TakeLine(View& text) {
     const std::size_t end = text.find_first_of(L"\r\n");
     const View line = text.substr(0, end);
@@ -130,7 +130,6 @@ View TakeLine(View& text) {
     return line;
 }
 
-/// Finds the value in the first section of that name; later ones of the name are not looked at.
 bool FindValue(View text, View section, View key, View& value) {
     bool inside = false;
     while (!text.empty()) {
@@ -170,8 +169,8 @@ DWORD GetPrivateProfileStringW(const WCHAR* section, const WCHAR* key, const WCH
                                WCHAR* buffer, DWORD size, const WCHAR* path) {
     bool refused = false;
     {
-        const hosted::Entry entry(hosted::Call::kConfiguration);
-        refused = entry.Refused();
+        const hosted::Operation operation(hosted::Call::kConfiguration);
+        refused = operation.Refused();
     }
     if (buffer == nullptr || size == 0) {
         return 0;
@@ -180,7 +179,8 @@ DWORD GetPrivateProfileStringW(const WCHAR* section, const WCHAR* key, const WCH
     if (refused) {
         return 0;
     }
-    if (section == nullptr || key == nullptr || path == nullptr) {  // lists of names: not offered
+    if (section == nullptr || key == nullptr ||
+        path == nullptr) {  // lists of names are not implemented
         SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
     }
@@ -197,8 +197,8 @@ DWORD GetPrivateProfileStringW(const WCHAR* section, const WCHAR* key, const WCH
 }
 
 DWORD GetCurrentDirectoryW(DWORD length, WCHAR* buffer) {
-    const hosted::Entry entry(hosted::Call::kConfiguration);
-    if (entry.Refused()) {
+    const hosted::Operation operation(hosted::Call::kConfiguration);
+    if (operation.Refused()) {
         return 0;
     }
     std::wstring directory = hosted::TheKernel().currentDirectory;

@@ -1,5 +1,5 @@
-// The state behind the hosted layer: the choice of the clock, timers, threads by name, the way
-// into a Win32 operation, and the reports of who waits for what.
+// The state of the hosted layer: the choice of the clock, timers, the table of threads, the scope
+// of a Win32 operation, and the reports of which thread waits for what.
 #include "platform/hosted/KernelState.h"
 
 #include <pthread.h>
@@ -13,7 +13,7 @@ namespace hosted {
 
 namespace {
 
-// The first handle: easy to tell from a pointer and from a small number.
+// The first handle. It looks like neither a pointer nor a small number.
 constexpr ULONG_PTR kFirstHandle = 0x7A600000;
 
 constexpr Micros kMicrosPerMilli = kMillisecond;
@@ -64,7 +64,7 @@ std::string DescribeThread(Thread& thread) {
 
 }  // namespace
 
-void Die(const std::string& message) {
+void AbortWith(const std::string& message) {
     std::fprintf(stderr, "tagport-hosted: %s\n", message.c_str());
     std::fflush(stderr);
     std::abort();
@@ -101,9 +101,9 @@ bool IsUsed(const Kernel& kernel) {
            kernel.timers.Next() != kNever;
 }
 
-Entry::Entry(Call call) {
+Operation::Operation(Call call) {
     Kernel& kernel = TheKernel();
-    kernel.scheduler->Point(false);
+    kernel.scheduler->AllowSwitch(false);
     kernel.scheduler->Enter();
     if (kernel.hook) {
         const DWORD error = kernel.hook(call, CurrentThread());
@@ -114,16 +114,16 @@ Entry::Entry(Call call) {
     }
 }
 
-Entry::~Entry() {
+Operation::~Operation() {
     Scheduler& scheduler = TheScheduler();
     scheduler.Leave();
-    scheduler.Point(false);
+    scheduler.AllowSwitch(false);
 }
 
 void UseScheduledClock(const ScheduledOptions& options) {
     Kernel& kernel = TheKernel();
     if (IsUsed(kernel)) {
-        Die("UseScheduledClock must come before any other operation of the layer");
+        AbortWith("UseScheduledClock must come before any other operation of the layer");
     }
     kernel.scheduler = MakeScheduled(options);
 }
@@ -160,7 +160,7 @@ std::string ThreadName(ThreadId thread) {
 
 bool WaitFor(const std::function<bool()>& predicate, Micros timeout, const char* what) {
     Kernel& kernel = TheKernel();
-    kernel.scheduler->Point(false);
+    kernel.scheduler->AllowSwitch(false);
     kernel.lockWatchers.fetch_add(1, std::memory_order_relaxed);
     bool held = false;
     {
@@ -174,7 +174,7 @@ bool WaitFor(const std::function<bool()>& predicate, Micros timeout, const char*
 }
 
 void Yield() {
-    TheScheduler().Point(true);
+    TheScheduler().AllowSwitch(true);
 }
 
 std::uint64_t Random() {
@@ -189,7 +189,7 @@ DeviceLock::DeviceLock() {
 DeviceLock::~DeviceLock() {
     Scheduler& scheduler = TheScheduler();
     scheduler.Leave();
-    scheduler.PointIfChanged();
+    scheduler.AllowSwitchIfChanged();
 }
 
 void After(Micros delay, std::function<void()> action) {

@@ -1,5 +1,5 @@
-// The control side of the hosted layer: choosing the clock, putting devices behind paths, watching
-// what happens. Used by simulated devices, by tests and by the lab; never by the library.
+// The control side of the hosted layer: the choice of the clock, the devices and their paths, and
+// the observation of calls. For simulated devices, tests and the lab; the library never uses it.
 #pragma once
 
 #include <cstdint>
@@ -39,13 +39,13 @@ struct ScheduledOptions {
     /// program whose output may wait for its reader.
     Micros maxSilence = 20 * kSecond;
 
-    /// How late a thread may be let run although it could: now and then the clock goes on to the
-    /// next deadline, when that is no further away than this, while others could still run.
-    /// Zero keeps every deadline exact.
+    /// How late a thread may run. Now and then the clock moves on to the next deadline although a
+    /// thread could run, if that thread becomes no later than this. Zero keeps every deadline
+    /// exact.
     Micros maxLateness = 0;
 
-    /// Zero draws evenly among the threads that can run. Otherwise threads get random priorities
-    /// which change at this many random steps, which brings up rare orders.
+    /// Zero draws evenly among the threads that can run. Otherwise threads get random priorities,
+    /// which change at this many random steps; that leads to rarer orders.
     unsigned priorityChangePoints = 0;
     std::uint64_t expectedSteps = 10'000;  ///< the steps among which the change points are drawn
 };
@@ -57,7 +57,8 @@ struct ScheduledOptions {
 // and not flushed is written by both.
 
 /// Switches the process to the scheduled clock, at time 0. The calling thread becomes the first
-/// thread, "host". To be called before any other operation of the layer; there is no way back.
+/// thread, "host". It must be called before any other operation of the layer. There is no way back
+/// to the free-running clock.
 void UseScheduledClock(const ScheduledOptions& options);
 
 bool IsScheduled();
@@ -69,22 +70,23 @@ std::uint64_t StepsTaken();  ///< scheduled clock only
 void NameThread(const std::string& name);
 std::string ThreadName(ThreadId thread);
 
-/// Blocks until `predicate` holds or the time is over; true when it held. The predicate runs under
-/// the device lock, on any thread, as often as the layer likes, and must not change anything. It is
-/// looked at again whenever something happens in the layer (an event, a completion, a timer, a
-/// lock, the end of a thread).
+/// Blocks until `predicate` holds or the time is over; true if it held. The predicate runs under
+/// the device lock, on any thread, any number of times, and must not change anything. The layer
+/// checks it whenever something happens in the layer (an event, a completion, a timer, a lock, the
+/// end of a thread).
 bool WaitFor(const std::function<bool()>& predicate, Micros timeout, const char* what);
 
 /// Lets another thread run, under the scheduled clock.
 void Yield();
 
-/// The random stream of the run (scheduled: from the seed, so that a seed repeats the run).
+/// A number of the run's random stream. On the scheduled clock the seed decides the stream.
 std::uint64_t Random();
 
 // ---------------------------------------------------------------------------------------------
 // The device side
 
-/// Held while a driver runs; anyone else who looks into a simulated device takes it. Recursive.
+/// The lock that is held while a driver runs. Other code that looks into a simulated device takes
+/// it. Recursive.
 class DeviceLock {
   public:
     DeviceLock();
@@ -93,11 +95,12 @@ class DeviceLock {
     DeviceLock& operator=(const DeviceLock&) = delete;
 };
 
-/// Runs `action` under the device lock, as thread 0 ("device"), once `delay` has passed. On the
-/// scheduled clock timers that are due run, in order, before any thread runs on.
+/// Runs `action` under the device lock, as thread 0 ("device"), after `delay`. On the scheduled
+/// clock the timers that are due run in order before any thread continues.
 void After(Micros delay, std::function<void()> action);
 
-/// Puts a device behind `path`, in place of what stood there. Open handles keep their device.
+/// Gives `path` a device, instead of the former one if there is one. Open handles keep their
+/// device.
 void AddDevice(const std::wstring& path, std::shared_ptr<Driver> driver);
 void RemoveDevice(const std::wstring& path);
 
@@ -114,7 +117,7 @@ struct HidInterface {
     bool attributesFail = false;
 };
 
-/// Adds an interface behind those already there. A null driver gives a path that cannot be opened.
+/// Adds an interface after the others. With a null driver its path cannot be opened.
 void AddHidInterface(const HidInterface& interface, std::shared_ptr<Driver> driver);
 void RemoveHidInterfaces();
 
@@ -122,7 +125,7 @@ void RemoveHidInterfaces();
 /// kept: see GetCurrentDirectoryW in Win32.h.
 std::wstring WidePath(const std::string& path);
 
-/// The directory that GetCurrentDirectoryW gives; empty for the process's own.
+/// Sets the directory that GetCurrentDirectoryW gives. Empty: that of the process.
 void SetCurrentDirectoryForTests(const std::wstring& directory);
 
 // ---------------------------------------------------------------------------------------------
@@ -148,16 +151,17 @@ enum class Call {
 };
 const char* Name(Call call);
 
-/// Called under the device lock at the start of every Win32 operation. A result other than zero
-/// makes the operation fail at once with that code and do nothing else, but that a transfer which
-/// fails at once leaves STATUS_PENDING in its OVERLAPPED as always; what cannot fail (Sleep)
-/// ignores it. The hook must not call back into the layer, apart from Now and CurrentThread.
+/// Called under the device lock at the start of every Win32 operation. With a result other than
+/// zero the operation fails at once with that code and does nothing else; only a transfer still
+/// puts STATUS_PENDING into its OVERLAPPED, as every transfer that fails at once. Sleep, which
+/// cannot fail, ignores the result. The hook must not call the layer, apart from Now and
+/// CurrentThread.
 using CallHook = std::function<DWORD(Call call, ThreadId thread)>;
 void SetCallHook(CallHook hook);
 
 struct TraceEvent {
     enum class Kind {
-        kOpen,         // text = path, error when refused
+        kOpen,         // text = path, error if refused
         kClose,        // text = path
         kStart,        // request
         kDone,         // request, error, bytes moved (read, control) or taken (write)
@@ -180,8 +184,8 @@ struct TraceEvent {
     LPVOID argument = nullptr;
 };
 
-/// Called under the device lock as things happen. Must not call back into the layer, apart from
-/// Now and CurrentThread.
+/// Called under the device lock for each event. Must not call the layer, apart from Now and
+/// CurrentThread.
 using Tracer = std::function<void(const TraceEvent& event)>;
 void SetTracer(Tracer tracer);
 
@@ -192,7 +196,7 @@ struct LiveCounts {
 };
 LiveCounts Live();
 
-/// One line a thread: its name, what it waits for and since when, what it holds.
+/// One line for each thread: its name, what it waits for and since when, the locks that it holds.
 std::string DescribeThreads();
 
 /// Called, on some thread, when the scheduled run can make no progress: all threads wait and no

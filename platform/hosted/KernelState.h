@@ -1,4 +1,5 @@
-// The one state of the hosted layer and the ways into it. Private to platform/hosted.
+// The state of the hosted layer, of which there is one, and the access to it. Private to
+// platform/hosted.
 #pragma once
 
 #include <atomic>
@@ -12,12 +13,12 @@
 
 namespace hosted {
 
-/// What is to happen on the device side, by time and then by order of insertion.
+/// The actions of the device side that are still to come, by time and then by order of insertion.
 class TimerQueue {
   public:
     void Add(Micros time, std::function<void()> action);
     Micros Next() const { return m_timers.empty() ? kNever : m_timers.front().time; }
-    /// Takes the first one out.
+    /// Removes the first action and gives it.
     std::function<void()> Take();
 
   private:
@@ -54,14 +55,14 @@ struct Kernel {
     CallHook hook;
     Tracer tracer;
     std::function<void(const std::string&)> stallHandler;
-    // Somebody wants to hear of every lock: a tracer, or a predicate given to WaitFor. Read without
-    // the kernel lock by each lock on the free-running clock.
+    // The number of tracers and of waits of WaitFor: while there is one, every lock is reported.
+    // Each lock on the free-running clock reads it without the kernel lock.
     std::atomic<int> lockWatchers{0};
 
     Kernel();
 };
 
-/// Never destroyed: threads may be waiting in it when the process ends.
+/// Never destroyed: threads may still wait in it when the process ends.
 Kernel& TheKernel();
 
 /// A clock has been chosen, or a thread has used the layer in a way that needs one.
@@ -82,23 +83,23 @@ class KernelLock {
     KernelLock& operator=(const KernelLock&) = delete;
 };
 
-/// One Win32 operation: a point at its start and at its end, the kernel lock in between, and the
-/// call hook's say.
-class Entry {
+/// The scope of one Win32 operation: another thread may run at its start and at its end, the kernel
+/// lock is held in between, and the call hook may refuse it.
+class Operation {
   public:
-    explicit Entry(Call call);
-    ~Entry();
-    Entry(const Entry&) = delete;
-    Entry& operator=(const Entry&) = delete;
+    explicit Operation(Call call);
+    ~Operation();
+    Operation(const Operation&) = delete;
+    Operation& operator=(const Operation&) = delete;
 
-    /// The hook refused; the last error is set.
+    /// The hook refused the operation; the last error is set.
     bool Refused() const { return m_refused; }
 
   private:
     bool m_refused = false;
 };
 
-/// Sets the last error; the result is for the caller to return.
+/// Sets the last error and gives FALSE, for the caller to return.
 inline BOOL FailWith(DWORD error) {
     SetLastError(error);
     return FALSE;
@@ -109,7 +110,7 @@ HANDLE AddHandle(std::shared_ptr<Object> object);
 std::shared_ptr<Object> FindObject(const void* handle);
 void RemoveHandle(const void* handle);
 
-/// The object of that kind, or null and ERROR_INVALID_HANDLE.
+/// The object of this handle and kind, or null and ERROR_INVALID_HANDLE.
 template <class Kind>
 std::shared_ptr<Kind> Find(const void* handle) {
     std::shared_ptr<Object> object = FindObject(handle);
@@ -120,7 +121,7 @@ std::shared_ptr<Kind> Find(const void* handle) {
     return std::static_pointer_cast<Kind>(std::move(object));
 }
 
-/// Waits as WaitForSingleObject does. With the kernel lock held once, by an Entry.
+/// Waits as WaitForSingleObject does. The caller holds the kernel lock once, by an Operation.
 DWORD WaitOn(const std::shared_ptr<Object>& object, HANDLE handle, DWORD milliseconds);
 
 Micros DeadlineAfter(Micros timeout);
@@ -141,15 +142,16 @@ void CancelRequest(const std::shared_ptr<PendingRequest>& request);
 void CancelRequestsOfThread(ThreadId thread);
 void CloseFile(FileObject& file);
 
-/// Hands the event to the tracer, with time and thread filled in.
+/// There is a tracer.
 inline bool Tracing() {
     return static_cast<bool>(TheKernel().tracer);
 }
+/// Gives the event to the tracer, with time and thread filled in.
 void Trace(TraceEvent event);
 
 std::wstring FoldCase(const std::wstring& text);
 std::wstring FromUtf8(std::string_view bytes);
-/// The path of a file in the form that the system below takes; undoes WidePath.
+/// The path in the form that the operating system takes. The inverse of WidePath.
 std::string NativePath(std::wstring_view path);
 std::string ToUtf8(const wchar_t* text, std::size_t length);
 

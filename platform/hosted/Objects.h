@@ -1,5 +1,5 @@
-// The things that handles stand for. Everything here is read and changed under the kernel lock.
-// Private to platform/hosted.
+// The objects that handles refer to. They are read and changed under the kernel lock. Private to
+// platform/hosted.
 #pragma once
 
 #include <algorithm>
@@ -16,13 +16,13 @@ struct Waiter {
     bool released = false;
 };
 
-/// The signalled state of an object and who waits for it. Who was waiting when it was set has been
-/// released, whatever happens to the state afterwards.
+/// The signalled state of an object and the threads that wait for it. A thread that waited when the
+/// state was set has been released, whatever happens to the state after that.
 class Signal {
   public:
     Signal(bool manualReset, bool set) : m_manualReset(manualReset), m_set(set) {}
 
-    /// A wait that need not block: true when set; takes the state if it resets by itself.
+    /// Gives the state, and resets it if it is of the auto-reset kind.
     bool TryTake() {
         const bool set = m_set;
         m_set = m_set && m_manualReset;
@@ -51,7 +51,7 @@ class Signal {
   private:
     bool m_manualReset;
     bool m_set;
-    std::vector<Waiter*> m_waiters;  // first come first; not owned
+    std::vector<Waiter*> m_waiters;  // in the order of their coming; not owned
 };
 
 struct Object {
@@ -75,11 +75,11 @@ struct ThreadObject : Object {
     ThreadObject() : Object(kKind, Signal(true, false)) {}
 };
 
-/// A device as it stands behind a path.
+/// The device of a path.
 struct DeviceNode {
     std::wstring path;
     std::shared_ptr<Driver> driver;
-    std::shared_ptr<const HidInterface> hid;  // null for what is no human interface device
+    std::shared_ptr<const HidInterface> hid;  // null for other devices
     struct Opening {
         DWORD access = 0;
         DWORD share = 0;
@@ -96,7 +96,7 @@ struct FileObject : Object {
     DeviceNode::Opening opening;
 };
 
-/// What SetupDiGetClassDevsW found at the moment of the call.
+/// The result of SetupDiGetClassDevsW.
 struct DeviceListObject : Object {
     static constexpr Kind kKind = Kind::kDeviceList;
     DeviceListObject() : Object(kKind, Signal(true, false)) {}
@@ -129,8 +129,8 @@ class PendingRequest : public Request {
     const OVERLAPPED* overlapped() const { return m_overlapped; }
     const FileObject* file() const { return m_file.get(); }
 
-    /// Ends the request as one that was never taken: nothing is written, nothing signalled.
-    void Drop() {
+    /// Ends the request without writing a result or signalling its end.
+    void Detach() {
         m_file.reset();
         m_event.reset();
     }
@@ -140,7 +140,7 @@ class PendingRequest : public Request {
 
     OVERLAPPED* m_overlapped;
     void* m_out;  // the caller's buffer, length() bytes; null for a write
-    // Both are dropped at the end: a driver may keep its requests, and the file keeps the driver.
+    // Both are reset at the end: a driver may keep its requests, and the file keeps the driver.
     std::shared_ptr<FileObject> m_file;
     std::shared_ptr<EventObject> m_event;  // null: the end signals the file
 };

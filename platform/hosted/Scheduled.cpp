@@ -1,7 +1,8 @@
-// The scheduled clock: one thread runs at a time, the next one is drawn by a seeded generator, and
-// time passes only when nothing else can happen, or when a late thread is wanted.
+// The scheduled clock. One thread runs at a time, the next one is drawn by a seeded generator, and
+// time passes only when no thread can run, or when a thread is made late on purpose.
 //
-// There is no lock in here but the baton: whoever has it is the only one who runs.
+// The thread that runs has the turn, and all other threads are blocked. Only that thread reads and
+// changes the state below, so the state needs no lock.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -15,11 +16,11 @@ namespace hosted {
 
 namespace {
 
-// One draw in so many lets the clock overtake the threads that could run.
-constexpr std::uint64_t kLateDraws = 50;
+// One draw in so many moves the clock on although a thread could run.
+constexpr std::uint64_t kLateOneIn = 50;
 
-// Keeps the numbers that devices draw apart from those that choose threads, so that a device may
-// draw one more without changing every order behind it.
+// Devices draw from a stream of their own. So a device that draws one number more does not change
+// the order of the threads.
 constexpr std::uint64_t kDeviceStream = 0xD1CEB01DFACADE5AU;
 
 // Priorities at the start of a thread are above this, those after a change point below it.
@@ -41,7 +42,7 @@ class Scheduled final : public Scheduler {
         std::sort(m_changePoints.rbegin(), m_changePoints.rend());
     }
 
-    /// The calling thread becomes the first one.
+    /// The calling thread becomes the first thread.
     void AdoptCaller() {
         t_current = AddThread().get();
         t_current->priority = StartPriority();
@@ -58,7 +59,8 @@ class Scheduled final : public Scheduler {
 
     Thread& Current() override {
         if (t_current == nullptr) {
-            Die("a thread that CreateThread did not start called the layer on the scheduled clock");
+            AbortWith(
+                "a thread that CreateThread did not start called the layer on the scheduled clock");
         }
         return *t_current;
     }
@@ -73,7 +75,7 @@ class Scheduled final : public Scheduler {
     }
     void Changed() override { m_changed = true; }
 
-    void Point(bool giveWay) override {
+    void AllowSwitch(bool giveWay) override {
         Thread& self = Current();
         if (m_depth > 0) {
             return;
@@ -81,25 +83,25 @@ class Scheduled final : public Scheduler {
         CountStep(self);
         self.runnableSince = m_now;
         if (giveWay && !m_options.priorityChangePoints) {
-            SwitchTo(self, Next(&self));
+            SwitchTo(self, ChooseNext(&self));
             return;
         }
         if (giveWay) {
             self.priority = --m_lowest;
         }
-        SwitchTo(self, Next(nullptr));
+        SwitchTo(self, ChooseNext(nullptr));
     }
 
-    void PointIfChanged() override {
+    void AllowSwitchIfChanged() override {
         if (m_changed) {
-            Point(false);
+            AllowSwitch(false);
         }
     }
 
     bool Wait(const Predicate& predicate, Micros deadline, const WaitReason& reason) override {
         Thread& self = Current();
         if (m_depth != 1) {
-            Die(self.name + " waits inside the device lock");
+            AbortWith(self.name + " waits inside the device lock");
         }
         m_depth = 0;
         self.reason = reason;
@@ -111,7 +113,7 @@ class Scheduled final : public Scheduler {
             self.predicate = &predicate;
             self.ready = false;
             m_changed = true;  // the new predicate has not been looked at
-            SwitchTo(self, Next(nullptr));
+            SwitchTo(self, ChooseNext(nullptr));
             self.predicate = nullptr;
             held = predicate();
         } while (!held && m_now < deadline);
@@ -126,31 +128,31 @@ class Scheduled final : public Scheduler {
         thread->runnableSince = m_now;
         std::thread([this, thread, body = std::move(body)] {
             t_current = thread.get();
-            AwaitBaton(*thread);
+            AwaitTurn(*thread);
             body();
         }).detach();
     }
 
-    void Retire() override {
+    void EndCurrent() override {
         t_current = nullptr;
-        GiveBaton(Next(nullptr));
+        PassTurn(ChooseNext(nullptr));
     }
 
   private:
-    /// The running thread is lent to the device side: it is inside the lock, and who asks is told
-    /// that no thread of the system runs. It may even be one that has just left the table.
-    class Lent {
+    /// For a scope the running thread works for the device side: it holds the lock, and
+    /// CurrentThread gives the device thread. It may be a thread that has just left the table.
+    class DeviceSide {
       public:
-        explicit Lent(Scheduled& scheduled) : m_scheduled(scheduled), m_thread(t_current) {
+        explicit DeviceSide(Scheduled& scheduled) : m_scheduled(scheduled), m_thread(t_current) {
             t_current = &scheduled.m_device;
             ++scheduled.m_depth;
         }
-        ~Lent() {
+        ~DeviceSide() {
             --m_scheduled.m_depth;
             t_current = m_thread;
         }
-        Lent(const Lent&) = delete;
-        Lent& operator=(const Lent&) = delete;
+        DeviceSide(const DeviceSide&) = delete;
+        DeviceSide& operator=(const DeviceSide&) = delete;
 
       private:
         Scheduled& m_scheduled;
@@ -173,14 +175,14 @@ class Scheduled final : public Scheduler {
         }
     }
 
-    /// The thread to run from here on. `avoid`, when given, only if no other can run.
-    Thread& Next(const Thread* avoid) {
+    /// The thread that runs next. `avoid`, when not null, runs only if no other thread can.
+    Thread& ChooseNext(const Thread* avoid) {
         bool mayBeLate = m_options.maxLateness > 0;
         for (;;) {
             RunDueTimers();
             LookAtPredicates();
             m_candidates.clear();
-            Micros longest = m_now;  // since when the one that has waited longest could run
+            Micros longest = m_now;  // since this time one of the candidates could run
             for (const auto& thread : TheKernel().threads) {
                 if (thread->predicate == nullptr || thread->ready) {
                     m_candidates.push_back(thread.get());
@@ -195,16 +197,16 @@ class Scheduled final : public Scheduler {
             }
             if (mayBeLate) {
                 mayBeLate = false;
-                if (m_draws.Below(kLateDraws) == 0 &&
+                if (m_draws.Below(kLateOneIn) == 0 &&
                     AdvanceClock(longest + m_options.maxLateness)) {
                     continue;
                 }
             }
-            return Choose(avoid);
+            return ChooseCandidate(avoid);
         }
     }
 
-    Thread& Choose(const Thread* avoid) {
+    Thread& ChooseCandidate(const Thread* avoid) {
         if (m_options.priorityChangePoints > 0) {
             return **std::max_element(
                 m_candidates.begin(), m_candidates.end(),
@@ -218,12 +220,12 @@ class Scheduled final : public Scheduler {
         return *m_candidates[count == 1 ? 0 : m_draws.Below(count)];
     }
 
-    /// Timers run before any thread goes on; what they change is seen by the look that follows.
+    /// Runs the timers that are due, before any thread runs. The predicates are looked at after it.
     void RunDueTimers() {
         Kernel& kernel = TheKernel();
         while (kernel.timers.Next() <= m_now) {
             const std::function<void()> action = kernel.timers.Take();
-            const Lent lent(*this);
+            const DeviceSide deviceSide(*this);
             action();
             m_changed = true;
         }
@@ -235,7 +237,7 @@ class Scheduled final : public Scheduler {
         }
         m_changed = false;
         m_nativeWaits = false;
-        const Lent lent(*this);
+        const DeviceSide deviceSide(*this);
         for (const auto& thread : TheKernel().threads) {
             if (thread->predicate != nullptr) {
                 const bool ready = thread->deadline <= m_now || (*thread->predicate)();
@@ -271,24 +273,24 @@ class Scheduled final : public Scheduler {
 
     void SwitchTo(Thread& self, Thread& next) {
         if (&self != &next) {
-            GiveBaton(next);
-            AwaitBaton(self);
+            PassTurn(next);
+            AwaitTurn(self);
         } else {
             ShowActivity();
         }
     }
 
-    /// Told under the mutex: once it is free, the thread may run to its end and its record may go.
-    static void GiveBaton(Thread& thread) {
-        const std::lock_guard<std::mutex> guard(thread.batonMutex);
-        thread.hasBaton = true;
+    /// Notifies with the mutex held: after the unlock the thread may end and delete its record.
+    static void PassTurn(Thread& thread) {
+        const std::lock_guard<std::mutex> guard(thread.turnMutex);
+        thread.hasTurn = true;
         thread.wake.notify_one();
     }
 
-    void AwaitBaton(Thread& self) {
-        std::unique_lock<std::mutex> guard(self.batonMutex);
-        self.wake.wait(guard, [&] { return self.hasBaton; });
-        self.hasBaton = false;
+    void AwaitTurn(Thread& self) {
+        std::unique_lock<std::mutex> guard(self.turnMutex);
+        self.wake.wait(guard, [&] { return self.hasTurn; });
+        self.hasTurn = false;
         m_running = &self;
         ShowActivity();
     }
@@ -318,7 +320,7 @@ class Scheduled final : public Scheduler {
     }
 
     [[noreturn]] void Stall(const char* why) {
-        const Lent lent(*this);  // no other thread runs from here on
+        const DeviceSide deviceSide(*this);  // no other thread runs any more
         std::string report = "stalled at ";
         report += std::to_string(m_now) + " us, step " + std::to_string(m_steps) + ", seed " +
                   std::to_string(m_options.seed) + ": " + why + "\n" + DescribeThreads();
@@ -333,10 +335,10 @@ class Scheduled final : public Scheduler {
     const ScheduledOptions m_options;
     SplitMix64 m_draws;
     SplitMix64 m_random;
-    std::uint64_t m_lowest;                     // the lowest priority given so far
-    std::vector<std::uint64_t> m_changePoints;  // steps, the next one last
+    std::uint64_t m_lowest;                     // the lowest priority in use so far
+    std::vector<std::uint64_t> m_changePoints;  // counts of steps, the next one last
     std::vector<Thread*> m_candidates;          // kept for its memory
-    Thread m_device{};                          // who runs timers and predicates; in no table
+    Thread m_device{};                          // runs timers and predicates; not in the table
     Micros m_now = 0;
     std::uint64_t m_steps = 0;
     std::uint64_t m_stepsAtInstant = 0;  // m_steps when the clock last moved

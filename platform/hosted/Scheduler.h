@@ -1,6 +1,6 @@
-// What the two clocks of the hosted layer have in common: the record of a thread, the lock over
-// all objects, and one way to block: until a predicate holds or a deadline passes. Private to
-// platform/hosted.
+// The interface of the two clocks of the hosted layer: the record of a thread, the lock over all
+// objects (the kernel lock), and the one way to block, until a predicate holds or a deadline
+// passes. Private to platform/hosted.
 #pragma once
 
 #include <condition_variable>
@@ -19,11 +19,11 @@ namespace hosted {
 
 constexpr Micros kNever = std::numeric_limits<Micros>::max();
 
-/// Stands for what the device side does by itself, on no thread of the system.
+/// The number of the device side, which runs timers and is not a thread of CreateThread.
 constexpr ThreadId kDeviceThread = 0;
 constexpr ThreadId kHostThread = 1;
 
-/// Refers to a callable that outlives it; a std::function would allocate at every wait.
+/// Refers to a callable, which must outlive it. A std::function would allocate at every wait.
 class Predicate {
   public:
     template <class Callable>
@@ -41,8 +41,8 @@ class Predicate {
 /// What a thread waits for, for reports.
 struct WaitReason {
     const char* what = "";
-    HANDLE handle = nullptr;                   // shown when not null
-    const platform::LockRank* lock = nullptr;  // shown when not null, with who holds `mutex`
+    HANDLE handle = nullptr;                   // shown if not null
+    const platform::LockRank* lock = nullptr;  // shown if not null, with the holder of `mutex`
     std::mutex* mutex = nullptr;
 };
 
@@ -55,28 +55,28 @@ struct Thread {
     ThreadId id = 0;
     std::string name;
 
-    // The wait, under the kernel lock. Null while the thread runs or could run.
+    // The wait, under the kernel lock. The predicate is null while the thread runs or could run.
     const Predicate* predicate = nullptr;
     Micros deadline = kNever;
     Micros since = 0;
     WaitReason reason;
 
     // Scheduled clock only.
-    bool ready = false;  // the predicate held, or the deadline had passed, when last seen
+    bool ready = false;  // at the last look the predicate held or the deadline had passed
     Micros runnableSince = 0;
     std::uint64_t priority = 0;  // the highest runs, when priorities are in use
 
-    // The mutexes that the thread holds, outermost first, and the one it is blocked on. A lock of
-    // its own, so that the free-running clock adds no order between threads that only lock mutexes:
-    // ThreadSanitizer would take that order for a protection.
+    // The mutexes that the thread holds, outermost first, and the one it is blocked on. They have a
+    // lock of their own: the kernel lock would put threads that only lock mutexes into an order
+    // that ThreadSanitizer takes for a protection.
     std::mutex heldGuard;
     std::vector<HeldLock> held;
     const platform::LockRank* blockedOn = nullptr;
 
-    // Wakes the thread: under the kernel's mutex (free-running) or with the baton (scheduled).
+    // Wakes the thread: with the kernel lock (free-running) or with turnMutex (scheduled).
     std::condition_variable wake;
-    std::mutex batonMutex;
-    bool hasBaton = false;
+    std::mutex turnMutex;
+    bool hasTurn = false;
 };
 
 class Scheduler {
@@ -88,42 +88,42 @@ class Scheduler {
     virtual std::uint64_t Steps() const = 0;
     virtual std::uint64_t Random() = 0;  ///< under the kernel lock
 
-    /// The calling thread's record. The free-running clock makes one for a thread it does not
-    /// know; the scheduled clock aborts.
+    /// The calling thread's record. For an unknown thread the free-running clock makes one; the
+    /// scheduled clock aborts.
     virtual Thread& Current() = 0;
 
-    /// Takes and gives back the lock over all objects. Recursive.
+    /// Take and release the kernel lock. Recursive.
     virtual void Enter() = 0;
     virtual void Leave() = 0;
 
-    /// Under the lock: something happened, so that a predicate may hold now.
+    /// With the lock held: something has changed, so a predicate may hold now.
     virtual void Changed() = 0;
 
-    /// Another thread may run here; with `giveWay` another one does if it can. Does nothing while
-    /// the calling thread is inside the lock.
-    virtual void Point(bool giveWay) = 0;
-    virtual void PointIfChanged() = 0;
+    /// Another thread may run here; with `giveWay` another one does if there is one that can. Does
+    /// nothing while the calling thread holds the kernel lock.
+    virtual void AllowSwitch(bool giveWay) = 0;
+    virtual void AllowSwitchIfChanged() = 0;
 
-    /// With the lock held exactly once: gives it back, blocks, takes it again. True when the
-    /// predicate holds, whatever the time.
+    /// With the lock held exactly once: releases it, blocks, takes it again. True if the predicate
+    /// holds, even if the deadline has passed.
     virtual bool Wait(const Predicate& predicate, Micros deadline, const WaitReason& reason) = 0;
 
-    /// Under the lock: the queue of timers has a new first entry.
+    /// With the lock held: the queue of timers has a new first element.
     virtual void TimerAdded() = 0;
 
-    /// Starts an operating system thread for the record, which is in the table already. `body`
-    /// ends with Retire. Throws std::system_error when there is none to be had.
+    /// Starts a thread of the system for the record, which is in the table already. `body`
+    /// ends with Retire. Throws std::system_error if the system has none left.
     virtual void Launch(const std::shared_ptr<Thread>& thread, std::function<void()> body) = 0;
 
-    /// The calling thread is out of the table and will not come back.
-    virtual void Retire() = 0;
+    /// The last call of a thread, after it has left the table.
+    virtual void EndCurrent() = 0;
 };
 
 std::unique_ptr<Scheduler> MakeFreeRunning();
 std::unique_ptr<Scheduler> MakeScheduled(const ScheduledOptions& options);
 
-/// Ends the process with a message: the program using the layer is wrong.
-[[noreturn]] void Die(const std::string& message);
+/// Ends the process with a message: the program uses the layer in a wrong way.
+[[noreturn]] void AbortWith(const std::string& message);
 
 /// A small generator with the same numbers on every machine.
 class SplitMix64 {

@@ -1,5 +1,5 @@
-// The locks of the library, known to the layer: their order is checked, and on the scheduled clock
-// each lock and unlock is a point at which another thread may run.
+// The locks of the library. The layer checks their order, and on the scheduled clock another thread
+// may run at each lock and unlock.
 #include "platform/hosted/Sync.h"
 
 #include <algorithm>
@@ -19,12 +19,12 @@ std::string Describe(const LockRank& rank) {
     return "\"" + std::string(rank.name) + "\" (level " + std::to_string(rank.level) + ")";
 }
 
-/// Only the thread itself changes `held`, so that it may read it without the guard.
+/// Only the thread itself changes `held`, so it may read it without the guard.
 void CheckOrder(const Thread& self, const LockRank& rank) {
     for (const HeldLock& lock : self.held) {
         if (lock.rank->level >= rank.level) {
-            hosted::Die("lock order broken: " + self.name + " takes " + Describe(rank) +
-                        " while it holds " + Describe(*lock.rank));
+            hosted::AbortWith("lock order broken: " + self.name + " takes " + Describe(rank) +
+                              " while it holds " + Describe(*lock.rank));
         }
     }
 }
@@ -73,15 +73,16 @@ void LockScheduled(Thread& self, std::mutex& mutex, const LockRank& rank) {
     TraceLock(rank);
 }
 
-void Disown(const std::mutex& mutex) {
+void MarkFree(const std::mutex& mutex) {
     const KernelLock lock;
     hosted::TheKernel().mutexOwners[&mutex] = nullptr;
     hosted::TheScheduler().Changed();
 }
 
-/// Free-running: tells who listens. Nobody listens as a rule, and then the kernel lock is left
-/// alone: it would hide from ThreadSanitizer what the library's own locks fail to protect.
-void TellWatchers(const LockRank* taken) {
+/// Free-running clock: reports a lock or an unlock to the lock watchers. Without watchers, the
+/// usual case, it does not take the kernel lock: ThreadSanitizer would take its order for a
+/// protection and miss data that the library's own locks do not protect.
+void ReportToLockWatchers(const LockRank* taken) {
     if (hosted::TheKernel().lockWatchers.load(std::memory_order_relaxed) > 0) {
         const KernelLock lock;
         if (taken != nullptr) {
@@ -108,7 +109,7 @@ void Lock::Acquire() {
     const LockRank& rank = m_mutex.rank();
     CheckOrder(self, rank);
     if (scheduler.IsScheduled()) {
-        scheduler.Point(false);
+        scheduler.AllowSwitch(false);
         LockScheduled(self, native, rank);
         AddHeld(self, native, rank);
         return;
@@ -119,7 +120,7 @@ void Lock::Acquire() {
         SetBlocked(self, nullptr);
     }
     AddHeld(self, native, rank);
-    TellWatchers(&rank);
+    ReportToLockWatchers(&rank);
 }
 
 void Lock::Release() {
@@ -128,10 +129,10 @@ void Lock::Release() {
     RemoveHeld(scheduler.Current(), native);
     native.unlock();
     if (scheduler.IsScheduled()) {
-        Disown(native);
-        scheduler.Point(false);
+        MarkFree(native);
+        scheduler.AllowSwitch(false);
     } else {
-        TellWatchers(nullptr);
+        ReportToLockWatchers(nullptr);
     }
 }
 
@@ -141,13 +142,13 @@ void ConditionVariable::NotifyAll() {
         m_condition.notify_all();
         return;
     }
-    scheduler.Point(false);
+    scheduler.AllowSwitch(false);
     {
         const KernelLock lock;
         ++m_generation;
         scheduler.Changed();
     }
-    scheduler.Point(false);
+    scheduler.AllowSwitch(false);
 }
 
 void ConditionVariable::WaitOnce(Lock& lock) {
@@ -159,15 +160,15 @@ void ConditionVariable::WaitOnce(Lock& lock) {
     if (!scheduler.IsScheduled()) {
         std::unique_lock<std::mutex> held(native, std::adopt_lock);
         m_condition.wait(held);
-        held.release();  // stays locked: the Lock gives it back
+        held.release();  // stays locked; the Lock unlocks it
         CheckOrder(self, rank);
         AddHeld(self, native, rank);
         return;
     }
     {
-        // No point between giving the lock back and waiting: a notification would be lost.
+        // No other thread may run between unlocking and waiting: its notification would be lost.
         native.unlock();
-        Disown(native);
+        MarkFree(native);
         const KernelLock kernel;
         hosted::WaitReason reason;
         reason.what = "a notification under lock";

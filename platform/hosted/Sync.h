@@ -1,6 +1,9 @@
-// Locks of the hosted layer. Every lock of the library goes through these two, so the layer knows
-// who holds and who waits for what, checks the order of locks, and can let another thread run at
-// each lock and unlock.
+// Locks of the hosted layer. The library locks through these two classes alone, so the layer knows
+// which thread holds and waits for which lock, checks the order of locks, and can let another
+// thread run at each lock and unlock.
+//
+// A mutex that a host locks itself, through its native mutex, is not known to the layer. On the
+// scheduled clock a Lock of it waits in the layer until it is free.
 #pragma once
 
 #include <condition_variable>
@@ -10,11 +13,11 @@
 
 namespace platform {
 
-/// Off Windows the library is linked so that it stays in memory once it is there.
+/// Off Windows the library is linked so that it is never unloaded.
 inline void KeepLoaded() {}
 
 /// Holds a mutex for a scope. Aborts the process with the two names when the rank of `mutex` is
-/// not above every rank that the thread holds.
+/// not higher than every rank that the thread holds.
 class TAGPORT_SCOPED_LOCK Lock {
   public:
     explicit Lock(Mutex& mutex) TAGPORT_ACQUIRE(mutex);

@@ -1,5 +1,5 @@
-// Wide text and UTF-8. A wide character holds a whole code point here; what is none, and a byte
-// that belongs to none, becomes the replacement character.
+// Wide text, UTF-8 and file names. A wide character holds a whole code point here. A value that is
+// no code point, or bytes that are not UTF-8, become the replacement character, except in paths.
 #include <algorithm>
 #include <cstring>
 #include <cwchar>
@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::uint32_t kReplacement = 0xFFFD;
 constexpr std::uint32_t kLastCodePoint = 0x10FFFF;
-constexpr unsigned kBitsPerByte = 6;  // of a code point, in each byte behind the first
+constexpr unsigned kBitsPerByte = 6;  // of a code point, in each byte after the first
 constexpr std::uint32_t kTailMask = 0x3F;
 constexpr std::uint32_t kTailMark = 0x80;
 
@@ -21,7 +21,8 @@ bool IsCodePoint(std::uint32_t value) {
     return value <= kLastCodePoint && (value < 0xD800 || value > 0xDFFF);
 }
 
-// By the number of bytes behind the first: its mark, the smallest code point that needs so many.
+// Indexed by the number of bytes after the first: the first byte's mark, and the smallest code
+// point that needs so many bytes.
 constexpr std::uint32_t kHeadMark[] = {0x00, 0xC0, 0xE0, 0xF0};
 constexpr std::uint32_t kSmallest[] = {0x00, 0x80, 0x800, 0x10000};
 
@@ -141,8 +142,8 @@ std::wstring FoldCase(const std::wstring& text) {
 int WideCharToMultiByte(UINT codePage, DWORD /*flags*/, const WCHAR* wide, int wideLength,
                         char* narrow, int narrowSize, const char* /*defaultChar*/,
                         BOOL* usedDefault) {
-    const hosted::Entry entry(hosted::Call::kConfiguration);
-    if (entry.Refused()) {
+    const hosted::Operation operation(hosted::Call::kConfiguration);
+    if (operation.Refused()) {
         return 0;
     }
     if (codePage != CP_THREAD_ACP || wide == nullptr || wideLength == 0 || wideLength < -1 ||

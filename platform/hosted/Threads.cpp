@@ -1,4 +1,4 @@
-// Threads and Sleep. A thread's end cancels its requests, signals its object and lets others run.
+// CreateThread, the end of a thread, and Sleep.
 #include <system_error>
 
 #include "platform/hosted/KernelState.h"
@@ -22,7 +22,7 @@ void EndThread(const Thread& thread, ThreadObject& object) {
         object.signal.Set();
         TheScheduler().Changed();
     }
-    TheScheduler().Retire();
+    TheScheduler().EndCurrent();
 }
 
 }  // namespace
@@ -30,14 +30,14 @@ void EndThread(const Thread& thread, ThreadObject& object) {
 }  // namespace hosted
 
 using hosted::Call;
-using hosted::Entry;
+using hosted::Operation;
 using hosted::ThreadObject;
 using hosted::TraceEvent;
 
 HANDLE CreateThread(SECURITY_ATTRIBUTES* /*security*/, std::size_t /*stackSize*/,
                     LPTHREAD_START_ROUTINE start, LPVOID argument, DWORD flags, DWORD* threadId) {
-    const Entry entry(Call::kCreateThread);
-    if (entry.Refused()) {
+    const Operation operation(Call::kCreateThread);
+    if (operation.Refused()) {
         return nullptr;
     }
     if (start == nullptr || flags != 0) {
@@ -74,7 +74,7 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES* /*security*/, std::size_t /*stackSize*/
 
 void Sleep(DWORD milliseconds) {
     hosted::Scheduler& scheduler = hosted::TheScheduler();
-    const Entry entry(Call::kSleep);
+    const Operation operation(Call::kSleep);
     if (hosted::Tracing()) {
         TraceEvent event;
         event.kind = TraceEvent::Kind::kSleep;

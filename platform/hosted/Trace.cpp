@@ -1,4 +1,4 @@
-// Watching the layer from outside: the call hook, the tracer, and the names of calls.
+// The call hook, the tracer, and the names of calls.
 #include "platform/hosted/KernelState.h"
 
 namespace hosted {

@@ -1,5 +1,5 @@
-// Keeping the library in memory. Its threads wait in its code, are told to stop and not waited for,
-// so a host that unloads it must not take the code away under them.
+// Keeps the library in memory. A stop of its threads does not wait for their end, so a host that
+// unloads the library must not remove the code that they run.
 #pragma once
 
 #include "platform/windows/Win32.h"

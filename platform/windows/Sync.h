@@ -1,5 +1,5 @@
-// Locks of the Windows build: the standard library's, behind the names that the hosted layer
-// gives its own.
+// Locks of the Windows build: those of the standard library, under the names that the hosted layer
+// uses as well.
 #pragma once
 
 #include <condition_variable>

@@ -10,7 +10,7 @@
 
 #include <windows.h>
 
-// The two below need the types of the one above. The first declares C functions without saying so.
+// The two below need the types of the one above. The first declares C functions without extern "C".
 extern "C" {
 #include <hidsdi.h>
 }
