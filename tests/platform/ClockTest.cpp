@@ -1,4 +1,4 @@
-// The two clocks: exact time, runs that a seed repeats, locks, and the reports of what went wrong.
+// The two clocks: exact time, runs that a seed repeats, locks, and the reports of stalled runs.
 #include <cstdlib>
 #include <mutex>
 #include <set>
@@ -21,10 +21,10 @@ TEST(ScheduledClock, KeepsTimersAndDeadlinesExactAndInOrder) {
         hosted::After(10 * kMillisecond, [&] { order += 'a'; });
         hosted::After(5 * kMillisecond, [&] {
             order += 'b';
-            hosted::After(5 * kMillisecond, [&] { order += 'd'; });  // behind a and c, also at 10
+            hosted::After(5 * kMillisecond, [&] { order += 'd'; });  // after a and c, also at 10
         });
         hosted::After(10 * kMillisecond, [&] { order += 'c'; });
-        const HANDLE sleeper = Go([&] {
+        const HANDLE sleeper = StartThread([&] {
             Sleep(10);
             order += 's';
         });
@@ -32,13 +32,13 @@ TEST(ScheduledClock, KeepsTimersAndDeadlinesExactAndInOrder) {
         EXPECT_EQ(WaitForSingleObject(event, 9), WAIT_TIMEOUT);
         EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT);
         EXPECT_EQ(Now(), 9 * kMillisecond);
-        Join({sleeper});
+        JoinThreads({sleeper});
         EXPECT_EQ(order, "bacds");
         EXPECT_EQ(Now(), 10 * kMillisecond);
     });
 }
 
-/// The order in which three threads take their turns with this seed, as the status of a process.
+/// The order in which three threads run with this seed, as the exit status of a child.
 int OrderOf(std::uint64_t seed) {
     return testing_support::RunInChild([seed] {
         hosted::ScheduledOptions options;
@@ -54,7 +54,8 @@ int OrderOf(std::uint64_t seed) {
                 order = order * 3 + mark;
             }
         };
-        Join({Go([&] { turns(0); }), Go([&] { turns(1); }), Go([&] { turns(2); })});
+        JoinThreads({StartThread([&] { turns(0); }), StartThread([&] { turns(1); }),
+                     StartThread([&] { turns(2); })});
         std::_Exit(static_cast<int>(order % 251));
     });
 }
@@ -76,7 +77,7 @@ TEST(ScheduledClock, EndsAStalledRunWithWhoWaitsForWhat) {
             hosted::UseScheduledClock({7});
             platform::Mutex mutex(kOuter);
             const HANDLE event = NewEvent(false);
-            Go([&] {
+            StartThread([&] {
                 hosted::NameThread("reader");
                 const platform::Lock lock(mutex);
                 Sleep(30);
@@ -91,7 +92,7 @@ TEST(ScheduledClock, EndsAStalledRunWithWhoWaitsForWhat) {
 }
 
 TEST(ScheduledClock, EndsARunThatSpinsButNotALongOne) {
-    const auto take = [](unsigned rounds, DWORD pause) {
+    const auto run = [](unsigned rounds, DWORD pause) {
         hosted::UseScheduledClock({1, 100});
         for (unsigned i = 0; i < rounds; ++i) {
             hosted::Yield();
@@ -99,19 +100,19 @@ TEST(ScheduledClock, EndsARunThatSpinsButNotALongOne) {
         }
         std::_Exit(0);
     };
-    EXPECT_EXIT(take(1000, 1), ::testing::ExitedWithCode(0), "");
-    EXPECT_EXIT(take(1000, 0), ::testing::ExitedWithCode(hosted::kStallExit),
+    EXPECT_EXIT(run(1000, 1), ::testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(run(1000, 0), ::testing::ExitedWithCode(hosted::kStallExit),
                 "step 101.*the clock has stood still.*\nhost: can run");
 }
 
-// The host locks the mutex itself, which the layer does not see. The thread waits for it, and goes
-// on once the host has unlocked it, or the run ends when the host never does.
+// The layer does not see that the host locks and unlocks the mutex. The thread must wait for it and
+// continue after the unlock; if there is none, the run must end.
 TEST(NativeLocks, OfTheHostMakeAThreadWait) {
     const auto hold = [](bool release) {
         platform::Mutex mutex(kOuter);
         mutex.native().lock();
         bool taken = false;
-        const HANDLE thread = Go([&] {
+        const HANDLE thread = StartThread([&] {
             const platform::Lock lock(mutex);
             taken = true;
         });
@@ -123,7 +124,7 @@ TEST(NativeLocks, OfTheHostMakeAThreadWait) {
         while (release && !taken) {
             hosted::Yield();
         }
-        Join({thread});
+        JoinThreads({thread});
     };
     ForEachSeed(10, [&] { hold(true); });
     EXPECT_EXIT(
@@ -135,7 +136,7 @@ TEST(NativeLocks, OfTheHostMakeAThreadWait) {
         "host: waits for thread .*\nthread 2: waits for lock \"outer\" held outside the layer");
 }
 
-// Nothing but real time shows that the host is blocked: it has the turn and does not give it back.
+// The host has the turn and blocks, so only real time can show it.
 TEST(NativeLocks, ThatBlockTheHostEndTheRun) {
     EXPECT_EXIT(
         {
@@ -143,7 +144,7 @@ TEST(NativeLocks, ThatBlockTheHostEndTheRun) {
             options.maxSilence = 50 * kMillisecond;
             hosted::UseScheduledClock(options);
             platform::Mutex mutex(kOuter);
-            Go([&] {
+            StartThread([&] {
                 const platform::Lock lock(mutex);
                 Sleep(INFINITE);
             });
@@ -156,7 +157,7 @@ TEST(NativeLocks, ThatBlockTheHostEndTheRun) {
         "thread 2: waits for the end of a sleep.*holds \"outer\"");
 }
 
-void TakeBoth(bool scheduled, const platform::LockRank& first, const platform::LockRank& second) {
+void LockBoth(bool scheduled, const platform::LockRank& first, const platform::LockRank& second) {
     if (scheduled) {
         hosted::UseScheduledClock({});
     }
@@ -169,9 +170,9 @@ void TakeBoth(bool scheduled, const platform::LockRank& first, const platform::L
 
 TEST(Locks, DieWhenTakenAgainstTheirOrder) {
     for (const bool scheduled : {false, true}) {
-        EXPECT_DEATH(TakeBoth(scheduled, kInner, kOuter), "takes \"outer\".*holds \"inner\"");
-        EXPECT_DEATH(TakeBoth(scheduled, kInner, kInner), "takes \"inner\".*holds \"inner\"");
-        EXPECT_EXIT(TakeBoth(scheduled, kOuter, kInner), ::testing::ExitedWithCode(0), "");
+        EXPECT_DEATH(LockBoth(scheduled, kInner, kOuter), "takes \"outer\".*holds \"inner\"");
+        EXPECT_DEATH(LockBoth(scheduled, kInner, kInner), "takes \"inner\".*holds \"inner\"");
+        EXPECT_EXIT(LockBoth(scheduled, kOuter, kInner), ::testing::ExitedWithCode(0), "");
     }
 }
 

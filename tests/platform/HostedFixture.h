@@ -1,5 +1,4 @@
-// What the tests of the hosted layer share: threads from lambdas, a driver that does as it is told,
-// and a body run on both clocks.
+// Shared by the tests of the hosted layer: threads from lambdas, and a body run on both clocks.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,18 +15,18 @@
 
 namespace hosted_test {
 
-/// Starts a thread that runs `body`; the result is for the caller to close.
-inline HANDLE Go(const std::function<void()>& body) {
+/// Starts a thread that runs `body`. The caller closes the handle.
+inline HANDLE StartThread(const std::function<void()>& body) {
     auto owned = std::make_unique<std::function<void()>>(body);
     const LPTHREAD_START_ROUTINE routine = [](LPVOID argument) -> DWORD {
         (*std::unique_ptr<std::function<void()>>(static_cast<std::function<void()>*>(argument)))();
         return 0;
     };
-    return CreateThread(nullptr, 0, routine, owned.release(), 0, nullptr);  // the thread's own now
+    return CreateThread(nullptr, 0, routine, owned.release(), 0, nullptr);  // the thread deletes it
 }
 
 /// Waits for the end of these threads and closes their handles.
-inline void Join(const std::vector<HANDLE>& threads) {
+inline void JoinThreads(const std::vector<HANDLE>& threads) {
     for (const HANDLE thread : threads) {
         EXPECT_EQ(WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
         EXPECT_TRUE(CloseHandle(thread));
@@ -35,7 +34,7 @@ inline void Join(const std::vector<HANDLE>& threads) {
 }
 
 /// Blocks until `count` threads other than the caller wait for events.
-inline void AwaitWaiters(std::size_t count) {
+inline void AwaitEventWaiters(std::size_t count) {
     const auto enough = [count] {
         std::size_t found = 0;
         std::istringstream lines(hosted::DescribeThreads());
@@ -51,7 +50,8 @@ inline HANDLE NewEvent(bool manualReset) {
     return CreateEventW(nullptr, manualReset ? TRUE : FALSE, FALSE, nullptr);
 }
 
-/// Runs the body under a number of seeds and on the free-running clock; it must leave nothing live.
+/// Runs the body under a number of seeds and on the free-running clock. It must leave no handle, no
+/// request and no thread.
 inline void OnBothClocks(const std::function<void()>& body, unsigned seeds = 20,
                          const hosted::ScheduledOptions& options = {}) {
     const auto checked = [&] {

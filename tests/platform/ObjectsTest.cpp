@@ -21,17 +21,18 @@ TEST(Events, ReleaseAllOrExactlyOneEvenWhenResetAtOnce) {
                 EXPECT_EQ(WaitForSingleObject(event, INFINITE), WAIT_OBJECT_0);
                 ++released;
             };
-            const std::vector<HANDLE> threads = {Go(wait), Go(wait), Go(wait)};
-            AwaitWaiters(3);
+            const std::vector<HANDLE> threads = {StartThread(wait), StartThread(wait),
+                                                 StartThread(wait)};
+            AwaitEventWaiters(3);
             SetEvent(event);
-            ResetEvent(event);  // takes nothing from those who were released
+            ResetEvent(event);  // those that were released stay released
             const std::size_t left = manual ? 0 : 2;
             EXPECT_TRUE(hosted::WaitFor([&] { return hosted::Live().threads == left; },
-                                        hosted::kForever, "the end of those released"));
+                                        hosted::kForever, "the end of the released threads"));
             EXPECT_EQ(released, manual ? 3 : 1);
             SetEvent(event);
             SetEvent(event);
-            Join(threads);
+            JoinThreads(threads);
             if (manual) {
                 ResetEvent(event);
             }
@@ -48,7 +49,7 @@ TEST(Events, ReleaseAllOrExactlyOneEvenWhenResetAtOnce) {
 TEST(LastError, IsPerThreadAndKeptBySuccess) {
     OnBothClocks([] {
         SetLastError(77);
-        Join({Go([] { EXPECT_EQ(GetLastError(), 0U); })});
+        JoinThreads({StartThread([] { EXPECT_EQ(GetLastError(), 0U); })});
         EXPECT_EQ(GetLastError(), 77U);
     });
 }
@@ -84,7 +85,7 @@ TEST(Handles, AreNeverGivenOutAgainAndRefusedOnceClosed) {
     OnBothClocks(&AreRefusedOnceClosed, 3);
 }
 
-// Threads close the event that the others wait on, and put another in its place.
+// Threads close the event that the others wait on, and replace it by another.
 TEST(Handles, MayBeClosedWhileOthersWait) {
     const auto close = [] {
         std::atomic<HANDLE> event{NewEvent(false)};
@@ -96,7 +97,7 @@ TEST(Handles, MayBeClosedWhileOthersWait) {
                 EXPECT_TRUE(CloseHandle(event.exchange(NewEvent(turn % 2 == 0))));
             }
         };
-        Join({Go(work), Go(work), Go(work), Go(work)});
+        JoinThreads({StartThread(work), StartThread(work), StartThread(work), StartThread(work)});
         CloseHandle(event);
     };
     hosted::ScheduledOptions options;

@@ -21,15 +21,16 @@ DWORD ErrorOf(BOOL result) {
     return result != FALSE ? ERROR_SUCCESS : GetLastError();
 }
 
-/// A driver that does as it is told, a handle on it, and one OVERLAPPED with a manual-reset event.
-struct Rig : hosted::Driver {
+/// A driver whose answers the test chooses, a handle of its device, and one OVERLAPPED with a
+/// manual-reset event.
+struct TestDevice : hosted::Driver {
     DWORD answer = ERROR_IO_PENDING;
-    DWORD errorAtClose = 0;  // the driver fails its last request with it; zero leaves them
+    DWORD errorAtClose = 0;  // the driver fails its last request with it, if not zero
     std::size_t closed = 0;
     std::size_t cancelled = 0;
     hosted::RequestPtr request;  // the last one
 
-    HANDLE device = nullptr;
+    HANDLE handle = nullptr;
     OVERLAPPED overlapped{};
     std::uint8_t buffer[4] = {};
     DWORD moved = 0;
@@ -46,9 +47,9 @@ struct Rig : hosted::Driver {
     }
     void Cancel(const hosted::RequestPtr& /*request*/) override { ++cancelled; }
 
-    DWORD Read() { return ErrorOf(ReadFile(device, buffer, sizeof buffer, nullptr, &overlapped)); }
+    DWORD Read() { return ErrorOf(ReadFile(handle, buffer, sizeof buffer, nullptr, &overlapped)); }
     DWORD Outcome(BOOL wait = FALSE) {
-        return ErrorOf(GetOverlappedResult(device, &overlapped, &moved, wait));
+        return ErrorOf(GetOverlappedResult(handle, &overlapped, &moved, wait));
     }
     bool Signalled() const { return WaitForSingleObject(overlapped.hEvent, 0) == WAIT_OBJECT_0; }
     void CompleteLater() {
@@ -60,142 +61,143 @@ struct Rig : hosted::Driver {
     }
 };
 
-/// Each test gets a rig of its own on each clock.
-void WithRig(void (*body)(Rig& rig)) {
+/// Runs the body on each clock with a device of its own.
+void WithTestDevice(void (*body)(TestDevice& device)) {
     OnBothClocks([body] {
-        const auto rig = std::make_shared<Rig>();
-        hosted::AddDevice(kPath, rig);
-        rig->device = Open(kPath);
-        rig->overlapped.hEvent = NewEvent(true);
-        body(*rig);
-        CloseHandle(rig->device);
-        CloseHandle(rig->overlapped.hEvent);
+        const auto device = std::make_shared<TestDevice>();
+        hosted::AddDevice(kPath, device);
+        device->handle = Open(kPath);
+        device->overlapped.hEvent = NewEvent(true);
+        body(*device);
+        CloseHandle(device->handle);
+        CloseHandle(device->overlapped.hEvent);
         hosted::RemoveDevice(kPath);
     });
 }
 
 TEST(Requests, ArePendingUntilTheDriverEndsThem) {
-    WithRig([](Rig& rig) {
-        SetEvent(rig.overlapped.hEvent);
-        EXPECT_EQ(rig.Read(), ERROR_IO_PENDING);
-        EXPECT_EQ(rig.overlapped.Internal, STATUS_PENDING);
-        EXPECT_FALSE(rig.Signalled());
-        EXPECT_EQ(rig.Outcome(), ERROR_IO_INCOMPLETE);
-        rig.CompleteLater();
-        EXPECT_EQ(rig.Outcome(TRUE), ERROR_SUCCESS);
-        EXPECT_EQ(rig.moved, 3U);
-        EXPECT_EQ(std::memcmp(rig.buffer, "\1\2\3\0", 4), 0);
-        EXPECT_TRUE(rig.Signalled());
-        EXPECT_EQ(WaitForSingleObject(rig.device, 0), WAIT_TIMEOUT);  // the event has it all
+    WithTestDevice([](TestDevice& device) {
+        SetEvent(device.overlapped.hEvent);
+        EXPECT_EQ(device.Read(), ERROR_IO_PENDING);
+        EXPECT_EQ(device.overlapped.Internal, STATUS_PENDING);
+        EXPECT_FALSE(device.Signalled());
+        EXPECT_EQ(device.Outcome(), ERROR_IO_INCOMPLETE);
+        device.CompleteLater();
+        EXPECT_EQ(device.Outcome(TRUE), ERROR_SUCCESS);
+        EXPECT_EQ(device.moved, 3U);
+        EXPECT_EQ(std::memcmp(device.buffer, "\1\2\3\0", 4), 0);
+        EXPECT_TRUE(device.Signalled());
+        // The event is signalled instead of the device.
+        EXPECT_EQ(WaitForSingleObject(device.handle, 0), WAIT_TIMEOUT);
 
-        rig.answer = ERROR_IO_DEVICE;  // one that fails at once
-        EXPECT_EQ(rig.Read(), ERROR_IO_DEVICE);
-        EXPECT_EQ(rig.overlapped.Internal, STATUS_PENDING);
-        EXPECT_FALSE(rig.Signalled());
-        EXPECT_EQ(rig.Outcome(), ERROR_IO_INCOMPLETE);
+        device.answer = ERROR_IO_DEVICE;  // a start that fails
+        EXPECT_EQ(device.Read(), ERROR_IO_DEVICE);
+        EXPECT_EQ(device.overlapped.Internal, STATUS_PENDING);
+        EXPECT_FALSE(device.Signalled());
+        EXPECT_EQ(device.Outcome(), ERROR_IO_INCOMPLETE);
     });
 }
 
 TEST(Requests, StoreAStatusThatReadsBackAsTheirError) {
-    WithRig([](Rig& rig) {
+    WithTestDevice([](TestDevice& device) {
         const std::pair<DWORD, ULONG_PTR> cases[] = {{ERROR_OPERATION_ABORTED, 0xC0000120},
                                                      {ERROR_GEN_FAILURE, 0xC0000001},
                                                      {ERROR_SEM_TIMEOUT, 0xC00000B5},
                                                      {ERROR_ACCESS_DENIED, 0x80070005}};
         for (const auto& [error, status] : cases) {
-            rig.Read();
+            device.Read();
             {
                 const hosted::DeviceLock lock;
-                rig.request->Fail(error, 2);
+                device.request->Fail(error, 2);
             }
-            EXPECT_EQ(rig.overlapped.Internal, status);
-            EXPECT_EQ(rig.Outcome(), error);
-            EXPECT_EQ(rig.moved, 2U);
+            EXPECT_EQ(device.overlapped.Internal, status);
+            EXPECT_EQ(device.Outcome(), error);
+            EXPECT_EQ(device.moved, 2U);
         }
-        // What a host stores itself, sign-extended or not, and with no handle to look at.
-        CloseHandle(rig.device);
+        // A status that a host stores itself, sign-extended or not, with the handle closed.
+        CloseHandle(device.handle);
         for (const ULONG_PTR stored : {ULONG_PTR{0x80070016}, ULONG_PTR{0xFFFFFFFF80070016}}) {
-            rig.overlapped.Internal = stored;
-            EXPECT_EQ(rig.Outcome(), 22U);
+            device.overlapped.Internal = stored;
+            EXPECT_EQ(device.Outcome(), 22U);
         }
     });
 }
 
 TEST(Requests, AreCancelledByCallByCloseAndByTheirThreadsEnd) {
-    WithRig([](Rig& rig) {
-        EXPECT_EQ(ErrorOf(CancelIoEx(rig.device, &rig.overlapped)), ERROR_NOT_FOUND);
-        rig.Read();
-        EXPECT_TRUE(CancelIoEx(rig.device, &rig.overlapped));
-        EXPECT_TRUE(rig.Signalled());
-        EXPECT_EQ(rig.Outcome(), ERROR_OPERATION_ABORTED);
+    WithTestDevice([](TestDevice& device) {
+        EXPECT_EQ(ErrorOf(CancelIoEx(device.handle, &device.overlapped)), ERROR_NOT_FOUND);
+        device.Read();
+        EXPECT_TRUE(CancelIoEx(device.handle, &device.overlapped));
+        EXPECT_TRUE(device.Signalled());
+        EXPECT_EQ(device.Outcome(), ERROR_OPERATION_ABORTED);
 
-        Join({Go([&] { EXPECT_EQ(rig.Read(), ERROR_IO_PENDING); })});
-        EXPECT_EQ(rig.Outcome(), ERROR_OPERATION_ABORTED);
-        EXPECT_EQ(rig.cancelled, 2U);
+        JoinThreads({StartThread([&] { EXPECT_EQ(device.Read(), ERROR_IO_PENDING); })});
+        EXPECT_EQ(device.Outcome(), ERROR_OPERATION_ABORTED);
+        EXPECT_EQ(device.cancelled, 2U);
 
-        const HANDLE waiter = Go([&] {
-            EXPECT_EQ(rig.Read(), ERROR_IO_PENDING);
-            EXPECT_EQ(rig.Outcome(TRUE), ERROR_OPERATION_ABORTED);
+        const HANDLE waiter = StartThread([&] {
+            EXPECT_EQ(device.Read(), ERROR_IO_PENDING);
+            EXPECT_EQ(device.Outcome(TRUE), ERROR_OPERATION_ABORTED);
         });
-        AwaitWaiters(1);
-        EXPECT_TRUE(CloseHandle(rig.device));
-        Join({waiter});
+        AwaitEventWaiters(1);
+        EXPECT_TRUE(CloseHandle(device.handle));
+        JoinThreads({waiter});
     });
 }
 
 TEST(Requests, OfOneHandleAreAllCancelledByACallWithoutAnOverlapped) {
-    WithRig([](Rig& rig) {
-        EXPECT_EQ(ErrorOf(CancelIoEx(rig.device, nullptr)), ERROR_NOT_FOUND);
-        CloseHandle(rig.device);
-        rig.device = Open(kPath, kShareBoth);
+    WithTestDevice([](TestDevice& device) {
+        EXPECT_EQ(ErrorOf(CancelIoEx(device.handle, nullptr)), ERROR_NOT_FOUND);
+        CloseHandle(device.handle);
+        device.handle = Open(kPath, kShareBoth);
         const HANDLE other = Open(kPath, kShareBoth);
         OVERLAPPED second{};
         OVERLAPPED ofOther{};
-        rig.Read();
-        ReadFile(rig.device, rig.buffer, 1, nullptr, &second);
-        ReadFile(other, rig.buffer, 1, nullptr, &ofOther);
-        Join({Go([&] { EXPECT_TRUE(CancelIoEx(rig.device, nullptr)); })});  // not its own requests
-        EXPECT_EQ(rig.Outcome(), ERROR_OPERATION_ABORTED);
-        EXPECT_EQ(ErrorOf(GetOverlappedResult(rig.device, &second, &rig.moved, FALSE)),
-                  ERROR_OPERATION_ABORTED);
+        device.Read();
+        ReadFile(device.handle, device.buffer, 1, nullptr, &second);
+        ReadFile(other, device.buffer, 1, nullptr, &ofOther);
+        // Another thread than the one that started them.
+        JoinThreads({StartThread([&] { EXPECT_TRUE(CancelIoEx(device.handle, nullptr)); })});
+        EXPECT_EQ(device.Outcome(), ERROR_OPERATION_ABORTED);
+        EXPECT_EQ(second.Internal, device.overlapped.Internal);
         EXPECT_EQ(ofOther.Internal, STATUS_PENDING);
-        EXPECT_EQ(ErrorOf(CancelIoEx(rig.device, nullptr)), ERROR_NOT_FOUND);
+        EXPECT_EQ(ErrorOf(CancelIoEx(device.handle, nullptr)), ERROR_NOT_FOUND);
         CloseHandle(other);
     });
 }
 
 TEST(Requests, WithoutAnEventSignalTheDevice) {
-    WithRig([](Rig& rig) {
-        CloseHandle(std::exchange(rig.overlapped.hEvent, nullptr));
+    WithTestDevice([](TestDevice& device) {
+        CloseHandle(std::exchange(device.overlapped.hEvent, nullptr));
         for (int i = 0; i < 2; ++i) {
-            EXPECT_EQ(rig.Read(), ERROR_IO_PENDING);
-            EXPECT_EQ(WaitForSingleObject(rig.device, 0), WAIT_TIMEOUT);  // reset by the start
-            rig.CompleteLater();
-            EXPECT_EQ(rig.Outcome(TRUE), ERROR_SUCCESS);
-            EXPECT_EQ(WaitForSingleObject(rig.device, 0), WAIT_OBJECT_0);
+            EXPECT_EQ(device.Read(), ERROR_IO_PENDING);
+            EXPECT_EQ(WaitForSingleObject(device.handle, 0), WAIT_TIMEOUT);  // reset by the start
+            device.CompleteLater();
+            EXPECT_EQ(device.Outcome(TRUE), ERROR_SUCCESS);
+            EXPECT_EQ(WaitForSingleObject(device.handle, 0), WAIT_OBJECT_0);
         }
     });
 }
 
 TEST(Devices, AreOpenedByPathAndShareModeAndClosedWithTheirLastHandle) {
-    WithRig([](Rig& rig) {
+    WithTestDevice([](TestDevice& device) {
         EXPECT_EQ(Open(L"\\\\.\\NONE"), INVALID_HANDLE_VALUE);
         EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
         EXPECT_EQ(Open(L"\\\\.\\fake", kShareBoth), INVALID_HANDLE_VALUE);
         EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
-        CloseHandle(rig.device);
+        CloseHandle(device.handle);
         const HANDLE first = Open(kPath, kShareBoth);
-        rig.device = Open(kPath, kShareBoth);
+        device.handle = Open(kPath, kShareBoth);
         EXPECT_EQ(Open(kPath, 0), INVALID_HANDLE_VALUE);
-        rig.Read();
-        rig.errorAtClose = ERROR_DEVICE_NOT_CONNECTED;
+        device.Read();
+        device.errorAtClose = ERROR_DEVICE_NOT_CONNECTED;
         hosted::RemoveDevice(kPath);  // the open handles keep their device
         CloseHandle(first);
-        EXPECT_EQ(rig.closed, 1U);  // not while the second handle is open
-        CloseHandle(rig.device);
-        EXPECT_EQ(rig.closed, 2U);
-        EXPECT_EQ(rig.cancelled, 0U) << "a request that is left is the driver's to fail";
-        EXPECT_EQ(rig.Outcome(), ERROR_DEVICE_NOT_CONNECTED);
+        EXPECT_EQ(device.closed, 1U);  // not while the second handle is open
+        CloseHandle(device.handle);
+        EXPECT_EQ(device.closed, 2U);
+        EXPECT_EQ(device.cancelled, 0U) << "the driver failed the request that was left";
+        EXPECT_EQ(device.Outcome(), ERROR_DEVICE_NOT_CONNECTED);
     });
 }
 

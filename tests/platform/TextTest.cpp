@@ -1,5 +1,5 @@
-// Configuration files, line by line. The sizes of values and texts, the current directory and the
-// enumeration are tested by those who use them.
+// Configuration files and the current directory. The sizes of values and texts, and the
+// enumeration, are tested with the code that uses them.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,8 +13,12 @@ namespace {
 
 constexpr DWORD kSize = 255;
 
-/// The key's value as UTF-8; "?" where the default came back.
-std::string Ask(const std::wstring& path) {
+std::filesystem::path TemporaryPath() {
+    return std::filesystem::temp_directory_path() / ("tagport-ini-" + std::to_string(getpid()));
+}
+
+/// The key's value as UTF-8, or the default "?".
+std::string ReadKey(const std::wstring& path) {
     WCHAR buffer[kSize] = {};
     SetLastError(0);
     GetPrivateProfileStringW(L"PC_URI", L"key", L"?", buffer, kSize, path.c_str());
@@ -24,7 +28,7 @@ std::string Ask(const std::wstring& path) {
 }
 
 TEST(IniFile, IsReadLineByLineAsOnWindows) {
-    const auto file = std::filesystem::temp_directory_path() / ("ini" + std::to_string(getpid()));
+    const auto file = TemporaryPath();
     const std::string head = "[PC_URI]\n";
     const std::pair<std::string, std::string> cases[] = {
         {"[x]\rkey=a\r[pc_uri]\rKEY=b\r", "b"},
@@ -47,36 +51,37 @@ TEST(IniFile, IsReadLineByLineAsOnWindows) {
         {"", "?"}};
     for (const auto& [bytes, value] : cases) {
         std::ofstream(file, std::ios::binary) << bytes;
-        EXPECT_EQ(Ask(file.wstring()), value) << bytes;
+        EXPECT_EQ(ReadKey(file.wstring()), value) << bytes;
     }
     std::filesystem::remove(file);
-    EXPECT_EQ(Ask(file.wstring()), "?");
+    EXPECT_EQ(ReadKey(file.wstring()), "?");
     EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(Ask(file.parent_path().wstring()), "?");
+    EXPECT_EQ(ReadKey(file.parent_path().wstring()), "?");
     EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
 }
 
 TEST(IniFile, IsARegularFileOfAtMostOneMebibyte) {
     constexpr std::uintmax_t kMostBytes = 1024 * 1024;
-    const auto file = std::filesystem::temp_directory_path() / ("ini" + std::to_string(getpid()));
+    const auto file = TemporaryPath();
     std::ofstream(file) << "[PC_URI]\nkey=v\n;";
     std::filesystem::resize_file(file, kMostBytes);
-    EXPECT_EQ(Ask(file.wstring()), "v");
+    EXPECT_EQ(ReadKey(file.wstring()), "v");
     std::filesystem::resize_file(file, kMostBytes + 1);
-    EXPECT_EQ(Ask(file.wstring()), "?");
+    EXPECT_EQ(ReadKey(file.wstring()), "?");
     EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
     std::filesystem::remove(file);
-    ASSERT_EQ(mkfifo(file.c_str(), S_IRUSR | S_IWUSR), 0);  // whoever opens it to read waits
+    ASSERT_EQ(mkfifo(file.c_str(), S_IRUSR), 0);  // an open that waits for a writer would hang
     for (const std::wstring& special : {file.wstring(), std::wstring(L"/dev/zero")}) {
-        EXPECT_EQ(Ask(special), "?");
+        EXPECT_EQ(ReadKey(special), "?");
         EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
     }
     std::filesystem::remove(file);
 }
 
-// Names that a wide text cannot hold as they are, and one that looks like the form they get.
+// A wide text cannot hold the first three names as they are; the third is the UTF-8 form of the
+// value that stands for a byte.
 TEST(CurrentDirectory, LeadsToItsFilesWhateverBytesItsNameHas) {
-    const auto base = std::filesystem::temp_directory_path() / ("dir" + std::to_string(getpid()));
+    const auto base = TemporaryPath();
     for (const char* const name : {"a\\b", "\xFF\xC3\xA9\xC3", "\xED\xB3\xBF", "\xC3\xA9"}) {
         const auto directory = base / name;
         std::filesystem::create_directories(directory / "config");
@@ -88,7 +93,7 @@ TEST(CurrentDirectory, LeadsToItsFilesWhateverBytesItsNameHas) {
                 WCHAR current[260] = {};
                 const DWORD length = GetCurrentDirectoryW(260, current);
                 EXPECT_EQ(length, std::wcslen(current));
-                EXPECT_EQ(Ask(std::wstring(current) + L"\\config\\x.ini"), "v") << name;
+                EXPECT_EQ(ReadKey(std::wstring(current) + L"\\config\\x.ini"), "v") << name;
             }
         };
         EXPECT_EQ(testing_support::RunInChild(readConfig), 0);
