@@ -1,12 +1,13 @@
+// Checks config/NfcUri.ini before the library reads it.
 #include "lab/ConfigCheck.h"
 
 #include <array>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <filesystem>
+#include <system_error>
+#include <vector>
 
 #include "lab/Failure.h"
+#include "lab/Files.h"
+#include "lab/Terminal.h"
 #include "platform/platform.h"
 #include "tagimage/ImageGeometry.h"
 
@@ -16,7 +17,7 @@ namespace {
 
 constexpr std::size_t kReadBackUrlSize = 50;  // the size that fits the register of types 5 and 8
 constexpr std::size_t kMaxImageUrl = 162;
-constexpr std::size_t kValueChars = 255;
+constexpr std::size_t kValueChars = 32768;  // a value that is too long is shown completely
 constexpr char kSection[] = "PC_URI";
 
 struct Key {
@@ -27,78 +28,81 @@ struct Key {
 constexpr std::array<Key, 2> kKeys{
     {{"orvane_uri", L"orvane_uri", 5}, {"velmo_uri", L"velmo_uri", 8}}};
 
-std::filesystem::path ConfigPath(const std::string& directory) {
-    return std::filesystem::path(directory.empty() ? "." : directory) / "config" / "NfcUri.ini";
+std::filesystem::path ConfigPath(const std::filesystem::path& directory) {
+    return directory / "config" / "NfcUri.ini";
 }
 
-/// The value as the library gets it.
+/// The value as the library reads it.
 std::string Value(const std::filesystem::path& path, const Key& key) {
-    WCHAR wide[kValueChars] = {};
-    const std::wstring name = std::filesystem::absolute(path).wstring();
-    GetPrivateProfileStringW(L"PC_URI", key.wide, L"", wide, static_cast<DWORD>(kValueChars),
-                             name.c_str());
-    const int size = WideCharToMultiByte(CP_THREAD_ACP, 0, wide, -1, nullptr, 0, nullptr, nullptr);
+    std::vector<WCHAR> wide(kValueChars);
+    GetPrivateProfileStringW(L"PC_URI", key.wide, L"", wide.data(), static_cast<DWORD>(kValueChars),
+                             path.wstring().c_str());
+    const int size =
+        WideCharToMultiByte(CP_THREAD_ACP, 0, wide.data(), -1, nullptr, 0, nullptr, nullptr);
     if (size <= 1) {
         return {};
     }
     std::string narrow(static_cast<std::size_t>(size), '\0');
-    WideCharToMultiByte(CP_THREAD_ACP, 0, wide, -1, narrow.data(), size, nullptr, nullptr);
+    WideCharToMultiByte(CP_THREAD_ACP, 0, wide.data(), -1, narrow.data(), size, nullptr, nullptr);
     narrow.resize(narrow.find('\0'));
     return narrow;
 }
 
-std::optional<std::string> FileProblem(const std::filesystem::path& path) {
+/// The directory as an absolute path that the library can use.
+std::filesystem::path AbsoluteDirectory(const std::string& directory) {
+    const std::string place = directory.empty() ? "the current directory" : "--config " + directory;
     std::error_code error;
-    const auto status = std::filesystem::status(path, error);
-    if (!std::filesystem::exists(status)) {
-        return "is not there";
+    const auto status = std::filesystem::status(directory.empty() ? "." : directory, error);
+    if (!error && !std::filesystem::is_directory(status)) {
+        throw WrongCall(place + ": is not a directory");
     }
-    if (std::filesystem::is_directory(status)) {
-        return "is a directory, not a file";
+    std::filesystem::path path;
+    if (!error) {
+        path = std::filesystem::absolute(directory.empty() ? "." : directory, error);
     }
-    std::FILE* file = std::fopen(path.string().c_str(), "rb");
-    if (file == nullptr) {
-        return std::string("cannot be read: ") + std::strerror(errno);
+    if (error) {
+        throw WrongCall(place + ": cannot be used: " + error.message());
     }
-    std::fclose(file);
-    return std::nullopt;
+    try {
+        path.wstring();  // the library's names are wide
+    } catch (const std::system_error&) {
+        throw WrongCall(place + ": cannot be used: the path " + path.string() + " is not UTF-8");
+    }
+    return path;
+}
+
+void CheckValue(const std::string& where, const std::string& value) {
+    if (value.size() == kReadBackUrlSize) {
+        return;
+    }
+    const std::string size = where + "=" + value + ": " + std::to_string(value.size()) + " bytes: ";
+    if (value.size() > kMaxImageUrl) {
+        throw WrongCall(size + "at most " + std::to_string(kMaxImageUrl) + " fit on the tag");
+    }
+    PrintError("warning: " + size + "exactly " + std::to_string(kReadBackUrlSize) +
+               " are needed, because the random number is read back at a fixed register");
 }
 
 }  // namespace
 
-ConfigReport CheckConfig(const std::string& directory, int pcType) {
-    std::error_code ignored;
-    if (!directory.empty() && !std::filesystem::is_directory(directory, ignored)) {
-        throw WrongCall("--config " + directory + ": there is no such directory");
+void UseConfiguration(const std::string& directory, int pcType) {
+    const std::filesystem::path absolute = AbsoluteDirectory(directory);
+    const std::string name = ConfigPath(directory.empty() ? "." : directory).string();
+    if (const auto problem = FileProblem(ConfigPath(absolute))) {
+        throw WrongCall(name + ": " + *problem);
     }
-    const std::filesystem::path path = ConfigPath(directory);
-    const std::string name = path.string();
-    if (const auto problem = FileProblem(path)) {
-        return {name + ": " + *problem, {}};
-    }
-    ConfigReport report;
     for (const Key& key : kKeys) {
-        const std::string value = Value(path, key);
+        const std::string value = Value(ConfigPath(absolute), key);
         const std::string where = name + ": [" + kSection + "] " + key.name;
         if (value.empty()) {
-            report.error = where +
-                           " has no value: both URIs must stand in the file, for every PC "
-                           "type";
-            return report;
+            throw WrongCall(where +
+                            " has no value: both URIs must stand in the file, for every PC type");
         }
-        if (key.pcType != pcType || value.size() == kReadBackUrlSize) {
-            continue;
-        }
-        const std::string size =
-            where + "=" + value + ": " + std::to_string(value.size()) + " bytes: ";
-        if (value.size() > kMaxImageUrl) {
-            report.error = size + "at most " + std::to_string(kMaxImageUrl) + " fit on the tag";
-        } else {
-            report.warning = size + "exactly " + std::to_string(kReadBackUrlSize) +
-                             " are needed, for the random number is read back at a fixed register";
+        if (key.pcType == pcType) {
+            CheckValue(where, value);
         }
     }
-    return report;
+    UseConfigDirectory(absolute);
 }
 
 }  // namespace lab

@@ -1,23 +1,19 @@
-// Looks at config/NfcUri.ini the way the library will, and says in one line what is wrong with it:
-// the library itself only says that it could not fill the message.
+// Checks config/NfcUri.ini the way the library reads it and names the exact problem: the library
+// itself only reports that it could not fill the message.
 #pragma once
 
-#include <optional>
+#include <filesystem>
 #include <string>
 
 namespace lab {
 
-/// Makes `directory` the current directory that the library sees; empty: leaves it. On Windows it
-/// becomes the process's own, so relative names are to be resolved before.
-void UseConfigDirectory(const std::string& directory);
+/// Checks the configuration below `directory` (empty: the current one) and makes that directory the
+/// one in which the library looks. On Windows it becomes the process's current directory, so
+/// relative names must be resolved before. `pcType` is 2, 5 or 8. Prints a warning when a message
+/// can be filled but its number will not be read back. WrongCall when no message can be filled.
+void UseConfiguration(const std::string& directory, int pcType);
 
-struct ConfigReport {
-    std::optional<std::string> error;    ///< a message cannot be filled from this file
-    std::optional<std::string> warning;  ///< it can, and the number will not be read back
-};
-
-/// `pcType` is 2, 5 or 8; an empty directory means the current one. Before UseConfigDirectory.
-/// WrongCall when there is no such directory.
-ConfigReport CheckConfig(const std::string& directory, int pcType);
+/// Makes this absolute directory the library's current one. Part of UseConfiguration.
+void UseConfigDirectory(const std::filesystem::path& directory);
 
 }  // namespace lab

@@ -1,19 +1,29 @@
-// How the program ends, and the exception that ends it early.
+// The program's exit statuses and the exceptions that end it early. Both exceptions carry one line
+// without control characters.
 #pragma once
 
 #include <stdexcept>
 #include <string>
 
+#include "lab/Printable.h"
+
 namespace lab {
 
-constexpr int kExitDone = 0;       ///< what was asked worked
-constexpr int kExitFailed = 1;     ///< the system reported failure
-constexpr int kExitWrongCall = 2;  ///< an option, a file or a line of it is wrong
+constexpr int kExitDone = 0;       ///< everything worked
+constexpr int kExitFailed = 1;     ///< the system reported a failure
+constexpr int kExitWrongCall = 2;  ///< an option, a file or a line of a file is wrong
 
-/// A call that cannot be served. The text names the file, the line and the value, where it has one.
+/// The caller has to change an option, a file or a line. The text names the file, the line and the
+/// value, as far as there are any.
 class WrongCall : public std::runtime_error {
   public:
-    using std::runtime_error::runtime_error;
+    explicit WrongCall(const std::string& text) : std::runtime_error(Printable(text)) {}
+};
+
+/// The call is right, but the operating system could not carry it out. The text names the file.
+class SystemFailure : public std::runtime_error {
+  public:
+    explicit SystemFailure(const std::string& text) : std::runtime_error(Printable(text)) {}
 };
 
 }  // namespace lab

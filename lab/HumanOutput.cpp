@@ -1,13 +1,16 @@
+// A run's objects as lines for people. Formats only; prints nothing.
 #include "lab/HumanOutput.h"
 
 #include <array>
 #include <cstdio>
 
+#include "lab/Printable.h"
+
 namespace lab {
 
 namespace {
 
-constexpr std::size_t kShownDigits = 48;  // of a frame; the meaning says the rest
+constexpr std::size_t kShownDigits = 48;  // of a frame; its meaning is printed too
 constexpr int kErrorLevel = 4;
 constexpr int kIndent = 36;  // where the text of a line begins
 
@@ -20,7 +23,7 @@ std::string EventText(int event) {
         case 4:
             return "the tag's microcontroller started, or an unknown chip raised an interrupt";
         default:
-            return "an event that nobody knows";
+            return "an unknown event";
     }
 }
 
@@ -35,7 +38,7 @@ std::string Field(const Json& object, const char* name) {
     if (found == object.end()) {
         return {};
     }
-    return found->is_string() ? found->get<std::string>() : found->dump();
+    return found->is_string() ? Printable(found->get_ref<const std::string&>()) : found->dump();
 }
 
 std::string Spaced(const std::string& digits) {
@@ -64,7 +67,7 @@ std::string HumanOutput::Head(const Json& object, const std::string& kind) const
 }
 
 std::string HumanOutput::CommandLine(const std::string& text) const {
-    return m_style.Bold("> " + text) + "\n";
+    return m_style.Bold("> " + Printable(text)) + "\n";
 }
 
 std::string HumanOutput::Lines(const Json& object) const {

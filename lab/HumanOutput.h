@@ -1,4 +1,4 @@
-// The objects of a run as lines for people.
+// Formats the objects of a run as lines for people.
 #pragma once
 
 #include <string>
@@ -12,10 +12,10 @@ class HumanOutput {
   public:
     HumanOutput(Style style, bool log, bool bus) : m_style(style), m_log(log), m_bus(bus) {}
 
-    /// One line or more with their ends, or nothing when this object isn't asked for.
+    /// One line or more, each with its end; empty when this kind of object was not requested.
     std::string Lines(const Json& object) const;
 
-    /// A line of the script, or another word of the lab's own.
+    /// A line of the script that is about to be carried out.
     std::string CommandLine(const std::string& text) const;
 
   private:

@@ -1,16 +1,20 @@
+// Builds images with the library's codec and compares the lab's reader with the library's.
 #include "lab/ImageCommand.h"
 
 #include <tagport/NdefMessage.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
 #include "lab/ConfigCheck.h"
 #include "lab/Failure.h"
+#include "lab/Files.h"
 #include "lab/Hex.h"
 #include "lab/ImageNotes.h"
 #include "lab/ImageTable.h"
+#include "lab/Printable.h"
 #include "lab/Recorder.h"
 #include "lab/Terminal.h"
 #include "platform/TraceLog.h"
@@ -24,8 +28,7 @@ using imageformat::kMacSize;
 using imageformat::kModelSize;
 using imageformat::kNumberSize;
 
-constexpr std::size_t kMaxUrl = 162;          // what an image holds
-constexpr std::size_t kInputLimit = 1 << 20;  // far above any image, as text or as bytes
+constexpr std::size_t kMaxUrl = 162;  // bytes that an image can hold
 constexpr std::size_t kBytesInLine = 16;
 
 void KeepLine(int level, const std::wstring& line, void* context) {
@@ -48,31 +51,20 @@ struct Fields {
     std::string model = std::string(kModelSize, '\0');
 };
 
-/// False, with a line on standard error, when the configuration gives no message.
-bool FillFromConfig(const ImageBuildOptions& options, Fields& fields) {
-    const ConfigReport report = CheckConfig(options.configDirectory, *options.pcType);
-    UseConfigDirectory(options.configDirectory);
-    if (report.error) {
-        std::fprintf(stderr, "tagport-lab: %s\n", report.error->c_str());
-        return false;
-    }
-    if (report.warning) {
-        std::fprintf(stderr, "tagport-lab: warning: %s\n", report.warning->c_str());
-    }
+void FillFromConfig(const ImageBuildOptions& options, Fields& fields) {
+    UseConfiguration(options.configDirectory, *options.pcType);
     NdefMessage message;
     message.Init(static_cast<char>('0' + *options.pcType));
     std::uint8_t type = 0;
     message.GetPcType(type);
     if (type != *options.pcType) {
-        std::fprintf(stderr, "tagport-lab: the library could not fill a message for PC type %d\n",
-                     *options.pcType);
-        return false;
+        throw SystemFailure("the library could not fill a message for PC type " +
+                            std::to_string(*options.pcType));
     }
     std::uint8_t model[kModelSize] = {};
     message.GetModel(model);
     message.GetUrl(fields.url);
     fields.model.assign(model, model + kModelSize);
-    return true;
 }
 
 std::string HexLines(const std::string& image) {
@@ -83,7 +75,20 @@ std::string HexLines(const std::string& image) {
     return text;
 }
 
-/// Text throughout: hexadecimal. Anything else: the bytes themselves.
+/// The absolute path: the configuration's directory may become the current one.
+std::filesystem::path OutputPath(const std::string& name) {
+    if (name.empty()) {
+        throw WrongCall("-o \"\": a file name is needed");
+    }
+    std::error_code error;
+    std::filesystem::path path = std::filesystem::absolute(name, error);
+    if (error) {
+        throw WrongCall("-o " + name + ": cannot be written: " + error.message());
+    }
+    return path;
+}
+
+/// A file of printable ASCII is read as hexadecimal text; any other file is the image itself.
 bool LooksLikeText(std::string_view bytes) {
     return std::all_of(bytes.begin(), bytes.end(), [](char character) {
         const auto byte = static_cast<unsigned char>(character);
@@ -104,9 +109,10 @@ LibraryVerdict AskLibrary(std::string_view image) {
 }
 
 int BuildImage(const ImageBuildOptions& options) {
+    const std::filesystem::path output = OutputPath(options.output);
     Fields fields;
-    if (options.pcType && !FillFromConfig(options, fields)) {
-        return kExitFailed;
+    if (options.pcType) {
+        FillFromConfig(options, fields);
     }
     fields.url = options.url.value_or(fields.url);
     if (fields.url.size() > kMaxUrl) {
@@ -127,22 +133,26 @@ int BuildImage(const ImageBuildOptions& options) {
     data.Init();
     data.InitValue();
     if (!data.SetUrl(fields.url)) {
-        std::fprintf(stderr, "tagport-lab: the library refuses this URL\n");
-        return kExitFailed;
+        throw SystemFailure("--url " + fields.url + ": the library refuses this URL");
     }
     Set(&NfcData::SetMacAddr, data, fields.mac);
     Set(&NfcData::SetRandomNumber, data, fields.number);
     Set(&NfcData::SetModel, data, fields.model);
     const std::string image = data.GetContent();
-    WriteWhole(options.output, options.format == "raw" ? image : HexLines(image));
+    const std::string bytes = options.format == "raw" ? image : HexLines(image);
+    if (options.output == "-") {
+        WriteOutput(bytes);
+    } else {
+        WriteFile("-o " + options.output, output, bytes);
+    }
     return kExitDone;
 }
 
 int ShowImage(const ImageShowOptions& options) {
-    const std::string input = ReadWhole(options.file, kInputLimit);
+    const std::string input = ReadInput("", options.file);
     const bool hex = options.format == "hex" || (options.format == "auto" && LooksLikeText(input));
     const std::string image =
-        hex ? FromHex(input, options.file == "-" ? "standard input" : options.file) : input;
+        hex ? FromHex(input, options.file == "-" ? kStandardInput : options.file) : input;
 
     const Style style = Style::ForOutput();
     const ImageNotes notes = AnnotateImage(image);
@@ -155,16 +165,15 @@ int ShowImage(const ImageShowOptions& options) {
         text += style.Green("accepted") + ": " + std::to_string(image.size()) + " bytes\n";
     }
     for (const std::string& remark : notes.remarks) {
-        text += "  taken all the same: " + remark + "\n";
+        text += "  accepted, but unusual: " + remark + "\n";
     }
-    text += std::string("the library ") + (verdict.accepted ? "takes" : "refuses") + " it:\n";
+    text += std::string("the library ") + (verdict.accepted ? "accepts" : "refuses") + " it:\n";
     for (const std::string& line : verdict.log) {
-        text += "  " + style.Dim(line) + "\n";
+        text += "  " + style.Dim(Printable(line)) + "\n";
     }
-    WriteWhole("-", text);
+    WriteOutput(text);
     if (verdict.accepted == notes.fault.has_value()) {
-        std::fprintf(stderr, "tagport-lab: %s: the two verdicts differ: one of them is wrong\n",
-                     options.file.c_str());
+        PrintError(options.file + ": the two readers disagree: one of them is wrong");
         return kExitFailed;
     }
     return verdict.accepted ? kExitDone : kExitFailed;

@@ -1,10 +1,10 @@
 // tagport-lab: runs the library against simulated devices, makes tag images and takes them apart.
-// The command line; what it asks for is done elsewhere.
+// This file holds the command line only.
 #include <CLI/CLI.hpp>
-#include <cstdio>
+#include <charconv>
 #include <exception>
-#include <filesystem>
-#include <iostream>
+#include <limits>
+#include <sstream>
 
 #include "lab/Failure.h"
 #include "lab/ImageCommand.h"
@@ -13,6 +13,20 @@
 
 namespace {
 
+const std::vector<std::string> kPcTypes{"2", "5", "8"};
+
+std::uint64_t ParseSeed(const std::string& text) {
+    std::uint64_t seed = 0;
+    const char* const end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, seed);
+    if (result.ec != std::errc() || result.ptr != end) {
+        throw lab::WrongCall("--seed " + text + ": a whole number from 0 to " +
+                             std::to_string(std::numeric_limits<std::uint64_t>::max()) +
+                             " is needed");
+    }
+    return seed;
+}
+
 void AddRun(CLI::App& app, lab::RunOptions& run) {
     app.add_option("--route", run.stage.route, "Where the tag is (default i2c)")
         ->check(CLI::IsMember({"i2c", "usb", "hid", "ble"}));
@@ -20,14 +34,16 @@ void AddRun(CLI::App& app, lab::RunOptions& run) {
         ->check(CLI::IsMember(
             {"fm11nt081", "fm11nt082c", "fanli", "like-fanli", "like-fm11n", "silent"}));
     app.add_option("--pc-type", run.pcType, "2, 5 or 8 (default 5)")
-        ->check(CLI::IsMember({2, 5, 8}));
+        ->check(CLI::IsMember(kPcTypes));
     app.add_option("--config", run.configDirectory,
                    "Directory that holds config/NfcUri.ini (default: the current one)");
-    app.add_option("--script", run.script, "Commands to play, - for standard input");
+    app.add_option("--script", run.script, "File of commands to play, - for standard input");
     app.add_option("--fault", run.stage.fault, "Requests that fail, as in write#3=refuse:1117");
-    app.add_option("--seed", run.stage.seed,
-                   "Run scheduled: no real time passes, and a seed repeats a run");
-    app.add_flag("--json", run.json, "One JSON object a line, everything included");
+    app.add_option_function<std::string>(
+           "--seed", [&run](const std::string& text) { run.stage.seed = ParseSeed(text); },
+           "Run scheduled: no real time passes, and the same seed repeats the run")
+        ->type_name("UINT");
+    app.add_flag("--json", run.json, "Print one JSON object per line, everything included");
     app.add_flag("--log", run.log, "Show every line of the log");
     app.add_flag("--bus", run.stage.bus, "Show every frame on the bus");
 }
@@ -36,7 +52,7 @@ void AddBuild(CLI::App& app, lab::ImageBuildOptions& build) {
     auto* const fields = app.add_option_group("source", "One of");
     fields->add_option("--url", build.url, "URI text without https://, 0 to 162 bytes");
     fields->add_option("--pc-type", build.pcType, "URL and model of PC type 2, 5 or 8")
-        ->check(CLI::IsMember({2, 5, 8}));
+        ->check(CLI::IsMember(kPcTypes));
     fields->require_option(1);
     app.add_option("--mac", build.mac, "6 bytes in hexadecimal (default: zero)");
     app.add_option("--number", build.number, "32 bytes in hexadecimal (default: zero)");
@@ -61,8 +77,7 @@ int Main(int count, char** arguments) {
     CLI::App app("Runs tagport against simulated devices, and takes tag images apart.",
                  "tagport-lab");
     app.require_subcommand(1);
-    app.footer(
-        "Exit status: 0 what was asked worked, 1 the system reported failure, 2 wrong call.");
+    app.footer("Exit status: 0 everything worked, 1 the system reported a failure, 2 wrong call.");
     CLI::App& runApp = *app.add_subcommand("run", "Play a script, or a short visit of a phone");
     CLI::App& image = *app.add_subcommand("image", "Make a tag image or take one apart");
     image.require_subcommand(1);
@@ -74,17 +89,23 @@ int Main(int count, char** arguments) {
     try {
         app.parse(count, arguments);
     } catch (const CLI::ParseError& problem) {
-        return app.exit(problem) == 0 ? lab::kExitDone : lab::kExitWrongCall;
+        if (problem.get_exit_code() != static_cast<int>(CLI::ExitCodes::Success)) {
+            // A missing subcommand is reported without the word that stands in its place.
+            const std::vector<std::string> rest = app.remaining(true);
+            const bool unknown = problem.get_name() == "RequiredError" && !rest.empty();
+            throw lab::WrongCall(problem.what() +
+                                 (unknown ? ": \"" + rest.front() + "\" is unknown" : ""));
+        }
+        std::ostringstream help;
+        app.exit(problem, help, help);
+        lab::WriteOutput(help.str());
+        return lab::kExitDone;
     }
 
-    lab::UseBinaryStreams();
     if (runApp.parsed()) {
         return lab::Run(run);
     }
     if (buildApp.parsed()) {
-        if (build.output != "-") {
-            build.output = std::filesystem::absolute(build.output).string();
-        }
         return lab::BuildImage(build);
     }
     return lab::ShowImage(show);
@@ -94,14 +115,13 @@ int Main(int count, char** arguments) {
 
 int main(int count, char** arguments) {
     try {
+        lab::PrepareStreams();
         return Main(count, arguments);
     } catch (const lab::WrongCall& problem) {
-        std::fflush(stdout);
-        std::fprintf(stderr, "tagport-lab: %s\n", problem.what());
+        lab::PrintError(problem.what());
         return lab::kExitWrongCall;
     } catch (const std::exception& problem) {
-        std::fflush(stdout);
-        std::fprintf(stderr, "tagport-lab: %s\n", problem.what());
+        lab::PrintError(problem.what());
         return lab::kExitFailed;
     }
 }

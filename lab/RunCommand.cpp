@@ -1,14 +1,16 @@
+// Connects a run's parts: stage, script, player and output.
 #include "lab/RunCommand.h"
 
-#include <cstdio>
 #include <random>
 
 #include "lab/ConfigCheck.h"
 #include "lab/Failure.h"
+#include "lab/Files.h"
 #include "lab/HumanOutput.h"
 #include "lab/ImageNotes.h"
 #include "lab/ImageTable.h"
 #include "lab/Player.h"
+#include "lab/Printable.h"
 #include "lab/Script.h"
 #include "lab/Terminal.h"
 
@@ -16,27 +18,26 @@ namespace lab {
 
 namespace {
 
-constexpr std::size_t kScriptLimit = 1 << 20;
-constexpr char kVisitName[] = "visit";  // the script that is played when none is given
-constexpr std::size_t kImageFrame = 3;  // bytes of an image that its length byte doesn't count
+constexpr char kVisitName[] = "visit";  // the script that runs when none is given
+constexpr std::size_t kImageFrame = 3;  // bytes of an image that its length byte does not count
 
-void Print(const std::string& text) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    std::fflush(stdout);
+/// One object as one line of JSON, in ASCII.
+std::string JsonLine(Json object) {
+    for (auto& field : object) {
+        if (field.is_string()) {
+            field = ValidUtf8(field.get_ref<const std::string&>());
+        }
+    }
+    return object.dump(-1, ' ', true) + "\n";
 }
 
-/// False, with one line on standard error, when no message can be filled.
-bool ConfigServes(const RunOptions& options) {
-    const ConfigReport report = CheckConfig(options.configDirectory, options.pcType);
-    UseConfigDirectory(options.configDirectory);
-    if (report.error) {
-        std::fprintf(stderr, "tagport-lab: %s\n", report.error->c_str());
-        return false;
+Script ReadScript(const RunOptions& options, const Stage& stage) {
+    if (!options.script) {
+        return ParseScript(kVisitName, stage.DefaultScript());
     }
-    if (report.warning) {
-        std::fprintf(stderr, "tagport-lab: warning: %s\n", report.warning->c_str());
-    }
-    return true;
+    const std::string& name = *options.script;
+    // The name is printed before each message about a line.
+    return ParseScript(name == "-" ? kStandardInput : Printable(name), ReadInput("--script", name));
 }
 
 void PrintTag(const std::string& memory, const Style& style) {
@@ -49,10 +50,10 @@ void PrintTag(const std::string& memory, const Style& style) {
     std::string text =
         "\n" + style.Bold("The tag at the end:") + "\n" + ImageTable(image, notes, style);
     if (notes.fault) {
-        text += style.Red("no good image") + ": offset " + std::to_string(notes.fault->offset) +
+        text += style.Red("not a valid image") + ": offset " + std::to_string(notes.fault->offset) +
                 ": " + notes.fault->check + "\n";
     }
-    Print(text);
+    WriteOutput(text);
 }
 
 void PrintSum(const Player& player, const Style& style) {
@@ -61,42 +62,36 @@ void PrintSum(const Player& player, const Style& style) {
         text += std::to_string(player.Events().Count(event)) + " of " + std::to_string(event) +
                 (event == 4 ? ".  " : ", ");
     }
-    Print(text +
-          (player.Failures() == 0 ? style.Green("Everything worked.")
-                                  : style.Red(std::to_string(player.Failures()) + " failed.")) +
-          "\n");
+    WriteOutput(text +
+                (player.Failures() == 0
+                     ? style.Green("Everything worked.")
+                     : style.Red(std::to_string(player.Failures()) + " failed.")) +
+                "\n");
 }
 
 }  // namespace
 
 int Run(const RunOptions& options) {
     const Style style = options.json ? Style(false) : Style::ForOutput();
-    // Never destroyed, like stage and player: the library's threads may tell them something until
-    // the process ends.
+    // Never destroyed, like stage and player: the library's threads may call them until the process
+    // ends.
     static const HumanOutput& human = *new HumanOutput(style, options.log, options.stage.bus);
     static const bool json = options.json;
-    static Recorder& recorder = *new Recorder([](const Json& object) {
-        Print(json ? object.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n"
-                   : human.Lines(object));
-    });
+    static Recorder& recorder = *new Recorder(
+        [](const Json& object) { WriteOutput(json ? JsonLine(object) : human.Lines(object)); });
     Stage& stage = MakeStage(options.stage, recorder);
     static Player& player =
         *new Player(stage, recorder, options.stage.seed.value_or(std::random_device{}()),
                     [](const std::string& text) {
                         if (!json) {
-                            Print(human.CommandLine(text));
+                            WriteOutput(human.CommandLine(text));
                         }
                     });
-    const Script script =
-        options.script ? ParseScript(*options.script == "-" ? "standard input" : *options.script,
-                                     ReadWhole(*options.script, kScriptLimit))
-                       : ParseScript(kVisitName, stage.DefaultScript());
+    const Script script = ReadScript(options, stage);
     player.Check(script);
 
     stage.ChooseClock();
-    if (!ConfigServes(options)) {
-        return kExitFailed;
-    }
+    UseConfiguration(options.configDirectory, options.pcType);
     stage.CreateDevices();
     player.Start(options.pcType);
     if (player.Failures() == 0 || options.script) {

@@ -1,4 +1,4 @@
-// tagport-lab run: a PC, a host, a script, and what happens.
+// tagport-lab run: plays a script on a PC and shows what happens.
 #pragma once
 
 #include <optional>
@@ -17,7 +17,7 @@ struct RunOptions {
     bool log = false;
 };
 
-/// The exit status. Throws WrongCall.
+/// Returns the exit status. Throws WrongCall.
 int Run(const RunOptions& options);
 
 }  // namespace lab

@@ -2,8 +2,9 @@
 // standard error.
 #include "lab/RunResults.h"
 
-#include <cstdio>
 #include <utility>
+
+#include "lab/Terminal.h"
 
 namespace lab {
 
@@ -50,8 +51,7 @@ void RunResults::RecordExpectedEvent(int event, bool came) {
 void RunResults::RecordFailedExpectation(const std::string& file, std::size_t line,
                                          const std::string& text, const std::string& problem) {
     ++m_failures;
-    std::fflush(stdout);
-    std::fprintf(stderr, "%s:%zu: %s: %s\n", file.c_str(), line, text.c_str(), problem.c_str());
+    PrintError(file + ":" + std::to_string(line) + ": " + text + ": " + problem);
 }
 
 }  // namespace lab

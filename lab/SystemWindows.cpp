@@ -1,4 +1,4 @@
-// What the program asks of the system itself, on Windows.
+// What the program needs from the operating system itself, on Windows.
 #include <fcntl.h>
 #include <io.h>
 
@@ -14,15 +14,13 @@ bool OutputIsTerminal() {
     return _isatty(_fileno(stdout)) != 0;
 }
 
-void UseBinaryStreams() {
+void PrepareStreams() {
     _setmode(_fileno(stdin), _O_BINARY);
     _setmode(_fileno(stdout), _O_BINARY);
 }
 
-void UseConfigDirectory(const std::string& directory) {
-    if (!directory.empty()) {
-        std::filesystem::current_path(directory);
-    }
+void UseConfigDirectory(const std::filesystem::path& directory) {
+    std::filesystem::current_path(directory);
 }
 
 }  // namespace lab

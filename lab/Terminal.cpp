@@ -1,81 +1,46 @@
+// Standard output and standard error. Nothing else of the program writes to them, except the report
+// of a run that can make no progress.
 #include "lab/Terminal.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <memory>
+#include <mutex>
 
 #include "lab/Failure.h"
+#include "lab/Printable.h"
 
 namespace lab {
 
-namespace {
-
-struct Closer {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, Closer>;
-
-[[noreturn]] void Fail(const std::string& name, const char* verb) {
-    throw WrongCall(name + ": cannot be " + verb + ": " + std::strerror(errno));
-}
-
-}  // namespace
-
 Style Style::ForOutput() {
-    return Style(OutputIsTerminal() && std::getenv("NO_COLOR") == nullptr);
+    const char* const terminal = std::getenv("TERM");
+    return Style(OutputIsTerminal() && std::getenv("NO_COLOR") == nullptr &&
+                 (terminal == nullptr || std::strcmp(terminal, "dumb") != 0));
 }
 
 std::string Style::Mark(const char* code, const std::string& text) const {
     return m_colours ? std::string("\033[") + code + "m" + text + "\033[0m" : text;
 }
 
-std::string ReadWhole(const std::string& name, std::size_t limit) {
-    File owned;
-    std::FILE* file = stdin;
-    if (name != "-") {
-        std::error_code ignored;
-        if (std::filesystem::is_directory(name, ignored)) {
-            throw WrongCall(name + ": is a directory");
-        }
-        owned.reset(std::fopen(name.c_str(), "rb"));
-        file = owned.get();
-        if (file == nullptr) {
-            Fail(name, "read");
-        }
+void WriteOutput(std::string_view bytes) {
+    // Held until the process ends after a failure, so that it is reported once.
+    static std::mutex mutex;
+    const std::lock_guard<std::mutex> guard(mutex);
+    if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) == bytes.size() &&
+        std::fflush(stdout) == 0) {
+        return;
     }
-    std::string bytes;
-    char buffer[4096];
-    while (bytes.size() < limit) {
-        const std::size_t count =
-            std::fread(buffer, 1, std::min(sizeof(buffer), limit - bytes.size()), file);
-        bytes.append(buffer, count);
-        if (count == 0) {
-            break;
-        }
-    }
-    if (std::ferror(file) != 0) {
-        Fail(name, "read");
-    }
-    return bytes;
+    const std::string cause = errno == EBADF ? "it is closed" : std::strerror(errno);
+    PrintError("standard output: cannot be written: " + cause);
+    // The caller may be a thread of the library, which no exception may reach.
+    std::_Exit(kExitFailed);
 }
 
-void WriteWhole(const std::string& name, std::string_view bytes) {
-    File owned;
-    std::FILE* file = stdout;
-    if (name != "-") {
-        owned.reset(std::fopen(name.c_str(), "wb"));
-        file = owned.get();
-        if (file == nullptr) {
-            Fail(name, "written");
-        }
-    }
-    if (std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size() ||
-        std::fflush(file) != 0) {
-        Fail(name, "written");
-    }
+void PrintError(std::string_view text) {
+    const std::string line = "tagport-lab: " + Printable(text) + "\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
+    std::fflush(stderr);
 }
 
 }  // namespace lab

@@ -1,5 +1,5 @@
-// The terminal, as far as the program cares: whether there is one, colours, and whole files. What
-// differs between systems stands in SystemHosted.cpp and SystemWindows.cpp.
+// Standard output and standard error: one way to write to each, and colours. What differs between
+// operating systems is in SystemHosted.cpp and SystemWindows.cpp.
 #pragma once
 
 #include <string>
@@ -10,14 +10,23 @@ namespace lab {
 /// True when standard output is a terminal.
 bool OutputIsTerminal();
 
-/// Standard input and output carry bytes as they are, line ends included.
-void UseBinaryStreams();
+/// To be called first. Standard input and output carry bytes unchanged, line ends included; writing
+/// to a closed standard output fails and does not end the process.
+void PrepareStreams();
 
-/// Marks on a text, on a terminal alone; elsewhere the text stays as it is.
+/// Writes to standard output and flushes it. When that fails, the process ends at once with one
+/// line on standard error and status 1. Any thread.
+void WriteOutput(std::string_view bytes);
+
+/// Writes one line to standard error, with the program's name before it. Control characters are
+/// shown escaped. Any thread.
+void PrintError(std::string_view text);
+
+/// Adds colours to text for a terminal; elsewhere the text stays as it is.
 class Style {
   public:
     explicit Style(bool colours) : m_colours(colours) {}
-    /// Colours when standard output is a terminal and NO_COLOR isn't set.
+    /// Colours when standard output is a terminal, TERM is not "dumb" and NO_COLOR is not set.
     static Style ForOutput();
 
     std::string Bold(const std::string& text) const { return Mark("1", text); }
@@ -31,12 +40,5 @@ class Style {
     std::string Mark(const char* code, const std::string& text) const;
     bool m_colours;
 };
-
-/// The bytes of a file, or of standard input for "-". WrongCall with the name when it cannot be
-/// read; `limit` bytes at most are read.
-std::string ReadWhole(const std::string& name, std::size_t limit);
-
-/// Writes a file, or standard output for "-". WrongCall with the name when it cannot.
-void WriteWhole(const std::string& name, std::string_view bytes);
 
 }  // namespace lab

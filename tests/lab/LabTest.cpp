@@ -1,8 +1,9 @@
-// tagport-lab as a person calls it: what it prints and how it ends. The script's parser and the
-// image's annotator are asked directly.
+// Tests tagport-lab from the outside: its output and its exit status. The parser of scripts and the
+// annotator of images are called directly.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -11,7 +12,6 @@
 #include <string>
 #include <vector>
 
-#include "lab/Failure.h"
 #include "lab/Hex.h"
 #include "lab/ImageCommand.h"
 #include "lab/ImageNotes.h"
@@ -24,16 +24,20 @@ struct Outcome {
     std::string text;  // both streams
 };
 
-Outcome Lab(const std::string& arguments, const std::string& input = {}) {
-    const std::string command = "cd " LAB_TREE " && printf '" + input + "' | timeout 60 " +
-                                LAB_PROGRAM " " + arguments + " 2>&1";
+// Runs a command of the shell in a directory of the test's own, with links to config/ and lab/.
+Outcome Shell(const std::string& command) {
     Outcome outcome;
-    std::FILE* pipe = popen(command.c_str(), "r");
+    std::FILE* pipe = popen(("exec 3>&1; cd " LAB_SCRATCH "; " + command).c_str(), "r");
     for (int byte = 0; (byte = std::fgetc(pipe)) != EOF;) {
         outcome.text += static_cast<char>(byte);
     }
     outcome.status = WEXITSTATUS(pclose(pipe));
     return outcome;
+}
+
+// `input` is a format of printf; `arguments` may redirect standard output.
+Outcome Lab(const std::string& arguments, const std::string& input = {}) {
+    return Shell("printf '" + input + "' | timeout 60 " LAB_PROGRAM " 2>&3 " + arguments);
 }
 
 constexpr char kWorkedImage[] =
@@ -57,7 +61,7 @@ TEST(Image, IsBuiltFromItsFieldsByteForByte) {
               "example.org/tap/sofa-handoff/start?via=keyboardtag");
 }
 
-// The lab's reader and the library's were written apart: on no image may they disagree.
+// The lab's reader is independent of the library's: they must agree on every image.
 TEST(Image, BothReadersAgreeOnEveryChangedByteAndEveryLength) {
     const std::string good = lab::FromHex(kWorkedImage, "worked");
     const auto compare = [](const std::string& image) {
@@ -87,33 +91,7 @@ TEST(Image, BothReadersAgreeOnEveryChangedByteAndEveryLength) {
     compare(good + std::string(151, '\0'));
 }
 
-TEST(Script, WrongLinesAreNamedWithWhatWouldBeRight) {
-    std::string nested;  // deep enough to end the stack of a reader that has no bound
-    for (int i = 0; i < 100'000; ++i) {
-        nested += "repeat 1\n";
-    }
-    const std::map<std::string, std::string> cases{
-        {"# only\n\n tap 5 # fine\njump\n", "f:4: unknown word \"jump\": tap, enter"},
-        {"wait soon", "f:1: \"soon\" is not a whole number"},
-        {"wait", "f:1: the line ends too early: wait MS"},
-        {"tap 5 6", "f:1: too much: \"6\""},
-        {"in 5 renew", "f:1: \"in\" cannot stand in front of \"renew\""},
-        {"on moon tap", "f:1: unknown route or chip \"moon\""},
-        {"renew 00FF", "f:1: value \"00FF\": 2 bytes: 32 are needed"},
-        {"write uri=x", "f:1: unknown field \"uri=x\""},
-        {"expect event 3 in 5", "f:1: \"within\" is missing"},
-        {"repeat 2\ntap", "f:1: \"repeat 2\" has no \"end\""},
-        {"end", "f:1: \"end\" without"},
-        {nested, "f:17: more than 16 \"repeat\"s"},
-    };
-    for (const auto& [text, expected] : cases) {
-        try {
-            lab::ParseScript("f", text);
-            ADD_FAILURE() << "taken: " << text;
-        } catch (const lab::WrongCall& problem) {
-            EXPECT_EQ(std::string(problem.what()).rfind(expected, 0), 0U) << problem.what();
-        }
-    }
+TEST(Script, CommandsKeepTheirPrefixesAndTheirNesting) {
     const lab::Script script = lab::ParseScript(
         "f", "repeat 2\n  repeat 3\n at 10 on i2c,fanli in 5 tap\n end\nend\nfault write#3=never");
     const lab::Command& tap = script.commands.at(0).body.at(0).body.at(0);
@@ -122,7 +100,7 @@ TEST(Script, WrongLinesAreNamedWithWhatWouldBeRight) {
     EXPECT_EQ(script.commands.at(1).argument, "write#3=never");
 }
 
-// Every route plays the worst day and ends well; the same seed gives the same objects.
+// Both scripts succeed on every route, and the same seed gives the same objects.
 TEST(Run, ASeedRepeatsARunAndEveryObjectHasItsThread) {
     const std::set<std::string> threads{"host", "interrupt", "defer", "keyboard", "number", "ble"};
     for (const char* route : {"i2c", "i2c --chip fanli", "usb", "hid", "ble"}) {
@@ -150,37 +128,106 @@ TEST(Run, ASeedRepeatsARunAndEveryObjectHasItsThread) {
     }
 }
 
-TEST(Lab, ExitStatusAndTextSayWhatHappened) {
-    const std::string uri(162, 'u');
+TEST(Lab, ExitStatusAndOutputSayWhatHappened) {
     const struct {
         std::string arguments;
         std::string input;
         int status;
         std::string text;  // stands in what is printed
     } calls[] = {
-        {"", "", 2, ""},
-        {"image build --url " + uri, "", 0, ""},
-        {"image build --url u" + uri, "", 2, "163 bytes: at most 162 fit"},
-        {"image build --url u --mac 0211", "", 2, "--mac \"0211\": 2 bytes: 6 are needed"},
-        {"image build --url u --pc-type 5", "", 2, ""},
+        {"image build --url " + std::string(162, 'u'), "", 0, ""},
         {"image show -", kWorkedImage, 0, ""},
         {"image show -", "0x03 0x66 0x91", 1, "refused: offset 1: TLV length is 102"},
-        {"image show -", "03 66\\n9g", 2, "standard input:2:2: 'g' is not"},
-        {"image show no-such-file", "", 2, "no-such-file: cannot be read"},
-        {"run --seed 1", "", 0, ""},
+        {"run --seed 18446744073709551615", "", 0, ""},
         {"run --seed 1 --chip silent", "", 1, ""},
-        {"run --seed 1 --route moon", "", 2, ""},
-        {"run --seed 1 --config lab", "", 1, "lab/config/NfcUri.ini: is not there"},
-        {kScript, "expect event 3 within 50", 1, "input:1: expect event 3 within 50: none came"},
-        {kScript, "update\\nexpect result FAIL", 1, "input:2: expect result FAIL: UpdateNfc"},
-        {kScript, "tap\\nfault write#0=never", 2, "input:2: fault "},
-        {kScript, "stop\\nupdate", 2, "input:2: update: there is no manager"},
+        {kScript, "%1048576s", 0, "Everything worked"},
+        {kScript, "write url=a\\0b\\033c", 0, "> write url=a\\x00b\\x1Bc\n"},
+        {"run --json --seed 1 --script -", "write url=a\\377\\nread-message", 0, R"("a\\xFF")"},
     };
     for (const auto& call : calls) {
         const Outcome outcome = Lab(call.arguments, call.input);
         EXPECT_EQ(outcome.status, call.status) << call.arguments << "\n" << outcome.text;
-        EXPECT_NE(outcome.text.find(call.text), std::string::npos)
-            << "not \"" << call.text << "\", but: " << outcome.text;
+        EXPECT_NE(outcome.text.find(call.text), std::string::npos) << call.text << outcome.text;
+    }
+}
+
+TEST(Lab, AFailureIsOneLineOnStandardError) {
+    Shell("mkdir -p pipe/config long/config; mkfifo pipe/config/NfcUri.ini 2>&-");
+    Shell("truncate -s 1048577 long/config/NfcUri.ini");
+    const std::string kQuiet = std::string(kScript) + " > /dev/null";
+    const std::string kLost = "standard output: cannot be written: ";
+    const auto control = [](unsigned char byte) { return byte < 0x20; };
+    const struct {
+        std::string arguments;
+        std::string input;
+        int status;
+        std::string text;  // stands in the line
+    } calls[] = {
+        {"jump", "", 2, "A subcommand is required: \"jump\" is unknown"},
+        {"image build --url u" + std::string(162, 'u'), "", 2, "--url: 163 bytes: at most 162 fit"},
+        {"image build --url u --mac 0211", "", 2, "--mac \"0211\": 2 bytes: 6 are needed"},
+        {"image build --url u -o no/x", "", 2, "-o no/x: cannot be created: No such file"},
+        {"image build --url u -o lab", "", 2, "-o lab: is a directory"},
+        {"image build --url u -o ''", "", 2, "-o \"\": a file name is needed"},
+        {"image build --url u > /dev/full", "", 1, kLost + "No space left on device"},
+        {"image show -", "03 66\\n9g", 2, "input:2:2: 'g' is not"},
+        {"image show -", "%1048577s", 2, "standard input: is longer than 1048576 bytes"},
+        {"image show - >&-", kWorkedImage, 1, kLost + "it is closed"},
+        {"image show no-such-file", "", 2, "no-such-file: is not there"},
+        {"--help > /dev/full", "", 1, kLost + "No space left on device"},
+        {"run --seed 1 >&-", "", 1, kLost + "it is closed"},
+        {"run --seed 1 --json > /dev/full", "", 1, kLost + "No space left on device"},
+        // More than a pipe holds, so that some of it finds no reader. The status is that of `true`.
+        {"run --seed 1 --json --script lab/scripts/bad-day.lab | true", "", 0,
+         kLost + "Broken pipe"},
+        {"run --seed 1 --route moon", "", 2, "--route: moon not in {"},
+        {"run --seed -1", "", 2, "--seed -1: a whole number from 0 to 18446744073709551615"},
+        {"run --seed 18446744073709551616", "", 2, "--seed 18446744073709551616: a whole number"},
+        {"run --config /dev/zero", "", 2, "--config /dev/zero: is not a directory"},
+        {"run --config pipe", "", 2, "pipe/config/NfcUri.ini: is not a regular file"},
+        {"run --config long", "", 2, "long/config/NfcUri.ini: is longer than 1048576 bytes"},
+        {"run --script lab", "", 2, "--script lab: is a directory"},
+        {"run --script /dev/zero", "", 2, "--script /dev/zero: is not a regular file"},
+        {kScript, "%1048577s", 2, "standard input: is longer than 1048576 bytes"},
+        {kScript, "a\\0\\033\\302\\233", 2, R"(input:1: unknown word "a\x00\x1B\xC2\x9B":)"},
+        {kScript, "# only\\n\\n tap 5 # fine\\njump", 2, "input:4: unknown word \"jump\": tap"},
+        {kScript, "wait soon", 2, "input:1: \"soon\" is not a whole number"},
+        {kScript, "wait", 2, "input:1: the line ends too early: wait MS"},
+        {kScript, "tap 5 6", 2, "input:1: too much: \"6\""},
+        {kScript, "in 5 renew", 2, "input:1: \"in\" cannot stand in front of \"renew\""},
+        {kScript, "on moon tap", 2, "input:1: unknown route or chip \"moon\""},
+        {kScript, "renew 00FF", 2, "input:1: value \"00FF\": 2 bytes: 32 are needed"},
+        {kScript, "write uri=x", 2, "input:1: unknown field \"uri=x\""},
+        {kScript, "expect event 3 in 5", 2, "input:1: \"within\" is missing"},
+        {kScript, "repeat 2\\ntap", 2, "input:1: \"repeat 2\" has no \"end\""},
+        {kScript, "end", 2, "input:1: \"end\" without"},
+        {kScript, "repeat 1\\n%.0s' $(seq 17) '", 2, "input:17: more than 16 \"repeat\"s"},
+        {kScript, "tap\\nfault write#0=never", 2, "input:2: fault "},
+        {kQuiet, "expect event 3 within 50", 1, "input:1: expect event 3 within 50: none came"},
+        {kQuiet, "update\\nexpect result FAIL", 1, "input:2: expect result FAIL: UpdateNfc"},
+        {kQuiet, "stop\\nupdate", 2, "input:2: update: there is no manager"},
+    };
+    for (const auto& call : calls) {
+        const Outcome outcome = Lab(call.arguments, call.input);
+        EXPECT_EQ(outcome.status, call.status) << call.arguments << "\n" << outcome.text;
+        EXPECT_EQ(outcome.text.rfind("tagport-lab: ", 0), 0U) << outcome.text;
+        EXPECT_NE(outcome.text.find(call.text), std::string::npos) << call.text << outcome.text;
+        EXPECT_EQ(std::count_if(outcome.text.begin(), outcome.text.end(), control), 1);
+    }
+}
+
+TEST(Lab, AFailedWriteLeavesTheOldFileAndNoOther) {
+    Shell("mkdir -p out; echo old > out/tag");
+    const Outcome run = Shell("trap '' XFSZ; ulimit -f 0; " LAB_PROGRAM
+                              " image build --url u -o out/tag 2>&3; cat out/*");
+    EXPECT_EQ(run.text, "tagport-lab: -o out/tag: cannot be written: File too large\nold\n");
+}
+
+TEST(Lab, ColoursNeedATerminalThatShowsThem) {
+    for (const std::string environment : {"TERM=xterm", "TERM=dumb", "TERM=xterm NO_COLOR=1"}) {
+        const Outcome run = Shell("unset NO_COLOR; " + environment +
+                                  " script -qec '" LAB_PROGRAM " run --seed 1' /dev/null");
+        EXPECT_EQ(run.text.find('\033') != std::string::npos, environment == "TERM=xterm");
     }
 }
 

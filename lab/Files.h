@@ -1,0 +1,28 @@
+// Whole files, read and written. Every failure names the option that the file belongs to, the path
+// and the cause.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace lab {
+
+constexpr std::size_t kInputLimit = std::size_t{1} << 20;  ///< bytes of any file that is read
+constexpr char kStandardInput[] = "standard input";        ///< how messages name "-"
+
+/// Why `path` cannot be read as a regular file of at most kInputLimit bytes. Never blocks.
+std::optional<std::string> FileProblem(const std::filesystem::path& path);
+
+/// Reads a regular file, or standard input for "-". `option` stands before the name in messages and
+/// may be empty. WrongCall when the file cannot be read or is longer than kInputLimit.
+std::string ReadInput(const std::string& option, const std::string& name);
+
+/// Writes a file completely or not at all: a regular file is replaced after everything is written.
+/// Devices and pipes are written directly. `place` begins each message. WrongCall when the file
+/// cannot be created, SystemFailure when writing fails.
+void WriteFile(const std::string& place, const std::filesystem::path& path, std::string_view bytes);
+
+}  // namespace lab
