@@ -1,3 +1,4 @@
+// Describes frames of the chips and of the keyboards in words.
 #include "lab/BusMeaning.h"
 
 #include <algorithm>

@@ -1,5 +1,6 @@
-// What the bytes on the way to a tag mean: the two chip formats, the keyboard's reports and its
-// frames. Plain: bytes in, a text out; it follows one route and remembers what was asked last.
+// Describes the bytes that travel to and from a tag: the two chip formats, the keyboard's reports
+// and its frames. No threads and no devices: bytes in, text out. One object follows one route and
+// remembers the last request.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +13,7 @@ enum class BusFormat { kChip, kReports, kFrames };
 
 class BusMeaning {
   public:
-    /// `extended`: a chip that speaks the format with four-byte heads.
+    /// `extended`: the chip uses the format with four-byte heads.
     BusMeaning(BusFormat format, bool extended) : m_format(format), m_extended(extended) {}
 
     BusFormat format() const { return m_format; }
@@ -27,8 +28,8 @@ class BusMeaning {
 
     BusFormat m_format;
     bool m_extended;
-    bool m_state = false;     // the last head asked for a state, not a register
-    unsigned m_register = 0;  // the last one addressed
+    bool m_state = false;     // the last request was for a state, not a register
+    unsigned m_register = 0;  // the last register that was addressed
 };
 
 }  // namespace lab

@@ -1,3 +1,4 @@
+// Turns events of the hosted layer and calls of the Bluetooth client into objects of the recorder.
 #include "lab/BusTrace.h"
 
 #include <utility>
@@ -9,7 +10,7 @@ namespace lab {
 
 namespace {
 
-// Locks that one thread alone takes, by their ranks' names.
+// Locks that only one thread takes, by the names of their ranks.
 constexpr char kDeferLockName[] = "g_deferMutex";
 constexpr char kNumberLockName[] = "m_staticWriteMutex";
 constexpr std::size_t kKeyboardReadSize = 64;
@@ -42,9 +43,9 @@ bool IsInterruptWait(const hosted::Request& request) {
            request.controlCode() == simulator::kControlInterrupt;
 }
 
-class Traced : public LinkDockService::BlePeer {
+class TracingPeer : public LinkDockService::BlePeer {
   public:
-    Traced(std::shared_ptr<BlePeer> peer, Recorder& recorder)
+    TracingPeer(std::shared_ptr<BlePeer> peer, Recorder& recorder)
         : m_peer(std::move(peer)), m_recorder(recorder) {}
 
     int Connect(std::uint64_t address) override {
@@ -96,7 +97,7 @@ class Traced : public LinkDockService::BlePeer {
 
 std::shared_ptr<LinkDockService::BlePeer> TracedPeer(std::shared_ptr<LinkDockService::BlePeer> peer,
                                                      Recorder& recorder) {
-    return std::make_shared<Traced>(std::move(peer), recorder);
+    return std::make_shared<TracingPeer>(std::move(peer), recorder);
 }
 
 void BusTrace::Add(hosted::ThreadId thread, hosted::Micros time, Json fields) {
@@ -130,7 +131,7 @@ void BusTrace::Take(const hosted::TraceEvent& event) {
         case Kind::kCancel: {
             Json object = BusObject("cancel");
             object["bytes"] = "";
-            object["meaning"] = std::string("take back a ") + Operation(*event.request);
+            object["meaning"] = std::string("cancel a ") + Operation(*event.request);
             Add(event.thread, event.time, std::move(object));
             break;
         }
@@ -198,7 +199,7 @@ void BusTrace::Done(const hosted::TraceEvent& event) {
                                                                : "no interrupt";
             break;
     }
-    // The thread that asked: its request may be ended by any other.
+    // Recorded for the thread that made the request: any other thread may complete it.
     Add(request.thread(), event.time, std::move(object));
 }
 

@@ -1,5 +1,5 @@
-// Records what goes over the bus of a simulated PC: the layer's requests, and the calls that reach
-// a Bluetooth keyboard. It also tells the recorder which thread is which.
+// Records the bus traffic of a simulated PC: the requests of the hosted layer and the calls that
+// reach a Bluetooth keyboard. It also names the threads in the recorder.
 #pragma once
 
 #include <atomic>
@@ -16,9 +16,9 @@ class BusTrace {
   public:
     BusTrace(Recorder& recorder, BusMeaning meaning) : m_recorder(recorder), m_meaning(meaning) {}
 
-    /// A tracer of the layer.
+    /// To be called for every event of the hosted layer's tracer.
     void Take(const hosted::TraceEvent& event);
-    /// Threads that have started and not ended. Asks nothing of the layer, so predicates may call
+    /// The number of threads that have started and not ended. Takes no lock, so predicates may call
     /// it.
     int Threads() const { return m_threads; }
 
@@ -28,11 +28,11 @@ class BusTrace {
     void Add(hosted::ThreadId thread, hosted::Micros time, Json fields);
 
     Recorder& m_recorder;
-    BusMeaning m_meaning;  // under the layer's device lock
+    BusMeaning m_meaning;  // guarded by hosted::DeviceLock
     std::atomic<int> m_threads{0};
 };
 
-/// Stands in front of a Bluetooth device and records the calls that reach it.
+/// Wraps a Bluetooth device and records the calls that reach it.
 std::shared_ptr<LinkDockService::BlePeer> TracedPeer(std::shared_ptr<LinkDockService::BlePeer> peer,
                                                      Recorder& recorder);
 

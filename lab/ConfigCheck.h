@@ -7,8 +7,8 @@
 
 namespace lab {
 
-/// Checks the configuration below `directory` (empty: the current one) and makes that directory the
-/// one in which the library looks. On Windows it becomes the process's current directory, so
+/// Checks `directory`/config/NfcUri.ini (empty: the current directory) and makes that directory the
+/// library's current one. On Windows it becomes the process's current directory, so
 /// relative names must be resolved before. `pcType` is 2, 5 or 8. Prints a warning when a message
 /// can be filled but its number will not be read back. WrongCall when no message can be filled.
 void UseConfiguration(const std::string& directory, int pcType);

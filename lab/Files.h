@@ -16,8 +16,8 @@ constexpr char kStandardInput[] = "standard input";        ///< how messages nam
 /// Why `path` cannot be read as a regular file of at most kInputLimit bytes. Never blocks.
 std::optional<std::string> FileProblem(const std::filesystem::path& path);
 
-/// Reads a regular file, or standard input for "-". `option` stands before the name in messages and
-/// may be empty. WrongCall when the file cannot be read or is longer than kInputLimit.
+/// Reads a regular file, or standard input for "-". Messages begin with `option`, which may be
+/// empty, and the name. WrongCall when the file cannot be read or is longer than kInputLimit.
 std::string ReadInput(const std::string& option, const std::string& name);
 
 /// Writes a file completely or not at all: a regular file is replaced after everything is written.

@@ -1,3 +1,4 @@
+// Drives a simulated phone, one step after the other, on the hosted clock.
 #include "lab/HeldPhone.h"
 
 #include <algorithm>
@@ -9,12 +10,12 @@ namespace lab {
 
 namespace {
 
-constexpr simulator::Micros kForGood = 365LL * 24 * 3600 * hosted::kSecond;
+constexpr simulator::Micros kStayForever = 365LL * 24 * 3600 * hosted::kSecond;
 
 }  // namespace
 
 HeldPhone::HeldPhone(simulator::TagRadio& tag, simulator::Phone::Reporter report)
-    : m_tag(tag), m_phone(tag, kForGood, std::move(report)) {}
+    : m_tag(tag), m_phone(tag, kStayForever, std::move(report)) {}
 
 void HeldPhone::Step() {
     if (m_away) {

@@ -1,4 +1,4 @@
-// A phone that is held to a tag until somebody takes it away.
+// A simulated phone that stays at a tag until it is taken away. Used by the simulated stage only.
 #pragma once
 
 #include <memory>
@@ -9,10 +9,10 @@ namespace lab {
 
 class HeldPhone : public std::enable_shared_from_this<HeldPhone> {
   public:
-    /// The tag must live as long as the process. The report comes under hosted::DeviceLock.
+    /// The tag must live as long as the process. `report` is called under hosted::DeviceLock.
     HeldPhone(simulator::TagRadio& tag, simulator::Phone::Reporter report);
 
-    // Under hosted::DeviceLock.
+    // The caller holds hosted::DeviceLock.
     void Step();
     void TakeAway();
 

@@ -1,3 +1,4 @@
+// Hexadecimal text.
 #include "lab/Hex.h"
 
 #include <array>
@@ -88,7 +89,7 @@ std::string FromHex(std::string_view text, const std::string& origin) {
         for (int half = 0; half < 2; ++half, ++position) {
             if (position == text.size() || IsBlank(text[position])) {
                 Fail(text, position - 1, origin,
-                     Shown(text[position - 1]) + " stands alone: a byte has two digits");
+                     Shown(text[position - 1]) + " has no second digit: a byte has two");
             }
             const std::optional<unsigned> digit = Digit(text[position]);
             if (!digit) {

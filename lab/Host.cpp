@@ -117,7 +117,7 @@ void Host::Connect(bool on) {
         m_results.Record("SetMcuKbConnectStatus", Manager().SetMcuKbConnectStatus(on));
     } else {
         throw WrongCall("nothing can be connected on the " + m_stage.Route() +
-                        " route: \"on hid,ble\" in front would be right");
+                        " route: \"on hid,ble\" before it would be right");
     }
 }
 

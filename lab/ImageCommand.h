@@ -1,4 +1,4 @@
-// tagport-lab image: makes an image from its fields, and takes any image apart.
+// tagport-lab image: builds an image from its fields and takes any image apart.
 #pragma once
 
 #include <optional>
@@ -9,10 +9,10 @@ namespace lab {
 
 struct ImageBuildOptions {
     std::optional<std::string> url;
-    std::optional<std::string> mac;  ///< hexadecimal, as the two below
+    std::optional<std::string> mac;  ///< hexadecimal, like the next two
     std::optional<std::string> number;
     std::optional<std::string> model;
-    std::optional<int> pcType;  ///< URL and model come from the configuration instead
+    std::optional<int> pcType;  ///< URL and model come from the configuration
     std::string configDirectory;
     std::string output = "-";
     std::string format = "hex";
@@ -23,14 +23,14 @@ struct ImageShowOptions {
     std::string format = "auto";
 };
 
-/// What the library's own reader says to an image.
+/// The result of the library's own reader for an image.
 struct LibraryVerdict {
     bool accepted = false;
     std::vector<std::string> log;
 };
 LibraryVerdict AskLibrary(std::string_view image);
 
-// Both give the exit status and throw WrongCall.
+// Both return the exit status and throw WrongCall or SystemFailure.
 int BuildImage(const ImageBuildOptions& options);
 int ShowImage(const ImageShowOptions& options);
 

@@ -1,3 +1,4 @@
+// Takes a tag image apart. Uses the layout of tagimage/ImageFormat.h and no code of the reader.
 #include "lab/ImageNotes.h"
 
 #include <algorithm>
@@ -13,7 +14,7 @@ using namespace imageformat;
 
 namespace {
 
-// The reader's own bounds.
+// Limits of the library's reader.
 constexpr std::size_t kMaxReadLength = 253;
 constexpr std::size_t kMinPayload = kUriHeadSize;
 
@@ -29,7 +30,7 @@ std::string Count(std::size_t count, const char* unit = "byte") {
     return std::to_string(count) + " " + unit + (count == 1 ? "" : "s");
 }
 
-/// Where the second record begins, as the reader computes it.
+/// The offset of the second record, computed as the library's reader does.
 std::size_t SecondRecord(std::string_view image) {
     return kPayloadOffset + kUriHeadSize + ByteAt(image, kPayloadOffset + kBodyCountOffset);
 }
@@ -38,7 +39,7 @@ std::optional<ImageFault> FrameFault(std::string_view image) {
     if (image.size() < kFrameSize || image.size() > kMaxImageSize) {
         return ImageFault{0, "the image has " + Count(image.size()) + ": " +
                                  std::to_string(kFrameSize) + " to " +
-                                 std::to_string(kMaxImageSize) + " are taken"};
+                                 std::to_string(kMaxImageSize) + " are accepted"};
     }
     if (ByteAt(image, kTagOffset) != kNdefMessageTag) {
         return ImageFault{
@@ -80,11 +81,11 @@ std::optional<ImageFault> UriFault(std::string_view image) {
     const std::size_t count = ByteAt(image, countAt);
     if (count == 0 || count > length) {
         return ImageFault{countAt, "URI payload length is " + std::to_string(count) + ": 1 to " +
-                                       std::to_string(length) + " would do"};
+                                       std::to_string(length) + " are allowed"};
     }
     const std::size_t prefixAt = kPayloadOffset + kPrefixOffset;
     if (length <= kPrefixOffset) {
-        return ImageFault{prefixAt, "the image ends in front of the URI identifier code"};
+        return ImageFault{prefixAt, "the image ends before the URI identifier code"};
     }
     if (ByteAt(image, prefixAt) != kHttpsPrefix) {
         return ImageFault{prefixAt, "URI identifier code is " + Byte(image, prefixAt) + ", not " +
@@ -103,11 +104,11 @@ std::optional<ImageFault> MimeFault(std::string_view image) {
     if (second > end) {
         const std::size_t countAt = kPayloadOffset + kBodyCountOffset;
         return ImageFault{countAt, "URI payload length is " + Byte(image, countAt) +
-                                       ": the record would end behind the message"};
+                                       ": the record would end after the message"};
     }
     const std::size_t left = end - second;
     if (left == 0) {
-        return ImageFault{second, "nothing stands behind the URI record"};
+        return ImageFault{second, "there is nothing after the URI record"};
     }
     if (ByteAt(image, second) != kMimeRecord) {
         return ImageFault{second, "media-type record begins with " + Byte(image, second) +
@@ -122,7 +123,7 @@ std::optional<ImageFault> MimeFault(std::string_view image) {
     if (kTypeOffset + typeLen > left) {
         return ImageFault{typeAt, "media type length is " + std::to_string(typeLen) +
                                       ": the record has " + Count(left - kTypeOffset) +
-                                      " behind its head"};
+                                      " after its head"};
     }
     if (typeLen == 0) {
         return ImageFault{typeAt, "media type length is 0"};
@@ -138,13 +139,13 @@ std::optional<ImageFault> MimeFault(std::string_view image) {
     return std::nullopt;
 }
 
-/// Names the bytes from the front, each field cut at the end of what is there.
-class Walk {
+/// Names the bytes in order. The last field ends where the image ends.
+class FieldNamer {
   public:
-    Walk(std::string_view image, std::vector<ImageField>& fields)
+    FieldNamer(std::string_view image, std::vector<ImageField>& fields)
         : m_image(image), m_fields(fields) {}
 
-    /// Fields before `end` only. Gives the byte of a one-byte field, 0 when there is none.
+    /// Names the next bytes, up to the end. Returns the first of them, 0 when there is none.
     std::uint8_t Take(std::size_t size, const std::string& name, const std::string& meaning = {}) {
         const std::size_t there = std::min(size, m_end > m_at ? m_end - m_at : 0);
         if (there == 0) {
@@ -171,7 +172,7 @@ std::string Number(std::string_view bytes, const char* what) {
     return bytes.empty() ? std::string() : std::to_string(ByteAt(bytes, 0)) + " " + what;
 }
 
-/// A text as it can be printed.
+/// The text in quotes, with every byte that is not printable ASCII escaped.
 std::string Text(std::string_view bytes) {
     std::string text = "\"";
     for (const char character : bytes) {
@@ -186,38 +187,38 @@ std::string Text(std::string_view bytes) {
 }
 
 void NameFields(std::string_view image, std::vector<ImageField>& fields) {
-    Walk walk(image, fields);
+    FieldNamer namer(image, fields);
     if (image.size() >= kFrameSize) {
-        walk.SetEnd(image.size() - 1);  // the last byte is the terminator, wherever that is
+        namer.SetEnd(image.size() - 1);  // the last byte is the terminator
     }
-    walk.Take(1, "TLV tag", "an NDEF message");
-    walk.Take(1, "TLV length", Number(walk.Ahead(1), "bytes of records"));
-    walk.Take(1, "URI record", "first record, short, well-known type");
-    walk.Take(1, "URI type length");
-    const std::size_t count =
-        walk.Take(1, "URI payload length", Number(walk.Ahead(1), "bytes, identifier code counted"));
-    walk.Take(1, "URI type", Text(walk.Ahead(1)));
+    namer.Take(1, "TLV tag", "an NDEF message");
+    namer.Take(1, "TLV length", Number(namer.Ahead(1), "bytes of records"));
+    namer.Take(1, "URI record", "first record, short, well-known type");
+    namer.Take(1, "URI type length");
+    const std::size_t count = namer.Take(1, "URI payload length",
+                                         Number(namer.Ahead(1), "bytes, identifier code counted"));
+    namer.Take(1, "URI type", Text(namer.Ahead(1)));
     if (count > 0) {
-        walk.Take(1, "URI identifier code", walk.Ahead(1) == "\x04" ? "https://" : "");
-        walk.Take(count - 1, "URI text", Text(walk.Ahead(count - 1)));
+        namer.Take(1, "URI identifier code", namer.Ahead(1) == "\x04" ? "https://" : "");
+        namer.Take(count - 1, "URI text", Text(namer.Ahead(count - 1)));
     }
-    walk.Take(1, "media record", "last record, short, media type");
-    const std::size_t typeLen = walk.Take(1, "media type length", Number(walk.Ahead(1), "bytes"));
-    const std::size_t body = walk.Take(1, "media payload length", Number(walk.Ahead(1), "bytes"));
-    walk.Take(typeLen, "media type", Text(walk.Ahead(typeLen)));
+    namer.Take(1, "media record", "last record, short, media type");
+    const std::size_t typeLen = namer.Take(1, "media type length", Number(namer.Ahead(1), "bytes"));
+    const std::size_t body = namer.Take(1, "media payload length", Number(namer.Ahead(1), "bytes"));
+    namer.Take(typeLen, "media type", Text(namer.Ahead(typeLen)));
     std::size_t left = body;
-    const auto part = [&walk, &left](std::size_t size, const char* name) {
-        walk.Take(std::min(size, left), name);
+    const auto part = [&namer, &left](std::size_t size, const char* name) {
+        namer.Take(std::min(size, left), name);
         left -= std::min(size, left);
     };
     part(kVersionSize, "version");
     part(kMacSize, "MAC address");
     part(kNumberSize, "random number");
     part(kModelSize, "PC model");
-    walk.Take(left, "payload behind the model", "not looked at");
-    walk.Take(image.size(), "behind the records", "not looked at");
-    walk.SetEnd(image.size());
-    walk.Take(1, "terminator");
+    namer.Take(left, "payload after the model", "not checked");
+    namer.Take(image.size(), "after the records", "not checked");
+    namer.SetEnd(image.size());
+    namer.Take(1, "terminator");
 }
 
 std::vector<std::string> Remarks(std::string_view image) {

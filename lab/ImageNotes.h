@@ -1,5 +1,5 @@
-// What each byte of a tag image is, and the first check of the reader that a bad image fails.
-// Written beside the library's reader, not on top of it, so that the two can be compared.
+// Names each byte of a tag image and the first check that a bad image fails. Independent of the
+// library's reader, so that the two can be compared.
 #pragma once
 
 #include <cstddef>
@@ -14,21 +14,21 @@ struct ImageField {
     std::size_t offset = 0;
     std::size_t size = 0;
     std::string name;
-    std::string meaning;  ///< of these bytes; empty where the bytes say it all
+    std::string meaning;  ///< what the bytes mean; empty when the name is enough
 };
 
 struct ImageFault {
     std::size_t offset = 0;
-    std::string check;  ///< what was looked at, what stands there and what may
+    std::string check;  ///< the field, its value, and the values that are allowed
 };
 
 struct ImageNotes {
-    std::vector<ImageField> fields;    ///< in order; together they cover every byte once
-    std::optional<ImageFault> fault;   ///< nothing: the reader takes the image
-    std::vector<std::string> remarks;  ///< what is unusual and taken all the same
+    std::vector<ImageField> fields;    ///< in order; every byte belongs to exactly one field
+    std::optional<ImageFault> fault;   ///< empty: the image is accepted
+    std::vector<std::string> remarks;  ///< what is unusual but accepted
 };
 
-/// For any bytes, good or bad. A bad image's fields are named as far as they can be guessed.
+/// Takes any bytes. The fields of a bad image are named as far as they can be guessed.
 ImageNotes AnnotateImage(std::string_view image);
 
 }  // namespace lab

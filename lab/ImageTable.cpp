@@ -1,3 +1,4 @@
+// Formats an annotated tag image. Prints nothing.
 #include "lab/ImageTable.h"
 
 #include <algorithm>
@@ -11,7 +12,7 @@ namespace lab {
 namespace {
 
 constexpr std::size_t kBytesInLine = 16;
-constexpr std::size_t kFirstRegister = 16;  // of the chip: the image's offset 0
+constexpr std::size_t kFirstRegister = 16;  // the chip's register that holds the image's first byte
 constexpr int kBytesWidth = static_cast<int>(kBytesInLine) * 3 - 1;
 
 }  // namespace

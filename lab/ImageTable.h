@@ -1,4 +1,4 @@
-// An annotated tag image as lines for people.
+// Formats an annotated tag image as a table for people.
 #pragma once
 
 #include <string>
@@ -9,7 +9,8 @@
 
 namespace lab {
 
-/// One line or more a field: offset, chip register, bytes, field. A fault is marked where it lies.
+/// One or more lines per field: offset, chip register, bytes, field. The field with the fault is
+/// marked.
 std::string ImageTable(std::string_view image, const ImageNotes& notes, const Style& style);
 
 }  // namespace lab

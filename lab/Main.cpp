@@ -90,7 +90,7 @@ int Main(int count, char** arguments) {
         app.parse(count, arguments);
     } catch (const CLI::ParseError& problem) {
         if (problem.get_exit_code() != static_cast<int>(CLI::ExitCodes::Success)) {
-            // A missing subcommand is reported without the word that stands in its place.
+            // The parser's message does not contain the word in the subcommand's place.
             const std::vector<std::string> rest = app.remaining(true);
             const bool unknown = problem.get_name() == "RequiredError" && !rest.empty();
             throw lab::WrongCall(problem.what() +

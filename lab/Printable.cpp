@@ -48,6 +48,19 @@ bool IsControl(std::uint32_t code) {
     return code < 0x20 || (code >= 0x7F && code < 0xA0);
 }
 
+std::string EscapedByte(char byte) {
+    switch (byte) {
+        case '\n':
+            return "\\n";
+        case '\r':
+            return "\\r";
+        case '\t':
+            return "\\t";
+        default:
+            return "\\x" + ToHex(std::string_view(&byte, 1));
+    }
+}
+
 std::string Escape(std::string_view text, bool controls) {
     std::string shown;
     while (!text.empty()) {
@@ -55,7 +68,7 @@ std::string Escape(std::string_view text, bool controls) {
         const std::size_t size = std::max<std::size_t>(character.size, 1);
         if (character.size == 0 || (controls && IsControl(character.code))) {
             for (const char byte : text.substr(0, size)) {
-                shown += "\\x" + ToHex(std::string_view(&byte, 1));
+                shown += EscapedByte(byte);
             }
         } else {
             shown += text.substr(0, size);

@@ -6,8 +6,8 @@
 
 namespace lab {
 
-/// Shows each control character, NUL included, and each byte that is not UTF-8 as \xNN. Everything
-/// else stays, so that a second pass changes nothing.
+/// Shows each control character, NUL included, and each byte that is not UTF-8 as \n, \r, \t or
+/// \xNN. Everything else stays unchanged, so that a second pass changes nothing.
 std::string Printable(std::string_view text);
 
 /// Shows only the bytes that are not UTF-8 as \xNN.

@@ -1,18 +1,20 @@
+// Names the threads of a run and keeps the objects of those that have no name yet.
 #include "lab/Recorder.h"
 
 #include <array>
+#include <cstdio>
 #include <utility>
 
 namespace lab {
 
 namespace {
 
-struct Clue {
-    const char* text;
+// A line of the log that only one thread writes, by its beginning.
+struct ThreadLine {
+    const char* beginning;
     const char* thread;
 };
-// Lines that one thread alone writes.
-constexpr std::array<Clue, 10> kClues{{
+constexpr std::array<ThreadLine, 10> kThreadLines{{
     {"NFC Wait For Kernel Interrupt...", kInterruptThread},
     {"NFC DeviceIoControl Failed: ", kInterruptThread},
     {"NFC WaitOnInterruptLoop return", kInterruptThread},
@@ -25,7 +27,7 @@ constexpr std::array<Clue, 10> kClues{{
     {"[NFC] start size:", kBleThread},
 }};
 
-Json Stamped(double milliseconds, const std::string& thread, Json fields) {
+Json WithTimeAndThread(double milliseconds, const std::string& thread, Json fields) {
     Json object;
     object["t"] = milliseconds;
     object["thread"] = thread;
@@ -41,10 +43,10 @@ void Recorder::Add(ThreadKey key, double milliseconds, Json fields) {
         return;
     }
     Thread& thread = m_threads[key];
-    Json object =
-        Stamped(milliseconds, thread.name == nullptr ? "" : thread.name, std::move(fields));
+    Json object = WithTimeAndThread(milliseconds, thread.name == nullptr ? "" : thread.name,
+                                    std::move(fields));
     if (thread.name == nullptr) {
-        thread.waiting.push_back(std::move(object));
+        thread.kept.push_back(std::move(object));
     } else {
         m_output(object);
     }
@@ -53,7 +55,7 @@ void Recorder::Add(ThreadKey key, double milliseconds, Json fields) {
 void Recorder::AddNamed(const char* name, double milliseconds, Json fields) {
     const std::lock_guard<std::mutex> guard(m_mutex);
     if (!m_finished) {
-        m_output(Stamped(milliseconds, name, std::move(fields)));
+        m_output(WithTimeAndThread(milliseconds, name, std::move(fields)));
     }
 }
 
@@ -65,11 +67,11 @@ void Recorder::Name(Thread& thread, const char* name) {
     if (thread.routine != nullptr) {
         m_routines[thread.routine] = name;
     }
-    for (Json& object : thread.waiting) {
+    for (Json& object : thread.kept) {
         object["thread"] = name;
         m_output(object);
     }
-    thread.waiting.clear();
+    thread.kept.clear();
 }
 
 void Recorder::NameThread(ThreadKey key, const char* name) {
@@ -90,9 +92,9 @@ void Recorder::ThreadStarted(ThreadKey key, const void* routine) {
 }
 
 void Recorder::NameThreadByLogLine(ThreadKey key, const std::string& line) {
-    for (const Clue& clue : kClues) {
-        if (line.rfind(clue.text, 0) == 0) {
-            NameThread(key, clue.thread);
+    for (const ThreadLine& one : kThreadLines) {
+        if (line.rfind(one.beginning, 0) == 0) {
+            NameThread(key, one.thread);
             return;
         }
     }
@@ -101,11 +103,11 @@ void Recorder::NameThreadByLogLine(ThreadKey key, const std::string& line) {
 void Recorder::Finish() {
     const std::lock_guard<std::mutex> guard(m_mutex);
     for (auto& [key, thread] : m_threads) {
-        for (Json& object : thread.waiting) {
+        for (Json& object : thread.kept) {
             object["thread"] = "thread " + std::to_string(key);
             m_output(object);
         }
-        thread.waiting.clear();
+        thread.kept.clear();
     }
     m_finished = true;
 }
@@ -113,8 +115,14 @@ void Recorder::Finish() {
 std::string Narrow(const std::wstring& line) {
     std::string text;
     for (const wchar_t character : line) {
-        // The library's lines are ASCII; whatever else comes is marked, not guessed at.
-        text += character > 0 && character < 0x80 ? static_cast<char>(character) : '?';
+        const auto code = static_cast<std::uint32_t>(character);
+        if (code < 0x80) {
+            text += static_cast<char>(character);
+            continue;
+        }
+        std::array<char, 16> escape{};
+        std::snprintf(escape.data(), escape.size(), "\\u%04X", static_cast<unsigned>(code));
+        text += escape.data();
     }
     return text;
 }

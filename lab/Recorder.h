@@ -1,6 +1,6 @@
-// Collects what happens, on whatever thread, and gives each object to the output under its
-// thread's right name. The library's threads are unnamed; a thread's objects wait here until the
-// first deed that tells which one it is, so that the order of each thread is kept.
+// Collects the objects of a run from all threads and passes each one to the output with the name of
+// its thread. The library's threads have no names: the objects of a thread are kept here until the
+// thread does something that identifies it. The order of the objects of one thread is kept.
 #pragma once
 
 #include <cstdint>
@@ -26,35 +26,35 @@ constexpr char kBleThread[] = "ble";
 
 class Recorder {
   public:
-    /// `output` is called under the recorder's lock, one object at a time.
+    /// Receives one object at a time, under the recorder's lock.
     using Output = std::function<void(const Json& object)>;
     explicit Recorder(Output output) : m_output(std::move(output)) {}
 
-    // Each may be called on any thread; none calls back into the layer.
+    // Each function may be called on any thread. None calls the platform layer.
 
-    /// `fields` begins with "kind"; time and thread are put in front.
+    /// `fields` begins with "kind". Time and thread are added before it.
     void Add(ThreadKey thread, double milliseconds, Json fields);
 
-    /// Under a fixed name, whatever thread it is.
+    /// Adds an object under a fixed thread name, whatever the calling thread is.
     void AddNamed(const char* name, double milliseconds, Json fields);
 
-    /// Takes the first name that a thread is given; later ones are ignored. Every thread with the
-    /// same routine, null for none, has the same name from then on.
+    /// Names a thread; later names for it are ignored. Threads that start later with the same
+    /// routine get the same name.
     void NameThread(ThreadKey thread, const char* name);
     void ThreadStarted(ThreadKey thread, const void* routine);
 
-    /// A line of the log tells the thread too, where it had no other deed.
+    /// Names the thread if only one thread writes this line of the log.
     void NameThreadByLogLine(ThreadKey thread, const std::string& line);
 
-    /// Gives out what still waits; a thread that never told is called "thread N". What comes later
-    /// is dropped.
+    /// Passes on what is still kept; a thread without a name is called "thread N". Objects that are
+    /// added later are dropped.
     void Finish();
 
   private:
     struct Thread {
         const char* name = nullptr;
         const void* routine = nullptr;
-        std::vector<Json> waiting;
+        std::vector<Json> kept;  // until the thread has a name
     };
 
     void Name(Thread& thread, const char* name);
@@ -66,7 +66,7 @@ class Recorder {
     bool m_finished = false;
 };
 
-/// A line of the log as 8-bit text.
+/// A line of the log as 8-bit text. Characters above 127 are shown as \uNNNN.
 std::string Narrow(const std::wstring& line);
 
 }  // namespace lab

@@ -1,4 +1,4 @@
-// The simulated PC behind the hosted layer.
+// The simulated PC on the hosted layer.
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -27,7 +27,7 @@ constexpr unsigned kFirstImageRegister = 16;
 constexpr hosted::Micros kThreadEndBound = 5 * hosted::kSecond;
 constexpr char kNoFaults[] = "none";
 
-// The payload of the media-type record, as a phone takes it apart.
+// The fields of the media-type record's payload, as a phone reads them.
 struct PayloadField {
     const char* name;
     std::size_t size;
@@ -44,7 +44,7 @@ double ToMilliseconds(hosted::Micros time) {
     return static_cast<double>(time) / static_cast<double>(hosted::kMillisecond);
 }
 
-void SinkLog(int level, const std::wstring& line, void* context) {
+void RecordLogLine(int level, const std::wstring& line, void* context) {
     auto& recorder = *static_cast<Recorder*>(context);
     const ThreadKey thread = hosted::CurrentThread();
     const std::string text = Narrow(line);
@@ -79,7 +79,8 @@ Json PhoneObject(const simulator::PhoneReport& report) {
     return object;
 }
 
-// Faults of the Bluetooth client: "write#2, connect#1", each a call and its number from now on.
+// Faults of the Bluetooth client, as in "write#2, connect#1": a call and its number, counted from
+// now.
 struct BleFault {
     LinkDockService::BleCall call;
     unsigned nth;
@@ -161,13 +162,13 @@ class HostedStage : public Stage {
             std::fflush(stdout);
             std::fprintf(stderr, "tagport-lab: the run can make no progress\n%s", report.c_str());
             std::fflush(stderr);
-            std::_Exit(kExitFailed);  // every thread waits for good: nothing can be ended in order
+            std::_Exit(kExitFailed);  // every thread is blocked: no orderly end is possible
         });
     }
 
     void CreateDevices() override {
         m_recorder.NameThread(hosted::CurrentThread(), kHostThread);
-        TraceLogger::SetSink(SinkLog, &m_recorder);
+        TraceLogger::SetSink(RecordLogLine, &m_recorder);
         hosted::SetTracer([this](const hosted::TraceEvent& event) { m_bus.Take(event); });
         m_pc = std::make_unique<simulator::SimulatedPc>(std::vector<PcRoute>{m_route}, m_chipName);
         TraceBluetooth();
@@ -182,7 +183,7 @@ class HostedStage : public Stage {
     std::uint64_t KeyboardAddress() const override { return simulator::kDefaultBleAddress; }
 
     std::string DefaultScript() const override {
-        // An unknown chip reports no visits, only that something happened.
+        // An unknown chip raises an interrupt only; it does not report visits.
         return Chip() == "like-fanli" ? "tap 1500\nexpect event 4 within 1000\n"
                                       : "tap 1500\nexpect event 3 within 0\n"
                                         "expect event 1 within 0\n";
@@ -270,7 +271,7 @@ class HostedStage : public Stage {
     }
 
     void WaitForThreads() override {
-        // The deferred call thread stays blocked after a stop.
+        // The deferred call thread stays blocked after the last manager is released.
         hosted::WaitFor([this] { return m_bus.Threads() <= 1; }, kThreadEndBound,
                         "the threads that end with the last manager");
     }
@@ -313,7 +314,7 @@ class HostedStage : public Stage {
     BusTrace m_bus;
     PcRoute m_route = PcRoute::kI2c;
     std::unique_ptr<simulator::SimulatedPc> m_pc;
-    std::shared_ptr<HeldPhone> m_phone;  // under hosted::DeviceLock
+    std::shared_ptr<HeldPhone> m_phone;  // guarded by hosted::DeviceLock
 };
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The real drivers of a Windows PC: what needs simulated devices is refused.
+// The real drivers of a Windows PC. Options and commands that need simulated devices are refused.
 #include <chrono>
 #include <thread>
 
@@ -11,12 +11,11 @@ namespace lab {
 
 namespace {
 
-constexpr std::int64_t kLookAgain = 5;  // milliseconds between two looks at a predicate
+constexpr std::int64_t kPollInterval = 5;  // milliseconds between two evaluations of a predicate
 
 [[noreturn]] void Refuse(const std::string& what) {
-    throw WrongCall(what +
-                    " needs simulated devices, which this build does not have: it drives "
-                    "the PC's own");
+    throw WrongCall(
+        what + " needs simulated devices, which this build does not have: it uses the PC's own");
 }
 
 class WindowsStage : public Stage {
@@ -37,7 +36,7 @@ class WindowsStage : public Stage {
     void ChooseClock() override {}
     void CreateDevices() override {
         m_recorder.NameThread(Thread(), kHostThread);
-        TraceLogger::SetSink(&WindowsStage::SinkLog, this);
+        TraceLogger::SetSink(&WindowsStage::RecordLogLine, this);
     }
 
     std::string Route() const override { return "the PC's own"; }
@@ -60,7 +59,7 @@ class WindowsStage : public Stage {
             if (Now() >= end) {
                 return false;
             }
-            std::this_thread::sleep_for(std::chrono::milliseconds(kLookAgain));
+            std::this_thread::sleep_for(std::chrono::milliseconds(kPollInterval));
         }
         return true;
     }
@@ -77,7 +76,7 @@ class WindowsStage : public Stage {
     void WaitForThreads() override {}
 
   private:
-    static void SinkLog(int level, const std::wstring& line, void* context) {
+    static void RecordLogLine(int level, const std::wstring& line, void* context) {
         auto& self = *static_cast<WindowsStage*>(context);
         const ThreadKey thread = self.Thread();
         const std::string text = Narrow(line);

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 #include <string>
@@ -15,13 +14,14 @@
 #include "lab/Hex.h"
 #include "lab/ImageCommand.h"
 #include "lab/ImageNotes.h"
+#include "lab/Recorder.h"
 #include "lab/Script.h"
 
 namespace {
 
 struct Outcome {
     int status = -1;
-    std::string text;  // both streams
+    std::string text;  // of both streams
 };
 
 // Runs a command of the shell in a directory of the test's own, with links to config/ and lab/.
@@ -129,17 +129,17 @@ TEST(Run, ASeedRepeatsARunAndEveryObjectHasItsThread) {
 }
 
 TEST(Lab, ExitStatusAndOutputSayWhatHappened) {
+    EXPECT_EQ(lab::Narrow(L"caf\u00E9\n"), "caf\\u00E9\n");
     const struct {
         std::string arguments;
         std::string input;
         int status;
-        std::string text;  // stands in what is printed
+        std::string text;  // a part of the output
     } calls[] = {
         {"image build --url " + std::string(162, 'u'), "", 0, ""},
         {"image show -", kWorkedImage, 0, ""},
         {"image show -", "0x03 0x66 0x91", 1, "refused: offset 1: TLV length is 102"},
-        {"run --seed 18446744073709551615", "", 0, ""},
-        {"run --seed 1 --chip silent", "", 1, ""},
+        {"run --seed 18446744073709551615 --chip silent", "", 1, "failed."},
         {kScript, "%1048576s", 0, "Everything worked"},
         {kScript, "write url=a\\0b\\033c", 0, "> write url=a\\x00b\\x1Bc\n"},
         {"run --json --seed 1 --script -", "write url=a\\377\\nread-message", 0, R"("a\\xFF")"},
@@ -161,7 +161,7 @@ TEST(Lab, AFailureIsOneLineOnStandardError) {
         std::string arguments;
         std::string input;
         int status;
-        std::string text;  // stands in the line
+        std::string text;  // a part of the line
     } calls[] = {
         {"jump", "", 2, "A subcommand is required: \"jump\" is unknown"},
         {"image build --url u" + std::string(162, 'u'), "", 2, "--url: 163 bytes: at most 162 fit"},
