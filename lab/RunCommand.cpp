@@ -31,11 +31,7 @@ std::string JsonLine(Json object) {
     return object.dump(-1, ' ', true) + "\n";
 }
 
-Script ReadScript(const RunOptions& options, const Stage& stage) {
-    if (!options.script) {
-        return ParseScript(kVisitName, stage.DefaultScript());
-    }
-    const std::string& name = *options.script;
+Script ReadScript(const std::string& name) {
     // The name is printed before each message about a line.
     return ParseScript(name == "-" ? kStandardInput : Printable(name), ReadInput("--script", name));
 }
@@ -87,7 +83,8 @@ int Run(const RunOptions& options) {
                             WriteOutput(human.CommandLine(text));
                         }
                     });
-    const Script script = ReadScript(options, stage);
+    const Script script = options.script ? ReadScript(*options.script)
+                                         : ParseScript(kVisitName, stage.DefaultScript());
     player.Check(script);
 
     stage.ChooseClock();
