@@ -1,4 +1,4 @@
-// How a manager comes to be, and what its operations give when none of what they need is there.
+// How a manager is made, and what its operations give when what they need does not exist.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -26,47 +26,48 @@ std::shared_ptr<NdefMessage> MessageWith(std::size_t urlSize, std::uint8_t pcTyp
     return message;
 }
 
-TEST(Create, TellsWhyAMessageIsRefused) {
-    hosted::UseScheduledClock({Seed()});
-    LogRecorder log;
-    log.Announce("");
-    g_pcModel = 8;
-    const std::pair<std::shared_ptr<NdefMessage>, std::string> cases[] = {
+TEST(Create, RefusesAMessageAndSaysWhy) {
+    struct Case {
+        std::shared_ptr<NdefMessage> message;
+        std::string reason;
+    };
+    const Case cases[] = {
         {nullptr, "SetContent nullptr error"},
         {std::make_shared<NdefMessage>(), "SetModel unsupport!"},
         {MessageWith(1, 4), "SetModel unsupport!"},
         {MessageWith(163, 5), "length error, m_nfcData SetUrl failed, SetContent fail"},
         {MessageWith(253, 5), "m_nfcData SetUrl failed, SetContent fail"},
     };
-    for (const auto& [message, why] : cases) {
-        log.Clear();
+    LogRecorder log;
+    g_pcModel = 8;
+    for (const Case& each : cases) {
         staticCallback = nullptr;
         g_interruptRunning = true;
-        EXPECT_EQ(NfcManager::Create(message, &Desk::Listen), nullptr);
-        EXPECT_EQ(Joined(ErrorsIn(log)),
-                  why + ", NfcManager Init SetContent failed, NfcManager:: Create failed");
-        // The listener is taken over first; the proxy that was made and ended stops the threads.
-        EXPECT_TRUE(staticCallback == &Desk::Listen && !g_interruptRunning && g_pcModel == 8);
+        EXPECT_EQ(NfcManager::Create(each.message, &Desk::Listen), nullptr);
+        EXPECT_EQ(Joined(log.TakeUnannounced()),
+                  each.reason + ", NfcManager Init SetContent failed, NfcManager:: Create failed");
+        EXPECT_EQ(staticCallback, &Desk::Listen) << "it is taken over first";
+        EXPECT_FALSE(g_interruptRunning) << "the proxy that was made has ended again";
+        EXPECT_EQ(g_pcModel, 8);
     }
-    log.Clear();
-    g_interruptFirst = false;
-    const auto manager = NfcManager::Create(MessageWith(162, 2), nullptr);
-    ASSERT_NE(manager, nullptr);
+}
+
+TEST(Create, ArmsTheProcessForTheNewManager) {
+    LogRecorder log;
+    g_interruptFirst = g_interruptRunning = g_readHidRunning = false;
+    const auto manager = NfcManager::Create(MessageWith(1, 2), nullptr);
     EXPECT_EQ(Joined(log.Texts()),
-              "NfcManager::Init(), m_uri size is 162, "
-              "uri size is 162, but the random number is read back for a size of 1, "
-              "NfcManager::Init() success");
+              "NfcManager::Init(), m_uri size is 1, NfcManager::Init() success");
     EXPECT_EQ(staticCallback, nullptr);
     EXPECT_TRUE(g_interruptFirst && g_interruptRunning && g_readHidRunning);
     EXPECT_EQ(g_pcModel, 2);
-    const auto bare = std::make_shared<NdefMessage>();
-    bare->SetPcType(8);
-    EXPECT_NE(NfcManager::Create(bare, &OtherListener), nullptr) << "an empty URL is taken";
+    NfcManager::Create(MessageWith(50, 8), &OtherListener);
+    EXPECT_EQ(g_pcModel, 8);
     EXPECT_EQ(staticCallback, &OtherListener) << "the listener is the process's";
     EXPECT_FALSE(g_interruptRunning) << "any manager's end stops the threads";
 }
 
-TEST(Create, TellsOfAUriWhoseNumberIsReadBackElsewhere) {
+TEST(Create, LogsAUriWhoseNumberIsReadBackElsewhere) {
     struct Case {
         std::size_t urlSize;
         std::uint8_t pcType;
@@ -78,7 +79,7 @@ TEST(Create, TellsOfAUriWhoseNumberIsReadBackElsewhere) {
                                                         {49, 5, 50},
                                                         {50, 5, 50},
                                                         {50, 8, 50},
-                                                        {51, 8, 50}}) {
+                                                        {162, 8, 50}}) {
         LogRecorder log;
         EXPECT_NE(NfcManager::Create(MessageWith(urlSize, pcType), nullptr), nullptr);
         const std::string line = "uri size is " + std::to_string(urlSize) +
@@ -95,76 +96,98 @@ const std::string kNoDriver =
     "NFC_Error opening Spb driver, last error = 2, NFC_Error opening any driver, last error = 259";
 const std::string kNoDevice = kNoDriver + ", " + kNoDriver + ", " + kNoDriver;
 const std::string kNoStart = kNoDevice + ", NfcManager Init DeviceInit failed";
-const std::string kNoMessage = "WriteMessage msg nullptr";
 const std::string kPassive = "[NFC] IsPassivePC ,m_nfcProxy is nullptr";
+const std::string kReadFailed = "ReadMessage ReadNfcContent failed";
+const std::string kNoMessage = "WriteMessage msg nullptr";
+const std::string kNotRenewed = "m_nfcData SetRandomNumber failed, SetRandomNumber fail";
+
+int Read(NfcManager& manager) {
+    return manager.ReadMessage(MessageWith(3, 5));
+}
+int RenewToNine(NfcManager& manager) {
+    return Renew(manager, NumberOf(9));
+}
+int ReadNumberUntouched(NfcManager& manager) {
+    std::uint8_t number[32] = {0xAB};
+    const int result = manager.ReadRandNum(number);
+    return number[0] == 0xAB ? result : 1;
+}
+std::int64_t TimeOfFailedStart(NfcManager& manager) {
+    const hosted::Micros before = hosted::Now();
+    return manager.DeviceInit() ? -1 : hosted::Now() - before;
+}
+constexpr hosted::Micros kThreePauses = 900 * hosted::kMillisecond;
+bool Register(NfcManager& manager) {
+    manager.RegisterListener(&OtherListener);
+    return staticCallback == &OtherListener;
+}
+
+// What an operation gives and logs.
+struct Answer {
+    std::int64_t result;
+    std::string errors;
+};
+
+struct Operation {
+    std::function<std::int64_t(NfcManager&)> call;
+    Answer bare;   // on a manager that nobody initialized
+    Answer ready;  // on a created one, without any device
+};
+
+const Operation kOperations[] = {
+    {[](NfcManager& m) { return m.WriteMessage(nullptr); }, {-1, kNoMessage}, {-1, kNoMessage}},
+    {Read, {-1, kReadFailed}, {-1, "spbDriverOps == nullptr, " + kReadFailed}},
+    {&NfcManager::UpdateNfcData, {false, "SetContent nullptr error"}, {false, kZeroReadBack}},
+    {NfcManagerTestAccess::UpdateNfcContent,
+     {false, "SetContent nullptr error, UpdateNfcContent SetContent fail"},
+     {false, kNoDevice}},
+    {TimeOfFailedStart, {kThreePauses, kNoStart}, {kThreePauses, kNoStart}},
+    {RenewToNine,
+     {-1, kNotRenewed},
+     {0, "LocalWriteRand ReadRandNum failed, LocalWriteRand failed"}},
+    {RenewToNine, {0, ""}, {0, ""}},
+    {ReadNumberUntouched, {-1, "ReadRandNum ReadNfc failed"}, {0, ""}},
+    {[](NfcManager& m) { return m.BtConnect(7); }, {false, "BtConnect failed"}, {false, ""}},
+    {[](NfcManager& m) { return m.BtDisconnect(8); },
+     {false, "BtDisconnect failed"},
+     {false, "[NFC] btmac error!"}},
+    {&NfcManager::IsActivePC, {false, kPassive}, {false, ""}},
+    {[](NfcManager& m) { return m.SetMcuKbConnectStatus(false); }, {false, kPassive}, {true, ""}},
+    {Register, {false, "RegisterListener failed"}, {true, ""}},
+    {[](NfcManager& m) { return m.WriteMessage(MessageWith(50, 5)); },
+     {-1, "SetContent nullptr error, UpdateNfcData failed"},
+     {-1, kZeroReadBack + ", UpdateNfcData failed, spbDriverOps == nullptr, "
+                          "NFC WaitOnInterruptLoop return"}},
+};
 
 TEST(Create, OperationsWithoutADevice) {
     hosted::UseScheduledClock({Seed()});
     LogRecorder log;
-    log.Announce("");
     NfcManager bare(MessageWith(50, 5));
     const auto ready = NfcManager::Create(MessageWith(50, 5), &Desk::Listen);
     ASSERT_NE(ready, nullptr);
-    // What it gives and tells on a manager that nobody initialized, and on a ready one.
-    const auto expect = [&](const std::function<std::int64_t(NfcManager&)>& call,
-                            std::int64_t bareResult, const std::string& bareErrors,
-                            std::int64_t readyResult, const std::string& readyErrors) {
-        SCOPED_TRACE(bareErrors);
-        log.Clear();
-        EXPECT_EQ(call(bare), bareResult);
-        EXPECT_EQ(Joined(ErrorsIn(log)), bareErrors);
-        log.Clear();
-        EXPECT_EQ(call(*ready), readyResult);
-        EXPECT_TRUE(Desk::WaitForThreads(0));
-        EXPECT_EQ(Joined(ErrorsIn(log)), readyErrors);
-    };
-    expect([](NfcManager& m) { return m.WriteMessage(nullptr); }, -1, kNoMessage, -1, kNoMessage);
-    expect([](NfcManager& m) { return m.ReadMessage(MessageWith(50, 5)); }, -1,
-           "ReadMessage ReadNfcContent failed", -1,
-           "spbDriverOps == nullptr, ReadMessage ReadNfcContent failed");
-    expect([](NfcManager& m) { return m.UpdateNfcData(); }, 0, "SetContent nullptr error", 0,
-           kZeroReadBack);
-    expect(NfcManagerTestAccess::UpdateNfcContent, 0,
-           "SetContent nullptr error, UpdateNfcContent SetContent fail", 0, kNoDevice);
-    expect([](NfcManager& m) { return m.DeviceInit(); }, 0, kNoStart, 0, kNoStart);
-    EXPECT_EQ(hosted::Now(), 2700 * hosted::kMillisecond) << "nine pauses behind failed attempts";
-    expect([](NfcManager& m) { return Renew(m, NumberOf(9)); }, -1,
-           "m_nfcData SetRandomNumber failed, SetRandomNumber fail", 0,
-           "LocalWriteRand ReadRandNum failed, LocalWriteRand failed");
-    expect([](NfcManager& m) { return Renew(m, NumberOf(9)); }, 0, "", 0, "");
-    std::uint8_t number[32] = {0xAB};
-    expect([&](NfcManager& m) { return m.ReadRandNum(number); }, -1, "ReadRandNum ReadNfc failed",
-           0, "");
-    EXPECT_EQ(number[0], 0xAB) << "nobody filled it";
+    for (const Operation& each : kOperations) {
+        SCOPED_TRACE(each.bare.errors);
+        EXPECT_EQ(each.call(bare), each.bare.result);
+        EXPECT_EQ(Joined(log.TakeUnannounced()), each.bare.errors);
+        EXPECT_EQ(hosted::Live().threads, 0U);
+        EXPECT_EQ(each.call(*ready), each.ready.result);
+        Desk::Pass(hosted::kSecond);
+        EXPECT_EQ(Joined(log.TakeUnannounced()), each.ready.errors);
+    }
+    EXPECT_TRUE(log.Has("NfcThreadCreate pass")) << "the last write starts them all the same";
+    EXPECT_EQ(hosted::Live().threads, 1U) << "the interrupt thread ends at once";
+}
+
+TEST(Create, NumberThreadWithoutAManager) {
+    LogRecorder log;
     EXPECT_EQ(NfcManager::WriteRandThread(nullptr), 0xFFFFFFFF);
-    log.Clear();
     NfcManager empty(nullptr);
     EXPECT_EQ(Renew(empty, NumberOf(9)), -1);
     EXPECT_EQ(NfcManager::WriteRandThread(&empty), 0xFFFFFFFF);
-    EXPECT_EQ(Joined(ErrorsIn(log)),
-              "WriteRandNum GetRandomNumber fail, LocalWriteRand m_nfcProxy is nullptr, "
-              "LocalWriteRand failed");
-    expect([](NfcManager& m) { return m.BtConnect(7); }, 0, "BtConnect failed", 0, "");
-    expect([](NfcManager& m) { return m.BtDisconnect(8); }, 0, "BtDisconnect failed", 0,
-           "[NFC] btmac error!");
-    expect([](NfcManager& m) { return m.IsActivePC(); }, 0, kPassive, 0, "");
-    expect([](NfcManager& m) { return m.SetMcuKbConnectStatus(false); }, 0, kPassive, 1, "");
-    const auto registered = [](NfcManager& m) {
-        m.RegisterListener(&OtherListener);
-        return staticCallback == &OtherListener;
-    };
-    expect(registered, 0, "RegisterListener failed", 1, "");
-    // A write runs into the missing number. The threads are started all the same on a ready one.
-    log.Clear();
-    EXPECT_EQ(bare.WriteMessage(MessageWith(50, 5)), -1);
-    EXPECT_EQ(Joined(ErrorsIn(log)), "SetContent nullptr error, UpdateNfcData failed");
-    EXPECT_EQ(hosted::Live().threads, 0U);
-    log.Clear();
-    EXPECT_EQ(ready->WriteMessage(MessageWith(50, 5)), -1);
-    EXPECT_TRUE(HasInOrder(log, {"Nfc_ReadMessage not need", "UpdateNfcData ReadRandNum failed",
-                                 "UpdateNfcData failed", "NfcThreadCreate start",
-                                 "NfcThreadCreate pass", "spbDriverOps == nullptr"}));
-    EXPECT_TRUE(Desk::WaitForThreads(1)) << "the interrupt thread ends at once";
+    EXPECT_EQ(Joined(log.TakeUnannounced()),
+              "WriteRandThread nullptr, WriteRandNum GetRandomNumber fail, "
+              "LocalWriteRand m_nfcProxy is nullptr, LocalWriteRand failed");
 }
 
 }  // namespace

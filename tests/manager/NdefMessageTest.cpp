@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <tuple>
 
 #include "platform/hosted/Kernel.h"
 #include "tests/support/LogRecorder.h"
@@ -18,22 +19,25 @@ using testing_support::LogRecorder;
 using Texts = std::vector<std::string>;
 namespace fs = std::filesystem;
 
-// The fields one after the other; each byte of the MAC address is `mac`, of the number `number`.
-std::string State(const std::string& url, char mac, char number, const std::string& model,
-                  int type) {
-    return url + std::string(6, mac) + std::string(32, number) + model + static_cast<char>(type);
+struct Fields {
+    std::string url = "old";
+    std::string mac = std::string(6, 1);
+    std::string number = std::string(32, 2);
+    std::string model = std::string(4, 3);
+    int pcType = 4;
+
+    bool operator==(const Fields& other) const {
+        return std::tie(url, mac, number, model, pcType) ==
+               std::tie(other.url, other.mac, other.number, other.model, other.pcType);
+    }
+};
+
+template <std::size_t Size>
+std::string Text(const std::uint8_t (&bytes)[Size]) {
+    return std::string(bytes, bytes + Size);
 }
 
-std::string StateOf(NdefMessage message) {
-    std::string url = "untouched";
-    std::uint8_t mac[6] = {9}, number[32] = {9}, model[4] = {9}, type = 9;
-    const int result = message.GetUrl(url) + message.GetMac(mac) + message.GetRandomNumber(number) +
-                       message.GetModel(model) + message.GetPcType(type);
-    return (result == 0 ? url : "failed") + std::string(mac, mac + 6) +
-           std::string(number, number + 32) + std::string(model, model + 4) +
-           static_cast<char>(type);
-}
-
+// A message with the fields of a default Fields.
 NdefMessage FilledMessage() {
     NdefMessage message;
     std::uint8_t number[32];
@@ -42,19 +46,33 @@ NdefMessage FilledMessage() {
     message.SetMac({1, 1, 1, 1, 1, 1});
     message.SetRandomNumber(number);
     message.SetModel({3, 3, 3, 3});
+    message.SetPcType(4);
     return message;
 }
 
-const std::string kFilledState = State("old", 1, 2, "\3\3\3\3", 0);
+Fields FieldsOf(NdefMessage message) {
+    std::string url;
+    std::uint8_t mac[6], number[32], model[4], type = 9;
+    message.GetUrl(url);
+    message.GetMac(mac);
+    message.GetRandomNumber(number);
+    message.GetModel(model);
+    message.GetPcType(type);
+    return {url, Text(mac), Text(number), Text(model), type};
+}
 
-TEST(NdefMessage, StoresUrlsOf1To255BytesAndEveryPcType) {
-    EXPECT_EQ(StateOf(NdefMessage()), State("", 0, 0, std::string(4, '\0'), 0));
+const std::string kNoMac(6, '\0'), kNoNumber(32, '\0'), kNoModel(4, '\0');
+
+TEST(NdefMessage, StoresUrlsOf1To255Bytes) {
+    EXPECT_EQ(FieldsOf(NdefMessage()), (Fields{"", kNoMac, kNoNumber, kNoModel, 0}));
     LogRecorder log;
-    for (const auto& [size, result] : {std::pair{1, 0}, {255, 0}, {256, -1}, {0, -1}}) {
+    for (const std::size_t size : {0U, 1U, 255U, 256U}) {
+        const bool fits = size >= 1 && size <= 255;
         NdefMessage message = FilledMessage();
-        const std::string url(static_cast<std::size_t>(size), '\0');
-        EXPECT_EQ(message.SetUrl(url) + message.SetPcType(255), result);
-        EXPECT_EQ(StateOf(message), State(result == 0 ? url : "old", 1, 2, "\3\3\3\3", 255));
+        Fields expected;
+        expected.url = fits ? std::string(size, '\0') : "old";
+        EXPECT_EQ(message.SetUrl(std::string(size, '\0')), fits ? 0 : -1);
+        EXPECT_EQ(FieldsOf(message), expected);
     }
     EXPECT_EQ(log.Texts(), Texts{});
 }
@@ -65,41 +83,41 @@ TEST(NdefMessage, AnswersArraysThatAreNotThere) {
     EXPECT_EQ(message.GetMac(NoArray<std::uint8_t, 6>()), -1);
     EXPECT_EQ(message.GetModel(NoArray<std::uint8_t, 4>()), -1);
     EXPECT_EQ(message.GetRandomNumber(NoArray<std::uint8_t, 32>()), -1);
-    EXPECT_EQ(StateOf(message), kFilledState);
+    EXPECT_EQ(FieldsOf(message), Fields());
     EXPECT_EQ(message.SetMac(NoArray<const std::uint8_t, 6>()), -1);
     EXPECT_EQ(message.SetRandomNumber(NoArray<const std::uint8_t, 32>()), -1);
     EXPECT_EQ(message.SetModel(NoArray<const std::uint8_t, 4>()), -1);
-    EXPECT_EQ(StateOf(message), State("old", 0, 0, std::string(4, '\0'), 0));
-    Texts told = log.TakeUnannounced();
-    told.erase(told.begin() + 2);  // one line for the number
-    EXPECT_EQ(told, (Texts{"GetMac memcpy_s fail", "GetModel memcpy_s fail", "SetMac memcpy_s fail",
-                           "SetRandomNumber memcpy_s fail", "SetModel memcpy_s fail"}));
+    EXPECT_EQ(FieldsOf(message), (Fields{"old", kNoMac, kNoNumber, kNoModel, 4}));
+    EXPECT_EQ(
+        log.TakeUnannounced(),
+        (Texts{"GetMac memcpy_s fail", "GetModel memcpy_s fail", "GetRandomNumber memcpy_s fail",
+               "SetMac memcpy_s fail", "SetRandomNumber memcpy_s fail", "SetModel memcpy_s fail"}));
 }
 
-constexpr char kFile[] = "config/NfcUri.ini";
 std::string File(const std::string& orvane, const std::string& velmo) {
     return "[PC_URI]\norvane_uri=" + orvane + "\nvelmo_uri=" + velmo + "\n";
 }
 const std::string kGood = File("example.com/o", "example.com/v");
 const std::string kLoose =
     "[pc_uri]\r\n ORVANE_URI = \"example.com/o\"\r\nvelmo_URI= example.com/v ";
-const std::string kNothing = "NFC_ GetUriInfo fail";
-const char kTooLong[] = "NFC - GetCurrentDirectoryW:buffer too small, need 261 characters.";
-const std::string kBadUrl = "NdefMessage set information failed";
 
-std::string Filled(const std::string& url, char type) {
-    const auto number = static_cast<char>(type - '0');
-    return State(url, 0, 0, {0, 0, number == 2 ? '\0' : number, 0}, number);
-}
-
-// All fields of a filled message behind an Init that leaves these error lines.
-std::string Init(char type, const Texts& errors = {}) {
+// Runs Init on a filled message and expects these error lines.
+Fields FieldsAfterInit(char type, const Texts& errors = {}) {
     LogRecorder log;
     NdefMessage message = FilledMessage();
     message.Init(type);
     EXPECT_EQ(log.TakeUnannounced(), errors);
-    return StateOf(message);
+    return FieldsOf(message);
 }
+
+Fields FilledBy(const std::string& url, int pcType) {
+    const char modelByte = pcType == 2 ? '\0' : static_cast<char>(pcType);
+    return {url, kNoMac, kNoNumber, {0, 0, modelByte, 0}, pcType};
+}
+
+const Texts kBadUrl{"NdefMessage set information failed"};
+const Texts kNoUris{"NFC_ GetUriInfo fail"};
+constexpr char kFile[] = "config/NfcUri.ini";
 
 // Test programs of several builds may run at once.
 const fs::path kRoot =
@@ -111,6 +129,7 @@ struct UriConfig : testing::Test {
         fs::current_path(kRoot);
     }
     ~UriConfig() override { fs::remove_all(kRoot); }
+    Fields onlyMacCleared{"old", kNoMac};
 };
 
 TEST_F(UriConfig, FillsTheMessageByType) {
@@ -118,29 +137,34 @@ TEST_F(UriConfig, FillsTheMessageByType) {
     std::for_each(kGood.begin(), kGood.end(), [&](char each) { wide += {each, '\0'}; });
     for (const std::string& text : {kGood, wide, "\xEF\xBB\xBF" + kGood, kLoose}) {
         SCOPED_TRACE(text);
-        std::ofstream(kFile) << (text);
-        EXPECT_EQ(Init('2'), Filled(" ", '2'));
-        EXPECT_EQ(Init('5'), Filled("example.com/o", '5'));
-        EXPECT_EQ(Init('8'), Filled("example.com/v", '8'));
-        EXPECT_EQ(Init('3', {kBadUrl}), State("old", 0, 2, "\3\3\3\3", 0));
+        std::ofstream(kFile) << text;
+        EXPECT_EQ(FieldsAfterInit('2'), FilledBy(" ", 2));
+        EXPECT_EQ(FieldsAfterInit('5'), FilledBy("example.com/o", 5));
+        EXPECT_EQ(FieldsAfterInit('8'), FilledBy("example.com/v", 8));
+        EXPECT_EQ(FieldsAfterInit('3', kBadUrl), onlyMacCleared);
     }
 }
 
 TEST_F(UriConfig, ChangesNothingWithoutBothValues) {
-    EXPECT_EQ(Init('2', {kNothing}), kFilledState);
+    EXPECT_EQ(FieldsAfterInit('2', kNoUris), Fields()) << "no file";
     for (const std::string& text :
          {std::string(), std::string("[PC_URI]\norvane_uri=a\n"), File("", "b"), File("a", ""),
           "[OTHER]" + File("a", "b").substr(8)}) {
         SCOPED_TRACE(text);
-        std::ofstream(kFile) << (text);
-        EXPECT_EQ(Init('5', {kNothing}), kFilledState);
+        std::ofstream(kFile) << text;
+        EXPECT_EQ(FieldsAfterInit('5', kNoUris), Fields());
     }
-    EXPECT_TRUE(fs::remove(kFile) && fs::create_directory(kFile));
-    EXPECT_EQ(Init('8', {kNothing}), kFilledState);
+    ASSERT_TRUE(fs::remove(kFile) && fs::create_directory(kFile));
+    EXPECT_EQ(FieldsAfterInit('8', kNoUris), Fields());
+}
+
+TEST_F(UriConfig, ChangesNothingWithoutACurrentDirectory) {
+    std::ofstream(kFile) << kGood;
     hosted::SetCurrentDirectoryForTests(L"C:\\" + std::wstring(257, L'd'));
-    EXPECT_EQ(Init('5', {kTooLong, kNothing}), kFilledState);
+    FieldsAfterInit(
+        '5', {"NFC - GetCurrentDirectoryW:buffer too small, need 261 characters.", kNoUris[0]});
     hosted::SetCallHook([](hosted::Call, hosted::ThreadId) { return ERROR_ACCESS_DENIED; });
-    EXPECT_EQ(Init('5', {"NFC - GetCurrentDirectoryW failed (5).", kNothing}), kFilledState);
+    FieldsAfterInit('5', {"NFC - GetCurrentDirectoryW failed (5).", kNoUris[0]});
     hosted::SetCallHook({});
     hosted::SetCurrentDirectoryForTests(L"");
 }
@@ -148,7 +172,7 @@ TEST_F(UriConfig, ChangesNothingWithoutBothValues) {
 TEST_F(UriConfig, CutsAndRefusesLongValues) {
     for (const std::size_t size : {254U, 255U, 5000U}) {
         std::ofstream(kFile) << File(std::string(size, 'a'), "b");
-        EXPECT_EQ(Init('5'), Filled(std::string(254, 'a'), '5')) << size;
+        EXPECT_EQ(FieldsAfterInit('5'), FilledBy(std::string(254, 'a'), 5)) << size;
     }
     // 200 characters of two bytes each: whole in the file's buffer, too long as bytes.
     std::string twoByte;
@@ -156,8 +180,8 @@ TEST_F(UriConfig, CutsAndRefusesLongValues) {
         twoByte += "\xC3\xA9";
     }
     std::ofstream(kFile) << File(twoByte, twoByte.substr(0, 100));
-    EXPECT_EQ(Init('8'), Filled(twoByte.substr(0, 100), '8'));
-    EXPECT_EQ(Init('5', {kBadUrl}), State("old", 0, 2, "\3\3\3\3", 0));
+    EXPECT_EQ(FieldsAfterInit('8'), FilledBy(twoByte.substr(0, 100), 8));
+    EXPECT_EQ(FieldsAfterInit('5', kBadUrl), onlyMacCleared);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Putting a message on the tag: what is merged, what is checked, and what a failed step leaves.
+// Puts a message on the tag: what is merged, what is checked, and what a failed step leaves.
 #include <gtest/gtest.h>
 
 #include "events/DriverThreads.h"
@@ -15,10 +15,9 @@ using namespace testing_support;
 
 namespace {
 
-const std::string kZeroes =
-    "ReadRandNum value is wrong 0, ReadRandNum value is wrong 1, ReadRandNum value is wrong 2";
+constexpr std::size_t kEventThreads = 2;
 
-TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
+TEST(WriteMessage, LogsItsSteps) {
     hosted::UseScheduledClock({Seed()});
     Desk desk({PcRoute::kI2c}, "fm11nt082c");
     desk.Start();
@@ -28,102 +27,143 @@ TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
          "WriteMessage Read failed", "UpdateNfcData begin writing Nfc Chip",
          "UpdateNfcData Write Nfc Chip Successful", "UpdateNfcData ReadRandNum Successful",
          "UpdateNfcData success", "NfcThreadCreate start", "NfcThreadCreate pass"}));
-    desk.log.Clear();
-    // The tag has another URL than the manager's message; an empty one keeps the tag's.
-    const auto message = std::make_shared<NdefMessage>();
-    message->SetMac({9, 8, 7, 6, 5, 4});
-    message->SetModel({1, 2, 3, 4});
-    SetNumber(*message, NumberOf(0x22));
+    EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage()), 0);
+    EXPECT_TRUE(HasInOrder(desk.log, {"NFC_ m_staticNotificationThread already exist",
+                                      "NFC_ m_staticCallThread already exist"}));
+    EXPECT_EQ(hosted::Live().threads, kEventThreads);
+}
+
+TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kI2c}, "fm11nt082c");
+    desk.Start();
     NfcManagerTestAccess::Message(*desk.manager)->SetUrl(std::string(50, 'w'));
-    EXPECT_EQ(desk.manager->WriteMessage(message), 0) << "whatever its PC type";
+    const auto withoutUrl = std::make_shared<NdefMessage>();
+    withoutUrl->SetMac({9, 8, 7, 6, 5, 4});
+    withoutUrl->SetModel({1, 2, 3, 4});
+    SetNumber(*withoutUrl, NumberOf(0x22));
+    EXPECT_EQ(desk.manager->WriteMessage(withoutUrl), 0) << "whatever its PC type";
     NfcData data;
-    EXPECT_TRUE(data.Init() && data.Parse(desk.ImageOnChip(143)));
-    EXPECT_EQ(data.GetUrl(), std::string(50, 'u'));
+    ASSERT_TRUE(data.Init() && data.Parse(desk.ImageOnChip(143)));
+    EXPECT_EQ(data.GetUrl(), std::string(50, 'u')) << "the tag's, not the manager's";
     EXPECT_EQ(data.GetMacAddr() + data.GetModel(), "\x9\x8\x7\x6\x5\x4\x1\x2\x3\x4");
     EXPECT_EQ(data.GetRandomNumber(), std::string(32, 0x22));
-    EXPECT_TRUE(
-        HasInOrder(desk.log, {"NFC_ m_staticNotificationThread already exist",
-                              "NFC_ m_staticCallThread already exist", "NfcThreadCreate pass"}));
-    EXPECT_EQ(hosted::Live().threads, 2U);
-    // ReadMessage gives the same fields to a message of the host's, and leaves its PC type.
-    const auto target = std::make_shared<NdefMessage>();
-    EXPECT_EQ(desk.manager->ReadMessage(target), 0);
-    std::string url;
-    std::uint8_t type = 1;
-    EXPECT_EQ(target->GetUrl(url) + target->GetPcType(type) + type, 0);
-    EXPECT_EQ(url, std::string(50, 'u'));
-    EXPECT_EQ(desk.manager->ReadMessage(nullptr), -1);
-    EXPECT_EQ(Joined(ErrorsIn(desk.log)), "");
-    // An image that somebody spoiled is refused by a read and mended by a write.
-    constexpr unsigned kUriRecordAt = 18;
-    desk.log.Announce("");
+}
+
+TEST(ReadMessage, RefusesASpoiledImageUntilItIsWrittenAgain) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kI2c}, "fm11nt082c");
+    desk.Start();
     {
+        constexpr unsigned kUriRecordAt = 18;
         const hosted::DeviceLock lock;
         desk.pc.chip()->BackDoor().SetMemory(kUriRecordAt, {0xD1});
     }
+    const auto target = std::make_shared<NdefMessage>();
     EXPECT_EQ(desk.manager->ReadMessage(target), -1);
-    EXPECT_EQ(ErrorsIn(desk.log).back(), "nfcDataRead init fail");
     EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x22)), 0);
+    EXPECT_EQ(desk.log.TakeUnannounced().back(), "nfcDataRead init fail");
     EXPECT_EQ(desk.manager->ReadMessage(target), 0);
+    EXPECT_EQ(desk.manager->ReadMessage(nullptr), -1);
+    std::uint8_t type = 1;
+    target->GetPcType(type);
+    EXPECT_EQ(type, 0) << "all but the PC type is filled";
 }
 
-// Whole messages and numbers alone.
-TEST(WriteMessage, TellsWhichStepFailed) {
-    hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c");
-    desk.log.Announce("");
-    desk.Start();
-    const std::size_t running = hosted::Live().threads;
-    // Writes of these are refused so often; 0 for a number alone.
-    const auto put = [&](std::size_t urlSize, const Number& number, unsigned refused) {
-        desk.log.Clear();
-        for (unsigned nth = 1; nth <= refused; ++nth) {
+constexpr char kRefusedOnce[] = "[NFC] BleClientWrite ERROR";
+const std::string kRefusedTwice = std::string(kRefusedOnce) + ", " + kRefusedOnce;
+const std::string kRefusedThrice = kRefusedTwice + ", " + kRefusedOnce;
+
+// What is put on the tag, how many writes in a row the keyboard refuses, and the errors of it all.
+struct FailingStep {
+    Number number;
+    unsigned refusedWrites;
+    std::string errors;
+    std::size_t urlSize = 50;
+};
+
+// A number that is zero at the places that the read-back of a message looks at but one.
+Number OnlyByteTwo() {
+    Number number = NumberOf(0x33);
+    number[0] = number[1] = number[31] = 0;
+    return number;
+}
+
+struct TwoRoutes : Desk {
+    TwoRoutes() : Desk({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c") {
+        Start();
+        threads = hosted::Live().threads;
+    }
+    std::string ErrorsOf(const std::function<int()>& operation, unsigned refusedWrites,
+                         int expectedResult) {
+        log.Clear();
+        for (unsigned nth = 1; nth <= refusedWrites; ++nth) {
             LinkDockService::FailCall(BleCall::kWrite, nth);
         }
-        const auto message = desk.NewMessage();
-        message->SetUrl(std::string(urlSize, 'v'));
-        SetNumber(*message, number);
-        const int result =
-            urlSize == 0 ? Renew(*desk.manager, number) : desk.manager->WriteMessage(message);
-        EXPECT_TRUE(Desk::WaitForThreads(running));
-        const std::string errors = Joined(ErrorsIn(desk.log));
-        EXPECT_EQ(result, errors.find("UpdateNfcData failed") == std::string::npos ? 0 : -1);
-        EXPECT_TRUE(urlSize == 0 || desk.log.Has("NfcThreadCreate pass")) << "failed or not";
-        EXPECT_TRUE(result != 0 || refused == 3 || desk.NumberOnChip() == number);
-        EXPECT_TRUE(urlSize != 0 || Renew(*desk.manager, number) == 0);
-        EXPECT_EQ(urlSize == 0, desk.log.Has("WriteRandNum no need to update")) << "failed or not";
-        return errors;
-    };
-    const std::string once = "[NFC] BleClientWrite ERROR";
-    const std::string twice = once + ", " + once;
-    const std::string thrice = twice + ", " + once;
-    const std::string noMac = "length error, m_nfcData SetMacAddr failed, SetContent fail, ";
+        EXPECT_EQ(operation(), expectedResult);
+        EXPECT_TRUE(WaitForThreads(threads));
+        log.TakeUnannounced();
+        return Joined(ErrorsIn(log));
+    }
+    std::size_t threads = 0;
+};
+
+TEST(WriteMessage, SaysWhichStepFailed) {
+    hosted::UseScheduledClock({Seed()});
+    TwoRoutes desk;
+    Number zeroes = OnlyByteTwo();
+    zeroes[2] = 0;
     const std::string noUrl = "m_nfcData SetUrl failed, SetContent fail, UpdateNfcData failed";
-    Number middle = NumberOf(0x33);
-    middle[0] = middle[1] = middle[2] = middle[31] = 0;
-    Number byteTwo{};
-    byteTwo[2] = 1;
-    EXPECT_EQ(put(50, middle, 0),
-              kZeroes + ", UpdateNfcData ReadRandNum failed, UpdateNfcData failed");
-    EXPECT_EQ(put(50, byteTwo, 0), "") << "one place is enough";
-    EXPECT_EQ(put(50, NumberOf(1), 2), twice);
-    EXPECT_EQ(put(50, NumberOf(2), 3),
-              thrice + ", UpdateNfcData Write failed, UpdateNfcData failed");
-    EXPECT_EQ(put(0, NumberOf(3), 2), twice);
-    EXPECT_EQ(put(0, NumberOf(4), 3),
-              thrice + ", LocalWriteRand WriteNfcContent failed, LocalWriteRand failed");
-    EXPECT_EQ(put(0, byteTwo, 0), "LocalWriteRand ReadRandNum failed, LocalWriteRand failed")
-        << "one place less";
+    const std::string noMac = "length error, m_nfcData SetMacAddr failed, SetContent fail";
+    const FailingStep steps[] = {
+        {zeroes, 0,
+         "ReadRandNum value is wrong 0, ReadRandNum value is wrong 1, "
+         "ReadRandNum value is wrong 2, UpdateNfcData ReadRandNum failed, UpdateNfcData failed"},
+        {OnlyByteTwo(), 0, ""},
+        {NumberOf(1), 2, kRefusedTwice},
+        {NumberOf(2), 3, kRefusedThrice + ", UpdateNfcData Write failed, UpdateNfcData failed"},
+        {NumberOf(3), 0, noUrl, 253},
+        {NumberOf(4), 0, ""},  // too long even to be stored, so nothing stays
+        {NumberOf(5), 0, "length error, " + noUrl, 163},
+        {NumberOf(6), 0, noMac + ", WriteMessage Read failed, " + noMac + ", UpdateNfcData failed"},
+    };
+    for (const FailingStep& step : steps) {
+        SCOPED_TRACE(step.errors);
+        const auto message = desk.NewMessage();
+        message->SetUrl(std::string(step.urlSize, 'v'));
+        SetNumber(*message, step.number);
+        const bool fails = step.errors.find("UpdateNfcData failed") != std::string::npos;
+        EXPECT_EQ(desk.ErrorsOf([&] { return desk.manager->WriteMessage(message); },
+                                step.refusedWrites, fails ? -1 : 0),
+                  step.errors);
+        EXPECT_TRUE(desk.log.Has("NfcThreadCreate pass")) << "failed or not";
+        EXPECT_TRUE(fails || desk.NumberOnChip() == step.number);
+    }
+    const auto renew = [&desk] { return Renew(*desk.manager, NumberOf(7)); };
+    EXPECT_EQ(desk.ErrorsOf(renew, 0, -1),
+              "length error, m_nfcData SetRandomNumber failed, SetRandomNumber fail");
+    EXPECT_EQ(desk.ErrorsOf(renew, 0, 0), "") << "the message has kept it";
+}
+
+TEST(RandomNumberThread, SaysWhichStepFailed) {
+    hosted::UseScheduledClock({Seed()});
+    TwoRoutes desk;
+    const FailingStep steps[] = {
+        {NumberOf(3), 2, kRefusedTwice},
+        {NumberOf(4), 3,
+         kRefusedThrice + ", LocalWriteRand WriteNfcContent failed, LocalWriteRand failed"},
+        // It looks at one place less than the write of a message.
+        {OnlyByteTwo(), 0, "LocalWriteRand ReadRandNum failed, LocalWriteRand failed"},
+    };
+    for (const FailingStep& step : steps) {
+        SCOPED_TRACE(step.errors);
+        const auto renew = [&] { return Renew(*desk.manager, step.number); };
+        EXPECT_EQ(desk.ErrorsOf(renew, step.refusedWrites, 0), step.errors);
+        EXPECT_FALSE(desk.log.Has("WriteRandNum no need to update"));
+        EXPECT_EQ(renew(), 0);
+        EXPECT_TRUE(desk.log.Has("WriteRandNum no need to update")) << "failed or not";
+    }
     EXPECT_EQ(desk.log.Count("LocalWriteRand begin ReadRandNum"), 3U);
-    EXPECT_EQ(put(163, NumberOf(5), 0), "length error, " + noUrl);
-    EXPECT_EQ(put(50, NumberOf(6), 0),
-              noMac + "WriteMessage Read failed, " + noMac + "UpdateNfcData failed")
-        << "an image that has one takes nothing more";
-    desk.manager.reset();
-    ASSERT_TRUE(desk.Create() && desk.manager->DeviceInit());
-    Desk::Pass(hosted::kSecond);
-    EXPECT_EQ(put(253, NumberOf(7), 0), noUrl);
-    EXPECT_EQ(put(50, NumberOf(8), 0), "") << "beyond the record, and so not kept";
 }
 
 // A chip whose mode byte is not 6 starts silent, and takes no frame while it stores a block.
@@ -144,7 +184,7 @@ TEST(WriteMessage, SwitchesTheRadioOnBesideANumberThread) {
             EXPECT_EQ(Renew(*desk.manager, NumberOf(0x41)), 0);
         });
         desk.Start();
-        EXPECT_TRUE(Desk::WaitForThreads(2));
+        EXPECT_TRUE(Desk::WaitForThreads(kEventThreads));
         const hosted::DeviceLock lock;
         EXPECT_TRUE(desk.pc.chip()->BackDoor().RadioOn());
     });
@@ -159,7 +199,6 @@ TEST(WriteMessage, StartsBothThreadsOrNone) {
                 return fails ? ERROR_NOT_ENOUGH_MEMORY : 0;
             });
             Desk desk({PcRoute::kI2c}, "fm11nt082c");
-            desk.log.Announce("");
             ASSERT_TRUE(desk.Create() && desk.manager->DeviceInit());
             EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x41)), -1);
             EXPECT_TRUE(HasInOrder(desk.log, {"UpdateNfcData success", "NfcThreadCreate fail"}));
@@ -170,40 +209,28 @@ TEST(WriteMessage, StartsBothThreadsOrNone) {
             desk.pc.TapPhone(0, hosted::kSecond);
             Desk::Pass(20 * hosted::kSecond);
             EXPECT_EQ(EventsHeard(), (std::vector<int>{3, 1})) << "from one thread of each kind";
-            // A deferred call thread that was let go of still sleeps until its next wake-up.
-            EXPECT_LE(hosted::Live().threads, 2U);
+            // A deferred call thread that has no handle left sleeps until its next wake-up.
+            EXPECT_LE(hosted::Live().threads, kEventThreads);
             hosted::SetCallHook({});
+            desk.log.TakeUnannounced();
         });
     }
 }
 
 TEST(WriteMessage, UpdateNfcContentWritesWhatDiffers) {
     hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c");
-    desk.log.Announce("");
-    desk.Start();
+    TwoRoutes desk;
     const std::string same = desk.ImageOnChip(93);
     EXPECT_TRUE(NfcManagerTestAccess::UpdateNfcContent(*desk.manager));
     EXPECT_EQ(desk.pc.bluetooth()->ImagesStored(), 1U) << "equal content is not written again";
-    NfcManagerTestAccess::Message(*desk.manager)->SetUrl("shorter");
-    for (const unsigned nth : {1U, 2U, 3U}) {
-        LinkDockService::FailCall(BleCall::kWrite, nth);
-    }
-    EXPECT_FALSE(NfcManagerTestAccess::UpdateNfcContent(*desk.manager));
+    NfcManagerTestAccess::Message(*desk.manager)->SetUrl(std::string(50, 'w'));
+    const auto update = [&] { return NfcManagerTestAccess::UpdateNfcContent(*desk.manager); };
+    desk.ErrorsOf(update, 3, false);
     EXPECT_EQ(ErrorsIn(desk.log).back(), "UpdateNfcContent reWrite failed");
     EXPECT_TRUE(NfcManagerTestAccess::UpdateNfcContent(*desk.manager));
     EXPECT_TRUE(desk.log.Has("UpdateNfcContent Write Nfc Chip Successful"));
     EXPECT_EQ(desk.pc.bluetooth()->ImagesStored(), 2U);
     EXPECT_NE(desk.ImageOnChip(93), same);
-    // The image's head is the first thing read behind the start, the number the last.
-    for (const auto& [fault, told] :
-         {std::pair{"write#7=fail:31", "UpdateNfcContent ReadNfcContent failed"},
-          std::pair{"write#14=fail:31", "ReadRandNum failed"}}) {
-        desk.SetFaults(fault);
-        desk.log.Clear();
-        EXPECT_FALSE(NfcManagerTestAccess::UpdateNfcContent(*desk.manager)) << fault;
-        EXPECT_TRUE(desk.log.Has(told)) << Joined(ErrorsIn(desk.log));
-    }
 }
 
 }  // namespace

@@ -17,7 +17,8 @@ constexpr std::size_t kImageSize = 143;
 constexpr unsigned kOperations = 5;
 constexpr std::uint8_t kNumbers = 3;  // few, so that a number is often given again
 
-// The number on the tag, or what is wrong with the image. All other fields are its maker's.
+// The 32 bytes of the number on the tag, or what is wrong with the image. All other fields of an
+// image are made of one byte, by which its writer is known.
 std::string Judge(Desk& desk) {
     NfcData data;
     if (!data.Init() || !data.Parse(desk.ImageOnChip(kImageSize))) {
@@ -27,7 +28,8 @@ std::string Judge(Desk& desk) {
     return made != std::string(60, made[0]) ? "mixed: " + made : data.GetRandomNumber();
 }
 
-// Watches the tag between two steps, and who gave the last number. All under hosted::DeviceLock.
+// Checks the image whenever no step on the tag is under way, and knows the number given last. All
+// under hosted::DeviceLock.
 struct Watch {
     explicit Watch(Desk& desk) {
         hosted::SetTracer([this, &desk](const hosted::TraceEvent& event) {
@@ -47,11 +49,11 @@ struct Watch {
     }
     ~Watch() { hosted::SetTracer({}); }
 
-    // A thread's next message or number, taken over at its first look at the memory.
+    // The next number of a thread. It counts as given when the thread first locks the memory.
     std::map<hosted::ThreadId, std::uint8_t> giving;
     std::uint8_t last = 1;
     unsigned looks = 0;
-    std::string problem;  // of the first image that was wrong
+    std::string problem;  // with the first image that was wrong
 };
 
 void WriteOften(Desk& desk, Watch& watch, std::uint8_t maker) {
