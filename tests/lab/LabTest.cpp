@@ -217,10 +217,10 @@ TEST(Lab, AFailureIsOneLineOnStandardError) {
 }
 
 TEST(Lab, AFailedWriteLeavesTheOldFileAndNoOther) {
-    Shell("mkdir -p out; echo old > out/tag");
+    Shell("rm -rf out; mkdir out; echo old > out/tag");
     const Outcome run = Shell("trap '' XFSZ; ulimit -f 0; " LAB_PROGRAM
-                              " image build --url u -o out/tag 2>&3; cat out/*");
-    EXPECT_EQ(run.text, "tagport-lab: -o out/tag: cannot be written: File too large\nold\n");
+                              " image build --url u -o out/tag 2>&3; ls out; cat out/tag");
+    EXPECT_EQ(run.text, "tagport-lab: -o out/tag: cannot be written: File too large\ntag\nold\n");
 }
 
 TEST(Lab, ColoursNeedATerminalThatShowsThem) {
