@@ -145,7 +145,7 @@ UniqueHandle MatchNfcHidDevice() {
     HidD_GetHidGuid(&hidClass);
     const DeviceList list(hidClass);
     if (!list.IsOpen()) {
-        return UniqueHandle();
+        return {};
     }
     SP_DEVICE_INTERFACE_DATA data{};
     for (DWORD index = 0; GetInterface(list, hidClass, index, data); ++index) {
@@ -158,10 +158,10 @@ UniqueHandle MatchNfcHidDevice() {
             case Verdict::kKeyboard:
                 return device;
             case Verdict::kStopSearch:
-                return UniqueHandle();
+                return {};
             case Verdict::kOther:
                 break;
         }
     }
-    return UniqueHandle();
+    return {};
 }

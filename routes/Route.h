@@ -36,7 +36,7 @@ class Route {
 
     /// Opens the route's device for overlapped I/O and marks the route as found. Empty, with
     /// GetLastError, when there is none.
-    virtual UniqueHandle Open() { return UniqueHandle(); }
+    virtual UniqueHandle Open() { return {}; }
 
     /// Whether Open has worked once in this process.
     virtual bool IsFound() const { return false; }
