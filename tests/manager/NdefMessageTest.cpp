@@ -115,6 +115,7 @@ Fields FilledBy(const std::string& url, int pcType) {
     return {url, kNoMac, kNoNumber, {0, 0, modelByte, 0}, pcType};
 }
 
+const Fields kOnlyMacCleared{"old", kNoMac};
 const Texts kBadUrl{"NdefMessage set information failed"};
 const Texts kNoUris{"NFC_ GetUriInfo fail"};
 constexpr char kFile[] = "config/NfcUri.ini";
@@ -124,12 +125,11 @@ const fs::path kRoot =
     fs::temp_directory_path() / ("uri-config-" + std::to_string(std::random_device()()));
 
 struct UriConfig : testing::Test {
-    UriConfig() {
+    void SetUp() override {
         fs::create_directories(kRoot / "config");
         fs::current_path(kRoot);
     }
-    ~UriConfig() override { fs::remove_all(kRoot); }
-    Fields onlyMacCleared{"old", kNoMac};
+    void TearDown() override { fs::remove_all(kRoot); }
 };
 
 TEST_F(UriConfig, FillsTheMessageByType) {
@@ -141,7 +141,7 @@ TEST_F(UriConfig, FillsTheMessageByType) {
         EXPECT_EQ(FieldsAfterInit('2'), FilledBy(" ", 2));
         EXPECT_EQ(FieldsAfterInit('5'), FilledBy("example.com/o", 5));
         EXPECT_EQ(FieldsAfterInit('8'), FilledBy("example.com/v", 8));
-        EXPECT_EQ(FieldsAfterInit('3', kBadUrl), onlyMacCleared);
+        EXPECT_EQ(FieldsAfterInit('3', kBadUrl), kOnlyMacCleared);
     }
 }
 
@@ -181,7 +181,7 @@ TEST_F(UriConfig, CutsAndRefusesLongValues) {
     }
     std::ofstream(kFile) << File(twoByte, twoByte.substr(0, 100));
     EXPECT_EQ(FieldsAfterInit('8'), FilledBy(twoByte.substr(0, 100), 8));
-    EXPECT_EQ(FieldsAfterInit('5', kBadUrl), onlyMacCleared);
+    EXPECT_EQ(FieldsAfterInit('5', kBadUrl), kOnlyMacCleared);
 }
 
 }  // namespace
