@@ -158,7 +158,8 @@ TEST(RandomNumber, OfAManagerThatHasGoneLeavesItsSuccessorsTagAlone) {
     hosted::UseScheduledClock({Seed()});
     TagWithNumber desk;
     HoldNumberThreads();
-    EXPECT_EQ(desk.Give(0x21) + desk.Give(0x22), 0);
+    EXPECT_EQ(desk.Give(0x21), 0);
+    EXPECT_EQ(desk.Give(0x22), 0);
     desk.manager.reset();
     ASSERT_TRUE(desk.Create() && desk.manager->DeviceInit());
     EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x55, 'w')), 0);
