@@ -25,7 +25,7 @@ using View = std::wstring_view;
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 constexpr std::string_view kUtf16Mark = "\xFF\xFE";
 constexpr View kBlanks = L" \t";
-constexpr std::size_t kMostIniBytes = 1024 * 1024;
+constexpr std::size_t kMostIniBytes = std::size_t{1} << 20U;
 
 std::wstring FromUtf16(std::string_view bytes) {
     std::wstring text;
