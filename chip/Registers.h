@@ -3,6 +3,5 @@
 
 #include <cstdint>
 
-/// Where the chip tells what it is.
+/// Where the chip has its identity bytes.
 inline constexpr std::uint16_t kIdentityRegister = 0x0000;
-

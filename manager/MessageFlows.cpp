@@ -124,7 +124,7 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
     const OperationScope scope;
     platform::Lock operation(m_staticDeviceMutex);
     // The end of another manager takes effect after the whole write, radio included.
-    const EventSlot::Keep transferEvent(g_ioEvent.value);
+    const EventSlot::KeepOpen transferEvent(g_ioEvent.value);
     LogWarnFun("NFC_WriteMessage with dynamic delay begin!");
     if (message == nullptr) {
         LogErrorFun("WriteMessage msg nullptr");
@@ -221,7 +221,7 @@ int NfcManager::ReadIntoMessage(const std::shared_ptr<NdefMessage>& target) {
 bool NfcManager::UpdateNfcData() {
     const OperationScope scope;
     platform::Lock operation(m_staticDeviceMutex);
-    const EventSlot::Keep transferEvent(g_ioEvent.value);
+    const EventSlot::KeepOpen transferEvent(g_ioEvent.value);
     return UpdateTag();
 }
 

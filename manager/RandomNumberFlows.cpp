@@ -31,7 +31,7 @@ constexpr NfcManager::ThreadResult kThreadFailure = 0xFFFFFFFF;
 // open: the end of the manager must not cut an image in half.
 struct NumberThread {
     NfcManager manager{nullptr};
-    EventSlot::Keep transferEvent{g_ioEvent.value};
+    EventSlot::KeepOpen transferEvent{g_ioEvent.value};
     WaitingNumber number;
 };
 

@@ -24,7 +24,7 @@ Snapshot SnapshotOf(const ManagedImage& image) {
 }
 
 bool Write(NfcProxy& proxy, const Snapshot& snapshot) TAGPORT_REQUIRES(g_contentMutex) {
-    const EventSlot::Keep keep(g_ioEvent.value);
+    const EventSlot::KeepOpen keep(g_ioEvent.value);
     if (!proxy.WriteNfcContent(snapshot.data.GetContent())) {
         return false;
     }
@@ -40,7 +40,7 @@ std::string BuildImage(const ManagedImage& image) {
 
 bool ReadContent(NfcProxy& proxy, std::string& content) {
     platform::Lock lock(g_contentMutex);
-    const EventSlot::Keep keep(g_ioEvent.value);
+    const EventSlot::KeepOpen keep(g_ioEvent.value);
     return proxy.ReadNfcContent(content);
 }
 
@@ -60,6 +60,6 @@ NumberWrite WriteImageUnlessOutdated(NfcProxy& proxy, const ManagedImage& image)
 
 bool ReadNumber(NfcProxy& proxy, std::uint8_t* number) {
     platform::Lock content(g_contentMutex);
-    const EventSlot::Keep keep(g_ioEvent.value);
+    const EventSlot::KeepOpen keep(g_ioEvent.value);
     return proxy.ReadRandNumber(number);
 }

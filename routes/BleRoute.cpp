@@ -48,8 +48,8 @@ struct Link {
     // notification and its listener must not need it.
     platform::Mutex mutex{kBtLinkLock};
     std::uint64_t sinkAddress = 0;  // that the sink is subscribed for
-    // Sinks that the client would not let go of. They are silent, and kept for good: deleting one
-    // under a delivery would crash the host.
+    // Sinks that the client has refused to unsubscribe. They are silent, and kept for good:
+    // deleting one under a delivery would crash the host.
     std::vector<std::unique_ptr<BtDataNotify>> keptSinks;
 };
 
@@ -63,7 +63,7 @@ bool Unsubscribe(BLEClient& client, std::uint64_t address) {
         [&] { return client.BleClientUnsubscribeNotify(address, kServiceUuid, kNotifyUuid); });
 }
 
-// Deletes the sink, which is silent. `isFree`: the client has let go of it.
+// Deletes the sink, which is silent. `isFree`: the client has unsubscribed it.
 void DropSink(Link& link, bool isFree) {
     if (g_btDataNotify.value != nullptr && !isFree) {
         link.keptSinks.push_back(std::move(g_btDataNotify.value));

@@ -98,7 +98,7 @@ void UndoStart() {
 bool NfcProxy::InitNfcDevice() {
     const platform::Lock content(g_contentMutex);
     // The end of another manager in the middle must not make the chip look like another one.
-    const EventSlot::Keep keep(g_ioEvent.value);
+    const EventSlot::KeepOpen keep(g_ioEvent.value);
     try {
         if (StartDevice()) {
             return true;

@@ -55,7 +55,7 @@ bool NfcProxy::HidWrite(std::int32_t page, const std::uint8_t* data, std::int32_
         LogErrorFun("NFC HidWrite command init fail");
         return false;
     }
-    // Zeroed, so that what lies behind the payload tells nothing of this process's memory.
+    // Zeroed, so that the bytes after the payload show nothing of this process's memory.
     const Buffer report = AllocateBuffer(kReportSize);
     if (report == nullptr) {
         LogErrorFun("NFC HidWrite malloc nfcData fail");

@@ -40,7 +40,7 @@ void PutFrameHead(std::uint8_t* frame, std::uint8_t direction);
 /// Fills a number request for a chip register. Under g_contentMutex.
 void FillNumberRequest(NumberRequest& request, std::uint16_t regAddr);
 
-/// What the keyboard tells.
+/// What the keyboard reports.
 enum class KeyboardReport {
     kEntered,      ///< a phone entered the field
     kLeft,         ///< the phone has left

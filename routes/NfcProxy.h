@@ -15,7 +15,7 @@ class NfcProxy {
     /// Arms the process for a new manager: the next interrupt opens a visit, the loops may run.
     NfcProxy();
 
-    /// Tells the interrupt thread and the keyboard read thread to stop and lets go of the transfer
+    /// Stops the interrupt thread and the keyboard read thread and closes the transfer
     /// event. Waits for nobody. The device stays open.
     ~NfcProxy();
 

@@ -3,12 +3,12 @@
 // Below, a lease that is released is always declared before the lock, so that its handle is closed
 // after the lock has been given back.
 
-EventSlot::Keep::Keep(EventSlot& slot) : m_slot(slot) {
+EventSlot::KeepOpen::KeepOpen(EventSlot& slot) : m_slot(slot) {
     platform::Lock lock(m_slot.m_mutex);
     ++m_slot.m_keepers;
 }
 
-EventSlot::Keep::~Keep() {
+EventSlot::KeepOpen::~KeepOpen() {
     Lease released;
     platform::Lock lock(m_slot.m_mutex);
     if (--m_slot.m_keepers == 0 && m_slot.m_closeLater) {
@@ -18,7 +18,7 @@ EventSlot::Keep::~Keep() {
 }
 
 bool EventSlot::Create(bool manualReset) {
-    // The owner first: running out of memory must not leave a handle behind.
+    // The owner first: running out of memory must not leak a handle.
     const auto event = std::make_shared<Event>();
     event->m_handle =
         UniqueHandle(CreateEventW(nullptr, manualReset ? TRUE : FALSE, FALSE, nullptr));

@@ -8,9 +8,9 @@
 #include "transfer/LockOrder.h"
 #include "transfer/UniqueHandle.h"
 
-/// Holds one event. Whoever waits on it holds a lease; a handle is closed when the slot has let go
-/// of it and the last lease has ended. Closing a handle that somebody waits on, or signalling one
-/// whose number now names something else, can therefore not happen.
+/// Holds one event. Whoever waits on it holds a lease; a handle is closed when the slot has
+/// released it and the last lease has ended. Closing a handle that somebody waits on, or signalling
+/// one whose number now names something else, can therefore not happen.
 ///
 /// An operation of many waits keeps the slot: a Close in the middle takes effect at its end.
 ///
@@ -31,22 +31,23 @@ class EventSlot {
     };
 
     /// Puts off every Close for a scope.
-    class Keep {
+    class KeepOpen {
       public:
-        explicit Keep(EventSlot& slot);
-        ~Keep();
-        Keep(const Keep&) = delete;
-        Keep& operator=(const Keep&) = delete;
+        explicit KeepOpen(EventSlot& slot);
+        ~KeepOpen();
+        KeepOpen(const KeepOpen&) = delete;
+        KeepOpen& operator=(const KeepOpen&) = delete;
 
       private:
         EventSlot& m_slot;
     };
 
     /// Makes a new, unsignalled event and puts it in place of the old one. On failure the old one
-    /// stays and GetLastError tells why.
+    /// stays and GetLastError says why.
     bool Create(bool manualReset);
 
-    /// Lets go of the event, at once or when the last Keep ends. A Create before that forgets it.
+    /// Lets go of the event, at once or when the last KeepOpen ends. A Create before that forgets
+    /// it.
     void Close();
 
     /// The event, or an empty lease.

@@ -23,7 +23,7 @@ class NfcCommand {
     /// Prepares the command for a transfer over `handle`. False if it cannot run.
     virtual bool Parse(HANDLE handle);
 
-    /// Starts the transfer. True: it is under way, or over, and the request's event tells when.
+    /// Starts the transfer. True: it is under way, or over, and the request's event says when.
     /// False: it could not be started.
     virtual bool Execute() = 0;
 

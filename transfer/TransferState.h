@@ -8,8 +8,8 @@
 /// The request record of all command objects; offsets stay 0. Used only under the device mutex.
 extern OVERLAPPED g_ioOverlapped;
 
-/// Manual-reset event of g_ioOverlapped. Made by each device start, let go of by a failed one and
-/// by the end of a manager's proxy.
+/// Manual-reset event of g_ioOverlapped. Made by each device start, closed by a failed one and by
+/// the end of a manager's proxy.
 extern platform::NeverDestroyed<EventSlot> g_ioEvent;
 
 /// Returns after a cancelled request has ended, with the bytes it moved. The event may be signalled
