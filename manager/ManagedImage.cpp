@@ -3,13 +3,10 @@
 #include <utility>
 
 #include "platform/platform.h"
+#include "transfer/LockOrder.h"
 
-namespace {
-
-// Of the content that was made the newest last.
-std::uint64_t g_newestOrder TAGPORT_GUARDED_BY(g_memoryMutex) = 0;
-
-}  // namespace
+platform::Mutex ManagedImage::m_memoryMutex{kMemoryLock};
+std::uint64_t ManagedImage::m_newestOrder = 0;
 
 void ManagedImage::Give(const RandomNumber& number) {
     m_number = number;
@@ -25,7 +22,7 @@ const RandomNumber* ManagedImage::GivenSince(Moment moment) const {
 }
 
 void ManagedImage::MakeNewest() {
-    m_order = ++g_newestOrder;
+    m_order = ++m_newestOrder;
 }
 
 void WaitingNumber::Begin(std::shared_ptr<ManagedImage> image) {
@@ -35,7 +32,7 @@ void WaitingNumber::Begin(std::shared_ptr<ManagedImage> image) {
 
 WaitingNumber::~WaitingNumber() {
     if (m_image != nullptr) {
-        platform::Lock lock(g_memoryMutex);
+        platform::Lock lock(ManagedImage::m_memoryMutex);
         --m_image->m_waiting;
     }
 }

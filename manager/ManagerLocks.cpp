@@ -6,8 +6,10 @@
 
 platform::Mutex m_staticDeviceMutex{kDeviceOperationLock};
 platform::Mutex m_staticMcuKbMutex{kMcuStatusLock};
-platform::Mutex g_memoryMutex{kMemoryLock};
 
-platform::Mutex g_writeMutex{kNumberOperationLock};
+platform::Mutex& NumberThreadMutex() {
+    static platform::Mutex mutex{kNumberOperationLock};
+    return mutex;
+}
 
-std::mutex& NfcManager::m_staticWriteMutex = g_writeMutex.native();
+std::mutex& NfcManager::m_staticWriteMutex = NumberThreadMutex().native();

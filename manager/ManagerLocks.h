@@ -11,8 +11,4 @@ extern platform::Mutex m_staticDeviceMutex;
 extern platform::Mutex m_staticMcuKbMutex;
 
 /// The mutex to which NfcManager::m_staticWriteMutex refers: one number thread at a time.
-extern platform::Mutex g_writeMutex;
-
-/// Guards every manager's message and image in memory. A short lock: never held over a transfer, a
-/// pause, a listener call or a log line, so WriteRandNum never waits for the tag or for a slow log.
-extern platform::Mutex g_memoryMutex;
+platform::Mutex& NumberThreadMutex();

@@ -2,7 +2,7 @@
 //
 // Each flow holds m_staticDeviceMutex throughout, so a read cannot put the tag's old fields into
 // memory between another flow's filling of the image and its writing. Each step on the tag holds
-// g_contentMutex; message and image in memory are touched under g_memoryMutex, and nothing is
+// the content lock; message and image in memory are touched under the memory lock, and nothing is
 // logged there.
 #include <tagport/NfcManager.h>
 
@@ -50,7 +50,7 @@ MessageFields FieldsOf(NdefMessage& message) {
 }
 
 void UseNewerNumber(const ManagedImage* image, ManagedImage::Moment moment, MessageFields& fields)
-    TAGPORT_REQUIRES(g_memoryMutex) {
+    TAGPORT_REQUIRES(ManagedImage::m_memoryMutex) {
     const RandomNumber* const newer = image != nullptr ? image->GivenSince(moment) : nullptr;
     if (newer != nullptr) {
         std::copy(newer->begin(), newer->end(), fields.number);
@@ -85,7 +85,7 @@ bool ParseFields(const std::string& content, MessageFields& fields) {
 }
 
 void MakeNewest(ManagedImage& image) {
-    platform::Lock memory(g_memoryMutex);
+    platform::Lock memory(ManagedImage::m_memoryMutex);
     image.MakeNewest();
 }
 
@@ -103,7 +103,7 @@ bool IsReadBeforeWrite() {
 // frame while it stores a block, so this keeps out of the pause that follows another thread's
 // block.
 void EnableRadio() {
-    platform::Lock content(g_contentMutex);
+    platform::Lock content(NfcProxy::m_contentMutex);
     NfcDeviceContext& context = GetNfcDeviceContext();
     NfcSpbCommon* const driver = context.spbDriverOps;
     if (driver == nullptr) {
@@ -136,7 +136,7 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
     MessageFields fields;
     std::shared_ptr<NdefMessage> own;
     {
-        platform::Lock memory(g_memoryMutex);
+        platform::Lock memory(ManagedImage::m_memoryMutex);
         image = m_nfcData;
         begin = image != nullptr ? image->Now() : 0;
         fields = FieldsOf(*message);
@@ -146,11 +146,11 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
         LogWarnFun("Nfc_ReadMessage not need");
     } else if (ReadIntoMessage(own) != kSuccess) {
         LogErrorFun("WriteMessage Read failed");
-        platform::Lock memory(g_memoryMutex);
+        platform::Lock memory(ManagedImage::m_memoryMutex);
         m_ndefMessage = message;
     }
     {
-        platform::Lock memory(g_memoryMutex);
+        platform::Lock memory(ManagedImage::m_memoryMutex);
         own = m_ndefMessage;
         if (own != nullptr) {
             UseNewerNumber(image.get(), begin, fields);
@@ -189,7 +189,7 @@ int NfcManager::ReadIntoMessage(const std::shared_ptr<NdefMessage>& target) {
     ManagedImage* const image = held.m_nfcData.get();
     ManagedImage::Moment begin = 0;
     if (image != nullptr) {
-        platform::Lock memory(g_memoryMutex);
+        platform::Lock memory(ManagedImage::m_memoryMutex);
         begin = image->BeforeWaitingNumber();
     }
     std::string content;
@@ -206,7 +206,7 @@ int NfcManager::ReadIntoMessage(const std::shared_ptr<NdefMessage>& target) {
     }
     const bool isOwn = target == held.m_ndefMessage;
     {
-        platform::Lock memory(g_memoryMutex);
+        platform::Lock memory(ManagedImage::m_memoryMutex);
         if (isOwn) {
             UseNewerNumber(image, begin, fields);
         }

@@ -50,7 +50,7 @@ std::shared_ptr<NfcManager> NfcManager::Create(std::shared_ptr<NdefMessage> mess
 NfcManager::NfcManager(std::shared_ptr<NdefMessage> message) : m_ndefMessage(std::move(message)) {}
 
 NfcManager::NfcManager(const NfcManager& other) {
-    platform::Lock lock(g_memoryMutex);
+    platform::Lock lock(ManagedImage::m_memoryMutex);
     // NOLINTBEGIN(cppcoreguidelines-prefer-member-initializer): initializers run outside the lock
     m_nfcData = other.m_nfcData;
     m_nfcProxy = other.m_nfcProxy;
@@ -60,7 +60,7 @@ NfcManager::NfcManager(const NfcManager& other) {
 
 NfcManager& NfcManager::operator=(const NfcManager& other) {
     NfcManager replaced(other);  // ends after the lock, with what was held until now
-    platform::Lock lock(g_memoryMutex);
+    platform::Lock lock(ManagedImage::m_memoryMutex);
     m_nfcData.swap(replaced.m_nfcData);
     m_nfcProxy.swap(replaced.m_nfcProxy);
     m_ndefMessage.swap(replaced.m_ndefMessage);
@@ -96,7 +96,7 @@ bool NfcManager::Init(NfcListener listener) {
         return false;
     }
     {
-        platform::Lock lock(g_memoryMutex);
+        platform::Lock lock(ManagedImage::m_memoryMutex);
         m_nfcData->data = std::move(image);
     }
     if (!SetContent(NumberFrom::kHost)) {
@@ -124,7 +124,7 @@ bool NfcManager::SetContent(NumberFrom source) {
     std::uint8_t model[imageformat::kModelSize] = {};
     std::uint8_t pcType = 0;
     {
-        platform::Lock lock(g_memoryMutex);
+        platform::Lock lock(ManagedImage::m_memoryMutex);
         held.m_ndefMessage->GetMac(mac);
         held.m_ndefMessage->GetUrl(url);
         held.m_ndefMessage->GetRandomNumber(number);
@@ -142,7 +142,7 @@ bool NfcManager::SetContent(NumberFrom source) {
                           SetRandomNumber(filled, number) && SetModel(filled, model);
     const std::optional<std::size_t> readBackSize = ReadBackUriSize(pcType);
     {
-        platform::Lock lock(g_memoryMutex);
+        platform::Lock lock(ManagedImage::m_memoryMutex);
         const RandomNumber* const newer = image.GivenSince(copied);
         if (newer != nullptr) {
             filled.ReplaceNumber(*newer);
@@ -200,7 +200,7 @@ bool NfcManager::SetModel(NfcData& image, const std::uint8_t (&model)[4]) {
 }
 
 std::shared_ptr<NfcProxy> NfcManager::Proxy() const {
-    platform::Lock lock(g_memoryMutex);
+    platform::Lock lock(ManagedImage::m_memoryMutex);
     return m_nfcProxy;
 }
 

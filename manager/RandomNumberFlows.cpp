@@ -67,7 +67,7 @@ int NfcManager::WriteRandNum(const std::uint8_t (&number)[32]) {
 
     enum class Outcome { kNoMessage, kKnown, kRefused, kNoThread, kStarted };
     const auto takeOver = [&] {
-        platform::Lock memory(g_memoryMutex);
+        platform::Lock memory(ManagedImage::m_memoryMutex);
         if (m_ndefMessage == nullptr) {
             return Outcome::kNoMessage;
         }
@@ -145,7 +145,7 @@ NfcManager::ThreadResult NfcManager::WriteRandThread(void* manager) {
 
 int NfcManager::LocalWriteRand() {
     const OperationScope scope;
-    platform::Lock operation(g_writeMutex);
+    platform::Lock operation(NumberThreadMutex());
     const NfcManager held(*this);
     NfcProxy* const proxy = held.m_nfcProxy.get();
     const ManagedImage* const image = held.m_nfcData.get();

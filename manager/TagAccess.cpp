@@ -11,7 +11,7 @@
 namespace {
 
 // Of the content that was written last, by any manager.
-std::uint64_t g_writtenOrder TAGPORT_GUARDED_BY(g_contentMutex) = 0;
+std::uint64_t g_writtenOrder TAGPORT_GUARDED_BY(NfcProxy::m_contentMutex) = 0;
 
 struct Snapshot {
     NfcData data;
@@ -19,11 +19,11 @@ struct Snapshot {
 };
 
 Snapshot SnapshotOf(const ManagedImage& image) {
-    platform::Lock lock(g_memoryMutex);
+    platform::Lock lock(ManagedImage::m_memoryMutex);
     return {image.data, image.order()};
 }
 
-bool Write(NfcProxy& proxy, const Snapshot& snapshot) TAGPORT_REQUIRES(g_contentMutex) {
+bool Write(NfcProxy& proxy, const Snapshot& snapshot) TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
     const EventSlot::KeepOpen keep(g_ioEvent.value);
     if (!proxy.WriteNfcContent(snapshot.data.GetContent())) {
         return false;
@@ -39,18 +39,18 @@ std::string BuildImage(const ManagedImage& image) {
 }
 
 bool ReadContent(NfcProxy& proxy, std::string& content) {
-    platform::Lock lock(g_contentMutex);
+    platform::Lock lock(NfcProxy::m_contentMutex);
     const EventSlot::KeepOpen keep(g_ioEvent.value);
     return proxy.ReadNfcContent(content);
 }
 
 bool WriteImage(NfcProxy& proxy, const ManagedImage& image) {
-    platform::Lock content(g_contentMutex);
+    platform::Lock content(NfcProxy::m_contentMutex);
     return Write(proxy, SnapshotOf(image));
 }
 
 NumberWrite WriteImageUnlessOutdated(NfcProxy& proxy, const ManagedImage& image) {
-    platform::Lock content(g_contentMutex);
+    platform::Lock content(NfcProxy::m_contentMutex);
     const Snapshot snapshot = SnapshotOf(image);
     if (snapshot.order < g_writtenOrder) {
         return NumberWrite::kOutdated;
@@ -59,7 +59,7 @@ NumberWrite WriteImageUnlessOutdated(NfcProxy& proxy, const ManagedImage& image)
 }
 
 bool ReadNumber(NfcProxy& proxy, std::uint8_t* number) {
-    platform::Lock content(g_contentMutex);
+    platform::Lock content(NfcProxy::m_contentMutex);
     const EventSlot::KeepOpen keep(g_ioEvent.value);
     return proxy.ReadRandNumber(number);
 }

@@ -1,5 +1,5 @@
 // One step on the tag as the flows take it: read the image, build and write one, read the number.
-// Each holds g_contentMutex for the whole step and keeps the transfer event, so that the end of
+// Each holds the content lock for the whole step and keeps the transfer event, so that the end of
 // another manager does not cut an image in half.
 #pragma once
 
@@ -24,7 +24,7 @@ bool TryThrice(Step step) {
     return false;
 }
 
-/// The image as the memory holds it now. Copies it under g_memoryMutex and builds it without.
+/// The image as the memory holds it now. Copies it under the memory lock and builds it without.
 std::string BuildImage(const ManagedImage& image);
 
 /// Reads the image from the chip. `content` is assigned on success only.

@@ -1,4 +1,4 @@
-// Image and number on a chip behind a kernel driver. Both are called under g_contentMutex.
+// Image and number on a chip behind a kernel driver. Both are called under the content lock.
 #pragma once
 
 #include <cstdint>

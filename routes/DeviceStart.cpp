@@ -96,7 +96,7 @@ void UndoStart() {
 }  // namespace
 
 bool NfcProxy::InitNfcDevice() {
-    const platform::Lock content(g_contentMutex);
+    const platform::Lock content(NfcProxy::m_contentMutex);
     // The end of another manager in the middle must not make the chip look like another one.
     const EventSlot::KeepOpen keep(g_ioEvent.value);
     try {

@@ -34,10 +34,10 @@ inline constexpr std::int32_t kPagePayload = 60;
 /// How long the keyboard is given to answer a number request.
 inline constexpr std::uint32_t kAnswerTimeoutMs = 3000;
 
-/// Puts `g_frameHead` with the given direction at the start of a frame. Under g_contentMutex.
+/// Puts `g_frameHead` with the given direction at the start of a frame. Under the content lock.
 void PutFrameHead(std::uint8_t* frame, std::uint8_t direction);
 
-/// Fills a number request for a chip register. Under g_contentMutex.
+/// Fills a number request for a chip register. Under the content lock.
 void FillNumberRequest(NumberRequest& request, std::uint16_t regAddr);
 
 /// What the keyboard reports.

@@ -9,6 +9,8 @@
 #include "routes/Route.h"
 #include "transfer/TransferState.h"
 
+platform::Mutex NfcProxy::m_contentMutex{kContentLock};
+
 namespace {
 
 // The next interrupt opens a visit, and the loops may run.

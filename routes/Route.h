@@ -11,7 +11,7 @@ class NfcProxy;
 /// One way to a tag: a chip behind a kernel driver, a HID keyboard, a Bluetooth keyboard. A route
 /// has no state of its own in the object; what it works on belongs to the process.
 ///
-/// All functions but AllowLoop, StopLoop and AfterOperation are called under g_contentMutex, and
+/// All functions but AllowLoop, StopLoop and AfterOperation are called under the content lock, and
 /// none with the device mutex held. A step that fails logs its lines.
 class Route {
   public:

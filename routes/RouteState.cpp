@@ -1,7 +1,5 @@
 #include "routes/RouteState.h"
 
-#include "transfer/LockOrder.h"
-
 namespace {
 
 constexpr std::uint8_t kInitialPcModel = 5;
@@ -18,7 +16,6 @@ platform::NeverDestroyed<NumberStore> g_localNumber;
 
 platform::NeverDestroyed<EventSlot> g_RandEvent;
 platform::NeverDestroyed<EventSlot> g_btRandEvent;
-platform::Mutex g_contentMutex{kContentLock};
 
 std::uint8_t g_frameHead[kFrameHeadSize] = {};
 std::uint8_t g_hidReportHead[kReportHeadSize] = {};

@@ -42,13 +42,7 @@ extern platform::NeverDestroyed<EventSlot> g_RandEvent;
 /// Manual-reset event, set by the Bluetooth sink when a number has arrived and reset by the waiter.
 extern platform::NeverDestroyed<EventSlot> g_btRandEvent;
 
-/// Serialises whole images, whole number reads, device starts and the switching on of the radio, so
-/// that two threads never mix two images. Taken before the device mutex. Held over transfers and
-/// over the pause after each block, in which a chip takes no frame: the device mutex does not cover
-/// that pause. So all but the event threads hold this mutex when they reach the chip.
-extern platform::Mutex g_contentMutex;
-
-// Heads of outgoing keyboard frames and reports, built up in place. Used under g_contentMutex.
+// Heads of outgoing keyboard frames and reports, built up in place. Used under the content lock.
 inline constexpr std::size_t kFrameHeadSize = 2;
 inline constexpr std::size_t kReportHeadSize = 4;
 extern std::uint8_t g_frameHead[kFrameHeadSize];

@@ -18,7 +18,7 @@ inline constexpr platform::LockRank kBtLinkLock{20, "Bluetooth link mutex"};
 /// covers the pauses after blocks: outside the event threads nobody reaches the chip without it.
 inline constexpr platform::LockRank kContentLock{30, "g_contentMutex"};
 
-/// One driver call with the pauses inside it. The pause after a block belongs to g_contentMutex.
+/// One driver call with the pauses inside it. The pause after a block belongs to the content lock.
 inline constexpr platform::LockRank kDeviceLock{40, "device mutex"};
 
 /// One transaction of the spb4 driver.

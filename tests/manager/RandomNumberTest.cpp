@@ -38,7 +38,7 @@ struct TagWithNumber : Desk {
 // Keeps the number threads of the next 20 s waiting.
 void HoldNumberThreads() {
     OnThread([] {
-        platform::Lock lock(g_writeMutex);
+        platform::Lock lock(NumberThreadMutex());
         Sleep(20'000);
     });
     Desk::Pass(hosted::kMillisecond);
