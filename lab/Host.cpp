@@ -1,6 +1,7 @@
 // The host application of a run: calls the library and records what it returns and reports.
 #include "lab/Host.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <string_view>
@@ -17,6 +18,10 @@ namespace {
 // the library's threads.
 std::atomic<Host*> g_host{nullptr};
 
+// Numbers that a listener gives: 32 equal bytes, counted up from the first to the last of these.
+constexpr std::uint8_t kFirstListenerByte = 0x80;
+constexpr std::uint8_t kLastListenerByte = 0xDF;
+
 constexpr std::uint8_t kMacAddress[6] = {0x02, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E};
 
 using Number = std::uint8_t[32];
@@ -31,6 +36,24 @@ void SetField(NdefMessage& message, int (NdefMessage::*setter)(const std::uint8_
     std::uint8_t field[Size];
     std::memcpy(field, bytes.data(), Size);
     (message.*setter)(field);
+}
+
+void SetFields(NdefMessage& message, const Host::Fields& fields) {
+    for (const auto& [name, value] : fields) {
+        if (name == "url") {
+            message.SetUrl(value);
+        } else if (name == "mac") {
+            SetField(message, &NdefMessage::SetMac, value);
+        } else if (name == "number") {
+            SetField(message, &NdefMessage::SetRandomNumber, value);
+        } else {
+            SetField(message, &NdefMessage::SetModel, value);
+        }
+    }
+}
+
+Json NumberField(const Number& number) {
+    return {{"number", ToHex(View(number, sizeof(number)))}};
 }
 
 }  // namespace
@@ -50,117 +73,191 @@ void Host::OnEvent(int event, const std::uint8_t (&number)[32], int route) {
     self.m_recorder.Add(self.m_stage.Thread(), self.m_stage.Now(), std::move(object));
     self.m_events.Add(event);
     self.m_stage.RecheckWaits();
+    self.ActInListener();
 }
 
-std::shared_ptr<NdefMessage> Host::Message() const {
-    return std::make_shared<NdefMessage>(m_message);
+void Host::ActInListener() {
+    ListenerHabits habits;
+    std::shared_ptr<NfcManager> manager;
+    Number number = {};
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        habits = m_habits;
+        manager = At(habits.manager).manager;
+        if (manager != nullptr && habits.renews) {
+            m_listenerByte = m_listenerByte >= kLastListenerByte || m_listenerByte == 0
+                                 ? kFirstListenerByte
+                                 : static_cast<std::uint8_t>(m_listenerByte + 1);
+            std::memset(number, m_listenerByte, sizeof(number));
+        }
+    }
+    if (habits.pause > 0) {
+        m_stage.WaitFor([] { return false; }, habits.pause, "the pause of a listener");
+    }
+    if (manager != nullptr && habits.renews) {
+        const int result = manager->WriteRandNum(number);
+        m_results.RecordOnly("WriteRandNum", result, NumberField(number));
+    }
+    if (manager != nullptr && habits.reads) {
+        const int result = manager->ReadRandNum(number);
+        m_results.RecordOnly("ReadRandNum", result, Json::object());
+    }
 }
 
-NfcManager& Host::Manager() {
-    if (m_manager == nullptr) {
+std::shared_ptr<NdefMessage> Host::Content(unsigned manager, const Fields& fields) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    NdefMessage& content = At(manager).content;
+    SetFields(content, fields);
+    return std::make_shared<NdefMessage>(content);
+}
+
+std::shared_ptr<NfcManager> Host::Manager(unsigned manager) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    if (At(manager).manager == nullptr) {
         throw WrongCall("there is no manager: \"start\" would be right before it");
     }
-    return *m_manager;
+    return At(manager).manager;
 }
 
 void Host::FillRandom(std::uint8_t (&number)[32]) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
     for (std::uint8_t& byte : number) {
         byte = static_cast<std::uint8_t>(m_random());
     }
 }
 
+void Host::Record(unsigned manager, const std::string& operation, bool succeeded, Json result,
+                  Json more) {
+    if (manager > 1) {
+        more["manager"] = manager;
+    }
+    m_results.Record(operation, succeeded, std::move(result), more);
+}
+
+void Host::Record(unsigned manager, const std::string& operation, int result, Json more) {
+    Record(manager, operation, result == 0, Json(result), std::move(more));
+}
+
+void Host::Record(unsigned manager, const std::string& operation, bool result) {
+    Record(manager, operation, result, Json(result), Json::object());
+}
+
 void Host::Start(int pcType) {
-    m_message.Init(static_cast<char>('0' + pcType));
+    NdefMessage content;
+    content.Init(static_cast<char>('0' + pcType));
     std::uint8_t type = 0;
-    m_message.GetPcType(type);
-    m_results.Record("Init", type == pcType);
+    content.GetPcType(type);
+    Record(1, "Init", type == pcType);
     if (type != pcType) {
         return;
     }
-    m_message.SetMac(kMacAddress);
+    content.SetMac(kMacAddress);
     Number number;
     FillRandom(number);
-    m_message.SetRandomNumber(number);
-    CreateManager();
-}
-
-void Host::CreateManager() {
-    m_manager = NfcManager::Create(Message(), m_listening ? &Host::OnEvent : nullptr);
-    m_results.Record("Create", m_manager != nullptr);
-    if (m_manager == nullptr) {
-        return;
-    }
-    // A PC that has only a Bluetooth keyboard has no tag of its own for DeviceInit to find.
-    if (m_stage.Route() != "ble") {
-        DeviceInit();
-        if (!m_results.LastSucceeded()) {
-            return;
+    content.SetRandomNumber(number);
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        for (Slot& slot : m_slots) {
+            slot.content = content;
         }
     }
-    if (m_stage.Route() == "ble" || m_stage.HasKeyboardController()) {
-        Connect(true);
+    StartManager(1, {});
+}
+
+bool Host::Create(unsigned manager, const Fields& fields) {
+    const std::shared_ptr<NdefMessage> message = Content(manager, fields);
+    std::shared_ptr<NfcManager> made =
+        NfcManager::Create(message, m_listening ? &Host::OnEvent : nullptr);
+    const bool created = made != nullptr;
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        At(manager).own = message;
+        At(manager).manager.swap(made);
     }
-    Write({});
+    made.reset();  // the manager before, outside the lock
+    Record(manager, "Create", created);
+    return created;
 }
 
-void Host::DeviceInit() {
-    m_results.Record("DeviceInit", Manager().DeviceInit());
+void Host::StartManager(unsigned manager, const Fields& fields) {
+    if (!Create(manager, fields) || !Open(manager)) {
+        return;
+    }
+    // The message that the manager shares, so that it stays the manager's own whatever the first
+    // reading gives.
+    std::shared_ptr<NdefMessage> own;
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        own = At(manager).own;
+    }
+    Record(manager, "WriteMessage", Manager(manager)->WriteMessage(own));
 }
 
-void Host::Connect(bool on) {
-    if (m_stage.Route() == "ble") {
+bool Host::Open(unsigned manager) {
+    // A PC that has only a Bluetooth keyboard has no tag of its own for DeviceInit to find.
+    if (m_stage.Route() != "ble") {
+        DeviceInit(manager);
+        if (!m_results.LastSucceeded()) {
+            return false;
+        }
+    }
+    if (m_stage.HasRoute("ble") || m_stage.HasRoute("hid")) {
+        Connect(manager, true);
+    }
+    return true;
+}
+
+void Host::DeviceInit(unsigned manager) {
+    Record(manager, "DeviceInit", Manager(manager)->DeviceInit());
+}
+
+void Host::Connect(unsigned manager, bool on) {
+    const std::shared_ptr<NfcManager> with = Manager(manager);
+    if (m_stage.HasRoute("ble")) {
         const std::uint64_t address = m_stage.KeyboardAddress();
         m_connected = on;
-        m_results.Record(on ? "BtConnect" : "BtDisconnect",
-                         on ? Manager().BtConnect(address) : Manager().BtDisconnect(address));
-    } else if (m_stage.HasKeyboardController()) {
-        m_results.Record("SetMcuKbConnectStatus", Manager().SetMcuKbConnectStatus(on));
+        Record(manager, on ? "BtConnect" : "BtDisconnect",
+               on ? with->BtConnect(address) : with->BtDisconnect(address));
+    } else if (m_stage.HasRoute("hid")) {
+        Record(manager, "SetMcuKbConnectStatus", with->SetMcuKbConnectStatus(on));
     } else {
         throw WrongCall("nothing can be connected on the " + m_stage.Route() +
                         " route: \"on hid,ble\" before it would be right");
     }
 }
 
-void Host::Renew(const std::string& bytes) {
+void Host::Renew(unsigned manager, const std::string& bytes) {
     Number number;
     if (bytes.empty()) {
         FillRandom(number);
     } else {
         std::memcpy(number, bytes.data(), sizeof(number));
     }
-    const int result = Manager().WriteRandNum(number);
+    const int result = Manager(manager)->WriteRandNum(number);
     if (result == 0) {
-        m_message.SetRandomNumber(number);
+        Content(manager, {{"number", std::string(View(number, sizeof(number)))}});
     }
-    m_results.Record("WriteRandNum", result, {{"number", ToHex(View(number, sizeof(number)))}});
+    Record(manager, "WriteRandNum", result, NumberField(number));
 }
 
-void Host::Write(const std::map<std::string, std::string>& fields) {
-    for (const auto& [name, value] : fields) {
-        if (name == "url") {
-            m_message.SetUrl(value);
-        } else if (name == "mac") {
-            SetField(m_message, &NdefMessage::SetMac, value);
-        } else if (name == "number") {
-            SetField(m_message, &NdefMessage::SetRandomNumber, value);
-        } else {
-            SetField(m_message, &NdefMessage::SetModel, value);
-        }
-    }
-    m_results.Record("WriteMessage", Manager().WriteMessage(Message()));
+void Host::Write(unsigned manager, const Fields& fields) {
+    const std::shared_ptr<NfcManager> with = Manager(manager);
+    Record(manager, "WriteMessage", with->WriteMessage(Content(manager, fields)));
 }
 
-void Host::ReadNumber() {
+void Host::ReadNumber(unsigned manager) {
     Number number = {};
-    const int result = Manager().ReadRandNum(number);
-    m_results.Record(
-        "ReadRandNum", result,
-        result == 0 ? Json{{"number", ToHex(View(number, sizeof(number)))}} : Json::object());
+    const int result = Manager(manager)->ReadRandNum(number);
+    Record(manager, "ReadRandNum", result, result == 0 ? NumberField(number) : Json::object());
 }
 
-void Host::ReadMessage() {
-    const std::shared_ptr<NdefMessage> target = Message();
-    const int result = Manager().ReadMessage(target);
+void Host::ReadMessage(unsigned manager, bool own) {
+    std::shared_ptr<NdefMessage> target = Content(manager, {});
+    if (own) {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        target = At(manager).own;
+    }
+    const int result = Manager(manager)->ReadMessage(target);
     Json more = Json::object();
     if (result == 0) {
         std::string url;
@@ -176,28 +273,50 @@ void Host::ReadMessage() {
         more["number"] = ToHex(View(number, sizeof(number)));
         more["model"] = ToHex(View(model, sizeof(model)));
     }
-    m_results.Record("ReadMessage", result, more);
+    Record(manager, "ReadMessage", result, std::move(more));
 }
 
-void Host::Update() {
-    m_results.Record("UpdateNfcData", Manager().UpdateNfcData());
+void Host::Update(unsigned manager, const Fields& fields) {
+    const std::shared_ptr<NfcManager> with = Manager(manager);
+    Content(manager, fields);
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        SetFields(*At(manager).own, fields);
+    }
+    Record(manager, "UpdateNfcData", with->UpdateNfcData());
 }
 
-void Host::Listen(bool on) {
+void Host::Listen(unsigned manager, bool on, const Fields& fields) {
+    const std::shared_ptr<NfcManager> with = Manager(manager);
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        const auto pause = fields.find("pause");
+        m_habits = {manager, pause == fields.end() ? 0 : std::stoll(pause->second),
+                    fields.count("reads") > 0, fields.count("renews") > 0};
+    }
     m_listening = on;
-    Manager().RegisterListener(on ? &Host::OnEvent : nullptr);
+    with->RegisterListener(on ? &Host::OnEvent : nullptr);
 }
 
-void Host::Stop() {
-    Manager();
-    m_manager.reset();
+void Host::Stop(unsigned manager) {
+    std::shared_ptr<NfcManager> last = Manager(manager);  // let go of outside the lock
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    At(manager).manager.reset();
 }
 
 void Host::End() {
-    if (m_connected && m_manager != nullptr) {
-        m_manager->BtDisconnect(m_stage.KeyboardAddress());
+    std::array<std::shared_ptr<NfcManager>, kMostManagers> managers;
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        for (std::size_t i = 0; i < managers.size(); ++i) {
+            managers[i].swap(m_slots[i].manager);
+        }
     }
-    m_manager.reset();
+    const auto any = std::find_if(managers.begin(), managers.end(),
+                                  [](const auto& one) { return one != nullptr; });
+    if (m_connected && any != managers.end()) {
+        (*any)->BtDisconnect(m_stage.KeyboardAddress());
+    }
 }
 
 }  // namespace lab

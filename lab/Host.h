@@ -1,17 +1,21 @@
-// The host application of a run: creates a manager, keeps the message that it wants on the tag, and
-// calls one operation of the library at a time.
+// The host application of a run: creates managers, keeps the message that each is to have on the
+// tag, and calls the library.
 #pragma once
 
 #include <tagport/NfcManager.h>
 
+#include <array>
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <random>
 #include <string>
 
 #include "lab/ReceivedEvents.h"
 #include "lab/RunResults.h"
+#include "lab/Script.h"
 #include "lab/Stage.h"
 
 namespace lab {
@@ -23,24 +27,37 @@ class Host {
   public:
     Host(Stage& stage, Recorder& recorder, RunResults& results, std::uint64_t seed);
 
-    /// Fills the message from the configuration, then CreateManager.
+    using Fields = std::map<std::string, std::string>;  ///< of a message, named as in the script
+
+    // `manager` is a number from 1 to kMostManagers. Each of them has a message of its own. Every
+    // operation may be called from any thread.
+
+    /// Fills the messages from the configuration, then starts manager 1.
     void Start(int pcType);
-    /// Creates the manager, opens the tag and writes to it; stops at the first step that fails.
-    void CreateManager();
+    /// Sets fields of the message, creates the manager, opens the tag and writes to it; stops at
+    /// the first step that fails. A manager that was there is released.
+    void StartManager(unsigned manager, const Fields& fields);
+    /// Only creates it; false when that failed.
+    bool Create(unsigned manager, const Fields& fields);
+    /// DeviceInit and Connect, each where the PC needs it; false when DeviceInit failed.
+    bool Open(unsigned manager);
     /// Connects or disconnects the keyboard. WrongCall on a route without one.
-    void Connect(bool on);
+    void Connect(unsigned manager, bool on);
     /// Writes a random number to the tag: these 32 bytes, or a new one for an empty string.
-    void Renew(const std::string& bytes);
-    /// Sets fields of the message, named as in the script, and writes the message.
-    void Write(const std::map<std::string, std::string>& fields);
-    void ReadNumber();
-    void ReadMessage();
-    void Update();
-    void DeviceInit();
-    void Listen(bool on);
+    void Renew(unsigned manager, const std::string& bytes);
+    /// Sets fields of the message and writes a copy of it.
+    void Write(unsigned manager, const Fields& fields);
+    void ReadNumber(unsigned manager);
+    /// Reads into the message that the manager shares with the host, or into another one.
+    void ReadMessage(unsigned manager, bool own);
+    /// Sets fields of the message that the manager shares with the host, and updates the tag.
+    void Update(unsigned manager, const Fields& fields);
+    void DeviceInit(unsigned manager);
+    /// With the fields of the script's "listener": what the listener does in each event.
+    void Listen(unsigned manager, bool on, const Fields& fields);
     /// Releases the manager.
-    void Stop();
-    /// Closes the Bluetooth connection and releases the manager, if there is one.
+    void Stop(unsigned manager);
+    /// Closes the Bluetooth connection and releases the managers that are there.
     void End();
 
     bool Listening() const { return m_listening; }
@@ -48,21 +65,43 @@ class Host {
     const ReceivedEvents& Events() const { return m_events; }
 
   private:
-    static void OnEvent(int event, const std::uint8_t (&number)[32], int route);
+    struct Slot {
+        NdefMessage content;               // the wanted content of the tag
+        std::shared_ptr<NdefMessage> own;  // the message that Create was given
+        std::shared_ptr<NfcManager> manager;
+    };
+    struct ListenerHabits {
+        unsigned manager = 1;    // that the listener calls
+        std::int64_t pause = 0;  // milliseconds
+        bool reads = false;
+        bool renews = false;
+    };
 
-    NfcManager& Manager();
-    std::shared_ptr<NdefMessage> Message() const;
+    static void OnEvent(int event, const std::uint8_t (&number)[32], int route);
+    void ActInListener();
+
+    Slot& At(unsigned manager) { return m_slots.at(manager - 1); }  // under m_mutex
+    std::shared_ptr<NfcManager> Manager(unsigned manager);          // WrongCall when there is none
+    /// Sets fields of a manager's content and gives a copy of it.
+    std::shared_ptr<NdefMessage> Content(unsigned manager, const Fields& fields);
+    void Record(unsigned manager, const std::string& operation, bool result);
+    void Record(unsigned manager, const std::string& operation, int result,
+                Json more = Json::object());
+    void Record(unsigned manager, const std::string& operation, bool succeeded, Json result,
+                Json more);
     void FillRandom(std::uint8_t (&number)[32]);
 
     Stage& m_stage;
     Recorder& m_recorder;
     RunResults& m_results;
-    std::mt19937_64 m_random;
     ReceivedEvents m_events;
-    NdefMessage m_message;  // the wanted content of the tag; the manager gets copies
-    std::shared_ptr<NfcManager> m_manager;
-    bool m_listening = true;
-    bool m_connected = false;  // the Bluetooth keyboard
+    std::mutex m_mutex;  // for what follows; never held over a call of the library
+    std::mt19937_64 m_random;
+    std::array<Slot, kMostManagers> m_slots;
+    ListenerHabits m_habits;
+    std::uint8_t m_listenerByte = 0;  // of the last number that a listener gave
+    std::atomic<bool> m_listening{true};
+    std::atomic<bool> m_connected{false};  // the Bluetooth keyboard
 };
 
 }  // namespace lab

@@ -98,7 +98,7 @@ std::string HumanOutput::Lines(const Json& object) const {
         const bool done = Succeeded(object["result"]);
         std::string text = Field(object, "operation") + "  " +
                            (done ? m_style.Green("ok") : m_style.Red("FAILED"));
-        for (const char* name : {"number", "url"}) {
+        for (const char* name : {"manager", "number", "url"}) {
             if (object.contains(name)) {
                 text += std::string("  ") + name + " " + Field(object, name);
             }

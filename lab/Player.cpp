@@ -2,6 +2,7 @@
 #include "lab/Player.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "lab/Failure.h"
@@ -15,14 +16,17 @@ constexpr int kPhoneEntered = 3;
 constexpr std::int64_t kDefaultStay = 800;
 constexpr std::int64_t kEnterBound = 1'000;  ///< for the event of a phone that entered
 constexpr std::int64_t kLeaveBound = 8'500;  ///< above the longest watch of the library
+constexpr std::int64_t kJoinBound = 24LL * 3'600'000;
+constexpr std::array<const char*, kMostHosts> kHostNames{"host 1", "host 2", "host 3", "host 4"};
 
 }  // namespace
 
-Player::Player(Stage& stage, Recorder& recorder, std::uint64_t seed, ShowCommand showCommand)
+Player::Player(Stage& stage, Recorder& recorder, std::uint64_t seed, Watch watch)
     : m_stage(stage),
       m_results(stage, recorder),
+      m_recorder(recorder),
       m_host(stage, recorder, m_results, seed),
-      m_showCommand(std::move(showCommand)) {}
+      m_watch(std::move(watch)) {}
 
 void Player::Start(int pcType) {
     m_host.Start(pcType);
@@ -56,9 +60,12 @@ void Player::Tap(const Command& command) {
     const std::int64_t stay = command.number.value_or(kDefaultStay);
     const std::int64_t in = command.in.value_or(0);
     m_host.Events().BeginVisit();
-    m_lastPhoneEnd = std::max(m_lastPhoneEnd,
-                              m_stage.Now() + static_cast<double>(in) + static_cast<double>(stay));
-    m_stage.Tap(in, stay);
+    {
+        const double end = m_stage.Now() + static_cast<double>(in) + static_cast<double>(stay);
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        m_lastPhoneEnd = std::max(m_lastPhoneEnd, end);
+    }
+    m_stage.Tap(in, stay, command.argument);
     if (!command.in) {
         Pause(stay);
         WaitForLeave();
@@ -80,7 +87,9 @@ bool Player::Applies(const Command& command) const {
     const auto named = [&](const std::string& name) {
         return std::find(command.only.begin(), command.only.end(), name) != command.only.end();
     };
-    return command.only.empty() || named(m_stage.Route()) || named(m_stage.Chip());
+    return command.only.empty() || named(m_stage.Chip()) ||
+           std::any_of(command.only.begin(), command.only.end(),
+                       [&](const std::string& name) { return m_stage.HasRoute(name); });
 }
 
 void Player::Execute(const Command& command) {
@@ -88,7 +97,68 @@ void Player::Execute(const Command& command) {
         const double due = m_begin + static_cast<double>(*command.at);
         Pause(static_cast<std::int64_t>(due - m_stage.Now()));
     }
-    m_showCommand(command.text);
+    if (command.host == 0) {
+        ExecuteNow(command);
+        return;
+    }
+    HostQueue& queue = m_queues[command.host - 1];
+    bool starts = false;
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        queue.commands.push_back(&command);
+        starts = !std::exchange(queue.running, true);
+    }
+    if (starts) {
+        ++m_runningHosts;
+        m_stage.StartThread(command.host, [this, host = command.host] { RunHost(host); });
+    }
+}
+
+void Player::RunHost(unsigned host) {
+    m_recorder.NameThread(m_stage.Thread(), kHostNames[host - 1]);
+    RunResults::UseHost(host);
+    HostQueue& queue = m_queues[host - 1];
+    while (true) {
+        const Command* command = nullptr;
+        {
+            const std::lock_guard<std::mutex> guard(m_mutex);
+            if (queue.commands.empty()) {
+                queue.running = false;
+                break;
+            }
+            command = queue.commands.front();
+            queue.commands.pop_front();
+        }
+        try {
+            ExecuteNow(*command);
+        } catch (const WrongCall& problem) {
+            // Another host may have let the manager go; this one goes on.
+            m_results.RecordFailedExpectation(m_file, command->line, command->text, problem.what());
+        }
+    }
+    --m_runningHosts;
+    m_stage.RecheckWaits();
+}
+
+void Player::Join() {
+    m_stage.WaitFor([this] { return m_runningHosts == 0; }, kJoinBound, "the hosts");
+}
+
+void Player::ExecuteNow(const Command& command) {
+    const unsigned before = m_results.Count();
+    m_watch({command, true, {}});
+    try {
+        Perform(command);
+    } catch (const WrongCall&) {
+        m_watch({command, false, {}});
+        throw;
+    }
+    const bool hasResult = m_results.Count() != before;
+    m_watch({command, false,
+             hasResult ? std::optional<bool>(m_results.LastSucceeded()) : std::nullopt});
+}
+
+void Player::Perform(const Command& command) {
     const std::int64_t in = command.in.value_or(0);
     switch (command.verb) {
         case Verb::kWait:
@@ -107,6 +177,15 @@ void Player::Execute(const Command& command) {
         case Verb::kChipStatus:
             m_stage.ChipStatus(in, static_cast<std::uint8_t>(*command.number));
             break;
+        case Verb::kChipBits: {
+            const std::string& bits = command.argument;
+            const auto byte = [&](std::size_t at) { return static_cast<std::uint8_t>(bits[at]); };
+            m_stage.ChipBits(byte(0) * 256U + byte(1), byte(2), byte(3));
+            break;
+        }
+        case Verb::kBleClient:
+            m_stage.BleClient(command.fields);
+            break;
         case Verb::kUnplug:
             m_stage.Unplug();
             break;
@@ -121,6 +200,9 @@ void Player::Execute(const Command& command) {
                 PlayAll(command.body);
             }
             break;
+        case Verb::kJoin:
+            Join();
+            break;
         case Verb::kExpectEvent:
             ExpectEvent(command);
             break;
@@ -134,37 +216,48 @@ void Player::Execute(const Command& command) {
 }
 
 void Player::ExecuteOperation(const Command& command) {
+    const unsigned manager = command.manager;
     switch (command.verb) {
         case Verb::kRenew:
-            m_host.Renew(command.argument);
+            m_host.Renew(manager, command.argument);
             break;
         case Verb::kReadNumber:
-            m_host.ReadNumber();
+            m_host.ReadNumber(manager);
             break;
         case Verb::kReadMessage:
-            m_host.ReadMessage();
+            m_host.ReadMessage(manager, command.on);
             break;
         case Verb::kWrite:
-            m_host.Write(command.fields);
+            m_host.Write(manager, command.fields);
             break;
         case Verb::kUpdate:
-            m_host.Update();
+            m_host.Update(manager, command.fields);
             break;
         case Verb::kInit:
-            m_host.DeviceInit();
+            m_host.DeviceInit(manager);
             break;
         case Verb::kConnect:
         case Verb::kDisconnect:
-            m_host.Connect(command.verb == Verb::kConnect);
+            m_host.Connect(manager, command.verb == Verb::kConnect);
+            break;
+        case Verb::kOpen:
+            m_host.Open(manager);
             break;
         case Verb::kListener:
-            m_host.Listen(command.on);
+            m_host.Listen(manager, command.on, command.fields);
             break;
         case Verb::kStop:
-            m_host.Stop();
+            m_host.Stop(manager);
+            break;
+        case Verb::kRestart:
+            m_host.Stop(manager);
+            m_host.StartManager(manager, command.fields);
             break;
         case Verb::kStart:
-            m_host.CreateManager();
+            m_host.StartManager(manager, command.fields);
+            break;
+        case Verb::kCreate:
+            m_host.Create(manager, command.fields);
             break;
         default:
             break;
@@ -212,6 +305,7 @@ void Player::Play(const Script& script) {
     m_file = script.file;
     m_begin = m_stage.Now();
     PlayAll(script.commands);
+    Join();
 }
 
 void Player::End() {

@@ -2,8 +2,13 @@
 // player checks the expected events and results.
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <cstdint>
+#include <deque>
 #include <functional>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,10 +22,15 @@ namespace lab {
 /// One per process, like its host. Never destroyed.
 class Player {
   public:
-    /// Called with each line of the script before it is carried out.
-    using ShowCommand = std::function<void(const std::string& text)>;
+    struct Step {
+        const Command& command;
+        bool begins = true;             ///< false: it has ended
+        std::optional<bool> succeeded;  ///< of its last operation, at its end if it has had one
+    };
+    /// Called on the thread of a command before and after it is carried out.
+    using Watch = std::function<void(const Step& step)>;
 
-    Player(Stage& stage, Recorder& recorder, std::uint64_t seed, ShowCommand showCommand);
+    Player(Stage& stage, Recorder& recorder, std::uint64_t seed, Watch watch);
 
     /// Checks what can be checked before the script is played; throws WrongCall.
     void Check(const Script& script);
@@ -28,6 +38,7 @@ class Player {
     /// Fills the message from the configuration, creates the manager, opens the tag and writes to
     /// it.
     void Start(int pcType);
+    /// Ends when every host has done what the script gave to it.
     void Play(const Script& script);
     /// Waits for phones that are still at the tag, then releases the manager.
     void End();
@@ -37,8 +48,18 @@ class Player {
     const ReceivedEvents& Events() const { return m_host.Events(); }
 
   private:
+    // What a host has still to do. Its thread ends with the last command.
+    struct HostQueue {
+        std::deque<const Command*> commands;
+        bool running = false;
+    };
+
     void PlayAll(const std::vector<Command>& commands);
     void Execute(const Command& command);
+    void ExecuteNow(const Command& command);
+    void Perform(const Command& command);
+    void RunHost(unsigned host);
+    void Join();
     void ExecuteOperation(const Command& command);
     bool Applies(const Command& command) const;
     void Tap(const Command& command);
@@ -49,10 +70,14 @@ class Player {
 
     Stage& m_stage;
     RunResults m_results;
+    Recorder& m_recorder;
     Host m_host;
-    ShowCommand m_showCommand;
+    Watch m_watch;
     std::string m_file;
-    double m_begin = 0;         // when the script began
+    double m_begin = 0;  // when the script began
+    std::mutex m_mutex;  // for the queues and m_lastPhoneEnd
+    std::array<HostQueue, kMostHosts> m_queues;
+    std::atomic<unsigned> m_runningHosts{0};
     double m_lastPhoneEnd = 0;  // when the last phone of a "tap" leaves the tag
 };
 

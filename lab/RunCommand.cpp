@@ -31,6 +31,22 @@ std::string JsonLine(Json object) {
     return object.dump(-1, ' ', true) + "\n";
 }
 
+/// What the script's "pc" says, unless the options say otherwise.
+StageOptions MergedOptions(StageOptions options, const Script& script) {
+    for (const auto& [name, value] : script.Pc()) {
+        if (name == "route") {
+            options.route = options.route.value_or(value);
+        } else if (name == "chip") {
+            options.chip = options.chip.value_or(value);
+        } else if (name == "late") {
+            options.late = std::stoll(value);
+        } else {
+            options.priorityChanges = static_cast<unsigned>(std::stoul(value));
+        }
+    }
+    return options;
+}
+
 Script ReadScript(const std::string& name) {
     // The name is printed before each message about a line.
     return ParseScript(name == "-" ? kStandardInput : Printable(name), ReadInput("--script", name));
@@ -75,16 +91,18 @@ int Run(const RunOptions& options) {
     static const bool json = options.json;
     static Recorder& recorder = *new Recorder(
         [](const Json& object) { WriteOutput(json ? JsonLine(object) : human.Lines(object)); });
-    Stage& stage = MakeStage(options.stage, recorder);
+    Script script = options.script ? ReadScript(*options.script) : Script{kVisitName, {}};
+    Stage& stage = MakeStage(MergedOptions(options.stage, script), recorder);
     static Player& player =
         *new Player(stage, recorder, options.stage.seed.value_or(std::random_device{}()),
-                    [](const std::string& text) {
-                        if (!json) {
-                            WriteOutput(human.CommandLine(text));
+                    [](const Player::Step& step) {
+                        if (!json && step.begins) {
+                            WriteOutput(human.CommandLine(step.command.text));
                         }
                     });
-    const Script script = options.script ? ReadScript(*options.script)
-                                         : ParseScript(kVisitName, stage.DefaultScript());
+    if (!options.script) {
+        script = ParseScript(kVisitName, stage.DefaultScript());
+    }
     player.Check(script);
 
     stage.ChooseClock();

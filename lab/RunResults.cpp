@@ -8,7 +8,21 @@
 
 namespace lab {
 
-void RunResults::AddObject(const std::string& operation, Json result, const Json& more) {
+namespace {
+
+thread_local unsigned t_host = 0;
+
+}  // namespace
+
+void RunResults::UseHost(unsigned host) {
+    t_host = host;
+}
+
+const RunResults::LastResult& RunResults::Last() const {
+    return m_last[t_host];
+}
+
+void RunResults::RecordOnly(const std::string& operation, Json result, const Json& more) {
     Json object;
     object["kind"] = "result";
     object["operation"] = operation;
@@ -17,35 +31,26 @@ void RunResults::AddObject(const std::string& operation, Json result, const Json
     m_recorder.Add(m_stage.Thread(), m_stage.Now(), std::move(object));
 }
 
-void RunResults::RecordAndCount(const std::string& operation, bool succeeded, Json result,
-                                const Json& more) {
-    AddObject(operation, std::move(result), more);
-    m_lastSucceeded = succeeded;
-    m_lastCounted = !succeeded;
-    m_lastOperation = operation;
+void RunResults::Record(const std::string& operation, bool succeeded, Json result,
+                        const Json& more) {
+    RecordOnly(operation, std::move(result), more);
+    Last() = {succeeded, !succeeded, operation, Last().count + 1};
     m_failures += succeeded ? 0 : 1;
 }
 
-void RunResults::Record(const std::string& operation, int result, const Json& more) {
-    RecordAndCount(operation, result == 0, Json(result), more);
-}
-
-void RunResults::Record(const std::string& operation, bool result, const Json& more) {
-    RecordAndCount(operation, result, Json(result), more);
-}
-
 std::string RunResults::CheckLast(bool expectedSuccess) {
-    if (m_lastSucceeded == expectedSuccess) {
-        m_failures -= m_lastCounted ? 1 : 0;
-        m_lastCounted = false;
+    LastResult& last = Last();
+    if (last.succeeded == expectedSuccess) {
+        m_failures -= last.counted ? 1 : 0;
+        last.counted = false;
         return "";
     }
-    return m_lastOperation.empty() ? "no operation has run yet"
-                                   : m_lastOperation + (m_lastSucceeded ? " worked" : " failed");
+    return last.operation.empty() ? "no operation has run yet"
+                                  : last.operation + (last.succeeded ? " worked" : " failed");
 }
 
 void RunResults::RecordExpectedEvent(int event, bool came) {
-    AddObject("expect event " + std::to_string(event), Json(came), Json::object());
+    RecordOnly("expect event " + std::to_string(event), Json(came), Json::object());
 }
 
 void RunResults::RecordFailedExpectation(const std::string& file, std::size_t line,

@@ -2,27 +2,33 @@
 // not expect.
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <cstddef>
 #include <string>
+#include <utility>
 
 #include "lab/Recorder.h"
+#include "lab/Script.h"
 #include "lab/Stage.h"
 
 namespace lab {
 
-/// Used by the script's thread only.
+/// Used by the script's thread and the hosts' threads; each has its own last result.
 class RunResults {
   public:
     RunResults(Stage& stage, Recorder& recorder) : m_stage(stage), m_recorder(recorder) {}
 
-    /// Records a result together with the fields of `more`, and counts it as a failure unless it is
-    /// 0 or true.
-    void Record(const std::string& operation, int result, const Json& more = Json::object());
-    void Record(const std::string& operation, bool result, const Json& more = Json::object());
+    /// Records a result together with the fields of `more`, and counts it as a failure unless it
+    /// succeeded.
+    void Record(const std::string& operation, bool succeeded, Json result, const Json& more);
 
     /// Compares the last result with what the script expects. A failure that was expected is not
     /// counted. Returns what happened instead; empty when the expectation was met.
     std::string CheckLast(bool expectedSuccess);
+
+    /// Records a result that is not counted.
+    void RecordOnly(const std::string& operation, Json result, const Json& more);
 
     /// Records whether an expected event came. Does not count: see RecordFailedExpectation.
     void RecordExpectedEvent(int event, bool came);
@@ -32,20 +38,28 @@ class RunResults {
     void RecordFailedExpectation(const std::string& file, std::size_t line, const std::string& text,
                                  const std::string& problem);
 
-    bool LastSucceeded() const { return m_lastSucceeded; }
+    /// The calling thread is this host's from now on; 0 is the script itself.
+    static void UseHost(unsigned host);
+
+    bool LastSucceeded() const { return Last().succeeded; }
+    /// The results that the calling thread's host has recorded.
+    unsigned Count() const { return Last().count; }
     unsigned Failures() const { return m_failures; }
 
   private:
-    void RecordAndCount(const std::string& operation, bool succeeded, Json result,
-                        const Json& more);
-    void AddObject(const std::string& operation, Json result, const Json& more);
+    struct LastResult {
+        bool succeeded = true;
+        bool counted = false;  // it is one of m_failures
+        std::string operation;
+        unsigned count = 0;
+    };
+    const LastResult& Last() const;
+    LastResult& Last() { return const_cast<LastResult&>(std::as_const(*this).Last()); }
 
     Stage& m_stage;
     Recorder& m_recorder;
-    unsigned m_failures = 0;
-    bool m_lastSucceeded = true;
-    bool m_lastCounted = false;  // the last result is one of m_failures
-    std::string m_lastOperation;
+    std::atomic<unsigned> m_failures{0};
+    std::array<LastResult, kMostHosts + 1> m_last;  // each used by its host's thread alone
 };
 
 }  // namespace lab

@@ -29,45 +29,71 @@ enum class Takes {
     kNumber,
     kPlan,
     kByte,
+    kBits,
+    kOwn,
     kSwitch,
-    kFields,
     kExpect,
     kCount
 };
+
+// What may stand in front of a word.
+constexpr unsigned kIn = 1;
+constexpr unsigned kManager = 2;
+constexpr unsigned kScriptOnly = 4;  // no "host"
 
 struct Word {
     const char* name;
     Verb verb;
     Takes takes;
-    bool later;         ///< may follow "in MS"
-    const char* usage;  ///< what would be right
+    unsigned prefixes;
+    const char* usage;             ///< what would be right
+    std::string_view fields = {};  ///< names that may follow, each with a blank; '=' needs a value
 };
 
+constexpr std::string_view kMessageFields = "url= mac= number= model= ";
+
 constexpr std::array kWords{
-    Word{"tap", Verb::kTap, Takes::kOptionalMs, true, "tap [MS]"},
-    Word{"enter", Verb::kEnter, Takes::kNothing, true, "enter"},
-    Word{"leave", Verb::kLeave, Takes::kNothing, true, "leave"},
-    Word{"wait", Verb::kWait, Takes::kMs, false, "wait MS"},
-    Word{"renew", Verb::kRenew, Takes::kNumber, false, "renew [64 hexadecimal digits | random]"},
-    Word{"read-number", Verb::kReadNumber, Takes::kNothing, false, "read-number"},
-    Word{"read-message", Verb::kReadMessage, Takes::kNothing, false, "read-message"},
-    Word{"write", Verb::kWrite, Takes::kFields, false,
-         "write [url=TEXT] [mac=HEX] [number=HEX] [model=HEX]"},
-    Word{"update", Verb::kUpdate, Takes::kNothing, false, "update"},
-    Word{"init", Verb::kInit, Takes::kNothing, false, "init"},
-    Word{"connect", Verb::kConnect, Takes::kNothing, false, "connect"},
-    Word{"disconnect", Verb::kDisconnect, Takes::kNothing, false, "disconnect"},
-    Word{"unplug", Verb::kUnplug, Takes::kNothing, false, "unplug"},
-    Word{"plug", Verb::kPlug, Takes::kNothing, false, "plug"},
-    Word{"fault", Verb::kFault, Takes::kPlan, false, "fault PLAN | none"},
-    Word{"chip-status", Verb::kChipStatus, Takes::kByte, true,
+    Word{"tap", Verb::kTap, Takes::kOptionalMs, kIn, "tap [MS [ROUTE]]"},
+    Word{"enter", Verb::kEnter, Takes::kNothing, kIn, "enter"},
+    Word{"leave", Verb::kLeave, Takes::kNothing, kIn, "leave"},
+    Word{"wait", Verb::kWait, Takes::kMs, 0, "wait MS"},
+    Word{"renew", Verb::kRenew, Takes::kNumber, kManager, "renew [64 hexadecimal digits | random]"},
+    Word{"read-number", Verb::kReadNumber, Takes::kNothing, kManager, "read-number"},
+    Word{"read-message", Verb::kReadMessage, Takes::kOwn, kManager, "read-message [own]"},
+    Word{"write", Verb::kWrite, Takes::kNothing, kManager,
+         "write [url=TEXT] [mac=HEX] [number=HEX] [model=HEX]", kMessageFields},
+    Word{"update", Verb::kUpdate, Takes::kNothing, kManager,
+         "update [url=TEXT] [mac=HEX] [number=HEX] [model=HEX]", kMessageFields},
+    Word{"init", Verb::kInit, Takes::kNothing, kManager, "init"},
+    Word{"connect", Verb::kConnect, Takes::kNothing, kManager, "connect"},
+    Word{"disconnect", Verb::kDisconnect, Takes::kNothing, kManager, "disconnect"},
+    Word{"open", Verb::kOpen, Takes::kNothing, kManager, "open"},
+    Word{"unplug", Verb::kUnplug, Takes::kNothing, 0, "unplug"},
+    Word{"plug", Verb::kPlug, Takes::kNothing, 0, "plug"},
+    Word{"fault", Verb::kFault, Takes::kPlan, 0, "fault PLAN | none"},
+    Word{"chip-status", Verb::kChipStatus, Takes::kByte, kIn,
          "chip-status N, with N from 0 to 255"},
-    Word{"listener", Verb::kListener, Takes::kSwitch, false, "listener on|off"},
-    Word{"stop", Verb::kStop, Takes::kNothing, false, "stop"},
-    Word{"start", Verb::kStart, Takes::kNothing, false, "start"},
-    Word{"expect", Verb::kExpectEvent, Takes::kExpect, false,
+    Word{"chip-bits", Verb::kChipBits, Takes::kBits, 0,
+         "chip-bits REGISTER MASK VALUE, with 4, 2 and 2 hexadecimal digits"},
+    Word{"ble-client", Verb::kBleClient, Takes::kNothing, 0,
+         "ble-client [inside-subscribe=MS] [inside-write=MS] [threads=N] [after-refusal]",
+         "inside-subscribe= inside-write= threads= after-refusal "},
+    Word{"listener", Verb::kListener, Takes::kSwitch, kManager,
+         "listener on|off [pause=MS] [reads] [renews]", "pause= reads renews "},
+    Word{"stop", Verb::kStop, Takes::kNothing, kManager, "stop"},
+    Word{"start", Verb::kStart, Takes::kNothing, kManager,
+         "start [url=TEXT] [mac=HEX] [number=HEX] [model=HEX]", kMessageFields},
+    Word{"restart", Verb::kRestart, Takes::kNothing, kManager,
+         "restart [url=TEXT] [mac=HEX] [number=HEX] [model=HEX]", kMessageFields},
+    Word{"create", Verb::kCreate, Takes::kNothing, kManager,
+         "create [url=TEXT] [mac=HEX] [number=HEX] [model=HEX]", kMessageFields},
+    Word{"expect", Verb::kExpectEvent, Takes::kExpect, 0,
          "expect event N within MS, or expect result OK|FAIL"},
-    Word{"repeat", Verb::kRepeat, Takes::kCount, false, "repeat N ... end"},
+    Word{"join", Verb::kJoin, Takes::kNothing, kScriptOnly, "join"},
+    Word{"repeat", Verb::kRepeat, Takes::kCount, kScriptOnly, "repeat N ... end"},
+    Word{"pc", Verb::kPc, Takes::kNothing, kScriptOnly,
+         "pc [route=NAME[,NAME...]] [chip=NAME] [late=MS] [changes=N] as the first command",
+         "route= chip= late= changes= "},
 };
 
 constexpr std::array kPlaces{"i2c",        "usb",        "hid",   "ble",        "fm11nt081",
@@ -122,7 +148,10 @@ class Line {
         return at == std::string_view::npos ? std::string() : std::string(m_text.substr(at));
     }
     std::int64_t Number(const char* usage, std::int64_t least, std::int64_t most) {
-        const std::string word = Next(usage);
+        return Whole(Next(usage), usage, least, most);
+    }
+    std::int64_t Whole(const std::string& word, const char* usage, std::int64_t least,
+                       std::int64_t most) const {
         std::int64_t value = 0;
         const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
         if (error != std::errc() || end != word.data() + word.size() || value < least ||
@@ -151,26 +180,47 @@ class Line {
     std::size_t m_next = 0;
 };
 
+// A list of routes and chips, separated by commas.
+std::vector<std::string> Places(const Line& line, const std::string& list) {
+    const std::string names = list + ",";
+    std::vector<std::string> places;
+    std::size_t at = 0;
+    for (std::size_t comma = 0; (comma = names.find(',', at)) != std::string::npos;
+         at = comma + 1) {
+        const std::string name = names.substr(at, comma - at);
+        if (std::find(kPlaces.begin(), kPlaces.end(), name) == kPlaces.end()) {
+            line.Fail("unknown route or chip " + Quoted(name) + ": " +
+                      Joined(kPlaces, [](const char* place) { return place; }) + " would be right");
+        }
+        places.push_back(name);
+    }
+    return places;
+}
+
 void TakeFields(Line& line, const Word& word, Command& command) {
     while (!line.Done()) {
         const std::string entry = line.Next(word.usage);
         const std::size_t sign = entry.find('=');
         const std::string name = entry.substr(0, sign);
-        const std::string value = sign == std::string::npos ? "" : entry.substr(sign + 1);
-        if (sign == std::string::npos ||
-            (name != "url" && name != "mac" && name != "number" && name != "model")) {
+        const std::string known = sign == std::string::npos ? name + " " : name + "= ";
+        if ((" " + std::string(word.fields)).find(" " + known) == std::string::npos) {
             line.Fail("unknown field " + Quoted(entry) + ": " + word.usage + " would be right");
         }
+        std::string value = sign == std::string::npos ? "" : entry.substr(sign + 1);
         if (name == "url") {
             if (value.size() > kMaxUrl || value.empty()) {
                 line.Fail("url " + Quoted(value) + ": " + std::to_string(value.size()) +
                           " bytes: 1 to " + std::to_string(kMaxUrl) + " can be given");
             }
-            command.fields[name] = value;
-            continue;
+        } else if (name == "mac" || name == "model" || name == "number") {
+            value = line.Bytes(
+                value, name == "mac" ? kMacSize : (name == "model" ? kModelSize : kNumberSize));
+        } else if (name == "route" || name == "chip") {
+            Places(line, value);
+        } else if (sign != std::string::npos) {
+            line.Whole(value, word.usage, 0, kMaxMilliseconds);
         }
-        command.fields[name] = line.Bytes(
-            value, name == "mac" ? kMacSize : (name == "model" ? kModelSize : kNumberSize));
+        command.fields[name] = value;
     }
 }
 
@@ -203,6 +253,10 @@ void TakeArguments(Line& line, const Word& word, Command& command) {
             if (!line.Done()) {
                 command.number = line.Number(word.usage, 0, kMaxMilliseconds);
             }
+            if (!line.Done()) {
+                command.argument = line.Next(word.usage);
+                Places(line, command.argument);
+            }
             break;
         case Takes::kMs:
             command.number = line.Number(word.usage, 0, kMaxMilliseconds);
@@ -222,6 +276,18 @@ void TakeArguments(Line& line, const Word& word, Command& command) {
         case Takes::kByte:
             command.number = line.Number(word.usage, 0, kMaxByte);
             break;
+        case Takes::kBits:
+            for (const std::size_t size : {2, 1, 1}) {
+                command.argument += line.Bytes(line.Next(word.usage), size);
+            }
+            break;
+        case Takes::kOwn:
+            command.on = !line.Done();
+            if (command.on && line.Next(word.usage) != "own") {
+                line.Fail(std::string("only \"own\" can follow: ") + word.usage +
+                          " would be right");
+            }
+            break;
         case Takes::kSwitch: {
             const std::string state = line.Next(word.usage);
             if (state != "on" && state != "off") {
@@ -230,9 +296,6 @@ void TakeArguments(Line& line, const Word& word, Command& command) {
             command.on = state == "on";
             break;
         }
-        case Takes::kFields:
-            TakeFields(line, word, command);
-            break;
         case Takes::kExpect:
             TakeExpectation(line, word, command);
             break;
@@ -240,29 +303,19 @@ void TakeArguments(Line& line, const Word& word, Command& command) {
             command.number = line.Number(word.usage, 1, kMaxRepeats);
             break;
     }
+    if (!word.fields.empty()) {
+        TakeFields(line, word, command);
+    }
     if (!line.Done()) {
         line.Fail("too much: " + Quoted(line.Peek()) + ": " + word.usage + " would be right");
     }
 }
 
-void TakePlaces(Line& line, Command& command) {
-    std::string names = line.Next("on ROUTE-OR-CHIP[,...] COMMAND") + ",";
-    std::size_t at = 0;
-    for (std::size_t comma = 0; (comma = names.find(',', at)) != std::string::npos;
-         at = comma + 1) {
-        const std::string name = names.substr(at, comma - at);
-        if (std::find(kPlaces.begin(), kPlaces.end(), name) == kPlaces.end()) {
-            line.Fail("unknown route or chip " + Quoted(name) + ": " +
-                      Joined(kPlaces, [](const char* place) { return place; }) + " would be right");
-        }
-        command.only.push_back(name);
-    }
-}
-
 /// A line may say "at MS" alone.
 void ParseCommand(Line& line, Command& command) {
+    std::optional<unsigned> manager;
     while (true) {
-        const std::string word = line.Next("a command behind \"at\", \"in\" or \"on\"");
+        const std::string word = line.Next("a command after its prefixes");
         if (word == "at") {
             command.at = line.Number("at MS [COMMAND]", 0, kMaxMilliseconds);
             if (line.Done()) {
@@ -277,7 +330,15 @@ void ParseCommand(Line& line, Command& command) {
             continue;
         }
         if (word == "on") {
-            TakePlaces(line, command);
+            command.only = Places(line, line.Next("on ROUTE-OR-CHIP[,...] COMMAND"));
+            continue;
+        }
+        if (word == "host") {
+            command.host = static_cast<unsigned>(line.Number("host N COMMAND", 1, kMostHosts));
+            continue;
+        }
+        if (word == "manager") {
+            manager = static_cast<unsigned>(line.Number("manager N COMMAND", 1, kMostManagers));
             continue;
         }
         const auto* const found = std::find_if(kWords.begin(), kWords.end(),
@@ -285,12 +346,19 @@ void ParseCommand(Line& line, Command& command) {
         if (found == kWords.end()) {
             line.Fail("unknown word " + Quoted(word) + ": " +
                       Joined(kWords, [](const Word& one) { return one.name; }) +
-                      ", end, at, in or on would be right");
+                      ", end, at, in, on, host or manager would be right");
         }
-        if (command.in && !found->later) {
-            line.Fail("\"in\" cannot stand in front of " + Quoted(word) +
-                      ": tap, enter, leave or chip-status would be right");
-        }
+        const auto refuse = [&](bool given, const char* prefix, const char* right) {
+            if (given) {
+                line.Fail("\"" + std::string(prefix) + "\" cannot stand in front of " +
+                          Quoted(word) + ": " + right + " would be right");
+            }
+        };
+        refuse(command.in && (found->prefixes & kIn) == 0, "in",
+               "tap, enter, leave or chip-status");
+        refuse(manager && (found->prefixes & kManager) == 0, "manager", "a manager's operation");
+        refuse(command.host != 0 && (found->prefixes & kScriptOnly) != 0, "host", "it alone");
+        command.manager = manager.value_or(1);
         command.verb = found->verb;
         TakeArguments(line, *found, command);
         return;
@@ -298,6 +366,11 @@ void ParseCommand(Line& line, Command& command) {
 }
 
 }  // namespace
+
+std::map<std::string, std::string> Script::Pc() const {
+    const bool given = !commands.empty() && commands[0].verb == Verb::kPc;
+    return given ? commands[0].fields : std::map<std::string, std::string>{};
+}
 
 Script ParseScript(const std::string& file, std::string_view text) {
     Script script{file, {}};
@@ -338,6 +411,9 @@ Script ParseScript(const std::string& file, std::string_view text) {
         command.line = number;
         command.text = content;
         ParseCommand(line, command);
+        if (command.verb == Verb::kPc && (open.size() > 1 || !script.commands.empty())) {
+            line.Fail("\"pc\" can only be the first command");
+        }
         open.back()->push_back(std::move(command));
         if (open.back()->back().verb == Verb::kRepeat) {
             if (open.size() > kMaxNested) {

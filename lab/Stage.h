@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,10 +14,12 @@
 namespace lab {
 
 struct StageOptions {
-    std::optional<std::string> route;  ///< none: i2c
+    std::optional<std::string> route;  ///< one or several, separated by commas; none: i2c
     std::optional<std::string> chip;   ///< none: fm11nt081
     std::optional<std::string> fault;
     std::optional<std::uint64_t> seed;  ///< scheduled clock; none: real time
+    std::int64_t late = 0;         ///< scheduled clock: how late a thread may run, in milliseconds
+    unsigned priorityChanges = 0;  ///< scheduled clock: see hosted::ScheduledOptions
     bool bus = false;
 };
 
@@ -30,12 +33,11 @@ class Stage {
     /// Creates the devices and connects log and bus to the recorder.
     virtual void CreateDevices() = 0;
 
-    /// "i2c", "usb", "hid" or "ble".
+    /// "i2c", "usb", "hid" or "ble"; the first one where the PC has several.
     virtual std::string Route() const = 0;
+    virtual bool HasRoute(const std::string& name) const = 0;
     /// The simulated chip's name; empty when there is none.
     virtual std::string Chip() const = 0;
-    /// True when the PC may have a keyboard with a microcontroller on HID.
-    virtual bool HasKeyboardController() const = 0;
     virtual std::uint64_t KeyboardAddress() const = 0;
     /// Played when no script is given.
     virtual std::string DefaultScript() const = 0;
@@ -47,15 +49,21 @@ class Stage {
                          const char* what) = 0;
     /// Makes WaitFor evaluate its predicate again. Any thread.
     virtual void RecheckWaits() = 0;
+    /// Runs `body` on a new thread, for the host of this number (from 1). Nobody joins it.
+    virtual void StartThread(unsigned host, std::function<void()> body) = 0;
 
     // Each happens `in` milliseconds later, and the call returns at once.
-    virtual void Tap(std::int64_t in, std::int64_t stay) = 0;
+    virtual void Tap(std::int64_t in, std::int64_t stay, const std::string& route) = 0;
     virtual void Enter(std::int64_t in) = 0;
     virtual void Leave(std::int64_t in) = 0;
     virtual void ChipStatus(std::int64_t in, std::uint8_t status) = 0;
 
     virtual void Unplug() = 0;
     virtual void Plug() = 0;
+    /// FM11N chips: the bits of `mask` in a register always read as in `value`.
+    virtual void ChipBits(unsigned reg, std::uint8_t mask, std::uint8_t value) = 0;
+    /// Chooses where the Bluetooth client delivers, by the fields of the script's "ble-client".
+    virtual void BleClient(const std::map<std::string, std::string>& fields) = 0;
     /// "none" removes every fault. WrongCall for a plan that cannot be parsed; `apply` false only
     /// parses it.
     virtual void Fault(const std::string& plan, bool apply) = 0;

@@ -11,6 +11,7 @@
 #include "lab/Failure.h"
 #include "lab/HeldPhone.h"
 #include "lab/Hex.h"
+#include "lab/Script.h"
 #include "lab/Stage.h"
 #include "platform/TraceLog.h"
 #include "platform/hosted/Kernel.h"
@@ -120,17 +121,42 @@ std::vector<BleFault> ParseBleFaults(const std::string& plan) {
     return faults;
 }
 
+using Body = std::function<void()>;
+
+// A routine for each host: the recorder names threads after their routines.
+template <unsigned Host>
+DWORD WINAPI RunHost(LPVOID argument) {
+    (*std::unique_ptr<Body>(static_cast<Body*>(argument)))();
+    return 0;
+}
+constexpr LPTHREAD_START_ROUTINE kHostRoutines[kMostHosts] = {RunHost<1>, RunHost<2>, RunHost<3>,
+                                                              RunHost<4>};
+
+std::vector<std::string> SplitList(const std::string& list) {
+    std::vector<std::string> entries;
+    for (std::size_t at = 0; at <= list.size();) {
+        const std::size_t comma = std::min(list.find(',', at), list.size());
+        entries.push_back(list.substr(at, comma - at));
+        at = comma + 1;
+    }
+    return entries;
+}
+
 class HostedStage : public Stage {
   public:
     HostedStage(const StageOptions& options, Recorder& recorder)
         : m_options(options),
           m_recorder(recorder),
-          m_routeName(options.route.value_or("i2c")),
+          m_routeNames(SplitList(options.route.value_or("i2c"))),
+          m_routeName(m_routeNames[0]),
           m_chipName(options.chip.value_or("fm11nt081")),
           m_bus(recorder, BusMeaning(Format(), Extended())) {
-        const auto route = simulator::RouteByName(m_routeName);
-        if (!route) {
-            throw WrongCall("--route " + m_routeName + ": i2c, usb, hid or ble would be right");
+        for (const std::string& name : m_routeNames) {
+            const auto route = simulator::RouteByName(name);
+            if (!route) {
+                throw WrongCall("--route " + name + ": i2c, usb, hid or ble would be right");
+            }
+            m_routes.push_back(*route);
         }
         const auto& kinds = simulator::ChipKinds();
         if (std::find(kinds.begin(), kinds.end(), m_chipName) == kinds.end()) {
@@ -140,7 +166,6 @@ class HostedStage : public Stage {
             throw WrongCall("--chip " + m_chipName + ": the " + m_routeName +
                             " route has no chip to choose");
         }
-        m_route = *route;
         if (options.fault) {
             try {
                 Fault(*options.fault, false);
@@ -155,6 +180,8 @@ class HostedStage : public Stage {
             hosted::ScheduledOptions options;
             options.seed = *m_options.seed;
             options.maxSilence = 0;  // the output may be on its way into a pager
+            options.maxLateness = FromMilliseconds(m_options.late);
+            options.priorityChangePoints = m_options.priorityChanges;
             hosted::UseScheduledClock(options);
         }
         hosted::SetStallHandler([this](const std::string& report) {
@@ -170,7 +197,7 @@ class HostedStage : public Stage {
         m_recorder.NameThread(hosted::CurrentThread(), kHostThread);
         TraceLogger::SetSink(RecordLogLine, &m_recorder);
         hosted::SetTracer([this](const hosted::TraceEvent& event) { m_bus.Take(event); });
-        m_pc = std::make_unique<simulator::SimulatedPc>(std::vector<PcRoute>{m_route}, m_chipName);
+        m_pc = std::make_unique<simulator::SimulatedPc>(m_routes, m_chipName);
         TraceBluetooth();
         if (m_options.fault) {
             Fault(*m_options.fault, true);
@@ -179,7 +206,9 @@ class HostedStage : public Stage {
 
     std::string Route() const override { return m_routeName; }
     std::string Chip() const override { return HasChip() ? m_chipName : std::string(); }
-    bool HasKeyboardController() const override { return m_routeName == "hid"; }
+    bool HasRoute(const std::string& name) const override {
+        return std::find(m_routeNames.begin(), m_routeNames.end(), name) != m_routeNames.end();
+    }
     std::uint64_t KeyboardAddress() const override { return simulator::kDefaultBleAddress; }
 
     std::string DefaultScript() const override {
@@ -198,9 +227,18 @@ class HostedStage : public Stage {
     void RecheckWaits() override {
         hosted::After(0, [] {});
     }
+    void StartThread(unsigned host, Body body) override {
+        CloseHandle(CreateThread(nullptr, 0, kHostRoutines[host - 1], new Body(std::move(body)), 0,
+                                 nullptr));
+    }
 
-    void Tap(std::int64_t in, std::int64_t stay) override {
-        m_pc->TapPhone(FromMilliseconds(in), FromMilliseconds(stay), Reporter());
+    void Tap(std::int64_t in, std::int64_t stay, const std::string& route) override {
+        const std::string& name = route.empty() ? m_routeName : route;
+        if (!HasRoute(name)) {
+            throw WrongCall("the PC has no tag on the " + name + " route");
+        }
+        m_pc->TapPhone(*simulator::RouteByName(name), FromMilliseconds(in), FromMilliseconds(stay),
+                       Reporter());
     }
     void Enter(std::int64_t in) override {
         hosted::After(FromMilliseconds(in), [this] {
@@ -229,6 +267,26 @@ class HostedStage : public Stage {
         });
     }
 
+    void ChipBits(unsigned reg, std::uint8_t mask, std::uint8_t value) override {
+        const hosted::DeviceLock lock;
+        if (!HasChip() || !m_pc->chip()->BackDoor().StickBits(reg, mask, value)) {
+            throw WrongCall("chip-bits: only FM11N chips have them");
+        }
+    }
+    void BleClient(const std::map<std::string, std::string>& fields) override {
+        const auto number = [&](const char* name, unsigned otherwise) {
+            const auto found = fields.find(name);
+            return found == fields.end() ? otherwise
+                                         : static_cast<unsigned>(std::stoul(found->second));
+        };
+        LinkDockService::DeliveryHabits habits;
+        habits.insideSubscribeMs = number("inside-subscribe", 0);
+        habits.insideWriteMs = number("inside-write", 0);
+        habits.threads = std::max(number("threads", 1), 1U);
+        habits.afterRefusedUnsubscribe = fields.count("after-refusal") > 0;
+        LinkDockService::SetDeliveryHabits(habits);
+    }
+
     void Unplug() override { m_pc->Unplug(); }
     void Plug() override {
         m_pc->Plug();
@@ -236,24 +294,28 @@ class HostedStage : public Stage {
     }
 
     void Fault(const std::string& plan, bool apply) override {
-        const std::string text = plan == kNoFaults ? "" : plan;
-        if (m_routeName == "ble") {
-            const std::vector<BleFault> faults = ParseBleFaults(text);
-            if (apply) {
-                LinkDockService::ClearFaults();
-                for (const BleFault& fault : faults) {
-                    LinkDockService::FailCall(fault.call, fault.nth);
-                }
-            }
-            return;
+        // On a PC with both, a fault of the Bluetooth client is an entry without an action.
+        std::string ofClient;
+        std::string ofDrivers;
+        for (const std::string& entry : SplitList(plan == kNoFaults ? "" : plan)) {
+            const bool isClients = HasRoute("ble") && (m_routeNames.size() == 1 ||
+                                                       entry.find('=') == std::string::npos);
+            std::string& list = isClients ? ofClient : ofDrivers;
+            list += (list.empty() ? "" : ",") + entry;
         }
         std::string error;
-        const auto faults = simulator::FaultPlan::Parse(text, error);
+        const auto faults = simulator::FaultPlan::Parse(ofDrivers, error);
         if (!faults) {
-            throw WrongCall("\"" + text + "\": " + error);
+            throw WrongCall("\"" + ofDrivers + "\": " + error);
         }
-        if (apply) {
-            m_pc->Faults(*faults);
+        const std::vector<BleFault> clientFaults = ParseBleFaults(ofClient);
+        if (!apply) {
+            return;
+        }
+        m_pc->Faults(*faults);
+        LinkDockService::ClearFaults();
+        for (const BleFault& fault : clientFaults) {
+            LinkDockService::FailCall(fault.call, fault.nth);
         }
     }
 
@@ -287,10 +349,9 @@ class HostedStage : public Stage {
                                       : BusFormat::kChip;
     }
     simulator::TagRadio& Radio() {
-        if (m_pc->keyboard() != nullptr) {
-            return m_pc->keyboard()->Radio();
-        }
-        return m_pc->bluetooth() != nullptr ? m_pc->bluetooth()->Radio() : m_pc->chip()->Radio();
+        return HasChip()                     ? m_pc->chip()->Radio()
+               : m_pc->keyboard() != nullptr ? m_pc->keyboard()->Radio()
+                                             : m_pc->bluetooth()->Radio();
     }
     simulator::Phone::Reporter Reporter() {
         return [this](const simulator::PhoneReport& report) {
@@ -309,10 +370,11 @@ class HostedStage : public Stage {
 
     StageOptions m_options;
     Recorder& m_recorder;
-    std::string m_routeName;
+    std::vector<std::string> m_routeNames;
+    std::string m_routeName;  // the first one
     std::string m_chipName;
     BusTrace m_bus;
-    PcRoute m_route = PcRoute::kI2c;
+    std::vector<PcRoute> m_routes;
     std::unique_ptr<simulator::SimulatedPc> m_pc;
     std::shared_ptr<HeldPhone> m_phone;  // guarded by hosted::DeviceLock
 };

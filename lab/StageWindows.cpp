@@ -1,6 +1,7 @@
 // The real drivers of a Windows PC. Options and commands that need simulated devices are refused.
 #include <chrono>
 #include <thread>
+#include <utility>
 
 #include "lab/Failure.h"
 #include "lab/Stage.h"
@@ -40,8 +41,9 @@ class WindowsStage : public Stage {
     }
 
     std::string Route() const override { return "the PC's own"; }
+    // A keyboard with a microcontroller may be there.
+    bool HasRoute(const std::string& name) const override { return name == "hid"; }
     std::string Chip() const override { return {}; }
-    bool HasKeyboardController() const override { return true; }
     std::uint64_t KeyboardAddress() const override { return 0; }
     std::string DefaultScript() const override {
         return "expect event 3 within 60000\nexpect event 1 within 60000\n";
@@ -64,13 +66,22 @@ class WindowsStage : public Stage {
         return true;
     }
     void RecheckWaits() override {}
+    void StartThread(unsigned /*host*/, std::function<void()> body) override {
+        std::thread(std::move(body)).detach();
+    }
 
-    void Tap(std::int64_t /*in*/, std::int64_t /*stay*/) override { Refuse("it"); }
+    void Tap(std::int64_t /*in*/, std::int64_t /*stay*/, const std::string& /*route*/) override {
+        Refuse("it");
+    }
     void Enter(std::int64_t /*in*/) override { Refuse("it"); }
     void Leave(std::int64_t /*in*/) override {}
     void ChipStatus(std::int64_t /*in*/, std::uint8_t /*status*/) override { Refuse("it"); }
     void Unplug() override { Refuse("it"); }
     void Plug() override { Refuse("it"); }
+    void ChipBits(unsigned /*reg*/, std::uint8_t /*mask*/, std::uint8_t /*value*/) override {
+        Refuse("it");
+    }
+    void BleClient(const std::map<std::string, std::string>& /*fields*/) override { Refuse("it"); }
     void Fault(const std::string& /*plan*/, bool /*apply*/) override { Refuse("it"); }
     std::string TagMemory() const override { return {}; }
     void WaitForThreads() override {}
