@@ -96,6 +96,9 @@ void Host::ActInListener() {
     }
     if (manager != nullptr && habits.renews) {
         const int result = manager->WriteRandNum(number);
+        if (result == 0) {
+            Content(habits.manager, {{"number", std::string(View(number, sizeof(number)))}});
+        }
         m_results.RecordOnly("WriteRandNum", result, NumberField(number));
     }
     if (manager != nullptr && habits.reads) {

@@ -31,22 +31,6 @@ std::string JsonLine(Json object) {
     return object.dump(-1, ' ', true) + "\n";
 }
 
-/// What the script's "pc" says, unless the options say otherwise.
-StageOptions MergedOptions(StageOptions options, const Script& script) {
-    for (const auto& [name, value] : script.Pc()) {
-        if (name == "route") {
-            options.route = options.route.value_or(value);
-        } else if (name == "chip") {
-            options.chip = options.chip.value_or(value);
-        } else if (name == "late") {
-            options.late = std::stoll(value);
-        } else {
-            options.priorityChanges = static_cast<unsigned>(std::stoul(value));
-        }
-    }
-    return options;
-}
-
 Script ReadScript(const std::string& name) {
     // The name is printed before each message about a line.
     return ParseScript(name == "-" ? kStandardInput : Printable(name), ReadInput("--script", name));
@@ -82,6 +66,21 @@ void PrintSum(const Player& player, const Style& style) {
 }
 
 }  // namespace
+
+StageOptions MergedOptions(StageOptions options, const Script& script) {
+    for (const auto& [name, value] : script.Pc()) {
+        if (name == "route") {
+            options.route = options.route.value_or(value);
+        } else if (name == "chip") {
+            options.chip = options.chip.value_or(value);
+        } else if (name == "late") {
+            options.late = std::stoll(value);
+        } else {
+            options.priorityChanges = static_cast<unsigned>(std::stoul(value));
+        }
+    }
+    return options;
+}
 
 int Run(const RunOptions& options) {
     const Style style = options.json ? Style(false) : Style::ForOutput();

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "lab/Script.h"
 #include "lab/Stage.h"
 
 namespace lab {
@@ -16,6 +17,9 @@ struct RunOptions {
     bool json = false;
     bool log = false;
 };
+
+/// The options of a run, with what the script's "pc" says where the options say nothing.
+StageOptions MergedOptions(StageOptions options, const Script& script);
 
 /// Returns the exit status. Throws WrongCall.
 int Run(const RunOptions& options);

@@ -1,51 +1,102 @@
-// What a story's events and its tag are judged by: what was done when, and what was heard.
+// Looks at every step of a story for what must never be: at what the lab's recorder and player say,
+// and at the tag.
 #pragma once
 
-#include <cstddef>
+#include <array>
+#include <deque>
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
-#include "tests/support/Desk.h"
+#include "lab/Player.h"
 #include "tests/system/soak/Story.h"
 
 namespace soak {
 
-constexpr hosted::Micros kVisitEnd = 12 * hosted::kSecond;     // later than every leave
-constexpr hosted::Micros kBeforeVisit = 15 * hosted::kSecond;  // a visit before it has been closed
+/// What happened, for the summary. Plain, as children leave it in shared memory.
+struct Figures {
+    double hours = 0;  // simulated
+    std::size_t visits = 0;
+    std::size_t writes = 0;
+    std::size_t faults = 0;        // plans
+    std::size_t hourVisits = 0;    // judged phones of the hour
+    std::size_t tags = 0;          // times at which the tag's number was judged
+    std::size_t contents = 0;      // and those at which its URL was
+    std::size_t roundsVisits = 0;  // phones of the rounds, each of which is judged
 
-/// Ends the process with status 1. TAGPORT_SOAK_LOG shows the end of ShowLog's log before it.
-[[noreturn]] void Fail(const std::string& what);
-void Expect(bool condition, const char* what);
-void ShowLog(const testing_support::LogRecorder& log);
-
-struct Done {
-    Operation operation;
-    hosted::Micros begin = 0;
-    hosted::Micros end = 0;      // when the call returned
-    hosted::Micros settled = 0;  // when a renewal has come to the tag as well
-    bool worked = true;
-    std::size_t failedBefore = 0;  // renewals that had failed when it began
+    void operator+=(const Figures& more);
 };
-using History = std::vector<Done>;  // in the order of the ends
 
-/// Whether an operation may put its manager's image onto the tag.
-bool PutsImage(Act act);
+/// What is found wrong goes to standard error and ends the process with status 1;
+/// TAGPORT_SOAK_LOG shows the end of the log before it. Times are milliseconds.
+class Judge {
+  public:
+    Judge(const Story& story, lab::Stage& stage) : m_story(story), m_stage(stage) {}
 
-/// Whether, at this time, a start and a write have worked since whatever may have taken the threads
-/// or the device away, or left pieces of a number on the tag.
-bool Serving(const History& history, hosted::Micros at);
+    void Take(const lab::Json& object);         // of the recorder
+    void Watch(const lab::Player::Step& step);  // of the player
+    Figures Finish();                           // after the last line
+    [[noreturn]] void Fail(const std::string& what) const;
 
-/// Judges each phone of the hour that came to a library at rest and serving. Gives how many.
-std::size_t JudgeVisits(const Story& story, const History& history,
-                        const std::vector<testing_support::Heard>& heard);
+  private:
+    struct Done {
+        const lab::Command* command;
+        double begin;
+        double end;
+        bool worked;
+        std::size_t failedBefore;  // renewals that had failed when it began
 
-/// Judges the number on the tag, while no image is on its way there. False when nothing can be
-/// said, since something has failed since the last write that nothing has replaced.
-bool JudgeTag(const Story& story, const History& history, std::size_t failed,
-              const testing_support::Number& found);
+        double Gone() const;  // a phone
+    };
+    struct Event {
+        double time;
+        int event;
+        int route;
+    };
+    struct Running {
+        double begin = 0;
+        std::size_t failedBefore = 0;
+        bool puts = false;
+    };
 
-/// Judges every phone of the rounds and gives how many there were. `heard` is all that was heard
-/// since the rounds began, by the time since then.
-std::size_t JudgeRounds(const Story& story, std::vector<testing_support::Heard> heard);
+    void Expect(bool condition, const char* what) const;
+    void TakeEvent(const lab::Json& object);
+    void TakeListenersRenewal(const lab::Json& object);
+    void Begin(const lab::Command& command);
+    void EnterSection(Section section);
+    void CheckTag();
+    bool JudgeNumber(const std::string& found);
+    bool IsReplaced(const Done& done, const Done* by = nullptr) const;
+    bool MayHoldLastPointer(const Done& done) const;
+    bool IsQuiet(const Done& tap, double from, double to) const;
+    bool IsServing(double at) const;
+    void JudgeVisits();
+    void JudgeRoute(const std::string& route);
+    void JudgeHeld();
+    void JudgeLast();
+    std::size_t Count(int event, double from, double to, int route = 0) const;
+    int FirstRoute() const;
+
+    const Story& m_story;
+    lab::Stage& m_stage;
+    Figures m_figures;
+    Section m_section = kBegin;
+    double m_sectionBegin = 0;
+    // One thread runs at a time, and none of these is touched across a call into the layer.
+    std::array<Running, lab::kMostHosts + 1> m_running;  // by host
+    std::vector<Done> m_done;                            // in the order of the ends
+    std::deque<lab::Command> m_listenersRenewals;
+    std::map<unsigned, std::string> m_urls;  // of one host's managers
+    std::vector<Event> m_events;
+    std::set<std::string> m_given;  // numbers, after the hour
+    std::vector<lab::Json> m_phones;
+    std::vector<std::string> m_log;
+    std::size_t m_failedRenewals = 0;
+    int m_faulting = 0;       // plans in force, and devices pulled out
+    int m_open = 0;           // visits of the driver routes
+    bool m_connected = true;  // Bluetooth
+    double m_connectBegin = 0;
+};
 
 }  // namespace soak

@@ -9,12 +9,17 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <sstream>
-#include <vector>
 
+#include "lab/ConfigCheck.h"
+#include "lab/Player.h"
+#include "lab/RunCommand.h"
+#include "platform/hosted/Kernel.h"
 #include "tests/support/Seeds.h"
-#include "tests/system/soak/Story.h"
+#include "tests/system/soak/Judge.h"
 
 namespace {
 
@@ -22,6 +27,7 @@ constexpr std::uint64_t kWorkers = 2;
 constexpr unsigned kMostFailures = 5;
 constexpr unsigned kRealSeconds = 60;        // for a loop that never reaches the layer
 constexpr std::uint64_t kEnoughSeeds = 100;  // some of which are judged in their hour, surely
+constexpr int kPcType = 5;
 
 // What a worker has done. Plain, as workers and the stories' children leave it in shared memory.
 struct Share {
@@ -31,44 +37,78 @@ struct Share {
     std::array<std::uint64_t, kMostFailures> failed{};
 };
 
-bool Fails(const soak::Story& story, soak::Figures& sum, bool quiet = true) {
+// In this process, which must be fresh, as `tagport-lab run` does it.
+soak::Figures Play(const soak::Story& story, std::uint64_t seed) {
+    const lab::Script script = lab::ParseScript("story", story.Text());
+    soak::Judge* judge = nullptr;
+    lab::Recorder recorder([&](const lab::Json& object) { judge->Take(object); });
+    lab::StageOptions options;
+    options.seed = seed;
+    lab::Stage& stage = lab::MakeStage(lab::MergedOptions(options, script), recorder);
+    soak::Judge theJudge(story, stage);
+    judge = &theJudge;
+    lab::Player player(stage, recorder, seed,
+                       [&](const lab::Player::Step& step) { judge->Watch(step); });
+    player.Check(script);
+    stage.ChooseClock();
+    hosted::SetStallHandler([&](const std::string& report) {
+        std::fputs(report.c_str(), stderr);
+        judge->Fail("nobody can go on");
+    });
+    lab::UseConfigDirectory(SOAK_TREE);
+    stage.CreateDevices();
+    player.Start(kPcType);
+    player.Play(script);
+    return judge->Finish();
+}
+
+bool Fails(const soak::Story& story, std::uint64_t seed, soak::Figures& sum, bool quiet = true) {
     return testing_support::RunInChild([&] {
                alarm(kRealSeconds);
                if (quiet && (std::freopen("/dev/null", "w", stderr) == nullptr ||
                              std::freopen("/dev/null", "w", stdout) == nullptr)) {
                    std::abort();
                }
-               sum += soak::Play(story);
+               sum += Play(story, seed);
+               std::_Exit(0);  // threads may still use what this function has made
            }) != 0;
 }
 
-// Takes operations out, by halves down to single ones, as long as the story still fails.
-soak::Story Shorten(soak::Story story, std::vector<soak::Operation> soak::Story::*list) {
+// Takes entries out, by halves down to single ones, as long as the story still fails.
+void Shorten(soak::Story& story, std::uint64_t seed, soak::Section section) {
     soak::Figures unused;
-    for (std::size_t piece = (story.*list).size(); piece > 0; piece /= 2) {
-        for (std::size_t first = 0; first < (story.*list).size();) {
+    for (std::size_t piece = story.sections[section].size(); piece > 0; piece /= 2) {
+        for (std::size_t first = 0; first < story.sections[section].size();) {
             soak::Story shorter = story;
-            const auto from = (shorter.*list).begin() + static_cast<std::ptrdiff_t>(first);
-            const std::size_t count = std::min(piece, (story.*list).size() - first);
-            (shorter.*list).erase(from, from + static_cast<std::ptrdiff_t>(count));
-            if (Fails(shorter, unused)) {
+            auto& entries = shorter.sections[section];
+            const auto from = entries.begin() + static_cast<std::ptrdiff_t>(first);
+            entries.erase(
+                from, from + static_cast<std::ptrdiff_t>(std::min(piece, entries.size() - first)));
+            if (Fails(shorter, seed, unused)) {
                 story = shorter;
             } else {
                 first += piece;
             }
         }
     }
-    return story;
 }
 
 void Report(std::uint64_t seed) {
-    const soak::Story shortest =
-        Shorten(Shorten(soak::Draw(seed), &soak::Story::operations), &soak::Story::rounds);
+    soak::Story story = soak::Draw(seed);
+    if (getenv("SOAK_NOSHRINK") == nullptr) {
+        Shorten(story, seed, soak::kHour);
+        Shorten(story, seed, soak::kRounds);
+    }
+    std::filesystem::create_directories(SOAK_SCRIPTS);
     const std::string number = std::to_string(seed);
-    std::printf("seed %s fails; repeat with: scripts/soak --start %s --seeds 1\n%s", number.c_str(),
-                number.c_str(), soak::Describe(shortest).c_str());
+    const std::string file = SOAK_SCRIPTS "/seed-" + number + ".lab";
+    std::ofstream(file) << story.Text();
+    std::printf(
+        "seed %s fails; repeat with: scripts/soak --start %s --seeds 1\n"
+        "or watch: tagport-lab run --log --seed %s --script %s\n%s",
+        number.c_str(), number.c_str(), number.c_str(), file.c_str(), story.Text().c_str());
     soak::Figures unused;
-    Fails(shortest, unused, false);
+    Fails(story, seed, unused, false);
 }
 
 }  // namespace
@@ -92,7 +132,7 @@ int main(int argc, char** argv) {
             Share& share = shares[worker];
             for (auto seed = start + worker; seed < end && share.failures < kMostFailures;
                  seed += kWorkers, ++share.played) {
-                if (Fails(soak::Draw(seed), share.figures)) {
+                if (Fails(soak::Draw(seed), seed, share.figures)) {
                     share.failed[share.failures++] = seed;
                 }
             }
@@ -111,15 +151,14 @@ int main(int argc, char** argv) {
     }
     const soak::Figures& figures = sum.figures;
     std::printf(
-        "%llu seeds, %u failed: %.0f simulated hours, %zu visits, %zu writes, %zu faults; "
-        "judged: %zu visits and %zu tags in the hours, %zu visits behind them; "
-        "%.1f seeds a second\n",
-        static_cast<unsigned long long>(sum.played), sum.failures,
-        static_cast<double>(figures.time) / static_cast<double>(soak::kHour), figures.visits,
-        figures.writes, figures.faults, figures.judgedVisits, figures.judgedTags,
-        figures.settledVisits, static_cast<double>(sum.played) / took.count());
-    if (sum.played >= kEnoughSeeds &&
-        (figures.judgedVisits == 0 || figures.judgedTags == 0 || figures.settledVisits == 0)) {
+        "%llu seeds, %u failed: %.0f simulated hours, %zu visits, %zu numbers given, "
+        "%zu faults; judged: %zu visits of the hours, %zu numbers and %zu URLs on the tag, "
+        "%zu visits after the hours; %.1f seeds a second\n",
+        static_cast<unsigned long long>(sum.played), sum.failures, figures.hours, figures.visits,
+        figures.writes, figures.faults, figures.hourVisits, figures.tags, figures.contents,
+        figures.roundsVisits, static_cast<double>(sum.played) / took.count());
+    if (sum.played >= kEnoughSeeds && (figures.hourVisits == 0 || figures.tags == 0 ||
+                                       figures.contents == 0 || figures.roundsVisits == 0)) {
         std::printf("the run proves nothing: of one of the judged kinds above there was none\n");
         return 1;
     }

@@ -1,85 +1,48 @@
-// What one seed plays: a PC, its hosts, and an hour of operations. Plain data, so that a failing
-// story can be made shorter.
+// What one seed plays: a script of the lab in sections, so that a failing one can be made shorter.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "platform/hosted/Kernel.h"
-#include "simulator/SimulatedPc.h"
-
 namespace soak {
 
-enum class Act {
-    kWrite,
-    kRenew,
-    kRead,
-    kReadNumber,
-    kUpdate,
-    kStart,       // device start and, on Bluetooth, connect
-    kRecover,     // the same, and a write
-    kDisconnect,  // Bluetooth
-    kTap,         // a phone comes, stays and goes
-    kFault,       // a fault plan, for a while
-    kReplug,      // the device goes and comes back
-    kRestart,     // the manager goes, a new one is created, started and writes
-};
-
-struct Operation {
-    Act act = Act::kWrite;
-    hosted::Micros at = 0;
-    unsigned host = 0;
-    unsigned manager = 0;
-    std::uint8_t fill = 0;       // content
-    hosted::Micros lasting = 0;  // a phone's stay, the time between pulling out and putting back
-    std::string plan;            // kFault
-    simulator::PcRoute route{};  // of a phone; only rounds have others than the PC's first
+/// In the order in which they are played. After the hour nothing is faulted any more.
+enum Section {
+    kBegin,
+    kHour,     // operations, phones and faults of several hosts
+    kHourEnd,  // everybody has ended and every renewal has come to the tag
+    kSettle,   // a start and a write, and a number given while the write is under way
+    kRounds,   // phones one after the other, with renewals and reads beside them
+    kRoundsEnd,
+    kHeld,  // a phone that stays, with a write or a creation beside it
+    kLast,  // the last number and its phone
+    kStop,  // a stop that falls into a visit, or into two
+    kSections
 };
 
 struct Story {
-    std::vector<simulator::PcRoute> routes;
+    std::vector<std::string> routes;
     std::string chip;
     unsigned hosts = 1;
     unsigned managers = 1;
-    hosted::ScheduledOptions options;
-    std::vector<Operation> operations;  // by time
+    bool missesReports = false;  // a listener waits for a keyboard that only its thread could hear
 
-    // Behind the hour, when nothing is faulted any more: phones, renewals and reads of one host,
-    // by the time since the rounds began. Two phones are never at one route together.
-    std::vector<Operation> rounds;
-    hosted::Micros renewalAfter = 0;  // from the last write's begin to a renewal
-    hosted::Micros stopAfter = 0;     // from the coming of the very last phone to the stop
+    /// Lines of the script. An entry may have several: they are taken out together.
+    std::array<std::vector<std::string>, kSections> sections;
+
+    bool Has(const std::string& route) const;
+    bool IsWired() const { return routes[0] == "i2c" || routes[0] == "usb"; }
+    std::string Text() const;
+    Section SectionOf(std::size_t line) const;  ///< of a line of the text, from 1
 };
-
-constexpr hosted::Micros kHour = 3600 * hosted::kSecond;
 
 Story Draw(std::uint64_t seed);
-std::string Describe(const Story& story);  ///< a line for the desk, one for each operation
 
-/// What happened, for the summary.
-struct Figures {
-    hosted::Micros time = 0;
-    std::size_t visits = 0;
-    std::size_t writes = 0;
-    std::size_t faults = 0;         // requests hit; those of the Bluetooth client are not told
-    std::size_t judgedVisits = 0;   // phones of the hour
-    std::size_t judgedTags = 0;     // times in the hour at which the tag's number was judged
-    std::size_t settledVisits = 0;  // phones of the rounds, each of which is judged
-
-    void operator+=(const Figures& more) {
-        time += more.time;
-        visits += more.visits;
-        writes += more.writes;
-        faults += more.faults;
-        judgedVisits += more.judgedVisits;
-        judgedTags += more.judgedTags;
-        settledVisits += more.settledVisits;
-    }
-};
-
-/// Plays it on the scheduled clock of this process, which must be fresh. What is found wrong goes
-/// to standard error and ends the process with status 1.
-Figures Play(const Story& story);
+constexpr char kFirstSettled = '\xE1';  // the byte of the number given during the last write
+constexpr char kLastNumber = '\xE2';
+constexpr char kFirstGiven = '\x60';  // no number of the hour has a byte as high as those of later
+constexpr char kLastLetter = 'z';     // of the last write's URL, address and model
 
 }  // namespace soak
