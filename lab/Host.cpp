@@ -99,11 +99,13 @@ void Host::ActInListener() {
         if (result == 0) {
             Content(habits.manager, {{"number", std::string(View(number, sizeof(number)))}});
         }
-        m_results.RecordOnly("WriteRandNum", result, NumberField(number));
+        Json more = NumberField(number);
+        more["listener"] = true;
+        m_results.RecordOnly("WriteRandNum", result, more);
     }
     if (manager != nullptr && habits.reads) {
         const int result = manager->ReadRandNum(number);
-        m_results.RecordOnly("ReadRandNum", result, Json::object());
+        m_results.RecordOnly("ReadRandNum", result, {{"listener", true}});
     }
 }
 

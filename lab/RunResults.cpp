@@ -18,8 +18,8 @@ void RunResults::UseHost(unsigned host) {
     t_host = host;
 }
 
-const RunResults::LastResult& RunResults::Last() const {
-    return m_last[t_host];
+unsigned RunResults::CurrentHost() {
+    return t_host;
 }
 
 void RunResults::RecordOnly(const std::string& operation, Json result, const Json& more) {
@@ -34,12 +34,13 @@ void RunResults::RecordOnly(const std::string& operation, Json result, const Jso
 void RunResults::Record(const std::string& operation, bool succeeded, Json result,
                         const Json& more) {
     RecordOnly(operation, std::move(result), more);
-    Last() = {succeeded, !succeeded, operation, Last().count + 1};
+    LastResult& last = m_last[t_host];
+    last = {succeeded, !succeeded, operation, last.count + 1};
     m_failures += succeeded ? 0 : 1;
 }
 
 std::string RunResults::CheckLast(bool expectedSuccess) {
-    LastResult& last = Last();
+    LastResult& last = m_last[t_host];
     if (last.succeeded == expectedSuccess) {
         m_failures -= last.counted ? 1 : 0;
         last.counted = false;

@@ -41,9 +41,9 @@ class RunResults {
     /// The calling thread is this host's from now on; 0 is the script itself.
     static void UseHost(unsigned host);
 
-    bool LastSucceeded() const { return Last().succeeded; }
+    bool LastSucceeded() const { return m_last[CurrentHost()].succeeded; }
     /// The results that the calling thread's host has recorded.
-    unsigned Count() const { return Last().count; }
+    unsigned Count() const { return m_last[CurrentHost()].count; }
     unsigned Failures() const { return m_failures; }
 
   private:
@@ -53,8 +53,7 @@ class RunResults {
         std::string operation;
         unsigned count = 0;
     };
-    const LastResult& Last() const;
-    LastResult& Last() { return const_cast<LastResult&>(std::as_const(*this).Last()); }
+    static unsigned CurrentHost();
 
     Stage& m_stage;
     Recorder& m_recorder;

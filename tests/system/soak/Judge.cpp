@@ -117,7 +117,7 @@ void Judge::Take(const lab::Json& object) {
         m_log.push_back(object["line"]);
         m_failedRenewals += m_log.back().rfind("LocalWriteRand failed", 0) == 0 ? 1 : 0;
     } else if (kind == "result" && object["operation"] == "WriteRandNum" &&
-               object["thread"].get_ref<const std::string&>().rfind("host", 0) != 0) {
+               object.contains("listener")) {
         TakeListenersRenewal(object);
     }
 }
@@ -126,6 +126,7 @@ void Judge::TakeEvent(const lab::Json& object) {
     const int event = object["event"];
     const int route = object["route"];
     m_events.push_back({object["t"], event, route});
+    m_failedAtEvent[object["thread"]] = m_failedRenewals;
     Expect(route >= 1 && route <= 4 && m_story.Has(kRoutes[route - 1]),
            "an event from a route that the PC doesn't have");
     Expect(route != 4 || m_connected, "an event of a Bluetooth keyboard after its disconnection");
@@ -157,7 +158,8 @@ void Judge::TakeListenersRenewal(const lab::Json& object) {
     renewal.verb = Verb::kRenew;
     renewal.argument = lab::FromHex(object["number"].get<std::string>(), "result");
     m_given.insert(renewal.argument);
-    m_done.push_back({&renewal, now, now, object["result"] == 0, m_failedRenewals});
+    m_done.push_back(
+        {&renewal, now, now, object["result"] == 0, m_failedAtEvent[object["thread"]]});
 }
 
 void Judge::Watch(const lab::Player::Step& step) {

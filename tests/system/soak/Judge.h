@@ -93,9 +93,10 @@ class Judge {
     std::vector<lab::Json> m_phones;
     std::vector<std::string> m_log;
     std::size_t m_failedRenewals = 0;
-    int m_faulting = 0;       // plans in force, and devices pulled out
-    int m_open = 0;           // visits of the driver routes
-    bool m_connected = true;  // Bluetooth
+    std::map<std::string, std::size_t> m_failedAtEvent;  // at a thread's last event
+    int m_faulting = 0;                                  // plans in force, and devices pulled out
+    int m_open = 0;                                      // visits of the driver routes
+    bool m_connected = true;                             // Bluetooth
     double m_connectBegin = 0;
 };
 

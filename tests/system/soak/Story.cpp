@@ -64,8 +64,9 @@ const Words kActs{"write",  "write",   "renew", "renew",   "renew",   "read-mess
                   "replug", "restart", "meet",  "meet"};
 
 // What one thread does in a row, so that the last content taken over is known at each step.
-const Words kSequence{"renew",         "renew",        "renew",    "write",  "update-number",
-                      "update-number", "read-message", "read-own", "update", "restart"};
+const Words kSequence{"renew",         "renew",         "renew",        "write",
+                      "update-number", "update-number", "read-message", "read-own",
+                      "update",        "restart",       "overtaken"};
 
 std::string DrawPlan(Dice& dice, bool ofClient) {
     if (ofClient) {
@@ -89,6 +90,11 @@ Words LinesOf(Dice& dice, const Story& story, const std::string& act, const std:
     }
     if (act == "update-number") {
         return {manager + "update number=" + Number(byte)};
+    }
+    if (act == "overtaken") {
+        // The number that is still on its way to the tag is the older one, also for the reading.
+        return {"renew " + Number(static_cast<char>(byte + kMostOperations)),
+                "update number=" + Number(byte), "read-message own", "update", kRenewalTime};
     }
     if (act == "number" || act == "read-own") {
         return {manager + (act == "number" ? "read-number" : "read-message own")};
