@@ -3,8 +3,14 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <deque>
+#include <map>
+#include <set>
 
+#include "lab/ConfigCheck.h"
 #include "lab/Hex.h"
+#include "lab/Player.h"
+#include "lab/RunCommand.h"
 #include "platform/LinkDockBackDoor.h"
 #include "platform/hosted/Kernel.h"
 
@@ -14,13 +20,14 @@ namespace soak {
 
 namespace {
 
+constexpr double kHourTime = 3'600'000;  // milliseconds, as all times here
 constexpr double kRenewalTime = 60'000;  // until a renewal has surely ended
 constexpr double kLongestOperation = 400'000;
 constexpr double kVisitEnd = 12'000;     // later than every leave
 constexpr double kBeforeVisit = 15'000;  // a visit before it has been closed
 constexpr double kPrompt = 1000;         // two polls, and what a busy tag and lateness add
-constexpr double kLeaveLeeway = 125;  // a phone's last interrupt may be the check before its leave
-constexpr double kSurelyLater = 50;   // than the begin of a write on another thread
+constexpr double kLeaveLeeway = 125;     // the last interrupt may be the check before the leave
+constexpr double kSurelyLater = 50;      // than the begin of a write on another thread
 constexpr std::size_t kMostHandles = 60;
 constexpr std::size_t kMostRequests = 3;
 constexpr std::size_t kLinesShown = 300;
@@ -28,11 +35,8 @@ constexpr std::size_t kUrlAt = 7;  // in the image
 constexpr std::size_t kUrlSize = 50;
 constexpr std::size_t kNumberAt = 106;
 constexpr std::size_t kNumberSize = 32;
-constexpr const char* kRoutes[] = {"i2c", "usb", "hid", "ble"};
-
-int RouteNumber(const std::string& name) {
-    return 1 + static_cast<int>(std::find(std::begin(kRoutes), std::end(kRoutes), name) - kRoutes);
-}
+constexpr int kPcType = 5;
+const std::vector<std::string> kRoutes{"", "i2c", "usb", "hid", "ble"};
 
 bool IsOneOf(Verb verb, std::initializer_list<Verb> verbs) {
     return std::find(verbs.begin(), verbs.end(), verb) != verbs.end();
@@ -40,10 +44,6 @@ bool IsOneOf(Verb verb, std::initializer_list<Verb> verbs) {
 
 bool Starts(Verb verb) {
     return IsOneOf(verb, {Verb::kStart, Verb::kRestart});
-}
-
-bool Arms(Verb verb) {
-    return Starts(verb) || IsOneOf(verb, {Verb::kWrite, Verb::kCreate});
 }
 
 // May put its manager's image onto the tag.
@@ -59,453 +59,416 @@ std::string GivenNumber(const lab::Command& command) {
                                            : field->second;
 }
 
-bool IsWhole(const std::string& number) {
-    return number == std::string(number.size(), number[0]);
-}
+// What was done when: a command of the script, or a renewal of the listener's.
+struct Done {
+    const lab::Command* command;
+    double begin;
+    double end;
+    bool worked;
+    std::size_t failedBefore;  // renewals that had failed when it began
 
-}  // namespace
+    Verb verb() const { return command->verb; }
+    double Gone() const { return begin + static_cast<double>(*command->number); }  // a phone
+};
 
-void Figures::operator+=(const Figures& more) {
-    hours += more.hours;
-    visits += more.visits;
-    writes += more.writes;
-    faults += more.faults;
-    hourVisits += more.hourVisits;
-    tags += more.tags;
-    contents += more.contents;
-    roundsVisits += more.roundsVisits;
-}
+struct Event {
+    double time;
+    int event;
+    std::string route;
+};
 
-void Judge::Fail(const std::string& what) const {
-    const std::size_t shown = std::getenv("TAGPORT_SOAK_LOG") == nullptr ? 0 : kLinesShown;
-    for (std::size_t i = m_log.size() - std::min(m_log.size(), shown); i < m_log.size(); ++i) {
-        std::fprintf(stderr, "    %s\n", m_log[i].c_str());
+class Judge {
+  public:
+    Judge(const Story& story, lab::Stage& stage) : m_story(story), m_stage(stage) {}
+
+    [[noreturn]] void Fail(const std::string& what) const {
+        const std::size_t shown = std::getenv("TAGPORT_SOAK_LOG") == nullptr ? 0 : kLinesShown;
+        for (auto i = m_log.size() - std::min(m_log.size(), shown); i < m_log.size(); ++i) {
+            std::fprintf(stderr, "    %s\n", m_log[i].c_str());
+        }
+        std::fprintf(stderr, "at %.3f ms: %s\n", m_stage.Now(), what.c_str());
+        std::_Exit(1);
     }
-    std::fprintf(stderr, "at %.3f ms: %s\n", m_stage.Now(), what.c_str());
-    std::_Exit(1);
-}
 
-void Judge::Expect(bool condition, const char* what) const {
-    if (!condition) {
-        Fail(what);
+    // An object of the recorder.
+    void Take(const lab::Json& object) {
+        const std::string kind = object["kind"];
+        if (kind == "event") {
+            TakeEvent(object);
+        } else if (kind == "phone") {
+            m_phones.push_back(object);
+        } else if (kind == "log") {
+            m_log.push_back(object["line"]);
+            m_failedRenewals += m_log.back().rfind("LocalWriteRand failed", 0) == 0 ? 1 : 0;
+        } else if (object.contains("listener") && object["operation"] == "WriteRandNum") {
+            const double now = object["t"];
+            lab::Command& renewal = m_listenersRenewals.emplace_back();
+            renewal.verb = Verb::kRenew;
+            renewal.argument = lab::FromHex(object["number"].get<std::string>(), "result");
+            m_given.insert(renewal.argument);
+            m_done.push_back(
+                {&renewal, now, now, object["result"] == 0, m_failedAtEvent[object["thread"]]});
+        }
     }
-}
 
-double Judge::Done::Gone() const {
-    return begin + static_cast<double>(*command->number);
-}
-
-int Judge::FirstRoute() const {
-    return RouteNumber(m_story.routes[0]);
-}
-
-std::size_t Judge::Count(int event, double from, double to, int route) const {
-    return static_cast<std::size_t>(
-        std::count_if(m_events.begin(), m_events.end(), [&](const Event& one) {
-            return (event == 0 || one.event == event) && one.time >= from && one.time <= to &&
-                   (route == 0 || one.route == route);
-        }));
-}
-
-void Judge::Take(const lab::Json& object) {
-    const std::string& kind = object["kind"].get_ref<const std::string&>();
-    if (kind == "event") {
-        TakeEvent(object);
-    } else if (kind == "phone") {
-        m_phones.push_back(object);
-    } else if (kind == "log") {
-        m_log.push_back(object["line"]);
-        m_failedRenewals += m_log.back().rfind("LocalWriteRand failed", 0) == 0 ? 1 : 0;
-    } else if (kind == "result" && object["operation"] == "WriteRandNum" &&
-               object.contains("listener")) {
-        TakeListenersRenewal(object);
+    // A step of the player.
+    void Watch(const lab::Player::Step& step) {
+        const lab::Command& command = step.command;
+        Done& running = m_running[command.host];
+        if (step.begins) {
+            Begin(command);
+            running = {&command, m_stage.Now() + static_cast<double>(command.in.value_or(0)), 0,
+                       true, m_failedRenewals};
+            return;
+        }
+        m_putting -= Puts(command.verb) ? 1 : 0;
+        if (IsOneOf(command.verb, {Verb::kWait, Verb::kJoin, Verb::kListener, Verb::kPc}) ||
+            (Puts(command.verb) && !step.succeeded)) {
+            return;  // nothing, or nobody was there who could do it
+        }
+        running.worked = step.succeeded.value_or(true);
+        running.end = std::max(running.begin, m_stage.Now());
+        m_done.push_back(running);
+        m_figures[kNumbers] += GivenNumber(command).empty() ? 0 : 1;
+        if (command.fields.count("url") > 0) {
+            m_urls[command.manager] = command.fields.at("url");
+        }
+        m_connected = m_connected && (command.verb != Verb::kDisconnect || !running.worked ||
+                                      m_connectBegin > running.begin);
+        m_faulting -= command.verb == Verb::kPlug || command.argument == "none" ? 1 : 0;
+        Expect(running.end - running.begin < kLongestOperation, "an operation took too long");
+        // The keyboards have no content to read, and a number's answer can be missed.
+        Expect(running.worked || m_section == kHour || command.verb == Verb::kDisconnect ||
+                   (!m_story.IsWired() &&
+                    IsOneOf(command.verb, {Verb::kReadMessage, Verb::kReadNumber})),
+               "an operation failed without a fault");
+        Expect(hosted::Live().requests <= kMostRequests, "more requests than there can be");
+        Expect(hosted::Live().handles <= kMostHandles, "handles pile up");
     }
-}
 
-void Judge::TakeEvent(const lab::Json& object) {
-    const int event = object["event"];
-    const int route = object["route"];
-    m_events.push_back({object["t"], event, route});
-    m_failedAtEvent[object["thread"]] = m_failedRenewals;
-    Expect(route >= 1 && route <= 4 && m_story.Has(kRoutes[route - 1]),
-           "an event from a route that the PC doesn't have");
-    Expect(route != 4 || m_connected, "an event of a Bluetooth keyboard after its disconnection");
-    if (m_story.chip == "like-fanli" && route == FirstRoute()) {
-        Expect(event == 4, "a chip without visits reported one");
-    } else {
-        Expect(event == 1 || event == 3 || event == 4, "an unknown event");
-        m_figures.visits += event == 3 ? 1 : 0;
+    // After the last line.
+    Figures Finish() {
+        Expect(m_section == kStop, "the script did not come to its end");
+        Expect(m_open == 0, "a visit that a stop fell into was not closed");
+        const hosted::LiveCounts live = hosted::Live();
+        // Where it has refused to end its deliveries, the Bluetooth client keeps their threads.
+        const std::size_t threads = live.threads - LinkDockService::DeliveryThreads();
+        // What a stop leaves: the device, the keyboard's event, and the deferred call thread, which
+        // ends by itself where the stop fell into a visit.
+        const std::size_t kept = m_story.Has("hid") ? 2 : m_story.routes[0] == "ble" ? 0 : 1;
+        Expect(threads == 1 || (m_story.IsWired() && threads == 0), "threads are left");
+        Expect(live.requests == 0, "requests are left");
+        Expect(live.handles == kept + live.threads, "handles are left");
+        m_figures[kHours] = m_stage.Now() / kHourTime;
+        return m_figures;
+    }
+
+  private:
+    void Expect(bool condition, const char* what) const {
+        if (!condition) {
+            Fail(what);
+        }
+    }
+
+    bool HasVisits(const std::string& route) const {
+        return m_story.chip != "like-fanli" || route == "ble";
+    }
+
+    void TakeEvent(const lab::Json& object) {
+        const int event = object["event"];
+        const std::string& route = kRoutes.at(object["route"]);
+        m_events.push_back({object["t"], event, route});
+        m_failedAtEvent[object["thread"]] = m_failedRenewals;
+        m_figures[kVisits] += event == 3 ? 1 : 0;
+        Expect(m_story.Has(route), "an event from a route that the PC doesn't have");
+        Expect(route != "ble" || m_connected, "an event of a keyboard after its disconnection");
+        Expect(event == 4 || (HasVisits(route) && (event == 1 || event == 3)), "an unknown event");
         // The keyboards report both ends themselves; either may be lost with its read.
-        if (route <= 2) {
+        if (route == "i2c" || route == "usb") {
             m_open += event == 3 ? 1 : event == 1 ? -1 : 0;
             Expect(m_open >= 0, "a leave without an enter");
         }
+        // A number is never shown in pieces, as long as nothing can have left pieces on the tag.
+        // After the hour it is one that was given there.
+        const std::string number = lab::FromHex(object["number"].get<std::string>(), "event");
+        Expect(m_section >= kRounds ? m_given.count(number) > 0
+                                    : number == std::string(kNumberSize, number[0]) ||
+                                          m_faulting > 0 || !IsServing(object["t"]),
+               "a number was shown in pieces, or one that was not given");
     }
-    // A number is never shown in pieces, as long as nothing can have left pieces on the tag. After
-    // the hour it is one that was given there.
-    const std::string number = lab::FromHex(object["number"].get<std::string>(), "event");
-    if (m_section >= kRounds) {
-        Expect(m_given.count(number) > 0, "a number was shown that was not given");
-    } else {
-        Expect(IsWhole(number) || m_faulting > 0 || !IsServing(object["t"]),
-               "a number was shown in pieces");
-    }
-}
 
-void Judge::TakeListenersRenewal(const lab::Json& object) {
-    const double now = object["t"];
-    lab::Command& renewal = m_listenersRenewals.emplace_back();
-    renewal.verb = Verb::kRenew;
-    renewal.argument = lab::FromHex(object["number"].get<std::string>(), "result");
-    m_given.insert(renewal.argument);
-    m_done.push_back(
-        {&renewal, now, now, object["result"] == 0, m_failedAtEvent[object["thread"]]});
-}
+    void Begin(const lab::Command& command) {
+        const Section section = m_story.SectionOf(command.line);
+        if (section > m_section) {
+            JudgeSection(m_section);
+            m_sectionBegin = m_stage.Now();
+            m_phones.clear();
+            m_section = section;
+        }
+        CheckTag();
+        m_putting += Puts(command.verb) ? 1 : 0;
+        if (section >= kSettle) {
+            m_given.insert(GivenNumber(command));
+        }
+        if (Starts(command.verb) || IsOneOf(command.verb, {Verb::kOpen, Verb::kConnect})) {
+            m_connected = true;
+            m_connectBegin = m_stage.Now();
+        }
+        const bool isPlan = command.verb == Verb::kFault && command.argument != "none";
+        m_faulting += isPlan || command.verb == Verb::kUnplug ? 1 : 0;
+        m_figures[kFaults] += isPlan ? 1 : 0;
+    }
 
-void Judge::Watch(const lab::Player::Step& step) {
-    const lab::Command& command = step.command;
-    Running& running = m_running[command.host];
-    if (step.begins) {
-        Begin(command);
-        return;
-    }
-    const double now = m_stage.Now();
-    const double begin = running.begin + static_cast<double>(command.in.value_or(0));
-    const Done done{&command, begin, std::max(begin, now), step.succeeded.value_or(true),
-                    running.failedBefore};
-    running.puts = false;
-    if (IsOneOf(command.verb, {Verb::kWait, Verb::kJoin, Verb::kListener, Verb::kExpectResult}) ||
-        (Puts(command.verb) && !step.succeeded)) {
-        return;  // nothing, or nobody was there who could do it
-    }
-    Expect(now - done.begin < kLongestOperation, "an operation took too long");
-    m_done.push_back(done);
-    m_figures.writes += GivenNumber(command).empty() ? 0 : 1;
-    if (command.fields.count("url") > 0) {
-        m_urls[command.manager] = command.fields.at("url");
-    }
-    if (command.verb == Verb::kDisconnect && done.worked && m_connectBegin < done.begin) {
-        m_connected = false;
-    } else if (command.verb == Verb::kPlug || command.argument == "none") {
-        --m_faulting;
-    }
-    // The keyboards have no content to read, and a number's answer can be missed.
-    Expect(
-        (m_section > kBegin && m_section < kSettle) || done.worked ||
-            command.verb == Verb::kDisconnect ||
-            (!m_story.IsWired() && IsOneOf(command.verb, {Verb::kReadMessage, Verb::kReadNumber})),
-        "an operation failed without a fault");
-    const hosted::LiveCounts live = hosted::Live();
-    Expect(live.requests <= kMostRequests, "more requests than there can be");
-    Expect(live.handles <= kMostHandles, "handles pile up");
-}
-
-void Judge::Begin(const lab::Command& command) {
-    const Section section = m_story.SectionOf(command.line);
-    // What the script's own thread does comes after what the hosts have been given before.
-    if (section > m_section) {
-        EnterSection(section);
-    }
-    CheckTag();
-    m_running[command.host] = {m_stage.Now(), m_failedRenewals, Puts(command.verb)};
-    if (section >= kSettle && !GivenNumber(command).empty()) {
-        m_given.insert(GivenNumber(command));
-    }
-    if (Starts(command.verb) || IsOneOf(command.verb, {Verb::kOpen, Verb::kConnect})) {
-        m_connected = true;
-        m_connectBegin = m_stage.Now();
-    } else if (command.verb == Verb::kUnplug ||
-               (command.verb == Verb::kFault && command.argument != "none")) {
-        ++m_faulting;
-        m_figures.faults += command.verb == Verb::kFault ? 1 : 0;
-    }
-}
-
-// Judges the section before it.
-void Judge::EnterSection(Section section) {
-    if (m_section == kHourEnd) {
-        Expect(m_open == 0, "a visit was never closed");
-        JudgeVisits();
-    } else if (m_section == kSettle) {
-        const std::string number(kNumberSize, kFirstSettled);
-        const auto began = [&](Verb verb) {
-            return std::find_if(m_done.rbegin(), m_done.rend(),
-                                [&](const Done& done) { return done.command->verb == verb; })
-                ->begin;
-        };
-        Expect(m_stage.TagMemory().substr(kNumberAt, kNumberSize) == number ||
-                   began(Verb::kRenew) < began(Verb::kWrite) + kSurelyLater,
-               "the number given during the last write is not on the tag");
-    } else if (m_section == kRoundsEnd) {
-        std::size_t phones = 0;
+    void JudgeSection(Section section) {
+        if (section == kHour) {
+            Expect(m_open == 0, "a visit was never closed");
+        } else if (section == kSettle) {
+            const auto began = [&](Verb verb) {
+                const auto last =
+                    std::find_if(m_done.rbegin(), m_done.rend(),
+                                 [&](const Done& done) { return done.verb() == verb; });
+                return last->begin;
+            };
+            Expect(m_stage.TagMemory().substr(kNumberAt, kNumberSize) ==
+                           std::string(kNumberSize, kFirstSettled) ||
+                       began(Verb::kRenew) < began(Verb::kWrite) + kSurelyLater,
+                   "the number given during the last write is not on the tag");
+        } else if (section == kLast) {
+            const std::string payload = "8064" + lab::ToHex(std::string(6, kLastLetter)) +
+                                        lab::ToHex(std::string(kNumberSize, kLastNumber)) +
+                                        lab::ToHex(std::string(4, kLastLetter));
+            Expect(m_phones.size() == 1 && m_phones[0]["payload"] == payload &&
+                       m_phones[0]["uri"] == "https://" + std::string(kUrlSize, kLastLetter),
+                   "the last phone read other fields than those of the last image");
+        }
         for (const std::string& route : m_story.routes) {
-            JudgeRoute(route);
+            JudgePhones(section, route);
         }
-        for (const Done& done : m_done) {
-            phones += done.command->verb == Verb::kTap && done.begin >= m_sectionBegin ? 1 : 0;
-        }
-        m_figures.roundsVisits = phones;
-        Expect(static_cast<std::size_t>(std::count_if(
-                   m_phones.begin(), m_phones.end(),
-                   [](const lab::Json& phone) { return phone["read"].get<bool>(); })) == phones,
-               "a phone could not read the tag");
-    } else if (m_section == kHeld) {
-        JudgeHeld();
-    } else if (m_section == kLast) {
-        JudgeLast();
     }
-    m_section = section;
-    if (section != kRoundsEnd) {  // which is judged with the rounds
-        m_sectionBegin = m_stage.Now();
-        m_phones.clear();
-    }
-}
 
-// While nothing is on its way to the tag.
-void Judge::CheckTag() {
-    const double now = m_stage.Now();
-    const bool isUnderWay =
-        std::any_of(m_running.begin(), m_running.end(),
-                    [](const Running& one) { return one.puts; }) ||
-        std::any_of(m_done.begin(), m_done.end(), [&](const Done& done) {
-            return done.command->verb == Verb::kRenew && done.end + kRenewalTime > now;
+    // By a whole image of later. Contents are ordered by when they were taken over: a renewal at
+    // once, whatever its way to the tag takes.
+    bool IsReplaced(const Done& done) const {
+        return std::any_of(m_done.begin(), m_done.end(), [&](const Done& later) {
+            return !GivenNumber(*later.command).empty() && later.worked && later.begin > done.end;
         });
-    const std::string memory = m_stage.TagMemory();
-    if (isUnderWay || !JudgeNumber(memory.substr(kNumberAt, kNumberSize))) {
-        return;
     }
-    ++m_figures.tags;
-    const auto last = std::find_if(m_done.rbegin(), m_done.rend(),
-                                   [](const Done& done) { return Puts(done.command->verb); });
-    if (m_story.hosts == 1 && m_listenersRenewals.empty() && last->worked &&
-        last->command->verb != Verb::kOpen) {
-        Expect(memory.substr(kUrlAt, kUrlSize) == m_urls[last->command->manager],
-               "the tag has not the URL of the last content that was taken over");
-        ++m_figures.contents;
-    }
-}
 
-// By a whole image of later, of one manager or of any. Contents are ordered by when they were taken
-// over: a renewal at once, whatever its way to the tag takes.
-bool Judge::IsReplaced(const Done& done, const Done* by) const {
-    return std::any_of(m_done.begin(), m_done.end(), [&](const Done& later) {
-        return !GivenNumber(*later.command).empty() && later.worked && later.begin > done.end &&
-               (by == nullptr ||
-                (later.command->manager == by->command->manager && later.end < by->begin));
-    });
-}
-
-// False when nothing can be said, since something has failed since the last write that nothing has
-// replaced.
-bool Judge::JudgeNumber(const std::string& found) {
-    std::set<std::string> possible;
-    for (const Done& done : m_done) {
-        if (!Puts(done.command->verb) || IsReplaced(done)) {
-            continue;
-        }
-        const std::string number = GivenNumber(*done.command);
-        if (!number.empty()) {
-            if (!done.worked || done.failedBefore != m_failedRenewals) {
-                return false;  // a failed write leaves the tag as far as it got
+    // While no image is on its way to the tag, and nothing has failed since the last write that
+    // nothing has replaced.
+    void CheckTag() {
+        std::set<std::string> possible;
+        const Done* last = nullptr;
+        for (const Done& done : m_done) {
+            if (done.verb() == Verb::kRenew && done.end + kRenewalTime > m_stage.Now()) {
+                return;
+            }
+            last = Puts(done.verb()) ? &done : last;
+            if (!Puts(done.verb()) || IsReplaced(done)) {
+                continue;
+            }
+            const std::string number = GivenNumber(*done.command);
+            // Without a number it brings the content of its manager back, which is there already
+            // unless there is or has been another manager. A failed write leaves the tag as far as
+            // it got.
+            if (number.empty() ? m_story.managers > 1 || MayHoldLastPointer(done)
+                               : !done.worked || done.failedBefore != m_failedRenewals) {
+                return;
             }
             possible.insert(number);
-            continue;
         }
-        // Brings the content of its manager back, which is the one that is there already unless
-        // there is or has been another manager.
-        if (m_story.managers == 1 && !MayHoldLastPointer(done)) {
-            continue;
+        if (m_putting > 0 || possible.empty()) {
+            return;
         }
-        if (!done.worked) {
-            return false;
+        const std::string memory = m_stage.TagMemory();
+        ++m_figures[kTags];
+        Expect(possible.count(memory.substr(kNumberAt, kNumberSize)) > 0,
+               "the tag has a number that a later one has replaced");
+        if (m_story.hosts == 1 && m_listenersRenewals.empty() && last->worked &&
+            last->verb() != Verb::kOpen) {
+            ++m_figures[kUrls];
+            Expect(memory.substr(kUrlAt, kUrlSize) == m_urls[last->command->manager],
+                   "the tag has not the URL of the last content that was taken over");
         }
-        for (const Done& other : m_done) {
-            if (other.command->manager == done.command->manager && other.begin <= done.end &&
-                !IsReplaced(other, &done)) {
-                possible.insert(GivenNumber(*other.command));
+    }
+
+    // A host that still works with a manager that another replaces ends it, and with it the threads
+    // of all, when it has done. The thread of a renewal holds no manager that could end them.
+    bool MayHoldLastPointer(const Done& done) const {
+        return std::any_of(m_done.begin(), m_done.end(), [&](const Done& other) {
+            return &other != &done && other.verb() == Verb::kRestart && other.begin <= done.end &&
+                   other.end >= done.begin;
+        });
+    }
+
+    // Whether, at this time, a start and a write have worked since whatever may have taken the
+    // threads or the device away, or left pieces of a number on the tag.
+    bool IsServing(double at) const {
+        bool started = false;
+        bool written = false;
+        double trouble = -1;
+        for (const Done& done : m_done) {
+            const bool good = done.worked && done.begin > trouble;
+            if (done.end >= at) {
+                break;
+            }
+            if (MayHoldLastPointer(done) ||
+                IsOneOf(done.verb(),
+                        {Verb::kFault, Verb::kPlug, Verb::kUnplug, Verb::kDisconnect})) {
+                started = written = false;
+                trouble = done.end;
+            } else if (Starts(done.verb()) || done.verb() == Verb::kOpen) {
+                started = good;
+                written = good && done.verb() != Verb::kOpen;
+            } else if (done.verb() == Verb::kWrite) {
+                written = good && started;
             }
         }
+        return started && written;
     }
-    if (!possible.empty() && possible.count(found) == 0) {
-        Fail("the tag has a number that begins with " + lab::ToHex(found.substr(0, 1)));
-    }
-    return !possible.empty();
-}
 
-// A host that still works with a manager that another replaces ends it, and with it the threads of
-// all, when it has done. The thread of a renewal holds no manager that could end them.
-bool Judge::MayHoldLastPointer(const Done& done) const {
-    return std::any_of(m_done.begin(), m_done.end(), [&](const Done& other) {
-        return &other != &done && other.command->verb == Verb::kRestart &&
-               other.begin <= done.end && other.end >= done.begin;
-    });
-}
-
-// Nothing but what a visit survives may fall between the two times: reads, and writes that leave
-// the threads alone.
-bool Judge::IsQuiet(const Done& tap, double from, double to) const {
-    return std::none_of(m_done.begin(), m_done.end(), [&](const Done& done) {
-        const bool isHarmless = IsOneOf(done.command->verb, {Verb::kReadMessage, Verb::kReadNumber,
-                                                             Verb::kRenew, Verb::kUpdate});
-        return &done != &tap && done.begin < to && done.end > from &&
-               (!isHarmless || MayHoldLastPointer(done));
-    });
-}
-
-// Whether, at this time, a start and a write have worked since whatever may have taken the threads
-// or the device away, or left pieces of a number on the tag.
-bool Judge::IsServing(double at) const {
-    bool started = false;
-    bool written = false;
-    double trouble = -1;
-    for (const Done& done : m_done) {
-        const Verb verb = done.command->verb;
-        const bool good = done.worked && done.begin > trouble;
-        if (done.end >= at) {
-            break;
-        }
-        if (IsOneOf(verb, {Verb::kFault, Verb::kPlug, Verb::kUnplug, Verb::kDisconnect}) ||
-            MayHoldLastPointer(done)) {
-            started = written = false;
-            trouble = done.end;
-        } else if (Starts(verb) || verb == Verb::kOpen) {
-            started = good;
-            written = good && verb != Verb::kOpen;
-        } else if (verb == Verb::kWrite) {
-            written = good && started;
-        }
+    // At rest and serving: nothing but what a visit survives falls between the two times: reads,
+    // and writes that leave the threads alone.
+    bool IsAtRest(const Done& tap, double from, double to) const {
+        return IsServing(from) && std::none_of(m_done.begin(), m_done.end(), [&](const Done& done) {
+                   return &done != &tap && done.begin < to && done.end > from &&
+                          (MayHoldLastPointer(done) ||
+                           !IsOneOf(done.verb(), {Verb::kReadMessage, Verb::kReadNumber,
+                                                  Verb::kRenew, Verb::kUpdate}));
+               });
     }
-    return started && written;
-}
 
-// Each phone of the hour that came to a library at rest and serving.
-void Judge::JudgeVisits() {
-    if (m_story.chip == "like-fanli" || m_story.missesReports) {
-        return;
-    }
-    for (const Done& done : m_done) {
-        if (done.command->verb != Verb::kTap || !IsServing(done.begin - kBeforeVisit) ||
-            !IsQuiet(done, done.begin - kBeforeVisit, done.Gone() + kVisitEnd)) {
-            continue;
+    // The phones of a section that came to one route: those of the hour that came to a library at
+    // rest, and each of later. Those that come within the watch of one another are judged together.
+    void JudgePhones(Section section, const std::string& route) {
+        std::vector<Done> phones;
+        for (const Done& done : m_done) {
+            const std::string& at = done.command->argument;
+            if (done.verb() == Verb::kTap && done.begin >= m_sectionBegin &&
+                (at.empty() ? m_story.routes[0] : at) == route &&
+                (section != kHour ||
+                 (HasVisits(route) && !m_story.missesReports &&
+                  IsAtRest(done, done.begin - kBeforeVisit, done.Gone() + kVisitEnd)))) {
+                phones.push_back(done);
+            }
         }
-        ++m_figures.hourVisits;
-        const double over = done.Gone() + kVisitEnd;
-        const std::size_t enters = Count(3, done.begin, over, FirstRoute());
-        const std::size_t leaves = Count(1, done.begin, over, FirstRoute());
-        // A write in the middle of a visit opens another one after it, and each of a chain of them
-        // can be watched until the next phone is there.
-        const std::size_t open =
-            Count(3, 0, done.begin, FirstRoute()) - Count(1, 0, done.begin, FirstRoute());
-        if (enters == 0 || (leaves != enters && leaves != enters + open)) {
-            Fail("the visit at " + std::to_string(done.begin) + " ms gave " +
-                 std::to_string(enters) + " enters and " + std::to_string(leaves) + " leaves");
+        m_figures[section == kHour ? kHourVisits : kLaterVisits] +=
+            static_cast<double>(phones.size());
+        for (std::size_t first = 0, next = 1; first < phones.size(); first = next++) {
+            while (next < phones.size() &&
+                   phones[next].begin - phones[next - 1].Gone() < kBeforeVisit) {
+                ++next;
+            }
+            JudgeVisits(section, route, phones[first].begin, phones[next - 1].Gone(), next - first);
         }
+        Expect(section != kRounds || m_story.routes.back() != route ||
+                   std::all_of(m_phones.begin(), m_phones.end(),
+                               [](const lab::Json& phone) { return phone["read"].get<bool>(); }),
+               "a phone could not read the tag");
     }
-}
 
-// All the phones of the rounds that came to one route, and all that was reported of it.
-void Judge::JudgeRoute(const std::string& route) {
-    const bool isKeyboard = route == "hid" || route == "ble";
-    const bool withoutVisits = !isKeyboard && m_story.chip == "like-fanli";
-    const bool tellsLeave = !isKeyboard && m_story.chip == "fanli";
-    std::vector<Done> phones;
-    for (const Done& done : m_done) {
-        const std::string& at = done.command->argument;
-        if (done.command->verb == Verb::kTap && done.begin >= m_sectionBegin &&
-            (at.empty() ? m_story.routes[0] : at) == route) {
-            phones.push_back(done);
+    void JudgeVisits(Section section, const std::string& route, double begin, double gone,
+                     std::size_t phones) const {
+        const auto arming = static_cast<std::size_t>(
+            std::count_if(m_done.begin(), m_done.end(), [&](const Done& done) {
+                return (Starts(done.verb()) ||
+                        IsOneOf(done.verb(), {Verb::kWrite, Verb::kCreate})) &&
+                       done.end > begin && done.begin < gone;
+            }));
+        std::vector<Event> events;
+        std::string told;
+        bool isRight = true;
+        int open = 0;  // a visit of before, which a write beside it may have left open
+        for (const Event& one : m_events) {
+            if (one.route != route || (section != kHour && one.time < m_sectionBegin)) {
+                continue;
+            }
+            if (one.time < begin) {
+                open += one.event == 3 ? 1 : one.event == 1 ? -1 : 0;
+            } else if (one.time <= gone + kVisitEnd) {
+                events.push_back(one);
+                told += " " + std::to_string(one.event) + " at " + std::to_string(one.time);
+                // Two visits that are open at once end in any order.
+                isRight =
+                    isRight && (HasVisits(route) ? one.event == (events.size() % 2 == 1 ? 3 : 1) ||
+                                                       arming > 0 || section == kHour
+                                                 : one.event == 4);
+            }
         }
-    }
-    const int number = RouteNumber(route);
-    const auto count = [&](double from, double to) { return Count(0, from, to, number); };
-    std::size_t reports = 0;
-    bool right = true;
-    std::string told;
-    for (const Event& one : m_events) {
-        if (one.route == number && one.time >= m_sectionBegin) {
-            right = right && one.event == (withoutVisits ? 4 : reports % 2 == 0 ? 3 : 1);
-            told += " " + std::to_string(one.event) + " at " + std::to_string(one.time);
-            ++reports;
+        const auto enters = static_cast<std::size_t>(std::count_if(
+            events.begin(), events.end(), [](const Event& one) { return one.event == 3; }));
+        const std::size_t leaves = events.size() - enters;
+        const bool isKeyboard = route == "hid" || route == "ble";
+        // A phone that comes before the leave of another has been reported belongs to that visit. A
+        // chip that does not tell leaves can give more visits than phones: the watch over a phone
+        // that has caused few interrupts ends early, and the next interrupt opens another one.
+        if (isKeyboard || !HasVisits(route)) {
+            isRight = isRight && events.size() == 2 * phones;
+        } else if (m_story.chip == "fanli" || section > kRounds) {
+            isRight = isRight && enters <= phones + arming;
+        }
+        isRight = isRight && !events.empty() &&
+                  (!HasVisits(route) || enters == leaves ||
+                   (section == kHour && enters + static_cast<std::size_t>(open) == leaves));
+        if (section != kHour) {
+            // A Fanli chip's last may have belonged to the visit before it.
+            const double leeway =
+                m_story.chip == "fanli" && phones > 1 ? kBeforeVisit : kLeaveLeeway;
+            isRight = isRight && open == 0 && events.front().time <= begin + kPrompt &&
+                      (section == kHeld || (events.back().time >= gone - leeway &&
+                                            events.back().time <= gone + kPrompt));
+        }
+        if (!isRight) {
+            Fail("the visit at " + std::to_string(begin) + " ms on the " + route + " route gave" +
+                 told);
         }
     }
-    // A phone that comes before the leave of another has been reported belongs to that visit. A
-    // chip that does not tell leaves can also give more visits than phones: the watch over a phone
-    // that has caused few interrupts ends early, and the next interrupt opens another one.
-    right = right && reports % 2 == 0;
-    if (isKeyboard || withoutVisits) {
-        right = right && reports == 2 * phones.size();
-    } else if (tellsLeave) {
-        right = right && reports <= 2 * phones.size();
-    }
-    double gone = m_sectionBegin - kPrompt;  // the phone before
-    for (std::size_t i = 0; i < phones.size(); ++i) {
-        // The first of those that come within the watch of each other, and the last.
-        const bool isFirst = i == 0 || phones[i].begin - gone >= kBeforeVisit;
-        if (isFirst) {
-            right = right && count(gone + kPrompt, phones[i].begin - 1) == 0 &&
-                    count(m_sectionBegin, phones[i].begin - 1) % 2 == 0 &&
-                    count(phones[i].begin, phones[i].begin + kPrompt) > 0;
-        }
-        gone = phones[i].Gone();
-        const bool isLast = i + 1 == phones.size() || phones[i + 1].begin - gone >= kBeforeVisit;
-        // A Fanli chip's last may have belonged to the visit before it.
-        const double leeway = tellsLeave && !isFirst ? kBeforeVisit : kLeaveLeeway;
-        right = right && (!isLast || count(gone - leeway, gone + kPrompt) > 0);
-    }
-    if (!right || count(gone + kPrompt, m_stage.Now()) > 0) {
-        Fail("the phones on the " + route + " route gave" + told);
-    }
-}
 
-// A phone that stays opens a visit, and one more for each write or creation beside it.
-void Judge::JudgeHeld() {
-    const auto arming =
-        static_cast<std::size_t>(std::count_if(m_done.begin(), m_done.end(), [&](const Done& done) {
-            return done.begin >= m_sectionBegin && Arms(done.command->verb);
-        }));
-    const double now = m_stage.Now();
-    const std::size_t enters = Count(3, m_sectionBegin, now);
-    if (m_story.chip != "like-fanli" && (enters < 1 || enters > 1 + arming)) {
-        Fail("a phone that stayed was reported " + std::to_string(enters) + " times, with " +
-             std::to_string(arming) + " writes and creations beside it");
-    }
-    Expect(enters == Count(1, m_sectionBegin, now), "a phone that stayed was not reported as left");
-}
+    const Story& m_story;
+    lab::Stage& m_stage;
+    Figures m_figures{};
+    Section m_section = kBegin;
+    double m_sectionBegin = 0;
+    // One thread runs at a time, and none of these is touched across a call into the layer.
+    std::array<Done, lab::kMostHosts + 1> m_running{};  // by host
+    std::vector<Done> m_done;                           // in the order of the ends
+    std::deque<lab::Command> m_listenersRenewals;
+    std::map<unsigned, std::string> m_urls;  // the last given to each manager
+    std::vector<Event> m_events;
+    std::set<std::string> m_given;  // numbers, after the hour
+    std::vector<lab::Json> m_phones;
+    std::vector<std::string> m_log;
+    std::size_t m_failedRenewals = 0;
+    std::map<std::string, std::size_t> m_failedAtEvent;  // at a thread's last event
+    int m_putting = 0;        // operations under way that may put an image onto the tag
+    int m_faulting = 0;       // plans in force, and devices pulled out
+    int m_open = 0;           // visits of the driver routes
+    bool m_connected = true;  // Bluetooth
+    double m_connectBegin = 0;
+};
 
-void Judge::JudgeLast() {
-    const std::string payload = "8064" + lab::ToHex(std::string(6, kLastLetter)) +
-                                lab::ToHex(std::string(kNumberSize, kLastNumber)) +
-                                lab::ToHex(std::string(4, kLastLetter));
-    Expect(m_phones.size() == 1 && m_phones[0]["read"].get<bool>() &&
-               m_phones[0]["uri"] == "https://" + std::string(kUrlSize, kLastLetter) &&
-               m_phones[0]["payload"] == payload,
-           "the last phone read other fields than those of the last image");
-    const double now = m_stage.Now();
-    const bool withoutVisits = m_story.chip == "like-fanli";
-    Expect(Count(0, m_sectionBegin, now) == 2 &&
-               Count(withoutVisits ? 4 : 3, m_sectionBegin, now, FirstRoute()) ==
-                   (withoutVisits ? 2 : 1) &&
-               (withoutVisits || Count(1, m_sectionBegin, now, FirstRoute()) == 1),
-           "the last phone was not reported as come and gone");
-}
+}  // namespace
 
-Figures Judge::Finish() {
-    Expect(m_section == kStop, "the script did not come to its end");
-    Expect(m_open == 0, "a visit that a stop fell into was not closed");
-    hosted::LiveCounts live = hosted::Live();
-    // Where it has refused to end its deliveries, the Bluetooth client keeps their threads.
-    live.threads -= LinkDockService::DeliveryThreads();
-    live.handles -= LinkDockService::DeliveryThreads();
-    // What a stop leaves: the device, the keyboard's event, and the deferred call thread, which
-    // ends by itself where the stop fell into a visit.
-    const std::size_t kept =
-        (m_story.routes[0] != "ble" ? 1U : 0U) + (m_story.Has("hid") ? 1U : 0U);
-    Expect(live.threads == 1 || (m_story.IsWired() && live.threads == 0), "threads are left");
-    Expect(live.requests == 0, "requests are left");
-    Expect(live.handles == kept + live.threads, "handles are left");
-    constexpr double kHour = 3'600'000;
-    m_figures.hours = m_stage.Now() / kHour;
-    return m_figures;
+Figures Play(const Story& story, std::uint64_t seed) {
+    const lab::Script script = lab::ParseScript("story", story.Text());
+    Judge* judge = nullptr;
+    lab::Recorder recorder([&](const lab::Json& object) { judge->Take(object); });
+    lab::StageOptions options;
+    options.seed = seed;
+    lab::Stage& stage = lab::MakeStage(lab::MergedOptions(options, script), recorder);
+    Judge theJudge(story, stage);
+    judge = &theJudge;
+    lab::Player player(stage, recorder, seed,
+                       [&](const lab::Player::Step& step) { judge->Watch(step); });
+    stage.ChooseClock();
+    hosted::SetStallHandler(
+        [&](const std::string& report) { judge->Fail("nobody can go on\n" + report); });
+    lab::UseConfigDirectory(SOAK_TREE);
+    stage.CreateDevices();
+    player.Start(kPcType);
+    player.Play(script);
+    const Figures figures = judge->Finish();
+    return figures;
 }
 
 }  // namespace soak

@@ -11,13 +11,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <sstream>
 
-#include "lab/ConfigCheck.h"
-#include "lab/Player.h"
-#include "lab/RunCommand.h"
-#include "platform/hosted/Kernel.h"
 #include "tests/support/Seeds.h"
 #include "tests/system/soak/Judge.h"
 
@@ -27,40 +24,14 @@ constexpr std::uint64_t kWorkers = 2;
 constexpr unsigned kMostFailures = 5;
 constexpr unsigned kRealSeconds = 60;        // for a loop that never reaches the layer
 constexpr std::uint64_t kEnoughSeeds = 100;  // some of which are judged in their hour, surely
-constexpr int kPcType = 5;
 
 // What a worker has done. Plain, as workers and the stories' children leave it in shared memory.
 struct Share {
-    soak::Figures figures;
+    soak::Figures figures{};
     std::uint64_t played = 0;
     unsigned failures = 0;
     std::array<std::uint64_t, kMostFailures> failed{};
 };
-
-// In this process, which must be fresh, as `tagport-lab run` does it.
-soak::Figures Play(const soak::Story& story, std::uint64_t seed) {
-    const lab::Script script = lab::ParseScript("story", story.Text());
-    soak::Judge* judge = nullptr;
-    lab::Recorder recorder([&](const lab::Json& object) { judge->Take(object); });
-    lab::StageOptions options;
-    options.seed = seed;
-    lab::Stage& stage = lab::MakeStage(lab::MergedOptions(options, script), recorder);
-    soak::Judge theJudge(story, stage);
-    judge = &theJudge;
-    lab::Player player(stage, recorder, seed,
-                       [&](const lab::Player::Step& step) { judge->Watch(step); });
-    player.Check(script);
-    stage.ChooseClock();
-    hosted::SetStallHandler([&](const std::string& report) {
-        std::fputs(report.c_str(), stderr);
-        judge->Fail("nobody can go on");
-    });
-    lab::UseConfigDirectory(SOAK_TREE);
-    stage.CreateDevices();
-    player.Start(kPcType);
-    player.Play(script);
-    return judge->Finish();
-}
 
 bool Fails(const soak::Story& story, std::uint64_t seed, soak::Figures& sum, bool quiet = true) {
     return testing_support::RunInChild([&] {
@@ -69,21 +40,21 @@ bool Fails(const soak::Story& story, std::uint64_t seed, soak::Figures& sum, boo
                              std::freopen("/dev/null", "w", stdout) == nullptr)) {
                    std::abort();
                }
-               sum += Play(story, seed);
-               std::_Exit(0);  // threads may still use what this function has made
+               const soak::Figures figures = soak::Play(story, seed);
+               std::transform(sum.begin(), sum.end(), figures.begin(), sum.begin(), std::plus<>());
            }) != 0;
 }
 
 // Takes entries out, by halves down to single ones, as long as the story still fails.
 void Shorten(soak::Story& story, std::uint64_t seed, soak::Section section) {
-    soak::Figures unused;
+    soak::Figures unused{};
     for (std::size_t piece = story.sections[section].size(); piece > 0; piece /= 2) {
-        for (std::size_t first = 0; first < story.sections[section].size();) {
+        for (std::size_t first = 0; first + 1 < story.sections[section].size();) {
             soak::Story shorter = story;
             auto& entries = shorter.sections[section];
             const auto from = entries.begin() + static_cast<std::ptrdiff_t>(first);
-            entries.erase(
-                from, from + static_cast<std::ptrdiff_t>(std::min(piece, entries.size() - first)));
+            entries.erase(from, from + static_cast<std::ptrdiff_t>(
+                                           std::min(piece, entries.size() - 1 - first)));
             if (Fails(shorter, seed, unused)) {
                 story = shorter;
             } else {
@@ -105,7 +76,7 @@ void Report(std::uint64_t seed) {
         "seed %s fails; repeat with: scripts/soak --start %s --seeds 1\n"
         "or watch: tagport-lab run --log --seed %s --script %s\n%s",
         number.c_str(), number.c_str(), number.c_str(), file.c_str(), story.Text().c_str());
-    soak::Figures unused;
+    soak::Figures unused{};
     Fails(story, seed, unused, false);
 }
 
@@ -140,25 +111,25 @@ int main(int argc, char** argv) {
     while (wait(nullptr) > 0) {
     }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
-    Share sum;
+    std::uint64_t played = 0;
+    soak::Figures sum{};
+    unsigned failures = 0;
     for (const Share& share : shares) {
-        sum.figures += share.figures;
-        sum.played += share.played;
-        sum.failures += share.failures;
+        std::transform(sum.begin(), sum.end(), share.figures.begin(), sum.begin(), std::plus<>());
+        played += share.played;
+        failures += share.failures;
         std::for_each_n(share.failed.begin(), share.failures, Report);
     }
-    const soak::Figures& figures = sum.figures;
     std::printf(
-        "%llu seeds, %u failed: %.0f simulated hours, %zu visits, %zu numbers given, "
-        "%zu faults; judged: %zu visits of the hours, %zu numbers and %zu URLs on the tag, "
-        "%zu visits after the hours; %.1f seeds a second\n",
-        static_cast<unsigned long long>(sum.played), sum.failures, figures.hours, figures.visits,
-        figures.writes, figures.faults, figures.hourVisits, figures.tags, figures.contents,
-        figures.roundsVisits, static_cast<double>(sum.played) / took.count());
-    if (sum.played >= kEnoughSeeds && (figures.hourVisits == 0 || figures.tags == 0 ||
-                                       figures.contents == 0 || figures.roundsVisits == 0)) {
+        "%llu seeds, %u failed: %.0f simulated hours, %.0f visits, %.0f numbers given, "
+        "%.0f fault plans; judged: %.0f visits of the hours, %.0f numbers and %.0f URLs on "
+        "the tag, %.0f visits after the hours; %.1f seeds a second\n",
+        static_cast<unsigned long long>(played), failures, sum[soak::kHours], sum[soak::kVisits],
+        sum[soak::kNumbers], sum[soak::kFaults], sum[soak::kHourVisits], sum[soak::kTags],
+        sum[soak::kUrls], sum[soak::kLaterVisits], static_cast<double>(played) / took.count());
+    if (played >= kEnoughSeeds && std::count(sum.begin() + soak::kHourVisits, sum.end(), 0.0) > 0) {
         std::printf("the run proves nothing: of one of the judged kinds above there was none\n");
         return 1;
     }
-    return sum.failures == 0 && sum.played == options["--seeds"] ? 0 : 1;
+    return failures == 0 && played == options["--seeds"] ? 0 : 1;
 }

@@ -11,14 +11,12 @@ namespace soak {
 /// In the order in which they are played. After the hour nothing is faulted any more.
 enum Section {
     kBegin,
-    kHour,     // operations, phones and faults of several hosts
-    kHourEnd,  // everybody has ended and every renewal has come to the tag
-    kSettle,   // a start and a write, and a number given while the write is under way
-    kRounds,   // phones one after the other, with renewals and reads beside them
-    kRoundsEnd,
-    kHeld,  // a phone that stays, with a write or a creation beside it
-    kLast,  // the last number and its phone
-    kStop,  // a stop that falls into a visit, or into two
+    kHour,    // operations, phones and faults of several hosts, until all have ended
+    kSettle,  // a start and a write, and a number given while the write is under way
+    kRounds,  // phones one after the other, with renewals and reads beside them
+    kHeld,    // a phone that stays, with a write or a creation beside it
+    kLast,    // the last number and its phone
+    kStop,    // a stop that falls into a visit, or into two
     kSections
 };
 
@@ -29,7 +27,8 @@ struct Story {
     unsigned managers = 1;
     bool missesReports = false;  // a listener waits for a keyboard that only its thread could hear
 
-    /// Lines of the script. An entry may have several: they are taken out together.
+    /// Entries of one line of the script or several. Each but the last of hour and rounds can be
+    /// left out.
     std::array<std::vector<std::string>, kSections> sections;
 
     bool Has(const std::string& route) const;
@@ -42,7 +41,6 @@ Story Draw(std::uint64_t seed);
 
 constexpr char kFirstSettled = '\xE1';  // the byte of the number given during the last write
 constexpr char kLastNumber = '\xE2';
-constexpr char kFirstGiven = '\x60';  // no number of the hour has a byte as high as those of later
-constexpr char kLastLetter = 'z';     // of the last write's URL, address and model
+constexpr char kLastLetter = 'z';  // of the last write's URL, address and model
 
 }  // namespace soak
