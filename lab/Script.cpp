@@ -277,7 +277,7 @@ void TakeArguments(Line& line, const Word& word, Command& command) {
             command.number = line.Number(word.usage, 0, kMaxByte);
             break;
         case Takes::kBits:
-            for (const std::size_t size : {2, 1, 1}) {
+            for (const std::size_t size : {2U, 1U, 1U}) {
                 command.argument += line.Bytes(line.Next(word.usage), size);
             }
             break;
@@ -412,7 +412,7 @@ Script ParseScript(const std::string& file, std::string_view text) {
         command.text = content;
         ParseCommand(line, command);
         if (command.verb == Verb::kPc && (open.size() > 1 || !script.commands.empty())) {
-            line.Fail("\"pc\" can only be the first command");
+            line.Fail(R"("pc" can only be the first command)");
         }
         open.back()->push_back(std::move(command));
         if (open.back()->back().verb == Verb::kRepeat) {

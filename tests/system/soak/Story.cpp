@@ -112,7 +112,7 @@ std::string Artist::Filled(const std::string& lines, char byte, unsigned manager
         text += name == 'm'   ? manager
                 : name == 'c' ? Content(static_cast<char>('a' + byte % 25), byte)
                 : name == 'n' ? Number(byte)
-                : name == 'o' ? Number(static_cast<char>(byte + kMostOperations))
+                : name == 'o' ? Number(static_cast<char>(byte + int{kMostOperations}))
                 : name == 'p' ? Plan()
                 : name == 's' ? Between(300, 4000)
                 : name == 'w' ? Between(0, 40)
@@ -142,7 +142,8 @@ void Artist::DrawHour(bool isSequence) {
             lines.insert(++end, host);
         }
         if (at < kHourMs) {
-            m_story.sections[kHour].push_back("at " + std::to_string(at) + " " + host + lines);
+            lines.insert(0, "at " + std::to_string(at) + " " + host);
+            m_story.sections[kHour].push_back(lines);
         }
     }
     m_story.sections[kHour].push_back("join\nat " + std::to_string(kHourMs) + "\nwait 60000");
