@@ -10,16 +10,16 @@ namespace lab {
 
 namespace {
 
-thread_local unsigned t_host = 0;
+thread_local unsigned g_currentHost = 0;
 
 }  // namespace
 
 void RunResults::UseHost(unsigned host) {
-    t_host = host;
+    g_currentHost = host;
 }
 
 unsigned RunResults::CurrentHost() {
-    return t_host;
+    return g_currentHost;
 }
 
 void RunResults::RecordOnly(const std::string& operation, Json result, const Json& more) {
@@ -34,13 +34,13 @@ void RunResults::RecordOnly(const std::string& operation, Json result, const Jso
 void RunResults::Record(const std::string& operation, bool succeeded, Json result,
                         const Json& more) {
     RecordOnly(operation, std::move(result), more);
-    LastResult& last = m_last[t_host];
+    LastResult& last = m_last[g_currentHost];
     last = {succeeded, !succeeded, operation, last.count + 1};
     m_failures += succeeded ? 0 : 1;
 }
 
 std::string RunResults::CheckLast(bool expectedSuccess) {
-    LastResult& last = m_last[t_host];
+    LastResult& last = m_last[g_currentHost];
     if (last.succeeded == expectedSuccess) {
         m_failures -= last.counted ? 1 : 0;
         last.counted = false;

@@ -402,7 +402,7 @@ Script ParseScript(const std::string& file, std::string_view text) {
         Line line(script.file, number, content);
         if (content == "end") {
             if (open.size() == 1) {
-                line.Fail("\"end\" without a \"repeat\" before it");
+                line.Fail(R"("end" without a "repeat" before it)");
             }
             open.pop_back();
             continue;
