@@ -13,13 +13,14 @@ inline constexpr int kRouteNone = 0;  // no driver has been found
 inline constexpr int kRouteI2c = 1;
 inline constexpr int kRouteUsb = 2;
 
-/// Delivers the events of one thread. It owns the number that the listener is shown, so it lives as
-/// long as the process, and only its own thread writes the number, between two calls: a listener
-/// never sees a number change.
+/// Delivers the events of one thread, or of route 4, one at a time. It owns the number that the
+/// listener is shown, so it lives as long as the process, and it writes the number between two
+/// calls only: a listener never sees a number change.
 class Deliverer {
   public:
     /// Calls the listener with a copy of `number`. False, with a log line, when there is no
-    /// listener. Called with no lock held except, for the leave on the driver routes, g_deferMutex.
+    /// listener. Called with no lock held except, for the leave on the driver routes and inside it,
+    /// g_deferMutex.
     bool Deliver(int event, const RandomNumber& number, int route);
 
   private:

@@ -4,14 +4,16 @@
 // the number of its message, and a number thread may not have written yet. So each image keeps the
 // number that was given last, and an operation looks whether its own has become older:
 //
-//   Operation                         Its number           Given            Gives way to a number
-//   WriteRandNum                      its argument         at the call      never
-//   WriteMessage                      its message's        when merged      given since the call
-//   UpdateNfcData, UpdateNfcContent   the manager's        when copied      given since the copy
-//   ReadMessage, another message        message's
-//   ReadMessage, the manager's own;   the tag's            never            given since the call,
-//   or
-//     the read before a write                                                waiting for its thread
+//   Operation              Its number        Counts as given   Gives way to a number that was
+//   WriteRandNum           its argument      at the call       -
+//   WriteMessage           its message's     when merged       given since the call
+//   UpdateNfcData,         the manager's     when copied       given since the copy
+//     UpdateNfcContent       message's
+//   ReadMessage into       the manager's     when copied       given since the copy
+//     another message        message's
+//   ReadMessage into       the tag's         never             given since the call, or is still
+//     the manager's own,                                       waiting for its thread
+//     read before a write
 //
 // Contents are ordered for the whole process. WriteRandNum, WriteMessage, UpdateNfcData and
 // UpdateNfcContent make their manager's content the newest. A number thread whose content is older
@@ -43,6 +45,9 @@ class ManagedImage {
 
     /// The same, but a number that waits for its thread counts as given after it.
     Moment BeforeWaitingNumber() const TAGPORT_REQUIRES(ManagedImage::m_memoryMutex);
+
+    /// Whether a number of this image has not been written by its thread yet.
+    bool HasWaitingNumber() const TAGPORT_REQUIRES(m_memoryMutex) { return m_waiting > 0; }
 
     /// The number given last if that was after the moment; null if not.
     const RandomNumber* GivenSince(Moment moment) const

@@ -130,28 +130,29 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
         LogErrorFun("WriteMessage msg nullptr");
         return kFailure;
     }
+    NfcManager held(*this);
+    const std::shared_ptr<ManagedImage> image = held.m_nfcData;
     // Copied first: the message is often the manager's own object, which the read overwrites.
-    std::shared_ptr<ManagedImage> image;
     ManagedImage::Moment begin = 0;
     MessageFields fields;
-    std::shared_ptr<NdefMessage> own;
     {
         platform::Lock memory(ManagedImage::m_memoryMutex);
-        image = m_nfcData;
         begin = image != nullptr ? image->Now() : 0;
         fields = FieldsOf(*message);
-        own = m_ndefMessage;
     }
     if (!IsReadBeforeWrite()) {
         LogWarnFun("Nfc_ReadMessage not need");
-    } else if (ReadIntoMessage(own) != kSuccess) {
+    } else if (held.ReadIntoMessage(held.m_ndefMessage) != kSuccess) {
         LogErrorFun("WriteMessage Read failed");
         platform::Lock memory(ManagedImage::m_memoryMutex);
-        m_ndefMessage = message;
+        if (m_nfcData == image && m_ndefMessage == held.m_ndefMessage) {
+            m_ndefMessage = message;  // unless the manager has been assigned to
+        }
+        held.m_ndefMessage = message;
     }
+    NdefMessage* const own = held.m_ndefMessage.get();
     {
         platform::Lock memory(ManagedImage::m_memoryMutex);
-        own = m_ndefMessage;
         if (own != nullptr) {
             UseNewerNumber(image.get(), begin, fields);
             own->SetRandomNumber(fields.number);
@@ -167,11 +168,11 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
         return kFailure;
     }
     int result = kSuccess;
-    if (!UpdateTag()) {
+    if (!held.UpdateTag()) {
         LogErrorFun("UpdateNfcData failed");
         result = kFailure;
     }
-    if (Proxy() == nullptr || !NfcThreadCreate()) {
+    if (held.m_nfcProxy == nullptr || !NfcThreadCreate()) {
         return kFailure;
     }
     EnableRadio();

@@ -76,6 +76,9 @@ int NfcManager::WriteRandNum(const std::uint8_t (&number)[32]) {
         if (isArray && std::equal(given.begin(), given.end(), current)) {
             if (m_nfcData != nullptr) {
                 m_nfcData->Give(given);
+                if (m_nfcData->HasWaitingNumber()) {
+                    m_nfcData->MakeNewest();  // its thread is to write all the same
+                }
             }
             return Outcome::kKnown;
         }

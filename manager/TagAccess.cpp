@@ -1,5 +1,7 @@
 #include "manager/TagAccess.h"
 
+#include <algorithm>
+
 #include "manager/ManagedImage.h"
 #include "manager/ManagerLocks.h"
 #include "platform/platform.h"
@@ -10,7 +12,7 @@
 
 namespace {
 
-// Of the content that was written last, by any manager.
+// Of the newest content that has been written, by any manager.
 std::uint64_t g_writtenOrder TAGPORT_GUARDED_BY(NfcProxy::m_contentMutex) = 0;
 
 struct Snapshot {
@@ -28,7 +30,8 @@ bool Write(NfcProxy& proxy, const Snapshot& snapshot) TAGPORT_REQUIRES(NfcProxy:
     if (!proxy.WriteNfcContent(snapshot.data.GetContent())) {
         return false;
     }
-    g_writtenOrder = snapshot.order;
+    // A message flow that waited may write an older content than the one before it.
+    g_writtenOrder = std::max(g_writtenOrder, snapshot.order);
     return true;
 }
 

@@ -1,5 +1,7 @@
 #include "routes/BleDelivery.h"
 
+#include <algorithm>
+
 #include "diagnostics/Log.h"
 #include "events/Listener.h"
 #include "platform/NeverDestroyed.h"
@@ -41,13 +43,13 @@ BleDelivery::ClientCall::~ClientCall() {
 void BleDelivery::SetSink(const BtDataNotify* sink) {
     const platform::Lock lock(m_mutex);
     m_sink = sink;
-    m_waiting.clear();
+    m_count = 0;
 }
 
 void BleDelivery::Silence() {
     platform::Lock lock(m_mutex);
     m_sink = nullptr;
-    m_waiting.clear();
+    m_count = 0;
     m_idle.Wait(lock, [this] {
         m_mutex.AssertHeld();
         return !m_isDelivering || g_delivers;
@@ -61,11 +63,18 @@ bool BleDelivery::Counts(const BtDataNotify* sink) {
 
 void BleDelivery::Add(const BtDataNotify* sink, int event) {
     {
-        const platform::Lock lock(m_mutex);
-        if (m_sink != sink) {
+        platform::Lock lock(m_mutex);
+        if (g_clientCalls == 0 && !g_delivers) {
+            m_idle.Wait(lock, [this] {
+                m_mutex.AssertHeld();
+                return !m_isDelivering || m_handedOver < kMostHandedOver;
+            });
+        }
+        if (m_sink != sink || m_count == kMostWaiting) {
             return;
         }
-        m_waiting.push_back(event);
+        m_waiting[m_count++] = static_cast<std::uint8_t>(event);
+        m_handedOver += m_isDelivering ? 1 : 0;
     }
     Drain();
 }
@@ -78,11 +87,17 @@ void BleDelivery::Drain() {
         int event = 0;
         {
             const platform::Lock lock(m_mutex);
-            if (m_isDelivering || m_waiting.empty()) {
-                return;  // whoever is delivering looks again
+            if (m_isDelivering) {
+                return;  // the thread that delivers, or this thread's own caller, looks again
             }
-            event = m_waiting.front();
-            m_waiting.erase(m_waiting.begin());
+            if (m_count == 0) {
+                m_handedOver = 0;
+                m_idle.NotifyAll();
+                return;
+            }
+            event = m_waiting[0];
+            --m_count;
+            std::copy_n(m_waiting.begin() + 1, m_count, m_waiting.begin());
             m_isDelivering = true;
         }
         g_delivers = true;

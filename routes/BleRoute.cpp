@@ -157,6 +157,9 @@ bool NfcProxy::BtDisconnect(std::uint64_t address) {
     g_isBtConnected = false;
     BLEClient* const client = g_bleClient;
     if (client == nullptr) {
+        // A connect that found no client: the sink of the one before is still subscribed.
+        BleDelivery::Get().Silence();
+        DropSink(link, false);
         return false;
     }
     bool isFree = Unsubscribe(*client, address);

@@ -73,13 +73,13 @@ bool WriteBlocks(const std::uint8_t* image, std::int32_t length) {
 // Not every chip can say whether the image arrived; for the others a written block is a good one.
 bool CheckWritten() {
     NfcDeviceContext& context = GetNfcDeviceContext();
-    if (!context.Traits().checksWrites) {
-        return true;
-    }
     NfcSpbCommon* const driver = context.spbDriverOps;
     if (driver == nullptr) {
         LogErrorFun("spbDriverOps == nullptr");
         return false;
+    }
+    if (!driver->Traits(context.chipKind).checksWrites) {
+        return true;
     }
     const platform::Lock lock(context.mutex);
     std::uint8_t passed = 0;

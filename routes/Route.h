@@ -61,7 +61,8 @@ class Route {
     /// Asks the loop to end. Waits for nobody.
     virtual void StopLoop() {}
 
-    // Any thread, no lock of the library held.
+    // Any thread, no lock of the library held but, inside a leave on the driver routes,
+    // g_deferMutex.
 
     /// An operation of a manager has ended: what had to wait for the end of its locks is done now.
     virtual void AfterOperation() {}
@@ -71,8 +72,8 @@ class Route {
 /// the opposite order. Never destroyed.
 const std::vector<Route*>& Routes();
 
-/// Stands at the head of each operation of a manager that may reach a route, before its locks, and
-/// calls AfterOperation of every route when the operation has given them back.
+/// Stands at the head of each operation of a manager that may call the Bluetooth client, before its
+/// locks, and calls AfterOperation of every route when the operation has given them back.
 class OperationScope {
   public:
     OperationScope() = default;

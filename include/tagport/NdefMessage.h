@@ -10,7 +10,8 @@
 ///
 /// It has no lock. The object given to NfcManager::Create is shared with the manager, which reads
 /// and writes it too; so is the one given to WriteMessage when the tag could not be read. A host
-/// that changes it while an operation of the manager runs must keep the two apart itself.
+/// that changes it while an operation of the manager runs must keep the two apart itself. Give one
+/// object to one manager only: each keeps the newest number of its own image.
 class TAGPORT_EXPORT NdefMessage {
   public:
     NdefMessage();
@@ -25,9 +26,9 @@ class TAGPORT_EXPORT NdefMessage {
     void Init(char type);
 
     /// The URI without its scheme, 1 to 255 bytes. 0, or -1 with nothing stored. The tag takes at
-    /// most 162 bytes: NfcManager refuses more, and WriteMessage with more makes the manager refuse
-    /// everything that follows. The number is read back for a URI of 1 byte on PC type 2 and of 50
-    /// bytes on 5 and 8; with any other size other bytes pass for the number.
+    /// most 162 bytes: NfcManager refuses more, and WriteMessage with 163 to 252 makes the manager
+    /// refuse everything that follows. The number is read back for a URI of 1 byte on PC type 2 and
+    /// of 50 bytes on 5 and 8; with any other size other bytes pass for the number.
     int SetUrl(const std::string& url);
     int GetUrl(std::string& url);
 

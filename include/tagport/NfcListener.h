@@ -11,18 +11,26 @@
 /// route   1  I2C driver   2  USB driver   3  HID keyboard   4  Bluetooth keyboard
 /// number  32 bytes: the random number as last read on that route, all zero before the first
 ///         reading. The storage belongs to the process and stays valid. The next event of the same
-///         thread replaces what it holds, so copy the number if you need it longer.
+///         thread, or of route 4, replaces what it holds, so copy the number if you need it longer.
 ///
 /// Threads: events 3 and 4 of routes 1 and 2 come on the interrupt thread, event 1 of routes 1 and
-/// 2 on the deferred call thread, all events of route 3 on the keyboard read thread, all of route 4
-/// on the Bluetooth client's thread. While a listener runs, its thread takes no further interrupt,
-/// report or notification, so it must return quickly. On route 4 a notification that comes inside
-/// a call of the client reaches the listener when the manager's operation ends, on its thread.
+/// 2 on the deferred call thread, all events of route 3 on the keyboard read thread. While a
+/// listener runs, its thread takes no further interrupt, report or notification, so it must return
+/// quickly.
+///
+/// Events of route 4 come one at a time, as a rule on a thread of the Bluetooth client. One that
+/// comes inside a call of the client reaches the listener when the manager's operation ends, on the
+/// thread of that operation, which may be a host's thread inside another call of the listener. One
+/// that comes during another delivery is delivered by that thread. So a listener must not hold a
+/// mutex of its own while it calls the manager.
 ///
 /// Which visits are reported:
 ///   - The leave comes up to 8 s after the phone has gone, and up to 15 s with two visits open.
 ///   - A WriteMessage or Create while a phone stays in the field gives at most one further pair of
 ///     events 3 and 1 for that phone.
+///   - On an FM11N chip and on USB a visit of fewer than four interrupts ends after 350 ms. A phone
+///     that lies on the tag when the threads start, or that checks the tag rarely, can be reported
+///     several times.
 ///   - On a Fanli chip a phone that comes within 350 ms of a leave is never reported.
 ///
 /// Nobody waits for a listener. It may still be called after the last manager has gone, as long as
@@ -38,7 +46,8 @@
 ///   - in event 1 of routes 1 and 2 wait for another visit's event 3: the next visit opens only
 ///     after the listener has returned;
 ///   - on route 3 or 4 count on a number from the keyboard, as ReadRandNum, UpdateNfcData and
-///     WriteMessage do: its own thread would have to deliver it, so they end after their time-outs;
+///     WriteMessage do: its own thread would have to deliver it, so they end after their time-outs.
+///     With a client whose write waits until a running notification has returned, they never end;
 ///   - on route 4 call BtConnect or BtDisconnect, which wait for deliveries to end;
 ///   - let an exception escape.
 using NfcListener = void (*)(int event, const std::uint8_t (&number)[32], int route);

@@ -58,14 +58,17 @@ class TAGPORT_EXPORT NfcManager {
     /// event threads and switches the radio on. 0 when the content is on the tag and both threads
     /// exist, else -1; on a driver that never ends a request up to 20 s, 22 s on a Fanli chip.
     ///
-    /// An empty URL keeps the one on the tag. Where the tag could not be read, the message is
-    /// written without URL and the result is still 0, so give the URL always. A URL of more than
-    /// 162 bytes is refused but stays in the image: the manager then refuses every message and
-    /// number, and only a new manager helps.
+    /// Give the URL always. On an FM11N chip on I2C the tag is read first, and an empty URL keeps
+    /// the one on the tag; where that reading fails, the message is written without URL and the
+    /// result is still 0. On every other route an empty URL keeps the one of the manager's message.
     ///
-    /// The fields are copied into the manager's message; the PC type is not. Where the tag could
-    /// not be read, the given object becomes the manager's message itself, PC type and all, and is
-    /// shared from then on.
+    /// A URL of 163 to 252 bytes is refused but stays in the image: the manager then refuses every
+    /// message and number, and only a new manager helps. A tag that holds such a URL has the same
+    /// effect where it is read first; UpdateNfcData on a new manager overwrites it.
+    ///
+    /// The fields are copied into the manager's message; the PC type is not. Where the reading
+    /// fails, the given object becomes the manager's message itself, PC type and all, and is shared
+    /// from then on.
     int WriteMessage(std::shared_ptr<NdefMessage> message);
 
     /// Reads the tag into `target` (all but its PC type). 0, or -1 with `target` unchanged unless
@@ -77,7 +80,8 @@ class TAGPORT_EXPORT NfcManager {
 
     /// Renews the random number in the message, in the image and, on a thread of its own, on the
     /// tag. Returns without waiting for the tag: 0 when the number was taken over or is the
-    /// message's already, else -1.
+    /// message's already, else -1. An array reference that refers to nothing gives -1 and clears
+    /// the number in the message.
     ///
     /// A failed write shows in the log alone, and the same number given again gives 0 without a
     /// write. So does a number after a -1 for an image with too long a URL, since the message keeps
@@ -105,8 +109,15 @@ class TAGPORT_EXPORT NfcManager {
     /// Replaces the process's listener from the next event on. Null drops events with a log line.
     void RegisterListener(NfcListener listener);
 
-    /// Connects the Bluetooth keyboard, which from then on takes part in every write and read.
+    /// Connects the Bluetooth keyboard, which from then on takes part in every write and read. True
+    /// when its notifications are subscribed as well. False when there is no client, the client
+    /// refuses, or the subscription fails; after a failed subscription writes still reach the
+    /// keyboard and BtDisconnect is needed. Waits for deliveries of an earlier connection to end.
     bool BtConnect(std::uint64_t address);
+
+    /// Ends the connection to this address. False when it is not the one that was connected last,
+    /// or nothing is connected. Waits for deliveries to end: after it has returned, no event of
+    /// route 4 comes.
     bool BtDisconnect(std::uint64_t address);
 
     /// True from the moment at which the I2C route has been found.
