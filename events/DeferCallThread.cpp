@@ -94,6 +94,10 @@ void notifyDeferCallThread() {
     LogWarnFun("NFC_notifyDeferCallThread");
 }
 
+void WakeAbandonedDeferCallThread() {
+    g_deferCond.value.NotifyAll();
+}
+
 DWORD WINAPI DeferCallThread(LPVOID /*argument*/) {
     ThreadLife& life = DeferCallLife();
     ThreadLife::Run run = life.Enter();

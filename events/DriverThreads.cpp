@@ -26,8 +26,7 @@ void AllowDriverThreads() {
 }
 
 bool StartDriverThreads() {
-    // First: the interrupt thread may open a visit at once, which the stop must not forbid any
-    // more.
+    // First: the interrupt thread may open a visit at once. An earlier stop must not forbid it.
     DeferCallLife().AnnounceStart();
     const auto interrupt = InterruptLife().EnsureStarted(InterruptThread);
     if (interrupt == ThreadLife::Start::kAlreadyExists) {
@@ -47,6 +46,7 @@ bool StartDriverThreads() {
         InterruptLife().Abandon();
     } else if (deferCallExists) {
         DeferCallLife().Abandon();
+        WakeAbandonedDeferCallThread();
     }
     return false;
 }

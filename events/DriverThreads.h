@@ -38,6 +38,9 @@ void StopDriverThreads();
 /// watched. Called with no lock held.
 void notifyDeferCallThread();
 
+/// Lets a deferred call thread look again whether it is the current one. Takes no lock.
+void WakeAbandonedDeferCallThread();
+
 // The thread procedures.
 DWORD WINAPI InterruptThread(LPVOID argument);
 DWORD WINAPI DeferCallThread(LPVOID argument);

@@ -17,11 +17,11 @@ Pass RunPass(ThreadLife& life, ThreadLife::Run& run, EventRequest& request,
     PendingRequest pending(overlapped);
     switch (pending.Begin(
         request.MayEndAtOnce(), [&] { return life.Serves(run); },
-        [&](HANDLE device) { return request.Send(device, overlapped); })) {
+        [&](HANDLE device) { return request.Send(device, overlapped); },
+        [&] { life.Fails(run); })) {
         case PendingRequest::Start::kRefused:
             return Pass::kLeave;
         case PendingRequest::Start::kFailed:
-            life.Fails(run);
             request.LogNotSent(pending.StartError());
             return Pass::kLeave;
         case PendingRequest::Start::kUnderWay:

@@ -25,6 +25,7 @@ ThreadLife::Start ThreadLife::EnsureStarted(LPTHREAD_START_ROUTINE procedure) {
     }
     m_published.handle = CreateThread(nullptr, 0, procedure, nullptr, 0, nullptr);
     if (m_published.handle == nullptr) {
+        m_stopped = true;
         return Start::kFailed;
     }
     // The new thread enters under the same lock, so it finds its number here.
@@ -132,6 +133,7 @@ bool ThreadLife::TryEnd(Run& run) {
     }
     if (current) {
         CloseThreadHandle();
+        m_stopped = true;
     }
     if (run.event) {
         if (*m_published.event == run.event.get()) {

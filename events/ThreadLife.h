@@ -81,15 +81,15 @@ class ThreadLife {
     /// Clears the run flag and, with kYes, wakes the loop. Waits for nobody.
     void Stop(Wake wake);
 
-    /// The device is about to be closed, so the request of the thread will fail. A start after this
-    /// call makes the thread go on with the next device.
+    /// The device has been closed, so the request of the thread fails. A start after this call
+    /// makes the thread go on with the next device.
     void DeviceCloses();
 
     /// Lets go of a thread that must not serve any longer: closes the handle and wakes the loop.
     void Abandon();
 
-    /// Asks the thread not to end before a matching LetEnd. False when a stop has ended it: what
-    /// was to be held for it must then not begin.
+    /// Asks the thread not to end before a matching LetEnd. False when it has ended or could
+    /// not be started: what needs it must then not begin.
     bool KeepRunning();
     void LetEnd();
 
@@ -136,7 +136,8 @@ class ThreadLife {
     std::uint64_t m_current TAGPORT_GUARDED_BY(m_mutex) = 0;  // number of the current run, 0: none
     std::uint64_t m_reasons TAGPORT_GUARDED_BY(m_mutex) = 0;  // reasons to end so far
     bool m_startFollows TAGPORT_GUARDED_BY(m_mutex) = false;  // a start came after the last reason
-    bool m_stopped TAGPORT_GUARDED_BY(m_mutex) = false;       // a stop came, and no start after it
+    bool m_stopped TAGPORT_GUARDED_BY(m_mutex) =
+        false;  // a stop came or the thread ended, and no start since
     bool m_broken TAGPORT_GUARDED_BY(m_mutex) = false;
     unsigned m_keepers TAGPORT_GUARDED_BY(m_mutex) = 0;  // KeepRunning less LetEnd
 };

@@ -79,6 +79,7 @@ void Visit::Open() {
         {
             const platform::Lock lock(m_mutex);
             --m_open;
+            m_isFollowed = m_isFollowed && m_open > 0;
         }
         DeferCallLife().LetEnd();
         return;

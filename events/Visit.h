@@ -20,18 +20,20 @@ extern std::atomic<std::int32_t> g_fieldCount;
 ///
 /// "Armed" is g_interruptFirst. A visit is open from before its event 3 until after its event 1.
 ///
-///   Armed  Open   Input                       Action                              Armed, open
-///   after yes    none   interrupt, or enter status  event 3, deferred call thread woken  no, one
-///   yes    none   the same, no listener       "NFC staticCallback is null"         no change
-///   yes    none   leave status                logged                               no change
-///   no     one    interrupt                   count + 1                            no change
-///   no     one    enter status                logged                               no change
-///   no     one    leave status                count = 2                            no change
-///   no     one    end of the watch            event 1                              yes, none
-///   any    any    write, or creation          -                                    yes, no change
-///   yes    one    interrupt, or enter status  event 3; its watch waits for the     no, two
-///                                             end of the visit before it
-///   no     two    end of the first watch      event 1, second watch begins         no, one
+///   Armed  Open  Input                       Action                        Armed, open then
+///   yes    none  interrupt or enter status   event 3, other thread woken   no, one
+///   yes    none  the same, without listener  "staticCallback is null"      no change
+///   yes    any   leave status                logged                        no change
+///   no     any   interrupt                   count + 1                     no change
+///   no     any   enter status                logged                        no change
+///   no     any   leave status                count = 2                     no change
+///   any    any   write or creation           -                             yes, no change
+///   yes    one   interrupt or enter status   event 3; its watch waits for  no, two
+///                                            the end of the one before
+///   any    one   end of the watch            event 1                       yes, none
+///   any    two   end of the first watch      event 1, next watch begins    no change, one
+///
+/// With further writes more than two can be open; each waits for the one before.
 ///
 /// The end of a visit arms the next one only when no other visit is open, and a visit that follows
 /// another one without a gap is not ended as a short one. So one phone that stays gives at most one

@@ -18,11 +18,13 @@ namespace {
 // Closes the device under the mutex that every transfer holds, so none can be under way on it. A
 // pending request of an event thread fails.
 void CloseDevice() {
+    {
+        const platform::Lock lock(GetNfcDeviceContext().mutex);
+        OpenDevice::Get().Close();
+    }
     for (Route* const route : Routes()) {
         route->DeviceCloses();
     }
-    const platform::Lock lock(GetNfcDeviceContext().mutex);
-    OpenDevice::Get().Close();
 }
 
 // The loops of the other routes are stopped before the device appears: a loop serves the device

@@ -50,7 +50,7 @@ class Route {
     /// Takes back what Start has made. The device is closed already.
     virtual void UndoStart() {}
 
-    /// The open device is about to be closed: the request of the route's event loop will fail.
+    /// The device has been closed: the request of the route's event loop fails.
     virtual void DeviceCloses() {}
 
     // The route's event loop.

@@ -15,8 +15,8 @@ extern std::atomic<HANDLE> DeviceHandle;
 /// The owner of DeviceHandle. Any thread; takes a short lock of its own.
 ///
 /// The number of a handle may name another object as soon as the handle is closed. So a loop
-/// starts its request inside Use and cancels it with Cancel, and Close waits for neither: it takes
-/// the handle away between two of them.
+/// starts its request inside Use and cancels it with Cancel. Close waits until neither is running,
+/// and never for the end of a request.
 class OpenDevice {
   public:
     static OpenDevice& Get();

@@ -23,9 +23,10 @@ class PendingRequest {
 
     /// Starts a request on the open device. `allowed()` is asked first, while nobody can close the
     /// device or open another one. `start(device)` gives what ReadFile or DeviceIoControl gave. A
-    /// request that ends at once counts as started only where `mayEndAtOnce` is true.
-    template <class Question, class Starter>
-    Start Begin(bool mayEndAtOnce, Question allowed, Starter start) {
+    /// request that ends at once counts as started only where `mayEndAtOnce` is true. `failed()` is
+    /// called in the same way, so that no other device can have been opened since.
+    template <class Question, class Starter, class Failure>
+    Start Begin(bool mayEndAtOnce, Question allowed, Starter start, Failure failed) {
         return OpenDevice::Get().Use([&](HANDLE device) {
             if (!allowed()) {
                 return Start::kRefused;
@@ -34,7 +35,11 @@ class PendingRequest {
             const BOOL ended = start(device);
             m_startError = GetLastError();
             m_underWay = ended != FALSE ? mayEndAtOnce : m_startError == ERROR_IO_PENDING;
-            return m_underWay ? Start::kUnderWay : Start::kFailed;
+            if (m_underWay) {
+                return Start::kUnderWay;
+            }
+            failed();
+            return Start::kFailed;
         });
     }
 

@@ -31,7 +31,8 @@
 ///   - On an FM11N chip and on USB a visit of fewer than four interrupts ends after 350 ms. A phone
 ///     that lies on the tag when the threads start, or that checks the tag rarely, can be reported
 ///     several times.
-///   - On a Fanli chip a phone that comes within 350 ms of a leave is never reported.
+///   - On a Fanli chip a phone that comes within 350 ms of a leave, or before the listener has
+///     returned from its event 1, is never reported.
 ///
 /// Nobody waits for a listener. It may still be called after the last manager has gone, as long as
 /// the leave of a reported phone may take, and a call that has begun goes on after RegisterListener
