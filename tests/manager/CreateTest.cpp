@@ -1,7 +1,7 @@
 // How a manager is made, and what its operations give when what they need does not exist.
 #include <gtest/gtest.h>
 
-#include <functional>
+#include <utility>
 
 #include "events/DriverThreads.h"
 #include "events/EventState.h"
@@ -27,11 +27,7 @@ std::shared_ptr<NdefMessage> MessageWith(std::size_t urlSize, std::uint8_t pcTyp
 }
 
 TEST(Create, RefusesAMessageAndSaysWhy) {
-    struct Case {
-        std::shared_ptr<NdefMessage> message;
-        std::string reason;
-    };
-    const Case cases[] = {
+    const std::pair<std::shared_ptr<NdefMessage>, std::string> cases[] = {
         {nullptr, "SetContent nullptr error"},
         {std::make_shared<NdefMessage>(), "SetModel unsupport!"},
         {MessageWith(1, 4), "SetModel unsupport!"},
@@ -40,12 +36,12 @@ TEST(Create, RefusesAMessageAndSaysWhy) {
     };
     LogRecorder log;
     g_pcModel = 8;
-    for (const Case& each : cases) {
+    for (const auto& [message, reason] : cases) {
         staticCallback = nullptr;
         g_interruptRunning = true;
-        EXPECT_EQ(NfcManager::Create(each.message, &Desk::Listen), nullptr);
+        EXPECT_EQ(NfcManager::Create(message, &Desk::Listen), nullptr);
         EXPECT_EQ(Joined(log.TakeUnannounced()),
-                  each.reason + ", NfcManager Init SetContent failed, NfcManager:: Create failed");
+                  reason + ", NfcManager Init SetContent failed, NfcManager:: Create failed");
         EXPECT_EQ(staticCallback, &Desk::Listen) << "it is taken over first";
         EXPECT_FALSE(g_interruptRunning) << "the proxy that was made has ended again";
         EXPECT_EQ(g_pcModel, 8);
@@ -68,126 +64,89 @@ TEST(Create, ArmsTheProcessForTheNewManager) {
 }
 
 TEST(Create, LogsAUriWhoseNumberIsReadBackElsewhere) {
-    struct Case {
-        std::size_t urlSize;
-        std::uint8_t pcType;
-        std::size_t readBackSize;
-    };
-    for (const auto& [urlSize, pcType, readBackSize] : {Case{1, 2, 1},
-                                                        {2, 2, 1},
-                                                        {0, 5, 50},
-                                                        {49, 5, 50},
-                                                        {50, 5, 50},
-                                                        {50, 8, 50},
-                                                        {162, 8, 50}}) {
-        LogRecorder log;
+    LogRecorder log;
+    using SizeAndType = std::pair<std::size_t, std::uint8_t>;
+    for (const auto& [urlSize, pcType] : {SizeAndType{1, 2}, {2, 2}, {49, 5}, {50, 5}, {51, 8}}) {
         EXPECT_NE(NfcManager::Create(MessageWith(urlSize, pcType), nullptr), nullptr);
-        const std::string line = "uri size is " + std::to_string(urlSize) +
-                                 ", but the random number is read back for a size of " +
-                                 std::to_string(readBackSize);
-        EXPECT_EQ(Joined(log.TakeUnannounced()), urlSize == readBackSize ? "" : line);
     }
+    const std::string line = ", but the random number is read back for a size of ";
+    EXPECT_EQ(Joined(log.TakeUnannounced()), "uri size is 2" + line + "1, uri size is 49" + line +
+                                                 "50, uri size is 51" + line + "50");
 }
 
+const std::string kNoDriver =
+    "NFC_Error opening Spb driver, last error = 2, NFC_Error opening any driver, last error = "
+    "259, ";
+const std::string kNoDevice = kNoDriver + kNoDriver + kNoDriver;
 const std::string kZeroReadBack =
     "ReadRandNum value is wrong 0, ReadRandNum value is wrong 1, ReadRandNum value is wrong 2, "
-    "UpdateNfcData ReadRandNum failed";
-const std::string kNoDriver =
-    "NFC_Error opening Spb driver, last error = 2, NFC_Error opening any driver, last error = 259";
-const std::string kNoDevice = kNoDriver + ", " + kNoDriver + ", " + kNoDriver;
-const std::string kNoStart = kNoDevice + ", NfcManager Init DeviceInit failed";
-const std::string kPassive = "[NFC] IsPassivePC ,m_nfcProxy is nullptr";
-const std::string kReadFailed = "ReadMessage ReadNfcContent failed";
-const std::string kNoMessage = "WriteMessage msg nullptr";
-const std::string kNotRenewed = "m_nfcData SetRandomNumber failed, SetRandomNumber fail";
+    "UpdateNfcData ReadRandNum failed, ";
 
-int Read(NfcManager& manager) {
-    return manager.ReadMessage(MessageWith(3, 5));
-}
-int RenewToNine(NfcManager& manager) {
-    return Renew(manager, NumberOf(9));
-}
-int ReadNumberUntouched(NfcManager& manager) {
-    std::uint8_t number[32] = {0xAB};
-    const int result = manager.ReadRandNum(number);
-    return number[0] == 0xAB ? result : 1;
-}
-std::int64_t TimeOfFailedStart(NfcManager& manager) {
-    const hosted::Micros before = hosted::Now();
-    return manager.DeviceInit() ? -1 : hosted::Now() - before;
-}
-constexpr hosted::Micros kThreePauses = 900 * hosted::kMillisecond;
-bool Register(NfcManager& manager) {
+// Of every operation but those that start threads.
+std::vector<int> ResultsOf(NfcManager& manager) {
     manager.RegisterListener(&OtherListener);
-    return staticCallback == &OtherListener;
+    std::uint8_t number[32];
+    return {manager.WriteMessage(nullptr),
+            manager.ReadMessage(MessageWith(3, 5)),
+            manager.ReadRandNum(number),
+            manager.UpdateNfcData(),
+            NfcManagerTestAccess::UpdateNfcContent(manager),
+            manager.DeviceInit(),
+            manager.BtConnect(7),
+            manager.BtDisconnect(8),
+            manager.IsActivePC(),
+            manager.SetMcuKbConnectStatus(false)};
 }
 
-// What an operation gives and logs.
-struct Answer {
-    std::int64_t result;
-    std::string errors;
-};
-
-struct Operation {
-    std::function<std::int64_t(NfcManager&)> call;
-    Answer bare;   // on a manager that nobody initialized
-    Answer ready;  // on a created one, without any device
-};
-
-const Operation kOperations[] = {
-    {[](NfcManager& m) { return m.WriteMessage(nullptr); }, {-1, kNoMessage}, {-1, kNoMessage}},
-    {Read, {-1, kReadFailed}, {-1, "spbDriverOps == nullptr, " + kReadFailed}},
-    {&NfcManager::UpdateNfcData, {false, "SetContent nullptr error"}, {false, kZeroReadBack}},
-    {NfcManagerTestAccess::UpdateNfcContent,
-     {false, "SetContent nullptr error, UpdateNfcContent SetContent fail"},
-     {false, kNoDevice}},
-    {TimeOfFailedStart, {kThreePauses, kNoStart}, {kThreePauses, kNoStart}},
-    {RenewToNine,
-     {-1, kNotRenewed},
-     {0, "LocalWriteRand ReadRandNum failed, LocalWriteRand failed"}},
-    {RenewToNine, {0, ""}, {0, ""}},
-    {ReadNumberUntouched, {-1, "ReadRandNum ReadNfc failed"}, {0, ""}},
-    {[](NfcManager& m) { return m.BtConnect(7); }, {false, "BtConnect failed"}, {false, ""}},
-    {[](NfcManager& m) { return m.BtDisconnect(8); },
-     {false, "BtDisconnect failed"},
-     {false, "[NFC] btmac error!"}},
-    {&NfcManager::IsActivePC, {false, kPassive}, {false, ""}},
-    {[](NfcManager& m) { return m.SetMcuKbConnectStatus(false); }, {false, kPassive}, {true, ""}},
-    {Register, {false, "RegisterListener failed"}, {true, ""}},
-    {[](NfcManager& m) { return m.WriteMessage(MessageWith(50, 5)); },
-     {-1, "SetContent nullptr error, UpdateNfcData failed"},
-     {-1, kZeroReadBack + ", UpdateNfcData failed, spbDriverOps == nullptr, "
-                          "NFC WaitOnInterruptLoop return"}},
-};
+TEST(Create, OperationsOfAManagerThatWasNotInitialized) {
+    hosted::UseScheduledClock({Seed()});
+    LogRecorder log;
+    NfcManager bare(MessageWith(50, 5));
+    EXPECT_EQ(ResultsOf(bare), (std::vector{-1, -1, -1, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(bare.WriteMessage(MessageWith(50, 5)), -1);
+    EXPECT_EQ(Renew(bare, NumberOf(9)), -1);
+    NfcManager empty(nullptr);
+    EXPECT_EQ(Renew(empty, NumberOf(9)), -1);
+    EXPECT_EQ(NfcManager::WriteRandThread(&empty), 0xFFFFFFFF);
+    EXPECT_EQ(NfcManager::WriteRandThread(nullptr), 0xFFFFFFFF);
+    EXPECT_EQ(hosted::Live().threads, 0U);
+    EXPECT_EQ(staticCallback, nullptr);
+    EXPECT_EQ(Joined(log.TakeUnannounced()),
+              "RegisterListener failed, WriteMessage msg nullptr, "
+              "ReadMessage ReadNfcContent failed, ReadRandNum ReadNfc failed, "
+              "SetContent nullptr error, SetContent nullptr error, "
+              "UpdateNfcContent SetContent fail, " +
+                  kNoDevice +
+                  "NfcManager Init DeviceInit failed, BtConnect failed, BtDisconnect failed, "
+                  "[NFC] IsPassivePC ,m_nfcProxy is nullptr, "
+                  "[NFC] IsPassivePC ,m_nfcProxy is nullptr, "
+                  "SetContent nullptr error, UpdateNfcData failed, "
+                  "m_nfcData SetRandomNumber failed, SetRandomNumber fail, "
+                  "WriteRandNum GetRandomNumber fail, LocalWriteRand m_nfcProxy is nullptr, "
+                  "LocalWriteRand failed, WriteRandThread nullptr");
+}
 
 TEST(Create, OperationsWithoutADevice) {
     hosted::UseScheduledClock({Seed()});
     LogRecorder log;
-    NfcManager bare(MessageWith(50, 5));
-    const auto ready = NfcManager::Create(MessageWith(50, 5), &Desk::Listen);
-    ASSERT_NE(ready, nullptr);
-    for (const Operation& each : kOperations) {
-        SCOPED_TRACE(each.bare.errors);
-        EXPECT_EQ(each.call(bare), each.bare.result);
-        EXPECT_EQ(Joined(log.TakeUnannounced()), each.bare.errors);
-        EXPECT_EQ(hosted::Live().threads, 0U);
-        EXPECT_EQ(each.call(*ready), each.ready.result);
-        Desk::Pass(hosted::kSecond);
-        EXPECT_EQ(Joined(log.TakeUnannounced()), each.ready.errors);
-    }
-    EXPECT_TRUE(log.Has("NfcThreadCreate pass")) << "the last write starts them all the same";
-    EXPECT_EQ(hosted::Live().threads, 1U) << "the interrupt thread ends at once";
-}
-
-TEST(Create, NumberThreadWithoutAManager) {
-    LogRecorder log;
-    EXPECT_EQ(NfcManager::WriteRandThread(nullptr), 0xFFFFFFFF);
-    NfcManager empty(nullptr);
-    EXPECT_EQ(Renew(empty, NumberOf(9)), -1);
-    EXPECT_EQ(NfcManager::WriteRandThread(&empty), 0xFFFFFFFF);
+    const auto manager = NfcManager::Create(MessageWith(50, 5), &Desk::Listen);
+    EXPECT_EQ(ResultsOf(*manager), (std::vector{-1, -1, 0, 0, 0, 0, 0, 0, 0, 1}));
+    EXPECT_EQ(staticCallback, &OtherListener);
+    EXPECT_EQ(hosted::Now(), 1800 * hosted::kMillisecond) << "a pause after each failed attempt";
     EXPECT_EQ(Joined(log.TakeUnannounced()),
-              "WriteRandThread nullptr, WriteRandNum GetRandomNumber fail, "
-              "LocalWriteRand m_nfcProxy is nullptr, LocalWriteRand failed");
+              "WriteMessage msg nullptr, spbDriverOps == nullptr, "
+              "ReadMessage ReadNfcContent failed, " +
+                  kZeroReadBack + kNoDevice + kNoDevice +
+                  "NfcManager Init DeviceInit failed, [NFC] btmac error!");
+    EXPECT_EQ(manager->WriteMessage(MessageWith(50, 5)), -1);
+    EXPECT_TRUE(Desk::WaitForThreads(1)) << "the interrupt thread ends at once";
+    EXPECT_EQ(Joined(log.TakeUnannounced()),
+              kZeroReadBack +
+                  "UpdateNfcData failed, spbDriverOps == nullptr, NFC WaitOnInterruptLoop return");
+    EXPECT_EQ(Renew(*manager, NumberOf(9)), 0);
+    EXPECT_TRUE(Desk::WaitForThreads(1));
+    EXPECT_EQ(Joined(log.TakeUnannounced()),
+              "LocalWriteRand ReadRandNum failed, LocalWriteRand failed");
 }
 
 }  // namespace

@@ -1,40 +1,37 @@
-// What ends or is replaced while an operation or a device start is under way.
+// What another thread does while an operation or a device start is under way.
 #include <gtest/gtest.h>
 
 #include "chip/NfcDeviceContext.h"
-#include "platform/platform.h"
+#include "tagimage/NfcData.h"
+#include "tests/manager/ManagerAccess.h"
 #include "tests/support/Desk.h"
 #include "tests/support/Seeds.h"
 
 using simulator::PcRoute;
 using namespace testing_support;
-using hosted::kMillisecond;
 
 namespace {
 
-// Drops the pointer to a manager at a random time in the first half second.
-DWORD WINAPI EndManager(LPVOID manager) {
-    Sleep(static_cast<DWORD>(hosted::Random() % 500));
-    static_cast<std::shared_ptr<NfcManager>*>(manager)->reset();
-    return 0;
-}
-
-struct TwoManagers : Desk {
-    TwoManagers() : Desk({PcRoute::kI2c}, "fanli") {
+// Two managers of one tag, one of which ends at a random time in the next half second.
+struct EndingManager : Desk {
+    EndingManager() : Desk({PcRoute::kI2c}, "fanli") {
         EXPECT_TRUE(Create());
         other = NfcManager::Create(NewMessage(), &Desk::Listen);
         AnnounceStop(log);
         log.Announce("Nfc chip Fanli");
     }
     void EndTheOtherMeanwhile() {
-        CloseHandle(CreateThread(nullptr, 0, EndManager, &other, 0, nullptr));
+        OnThread([this] {
+            Sleep(static_cast<DWORD>(hosted::Random() % 500));
+            other.reset();
+        });
     }
     std::shared_ptr<NfcManager> other;
 };
 
 TEST(AnotherManagersEnd, CutsNoWriteShortOfItsRadio) {
     ForEachSeed(60, [] {
-        TwoManagers desk;
+        EndingManager desk;
         ASSERT_TRUE(desk.manager->DeviceInit());
         desk.EndTheOtherMeanwhile();
         EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x22)), 0);
@@ -45,7 +42,7 @@ TEST(AnotherManagersEnd, CutsNoWriteShortOfItsRadio) {
 
 TEST(AnotherManagersEnd, DoesNotMakeTheChipAnotherOne) {
     ForEachSeed(60, [] {
-        TwoManagers desk;
+        EndingManager desk;
         desk.EndTheOtherMeanwhile();
         EXPECT_TRUE(desk.manager->DeviceInit());
         EXPECT_EQ(GetNfcDeviceContext().chipKind, NfcChipFanli);
@@ -53,18 +50,15 @@ TEST(AnotherManagersEnd, DoesNotMakeTheChipAnotherOne) {
     });
 }
 
-DWORD WINAPI AssignNothing(LPVOID manager) {
-    Sleep(static_cast<DWORD>(hosted::Random() % 300));
-    *static_cast<NfcManager*>(manager) = NfcManager(nullptr);
-    return 0;
-}
-
 // The address sanitizer finds a use of what the assignment has freed.
 TEST(Assignment, DuringAWriteLeavesAWholeImage) {
     ForEachSeed(60, [] {
         Desk desk({PcRoute::kUsb});
         desk.Start();
-        CloseHandle(CreateThread(nullptr, 0, AssignNothing, desk.manager.get(), 0, nullptr));
+        OnThread([&desk] {
+            Sleep(static_cast<DWORD>(hosted::Random() % 300));
+            *desk.manager = NfcManager(nullptr);
+        });
         desk.manager->WriteMessage(desk.NewMessage(0x22));
         desk.manager->UpdateNfcData();
         const Number number = desk.NumberOnChip();
@@ -73,6 +67,44 @@ TEST(Assignment, DuringAWriteLeavesAWholeImage) {
         EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x33)), -1);
         desk.log.TakeUnannounced();  // of operations on a manager that has lost its parts
     });
+}
+
+void WriteOften(Desk& desk, std::uint8_t maker) {
+    for (int i = 0; i < 5; ++i) {
+        const auto number = static_cast<std::uint8_t>(1 + hosted::Random() % 3);
+        switch (hosted::Random() % 4) {
+            case 0:
+                EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(number, maker)), 0);
+                break;
+            case 1:
+                desk.manager->ReadMessage(NfcManagerTestAccess::Message(*desk.manager));
+                break;
+            default:
+                EXPECT_EQ(Renew(*desk.manager, NumberOf(number)), 0);
+        }
+    }
+}
+
+TEST(TwoWriters, LeaveOneWholeImageAndItsNumberInMemory) {
+    for (const PcRoute route : {PcRoute::kI2c, PcRoute::kHid, PcRoute::kBle}) {
+        ForEachSeed(100, [route] {
+            Desk desk({route}, "fm11nt082c");
+            desk.Start(1);
+            for (const std::uint8_t maker : {std::uint8_t{0xAA}, std::uint8_t{0xBB}}) {
+                OnThread([&desk, maker] { WriteOften(desk, maker); });
+            }
+            // The deferred call thread stays, and the one that listens to the route.
+            EXPECT_TRUE(Desk::WaitForThreads(2, 600 * hosted::kSecond));
+            NfcData data;
+            ASSERT_TRUE(data.Init() && data.Parse(desk.ImageOnChip(143)));
+            const std::string made = data.GetUrl() + data.GetMacAddr() + data.GetModel();
+            EXPECT_EQ(made, std::string(60, made[0]));
+            std::uint8_t inMemory[32];
+            NfcManagerTestAccess::Message(*desk.manager)->GetRandomNumber(inMemory);
+            EXPECT_EQ(data.GetRandomNumber(), std::string(32, static_cast<char>(inMemory[0])));
+            desk.log.TakeUnannounced();  // of reads that the keyboards refuse
+        });
+    }
 }
 
 }  // namespace
