@@ -6,7 +6,6 @@
 #include <numeric>
 #include <random>
 
-#include "events/DriverThreads.h"
 #include "tests/support/Desk.h"
 #include "tests/support/Seeds.h"
 
@@ -79,10 +78,6 @@ void EveryOperation(std::uint64_t seed, std::uint64_t managers) {
         << hosted::DescribeThreads();
     desk.manager->BtDisconnect(kDefaultBleAddress);
     ASSERT_TRUE(desk.manager->DeviceInit());
-    // The number threads of other managers must not come after the write that follows.
-    const std::size_t listening = (m_staticNotificationThread != nullptr ? 1U : 0U) +
-                                  (m_staticCallThread != nullptr ? 1U : 0U);
-    EXPECT_TRUE(Desk::WaitForThreads(listening));
     desk.manager->RegisterListener(&Desk::Listen);
     EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x77)), 0);
     EXPECT_EQ(desk.NumberOnChip(), NumberOf(0x77));

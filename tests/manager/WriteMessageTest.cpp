@@ -17,10 +17,13 @@ namespace {
 
 constexpr std::size_t kEventThreads = 2;
 
+struct StartedDesk : Desk {
+    StartedDesk() : Desk({PcRoute::kI2c}, "fm11nt082c") { Start(); }
+};
+
 TEST(WriteMessage, LogsItsSteps) {
     hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kI2c}, "fm11nt082c");
-    desk.Start();
+    StartedDesk desk;
     EXPECT_TRUE(HasInOrder(
         desk.log,
         {"NFC_WriteMessage with dynamic delay begin!", "ReadMessage ReadNfcContent failed",
@@ -35,8 +38,7 @@ TEST(WriteMessage, LogsItsSteps) {
 
 TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
     hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kI2c}, "fm11nt082c");
-    desk.Start();
+    StartedDesk desk;
     NfcManagerTestAccess::Message(*desk.manager)->SetUrl(std::string(50, 'w'));
     const auto withoutUrl = std::make_shared<NdefMessage>();
     withoutUrl->SetMac({9, 8, 7, 6, 5, 4});
@@ -52,8 +54,7 @@ TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
 
 TEST(ReadMessage, RefusesASpoiledImageUntilItIsWrittenAgain) {
     hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kI2c}, "fm11nt082c");
-    desk.Start();
+    StartedDesk desk;
     {
         constexpr unsigned kUriRecordAt = 18;
         const hosted::DeviceLock lock;
@@ -70,100 +71,70 @@ TEST(ReadMessage, RefusesASpoiledImageUntilItIsWrittenAgain) {
     EXPECT_EQ(type, 0) << "all but the PC type is filled";
 }
 
-constexpr char kRefusedOnce[] = "[NFC] BleClientWrite ERROR";
-const std::string kRefusedTwice = std::string(kRefusedOnce) + ", " + kRefusedOnce;
-const std::string kRefusedThrice = kRefusedTwice + ", " + kRefusedOnce;
-
-// What is put on the tag, how many writes in a row the keyboard refuses, and the errors of it all.
-struct FailingStep {
-    Number number;
-    unsigned refusedWrites;
-    std::string errors;
-    std::size_t urlSize = 50;
+struct TwoRoutes : Desk {
+    TwoRoutes() : Desk({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c") {
+        Start();
+        log.Clear();
+        threads = hosted::Live().threads;
+    }
+    // The next three that go over Bluetooth.
+    static void RefuseThreeWrites() {
+        for (const unsigned nth : {1U, 2U, 3U}) {
+            LinkDockService::FailCall(BleCall::kWrite, nth);
+        }
+    }
+    std::string ErrorsInTheEnd() {
+        EXPECT_TRUE(WaitForThreads(threads));
+        return Joined(log.TakeUnannounced());
+    }
+    std::size_t threads = 0;
 };
 
-// A number that is zero at the places that the read-back of a message looks at but one.
+const std::string kRefusedThrice =
+    "[NFC] BleClientWrite ERROR, [NFC] BleClientWrite ERROR, [NFC] BleClientWrite ERROR, ";
+
+// A number that is zero at the places that the read-back of a message looks at but one. The number
+// thread does not look there.
 Number OnlyByteTwo() {
     Number number = NumberOf(0x33);
     number[0] = number[1] = number[31] = 0;
     return number;
 }
 
-struct TwoRoutes : Desk {
-    TwoRoutes() : Desk({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c") {
-        Start();
-        threads = hosted::Live().threads;
-    }
-    std::string ErrorsOf(const std::function<int()>& operation, unsigned refusedWrites,
-                         int expectedResult) {
-        log.Clear();
-        for (unsigned nth = 1; nth <= refusedWrites; ++nth) {
-            LinkDockService::FailCall(BleCall::kWrite, nth);
-        }
-        EXPECT_EQ(operation(), expectedResult);
-        EXPECT_TRUE(WaitForThreads(threads));
-        log.TakeUnannounced();
-        return Joined(ErrorsIn(log));
-    }
-    std::size_t threads = 0;
-};
-
 TEST(WriteMessage, SaysWhichStepFailed) {
     hosted::UseScheduledClock({Seed()});
     TwoRoutes desk;
-    Number zeroes = OnlyByteTwo();
-    zeroes[2] = 0;
-    const std::string noUrl = "m_nfcData SetUrl failed, SetContent fail, UpdateNfcData failed";
-    const std::string noMac = "length error, m_nfcData SetMacAddr failed, SetContent fail";
-    const FailingStep steps[] = {
-        {zeroes, 0,
-         "ReadRandNum value is wrong 0, ReadRandNum value is wrong 1, "
-         "ReadRandNum value is wrong 2, UpdateNfcData ReadRandNum failed, UpdateNfcData failed"},
-        {OnlyByteTwo(), 0, ""},
-        {NumberOf(1), 2, kRefusedTwice},
-        {NumberOf(2), 3, kRefusedThrice + ", UpdateNfcData Write failed, UpdateNfcData failed"},
-        {NumberOf(3), 0, noUrl, 253},
-        {NumberOf(4), 0, ""},  // too long even to be stored, so nothing stays
-        {NumberOf(5), 0, "length error, " + noUrl, 163},
-        {NumberOf(6), 0, noMac + ", WriteMessage Read failed, " + noMac + ", UpdateNfcData failed"},
-    };
-    for (const FailingStep& step : steps) {
-        SCOPED_TRACE(step.errors);
-        const auto message = desk.NewMessage();
-        message->SetUrl(std::string(step.urlSize, 'v'));
-        SetNumber(*message, step.number);
-        const bool fails = step.errors.find("UpdateNfcData failed") != std::string::npos;
-        EXPECT_EQ(desk.ErrorsOf([&] { return desk.manager->WriteMessage(message); },
-                                step.refusedWrites, fails ? -1 : 0),
-                  step.errors);
-        EXPECT_TRUE(desk.log.Has("NfcThreadCreate pass")) << "failed or not";
-        EXPECT_TRUE(fails || desk.NumberOnChip() == step.number);
-    }
-    const auto renew = [&desk] { return Renew(*desk.manager, NumberOf(7)); };
-    EXPECT_EQ(desk.ErrorsOf(renew, 0, -1),
+    const auto message = desk.NewMessage(0x22);
+    TwoRoutes::RefuseThreeWrites();
+    EXPECT_EQ(desk.manager->WriteMessage(message), -1);
+    EXPECT_EQ(desk.ErrorsInTheEnd(),
+              kRefusedThrice + "UpdateNfcData Write failed, UpdateNfcData failed");
+    EXPECT_TRUE(desk.log.Has("NfcThreadCreate pass")) << "failed or not";
+    SetNumber(*message, OnlyByteTwo());
+    EXPECT_EQ(desk.manager->WriteMessage(message), 0);
+    EXPECT_EQ(desk.ErrorsInTheEnd(), "");
+    message->SetUrl(std::string(163, 'v'));
+    EXPECT_EQ(desk.manager->WriteMessage(message), -1);
+    EXPECT_EQ(desk.ErrorsInTheEnd(),
+              "length error, m_nfcData SetUrl failed, SetContent fail, UpdateNfcData failed");
+    // The URL stays in memory, so that a number does not fit either.
+    EXPECT_EQ(Renew(*desk.manager, NumberOf(4)), -1);
+    EXPECT_EQ(desk.ErrorsInTheEnd(),
               "length error, m_nfcData SetRandomNumber failed, SetRandomNumber fail");
-    EXPECT_EQ(desk.ErrorsOf(renew, 0, 0), "") << "the message has kept it";
 }
 
 TEST(RandomNumberThread, SaysWhichStepFailed) {
     hosted::UseScheduledClock({Seed()});
     TwoRoutes desk;
-    const FailingStep steps[] = {
-        {NumberOf(3), 2, kRefusedTwice},
-        {NumberOf(4), 3,
-         kRefusedThrice + ", LocalWriteRand WriteNfcContent failed, LocalWriteRand failed"},
-        // It looks at one place less than the write of a message.
-        {OnlyByteTwo(), 0, "LocalWriteRand ReadRandNum failed, LocalWriteRand failed"},
-    };
-    for (const FailingStep& step : steps) {
-        SCOPED_TRACE(step.errors);
-        const auto renew = [&] { return Renew(*desk.manager, step.number); };
-        EXPECT_EQ(desk.ErrorsOf(renew, step.refusedWrites, 0), step.errors);
-        EXPECT_FALSE(desk.log.Has("WriteRandNum no need to update"));
-        EXPECT_EQ(renew(), 0);
-        EXPECT_TRUE(desk.log.Has("WriteRandNum no need to update")) << "failed or not";
-    }
+    TwoRoutes::RefuseThreeWrites();
+    EXPECT_EQ(Renew(*desk.manager, NumberOf(4)), 0);
+    EXPECT_EQ(desk.ErrorsInTheEnd(),
+              kRefusedThrice + "LocalWriteRand WriteNfcContent failed, LocalWriteRand failed");
+    EXPECT_EQ(Renew(*desk.manager, OnlyByteTwo()), 0);
+    EXPECT_EQ(desk.ErrorsInTheEnd(), "LocalWriteRand ReadRandNum failed, LocalWriteRand failed");
     EXPECT_EQ(desk.log.Count("LocalWriteRand begin ReadRandNum"), 3U);
+    EXPECT_EQ(Renew(*desk.manager, OnlyByteTwo()), 0);
+    EXPECT_TRUE(desk.log.Has("WriteRandNum no need to update")) << "given again after a failure";
 }
 
 // A chip whose mode byte is not 6 starts silent, and takes no frame while it stores a block.
@@ -175,16 +146,14 @@ TEST(WriteMessage, SwitchesTheRadioOnBesideANumberThread) {
             const hosted::DeviceLock lock;
             desk.pc.chip()->BackDoor().StickBits(kModeRegister, 0x10, 0x10);
         }
+        ASSERT_TRUE(desk.Create() && desk.manager->DeviceInit());
         OnThread([&desk] {
-            const auto writes = [&desk] {
-                return desk.log.Has("NFC_WriteMessage with dynamic delay begin!");
-            };
-            hosted::WaitFor(writes, hosted::kForever, "the write");
-            Sleep(static_cast<DWORD>(hosted::Random() % 300));
+            Sleep(static_cast<DWORD>(1 + hosted::Random() % 300));
             EXPECT_EQ(Renew(*desk.manager, NumberOf(0x41)), 0);
         });
-        desk.Start();
+        EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage()), 0);
         EXPECT_TRUE(Desk::WaitForThreads(kEventThreads));
+        desk.log.TakeUnannounced();
         const hosted::DeviceLock lock;
         EXPECT_TRUE(desk.pc.chip()->BackDoor().RadioOn());
     });
@@ -217,20 +186,20 @@ TEST(WriteMessage, StartsBothThreadsOrNone) {
     }
 }
 
-TEST(WriteMessage, UpdateNfcContentWritesWhatDiffers) {
+TEST(UpdateNfcContent, WritesWhatDiffers) {
     hosted::UseScheduledClock({Seed()});
     TwoRoutes desk;
-    const std::string same = desk.ImageOnChip(93);
-    EXPECT_TRUE(NfcManagerTestAccess::UpdateNfcContent(*desk.manager));
+    const auto update = [&desk] { return NfcManagerTestAccess::UpdateNfcContent(*desk.manager); };
+    EXPECT_TRUE(update());
     EXPECT_EQ(desk.pc.bluetooth()->ImagesStored(), 1U) << "equal content is not written again";
-    NfcManagerTestAccess::Message(*desk.manager)->SetUrl(std::string(50, 'w'));
-    const auto update = [&] { return NfcManagerTestAccess::UpdateNfcContent(*desk.manager); };
-    desk.ErrorsOf(update, 3, false);
-    EXPECT_EQ(ErrorsIn(desk.log).back(), "UpdateNfcContent reWrite failed");
-    EXPECT_TRUE(NfcManagerTestAccess::UpdateNfcContent(*desk.manager));
+    SetNumber(*NfcManagerTestAccess::Message(*desk.manager), NumberOf(0x22));
+    TwoRoutes::RefuseThreeWrites();
+    EXPECT_FALSE(update());
+    EXPECT_EQ(desk.log.TakeUnannounced().back(), "UpdateNfcContent reWrite failed");
+    EXPECT_TRUE(update());
     EXPECT_TRUE(desk.log.Has("UpdateNfcContent Write Nfc Chip Successful"));
     EXPECT_EQ(desk.pc.bluetooth()->ImagesStored(), 2U);
-    EXPECT_NE(desk.ImageOnChip(93), same);
+    EXPECT_EQ(desk.NumberOnChip(), NumberOf(0x22));
 }
 
 }  // namespace
