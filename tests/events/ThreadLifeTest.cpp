@@ -20,13 +20,19 @@ using hosted::kSecond;
 constexpr char kReturned[] = "NFC WaitOnInterruptLoop return";
 constexpr char kWaits[] = "NFC Wait For Kernel Interrupt...";
 
-// A started PC that may stop again.
+// A PC that waits for phones, and that may stop.
 struct StartedDesk : Desk {
     explicit StartedDesk(PcRoute route, const std::string& chip = "fm11nt081")
         : Desk({route}, chip) {
         AnnounceStop(log);
         Start();
         Pass(kSecond);
+    }
+    // Finds the threads waiting; the log begins after it.
+    void WriteAgain() {
+        EXPECT_EQ(manager->WriteMessage(NewMessage(0x33)), 0);
+        Pass(kSecond);
+        log.Clear();
     }
 };
 
@@ -38,13 +44,6 @@ void ExpectVisit(Desk& desk) {
     EXPECT_TRUE(Desk::WaitForEvents(expected.size(), 20 * kSecond)) << hosted::DescribeThreads();
     Desk::Pass(kSecond);
     EXPECT_EQ(EventsHeard(), expected);
-}
-
-// A write that finds the threads waiting, and a log that begins after it.
-void WriteAgain(Desk& desk) {
-    EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x33)), 0);
-    Desk::Pass(kSecond);
-    desk.log.Clear();
 }
 
 // A stop lasts until a start: a creation is none, nor is a device start on a driver route.
@@ -86,7 +85,7 @@ TEST(Stop, IsNotUndoneByACreationBeforeTheThreadHasSeenIt) {
 TEST(Stop, LastsThroughCreationAndDeviceStartUntilTheNextWrite) {
     ForEachSeed(30, [] {
         StartedDesk desk(PcRoute::kI2c, "fm11nt082c");
-        WriteAgain(desk);
+        desk.WriteAgain();
         desk.manager.reset();
         ASSERT_TRUE(desk.Create());
         desk.pc.TapPhone(0, 2 * kSecond);
@@ -104,7 +103,7 @@ TEST(Stop, LastsThroughCreationAndDeviceStartUntilTheNextWrite) {
 TEST(FailedWait, EndsTheThreadOnce) {
     ForEachSeed(5, [] {
         StartedDesk desk(PcRoute::kUsb);
-        WriteAgain(desk);
+        desk.WriteAgain();
         desk.pc.Unplug();
         Desk::Pass(kSecond);
         EXPECT_EQ(desk.log.Texts(),
@@ -134,8 +133,7 @@ TEST(FailedWait, IsTriedAgainByTheNextWrite) {
     EXPECT_EQ(hosted::Live().requests, 1U);
 }
 
-// After a host has done something three times the route works, and there are no more handles,
-// threads and requests than before.
+// After a host has done something three times the route works, and nothing has been left over.
 void ThreeTimes(PcRoute route, void (*act)(Desk&)) {
     ForEachSeed(100, [route, act] {
         StartedDesk desk(route, "fm11nt082c");
