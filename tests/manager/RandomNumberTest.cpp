@@ -91,23 +91,22 @@ TEST(RandomNumber, InAnArrayThatIsNotThere) {
 
 // The number that a host puts into its message counts as given when an operation takes it over.
 TEST(RandomNumber, OfTheHostsMessageReplacesOneThatWaitsForItsThread) {
+    hosted::UseScheduledClock({Seed()});
+    TagWithNumber desk;
+    const auto message = NfcManagerTestAccess::Message(*desk.manager);
     const std::function<bool(NfcManager&)> operations[] = {
         [](NfcManager& m) { return m.UpdateNfcData(); },
         NfcManagerTestAccess::UpdateNfcContent,
         [](NfcManager& m) { return m.ReadMessage(std::make_shared<NdefMessage>()) == 0; },
     };
     for (const auto& takesOver : operations) {
-        ForEachSeed(3, [&takesOver] {
-            TagWithNumber desk;
-            HoldNumberThreads();
-            EXPECT_EQ(desk.Give(0x41), 0);
-            const auto message = NfcManagerTestAccess::Message(*desk.manager);
-            SetNumber(*message, NumberOf(0x42));
-            EXPECT_TRUE(takesOver(*desk.manager));
-            EXPECT_EQ(desk.manager->ReadMessage(message), 0);
-            EXPECT_EQ(desk.InMemory(), 0x42);
-            EXPECT_EQ(desk.OnChipInTheEnd(), NumberOf(0x42));
-        });
+        HoldNumberThreads();
+        EXPECT_EQ(desk.Give(0x41), 0);
+        SetNumber(*message, NumberOf(0x42));
+        EXPECT_TRUE(takesOver(*desk.manager));
+        EXPECT_EQ(desk.manager->ReadMessage(message), 0);
+        EXPECT_EQ(desk.InMemory(), 0x42);
+        EXPECT_EQ(desk.OnChipInTheEnd(), NumberOf(0x42));
     }
 }
 

@@ -160,29 +160,27 @@ TEST(WriteMessage, SwitchesTheRadioOnBesideANumberThread) {
 }
 
 TEST(WriteMessage, StartsBothThreadsOrNone) {
-    for (const int failing : {1, 2}) {
-        ForEachSeed(40, [failing] {
-            int threads = 0;
-            hosted::SetCallHook([&threads, failing](hosted::Call call, hosted::ThreadId) -> DWORD {
-                const bool fails = call == hosted::Call::kCreateThread && ++threads == failing;
-                return fails ? ERROR_NOT_ENOUGH_MEMORY : 0;
-            });
-            Desk desk({PcRoute::kI2c}, "fm11nt082c");
-            ASSERT_TRUE(desk.Create() && desk.manager->DeviceInit());
-            EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x41)), -1);
-            EXPECT_TRUE(HasInOrder(desk.log, {"UpdateNfcData success", "NfcThreadCreate fail"}));
-            EXPECT_TRUE(m_staticNotificationThread == nullptr && m_staticCallThread == nullptr);
-            EXPECT_EQ(desk.NumberOnChip(), NumberOf(0x41)) << "the tag is written all the same";
-            EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x42)), 0);
-            desk.pc.TapPhone(0, hosted::kSecond);
-            Desk::Pass(20 * hosted::kSecond);
-            EXPECT_EQ(EventsHeard(), (std::vector<int>{3, 1})) << "from one thread of each kind";
-            // A deferred call thread that has no handle left sleeps until its next wake-up.
-            EXPECT_LE(hosted::Live().threads, kEventThreads);
-            hosted::SetCallHook({});
-            desk.log.TakeUnannounced();
+    ForEachSeed(80, [] {
+        int threadsUntilFailure = 1 + static_cast<int>(hosted::Random() % 2);
+        hosted::SetCallHook([&threadsUntilFailure](hosted::Call call, hosted::ThreadId) -> DWORD {
+            const bool fails = call == hosted::Call::kCreateThread && --threadsUntilFailure == 0;
+            return fails ? ERROR_NOT_ENOUGH_MEMORY : 0;
         });
-    }
+        Desk desk({PcRoute::kI2c}, "fm11nt082c");
+        ASSERT_TRUE(desk.Create() && desk.manager->DeviceInit());
+        EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x41)), -1);
+        EXPECT_TRUE(HasInOrder(desk.log, {"UpdateNfcData success", "NfcThreadCreate fail"}));
+        EXPECT_TRUE(m_staticNotificationThread == nullptr && m_staticCallThread == nullptr);
+        EXPECT_EQ(desk.NumberOnChip(), NumberOf(0x41)) << "the tag is written all the same";
+        EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x42)), 0);
+        desk.pc.TapPhone(0, hosted::kSecond);
+        Desk::Pass(20 * hosted::kSecond);
+        EXPECT_EQ(EventsHeard(), (std::vector<int>{3, 1})) << "from one thread of each kind";
+        // A deferred call thread that has no handle left sleeps until its next wake-up.
+        EXPECT_LE(hosted::Live().threads, kEventThreads);
+        hosted::SetCallHook({});
+        desk.log.TakeUnannounced();
+    });
 }
 
 TEST(UpdateNfcContent, WritesWhatDiffers) {
