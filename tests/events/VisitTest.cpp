@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <utility>
 
+#include "chip/DetectChip.h"
+#include "chip/NfcDeviceContext.h"
 #include "simulator/FanliChip.h"
 #include "tests/support/Desk.h"
 #include "tests/support/ScriptedBus.h"
@@ -150,6 +152,23 @@ TEST(ReportedVisit, WaitsForAStatusThatCannotBeRead) {
                              "NFC LeaveField(2), enterSum: 65535, leaveSum: 1"}) {
         EXPECT_EQ(std::count(lines.begin(), lines.end(), line), 1) << line;
     }
+    EXPECT_EQ(EventsHeard(), (std::vector<int>{3, 1}));
+}
+
+// The interrupt thread waits for the device mutex while a device start finds another chip.
+TEST(CountedVisit, BeginsWithAnInterruptOfTheChipBefore) {
+    hosted::UseScheduledClock({Seed()});
+    VisitDesk desk(PcRoute::kI2c);
+    NfcDeviceContext& context = GetNfcDeviceContext();
+    {
+        const platform::Lock detection(context.mutex);
+        NfcSpbCommon* const found =
+            context.spbDriverOps.exchange(DriverFor(NfcLinkSpb4));  // whose chips have a status
+        desk.Raise({{0}});
+        Desk::Pass(kSecond);
+        context.spbDriverOps = found;
+    }
+    Desk::Pass(kSecond);
     EXPECT_EQ(EventsHeard(), (std::vector<int>{3, 1}));
 }
 

@@ -171,6 +171,8 @@ TEST(WriteMessage, StartsBothThreadsOrNone) {
         EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x41)), -1);
         EXPECT_TRUE(HasInOrder(desk.log, {"UpdateNfcData success", "NfcThreadCreate fail"}));
         EXPECT_TRUE(m_staticNotificationThread == nullptr && m_staticCallThread == nullptr);
+        Desk::Pass(hosted::kSecond);
+        EXPECT_EQ(hosted::Live().requests, 0U) << "nobody waits for an interrupt";
         EXPECT_EQ(desk.NumberOnChip(), NumberOf(0x41)) << "the tag is written all the same";
         EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x42)), 0);
         desk.pc.TapPhone(0, hosted::kSecond);
