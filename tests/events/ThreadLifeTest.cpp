@@ -190,6 +190,8 @@ TEST(ThreeTimes, AKeyboardOpenedAgain) {
 // Another manager ends, which stops the threads. The thread whose last line is `lastLine` is held
 // up there, on its way out, until `start` has started the threads again: it has to serve on.
 void StartWhileTheThreadEnds(Desk& desk, const char* lastLine, const std::function<void()>& start) {
+    AnnounceStop(desk.log);
+    Desk::Pass(kSecond);
     bool ending = false;
     bool started = false;
     desk.log.OnLine([&](const std::string& text) {
@@ -244,8 +246,6 @@ TEST(RestartedThread, HandlesAnInterruptThatCameBeforeTheCancellation) {
     hosted::AddDevice(simulator::kUsbDriverPath,
                       std::make_shared<CompletesWhenCancelled>(*desk.pc.spb(), simulator::Bytes()));
     desk.Start();
-    AnnounceStop(desk.log);
-    Desk::Pass(kSecond);
     StartWhileTheThreadEnds(desk, kReturned, [&desk] {
         EXPECT_TRUE(desk.manager->DeviceInit());
         EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage()), 0);
@@ -260,8 +260,6 @@ TEST(RestartedThread, HandlesAReportThatCameBeforeTheCancellation) {
     hosted::AddHidInterface(simulator::KeyboardInterface(),
                             std::make_shared<CompletesWhenCancelled>(*desk.pc.hid(), enterReport));
     desk.Start();
-    AnnounceStop(desk.log);
-    Desk::Pass(kSecond);
     StartWhileTheThreadEnds(desk, "NFC ReadKeyboardDataThread return",
                             [&desk] { EXPECT_TRUE(desk.manager->DeviceInit()); });
     EXPECT_EQ(EventsHeard(), std::vector<int>{3});
