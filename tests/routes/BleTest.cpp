@@ -8,7 +8,6 @@
 #include "platform/LinkDockBackDoor.h"
 #include "simulator/BlePeerAdapter.h"
 #include "tests/support/Desk.h"
-#include "tests/support/ScriptedBus.h"
 #include "tests/support/Seeds.h"
 
 using LinkDockService::BleCall;
@@ -21,13 +20,18 @@ namespace {
 constexpr std::uint64_t kKeyboard = simulator::kDefaultBleAddress;
 constexpr std::uint64_t kNobody = kKeyboard + 1;
 
-// The link as the keyboard sees it.
 enum class Link { kDown, kConnected, kSubscribed };
 
-Link LinkOf(Desk& desk) {
-    return desk.pc.bluetooth()->Subscribed()  ? Link::kSubscribed
-           : desk.pc.bluetooth()->Connected() ? Link::kConnected
-                                              : Link::kDown;
+Link LinkOf(const simulator::BluetoothKeyboard& keyboard) {
+    return keyboard.Subscribed()  ? Link::kSubscribed
+           : keyboard.Connected() ? Link::kConnected
+                                  : Link::kDown;
+}
+
+// A report that the client delivers on its own thread, at once.
+void SendFieldNow(Desk& desk, bool enter) {
+    desk.pc.bluetooth()->SendField(enter);
+    Desk::Pass(hosted::kMillisecond);
 }
 
 TEST(Ble, LinkStates) {
@@ -75,10 +79,9 @@ TEST(Ble, LinkStates) {
             LinkDockService::FailCall(*fails, 1);
         }
         EXPECT_EQ(((*desk.manager).*operation)(address), result);
-        EXPECT_EQ(LinkOf(desk), link);
+        EXPECT_EQ(LinkOf(*desk.pc.bluetooth()), link);
         EXPECT_EQ(Joined(desk.log.Texts()), lines);
-        desk.pc.bluetooth()->SendField(true);
-        Desk::Pass(hosted::kMillisecond);
+        SendFieldNow(desk, true);
         heard += link == Link::kSubscribed ? 1 : 0;
         EXPECT_EQ(HeardSoFar().size(), heard) << "once, through the one sink there is";
     }
@@ -95,17 +98,10 @@ TEST(Ble, LinkStates) {
     EXPECT_FALSE(desk.manager->BtConnect(another));
 }
 
-// A report that the client delivers on its own thread, at once.
-void SendFieldNow(Desk& desk, bool enter) {
-    desk.pc.bluetooth()->SendField(enter);
-    Desk::Pass(hosted::kMillisecond);
-}
-
 TEST(Ble, DisconnectsInOrder) {
     hosted::UseScheduledClock({Seed()});
     Desk desk({PcRoute::kBle});
-    ASSERT_TRUE(desk.Create());
-    ASSERT_TRUE(desk.manager->BtConnect(kKeyboard));
+    desk.Start();
     bool connectedAtLastClose = true;
     const hosted::ThreadId host = hosted::CurrentThread();
     hosted::SetCallHook([&, host](hosted::Call call, hosted::ThreadId thread) -> DWORD {
@@ -123,11 +119,10 @@ TEST(Ble, DisconnectsInOrder) {
 TEST(Ble, ASinkThatTheClientDoesNotLetGoOfFallsSilent) {
     hosted::UseScheduledClock({Seed()});
     Desk desk({PcRoute::kBle});
-    ASSERT_TRUE(desk.Create());
+    desk.Start();
     DeliveryHabits habits;
     habits.afterRefusedUnsubscribe = true;
     LinkDockService::SetDeliveryHabits(habits);
-    ASSERT_TRUE(desk.manager->BtConnect(kKeyboard));
     LinkDockService::FailCall(BleCall::kUnsubscribe, 1);
     LinkDockService::FailCall(BleCall::kDisconnect, 1);
     EXPECT_TRUE(desk.manager->BtDisconnect(kKeyboard));
@@ -144,78 +139,75 @@ TEST(Ble, AListenerMayCallTheManagerWhereverTheClientDelivers) {
     ForEachSeed(10, [] {
         Desk desk({PcRoute::kBle});
         desk.Start();
-        int failures = 0;
+        std::uint8_t number[32] = {};
         std::uint8_t fill = 0x20;
         ReactToEvents([&](const Heard& heard) {
-            std::uint8_t number[32] = {};
+            std::uint8_t read[32] = {};
             if (heard.event == 3) {
-                failures += desk.manager->ReadRandNum(number) != 0 ? 1 : 0;
-                failures += desk.manager->WriteMessage(desk.NewMessage(++fill)) != 0 ? 1 : 0;
-                failures += Renew(*desk.manager, NumberOf(++fill)) != 0 ? 1 : 0;
+                EXPECT_EQ(desk.manager->ReadRandNum(read), 0);
+                EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(++fill)), 0);
+                EXPECT_EQ(Renew(*desk.manager, NumberOf(++fill)), 0);
             }
         });
         DeliveryHabits habits;
         habits.insideSubscribeMs = habits.insideWriteMs = 20;
         LinkDockService::SetDeliveryHabits(habits);
-        const auto visitDuring = [&](const std::function<bool()>& operation) {
-            const std::size_t before = EventsHeard().size();
+        const std::function<bool()> operations[] = {
+            [&] { return desk.manager->BtConnect(kKeyboard); },
+            [&] { return desk.manager->ReadRandNum(number) == 0; },
+            [&] { return desk.manager->WriteMessage(desk.NewMessage(0x31)) == 0; },
+            [&] { return Renew(*desk.manager, NumberOf(0x32)) == 0; },
+        };
+        for (const auto& operation : operations) {
+            TakeHeard();
             desk.pc.bluetooth()->SendField(true, 1 * hosted::kMillisecond);
             desk.pc.bluetooth()->SendField(false, 10 * hosted::kMillisecond);
             EXPECT_TRUE(operation());
             Desk::Pass(20 * hosted::kSecond);
-            std::vector<int> events = EventsHeard();
-            events.erase(events.begin(), events.begin() + static_cast<std::ptrdiff_t>(before));
-            EXPECT_EQ(events, (std::vector<int>{3, 1}));
-        };
-        std::uint8_t number[32] = {};
-        visitDuring([&] { return desk.manager->BtConnect(kKeyboard); });
-        visitDuring([&] { return desk.manager->ReadRandNum(number) == 0; });
-        visitDuring([&] { return desk.manager->WriteMessage(desk.NewMessage(0x31)) == 0; });
-        visitDuring([&] { return Renew(*desk.manager, NumberOf(0x32)) == 0; });
-        EXPECT_EQ(failures, 0) << "calls of the listener";
+            EXPECT_EQ(EventsHeard(), (std::vector<int>{3, 1}));
+        }
     });
 }
 
-// Looks at the number twice. A listener is a plain function, so what it finds is the process's.
+// Numbers that a call of the listener has looked at twice, and those that were not whole or not the
+// same. A listener is a plain function, so they are the process's.
+unsigned g_seenNumbers = 0;
 unsigned g_tornNumbers = 0;
-unsigned g_numbersSeen = 0;
 void LookTwice(int /*event*/, const std::uint8_t (&number)[32], int /*route*/) {
-    Number first;
-    std::copy(std::begin(number), std::end(number), first.begin());
+    const Number expected = NumberOf(number[0]);
+    const auto isWhole = [&] { return std::equal(expected.begin(), expected.end(), number); };
+    const bool wasWhole = isWhole();
     Sleep(5);
-    const bool same = std::equal(first.begin(), first.end(), std::begin(number));
-    g_tornNumbers += same && first == NumberOf(first[0]) ? 0 : 1;
-    ++g_numbersSeen;
+    g_tornNumbers += wasWhole && isWhole() ? 0 : 1;
+    ++g_seenNumbers;
 }
 
 TEST(Ble, TwoDeliveriesAtOnceShowEachListenerCallItsOwnNumber) {
     hosted::UseScheduledClock({Seed()});
     Desk desk({PcRoute::kBle});
-    ASSERT_TRUE(desk.Create());
-    desk.manager->RegisterListener(&LookTwice);
     DeliveryHabits habits;
     habits.threads = 2;
     LinkDockService::SetDeliveryHabits(habits);
-    ASSERT_TRUE(desk.manager->BtConnect(kKeyboard));
-    constexpr unsigned visits = 20;
-    for (unsigned i = 0; i < visits; ++i) {
+    desk.Start();
+    desk.manager->RegisterListener(&LookTwice);
+    constexpr std::uint8_t visits = 20;
+    for (std::uint8_t i = 0; i < visits; ++i) {
         const hosted::Micros at = i * 3 * hosted::kMillisecond;
-        desk.pc.bluetooth()->SendNumber(simulator::Bytes(32, static_cast<std::uint8_t>(0x10 + i)),
-                                        at);
+        desk.pc.bluetooth()->SendNumber(simulator::Bytes(32, i), at);
         desk.pc.bluetooth()->SendField(i % 2 == 0, at + hosted::kMillisecond);
     }
     Desk::Pass(hosted::kSecond);
-    EXPECT_EQ(g_numbersSeen, visits);
+    EXPECT_EQ(g_seenNumbers, visits);
     EXPECT_EQ(g_tornNumbers, 0U);
 }
 
 TEST(Ble, JudgesEveryNotification) {
     hosted::UseScheduledClock({Seed()});
     Desk desk({PcRoute::kBle});
-    ASSERT_TRUE(desk.Create());
-    ASSERT_TRUE(desk.manager->BtConnect(kKeyboard));
-    desk.log.Announce("[NFC] value length is err");
+    desk.Start();
     const std::string tooShort = "[NFC] value length is err";
+    desk.log.Announce(tooShort);
+    Desk::Pass(hosted::kMillisecond);  // the interrupt thread, which no driver serves, ends
     const std::string invalid = "[NFC] not valid data ";
     const std::string entered = "NFC_SELECT_IN_FIELD 1st report";
     const std::string left = "NFC_defer call done: ";
@@ -228,7 +220,7 @@ TEST(Ble, JudgesEveryNotification) {
         {{}, 0, tooShort},
         {{0x2E, 2, 0x6E}, 3, tooShort},
         {{0x2E, 2, 0x6E, 0xE6}, 4, entered},
-        {{0x2E, 2, 0xE6, 0x6E}, 4, left + "0000000000000000"},
+        {{0x2E, 2, 0xE6, 0x6E}, 4, left + "1111111111111111"},
         {{0x2E, 3}, 33, tooShort},
         {{0x2E, 3, 1, 2}, 34, number + "0102222222222222"},
         {{0x2E, 2, 0xE6, 0x6E}, 64, left + "0102222222222222"},
@@ -270,7 +262,6 @@ TEST(Ble, ALateNumberAnswersTheNextRequest) {
     EXPECT_EQ(desk.manager->ReadRandNum(number), 0);
     EXPECT_EQ(hosted::Now() - before, 4 * hosted::kSecond) << "at once";
     EXPECT_EQ(number[0], 0x91);
-    AnnounceStop(desk.log);
 }
 
 }  // namespace

@@ -13,86 +13,92 @@ using hosted::HidInterface;
 
 namespace {
 
-const char kNoMatch[] = "No Match\n";
-const char kNoData[] = "Error: HidD_GetPreparsedData failed \n";
-const std::string kOpened = "Hid device open success\n";
-const std::string kFound = kOpened + "NFC find the corresponding device!\n";
+using Texts = std::vector<std::string>;
+
+constexpr char kNoMatch[] = "No Match\n";
+constexpr char kNoData[] = "Error: HidD_GetPreparsedData failed \n";
+constexpr char kNoCaps[] = "Error: HidP_GetCaps failed \n";
+constexpr char kOpened[] = "Hid device open success\n";
+constexpr char kFound[] = "NFC find the corresponding device!\n";
 
 // Where the first interface differs from a keyboard that fits, and the lines that it leaves. The
-// one behind it fits, and is found.
+// one after it fits, and is found.
 const struct {
     std::function<void(HidInterface&)> change;
-    std::string lines;
+    Texts lines;
     bool opens = true;
     bool found = true;
 } kCases[] = {
-    {[](HidInterface& i) { i.path[12] = '8'; }, kNoMatch},
-    {[](HidInterface& i) { i = simulator::DecoyInterfaces().back(); }, kNoMatch},  // upper case
-    {[](HidInterface& i) { i.path.resize(24); }, kNoMatch},
-    {[](HidInterface& i) { i.detailFails = true; }, ""},
-    {[](HidInterface&) {}, kNoData, false},  // vanished
-    {[](HidInterface& i) { i.preparsedDataFails = true; }, kNoData},
-    {[](HidInterface& i) { i.capsFail = true; }, "Error: HidP_GetCaps failed \n"},
-    {[](HidInterface& i) { i.usagePage = 0x464F; }, ""},
-    {[](HidInterface& i) { i.usage = 0x44; }, ""},
-    {[](HidInterface& i) { i.vendorId = 1; }, kOpened},
-    {[](HidInterface& i) { i.productId = 1; }, kOpened},
-    {[](HidInterface& i) { i.attributesFail = true; }, kOpened, true, false},
+    {[](HidInterface& i) { i.path[12] = '8'; }, {kNoMatch}},
+    {[](HidInterface& i) { i = simulator::DecoyInterfaces().back(); }, {kNoMatch}},  // upper case
+    {[](HidInterface& i) { i.path.resize(24); }, {kNoMatch}},
+    {[](HidInterface& i) { i.detailFails = true; }, {}},
+    {[](HidInterface&) {}, {kNoData}, false},  // vanished
+    {[](HidInterface& i) { i.preparsedDataFails = true; }, {kNoData}},
+    {[](HidInterface& i) { i.capsFail = true; }, {kNoCaps}},
+    {[](HidInterface& i) { i.usagePage = 0x464F; }, {}},
+    {[](HidInterface& i) { i.usage = 0x44; }, {}},
+    {[](HidInterface& i) { i.vendorId = 1; }, {kOpened}},
+    {[](HidInterface& i) { i.productId = 1; }, {kOpened}},
+    {[](HidInterface& i) { i.attributesFail = true; }, {kOpened}, true, false},
 };
 
 std::shared_ptr<hosted::Driver> NewKeyboard() {
     return std::make_shared<simulator::HidDriver>(std::make_shared<simulator::KeyboardMcu>());
 }
 
-// Whether the keyboard was found. It must then be the one whose path ends with "&fits".
-bool Find() {
-    std::string opened;
+// The path of the keyboard that was found, empty for none.
+std::wstring Find() {
+    std::wstring opened;
     hosted::SetTracer([&opened](const hosted::TraceEvent& event) {
-        opened = event.kind == hosted::TraceEvent::Kind::kOpen ? event.text : opened;
+        if (event.kind == hosted::TraceEvent::Kind::kOpen) {
+            opened.assign(event.text.begin(), event.text.end());
+        }
     });
-    const UniqueHandle device = MatchNfcHidDevice();
+    const bool isFound{MatchNfcHidDevice()};
     hosted::SetTracer({});
-    if (!device) {
-        return false;
-    }
-    EXPECT_NE(opened.find("&fits"), std::string::npos) << opened;
-    return true;
+    return isFound ? opened : L"";
 }
 
 TEST(Discovery, PassesOverWhatDoesNotFit) {
     hosted::UseScheduledClock({Seed()});
     LogRecorder log;
     log.Announce("Error: Hid");
-    EXPECT_FALSE(Find()) << "where there is none";
+    EXPECT_EQ(Find(), L"") << "where there is none";
     HidInterface fits = simulator::KeyboardInterface();
     fits.path += L"&fits";
     for (const auto& [change, lines, opens, found] : kCases) {
-        SCOPED_TRACE(lines);
+        SCOPED_TRACE(Joined(lines));
         hosted::RemoveHidInterfaces();
         HidInterface first = simulator::KeyboardInterface();
         change(first);
         hosted::AddHidInterface(first, opens ? NewKeyboard() : nullptr);
         hosted::AddHidInterface(fits, NewKeyboard());
         log.Clear();
-        EXPECT_EQ(Find(), found);
-        std::string told;
-        for (const std::string& text : log.Texts()) {
-            told += text;
+        EXPECT_EQ(Find(), found ? fits.path : L"");
+        Texts expected = lines;
+        if (found) {
+            expected.insert(expected.end(), {kOpened, kFound});
         }
-        EXPECT_EQ(told, lines + (found ? kFound : ""));
+        EXPECT_EQ(log.Texts(), expected);
         EXPECT_EQ(hosted::Live().handles, 0U);
     }
-    hosted::RemoveHidInterfaces();
-    hosted::AddHidInterface(fits, NewKeyboard());
-    // Enumeration calls from one on that fail with a code that nobody expects.
-    for (const auto& [lasting, expected] : {std::pair{3U, true}, {1000U, false}}) {
+}
+
+// Enumeration calls from one on fail with a code that nobody expects.
+TEST(Discovery, GivesUpWhenTheEnumerationGoesOnFailing) {
+    hosted::UseScheduledClock({Seed()});
+    const HidInterface keyboard = simulator::KeyboardInterface();
+    hosted::AddHidInterface(keyboard, NewKeyboard());
+    LogRecorder log;
+    for (const unsigned failures : {3U, 1000U}) {
         unsigned calls = 0;
-        hosted::SetCallHook([&, most = lasting](hosted::Call call, hosted::ThreadId) -> DWORD {
-            calls += call == hosted::Call::kEnumerate ? 1 : 0;
-            return call == hosted::Call::kEnumerate && calls > 1 && calls <= 1 + most ? 13 : 0;
+        hosted::SetCallHook([&calls, failures](hosted::Call call, hosted::ThreadId) -> DWORD {
+            const bool counts = call == hosted::Call::kEnumerate && ++calls > 1;
+            return counts && calls <= 1 + failures ? 13 : 0;
         });
-        EXPECT_EQ(Find(), expected) << lasting << " failures";
-        EXPECT_LT(calls, 100U) << "the search gives up";
+        EXPECT_EQ(Find(), failures == 3 ? keyboard.path : L"");
+        EXPECT_LT(calls, 100U);
     }
     hosted::SetCallHook({});
 }

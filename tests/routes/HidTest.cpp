@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/Desk.h"
-#include "tests/support/ScriptedBus.h"
 #include "tests/support/Seeds.h"
 
 using simulator::PcRoute;
@@ -16,6 +15,7 @@ TEST(Hid, JudgesEveryReport) {
     desk.Start();
     EXPECT_TRUE(desk.manager->SetMcuKbConnectStatus(false));  // stops no report from coming
     const std::string arrived = "NFC Interrupt arrive, ";
+    const std::string invalid = arrived + "not valid mcu data, ";
     const struct {
         std::uint8_t type, first, second;
         std::string lines;
@@ -25,8 +25,8 @@ TEST(Hid, JudgesEveryReport) {
         {3, 0xA1, 0xA2, ""},
         {2, 0x6E, 0xE6, arrived + "NFC_SELECT_IN_FIELD 1st report, "},
         {2, 0xE6, 0x6E, arrived + "NFC_defer call done: A1A25A5A5A5A5A5A, "},
-        {2, 0x6E, 0x6E, arrived + "not valid mcu data, "},
-        {2, 0xE6, 0xE6, arrived + "not valid mcu data, "},
+        {2, 0x6E, 0x6E, invalid},
+        {2, 0xE6, 0xE6, invalid},
     };
     for (const auto& [type, first, second, lines] : cases) {
         Desk::Pass(hosted::kSecond);
@@ -42,7 +42,6 @@ TEST(Hid, JudgesEveryReport) {
     EXPECT_EQ(EventsHeard(3), (std::vector<int>{3, 1}));
     EXPECT_EQ(HeardSoFar()[0].number[0], 0xA1);
     EXPECT_EQ(HeardSoFar()[0].number[31], 0x5A);
-    AnnounceStop(desk.log);
 }
 
 TEST(Hid, SendsNothingWhileTheKeyboardIsAway) {
@@ -55,14 +54,12 @@ TEST(Hid, SendsNothingWhileTheKeyboardIsAway) {
     desk.manager->SetMcuKbConnectStatus(false);
     EXPECT_EQ(desk.manager->ReadRandNum(number), 0);
     EXPECT_EQ(number[0], 0xCD);
-    desk.log.Announce("ReadRandNum value is wrong");
-    desk.log.Announce("UpdateNfcData ReadRandNum failed");
+    desk.log.Announce("ReadRandNum value is wrong", "UpdateNfcData ReadRandNum failed");
     EXPECT_FALSE(desk.manager->UpdateNfcData()) << "nobody gives the number back";
     EXPECT_EQ(keyboard.ReportsSeen(), before);
     desk.manager->SetMcuKbConnectStatus(true);
     EXPECT_TRUE(desk.manager->UpdateNfcData());
     EXPECT_EQ(keyboard.ReportsSeen(), before + 4) << "an image of three pages, a request of one";
-    AnnounceStop(desk.log);
 }
 
 // The listener takes its time with a report, so no read is pending when the device start finds
@@ -72,8 +69,7 @@ TEST(HidThread, NeverReadsFromTheChipThatTookThePlaceOfTheKeyboard) {
     Desk desk({PcRoute::kHid});
     desk.Start();
     AnnounceStop(desk.log);
-    desk.log.Announce("Nfc chip");
-    desk.log.Announce("Nfc spb2 format");
+    desk.log.Announce("Nfc chip", "Nfc spb2 format");
     bool release = false;
     ReactToEvents([&](const Heard&) {
         hosted::WaitFor([&] { return release; }, hosted::kForever, "the host");

@@ -10,7 +10,6 @@
 
 #include "platform/NeverDestroyed.h"
 #include "platform/TraceLog.h"
-#include "simulator/BluetoothKeyboard.h"
 #include "simulator/SpbDriver.h"
 
 using simulator::PcRoute;
@@ -25,13 +24,11 @@ std::mutex g_heardMutex;
 platform::NeverDestroyed<std::vector<Heard>> g_heard;
 platform::NeverDestroyed<std::function<void(const Heard&)>> g_reaction;
 
-constexpr std::size_t kShortUri = 1;
-constexpr std::size_t kLongUri = 50;
 constexpr unsigned kImageRegister = 16;
-constexpr unsigned kNumberBehindUri = 72;
+constexpr unsigned kNumberAfterUri = 72;
 
 std::size_t UriLength(std::uint8_t pcType) {
-    return pcType == 2 ? kShortUri : kLongUri;
+    return pcType == 2 ? 1 : 50;
 }
 
 std::string TextOf(const hosted::Request& request) {
@@ -39,14 +36,12 @@ std::string TextOf(const hosted::Request& request) {
     if (request.kind() == Kind::kRead) {
         return "R " + std::to_string(request.length());
     }
-    std::ostringstream text;
-    text << (request.kind() == Kind::kWrite ? "W" : "IOCTL ") << std::hex << std::setfill('0');
     if (request.kind() == Kind::kControl) {
-        text << std::setw(8) << request.controlCode();
-    } else {
-        for (const int byte : request.data()) {
-            text << ' ' << std::setw(2) << byte;
-        }
+        return "open request";
+    }
+    std::ostringstream text("W", std::ios::ate);
+    for (const int byte : request.data()) {
+        text << ' ' << std::hex << std::setw(2) << std::setfill('0') << byte;
     }
     return text.str();
 }
@@ -147,12 +142,10 @@ void Desk::Listen(int event, const std::uint8_t (&number)[32], int route) {
     Number copy;
     std::copy(std::begin(number), std::end(number), copy.begin());
     const Heard heard{event, route, copy, hosted::Now(), hosted::CurrentThread()};
-    std::function<void(const Heard&)> reaction;
-    {
-        const std::lock_guard<std::mutex> lock(g_heardMutex);
-        g_heard.value.push_back(heard);
-        reaction = g_reaction.value;
-    }
+    std::unique_lock<std::mutex> lock(g_heardMutex);
+    g_heard.value.push_back(heard);
+    const std::function<void(const Heard&)> reaction = g_reaction.value;
+    lock.unlock();
     if (reaction) {
         reaction(heard);
     }
@@ -186,32 +179,19 @@ bool Desk::StartDevices(NfcManager& with) const {
 
 void Desk::Start(std::uint8_t number) {
     ASSERT_TRUE(Create());
-    // Detection tells its finding as an error, and the first write finds an empty tag.
-    for (const char* text : {"Nfc chip", "Nfc spb2 format", "ReadNfcContent: tag type is err",
-                             "ReadMessage ReadNfcContent failed", "WriteMessage Read failed"}) {
-        log.Announce(Has(PcRoute::kI2c) ? text : "NFC_Error opening Spb driver, last error = 2");
+    if (Has(PcRoute::kI2c)) {
+        // Detection logs its finding as an error, and the first write finds an empty tag.
+        log.Announce("Nfc chip", "Nfc spb2 format", "ReadNfcContent: tag type is err",
+                     "ReadMessage ReadNfcContent failed", "WriteMessage Read failed");
+    } else {
+        log.Announce("NFC_Error opening Spb driver, last error = 2");
     }
     ASSERT_TRUE(StartDevices(*manager));
     if (!Has(PcRoute::kI2c) && !Has(PcRoute::kUsb)) {
         // No driver answers the interrupt thread, which ends at once.
-        for (const char* text :
-             {"spbDriverOps == nullptr", "NFC Interrupt ", "NFC WaitOnInterruptLoop return"}) {
-            log.Announce(text);
-        }
+        log.Announce("spbDriverOps == nullptr", "NFC Interrupt ", "NFC WaitOnInterruptLoop return");
     }
     ASSERT_EQ(manager->WriteMessage(NewMessage(number)), 0);
-}
-
-bool Desk::WaitForEvents(std::size_t count, hosted::Micros timeout) {
-    return hosted::WaitFor([count] { return HeardSoFar().size() >= count; }, timeout, "events");
-}
-
-bool Desk::WaitForThreads(std::size_t count, hosted::Micros timeout) {
-    return hosted::WaitFor([count] { return hosted::Live().threads <= count; }, timeout, "threads");
-}
-
-void Desk::Pass(hosted::Micros time) {
-    hosted::WaitFor([] { return false; }, time, "time");
 }
 
 std::string Desk::ImageOnChip(std::size_t length) {
@@ -224,7 +204,7 @@ std::string Desk::ImageOnChip(std::size_t length) {
 }
 
 Number Desk::NumberOnChip() {
-    const std::size_t before = kNumberBehindUri + UriLength(m_pcType) - kImageRegister;
+    const std::size_t before = kNumberAfterUri + UriLength(m_pcType) - kImageRegister;
     const std::string image = ImageOnChip(before + Number().size());
     Number number;
     std::copy(image.begin() + static_cast<std::ptrdiff_t>(before), image.end(), number.begin());
@@ -239,9 +219,8 @@ void Desk::SetFaults(const std::string& plan) {
 }
 
 void AnnounceStop(LogRecorder& log) {
-    log.Announce("NFC Interrupt get Overlapped result ");
-    log.Announce("NFC WaitOnInterruptLoop return");
-    log.Announce("NFC ReadKeyboardDataThread return");
+    log.Announce("NFC Interrupt get Overlapped result ", "NFC WaitOnInterruptLoop return",
+                 "NFC ReadKeyboardDataThread return");
 }
 
 std::vector<std::string> ErrorsIn(const LogRecorder& log) {
@@ -257,9 +236,7 @@ std::vector<std::string> ErrorsIn(const LogRecorder& log) {
 bool HasInOrder(const LogRecorder& log, const std::vector<std::string>& texts) {
     auto next = texts.begin();
     for (const std::string& text : log.Texts()) {
-        if (next != texts.end() && text == *next) {
-            ++next;
-        }
+        next += next != texts.end() && text == *next ? 1 : 0;
     }
     return next == texts.end();
 }

@@ -49,7 +49,7 @@ void ReactToEvents(std::function<void(const Heard&)> reaction);
 /// Runs `body` on a thread of its own, which nobody joins: see Desk::WaitForThreads.
 void OnThread(std::function<void()> body);
 
-/// Every transfer and pause of the run so far: "W 00 10", "R 2", "IOCTL 04001c00", "sleep 40". The
+/// Every transfer and pause of the run so far: "W 00 10", "R 2", "open request", "sleep 40". The
 /// interrupt wait is left out.
 class BusRecorder {
   public:
@@ -84,12 +84,18 @@ class Desk {
     void Start(std::uint8_t number = 0x11);
 
     /// Waits, on the run's clock, until so many events have been heard or the time is over.
-    static bool WaitForEvents(std::size_t count, hosted::Micros timeout);
+    static bool WaitForEvents(std::size_t count, hosted::Micros timeout) {
+        return hosted::WaitFor([=] { return HeardSoFar().size() >= count; }, timeout, "events");
+    }
     /// Waits until the threads of WriteRandNum, OnThread and the like have ended: `count` live
     /// ones.
-    static bool WaitForThreads(std::size_t count, hosted::Micros timeout = 60 * hosted::kSecond);
+    static bool WaitForThreads(std::size_t count, hosted::Micros timeout = 60 * hosted::kSecond) {
+        return hosted::WaitFor([=] { return hosted::Live().threads <= count; }, timeout, "threads");
+    }
     /// Lets scheduled time pass.
-    static void Pass(hosted::Micros time);
+    static void Pass(hosted::Micros time) {
+        hosted::WaitFor([] { return false; }, time, "time");
+    }
 
     /// What stands on the tag from its first byte on, read by the back door: on the chip of the
     /// first driver route, or else of the keyboard.

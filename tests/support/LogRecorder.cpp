@@ -4,20 +4,19 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/TraceLog.h"
 
 namespace testing_support {
 
-namespace {
-
-std::string WithoutOrigin(const std::string& raw) {
-    const std::size_t open = raw.rfind('(');
-    return raw.empty() || raw.back() != ')' || open == std::string::npos ? raw
-                                                                         : raw.substr(0, open);
+std::string Joined(const std::vector<std::string>& texts) {
+    std::string line;
+    for (const std::string& text : texts) {
+        line += (line.empty() ? "" : ", ") + text;
+    }
+    return line;
 }
-
-}  // namespace
 
 LogRecorder::LogRecorder() {
     TraceLogger::SetSink(&LogRecorder::Take, this);
@@ -25,12 +24,7 @@ LogRecorder::LogRecorder() {
 
 LogRecorder::~LogRecorder() {
     TraceLogger::SetSink(nullptr, nullptr);
-    Check();
-}
-
-void LogRecorder::Announce(const std::string& text) {
-    const std::lock_guard<std::mutex> guard(m_mutex);
-    m_announced.push_back(text);
+    Clear();
 }
 
 void LogRecorder::OnLine(std::function<void(const std::string& text)> action) {
@@ -57,20 +51,24 @@ std::size_t LogRecorder::Count(const std::string& text) const {
 }
 
 void LogRecorder::Clear() {
-    Check();
+    EXPECT_EQ(Joined(TakeUnannounced()), "") << "unannounced error lines";
     const std::lock_guard<std::mutex> guard(m_mutex);
     m_lines.clear();
 }
 
 std::vector<std::string> LogRecorder::TakeUnannounced() {
     const std::lock_guard<std::mutex> guard(m_mutex);
-    return std::move(m_unannounced);
+    return std::exchange(m_unannounced, {});
 }
 
-void LogRecorder::Check() {
-    for (const std::string& text : TakeUnannounced()) {
-        ADD_FAILURE() << "unannounced error line: " << text;
+std::vector<std::string> LogRecorder::TakeMarked() {
+    TakeUnannounced();
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    std::vector<std::string> marked;
+    for (const Line& line : std::exchange(m_lines, {})) {
+        marked.push_back((line.level == LOG_MESSAGE_LEVEL_ERROR ? "E " : "W ") + line.text);
     }
+    return marked;
 }
 
 void LogRecorder::Take(int level, const std::wstring& line, void* context) {
@@ -78,7 +76,8 @@ void LogRecorder::Take(int level, const std::wstring& line, void* context) {
     std::string raw(line.size(), '\0');  // widened byte by byte by the front end
     std::transform(line.begin(), line.end(), raw.begin(),
                    [](wchar_t c) { return static_cast<char>(c); });
-    const std::string text = WithoutOrigin(raw);
+    const bool hasOrigin = !raw.empty() && raw.back() == ')';
+    const std::string text = hasOrigin ? raw.substr(0, raw.rfind('(')) : raw;
     std::function<void(const std::string& text)> onLine;
     {
         const std::lock_guard<std::mutex> guard(self.m_mutex);

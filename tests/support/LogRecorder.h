@@ -8,6 +8,9 @@
 
 namespace testing_support {
 
+/// Texts in one line, for tables: "W 00 10, sleep 40, R 2".
+std::string Joined(const std::vector<std::string>& texts);
+
 /// Is the logger's sink for its lifetime. Lines may come from any thread. Its end fails the test
 /// for every error line that was not announced.
 class LogRecorder {
@@ -23,8 +26,12 @@ class LogRecorder {
     LogRecorder(const LogRecorder&) = delete;
     LogRecorder& operator=(const LogRecorder&) = delete;
 
-    /// Error lines that begin with `text` are expected from here on, as many as come.
-    void Announce(const std::string& text);
+    /// Error lines that begin with one of `texts` are expected from here on, as many as come.
+    template <class... Texts>
+    void Announce(const Texts&... texts) {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        (m_announced.emplace_back(texts), ...);
+    }
 
     /// `action` is called with the text of each further line, on the line's own thread, which it
     /// may hold up. An empty one ends that.
@@ -39,9 +46,12 @@ class LogRecorder {
     /// Error lines so far that nobody announced; the check at the end is left to the caller.
     std::vector<std::string> TakeUnannounced();
 
+    /// Every line so far, with its level before it: "W text" or "E text". Forgets the lines; the
+    /// check is left to the caller.
+    std::vector<std::string> TakeMarked();
+
   private:
     static void Take(int level, const std::wstring& line, void* context);
-    void Check();
 
     mutable std::mutex m_mutex;  // over all; nothing is called with it held
     std::vector<Line> m_lines;

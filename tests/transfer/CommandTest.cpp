@@ -1,6 +1,7 @@
 // One transfer from its start to its end: results, lines, times, and what stays behind.
 #include <gtest/gtest.h>
 
+#include "tests/support/LogRecorder.h"
 #include "tests/support/ScriptedBus.h"
 #include "tests/support/Seeds.h"
 #include "transfer/NfcCommand.h"
@@ -10,7 +11,6 @@ using namespace testing_support;
 
 namespace {
 
-using Texts = std::vector<std::string>;
 using hosted::kMillisecond;
 
 constexpr std::uint8_t kUntouched = 0x77;
@@ -58,7 +58,6 @@ TEST(Transfer, EndsWithItsResultItsLinesAndADeviceThatWorksOn) {
     for (const auto& [kind, answer, result, milliseconds, lines] : kTransfers) {
         SCOPED_TRACE(kind + lines);
         LogRecorder log;
-        log.Announce("");  // the lines are compared as a whole
         (kind == 'R' ? bus->reads : kind == 'W' ? bus->writes : bus->controls) = {answer};
         std::uint8_t bytes[4] = {kUntouched, kUntouched, kUntouched, kUntouched};
         const hosted::Micros start = hosted::Now();
@@ -69,7 +68,7 @@ TEST(Transfer, EndsWithItsResultItsLinesAndADeviceThatWorksOn) {
                                 : WaitForCommand(&open) == 0,
                   result);
         EXPECT_EQ(hosted::Now() - start, milliseconds * kMillisecond);
-        EXPECT_EQ(Joined(MarkedLines(log)), lines);
+        EXPECT_EQ(Joined(log.TakeMarked()), lines);
         EXPECT_EQ(hosted::Live().requests, 0U);
         // Only a refused transfer leaves the event set; the next request resets it.
         EXPECT_EQ(WaitForSingleObject(HandleOf(g_ioEvent.value.Get()), 0),
@@ -94,7 +93,7 @@ TEST(Transfer, ThatCannotBeMadeAsksNoDriver) {
     EXPECT_FALSE(CWriteCommand(3).WriteParse(bytes, 4));
     EXPECT_EQ(bus->transfers, 0U);
     EXPECT_EQ(WaitForCommand(nullptr), 22U);
-    EXPECT_EQ(log.TakeUnannounced(), Texts(2, "NFC WriteParse checke error"));
+    EXPECT_EQ(log.TakeUnannounced(), std::vector<std::string>(2, "NFC WriteParse checke error"));
 }
 
 }  // namespace
