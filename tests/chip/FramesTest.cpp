@@ -3,8 +3,8 @@
 
 #include <cstring>
 #include <functional>
-#include <iterator>
 #include <optional>
+#include <sstream>
 
 #include "chip/NfcDeviceContext.h"
 #include "chip/NfcSpbExtend.h"
@@ -17,7 +17,6 @@ using namespace testing_support;
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
 using Texts = std::vector<std::string>;
 using Driver = NfcSpbCommon;
 using Operation = std::function<bool(Driver& driver)>;
@@ -45,17 +44,14 @@ const Operation kCheck = [](Driver& driver) { return driver.CheckWriteTag(g_buff
 const Operation kRadioOff = &Driver::RadioDisable;
 const Operation kRadioOn = &Driver::RadioEnable;
 
-std::string Zeros(std::size_t count) {
-    std::string text;
-    while (text.size() < 3 * count) {
-        text += " 00";
-    }
-    return text;
+// So many bytes of the buffer.
+std::string Bytes(std::size_t count) {
+    return count == 0 ? "" : " ee" + Bytes(count - 1);
 }
 
 struct Traffic {
     Operation operation;
-    std::vector<Bytes> reads;  // what they give
+    std::string reads;  // what they give, in hexadecimal digits
     bool result;
     std::string traffic;
     std::string lines;            // with their levels, without the lengths of the reads
@@ -94,85 +90,40 @@ const std::string kSwitchOn = "W 10 a1 08, W 10 a1, sleep 3, R 1";
 const std::string kNotOn = "E NfcRadioEnable write fail1, " + Twice("E NfcRadioEnable read fail");
 
 const Traffic kNormalTraffic[] = {
-    {Read(0x1234, 2),
-     {{0x03, 0x29}},
-     true,
-     "W 12 34, sleep 3, R 2",
-     "W Nfc data: 0329",
-     kUnaddressed + "4660 failed" + kUnread,
-     3},
-    {Write(16, 16, nullptr), {}, true, "W 00 10", "", kUnwritten},
-    {Write(16, 2), {}, true, "W 00 10 ee a1", "", kUnwritten},
-    {State(0, 9), {}, false, "", ""},
-    {kInit,
-     {{0x06}, {0x06}},
-     true,
-     kGetMode + ", " + kGetMode,
-     Twice("W Nfc data: 06") + ", W NfcInitDevice get fdMode 0x6",
-     kFirstMode + kSecondMode,
-     6},
-    {kInit,
-     {{0x0E}, {0x0E}},
-     true,
-     kGetMode + ", " + kGetMode,
-     Twice("W Nfc data: 0e") + ", W NfcInitDevice get fdMode 0xe",
-     kFirstMode + kSecondMode,
-     14},
-    {kInit,
-     {{0x03}, {0x16}},
-     true,
-     kGetMode + ", W 03 8c 06, sleep 7, " + kGetMode,
+    {Read(0x1234, 2), "0329", true, "W 12 34, sleep 3, R 2", "W Nfc data: 0329",
+     kUnaddressed + "4660 failed" + kUnread, 3},
+    {Write(16, 16, nullptr), "", true, "W 00 10", "", kUnwritten},
+    {Write(16, 2), "", true, "W 00 10 ee ee", "", kUnwritten},
+    {State(0, 9), "", false, "", ""},
+    {kInit, "06 06", true, kGetMode + ", " + kGetMode,
+     Twice("W Nfc data: 06") + ", W NfcInitDevice get fdMode 0x6", kFirstMode + kSecondMode, 6},
+    {kInit, "0e 0e", true, kGetMode + ", " + kGetMode,
+     Twice("W Nfc data: 0e") + ", W NfcInitDevice get fdMode 0xe", kFirstMode + kSecondMode, 14},
+    {kInit, "03 16", true, kGetMode + ", W 03 8c 06, sleep 7, " + kGetMode,
      "W Nfc data: 03, W NfcInitDevice config select mode, fdMode = 0x3, W Nfc data: 16, W "
      "NfcInitDevice get fdMode 0x16",
-     kFirstMode + "E NfcInitDevice Write reg: 908 failed, " + kSecondMode,
-     0x16},
-    {Lock(false),
-     {{0x05}},
-     true,
+     kFirstMode + "E NfcInitDevice Write reg: 908 failed, " + kSecondMode, 0x16},
+    {Lock(false), "05", true,
      kGetLock + "W 00 0a fd, " + kPutHighLock + "W 03 88 ff 3f 00 00, sleep 7",
-     "W Nfc data: 05" + kLocking + "5" + kLocked,
-     kUnlocked + "904 dyVal failed"},
-    {Lock(true),
-     {{0xF8}},
-     true,
+     "W Nfc data: 05" + kLocking + "5" + kLocked, kUnlocked + "904 dyVal failed"},
+    {Lock(true), "f8", true,
      kGetLock + "W 00 0a f8, " + kPutHighLock + "W 03 c8 ff 3f 00 00, sleep 7",
-     "W Nfc data: f8" + kLocking + "f8" + kLocked,
-     kUnlocked + "968 dyVal failed"},
-    {kRadioOff,
-     {{0xFF, 0xFD, 0xFF, 0xFF}},
-     true,
-     kGetSram,
-     "W Nfc data: fffdffff, W NfcRadioDisable sram not enable",
-     kNoSram},
-    {kRadioOff,
-     {{0x00, 0x02, 0x00, 0x00}, {0xDF}},
-     false,
-     kSwitchOff,
-     kSramOn + "df, E NfcRadioDisable write fail2"},
-    {kRadioOff,
-     {{0x00, 0x02, 0x00, 0x00}, {0x20}},
-     true,
-     kSwitchOff,
-     kSramOn + "20",
-     kNotOff,
-     0xEE,
-     false},
-    {kRadioOn, {{0x20}}, false, kSwitchOn, "W Nfc data: 20, E NfcRadioEnable write fail2"},
-    {kRadioOn, {{0xDF}}, true, kSwitchOn, "W Nfc data: df", kNotOn, 0xEE, true},
-    {kCheck, {}, true, "", "", "", 1},
+     "W Nfc data: f8" + kLocking + "f8" + kLocked, kUnlocked + "968 dyVal failed"},
+    {kRadioOff, "fffdffff", true, kGetSram,
+     "W Nfc data: fffdffff, W NfcRadioDisable sram not enable", kNoSram},
+    {kRadioOff, "00020000 df", false, kSwitchOff, kSramOn + "df, E NfcRadioDisable write fail2"},
+    {kRadioOff, "00020000 20", true, kSwitchOff, kSramOn + "20", kNotOff, 0xEE, false},
+    {kRadioOn, "20", false, kSwitchOn, "W Nfc data: 20, E NfcRadioEnable write fail2"},
+    {kRadioOn, "df", true, kSwitchOn, "W Nfc data: df", kNotOn, 0xEE, true},
+    {kCheck, "", true, "", "", "", 1},
     // What fits a frame, and what does not.
-    {Write(16, 2046), {}, true, "W 00 10 ee a1" + Zeros(2044), "", kUnwritten},
-    {Write(16, 2047), {}, false, "", "E NfcWrite len: 2049 too large"},
-    {Write(16, -1), {}, false, "", "E NfcWrite reg: 16, infoLength: -1"},
-    {Read(16, 2048),
-     {Bytes(2048)},
-     true,
-     "W 00 10, sleep 3, R 2048",
-     "",
-     kUnaddressed + "16 failed" + kUnread,
-     0},
-    {Read(16, 2049), {}, false, "", "E NfcRead reg: 16, readLength: 2049"},
-    {Read(16, 4, nullptr), {}, false, "", "E NfcRead reg: 16, readLength: 4"},
+    {Write(16, 2046), "", true, "W 00 10" + Bytes(2046), "", kUnwritten},
+    {Write(16, 2047), "", false, "", "E NfcWrite len: 2049 too large"},
+    {Write(16, -1), "", false, "", "E NfcWrite reg: 16, infoLength: -1"},
+    {Read(16, 2048), std::string(4096, '0'), true, "W 00 10, sleep 3, R 2048", "",
+     kUnaddressed + "16 failed" + kUnread, 0},
+    {Read(16, 2049), "", false, "", "E NfcRead reg: 16, readLength: 2049"},
+    {Read(16, 4, nullptr), "", false, "", "E NfcRead reg: 16, readLength: 4"},
 };
 
 const std::string kGetCheck = "W f0 f8 01 06, sleep 7, R 6";
@@ -183,63 +134,45 @@ const std::string kUnchecked =
 const std::string kUnsent = "E NfcExtend first write ";
 
 const Traffic kExtendTraffic[] = {
-    {Write(16, 2), {}, true, "W 00 10 00 02 ee a1", "", kUnwritten},
-    {Write(16, 16, nullptr), {}, true, "W 00 10 00 10", "", kUnwritten},
-    {Read(0x1234, 2),
-     {{0x55, 0x66}},
-     true,
-     "W 12 34 01 02, sleep 7, R 2",
-     "W Nfc data: 5566",
-     kUnsent + "address: 4660 failed" + kUnread,
-     0x55},
-    {State(0, 9),
-     {{0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08, 0x09}},
-     true,
-     "W 00 00 02 09, sleep 7, R 9",
-     "W Nfc data: 010203040506070809",
-     kUnsent + "state: 0 failed" + kUnread,
-     1},
-    {kRadioOff,
-     {},
-     true,
-     "W f0 f2 00 00, sleep 7",
-     "W Nfc RadioDisable succ",
-     kUnsent + "state: 61682 failed",
-     0xEE,
-     false},
-    {kRadioOn,
-     {},
-     true,
-     "W f0 f1 00 00, sleep 7",
-     "W Nfc RadioEnable succ",
-     kUnsent + "state: 61681 failed",
-     0xEE,
-     true},
-    {kCheck,
-     {{0x00, 0x00, 0x10, 0x27, 0x00, 0x00}},
-     true,
-     kGetCheck,
-     "W Nfc data: 000010270000" + kChecked + "0, ticks: 10000",
-     kUnchecked,
-     1},
-    {kCheck,
-     {{0x34, 0x12, 0x01, 0x02, 0x03, 0x04}},
-     false,
-     kGetCheck,
-     "W Nfc data: 341201020304" + kChecked + "1234, ticks: 67305985",
-     "",
-     0},
-    {kInit, {}, true, "", "E NfcExtend fanli not need init device here, it's ok!", "", 0},
-    {Lock(false), {}, true, "", "E NfcExtend fanli not need enable bitlock here, it's ok!"},
+    {Write(16, 2), "", true, "W 00 10 00 02 ee ee", "", kUnwritten},
+    {Write(16, 16, nullptr), "", true, "W 00 10 00 10", "", kUnwritten},
+    {Read(0x1234, 2), "5566", true, "W 12 34 01 02, sleep 7, R 2", "W Nfc data: 5566",
+     kUnsent + "address: 4660 failed" + kUnread, 0x55},
+    {State(0, 9), "010203040506070809", true, "W 00 00 02 09, sleep 7, R 9",
+     "W Nfc data: 010203040506070809", kUnsent + "state: 0 failed" + kUnread, 1},
+    {kRadioOff, "", true, "W f0 f2 00 00, sleep 7", "W Nfc RadioDisable succ",
+     kUnsent + "state: 61682 failed", 0xEE, false},
+    {kRadioOn, "", true, "W f0 f1 00 00, sleep 7", "W Nfc RadioEnable succ",
+     kUnsent + "state: 61681 failed", 0xEE, true},
+    {kCheck, "000010270000", true, kGetCheck,
+     "W Nfc data: 000010270000" + kChecked + "0, ticks: 10000", kUnchecked, 1},
+    {kCheck, "341201020304", false, kGetCheck,
+     "W Nfc data: 341201020304" + kChecked + "1234, ticks: 67305985", "", 0},
+    {kInit, "", true, "", "E NfcExtend fanli not need init device here, it's ok!", "", 0},
+    {Lock(false), "", true, "", "E NfcExtend fanli not need enable bitlock here, it's ok!"},
     // What fits a frame, and what does not.
-    {Write(16, 246), {}, true, "W 00 10 00 f6 ee a1" + Zeros(244), "", kUnwritten},
-    {Write(16, 247), {}, false, "", "E NfcExtend len: 251 too large"},
-    {Write(16, -1), {}, false, "", "E reg: 16, infoLength: -1"},
-    {Write(18, 16), {}, false, "", "E reg: 0x12 need align with block"},
-    {Read(16, 0), {}, false, "", "E reg: 16, readLength: 0"},
-    {Read(16, 2049), {}, false, "", "E reg: 16, readLength: 2049"},
-    {State(0, 0), {}, false, "", "E state: 0, readLength: 0"},
+    {Write(16, 246), "", true, "W 00 10 00 f6" + Bytes(246), "", kUnwritten},
+    {Write(16, 247), "", false, "", "E NfcExtend len: 251 too large"},
+    {Write(16, -1), "", false, "", "E reg: 16, infoLength: -1"},
+    {Write(18, 16), "", false, "", "E reg: 0x12 need align with block"},
+    {Read(16, 0), "", false, "", "E reg: 16, readLength: 0"},
+    {Read(16, 2049), "", false, "", "E reg: 16, readLength: 2049"},
+    {State(0, 0), "", false, "", "E state: 0, readLength: 0"},
 };
+
+// One for each word of hexadecimal digits.
+std::deque<Answer> Answers(const std::string& digits) {
+    std::deque<Answer> answers;
+    std::istringstream words(digits);
+    for (std::string word; words >> word;) {
+        Answer& answer = answers.emplace_back();
+        for (std::size_t i = 0; i < word.size(); i += 2) {
+            answer.bytes.push_back(
+                static_cast<std::uint8_t>(std::stoi(word.substr(i, 2), nullptr, 16)));
+        }
+    }
+    return answers;
+}
 
 // Without the lengths of the reads.
 Texts TakeLines(LogRecorder& log) {
@@ -266,11 +199,8 @@ void CheckTraffic(Driver& driver, const Traffic (&table)[Rows]) {
         driver.radioEnabled = before;
         BusRecorder recorder;
         const auto run = [&, &operation = operation, &reads = reads](std::size_t failAt) {
-            std::memset(g_buffer, 0, sizeof g_buffer);
-            g_buffer[0] = 0xEE;
-            g_buffer[1] = 0xA1;
-            bus->reads.clear();
-            std::transform(reads.begin(), reads.end(), std::back_inserter(bus->reads), Gives);
+            std::memset(g_buffer, 0xEE, sizeof g_buffer);
+            bus->reads = Answers(reads);
             bus->transfers = 0;
             bus->failAt = failAt;
             recorder.Take();
