@@ -4,7 +4,6 @@
 #include "chip/DetectChip.h"
 #include "tests/support/Desk.h"
 #include "tests/support/ScriptedBus.h"
-#include "tests/support/Seeds.h"
 
 using namespace testing_support;
 

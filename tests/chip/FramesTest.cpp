@@ -11,7 +11,6 @@
 #include "chip/NfcSpbNormal.h"
 #include "tests/support/Desk.h"
 #include "tests/support/ScriptedBus.h"
-#include "tests/support/Seeds.h"
 
 using namespace testing_support;
 

@@ -6,7 +6,6 @@
 
 #include "routes/NfcProxy.h"
 #include "tests/support/Desk.h"
-#include "tests/support/Seeds.h"
 
 using simulator::PcRoute;
 using namespace testing_support;
@@ -97,9 +96,7 @@ const struct {
 };
 
 TEST(Content, MovesInBlocksWholeOrNotAtAll) {
-    hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kUsb});
-    desk.Start();
+    StartedDesk desk({PcRoute::kUsb});
     desk.log.Announce("NFC Error", "Nfc write spd", "Nfc read spb");  // of the transfers
     BusRecorder recorder;
     for (const auto& [operation, faults, result, blocks, errors] : kCases) {
@@ -113,9 +110,7 @@ TEST(Content, MovesInBlocksWholeOrNotAtAll) {
 }
 
 TEST(Content, IsWrittenAgainWhenFanliFindsAFault) {
-    hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kI2c}, "fanli");
-    desk.Start();
+    StartedDesk desk({PcRoute::kI2c}, "fanli");
     desk.log.Clear();
     desk.pc.chip()->BackDoor().FailWriteCheck(0x30);
     EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x33)), 0);

@@ -6,46 +6,38 @@
 #include "routes/HidDiscovery.h"
 #include "simulator/HidDriver.h"
 #include "tests/support/Desk.h"
-#include "tests/support/Seeds.h"
 
 using namespace testing_support;
 using hosted::HidInterface;
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
-constexpr char kNoMatch[] = "No Match\n";
-constexpr char kNoData[] = "Error: HidD_GetPreparsedData failed \n";
-constexpr char kNoCaps[] = "Error: HidP_GetCaps failed \n";
-constexpr char kOpened[] = "Hid device open success\n";
-constexpr char kFound[] = "NFC find the corresponding device!\n";
+const char kNoMatch[] = "No Match\n";
+const char kNoData[] = "Error: HidD_GetPreparsedData failed \n";
+const std::string kOpened = "Hid device open success\n";
+const std::string kFound = kOpened + "NFC find the corresponding device!\n";
 
 // Where the first interface differs from a keyboard that fits, and the lines that it leaves. The
 // one after it fits, and is found.
 const struct {
     std::function<void(HidInterface&)> change;
-    Texts lines;
+    std::string lines;
     bool opens = true;
     bool found = true;
 } kCases[] = {
-    {[](HidInterface& i) { i.path[12] = '8'; }, {kNoMatch}},
-    {[](HidInterface& i) { i = simulator::DecoyInterfaces().back(); }, {kNoMatch}},  // upper case
-    {[](HidInterface& i) { i.path.resize(24); }, {kNoMatch}},
-    {[](HidInterface& i) { i.detailFails = true; }, {}},
-    {[](HidInterface&) {}, {kNoData}, false},  // vanished
-    {[](HidInterface& i) { i.preparsedDataFails = true; }, {kNoData}},
-    {[](HidInterface& i) { i.capsFail = true; }, {kNoCaps}},
-    {[](HidInterface& i) { i.usagePage = 0x464F; }, {}},
-    {[](HidInterface& i) { i.usage = 0x44; }, {}},
-    {[](HidInterface& i) { i.vendorId = 1; }, {kOpened}},
-    {[](HidInterface& i) { i.productId = 1; }, {kOpened}},
-    {[](HidInterface& i) { i.attributesFail = true; }, {kOpened}, true, false},
+    {[](HidInterface& i) { i.path[12] = '8'; }, kNoMatch},
+    {[](HidInterface& i) { i = simulator::DecoyInterfaces().back(); }, kNoMatch},  // upper case
+    {[](HidInterface& i) { i.path.resize(24); }, kNoMatch},
+    {[](HidInterface& i) { i.detailFails = true; }, ""},
+    {[](HidInterface&) {}, kNoData, false},  // vanished
+    {[](HidInterface& i) { i.preparsedDataFails = true; }, kNoData},
+    {[](HidInterface& i) { i.capsFail = true; }, "Error: HidP_GetCaps failed \n"},
+    {[](HidInterface& i) { i.usagePage = 0x464F; }, ""},
+    {[](HidInterface& i) { i.usage = 0x44; }, ""},
+    {[](HidInterface& i) { i.vendorId = 1; }, kOpened},
+    {[](HidInterface& i) { i.productId = 1; }, kOpened},
+    {[](HidInterface& i) { i.attributesFail = true; }, kOpened, true, false},
 };
-
-std::shared_ptr<hosted::Driver> NewKeyboard() {
-    return std::make_shared<simulator::HidDriver>(std::make_shared<simulator::KeyboardMcu>());
-}
 
 // The path of the keyboard that was found, empty for none.
 std::wstring Find() {
@@ -60,37 +52,41 @@ std::wstring Find() {
     return isFound ? opened : L"";
 }
 
-TEST(Discovery, PassesOverWhatDoesNotFit) {
-    hosted::UseScheduledClock({Seed()});
+struct Discovery : testing::Test {
+    Discovery() {
+        hosted::UseScheduledClock({Seed()});
+        keyboard.path += L"&fits";
+    }
+    HidInterface keyboard = simulator::KeyboardInterface();
+    std::shared_ptr<hosted::Driver> driver =
+        std::make_shared<simulator::HidDriver>(std::make_shared<simulator::KeyboardMcu>());
     LogRecorder log;
+};
+
+TEST_F(Discovery, PassesOverWhatDoesNotFit) {
     log.Announce("Error: Hid");
     EXPECT_EQ(Find(), L"") << "where there is none";
-    HidInterface fits = simulator::KeyboardInterface();
-    fits.path += L"&fits";
     for (const auto& [change, lines, opens, found] : kCases) {
-        SCOPED_TRACE(Joined(lines));
+        SCOPED_TRACE(lines);
         hosted::RemoveHidInterfaces();
         HidInterface first = simulator::KeyboardInterface();
         change(first);
-        hosted::AddHidInterface(first, opens ? NewKeyboard() : nullptr);
-        hosted::AddHidInterface(fits, NewKeyboard());
+        hosted::AddHidInterface(first, opens ? driver : nullptr);
+        hosted::AddHidInterface(keyboard, driver);
         log.Clear();
-        EXPECT_EQ(Find(), found ? fits.path : L"");
-        Texts expected = lines;
-        if (found) {
-            expected.insert(expected.end(), {kOpened, kFound});
+        EXPECT_EQ(Find(), found ? keyboard.path : L"");
+        std::string text;
+        for (const std::string& line : log.Texts()) {
+            text += line;
         }
-        EXPECT_EQ(log.Texts(), expected);
+        EXPECT_EQ(text, lines + (found ? kFound : ""));
         EXPECT_EQ(hosted::Live().handles, 0U);
     }
 }
 
 // Enumeration calls from one on fail with a code that nobody expects.
-TEST(Discovery, GivesUpWhenTheEnumerationGoesOnFailing) {
-    hosted::UseScheduledClock({Seed()});
-    const HidInterface keyboard = simulator::KeyboardInterface();
-    hosted::AddHidInterface(keyboard, NewKeyboard());
-    LogRecorder log;
+TEST_F(Discovery, GivesUpWhenTheEnumerationGoesOnFailing) {
+    hosted::AddHidInterface(keyboard, driver);
     for (const unsigned failures : {3U, 1000U}) {
         unsigned calls = 0;
         hosted::SetCallHook([&calls, failures](hosted::Call call, hosted::ThreadId) -> DWORD {

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/Desk.h"
-#include "tests/support/Seeds.h"
 
 using simulator::PcRoute;
 using namespace testing_support;
@@ -10,9 +9,7 @@ using namespace testing_support;
 namespace {
 
 TEST(Hid, JudgesEveryReport) {
-    hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kHid});
-    desk.Start();
+    StartedDesk desk({PcRoute::kHid});
     EXPECT_TRUE(desk.manager->SetMcuKbConnectStatus(false));  // stops no report from coming
     const std::string arrived = "NFC Interrupt arrive, ";
     const std::string invalid = arrived + "not valid mcu data, ";
@@ -45,9 +42,7 @@ TEST(Hid, JudgesEveryReport) {
 }
 
 TEST(Hid, SendsNothingWhileTheKeyboardIsAway) {
-    hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kHid});
-    desk.Start();
+    StartedDesk desk({PcRoute::kHid});
     const simulator::KeyboardMcu& keyboard = *desk.pc.keyboard();
     const std::size_t before = keyboard.ReportsSeen();
     std::uint8_t number[32] = {0xCD};
@@ -65,9 +60,7 @@ TEST(Hid, SendsNothingWhileTheKeyboardIsAway) {
 // The listener takes its time with a report, so no read is pending when the device start finds
 // another device.
 TEST(HidThread, NeverReadsFromTheChipThatTookThePlaceOfTheKeyboard) {
-    hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kHid});
-    desk.Start();
+    StartedDesk desk({PcRoute::kHid});
     AnnounceStop(desk.log);
     desk.log.Announce("Nfc chip", "Nfc spb2 format");
     bool release = false;

@@ -6,7 +6,6 @@
 #include "platform/LinkDockBackDoor.h"
 #include "routes/NfcProxy.h"
 #include "tests/support/Desk.h"
-#include "tests/support/Seeds.h"
 
 using LinkDockService::BleCall;
 using simulator::PcRoute;
@@ -54,9 +53,7 @@ TEST(Routes, AWiredTagAndABluetoothKeyboard) {
 
 // The simulated keyboards are strict with every head, page and length.
 TEST(Frames, ReachBothKeyboardsWholeOrNotAtAll) {
-    hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kHid, PcRoute::kBle});
-    desk.Start();
+    StartedDesk desk({PcRoute::kHid, PcRoute::kBle});
     simulator::KeyboardMcu& hid = *desk.pc.keyboard();
     simulator::BluetoothKeyboard& ble = *desk.pc.bluetooth();
     const auto proxy = NfcProxy::Detached();

@@ -5,7 +5,6 @@
 
 #include "routes/NfcProxy.h"
 #include "tests/support/Desk.h"
-#include "tests/support/Seeds.h"
 
 using simulator::PcRoute;
 using namespace testing_support;

@@ -14,6 +14,7 @@
 #include "platform/hosted/Kernel.h"
 #include "simulator/SimulatedPc.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Seeds.h"
 
 namespace testing_support {
 
@@ -116,6 +117,19 @@ class Desk {
   private:
     std::vector<simulator::PcRoute> m_routes;
     std::uint8_t m_pcType;
+};
+
+struct OneSeed {
+    OneSeed() { hosted::UseScheduledClock({Seed()}); }
+};
+
+/// A Desk for a test of one seed: on a scheduled clock of the process, and started.
+struct StartedDesk : private OneSeed, Desk {
+    explicit StartedDesk(const std::vector<simulator::PcRoute>& routes,
+                         const std::string& chip = "fm11nt081")
+        : Desk(routes, chip) {
+        Start();
+    }
 };
 
 /// The lines of a log that are part of every stop.
