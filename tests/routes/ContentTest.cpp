@@ -61,8 +61,8 @@ const Operation kReadNumber = [](Desk& /*desk*/, NfcProxy& proxy) {
 
 const struct {
     Operation operation;
-    const char* faults;
-    bool result;
+    const char* faults = "";
+    bool result = false;
     std::string blocks;
     std::string errors;
 } kCases[] = {

@@ -29,9 +29,9 @@ TEST(DeviceStart, PrefersI2cAndKeepsItsHandle) {
 }
 
 const struct {
-    const char* faults;
+    const char* faults = "";
     Texts errors;  // none: the start works in the end
-    std::ptrdiff_t pauses;
+    std::ptrdiff_t pauses = 0;
 } kUsbStarts[] = {
     {"", {}, 0},
     {"write#1-2=fail:31", {}, 2},

@@ -25,7 +25,7 @@ platform::NeverDestroyed<std::vector<Heard>> g_heard;
 platform::NeverDestroyed<std::function<void(const Heard&)>> g_reaction;
 
 constexpr unsigned kImageRegister = 16;
-constexpr unsigned kNumberAfterUri = 72;
+constexpr std::size_t kNumberAfterUri = 56;  // from the image's first byte on
 
 std::size_t UriLength(std::uint8_t pcType) {
     return pcType == 2 ? 1 : 50;
@@ -204,7 +204,7 @@ std::string Desk::ImageOnChip(std::size_t length) {
 }
 
 Number Desk::NumberOnChip() {
-    const std::size_t before = kNumberAfterUri + UriLength(m_pcType) - kImageRegister;
+    const std::size_t before = kNumberAfterUri + UriLength(m_pcType);
     const std::string image = ImageOnChip(before + Number().size());
     Number number;
     std::copy(image.begin() + static_cast<std::ptrdiff_t>(before), image.end(), number.begin());
