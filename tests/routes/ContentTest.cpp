@@ -49,6 +49,7 @@ Operation Read(std::size_t size) {
 }
 Operation Write(std::size_t size) {
     return [image = Image(size + 3).substr(3)](Desk& desk, NfcProxy& proxy) {
+        desk.pc.chip()->BackDoor().SetMemory(16, simulator::Bytes(256));
         const bool result = proxy.WriteNfcContent(image);
         EXPECT_TRUE(!result || desk.ImageOnChip(image.size()) == image);
         return result;
