@@ -44,8 +44,8 @@ TEST(Ble, LinkStates) {
     const std::string connected = linked + "[NFC] BleClientSubscribeNotify succ.";
     const std::string left = "[NFC] BtDisconnect enter.";
     const std::string stuck = left + ", [NFC] BleClientDisConnect failed.";
-    constexpr auto connect = &NfcManager::BtConnect;
-    constexpr auto disconnect = &NfcManager::BtDisconnect;
+    const auto connect = &NfcManager::BtConnect;
+    const auto disconnect = &NfcManager::BtDisconnect;
     const struct {
         bool (NfcManager::*operation)(std::uint64_t address);
         std::uint64_t address;
@@ -85,16 +85,16 @@ TEST(Ble, LinkStates) {
         EXPECT_EQ(HeardSoFar().size(), heard) << "once, through the one sink there is";
     }
     // Another keyboard takes the place of the one that is connected.
-    constexpr std::uint64_t another = 11;
+    constexpr std::uint64_t kAnother = 11;
     EXPECT_TRUE(desk.manager->BtConnect(kKeyboard));
     LinkDockService::SetPeer(
-        simulator::BlePeerAdapter::Make(std::make_shared<simulator::BluetoothKeyboard>(another)));
-    EXPECT_TRUE(desk.manager->BtConnect(another));
+        simulator::BlePeerAdapter::Make(std::make_shared<simulator::BluetoothKeyboard>(kAnother)));
+    EXPECT_TRUE(desk.manager->BtConnect(kAnother));
     EXPECT_FALSE(desk.pc.bluetooth()->Subscribed()) << "the sink there was is gone";
-    EXPECT_TRUE(desk.manager->BtDisconnect(another));
+    EXPECT_TRUE(desk.manager->BtDisconnect(kAnother));
     EXPECT_EQ(hosted::Live().handles, 0U);
     LinkDockService::SetNoInstance(true);
-    EXPECT_FALSE(desk.manager->BtConnect(another));
+    EXPECT_FALSE(desk.manager->BtConnect(kAnother));
 }
 
 TEST(Ble, DisconnectsInOrder) {
@@ -121,8 +121,10 @@ TEST(Ble, ASinkThatTheClientDoesNotLetGoOfFallsSilent) {
     LinkDockService::FailCall(BleCall::kUnsubscribe, 1);
     LinkDockService::FailCall(BleCall::kDisconnect, 1);
     EXPECT_TRUE(desk.manager->BtDisconnect(kKeyboard));
+    desk.log.Clear();
     SendFieldNow(desk, true);
     EXPECT_EQ(EventsHeard(), std::vector<int>{}) << "after BtDisconnect has returned";
+    EXPECT_FALSE(desk.log.Has("[NFC] start size:")) << "a number would not be taken either";
     EXPECT_TRUE(desk.manager->BtConnect(kKeyboard));
     SendFieldNow(desk, false);
     EXPECT_EQ(EventsHeard(), std::vector<int>{1}) << "once";
@@ -185,14 +187,14 @@ TEST(Ble, TwoDeliveriesAtOnceShowEachListenerCallItsOwnNumber) {
     LinkDockService::SetDeliveryHabits(habits);
     desk.Start();
     desk.manager->RegisterListener(&LookTwice);
-    constexpr std::uint8_t visits = 20;
-    for (std::uint8_t i = 0; i < visits; ++i) {
-        const hosted::Micros at = i * 3 * hosted::kMillisecond;
+    constexpr std::uint8_t kVisits = 20;
+    for (std::uint8_t i = 0; i < kVisits; ++i) {
+        const hosted::Micros at = hosted::kMillisecond * 3 * i;
         desk.pc.bluetooth()->SendNumber(simulator::Bytes(32, i), at);
         desk.pc.bluetooth()->SendField(i % 2 == 0, at + hosted::kMillisecond);
     }
     Desk::Pass(hosted::kSecond);
-    EXPECT_EQ(g_seenNumbers, visits);
+    EXPECT_EQ(g_seenNumbers, kVisits);
     EXPECT_EQ(g_tornNumbers, 0U);
 }
 

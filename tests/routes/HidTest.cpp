@@ -1,6 +1,7 @@
 // The HID keyboard at work: its reports, and silence while it is away.
 #include <gtest/gtest.h>
 
+#include "routes/HidReports.h"
 #include "tests/support/Desk.h"
 
 using simulator::PcRoute;
@@ -57,26 +58,40 @@ TEST(Hid, SendsNothingWhileTheKeyboardIsAway) {
     EXPECT_EQ(keyboard.ReportsSeen(), before + 4) << "an image of three pages, a request of one";
 }
 
-// The listener takes its time with a report, so no read is pending when the device start finds
-// another device.
-TEST(HidThread, NeverReadsFromTheChipThatTookThePlaceOfTheKeyboard) {
-    StartedDesk desk({PcRoute::kHid});
-    AnnounceStop(desk.log);
-    desk.log.Announce("Nfc chip", "Nfc spb2 format");
+// The listener takes its time with a report, so the read thread is there and no read is pending
+// when a device start closes the keyboard.
+struct HeldReader : StartedDesk {
+    HeldReader() : StartedDesk({PcRoute::kHid}) {
+        AnnounceStop(log);
+        ReactToEvents([this](const Heard&) {
+            hosted::WaitFor([this] { return release; }, hosted::kForever, "the host");
+        });
+        pc.keyboard()->SendField(true);
+        EXPECT_TRUE(Desk::WaitForEvents(1, hosted::kSecond));
+    }
     bool release = false;
-    ReactToEvents([&](const Heard&) {
-        hosted::WaitFor([&] { return release; }, hosted::kForever, "the host");
-    });
-    desk.pc.keyboard()->SendField(true);
-    ASSERT_TRUE(Desk::WaitForEvents(1, hosted::kSecond));
-    const hosted::ThreadId reader = HeardSoFar()[0].thread;
+};
+
+TEST(HidThread, NeverReadsFromTheChipThatTookThePlaceOfTheKeyboard) {
+    HeldReader desk;
+    desk.log.Announce("Nfc chip", "Nfc spb2 format");
     const simulator::SimulatedPc withChip({PcRoute::kI2c});
     BusRecorder bus;
     EXPECT_TRUE(desk.manager->DeviceInit());
-    release = true;
+    desk.release = true;
     Desk::Pass(10 * hosted::kMillisecond);
-    EXPECT_EQ(bus.Take(reader).size(), 0U) << "requests of the keyboard read thread";
+    EXPECT_EQ(bus.Take(HeardSoFar()[0].thread).size(), 0U) << "requests of the read thread";
     EXPECT_TRUE(desk.log.Has("NFC ReadKeyboardDataThread return"));
+}
+
+TEST(HidThread, IsStoppedByAStartThatFindsNoDevice) {
+    HeldReader desk;
+    desk.log.Announce("NFC_Error opening any driver", "NfcManager Init DeviceInit failed");
+    hosted::RemoveHidInterfaces();
+    EXPECT_FALSE(desk.manager->DeviceInit());
+    EXPECT_FALSE(g_readHidRunning);
+    desk.release = true;
+    Desk::Pass(10 * hosted::kMillisecond);
 }
 
 }  // namespace

@@ -200,7 +200,7 @@ std::string Desk::ImageOnChip(std::size_t length) {
         pc.chip() != nullptr       ? pc.chip()->BackDoor().Memory(kImageRegister, length)
         : pc.keyboard() != nullptr ? pc.keyboard()->Memory(kImageRegister, length)
                                    : pc.bluetooth()->Memory(kImageRegister, length);
-    return std::string(bytes.begin(), bytes.end());
+    return {bytes.begin(), bytes.end()};
 }
 
 Number Desk::NumberOnChip() {
