@@ -1,6 +1,7 @@
 // What a fuzzer asks of every input.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -20,16 +21,14 @@ inline std::string AsText(const std::uint8_t* data, std::size_t size) {
     return size == 0 ? std::string() : std::string(reinterpret_cast<const char*>(data), size);
 }
 
-/// Cuts an input into messages: a byte that tells the length, up to `most`, and the message.
+/// Cuts an input into messages: a byte with the length, up to `most`, and the message.
 inline std::vector<std::vector<std::uint8_t>> Messages(const std::uint8_t* data, std::size_t size,
                                                        std::size_t most) {
     std::vector<std::vector<std::uint8_t>> messages;
     const std::uint8_t* const end = data + size;
     while (data != end) {
         std::size_t length = *data++ % (most + 1);
-        if (length > static_cast<std::size_t>(end - data)) {
-            length = static_cast<std::size_t>(end - data);
-        }
+        length = std::min(length, static_cast<std::size_t>(end - data));
         messages.emplace_back(data, data + length);
         data += length;
     }

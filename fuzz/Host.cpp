@@ -2,14 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <limits>
 
 #include "fuzz/Check.h"
 
 namespace fuzz {
 
-bool StartClock() {
+std::unique_ptr<Desk> MakeDesk(const std::vector<simulator::PcRoute>& routes) {
     GTEST_FLAG_SET(break_on_failure, true);
     hosted::ScheduledOptions options;
     options.maxStepsPerInstant = std::numeric_limits<std::uint64_t>::max();
@@ -17,7 +16,7 @@ bool StartClock() {
     hosted::UseScheduledClock(options);
     // By itself the layer would end the process in a way that keeps no input.
     hosted::SetStallHandler([](const std::string& report) { Check(false, report.c_str()); });
-    return true;
+    return std::make_unique<Desk>(routes);
 }
 
 std::vector<Event> TakeEvents(Desk& desk) {
@@ -28,16 +27,6 @@ std::vector<Event> TakeEvents(Desk& desk) {
         events.emplace_back(heard.event, heard.route, heard.number);
     }
     return events;
-}
-
-void Expected::Add(const std::vector<std::uint8_t>& frame) {
-    if (frame[0] == 3 && frame.size() > m_number.size()) {
-        std::copy_n(frame.begin() + 1, m_number.size(), m_number.begin());
-    } else if (frame[0] == 2 && frame[1] == 0x6E && frame[2] == 0xE6) {
-        m_events.emplace_back(3, m_route, m_number);
-    } else if (frame[0] == 2 && frame[1] == 0xE6 && frame[2] == 0x6E) {
-        m_events.emplace_back(1, m_route, m_number);
-    }
 }
 
 }  // namespace fuzz

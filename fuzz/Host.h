@@ -1,8 +1,9 @@
-// A host that runs on the scheduled clock, for fuzzers of what devices tell. The clock can be
-// started once a process, so one host lives through all inputs; each input begins and ends with
-// the host at rest.
+// A host that runs on the scheduled clock, for fuzzers of what devices report. The clock can be
+// started once in a process, so one host serves all inputs; each input begins and ends with the
+// host at rest.
 #pragma once
 
+#include <memory>
 #include <tuple>
 #include <vector>
 
@@ -11,29 +12,15 @@
 namespace fuzz {
 
 using testing_support::Desk;
-using testing_support::Number;
 
 /// One call of the listener: event, route, number.
-using Event = std::tuple<int, int, Number>;
+using Event = std::tuple<int, int, testing_support::Number>;
 
-/// Starts the clock, with the layer's limit on steps out of the way. From here on a check of the
-/// desk's that fails ends the process. To be called first.
-bool StartClock();
+/// Starts the clock, with the layer's limit on steps out of the way. From here on a failed check of
+/// the desk ends the process. Called once.
+std::unique_ptr<Desk> MakeDesk(const std::vector<simulator::PcRoute>& routes);
 
 /// What the listener heard since the last call. Forgets the desk's log as well, which would grow.
 std::vector<Event> TakeEvents(Desk& desk);
-
-/// What the listener must hear of a keyboard's frames, each from its type byte on.
-class Expected {
-  public:
-    explicit Expected(int route) : m_route(route) {}
-    void Add(const std::vector<std::uint8_t>& frame);
-    const std::vector<Event>& Events() const { return m_events; }
-
-  private:
-    int m_route;
-    Number m_number{};
-    std::vector<Event> m_events;
-};
 
 }  // namespace fuzz

@@ -1,29 +1,33 @@
 // Any bytes as a tag image: refused or taken, and what is taken survives being built again.
+#include <array>
+
 #include "fuzz/Check.h"
 #include "tagimage/NfcData.h"
 
 namespace {
 
+constexpr std::size_t kMostThatFits = 162;  // URI text
+
+using Fields = std::array<std::string, 4>;
+
+Fields FieldsOf(const NfcData& data) {
+    return {data.GetUrl(), data.GetMacAddr(), data.GetRandomNumber(), data.GetModel()};
+}
+
 template <std::size_t Size>
 void Set(NfcData& data, bool (NfcData::*set)(const std::uint8_t (&)[Size]),
          const std::string& bytes) {
     std::uint8_t field[Size];
-    Check(bytes.copy(reinterpret_cast<char*>(field), Size) == Size, "a field has its width");
-    Check((data.*set)(field), "a field that was read can be set");
+    Check(bytes.copy(reinterpret_cast<char*>(field), Size) == Size && (data.*set)(field),
+          "a field that was read has its width and can be set");
 }
 
-void SameFields(const NfcData& left, const NfcData& right) {
-    Check(left.GetUrl() == right.GetUrl(), "the same URL");
-    Check(left.GetMacAddr() == right.GetMacAddr(), "the same address");
-    Check(left.GetRandomNumber() == right.GetRandomNumber(), "the same number");
-    Check(left.GetModel() == right.GetModel(), "the same model");
-}
-
-/// Reads `image` into an object of its own, which must take it with the fields of `data`.
-void ReadsBack(const std::string& image, const NfcData& data) {
+/// Builds the image of `data`, which another object must take with the same fields.
+void BuildAndRead(const NfcData& data) {
+    const std::string image = data.GetContent();
     NfcData again;
     Check(again.Init() && again.Parse(image), "an image that was built is taken");
-    SameFields(data, again);
+    Check(FieldsOf(again) == FieldsOf(data), "with the same fields");
     Check(again.GetContent() == image, "an image that was built repeats itself");
 }
 
@@ -34,21 +38,20 @@ void Try(const std::string& image) {
         return;
     }
     // By the writer, from the fields.
-    constexpr std::size_t kMostThatFits = 162;
     NfcData made;
-    Check(made.Init() && made.InitValue(), "the parts are made");
-    Check(made.SetUrl(data.GetUrl()) == (data.GetUrl().size() <= kMostThatFits),
+    const bool fits = data.GetUrl().size() <= kMostThatFits;
+    Check(made.Init() && made.InitValue() && made.SetUrl(data.GetUrl()) == fits,
           "a URL that fits is taken, and no other");
-    if (data.GetUrl().size() <= kMostThatFits) {
+    if (fits) {
         Set(made, &NfcData::SetMacAddr, data.GetMacAddr());
         Set(made, &NfcData::SetRandomNumber, data.GetRandomNumber());
         Set(made, &NfcData::SetModel, data.GetModel());
-        SameFields(data, made);
-        ReadsBack(made.GetContent(), made);
+        Check(FieldsOf(made) == FieldsOf(data), "fields that were set are those that were read");
+        BuildAndRead(made);
     }
     // By the object that was read, with its version, types and terminator, less what nobody read.
     Check(data.CaculateLength(), "an image that was read fits");
-    ReadsBack(data.GetContent(), data);
+    BuildAndRead(data);
 }
 
 }  // namespace
@@ -58,7 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     constexpr std::size_t kUncounted = 3;
     std::string image = AsText(bytes, size);
     Try(image);
-    // Once more with the length that it has, since few inputs tell the right one.
+    // Once more with the length that it has, since few inputs have the right one.
     if (image.size() >= kUncounted) {
         image[kLength] = static_cast<char>(image.size() - kUncounted);
         Try(image);

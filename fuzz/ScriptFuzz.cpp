@@ -1,4 +1,6 @@
 // Any text as a script of the lab, and its fault plans.
+#include <algorithm>
+
 #include "fuzz/Check.h"
 #include "lab/Failure.h"
 #include "lab/Script.h"
@@ -12,16 +14,15 @@ void CheckCommands(const std::vector<lab::Command>& commands, std::size_t lines)
         std::string error;
         Check(command.verb != lab::Verb::kFault ||
                   simulator::FaultPlan::Parse(command.argument, error) || !error.empty(),
-              "a fault plan that is refused is told why");
+              "a fault plan that is refused has a reason");
         if (command.verb == lab::Verb::kRepeat) {
             CheckCommands(command.body, lines);
             continue;
         }
-        const lab::Script again = lab::ParseScript("line", command.text);
-        Check(again.commands.size() == 1 && again.commands[0].verb == command.verb &&
-                  again.commands[0].number == command.number &&
-                  again.commands[0].argument == command.argument &&
-                  again.commands[0].fields == command.fields,
+        const std::vector<lab::Command> again = lab::ParseScript("line", command.text).commands;
+        Check(again.size() == 1 && again[0].verb == command.verb &&
+                  again[0].number == command.number && again[0].argument == command.argument &&
+                  again[0].fields == command.fields,
               "a command's text means the command");
     }
 }
@@ -30,17 +31,13 @@ void CheckCommands(const std::vector<lab::Command>& commands, std::size_t lines)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     const std::string text = AsText(bytes, size);
-    std::size_t lines = 1;
-    for (const char character : text) {
-        lines += character == '\n' ? 1 : 0;
-    }
+    const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) + 1;
     try {
         CheckCommands(lab::ParseScript("file", text).commands, lines);
     } catch (const lab::WrongCall& refused) {
-        const std::string problem = refused.what();
-        Check(problem.substr(0, 5) == "file:", "a refusal names the file");
-        const unsigned long line = std::strtoul(problem.c_str() + 5, nullptr, 10);
-        Check(line >= 1 && line <= lines, "a refusal names a line of it");
+        unsigned long line = 0;
+        Check(std::sscanf(refused.what(), "file:%lu", &line) == 1 && line >= 1 && line <= lines,
+              "a refusal names the file and a line of it");
     }
     return 0;
 }
