@@ -10,39 +10,31 @@
 namespace simulator {
 namespace {
 
+using Codes = std::vector<DWORD>;
+
+// Each step gives its last-error code, or WAIT_TIMEOUT while it is under way after a second.
 struct Client {
     Client() { overlapped.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr); }
 
-    // "O"pens, sends the open "C"ommand, "W"rites an address, "R"eads nine bytes, waits for an
-    // "I"nterrupt.
-    BOOL Start(char letter) {
-        if (letter == 'O') {
-            device = CreateFileW(kSpbDriverPath, GENERIC_READ, 0, nullptr, OPEN_EXISTING,
-                                 FILE_FLAG_OVERLAPPED, nullptr);
-            return device != INVALID_HANDLE_VALUE;
-        }
-        const std::uint8_t frame[] = {0, 0};
-        const DWORD control = letter == 'C' ? kControlOpen : kControlInterrupt;
-        return letter == 'R' ? ReadFile(device, buffer, sizeof buffer, nullptr, &overlapped)
-               : letter == 'I' || letter == 'C'
-                   ? DeviceIoControl(device, control, nullptr, 0, nullptr, 0, nullptr, &overlapped)
-                   : WriteFile(device, frame, sizeof frame, nullptr, &overlapped);
+    DWORD Open() {
+        device = CreateFileW(kSpbDriverPath, GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                             FILE_FLAG_OVERLAPPED, nullptr);
+        return device != INVALID_HANDLE_VALUE ? ERROR_SUCCESS : GetLastError();
     }
-    // The last-error code of each step; 258 while it is under way after a second.
-    std::string Do(const std::string& letters) {
-        std::string codes;
-        for (const char letter : letters) {
-            DWORD code = Start(letter) ? ERROR_SUCCESS : GetLastError();
-            if (code == ERROR_IO_PENDING) {
-                code = WaitForSingleObject(overlapped.hEvent, 1000);
-                if (code == WAIT_OBJECT_0 &&
-                    !GetOverlappedResult(device, &overlapped, &moved, FALSE)) {
-                    code = GetLastError();
-                }
-            }
-            codes += std::to_string(code) + " ";
+    DWORD Write() { return End(WriteFile(device, "\0", 2, nullptr, &overlapped)); }
+    DWORD Read() { return End(ReadFile(device, buffer, sizeof buffer, nullptr, &overlapped)); }
+    DWORD Control(DWORD code) {
+        return End(DeviceIoControl(device, code, nullptr, 0, nullptr, 0, nullptr, &overlapped));
+    }
+    DWORD End(BOOL started) {
+        const DWORD code = started ? ERROR_SUCCESS : GetLastError();
+        if (code != ERROR_IO_PENDING) {
+            return code;
         }
-        return codes;
+        const DWORD waited = WaitForSingleObject(overlapped.hEvent, 1000);
+        const bool done = waited != WAIT_OBJECT_0 ||
+                          GetOverlappedResult(device, &overlapped, &moved, FALSE) != FALSE;
+        return done ? waited : GetLastError();
     }
 
     HANDLE device = nullptr;
@@ -62,40 +54,44 @@ TEST(FaultyDriver, FailsExactlyTheRequestsOfItsPlan) {
         error);
     ASSERT_TRUE(plan) << error;
     pc.Faults(*plan);
+    EXPECT_EQ((Codes{bus.Open(), bus.Open()}), (Codes{5, 0}));
     // A fault of writes comes before a fault of any request.
-    EXPECT_EQ(bus.Do("OOWWWWR"), "5 0 0 31 121 121 0 ");
+    EXPECT_EQ((Codes{bus.Write(), bus.Write(), bus.Write(), bus.Write(), bus.Read()}),
+              (Codes{0, 31, 121, 121, 0}));
     EXPECT_EQ(bus.moved, 7U);
     const hosted::Micros before = hosted::Now();
-    EXPECT_EQ(bus.Do("R"), "0 ");
+    EXPECT_EQ(bus.Read(), 0U);
     EXPECT_EQ(hosted::Now() - before, 700 * kMilli + kDefaultBusLatency);
     EXPECT_EQ(pc.chip()->BackDoor().Counters().writes, 1U);  // the others did not reach the chip
-    EXPECT_EQ(bus.Do("C") + std::to_string(pc.spb()->Violations()), "0 0");
-    for (const char* second : {"R", "C"}) {
+    EXPECT_EQ(bus.Control(kControlOpen), 0U);
+    EXPECT_EQ(pc.spb()->Violations(), 0U);
+    for (const bool read : {true, false}) {
         OVERLAPPED other{};
         ReadFile(bus.device, bus.buffer, 1, nullptr, &other);
-        EXPECT_EQ(bus.Do(second), "0 ");
+        EXPECT_EQ(read ? bus.Read() : bus.Control(kControlOpen), 0U);
     }
     EXPECT_EQ(pc.spb()->Violations(), 2U) << "one request at a time";
-    EXPECT_EQ(bus.Do("WI"), "258 258 ");
-    EXPECT_EQ(bus.Do("IW"), "1167 1167 ");
+    EXPECT_EQ((Codes{bus.Write(), bus.Control(kControlInterrupt)}), Codes(2, WAIT_TIMEOUT));
+    EXPECT_EQ((Codes{bus.Control(kControlInterrupt), bus.Write()}), (Codes{1167, 1167}));
     pc.Unplug();
-    EXPECT_EQ(bus.Do("O"), "2 ");
+    EXPECT_EQ(bus.Open(), 2U);
 }
 
 TEST(SpbDriver, RepeatsAnAssertedInterruptAtOnceOnlyAfterATransfer) {
     hosted::UseScheduledClock({testing_support::Seed()});
     Client bus;
     SimulatedPc pc({PcRoute::kI2c}, "fanli");
-    ASSERT_EQ(bus.Do("O"), "0 ");
+    ASSERT_EQ(bus.Open(), 0U);
     hosted::After(kMilli, [&] { pc.chip()->BackDoor().RaiseStatus(hosted::Now(), 1, 0); });
-    const auto time = [&](const char* letters) {
+    std::vector<Micros> ends;
+    for (const bool afterTransfer : {false, false, true}) {
+        EXPECT_EQ(afterTransfer ? bus.Read() : 0U, 0U);
         const Micros before = hosted::Now();
-        EXPECT_EQ(bus.Do(letters).find_first_not_of("0 "), std::string::npos) << letters;
-        return hosted::Now() - before;
-    };
-    EXPECT_EQ(time("I"), kMilli + kDefaultBusLatency);
-    EXPECT_EQ(time("I"), kAssertedInterruptGap);
-    EXPECT_EQ(time("RI"), 2 * kDefaultBusLatency);
+        EXPECT_EQ(bus.Control(kControlInterrupt), 0U);
+        ends.push_back(hosted::Now() - before);
+    }
+    EXPECT_EQ(ends, (std::vector<Micros>{kMilli + kDefaultBusLatency, kAssertedInterruptGap,
+                                         kDefaultBusLatency}));
 }
 
 }  // namespace
