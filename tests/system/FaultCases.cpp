@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <new>
+#include <set>
 
 #include "platform/LinkDockBackDoor.h"
 
@@ -42,13 +43,8 @@ namespace testing_support {
 
 namespace {
 
-struct RefusedCall {
-    Call call;
-    std::vector<DWORD> codes;
-};
-
 // Sleep cannot fail, and no flow of these reads the configuration.
-const RefusedCall kRefusedCalls[] = {
+const std::pair<Call, std::vector<DWORD>> kRefusedCalls[] = {
     {Call::kCreateEvent, {8}},
     {Call::kCreateThread, {8}},
     {Call::kSetEvent, {6}},
@@ -67,8 +63,15 @@ const RefusedCall kRefusedCalls[] = {
 
 enum RequestKind : std::size_t { kRead, kWrite, kControl, kInterrupt };
 constexpr const char* kRequestNames[kRequestKinds] = {"read", "write", "control", "interrupt"};
-const std::string kActions[] = {"fail:1117", "short:1", "late:100", "never", "gone"};
-const std::string kLastingActions[] = {"fail:1117", "short:1", "never"};
+
+// What can become of a request that is pending.
+struct Ending {
+    std::string action;
+    bool alsoAll = true;         // also of all requests from the first or the middle one on
+    bool transfersOnly = false;  // of reads and writes
+};
+const Ending kEndings[] = {
+    {"fail:1117"}, {"short:1", true, true}, {"late:100", false}, {"never"}, {"gone", false}};
 
 // By simulator::LinkCall, which has the order of LinkDockService::BleCall.
 constexpr const char* kBleNames[] = {"BleClientConnect", "BleClientDisConnect",
@@ -79,7 +82,7 @@ constexpr unsigned kWritesTried = 9;  // what three times three tries make of on
 // Beyond the 3 s that the library waits for an answer.
 constexpr hosted::Micros kLateAnswer = 3500 * hosted::kMillisecond;
 // Between a request that has been sent and its answer.
-constexpr hosted::Micros kBehindRequest = 1 * hosted::kMillisecond;
+constexpr hosted::Micros kAfterRequest = 1 * hosted::kMillisecond;
 
 simulator::KeyboardTag* TagOf(simulator::SimulatedPc& pc) {
     return pc.bluetooth() != nullptr ? static_cast<simulator::KeyboardTag*>(pc.bluetooth())
@@ -96,57 +99,42 @@ void AddNumbered(std::vector<FaultCase>& cases, const std::string& name, unsigne
 }
 
 void AddRefused(std::vector<FaultCase>& cases, const FlowCounts& counts) {
-    for (const RefusedCall& refused : kRefusedCalls) {
-        const auto kind = static_cast<std::size_t>(refused.call);
+    for (const auto& [call, codes] : kRefusedCalls) {
+        const auto kind = static_cast<std::size_t>(call);
         FaultCase one;
-        one.refused = refused.call;
+        one.refused = call;
         one.reached = [kind](const FlowCounts& now, unsigned nth) {
             return now.calls[kind] >= nth;
         };
-        one.isFailedClose = refused.call == Call::kCloseHandle;
-        for (const DWORD code : refused.codes) {
+        for (const DWORD code : codes) {
             one.code = code;
-            AddNumbered(cases, hosted::Name(refused.call), counts.calls[kind],
+            AddNumbered(cases, hosted::Name(call), counts.calls[kind],
                         "=refuse:" + std::to_string(code), one);
         }
     }
 }
 
-void AddSpoiled(std::vector<FaultCase>& cases, const FlowCounts& counts, bool hid) {
-    for (std::size_t kind = 0; kind < kRequestKinds; ++kind) {
-        const unsigned count = counts.requests[kind];
-        const bool isReport = hid && kind == kRead;
-        const auto base = [&](const std::string& action) {
-            FaultCase one;
-            one.set = [](Desk& desk, const FaultCase& self) { desk.SetFaults(self.name); };
-            one.reached = [](const FlowCounts& now, unsigned) { return now.spoiled > 0; };
-            // Everywhere else the time-out is told, and the device works on.
-            const bool waitsForEver = action == "never" && (kind == kInterrupt || isReport);
-            one.maySilentlyFail = waitsForEver;
-            one.losesDevice = waitsForEver || action == "gone";
-            return one;
-        };
-        const auto makesSense = [kind](const std::string& action) {
-            return action != "short:1" || kind < kControl;
-        };
-        for (const std::string& action : kActions) {
-            if (makesSense(action)) {
-                AddNumbered(cases, kRequestNames[kind], count, "=" + action, base(action));
-            }
+void AddSpoiled(std::vector<FaultCase>& cases, std::size_t kind, unsigned count, bool isReport) {
+    for (const auto& [action, alsoAll, transfersOnly] : kEndings) {
+        if (transfersOnly && kind != kRead && kind != kWrite) {
+            continue;
         }
-        for (const std::string& action : kLastingActions) {
-            FaultCase one = base(action);
-            one.lasts = true;
-            // Nobody looks how much of a write was taken; reports and interrupts are asked for in
-            // advance, so the first ones still come.
-            one.mustFail =
-                kind < kInterrupt && !isReport && (action != "short:1" || kind != kWrite);
-            for (const unsigned first : {1U, count / 2 + 1}) {
-                if (makesSense(action) && first <= count && (first == 1 || count > 1)) {
-                    one.nth = first;
-                    one.name = kRequestNames[kind] + ("#" + std::to_string(first) + "+=" + action);
-                    cases.push_back(one);
-                }
+        FaultCase one;
+        one.set = [](Desk& desk, const FaultCase& self) { desk.SetFaults(self.name); };
+        one.reached = [](const FlowCounts& now, unsigned) { return now.spoiled > 0; };
+        // Everywhere else the time-out is reported, and the device works on.
+        one.maySilentlyFail = action == "never" && (kind == kInterrupt || isReport);
+        one.losesDevice = one.maySilentlyFail || action == "gone";
+        AddNumbered(cases, kRequestNames[kind], count, "=" + action, one);
+        one.lasts = true;
+        // Nobody looks how much of a write was taken; reports and interrupts are asked for in
+        // advance, so the first ones still come.
+        one.mustFail = kind != kInterrupt && !isReport && (action != "short:1" || kind != kWrite);
+        for (const unsigned first : std::set<unsigned>{1U, count / 2 + 1}) {
+            if (alsoAll && first <= count) {
+                one.nth = first;
+                one.name = kRequestNames[kind] + ("#" + std::to_string(first) + "+=" + action);
+                cases.push_back(one);
             }
         }
     }
@@ -202,8 +190,7 @@ void AddKeyboard(std::vector<FaultCase>& cases, bool bluetooth, bool asks) {
     if (asks && bluetooth) {
         add("answer=short", [](auto& pc) {
             pc.bluetooth()->SetAnswers(false);
-            pc.bluetooth()->SendNumber(simulator::Bytes(simulator::kNumberSize - 1),
-                                       kBehindRequest);
+            pc.bluetooth()->SendNumber(simulator::Bytes(simulator::kNumberSize - 1), kAfterRequest);
         });
     }
     if (bluetooth) {
@@ -211,7 +198,7 @@ void AddKeyboard(std::vector<FaultCase>& cases, bool bluetooth, bool asks) {
         one.maySilentlyFail = !asks;  // a phone that nobody hears of any more
         add("link=dropped", [](auto& pc) { pc.bluetooth()->DropLink(); });
         add("link=dropped later", [](auto& pc) {
-            hosted::After(kBehindRequest, [keyboard = pc.bluetooth()] { keyboard->DropLink(); });
+            hosted::After(kAfterRequest, [keyboard = pc.bluetooth()] { keyboard->DropLink(); });
         });
     }
 }
@@ -222,7 +209,9 @@ std::vector<FaultCase> CasesFor(const FlowCounts& counts, simulator::PcRoute rou
     std::vector<FaultCase> cases;
     AddRefused(cases, counts);
     const bool hid = route == simulator::PcRoute::kHid;
-    AddSpoiled(cases, counts, hid);
+    for (std::size_t kind = 0; kind < kRequestKinds; ++kind) {
+        AddSpoiled(cases, kind, counts.requests[kind], hid && kind == kRead);
+    }
     FaultCase one;
     one.set = [](Desk&, const FaultCase& self) { FailAllocation(self.nth); };
     one.reached = [](const FlowCounts& now, unsigned nth) { return now.allocations >= nth; };
@@ -239,51 +228,49 @@ std::vector<FaultCase> CasesFor(const FlowCounts& counts, simulator::PcRoute rou
     return cases;
 }
 
-FaultInjection::FaultInjection(Desk& desk, const FaultCase& fault) : m_desk(desk) {
+FlowCounts RunUnder(Desk& desk, const FaultCase& fault, const std::function<void()>& act) {
+    FlowCounts counts;
     FailAllocation(0);
-    if (desk.pc.bluetooth() != nullptr) {
-        const hosted::DeviceLock lock;
-        m_clientBefore = desk.pc.bluetooth()->Calls();
-    }
+    const simulator::BluetoothKeyboard* const bluetooth = desk.pc.bluetooth();
+    const auto before = bluetooth == nullptr ? simulator::LinkCalls{} : bluetooth->Calls();
     if (fault.set) {
         fault.set(desk, fault);
     }
-    hosted::SetCallHook([this, &fault](Call call, hosted::ThreadId) -> DWORD {
-        const unsigned seen = ++m_counts.calls[static_cast<std::size_t>(call)];
-        return call == fault.refused && seen == fault.nth ? fault.code : 0;
+    hosted::SetCallHook([&](Call call, hosted::ThreadId) -> DWORD {
+        const unsigned seen = ++counts.calls[static_cast<std::size_t>(call)];
+        return fault.Refuses(call) && seen == fault.nth ? fault.code : 0;
     });
-    hosted::SetTracer([this](const hosted::TraceEvent& event) {
+    hosted::SetTracer([&](const hosted::TraceEvent& event) {
         if (event.kind == hosted::TraceEvent::Kind::kStart) {
             const hosted::Request& request = *event.request;
-            ++m_counts.requests[request.controlCode() == simulator::kControlInterrupt
-                                    ? kInterrupt
-                                    : static_cast<std::size_t>(request.kind())];
+            ++counts.requests[request.controlCode() == simulator::kControlInterrupt
+                                  ? kInterrupt
+                                  : static_cast<std::size_t>(request.kind())];
         }
     });
-}
-
-FaultInjection::~FaultInjection() {
+    act();
+    FlowCounts ofAct;
+    {
+        const hosted::DeviceLock lock;
+        ofAct = counts;
+        ofAct.allocations = g_allocations;
+        ofAct.spoiled = desk.pc.faulty() == nullptr ? 0 : desk.pc.faulty()->FaultsHit();
+        for (std::size_t kind = 0; bluetooth != nullptr && kind < before.size(); ++kind) {
+            ofAct.client[kind] = bluetooth->Calls()[kind] - before[kind];
+        }
+    }
+    Desk::Pass(kSettle);
     FailAllocation(0);
     hosted::SetTracer({});
     hosted::SetCallHook({});
     LinkDockService::SetNoInstance(false);
     LinkDockService::ClearFaults();
-    if (simulator::KeyboardTag* const keyboard = TagOf(m_desk.pc)) {
+    if (simulator::KeyboardTag* const keyboard = TagOf(desk.pc)) {
         const hosted::DeviceLock lock;
         keyboard->SetAnswers(true);
         keyboard->SetAnswerLatency(simulator::kDefaultAnswerLatency);
     }
-}
-
-FlowCounts FaultInjection::Counts() const {
-    const hosted::DeviceLock lock;
-    FlowCounts counts = m_counts;
-    counts.allocations = g_allocations;
-    counts.spoiled = m_desk.pc.faulty() == nullptr ? 0 : m_desk.pc.faulty()->FaultsHit();
-    for (std::size_t i = 0; m_desk.pc.bluetooth() != nullptr && i < counts.client.size(); ++i) {
-        counts.client[i] = m_desk.pc.bluetooth()->Calls()[i] - m_clientBefore[i];
-    }
-    return counts;
+    return ofAct;
 }
 
 }  // namespace testing_support

@@ -1,4 +1,4 @@
-// One way in which one call of a flow can fail: counting the calls, listing the ways, doing it.
+// One way in which one call of a flow can fail: counting the calls, listing the ways, causing it.
 #pragma once
 
 #include <array>
@@ -11,6 +11,7 @@
 
 namespace testing_support {
 
+constexpr hosted::Micros kSettle = 30 * hosted::kSecond;  // until nothing is under way any more
 constexpr std::size_t kCallKinds = static_cast<std::size_t>(hosted::Call::kConfiguration) + 1;
 constexpr std::size_t kRequestKinds = 4;  // read, write, control, interrupt
 
@@ -27,11 +28,11 @@ struct FlowCounts {
 struct FaultCase {
     std::string name;  ///< "WaitForSingleObject#12=refuse:6"
     unsigned nth = 0;  ///< from 1, counted from the moment that the fault is set
-    std::function<void(Desk&, const FaultCase&)> set;  ///< all but refused calls
+    std::function<void(Desk&, const FaultCase&)> set = {};  ///< all but refused calls
     hosted::Call refused = hosted::Call::kWait;
     DWORD code = 0;  ///< that the call is refused with; 0: none is
-    std::function<bool(const FlowCounts&, unsigned nth)>
-        reached;  ///< null: it holds from the start on
+    std::function<bool(const FlowCounts&, unsigned nth)> reached =
+        {};  ///< null: it holds from the start on
 
     /// It stays until the flow is over, so that trying again takes longer, and helps only where
     /// `mustFail` is not set.
@@ -39,31 +40,18 @@ struct FaultCase {
     bool mustFail = false;
     /// The device does not come back by itself.
     bool losesDevice = false;
-    /// Nobody can tell: an interrupt or a report that never comes, a Bluetooth client that is not
+    /// Nobody can know: an interrupt or a report that never comes, a Bluetooth client that is not
     /// there.
     bool maySilentlyFail = false;
-    /// A handle that could not be closed stays, a share of the device with it: there is nothing
-    /// that a caller can do, and the flow cannot be asked to work again.
-    bool isFailedClose = false;
+
+    bool Refuses(hosted::Call call) const { return code != 0 && refused == call; }
 };
 
 /// Every case of a flow with these counts.
 std::vector<FaultCase> CasesFor(const FlowCounts& counts, simulator::PcRoute route);
 
-/// Counts, and sets the fault, for its lifetime.
-class FaultInjection {
-  public:
-    FaultInjection(Desk& desk, const FaultCase& fault);
-    ~FaultInjection();
-    FaultInjection(const FaultInjection&) = delete;
-    FaultInjection& operator=(const FaultInjection&) = delete;
-
-    FlowCounts Counts() const;
-
-  private:
-    Desk& m_desk;
-    simulator::LinkCalls m_clientBefore{};
-    FlowCounts m_counts;
-};
+/// Runs `act` under the fault, which stays until what `act` has started is over. The counts are
+/// those of `act` alone.
+FlowCounts RunUnder(Desk& desk, const FaultCase& fault, const std::function<void()>& act);
 
 }  // namespace testing_support

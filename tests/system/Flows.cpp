@@ -10,17 +10,17 @@ namespace testing_support {
 
 namespace {
 
-using Action = std::function<bool(Desk&)>;
-
-// What stands on the tag before a flow, what the flow puts there, and what its repetition does.
-constexpr std::uint8_t kOld = 0x11;
-constexpr std::uint8_t kNew = 0x22;
-constexpr std::uint8_t kNewer = 0x33;
-
 constexpr hosted::Micros kThreadTime = 10 * hosted::kMillisecond;  // until a new thread waits
 constexpr hosted::Micros kWorkTime = 120 * hosted::kSecond;        // the longest number renewal
 constexpr hosted::Micros kVisit = 1000 * hosted::kMillisecond;
 constexpr hosted::Micros kVisitEnd = 12 * hosted::kSecond;  // later than every leave
+
+// The lines of a success.
+const std::string kUpdated = "UpdateNfcData success";
+const std::string kThreadsReady = "NfcThreadCreate pass";
+const std::string kRead = "NfcReadTag success!";
+const std::string kRenewed = "LocalWriteRand ReadRandNum Successful";
+const std::string kSubscribed = "[NFC] BleClientSubscribeNotify succ.";
 
 void Created(Desk& desk) {
     ASSERT_TRUE(desk.Create());
@@ -37,37 +37,35 @@ void Opened(Desk& desk) {
     ASSERT_TRUE(desk.manager->UpdateNfcData());
 }
 
-Action Write(std::uint8_t fill) {
-    return [fill](Desk& desk) {
-        const bool worked = desk.manager->WriteMessage(desk.NewMessage(fill, fill)) == 0;
-        Desk::Pass(kThreadTime);
-        return worked;
-    };
+bool Write(Desk& desk, std::uint8_t content) {
+    const bool worked = desk.manager->WriteMessage(desk.NewMessage(content, content)) == 0;
+    Desk::Pass(kThreadTime);
+    return worked;
 }
 
 void Running(Desk& desk) {
     Opened(desk);
-    ASSERT_TRUE(Write(kOld)(desk));
+    ASSERT_TRUE(Write(desk, kOld));
 }
 
-Action RenewTo(std::uint8_t fill) {
-    return [fill](Desk& desk) {
-        const std::size_t threads = hosted::Live().threads;
-        if (Renew(*desk.manager, NumberOf(fill)) != 0) {
-            return false;
-        }
-        // The fault may end an event thread too, so the number of threads alone does not tell.
-        const auto ended = [&desk] {
-            return desk.log.Has("LocalWriteRand ReadRandNum Successful") ||
-                   desk.log.Has("LocalWriteRand failed");
-        };
-        EXPECT_TRUE(hosted::WaitFor(ended, kWorkTime, "the number thread"));
-        EXPECT_TRUE(Desk::WaitForThreads(threads, kWorkTime));
-        return desk.log.Has("LocalWriteRand ReadRandNum Successful");
+bool RenewNumber(Desk& desk, std::uint8_t content) {
+    const std::size_t threads = hosted::Live().threads;
+    if (Renew(*desk.manager, NumberOf(content)) != 0) {
+        Number number{};
+        desk.message->GetRandomNumber(reinterpret_cast<std::uint8_t(&)[32]>(number));
+        EXPECT_EQ(number, NumberOf(kOld)) << "a number that no thread writes was kept";
+        return false;
+    }
+    // The fault may end an event thread too, so the number of threads alone is not enough.
+    const auto ended = [&desk] {
+        return desk.log.Has(kRenewed) || desk.log.Has("LocalWriteRand failed");
     };
+    EXPECT_TRUE(hosted::WaitFor(ended, kWorkTime, "the number thread"));
+    EXPECT_TRUE(Desk::WaitForThreads(threads, kWorkTime));
+    return desk.log.Has(kRenewed);
 }
 
-bool Read(Desk& desk) {
+bool Read(Desk& desk, std::uint8_t /*content*/) {
     auto target = std::make_shared<NdefMessage>();
     const bool worked = desk.manager->ReadMessage(target) == 0;
     std::string url;
@@ -77,43 +75,43 @@ bool Read(Desk& desk) {
 }
 
 // As a host does it: the message is its own, and it changes it in place.
-Action Update(std::uint8_t fill) {
-    return [fill](Desk& desk) {
-        *desk.message = *desk.NewMessage(fill, fill);
-        return desk.manager->UpdateNfcData();
-    };
+bool Update(Desk& desk, std::uint8_t content) {
+    *desk.message = *desk.NewMessage(content, content);
+    return desk.manager->UpdateNfcData();
 }
 
-bool ReadNumber(Desk& desk) {
-    std::uint8_t number[32] = {};
-    const bool worked = desk.manager->ReadRandNum(number) == 0;
-    const bool read = std::equal(std::begin(number), std::end(number), NumberOf(kOld).begin());
+bool ReadNumber(Desk& desk, std::uint8_t /*content*/) {
+    Number number{};
+    const bool worked =
+        desk.manager->ReadRandNum(reinterpret_cast<std::uint8_t(&)[32]>(number)) == 0;
+    const bool read = number == NumberOf(kOld);
     // Over Bluetooth a failed read does not fail the operation; then the array stays untouched.
-    EXPECT_TRUE(!worked || read || (desk.Has(PcRoute::kBle) && number[0] == 0));
+    EXPECT_TRUE(!worked || read || (desk.Has(PcRoute::kBle) && number == Number{}));
     return worked && read;
 }
 
-bool StartOnly(Desk& desk) {
+bool StartDevice(Desk& desk, std::uint8_t /*content*/) {
     const bool worked = desk.manager->DeviceInit();
     Desk::Pass(kThreadTime);
     return worked;
 }
 
-bool Connect(Desk& desk) {
+bool Connect(Desk& desk, std::uint8_t /*content*/) {
     const bool worked = desk.manager->BtConnect(simulator::kDefaultBleAddress);
     EXPECT_TRUE(!worked || desk.pc.bluetooth()->Subscribed());
     return worked;
 }
 
-bool Disconnect(Desk& desk) {
-    return desk.manager->BtDisconnect(simulator::kDefaultBleAddress);
+bool Disconnect(Desk& desk, std::uint8_t content) {
+    return (content != kNewer || Connect(desk, content)) &&
+           desk.manager->BtDisconnect(simulator::kDefaultBleAddress);
 }
 
-bool DisconnectAgain(Desk& desk) {
-    return Connect(desk) && Disconnect(desk);
-}
-
-bool Visit(Desk& desk) {
+bool Visit(Desk& desk, std::uint8_t content) {
+    const bool written = content != kNewer || Write(desk, content);
+    if (content == kNewer) {
+        Desk::Pass(kVisitEnd);  // an interrupt that came while nobody waited opens a visit too
+    }
     TakeHeard();
     desk.pc.TapPhone(0, kVisit);
     Desk::Pass(kVisitEnd);
@@ -121,25 +119,17 @@ bool Visit(Desk& desk) {
     for (std::size_t i = 0; i < events.size(); ++i) {
         EXPECT_EQ(events[i], i % 2 == 0 ? 3 : 1) << "event " << i << " of " << events.size();
     }
-    return !events.empty() && events.size() % 2 == 0;
+    return written && !events.empty() && events.size() % 2 == 0;
 }
 
-bool VisitAgain(Desk& desk) {
-    const bool written = Write(kNewer)(desk);
-    Desk::Pass(kVisitEnd);  // an interrupt that came while nobody waited opens a visit of its own
-    return written && Visit(desk);
-}
-
-Action Restart(std::uint8_t fill) {
-    return [fill](Desk& desk) {
-        if (desk.Has(PcRoute::kBle)) {
-            Disconnect(desk);
-        }
-        desk.manager = nullptr;
-        Desk::Pass(kThreadTime);
-        return desk.Create(desk.NewMessage(fill, fill)) && desk.StartDevices(*desk.manager) &&
-               Write(fill)(desk);
-    };
+bool Restart(Desk& desk, std::uint8_t content) {
+    if (desk.Has(PcRoute::kBle)) {
+        Disconnect(desk, kOld);
+    }
+    desk.manager = nullptr;
+    Desk::Pass(kThreadTime);
+    return desk.Create(desk.NewMessage(content, content)) && desk.StartDevices(*desk.manager) &&
+           Write(desk, content);
 }
 
 struct Peripheral {
@@ -147,14 +137,16 @@ struct Peripheral {
     PcRoute route;
     const char* chip;
     bool onlyStarts = false;  // differs from the others in its start alone
+    LinkDockService::DeliveryHabits habits = {};
 };
-constexpr Peripheral kPeripherals[] = {
+const Peripheral kPeripherals[] = {
     {"i2c_fm11nt081", PcRoute::kI2c, "fm11nt081"},
     {"i2c_fm11nt082c", PcRoute::kI2c, "fm11nt082c"},
     {"i2c_fanli", PcRoute::kI2c, "fanli"},
     {"usb_fm11nt081", PcRoute::kUsb, "fm11nt081"},
     {"hid", PcRoute::kHid, "fm11nt081"},
     {"ble", PcRoute::kBle, "fm11nt081"},
+    {"ble_inside", PcRoute::kBle, "fm11nt081", false, {5, 10, 2, true}},
     {"i2c_like_fm11n", PcRoute::kI2c, "like-fm11n", true},
     {"i2c_like_fanli", PcRoute::kI2c, "like-fanli", true},
     {"i2c_silent", PcRoute::kI2c, "silent", true},
@@ -162,44 +154,43 @@ constexpr Peripheral kPeripherals[] = {
     {"usb_like_fm11n", PcRoute::kUsb, "like-fm11n", true},
 };
 
-// What docs/decisions.md tells of a driver that never ends a request.
+// What docs/decisions.md says of a driver that never ends a request.
 constexpr hosted::Micros kLongestStart = 51 * hosted::kSecond;
 constexpr hosted::Micros kLongestWrite = 20 * hosted::kSecond + kThreadTime;
 constexpr hosted::Micros kLongestCheckedWrite = 22 * hosted::kSecond;
+constexpr hosted::Micros kLongestRead = 3100 * hosted::kMillisecond;
 
 std::vector<Flow> MakeFlows() {
-    const std::vector<std::string> written{"UpdateNfcData success", "NfcThreadCreate pass"};
-    const std::vector<std::string> renewed{"LocalWriteRand ReadRandNum Successful"};
     std::vector<Flow> flows;
     for (const Peripheral& peripheral : kPeripherals) {
-        const auto add = [&](Flow flow) -> Flow& {
+        const std::string chip = peripheral.chip;
+        const auto add = [&](Flow flow) {
             flow.name += std::string("_") + peripheral.name;
+            flow.isRefused = flow.startsDevice && chip == "silent";
             flow.route = peripheral.route;
-            flow.chip = peripheral.chip;
-            return flows.emplace_back(std::move(flow));
+            flow.chip = chip;
+            flow.habits = peripheral.habits;
+            flows.push_back(std::move(flow));
         };
-        const hosted::Micros longest =
-            peripheral.chip == std::string("fanli") ? kLongestCheckedWrite : kLongestWrite;
+        const hosted::Micros longest = chip == "fanli" ? kLongestCheckedWrite : kLongestWrite;
         if (peripheral.route != PcRoute::kBle) {
-            add({"start", Created, StartOnly, StartOnly, {}, kLongestStart, true}).isRefused =
-                peripheral.chip == std::string("silent");
+            add({"start", Created, StartDevice, {}, kLongestStart, true});
         } else {
-            const std::string line = "[NFC] BleClientSubscribeNotify succ.";
-            add({"connect", Created, Connect, Connect, {line}, longest, true});
-            add({"disconnect", Running, Disconnect, DisconnectAgain, {}, longest});
+            add({"connect", Created, Connect, {kSubscribed}, longest, true});
+            add({"disconnect", Running, Disconnect, {}, longest});
         }
         if (peripheral.onlyStarts) {
             continue;
         }
         if (peripheral.route == PcRoute::kI2c || peripheral.route == PcRoute::kUsb) {
-            add({"read", Opened, Read, Read, {"NfcReadTag success!"}, longest});
+            add({"read", Opened, Read, {kRead}, kLongestRead});
         }
-        add({"write", Opened, Write(kNew), Write(kNewer), written, longest});
-        add({"update", Opened, Update(kNew), Update(kNewer), {written[0]}, longest});
-        add({"renew", Running, RenewTo(kNew), RenewTo(kNewer), renewed, longest});
-        add({"readnumber", Opened, ReadNumber, ReadNumber, {}, longest});
-        add({"visit", Running, Visit, VisitAgain, {}, longest});
-        add({"restart", Running, Restart(kNew), Restart(kNewer), written, kLongestStart + longest});
+        add({"write", Opened, Write, {kUpdated, kThreadsReady}, longest});
+        add({"update", Opened, Update, {kUpdated}, longest});
+        add({"renew", Running, RenewNumber, {kRenewed}, longest});
+        add({"readnumber", Opened, ReadNumber, {}, kLongestRead});
+        add({"visit", Running, Visit, {}, longest});
+        add({"restart", Running, Restart, {kUpdated, kThreadsReady}, kLongestStart});
     }
     return flows;
 }

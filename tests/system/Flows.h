@@ -1,26 +1,31 @@
-// The flows that a host can set off, each with what comes before it and how it is done again.
+// The flows that a host can set off, each with what comes before it.
 #pragma once
 
-#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include "platform/LinkDockBackDoor.h"
 #include "tests/support/Desk.h"
 
 namespace testing_support {
 
+// What stands on the tag before a flow, what the flow puts there, and what its repetition does.
+constexpr std::uint8_t kOld = 0x11;
+constexpr std::uint8_t kNew = 0x22;
+constexpr std::uint8_t kNewer = 0x33;
+
 struct Flow {
     std::string name;
-    std::function<void(Desk&)> prepare;     ///< must work
-    std::function<bool(Desk&)> act;         ///< the flow to its end; whether it worked
-    std::function<bool(Desk&)> again;       ///< the same once more, with other content
-    std::vector<std::string> success = {};  ///< lines that a success logs, and no failure
-    hosted::Micros longest = 0;             ///< under a fault that lasts
-    bool startsDevice = false;              ///< what fails leaves no more than stood before it
-    bool isRefused = false;                 ///< nobody answers: it fails, with or without a fault
+    void (*prepare)(Desk&);                    ///< must work
+    bool (*act)(Desk&, std::uint8_t content);  ///< to its end; whether it worked
+    std::vector<std::string> success = {};     ///< lines that a success logs, and no failure
+    hosted::Micros longest = 0;                ///< under a fault that lasts
+    bool startsDevice = false;                 ///< what fails leaves no more than stood before it
+    bool isRefused = false;  ///< nobody answers: it fails, with or without a fault
     simulator::PcRoute route = {};
     std::string chip = {};
+    LinkDockService::DeliveryHabits habits = {};
 };
 
 /// For the test framework.

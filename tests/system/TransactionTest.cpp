@@ -4,9 +4,6 @@
 
 #include "chip/NfcDeviceContext.h"
 #include "chip/NfcSpbExtend.h"
-#include "events/EventState.h"
-#include "events/Visit.h"
-#include "routes/RouteState.h"
 #include "simulator/FanliChip.h"
 #include "tests/support/Desk.h"
 #include "tests/support/Seeds.h"
@@ -27,7 +24,7 @@ constexpr std::uint16_t kRegisters[] = {0x110, 0x150};
 void ReadByTwoThreads(const char* chip,
                       bool (*read)(std::uint16_t reg, std::int32_t length, std::uint8_t* buffer)) {
     ForEachSeed(kSeeds, [chip, read] {
-        Desk desk({PcRoute::kI2c}, chip);
+        Desk desk({PcRoute::kI2c}, chip);  // which counts transfers at the same time
         desk.Start();
         const std::size_t threads = hosted::Live().threads;
         int good = 0;  // threads of the scheduled clock take turns
@@ -46,7 +43,6 @@ void ReadByTwoThreads(const char* chip,
         }
         ASSERT_TRUE(Desk::WaitForThreads(threads));
         EXPECT_EQ(good, 2 * kReads);
-        EXPECT_EQ(desk.pc.spb()->Violations(), 0U);
     });
 }
 
@@ -67,7 +63,7 @@ TEST(Transactions, OfAStatusAndOfADetectionDoNotMix) {
     ForEachSeed(kSeeds, [] {
         Desk desk({PcRoute::kI2c}, "fanli");
         desk.Start();
-        desk.log.Announce("");  // the chip's starts, and what detection finds
+        desk.log.Announce("Nfc MCU start!");
         constexpr int kStarts = 8;
         for (int i = 0; i < kStarts; ++i) {
             hosted::After((5 + 23 * i) * kMillisecond, [&desk] {
@@ -78,25 +74,7 @@ TEST(Transactions, OfAStatusAndOfADetectionDoNotMix) {
         EXPECT_TRUE(desk.manager->DeviceInit());
         EXPECT_TRUE(Desk::WaitForEvents(kStarts, 10 * kSecond));
         EXPECT_EQ(EventsHeard(1), std::vector<int>(kStarts, 4));
-        EXPECT_EQ(desk.pc.spb()->Violations(), 0U);
         EXPECT_EQ(GetNfcDeviceContext().chipKind, NfcChipFanli);
-    });
-}
-
-// A write during a visit lets the next interrupt open a second one, whose notification comes
-// between the end of the first and the thread's next wait.
-TEST(Visit, OpenedDuringAnotherOneIsClosedToo) {
-    ForEachSeed(kSeeds, [] {
-        Desk desk({PcRoute::kUsb});
-        desk.Start();
-        for (const hosted::Micros at : {0, 150}) {
-            hosted::After(at * kMillisecond,
-                          [&desk] { desk.pc.chip()->BackDoor().RaiseInterrupt(); });
-        }
-        ASSERT_TRUE(Desk::WaitForEvents(1, kSecond));
-        g_interruptFirst = true;  // as WriteMessage does
-        EXPECT_TRUE(Desk::WaitForEvents(4, 10 * kSecond));
-        EXPECT_EQ(EventsHeard(2), (std::vector<int>{3, 3, 1, 1}));
     });
 }
 
