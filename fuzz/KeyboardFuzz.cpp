@@ -25,7 +25,7 @@ Bytes FrameOf(const Bytes& message, Bytes& report) {
     if (kHid) {
         // A report may be short: the read thread's buffer keeps what the one before left there.
         std::copy(message.begin(), message.end(), report.begin());
-        return Bytes(report.begin() + kType, report.end());
+        return {report.begin() + kType, report.end()};
     }
     const bool good = message.size() >= kShortest && message[0] == simulator::kFrameMark;
     return good ? Bytes(message.begin() + kType, message.end()) : Bytes();

@@ -118,8 +118,8 @@ TEST(LinkDockService, DeliversInsideItsCallsWhenThatIsItsHabit) {
     Connection connection;
     const struct {
         LinkDockService::DeliveryHabits habits;
-        int afterSubscribe;  // deliveries so far, all on the caller's thread
-        int afterWrite;
+        int afterSubscribe = 0;  // deliveries so far, all on the caller's thread
+        int afterWrite = 0;
     } cases[] = {{{}, 0, 0}, {{2, 0}, 1, 1}, {{2, 10}, 1, 2}, {{0, 10}, 0, 1}, {{1, 3}, 0, 0}};
     for (const auto& [habits, afterSubscribe, afterWrite] : cases) {
         LinkDockService::SetDeliveryHabits(habits);

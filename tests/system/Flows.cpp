@@ -133,9 +133,9 @@ bool Restart(Desk& desk, std::uint8_t content) {
 }
 
 struct Peripheral {
-    const char* name;
-    PcRoute route;
-    const char* chip;
+    const char* name = "";
+    PcRoute route = {};
+    const char* chip = "";
     bool onlyStarts = false;  // differs from the others in its start alone
     LinkDockService::DeliveryHabits habits = {};
 };
