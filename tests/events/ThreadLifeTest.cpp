@@ -320,4 +320,85 @@ TEST(Copies, ShareEverythingUntilTheLastOneGoes) {
     EXPECT_TRUE(desk.log.Has(kReturned));
 }
 
+// The stop falls between the end of a visit and another interrupt.
+TEST(Stop, AtTheEndOfAVisitLeavesNoEnterWithoutItsLeave) {
+    hosted::ScheduledOptions options;
+    options.maxLateness = hosted::kMillisecond;
+    ForEachSeed(
+        300,
+        [] {
+            Desk desk({PcRoute::kUsb});
+            desk.Start();
+            AnnounceStop(desk.log);
+            auto& door = desk.pc.chip()->BackDoor();
+            hosted::After(0, [&] { door.RaiseInterrupt(); });
+            hosted::After(350 * hosted::kMillisecond, [&] { door.RaiseInterrupt(); });
+            Desk::Pass(350 * hosted::kMillisecond);
+            desk.manager.reset();
+            Desk::Pass(10 * kSecond);
+            const std::vector<int> events = EventsHeard();
+            EXPECT_EQ(std::count(events.begin(), events.end(), 3),
+                      std::count(events.begin(), events.end(), 1));
+        },
+        options);
+}
+
+// An interrupt comes while a write gives up: the interrupt thread runs, the other could not start.
+TEST(FailedStart, OpensNoVisitThatNobodyCloses) {
+    ForEachSeed(3, [] {
+        Desk desk({PcRoute::kUsb});
+        AnnounceStop(desk.log);
+        desk.log.Announce("NFC_Error opening Spb driver, last error = 2");
+        ASSERT_TRUE(desk.Create());
+        ASSERT_TRUE(desk.StartDevices(*desk.manager));
+        unsigned threads = 0;
+        hosted::SetCallHook([&](hosted::Call call, hosted::ThreadId) -> DWORD {
+            return call == hosted::Call::kCreateThread && ++threads == 2 ? ERROR_NOT_ENOUGH_MEMORY
+                                                                         : 0;
+        });
+        desk.log.OnLine([&](const std::string& text) {
+            if (text == "NfcThreadCreate exit Begin WaitForSingleObject") {
+                Sleep(100);
+                const hosted::DeviceLock lock;
+                desk.pc.chip()->BackDoor().RaiseInterrupt();
+            }
+            Sleep(threads == 2 ? 100 : 0);
+        });
+        EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage()), -1);
+        hosted::SetCallHook({});
+        desk.log.OnLine({});
+        Desk::Pass(30 * kSecond);
+        EXPECT_EQ(EventsHeard(), std::vector<int>{});
+    });
+}
+
+// A slow log holds the read thread in its pass while a device start opens the keyboard again.
+TEST(RestartedThread, OfAKeyboardSurvivesAStartDuringItsPass) {
+    ForEachSeed(600, [] {
+        Desk desk({PcRoute::kHid});
+        AnnounceStop(desk.log);
+        desk.log.Announce("NFC ReadKeyboardData ReadFile error 0x6");
+        desk.Start();
+        Desk::Pass(kSecond);
+        bool arrived = false;
+        bool started = false;
+        desk.log.OnLine([&](const std::string& text) {
+            arrived = arrived || text == "NFC Interrupt arrive";
+            if (text == "NFC Wait For KeyboardData" && arrived && !started) {
+                hosted::WaitFor([&] { return started; }, 60 * kSecond, "the start");
+            }
+        });
+        desk.pc.TapPhone(0, 60 * kSecond);
+        hosted::WaitFor([&] { return arrived; }, kSecond, "a report");
+        for (auto steps = hosted::Random() % 8; steps > 0; --steps) {
+            hosted::Yield();
+        }
+        EXPECT_TRUE(desk.StartDevices(*desk.manager));
+        started = true;
+        Desk::Pass(kSecond);
+        EXPECT_EQ(hosted::Live().threads, 2U) << hosted::DescribeThreads();
+        desk.log.OnLine({});
+    });
+}
+
 }  // namespace

@@ -51,6 +51,28 @@ TEST(AnotherManagersEnd, DoesNotMakeTheChipAnotherOne) {
 }
 
 // The address sanitizer finds a use of what the assignment has freed.
+TEST(Assignment, DuringAWriteLeavesTheAssignedMessageAlone) {
+    ForEachSeed(60, [] {
+        Desk desk({PcRoute::kI2c}, "fm11nt082c");
+        desk.Start();
+        AnnounceStop(desk.log);
+        const auto message = desk.NewMessage(0x22, 'b');
+        const auto other = NfcManager::Create(message, &Desk::Listen);
+        OnThread([&desk] { desk.manager->WriteMessage(desk.NewMessage(0x33, 'a')); });
+        Desk::Pass(static_cast<hosted::Micros>(hosted::Random() % 150) * hosted::kMillisecond);
+        *desk.manager = *other;
+        EXPECT_EQ(Renew(*desk.manager, NumberOf(0x44)), 0);
+        EXPECT_TRUE(Desk::WaitForThreads(2, 60 * hosted::kSecond));
+        std::string url;
+        Number number;
+        message->GetUrl(url);
+        NfcManagerTestAccess::Message(*other)->GetRandomNumber(
+            reinterpret_cast<std::uint8_t(&)[32]>(*number.data()));
+        EXPECT_EQ(url, std::string(50, 'b'));
+        EXPECT_EQ(number, NumberOf(0x44));
+    });
+}
+
 TEST(Assignment, DuringAWriteLeavesAWholeImage) {
     ForEachSeed(60, [] {
         Desk desk({PcRoute::kUsb});

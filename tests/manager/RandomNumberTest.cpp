@@ -4,6 +4,7 @@
 #include "events/DriverThreads.h"
 #include "manager/ManagerLocks.h"
 #include "platform/platform.h"
+#include "routes/NfcProxy.h"
 #include "tests/manager/ManagerAccess.h"
 #include "tests/support/Desk.h"
 #include "tests/support/NoArray.h"
@@ -155,6 +156,40 @@ TEST(RandomNumber, GivenAfterAnotherManagersWriteReachesTheTag) {
     EXPECT_EQ(other->WriteMessage(desk.NewMessage(0x55, 'w')), 0);
     EXPECT_EQ(desk.Give(0x21), 0);
     EXPECT_EQ(desk.OnChipInTheEnd(), NumberOf(0x21));
+}
+
+TEST(RandomNumber, GivenAgainWhileItsThreadWaitsIsTheNewest) {
+    hosted::UseScheduledClock({Seed()});
+    TagWithNumber desk;
+    const auto other = NfcManager::Create(desk.NewMessage(0x22), &Desk::Listen);
+    HoldNumberThreads();
+    EXPECT_EQ(desk.Give(0x41), 0);
+    EXPECT_EQ(other->WriteMessage(desk.NewMessage(0x22)), 0);
+    EXPECT_EQ(desk.Give(0x41), 0);
+    EXPECT_EQ(desk.OnChipInTheEnd(), NumberOf(0x41));
+}
+
+// The write of a third manager waits for the tag while two others give numbers.
+TEST(RandomNumber, GivenLastStaysWhateverAnOlderMessageWritesInBetween) {
+    ForEachSeed(40, [] {
+        TagWithNumber desk;
+        const auto second = NfcManager::Create(desk.NewMessage(0x22), &Desk::Listen);
+        const auto third = NfcManager::Create(desk.NewMessage(0x23), &Desk::Listen);
+        OnThread([] {
+            platform::Lock lock(NfcProxy::m_contentMutex);
+            Sleep(500);
+        });
+        OnThread([] {
+            platform::Lock lock(NumberThreadMutex());
+            Sleep(499);
+        });
+        Desk::Pass(hosted::kMillisecond);
+        OnThread([&desk] { desk.manager->UpdateNfcData(); });
+        Desk::Pass(hosted::kMillisecond);
+        EXPECT_EQ(Renew(*third, NumberOf(0x43)), 0);
+        EXPECT_EQ(Renew(*second, NumberOf(0x42)), 0);
+        EXPECT_NE(desk.OnChipInTheEnd(), NumberOf(0x43));
+    });
 }
 
 }  // namespace

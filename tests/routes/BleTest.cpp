@@ -255,4 +255,36 @@ TEST(Ble, ALateNumberAnswersTheNextRequest) {
     EXPECT_EQ(number[0], 0x91);
 }
 
+TEST(Ble, ADisconnectWithoutAClientSilencesTheSinkOfTheConnectBefore) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kBle});
+    ASSERT_TRUE(desk.Create());
+    ASSERT_TRUE(desk.manager->BtConnect(kKeyboard));
+    LinkDockService::SetNoInstance(true);
+    EXPECT_FALSE(desk.manager->BtConnect(kKeyboard));
+    EXPECT_FALSE(desk.manager->BtDisconnect(kKeyboard));
+    SendFieldNow(desk, true);
+    EXPECT_EQ(EventsHeard(), std::vector<int>{});
+}
+
+// Reports come faster than the listener returns, the first one inside a call of the client.
+TEST(Ble, AKeyboardThatReportsWithoutEndKeepsNoOperation) {
+    hosted::UseScheduledClock({Seed()});
+    Desk desk({PcRoute::kBle});
+    ASSERT_TRUE(desk.Create());
+    ASSERT_TRUE(desk.manager->BtConnect(kKeyboard));
+    DeliveryHabits habits;
+    habits.insideWriteMs = 20;
+    LinkDockService::SetDeliveryHabits(habits);
+    ReactToEvents([](const Heard& /*event*/) { Sleep(40); });
+    for (int i = 0; i < 600; ++i) {
+        desk.pc.bluetooth()->SendField(i % 2 == 0, (1 + i * 30) * hosted::kMillisecond);
+    }
+    std::uint8_t number[32];
+    const hosted::Micros begin = hosted::Now();
+    EXPECT_EQ(desk.manager->ReadRandNum(number), 0);
+    EXPECT_LT(hosted::Now() - begin, 5 * hosted::kSecond);
+    EXPECT_TRUE(desk.manager->BtDisconnect(kKeyboard));
+}
+
 }  // namespace
