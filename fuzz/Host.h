@@ -7,20 +7,20 @@
 #include <tuple>
 #include <vector>
 
-#include "tests/support/Desk.h"
+#include "tests/support/PcWithHost.h"
 
 namespace fuzz {
 
-using testing_support::Desk;
+using testing_support::PcWithHost;
 
 /// One call of the listener: event, route, number.
 using Event = std::tuple<int, int, testing_support::Number>;
 
 /// Starts the clock, with the layer's limit on steps out of the way. From here on a failed check of
-/// the desk ends the process. Called once.
-std::unique_ptr<Desk> MakeDesk(const std::vector<simulator::PcRoute>& routes);
+/// the setup ends the process. Called once.
+std::unique_ptr<PcWithHost> MakeDesk(const std::vector<simulator::PcRoute>& routes);
 
-/// What the listener heard since the last call. Forgets the desk's log as well, which would grow.
-std::vector<Event> TakeEvents(Desk& desk);
+/// What the listener heard since the last call. Forgets the setup's log as well, which would grow.
+std::vector<Event> TakeEvents(PcWithHost& setup);
 
 }  // namespace fuzz

@@ -35,14 +35,15 @@ bool Begins(const Bytes& frame, const Bytes& start) {
     return frame.size() >= start.size() && std::equal(start.begin(), start.end(), frame.begin());
 }
 
-void Settle(fuzz::Desk& desk) {
-    fuzz::Desk::Pass(hosted::kMillisecond);
+void Settle(fuzz::PcWithHost& setup) {
+    fuzz::PcWithHost::Pass(hosted::kMillisecond);
     const hosted::DeviceLock lock;
-    Check(!kHid || desk.pc.hid()->ReadsPending() == 1, "the read thread waits for the next report");
+    Check(!kHid || setup.pc.hid()->ReadsPending() == 1,
+          "the read thread waits for the next report");
 }
 
 /// One by one, or all at once. The first message makes the number zero.
-void Try(fuzz::Desk& desk, const std::vector<Bytes>& messages, bool atOnce) {
+void Try(fuzz::PcWithHost& setup, const std::vector<Bytes>& messages, bool atOnce) {
     constexpr int kNumberedRoute = static_cast<int>(kRoute) + 1;
     Bytes report(kLongest);
     testing_support::Number number{};
@@ -50,10 +51,10 @@ void Try(fuzz::Desk& desk, const std::vector<Bytes>& messages, bool atOnce) {
     for (const Bytes& message : messages) {
         {
             const hosted::DeviceLock lock;
-            kHid ? desk.pc.keyboard()->SendRaw(message) : desk.pc.bluetooth()->SendRaw(message);
+            kHid ? setup.pc.keyboard()->SendRaw(message) : setup.pc.bluetooth()->SendRaw(message);
         }
         if (!atOnce) {
-            Settle(desk);
+            Settle(setup);
         }
         const Bytes frame = FrameOf(message, report);
         if (Begins(frame, kNumber) && frame.size() > number.size()) {
@@ -64,26 +65,26 @@ void Try(fuzz::Desk& desk, const std::vector<Bytes>& messages, bool atOnce) {
             expected.emplace_back(1, kNumberedRoute, number);
         }
     }
-    Settle(desk);
-    Check(fuzz::TakeEvents(desk) == expected, "the listener hears what the messages mean");
+    Settle(setup);
+    Check(fuzz::TakeEvents(setup) == expected, "the listener hears what the messages mean");
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    static const std::unique_ptr<fuzz::Desk> desk = fuzz::MakeDesk({kRoute});
-    if (desk->manager == nullptr) {
-        desk->Start();
-        fuzz::Desk::Pass(hosted::kSecond);
+    static const std::unique_ptr<fuzz::PcWithHost> setup = fuzz::MakeDesk({kRoute});
+    if (setup->manager == nullptr) {
+        setup->Start();
+        fuzz::PcWithHost::Pass(hosted::kSecond);
     }
     std::vector<Bytes> messages = Messages(bytes, size, kLongest);
     Bytes zero(kHid ? kLongest : kType + 1 + simulator::kNumberSize);
     zero[0] = simulator::kFrameMark;
     zero[kType] = simulator::kTypeNumber;
     messages.insert(messages.begin(), zero);
-    Try(*desk, messages, false);
+    Try(*setup, messages, false);
     if (!kHid || messages.size() <= simulator::kInputQueueLength) {  // else reports are dropped
-        Try(*desk, messages, true);
+        Try(*setup, messages, true);
     }
     return 0;
 }

@@ -40,8 +40,8 @@ struct Pc {
                 const hosted::DeviceLock lock;
                 chip->BackDoor().SetMemory(0, {identity});
             }
-            desk->Start();
-            fuzz::Desk::Pass(hosted::kSecond);
+            setup->Start();
+            fuzz::PcWithHost::Pass(hosted::kSecond);
         }
     }
 
@@ -51,7 +51,7 @@ struct Pc {
             driver->status = status;
             chip->BackDoor().RaiseInterrupt();
         }
-        fuzz::Desk::Pass(kBetween);
+        fuzz::PcWithHost::Pass(kBetween);
         const hosted::DeviceLock lock;
         Check(!driver->status && driver->WaitsPending() == 1,
               "the status is fetched, and the interrupt thread waits for the next one");
@@ -60,7 +60,7 @@ struct Pc {
     std::uint8_t identity = 0;
     std::shared_ptr<simulator::Chip> chip = simulator::MakeChip("fanli");
     std::shared_ptr<StatusDriver> driver = std::make_shared<StatusDriver>(chip);
-    std::unique_ptr<fuzz::Desk> desk = fuzz::MakeDesk({});
+    std::unique_ptr<fuzz::PcWithHost> setup = fuzz::MakeDesk({});
 };
 
 }  // namespace
@@ -81,9 +81,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
             starts += like || status[0] == simulator::kStatusMcuStart ? 1 : 0;
         }
     }
-    fuzz::Desk::Pass(kLongestVisit);
+    fuzz::PcWithHost::Pass(kLongestVisit);
     std::vector<int> visits;
-    for (const auto& [event, route, number] : fuzz::TakeEvents(*pc.desk)) {
+    for (const auto& [event, route, number] : fuzz::TakeEvents(*pc.setup)) {
         Check(route == 1, "the route is the driver's");
         if (event == 4) {
             --starts;

@@ -22,15 +22,15 @@ bool IsSame(NdefMessage& message, int (NdefMessage::*get)(std::uint8_t (&)[Size]
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    static const auto desk = fuzz::MakeDesk({simulator::PcRoute::kI2c});
-    if (desk->manager == nullptr) {
-        desk->Start();
+    static const auto setup = fuzz::MakeDesk({simulator::PcRoute::kI2c});
+    if (setup->manager == nullptr) {
+        setup->Start();
     }
     std::vector<std::uint8_t> memory(bytes, bytes + std::min(size, kMemory));
     memory.resize(kMemory);
     {
         const hosted::DeviceLock lock;
-        desk->pc.chip()->BackDoor().SetMemory(simulator::kFirstImageRegister, memory);
+        setup->pc.chip()->BackDoor().SetMemory(simulator::kFirstImageRegister, memory);
     }
     NfcData data;
     const bool good = data.Init() && data.Parse(AsText(memory.data(), memory[1] + std::size_t{3}));
@@ -38,8 +38,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     std::string before;
     std::string url;
     message->GetUrl(before);
-    const bool taken = desk->manager->ReadMessage(message) == 0;
-    fuzz::TakeEvents(*desk);
+    const bool taken = setup->manager->ReadMessage(message) == 0;
+    fuzz::TakeEvents(*setup);
     message->GetUrl(url);
     if (taken) {
         Check(good && url == data.GetUrl(), "only a good image is taken, with its URL");

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "chip/DetectChip.h"
-#include "tests/support/Desk.h"
+#include "tests/support/PcWithHost.h"
 #include "tests/support/ScriptedBus.h"
 
 using namespace testing_support;

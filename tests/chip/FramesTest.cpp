@@ -9,7 +9,7 @@
 #include "chip/NfcDeviceContext.h"
 #include "chip/NfcSpbExtend.h"
 #include "chip/NfcSpbNormal.h"
-#include "tests/support/Desk.h"
+#include "tests/support/PcWithHost.h"
 #include "tests/support/ScriptedBus.h"
 
 using namespace testing_support;

@@ -9,7 +9,7 @@
 #include "chip/DetectChip.h"
 #include "chip/NfcDeviceContext.h"
 #include "simulator/FanliChip.h"
-#include "tests/support/Desk.h"
+#include "tests/support/PcWithHost.h"
 #include "tests/support/ScriptedBus.h"
 #include "tests/support/Seeds.h"
 
@@ -41,8 +41,9 @@ struct VisitCase {
 };
 
 // A started PC whose log is empty.
-struct VisitDesk : Desk {
-    explicit VisitDesk(PcRoute route, const std::string& chip = "fm11nt081") : Desk({route}, chip) {
+struct VisitDesk : PcWithHost {
+    explicit VisitDesk(PcRoute route, const std::string& chip = "fm11nt081")
+        : PcWithHost({route}, chip) {
         Start();
         log.Clear();
         AnnounceStop(log);
@@ -72,13 +73,13 @@ struct VisitDesk : Desk {
     void Watch(int route, const std::vector<VisitCase>& cases) {
         for (std::size_t i = 0; i < cases.size(); ++i) {
             SCOPED_TRACE("case " + std::to_string(i));
-            TakeHeard();
+            TakeEvents();
             log.Clear();
             Raise(cases[i].interrupts);
             Pass(10 * kSecond);
             TimedEvents events;
-            const std::vector<Heard> all = HeardSoFar();
-            for (const Heard& heard : all) {
+            const std::vector<ReceivedEvent> all = EventsSoFar();
+            for (const ReceivedEvent& heard : all) {
                 EXPECT_EQ(heard.route, route);
                 events.emplace_back(heard.event,
                                     static_cast<double>(heard.time - all[0].time) / 1000);
@@ -92,14 +93,14 @@ struct VisitDesk : Desk {
 
 TEST(CountedVisit, EndsWhenInterruptsStopComing) {
     hosted::UseScheduledClock({Seed()});
-    VisitDesk desk(PcRoute::kUsb, "fm11nt082c");
-    desk.Watch(2,
-               {{{{0}}, {{3, 0}, {1, 350}}},
-                {{{0}, {10}, {340}}, {{3, 0}, {1, 350}}},
-                {{{0}, {10}, {20}, {1000}}, {{3, 0}, {1, 350}, {3, 1000}, {1, 1350}}},
-                {{{0}, {10}, {20}, {30}}, {{3, 0}, {1, 700}}, 1},
-                {{{0}, {10}, {20}, {30}, {699}}, {{3, 0}, {1, 1050}}, 2},
-                {{{0}, {100}, {200}, {300}, {400}, {600}, {800}, {1000}}, {{3, 0}, {1, 1400}}, 3}});
+    VisitDesk setup(PcRoute::kUsb, "fm11nt082c");
+    setup.Watch(
+        2, {{{{0}}, {{3, 0}, {1, 350}}},
+            {{{0}, {10}, {340}}, {{3, 0}, {1, 350}}},
+            {{{0}, {10}, {20}, {1000}}, {{3, 0}, {1, 350}, {3, 1000}, {1, 1350}}},
+            {{{0}, {10}, {20}, {30}}, {{3, 0}, {1, 700}}, 1},
+            {{{0}, {10}, {20}, {30}, {699}}, {{3, 0}, {1, 1050}}, 2},
+            {{{0}, {100}, {200}, {300}, {400}, {600}, {800}, {1000}}, {{3, 0}, {1, 1400}}, 3}});
 }
 
 TEST(ReportedVisit, FollowsTheStatusOfTheChip) {
@@ -107,84 +108,84 @@ TEST(ReportedVisit, FollowsTheStatusOfTheChip) {
     constexpr std::uint8_t leave = simulator::kStatusLeaveField;
     constexpr std::uint8_t mcuStart = simulator::kStatusMcuStart;
     hosted::UseScheduledClock({Seed()});
-    VisitDesk desk(PcRoute::kI2c, "fanli");
-    desk.Watch(1, {{{{0, leave}}, {}, 0, {"NFC LeaveField(2), interrupt First?: 1"}},
-                   {{{0, enter}, {100, leave}}, {{3, 0}, {1, 350}}},
-                   {{{0, enter}, {400, leave}}, {{3, 0}, {1, 700}}, 1},
-                   {{{0, enter}, {50, enter}, {100, leave}},
-                    {{3, 0}, {1, 350}},
-                    0,
-                    {"NFC EnterField(1), interrupt First?: 0"}},
-                   {{{0, enter}}, {{3, 0}, {1, 7350}}, 20},
-                   {{{0, mcuStart, 0xAB}, {200, enter}, {400, mcuStart, 0x12345}, {500, leave}},
-                    {{4, 0}, {3, 200}, {4, 400}, {1, 550}},
-                    0,
-                    {"Nfc MCU start! para1: 0x00ab", "Nfc MCU start! para1: 0x12345"}},
-                   {{{0, simulator::kStatusMcuReset, 0xAB},
-                     {100, simulator::kStatusNoData, 0xAC},
-                     {200, 5, 0xAD}},
-                    {},
-                    0,
-                    {"Nfc MCU reset! para1: 0x00ab", "Nfc MCU no data! para1: 0x00ac",
-                     "Nfc MCU unknown Event: 5, para1: 0x00ad"}}});
+    VisitDesk setup(PcRoute::kI2c, "fanli");
+    setup.Watch(1, {{{{0, leave}}, {}, 0, {"NFC LeaveField(2), interrupt First?: 1"}},
+                    {{{0, enter}, {100, leave}}, {{3, 0}, {1, 350}}},
+                    {{{0, enter}, {400, leave}}, {{3, 0}, {1, 700}}, 1},
+                    {{{0, enter}, {50, enter}, {100, leave}},
+                     {{3, 0}, {1, 350}},
+                     0,
+                     {"NFC EnterField(1), interrupt First?: 0"}},
+                    {{{0, enter}}, {{3, 0}, {1, 7350}}, 20},
+                    {{{0, mcuStart, 0xAB}, {200, enter}, {400, mcuStart, 0x12345}, {500, leave}},
+                     {{4, 0}, {3, 200}, {4, 400}, {1, 550}},
+                     0,
+                     {"Nfc MCU start! para1: 0x00ab", "Nfc MCU start! para1: 0x12345"}},
+                    {{{0, simulator::kStatusMcuReset, 0xAB},
+                      {100, simulator::kStatusNoData, 0xAC},
+                      {200, 5, 0xAD}},
+                     {},
+                     0,
+                     {"Nfc MCU reset! para1: 0x00ab", "Nfc MCU no data! para1: 0x00ac",
+                      "Nfc MCU unknown Event: 5, para1: 0x00ad"}}});
 }
 
 // A status that cannot be read keeps the line up; the loop goes on, and does not spin.
 TEST(ReportedVisit, WaitsForAStatusThatCannotBeRead) {
     hosted::UseScheduledClock({Seed()});
-    VisitDesk desk(PcRoute::kI2c, "fanli");
-    desk.SetFaults("read#1+=fail:31");
-    desk.Raise({{0, simulator::kStatusEnterField, 0x30002},
-                {1200, simulator::kStatusLeaveField, 0xFFFF0001}});
-    Desk::Pass(kSecond);
-    const std::size_t failures = desk.log.Count("Nfc read Interrupt Status failed!");
+    VisitDesk setup(PcRoute::kI2c, "fanli");
+    setup.SetFaults("read#1+=fail:31");
+    setup.Raise({{0, simulator::kStatusEnterField, 0x30002},
+                 {1200, simulator::kStatusLeaveField, 0xFFFF0001}});
+    PcWithHost::Pass(kSecond);
+    const std::size_t failures = setup.log.Count("Nfc read Interrupt Status failed!");
     EXPECT_TRUE(failures > 1 && failures <= 10) << failures;
-    desk.log.TakeUnannounced();
-    desk.SetFaults("");
-    Desk::Pass(2 * kSecond);
-    const Texts lines = VisitDesk::WithoutTicks(desk.log.Texts());
+    setup.log.TakeUnannounced();
+    setup.SetFaults("");
+    PcWithHost::Pass(2 * kSecond);
+    const Texts lines = VisitDesk::WithoutTicks(setup.log.Texts());
     for (const char* line : {"NFC EnterField(1), enterSum: 3, leaveSum: 2",
                              "NFC LeaveField(2), enterSum: 65535, leaveSum: 1"}) {
         EXPECT_EQ(std::count(lines.begin(), lines.end(), line), 1) << line;
     }
-    EXPECT_EQ(EventsHeard(), (std::vector<int>{3, 1}));
+    EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
 }
 
 // The interrupt thread waits for the device mutex while a device start finds another chip.
 TEST(CountedVisit, BeginsWithAnInterruptOfTheChipBefore) {
     hosted::UseScheduledClock({Seed()});
-    VisitDesk desk(PcRoute::kI2c);
+    VisitDesk setup(PcRoute::kI2c);
     NfcDeviceContext& context = GetNfcDeviceContext();
     {
         const platform::Lock detection(context.mutex);
         NfcSpbCommon* const found =
             context.spbDriverOps.exchange(DriverFor(NfcLinkSpb4));  // whose chips have a status
-        desk.Raise({{0}});
-        Desk::Pass(kSecond);
+        setup.Raise({{0}});
+        PcWithHost::Pass(kSecond);
         context.spbDriverOps = found;
     }
-    Desk::Pass(kSecond);
-    EXPECT_EQ(EventsHeard(), (std::vector<int>{3, 1}));
+    PcWithHost::Pass(kSecond);
+    EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
 }
 
 TEST(MissingListener, LeavesAVisitUnopenedButEndsOne) {
     hosted::UseScheduledClock({Seed()});
-    VisitDesk desk(PcRoute::kUsb);
-    desk.manager->RegisterListener(nullptr);
-    desk.Raise({{0}, {100}, {200}});
-    Desk::Pass(kSecond);
-    EXPECT_EQ(desk.log.TakeUnannounced(), Texts(3, "NFC staticCallback is null"));
-    desk.manager->RegisterListener(&Desk::Listen);
-    desk.Raise({{0}});
-    EXPECT_TRUE(Desk::WaitForEvents(1, kSecond));
-    desk.manager->RegisterListener(nullptr);
-    Desk::Pass(kSecond);
-    EXPECT_EQ(EventsHeard(), std::vector<int>{3});
-    EXPECT_EQ(desk.log.TakeUnannounced(), Texts{"NFC staticCallback is null"});
-    desk.manager->RegisterListener(&Desk::Listen);
-    desk.Raise({{0}});
-    Desk::Pass(kSecond);
-    EXPECT_EQ(EventsHeard(), (std::vector<int>{3, 3, 1}));
+    VisitDesk setup(PcRoute::kUsb);
+    setup.manager->RegisterListener(nullptr);
+    setup.Raise({{0}, {100}, {200}});
+    PcWithHost::Pass(kSecond);
+    EXPECT_EQ(setup.log.TakeUnannounced(), Texts(3, "NFC staticCallback is null"));
+    setup.manager->RegisterListener(&PcWithHost::Listen);
+    setup.Raise({{0}});
+    EXPECT_TRUE(PcWithHost::WaitForEvents(1, kSecond));
+    setup.manager->RegisterListener(nullptr);
+    PcWithHost::Pass(kSecond);
+    EXPECT_EQ(EventNumbers(), std::vector<int>{3});
+    EXPECT_EQ(setup.log.TakeUnannounced(), Texts{"NFC staticCallback is null"});
+    setup.manager->RegisterListener(&PcWithHost::Listen);
+    setup.Raise({{0}});
+    PcWithHost::Pass(kSecond);
+    EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 3, 1}));
 }
 
 constexpr hosted::Micros kStay = 60 * kSecond;
@@ -192,7 +193,7 @@ constexpr hosted::Micros kStay = 60 * kSecond;
 // The events so far are the entry of a phone and its leave, and no more pairs than `mostPairs`. Two
 // visits may overlap.
 void ExpectPairs(std::size_t mostPairs) {
-    const std::vector<int> events = EventsHeard();
+    const std::vector<int> events = EventNumbers();
     const auto count = [&](int event) { return std::count(events.begin(), events.end(), event); };
     EXPECT_EQ(count(3), count(1)) << "each visit is closed once";
     EXPECT_EQ(events.empty() ? 0 : events.front(), 3);
@@ -210,25 +211,25 @@ constexpr Peripheral kPeripherals[] = {{PcRoute::kI2c, "fm11nt081", true},
                                        {PcRoute::kI2c, "fanli", false}};
 
 void StayWhileTheHost(bool writes, const Peripheral& peripheral, hosted::Micros actAtMs) {
-    Desk desk({peripheral.route}, peripheral.chip);
-    desk.Start();
-    AnnounceStop(desk.log);
+    PcWithHost setup({peripheral.route}, peripheral.chip);
+    setup.Start();
+    AnnounceStop(setup.log);
     // Of a phone whose visit has been given up before it leaves.
-    desk.log.Announce("NFC LeaveField(2), interrupt First?: 1");
+    setup.log.Announce("NFC LeaveField(2), interrupt First?: 1");
     const hosted::Micros leave = hosted::Now() + kStay;
-    desk.pc.TapPhone(0, kStay);
-    Desk::Pass(actAtMs * kMillisecond);
+    setup.pc.TapPhone(0, kStay);
+    PcWithHost::Pass(actAtMs * kMillisecond);
     std::shared_ptr<NfcManager> second;
     if (writes) {
-        EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x22)), 0);
+        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x22)), 0);
     } else {
-        second = NfcManager::Create(desk.NewMessage(), &Desk::Listen);
+        second = NfcManager::Create(setup.NewMessage(), &PcWithHost::Listen);
     }
-    Desk::Pass(kStay + 20 * kSecond);
+    PcWithHost::Pass(kStay + 20 * kSecond);
     ExpectPairs(2);
     if (peripheral.interruptsUntilTheLeave) {
-        ASSERT_EQ(HeardSoFar().size(), 4U) << "the next interrupt is a first report";
-        EXPECT_LE(std::abs(HeardSoFar()[3].time - leave), kSecond);
+        ASSERT_EQ(EventsSoFar().size(), 4U) << "the next interrupt is a first report";
+        EXPECT_LE(std::abs(EventsSoFar()[3].time - leave), kSecond);
     }
 }
 
@@ -247,20 +248,20 @@ TEST(StayingPhone, GivesAtMostOneFurtherPairForAWriteOrACreation) {
 
 TEST(StayingPhone, GivesAtMostOneFurtherPairForEachWriteOnEvent3) {
     hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kI2c});
-    desk.Start();
+    PcWithHost setup({PcRoute::kI2c});
+    setup.Start();
     std::size_t writes = 0;
-    ReactToEvents([&](const Heard& heard) {
+    ReactToEvents([&](const ReceivedEvent& heard) {
         if (heard.event == 3 && writes < 3) {
             ++writes;
             OnThread([&] {
                 Sleep(100);
-                EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage()), 0);
+                EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
             });
         }
     });
-    desk.pc.TapPhone(0, kStay);
-    Desk::Pass(kStay + 20 * kSecond);
+    setup.pc.TapPhone(0, kStay);
+    PcWithHost::Pass(kStay + 20 * kSecond);
     ExpectPairs(1 + writes);
 }
 

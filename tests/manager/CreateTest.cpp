@@ -9,7 +9,7 @@
 #include "routes/HidReports.h"
 #include "routes/RouteState.h"
 #include "tests/manager/ManagerAccess.h"
-#include "tests/support/Desk.h"
+#include "tests/support/PcWithHost.h"
 #include "tests/support/ScriptedBus.h"
 #include "tests/support/Seeds.h"
 
@@ -39,10 +39,10 @@ TEST(Create, RefusesAMessageAndSaysWhy) {
     for (const auto& [message, reason] : cases) {
         staticCallback = nullptr;
         g_interruptRunning = true;
-        EXPECT_EQ(NfcManager::Create(message, &Desk::Listen), nullptr);
+        EXPECT_EQ(NfcManager::Create(message, &PcWithHost::Listen), nullptr);
         EXPECT_EQ(Joined(log.TakeUnannounced()),
                   reason + ", NfcManager Init SetContent failed, NfcManager:: Create failed");
-        EXPECT_EQ(staticCallback, &Desk::Listen) << "it is taken over first";
+        EXPECT_EQ(staticCallback, &PcWithHost::Listen) << "it is taken over first";
         EXPECT_FALSE(g_interruptRunning) << "the proxy that was made has ended again";
         EXPECT_EQ(g_pcModel, 8);
     }
@@ -129,7 +129,7 @@ TEST(Create, OperationsOfAManagerThatWasNotInitialized) {
 TEST(Create, OperationsWithoutADevice) {
     hosted::UseScheduledClock({Seed()});
     LogRecorder log;
-    const auto manager = NfcManager::Create(MessageWith(50, 5), &Desk::Listen);
+    const auto manager = NfcManager::Create(MessageWith(50, 5), &PcWithHost::Listen);
     EXPECT_EQ(ResultsOf(*manager), (std::vector{-1, -1, 0, 0, 0, 0, 0, 0, 0, 1}));
     EXPECT_EQ(staticCallback, &OtherListener);
     EXPECT_EQ(hosted::Now(), 1800 * hosted::kMillisecond) << "a pause after each failed attempt";
@@ -139,12 +139,12 @@ TEST(Create, OperationsWithoutADevice) {
                   kZeroReadBack + kNoDevice + kNoDevice +
                   "NfcManager Init DeviceInit failed, [NFC] btmac error!");
     EXPECT_EQ(manager->WriteMessage(MessageWith(50, 5)), -1);
-    EXPECT_TRUE(Desk::WaitForThreads(1)) << "the interrupt thread ends at once";
+    EXPECT_TRUE(PcWithHost::WaitForThreads(1)) << "the interrupt thread ends at once";
     EXPECT_EQ(Joined(log.TakeUnannounced()),
               kZeroReadBack +
                   "UpdateNfcData failed, spbDriverOps == nullptr, NFC WaitOnInterruptLoop return");
     EXPECT_EQ(Renew(*manager, NumberOf(9)), 0);
-    EXPECT_TRUE(Desk::WaitForThreads(1));
+    EXPECT_TRUE(PcWithHost::WaitForThreads(1));
     EXPECT_EQ(Joined(log.TakeUnannounced()),
               "LocalWriteRand ReadRandNum failed, LocalWriteRand failed");
 }

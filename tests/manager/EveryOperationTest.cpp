@@ -6,7 +6,7 @@
 #include <numeric>
 #include <random>
 
-#include "tests/support/Desk.h"
+#include "tests/support/PcWithHost.h"
 #include "tests/support/Seeds.h"
 
 using simulator::kDefaultBleAddress;
@@ -26,37 +26,39 @@ void ReadingListener(int /*event*/, const std::uint8_t (&number)[32], int /*rout
 
 using Fill = std::uint8_t;
 
-void (*const kOperations[])(Desk& desk, NfcManager& manager, Fill fill) = {
-    [](Desk& d, NfcManager&, Fill fill) {
+void (*const kOperations[])(PcWithHost& setup, NfcManager& manager, Fill fill) = {
+    [](PcWithHost& d, NfcManager&, Fill fill) {
         d.pc.TapPhone(fill % 2 == 0 ? PcRoute::kI2c : PcRoute::kBle, 0, 50 * hosted::kMillisecond);
     },
-    [](Desk&, NfcManager& m, Fill) {
+    [](PcWithHost&, NfcManager& m, Fill) {
         std::uint8_t number[32];
         m.ReadRandNum(number);
     },
-    [](Desk& d, NfcManager& m, Fill fill) { m.WriteMessage(d.NewMessage(fill)); },
-    [](Desk&, NfcManager& m, Fill) { m.ReadMessage(std::make_shared<NdefMessage>()); },
-    [](Desk&, NfcManager& m, Fill) { m.UpdateNfcData(); },
-    [](Desk&, NfcManager& m, Fill fill) { Renew(m, NumberOf(fill)); },
-    [](Desk&, NfcManager& m, Fill fill) { Renew(m, NumberOf(fill)); },
-    [](Desk&, NfcManager& m, Fill) { m.BtConnect(kDefaultBleAddress); },
-    [](Desk&, NfcManager& m, Fill) { m.BtDisconnect(kDefaultBleAddress); },
-    [](Desk&, NfcManager& m, Fill) { m.DeviceInit(); },
-    [](Desk&, NfcManager& m, Fill fill) { m.SetMcuKbConnectStatus(m.IsActivePC() && fill % 2); },
-    [](Desk&, NfcManager& m, Fill fill) {
+    [](PcWithHost& d, NfcManager& m, Fill fill) { m.WriteMessage(d.NewMessage(fill)); },
+    [](PcWithHost&, NfcManager& m, Fill) { m.ReadMessage(std::make_shared<NdefMessage>()); },
+    [](PcWithHost&, NfcManager& m, Fill) { m.UpdateNfcData(); },
+    [](PcWithHost&, NfcManager& m, Fill fill) { Renew(m, NumberOf(fill)); },
+    [](PcWithHost&, NfcManager& m, Fill fill) { Renew(m, NumberOf(fill)); },
+    [](PcWithHost&, NfcManager& m, Fill) { m.BtConnect(kDefaultBleAddress); },
+    [](PcWithHost&, NfcManager& m, Fill) { m.BtDisconnect(kDefaultBleAddress); },
+    [](PcWithHost&, NfcManager& m, Fill) { m.DeviceInit(); },
+    [](PcWithHost&, NfcManager& m, Fill fill) {
+        m.SetMcuKbConnectStatus(m.IsActivePC() && fill % 2);
+    },
+    [](PcWithHost&, NfcManager& m, Fill fill) {
         m.RegisterListener(fill % 4 ? ReadingListener : nullptr);
     },
-    [](Desk& d, NfcManager&, Fill fill) {
+    [](PcWithHost& d, NfcManager&, Fill fill) {
         NfcManager::Create(d.NewMessage(fill), ReadingListener);
     },
 };
 
 void EveryOperation(std::uint64_t seed, std::uint64_t managers) {
-    Desk desk({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c");
-    desk.Start();
-    std::vector<std::shared_ptr<NfcManager>> all = {desk.manager};
+    PcWithHost setup({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c");
+    setup.Start();
+    std::vector<std::shared_ptr<NfcManager>> all = {setup.manager};
     while (all.size() < managers) {
-        all.push_back(NfcManager::Create(desk.NewMessage(), &ReadingListener));
+        all.push_back(NfcManager::Create(setup.NewMessage(), &ReadingListener));
     }
     std::atomic<unsigned> running{kThreads};
     const hosted::Micros until = hosted::Now() + hosted::kSecond;
@@ -66,7 +68,7 @@ void EveryOperation(std::uint64_t seed, std::uint64_t managers) {
             while (hosted::Now() < until) {
                 const std::uint64_t choice = random();
                 kOperations[choice % std::size(kOperations)](
-                    desk, *manager, static_cast<Fill>(1 + choice / 64 % 200));
+                    setup, *manager, static_cast<Fill>(1 + choice / 64 % 200));
             }
             manager.reset();
             --running;
@@ -76,20 +78,20 @@ void EveryOperation(std::uint64_t seed, std::uint64_t managers) {
     // A Bluetooth answer that never comes takes its three seconds for each of those who queue.
     EXPECT_TRUE(hosted::WaitFor([&] { return running == 0; }, 600 * hosted::kSecond, "callers"))
         << hosted::DescribeThreads();
-    desk.manager->BtDisconnect(kDefaultBleAddress);
-    ASSERT_TRUE(desk.manager->DeviceInit());
-    desk.manager->RegisterListener(&Desk::Listen);
-    EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x77)), 0);
-    EXPECT_EQ(desk.NumberOnChip(), NumberOf(0x77));
-    desk.pc.TapPhone(0, 100 * hosted::kMillisecond);
-    EXPECT_TRUE(Desk::WaitForEvents(2, 20 * hosted::kSecond)) << hosted::DescribeThreads();
-    desk.manager.reset();
+    setup.manager->BtDisconnect(kDefaultBleAddress);
+    ASSERT_TRUE(setup.manager->DeviceInit());
+    setup.manager->RegisterListener(&PcWithHost::Listen);
+    EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x77)), 0);
+    EXPECT_EQ(setup.NumberOnChip(), NumberOf(0x77));
+    setup.pc.TapPhone(0, 100 * hosted::kMillisecond);
+    EXPECT_TRUE(PcWithHost::WaitForEvents(2, 20 * hosted::kSecond)) << hosted::DescribeThreads();
+    setup.manager.reset();
     // The device stays, and the deferred call thread.
     EXPECT_TRUE(
         hosted::WaitFor([] { return hosted::Live().handles <= 2; }, hosted::kSecond, "ends"))
         << hosted::DescribeThreads();
     EXPECT_EQ(hosted::Live().requests, 0U);
-    desk.log.TakeUnannounced();  // any of them may come
+    setup.log.TakeUnannounced();  // any of them may come
 }
 
 TEST(EveryOperation, OnTheRealClock) {

@@ -5,7 +5,7 @@
 #include "platform/LinkDockBackDoor.h"
 #include "tagimage/NfcData.h"
 #include "tests/manager/ManagerAccess.h"
-#include "tests/support/Desk.h"
+#include "tests/support/PcWithHost.h"
 #include "tests/support/ScriptedBus.h"
 #include "tests/support/Seeds.h"
 
@@ -17,36 +17,36 @@ namespace {
 
 constexpr std::size_t kEventThreads = 2;
 
-struct StartedDesk : Desk {
-    StartedDesk() : Desk({PcRoute::kI2c}, "fm11nt082c") { Start(); }
+struct StartedPc : PcWithHost {
+    StartedPc() : PcWithHost({PcRoute::kI2c}, "fm11nt082c") { Start(); }
 };
 
 TEST(WriteMessage, LogsItsSteps) {
     hosted::UseScheduledClock({Seed()});
-    StartedDesk desk;
+    StartedPc setup;
     EXPECT_TRUE(HasInOrder(
-        desk.log,
+        setup.log,
         {"NFC_WriteMessage with dynamic delay begin!", "ReadMessage ReadNfcContent failed",
          "WriteMessage Read failed", "UpdateNfcData begin writing Nfc Chip",
          "UpdateNfcData Write Nfc Chip Successful", "UpdateNfcData ReadRandNum Successful",
          "UpdateNfcData success", "NfcThreadCreate start", "NfcThreadCreate pass"}));
-    EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage()), 0);
-    EXPECT_TRUE(HasInOrder(desk.log, {"NFC_ m_staticNotificationThread already exist",
-                                      "NFC_ m_staticCallThread already exist"}));
+    EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
+    EXPECT_TRUE(HasInOrder(setup.log, {"NFC_ m_staticNotificationThread already exist",
+                                       "NFC_ m_staticCallThread already exist"}));
     EXPECT_EQ(hosted::Live().threads, kEventThreads);
 }
 
 TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
     hosted::UseScheduledClock({Seed()});
-    StartedDesk desk;
-    NfcManagerTestAccess::Message(*desk.manager)->SetUrl(std::string(50, 'w'));
+    StartedPc setup;
+    NfcManagerTestAccess::Message(*setup.manager)->SetUrl(std::string(50, 'w'));
     const auto withoutUrl = std::make_shared<NdefMessage>();
     withoutUrl->SetMac({9, 8, 7, 6, 5, 4});
     withoutUrl->SetModel({1, 2, 3, 4});
     SetNumber(*withoutUrl, NumberOf(0x22));
-    EXPECT_EQ(desk.manager->WriteMessage(withoutUrl), 0) << "whatever its PC type";
+    EXPECT_EQ(setup.manager->WriteMessage(withoutUrl), 0) << "whatever its PC type";
     NfcData data;
-    ASSERT_TRUE(data.Init() && data.Parse(desk.ImageOnChip(143)));
+    ASSERT_TRUE(data.Init() && data.Parse(setup.ImageOnChip(143)));
     EXPECT_EQ(data.GetUrl(), std::string(50, 'u')) << "the tag's, not the manager's";
     EXPECT_EQ(data.GetMacAddr() + data.GetModel(), "\x9\x8\x7\x6\x5\x4\x1\x2\x3\x4");
     EXPECT_EQ(data.GetRandomNumber(), std::string(32, 0x22));
@@ -54,25 +54,25 @@ TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
 
 TEST(ReadMessage, RefusesASpoiledImageUntilItIsWrittenAgain) {
     hosted::UseScheduledClock({Seed()});
-    StartedDesk desk;
+    StartedPc setup;
     {
         constexpr unsigned kUriRecordAt = 18;
         const hosted::DeviceLock lock;
-        desk.pc.chip()->BackDoor().SetMemory(kUriRecordAt, {0xD1});
+        setup.pc.chip()->BackDoor().SetMemory(kUriRecordAt, {0xD1});
     }
     const auto target = std::make_shared<NdefMessage>();
-    EXPECT_EQ(desk.manager->ReadMessage(target), -1);
-    EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x22)), 0);
-    EXPECT_EQ(desk.log.TakeUnannounced().back(), "nfcDataRead init fail");
-    EXPECT_EQ(desk.manager->ReadMessage(target), 0);
-    EXPECT_EQ(desk.manager->ReadMessage(nullptr), -1);
+    EXPECT_EQ(setup.manager->ReadMessage(target), -1);
+    EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x22)), 0);
+    EXPECT_EQ(setup.log.TakeUnannounced().back(), "nfcDataRead init fail");
+    EXPECT_EQ(setup.manager->ReadMessage(target), 0);
+    EXPECT_EQ(setup.manager->ReadMessage(nullptr), -1);
     std::uint8_t type = 1;
     target->GetPcType(type);
     EXPECT_EQ(type, 0) << "all but the PC type is filled";
 }
 
-struct TwoRoutes : Desk {
-    TwoRoutes() : Desk({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c") {
+struct TwoRoutes : PcWithHost {
+    TwoRoutes() : PcWithHost({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c") {
         Start();
         log.Clear();
         threads = hosted::Live().threads;
@@ -103,59 +103,59 @@ Number OnlyByteTwo() {
 
 TEST(WriteMessage, SaysWhichStepFailed) {
     hosted::UseScheduledClock({Seed()});
-    TwoRoutes desk;
-    const auto message = desk.NewMessage(0x22);
+    TwoRoutes setup;
+    const auto message = setup.NewMessage(0x22);
     TwoRoutes::RefuseThreeWrites();
-    EXPECT_EQ(desk.manager->WriteMessage(message), -1);
-    EXPECT_EQ(desk.ErrorsInTheEnd(),
+    EXPECT_EQ(setup.manager->WriteMessage(message), -1);
+    EXPECT_EQ(setup.ErrorsInTheEnd(),
               kRefusedThrice + "UpdateNfcData Write failed, UpdateNfcData failed");
-    EXPECT_TRUE(desk.log.Has("NfcThreadCreate pass")) << "failed or not";
+    EXPECT_TRUE(setup.log.Has("NfcThreadCreate pass")) << "failed or not";
     SetNumber(*message, OnlyByteTwo());
-    EXPECT_EQ(desk.manager->WriteMessage(message), 0);
-    EXPECT_EQ(desk.ErrorsInTheEnd(), "");
+    EXPECT_EQ(setup.manager->WriteMessage(message), 0);
+    EXPECT_EQ(setup.ErrorsInTheEnd(), "");
     message->SetUrl(std::string(163, 'v'));
-    EXPECT_EQ(desk.manager->WriteMessage(message), -1);
-    EXPECT_EQ(desk.ErrorsInTheEnd(),
+    EXPECT_EQ(setup.manager->WriteMessage(message), -1);
+    EXPECT_EQ(setup.ErrorsInTheEnd(),
               "length error, m_nfcData SetUrl failed, SetContent fail, UpdateNfcData failed");
     // The URL stays in memory, so that a number does not fit either.
-    EXPECT_EQ(Renew(*desk.manager, NumberOf(4)), -1);
-    EXPECT_EQ(desk.ErrorsInTheEnd(),
+    EXPECT_EQ(Renew(*setup.manager, NumberOf(4)), -1);
+    EXPECT_EQ(setup.ErrorsInTheEnd(),
               "length error, m_nfcData SetRandomNumber failed, SetRandomNumber fail");
 }
 
 TEST(RandomNumberThread, SaysWhichStepFailed) {
     hosted::UseScheduledClock({Seed()});
-    TwoRoutes desk;
+    TwoRoutes setup;
     TwoRoutes::RefuseThreeWrites();
-    EXPECT_EQ(Renew(*desk.manager, NumberOf(4)), 0);
-    EXPECT_EQ(desk.ErrorsInTheEnd(),
+    EXPECT_EQ(Renew(*setup.manager, NumberOf(4)), 0);
+    EXPECT_EQ(setup.ErrorsInTheEnd(),
               kRefusedThrice + "LocalWriteRand WriteNfcContent failed, LocalWriteRand failed");
-    EXPECT_EQ(Renew(*desk.manager, OnlyByteTwo()), 0);
-    EXPECT_EQ(desk.ErrorsInTheEnd(), "LocalWriteRand ReadRandNum failed, LocalWriteRand failed");
-    EXPECT_EQ(desk.log.Count("LocalWriteRand begin ReadRandNum"), 3U);
-    EXPECT_EQ(Renew(*desk.manager, OnlyByteTwo()), 0);
-    EXPECT_TRUE(desk.log.Has("WriteRandNum no need to update")) << "given again after a failure";
+    EXPECT_EQ(Renew(*setup.manager, OnlyByteTwo()), 0);
+    EXPECT_EQ(setup.ErrorsInTheEnd(), "LocalWriteRand ReadRandNum failed, LocalWriteRand failed");
+    EXPECT_EQ(setup.log.Count("LocalWriteRand begin ReadRandNum"), 3U);
+    EXPECT_EQ(Renew(*setup.manager, OnlyByteTwo()), 0);
+    EXPECT_TRUE(setup.log.Has("WriteRandNum no need to update")) << "given again after a failure";
 }
 
 // A chip whose mode byte is not 6 starts silent, and takes no frame while it stores a block.
 TEST(WriteMessage, SwitchesTheRadioOnBesideANumberThread) {
     ForEachSeed(100, [] {
         constexpr unsigned kModeRegister = 0x038C;
-        Desk desk({PcRoute::kI2c});
+        PcWithHost setup({PcRoute::kI2c});
         {
             const hosted::DeviceLock lock;
-            desk.pc.chip()->BackDoor().StickBits(kModeRegister, 0x10, 0x10);
+            setup.pc.chip()->BackDoor().StickBits(kModeRegister, 0x10, 0x10);
         }
-        ASSERT_TRUE(desk.Create() && desk.manager->DeviceInit());
-        OnThread([&desk] {
+        ASSERT_TRUE(setup.Create() && setup.manager->DeviceInit());
+        OnThread([&setup] {
             Sleep(static_cast<DWORD>(1 + hosted::Random() % 300));
-            EXPECT_EQ(Renew(*desk.manager, NumberOf(0x41)), 0);
+            EXPECT_EQ(Renew(*setup.manager, NumberOf(0x41)), 0);
         });
-        EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage()), 0);
-        EXPECT_TRUE(Desk::WaitForThreads(kEventThreads));
-        desk.log.TakeUnannounced();
+        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
+        EXPECT_TRUE(PcWithHost::WaitForThreads(kEventThreads));
+        setup.log.TakeUnannounced();
         const hosted::DeviceLock lock;
-        EXPECT_TRUE(desk.pc.chip()->BackDoor().RadioOn());
+        EXPECT_TRUE(setup.pc.chip()->BackDoor().RadioOn());
     });
 }
 
@@ -166,39 +166,39 @@ TEST(WriteMessage, StartsBothThreadsOrNone) {
             const bool fails = call == hosted::Call::kCreateThread && --threadsUntilFailure == 0;
             return fails ? ERROR_NOT_ENOUGH_MEMORY : 0;
         });
-        Desk desk({PcRoute::kI2c}, "fm11nt082c");
-        ASSERT_TRUE(desk.Create() && desk.manager->DeviceInit());
-        EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x41)), -1);
-        EXPECT_TRUE(HasInOrder(desk.log, {"UpdateNfcData success", "NfcThreadCreate fail"}));
+        PcWithHost setup({PcRoute::kI2c}, "fm11nt082c");
+        ASSERT_TRUE(setup.Create() && setup.manager->DeviceInit());
+        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x41)), -1);
+        EXPECT_TRUE(HasInOrder(setup.log, {"UpdateNfcData success", "NfcThreadCreate fail"}));
         EXPECT_TRUE(m_staticNotificationThread == nullptr && m_staticCallThread == nullptr);
-        Desk::Pass(hosted::kSecond);
+        PcWithHost::Pass(hosted::kSecond);
         EXPECT_EQ(hosted::Live().requests, 0U) << "nobody waits for an interrupt";
-        EXPECT_EQ(desk.NumberOnChip(), NumberOf(0x41)) << "the tag is written all the same";
-        EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x42)), 0);
-        desk.pc.TapPhone(0, hosted::kSecond);
-        Desk::Pass(20 * hosted::kSecond);
-        EXPECT_EQ(EventsHeard(), (std::vector<int>{3, 1})) << "from one thread of each kind";
+        EXPECT_EQ(setup.NumberOnChip(), NumberOf(0x41)) << "the tag is written all the same";
+        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x42)), 0);
+        setup.pc.TapPhone(0, hosted::kSecond);
+        PcWithHost::Pass(20 * hosted::kSecond);
+        EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1})) << "from one thread of each kind";
         // A deferred call thread that has no handle left sleeps until its next wake-up.
         EXPECT_LE(hosted::Live().threads, kEventThreads);
         hosted::SetCallHook({});
-        desk.log.TakeUnannounced();
+        setup.log.TakeUnannounced();
     });
 }
 
 TEST(UpdateNfcContent, WritesWhatDiffers) {
     hosted::UseScheduledClock({Seed()});
-    TwoRoutes desk;
-    const auto update = [&desk] { return NfcManagerTestAccess::UpdateNfcContent(*desk.manager); };
+    TwoRoutes setup;
+    const auto update = [&setup] { return NfcManagerTestAccess::UpdateNfcContent(*setup.manager); };
     EXPECT_TRUE(update());
-    EXPECT_EQ(desk.pc.bluetooth()->ImagesStored(), 1U) << "equal content is not written again";
-    SetNumber(*NfcManagerTestAccess::Message(*desk.manager), NumberOf(0x22));
+    EXPECT_EQ(setup.pc.bluetooth()->ImagesStored(), 1U) << "equal content is not written again";
+    SetNumber(*NfcManagerTestAccess::Message(*setup.manager), NumberOf(0x22));
     TwoRoutes::RefuseThreeWrites();
     EXPECT_FALSE(update());
-    EXPECT_EQ(desk.log.TakeUnannounced().back(), "UpdateNfcContent reWrite failed");
+    EXPECT_EQ(setup.log.TakeUnannounced().back(), "UpdateNfcContent reWrite failed");
     EXPECT_TRUE(update());
-    EXPECT_TRUE(desk.log.Has("UpdateNfcContent Write Nfc Chip Successful"));
-    EXPECT_EQ(desk.pc.bluetooth()->ImagesStored(), 2U);
-    EXPECT_EQ(desk.NumberOnChip(), NumberOf(0x22));
+    EXPECT_TRUE(setup.log.Has("UpdateNfcContent Write Nfc Chip Successful"));
+    EXPECT_EQ(setup.pc.bluetooth()->ImagesStored(), 2U);
+    EXPECT_EQ(setup.NumberOnChip(), NumberOf(0x22));
 }
 
 }  // namespace

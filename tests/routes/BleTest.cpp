@@ -7,7 +7,7 @@
 
 #include "platform/LinkDockBackDoor.h"
 #include "simulator/BlePeerAdapter.h"
-#include "tests/support/Desk.h"
+#include "tests/support/PcWithHost.h"
 
 using LinkDockService::BleCall;
 using LinkDockService::DeliveryHabits;
@@ -28,16 +28,16 @@ Link LinkOf(const simulator::BluetoothKeyboard& keyboard) {
 }
 
 // A report that the client delivers on its own thread, at once.
-void SendFieldNow(Desk& desk, bool enter) {
-    desk.pc.bluetooth()->SendField(enter);
-    Desk::Pass(hosted::kMillisecond);
+void SendFieldNow(PcWithHost& setup, bool enter) {
+    setup.pc.bluetooth()->SendField(enter);
+    PcWithHost::Pass(hosted::kMillisecond);
 }
 
 TEST(Ble, LinkStates) {
     hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kBle});
-    ASSERT_TRUE(desk.Create());
-    desk.log.Announce("[NFC] btmac error!");
+    PcWithHost setup({PcRoute::kBle});
+    ASSERT_TRUE(setup.Create());
+    setup.log.Announce("[NFC] btmac error!");
     const std::string enter = "[NFC] BtConnect enter., ";
     const std::string refused = enter + "[NFC] BleClientConnect failed.";
     const std::string linked = enter + "[NFC] BtConnect succ., [NFC] BtDataNotify init succ., ";
@@ -73,95 +73,95 @@ TEST(Ble, LinkStates) {
     std::size_t heard = 0;
     for (const auto& [operation, address, fails, result, link, lines] : steps) {
         SCOPED_TRACE(lines);
-        desk.log.Clear();
+        setup.log.Clear();
         if (fails) {
             LinkDockService::FailCall(*fails, 1);
         }
-        EXPECT_EQ(((*desk.manager).*operation)(address), result);
-        EXPECT_EQ(LinkOf(*desk.pc.bluetooth()), link);
-        EXPECT_EQ(Joined(desk.log.Texts()), lines);
-        SendFieldNow(desk, true);
+        EXPECT_EQ(((*setup.manager).*operation)(address), result);
+        EXPECT_EQ(LinkOf(*setup.pc.bluetooth()), link);
+        EXPECT_EQ(Joined(setup.log.Texts()), lines);
+        SendFieldNow(setup, true);
         heard += link == Link::kSubscribed ? 1 : 0;
-        EXPECT_EQ(HeardSoFar().size(), heard) << "once, through the one sink there is";
+        EXPECT_EQ(EventsSoFar().size(), heard) << "once, through the one sink there is";
     }
     // Another keyboard takes the place of the one that is connected.
     constexpr std::uint64_t kAnother = 11;
-    EXPECT_TRUE(desk.manager->BtConnect(kKeyboard));
+    EXPECT_TRUE(setup.manager->BtConnect(kKeyboard));
     LinkDockService::SetPeer(
         simulator::BlePeerAdapter::Make(std::make_shared<simulator::BluetoothKeyboard>(kAnother)));
-    EXPECT_TRUE(desk.manager->BtConnect(kAnother));
-    EXPECT_FALSE(desk.pc.bluetooth()->Subscribed()) << "the sink there was is gone";
-    EXPECT_TRUE(desk.manager->BtDisconnect(kAnother));
+    EXPECT_TRUE(setup.manager->BtConnect(kAnother));
+    EXPECT_FALSE(setup.pc.bluetooth()->Subscribed()) << "the sink there was is gone";
+    EXPECT_TRUE(setup.manager->BtDisconnect(kAnother));
     EXPECT_EQ(hosted::Live().handles, 0U);
     LinkDockService::SetNoInstance(true);
-    EXPECT_FALSE(desk.manager->BtConnect(kAnother));
+    EXPECT_FALSE(setup.manager->BtConnect(kAnother));
 }
 
 TEST(Ble, DisconnectsInOrder) {
-    StartedDesk desk({PcRoute::kBle});
+    StartedPc setup({PcRoute::kBle});
     bool connectedAtLastClose = true;
     const hosted::ThreadId host = hosted::CurrentThread();
     hosted::SetCallHook([&, host](hosted::Call call, hosted::ThreadId thread) -> DWORD {
         if (call == hosted::Call::kCloseHandle && thread == host) {
-            connectedAtLastClose = desk.pc.bluetooth()->Connected();
+            connectedAtLastClose = setup.pc.bluetooth()->Connected();
         }
         return 0;
     });
-    EXPECT_TRUE(desk.manager->BtDisconnect(kKeyboard));
+    EXPECT_TRUE(setup.manager->BtDisconnect(kKeyboard));
     hosted::SetCallHook({});
-    EXPECT_EQ(Joined(desk.pc.bluetooth()->Refusals()), "") << "unsubscribed while connected";
+    EXPECT_EQ(Joined(setup.pc.bluetooth()->Refusals()), "") << "unsubscribed while connected";
     EXPECT_FALSE(connectedAtLastClose) << "the event is closed after the disconnection";
 }
 
 TEST(Ble, ASinkThatTheClientDoesNotLetGoOfFallsSilent) {
-    StartedDesk desk({PcRoute::kBle});
+    StartedPc setup({PcRoute::kBle});
     DeliveryHabits habits;
     habits.afterRefusedUnsubscribe = true;
     LinkDockService::SetDeliveryHabits(habits);
     LinkDockService::FailCall(BleCall::kUnsubscribe, 1);
     LinkDockService::FailCall(BleCall::kDisconnect, 1);
-    EXPECT_TRUE(desk.manager->BtDisconnect(kKeyboard));
-    desk.log.Clear();
-    SendFieldNow(desk, true);
-    EXPECT_EQ(EventsHeard(), std::vector<int>{}) << "after BtDisconnect has returned";
-    EXPECT_FALSE(desk.log.Has("[NFC] start size:")) << "a number would not be taken either";
-    EXPECT_TRUE(desk.manager->BtConnect(kKeyboard));
-    SendFieldNow(desk, false);
-    EXPECT_EQ(EventsHeard(), std::vector<int>{1}) << "once";
+    EXPECT_TRUE(setup.manager->BtDisconnect(kKeyboard));
+    setup.log.Clear();
+    SendFieldNow(setup, true);
+    EXPECT_EQ(EventNumbers(), std::vector<int>{}) << "after BtDisconnect has returned";
+    EXPECT_FALSE(setup.log.Has("[NFC] start size:")) << "a number would not be taken either";
+    EXPECT_TRUE(setup.manager->BtConnect(kKeyboard));
+    SendFieldNow(setup, false);
+    EXPECT_EQ(EventNumbers(), std::vector<int>{1}) << "once";
 }
 
 // The client may deliver inside the calls that the library makes. The listener calls the manager
 // back whenever a phone has come.
 TEST(Ble, AListenerMayCallTheManagerWhereverTheClientDelivers) {
     ForEachSeed(10, [] {
-        Desk desk({PcRoute::kBle});
-        desk.Start();
+        PcWithHost setup({PcRoute::kBle});
+        setup.Start();
         std::uint8_t number[32] = {};
         std::uint8_t fill = 0x20;
-        ReactToEvents([&](const Heard& heard) {
+        ReactToEvents([&](const ReceivedEvent& heard) {
             std::uint8_t read[32] = {};
             if (heard.event == 3) {
-                EXPECT_EQ(desk.manager->ReadRandNum(read), 0);
-                EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(++fill)), 0);
-                EXPECT_EQ(Renew(*desk.manager, NumberOf(++fill)), 0);
+                EXPECT_EQ(setup.manager->ReadRandNum(read), 0);
+                EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(++fill)), 0);
+                EXPECT_EQ(Renew(*setup.manager, NumberOf(++fill)), 0);
             }
         });
         DeliveryHabits habits;
         habits.insideSubscribeMs = habits.insideWriteMs = 20;
         LinkDockService::SetDeliveryHabits(habits);
         const std::function<bool()> operations[] = {
-            [&] { return desk.manager->BtConnect(kKeyboard); },
-            [&] { return desk.manager->ReadRandNum(number) == 0; },
-            [&] { return desk.manager->WriteMessage(desk.NewMessage(0x31)) == 0; },
-            [&] { return Renew(*desk.manager, NumberOf(0x32)) == 0; },
+            [&] { return setup.manager->BtConnect(kKeyboard); },
+            [&] { return setup.manager->ReadRandNum(number) == 0; },
+            [&] { return setup.manager->WriteMessage(setup.NewMessage(0x31)) == 0; },
+            [&] { return Renew(*setup.manager, NumberOf(0x32)) == 0; },
         };
         for (const auto& operation : operations) {
-            TakeHeard();
-            desk.pc.bluetooth()->SendField(true, 1 * hosted::kMillisecond);
-            desk.pc.bluetooth()->SendField(false, 10 * hosted::kMillisecond);
+            TakeEvents();
+            setup.pc.bluetooth()->SendField(true, 1 * hosted::kMillisecond);
+            setup.pc.bluetooth()->SendField(false, 10 * hosted::kMillisecond);
             EXPECT_TRUE(operation());
-            Desk::Pass(20 * hosted::kSecond);
-            EXPECT_EQ(EventsHeard(), (std::vector<int>{3, 1}));
+            PcWithHost::Pass(20 * hosted::kSecond);
+            EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
         }
     });
 }
@@ -181,28 +181,28 @@ void LookTwice(int /*event*/, const std::uint8_t (&number)[32], int /*route*/) {
 
 TEST(Ble, TwoDeliveriesAtOnceShowEachListenerCallItsOwnNumber) {
     hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kBle});
+    PcWithHost setup({PcRoute::kBle});
     DeliveryHabits habits;
     habits.threads = 2;
     LinkDockService::SetDeliveryHabits(habits);
-    desk.Start();
-    desk.manager->RegisterListener(&LookTwice);
+    setup.Start();
+    setup.manager->RegisterListener(&LookTwice);
     constexpr std::uint8_t kVisits = 20;
     for (std::uint8_t i = 0; i < kVisits; ++i) {
         const hosted::Micros at = hosted::kMillisecond * 3 * i;
-        desk.pc.bluetooth()->SendNumber(simulator::Bytes(32, i), at);
-        desk.pc.bluetooth()->SendField(i % 2 == 0, at + hosted::kMillisecond);
+        setup.pc.bluetooth()->SendNumber(simulator::Bytes(32, i), at);
+        setup.pc.bluetooth()->SendField(i % 2 == 0, at + hosted::kMillisecond);
     }
-    Desk::Pass(hosted::kSecond);
+    PcWithHost::Pass(hosted::kSecond);
     EXPECT_EQ(g_seenNumbers, kVisits);
     EXPECT_EQ(g_tornNumbers, 0U);
 }
 
 TEST(Ble, JudgesEveryNotification) {
-    StartedDesk desk({PcRoute::kBle});
+    StartedPc setup({PcRoute::kBle});
     const std::string tooShort = "[NFC] value length is err";
-    desk.log.Announce(tooShort);
-    Desk::Pass(hosted::kMillisecond);  // the interrupt thread, which no driver serves, ends
+    setup.log.Announce(tooShort);
+    PcWithHost::Pass(hosted::kMillisecond);  // the interrupt thread, which no driver serves, ends
     const std::string invalid = "[NFC] not valid data ";
     const std::string entered = "NFC_SELECT_IN_FIELD 1st report";
     const std::string left = "NFC_defer call done: ";
@@ -228,63 +228,63 @@ TEST(Ble, JudgesEveryNotification) {
     for (const auto& [head, size, line] : cases) {
         std::vector<std::uint8_t> value(size, static_cast<std::uint8_t>(size));
         std::copy(head.begin(), head.end(), value.begin());
-        desk.log.Clear();
-        desk.pc.bluetooth()->SendRaw(value);
-        Desk::Pass(hosted::kMillisecond);
-        EXPECT_EQ(Joined(desk.log.Texts()), "[NFC] start size:, " + line) << size << " bytes";
+        setup.log.Clear();
+        setup.pc.bluetooth()->SendRaw(value);
+        PcWithHost::Pass(hosted::kMillisecond);
+        EXPECT_EQ(Joined(setup.log.Texts()), "[NFC] start size:, " + line) << size << " bytes";
     }
-    EXPECT_EQ(EventsHeard(4), (std::vector<int>{3, 1, 1, 3}));
-    EXPECT_EQ(HeardSoFar()[3].number[31], 0x40);
+    EXPECT_EQ(EventNumbers(4), (std::vector<int>{3, 1, 1, 3}));
+    EXPECT_EQ(EventsSoFar()[3].number[31], 0x40);
 }
 
 TEST(Ble, ALateNumberAnswersTheNextRequest) {
-    StartedDesk desk({PcRoute::kBle});
-    simulator::BluetoothKeyboard& keyboard = *desk.pc.bluetooth();
+    StartedPc setup({PcRoute::kBle});
+    simulator::BluetoothKeyboard& keyboard = *setup.pc.bluetooth();
     keyboard.SetAnswerLatency(3500 * hosted::kMillisecond);
     keyboard.SetMemory(122, simulator::Bytes(32, 0x91));
-    desk.log.Announce("NFC ReadRandNumber fail,");
+    setup.log.Announce("NFC ReadRandNumber fail,");
     std::uint8_t number[32] = {0xCD};
     const hosted::Micros before = hosted::Now();
-    EXPECT_EQ(desk.manager->ReadRandNum(number), 0) << "the other routes count";
+    EXPECT_EQ(setup.manager->ReadRandNum(number), 0) << "the other routes count";
     EXPECT_EQ(hosted::Now() - before, 3 * hosted::kSecond);
     EXPECT_EQ(number[0], 0xCD);
-    Desk::Pass(hosted::kSecond);
+    PcWithHost::Pass(hosted::kSecond);
     keyboard.SetMemory(122, simulator::Bytes(32, 0x92));
-    EXPECT_EQ(desk.manager->ReadRandNum(number), 0);
+    EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
     EXPECT_EQ(hosted::Now() - before, 4 * hosted::kSecond) << "at once";
     EXPECT_EQ(number[0], 0x91);
 }
 
 TEST(Ble, ADisconnectWithoutAClientSilencesTheSinkOfTheConnectBefore) {
     hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kBle});
-    ASSERT_TRUE(desk.Create());
-    ASSERT_TRUE(desk.manager->BtConnect(kKeyboard));
+    PcWithHost setup({PcRoute::kBle});
+    ASSERT_TRUE(setup.Create());
+    ASSERT_TRUE(setup.manager->BtConnect(kKeyboard));
     LinkDockService::SetNoInstance(true);
-    EXPECT_FALSE(desk.manager->BtConnect(kKeyboard));
-    EXPECT_FALSE(desk.manager->BtDisconnect(kKeyboard));
-    SendFieldNow(desk, true);
-    EXPECT_EQ(EventsHeard(), std::vector<int>{});
+    EXPECT_FALSE(setup.manager->BtConnect(kKeyboard));
+    EXPECT_FALSE(setup.manager->BtDisconnect(kKeyboard));
+    SendFieldNow(setup, true);
+    EXPECT_EQ(EventNumbers(), std::vector<int>{});
 }
 
 // Reports come faster than the listener returns, the first one inside a call of the client.
 TEST(Ble, AKeyboardThatReportsWithoutEndKeepsNoOperation) {
     hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kBle});
-    ASSERT_TRUE(desk.Create());
-    ASSERT_TRUE(desk.manager->BtConnect(kKeyboard));
+    PcWithHost setup({PcRoute::kBle});
+    ASSERT_TRUE(setup.Create());
+    ASSERT_TRUE(setup.manager->BtConnect(kKeyboard));
     DeliveryHabits habits;
     habits.insideWriteMs = 20;
     LinkDockService::SetDeliveryHabits(habits);
-    ReactToEvents([](const Heard& /*event*/) { Sleep(40); });
+    ReactToEvents([](const ReceivedEvent& /*event*/) { Sleep(40); });
     for (int i = 0; i < 600; ++i) {
-        desk.pc.bluetooth()->SendField(i % 2 == 0, (1 + i * 30) * hosted::kMillisecond);
+        setup.pc.bluetooth()->SendField(i % 2 == 0, (1 + i * 30) * hosted::kMillisecond);
     }
     std::uint8_t number[32];
     const hosted::Micros begin = hosted::Now();
-    EXPECT_EQ(desk.manager->ReadRandNum(number), 0);
+    EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
     EXPECT_LT(hosted::Now() - begin, 5 * hosted::kSecond);
-    EXPECT_TRUE(desk.manager->BtDisconnect(kKeyboard));
+    EXPECT_TRUE(setup.manager->BtDisconnect(kKeyboard));
 }
 
 }  // namespace

@@ -5,14 +5,14 @@
 #include <numeric>
 
 #include "routes/NfcProxy.h"
-#include "tests/support/Desk.h"
+#include "tests/support/PcWithHost.h"
 
 using simulator::PcRoute;
 using namespace testing_support;
 
 namespace {
 
-using Operation = std::function<bool(Desk& desk, NfcProxy& proxy)>;
+using Operation = std::function<bool(PcWithHost& setup, NfcProxy& proxy)>;
 
 // The registers that went out, each with the number of bytes written or read there: "16+18" for a
 // read of 18 bytes. A pause after a block is a dot.
@@ -39,8 +39,8 @@ std::string Image(std::size_t size) {
 }
 
 Operation Read(std::size_t size) {
-    return [image = Image(size)](Desk& desk, NfcProxy& proxy) {
-        desk.pc.chip()->BackDoor().SetMemory(16, simulator::Bytes(image.begin(), image.end()));
+    return [image = Image(size)](PcWithHost& setup, NfcProxy& proxy) {
+        setup.pc.chip()->BackDoor().SetMemory(16, simulator::Bytes(image.begin(), image.end()));
         std::string content = "untouched";
         const bool result = proxy.ReadNfcContent(content);
         EXPECT_EQ(content, result ? image : "untouched");
@@ -48,14 +48,14 @@ Operation Read(std::size_t size) {
     };
 }
 Operation Write(std::size_t size) {
-    return [image = Image(size + 3).substr(3)](Desk& desk, NfcProxy& proxy) {
-        desk.pc.chip()->BackDoor().SetMemory(16, simulator::Bytes(256));
+    return [image = Image(size + 3).substr(3)](PcWithHost& setup, NfcProxy& proxy) {
+        setup.pc.chip()->BackDoor().SetMemory(16, simulator::Bytes(256));
         const bool result = proxy.WriteNfcContent(image);
-        EXPECT_TRUE(!result || desk.ImageOnChip(image.size()) == image);
+        EXPECT_TRUE(!result || setup.ImageOnChip(image.size()) == image);
         return result;
     };
 }
-const Operation kReadNumber = [](Desk& /*desk*/, NfcProxy& proxy) {
+const Operation kReadNumber = [](PcWithHost& /*setup*/, NfcProxy& proxy) {
     Number number{};
     return proxy.ReadRandNumber(number.data());
 };
@@ -97,28 +97,28 @@ const struct {
 };
 
 TEST(Content, MovesInBlocksWholeOrNotAtAll) {
-    StartedDesk desk({PcRoute::kUsb});
-    desk.log.Announce("NFC Error", "Nfc write spd", "Nfc read spb");  // of the transfers
+    StartedPc setup({PcRoute::kUsb});
+    setup.log.Announce("NFC Error", "Nfc write spd", "Nfc read spb");  // of the transfers
     BusRecorder recorder;
     for (const auto& [operation, faults, result, blocks, errors] : kCases) {
         SCOPED_TRACE(blocks + errors);
-        desk.SetFaults(faults);
+        setup.SetFaults(faults);
         recorder.Take();
-        EXPECT_EQ(operation(desk, *NfcProxy::Detached()), result);
+        EXPECT_EQ(operation(setup, *NfcProxy::Detached()), result);
         EXPECT_EQ(Blocks(recorder.Take(hosted::CurrentThread())), blocks);
-        EXPECT_EQ(Joined(desk.log.TakeUnannounced()), errors);
+        EXPECT_EQ(Joined(setup.log.TakeUnannounced()), errors);
     }
 }
 
 TEST(Content, IsWrittenAgainWhenFanliFindsAFault) {
-    StartedDesk desk({PcRoute::kI2c}, "fanli");
-    desk.log.Clear();
-    desk.pc.chip()->BackDoor().FailWriteCheck(0x30);
-    EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x33)), 0);
-    EXPECT_TRUE(HasInOrder(desk.log,
+    StartedPc setup({PcRoute::kI2c}, "fanli");
+    setup.log.Clear();
+    setup.pc.chip()->BackDoor().FailWriteCheck(0x30);
+    EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x33)), 0);
+    EXPECT_TRUE(HasInOrder(setup.log,
                            {"Nfc CheckWriteTag ret: 0", "Nfc WriteTag retry: 0",
                             "NfcWriteTag totalLen=143, block num=9", "Nfc CheckWriteTag ret: 1"}));
-    EXPECT_EQ(desk.NumberOnChip(), NumberOf(0x33));
+    EXPECT_EQ(setup.NumberOnChip(), NumberOf(0x33));
 }
 
 }  // namespace

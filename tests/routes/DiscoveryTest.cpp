@@ -5,7 +5,7 @@
 
 #include "routes/HidDiscovery.h"
 #include "simulator/HidDriver.h"
-#include "tests/support/Desk.h"
+#include "tests/support/PcWithHost.h"
 
 using namespace testing_support;
 using hosted::HidInterface;

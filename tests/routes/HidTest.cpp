@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "routes/HidReports.h"
-#include "tests/support/Desk.h"
+#include "tests/support/PcWithHost.h"
 
 using simulator::PcRoute;
 using namespace testing_support;
@@ -10,8 +10,8 @@ using namespace testing_support;
 namespace {
 
 TEST(Hid, JudgesEveryReport) {
-    StartedDesk desk({PcRoute::kHid});
-    EXPECT_TRUE(desk.manager->SetMcuKbConnectStatus(false));  // stops no report from coming
+    StartedPc setup({PcRoute::kHid});
+    EXPECT_TRUE(setup.manager->SetMcuKbConnectStatus(false));  // stops no report from coming
     const std::string arrived = "NFC Interrupt arrive, ";
     const std::string invalid = arrived + "not valid mcu data, ";
     const struct {
@@ -27,71 +27,71 @@ TEST(Hid, JudgesEveryReport) {
         {2, 0xE6, 0xE6, invalid},
     };
     for (const auto& [type, first, second, lines] : cases) {
-        Desk::Pass(hosted::kSecond);
-        desk.log.Clear();
+        PcWithHost::Pass(hosted::kSecond);
+        setup.log.Clear();
         simulator::Bytes report(64, 0x5A);
         report[5] = type;
         report[6] = first;
         report[7] = second;
-        desk.pc.keyboard()->SendRaw(report);
-        Desk::Pass(5 * hosted::kMillisecond);
-        EXPECT_EQ(Joined(desk.log.Texts()), lines + "NFC Wait For KeyboardData");
+        setup.pc.keyboard()->SendRaw(report);
+        PcWithHost::Pass(5 * hosted::kMillisecond);
+        EXPECT_EQ(Joined(setup.log.Texts()), lines + "NFC Wait For KeyboardData");
     }
-    EXPECT_EQ(EventsHeard(3), (std::vector<int>{3, 1}));
-    EXPECT_EQ(HeardSoFar()[0].number[0], 0xA1);
-    EXPECT_EQ(HeardSoFar()[0].number[31], 0x5A);
+    EXPECT_EQ(EventNumbers(3), (std::vector<int>{3, 1}));
+    EXPECT_EQ(EventsSoFar()[0].number[0], 0xA1);
+    EXPECT_EQ(EventsSoFar()[0].number[31], 0x5A);
 }
 
 TEST(Hid, SendsNothingWhileTheKeyboardIsAway) {
-    StartedDesk desk({PcRoute::kHid});
-    const simulator::KeyboardMcu& keyboard = *desk.pc.keyboard();
+    StartedPc setup({PcRoute::kHid});
+    const simulator::KeyboardMcu& keyboard = *setup.pc.keyboard();
     const std::size_t before = keyboard.ReportsSeen();
     std::uint8_t number[32] = {0xCD};
-    desk.manager->SetMcuKbConnectStatus(false);
-    EXPECT_EQ(desk.manager->ReadRandNum(number), 0);
+    setup.manager->SetMcuKbConnectStatus(false);
+    EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
     EXPECT_EQ(number[0], 0xCD);
-    desk.log.Announce("ReadRandNum value is wrong", "UpdateNfcData ReadRandNum failed");
-    EXPECT_FALSE(desk.manager->UpdateNfcData()) << "nobody gives the number back";
+    setup.log.Announce("ReadRandNum value is wrong", "UpdateNfcData ReadRandNum failed");
+    EXPECT_FALSE(setup.manager->UpdateNfcData()) << "nobody gives the number back";
     EXPECT_EQ(keyboard.ReportsSeen(), before);
-    desk.manager->SetMcuKbConnectStatus(true);
-    EXPECT_TRUE(desk.manager->UpdateNfcData());
+    setup.manager->SetMcuKbConnectStatus(true);
+    EXPECT_TRUE(setup.manager->UpdateNfcData());
     EXPECT_EQ(keyboard.ReportsSeen(), before + 4) << "an image of three pages, a request of one";
 }
 
 // The listener takes its time with a report, so the read thread is there and no read is pending
 // when a device start closes the keyboard.
-struct HeldReader : StartedDesk {
-    HeldReader() : StartedDesk({PcRoute::kHid}) {
+struct HeldReader : StartedPc {
+    HeldReader() : StartedPc({PcRoute::kHid}) {
         AnnounceStop(log);
-        ReactToEvents([this](const Heard&) {
+        ReactToEvents([this](const ReceivedEvent&) {
             hosted::WaitFor([this] { return release; }, hosted::kForever, "the host");
         });
         pc.keyboard()->SendField(true);
-        EXPECT_TRUE(Desk::WaitForEvents(1, hosted::kSecond));
+        EXPECT_TRUE(PcWithHost::WaitForEvents(1, hosted::kSecond));
     }
     bool release = false;
 };
 
 TEST(HidThread, NeverReadsFromTheChipThatTookThePlaceOfTheKeyboard) {
-    HeldReader desk;
-    desk.log.Announce("Nfc chip", "Nfc spb2 format");
+    HeldReader setup;
+    setup.log.Announce("Nfc chip", "Nfc spb2 format");
     const simulator::SimulatedPc withChip({PcRoute::kI2c});
     BusRecorder bus;
-    EXPECT_TRUE(desk.manager->DeviceInit());
-    desk.release = true;
-    Desk::Pass(10 * hosted::kMillisecond);
-    EXPECT_EQ(bus.Take(HeardSoFar()[0].thread).size(), 0U) << "requests of the read thread";
-    EXPECT_TRUE(desk.log.Has("NFC ReadKeyboardDataThread return"));
+    EXPECT_TRUE(setup.manager->DeviceInit());
+    setup.release = true;
+    PcWithHost::Pass(10 * hosted::kMillisecond);
+    EXPECT_EQ(bus.Take(EventsSoFar()[0].thread).size(), 0U) << "requests of the read thread";
+    EXPECT_TRUE(setup.log.Has("NFC ReadKeyboardDataThread return"));
 }
 
 TEST(HidThread, IsStoppedByAStartThatFindsNoDevice) {
-    HeldReader desk;
-    desk.log.Announce("NFC_Error opening any driver", "NfcManager Init DeviceInit failed");
+    HeldReader setup;
+    setup.log.Announce("NFC_Error opening any driver", "NfcManager Init DeviceInit failed");
     hosted::RemoveHidInterfaces();
-    EXPECT_FALSE(desk.manager->DeviceInit());
+    EXPECT_FALSE(setup.manager->DeviceInit());
     EXPECT_FALSE(g_readHidRunning);
-    desk.release = true;
-    Desk::Pass(10 * hosted::kMillisecond);
+    setup.release = true;
+    PcWithHost::Pass(10 * hosted::kMillisecond);
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 
 #include "platform/LinkDockBackDoor.h"
 #include "routes/NfcProxy.h"
-#include "tests/support/Desk.h"
+#include "tests/support/PcWithHost.h"
 
 using LinkDockService::BleCall;
 using simulator::PcRoute;
@@ -15,33 +15,34 @@ namespace {
 
 // The number's register depends on the PC type.
 void BothRoutes(PcRoute wired, std::uint8_t pcType, unsigned numberRegister) {
-    Desk desk({wired, PcRoute::kBle}, "fm11nt082c", pcType);
-    desk.Start();
+    PcWithHost setup({wired, PcRoute::kBle}, "fm11nt082c", pcType);
+    setup.Start();
     // Each route's events carry the number as last read there.
-    desk.pc.bluetooth()->SetMemory(numberRegister, simulator::Bytes(32, 0x22));
+    setup.pc.bluetooth()->SetMemory(numberRegister, simulator::Bytes(32, 0x22));
     std::uint8_t number[32] = {};
-    EXPECT_EQ(desk.manager->ReadRandNum(number), 0);
+    EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
     EXPECT_EQ(number[0], 0x11) << "the wired route is read last";
-    desk.pc.TapPhone(wired, 0, hosted::kSecond);
-    desk.pc.TapPhone(PcRoute::kBle, 100 * hosted::kMillisecond, 500 * hosted::kMillisecond);
-    EXPECT_TRUE(Desk::WaitForEvents(4, 20 * hosted::kSecond));
-    EXPECT_EQ(EventsHeard(static_cast<int>(wired) + 1), (std::vector<int>{3, 1}));
-    EXPECT_EQ(EventsHeard(4), (std::vector<int>{3, 1}));
-    for (const Heard& heard : HeardSoFar()) {
+    setup.pc.TapPhone(wired, 0, hosted::kSecond);
+    setup.pc.TapPhone(PcRoute::kBle, 100 * hosted::kMillisecond, 500 * hosted::kMillisecond);
+    EXPECT_TRUE(PcWithHost::WaitForEvents(4, 20 * hosted::kSecond));
+    EXPECT_EQ(EventNumbers(static_cast<int>(wired) + 1), (std::vector<int>{3, 1}));
+    EXPECT_EQ(EventNumbers(4), (std::vector<int>{3, 1}));
+    for (const ReceivedEvent& heard : EventsSoFar()) {
         EXPECT_EQ(heard.number, NumberOf(heard.route == 4 ? 0x22 : 0x11));
     }
     // A Bluetooth write that fails keeps the image from the other routes; a read does not.
-    desk.log.Announce("[NFC] BleClientWrite ERROR", "UpdateNfcData ");
+    setup.log.Announce("[NFC] BleClientWrite ERROR", "UpdateNfcData ");
     for (const unsigned nth : {1U, 2U, 3U}) {
         LinkDockService::FailCall(BleCall::kWrite, nth);
     }
-    desk.log.Clear();
-    EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage(0x33)), -1);
-    EXPECT_FALSE(desk.log.Has("NfcHidWrite success!") || desk.log.Has("Nfc CheckWriteTag ret: 1"));
+    setup.log.Clear();
+    EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x33)), -1);
+    EXPECT_FALSE(setup.log.Has("NfcHidWrite success!") ||
+                 setup.log.Has("Nfc CheckWriteTag ret: 1"));
     LinkDockService::FailCall(BleCall::kWrite, 1);
-    EXPECT_EQ(desk.manager->ReadRandNum(number), 0);
+    EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
     EXPECT_TRUE(
-        HasInOrder(desk.log, {"[NFC] BleClientWrite ERROR", "[NFC_log] BtReadRandomNum fail "}));
+        HasInOrder(setup.log, {"[NFC] BleClientWrite ERROR", "[NFC_log] BtReadRandomNum fail "}));
     EXPECT_EQ(number[0], 0x11);
 }
 
@@ -53,9 +54,9 @@ TEST(Routes, AWiredTagAndABluetoothKeyboard) {
 
 // The simulated keyboards are strict with every head, page and length.
 TEST(Frames, ReachBothKeyboardsWholeOrNotAtAll) {
-    StartedDesk desk({PcRoute::kHid, PcRoute::kBle});
-    simulator::KeyboardMcu& hid = *desk.pc.keyboard();
-    simulator::BluetoothKeyboard& ble = *desk.pc.bluetooth();
+    StartedPc setup({PcRoute::kHid, PcRoute::kBle});
+    simulator::KeyboardMcu& hid = *setup.pc.keyboard();
+    simulator::BluetoothKeyboard& ble = *setup.pc.bluetooth();
     const auto proxy = NfcProxy::Detached();
     simulator::Bytes image(1000);
     std::iota(image.begin(), image.end(), std::uint8_t{1});

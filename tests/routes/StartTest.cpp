@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "routes/NfcProxy.h"
-#include "tests/support/Desk.h"
+#include "tests/support/PcWithHost.h"
 
 using simulator::PcRoute;
 using namespace testing_support;
@@ -15,16 +15,16 @@ using Texts = std::vector<std::string>;
 
 TEST(DeviceStart, PrefersI2cAndKeepsItsHandle) {
     hosted::UseScheduledClock({Seed()});
-    Desk desk({PcRoute::kI2c, PcRoute::kUsb});
-    desk.log.Announce("Nfc");
-    ASSERT_TRUE(desk.Create() && desk.manager->DeviceInit());
+    PcWithHost setup({PcRoute::kI2c, PcRoute::kUsb});
+    setup.log.Announce("Nfc");
+    ASSERT_TRUE(setup.Create() && setup.manager->DeviceInit());
     const std::size_t handles = hosted::Live().handles;
-    ASSERT_TRUE(desk.manager->DeviceInit());
-    EXPECT_EQ(desk.log.Count("NFC_ select I2C Driver"), 1U);
-    EXPECT_EQ(desk.log.Count("DeviceHandle already exist"), 1U);
-    EXPECT_EQ(desk.log.Count("NfcBitlockEnable set bitlock done"), 2U);
-    EXPECT_EQ(desk.pc.spb()->OpenRequests(), 2U);
-    EXPECT_EQ(desk.pc.chip(PcRoute::kUsb)->BackDoor().Counters().writes, 0U);
+    ASSERT_TRUE(setup.manager->DeviceInit());
+    EXPECT_EQ(setup.log.Count("NFC_ select I2C Driver"), 1U);
+    EXPECT_EQ(setup.log.Count("DeviceHandle already exist"), 1U);
+    EXPECT_EQ(setup.log.Count("NfcBitlockEnable set bitlock done"), 2U);
+    EXPECT_EQ(setup.pc.spb()->OpenRequests(), 2U);
+    EXPECT_EQ(setup.pc.chip(PcRoute::kUsb)->BackDoor().Counters().writes, 0U);
     EXPECT_EQ(hosted::Live().handles, handles);
 }
 
@@ -45,16 +45,16 @@ TEST(DeviceStart, OnUsbDetectsNothingTriesAStepFiveTimesAndThenCloses) {
     for (const auto& one : kUsbStarts) {
         ForEachSeed(1, [&one] {
             SCOPED_TRACE(one.faults);
-            Desk desk({PcRoute::kUsb});
-            desk.log.Announce("NFC", "Nfc");  // of the transfers and of the chip's driver
-            desk.SetFaults(one.faults);
+            PcWithHost setup({PcRoute::kUsb});
+            setup.log.Announce("NFC", "Nfc");  // of the transfers and of the chip's driver
+            setup.SetFaults(one.faults);
             const std::size_t handles = hosted::Live().handles;
             BusRecorder recorder;
             EXPECT_EQ(NfcProxy::Detached()->InitNfcDevice(), one.errors.empty());
             const Texts traffic = recorder.Take();
             EXPECT_EQ(traffic.at(0), "W 03 8c") << "neither an open request nor a probe";
             EXPECT_EQ(std::count(traffic.begin(), traffic.end(), "sleep 500"), one.pauses);
-            EXPECT_EQ(desk.log.TakeUnannounced(), one.errors);
+            EXPECT_EQ(setup.log.TakeUnannounced(), one.errors);
             if (!one.errors.empty()) {
                 EXPECT_EQ(traffic.back(), "sleep 500");
                 EXPECT_EQ(hosted::Live().handles, handles);
@@ -72,14 +72,14 @@ TEST(DeviceStart, SilencesAChipWithAModeOfItsOwn) {
     for (const unsigned mode : {0x06U, 0x0EU, 0x16U, 0x03U}) {
         ForEachSeed(1, [mode] {
             constexpr unsigned kModeRegister = 0x038C;
-            Desk desk({PcRoute::kI2c});
-            auto& door = desk.pc.chip()->BackDoor();
+            PcWithHost setup({PcRoute::kI2c});
+            auto& door = setup.pc.chip()->BackDoor();
             door.StickBits(kModeRegister, 0xFF, static_cast<std::uint8_t>(mode));
-            ASSERT_TRUE(desk.Create());
-            desk.log.Announce("Nfc", "ReadNfcContent", "ReadMessage", "WriteMessage");
-            ASSERT_TRUE(desk.manager->DeviceInit());
+            ASSERT_TRUE(setup.Create());
+            setup.log.Announce("Nfc", "ReadNfcContent", "ReadMessage", "WriteMessage");
+            ASSERT_TRUE(setup.manager->DeviceInit());
             EXPECT_EQ(door.RadioOn(), mode == 6);
-            EXPECT_EQ(desk.manager->WriteMessage(desk.NewMessage()), 0);
+            EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
             EXPECT_TRUE(door.RadioOn());
         });
     }

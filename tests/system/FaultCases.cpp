@@ -120,7 +120,7 @@ void AddSpoiled(std::vector<FaultCase>& cases, std::size_t kind, unsigned count,
             continue;
         }
         FaultCase one;
-        one.set = [](Desk& desk, const FaultCase& self) { desk.SetFaults(self.name); };
+        one.set = [](PcWithHost& setup, const FaultCase& self) { setup.SetFaults(self.name); };
         one.reached = [](const FlowCounts& now, unsigned) { return now.spoiled > 0; };
         // Everywhere else the time-out is reported, and the device works on.
         one.maySilentlyFail = action == "never" && (kind == kInterrupt || isReport);
@@ -144,7 +144,7 @@ void AddClient(std::vector<FaultCase>& cases, const FlowCounts& counts) {
     for (std::size_t kind = 0; kind < std::size(kBleNames); ++kind) {
         for (const unsigned failures : {1U, kWritesTried}) {
             FaultCase one;
-            one.set = [kind, failures](Desk&, const FaultCase& self) {
+            one.set = [kind, failures](PcWithHost&, const FaultCase& self) {
                 for (unsigned i = 0; i < failures; ++i) {
                     LinkDockService::FailCall(static_cast<LinkDockService::BleCall>(kind),
                                               self.nth + i);
@@ -163,7 +163,7 @@ void AddClient(std::vector<FaultCase>& cases, const FlowCounts& counts) {
     if (counts.client[simulator::kLinkConnect] > 0) {
         FaultCase one;
         one.name = "no Bluetooth client";
-        one.set = [](Desk&, const FaultCase&) { LinkDockService::SetNoInstance(true); };
+        one.set = [](PcWithHost&, const FaultCase&) { LinkDockService::SetNoInstance(true); };
         one.maySilentlyFail = true;
         cases.push_back(one);
     }
@@ -175,9 +175,9 @@ void AddKeyboard(std::vector<FaultCase>& cases, bool bluetooth, bool asks) {
     one.lasts = true;
     const auto add = [&](const char* name, std::function<void(simulator::SimulatedPc&)> set) {
         one.name = name;
-        one.set = [set = std::move(set)](Desk& desk, const FaultCase&) {
+        one.set = [set = std::move(set)](PcWithHost& setup, const FaultCase&) {
             const hosted::DeviceLock lock;
-            set(desk.pc);
+            set(setup.pc);
         };
         cases.push_back(one);
     };
@@ -213,7 +213,7 @@ std::vector<FaultCase> CasesFor(const FlowCounts& counts, simulator::PcRoute rou
         AddSpoiled(cases, kind, counts.requests[kind], hid && kind == kRead);
     }
     FaultCase one;
-    one.set = [](Desk&, const FaultCase& self) { FailAllocation(self.nth); };
+    one.set = [](PcWithHost&, const FaultCase& self) { FailAllocation(self.nth); };
     one.reached = [](const FlowCounts& now, unsigned nth) { return now.allocations >= nth; };
     AddNumbered(cases, "new", counts.allocations, "", one);
     const bool bluetooth = route == simulator::PcRoute::kBle;
@@ -228,13 +228,13 @@ std::vector<FaultCase> CasesFor(const FlowCounts& counts, simulator::PcRoute rou
     return cases;
 }
 
-FlowCounts RunUnder(Desk& desk, const FaultCase& fault, const std::function<void()>& act) {
+FlowCounts RunUnder(PcWithHost& setup, const FaultCase& fault, const std::function<void()>& act) {
     FlowCounts counts;
     FailAllocation(0);
-    const simulator::BluetoothKeyboard* const bluetooth = desk.pc.bluetooth();
+    const simulator::BluetoothKeyboard* const bluetooth = setup.pc.bluetooth();
     const auto before = bluetooth == nullptr ? simulator::LinkCalls{} : bluetooth->Calls();
     if (fault.set) {
-        fault.set(desk, fault);
+        fault.set(setup, fault);
     }
     hosted::SetCallHook([&](Call call, hosted::ThreadId) -> DWORD {
         const unsigned seen = ++counts.calls[static_cast<std::size_t>(call)];
@@ -254,18 +254,18 @@ FlowCounts RunUnder(Desk& desk, const FaultCase& fault, const std::function<void
         const hosted::DeviceLock lock;
         ofAct = counts;
         ofAct.allocations = g_allocations;
-        ofAct.spoiled = desk.pc.faulty() == nullptr ? 0 : desk.pc.faulty()->FaultsHit();
+        ofAct.spoiled = setup.pc.faulty() == nullptr ? 0 : setup.pc.faulty()->FaultsHit();
         for (std::size_t kind = 0; bluetooth != nullptr && kind < before.size(); ++kind) {
             ofAct.client[kind] = bluetooth->Calls()[kind] - before[kind];
         }
     }
-    Desk::Pass(kSettle);
+    PcWithHost::Pass(kSettle);
     FailAllocation(0);
     hosted::SetTracer({});
     hosted::SetCallHook({});
     LinkDockService::SetNoInstance(false);
     LinkDockService::ClearFaults();
-    if (simulator::KeyboardTag* const keyboard = TagOf(desk.pc)) {
+    if (simulator::KeyboardTag* const keyboard = TagOf(setup.pc)) {
         const hosted::DeviceLock lock;
         keyboard->SetAnswers(true);
         keyboard->SetAnswerLatency(simulator::kDefaultAnswerLatency);

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/hosted/Kernel.h"
-#include "tests/support/Desk.h"
+#include "tests/support/PcWithHost.h"
 
 namespace testing_support {
 
@@ -28,7 +28,7 @@ struct FlowCounts {
 struct FaultCase {
     std::string name;  ///< "WaitForSingleObject#12=refuse:6"
     unsigned nth = 0;  ///< from 1, counted from the moment that the fault is set
-    std::function<void(Desk&, const FaultCase&)> set = {};  ///< all but refused calls
+    std::function<void(PcWithHost&, const FaultCase&)> set = {};  ///< all but refused calls
     hosted::Call refused = hosted::Call::kWait;
     DWORD code = 0;  ///< that the call is refused with; 0: none is
     std::function<bool(const FlowCounts&, unsigned nth)> reached =
@@ -52,6 +52,6 @@ std::vector<FaultCase> CasesFor(const FlowCounts& counts, simulator::PcRoute rou
 
 /// Runs `act` under the fault, which stays until what `act` has started is over. The counts are
 /// those of `act` alone.
-FlowCounts RunUnder(Desk& desk, const FaultCase& fault, const std::function<void()>& act);
+FlowCounts RunUnder(PcWithHost& setup, const FaultCase& fault, const std::function<void()>& act);
 
 }  // namespace testing_support

@@ -46,9 +46,9 @@ struct Outcome {
     }
 };
 
-Image ImageOf(Desk& desk) {
+Image ImageOf(PcWithHost& setup) {
     Image image{};
-    desk.ImageOnChip(kImage).copy(image.data(), kImage);
+    setup.ImageOnChip(kImage).copy(image.data(), kImage);
     return image;
 }
 
@@ -163,43 +163,43 @@ void RunCase(const Flow& flow, const FaultCase& fault, Outcome& usual) {
     options.maxSteps = kMostSteps;
     hosted::UseScheduledClock(options);
     LinkDockService::SetDeliveryHabits(flow.habits);
-    Desk desk({flow.route}, flow.chip);
-    flow.prepare(desk);
-    Desk::Pass(kSettle);
-    Forget(desk.log);
+    PcWithHost setup({flow.route}, flow.chip);
+    flow.prepare(setup);
+    PcWithHost::Pass(kSettle);
+    Forget(setup.log);
     Outcome now;
-    now.before = ImageOf(desk);
+    now.before = ImageOf(setup);
     now.beforeAct = hosted::Live();
-    now.counts = RunUnder(desk, fault, [&] {
+    now.counts = RunUnder(setup, fault, [&] {
         const hosted::Micros start = hosted::Now();
-        now.worked = flow.act(desk, kNew);
+        now.worked = flow.act(setup, kNew);
         now.took = hosted::Now() - start;
     });
-    const std::vector<LogRecorder::Line> log = desk.log.Lines();
+    const std::vector<LogRecorder::Line> log = setup.log.Lines();
     std::string lines = "\n";
     for (const LogRecorder::Line& line : log) {
         lines += line.text + "\n";
     }
     ASSERT_LT(lines.copy(now.lines, sizeof(now.lines)), sizeof(now.lines));
-    now.after = ImageOf(desk);
+    now.after = ImageOf(setup);
     now.afterAct = hosted::Live();
-    desk.pc.Faults({});
+    setup.pc.Faults({});
     if (fault.losesDevice) {
-        desk.pc.Unplug();
-        desk.pc.Plug();
+        setup.pc.Unplug();
+        setup.pc.Plug();
     }
     const bool lostReports = HasLostReports(fault, now, usual);
-    if (desk.manager != nullptr && !flow.startsDevice && (fault.losesDevice || lostReports)) {
-        EXPECT_TRUE(desk.StartDevices(*desk.manager));
+    if (setup.manager != nullptr && !flow.startsDevice && (fault.losesDevice || lostReports)) {
+        EXPECT_TRUE(setup.StartDevices(*setup.manager));
     }
-    Forget(desk.log);
-    EXPECT_NE(flow.act(desk, kNewer), flow.isRefused) << "once more, without the fault";
-    Desk::Pass(kSettle);
-    now.again = ImageOf(desk);
+    Forget(setup.log);
+    EXPECT_NE(flow.act(setup, kNewer), flow.isRefused) << "once more, without the fault";
+    PcWithHost::Pass(kSettle);
+    now.again = ImageOf(setup);
     now.afterAgain = hosted::Live();
-    desk.manager = nullptr;
-    Desk::Pass(kSettle);
-    Forget(desk.log);
+    setup.manager = nullptr;
+    PcWithHost::Pass(kSettle);
+    Forget(setup.log);
     now.afterStop = hosted::Live();
     if (fault.name.empty()) {
         EXPECT_NE(now.worked, flow.isRefused) << "without a fault" << lines;

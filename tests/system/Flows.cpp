@@ -22,52 +22,52 @@ const std::string kRead = "NfcReadTag success!";
 const std::string kRenewed = "LocalWriteRand ReadRandNum Successful";
 const std::string kSubscribed = "[NFC] BleClientSubscribeNotify succ.";
 
-void Created(Desk& desk) {
-    ASSERT_TRUE(desk.Create());
+void Created(PcWithHost& setup) {
+    ASSERT_TRUE(setup.Create());
 }
 
 // The old image on the tag, and no thread yet.
-void Opened(Desk& desk) {
+void Opened(PcWithHost& setup) {
     // Begun anew, as a host may: the end of the first manager stops what it has started. Off I2C
     // nothing is read first, so the message's own content is what is written.
     for (int beginning = 0; beginning < 2; ++beginning) {
-        ASSERT_TRUE(desk.Create(desk.NewMessage(kOld, kOld)));
-        ASSERT_TRUE(desk.StartDevices(*desk.manager));
+        ASSERT_TRUE(setup.Create(setup.NewMessage(kOld, kOld)));
+        ASSERT_TRUE(setup.StartDevices(*setup.manager));
     }
-    ASSERT_TRUE(desk.manager->UpdateNfcData());
+    ASSERT_TRUE(setup.manager->UpdateNfcData());
 }
 
-bool Write(Desk& desk, std::uint8_t content) {
-    const bool worked = desk.manager->WriteMessage(desk.NewMessage(content, content)) == 0;
-    Desk::Pass(kThreadTime);
+bool Write(PcWithHost& setup, std::uint8_t content) {
+    const bool worked = setup.manager->WriteMessage(setup.NewMessage(content, content)) == 0;
+    PcWithHost::Pass(kThreadTime);
     return worked;
 }
 
-void Running(Desk& desk) {
-    Opened(desk);
-    ASSERT_TRUE(Write(desk, kOld));
+void Running(PcWithHost& setup) {
+    Opened(setup);
+    ASSERT_TRUE(Write(setup, kOld));
 }
 
-bool RenewNumber(Desk& desk, std::uint8_t content) {
+bool RenewNumber(PcWithHost& setup, std::uint8_t content) {
     const std::size_t threads = hosted::Live().threads;
-    if (Renew(*desk.manager, NumberOf(content)) != 0) {
+    if (Renew(*setup.manager, NumberOf(content)) != 0) {
         Number number{};
-        desk.message->GetRandomNumber(reinterpret_cast<std::uint8_t(&)[32]>(number));
+        setup.message->GetRandomNumber(reinterpret_cast<std::uint8_t(&)[32]>(number));
         EXPECT_EQ(number, NumberOf(kOld)) << "a number that no thread writes was kept";
         return false;
     }
     // The fault may end an event thread too, so the number of threads alone is not enough.
-    const auto ended = [&desk] {
-        return desk.log.Has(kRenewed) || desk.log.Has("LocalWriteRand failed");
+    const auto ended = [&setup] {
+        return setup.log.Has(kRenewed) || setup.log.Has("LocalWriteRand failed");
     };
     EXPECT_TRUE(hosted::WaitFor(ended, kWorkTime, "the number thread"));
-    EXPECT_TRUE(Desk::WaitForThreads(threads, kWorkTime));
-    return desk.log.Has(kRenewed);
+    EXPECT_TRUE(PcWithHost::WaitForThreads(threads, kWorkTime));
+    return setup.log.Has(kRenewed);
 }
 
-bool Read(Desk& desk, std::uint8_t /*content*/) {
+bool Read(PcWithHost& setup, std::uint8_t /*content*/) {
     auto target = std::make_shared<NdefMessage>();
-    const bool worked = desk.manager->ReadMessage(target) == 0;
+    const bool worked = setup.manager->ReadMessage(target) == 0;
     std::string url;
     target->GetUrl(url);
     EXPECT_EQ(url, worked ? std::string(50, kOld) : "") << "in the target";
@@ -75,61 +75,62 @@ bool Read(Desk& desk, std::uint8_t /*content*/) {
 }
 
 // As a host does it: the message is its own, and it changes it in place.
-bool Update(Desk& desk, std::uint8_t content) {
-    *desk.message = *desk.NewMessage(content, content);
-    return desk.manager->UpdateNfcData();
+bool Update(PcWithHost& setup, std::uint8_t content) {
+    *setup.message = *setup.NewMessage(content, content);
+    return setup.manager->UpdateNfcData();
 }
 
-bool ReadNumber(Desk& desk, std::uint8_t /*content*/) {
+bool ReadNumber(PcWithHost& setup, std::uint8_t /*content*/) {
     Number number{};
     const bool worked =
-        desk.manager->ReadRandNum(reinterpret_cast<std::uint8_t(&)[32]>(number)) == 0;
+        setup.manager->ReadRandNum(reinterpret_cast<std::uint8_t(&)[32]>(number)) == 0;
     const bool read = number == NumberOf(kOld);
     // Over Bluetooth a failed read does not fail the operation; then the array stays untouched.
-    EXPECT_TRUE(!worked || read || (desk.Has(PcRoute::kBle) && number == Number{}));
+    EXPECT_TRUE(!worked || read || (setup.Has(PcRoute::kBle) && number == Number{}));
     return worked && read;
 }
 
-bool StartDevice(Desk& desk, std::uint8_t /*content*/) {
-    const bool worked = desk.manager->DeviceInit();
-    Desk::Pass(kThreadTime);
+bool StartDevice(PcWithHost& setup, std::uint8_t /*content*/) {
+    const bool worked = setup.manager->DeviceInit();
+    PcWithHost::Pass(kThreadTime);
     return worked;
 }
 
-bool Connect(Desk& desk, std::uint8_t /*content*/) {
-    const bool worked = desk.manager->BtConnect(simulator::kDefaultBleAddress);
-    EXPECT_TRUE(!worked || desk.pc.bluetooth()->Subscribed());
+bool Connect(PcWithHost& setup, std::uint8_t /*content*/) {
+    const bool worked = setup.manager->BtConnect(simulator::kDefaultBleAddress);
+    EXPECT_TRUE(!worked || setup.pc.bluetooth()->Subscribed());
     return worked;
 }
 
-bool Disconnect(Desk& desk, std::uint8_t content) {
-    return (content != kNewer || Connect(desk, content)) &&
-           desk.manager->BtDisconnect(simulator::kDefaultBleAddress);
+bool Disconnect(PcWithHost& setup, std::uint8_t content) {
+    return (content != kNewer || Connect(setup, content)) &&
+           setup.manager->BtDisconnect(simulator::kDefaultBleAddress);
 }
 
-bool Visit(Desk& desk, std::uint8_t content) {
-    const bool written = content != kNewer || Write(desk, content);
+bool Visit(PcWithHost& setup, std::uint8_t content) {
+    const bool written = content != kNewer || Write(setup, content);
     if (content == kNewer) {
-        Desk::Pass(kVisitEnd);  // an interrupt that came while nobody waited opens a visit too
+        PcWithHost::Pass(
+            kVisitEnd);  // an interrupt that came while nobody waited opens a visit too
     }
-    TakeHeard();
-    desk.pc.TapPhone(0, kVisit);
-    Desk::Pass(kVisitEnd);
-    const std::vector<int> events = EventsHeard();
+    TakeEvents();
+    setup.pc.TapPhone(0, kVisit);
+    PcWithHost::Pass(kVisitEnd);
+    const std::vector<int> events = EventNumbers();
     for (std::size_t i = 0; i < events.size(); ++i) {
         EXPECT_EQ(events[i], i % 2 == 0 ? 3 : 1) << "event " << i << " of " << events.size();
     }
     return written && !events.empty() && events.size() % 2 == 0;
 }
 
-bool Restart(Desk& desk, std::uint8_t content) {
-    if (desk.Has(PcRoute::kBle)) {
-        Disconnect(desk, kOld);
+bool Restart(PcWithHost& setup, std::uint8_t content) {
+    if (setup.Has(PcRoute::kBle)) {
+        Disconnect(setup, kOld);
     }
-    desk.manager = nullptr;
-    Desk::Pass(kThreadTime);
-    return desk.Create(desk.NewMessage(content, content)) && desk.StartDevices(*desk.manager) &&
-           Write(desk, content);
+    setup.manager = nullptr;
+    PcWithHost::Pass(kThreadTime);
+    return setup.Create(setup.NewMessage(content, content)) && setup.StartDevices(*setup.manager) &&
+           Write(setup, content);
 }
 
 struct Peripheral {

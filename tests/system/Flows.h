@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "platform/LinkDockBackDoor.h"
-#include "tests/support/Desk.h"
+#include "tests/support/PcWithHost.h"
 
 namespace testing_support {
 
@@ -17,12 +17,12 @@ constexpr std::uint8_t kNewer = 0x33;
 
 struct Flow {
     std::string name;
-    void (*prepare)(Desk&);                    ///< must work
-    bool (*act)(Desk&, std::uint8_t content);  ///< to its end; whether it worked
-    std::vector<std::string> success = {};     ///< lines that a success logs, and no failure
-    hosted::Micros longest = 0;                ///< under a fault that lasts
-    bool startsDevice = false;                 ///< what fails leaves no more than stood before it
-    bool isRefused = false;  ///< nobody answers: it fails, with or without a fault
+    void (*prepare)(PcWithHost&);                    ///< must work
+    bool (*act)(PcWithHost&, std::uint8_t content);  ///< to its end; whether it worked
+    std::vector<std::string> success = {};           ///< lines that a success logs, and no failure
+    hosted::Micros longest = 0;                      ///< under a fault that lasts
+    bool startsDevice = false;  ///< what fails leaves no more than stood before it
+    bool isRefused = false;     ///< nobody answers: it fails, with or without a fault
     simulator::PcRoute route = {};
     std::string chip = {};
     LinkDockService::DeliveryHabits habits = {};

@@ -5,7 +5,7 @@
 #include "chip/NfcDeviceContext.h"
 #include "chip/NfcSpbExtend.h"
 #include "simulator/FanliChip.h"
-#include "tests/support/Desk.h"
+#include "tests/support/PcWithHost.h"
 #include "tests/support/Seeds.h"
 
 using simulator::PcRoute;
@@ -24,15 +24,15 @@ constexpr std::uint16_t kRegisters[] = {0x110, 0x150};
 void ReadByTwoThreads(const char* chip,
                       bool (*read)(std::uint16_t reg, std::int32_t length, std::uint8_t* buffer)) {
     ForEachSeed(kSeeds, [chip, read] {
-        Desk desk({PcRoute::kI2c}, chip);  // which counts transfers at the same time
-        desk.Start();
+        PcWithHost setup({PcRoute::kI2c}, chip);  // which counts transfers at the same time
+        setup.Start();
         const std::size_t threads = hosted::Live().threads;
         int good = 0;  // threads of the scheduled clock take turns
         for (const std::uint16_t reg : kRegisters) {
             const simulator::Bytes marked(16, static_cast<std::uint8_t>(reg));
             {
                 const hosted::DeviceLock lock;
-                desk.pc.chip()->BackDoor().SetMemory(reg, marked);
+                setup.pc.chip()->BackDoor().SetMemory(reg, marked);
             }
             OnThread([reg, marked, read, &good] {
                 for (int i = 0; i < kReads; ++i) {
@@ -41,7 +41,7 @@ void ReadByTwoThreads(const char* chip,
                 }
             });
         }
-        ASSERT_TRUE(Desk::WaitForThreads(threads));
+        ASSERT_TRUE(PcWithHost::WaitForThreads(threads));
         EXPECT_EQ(good, 2 * kReads);
     });
 }
@@ -61,19 +61,19 @@ TEST(Transactions, OfTwoCallersOfTheFourByteDriverDoNotMix) {
 // Detection asks in the other frame format as well, past the four-byte driver's own lock.
 TEST(Transactions, OfAStatusAndOfADetectionDoNotMix) {
     ForEachSeed(kSeeds, [] {
-        Desk desk({PcRoute::kI2c}, "fanli");
-        desk.Start();
-        desk.log.Announce("Nfc MCU start!");
+        PcWithHost setup({PcRoute::kI2c}, "fanli");
+        setup.Start();
+        setup.log.Announce("Nfc MCU start!");
         constexpr int kStarts = 8;
         for (int i = 0; i < kStarts; ++i) {
-            hosted::After((5 + 23 * i) * kMillisecond, [&desk] {
-                desk.pc.chip()->BackDoor().RaiseStatus(hosted::Now(), simulator::kStatusMcuStart,
-                                                       0);
+            hosted::After((5 + 23 * i) * kMillisecond, [&setup] {
+                setup.pc.chip()->BackDoor().RaiseStatus(hosted::Now(), simulator::kStatusMcuStart,
+                                                        0);
             });
         }
-        EXPECT_TRUE(desk.manager->DeviceInit());
-        EXPECT_TRUE(Desk::WaitForEvents(kStarts, 10 * kSecond));
-        EXPECT_EQ(EventsHeard(1), std::vector<int>(kStarts, 4));
+        EXPECT_TRUE(setup.manager->DeviceInit());
+        EXPECT_TRUE(PcWithHost::WaitForEvents(kStarts, 10 * kSecond));
+        EXPECT_EQ(EventNumbers(1), std::vector<int>(kStarts, 4));
         EXPECT_EQ(GetNfcDeviceContext().chipKind, NfcChipFanli);
     });
 }

@@ -1,4 +1,4 @@
-#include "tests/support/Desk.h"
+#include "tests/support/PcWithHost.h"
 
 #include <gtest/gtest.h>
 
@@ -20,9 +20,9 @@ namespace {
 
 // The listener is a plain function, so what it hears is the process's. Any thread, and the leave of
 // a last visit may come while the process ends.
-std::mutex g_heardMutex;
-platform::NeverDestroyed<std::vector<Heard>> g_heard;
-platform::NeverDestroyed<std::function<void(const Heard&)>> g_reaction;
+std::mutex g_eventsMutex;
+platform::NeverDestroyed<std::vector<ReceivedEvent>> g_events;
+platform::NeverDestroyed<std::function<void(const ReceivedEvent&)>> g_reaction;
 
 constexpr unsigned kImageRegister = 16;
 constexpr std::size_t kNumberAfterUri = 56;  // from the image's first byte on
@@ -71,24 +71,24 @@ void OnThread(std::function<void()> body) {
     CloseHandle(CreateThread(nullptr, 0, run, new Body(std::move(body)), 0, nullptr));
 }
 
-void ReactToEvents(std::function<void(const Heard&)> reaction) {
-    const std::lock_guard<std::mutex> lock(g_heardMutex);
+void ReactToEvents(std::function<void(const ReceivedEvent&)> reaction) {
+    const std::lock_guard<std::mutex> lock(g_eventsMutex);
     g_reaction.value = std::move(reaction);
 }
 
-std::vector<Heard> TakeHeard() {
-    const std::lock_guard<std::mutex> lock(g_heardMutex);
-    return std::exchange(g_heard.value, {});
+std::vector<ReceivedEvent> TakeEvents() {
+    const std::lock_guard<std::mutex> lock(g_eventsMutex);
+    return std::exchange(g_events.value, {});
 }
 
-std::vector<Heard> HeardSoFar() {
-    const std::lock_guard<std::mutex> lock(g_heardMutex);
-    return g_heard.value;
+std::vector<ReceivedEvent> EventsSoFar() {
+    const std::lock_guard<std::mutex> lock(g_eventsMutex);
+    return g_events.value;
 }
 
-std::vector<int> EventsHeard(int route) {
+std::vector<int> EventNumbers(int route) {
     std::vector<int> events;
-    for (const Heard& heard : HeardSoFar()) {
+    for (const ReceivedEvent& heard : EventsSoFar()) {
         if (route == 0 || heard.route == route) {
             events.push_back(heard.event);
         }
@@ -123,12 +123,13 @@ std::vector<std::string> BusRecorder::Take(hosted::ThreadId thread) {
     return texts;
 }
 
-Desk::Desk(const std::vector<PcRoute>& routes, const std::string& chip, std::uint8_t pcType)
+PcWithHost::PcWithHost(const std::vector<PcRoute>& routes, const std::string& chip,
+                       std::uint8_t pcType)
     : pc(routes, chip), m_routes(routes), m_pcType(pcType) {
-    TakeHeard();
+    TakeEvents();
 }
 
-Desk::~Desk() {
+PcWithHost::~PcWithHost() {
     AnnounceStop(log);
     manager.reset();
     if (pc.spb() != nullptr) {
@@ -138,20 +139,21 @@ Desk::~Desk() {
     ReactToEvents({});
 }
 
-void Desk::Listen(int event, const std::uint8_t (&number)[32], int route) {
+void PcWithHost::Listen(int event, const std::uint8_t (&number)[32], int route) {
     Number copy;
     std::copy(std::begin(number), std::end(number), copy.begin());
-    const Heard heard{event, route, copy, hosted::Now(), hosted::CurrentThread()};
-    std::unique_lock<std::mutex> lock(g_heardMutex);
-    g_heard.value.push_back(heard);
-    const std::function<void(const Heard&)> reaction = g_reaction.value;
+    const ReceivedEvent heard{event, route, copy, hosted::Now(), hosted::CurrentThread()};
+    std::unique_lock<std::mutex> lock(g_eventsMutex);
+    g_events.value.push_back(heard);
+    const std::function<void(const ReceivedEvent&)> reaction = g_reaction.value;
     lock.unlock();
     if (reaction) {
         reaction(heard);
     }
 }
 
-std::shared_ptr<NdefMessage> Desk::NewMessage(std::uint8_t number, std::uint8_t others) const {
+std::shared_ptr<NdefMessage> PcWithHost::NewMessage(std::uint8_t number,
+                                                    std::uint8_t others) const {
     auto message = std::make_shared<NdefMessage>();
     message->SetUrl(std::string(UriLength(m_pcType), static_cast<char>(others)));
     message->SetMac({others, others, others, others, others, others});
@@ -161,23 +163,23 @@ std::shared_ptr<NdefMessage> Desk::NewMessage(std::uint8_t number, std::uint8_t 
     return message;
 }
 
-bool Desk::Has(PcRoute route) const {
+bool PcWithHost::Has(PcRoute route) const {
     return std::find(m_routes.begin(), m_routes.end(), route) != m_routes.end();
 }
 
-bool Desk::Create(std::shared_ptr<NdefMessage> content) {
+bool PcWithHost::Create(std::shared_ptr<NdefMessage> content) {
     message = content == nullptr ? NewMessage() : std::move(content);
-    manager = NfcManager::Create(message, &Desk::Listen);
+    manager = NfcManager::Create(message, &PcWithHost::Listen);
     return manager != nullptr;
 }
 
-bool Desk::StartDevices(NfcManager& with) const {
+bool PcWithHost::StartDevices(NfcManager& with) const {
     const bool started = m_routes == std::vector<PcRoute>{PcRoute::kBle} || with.DeviceInit();
     return (!Has(PcRoute::kHid) || with.SetMcuKbConnectStatus(true)) &&
            (!Has(PcRoute::kBle) || with.BtConnect(simulator::kDefaultBleAddress)) && started;
 }
 
-void Desk::Start(std::uint8_t number) {
+void PcWithHost::Start(std::uint8_t number) {
     ASSERT_TRUE(Create());
     if (Has(PcRoute::kI2c)) {
         // Detection logs its finding as an error, and the first write finds an empty tag.
@@ -194,7 +196,7 @@ void Desk::Start(std::uint8_t number) {
     ASSERT_EQ(manager->WriteMessage(NewMessage(number)), 0);
 }
 
-std::string Desk::ImageOnChip(std::size_t length) {
+std::string PcWithHost::ImageOnChip(std::size_t length) {
     const hosted::DeviceLock lock;
     const simulator::Bytes bytes =
         pc.chip() != nullptr       ? pc.chip()->BackDoor().Memory(kImageRegister, length)
@@ -203,7 +205,7 @@ std::string Desk::ImageOnChip(std::size_t length) {
     return {bytes.begin(), bytes.end()};
 }
 
-Number Desk::NumberOnChip() {
+Number PcWithHost::NumberOnChip() {
     const std::size_t before = kNumberAfterUri + UriLength(m_pcType);
     const std::string image = ImageOnChip(before + Number().size());
     Number number;
@@ -211,7 +213,7 @@ Number Desk::NumberOnChip() {
     return number;
 }
 
-void Desk::SetFaults(const std::string& plan) {
+void PcWithHost::SetFaults(const std::string& plan) {
     std::string problem;
     const auto faults = simulator::FaultPlan::Parse(plan, problem);
     ASSERT_TRUE(faults) << problem;

@@ -28,7 +28,7 @@ int Renew(NfcManager& manager, const Number& number);
 void SetNumber(NdefMessage& message, const Number& number);
 
 /// One call of the listener.
-struct Heard {
+struct ReceivedEvent {
     int event = 0;
     int route = 0;
     Number number{};
@@ -36,18 +36,18 @@ struct Heard {
     hosted::ThreadId thread = 0;
 };
 
-/// What the listener heard so far, in order. The listener is `Desk::Listen`.
-std::vector<Heard> HeardSoFar();
+/// What the listener heard so far, in order. The listener is `PcWithHost::Listen`.
+std::vector<ReceivedEvent> EventsSoFar();
 /// The same, and forgets it.
-std::vector<Heard> TakeHeard();
+std::vector<ReceivedEvent> TakeEvents();
 /// Only the event numbers, of one route or (0) of all.
-std::vector<int> EventsHeard(int route = 0);
+std::vector<int> EventNumbers(int route = 0);
 
-/// Makes `Desk::Listen` call `reaction` with each event that it has recorded, on the event's own
-/// thread. An empty one ends that, as does the end of a Desk.
-void ReactToEvents(std::function<void(const Heard&)> reaction);
+/// Makes `PcWithHost::Listen` call `reaction` with each event that it has recorded, on the event's
+/// own thread. An empty one ends that, as does the end of a PcWithHost.
+void ReactToEvents(std::function<void(const ReceivedEvent&)> reaction);
 
-/// Runs `body` on a thread of its own, which nobody joins: see Desk::WaitForThreads.
+/// Runs `body` on a thread of its own, which nobody joins: see PcWithHost::WaitForThreads.
 void OnThread(std::function<void()> body);
 
 /// Every transfer and pause of the run so far: "W 00 10", "R 2", "open request", "sleep 40". The
@@ -64,11 +64,11 @@ class BusRecorder {
 
 /// Registers the devices, records log and events, and clears both in the end. A manager that is
 /// still there is ended first.
-class Desk {
+class PcWithHost {
   public:
-    explicit Desk(const std::vector<simulator::PcRoute>& routes,
-                  const std::string& chip = "fm11nt081", std::uint8_t pcType = 5);
-    ~Desk();
+    explicit PcWithHost(const std::vector<simulator::PcRoute>& routes,
+                        const std::string& chip = "fm11nt081", std::uint8_t pcType = 5);
+    ~PcWithHost();
 
     static void Listen(int event, const std::uint8_t (&number)[32], int route);
 
@@ -86,7 +86,7 @@ class Desk {
 
     /// Waits, on the run's clock, until so many events have been heard or the time is over.
     static bool WaitForEvents(std::size_t count, hosted::Micros timeout) {
-        return hosted::WaitFor([=] { return HeardSoFar().size() >= count; }, timeout, "events");
+        return hosted::WaitFor([=] { return EventsSoFar().size() >= count; }, timeout, "events");
     }
     /// Waits until the threads of WriteRandNum, OnThread and the like have ended: `count` live
     /// ones.
@@ -123,11 +123,11 @@ struct OneSeed {
     OneSeed() { hosted::UseScheduledClock({Seed()}); }
 };
 
-/// A Desk for a test of one seed: on a scheduled clock of the process, and started.
-struct StartedDesk : private OneSeed, Desk {
-    explicit StartedDesk(const std::vector<simulator::PcRoute>& routes,
-                         const std::string& chip = "fm11nt081")
-        : Desk(routes, chip) {
+/// A PcWithHost for a test of one seed: on a scheduled clock of the process, and started.
+struct StartedPc : private OneSeed, PcWithHost {
+    explicit StartedPc(const std::vector<simulator::PcRoute>& routes,
+                       const std::string& chip = "fm11nt081")
+        : PcWithHost(routes, chip) {
         Start();
     }
 };
