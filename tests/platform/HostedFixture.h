@@ -1,11 +1,14 @@
-// Shared by the tests of the hosted layer: threads from lambdas, and a body run on both clocks.
+// Shared by the tests of this folder: first what is made of Win32 calls alone, then the two
+// functions in which the tests of Win32 operations use the hosted layer.
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <filesystem>
 #include <functional>
 #include <memory>
-#include <sstream>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -33,35 +36,48 @@ inline void JoinThreads(const std::vector<HANDLE>& threads) {
     }
 }
 
-/// Blocks until `count` threads other than the caller wait for events.
-inline void AwaitEventWaiters(std::size_t count) {
-    const auto enough = [count] {
-        std::size_t found = 0;
-        std::istringstream lines(hosted::DescribeThreads());
-        for (std::string line; std::getline(lines, line);) {
-            found += line.find("waits for event") != std::string::npos ? 1 : 0;
-        }
-        return found >= count;
-    };
-    EXPECT_TRUE(hosted::WaitFor(enough, hosted::kForever, "the waiters"));
-}
-
 inline HANDLE NewEvent(bool manualReset) {
     return CreateEventW(nullptr, manualReset ? TRUE : FALSE, FALSE, nullptr);
 }
 
+/// The last error of a call that gave `result`, zero for a success. Clears the last error.
+inline DWORD ErrorOf(BOOL result) {
+    const DWORD error = GetLastError();
+    SetLastError(ERROR_SUCCESS);
+    return result != FALSE ? ERROR_SUCCESS : error;
+}
+
+inline std::filesystem::path TemporaryPath() {
+    return std::filesystem::temp_directory_path() / ("tagport-" + std::to_string(getpid()));
+}
+
+/// The value of a key as UTF-8, or "?" and the last error: 2 is a missing file or key.
+inline std::string ReadKey(const std::wstring& path) {
+    WCHAR wide[255] = {};
+    char narrow[1020] = {};
+    SetLastError(ERROR_SUCCESS);
+    GetPrivateProfileStringW(L"PC_URI", L"key", L"?", wide, 255, path.c_str());
+    WideCharToMultiByte(CP_THREAD_ACP, 0, wide, -1, narrow, sizeof narrow, nullptr, nullptr);
+    const std::string value = narrow;
+    return value == "?" ? value + std::to_string(GetLastError()) : value;
+}
+
+/// Blocks until `count` threads wait for events.
+inline void AwaitEventWaiters(int count) {
+    const std::regex pattern("([^]*waits for event){" + std::to_string(count) + "}");
+    const auto enough = [&] { return std::regex_search(hosted::DescribeThreads(), pattern); };
+    EXPECT_TRUE(hosted::WaitFor(enough, hosted::kForever, "the waiters"));
+}
+
 /// Runs the body under a number of seeds and on the free-running clock. It must leave no handle, no
 /// request and no thread.
-inline void OnBothClocks(const std::function<void()>& body, unsigned seeds = 20,
-                         const hosted::ScheduledOptions& options = {}) {
+inline void OnBothClocks(const std::function<void()>& body) {
     const auto checked = [&] {
         body();
         const hosted::LiveCounts left = hosted::Live();
-        EXPECT_EQ(left.handles + left.requests, 0U);
-        EXPECT_TRUE(hosted::WaitFor([] { return hosted::Live().threads == 0; }, hosted::kForever,
-                                    "the end of all threads"));
+        EXPECT_EQ(left.handles + left.requests + left.threads, 0U);
     };
-    testing_support::ForEachSeed(seeds, checked, options);
+    testing_support::ForEachSeed(20, checked);
     EXPECT_EQ(testing_support::RunInChild(checked), 0) << "on the free-running clock";
 }
 

@@ -1,0 +1,72 @@
+// Tests that are made of Win32 calls alone: events, the last error and configuration files.
+#include <fstream>
+
+#include "tests/platform/HostedFixture.h"
+
+namespace {
+
+using namespace hosted_test;
+
+void SetWithTwoWaiters(bool manual, bool reset) {
+    const HANDLE event = NewEvent(manual);
+    EXPECT_EQ(WaitForSingleObject(event, 1), WAIT_TIMEOUT);
+    const auto wait = [event] { WaitForSingleObject(event, INFINITE); };
+    const std::vector<HANDLE> threads = {StartThread(wait), StartThread(wait)};
+    AwaitEventWaiters(2);
+    for (int set = manual ? 1 : 0; set < 2; ++set) {
+        SetEvent(event);
+        if (reset) {
+            ResetEvent(event);  // those that were released stay released
+        }
+    }
+    JoinThreads(threads);
+    EXPECT_EQ(WaitForSingleObject(event, 0), manual && !reset ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
+    SetEvent(event);  // nobody waits: it stays set
+    EXPECT_EQ(WaitForSingleObject(event, 5), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(event, 1), manual ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
+    CloseHandle(event);
+}
+
+TEST(Events, ReleaseAllOrExactlyOneEvenWhenResetAtOnce) {
+    for (const bool manual : {true, false}) {
+        OnBothClocks([manual] { SetWithTwoWaiters(manual, true); });
+        OnBothClocks([manual] { SetWithTwoWaiters(manual, false); });
+    }
+}
+
+TEST(LastError, IsPerThreadAndKeptBySuccess) {
+    OnBothClocks([] {
+        SetLastError(77);
+        JoinThreads({StartThread([] { EXPECT_EQ(GetLastError(), 0U); })});
+        EXPECT_EQ(GetLastError(), 77U);
+    });
+}
+
+// The sizes of values and texts, and the enumeration, are tested with the code that uses them.
+TEST(IniFile, IsReadLineByLine) {
+    const auto file = TemporaryPath();
+    const std::string head = "[PC_URI]\n";
+    const std::pair<std::string, std::string> cases[] = {
+        {"[x]\rkey=a\r[pc_uri]\rKEY=b\r", "b"},
+        {"\r\n [ Pc_Uri ] \r\n\t Key \t= v  w \t\r\n", "v  w"},
+        {head + "key=\" in  \"", " in  "},
+        {head + "key='\"in\"'", "\"in\""},
+        {head + "key='in\"", "'in\""},
+        {head + "key=a=b;c", "a=b;c"},
+        {head + ";key=a\nkey\nkey=\nkey=2", ""},
+        {"key=0\n[PC_URI]\nother=1\n[x]\n[PC_URI]\nkey=2", "?2"},
+        {"[x]\n[PC_URI\nkey=1\n[PC_URI]\nkey=2", "2"},
+        {"\xEF\xBB\xBF" + head + "key=\xC3\xA9\xF0\x9F\x98\x80", "\xC3\xA9\xF0\x9F\x98\x80"},
+        {head + "key=\xC3\xA9\xFF\xC0\x80x", "\xC3\xA9\xEF\xBF\xBD\xEF\xBF\xBDx"},
+        {std::string("\xFF\xFE[\0P\0C\0_\0U\0R\0I\0]\0\n\0k\0e\0y\0=\0\xE9\0\x3D\xD8\x00\xDE", 34),
+         "\xC3\xA9\xF0\x9F\x98\x80"}};
+    for (const auto& [bytes, value] : cases) {
+        std::ofstream(file, std::ios::binary) << bytes;
+        EXPECT_EQ(ReadKey(file.wstring()), value) << bytes;
+    }
+    std::filesystem::remove(file);
+    EXPECT_EQ(ReadKey(file.wstring()), "?2");
+    EXPECT_EQ(ReadKey(file.parent_path().wstring()), "?5");
+}
+
+}  // namespace
