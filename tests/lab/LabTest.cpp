@@ -177,6 +177,7 @@ TEST(Lab, AFailureIsOneLineOnStandardError) {
         {"image show - >&-", kWorkedImage, 1, kLost + "it is closed"},
         {"image show no-such-file", "", 2, "no-such-file: is not there"},
         {"--help > /dev/full", "", 1, kLost + "No space left on device"},
+        {"run --seed 1 >&-", "", 1, kLost + "it is closed"},
         {"run --seed 1 --json > /dev/full", "", 1, kLost + "No space left on device"},
         // More than a pipe holds, so that some of it finds no reader. The status is that of `true`.
         {"run --seed 1 --json --script lab/scripts/bad-day.lab | true", "", 0,
@@ -189,6 +190,7 @@ TEST(Lab, AFailureIsOneLineOnStandardError) {
         {"run --config long", "", 2, "long/config/NfcUri.ini: is longer than 1048576 bytes"},
         {"run --script lab", "", 2, "--script lab: is a directory"},
         {"run --script /dev/zero", "", 2, "--script /dev/zero: is not a regular file"},
+        {kScript, "%1048577s", 2, "standard input: is longer than 1048576 bytes"},
         {kScript, "a\\0\\033\\302\\233", 2, R"(input:1: unknown word "a\x00\x1B\xC2\x9B":)"},
         {kScript, "# only\\n\\n tap 5 # fine\\njump", 2, "input:4: unknown word \"jump\": tap"},
         {kScript, "wait soon", 2, "input:1: \"soon\" is not a whole number"},

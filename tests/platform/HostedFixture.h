@@ -36,10 +36,6 @@ inline void JoinThreads(const std::vector<HANDLE>& threads) {
     }
 }
 
-inline HANDLE NewEvent(bool manualReset) {
-    return CreateEventW(nullptr, manualReset ? TRUE : FALSE, FALSE, nullptr);
-}
-
 /// The last error of a call that gave `result`, zero for a success. Clears the last error.
 inline DWORD ErrorOf(BOOL result) {
     const DWORD error = GetLastError();

@@ -51,17 +51,13 @@ struct TestDevice : hosted::Driver {
     }
 };
 
-bool IsSet(HANDLE handle) {
-    return WaitForSingleObject(handle, 0) == WAIT_OBJECT_0;
-}
-
 /// Runs the body on each clock with a device of its own.
 void WithTestDevice(void (*body)(TestDevice& device)) {
     OnBothClocks([body] {
         const auto device = std::make_shared<TestDevice>();
         hosted::AddDevice(kPath, device);
         device->handle = Open();
-        device->overlapped.hEvent = NewEvent(true);
+        device->overlapped.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
         body(*device);
         CloseHandle(device->handle);
         CloseHandle(device->overlapped.hEvent);
@@ -78,14 +74,15 @@ TEST(Requests, ArePendingUntilTheirEndSignalsTheEventOrElseTheDevice) {
             const HANDLE signalled = withEvent ? device.overlapped.hEvent : device.handle;
             EXPECT_EQ(device.Read(), ERROR_IO_PENDING);
             EXPECT_EQ(device.overlapped.Internal, STATUS_PENDING);
-            EXPECT_FALSE(IsSet(signalled));
+            EXPECT_EQ(WaitForSingleObject(signalled, 0), WAIT_TIMEOUT);
             EXPECT_EQ(device.Outcome(), ERROR_IO_INCOMPLETE);
             device.CompleteLater();
             EXPECT_EQ(device.Outcome(TRUE), ERROR_SUCCESS);
             EXPECT_EQ(device.moved, 3U);
             EXPECT_EQ(std::memcmp(device.buffer, "\1\2\3\0", 4), 0);
-            EXPECT_TRUE(IsSet(signalled));
-            EXPECT_EQ(IsSet(device.handle), !withEvent);
+            EXPECT_EQ(WaitForSingleObject(signalled, 0), WAIT_OBJECT_0);
+            EXPECT_EQ(WaitForSingleObject(device.handle, 0),
+                      withEvent ? WAIT_TIMEOUT : WAIT_OBJECT_0);
         }
     });
 }
@@ -95,7 +92,7 @@ TEST(Requests, ThatFailToStartAreNotPendingAndSignalNothing) {
         device.answer = ERROR_IO_DEVICE;
         EXPECT_EQ(device.Read(), ERROR_IO_DEVICE);
         EXPECT_EQ(ErrorOf(CancelIoEx(device.handle, nullptr)), ERROR_NOT_FOUND);
-        EXPECT_FALSE(IsSet(device.overlapped.hEvent));
+        EXPECT_EQ(WaitForSingleObject(device.overlapped.hEvent, 0), WAIT_TIMEOUT);
         EXPECT_EQ(device.Outcome(), ERROR_IO_INCOMPLETE);
         SetEvent(device.overlapped.hEvent);
         EXPECT_EQ(device.Outcome(TRUE), ERROR_SUCCESS) << "any signal counts as the end";
@@ -147,9 +144,9 @@ TEST(Requests, EndWithTheirThreadWithTheirHandleAndWithTheirDevice) {
 
 TEST(Handles, AreNeverGivenOutAgainAndRefusedOnceClosedOrOfAnotherKind) {
     WithTestDevice([](TestDevice& device) {
-        const HANDLE closed = NewEvent(true);
+        const HANDLE closed = CreateEventW(nullptr, TRUE, FALSE, nullptr);
         EXPECT_TRUE(CloseHandle(closed));
-        const HANDLE next = NewEvent(true);
+        const HANDLE next = CreateEventW(nullptr, TRUE, FALSE, nullptr);
         EXPECT_NE(next, closed);
         for (const HANDLE handle : {HANDLE{nullptr}, INVALID_HANDLE_VALUE, closed}) {
             OVERLAPPED none = {STATUS_PENDING, 0, 0, 0, nullptr};
@@ -172,16 +169,14 @@ TEST(Handles, AreNeverGivenOutAgainAndRefusedOnceClosedOrOfAnotherKind) {
 
 TEST(Devices, AreOpenedByPathAndShareMode) {
     WithTestDevice([](TestDevice& device) {
-        const auto errorOfOpen = [](DWORD share, const wchar_t* path) {
-            const HANDLE handle = Open(share, path);
-            return ErrorOf(handle != INVALID_HANDLE_VALUE && CloseHandle(handle));
-        };
-        EXPECT_EQ(errorOfOpen(kShareBoth, L"\\\\.\\NONE"), ERROR_FILE_NOT_FOUND);
-        EXPECT_EQ(errorOfOpen(kShareBoth, L"\\\\.\\fake"), ERROR_SUCCESS);
-        EXPECT_EQ(errorOfOpen(0, kPath), ERROR_SHARING_VIOLATION);
+        EXPECT_EQ(Open(kShareBoth, L"\\\\.\\NONE"), INVALID_HANDLE_VALUE);
+        EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+        EXPECT_TRUE(CloseHandle(Open(kShareBoth, L"\\\\.\\fake")));
+        EXPECT_EQ(Open(0), INVALID_HANDLE_VALUE);
+        EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
         CloseHandle(device.handle);
         device.handle = Open(0);
-        EXPECT_EQ(errorOfOpen(kShareBoth, kPath), ERROR_SHARING_VIOLATION);
+        EXPECT_EQ(Open(), INVALID_HANDLE_VALUE);
     });
 }
 
