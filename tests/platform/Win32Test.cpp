@@ -1,4 +1,5 @@
-// Tests that are made of Win32 calls alone: events, the last error and configuration files.
+// Tests that are made of Win32 calls alone: events, the last error, configuration files
+// and code pages.
 #include <fstream>
 
 #include "tests/platform/HostedFixture.h"
@@ -38,7 +39,7 @@ TEST(LastError, IsPerThreadAndKeptBySuccess) {
     });
 }
 
-// The sizes of values and texts, and the enumeration, are tested with the code that uses them.
+// The sizes of values, and the enumeration, are tested with the code that uses them.
 TEST(IniFile, IsReadLineByLine) {
     const auto file = TemporaryPath();
     const std::string head = "[PC_URI]\n";
@@ -49,13 +50,15 @@ TEST(IniFile, IsReadLineByLine) {
         {head + "key='\"in\"'", "\"in\""},
         {head + "key='in\"", "'in\""},
         {head + "key=a=b;c", "a=b;c"},
-        {head + ";key=a\nkey\nkey=\nkey=2", ""},
+        {head + "key=", ""},
+        {head + ";key=a\nkey\nkey=1\nkey=2", "1"},
         {"key=0\n[PC_URI]\nother=1\n[x]\n[PC_URI]\nkey=2", "?2"},
         {"[x]\n[PC_URI\nkey=1\n[PC_URI]\nkey=2", "2"},
         {"\xEF\xBB\xBF" + head + "key=\xC3\xA9\xF0\x9F\x98\x80", "\xC3\xA9\xF0\x9F\x98\x80"},
         {head + "key=\xC3\xA9\xFF\xC0\x80x", "\xC3\xA9\xEF\xBF\xBD\xEF\xBF\xBDx"},
-        {std::string("\xFF\xFE[\0P\0C\0_\0U\0R\0I\0]\0\n\0k\0e\0y\0=\0\xE9\0\x3D\xD8\x00\xDE", 34),
-         "\xC3\xA9\xF0\x9F\x98\x80"}};
+        {std::string(
+             "\xFF\xFE[\0P\0C\0_\0U\0R\0I\0]\0\n\0k\0e\0y\0=\0\xE9\0\x3D\xD8\x00\xDE\x00\xDC", 36),
+         "\xC3\xA9\xF0\x9F\x98\x80\xEF\xBF\xBD"}};
     for (const auto& [bytes, value] : cases) {
         std::ofstream(file, std::ios::binary) << bytes;
         EXPECT_EQ(ReadKey(file.wstring()), value) << bytes;
@@ -63,6 +66,18 @@ TEST(IniFile, IsReadLineByLine) {
     std::filesystem::remove(file);
     EXPECT_EQ(ReadKey(file.wstring()), "?2");
     EXPECT_EQ(ReadKey(file.parent_path().wstring()), "?5");
+}
+
+TEST(CodePage, NeedsABufferForTheTextAndItsZero) {
+    char narrow[4] = "???";
+    const auto convert = [&narrow](int size) {
+        return WideCharToMultiByte(CP_THREAD_ACP, 0, L"abc", -1, narrow, size, nullptr, nullptr);
+    };
+    EXPECT_EQ(convert(0), 4);
+    EXPECT_EQ(convert(3), 0);
+    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+    EXPECT_EQ(convert(4), 4);
+    EXPECT_STREQ(narrow, "abc");
 }
 
 }  // namespace
