@@ -15,6 +15,7 @@ using namespace hosted_test;
 using hosted::kMillisecond;
 using hosted::ScheduledOptions;
 using testing_support::ForEachSeed;
+using testing_support::RunInChild;
 
 constexpr platform::LockRank kOuter{1, "outer"};
 constexpr platform::LockRank kInner{2, "inner"};
@@ -39,7 +40,7 @@ TEST(ScheduledClock, KeepsTimersAndDeadlinesExactAndInOrder) {
 
 /// The order in which two threads run with this seed, as the exit status of a child.
 int OrderOf(std::uint64_t seed) {
-    return testing_support::RunInChild([seed] {
+    return RunInChild([seed] {
         ScheduledOptions options;
         options.seed = seed;
         options.priorityChangePoints = static_cast<unsigned>(seed % 3);
@@ -65,6 +66,11 @@ TEST(ScheduledClock, RepeatsARunFromItsSeedAndDiffersBetweenSeeds) {
         orders.insert(order);
     }
     EXPECT_GT(orders.size(), 6U);
+    const auto draw = [] {
+        hosted::UseScheduledClock({});
+        std::_Exit(static_cast<int>(hosted::Random() % 251));
+    };
+    EXPECT_EQ(RunInChild(draw), RunInChild(draw));
 }
 
 /// Expects that the layer ends a run of this body with this report.
@@ -192,7 +198,7 @@ TEST(CurrentDirectory, LeadsToItsFilesWhateverBytesItsNameHas) {
             const DWORD length = GetCurrentDirectoryW(260, current);
             EXPECT_EQ(ReadKey(std::wstring(current, length) + L"\\config\\x.ini"), "v") << name;
         };
-        EXPECT_EQ(testing_support::RunInChild(readConfig), 0);
+        EXPECT_EQ(RunInChild(readConfig), 0);
     }
     std::filesystem::remove_all(base);
 }
