@@ -65,7 +65,7 @@ TEST(ScheduledClock, RepeatsARunFromItsSeedAndDiffersBetweenSeeds) {
         EXPECT_EQ(OrderOf(seed), order) << "seed " << seed;
         orders.insert(order);
     }
-    EXPECT_GT(orders.size(), 6U);
+    EXPECT_GT(orders.size(), 9U);  // a third of the seeds, 8, draws without priorities
     const auto draw = [] {
         hosted::UseScheduledClock({});
         std::_Exit(static_cast<int>(hosted::Random() % 251));
