@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -60,8 +59,15 @@ inline std::string ReadKey(const std::wstring& path) {
 
 /// Blocks until `count` threads wait for events.
 inline void AwaitEventWaiters(int count) {
-    const std::regex pattern("([^]*waits for event){" + std::to_string(count) + "}");
-    const auto enough = [&] { return std::regex_search(hosted::DescribeThreads(), pattern); };
+    const auto enough = [&] {
+        const std::string threads = hosted::DescribeThreads();
+        const std::string waits = "waits for event";
+        int found = 0;
+        for (std::size_t at = 0; (at = threads.find(waits, at)) != std::string::npos; ++at) {
+            ++found;
+        }
+        return found >= count;
+    };
     EXPECT_TRUE(hosted::WaitFor(enough, hosted::kForever, "the waiters"));
 }
 
