@@ -23,11 +23,12 @@ namespace {
 constexpr double kHourTime = 3'600'000;  // milliseconds, as all times here
 constexpr double kRenewalTime = 60'000;  // until a renewal has surely ended
 constexpr double kLongestOperation = 400'000;
-constexpr double kVisitEnd = 12'000;     // later than every leave
-constexpr double kBeforeVisit = 15'000;  // a visit before it has been closed
-constexpr double kPrompt = 1000;         // two polls, and what a busy tag and lateness add
-constexpr double kLeaveLeeway = 125;     // the last interrupt may be the check before the leave
-constexpr double kSurelyLater = 50;      // than the begin of a write on another thread
+constexpr double kVisitEnd = 12'000;         // later than every leave
+constexpr double kBeforeVisit = 15'000;      // a visit before it has been closed
+constexpr double kPrompt = 1000;             // two polls, and what a busy tag and lateness add
+constexpr double kLeaveLeeway = 125;         // the last interrupt may be the check before the leave
+constexpr double kSurelyLater = 50;          // than the begin of a write on another thread
+constexpr double kLongestListener = 10'000;  // its pause and its calls of the manager
 constexpr std::size_t kMostHandles = 60;
 constexpr std::size_t kMostRequests = 3;
 constexpr std::size_t kLinesShown = 300;
@@ -292,13 +293,19 @@ class Judge {
         }
     }
 
-    // A host that still works with a manager that another replaces ends it, and with it the threads
-    // of all, when it has done. The thread of a renewal holds no manager that could end them.
+    // A host or a listener that still works with a manager that another replaces ends it, and with
+    // it the threads of all, when it has done. The thread of a renewal holds no manager that could
+    // end them.
     bool MayHoldLastPointer(const Done& done) const {
-        return std::any_of(m_done.begin(), m_done.end(), [&](const Done& other) {
-            return &other != &done && other.verb() == Verb::kRestart && other.begin <= done.end &&
-                   other.end >= done.begin;
-        });
+        const bool besideListener =
+            done.verb() == Verb::kRestart &&
+            std::any_of(m_events.begin(), m_events.end(), [&](const Event& event) {
+                return event.time >= done.begin - kLongestListener && event.time <= done.end;
+            });
+        return besideListener || std::any_of(m_done.begin(), m_done.end(), [&](const Done& other) {
+                   return &other != &done && other.verb() == Verb::kRestart &&
+                          other.begin <= done.end && other.end >= done.begin;
+               });
     }
 
     // Whether, at this time, a start and a write have worked since whatever may have taken the
