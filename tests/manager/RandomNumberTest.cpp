@@ -158,6 +158,22 @@ TEST(RandomNumber, GivenAfterAnotherManagersWriteReachesTheTag) {
     EXPECT_EQ(setup.OnChipInTheEnd(), NumberOf(0x21));
 }
 
+TEST(RandomNumber, GivenWhileAnUpdateFillsTheImageIsNotLost) {
+    hosted::UseScheduledClock({Seed()});
+    TagWithNumber setup;
+    bool given = false;
+    setup.log.OnLine([&](const std::string& text) {
+        if (!given && text.rfind("m_uri size is", 0) == 0) {
+            given = true;
+            OnThread([&setup] { EXPECT_EQ(setup.Give(0x41), 0); });
+            Sleep(10);
+        }
+    });
+    EXPECT_TRUE(setup.manager->UpdateNfcData());
+    EXPECT_EQ(setup.OnChipInTheEnd(), NumberOf(0x41));
+    setup.log.OnLine({});
+}
+
 TEST(RandomNumber, GivenAgainWhileItsThreadWaitsIsTheNewest) {
     hosted::UseScheduledClock({Seed()});
     TagWithNumber setup;
