@@ -234,10 +234,12 @@ namespace {
 class BleRouteImpl final : public Route {
   public:
     bool IsActive() const override { return g_isBtConnected; }
-    bool WriteImage(NfcProxy& proxy, const std::uint8_t* image, std::int32_t length) override {
+    bool WriteImage(NfcProxy& proxy, const std::uint8_t* image, std::int32_t length) override
+        TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
         return proxy.BtWrite(image, length);
     }
-    bool ReadNumber(NfcProxy& proxy, std::uint16_t regAddr, std::uint8_t* number) override {
+    bool ReadNumber(NfcProxy& proxy, std::uint16_t regAddr, std::uint8_t* number) override
+        TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
         if (!proxy.BtReadRandomNum(regAddr, number)) {
             LogWarnFun("[NFC_log] BtReadRandomNum fail ");
         }

@@ -117,10 +117,12 @@ void SilenceRadio() {
 class ChipRouteImpl final : public Route {
   public:
     bool IsActive() const override { return IsFound(); }
-    bool WriteImage(NfcProxy& /*proxy*/, const std::uint8_t* image, std::int32_t length) override {
+    bool WriteImage(NfcProxy& /*proxy*/, const std::uint8_t* image, std::int32_t length) override
+        TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
         return WriteImageToChip(image, length);
     }
-    bool ReadNumber(NfcProxy& /*proxy*/, std::uint16_t regAddr, std::uint8_t* number) override {
+    bool ReadNumber(NfcProxy& /*proxy*/, std::uint16_t regAddr, std::uint8_t* number) override
+        TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
         if (!ReadNumberFromChip(regAddr, number)) {
             LogErrorFun("ReadRandNum reg: %d failed", regAddr);
             return false;
@@ -128,7 +130,7 @@ class ChipRouteImpl final : public Route {
         return true;
     }
 
-    UniqueHandle Open() override {
+    UniqueHandle Open() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
         UniqueHandle device = OpenDevice::Open(kI2cDriverPath, kShareNone);
         if (device) {
             LogWarnFun("NFC_ select I2C Driver");
@@ -147,14 +149,16 @@ class ChipRouteImpl final : public Route {
         return device;
     }
     bool IsFound() const override { return DriverRoute() != kRouteNone; }
-    bool Start() override {
+    bool Start() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
         if (!SelectDriver() || !PrepareChip()) {
             return false;
         }
         SilenceRadio();
         return true;
     }
-    void DeviceCloses() override { InterruptLife().DeviceCloses(); }
+    void DeviceCloses() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+        InterruptLife().DeviceCloses();
+    }
 
     void AllowLoop() override { AllowDriverThreads(); }
     void StopLoop() override { StopDriverThreads(); }

@@ -17,7 +17,7 @@ namespace {
 
 // Closes the device under the mutex that every transfer holds, so none can be under way on it. A
 // pending request of an event thread fails.
-void CloseDevice() {
+void CloseDevice() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
     {
         const platform::Lock lock(GetNfcDeviceContext().mutex);
         OpenDevice::Get().Close();
@@ -39,7 +39,7 @@ void TakeOver(const Route& chosen, UniqueHandle device) {
 }
 
 // Opens the first device that there is.
-bool ChooseRoute() {
+bool ChooseRoute() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
     for (auto route = Routes().rbegin(); route != Routes().rend(); ++route) {
         UniqueHandle device = (*route)->Open();
         if (device) {
@@ -52,7 +52,7 @@ bool ChooseRoute() {
     return false;
 }
 
-bool OpenRoute() {
+bool OpenRoute() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
     LogWarnFun("NFC_Create DeviceHandle");
     const bool isReopened = std::any_of(Routes().begin(), Routes().end(),
                                         [](const Route* route) { return route->IsReopened(); });
@@ -65,7 +65,7 @@ bool OpenRoute() {
     return ChooseRoute();
 }
 
-bool StartDevice() {
+bool StartDevice() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
     if (!OpenRoute()) {
         return false;
     }
@@ -85,7 +85,7 @@ bool StartDevice() {
     return (*found)->Start();
 }
 
-void UndoStart() {
+void UndoStart() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
     StopDriverThreads();
     CloseDevice();
     g_ioEvent.value.Close();

@@ -16,7 +16,8 @@
 
 namespace {
 
-bool RequestNumber(NfcProxy& proxy, std::uint16_t regAddr, std::uint8_t* number) {
+bool RequestNumber(NfcProxy& proxy, std::uint16_t regAddr, std::uint8_t* number)
+    TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
     const std::unique_ptr<NumberRequest> request(new (std::nothrow) NumberRequest);
     if (request == nullptr) {
         LogErrorFun("NFC ReadRandNumber malloc writeData fail");
@@ -67,14 +68,16 @@ bool StartKeyboard() {
 class HidRouteImpl final : public Route {
   public:
     bool IsActive() const override { return g_isHidDevice && g_mcuKbConnected; }
-    bool WriteImage(NfcProxy& proxy, const std::uint8_t* image, std::int32_t length) override {
+    bool WriteImage(NfcProxy& proxy, const std::uint8_t* image, std::int32_t length) override
+        TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
         return proxy.NfcHidWrite(image, length);
     }
-    bool ReadNumber(NfcProxy& proxy, std::uint16_t regAddr, std::uint8_t* number) override {
+    bool ReadNumber(NfcProxy& proxy, std::uint16_t regAddr, std::uint8_t* number) override
+        TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
         return RequestNumber(proxy, regAddr, number);
     }
 
-    UniqueHandle Open() override {
+    UniqueHandle Open() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
         UniqueHandle device = MatchNfcHidDevice();
         if (device) {
             LogWarnFun("NFC_ select hid device");
@@ -86,8 +89,8 @@ class HidRouteImpl final : public Route {
     }
     bool IsFound() const override { return g_isHidDevice; }
     bool IsReopened() const override { return g_isHidDevice; }
-    bool Start() override { return StartKeyboard(); }
-    void UndoStart() override {
+    bool Start() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) { return StartKeyboard(); }
+    void UndoStart() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
         if (g_hReadHidThread != nullptr) {
             // The closing of the device wakes the thread.
             KeyboardReadLife().Stop(ThreadLife::Wake::kNo);
@@ -95,7 +98,9 @@ class HidRouteImpl final : public Route {
         }
         g_RandEvent.value.Close();
     }
-    void DeviceCloses() override { KeyboardReadLife().DeviceCloses(); }
+    void DeviceCloses() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+        KeyboardReadLife().DeviceCloses();
+    }
 
     void AllowLoop() override { KeyboardReadLife().Allow(); }
     void StopLoop() override { KeyboardReadLife().Stop(ThreadLife::Wake::kYes); }

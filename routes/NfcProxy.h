@@ -63,11 +63,13 @@ class NfcProxy {
 
     // The keyboards' frames: an image of at most 888 bytes, or one page of 1 to 60 bytes. Under
     // the content lock.
-    bool NfcHidWrite(const std::uint8_t* data, std::int32_t length);
+    bool NfcHidWrite(const std::uint8_t* data, std::int32_t length)
+        TAGPORT_REQUIRES(m_contentMutex);
     bool HidWrite(std::int32_t page, const std::uint8_t* data, std::int32_t length,
-                  std::uint8_t pageCount);
-    bool BtWrite(const std::uint8_t* data, std::int32_t length);
-    bool BtReadRandomNum(std::uint16_t regAddr, std::uint8_t* number);
+                  std::uint8_t pageCount) TAGPORT_REQUIRES(m_contentMutex);
+    bool BtWrite(const std::uint8_t* data, std::int32_t length) TAGPORT_REQUIRES(m_contentMutex);
+    bool BtReadRandomNum(std::uint16_t regAddr, std::uint8_t* number)
+        TAGPORT_REQUIRES(m_contentMutex);
 };
 
 /// A write's last step but one: arms the next visit, lets the loops run, and starts what is not

@@ -4,9 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "routes/NfcProxy.h"
 #include "transfer/UniqueHandle.h"
-
-class NfcProxy;
 
 /// One way to a tag: a chip behind a kernel driver, a HID keyboard, a Bluetooth keyboard. A route
 /// has no state of its own in the object; what it works on belongs to the process.
@@ -26,17 +25,19 @@ class Route {
     virtual bool IsActive() const = 0;
 
     /// Puts a whole image on the tag. Blocks for its transfers. False when it is not there.
-    virtual bool WriteImage(NfcProxy& proxy, const std::uint8_t* image, std::int32_t length) = 0;
+    virtual bool WriteImage(NfcProxy& proxy, const std::uint8_t* image, std::int32_t length)
+        TAGPORT_REQUIRES(NfcProxy::m_contentMutex) = 0;
 
     /// Fetches the 32-byte number that begins at a chip register. Blocks for its transfers. False
     /// when the failure counts as that of the whole read.
-    virtual bool ReadNumber(NfcProxy& proxy, std::uint16_t regAddr, std::uint8_t* number) = 0;
+    virtual bool ReadNumber(NfcProxy& proxy, std::uint16_t regAddr, std::uint8_t* number)
+        TAGPORT_REQUIRES(NfcProxy::m_contentMutex) = 0;
 
     // Device start. A route that the host connects itself keeps these as they are.
 
     /// Opens the route's device for overlapped I/O and marks the route as found. Empty, with
     /// GetLastError, when there is none.
-    virtual UniqueHandle Open() { return {}; }
+    virtual UniqueHandle Open() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) { return {}; }
 
     /// Whether Open has worked once in this process.
     virtual bool IsFound() const { return false; }
@@ -45,13 +46,13 @@ class Route {
     virtual bool IsReopened() const { return false; }
 
     /// Makes the open device ready.
-    virtual bool Start() { return true; }
+    virtual bool Start() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) { return true; }
 
     /// Takes back what Start has made. The device is closed already.
-    virtual void UndoStart() {}
+    virtual void UndoStart() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {}
 
     /// The device has been closed: the request of the route's event loop fails.
-    virtual void DeviceCloses() {}
+    virtual void DeviceCloses() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {}
 
     // The route's event loop.
 

@@ -1,5 +1,4 @@
 // A whole image to the tag, and the number alone from it, over every active route.
-#include <algorithm>
 #include <cstdint>
 #include <optional>
 
@@ -44,9 +43,12 @@ bool NfcProxy::WriteNfcContent(const std::string& content) {
         return false;
     }
     const auto length = static_cast<std::int32_t>(content.size());
-    return std::all_of(Routes().begin(), Routes().end(), [&](Route* route) {
-        return !route->IsActive() || route->WriteImage(*this, image.get(), length);
-    });
+    for (Route* const route : Routes()) {
+        if (route->IsActive() && !route->WriteImage(*this, image.get(), length)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool NfcProxy::ReadRandNumber(std::uint8_t* number) {
@@ -56,9 +58,12 @@ bool NfcProxy::ReadRandNumber(std::uint8_t* number) {
         return false;
     }
     LogWarnFun("NFC ReadRandNumber regAddr = %d ", *regAddr);
-    return std::all_of(Routes().begin(), Routes().end(), [&](Route* route) {
-        return !route->IsActive() || route->ReadNumber(*this, *regAddr, number);
-    });
+    for (Route* const route : Routes()) {
+        if (route->IsActive() && !route->ReadNumber(*this, *regAddr, number)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool NfcProxy::SetLocalNum(const std::uint8_t* number) {

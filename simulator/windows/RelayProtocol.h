@@ -1,5 +1,5 @@
-/* What the test drivers and the process that holds the simulated devices say to each other. Plain C:
- * the drivers are C, the process is C++.
+/* What the test drivers and the process that holds the simulated devices say to each other. Plain
+ * C: the drivers are C, the process is C++.
  *
  * A test driver has two sides. Hosts open its device (kRelayI2c: "\\.\SPBNFCDRIVER", kRelayUsb:
  * "\\.\KEYBOARDNFC", kRelayHid: the keyboard among the HID devices). The device process opens the
