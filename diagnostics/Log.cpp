@@ -3,8 +3,10 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <new>
 #include <sstream>
+#include <string>
 
 namespace {
 
@@ -45,8 +47,12 @@ void LogWithOrigin(LOG_MESSAGE_LEVEL level, const char* origin, const char* text
     // Without memory the whole line is dropped, like one that does not fit. A log call must not log
     // part of a line and must not throw: on a thread of the library nothing would catch it.
     try {
+        // One insertion: every insertion into a wide stream costs as much as the formatting.
+        std::string line;
+        line.reserve(std::strlen(text) + std::strlen(origin) + 2);
+        line.append(text).append(1, '(').append(origin).append(1, ')');
         std::wstringstream stream;
-        stream << text << L"(" << origin << L")";
+        stream << line.c_str();
         if (stream) {
             TraceLogger::GetInstance()->Log(level, stream);
         }

@@ -1,9 +1,7 @@
 #include "transfer/SpbTransfer.h"
 
-#include <iomanip>
 #include <memory>
 #include <new>
-#include <sstream>
 
 #include "diagnostics/Log.h"
 #include "platform/BoundedMemory.h"
@@ -11,12 +9,15 @@
 #include "transfer/OpenDevice.h"
 
 std::string BytesToHex(const std::uint8_t* data, std::size_t size) {
-    std::ostringstream text;
-    text << std::hex << std::setfill('0');
+    constexpr char kDigits[] = "0123456789abcdef";
+    constexpr unsigned kDigitBits = 4;
+    std::string text;
+    text.reserve(2 * size);
     for (std::size_t i = 0; i < size; ++i) {
-        text << std::setw(2) << static_cast<unsigned>(data[i]);
+        text += kDigits[data[i] >> kDigitBits];
+        text += kDigits[data[i] & 0xFU];
     }
-    return text.str();
+    return text;
 }
 
 bool NfcSpbWrite(const std::uint8_t* frame, std::uint32_t size) {
