@@ -14,8 +14,11 @@
 /// object to one manager only: each keeps the newest number of its own image.
 class TAGPORT_EXPORT NdefMessage {
   public:
+    /// All five fields empty or zero.
     NdefMessage();
+    /// Copies all five fields. Takes no lock: nobody may change `other` meanwhile.
     NdefMessage(const NdefMessage& other);
+    /// As the copy.
     NdefMessage& operator=(const NdefMessage& other);
     ~NdefMessage();
 
@@ -30,19 +33,29 @@ class TAGPORT_EXPORT NdefMessage {
     /// refuse everything that follows. The number is read back for a URI of 1 byte on PC type 2 and
     /// of 50 bytes on 5 and 8; with any other size other bytes pass for the number.
     int SetUrl(const std::string& url);
+    /// The stored URI, without its scheme; empty before the first one. Always 0.
     int GetUrl(std::string& url);
 
-    // Each returns 0, or -1 for an array reference that refers to nothing: a setter then clears
-    // the field.
+    /// The MAC address, in the order in which it is on the tag. 0, or -1 with the field cleared for
+    /// an array reference that refers to nothing.
     int SetMac(const std::uint8_t (&mac)[6]);
+    /// The stored MAC address. 0, or -1 for an array reference that refers to nothing.
     int GetMac(std::uint8_t (&mac)[6]);
+
+    /// The random number. 0, or -1 with the field cleared for an array reference that refers to
+    /// nothing. Does not reach the tag by itself: see NfcManager::WriteRandNum.
     int SetRandomNumber(const std::uint8_t (&number)[32]);
+    /// The stored number. 0, or -1 for an array reference that refers to nothing.
     int GetRandomNumber(std::uint8_t (&number)[32]);
+
+    /// The PC model. 0, or -1 with the field cleared for an array reference that refers to nothing.
     int SetModel(const std::uint8_t (&model)[4]);
+    /// The stored model. 0, or -1 for an array reference that refers to nothing.
     int GetModel(std::uint8_t (&model)[4]);
 
     /// 2, 5 or 8 for a message that a manager takes; any value is stored. Always 0.
     int SetPcType(const std::uint8_t& type);
+    /// The stored PC type. Always 0.
     int GetPcType(std::uint8_t& type);
 
   private:

@@ -44,10 +44,12 @@ class TAGPORT_EXPORT NfcManager {
     /// A bare manager, on which nearly every operation fails. Hosts use Create.
     explicit NfcManager(std::shared_ptr<NdefMessage> message);
 
-    // Copies share image, peripheral and message with the original. An operation that runs while
-    // its manager is assigned to ends on what the manager held before.
+    /// Shares image, peripheral and message with the original.
     NfcManager(const NfcManager& other);
+    /// As the copy. An operation that runs meanwhile ends on what the manager held before.
     NfcManager& operator=(const NfcManager& other);
+    /// Stops the event threads when no other manager shares the peripheral of this one. Waits for
+    /// nobody.
     ~NfcManager();
 
     /// Finds and opens the tag: I2C driver, USB driver, HID keyboard, in this order. Up to three
