@@ -56,6 +56,21 @@ Json NumberField(const Number& number) {
     return {{"number", ToHex(View(number, sizeof(number)))}};
 }
 
+Json MessageFields(NdefMessage& message) {
+    std::string url;
+    Number number = {};
+    std::uint8_t mac[6] = {};
+    std::uint8_t model[4] = {};
+    message.GetUrl(url);
+    message.GetRandomNumber(number);
+    message.GetMac(mac);
+    message.GetModel(model);
+    return {{"url", url},
+            {"mac", ToHex(View(mac, sizeof(mac)))},
+            {"number", ToHex(View(number, sizeof(number)))},
+            {"model", ToHex(View(model, sizeof(model)))}};
+}
+
 }  // namespace
 
 Host::Host(Stage& stage, Recorder& recorder, RunResults& results, std::uint64_t seed)
@@ -152,14 +167,15 @@ void Host::Start(int pcType) {
     content.Init(static_cast<char>('0' + pcType));
     std::uint8_t type = 0;
     content.GetPcType(type);
-    Record(1, "Init", type == pcType);
     if (type != pcType) {
+        Record(1, "Init", false);
         return;
     }
     content.SetMac(kMacAddress);
     Number number;
     FillRandom(number);
     content.SetRandomNumber(number);
+    m_results.Record("Init", true, true, MessageFields(content));
     {
         const std::lock_guard<std::mutex> guard(m_mutex);
         for (Slot& slot : m_slots) {
@@ -263,22 +279,7 @@ void Host::ReadMessage(unsigned manager, bool own) {
         target = At(manager).own;
     }
     const int result = Manager(manager)->ReadMessage(target);
-    Json more = Json::object();
-    if (result == 0) {
-        std::string url;
-        Number number = {};
-        std::uint8_t mac[6] = {};
-        std::uint8_t model[4] = {};
-        target->GetUrl(url);
-        target->GetRandomNumber(number);
-        target->GetMac(mac);
-        target->GetModel(model);
-        more["url"] = url;
-        more["mac"] = ToHex(View(mac, sizeof(mac)));
-        more["number"] = ToHex(View(number, sizeof(number)));
-        more["model"] = ToHex(View(model, sizeof(model)));
-    }
-    Record(manager, "ReadMessage", result, std::move(more));
+    Record(manager, "ReadMessage", result, result == 0 ? MessageFields(*target) : Json::object());
 }
 
 void Host::Update(unsigned manager, const Fields& fields) {

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdio>
+#include <utility>
 
 #include "lab/Printable.h"
 
@@ -13,6 +14,15 @@ namespace {
 constexpr std::size_t kShownDigits = 48;  // of a frame; its meaning is printed too
 constexpr int kErrorLevel = 4;
 constexpr int kIndent = 36;  // where the text of a line begins
+
+// What a check has judged, with the words after each number.
+constexpr std::array<std::pair<const char*, const char*>, 6> kJudged{
+    {{"visits", " visits ("},
+     {"in-time", " with their times), "},
+     {"phones", " readings of phones, "},
+     {"numbers", " numbers and "},
+     {"fields", " times the other fields on the tag, "},
+     {"shown", " numbers in events"}}};
 
 std::string EventText(int event) {
     switch (event) {
@@ -104,6 +114,25 @@ std::string HumanOutput::Lines(const Json& object) const {
             }
         }
         return Head(object, "result") + text + "\n";
+    }
+    if (kind == "violation") {
+        const bool hasLine = object["line"] != 0;
+        return Head(object, "VIOLATION") +
+               m_style.Red(Field(object, "file") + (hasLine ? ":" + Field(object, "line") : "") +
+                           ": " + Field(object, "command") + ": expected " +
+                           Field(object, "expected") + "; seen " + Field(object, "seen")) +
+               "\n";
+    }
+    if (kind == "check") {
+        std::string text;
+        for (const auto& [name, what] : kJudged) {
+            text += Field(object, name) + what;
+        }
+        const bool good = object["violations"] == 0;
+        return "\njudged: " + text + ".  " +
+               (good ? m_style.Green("No violation.")
+                     : m_style.Red("Violations: " + Field(object, "violations") + ".")) +
+               "\n";
     }
     if (kind == "log" && m_log) {
         const bool error = object["level"] == kErrorLevel;

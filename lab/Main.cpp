@@ -46,6 +46,8 @@ void AddRun(CLI::App& app, lab::RunOptions& run) {
     app.add_flag("--json", run.json, "Print one JSON object per line, everything included");
     app.add_flag("--log", run.log, "Show every line of the log");
     app.add_flag("--bus", run.stage.bus, "Show every frame on the bus");
+    app.add_flag("--check", run.stage.check,
+                 "Judge visits, numbers, the tag and what is left over; needs --seed");
 }
 
 void AddBuild(CLI::App& app, lab::ImageBuildOptions& build) {

@@ -13,7 +13,6 @@ namespace {
 
 constexpr int kPhoneLeft = 1;
 constexpr int kPhoneEntered = 3;
-constexpr std::int64_t kDefaultStay = 800;
 constexpr std::int64_t kEnterBound = 1'000;  ///< for the event of a phone that entered
 constexpr std::int64_t kLeaveBound = 8'500;  ///< above the longest watch of the library
 constexpr std::int64_t kJoinBound = 24LL * 3'600'000;
@@ -29,7 +28,11 @@ Player::Player(Stage& stage, Recorder& recorder, std::uint64_t seed, Watch watch
       m_watch(std::move(watch)) {}
 
 void Player::Start(int pcType) {
+    m_start.verb = Verb::kStart;
+    m_start.text = "the start of the run";
+    m_watch({m_start, true, {}});
     m_host.Start(pcType);
+    m_watch({m_start, false, m_results.LastSucceeded()});
 }
 
 void Player::ExpectEvent(const Command& command) {

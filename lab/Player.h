@@ -27,7 +27,8 @@ class Player {
         bool begins = true;             ///< false: it has ended
         std::optional<bool> succeeded;  ///< of its last operation, at its end if it has had one
     };
-    /// Called on the thread of a command before and after it is carried out.
+    /// Called on the thread of a command before and after it is carried out. The command of line 0
+    /// is the start before the script.
     using Watch = std::function<void(const Step& step)>;
 
     Player(Stage& stage, Recorder& recorder, std::uint64_t seed, Watch watch);
@@ -73,6 +74,7 @@ class Player {
     Recorder& m_recorder;
     Host m_host;
     Watch m_watch;
+    Command m_start;
     std::string m_file;
     double m_begin = 0;  // when the script began
     std::mutex m_mutex;  // for the queues and m_lastPhoneEnd

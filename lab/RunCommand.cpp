@@ -9,6 +9,7 @@
 #include "lab/HumanOutput.h"
 #include "lab/ImageNotes.h"
 #include "lab/ImageTable.h"
+#include "lab/Judge.h"
 #include "lab/Player.h"
 #include "lab/Printable.h"
 #include "lab/Script.h"
@@ -88,21 +89,33 @@ int Run(const RunOptions& options) {
     // ends.
     static const HumanOutput& human = *new HumanOutput(style, options.log, options.stage.bus);
     static const bool json = options.json;
-    static Recorder& recorder = *new Recorder(
-        [](const Json& object) { WriteOutput(json ? JsonLine(object) : human.Lines(object)); });
+    static Judge* judge = nullptr;
+    static Recorder& recorder = *new Recorder([](const Json& object) {
+        WriteOutput(json ? JsonLine(object) : human.Lines(object));
+        if (judge != nullptr) {
+            judge->Take(object);
+        }
+    });
     Script script = options.script ? ReadScript(*options.script) : Script{kVisitName, {}};
-    Stage& stage = MakeStage(MergedOptions(options.stage, script), recorder);
+    const StageOptions merged = MergedOptions(options.stage, script);
+    Stage& stage = MakeStage(merged, recorder);
     static Player& player =
         *new Player(stage, recorder, options.stage.seed.value_or(std::random_device{}()),
                     [](const Player::Step& step) {
-                        if (!json && step.begins) {
+                        if (!json && step.begins && step.command.line > 0) {
                             WriteOutput(human.CommandLine(step.command.text));
+                        }
+                        if (judge != nullptr) {
+                            judge->Watch(step);
                         }
                     });
     if (!options.script) {
         script = ParseScript(kVisitName, stage.DefaultScript());
     }
     player.Check(script);
+    if (merged.check) {
+        judge = new Judge(script, merged, stage, recorder);
+    }
 
     stage.ChooseClock();
     UseConfiguration(options.configDirectory, options.pcType);
@@ -112,12 +125,16 @@ int Run(const RunOptions& options) {
         player.Play(script);
     }
     player.End();
+    if (judge != nullptr) {
+        judge->Finish();
+    }
     recorder.Finish();
     if (!options.json) {
         PrintTag(stage.TagMemory(), style);
         PrintSum(player, style);
     }
-    return player.Failures() == 0 ? kExitDone : kExitFailed;
+    const bool isGood = judge == nullptr || judge->IsGood();
+    return player.Failures() == 0 && isGood ? kExitDone : kExitFailed;
 }
 
 }  // namespace lab

@@ -61,6 +61,7 @@ struct Command {
     std::vector<Command> body;  ///< kRepeat
 };
 
+constexpr std::int64_t kDefaultStay = 800;  ///< milliseconds of a "tap" without a time
 constexpr unsigned kMostHosts = 4;
 constexpr unsigned kMostManagers = 4;
 

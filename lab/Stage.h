@@ -21,6 +21,15 @@ struct StageOptions {
     std::int64_t late = 0;         ///< scheduled clock: how late a thread may run, in milliseconds
     unsigned priorityChanges = 0;  ///< scheduled clock: see hosted::ScheduledOptions
     bool bus = false;
+    bool check = false;  ///< the run is judged
+};
+
+/// What is alive in the hosted layer. Threads with which the Bluetooth client delivers are left
+/// out, because it keeps them where it has refused to end its deliveries.
+struct LiveObjects {
+    std::size_t handles = 0;
+    std::size_t threads = 0;
+    std::size_t requests = 0;
 };
 
 /// All times are milliseconds. A stage throws WrongCall for what it cannot do.
@@ -70,6 +79,7 @@ class Stage {
 
     /// The tag's memory from the image's first byte on; empty when it cannot be read.
     virtual std::string TagMemory() const = 0;
+    virtual LiveObjects Live() const = 0;
     /// Waits, within a bound, for the threads that end after the last manager is released.
     virtual void WaitForThreads() = 0;
 };

@@ -332,6 +332,12 @@ class HostedStage : public Stage {
         return std::string(AsText(bytes));
     }
 
+    LiveObjects Live() const override {
+        const hosted::LiveCounts live = hosted::Live();
+        const std::size_t clients = LinkDockService::DeliveryThreads();  // a handle for each
+        return {live.handles - clients, live.threads - clients, live.requests};
+    }
+
     void WaitForThreads() override {
         // The deferred call thread stays blocked after the last manager is released.
         hosted::WaitFor([this] { return m_bus.Threads() <= 1; }, kThreadEndBound,

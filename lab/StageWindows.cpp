@@ -32,6 +32,7 @@ class WindowsStage : public Stage {
         refuse(options.fault.has_value(), "--fault");
         refuse(options.seed.has_value(), "--seed");
         refuse(options.bus, "--bus");
+        refuse(options.check, "--check");
     }
 
     void ChooseClock() override {}
@@ -84,6 +85,7 @@ class WindowsStage : public Stage {
     void BleClient(const std::map<std::string, std::string>& /*fields*/) override { Refuse("it"); }
     void Fault(const std::string& /*plan*/, bool /*apply*/) override { Refuse("it"); }
     std::string TagMemory() const override { return {}; }
+    LiveObjects Live() const override { return {}; }
     void WaitForThreads() override {}
 
   private:

@@ -16,6 +16,9 @@ constexpr unsigned kMostOperations = 40;
 constexpr unsigned kHourMs = 3'600'000;
 constexpr unsigned kRoundsMs = kHourMs + 600'000;
 constexpr char kFirstRoundsNumber = '\x60';
+constexpr char kFirstSettled = '\xE1';  // the byte of the number given during the last write
+constexpr char kLastNumber = '\xE2';
+constexpr char kLastLetter = 'z';     // of the last write's URL, address and model
 constexpr std::size_t kUrlSize = 50;  // that the number's register is made for
 
 const struct {
@@ -68,8 +71,8 @@ std::string Content(char letter, char number) {
 
 class Artist {
   public:
-    Artist(Story& story, std::uint64_t seed) : m_story(story), m_engine(seed) {}
-    void Draw();
+    explicit Artist(std::uint64_t seed) : m_engine(seed) {}
+    Story Draw();
 
   private:
     unsigned Below(std::uint64_t bound) { return static_cast<unsigned>(m_engine() % bound); }
@@ -86,15 +89,22 @@ class Artist {
     }
     std::string Plan();
     std::string Filled(const std::string& lines, char byte, unsigned managers);
+    bool Has(const char* route) const {
+        return std::find(m_routes.begin(), m_routes.end(), route) != m_routes.end();
+    }
     void DrawHour(bool isSequence);
     void DrawRounds();
 
-    Story& m_story;
     std::mt19937_64 m_engine;
+    Story m_story;
+    Words m_routes;
+    std::string m_chip;
+    unsigned m_hosts = 1;
+    unsigned m_managers = 1;
 };
 
 std::string Artist::Plan() {
-    if (m_story.Has("ble") && (m_story.routes.size() == 1 || Below(2) == 0)) {
+    if (Has("ble") && (m_routes.size() == 1 || Below(2) == 0)) {
         return OneOf({"connect#", "disconnect#", "subscribe#", "unsubscribe#", "write#"}) +
                Between(1, 3);
     }
@@ -133,20 +143,19 @@ void Artist::DrawHour(bool isSequence) {
         // Detection disturbed by a fault takes a Fanli chip for another kind, whose driver leaves
         // the status unread, which then interrupts without end. The fault sweep covers it. One host
         // does one after the other.
-        const bool inTurn = m_story.chip.find("fanli") != std::string::npos &&
+        const bool inTurn = m_chip.find("fanli") != std::string::npos &&
                             (has("open") || has("restart") || has("fault"));
-        const std::string host =
-            "host " + std::to_string(1 + (inTurn ? 0 : Below(m_story.hosts))) + " ";
-        lines = Filled(lines, static_cast<char>(i + 3), m_story.managers);
+        const std::string host = "host " + std::to_string(1 + (inTurn ? 0 : Below(m_hosts))) + " ";
+        lines = Filled(lines, static_cast<char>(i + 3), m_managers);
         for (std::size_t end = 0; (end = lines.find('\n', end)) != std::string::npos;) {
             lines.insert(++end, host);
         }
         if (at < kHourMs) {
             lines.insert(0, "at " + std::to_string(at) + " " + host);
-            m_story.sections[kHour].push_back(lines);
+            m_story[kHour].push_back(lines);
         }
     }
-    m_story.sections[kHour].push_back("join\nat " + std::to_string(kHourMs) + "\nwait 60000");
+    m_story[kHour].push_back("join\nat " + std::to_string(kHourMs) + "\nwait 60000");
 }
 
 // Phones one after the other: on their own, or so close that one falls into the watch over another;
@@ -157,7 +166,7 @@ void Artist::DrawRounds() {
     for (unsigned i = 2 + Below(4); i > 0; --i) {
         at += Below(2) == 0 ? 50 + Below(650) : 20'000 + Below(20'000);
         const unsigned stay = 300 + Below(3700);
-        lines.emplace_back(at, "in 0 tap " + std::to_string(stay) + " " + OneOf(m_story.routes));
+        lines.emplace_back(at, "in 0 tap " + std::to_string(stay) + " " + OneOf(m_routes));
         const std::string beside = LinesBy(&Act::besidePhone);
         if (!beside.empty()) {
             lines.emplace_back(
@@ -168,21 +177,22 @@ void Artist::DrawRounds() {
     }
     std::sort(lines.begin(), lines.end());
     for (const auto& [time, text] : lines) {
-        m_story.sections[kRounds].push_back("at " + std::to_string(time) + " " + text);
+        m_story[kRounds].push_back("at " + std::to_string(time) + " " + text);
     }
-    m_story.sections[kRounds].emplace_back("join\nwait 60000");
+    m_story[kRounds].emplace_back("join\nwait 60000");
 }
 
-void Artist::Draw() {
-    auto& [begin, hour, settle, rounds, held, last, stop] = m_story.sections;
+Story Artist::Draw() {
+    auto& [begin, hour, settle, rounds, end] = m_story;
     const auto& peripheral = kPeripherals[Below(std::size(kPeripherals))];
-    m_story.routes = peripheral.routes;
-    m_story.chip = peripheral.chip;
+    m_routes = peripheral.routes;
+    m_chip = peripheral.chip;
     const bool isSequence = Below(4) == 0;
-    m_story.hosts = isSequence ? 1 : 1 + Below(4);
-    m_story.managers = isSequence ? 1 : 1 + Below(2);
-    const bool hasBle = m_story.Has("ble");
-    const bool isStuck = m_story.IsWired() && m_story.chip[1] == 'm' && Below(3) == 0;
+    m_hosts = isSequence ? 1 : 1 + Below(4);
+    m_managers = isSequence ? 1 : 1 + Below(2);
+    const bool hasBle = Has("ble");
+    const bool isWired = !m_chip.empty();
+    const bool isStuck = isWired && m_chip[1] == 'm' && Below(3) == 0;
     const bool hasHabits = hasBle && Below(2) == 0;
     const bool isRefused = hasHabits && Below(2) == 0;
     const std::string refused = "fault unsubscribe#1, disconnect#1\n";
@@ -194,9 +204,9 @@ void Artist::Draw() {
     const auto when = [](bool holds, const std::string& lines) { return holds ? lines : ""; };
 
     // A HID keyboard's answer takes 4 ms and is missed by a reader that is later than that.
-    begin = {"pc route=" + m_story.routes[0] + when(m_story.routes.size() > 1, ",ble") +
-             when(!m_story.chip.empty(), " chip=" + m_story.chip) +
-             " late=" + OneOf({"0", "2", m_story.Has("hid") ? "2" : "20"}) +
+    begin = {"pc route=" + m_routes[0] + when(m_routes.size() > 1, ",ble") +
+             when(!m_chip.empty(), " chip=" + m_chip) +
+             " late=" + OneOf({"0", "2", Has("hid") ? "2" : "20"}) +
              " changes=" + OneOf({"0", "0", "3", "20"})};
     if (isStuck) {
         begin.emplace_back("chip-bits 038C 10 10");  // a mode byte other than 6
@@ -207,12 +217,11 @@ void Artist::Draw() {
                         when(isRefused, " after-refusal"));
     }
     begin.push_back("restart " + Content('a', 1));
-    if (m_story.managers > 1) {
+    if (m_managers > 1) {
         begin.push_back("manager 2 start " + Content('b', 2));
     }
     if (hasHabits || Below(3) == 0) {
         const bool reads = Below(2) == 0;
-        m_story.missesReports = reads && (hasBle || m_story.Has("hid"));
         begin.push_back("listener on pause=" + OneOf({"0", "50", "400"}) + when(reads, " reads") +
                         OneOf({"", " renews"}));
     }
@@ -225,55 +234,46 @@ void Artist::Draw() {
               "join\nwait 60000",
               "listener on pause=" + OneOf({"0", "0", "50", "50 renews"})};
     DrawRounds();
-    held = {"listener on", "in 0 tap 12000", "wait " + Between(300, 3000),
-            OneOf({"write", "manager 4 create", "renew " + Number(kFirstRoundsNumber)}),
-            "wait 60000"};
-    last = {"renew " + Number(kLastNumber), "wait 60000", "in 0 tap 250", "wait 24000"};
+    const std::string before = Between(300, 3000);
+    const std::string beside =
+        OneOf({"write", "manager 4 create", "renew " + Number(kFirstRoundsNumber)});
     // Every second write opens another visit after the one that the stop falls into: each is to be
     // closed.
-    stop = {"in 0 tap 2500", when(Below(2) == 0, "wait 500\n" + lastWrite(kLastNumber) + "\n") +
-                                 "wait " + Between(0, 1500)};
+    const auto part = when(Below(2) == 0, "wait 500\n" + lastWrite(kLastNumber) + "\n");
+    end = {"listener on",
+           "in 0 tap 12000",
+           "wait " + before,
+           beside,
+           "wait 60000",
+           "renew " + Number(kLastNumber),
+           "wait 60000",
+           "in 0 tap 250",
+           "wait 24000",
+           "in 0 tap 2500",
+           part + "wait " + Between(0, 1500)};
     if (hasBle) {
-        stop.push_back(when(isRefused, refused) + "disconnect" +
-                       when(isRefused, "\nfault none\nin 0 tap 500 ble"));
+        end.push_back(when(isRefused, refused) + "disconnect" +
+                      when(isRefused, "\nfault none\nin 0 tap 500 ble"));
     }
-    stop.push_back("stop" + when(m_story.managers > 1, "\nmanager 2 stop") +
-                   when(held[3] == "manager 4 create", "\nmanager 4 stop") + "\nwait 60000");
+    end.push_back("stop" + when(m_managers > 1, "\nmanager 2 stop") +
+                  when(beside == "manager 4 create", "\nmanager 4 stop") + "\nwait 60000");
+    return m_story;
 }
 
 }  // namespace
 
 Story Draw(std::uint64_t seed) {
-    Story story;
-    Artist(story, seed).Draw();
-    return story;
+    return Artist(seed).Draw();
 }
 
-bool Story::Has(const std::string& route) const {
-    return std::find(routes.begin(), routes.end(), route) != routes.end();
-}
-
-std::string Story::Text() const {
+std::string Text(const Story& story) {
     std::string text;
-    for (const Words& section : sections) {
+    for (const Words& section : story) {
         for (const std::string& entry : section) {
             text += entry + "\n";
         }
     }
     return text;
-}
-
-Section Story::SectionOf(std::size_t line) const {
-    std::size_t end = 0;
-    for (int section = 0; section < kSections; ++section) {
-        for (const std::string& entry : sections[static_cast<std::size_t>(section)]) {
-            end += 1 + static_cast<std::size_t>(std::count(entry.begin(), entry.end(), '\n'));
-        }
-        if (line <= end) {
-            return static_cast<Section>(section);
-        }
-    }
-    return kSections;
 }
 
 }  // namespace soak

@@ -1,0 +1,205 @@
+// Passes what happens on to the rules, and judges operations, handles, threads and requests.
+#include "lab/Judge.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "lab/Failure.h"
+
+namespace lab {
+
+namespace {
+
+constexpr double kLongestOperation = 400'000;  // milliseconds
+constexpr std::int64_t kMostLate = 20;         // milliseconds, that the judged times allow
+constexpr std::size_t kMostHandles = 60;
+constexpr std::size_t kMostRequests = 3;
+const std::array<std::string, 5> kRoutes{"", "i2c", "usb", "hid", "ble"};
+
+const Script& Judgeable(const Script& script, const StageOptions& options) {
+    if (!options.seed) {
+        throw WrongCall(
+            "--check judges times of the scheduled clock: --seed N would be right with it");
+    }
+    if (options.late > kMostLate) {
+        throw WrongCall(script.file + ": pc late=" + std::to_string(options.late) +
+                        ": --check needs threads that are at most " + std::to_string(kMostLate) +
+                        " ms late");
+    }
+    return script;
+}
+
+}  // namespace
+
+Judge::Judge(const Script& script, const StageOptions& options, Stage& stage, Recorder& recorder)
+    : m_stage(stage),
+      m_recorder(recorder),
+      m_findings(Judgeable(script, options).file),
+      m_tag(m_history, m_findings),
+      m_visits(m_history, m_tag, stage, m_findings) {
+    if (options.fault) {
+        m_firstFault.verb = Verb::kFault;
+        m_firstFault.argument = *options.fault;
+        m_firstFault.text = "--fault";
+        m_history.Begin(m_firstFault, 0);
+        m_history.End({m_firstFault, false, {}}, 0);
+    }
+}
+
+void Judge::Take(const Json& object) {
+    const std::string kind = object["kind"];
+    m_history.Take(object);
+    if (kind == "event") {
+        TakeEvent(object);
+    } else if (kind == "phone") {
+        m_visits.TakeReading(object);
+    }
+}
+
+void Judge::TakeEvent(const Json& object) {
+    const auto number = object["route"].get<std::size_t>();
+    const std::string& route = kRoutes.at(number < kRoutes.size() ? number : 0);
+    const Command& command = m_history.Latest();
+    m_findings.Expect(m_stage.HasRoute(route), command, "events from routes that the PC has",
+                      "route " + std::to_string(number));
+    m_findings.Expect(route != "ble" || m_connected, command,
+                      "no event of a Bluetooth keyboard after its disconnection",
+                      "event " + object["event"].dump());
+    m_visits.TakeEvent(object, route);
+    m_tag.JudgeShown(object);
+}
+
+void Judge::Watch(const Player::Step& step) {
+    const Command& command = step.command;
+    const double now = m_stage.Now();
+    if (step.begins) {
+        ExpectFailure(command);
+        m_visits.JudgePhones(now, false);
+        m_visits.JudgeRest(now);
+        JudgeTag();
+        m_history.Begin(command, now);
+        m_visits.Begin(command, now);
+        if (StartsManager(command.verb) || IsOneOf(command.verb, {Verb::kOpen, Verb::kConnect})) {
+            m_connected = true;
+            m_connectBegin = now;
+        }
+    } else {
+        const Done* done = m_history.End(step, now);
+        if (command.verb == Verb::kListener) {
+            m_visits.EndListener(command, now);
+        }
+        if (done != nullptr) {
+            m_connected = m_connected && (command.verb != Verb::kDisconnect || !done->worked ||
+                                          m_connectBegin > done->begin);
+            JudgeOperation(*done);
+        }
+        JudgeLive(command);
+    }
+    Flush();
+}
+
+// A failure needs a reason: a fault, a device or manager that another takes away, a keyboard that
+// has no content to read and whose answer can be missed.
+void Judge::JudgeOperation(const Done& done) {
+    const Command& command = *done.command;
+    m_findings.Expect(done.end - done.begin < kLongestOperation, command,
+                      "an operation of at most 400 s",
+                      std::to_string(done.end - done.begin) + " ms");
+    const bool opens = StartsManager(done.verb()) || OpensDevice(done.verb());
+    const bool reads = IsOneOf(done.verb(), {Verb::kReadMessage, Verb::kReadNumber});
+    if (done.worked || done.contested || done.verb() == Verb::kDisconnect ||
+        !m_history.IsFaultless(done.begin) || (reads && m_stage.Chip().empty()) ||
+        (!opens && !m_history.ServiceAt(done.begin).started)) {
+        return;
+    }
+    const auto disturbs = [&](const Done& other) {
+        return &other != &done && other.Overlaps(done.begin, done.end) &&
+               (StartsManager(other.verb()) || OpensDevice(other.verb()) ||
+                IsOneOf(other.verb(), {Verb::kStop, Verb::kCreate, Verb::kDisconnect}));
+    };
+    const auto& ended = m_history.Ended();
+    const auto running = m_history.Running();
+    if (std::none_of(ended.begin(), ended.end(), disturbs) &&
+        std::none_of(running.begin(), running.end(),
+                     [&](const Done* other) { return disturbs(*other); })) {
+        m_failed[command.host] = &done;
+    }
+}
+
+void Judge::ExpectFailure(const Command& command) {
+    const Done* const failed = std::exchange(m_failed[command.host], nullptr);
+    if (failed != nullptr && (command.verb != Verb::kExpectResult || command.on)) {
+        m_findings.Expect(false, *failed->command, "success, because no fault was in force",
+                          "a failure");
+    }
+}
+
+void Judge::JudgeLive(const Command& command) {
+    const LiveObjects live = m_stage.Live();
+    m_findings.Expect(live.requests <= kMostRequests, command,
+                      "at most " + std::to_string(kMostRequests) + " requests",
+                      std::to_string(live.requests));
+    m_findings.Expect(live.handles <= kMostHandles, command,
+                      "at most " + std::to_string(kMostHandles) + " handles",
+                      std::to_string(live.handles));
+}
+
+void Judge::JudgeTag() {
+    m_tag.JudgeTag(m_stage.TagMemory(), m_stage.Now());
+}
+
+// What a stop leaves: the device, the keyboard's event, and the deferred call thread, which ends by
+// itself where the stop fell into a visit.
+void Judge::JudgeLeftovers() {
+    if (m_history.IsFaulting() || m_history.HasSwallowed()) {
+        return;
+    }
+    const Command& last = m_history.Latest();
+    const LiveObjects live = m_stage.Live();
+    const std::size_t kept = m_stage.HasRoute("hid") ? 2 : m_stage.Route() == "ble" ? 0 : 1;
+    m_findings.Expect(live.threads <= 1, last, "at most 1 thread after the end",
+                      std::to_string(live.threads));
+    m_findings.Expect(live.requests == 0, last, "no request after the end",
+                      std::to_string(live.requests));
+    m_findings.Expect(live.handles <= kept + live.threads, last,
+                      "at most " + std::to_string(kept + live.threads) + " handles after the end",
+                      std::to_string(live.handles));
+}
+
+void Judge::Finish() {
+    for (unsigned host = 0; host <= kMostHosts; ++host) {
+        Command end;
+        end.host = host;
+        ExpectFailure(end);
+    }
+    m_stage.WaitFor([] { return false; }, static_cast<std::int64_t>(kRenewalTime),
+                    "the end of what is under way");
+    const double now = m_stage.Now();
+    m_visits.JudgePhones(now, true);
+    m_visits.JudgeRest(now);
+    JudgeTag();
+    JudgeLeftovers();
+    const JudgedFigures& judged = m_findings.judged;
+    m_findings.Expect(judged.visits + judged.phones + judged.numbers + judged.shown > 0,
+                      m_history.Latest(), "something that can be judged", "nothing");
+    Flush();
+    Json object;
+    object["kind"] = "check";
+    object["visits"] = judged.visits;
+    object["in-time"] = judged.inTime;
+    object["phones"] = judged.phones;
+    object["numbers"] = judged.numbers;
+    object["fields"] = judged.fields;
+    object["shown"] = judged.shown;
+    object["violations"] = m_findings.Violations();
+    m_recorder.AddNamed(kHostThread, now, std::move(object));
+}
+
+// The recorder calls the rules under its lock, so what they find waits for the next step.
+void Judge::Flush() {
+    for (Json& violation : m_findings.Take()) {
+        m_recorder.AddNamed(kHostThread, m_stage.Now(), std::move(violation));
+    }
+}
+
+}  // namespace lab

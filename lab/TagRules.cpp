@@ -1,0 +1,199 @@
+// Compares the tag and what is read of it with what the script has given.
+#include "lab/TagRules.h"
+
+#include <algorithm>
+
+#include "lab/Hex.h"
+#include "lab/ImageNotes.h"
+
+namespace lab {
+
+namespace {
+
+constexpr char kNumber[] = "number";
+constexpr char kVersion[] = "8064";
+constexpr char kPrefix[] = "https://";
+constexpr double kSurelyLater = 50;     // than the begin of a write on another thread
+constexpr std::size_t kImageFrame = 3;  // bytes of an image that its length byte does not count
+
+// The names of the image's fields by those of the script.
+const std::map<std::string, std::string> kImageFields{{"url", "URI text"},
+                                                      {"mac", "MAC address"},
+                                                      {"number", "random number"},
+                                                      {"model", "PC model"}};
+
+std::string Shown(const std::string& field, const std::string& value) {
+    return field == "url" ? "\"" + value + "\"" : ToHex(value);
+}
+
+std::string OneOf(const std::set<std::string>& numbers) {
+    std::string text;
+    for (const std::string& number : numbers) {
+        text += (text.empty() ? "" : " or ") + ToHex(number);
+    }
+    return text;
+}
+
+}  // namespace
+
+// No other image was on its way when it began.
+bool TagRules::IsAlone(const Done& write) const {
+    const auto& ended = m_history.Ended();
+    return std::none_of(ended.begin(), ended.end(), [&](const Done& other) {
+        const double end = other.end + (other.verb() == Verb::kRenew ? kRenewalTime : 0);
+        return &other != &write && MayPut(other.verb()) &&
+               other.begin < write.begin + kSurelyLater && end > write.begin;
+    });
+}
+
+// Contents are ordered by when they were taken over: a renewal at once, whatever its way to the tag
+// takes. A whole image of later replaces what was there, and so does a number that is given while
+// a write of its manager is under way.
+std::optional<TagRules::Known> TagRules::KnownTag(double now) const {
+    const auto& ended = m_history.Ended();
+    if (m_history.IsPutting()) {
+        return std::nullopt;
+    }
+    double lastGiven = -1;
+    for (const Done& done : ended) {
+        if (done.verb() == Verb::kRenew && done.end + kRenewalTime > now) {
+            return std::nullopt;
+        }
+        if (done.worked && done.Gives(kNumber) && MayPut(done.verb())) {
+            lastGiven = std::max(lastGiven, done.begin);
+        }
+    }
+    Known known;
+    for (const Done& done : ended) {
+        if (!MayPut(done.verb())) {
+            continue;
+        }
+        known.last = &done;
+        if (lastGiven > done.end ||
+            (done.verb() == Verb::kWrite && IsAlone(done) &&
+             std::any_of(ended.begin(), ended.end(), [&](const Done& later) {
+                 return later.verb() == Verb::kRenew && later.worked &&
+                        later.manager() == done.manager() &&
+                        later.begin > done.begin + kSurelyLater && later.begin <= done.end;
+             }))) {
+            continue;
+        }
+        // Without a number it brings the content of its manager back, which is there already
+        // unless there is or has been another manager. A failed write leaves the tag as far as it
+        // got.
+        if (!done.Gives(kNumber)
+                ? m_history.HadSeveralManagers() || done.contested
+                : !done.worked || done.failedBefore != m_history.FailedRenewals()) {
+            return std::nullopt;
+        }
+        if (done.Gives(kNumber)) {
+            known.numbers.insert(done.gives.at(kNumber));
+        }
+    }
+    if (known.numbers.empty()) {
+        return std::nullopt;
+    }
+    FindFields(known);
+    return known;
+}
+
+// The other fields are those of the last content, as long as only its manager has written since.
+void TagRules::FindFields(Known& known) const {
+    const auto& ended = m_history.Ended();
+    for (const char* name : {"url", "mac", "model"}) {
+        const auto last = std::find_if(ended.rbegin(), ended.rend(), [&](const Done& done) {
+            return MayPut(done.verb()) && done.Gives(name);
+        });
+        if (last == ended.rend() || !last->worked || last->contested ||
+            last->failedBefore != m_history.FailedRenewals()) {
+            continue;
+        }
+        const bool isKept = std::all_of(ended.begin(), ended.end(), [&](const Done& done) {
+            const bool renews = done.verb() == Verb::kRenew;
+            const double end = done.end + (renews ? kRenewalTime : 0);
+            return &done == &*last || !MayPut(done.verb()) || end <= last->begin ||
+                   (renews && done.manager() == last->manager()) ||
+                   (done.begin >= last->end && done.manager() == last->manager() && done.worked &&
+                    !OpensDevice(done.verb()));
+        });
+        if (isKept) {
+            known.fields[name] = last->gives.at(name);
+        }
+    }
+}
+
+void TagRules::JudgeTag(const std::string& memory, double now) const {
+    const std::optional<Known> known = KnownTag(now);
+    if (!known || memory.size() < kImageFrame) {
+        return;
+    }
+    const Command& command = *known->last->command;
+    const std::string image = memory.substr(0, static_cast<unsigned char>(memory[1]) + kImageFrame);
+    const ImageNotes notes = AnnotateImage(image);
+    if (notes.fault) {
+        m_findings.Expect(
+            false, command, "a valid image on the tag",
+            "offset " + std::to_string(notes.fault->offset) + ": " + notes.fault->check);
+        return;
+    }
+    const auto onTag = [&](const std::string& name) {
+        std::string bytes;
+        for (const ImageField& field : notes.fields) {
+            bytes +=
+                field.name == kImageFields.at(name) ? image.substr(field.offset, field.size) : "";
+        }
+        return bytes;
+    };
+    ++m_findings.judged.numbers;
+    m_findings.Expect(known->numbers.count(onTag(kNumber)) > 0, command,
+                      "the number " + OneOf(known->numbers) + " on the tag", ToHex(onTag(kNumber)));
+    m_findings.judged.fields += known->fields.empty() ? 0 : 1;
+    for (const auto& [name, value] : known->fields) {
+        m_findings.Expect(onTag(name) == value, command,
+                          name + " " + Shown(name, value) + " on the tag",
+                          Shown(name, onTag(name)));
+    }
+}
+
+void TagRules::JudgeReading(const Json& phone, const Command& tap, double begin) const {
+    const auto& ended = m_history.Ended();
+    const std::optional<Known> known = KnownTag(phone["t"]);
+    if (!known || !m_history.ServiceAt(begin).written ||
+        std::any_of(ended.begin(), ended.end(),
+                    [&](const Done& done) { return MayPut(done.verb()) && done.end > begin; })) {
+        return;
+    }
+    const auto read = [&](const char* name) {
+        return phone.contains(name) ? phone[name].get<std::string>() : std::string();
+    };
+    ++m_findings.judged.phones;
+    m_findings.Expect(phone["read"].get<bool>(), tap, "a phone that reads the tag",
+                      read("problem"));
+    if (!phone["read"].get<bool>()) {
+        return;
+    }
+    m_findings.Expect(read("version") == kVersion, tap, "a phone that reads version 8064",
+                      read("payload"));
+    m_findings.Expect(known->numbers.count(FromHex(read(kNumber), "phone")) > 0, tap,
+                      "a phone that reads the number " + OneOf(known->numbers), read(kNumber));
+    for (const auto& [name, value] : known->fields) {
+        const bool isUrl = name == "url";
+        const std::string wanted = isUrl ? kPrefix + value : ToHex(value);
+        const std::string seen = read(isUrl ? "uri" : name.c_str());
+        m_findings.Expect(seen == wanted, tap, "a phone that reads " + name + " " + wanted, seen);
+    }
+}
+
+void TagRules::JudgeShown(const Json& event) const {
+    const RunHistory::Service service = m_history.ServiceAt(event["t"]);
+    if (!service.written || m_history.IsFaulting()) {
+        return;
+    }
+    ++m_findings.judged.shown;
+    const std::string number = event["number"];
+    m_findings.Expect(m_history.WasGiven(FromHex(number, "event"), service.since - kRenewalTime),
+                      m_history.Latest(), "an event with a number that was given since the start",
+                      number);
+}
+
+}  // namespace lab

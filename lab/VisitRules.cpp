@@ -1,0 +1,279 @@
+// Compares the listener's events with the phones of the script.
+#include "lab/VisitRules.h"
+
+#include <algorithm>
+
+namespace lab {
+
+namespace {
+
+constexpr int kLeft = 1;
+constexpr int kEntered = 3;
+constexpr int kInterrupt = 4;
+constexpr double kVisitEnd = 12'000;     // milliseconds, as all times here: later than every leave
+constexpr double kBeforeVisit = 15'000;  // a visit before it has been closed
+constexpr double kPrompt = 1000;         // two polls, and what a busy tag and lateness add
+constexpr double kLeaveLeeway = 125;     // the last interrupt may be the check before the leave
+constexpr double kShortestStay = 250;    // in which a phone surely reads the tag
+constexpr double kLongestWatch = 4000;   // a leave after a longer stay may be reported early
+
+}  // namespace
+
+bool VisitRules::HasVisits(const std::string& route) const {
+    return m_stage.Chip() != "like-fanli" || route == "ble";
+}
+
+// A visit that began or ended while nobody listened is not known.
+bool VisitRules::IsDeaf(double time) const {
+    return !m_listening || time < m_listeningSince + kVisitEnd;
+}
+
+void VisitRules::Begin(const Command& command, double now) {
+    const double begin = now + static_cast<double>(command.in.value_or(0));
+    if (command.verb == Verb::kTap) {
+        Add(command, begin, begin + static_cast<double>(command.number.value_or(kDefaultStay)));
+    } else if (command.verb == Verb::kEnter || command.verb == Verb::kLeave) {
+        for (Phone& phone : m_phones) {
+            phone.gone = phone.gone == kUnderWay ? begin : phone.gone;
+        }
+        if (command.verb == Verb::kEnter) {
+            Add(command, begin, kUnderWay);
+        }
+    } else if (command.verb == Verb::kListener && !command.on) {
+        m_listening = false;
+    }
+}
+
+void VisitRules::EndListener(const Command& command, double now) {
+    if (command.on && !m_listening) {
+        m_listeningSince = now;
+        m_open = 0;
+    }
+    m_listening = command.on;
+    m_reads = command.fields.count("reads") > 0;
+}
+
+void VisitRules::Add(const Command& command, double begin, double gone) {
+    Phone phone;
+    phone.command = &command;
+    phone.route = command.argument.empty() ? m_stage.Route() : command.argument;
+    phone.begin = begin;
+    phone.gone = gone;
+    const bool isStuck = m_reads && (m_stage.HasRoute("hid") || m_stage.HasRoute("ble"));
+    phone.heard = m_listening && !isStuck;
+    for (Phone& other : m_phones) {
+        if (other.begin <= gone && other.gone >= begin) {
+            other.alone = phone.alone = false;
+        }
+    }
+    m_phones.push_back(phone);
+    std::sort(m_phones.begin(), m_phones.end(),
+              [](const Phone& one, const Phone& two) { return one.begin < two.begin; });
+}
+
+void VisitRules::TakeEvent(const Json& object, const std::string& route) {
+    const double time = object["t"];
+    const int event = object["event"];
+    m_events.push_back({time, event, route});
+    const Command& command = m_history.Latest();
+    m_findings.Expect(
+        event == kInterrupt || (HasVisits(route) && (event == kLeft || event == kEntered)), command,
+        "an event that the " + route + " route can have", "event " + std::to_string(event));
+    // The keyboards report both ends themselves; either may be lost with its read.
+    if (route == "hid" || route == "ble") {
+        return;
+    }
+    m_open += event == kEntered ? 1 : event == kLeft ? -1 : 0;
+    m_findings.Expect(m_open >= 0 || IsDeaf(time), command, "event 3 before event 1",
+                      "event 1 on the " + route + " route at " + std::to_string(time) + " ms");
+    m_open = std::max(m_open, 0);
+}
+
+void VisitRules::TakeReading(const Json& object) {
+    const double time = object["t"];
+    for (Phone& phone : m_phones) {
+        if (phone.alone && phone.begin <= time && time <= phone.gone) {
+            phone.readings.push_back(object);
+            if (phone.route == m_stage.Route() && phone.gone - phone.begin >= kShortestStay) {
+                m_tag.JudgeReading(object, *phone.command, phone.begin);
+            }
+            return;
+        }
+    }
+}
+
+void VisitRules::JudgeRest(double now) const {
+    const bool isAway = std::all_of(m_phones.begin(), m_phones.end(), [&](const Phone& phone) {
+        return phone.gone + kRenewalTime <= now;
+    });
+    if (isAway && m_lastGone + kRenewalTime <= now && m_history.IsAtRest(now) &&
+        !m_history.IsFaulting() && !IsDeaf(now)) {
+        m_findings.Expect(m_open == 0, m_history.Latest(),
+                          "every visit closed after a minute's rest",
+                          std::to_string(m_open) + " open");
+    }
+}
+
+void VisitRules::JudgePhones(double now, bool all) {
+    Phones kept;
+    for (std::size_t i = 0; i < m_phones.size(); ++i) {
+        const std::string route = m_phones[i].route;
+        if (route.empty()) {
+            continue;  // it has been taken into a group
+        }
+        Phones group;
+        for (std::size_t next = i; next < m_phones.size(); ++next) {
+            if (m_phones[next].route == route &&
+                (group.empty() || m_phones[next].begin - group.back().gone < kBeforeVisit)) {
+                group.push_back(m_phones[next]);
+                m_phones[next].route.clear();
+            }
+        }
+        const bool isComplete = group.back().gone + kBeforeVisit < now;
+        if (isComplete || (all && group.back().gone != kUnderWay)) {
+            m_lastGone = std::max(m_lastGone, group.back().gone);
+            JudgeGroup(group);
+        } else {
+            kept.insert(kept.end(), group.begin(), group.end());
+        }
+    }
+    m_phones = kept;
+    std::sort(m_phones.begin(), m_phones.end(),
+              [](const Phone& one, const Phone& two) { return one.begin < two.begin; });
+}
+
+VisitRules::Surroundings VisitRules::Surrounding(const Phones& phones) const {
+    Surroundings around;
+    const double begin = phones.front().begin;
+    const double to = phones.back().gone + kVisitEnd;
+    const RunHistory::Service service = m_history.ServiceAt(begin);
+    const double from = std::max(begin - kBeforeVisit, service.ready);
+    around.since = service.since;
+    const auto isBefore = [&](double time) { return time >= begin - kBeforeVisit && time < begin; };
+    if (service.ready > begin - kBeforeVisit &&
+        (std::any_of(m_events.begin(), m_events.end(),
+                     [&](const Event& event) { return isBefore(event.time); }) ||
+         isBefore(m_lastGone))) {
+        return around;  // a visit of before the start may still be under way
+    }
+    std::vector<const Done*> beside = m_history.Running();
+    for (const Done& done : m_history.Ended()) {
+        beside.push_back(&done);
+    }
+    bool isCalm = true;
+    double busy = from;
+    std::sort(beside.begin(), beside.end(),
+              [](const Done* one, const Done* two) { return one->begin < two->begin; });
+    for (const Done* done : beside) {
+        const Verb verb = done->verb();
+        if (!done->Overlaps(from, to) || IsOneOf(verb, {Verb::kTap, Verb::kEnter, Verb::kLeave})) {
+            continue;
+        }
+        const bool arms = verb == Verb::kWrite || (verb == Verb::kCreate && !done->replaces);
+        if (done->contested ||
+            (!arms && !IsOneOf(verb, {Verb::kReadMessage, Verb::kReadNumber, Verb::kRenew,
+                                      Verb::kUpdate})) ||
+            (arms && done->begin < begin + kShortestStay)) {
+            return around;
+        }
+        around.arming += arms ? 1 : 0;
+        isCalm = isCalm && verb != Verb::kUpdate && done->begin >= busy;
+        busy = std::max(busy, done->end);
+    }
+    around.judged = service.written && (around.arming == 0 || isCalm);
+    around.strict = isCalm;
+    return around;
+}
+
+void VisitRules::JudgeGroup(const Phones& phones) {
+    for (std::size_t i = 0; i < phones.size(); ++i) {
+        if (!phones[i].heard || phones[i].gone - phones[i].begin < kShortestStay ||
+            (i > 0 && phones[i].begin < phones[i - 1].gone)) {
+            return;
+        }
+    }
+    const Surroundings around = Surrounding(phones);
+    if (!around.judged) {
+        return;
+    }
+    m_findings.judged.visits += phones.size();
+    m_findings.judged.inTime += around.strict ? phones.size() : 0;
+    JudgeEvents(phones, around);
+    for (const Phone& phone : phones) {
+        if (around.strict && around.arming == 0 && phone.alone) {
+            const bool isRead = !phone.readings.empty() && phone.readings[0]["read"].get<bool>();
+            m_findings.Expect(isRead, *phone.command, "a phone that reads the tag",
+                              phone.readings.empty() || isRead
+                                  ? "nothing"
+                                  : phone.readings[0]["problem"].get<std::string>());
+        }
+    }
+}
+
+void VisitRules::JudgeEvents(const Phones& phones, const Surroundings& around) {
+    const std::string& route = phones.front().route;
+    const double begin = phones.front().begin;
+    const double gone = phones.back().gone;
+    const bool visits = HasVisits(route);
+    const bool isFanli = m_stage.Chip() == "fanli";
+    std::string seen;
+    std::size_t count = 0;
+    std::size_t enters = 0;
+    int open = 0;  // a visit of before, which a write beside it may have left open
+    bool isRight = true;
+    double first = 0;
+    double last = 0;
+    for (const Event& one : m_events) {
+        if (one.route != route || one.time < around.since || one.time > gone + kVisitEnd) {
+            continue;
+        }
+        if (one.time < begin) {
+            open = std::max(open + (one.event == kEntered ? 1 : one.event == kLeft ? -1 : 0), 0);
+            continue;
+        }
+        seen += (seen.empty() ? "event " : ", ") + std::to_string(one.event) + " at " +
+                std::to_string(one.time);
+        first = count == 0 ? one.time : first;
+        last = one.time;
+        enters += one.event == kEntered ? 1 : 0;
+        const int inTurn = count % 2 == 0 ? kEntered : kLeft;
+        // Two visits that are open at once end in any order.
+        isRight = isRight && (visits ? !around.strict || around.arming > 0 || one.event == inTurn
+                                     : one.event == kInterrupt);
+        ++count;
+    }
+    const std::size_t leaves = count - enters;
+    // A phone that comes before the leave of another has been reported belongs to that visit. A
+    // chip that does not report leaves can give more visits than phones: the watch over a phone
+    // that has caused few interrupts ends early, and the next interrupt opens another one.
+    if (route == "hid" || route == "ble" || !visits) {
+        isRight = isRight && count == 2 * phones.size();
+    } else {
+        isRight = isRight && (!around.strict || open == 0);
+        if (isFanli || (around.strict && phones.size() == 1)) {
+            isRight = isRight && enters <= phones.size() + around.arming;
+        }
+    }
+    isRight = isRight && count > 0 &&
+              (!visits || enters == leaves ||
+               (!around.strict && enters + static_cast<std::size_t>(open) == leaves));
+    std::string expected =
+        visits ? "an event 3 and an event 1 for a phone" : "two events 4 for a phone";
+    if (around.strict) {
+        // A Fanli chip's last may have belonged to the visit before it.
+        const double leeway = isFanli && phones.size() > 1 ? kBeforeVisit : kLeaveLeeway;
+        const bool isShort = std::all_of(phones.begin(), phones.end(), [](const Phone& phone) {
+            return phone.gone - phone.begin <= kLongestWatch;
+        });
+        expected += ", the first before " + std::to_string(begin + kPrompt);
+        isRight = isRight && first <= begin + kPrompt;
+        if (isShort && around.arming == 0) {
+            expected += ", the last from " + std::to_string(gone - leeway) + " to " +
+                        std::to_string(gone + kPrompt);
+            isRight = isRight && last >= gone - leeway && last <= gone + kPrompt;
+        }
+    }
+    m_findings.Expect(isRight, *phones.front().command, expected, seen.empty() ? "none" : seen);
+}
+
+}  // namespace lab

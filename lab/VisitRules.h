@@ -1,0 +1,78 @@
+// Which events each phone must cause, and when, and that no visit stays open.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "lab/Findings.h"
+#include "lab/RunHistory.h"
+#include "lab/Stage.h"
+#include "lab/TagRules.h"
+
+namespace lab {
+
+/// Phones are judged that come to a library at rest: one that serves, while nothing else is done
+/// but what a visit survives. Those that come within the watch over one another are judged
+/// together.
+class VisitRules {
+  public:
+    VisitRules(const RunHistory& history, const TagRules& tag, const Stage& stage,
+               Findings& findings)
+        : m_history(history), m_tag(tag), m_stage(stage), m_findings(findings) {}
+
+    /// A command begins or, for the listener, has ended.
+    void Begin(const Command& command, double now);
+    void EndListener(const Command& command, double now);
+    void TakeEvent(const Json& object, const std::string& route);
+    void TakeReading(const Json& object);
+
+    /// The phones whose events are complete; `all`: every phone that has gone.
+    void JudgePhones(double now, bool all);
+    /// No visit is open while nothing happens.
+    void JudgeRest(double now) const;
+
+  private:
+    struct Phone {
+        const Command* command = nullptr;
+        std::string route;
+        double begin = 0;
+        double gone = 0;
+        bool heard = false;  // a listener is there, and nothing keeps its events from it
+        bool alone = true;   // at the PC, so that readings can be assigned
+        std::vector<Json> readings;
+    };
+    using Phones = std::vector<Phone>;
+    struct Event {
+        double time;
+        int event;
+        std::string route;
+    };
+    struct Surroundings {
+        bool judged = false;     // the library is at rest
+        bool strict = false;     // and so calm that times and order are certain
+        std::size_t arming = 0;  // writes and creations beside a phone, each may arm the next visit
+        double since = 0;        // the begin of the start that serves
+    };
+
+    void Add(const Command& command, double begin, double gone);
+    bool HasVisits(const std::string& route) const;
+    bool IsDeaf(double time) const;
+    Surroundings Surrounding(const Phones& phones) const;
+    void JudgeGroup(const Phones& phones);
+    void JudgeEvents(const Phones& phones, const Surroundings& around);
+
+    const RunHistory& m_history;
+    const TagRules& m_tag;
+    const Stage& m_stage;
+    Findings& m_findings;
+    Phones m_phones;  // not judged yet
+    std::vector<Event> m_events;
+    int m_open = 0;  // visits of the driver routes
+    double m_lastGone = 0;
+    bool m_listening = true;
+    bool m_reads = false;  // the listener waits for a keyboard
+    double m_listeningSince = 0;
+};
+
+}  // namespace lab
