@@ -99,7 +99,7 @@ void Judge::Watch(const Player::Step& step) {
 }
 
 // A failure needs a reason: a fault, a device or manager that another takes away, a keyboard that
-// has no content to read and whose answer can be missed.
+// has no content to read and whose answer can be missed or kept from a listener.
 void Judge::JudgeOperation(const Done& done) {
     const Command& command = *done.command;
     m_findings.Expect(done.end - done.begin < kLongestOperation, command,
@@ -107,14 +107,14 @@ void Judge::JudgeOperation(const Done& done) {
                       std::to_string(done.end - done.begin) + " ms");
     const bool opens = StartsManager(done.verb()) || OpensDevice(done.verb());
     const bool reads = IsOneOf(done.verb(), {Verb::kReadMessage, Verb::kReadNumber});
-    if (done.worked || done.contested || done.verb() == Verb::kDisconnect ||
-        !m_history.IsFaultless(done.begin) || (reads && m_stage.Chip().empty()) ||
-        (!opens && !m_history.ServiceAt(done.begin).started)) {
+    if (done.worked || done.contested || m_visits.ListenerWaits() ||
+        done.verb() == Verb::kDisconnect || !m_history.IsFaultless(done.begin) ||
+        (reads && m_stage.Chip().empty()) || (!opens && !m_history.ServiceAt(done.begin).started)) {
         return;
     }
     const auto disturbs = [&](const Done& other) {
         return &other != &done && other.Overlaps(done.begin, done.end) &&
-               (StartsManager(other.verb()) || OpensDevice(other.verb()) ||
+               (done.replaces || StartsManager(other.verb()) || OpensDevice(other.verb()) ||
                 IsOneOf(other.verb(), {Verb::kStop, Verb::kCreate, Verb::kDisconnect}));
     };
     const auto& ended = m_history.Ended();
@@ -130,7 +130,7 @@ void Judge::ExpectFailure(const Command& command) {
     const Done* const failed = std::exchange(m_failed[command.host], nullptr);
     if (failed != nullptr && (command.verb != Verb::kExpectResult || command.on)) {
         m_findings.Expect(false, *failed->command, "success, because no fault was in force",
-                          "a failure");
+                          "a failure at " + std::to_string(failed->end) + " ms");
     }
 }
 

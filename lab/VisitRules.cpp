@@ -14,8 +14,9 @@ constexpr double kVisitEnd = 12'000;     // milliseconds, as all times here: lat
 constexpr double kBeforeVisit = 15'000;  // a visit before it has been closed
 constexpr double kPrompt = 1000;         // two polls, and what a busy tag and lateness add
 constexpr double kLeaveLeeway = 125;     // the last interrupt may be the check before the leave
-constexpr double kShortestStay = 250;    // in which a phone surely reads the tag
-constexpr double kLongestWatch = 4000;   // a leave after a longer stay may be reported early
+constexpr std::int64_t kQuickListener = 50;  // a longer pause of it holds up the event threads
+constexpr double kShortestStay = 250;        // in which a phone surely reads the tag
+constexpr double kLongestWatch = 4000;       // a leave after a longer stay may be reported early
 
 }  // namespace
 
@@ -51,6 +52,11 @@ void VisitRules::EndListener(const Command& command, double now) {
     }
     m_listening = command.on;
     m_reads = command.fields.count("reads") > 0;
+    m_pause = command.fields.count("pause") > 0 ? std::stoll(command.fields.at("pause")) : 0;
+}
+
+bool VisitRules::ListenerWaits() const {
+    return m_reads && (m_stage.HasRoute("hid") || m_stage.HasRoute("ble"));
 }
 
 void VisitRules::Add(const Command& command, double begin, double gone) {
@@ -59,8 +65,8 @@ void VisitRules::Add(const Command& command, double begin, double gone) {
     phone.route = command.argument.empty() ? m_stage.Route() : command.argument;
     phone.begin = begin;
     phone.gone = gone;
-    const bool isStuck = m_reads && (m_stage.HasRoute("hid") || m_stage.HasRoute("ble"));
-    phone.heard = m_listening && !isStuck;
+    phone.heard = m_listening && !ListenerWaits();
+    phone.isQuick = !m_reads && m_pause <= kQuickListener;
     for (Phone& other : m_phones) {
         if (other.begin <= gone && other.gone >= begin) {
             other.alone = phone.alone = false;
@@ -160,7 +166,8 @@ VisitRules::Surroundings VisitRules::Surrounding(const Phones& phones) const {
     for (const Done& done : m_history.Ended()) {
         beside.push_back(&done);
     }
-    bool isCalm = true;
+    bool isCalm =
+        std::all_of(phones.begin(), phones.end(), [](const Phone& phone) { return phone.isQuick; });
     double busy = from;
     std::sort(beside.begin(), beside.end(),
               [](const Done* one, const Done* two) { return one->begin < two->begin; });

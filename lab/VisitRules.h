@@ -27,6 +27,9 @@ class VisitRules {
     void TakeEvent(const Json& object, const std::string& route);
     void TakeReading(const Json& object);
 
+    /// The listener waits for what only its own thread could deliver: a keyboard's answer.
+    bool ListenerWaits() const;
+
     /// The phones whose events are complete; `all`: every phone that has gone.
     void JudgePhones(double now, bool all);
     /// No visit is open while nothing happens.
@@ -38,8 +41,9 @@ class VisitRules {
         std::string route;
         double begin = 0;
         double gone = 0;
-        bool heard = false;  // a listener is there, and nothing keeps its events from it
-        bool alone = true;   // at the PC, so that readings can be assigned
+        bool isQuick = true;  // the listener returns soon
+        bool heard = false;   // a listener is there, and nothing keeps its events from it
+        bool alone = true;    // at the PC, so that readings can be assigned
         std::vector<Json> readings;
     };
     using Phones = std::vector<Phone>;
@@ -71,7 +75,8 @@ class VisitRules {
     int m_open = 0;  // visits of the driver routes
     double m_lastGone = 0;
     bool m_listening = true;
-    bool m_reads = false;  // the listener waits for a keyboard
+    bool m_reads = false;      // the listener reads the number
+    std::int64_t m_pause = 0;  // of the listener
     double m_listeningSince = 0;
 };
 

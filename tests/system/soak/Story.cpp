@@ -53,7 +53,7 @@ constexpr Act kActs[] = {
     {1, 0, 0, "unplug\nwait %s\nplug"},
     {2, 0, 0, "fault %p\nwait 20000\nfault none"},
     // Only the device's end ends what it has swallowed.
-    {1, 0, 0, "fault any#9=never\nwait 20000\nfault none\nunplug\nplug"},
+    {1, 0, 0, "on i2c,usb,hid fault any#9=never\nwait 20000\nfault none\nunplug\nplug"},
     {0, 2, 0, "%mupdate number=%n"},
     {0, 1, 0, "%mread-message own"},
     // The number that is still on its way to the tag is the older one, also for the reading.
