@@ -1,0 +1,16 @@
+// Loads a test driver into the service manager and takes it out again. Windows alone; needs the
+// rights of an administrator.
+#pragma once
+
+#include <string>
+
+namespace simulator {
+
+/// Registers NAME as a kernel-mode driver with this file, and starts it. One that is registered
+/// already is started only. Throws std::runtime_error with the step and the error code.
+void LoadDriver(const std::wstring& name, const std::wstring& file);
+
+/// Stops the driver and removes it from the service manager; does nothing if it is not registered.
+void UnloadDriver(const std::wstring& name);
+
+}  // namespace simulator
