@@ -9,7 +9,6 @@
 
 #include "lab/BusTrace.h"
 #include "lab/Failure.h"
-#include "lab/HeldPhone.h"
 #include "lab/Hex.h"
 #include "lab/Script.h"
 #include "lab/Stage.h"
@@ -23,8 +22,6 @@ namespace {
 
 using simulator::PcRoute;
 
-constexpr std::size_t kTagMemory = 255;
-constexpr unsigned kFirstImageRegister = 16;
 constexpr hosted::Micros kThreadEndBound = 5 * hosted::kSecond;
 constexpr char kNoFaults[] = "none";
 
@@ -241,22 +238,9 @@ class HostedStage : public Stage {
                        Reporter());
     }
     void Enter(std::int64_t in) override {
-        hosted::After(FromMilliseconds(in), [this] {
-            if (m_phone != nullptr) {
-                m_phone->TakeAway();
-            }
-            m_phone = std::make_shared<HeldPhone>(Radio(), Reporter());
-            m_phone->Step();
-        });
+        m_pc->HoldPhone(FromMilliseconds(in), Reporter());
     }
-    void Leave(std::int64_t in) override {
-        hosted::After(FromMilliseconds(in), [this] {
-            if (m_phone != nullptr) {
-                m_phone->TakeAway();
-                m_phone.reset();
-            }
-        });
-    }
+    void Leave(std::int64_t in) override { m_pc->TakePhone(FromMilliseconds(in)); }
     void ChipStatus(std::int64_t in, std::uint8_t status) override {
         if (Chip() != "fanli" && Chip() != "like-fanli") {
             throw WrongCall("chip-status: only the chips fanli and like-fanli have one, not " +
@@ -321,14 +305,7 @@ class HostedStage : public Stage {
 
     std::string TagMemory() const override {
         const hosted::DeviceLock lock;
-        Bytes bytes;
-        if (HasChip()) {
-            bytes = m_pc->chip()->BackDoor().Memory(kFirstImageRegister, kTagMemory);
-        } else if (m_pc->keyboard() != nullptr) {
-            bytes = m_pc->keyboard()->Image();
-        } else if (m_pc->bluetooth() != nullptr) {
-            bytes = m_pc->bluetooth()->Image();
-        }
+        const Bytes bytes = m_pc->TagMemory();
         return std::string(AsText(bytes));
     }
 
@@ -354,11 +331,6 @@ class HostedStage : public Stage {
                : m_routeName == "ble" ? BusFormat::kFrames
                                       : BusFormat::kChip;
     }
-    simulator::TagRadio& Radio() {
-        return HasChip()                     ? m_pc->chip()->Radio()
-               : m_pc->keyboard() != nullptr ? m_pc->keyboard()->Radio()
-                                             : m_pc->bluetooth()->Radio();
-    }
     simulator::Phone::Reporter Reporter() {
         return [this](const simulator::PhoneReport& report) {
             m_recorder.AddNamed(kHostThread, ToMilliseconds(report.time), PhoneObject(report));
@@ -382,7 +354,6 @@ class HostedStage : public Stage {
     BusTrace m_bus;
     std::vector<PcRoute> m_routes;
     std::unique_ptr<simulator::SimulatedPc> m_pc;
-    std::shared_ptr<HeldPhone> m_phone;  // guarded by hosted::DeviceLock
 };
 
 }  // namespace

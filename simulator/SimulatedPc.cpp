@@ -10,6 +10,12 @@
 
 namespace simulator {
 
+namespace {
+
+constexpr std::size_t kTagMemory = 255;
+
+}  // namespace
+
 std::optional<PcRoute> RouteByName(const std::string& name) {
     constexpr std::pair<const char*, PcRoute> kNames[] = {{"i2c", PcRoute::kI2c},
                                                           {"usb", PcRoute::kUsb},
@@ -127,6 +133,47 @@ void SimulatedPc::TapPhone(PcRoute route, Micros enterAfter, Micros stay, Phone:
         if (spb.route == route) {
             StartPhoneVisit(spb.chip, spb.chip->Radio(), enterAfter, stay, std::move(report));
         }
+    }
+}
+
+TagRadio& SimulatedPc::Radio() {
+    switch (m_routes.at(0)) {
+        case PcRoute::kHid:
+            return m_keyboard->Radio();
+        case PcRoute::kBle:
+            return m_bluetooth->Radio();
+        default:
+            return chip(m_routes.front())->Radio();
+    }
+}
+
+void SimulatedPc::HoldPhone(Micros in, Phone::Reporter report) {
+    hosted::After(in, [this, report = std::move(report)] {
+        if (m_phone != nullptr) {
+            m_phone->TakeAway();
+        }
+        m_phone = std::make_shared<HeldPhone>(Radio(), report);
+        m_phone->Step();
+    });
+}
+
+void SimulatedPc::TakePhone(Micros in) {
+    hosted::After(in, [this] {
+        if (m_phone != nullptr) {
+            m_phone->TakeAway();
+            m_phone.reset();
+        }
+    });
+}
+
+Bytes SimulatedPc::TagMemory() {
+    switch (m_routes.at(0)) {
+        case PcRoute::kHid:
+            return m_keyboard->Image();
+        case PcRoute::kBle:
+            return m_bluetooth->Image();
+        default:
+            return chip(m_routes.front())->BackDoor().Memory(kFirstImageRegister, kTagMemory);
     }
 }
 

@@ -12,6 +12,7 @@
 #include "simulator/BluetoothKeyboard.h"
 #include "simulator/Chip.h"
 #include "simulator/FaultyDriver.h"
+#include "simulator/HeldPhone.h"
 #include "simulator/HidDriver.h"
 #include "simulator/KeyboardMcu.h"
 #include "simulator/Phone.h"
@@ -46,12 +47,18 @@ class SimulatedPc {
     void TapPhone(Micros enterAfter, Micros stay, Phone::Reporter report = {});
     void TapPhone(PcRoute route, Micros enterAfter, Micros stay, Phone::Reporter report = {});
 
+    /// Holds a phone to the tag of the first route until TakePhone; one that is there goes first.
+    /// Each happens `in` later. Any thread.
+    void HoldPhone(Micros in, Phone::Reporter report);
+    void TakePhone(Micros in);
+
     // The back doors. Take hosted::DeviceLock to use them. A route that the PC does not have gives
     // null; chip() and spb() give those of the first driver route.
     Chip* chip();
     SpbDriver* spb();
     FaultyDriver* faulty();  ///< of the first driver route or the HID route
     Chip* chip(PcRoute route);
+    Bytes TagMemory();  ///< of the first route, from the image's first byte on
     KeyboardMcu* keyboard() { return m_keyboard.get(); }
     HidDriver* hid() { return m_hid.get(); }
     BluetoothKeyboard* bluetooth() { return m_bluetooth.get(); }
@@ -66,6 +73,7 @@ class SimulatedPc {
     };
 
     bool Has(PcRoute route) const;
+    TagRadio& Radio();  // of the first route
 
     std::vector<PcRoute> m_routes;
     std::vector<SpbRoute> m_spb;
@@ -75,6 +83,7 @@ class SimulatedPc {
     std::shared_ptr<BluetoothKeyboard> m_bluetooth;
     std::shared_ptr<BlePeerAdapter> m_peer;
     FaultPlan m_plan;
+    std::shared_ptr<HeldPhone> m_phone;  // guarded by hosted::DeviceLock
     bool m_plugged = false;
 };
 

@@ -10,7 +10,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/hosted/Win32.h"
+#include "platform/hosted/DriverTypes.h"
 
 namespace hosted {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/hosted/Driver.h"
-#include "platform/hosted/Win32.h"
+#include "platform/hosted/DriverTypes.h"
 
 namespace hosted {
 

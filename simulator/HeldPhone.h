@@ -1,25 +1,25 @@
-// A simulated phone that stays at a tag until it is taken away. Used by the simulated stage only.
+// A simulated phone that stays at a tag until it is taken away.
 #pragma once
 
 #include <memory>
 
 #include "simulator/Phone.h"
 
-namespace lab {
+namespace simulator {
 
 class HeldPhone : public std::enable_shared_from_this<HeldPhone> {
   public:
     /// The tag must live as long as the process. `report` is called under hosted::DeviceLock.
-    HeldPhone(simulator::TagRadio& tag, simulator::Phone::Reporter report);
+    HeldPhone(TagRadio& tag, Phone::Reporter report);
 
     // The caller holds hosted::DeviceLock.
     void Step();
     void TakeAway();
 
   private:
-    simulator::TagRadio& m_tag;
-    simulator::Phone m_phone;
+    TagRadio& m_tag;
+    Phone m_phone;
     bool m_away = false;
 };
 
-}  // namespace lab
+}  // namespace simulator
