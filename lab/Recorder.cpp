@@ -14,7 +14,7 @@ struct ThreadLine {
     const char* beginning;
     const char* thread;
 };
-constexpr std::array<ThreadLine, 10> kThreadLines{{
+constexpr std::array<ThreadLine, 11> kThreadLines{{
     {"NFC Wait For Kernel Interrupt...", kInterruptThread},
     {"NFC DeviceIoControl Failed: ", kInterruptThread},
     {"NFC WaitOnInterruptLoop return", kInterruptThread},
@@ -25,6 +25,7 @@ constexpr std::array<ThreadLine, 10> kThreadLines{{
     {"NFC ReadKeyboardData", kKeyboardThread},
     {"NFC error creating overlapped event for ReadKeyboardDataThread", kKeyboardThread},
     {"[NFC] start size:", kBleThread},
+    {"LocalWriteRand ", kNumberThread},
 }};
 
 Json WithTimeAndThread(double milliseconds, const std::string& thread, Json fields) {

@@ -84,6 +84,14 @@ class Stage {
     virtual void WaitForThreads() = 0;
 };
 
+/// The script of a stage whose phones are simulated, with this chip or none.
+inline std::string VisitScript(const std::string& chip) {
+    // An unknown chip raises an interrupt only; it does not report visits.
+    return chip == "like-fanli" ? "tap 1500\nexpect event 4 within 1000\n"
+                                : "tap 1500\nexpect event 3 within 0\n"
+                                  "expect event 1 within 0\n";
+}
+
 /// Never destroyed: the library's threads may call it until the process ends.
 Stage& MakeStage(const StageOptions& options, Recorder& recorder);
 

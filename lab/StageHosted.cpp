@@ -10,6 +10,7 @@
 #include "lab/BusTrace.h"
 #include "lab/Failure.h"
 #include "lab/Hex.h"
+#include "lab/PhoneObject.h"
 #include "lab/Script.h"
 #include "lab/Stage.h"
 #include "platform/TraceLog.h"
@@ -24,15 +25,6 @@ using simulator::PcRoute;
 
 constexpr hosted::Micros kThreadEndBound = 5 * hosted::kSecond;
 constexpr char kNoFaults[] = "none";
-
-// The fields of the media-type record's payload, as a phone reads them.
-struct PayloadField {
-    const char* name;
-    std::size_t size;
-};
-constexpr std::array<PayloadField, 4> kPayload{
-    {{"version", 2}, {"mac", 6}, {"number", 32}, {"model", 4}}};
-constexpr std::size_t kPayloadSize = 44;
 
 hosted::Micros FromMilliseconds(std::int64_t milliseconds) {
     return milliseconds * hosted::kMillisecond;
@@ -52,29 +44,6 @@ void RecordLogLine(int level, const std::wstring& line, void* context) {
     object["level"] = level;
     object["line"] = text;
     recorder.Add(thread, ToMilliseconds(hosted::Now()), std::move(object));
-}
-
-Json PhoneObject(const simulator::PhoneReport& report) {
-    Json object;
-    object["kind"] = "phone";
-    object["read"] = report.read;
-    if (!report.read) {
-        object["problem"] = report.problem;
-        return object;
-    }
-    const simulator::NdefReading& reading = report.reading;
-    object["uri"] = reading.uri.value_or("");
-    object["type"] = reading.mimeType;
-    object["payload"] = ToHex(reading.mimePayload);
-    if (reading.mimePayload.size() == kPayloadSize) {
-        const std::string_view payload = AsText(reading.mimePayload);
-        std::size_t offset = 0;
-        for (const PayloadField& field : kPayload) {
-            object[field.name] = ToHex(payload.substr(offset, field.size));
-            offset += field.size;
-        }
-    }
-    return object;
 }
 
 // Faults of the Bluetooth client, as in "write#2, connect#1": a call and its number, counted from
@@ -208,12 +177,7 @@ class HostedStage : public Stage {
     }
     std::uint64_t KeyboardAddress() const override { return simulator::kDefaultBleAddress; }
 
-    std::string DefaultScript() const override {
-        // An unknown chip raises an interrupt only; it does not report visits.
-        return Chip() == "like-fanli" ? "tap 1500\nexpect event 4 within 1000\n"
-                                      : "tap 1500\nexpect event 3 within 0\n"
-                                        "expect event 1 within 0\n";
-    }
+    std::string DefaultScript() const override { return VisitScript(Chip()); }
 
     double Now() const override { return ToMilliseconds(hosted::Now()); }
     ThreadKey Thread() const override { return hosted::CurrentThread(); }
@@ -237,9 +201,7 @@ class HostedStage : public Stage {
         m_pc->TapPhone(*simulator::RouteByName(name), FromMilliseconds(in), FromMilliseconds(stay),
                        Reporter());
     }
-    void Enter(std::int64_t in) override {
-        m_pc->HoldPhone(FromMilliseconds(in), Reporter());
-    }
+    void Enter(std::int64_t in) override { m_pc->HoldPhone(FromMilliseconds(in), Reporter()); }
     void Leave(std::int64_t in) override { m_pc->TakePhone(FromMilliseconds(in)); }
     void ChipStatus(std::int64_t in, std::uint8_t status) override {
         if (Chip() != "fanli" && Chip() != "like-fanli") {

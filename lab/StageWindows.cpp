@@ -1,10 +1,13 @@
-// The real drivers of a Windows PC. Options and commands that need simulated devices are refused.
-#include <chrono>
+// The real drivers of a Windows PC.
+#include "lab/StageWindows.h"
+
 #include <thread>
 #include <utility>
 
+#include <winternl.h>
+
 #include "lab/Failure.h"
-#include "lab/Stage.h"
+#include "lab/StageRelay.h"
 #include "platform/TraceLog.h"
 #include "platform/platform.h"
 
@@ -15,100 +18,128 @@ namespace {
 constexpr std::int64_t kPollInterval = 5;  // milliseconds between two evaluations of a predicate
 
 [[noreturn]] void Refuse(const std::string& what) {
-    throw WrongCall(
-        what + " needs simulated devices, which this build does not have: it uses the PC's own");
+    throw WrongCall(what + " needs simulated devices: --route would be right");
 }
 
-class WindowsStage : public Stage {
-  public:
-    WindowsStage(const StageOptions& options, Recorder& recorder) : m_recorder(recorder) {
+}  // namespace
+
+const void* RoutineOf(ThreadKey thread) {
+    constexpr auto kStartAddress = static_cast<THREADINFOCLASS>(9);
+    void* routine = nullptr;
+    const HANDLE handle = OpenThread(THREAD_QUERY_INFORMATION, FALSE, static_cast<DWORD>(thread));
+    if (handle != nullptr) {
+        NtQueryInformationThread(handle, kStartAddress, &routine, sizeof(routine), nullptr);
+        CloseHandle(handle);
+    }
+    return routine;
+}
+
+void WindowsStage::CreateDevices() {
+    m_recorder.NameThread(Thread(), kHostThread);
+    TraceLogger::SetSink(&WindowsStage::RecordLogLine, this);
+}
+
+std::string WindowsStage::DefaultScript() const {
+    return "expect event 3 within 60000\nexpect event 1 within 60000\n";
+}
+
+double WindowsStage::Now() const {
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - m_begin)
+        .count();
+}
+
+double WindowsStage::TimeOf(std::int64_t micros) const {
+    const std::chrono::steady_clock::time_point point{std::chrono::microseconds(micros)};
+    return std::chrono::duration<double, std::milli>(point - m_begin).count();
+}
+
+ThreadKey WindowsStage::Thread() const {
+    return GetCurrentThreadId();
+}
+
+bool WindowsStage::WaitFor(const std::function<bool()>& predicate, std::int64_t milliseconds,
+                           const char* /*what*/) {
+    const double end = Now() + static_cast<double>(milliseconds);
+    while (!predicate()) {
+        if (Now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(kPollInterval));
+    }
+    return true;
+}
+
+void WindowsStage::StartThread(unsigned /*host*/, std::function<void()> body) {
+    std::thread(std::move(body)).detach();
+}
+
+void WindowsStage::Tap(std::int64_t /*in*/, std::int64_t /*stay*/, const std::string& /*route*/) {
+    Refuse("it");
+}
+void WindowsStage::Enter(std::int64_t /*in*/) {
+    Refuse("it");
+}
+void WindowsStage::ChipStatus(std::int64_t /*in*/, std::uint8_t /*status*/) {
+    Refuse("it");
+}
+void WindowsStage::Unplug() {
+    Refuse("it");
+}
+void WindowsStage::Plug() {
+    Refuse("it");
+}
+void WindowsStage::ChipBits(unsigned /*reg*/, std::uint8_t /*mask*/, std::uint8_t /*value*/) {
+    Refuse("it");
+}
+void WindowsStage::BleClient(const std::map<std::string, std::string>& /*fields*/) {
+    Refuse("it");
+}
+void WindowsStage::Fault(const std::string& /*plan*/, bool /*apply*/) {
+    Refuse("it");
+}
+
+void WindowsStage::NameThreadByRoutine(ThreadKey thread) {
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        if (!m_threads.insert(thread).second) {
+            return;
+        }
+    }
+    if (const void* routine = RoutineOf(thread)) {
+        m_recorder.ThreadStarted(thread, routine);
+    }
+}
+
+void WindowsStage::RecordLogLine(int level, const std::wstring& line, void* context) {
+    auto& self = *static_cast<WindowsStage*>(context);
+    const ThreadKey thread = self.Thread();
+    self.NameThreadByRoutine(thread);
+    const std::string text = Narrow(line);
+    self.m_recorder.NameThreadByLogLine(thread, text);
+    Json object;
+    object["kind"] = "log";
+    object["level"] = level;
+    object["line"] = text;
+    self.m_recorder.Add(thread, self.Now(), std::move(object));
+}
+
+Stage& MakeStage(const StageOptions& options, Recorder& recorder) {
+    static Stage* const stage = [&]() -> Stage* {
         const auto refuse = [](bool given, const char* option) {
             if (given) {
                 Refuse(option);
             }
         };
-        refuse(options.route.has_value(), "--route");
+        refuse(options.check, "--check");
+        if (options.route) {
+            return MakeRelayStage(options, recorder);
+        }
         refuse(options.chip.has_value(), "--chip");
         refuse(options.fault.has_value(), "--fault");
         refuse(options.seed.has_value(), "--seed");
         refuse(options.bus, "--bus");
-        refuse(options.check, "--check");
-    }
-
-    void ChooseClock() override {}
-    void CreateDevices() override {
-        m_recorder.NameThread(Thread(), kHostThread);
-        TraceLogger::SetSink(&WindowsStage::RecordLogLine, this);
-    }
-
-    std::string Route() const override { return "the PC's own"; }
-    // A keyboard with a microcontroller may be there.
-    bool HasRoute(const std::string& name) const override { return name == "hid"; }
-    std::string Chip() const override { return {}; }
-    std::uint64_t KeyboardAddress() const override { return 0; }
-    std::string DefaultScript() const override {
-        return "expect event 3 within 60000\nexpect event 1 within 60000\n";
-    }
-
-    double Now() const override {
-        return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - m_begin)
-            .count();
-    }
-    ThreadKey Thread() const override { return GetCurrentThreadId(); }
-    bool WaitFor(const std::function<bool()>& predicate, std::int64_t milliseconds,
-                 const char* /*what*/) override {
-        const double end = Now() + static_cast<double>(milliseconds);
-        while (!predicate()) {
-            if (Now() >= end) {
-                return false;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(kPollInterval));
-        }
-        return true;
-    }
-    void RecheckWaits() override {}
-    void StartThread(unsigned /*host*/, std::function<void()> body) override {
-        std::thread(std::move(body)).detach();
-    }
-
-    void Tap(std::int64_t /*in*/, std::int64_t /*stay*/, const std::string& /*route*/) override {
-        Refuse("it");
-    }
-    void Enter(std::int64_t /*in*/) override { Refuse("it"); }
-    void Leave(std::int64_t /*in*/) override {}
-    void ChipStatus(std::int64_t /*in*/, std::uint8_t /*status*/) override { Refuse("it"); }
-    void Unplug() override { Refuse("it"); }
-    void Plug() override { Refuse("it"); }
-    void ChipBits(unsigned /*reg*/, std::uint8_t /*mask*/, std::uint8_t /*value*/) override {
-        Refuse("it");
-    }
-    void BleClient(const std::map<std::string, std::string>& /*fields*/) override { Refuse("it"); }
-    void Fault(const std::string& /*plan*/, bool /*apply*/) override { Refuse("it"); }
-    std::string TagMemory() const override { return {}; }
-    LiveObjects Live() const override { return {}; }
-    void WaitForThreads() override {}
-
-  private:
-    static void RecordLogLine(int level, const std::wstring& line, void* context) {
-        auto& self = *static_cast<WindowsStage*>(context);
-        const ThreadKey thread = self.Thread();
-        const std::string text = Narrow(line);
-        self.m_recorder.NameThreadByLogLine(thread, text);
-        Json object;
-        object["kind"] = "log";
-        object["level"] = level;
-        object["line"] = text;
-        self.m_recorder.Add(thread, self.Now(), std::move(object));
-    }
-
-    Recorder& m_recorder;
-    std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
-};
-
-}  // namespace
-
-Stage& MakeStage(const StageOptions& options, Recorder& recorder) {
-    static WindowsStage* const stage = new WindowsStage(options, recorder);
+        return new WindowsStage(recorder);
+    }();
     return *stage;
 }
 

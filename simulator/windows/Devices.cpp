@@ -103,11 +103,12 @@ class BackDoor {
         Words words(line);
         const auto found = kCommands.find(words.command());
         if (found == kCommands.end()) {
-            throw std::invalid_argument("there is no command \"" + words.command() + "\"; \"help\" " +
-                                        "lists them");
+            throw std::invalid_argument("there is no command \"" + words.command() +
+                                        "\"; \"help\" " + "lists them");
         }
         if (m_pc == nullptr && found->second.needsPc) {
-            throw std::invalid_argument("there is no PC: \"pc ROUTES [CHIP]\" would be right before");
+            throw std::invalid_argument(
+                "there is no PC: \"pc ROUTES [CHIP]\" would be right before");
         }
         return (this->*found->second.run)(words);
     }
@@ -246,10 +247,9 @@ class BackDoor {
         if (state != "on" && state != "off") {
             throw std::invalid_argument("\"" + state + "\": on or off would be right");
         }
-        hosted::SetTracer(state == "off" ? hosted::Tracer()
-                                         : [](const hosted::TraceEvent& event) {
-                                               Say(simulator::LineOf(event));
-                                           });
+        hosted::SetTracer(state == "off" ? hosted::Tracer() : [](const hosted::TraceEvent& event) {
+            Say(simulator::LineOf(event));
+        });
         return {};
     }
 

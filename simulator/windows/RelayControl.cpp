@@ -12,10 +12,10 @@ HANDLE OpenControl(const std::wstring& name) {
                                       nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
     if (handle == INVALID_HANDLE_VALUE) {
         const DWORD error = GetLastError();
-        throw std::runtime_error(
-            "the control device " + std::string(name.begin(), name.end()) +
-            (error == ERROR_FILE_NOT_FOUND ? " is not there: its driver is not loaded"
-                                           : " cannot be opened, error " + std::to_string(error)));
+        throw std::runtime_error("the control device " + std::string(name.begin(), name.end()) +
+                                 (error == ERROR_FILE_NOT_FOUND
+                                      ? " is not there: its driver is not loaded"
+                                      : " cannot be opened, error " + std::to_string(error)));
     }
     return handle;
 }

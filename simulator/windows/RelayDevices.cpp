@@ -198,10 +198,10 @@ void SetDevice(RelayDevice which, const wchar_t* controlName, std::shared_ptr<Dr
     TheDevices().drivers.at(which) = std::move(driver);
     const DWORD error = RelayOf(controlName).control->Plug(which, present);
     if (error != ERROR_SUCCESS) {
-        throw std::runtime_error(Narrow(kPaths[which]) +
-                                 (present ? " cannot be added, error "
-                                          : " cannot be removed, error ") +
-                                 std::to_string(error));
+        throw std::runtime_error(
+            Narrow(kPaths[which]) +
+            (present ? " cannot be added, error " : " cannot be removed, error ") +
+            std::to_string(error));
     }
 }
 

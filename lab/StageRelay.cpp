@@ -1,0 +1,182 @@
+// Commands to the device process, and its reports as objects of the recorder.
+#include "lab/StageRelay.h"
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <sstream>
+#include <utility>
+#include <vector>
+
+#include "lab/BusTrace.h"
+#include "lab/DeviceProcess.h"
+#include "lab/Failure.h"
+#include "lab/Hex.h"
+#include "lab/PhoneObject.h"
+#include "lab/StageWindows.h"
+#include "platform/hosted/Kernel.h"
+#include "simulator/Chip.h"
+#include "simulator/FaultPlan.h"
+#include "simulator/windows/DeviceLines.h"
+
+#include <tlhelp32.h>
+
+namespace lab {
+
+namespace {
+
+constexpr std::int64_t kThreadEndBound = 5'000;
+constexpr char kNoFaults[] = "none";
+
+std::vector<std::string> SplitList(const std::string& list) {
+    std::vector<std::string> entries;
+    std::istringstream in(list);
+    for (std::string entry; std::getline(in, entry, ',');) {
+        entries.push_back(entry);
+    }
+    return entries;
+}
+
+HMODULE ModuleOf(const void* code) {
+    HMODULE module = nullptr;
+    GetModuleHandleExW(
+        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+        static_cast<LPCWSTR>(code), &module);
+    return module;
+}
+
+/// The threads of this process that run the library.
+unsigned LibraryThreads() {
+    const HMODULE library = GetModuleHandleW(L"tagport.dll");
+    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+    THREADENTRY32 entry = {};
+    entry.dwSize = sizeof(entry);
+    unsigned count = 0;
+    for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry)) {
+        if (entry.th32OwnerProcessID == GetCurrentProcessId()) {
+            const void* routine = RoutineOf(entry.th32ThreadID);
+            count += routine != nullptr && ModuleOf(routine) == library ? 1U : 0U;
+        }
+    }
+    CloseHandle(snapshot);
+    return count;
+}
+
+class RelayStage : public WindowsStage {
+  public:
+    RelayStage(const StageOptions& options, Recorder& recorder)
+        : WindowsStage(recorder),
+          m_options(options),
+          m_routeNames(SplitList(*options.route)),
+          m_routeName(m_routeNames.empty() ? "" : m_routeNames.front()),
+          m_chipName(options.chip.value_or("fm11nt081")),
+          m_bus(recorder, BusMeaning(m_routeName == "hid" ? BusFormat::kReports : BusFormat::kChip,
+                                     m_routeName == "i2c" && IsFanli())) {
+        for (const std::string& name : m_routeNames) {
+            if (name != "i2c" && name != "usb" && name != "hid") {
+                throw WrongCall("--route " + name + ": i2c, usb or hid would be right");
+            }
+        }
+        const auto& kinds = simulator::ChipKinds();
+        if (m_routeNames.empty() ||
+            std::find(kinds.begin(), kinds.end(), m_chipName) == kinds.end()) {
+            throw WrongCall("--chip " + m_chipName + ": there is no such chip");
+        }
+        if (options.chip && !HasChip()) {
+            throw WrongCall("--chip " + m_chipName + ": the " + m_routeName +
+                            " route has no chip to choose");
+        }
+        if (options.fault) {
+            CheckFault("--fault: ", *options.fault);
+        }
+    }
+
+    void CreateDevices() override {
+        WindowsStage::CreateDevices();
+        m_devices =
+            std::make_unique<DeviceProcess>([this](const std::string& line) { Take(line); });
+        m_devices->Ask("bus on");
+        m_devices->Ask("pc " + *m_options.route + " " + m_chipName);
+        if (m_options.fault) {
+            Fault(*m_options.fault, true);
+        }
+    }
+
+    std::string Route() const override { return m_routeName; }
+    bool HasRoute(const std::string& name) const override {
+        return std::find(m_routeNames.begin(), m_routeNames.end(), name) != m_routeNames.end();
+    }
+    std::string Chip() const override { return HasChip() ? m_chipName : std::string(); }
+    std::string DefaultScript() const override { return VisitScript(Chip()); }
+
+    void Tap(std::int64_t in, std::int64_t stay, const std::string& route) override {
+        m_devices->Ask("tap " + std::to_string(in) + " " + std::to_string(stay) + " " + route);
+    }
+    void Enter(std::int64_t in) override { m_devices->Ask("enter " + std::to_string(in)); }
+    void Leave(std::int64_t in) override { m_devices->Ask("leave " + std::to_string(in)); }
+    void ChipStatus(std::int64_t in, std::uint8_t status) override {
+        m_devices->Ask("chip-status " + std::to_string(in) + " " + std::to_string(status));
+    }
+    void Unplug() override { m_devices->Ask("unplug"); }
+    void Plug() override { m_devices->Ask("plug"); }
+    void ChipBits(unsigned reg, std::uint8_t mask, std::uint8_t value) override {
+        std::ostringstream command;
+        command << std::hex << "chip-bits " << reg << ' ' << unsigned{mask} << ' '
+                << unsigned{value};
+        m_devices->Ask(command.str());
+    }
+    void Fault(const std::string& plan, bool apply) override {
+        CheckFault("", plan);
+        if (apply) {
+            m_devices->Ask("fault " + plan);
+        }
+    }
+
+    std::string TagMemory() const override {
+        return FromHex(m_devices->Ask("memory"), "the tag's memory");
+    }
+
+    void WaitForThreads() override {
+        // The deferred call thread stays blocked after the last manager is released.
+        WaitFor([] { return LibraryThreads() <= 1; }, kThreadEndBound, "");
+        m_devices->Ask("status");  // what the process reported before has been recorded then
+    }
+
+  private:
+    bool HasChip() const { return m_routeName == "i2c" || m_routeName == "usb"; }
+    bool IsFanli() const { return m_chipName == "fanli" || m_chipName == "like-fanli"; }
+
+    static void CheckFault(const std::string& option, const std::string& plan) {
+        std::string error;
+        if (!simulator::FaultPlan::Parse(plan == kNoFaults ? "" : plan, error)) {
+            throw WrongCall(option + "\"" + plan + "\": " + error);
+        }
+    }
+
+    /// A report of the device process, on the thread that listens to it.
+    void Take(const std::string& line) {
+        if (const auto report = simulator::PhoneFrom(line)) {
+            recorder().AddNamed(kHostThread, TimeOf(report->time), PhoneObject(*report));
+        } else if (auto event = simulator::TraceFrom(line)) {
+            NameThreadByRoutine(event->thread);
+            event->time = static_cast<hosted::Micros>(TimeOf(event->time) *
+                                                      static_cast<double>(hosted::kMillisecond));
+            m_bus.Take(*event);
+        }
+    }
+
+    StageOptions m_options;
+    std::vector<std::string> m_routeNames;
+    std::string m_routeName;  // the first one
+    std::string m_chipName;
+    BusTrace m_bus;  // used by the listening thread alone
+    std::unique_ptr<DeviceProcess> m_devices;
+};
+
+}  // namespace
+
+Stage* MakeRelayStage(const StageOptions& options, Recorder& recorder) {
+    return new RelayStage(options, recorder);
+}
+
+}  // namespace lab
