@@ -32,7 +32,10 @@ class DeviceList {
                                       DIGCF_PRESENT | DIGCF_DEVICEINTERFACE)) {}
     ~DeviceList() {
         if (IsOpen()) {
+            // The caller logs why the search ended, and the call sets the last error to zero.
+            const DWORD searchError = GetLastError();
             SetupDiDestroyDeviceInfoList(m_list);
+            SetLastError(searchError);
         }
     }
     DeviceList(const DeviceList&) = delete;

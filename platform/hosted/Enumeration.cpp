@@ -129,6 +129,7 @@ BOOL SetupDiDestroyDeviceInfoList(HDEVINFO list) {
         return FALSE;
     }
     hosted::RemoveHandle(list);
+    SetLastError(ERROR_SUCCESS);
     return TRUE;
 }
 

@@ -3,8 +3,9 @@
 // used. The comment of an operation lists what the library relies on.
 //
 // Rules for all operations: any thread may call them. A successful call does not clear the last
-// error. A handle that is closed, or belongs to another kind of object, fails with
-// ERROR_INVALID_HANDLE. On the scheduled clock another thread may run before and after each call.
+// error, unless its comment says so. A handle that is closed, or belongs to another kind of object,
+// fails with ERROR_INVALID_HANDLE. On the scheduled clock another thread may run before and after
+// each call.
 #pragma once
 
 #include <cstddef>
@@ -183,6 +184,7 @@ BOOL SetupDiEnumDeviceInterfaces(HDEVINFO list, SP_DEVINFO_DATA* info, const GUI
 BOOL SetupDiGetDeviceInterfaceDetailW(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* data,
                                       SP_DEVICE_INTERFACE_DETAIL_DATA_W* detail, DWORD size,
                                       DWORD* required, SP_DEVINFO_DATA* info);
+/// Sets the last error to zero when it succeeds.
 BOOL SetupDiDestroyDeviceInfoList(HDEVINFO list);
 
 // Human interface devices.
