@@ -46,13 +46,14 @@ class WindowsStage : public Stage {
     void BleClient(const std::map<std::string, std::string>& fields) override;
     void Fault(const std::string& plan, bool apply) override;
     std::string TagMemory() const override { return {}; }
+    LiveObjects Live() const override { return {}; }  // for --check, which is refused
     void WaitForThreads() override {}
 
   protected:
     Recorder& recorder() { return m_recorder; }
     /// `micros` of the system's steady clock, as milliseconds of this stage.
     double TimeOf(std::int64_t micros) const;
-    /// Tells the recorder which routine a thread runs, once, so that threads of one routine share
+    /// Reports to the recorder which routine a thread runs, once, so that threads of one routine share
     /// their name. Any thread.
     void NameThreadByRoutine(ThreadKey thread);
 
