@@ -6,6 +6,7 @@
 #include <limits>
 #include <sstream>
 
+#include "lab/explain/ExplainCommand.h"
 #include "lab/Failure.h"
 #include "lab/ImageCommand.h"
 #include "lab/RunCommand.h"
@@ -71,10 +72,16 @@ void AddShow(CLI::App& app, lab::ImageShowOptions& show) {
         ->check(CLI::IsMember({"hex", "raw", "auto"}));
 }
 
+void AddExplain(CLI::App& app, lab::ExplainOptions& explain) {
+    app.add_option("LOG", explain.log, "Log of a host, - for standard input")->required();
+    app.add_flag("--json", explain.json, "Print one JSON object per line, the summary first");
+}
+
 int Main(int count, char** arguments) {
     lab::RunOptions run;
     lab::ImageBuildOptions build;
     lab::ImageShowOptions show;
+    lab::ExplainOptions explain;
 
     CLI::App app("Runs tagport against simulated devices, and takes tag images apart.",
                  "tagport-lab");
@@ -85,7 +92,9 @@ int Main(int count, char** arguments) {
     image.require_subcommand(1);
     CLI::App& buildApp = *image.add_subcommand("build", "Make an image from its fields");
     CLI::App& showApp = *image.add_subcommand("show", "Take an image apart, byte by byte");
+    CLI::App& explainApp = *app.add_subcommand("explain", "Say what a log means");
     AddRun(runApp, run);
+    AddExplain(explainApp, explain);
     AddBuild(buildApp, build);
     AddShow(showApp, show);
     try {
@@ -109,6 +118,9 @@ int Main(int count, char** arguments) {
     }
     if (buildApp.parsed()) {
         return lab::BuildImage(build);
+    }
+    if (explainApp.parsed()) {
+        return lab::Explain(explain);
     }
     return lab::ShowImage(show);
 }

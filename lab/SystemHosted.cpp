@@ -1,4 +1,5 @@
 // What the program needs from the operating system itself, outside Windows.
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -12,6 +13,16 @@ namespace lab {
 
 bool OutputIsTerminal() {
     return isatty(STDOUT_FILENO) == 1;
+}
+
+bool ErrorIsTerminal() {
+    return isatty(STDERR_FILENO) == 1;
+}
+
+std::size_t ErrorWidth() {
+    winsize size{};
+    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return known ? size.ws_col : kUsualWidth;
 }
 
 void PrepareStreams() {

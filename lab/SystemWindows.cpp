@@ -1,6 +1,7 @@
 // What the program needs from the operating system itself, on Windows.
 #include <fcntl.h>
 #include <io.h>
+#include <windows.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -12,6 +13,18 @@ namespace lab {
 
 bool OutputIsTerminal() {
     return _isatty(_fileno(stdout)) != 0;
+}
+
+bool ErrorIsTerminal() {
+    return _isatty(_fileno(stderr)) != 0;
+}
+
+std::size_t ErrorWidth() {
+    CONSOLE_SCREEN_BUFFER_INFO screen{};
+    const bool known =
+        GetConsoleScreenBufferInfo(GetStdHandle(STD_ERROR_HANDLE), &screen) != FALSE &&
+        screen.dwSize.X > 0;
+    return known ? static_cast<std::size_t>(screen.dwSize.X) : kUsualWidth;
 }
 
 void PrepareStreams() {

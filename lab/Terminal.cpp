@@ -38,8 +38,11 @@ void WriteOutput(std::string_view bytes) {
 }
 
 void PrintError(std::string_view text) {
-    const std::string line = "tagport-lab: " + Printable(text) + "\n";
-    std::fwrite(line.data(), 1, line.size(), stderr);
+    WriteError("tagport-lab: " + Printable(text) + "\n");
+}
+
+void WriteError(std::string_view bytes) {
+    std::fwrite(bytes.data(), 1, bytes.size(), stderr);
     std::fflush(stderr);
 }
 

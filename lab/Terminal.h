@@ -2,13 +2,20 @@
 // operating systems is in SystemHosted.cpp and SystemWindows.cpp.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
 namespace lab {
 
-/// True when standard output is a terminal.
+/// True when standard output, or standard error, is a terminal.
 bool OutputIsTerminal();
+bool ErrorIsTerminal();
+
+constexpr std::size_t kUsualWidth = 80;  ///< of a terminal that does not say its width
+
+/// Columns of the terminal on standard error.
+std::size_t ErrorWidth();
 
 /// To be called first. Standard input and output carry bytes unchanged, line ends included; writing
 /// to a closed standard output fails and does not end the process.
@@ -21,6 +28,9 @@ void WriteOutput(std::string_view bytes);
 /// Writes one line to standard error, with the program's name before it. Control characters are
 /// shown escaped. Any thread.
 void PrintError(std::string_view text);
+
+/// Writes to standard error as it is, for what is no message. Any thread.
+void WriteError(std::string_view bytes);
 
 /// Adds colours to text for a terminal; elsewhere the text stays as it is.
 class Style {

@@ -1,0 +1,260 @@
+#include "lab/explain/ExplainCommand.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "lab/explain/LogLines.h"
+#include "lab/explain/PrefixLayout.h"
+#include "lab/explain/Progress.h"
+#include "lab/explain/Story.h"
+#include "lab/explain/StoryText.h"
+#include "lab/Failure.h"
+#include "lab/Files.h"
+#include "lab/Terminal.h"
+
+namespace lab {
+
+namespace {
+
+using namespace explain;  // NOLINT(google-build-using-namespace)
+
+constexpr std::size_t kBlock = std::size_t{1} << 18;        // bytes of one read
+constexpr std::size_t kSampleBytes = std::size_t{1} << 20;  // the layout is found in these
+constexpr std::size_t kKeptEach = std::size_t{4} << 20;     // of a pipe's story, at either end
+constexpr std::size_t kOutputBlock = std::size_t{1} << 16;
+
+struct Closer {
+    void operator()(std::FILE* file) const {
+        if (file != stdin) {
+            std::fclose(file);
+        }
+    }
+};
+
+/// The bytes of the log.
+class Input {
+  public:
+    explicit Input(const std::string& name) : m_name(name == "-" ? kStandardInput : name) {
+        namespace fs = std::filesystem;
+        if (name == "-") {
+            m_file.reset(stdin);
+        } else {
+            std::error_code error;
+            const fs::file_status status = fs::status(name, error);
+            if (status.type() == fs::file_type::not_found) {
+                throw WrongCall(m_name + ": is not there");
+            }
+            if (fs::is_directory(status)) {
+                throw WrongCall(m_name + ": is a directory, not a log");
+            }
+            m_file.reset(std::fopen(name.c_str(), "rb"));
+            if (m_file == nullptr) {
+                throw WrongCall(m_name + ": cannot be read: " + std::strerror(errno));
+            }
+            m_isRegular = fs::is_regular_file(status);
+            m_size = m_isRegular ? fs::file_size(name, error) : 0;
+            m_size = error ? 0 : m_size;
+        }
+        std::setvbuf(m_file.get(), nullptr, _IONBF, 0);
+    }
+
+    const std::string& Name() const { return m_name; }
+    /// It can be read again from its beginning.
+    bool IsRegular() const { return m_isRegular; }
+    std::uint64_t Size() const { return m_size; }
+    void Rewind() { std::rewind(m_file.get()); }
+
+    /// The next bytes; empty at the end. Valid until the next call.
+    std::string_view Read() {
+        m_block.resize(kBlock);
+        const std::size_t read = std::fread(m_block.data(), 1, kBlock, m_file.get());
+        if (read == 0 && std::ferror(m_file.get()) != 0) {
+            throw SystemFailure(m_name + ": cannot be read: " + std::strerror(errno));
+        }
+        return std::string_view(m_block).substr(0, read);
+    }
+
+  private:
+    std::string m_name;
+    std::unique_ptr<std::FILE, Closer> m_file;
+    bool m_isRegular = false;
+    std::uint64_t m_size = 0;
+    std::string m_block;
+};
+
+/// One reading of a log from its beginning.
+class Reading {
+  public:
+    Reading(PrefixLayout layout, Story::Sink sink)
+        : m_layout(std::move(layout)), m_story(std::move(sink)), m_lines([this](const LogLine& line) {
+              const Origin origin = m_layout.Read(line.prefix);
+              m_story.Take({line.number, line.match, origin.time, origin.micros, origin.process,
+                            origin.thread});
+          }) {}
+    Reading(const Reading&) = delete;
+    Reading& operator=(const Reading&) = delete;
+
+    void Take(std::string_view bytes) {
+        m_bytes += bytes.size();
+        m_lines.Take(bytes);
+    }
+    void End() {
+        m_lines.End();
+        m_story.End();
+    }
+    std::uint64_t Bytes() const { return m_bytes; }
+    const Story& TheStory() const { return m_story; }
+    LogFacts Facts(const std::string& name) const {
+        return {name,
+                m_bytes,
+                m_lines.Lines(),
+                m_lines.LibraryLines(),
+                m_lines.OtherLines(),
+                m_lines.UnknownLines(),
+                m_layout};
+    }
+
+  private:
+    PrefixLayout m_layout;
+    Story m_story;
+    LogLines m_lines;
+    std::uint64_t m_bytes = 0;
+};
+
+/// Collects small pieces, and writes large ones.
+class Output {
+  public:
+    ~Output() { WriteOutput(m_text); }
+    Output() = default;
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+    void Add(std::string_view text) {
+        m_text += text;
+        if (m_text.size() >= kOutputBlock) {
+            WriteOutput(m_text);
+            m_text.clear();
+        }
+    }
+
+  private:
+    std::string m_text;
+};
+
+/// A story that waits for its summary: its beginning and its end.
+class KeptStory {
+  public:
+    void Add(std::string text) {
+        if (m_first.size() + text.size() <= kKeptEach && m_last.empty()) {
+            m_first += text;
+            return;
+        }
+        m_lastSize += text.size();
+        m_last.push_back(std::move(text));
+        while (m_lastSize > kKeptEach) {
+            m_lastSize -= m_last.front().size();
+            m_last.pop_front();
+            ++m_dropped;
+        }
+    }
+    std::uint64_t Dropped() const { return m_dropped; }
+    void Write(Output& output, const std::string& gap) const {
+        output.Add(m_first);
+        if (m_dropped > 0) {
+            output.Add(gap);
+        }
+        for (const std::string& text : m_last) {
+            output.Add(text);
+        }
+    }
+
+  private:
+    std::string m_first;
+    std::deque<std::string> m_last;
+    std::size_t m_lastSize = 0;
+    std::uint64_t m_dropped = 0;
+};
+
+PrefixLayout FindLayout(std::string_view bytes) {
+    PrefixSample sample;
+    LogLines lines([&](const LogLine& line) { sample.Add(line); });
+    lines.Take(bytes);
+    lines.End();
+    return sample.Find();
+}
+
+std::string GapText(std::uint64_t dropped, bool json) {
+    if (json) {
+        return "{\"kind\":\"gap\",\"items\":" + std::to_string(dropped) + "}\n";
+    }
+    return "\n... " + std::to_string(dropped) +
+           " items are left out here: of a pipe only the beginning and the end of the story are "
+           "kept. Give the log as a file to see all.\n\n";
+}
+
+}  // namespace
+
+int Explain(const ExplainOptions& options) {
+    Input input(options.log);
+    std::string sample;
+    while (sample.size() < kSampleBytes) {
+        const std::string_view bytes = input.Read();
+        if (bytes.empty()) {
+            break;
+        }
+        sample += bytes;
+    }
+    const PrefixLayout layout = FindLayout(sample);
+
+    const StoryText text(options.json ? Style(false) : Style::ForOutput());
+    const auto render = [&](const Item& item) {
+        return options.json ? ItemJson(item) : text.ItemLines(item, layout.HasProcess());
+    };
+    KeptStory kept;
+    Reading first(layout, [&](const Item& item) {
+        if (!input.IsRegular()) {
+            kept.Add(render(item));
+        }
+    });
+    {
+        Progress progress(2 * input.Size(), true);
+        first.Take(sample);
+        for (std::string_view bytes; !(bytes = input.Read()).empty();) {
+            first.Take(bytes);
+            progress.Show(first.Bytes());
+        }
+    }
+    first.End();
+    sample = std::string();
+
+    Output output;
+    const LogFacts facts = first.Facts(input.Name());
+    output.Add(options.json ? SummaryJson(facts, first.TheStory())
+                            : text.Summary(facts, first.TheStory()));
+    if (!input.IsRegular()) {
+        kept.Write(output, GapText(kept.Dropped(), options.json));
+        return kExitDone;
+    }
+    // A log that is still written to must not get a story that its summary does not know.
+    input.Rewind();
+    Progress progress(2 * input.Size(), !OutputIsTerminal());
+    Reading second(layout, [&](const Item& item) { output.Add(render(item)); });
+    for (std::string_view bytes; second.Bytes() < first.Bytes();) {
+        bytes = input.Read();
+        if (bytes.empty()) {
+            break;
+        }
+        second.Take(bytes.substr(0, first.Bytes() - second.Bytes()));
+        progress.Show(first.Bytes() + second.Bytes());
+    }
+    second.End();
+    return kExitDone;
+}
+
+}  // namespace lab

@@ -1,0 +1,338 @@
+#include "lab/explain/PrefixLayout.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <map>
+#include <set>
+
+#include "lab/explain/ClockText.h"
+
+namespace lab::explain {
+
+namespace {
+
+constexpr std::size_t kMostColumns = 24;
+constexpr std::size_t kLongestPrefix = 512;  // of a longer one, this much before the text
+constexpr std::size_t kMostValues = 256;     // of a column that is a process or a thread
+constexpr double kMostly = 0.95;
+constexpr std::string_view kSeparators = " \t[](){}<>|,;:=\"'#/\\";
+
+/// A prefix without its clock time, as columns.
+struct Columns {
+    std::array<std::string_view, kMostColumns> values;
+    std::size_t count = 0;
+    std::optional<ClockText> clock;
+    std::string_view clockText;
+};
+
+std::string_view Shortened(std::string_view prefix) {
+    return prefix.substr(prefix.size() - std::min(prefix.size(), kLongestPrefix));
+}
+
+void Split(std::string_view text, Columns& columns) {
+    std::size_t at = 0;
+    while (columns.count < kMostColumns) {
+        at = text.find_first_not_of(kSeparators, at);
+        if (at == std::string_view::npos) {
+            return;
+        }
+        const bool isQuoted = at > 0 && text[at - 1] == '"';
+        std::size_t end = isQuoted ? text.find('"', at) : text.find_first_of(kSeparators, at);
+        end = std::min(end, text.size());
+        columns.values[columns.count++] = text.substr(at, end - at);
+        at = end;
+    }
+}
+
+Columns Apart(std::string_view prefix) {
+    Columns columns;
+    columns.clock = FindClock(prefix);
+    if (columns.clock) {
+        columns.clockText =
+            prefix.substr(columns.clock->begin, columns.clock->end - columns.clock->begin);
+        Split(prefix.substr(0, columns.clock->begin), columns);
+        Split(prefix.substr(columns.clock->end), columns);
+    } else {
+        Split(prefix, columns);
+    }
+    return columns;
+}
+
+std::optional<double> AsNumber(std::string_view text) {
+    // from_chars for double is not in every library that this is built with.
+    double value = 0;
+    double unit = 1;
+    bool isFraction = false;
+    bool hasDigit = false;
+    for (const char c : text) {
+        if (c == '.' && !isFraction) {
+            isFraction = true;
+        } else if (c >= '0' && c <= '9') {
+            hasDigit = true;
+            unit /= isFraction ? 10 : 1;
+            value = isFraction ? value + (c - '0') * unit : value * 10 + (c - '0');
+        } else {
+            return std::nullopt;
+        }
+    }
+    return hasDigit ? std::optional(value) : std::nullopt;
+}
+
+/// An identifier of a process or thread as programs print it: 4711, 0x1A2C, 1a2c, T12. One digit is
+/// more often a level.
+bool LooksLikeId(std::string_view text) {
+    std::size_t digits = 0;
+    std::size_t others = 0;
+    if (text.substr(0, 2) == "0x") {
+        text.remove_prefix(2);
+    }
+    for (const char c : text) {
+        const bool isDigit = c >= '0' && c <= '9';
+        const bool isHex = (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+        digits += isDigit ? 1 : 0;
+        others += isDigit || isHex ? 0 : 1;
+    }
+    return digits > 0 && others <= 1 && text.size() > 1 && text.find('.') == std::string_view::npos;
+}
+
+std::string Lower(std::string_view text) {
+    std::string lower(text);
+    for (char& c : lower) {
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
+    }
+    return lower;
+}
+
+// Microseconds in one unit of a number that is the time.
+double UnitOf(std::string_view text, bool isNamedT) {
+    const double value = AsNumber(text).value_or(0);
+    const std::size_t point = text.find('.');
+    const std::size_t digits = point == std::string_view::npos ? 0 : text.size() - point - 1;
+    constexpr double kSeconds = 1e6;
+    if (value >= 1e17) {
+        return 0.1;  // the system time of Windows
+    }
+    if (value >= 1e15) {
+        return 1;
+    }
+    if (value >= 1e12) {
+        return 1e3;
+    }
+    const bool isSeconds = value >= 1e9 || digits >= 3;
+    return isSeconds && !isNamedT ? kSeconds : 1e3;
+}
+
+/// Everything that is known of one column.
+struct Column {
+    std::map<std::string_view, std::set<ThreadKind>> kinds;  // value -> kinds of thread
+    std::map<std::string_view, unsigned> levels;             // value -> 1 warn, 2 error, 3 both
+    std::size_t seen = 0;
+    std::size_t numbers = 0;
+    std::size_t falls = 0;
+    std::size_t countsLines = 0;
+    std::size_t ids = 0;
+    double last = -1;
+    bool isConstant() const { return kinds.size() == 1; }
+    bool isNumber() const { return numbers == seen; }
+    bool isId() const { return ids == seen; }
+    // A number of the line, for example, is different on every line.
+    bool isRepeated() const { return kinds.size() <= kMostValues && kinds.size() * 2 <= seen; }
+    bool isLevel() const {
+        unsigned all = 0;
+        for (const auto& [value, level] : levels) {
+            if (level == 3) {
+                return false;
+            }
+            all |= level;
+        }
+        return all == 3 && levels.size() <= 8;
+    }
+    /// Kinds of thread that its values keep apart; 0 when a value mixes kinds.
+    std::size_t separatedKinds() const {
+        std::set<ThreadKind> all;
+        std::size_t mixed = 0;
+        for (const auto& [value, of] : kinds) {
+            mixed += of.size() > 1 ? 1 : 0;
+            all.insert(of.begin(), of.end());
+        }
+        return mixed * 20 > kinds.size() ? 0 : all.size();
+    }
+    bool isTime() const {
+        return isNumber() && seen > 1 && kinds.size() > 1 &&
+               static_cast<double>(falls) <= (1 - kMostly) * static_cast<double>(seen) &&
+               static_cast<double>(countsLines) < 0.9 * static_cast<double>(seen - 1);
+    }
+};
+
+void Look(Column& column, std::string_view value, ThreadKind thread, bool isError) {
+    ++column.seen;
+    auto& kinds = column.kinds[value];
+    if (thread != ThreadKind::kAny) {
+        kinds.insert(thread);
+    }
+    column.levels[value] |= isError ? 2U : 1U;
+    column.ids += LooksLikeId(value) ? 1 : 0;
+    const auto number = AsNumber(value);
+    if (!number) {
+        return;
+    }
+    ++column.numbers;
+    column.falls += *number < column.last ? 1 : 0;
+    column.countsLines += *number == column.last + 1 ? 1 : 0;
+    column.last = *number;
+}
+
+}  // namespace
+
+Origin PrefixLayout::Read(std::string_view prefix) {
+    Origin origin;
+    if (prefix.empty()) {
+        return origin;
+    }
+    const Columns columns = Apart(Shortened(prefix));
+    if (m_hasClock && columns.clock) {
+        origin.time = columns.clockText;
+        std::int64_t micros = columns.clock->micros;
+        if (!columns.clock->hasDate) {
+            if (micros + kMicrosPerDay / 2 < m_lastOfDay) {
+                m_dayOffset += kMicrosPerDay;  // midnight has passed
+                m_lastOfDay = micros;
+            }
+            m_lastOfDay = std::max(m_lastOfDay, micros);
+            micros += m_dayOffset;
+        }
+        origin.micros = micros;
+    }
+    if (columns.count != m_columns) {
+        return origin;
+    }
+    if (m_time && !origin.micros) {
+        origin.time = columns.values[*m_time];
+        if (const auto number = AsNumber(origin.time)) {
+            const double micros = *number * m_microsPerUnit;
+            if (micros < 9e18) {
+                origin.micros = std::llround(micros);
+            }
+        }
+    }
+    if (m_process) {
+        origin.process = columns.values[*m_process];
+    }
+    if (m_thread) {
+        origin.thread = columns.values[*m_thread];
+    }
+    return origin;
+}
+
+void PrefixSample::Add(const LogLine& line) {
+    if (m_samples.size() < kMostLines) {
+        m_samples.push_back({std::string(Shortened(line.prefix)), line.match.meaning->thread,
+                             line.isError});
+    }
+}
+
+PrefixLayout PrefixSample::Find() const {
+    PrefixLayout layout;
+    std::vector<Columns> all;
+    std::map<std::size_t, std::size_t> counts;
+    std::size_t clocks = 0;
+    for (const Sample& sample : m_samples) {
+        all.push_back(Apart(sample.prefix));
+        ++counts[all.back().count];
+        clocks += all.back().clock ? 1 : 0;
+    }
+    if (all.empty()) {
+        return layout;
+    }
+    layout.m_hasClock = clocks * 2 > all.size();
+    layout.m_columns = std::max_element(counts.begin(), counts.end(), [](auto& a, auto& b) {
+                           return a.second < b.second;
+                       })->first;
+    std::vector<Column> columns(layout.m_columns);
+    for (std::size_t line = 0; line < all.size(); ++line) {
+        if (all[line].count == layout.m_columns) {
+            for (std::size_t c = 0; c < columns.size(); ++c) {
+                Look(columns[c], all[line].values[c], m_samples[line].thread,
+                     m_samples[line].isError);
+            }
+        }
+    }
+
+    std::vector<std::size_t> open;  // columns whose meaning is not known yet
+    const auto named = [&](std::size_t c, std::initializer_list<std::string_view> names) {
+        return c > 0 && columns[c - 1].isConstant() &&
+               std::find(names.begin(), names.end(),
+                         Lower(columns[c - 1].kinds.begin()->first)) != names.end();
+    };
+    for (std::size_t c = 0; c < columns.size(); ++c) {
+        const Column& column = columns[c];
+        if (named(c, {"pid", "process", "processid", "process_id", "proc"})) {
+            layout.m_process = c;
+        } else if (named(c, {"tid", "thread", "threadid", "thread_id", "thr"})) {
+            layout.m_thread = c;
+        } else if (!layout.m_hasClock && !layout.m_time &&
+                   ((named(c, {"t", "time", "ts", "timestamp"}) && column.isNumber()) ||
+                    (column.isTime() && !column.isLevel() &&
+                     (column.separatedKinds() < 2 || column.kinds.size() * 4 > column.seen)))) {
+            layout.m_time = c;
+            layout.m_microsPerUnit = UnitOf(column.kinds.begin()->first, named(c, {"t"}));
+        } else if (!column.isLevel() && column.isRepeated()) {
+            open.push_back(c);
+        }
+    }
+    if (!layout.m_thread) {
+        std::size_t best = 1;
+        for (const std::size_t c : open) {
+            if (columns[c].separatedKinds() > best) {
+                best = columns[c].separatedKinds();
+                layout.m_thread = c;
+            }
+        }
+    }
+    std::vector<std::size_t> ids;
+    for (const std::size_t c : open) {
+        if (columns[c].isId() && layout.m_thread != c) {
+            ids.push_back(c);
+        }
+    }
+    // A thread that is not known by its lines: two numbers are a process and its thread.
+    const auto mixes = [&](std::size_t c) {
+        const auto& kinds = columns[c].kinds;
+        return std::any_of(kinds.begin(), kinds.end(),
+                           [](const auto& one) { return one.second.size() > 1; });
+    };
+    if (!layout.m_thread && ids.size() >= (layout.m_process ? 1U : 2U) && !mixes(ids.back())) {
+        layout.m_thread = ids.back();
+        ids.pop_back();
+    }
+    const auto isSameForAThread = [&](std::size_t c) {
+        std::map<std::string_view, std::string_view> processes;
+        for (const Columns& line : all) {
+            if (line.count == layout.m_columns && layout.m_thread) {
+                const auto [known, isNew] =
+                    processes.emplace(line.values[*layout.m_thread], line.values[c]);
+                if (!isNew && known->second != line.values[c]) {
+                    return false;
+                }
+            }
+        }
+        return true;
+    };
+    if (!layout.m_process) {
+        for (auto c = ids.rbegin(); c != ids.rend() && !layout.m_process; ++c) {
+            if (isSameForAThread(*c)) {
+                layout.m_process = *c;
+            }
+        }
+        for (const std::size_t c : open) {  // a name instead of a number
+            if (!layout.m_process && layout.m_thread && c != *layout.m_thread &&
+                !columns[c].isConstant() && isSameForAThread(c)) {
+                layout.m_process = c;
+            }
+        }
+    }
+    return layout;
+}
+
+}  // namespace lab::explain

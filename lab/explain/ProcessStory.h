@@ -1,0 +1,108 @@
+// The story of one process of a log. Every list in it has a bound: what exceeds it is told as open,
+// or dropped where only a figure is lost.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "lab/explain/Story.h"
+
+namespace lab::explain {
+
+class ProcessStory {
+  public:
+    ProcessStory(std::string_view name, const Story::Sink& sink);
+
+    void Take(const Entry& entry);
+    void End();
+    const Totals& Figures() const { return m_totals; }
+
+  private:
+    using Micros = std::optional<std::int64_t>;
+
+    struct Beginning {
+        std::uint64_t line = 0;
+        std::string time;
+        Micros micros;
+    };
+    /// An operation of the host that has begun.
+    struct Operation {
+        ItemKind kind = ItemKind::kNote;
+        Beginning begin;
+        bool isOpen = false;
+        bool isDone = false;  ///< of one without a last line: has come to its end
+        bool hasFailed = false;
+        bool isStored = false;
+        bool isOdd = false;
+        Micros doneAt;
+        unsigned tries = 0;
+        unsigned chipRetries = 0;
+        std::string note;  ///< a further sentence
+    };
+    struct Visit {
+        Beginning begin;
+        Micros left;
+        bool hasLeaveStatus = false;
+    };
+    /// A thread; of a log without threads, all of them.
+    struct Lane {
+        std::string thread;
+        Operation operation;
+        std::vector<Step> chain;
+        std::string chainTime;
+        Role previous = Role::kDetail;
+        bool isLoopNormal = false;
+        bool isRefusalNormal = false;
+        bool isRenewStored = false;
+        bool isRenewTold = false;
+        unsigned renewRetries = 0;
+        bool isOver = false;
+        std::uint64_t lastLine = 0;
+    };
+
+    Lane& LaneOf(const Entry& entry);
+    // Each true when the role was one of its own.
+    bool TakeStart(Lane& lane, const Entry& entry);
+    bool TakeWrite(Lane& lane, const Entry& entry);
+    bool TakeReading(Lane& lane, const Entry& entry);
+    bool TakeRenewal(Lane& lane, const Entry& entry);
+    bool TakeVisit(Lane& lane, const Entry& entry);
+    bool TakeReporting(Lane& lane, const Entry& entry);
+    void TakeOther(Lane& lane, const Entry& entry);
+
+    void Begin(Lane& lane, ItemKind kind, const Entry& entry);
+    void Finish(Lane& lane, Outcome outcome, Micros end);
+    /// Ends an operation that has no last line, or whose last line did not come.
+    void Close(Lane& lane);
+    void AddStep(Lane& lane, const Entry& entry);
+    void DropMissingDriver(Lane& lane);
+    void NotRead(Lane& lane);
+    void FinishRenewal(Lane& lane, const Entry& entry, Outcome outcome, const char* text);
+    void BeginVisit(Lane& lane, const Entry& entry);
+    void EndVisit(Lane& lane, const Entry& entry);
+    void LoseVisit(const char* text);
+    void EndChainOfVisits();
+    /// A failure that belongs to no operation: told by the meaning of its last line.
+    void TellLoose(Lane& lane);
+    void TellLoose(Lane& lane, ItemKind kind, std::string text);
+    void TellOddity(const Lane& lane, const Entry& entry, std::string text, std::string remedy);
+    void Tell(Item item);
+    bool HasChipRoute() const { return m_totals.route != "HID" && m_totals.route != "Bluetooth"; }
+
+    const Story::Sink& m_sink;
+    Totals m_totals;
+    std::map<std::string, Lane, std::less<>> m_lanes;
+    std::deque<Visit> m_visits;  // that are open
+    std::deque<Beginning> m_renewals;
+    std::uint64_t m_earlyRenewals = 0;  // that ended before the line of their beginning
+    Micros m_lastVisitEnd;
+    Beginning m_chainBegin;
+    unsigned m_chainedVisits = 0;
+};
+
+}  // namespace lab::explain
