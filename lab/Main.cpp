@@ -44,7 +44,10 @@ void AddRun(CLI::App& app, lab::RunOptions& run) {
            "--seed", [&run](const std::string& text) { run.stage.seed = ParseSeed(text); },
            "Run scheduled: no real time passes, and the same seed repeats the run")
         ->type_name("UINT");
-    app.add_flag("--json", run.json, "Print one JSON object per line, everything included");
+    auto* const json =
+        app.add_flag("--json", run.json, "Print one JSON object per line, everything included");
+    app.add_flag("--explain", run.explain, "Say what the log means while it is written")
+        ->excludes(json);
     app.add_flag("--log", run.log, "Show every line of the log");
     app.add_flag("--bus", run.stage.bus, "Show every frame on the bus");
     app.add_flag("--check", run.stage.check,

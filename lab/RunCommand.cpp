@@ -4,6 +4,7 @@
 #include <random>
 
 #include "lab/ConfigCheck.h"
+#include "lab/explain/LiveStory.h"
 #include "lab/Failure.h"
 #include "lab/Files.h"
 #include "lab/HumanOutput.h"
@@ -90,10 +91,14 @@ int Run(const RunOptions& options) {
     static const HumanOutput& human = *new HumanOutput(style, options.log, options.stage.bus);
     static const bool json = options.json;
     static Judge* judge = nullptr;
+    static LiveStory* const story = options.explain ? new LiveStory(style) : nullptr;
     static Recorder& recorder = *new Recorder([](const Json& object) {
         WriteOutput(json ? JsonLine(object) : human.Lines(object));
         if (judge != nullptr) {
             judge->Take(object);
+        }
+        if (story != nullptr) {
+            WriteOutput(story->Take(object));
         }
     });
     Script script = options.script ? ReadScript(*options.script) : Script{kVisitName, {}};
@@ -129,6 +134,9 @@ int Run(const RunOptions& options) {
         judge->Finish();
     }
     recorder.Finish();
+    if (story != nullptr) {
+        WriteOutput(story->End());
+    }
     if (!options.json) {
         PrintTag(stage.TagMemory(), style);
         PrintSum(player, style);

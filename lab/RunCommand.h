@@ -16,6 +16,7 @@ struct RunOptions {
     std::optional<std::string> script;
     bool json = false;
     bool log = false;
+    bool explain = false;  ///< say what the log means; not with json
 };
 
 /// The options of a run, with what the script's "pc" says where the options say nothing.

@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t kMostColumns = 24;
 constexpr std::size_t kLongestPrefix = 512;  // of a longer one, this much before the text
 constexpr std::size_t kMostValues = 256;     // of a column that is a process or a thread
-constexpr double kMostly = 0.95;
+constexpr std::size_t kLeastChanges = 8;     // of a number that is the time
 constexpr std::string_view kSeparators = " \t[](){}<>|,;:=\"'#/\\";
 
 /// A prefix without its clock time, as columns.
@@ -129,6 +129,7 @@ struct Column {
     std::map<std::string_view, unsigned> levels;             // value -> 1 warn, 2 error, 3 both
     std::size_t seen = 0;
     std::size_t numbers = 0;
+    std::size_t changes = 0;
     std::size_t falls = 0;
     std::size_t countsLines = 0;
     std::size_t ids = 0;
@@ -158,10 +159,10 @@ struct Column {
         }
         return mixed * 20 > kinds.size() ? 0 : all.size();
     }
+    // The numbers of threads go up and down; a number of the line goes up by one each time.
     bool isTime() const {
-        return isNumber() && seen > 1 && kinds.size() > 1 &&
-               static_cast<double>(falls) <= (1 - kMostly) * static_cast<double>(seen) &&
-               static_cast<double>(countsLines) < 0.9 * static_cast<double>(seen - 1);
+        return isNumber() && changes >= kLeastChanges && falls * 20 <= changes &&
+               countsLines * 10 < seen * 9;
     }
 };
 
@@ -178,6 +179,7 @@ void Look(Column& column, std::string_view value, ThreadKind thread, bool isErro
         return;
     }
     ++column.numbers;
+    column.changes += *number != column.last ? 1 : 0;
     column.falls += *number < column.last ? 1 : 0;
     column.countsLines += *number == column.last + 1 ? 1 : 0;
     column.last = *number;
@@ -273,8 +275,7 @@ PrefixLayout PrefixSample::Find() const {
             layout.m_thread = c;
         } else if (!layout.m_hasClock && !layout.m_time &&
                    ((named(c, {"t", "time", "ts", "timestamp"}) && column.isNumber()) ||
-                    (column.isTime() && !column.isLevel() &&
-                     (column.separatedKinds() < 2 || column.kinds.size() * 4 > column.seen)))) {
+                    (column.isTime() && !column.isLevel()))) {
             layout.m_time = c;
             layout.m_microsPerUnit = UnitOf(column.kinds.begin()->first, named(c, {"t"}));
         } else if (!column.isLevel() && column.isRepeated()) {

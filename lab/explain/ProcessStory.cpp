@@ -220,6 +220,7 @@ void ProcessStory::Finish(Lane& lane, Outcome outcome, Micros end) {
     if (outcome == Outcome::kWorked &&
         (!item.chain.empty() || item.attempts > 1 || operation.isOdd)) {
         item.outcome = Outcome::kUnusual;
+        item.text += item.attempts > 1 || operation.isOdd ? "" : " There were failures on the way.";
     }
     Tell(std::move(item));
 }

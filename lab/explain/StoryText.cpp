@@ -15,7 +15,8 @@ constexpr std::size_t kTimeWidth = 12;     // at least
 constexpr std::size_t kOutcomeWidth = 8;   // of the word for the outcome
 constexpr std::size_t kLiveIndent = 36;    // where the text of a run's lines begins
 constexpr std::size_t kMostProcesses = 20;  // in the summary for people
-constexpr std::size_t kLabelWidth = 11;
+constexpr std::size_t kLabelWidth = 12;
+constexpr std::int64_t kShownAtLeast = 1000;  // microseconds that are worth a place in the summary
 
 struct KindName {
     ItemKind kind;
@@ -162,7 +163,7 @@ std::string StoryText::LiveLines(const Item& item) const {
     std::snprintf(head.data(), head.size(), "%12s  %-9s  %-10s ", item.time.c_str(),
                   Printable(item.thread).substr(0, 9).c_str(), "explained");
     return m_style.Dim(head.data()) + (item.outcome == Outcome::kWorked ? "" : Head(item)) +
-           m_style.Bold("") + Body(item, kLiveIndent);
+           Body(item, kLiveIndent);
 }
 
 std::string StoryText::ProcessLines(const Totals& totals, bool isNamed) const {
@@ -191,7 +192,7 @@ std::string StoryText::ProcessLines(const Totals& totals, bool isNamed) const {
         const Totals::Timed& of = found->second;
         std::string value = std::to_string(of.worked) +
                             (name.kind == ItemKind::kVisit ? " complete" : " worked");
-        if (name.kind == ItemKind::kFailure) {
+        if (name.kind == ItemKind::kFailure || name.kind == ItemKind::kReadNumber) {
             value.clear();
         }
         const auto add = [&](std::uint64_t count, const char* what) {
@@ -203,7 +204,7 @@ std::string StoryText::ProcessLines(const Totals& totals, bool isNamed) const {
         if (of.failed > 0) {
             value += (value.empty() ? "" : ", ") + m_style.Red(std::to_string(of.failed) + " failed");
         }
-        if (of.timed > 0) {
+        if (of.timed > 0 && of.longest >= kShownAtLeast) {
             value += "; " + Duration(of.sum / static_cast<std::int64_t>(of.timed)) +
                      " on average, the longest " + Duration(of.longest);
         }
