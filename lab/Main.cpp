@@ -1,16 +1,18 @@
 // tagport-lab: runs the library against simulated devices, makes tag images and takes them apart.
 // This file holds the command line only.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 #include <exception>
 #include <limits>
 #include <sstream>
 
-#include "lab/explain/ExplainCommand.h"
 #include "lab/Failure.h"
 #include "lab/ImageCommand.h"
 #include "lab/RunCommand.h"
 #include "lab/Terminal.h"
+#include "lab/explain/ExplainCommand.h"
+#include "lab/help/Help.h"
 
 namespace {
 
@@ -37,13 +39,16 @@ void AddRun(CLI::App& app, lab::RunOptions& run) {
     app.add_option("--pc-type", run.pcType, "2, 5 or 8 (default 5)")
         ->check(CLI::IsMember(kPcTypes));
     app.add_option("--config", run.configDirectory,
-                   "Directory that holds config/NfcUri.ini (default: the current one)");
-    app.add_option("--script", run.script, "File of commands to play, - for standard input");
-    app.add_option("--fault", run.stage.fault, "Requests that fail, as in write#3=refuse:1117");
+                   "Directory that holds config/NfcUri.ini (default: the current one)")
+        ->type_name("DIR");
+    app.add_option("--script", run.script, "File of commands to play, - for standard input")
+        ->type_name("FILE");
+    app.add_option("--fault", run.stage.fault, "Requests that fail, as in write#3=refuse:1117")
+        ->type_name("PLAN");
     app.add_option_function<std::string>(
            "--seed", [&run](const std::string& text) { run.stage.seed = ParseSeed(text); },
            "Run scheduled: no real time passes, and the same seed repeats the run")
-        ->type_name("UINT");
+        ->type_name("N");
     auto* const json =
         app.add_flag("--json", run.json, "Print one JSON object per line, everything included");
     app.add_flag("--explain", run.explain, "Say what the log means while it is written")
@@ -63,8 +68,10 @@ void AddBuild(CLI::App& app, lab::ImageBuildOptions& build) {
     app.add_option("--mac", build.mac, "6 bytes in hexadecimal (default: zero)");
     app.add_option("--number", build.number, "32 bytes in hexadecimal (default: zero)");
     app.add_option("--model", build.model, "4 bytes in hexadecimal (default: zero)");
-    app.add_option("--config", build.configDirectory, "Directory that holds config/NfcUri.ini");
-    app.add_option("-o,--output", build.output, "File, - for standard output (default)");
+    app.add_option("--config", build.configDirectory, "Directory that holds config/NfcUri.ini")
+        ->type_name("DIR");
+    app.add_option("-o,--output", build.output, "File, - for standard output (default)")
+        ->type_name("FILE");
     app.add_option("--format", build.format, "hex (default) or raw")
         ->check(CLI::IsMember({"hex", "raw"}));
 }
@@ -80,16 +87,23 @@ void AddExplain(CLI::App& app, lab::ExplainOptions& explain) {
     app.add_flag("--json", explain.json, "Print one JSON object per line, the summary first");
 }
 
+// The word that the parser stopped at.
+std::string Unexpected(const std::vector<std::string>& rest) {
+    const auto option = std::find_if(rest.begin(), rest.end(),
+                                     [](const std::string& word) { return word[0] == '-'; });
+    return option != rest.end() ? *option : (rest.empty() ? "" : rest.front());
+}
+
 int Main(int count, char** arguments) {
     lab::RunOptions run;
     lab::ImageBuildOptions build;
     lab::ImageShowOptions show;
     lab::ExplainOptions explain;
 
-    CLI::App app("Runs tagport against simulated devices, and takes tag images apart.",
-                 "tagport-lab");
+    CLI::App app(
+        "Runs tagport against simulated devices, explains its log, and takes tag images apart.",
+        "tagport-lab");
     app.require_subcommand(1);
-    app.footer("Exit status: 0 everything worked, 1 the system reported a failure, 2 wrong call.");
     CLI::App& runApp = *app.add_subcommand("run", "Play a script, or a short visit of a phone");
     CLI::App& image = *app.add_subcommand("image", "Make a tag image or take one apart");
     image.require_subcommand(1);
@@ -98,6 +112,14 @@ int Main(int count, char** arguments) {
     CLI::App& explainApp = *app.add_subcommand("explain", "Say what a log means");
     AddRun(runApp, run);
     AddExplain(explainApp, explain);
+    CLI::App& completionApp =
+        *app.add_subcommand("completion", "Print a script that completes the program's words");
+    std::string shell;
+    completionApp.add_option("SHELL", shell, "The shell that is to read it")
+        ->required()
+        ->check(CLI::IsMember({"bash", "zsh", "fish"}));
+    CLI::App& manApp = *app.add_subcommand("man", "Print the man page, for man -l -");
+    lab::AddExamples(app);
     AddBuild(buildApp, build);
     AddShow(showApp, show);
     try {
@@ -108,7 +130,8 @@ int Main(int count, char** arguments) {
             const std::vector<std::string> rest = app.remaining(true);
             const bool unknown = problem.get_name() == "RequiredError" && !rest.empty();
             throw lab::WrongCall(problem.what() +
-                                 (unknown ? ": \"" + rest.front() + "\" is unknown" : ""));
+                                 (unknown ? ": \"" + rest.front() + "\" is unknown" : "") +
+                                 lab::Suggestion(app, Unexpected(rest)));
         }
         std::ostringstream help;
         app.exit(problem, help, help);
@@ -121,6 +144,14 @@ int Main(int count, char** arguments) {
     }
     if (buildApp.parsed()) {
         return lab::BuildImage(build);
+    }
+    if (completionApp.parsed()) {
+        lab::WriteOutput(lab::CompletionScript(app, shell));
+        return lab::kExitDone;
+    }
+    if (manApp.parsed()) {
+        lab::WriteOutput(lab::ManPage(app));
+        return lab::kExitDone;
     }
     if (explainApp.parsed()) {
         return lab::Explain(explain);

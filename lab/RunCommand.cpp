@@ -4,7 +4,6 @@
 #include <random>
 
 #include "lab/ConfigCheck.h"
-#include "lab/explain/LiveStory.h"
 #include "lab/Failure.h"
 #include "lab/Files.h"
 #include "lab/HumanOutput.h"
@@ -15,6 +14,7 @@
 #include "lab/Printable.h"
 #include "lab/Script.h"
 #include "lab/Terminal.h"
+#include "lab/explain/LiveStory.h"
 
 namespace lab {
 

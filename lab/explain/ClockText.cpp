@@ -27,8 +27,7 @@ std::int64_t Days(const Date& date) {
     const int year = date.month <= 2 ? date.year - 1 : date.year;
     const int era = year / 400;
     const int yearOfEra = year - era * 400;
-    const int dayOfYear =
-        (153 * (date.month + (date.month > 2 ? -3 : 9)) + 2) / 5 + date.day - 1;
+    const int dayOfYear = (153 * (date.month + (date.month > 2 ? -3 : 9)) + 2) / 5 + date.day - 1;
     const int dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
     return std::int64_t{era} * 146'097 + dayOfEra - 719'468;
 }

@@ -19,10 +19,10 @@ struct ClockText {
 constexpr std::int64_t kMicrosPerSecond = 1'000'000;
 constexpr std::int64_t kMicrosPerDay = 86'400 * kMicrosPerSecond;
 
-/// The first one. Understands, each with . , or : and a fraction after the seconds, AM or PM, and an
-/// offset from UTC, which is ignored: 2026-11-25 13:26:48, 2026/11/25T13:26:48, 25.11.2026 13:26:48,
-/// 11/25/2026 1:26:48 PM, 20261125-132648, 11-25 13:26:48, Nov 25 13:26:48, 25 Nov 2026 13:26:48,
-/// 25/Nov/2026:13:26:48, 13:26:48.
+/// The first one. Understands, each with . , or : and a fraction after the seconds, AM or PM, and
+/// an offset from UTC, which is ignored: 2026-11-25 13:26:48, 2026/11/25T13:26:48, 25.11.2026
+/// 13:26:48, 11/25/2026 1:26:48 PM, 20261125-132648, 11-25 13:26:48, Nov 25 13:26:48, 25 Nov 2026
+/// 13:26:48, 25/Nov/2026:13:26:48, 13:26:48.
 std::optional<ClockText> FindClock(std::string_view prefix);
 
 }  // namespace lab::explain

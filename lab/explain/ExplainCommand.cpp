@@ -10,14 +10,14 @@
 #include <optional>
 #include <utility>
 
+#include "lab/Failure.h"
+#include "lab/Files.h"
+#include "lab/Terminal.h"
 #include "lab/explain/LogLines.h"
 #include "lab/explain/PrefixLayout.h"
 #include "lab/explain/Progress.h"
 #include "lab/explain/Story.h"
 #include "lab/explain/StoryText.h"
-#include "lab/Failure.h"
-#include "lab/Files.h"
-#include "lab/Terminal.h"
 
 namespace lab {
 
@@ -93,7 +93,9 @@ class Input {
 class Reading {
   public:
     Reading(PrefixLayout layout, Story::Sink sink)
-        : m_layout(std::move(layout)), m_story(std::move(sink)), m_lines([this](const LogLine& line) {
+        : m_layout(std::move(layout)),
+          m_story(std::move(sink)),
+          m_lines([this](const LogLine& line) {
               const Origin origin = m_layout.Read(line.prefix);
               m_story.Take({line.number, line.match, origin.time, origin.micros, origin.process,
                             origin.thread});

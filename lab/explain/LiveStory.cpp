@@ -9,9 +9,8 @@
 namespace lab {
 
 LiveStory::LiveStory(Style style)
-    : m_text(style), m_story([this](const explain::Item& item) {
-          m_lines += m_text.LiveLines(item);
-      }) {}
+    : m_text(style),
+      m_story([this](const explain::Item& item) { m_lines += m_text.LiveLines(item); }) {}
 
 std::string LiveStory::Take(const Json& object) {
     if (object["kind"] != "log") {
@@ -27,7 +26,8 @@ std::string LiveStory::Take(const Json& object) {
     line.resize(std::min(line.rfind('('), line.size()));
     const auto match = explain::Meanings::Get().Find(line);
     if (match) {
-        m_story.Take({m_number, *match, time.data(), std::llround(milliseconds * 1000), {}, thread});
+        m_story.Take(
+            {m_number, *match, time.data(), std::llround(milliseconds * 1000), {}, thread});
     }
     return std::exchange(m_lines, {});
 }

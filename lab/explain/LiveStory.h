@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <string>
 
+#include "lab/Recorder.h"
 #include "lab/explain/Story.h"
 #include "lab/explain/StoryText.h"
-#include "lab/Recorder.h"
 
 namespace lab {
 

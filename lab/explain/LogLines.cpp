@@ -165,10 +165,9 @@ void LogLines::EndLine(std::string_view line) {
     std::size_t partBegin = 0;
     for (std::size_t at = line.find('('); at != std::string_view::npos; at = line.find('(', at)) {
         const std::string_view rest = line.substr(at);
-        const auto* const marker =
-            std::find_if(kMarkers.begin(), kMarkers.end(), [&](const Marker& one) {
-                return rest.substr(0, one.text.size()) == one.text;
-            });
+        const auto* const marker = std::find_if(
+            kMarkers.begin(), kMarkers.end(),
+            [&](const Marker& one) { return rest.substr(0, one.text.size()) == one.text; });
         if (marker == kMarkers.end()) {
             ++at;
             continue;

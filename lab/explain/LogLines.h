@@ -25,8 +25,8 @@ class LogLines {
     using Sink = std::function<void(const LogLine& line)>;
     explicit LogLines(Sink sink) : m_sink(std::move(sink)) {}
 
-    /// Takes the next bytes. UTF-8, or UTF-16 when a byte order mark or the first characters say so.
-    /// Lines end with LF or CR LF. A line longer than kLongestLine is cut.
+    /// Takes the next bytes. UTF-8, or UTF-16 when a byte order mark or the first characters say
+    /// so. Lines end with LF or CR LF. A line longer than kLongestLine is cut.
     void Take(std::string_view bytes);
     /// Takes the last line, which may have no end.
     void End();

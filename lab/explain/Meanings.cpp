@@ -121,7 +121,8 @@ std::string_view TrimEnd(std::string_view text) {
         const std::size_t last = text.find_last_not_of(kBlanks);
         text = text.substr(0, last == std::string_view::npos ? 0 : last + 1);
         const std::size_t size = text.size();
-        if (size < 2 || text[size - 2] != '\\' || (text[size - 1] != 'n' && text[size - 1] != 'r')) {
+        if (size < 2 || text[size - 2] != '\\' ||
+            (text[size - 1] != 'n' && text[size - 1] != 'r')) {
             return text;
         }
         text.remove_suffix(2);

@@ -13,11 +13,11 @@ namespace lab::explain {
 
 /// What a line is in the story of a log.
 enum class Role {
-    kDetail,       ///< a step that the story leaves out
-    kFailure,      ///< a part of a failure
-    kRoot,         ///< a part that explains the failure better than the parts before it
-    kUnusual,      ///< told on its own
-    kContentSet,   ///< the message's fields were taken over
+    kDetail,      ///< a step that the story leaves out
+    kFailure,     ///< a part of a failure
+    kRoot,        ///< a part that explains the failure better than the parts before it
+    kUnusual,     ///< told on its own
+    kContentSet,  ///< the message's fields were taken over
     kCreateBegins,
     kCreateEnds,
     kCreateFails,

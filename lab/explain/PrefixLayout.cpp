@@ -229,8 +229,8 @@ Origin PrefixLayout::Read(std::string_view prefix) {
 
 void PrefixSample::Add(const LogLine& line) {
     if (m_samples.size() < kMostLines) {
-        m_samples.push_back({std::string(Shortened(line.prefix)), line.match.meaning->thread,
-                             line.isError});
+        m_samples.push_back(
+            {std::string(Shortened(line.prefix)), line.match.meaning->thread, line.isError});
     }
 }
 
@@ -264,8 +264,8 @@ PrefixLayout PrefixSample::Find() const {
     std::vector<std::size_t> open;  // columns whose meaning is not known yet
     const auto named = [&](std::size_t c, std::initializer_list<std::string_view> names) {
         return c > 0 && columns[c - 1].isConstant() &&
-               std::find(names.begin(), names.end(),
-                         Lower(columns[c - 1].kinds.begin()->first)) != names.end();
+               std::find(names.begin(), names.end(), Lower(columns[c - 1].kinds.begin()->first)) !=
+                   names.end();
     };
     for (std::size_t c = 0; c < columns.size(); ++c) {
         const Column& column = columns[c];

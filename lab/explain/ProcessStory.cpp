@@ -101,10 +101,9 @@ ProcessStory::Lane& ProcessStory::LaneOf(const Entry& entry) {
     auto found = m_lanes.find(entry.thread);
     if (found == m_lanes.end()) {
         if (m_lanes.size() == kMostLanes) {
-            const auto oldest =
-                std::min_element(m_lanes.begin(), m_lanes.end(), [](const auto& a, const auto& b) {
-                    return a.second.lastLine < b.second.lastLine;
-                });
+            const auto oldest = std::min_element(
+                m_lanes.begin(), m_lanes.end(),
+                [](const auto& a, const auto& b) { return a.second.lastLine < b.second.lastLine; });
             Close(oldest->second);
             TellLoose(oldest->second);
             m_lanes.erase(oldest);
@@ -188,8 +187,8 @@ void ProcessStory::Finish(Lane& lane, Outcome outcome, Micros end) {
     item.thread = lane.thread;
     item.text = NameOf(operation.kind);
     if (HasImage(operation.kind)) {
-        item.attempts = std::max(operation.tries,
-                                 operation.chipRetries + (operation.isStored ? 1U : 0U));
+        item.attempts =
+            std::max(operation.tries, operation.chipRetries + (operation.isStored ? 1U : 0U));
     } else if (operation.kind == ItemKind::kStart) {
         item.attempts = operation.tries;
     }
@@ -382,11 +381,9 @@ bool ProcessStory::TakeWrite(Lane& lane, const Entry& entry) {
 }
 
 void ProcessStory::NotRead(Lane& lane) {
-    const bool isHarmless =
-        std::any_of(lane.chain.begin(), lane.chain.end(), [](const Step& step) {
-            return step.meaning->role == Role::kEmptyTag ||
-                   step.meaning->role == Role::kForeignContent;
-        });
+    const bool isHarmless = std::any_of(lane.chain.begin(), lane.chain.end(), [](const Step& step) {
+        return step.meaning->role == Role::kEmptyTag || step.meaning->role == Role::kForeignContent;
+    });
     const Step* const cause = CauseOf(lane.chain);
     if (isHarmless || cause == nullptr) {
         lane.operation.note = "Before it the tag held no message of this library.";
@@ -673,8 +670,9 @@ bool ProcessStory::TakeReporting(Lane& lane, const Entry& entry) {
                 item.line = entry.line;
                 item.time = entry.time;
                 item.thread = lane.thread;
-                item.text = "The library stops waiting for phones, because a manager was released "
-                            "or the device is started again.";
+                item.text =
+                    "The library stops waiting for phones, because a manager was released "
+                    "or the device is started again.";
                 Tell(std::move(item));
             }
             break;

@@ -102,7 +102,7 @@ struct Totals {
     std::map<ItemKind, Timed> kinds;
     std::uint64_t known = 0;  ///< numbers that were not new
     std::uint64_t unusual = 0;
-    std::map<std::string, Cause> causes;   ///< of failures
+    std::map<std::string, Cause> causes;    ///< of failures
     std::map<std::string, Cause> oddities;  ///< what was unusual
 };
 

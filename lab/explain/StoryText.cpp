@@ -10,10 +10,10 @@ namespace lab::explain {
 
 namespace {
 
-constexpr std::size_t kLineWidth = 9;      // of the number of a line
-constexpr std::size_t kTimeWidth = 12;     // at least
-constexpr std::size_t kOutcomeWidth = 8;   // of the word for the outcome
-constexpr std::size_t kLiveIndent = 36;    // where the text of a run's lines begins
+constexpr std::size_t kLineWidth = 9;       // of the number of a line
+constexpr std::size_t kTimeWidth = 12;      // at least
+constexpr std::size_t kOutcomeWidth = 8;    // of the word for the outcome
+constexpr std::size_t kLiveIndent = 36;     // where the text of a run's lines begins
 constexpr std::size_t kMostProcesses = 20;  // in the summary for people
 constexpr std::size_t kLabelWidth = 12;
 constexpr std::int64_t kShownAtLeast = 1000;  // microseconds that are worth a place in the summary
@@ -97,8 +97,7 @@ Json TimedJson(const Totals::Timed& of) {
     object["open"] = of.open;
     object["retried"] = of.retried;
     if (of.timed > 0) {
-        object["averageMs"] =
-            static_cast<double>(of.sum) / static_cast<double>(of.timed) / 1000;
+        object["averageMs"] = static_cast<double>(of.sum) / static_cast<double>(of.timed) / 1000;
         object["longestMs"] = static_cast<double>(of.longest) / 1000;
     }
     return object;
@@ -143,8 +142,9 @@ std::string StoryText::Body(const Item& item, std::size_t indent) const {
         text += margin + "Do:    " + Printable(item.remedy) + "\n";
     }
     for (const Step& step : item.chain) {
-        text += margin + m_style.Dim("line " + Number(step.line) + "  " + Printable(step.text) +
-                                     Times(step.times)) +
+        text += margin +
+                m_style.Dim("line " + Number(step.line) + "  " + Printable(step.text) +
+                            Times(step.times)) +
                 "\n";
     }
     return text;
@@ -169,9 +169,9 @@ std::string StoryText::LiveLines(const Item& item) const {
 std::string StoryText::ProcessLines(const Totals& totals, bool isNamed) const {
     std::string text;
     if (isNamed) {
-        text += "\n" + m_style.Bold("Process " + (totals.process.empty()
-                                                     ? std::string("without a number")
-                                                     : Printable(totals.process))) +
+        text += "\n" +
+                m_style.Bold("Process " + (totals.process.empty() ? std::string("without a number")
+                                                                  : Printable(totals.process))) +
                 "\n";
     }
     const auto line = [&](const std::string& label, const std::string& value) {
@@ -190,19 +190,19 @@ std::string StoryText::ProcessLines(const Totals& totals, bool isNamed) const {
             continue;
         }
         const Totals::Timed& of = found->second;
-        std::string value = std::to_string(of.worked) +
-                            (name.kind == ItemKind::kVisit ? " complete" : " worked");
+        std::string value =
+            std::to_string(of.worked) + (name.kind == ItemKind::kVisit ? " complete" : " worked");
         if (name.kind == ItemKind::kFailure || name.kind == ItemKind::kReadNumber) {
             value.clear();
         }
         const auto add = [&](std::uint64_t count, const char* what) {
-            value += count == 0 ? ""
-                                : (value.empty() ? "" : ", ") + std::to_string(count) + what;
+            value += count == 0 ? "" : (value.empty() ? "" : ", ") + std::to_string(count) + what;
         };
         add(of.retried, " of them after retries");
         add(of.open, name.kind == ItemKind::kVisit ? " without a leave" : " never came back");
         if (of.failed > 0) {
-            value += (value.empty() ? "" : ", ") + m_style.Red(std::to_string(of.failed) + " failed");
+            value +=
+                (value.empty() ? "" : ", ") + m_style.Red(std::to_string(of.failed) + " failed");
         }
         if (of.timed > 0 && of.longest >= kShownAtLeast) {
             value += "; " + Duration(of.sum / static_cast<std::int64_t>(of.timed)) +
@@ -232,10 +232,11 @@ std::string StoryText::Figures(const Story& story) const {
     for (std::size_t i = 0; i < std::min(processes.size(), kMostProcesses); ++i) {
         text += ProcessLines(*processes[i], processes.size() > 1);
     }
-    const std::uint64_t more = processes.size() - std::min(processes.size(), kMostProcesses) +
-                               story.DroppedProcesses();
+    const std::uint64_t more =
+        processes.size() - std::min(processes.size(), kMostProcesses) + story.DroppedProcesses();
     if (more > 0) {
-        text += "\n" + std::to_string(more) + " more processes; --json has the figures of the last " +
+        text += "\n" + std::to_string(more) +
+                " more processes; --json has the figures of the last " +
                 std::to_string(Story::kMostProcesses) + ".\n";
     }
     return text;
@@ -243,12 +244,12 @@ std::string StoryText::Figures(const Story& story) const {
 
 std::string StoryText::Summary(const LogFacts& facts, const Story& story) const {
     std::string text = m_style.Bold(Printable(facts.name)) + ": " + std::to_string(facts.lines) +
-                       (facts.lines == 1 ? " line, " : " lines, ") +
-                       std::to_string(facts.library) + " of the library, " +
-                       std::to_string(facts.others) + " of others.\n";
+                       (facts.lines == 1 ? " line, " : " lines, ") + std::to_string(facts.library) +
+                       " of the library, " + std::to_string(facts.others) + " of others.\n";
     if (facts.library == 0) {
-        return text + "No line of the library was found: its lines end with (LogWarnFun) or "
-                      "(LogErrorFun).\n";
+        return text +
+               "No line of the library was found: its lines end with (LogWarnFun) or "
+               "(LogErrorFun).\n";
     }
     if (facts.unknown > 0) {
         text += std::to_string(facts.unknown) +
@@ -260,8 +261,9 @@ std::string StoryText::Summary(const LogFacts& facts, const Story& story) const 
             (layout.HasProcess() ? ", a process" : ", no process") +
             (layout.HasThread() ? ", a thread.\n" : ", no thread.\n");
     if (!layout.HasThread()) {
-        text += "Lines of several threads are not told apart, so that a failure may stand with "
-                "another operation.\n";
+        text +=
+            "Lines of several threads are not told apart, so that a failure may stand with "
+            "another operation.\n";
     }
     return text + Figures(story) + "\n" + m_style.Bold("What happened, with the line of the log:") +
            "\n";

@@ -4,10 +4,10 @@
 #include <cstdint>
 #include <string>
 
-#include "lab/explain/PrefixLayout.h"
-#include "lab/explain/Story.h"
 #include "lab/Recorder.h"
 #include "lab/Terminal.h"
+#include "lab/explain/PrefixLayout.h"
+#include "lab/explain/Story.h"
 
 namespace lab::explain {
 

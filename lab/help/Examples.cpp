@@ -1,0 +1,86 @@
+#include <array>
+
+#include <CLI/CLI.hpp>
+
+#include "lab/help/Help.h"
+
+namespace lab {
+
+namespace {
+
+struct CommandExamples {
+    const char* path;
+    const char* text;  // pairs of lines: the call, and what it does
+};
+
+constexpr char kStatuses[] =
+    "Exit status: 0 everything worked, 1 the system reported a failure, 2 wrong call.";
+
+constexpr std::array<CommandExamples, 6> kExamples{{
+    {"",
+     "  tagport-lab run\n"
+     "      A phone visits a PC with a tag; no hardware is needed.\n"
+     "  tagport-lab explain customer.log\n"
+     "      What happened in a log of the library, and what to do about it.\n"
+     "  tagport-lab image show tag.bin\n"
+     "      What a tag holds, byte by byte.\n"
+     "  tagport-lab COMMAND --help\n"
+     "      The options of a command, with examples."},
+    {"run",
+     "  tagport-lab run --route hid --log --bus\n"
+     "      A keyboard on HID, with every line of the log and every frame.\n"
+     "  tagport-lab run --seed 7\n"
+     "      On a clock of its own: no real time passes, and 7 repeats the same run.\n"
+     "  tagport-lab run --fault write#5=refuse:1117 --explain --seed 1\n"
+     "      The fifth write of the driver fails; the log is explained as it is written.\n"
+     "  printf 'tap 500\\nrenew random\\ntap\\n' | tagport-lab run --script - --seed 1\n"
+     "      A script: two visits, and a new number between them.\n"
+     "  tagport-lab run --json --seed 1 | tagport-lab explain -\n"
+     "      The log of a whole run in plain words."},
+    {"explain",
+     "  tagport-lab explain customer.log\n"
+     "      A summary, then each operation, visit and failure with the line of the log.\n"
+     "  zcat old.log.gz | tagport-lab explain -\n"
+     "      The same from a pipe.\n"
+     "  tagport-lab explain --json customer.log | grep '\"outcome\":\"failed\"'\n"
+     "      Only the failures, an object a line.\n"
+     "\n"
+     "The host's sink may write anything before each line: time, process, thread and level are\n"
+     "found there. Lines of other programs are counted and left out."},
+    {"image build",
+     "  tagport-lab image build --pc-type 8 --format raw -o tag.bin\n"
+     "      The image for PC type 8 as bytes in a file.\n"
+     "  tagport-lab image build --url example.org/tap | tagport-lab image show -\n"
+     "      An image with this URI, taken apart at once."},
+    {"image show",
+     "  tagport-lab image show tag.bin\n"
+     "      Each byte with its offset, its register and its field.\n"
+     "  xxd -p tag.bin | tagport-lab image show -\n"
+     "      The same from hexadecimal digits."},
+    {"completion",
+     "  source <(tagport-lab completion bash)\n"
+     "      Completion in this bash.\n"
+     "  tagport-lab completion fish > ~/.config/fish/completions/tagport-lab.fish\n"
+     "      Completion in every fish."},
+}};
+
+}  // namespace
+
+void AddExamples(CLI::App& app) {
+    for (CLI::App* const sub : app.get_subcommands([](CLI::App*) { return true; })) {
+        AddExamples(*sub);
+    }
+    std::string path;
+    for (const CLI::App* at = &app; at->get_parent() != nullptr; at = at->get_parent()) {
+        path = at->get_name() + (path.empty() ? "" : " ") + path;
+    }
+    std::string footer = kStatuses;
+    for (const CommandExamples& one : kExamples) {
+        if (path == one.path) {
+            footer = "Examples:\n" + std::string(one.text) + "\n\n" + kStatuses;
+        }
+    }
+    app.footer(footer);
+}
+
+}  // namespace lab

@@ -1,0 +1,72 @@
+#include <algorithm>
+#include <numeric>
+
+#include <CLI/CLI.hpp>
+
+#include "lab/help/Commands.h"
+#include "lab/help/Help.h"
+
+namespace lab {
+
+namespace {
+
+constexpr std::size_t kLongestWord = 64;  // that is compared; longer ones are no typing errors
+
+/// Letters to insert, delete, replace or swap with the next one.
+std::size_t Distance(const std::string& a, const std::string& b) {
+    std::vector<std::size_t> beforeLast(b.size() + 1);
+    std::vector<std::size_t> last(b.size() + 1);
+    std::vector<std::size_t> row(b.size() + 1);
+    std::iota(last.begin(), last.end(), std::size_t{0});
+    for (std::size_t i = 1; i <= a.size(); ++i) {
+        row[0] = i;
+        for (std::size_t j = 1; j <= b.size(); ++j) {
+            row[j] = std::min(
+                {last[j] + 1, row[j - 1] + 1, last[j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1)});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
+                row[j] = std::min(row[j], beforeLast[j - 2] + 1);
+            }
+        }
+        beforeLast.swap(last);
+        last.swap(row);
+    }
+    return last[b.size()];
+}
+
+}  // namespace
+
+std::string Suggestion(const CLI::App& app, const std::string& word) {
+    const CLI::App* stopped = &app;  // the last command that was recognised
+    while (!stopped->get_subcommands().empty()) {
+        stopped = stopped->get_subcommands().front();
+    }
+    const CommandInfo info = Commands(*stopped).front();
+    std::vector<std::string> allowed;
+    if (word.substr(0, 1) == "-") {
+        for (const CommandOption& option : info.options) {
+            if (!option.isPositional) {
+                allowed.push_back(option.name);
+            }
+        }
+    } else {
+        allowed = info.subcommands;
+    }
+    const std::string typed = word.substr(0, word.find('='));
+    if (typed.size() > kLongestWord) {
+        return {};
+    }
+    std::string best;
+    std::size_t least = std::max<std::size_t>(typed.size() / 3, 1) + 1;
+    for (const std::string& one : allowed) {
+        // Letters that were left out at the end are the most frequent case.
+        const bool isBeginning = typed.size() > 3 && one.compare(0, typed.size(), typed) == 0;
+        const std::size_t distance = isBeginning ? 1 : Distance(typed, one);
+        if (distance < least) {
+            least = distance;
+            best = one;
+        }
+    }
+    return best.empty() ? best : "; did you mean \"" + best + "\"?";
+}
+
+}  // namespace lab
