@@ -43,6 +43,9 @@ class Input {
   public:
     explicit Input(const std::string& name) : m_name(name == "-" ? kStandardInput : name) {
         namespace fs = std::filesystem;
+        if (name.empty()) {
+            throw WrongCall("LOG: the name of the file is empty");
+        }
         if (name == "-") {
             m_file.reset(stdin);
         } else {
@@ -215,8 +218,9 @@ int Explain(const ExplainOptions& options) {
     const PrefixLayout layout = FindLayout(sample);
 
     const StoryText text(options.json ? Style(false) : Style::ForOutput());
+    bool hasProcesses = layout.HasProcess();  // of a pipe nobody knows yet whether it has several
     const auto render = [&](const Item& item) {
-        return options.json ? ItemJson(item) : text.ItemLines(item, layout.HasProcess());
+        return options.json ? ItemJson(item) : text.ItemLines(item, hasProcesses);
     };
     KeptStory kept;
     Reading first(layout, [&](const Item& item) {
@@ -234,6 +238,7 @@ int Explain(const ExplainOptions& options) {
     }
     first.End();
     sample = std::string();
+    hasProcesses = first.TheStory().Processes().size() > 1;
 
     Output output;
     const LogFacts facts = first.Facts(input.Name());

@@ -189,6 +189,7 @@ void Look(Column& column, std::string_view value, ThreadKind thread, bool isErro
 
 Origin PrefixLayout::Read(std::string_view prefix) {
     Origin origin;
+    origin.process = m_lastProcess;
     if (prefix.empty()) {
         return origin;
     }
@@ -220,6 +221,9 @@ Origin PrefixLayout::Read(std::string_view prefix) {
     }
     if (m_process) {
         origin.process = columns.values[*m_process];
+        if (origin.process != m_lastProcess) {
+            m_lastProcess = origin.process;
+        }
     }
     if (m_thread) {
         origin.thread = columns.values[*m_thread];
@@ -307,6 +311,12 @@ PrefixLayout PrefixSample::Find() const {
         layout.m_thread = ids.back();
         ids.pop_back();
     }
+    // Two processes may have threads of the same name; each process has threads of several kinds.
+    const auto mixesEverywhere = [&](std::size_t c) {
+        const auto& kinds = columns[c].kinds;
+        return std::all_of(kinds.begin(), kinds.end(),
+                           [](const auto& one) { return one.second.size() > 1; });
+    };
     const auto isSameForAThread = [&](std::size_t c) {
         std::map<std::string_view, std::string_view> processes;
         for (const Columns& line : all) {
@@ -320,17 +330,17 @@ PrefixLayout PrefixSample::Find() const {
         }
         return true;
     };
-    if (!layout.m_process) {
-        for (auto c = ids.rbegin(); c != ids.rend() && !layout.m_process; ++c) {
-            if (isSameForAThread(*c)) {
-                layout.m_process = *c;
-            }
+    const auto isProcess = [&](std::size_t c) {
+        return c != layout.m_thread && (isSameForAThread(c) || mixesEverywhere(c));
+    };
+    for (auto c = ids.rbegin(); c != ids.rend() && !layout.m_process; ++c) {
+        if (isProcess(*c)) {
+            layout.m_process = *c;
         }
-        for (const std::size_t c : open) {  // a name instead of a number
-            if (!layout.m_process && layout.m_thread && c != *layout.m_thread &&
-                !columns[c].isConstant() && isSameForAThread(c)) {
-                layout.m_process = c;
-            }
+    }
+    for (const std::size_t c : open) {  // a name instead of a number
+        if (!layout.m_process && layout.m_thread && !columns[c].isConstant() && isProcess(c)) {
+            layout.m_process = c;
         }
     }
     return layout;

@@ -9,7 +9,8 @@
 // - The thread is the column whose values separate lines that only one kind of thread writes: the
 //   table of meanings says which these are. Where the sample has no two kinds, the last of two
 //   numbers is the thread.
-// - The process is a column that is the same for all lines of a thread.
+// - The process is a column that is the same for all lines of a thread, or whose every value has
+//   threads of several kinds.
 #pragma once
 
 #include <array>
@@ -37,7 +38,8 @@ class PrefixLayout {
     /// No time, no process, no thread.
     PrefixLayout() = default;
 
-    /// Takes a prefix apart. The time grows past midnight where it has no date.
+    /// Takes a prefix apart. The time grows past midnight where it has no date. A prefix that looks
+    /// otherwise than the others has no thread, and counts as one of the last process.
     Origin Read(std::string_view prefix);
 
     bool HasTime() const { return m_hasClock || m_time.has_value(); }
@@ -54,6 +56,7 @@ class PrefixLayout {
     std::optional<std::size_t> m_process;
     std::optional<std::size_t> m_thread;
 
+    std::string m_lastProcess;
     std::int64_t m_dayOffset = 0;
     std::int64_t m_lastOfDay = 0;
 };

@@ -15,6 +15,7 @@ constexpr std::int64_t kMillisecond = 1000;
 constexpr std::int64_t kChainPause = 1000 * kMillisecond;  // between two visits of a chain
 constexpr unsigned kShortestChain = 3;                     // visits
 constexpr std::int64_t kSlowListener = 1000 * kMillisecond;
+constexpr std::uint32_t kFileNotFound = 2;
 constexpr std::uint32_t kRequestNotEnded = 996;  // how a wait ends that a stop has woken
 constexpr std::string_view kFanli = "Fanli";
 
@@ -63,9 +64,14 @@ bool HasImage(ItemKind kind) {
 
 /// The step that explains the others best.
 const Step* CauseOf(const std::vector<Step>& chain) {
-    const auto best = std::find_if(chain.begin(), chain.end(), [](const Step& step) {
-        return step.meaning->role == Role::kRoot;
+    // A driver that is there and cannot be opened says more than the search that goes on.
+    auto best = std::find_if(chain.begin(), chain.end(), [](const Step& step) {
+        return step.meaning->role == Role::kDriverMissing && step.code != kFileNotFound;
     });
+    if (best == chain.end()) {
+        best = std::find_if(chain.begin(), chain.end(),
+                            [](const Step& step) { return step.meaning->role == Role::kRoot; });
+    }
     return best != chain.end() ? &*best : (chain.empty() ? nullptr : &chain.front());
 }
 
@@ -555,8 +561,11 @@ bool ProcessStory::TakeVisit(Lane& lane, const Entry& entry) {
             EndVisit(lane, entry);
             break;
         case Role::kVisitNobody:
-            if (lane.previous == Role::kVisitBegins && !m_visits.empty() && HasChipRoute()) {
-                m_visits.pop_back();  // the library has not opened it
+            if (lane.previous == Role::kVisitBegins && !m_visits.empty()) {
+                m_visits.back().isUnheard = true;
+                if (HasChipRoute()) {
+                    m_visits.pop_back();  // the library has not opened it
+                }
             }
             TellOddity(lane, entry, entry.match.meaning->means, entry.match.meaning->remedy);
             break;
@@ -578,7 +587,7 @@ void ProcessStory::BeginVisit(Lane& lane, const Entry& entry) {
         m_chainBegin = {entry.line, std::string(entry.time), entry.micros};
     }
     ++m_chainedVisits;
-    m_visits.push_back({{entry.line, std::string(entry.time), entry.micros}, {}, false});
+    m_visits.push_back({{entry.line, std::string(entry.time), entry.micros}, {}, false, false});
 }
 
 void ProcessStory::EndVisit(Lane& lane, const Entry& entry) {
@@ -595,6 +604,10 @@ void ProcessStory::EndVisit(Lane& lane, const Entry& entry) {
     item.micros = Between(visit.begin.micros, visit.left ? visit.left : entry.micros);
     item.thread = lane.thread;
     item.text = "A phone was at the tag.";
+    if (visit.isUnheard) {
+        item.outcome = Outcome::kUnusual;
+        item.text += " The host had no listener when it came.";
+    }
     m_lastVisitEnd = entry.micros;
     const auto listener = Between(visit.left, entry.micros);
     if (listener && *listener > kSlowListener) {

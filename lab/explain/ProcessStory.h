@@ -48,6 +48,7 @@ class ProcessStory {
         Beginning begin;
         Micros left;
         bool hasLeaveStatus = false;
+        bool isUnheard = false;  ///< the host had no listener
     };
     /// A thread; of a log without threads, all of them.
     struct Lane {

@@ -54,7 +54,7 @@ void Progress::Show(std::uint64_t done) {
         }
     }
     if (text.size() >= width) {
-        return;  // the last column stays empty, so that no line is begun
+        text.clear();  // the last column stays empty, so that no line is begun
     }
     const std::size_t drawn = text.size();
     text.resize(std::max(m_drawn, drawn), ' ');
