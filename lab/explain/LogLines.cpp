@@ -89,7 +89,7 @@ void LogLines::ChooseEncoding() {
 void LogLines::TakeUtf16(std::string_view bytes) {
     m_decoded.clear();
     for (const char one : bytes) {
-        const auto byte = static_cast<unsigned char>(one);
+        const std::uint32_t byte = static_cast<unsigned char>(one);
         if (!m_hasHalf) {
             m_half = byte;
             m_hasHalf = true;

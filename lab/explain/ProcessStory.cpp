@@ -77,7 +77,7 @@ const Step* CauseOf(const std::vector<Step>& chain) {
 
 std::string Explained(const Step& step) {
     std::string text = step.meaning->means;
-    if (step.code) {
+    if (step.code && *step.code != 0) {
         const std::string_view code = Meanings::Get().CodeText(*step.code);
         text += " Code " + std::to_string(*step.code);
         text += code.empty() ? "." : ": " + std::string(code) + ".";

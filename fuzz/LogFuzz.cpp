@@ -1,0 +1,75 @@
+// Any bytes as a log: the prefix finder, the cutting into lines, the story and its two forms.
+#include <string>
+
+#include "fuzz/Check.h"
+#include "lab/explain/LogLines.h"
+#include "lab/explain/PrefixLayout.h"
+#include "lab/explain/Story.h"
+#include "lab/explain/StoryText.h"
+
+namespace {
+
+using namespace lab::explain;  // NOLINT(google-build-using-namespace)
+
+struct Told {
+    std::string text;
+    std::string json;
+    std::uint64_t library = 0;
+};
+
+// The log in pieces of `piece` bytes.
+Told Explain(const std::string& log, std::size_t piece) {
+    PrefixSample sample;
+    LogLines sampled([&](const LogLine& line) { sample.Add(line); });
+    sampled.Take(log);
+    sampled.End();
+    PrefixLayout layout = sample.Find();
+
+    Told told;
+    const StoryText format{lab::Style(false)};
+    Story story([&](const Item& item) {
+        Check(item.line >= 1, "an item names a line");
+        Check(item.micros.value_or(0) >= 0, "nothing takes less than no time");
+        told.text += format.ItemLines(item, true);
+        told.json += ItemJson(item);
+    });
+    LogLines lines([&](const LogLine& line) {
+        Check(line.prefix.size() + line.match.text.size() <= LogLines::kLongestLine,
+              "a line has a bound");
+        const Origin origin = layout.Read(line.prefix);
+        story.Take(
+            {line.number, line.match, origin.time, origin.micros, origin.process, origin.thread});
+    });
+    for (std::size_t at = 0; at < log.size(); at += piece) {
+        lines.Take(std::string_view(log).substr(at, piece));
+    }
+    lines.End();
+    story.End();
+    const LogFacts facts{"log",
+                         log.size(),
+                         lines.Lines(),
+                         lines.LibraryLines(),
+                         lines.OtherLines(),
+                         lines.UnknownLines(),
+                         layout};
+    Check(facts.others <= facts.lines, "others are lines");
+    told.text += format.Summary(facts, story);
+    told.json += SummaryJson(facts, story);
+    told.library = facts.library;
+    return told;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+    const std::string log = AsText(bytes, size);
+    const Told told = Explain(log, std::max<std::size_t>(log.size(), 1));
+    Check(Explain(log, 7).json == told.json, "the pieces of a log do not matter");
+    for (const std::string* const text : {&told.text, &told.json}) {
+        for (const char c : *text) {
+            Check(c == '\n' || (static_cast<unsigned char>(c) >= ' ' && c != 0x7F),
+                  "no control character is printed");
+        }
+    }
+    return 0;
+}
