@@ -159,7 +159,7 @@ bool ReadTime(Cursor& cursor, std::int64_t& micros) {
     if (hour > 23 || minute > 59 || second > 60 || IsDigit(cursor.Next())) {
         return false;
     }
-    micros = (hour * 3600 + minute * 60 + second) * kMicrosPerSecond;
+    micros = (std::int64_t{hour} * 3600 + minute * 60 + second) * kMicrosPerSecond;
     const Cursor whole = cursor;
     if (cursor.One(".,:") && IsDigit(cursor.Next())) {
         int digit = 0;
@@ -174,7 +174,8 @@ bool ReadTime(Cursor& cursor, std::int64_t& micros) {
     cursor.Skip(" ");
     if (cursor.One("APap", &half) && cursor.One("Mm") && !IsLetter(cursor.Next())) {
         const bool isAfternoon = half == 'P' || half == 'p';
-        micros += ((isAfternoon ? 12 : 0) - (hour == 12 ? 12 : 0)) * 3600 * kMicrosPerSecond;
+        const std::int64_t hours = (isAfternoon ? 12 : 0) - (hour == 12 ? 12 : 0);
+        micros += hours * 3600 * kMicrosPerSecond;
     } else {
         cursor = end;
     }

@@ -103,6 +103,7 @@ class Reading {
               m_story.Take({line.number, line.match, origin.time, origin.micros, origin.process,
                             origin.thread});
           }) {}
+    ~Reading() = default;
     Reading(const Reading&) = delete;
     Reading& operator=(const Reading&) = delete;
 
@@ -196,7 +197,7 @@ PrefixLayout FindLayout(std::string_view bytes) {
 
 std::string GapText(std::uint64_t dropped, bool json) {
     if (json) {
-        return "{\"kind\":\"gap\",\"items\":" + std::to_string(dropped) + "}\n";
+        return R"({"kind":"gap","items":)" + std::to_string(dropped) + "}\n";
     }
     return "\n... " + std::to_string(dropped) +
            " items are left out here: of a pipe only the beginning and the end of the story are "

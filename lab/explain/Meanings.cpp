@@ -266,9 +266,9 @@ class TableReader {
         }
     }
 
-    std::string Take(const char* field) {
-        const std::string value = m_fields[field];
-        return value;
+    std::string Take(const char* field) const {
+        const auto found = m_fields.find(field);
+        return found == m_fields.end() ? std::string() : found->second;
     }
 
     std::string Advice(std::string text) const {

@@ -134,12 +134,12 @@ struct Column {
     std::size_t countsLines = 0;
     std::size_t ids = 0;
     double last = -1;
-    bool isConstant() const { return kinds.size() == 1; }
-    bool isNumber() const { return numbers == seen; }
-    bool isId() const { return ids == seen; }
+    bool IsConstant() const { return kinds.size() == 1; }
+    bool IsNumber() const { return numbers == seen; }
+    bool IsId() const { return ids == seen; }
     // A number of the line, for example, is different on every line.
-    bool isRepeated() const { return kinds.size() <= kMostValues && kinds.size() * 2 <= seen; }
-    bool isLevel() const {
+    bool IsRepeated() const { return kinds.size() <= kMostValues && kinds.size() * 2 <= seen; }
+    bool IsLevel() const {
         unsigned all = 0;
         for (const auto& [value, level] : levels) {
             if (level == 3) {
@@ -150,7 +150,7 @@ struct Column {
         return all == 3 && levels.size() <= 8;
     }
     /// Kinds of thread that its values keep apart; 0 when a value mixes kinds.
-    std::size_t separatedKinds() const {
+    std::size_t SeparatedKinds() const {
         std::set<ThreadKind> all;
         std::size_t mixed = 0;
         for (const auto& [value, of] : kinds) {
@@ -160,8 +160,8 @@ struct Column {
         return mixed * 20 > kinds.size() ? 0 : all.size();
     }
     // The numbers of threads go up and down; a number of the line goes up by one each time.
-    bool isTime() const {
-        return isNumber() && changes >= kLeastChanges && falls * 20 <= changes &&
+    bool IsTime() const {
+        return IsNumber() && changes >= kLeastChanges && falls * 20 <= changes &&
                countsLines * 10 < seen * 9;
     }
 };
@@ -267,7 +267,7 @@ PrefixLayout PrefixSample::Find() const {
 
     std::vector<std::size_t> open;  // columns whose meaning is not known yet
     const auto named = [&](std::size_t c, std::initializer_list<std::string_view> names) {
-        return c > 0 && columns[c - 1].isConstant() &&
+        return c > 0 && columns[c - 1].IsConstant() &&
                std::find(names.begin(), names.end(), Lower(columns[c - 1].kinds.begin()->first)) !=
                    names.end();
     };
@@ -278,26 +278,26 @@ PrefixLayout PrefixSample::Find() const {
         } else if (named(c, {"tid", "thread", "threadid", "thread_id", "thr"})) {
             layout.m_thread = c;
         } else if (!layout.m_hasClock && !layout.m_time &&
-                   ((named(c, {"t", "time", "ts", "timestamp"}) && column.isNumber()) ||
-                    (column.isTime() && !column.isLevel()))) {
+                   ((named(c, {"t", "time", "ts", "timestamp"}) && column.IsNumber()) ||
+                    (column.IsTime() && !column.IsLevel()))) {
             layout.m_time = c;
             layout.m_microsPerUnit = UnitOf(column.kinds.begin()->first, named(c, {"t"}));
-        } else if (!column.isLevel() && column.isRepeated()) {
+        } else if (!column.IsLevel() && column.IsRepeated()) {
             open.push_back(c);
         }
     }
     if (!layout.m_thread) {
         std::size_t best = 1;
         for (const std::size_t c : open) {
-            if (columns[c].separatedKinds() > best) {
-                best = columns[c].separatedKinds();
+            if (columns[c].SeparatedKinds() > best) {
+                best = columns[c].SeparatedKinds();
                 layout.m_thread = c;
             }
         }
     }
     std::vector<std::size_t> ids;
     for (const std::size_t c : open) {
-        if (columns[c].isId() && layout.m_thread != c) {
+        if (columns[c].IsId() && layout.m_thread != c) {
             ids.push_back(c);
         }
     }
@@ -339,7 +339,7 @@ PrefixLayout PrefixSample::Find() const {
         }
     }
     for (const std::size_t c : open) {  // a name instead of a number
-        if (!layout.m_process && layout.m_thread && !columns[c].isConstant() && isProcess(c)) {
+        if (!layout.m_process && layout.m_thread && !columns[c].IsConstant() && isProcess(c)) {
             layout.m_process = c;
         }
     }

@@ -54,7 +54,8 @@ std::string Bash(const std::vector<CommandInfo>& commands) {
     for (const CommandInfo& command : commands) {
         if (!command.path.empty()) {
             const std::string path = "' " + command.path + "'";
-            script += "            " + path + ") path=" + path + " ;;\n";
+            script += "            ";
+            script += path + ") path=" + path + " ;;\n";
         }
     }
     script +=
@@ -156,8 +157,10 @@ std::string Fish(const std::vector<CommandInfo>& commands) {
                 ? ""
                 : "not __fish_seen_subcommand_from " + Joined(command.subcommands);
         const std::string seen = last.empty() ? "" : "__fish_seen_subcommand_from " + last;
-        const std::string when =
-            " -n " + Quoted(seen + (seen.empty() || others.empty() ? "" : "; and ") + others);
+        std::string condition = seen;
+        condition += seen.empty() || others.empty() ? "" : "; and ";
+        condition += others;
+        const std::string when = " -n " + Quoted(condition);
         const std::string head = "complete -c tagport-lab" + when;
         for (const CommandInfo& sub : commands) {
             const std::size_t blank = sub.path.rfind(' ');
