@@ -34,7 +34,7 @@ Told Explain(const std::string& log, std::size_t piece) {
         told.json += ItemJson(item);
     });
     LogLines lines([&](const LogLine& line) {
-        Check(line.prefix.size() + line.match.text.size() <= LogLines::kLongestLine,
+        Check(line.prefix.size() + line.match.text.size() <= LogLines::kLongestPart,
               "a line has a bound");
         const Origin origin = layout.Read(line.prefix);
         story.Take(

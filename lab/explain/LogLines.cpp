@@ -117,12 +117,17 @@ void LogLines::TakeText(std::string_view text) {
         const bool isWhole = end != std::string_view::npos;
         const std::string_view part = text.substr(0, end);
         if (isWhole && m_rest.empty()) {
-            EndLine(part);
+            EndLine(part.substr(Scan(part)));
         } else {
-            m_rest += part.substr(0, kLongestLine - std::min(m_rest.size(), kLongestLine));
+            m_rest += part;
+            if (isWhole || m_rest.size() > 2 * kLongestPart) {
+                m_rest.erase(0, Scan(m_rest));
+            }
             if (isWhole) {
                 EndLine(m_rest);
                 m_rest.clear();
+            } else if (m_rest.size() > 2 * kLongestPart) {
+                m_rest.erase(0, m_rest.size() - kLongestPart);
             }
         }
         text.remove_prefix(isWhole ? end + 1 : text.size());
@@ -133,14 +138,15 @@ void LogLines::End() {
     if (m_encoding == Encoding::kUnknown) {
         ChooseEncoding();
     }
-    if (!m_rest.empty()) {
-        EndLine(m_rest);
+    if (!m_rest.empty() || m_hasMarker) {
+        EndLine(std::string_view(m_rest).substr(Scan(m_rest)));
         m_rest.clear();
     }
 }
 
 // The library's text, between `part`'s beginning and its end. False when nothing was found.
 bool LogLines::Recognise(std::string_view part, bool isError) {
+    part = part.substr(part.size() - std::min(part.size(), kLongestPart));
     auto match = Meanings::Get().Find(part);
     if (!match && !m_before.empty()) {
         match = Meanings::Get().Find(m_before);  // a text that ends with a line's end
@@ -154,14 +160,12 @@ bool LogLines::Recognise(std::string_view part, bool isError) {
         return false;
     }
     ++m_libraryLines;
-    m_sink({m_number, part.substr(0, match->begin), *match, isError});
+    m_sink({m_number + 1, part.substr(0, match->begin), *match, isError});
     return true;
 }
 
-void LogLines::EndLine(std::string_view line) {
-    ++m_number;
-    line = line.substr(0, kLongestLine);
-    bool isLibrarys = false;
+// Takes all of the library's lines in a part of the current line. Returns the end of the last one.
+std::size_t LogLines::Scan(std::string_view line) {
     std::size_t partBegin = 0;
     for (std::size_t at = line.find('('); at != std::string_view::npos; at = line.find('(', at)) {
         const std::string_view rest = line.substr(at);
@@ -172,15 +176,23 @@ void LogLines::EndLine(std::string_view line) {
             ++at;
             continue;
         }
-        isLibrarys |= Recognise(line.substr(partBegin, at - partBegin), marker->isError);
+        m_isLibrarys |= Recognise(line.substr(partBegin, at - partBegin), marker->isError);
+        m_hasMarker = true;
         at += marker->text.size();
         partBegin = at;
         m_before.clear();
     }
-    m_lines += isLibrarys ? 1 : 0;
-    if (partBegin == 0) {
-        m_before.assign(line.substr(line.size() - std::min(line.size(), kKeptBefore)));
+    return partBegin;
+}
+
+// `rest` is the part of the line after the library's last one.
+void LogLines::EndLine(std::string_view rest) {
+    ++m_number;
+    m_lines += m_isLibrarys ? 1 : 0;
+    if (!m_hasMarker) {
+        m_before.assign(rest.substr(rest.size() - std::min(rest.size(), kKeptBefore)));
     }
+    m_isLibrarys = m_hasMarker = false;
 }
 
 }  // namespace lab::explain

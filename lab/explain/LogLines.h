@@ -1,5 +1,5 @@
-// Cuts the bytes of a log into lines, and finds the library's lines among them. Keeps no more than
-// one line.
+// Cuts the bytes of a log into lines, and finds the library's lines among them. Keeps a few
+// kilobytes, however long a line is.
 #pragma once
 
 #include <cstddef>
@@ -26,7 +26,7 @@ class LogLines {
     explicit LogLines(Sink sink) : m_sink(std::move(sink)) {}
 
     /// Takes the next bytes. UTF-8, or UTF-16 when a byte order mark or the first characters say
-    /// so. Lines end with LF or CR LF. A line longer than kLongestLine is cut.
+    /// so. Lines end with LF or CR LF; one may contain several of the library's.
     void Take(std::string_view bytes);
     /// Takes the last line, which may have no end.
     void End();
@@ -38,7 +38,8 @@ class LogLines {
     /// Lines that end like the library's and are not in the table of meanings.
     std::uint64_t UnknownLines() const { return m_unknown; }
 
-    static constexpr std::size_t kLongestLine = 4096;  // in bytes
+    /// Bytes of a line that are looked at before each text of the library.
+    static constexpr std::size_t kLongestPart = 4096;
 
   private:
     enum class Encoding { kUnknown, kUtf8, kUtf16Little, kUtf16Big };
@@ -46,7 +47,8 @@ class LogLines {
     void ChooseEncoding();
     void TakeUtf16(std::string_view bytes);
     void TakeText(std::string_view text);
-    void EndLine(std::string_view line);
+    std::size_t Scan(std::string_view line);
+    void EndLine(std::string_view rest);
     bool Recognise(std::string_view part, bool isError);
 
     Sink m_sink;
@@ -58,8 +60,10 @@ class LogLines {
     std::uint32_t m_half = 0;  // UTF-16: an odd byte, and the first half of a pair
     bool m_hasHalf = false;
     std::uint32_t m_highSurrogate = 0;
-    std::uint64_t m_number = 0;
-    std::uint64_t m_lines = 0;  // with at least one line of the library
+    bool m_isLibrarys = false;  // of the current line
+    bool m_hasMarker = false;
+    std::uint64_t m_number = 0;  // lines that have ended
+    std::uint64_t m_lines = 0;   // with at least one line of the library
     std::uint64_t m_libraryLines = 0;
     std::uint64_t m_unknown = 0;
 };

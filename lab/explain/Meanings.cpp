@@ -22,7 +22,8 @@ namespace {
 
 using Piece = Meaning::Piece;
 
-constexpr std::size_t kHeadSize = 4;  // of every format; the index needs it
+constexpr std::size_t kHeadSize = 4;       // of every format; the index needs it
+constexpr std::size_t kLongestText = 511;  // that the library logs
 constexpr std::string_view kBlanks = " \t\r\n";
 
 const std::map<std::string_view, Role>& Roles() {
@@ -341,7 +342,8 @@ std::size_t Meanings::Bucket(const char* four) {
 std::optional<Match> Meanings::Find(std::string_view part) const {
     part = TrimEnd(part);
     Match match;
-    for (std::size_t at = 0; at + kHeadSize <= part.size(); ++at) {
+    const std::size_t first = part.size() - std::min(part.size(), kLongestText);
+    for (std::size_t at = first; at + kHeadSize <= part.size(); ++at) {
         for (const std::uint16_t index : m_byBeginning[Bucket(part.data() + at)]) {
             if (Fits(m_all[index], part.substr(at), match)) {
                 match.meaning = &m_all[index];

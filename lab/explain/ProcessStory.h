@@ -14,6 +14,18 @@
 
 namespace lab::explain {
 
+constexpr std::string_view kFanli = "Fanli";  // the chip that reports each leave
+
+/// The step that explains the others best; null without steps.
+const Step* CauseOf(const std::vector<Step>& chain);
+/// Its meaning, with its error code in plain words.
+std::string Explained(const Step& step);
+/// Nothing when a time is unknown, or the clock was set back.
+std::optional<std::int64_t> Between(std::optional<std::int64_t> begin,
+                                    std::optional<std::int64_t> end);
+/// The operation writes an image.
+bool HasImage(ItemKind kind);
+
 class ProcessStory {
   public:
     ProcessStory(std::string_view name, const Story::Sink& sink);
