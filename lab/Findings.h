@@ -1,6 +1,7 @@
 // What the judge of a run has found wrong, and how much it has judged.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <set>
 #include <string>
@@ -12,15 +13,28 @@
 
 namespace lab {
 
-/// How much was judged. Zero everywhere: the run proves nothing.
-struct JudgedFigures {
-    std::size_t visits = 0;   ///< phones whose events were compared
-    std::size_t inTime = 0;   ///< of them, those whose times were judged too
-    std::size_t phones = 0;   ///< phones whose reading was compared
-    std::size_t numbers = 0;  ///< numbers on the tag, at a step
-    std::size_t fields = 0;   ///< URL, address and model on the tag, at a step
-    std::size_t shown = 0;    ///< numbers that the listener was given
-};
+/// What is counted where it is judged.
+enum JudgedKind { kVisits, kTimedVisits, kReadings, kNumbers, kFields, kShown, kJudgedKinds };
+constexpr struct {
+    const char* name;  ///< in an object of the run
+    const char* text;  ///< after the number
+} kJudged[kJudgedKinds] = {{"visits", " visits"},
+                           {"timed-visits", " of them with their times"},
+                           {"readings", " readings of phones"},
+                           {"numbers", " numbers on the tag"},
+                           {"fields", " times its other fields"},
+                           {"shown", " numbers in events"}};
+
+/// Zero everywhere: the run proves nothing.
+using JudgedFigures = std::array<std::size_t, kJudgedKinds>;
+
+inline std::string Text(const JudgedFigures& figures) {
+    std::string text;
+    for (std::size_t kind = 0; kind < kJudgedKinds; ++kind) {
+        text += (kind == 0 ? "" : ", ") + std::to_string(figures[kind]) + kJudged[kind].text;
+    }
+    return text;
+}
 
 /// Any thread, one at a time.
 class Findings {
@@ -48,7 +62,7 @@ class Findings {
     std::vector<Json> Take() { return std::exchange(m_waiting, {}); }
     std::size_t Violations() const { return m_known.size(); }
 
-    JudgedFigures judged;
+    JudgedFigures judged{};
 
   private:
     std::string m_file;

@@ -3,8 +3,8 @@
 
 #include <array>
 #include <cstdio>
-#include <utility>
 
+#include "lab/Findings.h"
 #include "lab/Printable.h"
 
 namespace lab {
@@ -14,15 +14,6 @@ namespace {
 constexpr std::size_t kShownDigits = 48;  // of a frame; its meaning is printed too
 constexpr int kErrorLevel = 4;
 constexpr int kIndent = 36;  // where the text of a line begins
-
-// What a check has judged, with the words after each number.
-constexpr std::array<std::pair<const char*, const char*>, 6> kJudged{
-    {{"visits", " visits ("},
-     {"in-time", " with their times), "},
-     {"phones", " readings of phones, "},
-     {"numbers", " numbers and "},
-     {"fields", " times the other fields on the tag, "},
-     {"shown", " numbers in events"}}};
 
 std::string EventText(int event) {
     switch (event) {
@@ -124,12 +115,12 @@ std::string HumanOutput::Lines(const Json& object) const {
                "\n";
     }
     if (kind == "check") {
-        std::string text;
-        for (const auto& [name, what] : kJudged) {
-            text += Field(object, name) + what;
+        JudgedFigures judged{};
+        for (std::size_t i = 0; i < kJudgedKinds; ++i) {
+            judged[i] = object[kJudged[i].name];
         }
         const bool good = object["violations"] == 0;
-        return "\njudged: " + text + ".  " +
+        return "\njudged: " + Text(judged) + ".  " +
                (good ? m_style.Green("No violation.")
                      : m_style.Red("Violations: " + Field(object, "violations") + ".")) +
                "\n";

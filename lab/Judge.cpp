@@ -180,17 +180,14 @@ void Judge::Finish() {
     JudgeTag();
     JudgeLeftovers();
     const JudgedFigures& judged = m_findings.judged;
-    m_findings.Expect(judged.visits + judged.phones + judged.numbers + judged.shown > 0,
-                      m_history.Latest(), "something that can be judged", "nothing");
+    m_findings.Expect(judged != JudgedFigures{}, m_history.Latest(), "something that can be judged",
+                      "nothing");
     Flush();
     Json object;
     object["kind"] = "check";
-    object["visits"] = judged.visits;
-    object["in-time"] = judged.inTime;
-    object["phones"] = judged.phones;
-    object["numbers"] = judged.numbers;
-    object["fields"] = judged.fields;
-    object["shown"] = judged.shown;
+    for (std::size_t kind = 0; kind < kJudgedKinds; ++kind) {
+        object[kJudged[kind].name] = judged[kind];
+    }
     object["violations"] = m_findings.Violations();
     m_recorder.AddNamed(kHostThread, now, std::move(object));
 }

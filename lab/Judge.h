@@ -33,7 +33,6 @@ class Judge {
 
     bool IsGood() const { return m_findings.Violations() == 0; }
     const JudgedFigures& Judged() const { return m_findings.judged; }
-    const RunHistory& History() const { return m_history; }
 
   private:
     void TakeEvent(const Json& object);

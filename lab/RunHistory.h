@@ -79,7 +79,6 @@ class RunHistory {
     std::size_t FailedRenewals() const { return m_failedRenewals; }
     /// True when this number was given after `time`.
     bool WasGiven(const std::string& number, double time) const;
-    std::size_t NumbersGiven() const { return m_given.size(); }
     /// The latest command that has begun, of any kind.
     const Command& Latest() const { return *m_latest; }
 

@@ -144,10 +144,10 @@ void TagRules::JudgeTag(const std::string& memory, double now) const {
         }
         return bytes;
     };
-    ++m_findings.judged.numbers;
+    ++m_findings.judged[kNumbers];
     m_findings.Expect(known->numbers.count(onTag(kNumber)) > 0, command,
                       "the number " + OneOf(known->numbers) + " on the tag", ToHex(onTag(kNumber)));
-    m_findings.judged.fields += known->fields.empty() ? 0 : 1;
+    m_findings.judged[kFields] += known->fields.empty() ? 0 : 1;
     for (const auto& [name, value] : known->fields) {
         m_findings.Expect(onTag(name) == value, command,
                           name + " " + Shown(name, value) + " on the tag",
@@ -166,7 +166,7 @@ void TagRules::JudgeReading(const Json& phone, const Command& tap, double begin)
     const auto read = [&](const char* name) {
         return phone.contains(name) ? phone[name].get<std::string>() : std::string();
     };
-    ++m_findings.judged.phones;
+    ++m_findings.judged[kReadings];
     m_findings.Expect(phone["read"].get<bool>(), tap, "a phone that reads the tag",
                       read("problem"));
     if (!phone["read"].get<bool>()) {
@@ -189,7 +189,7 @@ void TagRules::JudgeShown(const Json& event) const {
     if (!service.written || m_history.IsFaulting()) {
         return;
     }
-    ++m_findings.judged.shown;
+    ++m_findings.judged[kShown];
     const std::string number = event["number"];
     m_findings.Expect(m_history.WasGiven(FromHex(number, "event"), service.since - kRenewalTime),
                       m_history.Latest(), "an event with a number that was given since the start",

@@ -90,6 +90,7 @@ void VisitRules::TakeEvent(const Json& object, const std::string& route) {
         return;
     }
     m_open += event == kEntered ? 1 : event == kLeft ? -1 : 0;
+    m_openedBy = event == kEntered ? &command : m_openedBy;
     m_findings.Expect(m_open >= 0 || IsDeaf(time), command, "event 3 before event 1",
                       "event 1 on the " + route + " route at " + std::to_string(time) + " ms");
     m_open = std::max(m_open, 0);
@@ -114,8 +115,7 @@ void VisitRules::JudgeRest(double now) const {
     });
     if (isAway && m_lastGone + kRenewalTime <= now && m_history.IsAtRest(now) &&
         !m_history.IsFaulting() && !IsDeaf(now)) {
-        m_findings.Expect(m_open == 0, m_history.Latest(),
-                          "every visit closed after a minute's rest",
+        m_findings.Expect(m_open == 0, *m_openedBy, "every visit closed after a minute's rest",
                           std::to_string(m_open) + " open");
     }
 }
@@ -203,8 +203,8 @@ void VisitRules::JudgeGroup(const Phones& phones) {
     if (!around.judged) {
         return;
     }
-    m_findings.judged.visits += phones.size();
-    m_findings.judged.inTime += around.strict ? phones.size() : 0;
+    m_findings.judged[kVisits] += phones.size();
+    m_findings.judged[kTimedVisits] += around.strict ? phones.size() : 0;
     JudgeEvents(phones, around);
     for (const Phone& phone : phones) {
         if (around.strict && around.arming == 0 && phone.alone) {

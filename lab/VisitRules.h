@@ -72,7 +72,8 @@ class VisitRules {
     Findings& m_findings;
     Phones m_phones;  // not judged yet
     std::vector<Event> m_events;
-    int m_open = 0;  // visits of the driver routes
+    int m_open = 0;                       // visits of the driver routes
+    const Command* m_openedBy = nullptr;  // the latest command when the last of them began
     double m_lastGone = 0;
     bool m_listening = true;
     bool m_reads = false;      // the listener reads the number

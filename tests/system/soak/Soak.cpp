@@ -13,9 +13,11 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <numeric>
 #include <sstream>
 
 #include "lab/ConfigCheck.h"
+#include "lab/Failure.h"
 #include "lab/HumanOutput.h"
 #include "lab/Judge.h"
 #include "lab/Player.h"
@@ -25,6 +27,8 @@
 
 namespace {
 
+using Words = std::vector<std::string>;
+
 constexpr std::uint64_t kWorkers = 2;
 constexpr unsigned kMostFailures = 5;
 constexpr unsigned kRealSeconds = 60;        // for a loop that never reaches the layer
@@ -32,56 +36,54 @@ constexpr std::uint64_t kEnoughSeeds = 100;  // of which some can be judged, sur
 constexpr double kHourTime = 3'600'000;      // milliseconds
 constexpr int kPcType = 5;
 
-// What happened, for the summary; from kJudgedVisits on what was judged.
-enum Figure {
-    kHours,
-    kVisits,
-    kNumbers,
-    kFaults,
-    kJudgedVisits,
-    kInTime,
-    kPhones,
-    kTags,
-    kFields,
-    kShown,
-    kFigures
+struct Figures {
+    double hours = 0;
+    std::size_t faults = 0;  // set and ended
+    lab::JudgedFigures judged{};
+
+    void Add(const Figures& more) {
+        hours += more.hours;
+        faults += more.faults;
+        std::transform(judged.begin(), judged.end(), more.judged.begin(), judged.begin(),
+                       std::plus<>());
+    }
 };
-using Figures = std::array<double, kFigures>;
 
 // What a worker has done. Plain, as workers and the stories' children leave it in shared memory.
 struct Share {
-    Figures figures{};
+    Figures figures;
     std::uint64_t played = 0;
     unsigned failures = 0;
     std::array<std::uint64_t, kMostFailures> failed{};
 };
 
+std::string Text(const Words& story) {
+    return std::accumulate(
+        story.begin(), story.end(), std::string(),
+        [](const std::string& text, const std::string& entry) { return text + entry + "\n"; });
+}
+
 // In this process, which must be fresh, as `tagport-lab run --check` does it. What is found wrong
 // goes to standard error.
-bool IsGood(const soak::Story& story, std::uint64_t seed, Figures& sum) {
-    const lab::Script script = lab::ParseScript("story", soak::Text(story));
+bool IsGood(const Words& story, std::uint64_t seed, Figures& figures) {
+    const lab::Script script = lab::ParseScript("story", Text(story));
     const lab::HumanOutput human(lab::Style(false), false, false);
-    lab::Judge* judge = nullptr;
+    lab::Judge* watching = nullptr;
     lab::Recorder recorder([&](const lab::Json& object) {
-        sum[kVisits] += object["kind"] == "event" && object["event"] == 3 ? 1 : 0;
+        watching->Take(object);
         if (object["kind"] == "violation") {
             std::fputs(human.Lines(object).c_str(), stderr);
         }
-        judge->Take(object);
     });
     lab::StageOptions options;
     options.seed = seed;
     options = lab::MergedOptions(options, script);
     lab::Stage& stage = lab::MakeStage(options, recorder);
-    lab::Judge theJudge(script, options, stage, recorder);
-    judge = &theJudge;
+    lab::Judge judge(script, options, stage, recorder);
+    watching = &judge;
     lab::Player player(stage, recorder, seed, [&](const lab::Player::Step& step) {
-        const lab::Command& command = step.command;
-        sum[kFaults] +=
-            step.begins && command.verb == lab::Verb::kFault && command.argument != "none";
-        sum[kNumbers] += step.succeeded &&
-                         (command.verb == lab::Verb::kRenew || command.fields.count("number") > 0);
-        judge->Watch(step);
+        judge.Watch(step);
+        figures.faults += step.begins && step.command.verb == lab::Verb::kFault ? 1 : 0;
     });
     player.Check(script);
     stage.ChooseClock();
@@ -90,44 +92,45 @@ bool IsGood(const soak::Story& story, std::uint64_t seed, Figures& sum) {
     player.Start(kPcType);
     player.Play(script);
     player.End();
-    judge->Finish();
-    const lab::JudgedFigures& judged = judge->Judged();
-    sum[kHours] += stage.Now() / kHourTime;
-    sum[kJudgedVisits] += static_cast<double>(judged.visits);
-    sum[kInTime] += static_cast<double>(judged.inTime);
-    sum[kPhones] += static_cast<double>(judged.phones);
-    sum[kTags] += static_cast<double>(judged.numbers);
-    sum[kFields] += static_cast<double>(judged.fields);
-    sum[kShown] += static_cast<double>(judged.shown);
-    return judge->IsGood();
+    judge.Finish();
+    figures.hours = stage.Now() / kHourTime;
+    figures.judged = judge.Judged();
+    return judge.IsGood();
 }
 
-bool Fails(const soak::Story& story, std::uint64_t seed, Figures& sum, bool quiet = true) {
+// Zero when it is good.
+int Status(const Words& story, std::uint64_t seed, Figures& sum, bool quiet = true) {
     return testing_support::RunInChild([&] {
-               alarm(kRealSeconds);
-               if (quiet && (std::freopen("/dev/null", "w", stderr) == nullptr ||
-                             std::freopen("/dev/null", "w", stdout) == nullptr)) {
-                   std::abort();
-               }
-               Figures figures{};
-               if (!IsGood(story, seed, figures)) {
-                   std::_Exit(1);
-               }
-               std::transform(sum.begin(), sum.end(), figures.begin(), sum.begin(), std::plus<>());
-           }) != 0;
+        alarm(kRealSeconds);
+        if (quiet && (std::freopen("/dev/null", "w", stderr) == nullptr ||
+                      std::freopen("/dev/null", "w", stdout) == nullptr)) {
+            std::abort();
+        }
+        Figures figures;
+        try {
+            if (!IsGood(story, seed, figures)) {
+                std::_Exit(lab::kExitFailed);
+            }
+        } catch (const lab::WrongCall& problem) {
+            std::fprintf(stderr, "%s\n", problem.what());
+            std::_Exit(lab::kExitWrongCall);
+        }
+        sum.Add(figures);
+    });
 }
 
 // Takes entries out, by halves down to single ones, as long as the story still fails.
-void Shorten(soak::Story& story, std::uint64_t seed, soak::Section section) {
-    Figures unused{};
-    for (std::size_t piece = story[section].size(); piece > 0; piece /= 2) {
-        for (std::size_t first = 0; first + 1 < story[section].size();) {
-            soak::Story shorter = story;
-            auto& entries = shorter[section];
-            const auto from = entries.begin() + static_cast<std::ptrdiff_t>(first);
-            entries.erase(from, from + static_cast<std::ptrdiff_t>(
-                                           std::min(piece, entries.size() - 1 - first)));
-            if (Fails(shorter, seed, unused)) {
+void Shorten(Words& story, std::uint64_t seed) {
+    Figures unused;
+    for (std::size_t piece = story.size() / 2; piece > 0; piece /= 2) {
+        for (std::size_t first = 0; first < story.size();) {
+            Words shorter = story;
+            const auto from = shorter.begin() + static_cast<std::ptrdiff_t>(first);
+            shorter.erase(
+                from, from + static_cast<std::ptrdiff_t>(std::min(piece, shorter.size() - first)));
+            // Not where it has lost a line that another one needs.
+            const int status = Status(shorter, seed, unused);
+            if (status != 0 && WEXITSTATUS(status) != lab::kExitWrongCall) {
                 story = shorter;
             } else {
                 first += piece;
@@ -137,19 +140,18 @@ void Shorten(soak::Story& story, std::uint64_t seed, soak::Section section) {
 }
 
 void Report(std::uint64_t seed) {
-    soak::Story story = soak::Draw(seed);
-    Shorten(story, seed, soak::kHour);
-    Shorten(story, seed, soak::kRounds);
+    Words story = soak::Draw(seed);
+    Shorten(story, seed);
     std::filesystem::create_directories(SOAK_SCRIPTS);
     const std::string number = std::to_string(seed);
     const std::string file = SOAK_SCRIPTS "/seed-" + number + ".lab";
-    std::ofstream(file) << soak::Text(story);
+    std::ofstream(file) << Text(story);
     std::printf(
         "seed %s fails; repeat with: scripts/soak --start %s --seeds 1\n"
         "or watch: tagport-lab run --check --log --seed %s --script %s\n%s",
-        number.c_str(), number.c_str(), number.c_str(), file.c_str(), soak::Text(story).c_str());
-    Figures unused{};
-    Fails(story, seed, unused, false);
+        number.c_str(), number.c_str(), number.c_str(), file.c_str(), Text(story).c_str());
+    Figures unused;
+    Status(story, seed, unused, false);
 }
 
 }  // namespace
@@ -164,16 +166,15 @@ int main(int argc, char** argv) {
             return 2;
         }
     }
-    const std::uint64_t start = options["--start"];
-    const std::uint64_t end = start + options["--seeds"];
+    const std::uint64_t end = options["--start"] + options["--seeds"];
     auto& shares = testing_support::Shared<std::array<Share, kWorkers>>();
     const auto begin = std::chrono::steady_clock::now();
     for (std::uint64_t worker = 0; worker < kWorkers; ++worker) {
         if (fork() == 0) {
             Share& share = shares[worker];
-            for (auto seed = start + worker; seed < end && share.failures < kMostFailures;
-                 seed += kWorkers, ++share.played) {
-                if (Fails(soak::Draw(seed), seed, share.figures)) {
+            for (auto seed = options["--start"] + worker;
+                 seed < end && share.failures < kMostFailures; seed += kWorkers, ++share.played) {
+                if (Status(soak::Draw(seed), seed, share.figures) != 0) {
                     share.failed[share.failures++] = seed;
                 }
             }
@@ -184,23 +185,20 @@ int main(int argc, char** argv) {
     }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
     std::uint64_t played = 0;
-    Figures sum{};
+    Figures sum;
     unsigned failures = 0;
     for (const Share& share : shares) {
-        std::transform(sum.begin(), sum.end(), share.figures.begin(), sum.begin(), std::plus<>());
+        sum.Add(share.figures);
         played += share.played;
         failures += share.failures;
         std::for_each_n(share.failed.begin(), share.failures, Report);
     }
     std::printf(
-        "%llu seeds, %u failed: %.0f simulated hours, %.0f visits, %.0f numbers given, "
-        "%.0f fault plans; judged: %.0f visits, %.0f of them with their times, %.0f readings of "
-        "phones, %.0f numbers and %.0f times the other fields on the tag, %.0f numbers in events; "
+        "%llu seeds, %u failed: %.0f simulated hours, faults set or ended %zu times; judged: %s; "
         "%.1f seeds a second\n",
-        static_cast<unsigned long long>(played), failures, sum[kHours], sum[kVisits], sum[kNumbers],
-        sum[kFaults], sum[kJudgedVisits], sum[kInTime], sum[kPhones], sum[kTags], sum[kFields],
-        sum[kShown], static_cast<double>(played) / took.count());
-    if (played >= kEnoughSeeds && std::count(sum.begin() + kJudgedVisits, sum.end(), 0.0) > 0) {
+        static_cast<unsigned long long>(played), failures, sum.hours, sum.faults,
+        lab::Text(sum.judged).c_str(), static_cast<double>(played) / took.count());
+    if (played >= kEnoughSeeds && std::count(sum.judged.begin(), sum.judged.end(), 0U) > 0) {
         std::printf("the run proves nothing: of one of the judged kinds above there was none\n");
         return 1;
     }

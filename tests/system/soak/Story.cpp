@@ -2,6 +2,7 @@
 #include "tests/system/soak/Story.h"
 
 #include <algorithm>
+#include <iterator>
 #include <random>
 
 #include "lab/Hex.h"
@@ -69,10 +70,14 @@ std::string Content(char letter, char number) {
     return "url=" + std::string(kUrlSize, letter) + " number=" + Number(number);
 }
 
+std::string When(bool holds, const std::string& lines) {
+    return holds ? lines : "";
+}
+
 class Artist {
   public:
     explicit Artist(std::uint64_t seed) : m_engine(seed) {}
-    Story Draw();
+    Words Draw();
 
   private:
     unsigned Below(std::uint64_t bound) { return static_cast<unsigned>(m_engine() % bound); }
@@ -87,6 +92,10 @@ class Artist {
         }
         return OneOf(lines);
     }
+    void Add(const Words& entries) {
+        std::copy_if(entries.begin(), entries.end(), std::back_inserter(m_story),
+                     [](const std::string& entry) { return !entry.empty(); });
+    }
     std::string Plan();
     std::string Filled(const std::string& lines, char byte, unsigned managers);
     bool Has(const char* route) const {
@@ -96,7 +105,7 @@ class Artist {
     void DrawRounds();
 
     std::mt19937_64 m_engine;
-    Story m_story;
+    Words m_story;
     Words m_routes;
     std::string m_chip;
     unsigned m_hosts = 1;
@@ -152,10 +161,10 @@ void Artist::DrawHour(bool isSequence) {
         }
         if (at < kHourMs) {
             lines.insert(0, "at " + std::to_string(at) + " " + host);
-            m_story[kHour].push_back(lines);
+            m_story.push_back(lines);
         }
     }
-    m_story[kHour].push_back("join\nat " + std::to_string(kHourMs) + "\nwait 60000");
+    m_story.push_back("join\nat " + std::to_string(kHourMs) + "\nwait 60000");
 }
 
 // Phones one after the other: on their own, or so close that one falls into the watch over another;
@@ -177,13 +186,12 @@ void Artist::DrawRounds() {
     }
     std::sort(lines.begin(), lines.end());
     for (const auto& [time, text] : lines) {
-        m_story[kRounds].push_back("at " + std::to_string(time) + " " + text);
+        m_story.push_back("at " + std::to_string(time) + " " + text);
     }
-    m_story[kRounds].emplace_back("join\nwait 60000");
+    m_story.emplace_back("join\nwait 60000");
 }
 
-Story Artist::Draw() {
-    auto& [begin, hour, settle, rounds, end] = m_story;
+Words Artist::Draw() {
     const auto& peripheral = kPeripherals[Below(std::size(kPeripherals))];
     m_routes = peripheral.routes;
     m_chip = peripheral.chip;
@@ -201,79 +209,44 @@ Story Artist::Draw() {
                " mac=" + lab::ToHex(std::string(6, kLastLetter)) +
                " model=" + lab::ToHex(std::string(4, kLastLetter));
     };
-    const auto when = [](bool holds, const std::string& lines) { return holds ? lines : ""; };
 
     // A HID keyboard's answer takes 4 ms and is missed by a reader that is later than that.
-    begin = {"pc route=" + m_routes[0] + when(m_routes.size() > 1, ",ble") +
-             when(!m_chip.empty(), " chip=" + m_chip) +
-             " late=" + OneOf({"0", "2", Has("hid") ? "2" : "20"}) +
-             " changes=" + OneOf({"0", "0", "3", "20"})};
-    if (isStuck) {
-        begin.emplace_back("chip-bits 038C 10 10");  // a mode byte other than 6
-    }
-    if (hasHabits) {
-        begin.push_back("ble-client inside-subscribe=" + OneOf({"0", "30"}) +
-                        " inside-write=" + OneOf({"0", "30"}) + " threads=" + OneOf({"1", "2"}) +
-                        when(isRefused, " after-refusal"));
-    }
-    begin.push_back("restart " + Content('a', 1));
-    if (m_managers > 1) {
-        begin.push_back("manager 2 start " + Content('b', 2));
-    }
-    if (hasHabits || Below(3) == 0) {
-        const bool reads = Below(2) == 0;
-        begin.push_back("listener on pause=" + OneOf({"0", "50", "400"}) + when(reads, " reads") +
-                        OneOf({"", " renews"}));
-    }
+    Add({"pc route=" + m_routes[0] + When(m_routes.size() > 1, ",ble") +
+         When(!m_chip.empty(), " chip=" + m_chip) + " late=" +
+         OneOf({"0", "2", Has("hid") ? "2" : "20"}) + " changes=" + OneOf({"0", "0", "3", "20"})});
+    Add({When(isStuck, "chip-bits 038C 10 10"),  // a mode byte other than 6
+         When(hasHabits, "ble-client inside-subscribe=" + OneOf({"0", "30"}) +
+                             " inside-write=" + OneOf({"0", "30"}) +
+                             " threads=" + OneOf({"1", "2"}) + When(isRefused, " after-refusal")),
+         "restart " + Content('a', 1), When(m_managers > 1, "manager 2 start " + Content('b', 2)),
+         When(hasHabits || Below(3) == 0, "listener on pause=" + OneOf({"0", "50", "400"}) +
+                                              OneOf({"", " reads"}) + OneOf({"", " renews"}))});
     DrawHour(isSequence);
-    settle = {"listener on",
-              when(isRefused, refused) + "open" + when(isRefused, "\nfault none"),
-              "host 1 " + lastWrite('\xE0'),
-              "wait " + (isStuck ? Between(0, 300) : Between(50, 500)),
-              "renew " + Number(kFirstSettled),
-              "join\nwait 60000",
-              "listener on pause=" + OneOf({"0", "0", "50", "50 renews"})};
+    Add({"listener on", When(isRefused, refused) + "open" + When(isRefused, "\nfault none"),
+         "host 1 " + lastWrite('\xE0'), "wait " + (isStuck ? Between(0, 300) : Between(50, 500)),
+         "renew " + Number(kFirstSettled), "join\nwait 60000",
+         "listener on pause=" + OneOf({"0", "0", "50", "50 renews"})});
     DrawRounds();
     const std::string before = Between(300, 3000);
     const std::string beside =
         OneOf({"write", "manager 4 create", "renew " + Number(kFirstRoundsNumber)});
     // Every second write opens another visit after the one that the stop falls into: each is to be
     // closed.
-    const auto part = when(Below(2) == 0, "wait 500\n" + lastWrite(kLastNumber) + "\n");
-    end = {"listener on",
-           "in 0 tap 12000",
-           "wait " + before,
-           beside,
-           "wait 60000",
-           "renew " + Number(kLastNumber),
-           "wait 60000",
-           "in 0 tap 250",
-           "wait 24000",
-           "in 0 tap 2500",
-           part + "wait " + Between(0, 1500)};
-    if (hasBle) {
-        end.push_back(when(isRefused, refused) + "disconnect" +
-                      when(isRefused, "\nfault none\nin 0 tap 500 ble"));
-    }
-    end.push_back("stop" + when(m_managers > 1, "\nmanager 2 stop") +
-                  when(beside == "manager 4 create", "\nmanager 4 stop") + "\nwait 60000");
+    const auto part = When(Below(2) == 0, "wait 500\n" + lastWrite(kLastNumber) + "\n");
+    Add({"listener on", "in 0 tap 12000", "wait " + before, beside, "wait 60000",
+         "renew " + Number(kLastNumber), "wait 60000", "in 0 tap 250", "wait 24000",
+         "in 0 tap 2500", part + "wait " + Between(0, 1500),
+         When(hasBle, When(isRefused, refused) + "disconnect" +
+                          When(isRefused, "\nfault none\nin 0 tap 500 ble")),
+         "stop" + When(m_managers > 1, "\nmanager 2 stop") +
+             When(beside == "manager 4 create", "\nmanager 4 stop") + "\nwait 60000"});
     return m_story;
 }
 
 }  // namespace
 
-Story Draw(std::uint64_t seed) {
+std::vector<std::string> Draw(std::uint64_t seed) {
     return Artist(seed).Draw();
-}
-
-std::string Text(const Story& story) {
-    std::string text;
-    for (const Words& section : story) {
-        for (const std::string& entry : section) {
-            text += entry + "\n";
-        }
-    }
-    return text;
 }
 
 }  // namespace soak
