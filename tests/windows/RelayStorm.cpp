@@ -171,11 +171,12 @@ void RunHost(HANDLE host, unsigned which, std::vector<std::pair<std::uint64_t, D
     std::mt19937 random(which + 100);
     for (unsigned turn = 0; turn < kRequestsPerHost; ++turn) {
         Pending request(host, std::uint64_t{which} * kRequestsPerHost + turn + 1);
+        // From far before to far after a usual answer.
         for (unsigned spin = random() % 4000; spin > 0; --spin) {
             YieldProcessor();
         }
-        if (random() % 4 == 0) {
-            Sleep(1);
+        if (random() % 2 == 0) {
+            WaitForSingleObject(request.overlapped.hEvent, 1 + random() % 3);
         }
         if (!CancelIoEx(host, &request.overlapped)) {
             Check(GetLastError() == ERROR_NOT_FOUND, "a cancellation failed with another error");
