@@ -17,6 +17,8 @@ namespace {
 constexpr unsigned kIdleLoads = 90;
 constexpr unsigned kStarts = 10;
 constexpr unsigned kStartsUntilSteady = 3;  // what is made once per process has been made by then
+// Handles more or less by which of the long-lived threads are there; a leak at each start is more.
+constexpr std::size_t kFlutter = 3;
 constexpr DWORD kEventBound = 5'000;
 
 std::atomic<unsigned> g_events{0};
@@ -141,7 +143,7 @@ void LoadAndFree(lab::DeviceProcess& devices) {
     Check(LibraryIsLoaded(), "the library was unloaded under its threads");
     const std::size_t last = HandlesAtRest();
     std::printf("%u loads with a start: %zu handles, then %zu\n", kStarts, handles, last);
-    Check(last <= handles, "starting leaks handles");
+    Check(last <= handles + kFlutter, "starting leaks handles");
 }
 
 }  // namespace

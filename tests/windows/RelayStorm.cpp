@@ -176,7 +176,7 @@ void RunHost(HANDLE host, unsigned which, std::vector<std::pair<std::uint64_t, D
             YieldProcessor();
         }
         if (random() % 2 == 0) {
-            WaitForSingleObject(request.overlapped.hEvent, 1 + random() % 3);
+            WaitForSingleObject(request.overlapped.hEvent, 1 + random() % 8);
         }
         if (!CancelIoEx(host, &request.overlapped)) {
             Check(GetLastError() == ERROR_NOT_FOUND, "a cancellation failed with another error");
