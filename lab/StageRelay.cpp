@@ -96,7 +96,11 @@ class RelayStage : public WindowsStage {
         m_devices =
             std::make_unique<DeviceProcess>([this](const std::string& line) { Take(line); });
         m_devices->Ask("bus on");
-        m_devices->Ask("pc " + *m_options.route + " " + m_chipName);
+        try {
+            m_devices->Ask("pc " + *m_options.route + " " + m_chipName);
+        } catch (const WrongCall& problem) {
+            throw SystemFailure(problem.what());  // the options are right, the drivers are not there
+        }
         if (m_options.fault) {
             Fault(*m_options.fault, true);
         }

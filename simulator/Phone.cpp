@@ -15,6 +15,7 @@ std::optional<Micros> Phone::Step(Micros now) {
     }
     if (m_state == State::kAway) {
         m_leaveAt = now + m_stay;
+        m_due = now;
         Schedule(now, 0, State::kSeeking);
     }
     if (now >= m_leaveAt) {
@@ -54,7 +55,10 @@ std::optional<Micros> Phone::Step(Micros now) {
 
 void Phone::Schedule(Micros now, Micros delay, State state) {
     m_state = state;
-    m_due = std::min(now + delay, m_leaveAt);
+    // From when this step was due: on a real clock every step is a little late, and these times
+    // would add up over a message.
+    const Micros from = now - m_due < kPhoneCheckInterval ? m_due : now;
+    m_due = std::min(from + delay, m_leaveAt);
 }
 
 void Phone::Seek(Micros now) {
