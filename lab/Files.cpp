@@ -95,6 +95,30 @@ class Replacement {
     std::string m_place;
 };
 
+fs::file_status StatusForWriting(const std::string& place, const fs::path& path) {
+    std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    if (fs::is_directory(status)) {
+        throw WrongCall(place + ": is a directory, not a file");
+    }
+    return status;
+}
+
+/// Devices and pipes are not replaced but written.
+bool IsReplaced(fs::file_status status) {
+    return !fs::exists(status) || fs::is_regular_file(status);
+}
+
+Replacement ReplacementOf(const std::string& place, const fs::path& path, fs::file_status status) {
+    std::error_code error;
+    // A link stays a link: the file that it names is replaced.
+    const fs::path target = fs::exists(status) ? fs::canonical(path, error) : path;
+    if (fs::exists(status) && File(std::fopen(path.string().c_str(), "r+b")) == nullptr) {
+        throw WrongCall(place + ": cannot be written: " + Cause());
+    }
+    return Replacement(target, place);
+}
+
 }  // namespace
 
 std::optional<std::string> FileProblem(const fs::path& path) {
@@ -137,19 +161,17 @@ std::string ReadInput(const std::string& option, const std::string& name) {
     return ReadBounded(file.get(), place);
 }
 
-void WriteFile(const std::string& place, const fs::path& path, std::string_view bytes) {
-    std::error_code error;
-    const fs::file_status status = fs::status(path, error);
-    if (fs::is_directory(status)) {
-        throw WrongCall(place + ": is a directory, not a file");
+void CheckWritable(const std::string& place, const fs::path& path) {
+    const fs::file_status status = StatusForWriting(place, path);
+    if (IsReplaced(status)) {
+        ReplacementOf(place, path, status).Write({});
     }
-    if (!fs::exists(status) || fs::is_regular_file(status)) {
-        // A link stays a link: the file that it names is replaced.
-        const fs::path target = fs::exists(status) ? fs::canonical(path, error) : path;
-        if (fs::exists(status) && File(std::fopen(path.string().c_str(), "r+b")) == nullptr) {
-            throw WrongCall(place + ": cannot be written: " + Cause());
-        }
-        const Replacement replacement(target, place);
+}
+
+void WriteFile(const std::string& place, const fs::path& path, std::string_view bytes) {
+    const fs::file_status status = StatusForWriting(place, path);
+    if (IsReplaced(status)) {
+        const Replacement replacement = ReplacementOf(place, path, status);
         replacement.Write(bytes);
         replacement.Commit(status);
         return;

@@ -54,6 +54,8 @@ void AddRun(CLI::App& app, lab::RunOptions& run) {
     app.add_flag("--explain", run.explain, "Say what the log means while it is written")
         ->excludes(json);
     app.add_flag("--log", run.log, "Show every line of the log");
+    app.add_option("--report", run.report, "Write the whole run as a page for a browser")
+        ->type_name("FILE.html");
     app.add_flag("--bus", run.stage.bus, "Show every frame on the bus");
     app.add_flag("--check", run.stage.check,
                  "Judge visits, numbers, the tag and what is left over; needs --seed");

@@ -1,6 +1,7 @@
 // Connects a run's parts: stage, script, player and output.
 #include "lab/RunCommand.h"
 
+#include <memory>
 #include <random>
 
 #include "lab/ConfigCheck.h"
@@ -12,6 +13,7 @@
 #include "lab/Judge.h"
 #include "lab/Player.h"
 #include "lab/Printable.h"
+#include "lab/Report.h"
 #include "lab/Script.h"
 #include "lab/Terminal.h"
 #include "lab/explain/LiveStory.h"
@@ -67,6 +69,25 @@ void PrintSum(const Player& player, const Style& style) {
                 "\n");
 }
 
+std::unique_ptr<Report> MakeReport(const std::optional<std::string>& file) {
+    return file ? std::make_unique<Report>(*file) : nullptr;
+}
+
+void WriteReport(Report& report, const RunOptions& options, const Script& script,
+                 const Stage& stage, const Player& player) {
+    const StageOptions merged = MergedOptions(options.stage, script);
+    Json facts;
+    facts["script"] = ValidUtf8(script.file);
+    facts["route"] = merged.route.value_or(stage.Route());
+    facts["chip"] = stage.Chip();
+    facts["pcType"] = options.pcType;
+    facts["fault"] = ValidUtf8(merged.fault.value_or(""));
+    facts["seed"] = merged.seed ? Json(std::to_string(*merged.seed)) : Json();
+    facts["failures"] = player.Failures();
+    report.AddTag(stage.TagMemory(), stage.Now(), "at the end", true);
+    report.Write(std::move(facts), stage.Now());
+}
+
 }  // namespace
 
 StageOptions MergedOptions(StageOptions options, const Script& script) {
@@ -92,8 +113,13 @@ int Run(const RunOptions& options) {
     static const bool json = options.json;
     static Judge* judge = nullptr;
     static LiveStory* const story = options.explain ? new LiveStory(style) : nullptr;
+    static Report* const report = MakeReport(options.report).release();
     static Recorder& recorder = *new Recorder([](const Json& object) {
-        WriteOutput(json ? JsonLine(object) : human.Lines(object));
+        const std::string line = json || report != nullptr ? JsonLine(object) : std::string();
+        WriteOutput(json ? line : human.Lines(object));
+        if (report != nullptr) {
+            report->AddObject(line);
+        }
         if (judge != nullptr) {
             judge->Take(object);
         }
@@ -103,17 +129,23 @@ int Run(const RunOptions& options) {
     });
     Script script = options.script ? ReadScript(*options.script) : Script{kVisitName, {}};
     const StageOptions merged = MergedOptions(options.stage, script);
-    Stage& stage = MakeStage(merged, recorder);
-    static Player& player =
-        *new Player(stage, recorder, options.stage.seed.value_or(std::random_device{}()),
-                    [](const Player::Step& step) {
-                        if (!json && step.begins && step.command.line > 0) {
-                            WriteOutput(human.CommandLine(step.command.text));
-                        }
-                        if (judge != nullptr) {
-                            judge->Watch(step);
-                        }
-                    });
+    static Stage& stage = MakeStage(merged, recorder);
+    static Player& player = *new Player(
+        stage, recorder, options.stage.seed.value_or(std::random_device{}()),
+        [](const Player::Step& step) {
+            if (!json && step.begins && step.command.line > 0) {
+                WriteOutput(human.CommandLine(step.command.text));
+            }
+            if (judge != nullptr) {
+                judge->Watch(step);
+            }
+            if (report != nullptr) {
+                report->AddStep(step, stage.Now());
+                if (!step.begins) {
+                    report->AddTag(stage.TagMemory(), stage.Now(), "after " + step.command.text);
+                }
+            }
+        });
     if (!options.script) {
         script = ParseScript(kVisitName, stage.DefaultScript());
     }
@@ -125,7 +157,13 @@ int Run(const RunOptions& options) {
     stage.ChooseClock();
     UseConfiguration(options.configDirectory, options.pcType);
     stage.CreateDevices();
+    if (report != nullptr) {
+        report->AddTag(stage.TagMemory(), stage.Now(), "before the run");
+    }
     player.Start(options.pcType);
+    if (report != nullptr) {
+        report->AddTag(stage.TagMemory(), stage.Now(), "after the first write");
+    }
     if (player.Failures() == 0 || options.script) {
         player.Play(script);
     }
@@ -140,6 +178,9 @@ int Run(const RunOptions& options) {
     if (!options.json) {
         PrintTag(stage.TagMemory(), style);
         PrintSum(player, style);
+    }
+    if (report != nullptr) {
+        WriteReport(*report, options, script, stage, player);
     }
     const bool isGood = judge == nullptr || judge->IsGood();
     return player.Failures() == 0 && isGood ? kExitDone : kExitFailed;

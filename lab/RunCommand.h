@@ -16,7 +16,8 @@ struct RunOptions {
     std::optional<std::string> script;
     bool json = false;
     bool log = false;
-    bool explain = false;  ///< say what the log means; not with json
+    bool explain = false;               ///< say what the log means; not with json
+    std::optional<std::string> report;  ///< the file of the page
 };
 
 /// The options of a run, with what the script's "pc" says where the options say nothing.

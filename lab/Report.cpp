@@ -1,0 +1,182 @@
+// Collects what a report shows and puts it into the page.
+#include "lab/Report.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "lab/Failure.h"
+#include "lab/Files.h"
+#include "lab/Hex.h"
+#include "lab/ImageNotes.h"
+#include "lab/Printable.h"
+#include "lab/ReportPage.h"
+
+namespace lab {
+
+namespace {
+
+constexpr char kOption[] = "--report ";
+constexpr char kFactsMark[] = "@FACTS@";
+constexpr char kObjectsMark[] = "@OBJECTS@";
+constexpr unsigned kFirstImageRegister = 16;
+constexpr std::size_t kImageFrame = 3;  // bytes of an image that its length byte does not count
+
+/// JSON in ASCII, in which < > and & occur only inside texts: escaped, no text can end the element
+/// that holds the data or begin another one.
+std::string ForPage(std::string_view json) {
+    std::string text;
+    text.reserve(json.size() + json.size() / 16);
+    for (const char character : json) {
+        switch (character) {
+            case '<':
+                text += "\\u003C";
+                break;
+            case '>':
+                text += "\\u003E";
+                break;
+            case '&':
+                text += "\\u0026";
+                break;
+            default:
+                text += character;
+                break;
+        }
+    }
+    return text;
+}
+
+Json LayoutOf(const ImageNotes& notes) {
+    Json layout = Json::array();
+    for (const ImageField& field : notes.fields) {
+        layout.push_back({{"offset", field.offset},
+                          {"size", field.size},
+                          {"name", field.name},
+                          {"meaning", field.meaning}});
+    }
+    return layout;
+}
+
+bool IsBlank(const std::string& memory) {
+    return memory.find_first_not_of('\0') == std::string::npos;
+}
+
+}  // namespace
+
+Report::Report(std::string file) : m_file(std::move(file)) {
+    if (m_file.empty() || m_file == "-") {
+        throw WrongCall(kOption + m_file + ": the page needs a file of its own");
+    }
+    CheckWritable(kOption + m_file, m_file);
+}
+
+void Report::AddObject(std::string_view line) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    while (!line.empty() && line.back() == '\n') {
+        line.remove_suffix(1);
+    }
+    m_objects += (m_count == 0 ? "" : ",\n") + ForPage(line);
+    ++m_count;
+}
+
+void Report::AddField(const Command& command, double now) {
+    const double at = now + static_cast<double>(command.in.value_or(0));
+    const auto end = [&](double time) {
+        for (Stretch& stretch : m_field) {
+            if (stretch.open) {
+                stretch.open = false;
+                stretch.to = time;
+            }
+        }
+    };
+    if (command.verb == Verb::kTap) {
+        const auto stay = static_cast<double>(command.number.value_or(kDefaultStay));
+        m_field.push_back({at, at + stay, false, command.argument});
+    } else if (command.verb == Verb::kEnter) {
+        end(at);
+        m_field.push_back({at, at, true, ""});
+    } else if (command.verb == Verb::kLeave) {
+        end(at);
+    }
+}
+
+void Report::AddStep(const Player::Step& step, double now) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    std::vector<std::size_t>& running = m_running[step.command.host];
+    if (step.begins) {
+        AddField(step.command, now);
+        running.push_back(m_steps.size());
+        m_steps.push_back({{"t", now},
+                           {"end", nullptr},
+                           {"after", m_count},
+                           {"line", step.command.line},
+                           {"text", ValidUtf8(step.command.text)},
+                           {"host", step.command.host},
+                           {"block", step.command.verb == Verb::kRepeat},
+                           {"succeeded", nullptr}});
+        return;
+    }
+    if (!running.empty()) {
+        Json& ended = m_steps[running.back()];
+        running.pop_back();
+        ended["end"] = now;
+        if (step.succeeded) {
+            ended["succeeded"] = *step.succeeded;
+        }
+    }
+}
+
+void Report::AddTag(const std::string& memory, double now, const std::string& label, bool last) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    if (memory.empty() || (!m_states.empty() && memory == m_lastMemory && !last)) {
+        return;
+    }
+    m_lastMemory = memory;
+    const bool blank = IsBlank(memory);
+    const std::size_t size =
+        blank || memory.size() < kImageFrame
+            ? memory.size()
+            : std::min(memory.size(), static_cast<unsigned char>(memory[1]) + kImageFrame);
+    const ImageNotes notes = blank ? ImageNotes{} : AnnotateImage(memory.substr(0, size));
+    const Json layout = LayoutOf(notes);
+    auto found = std::find(m_layouts.begin(), m_layouts.end(), layout);
+    if (found == m_layouts.end()) {
+        m_layouts.push_back(layout);
+        found = m_layouts.end() - 1;
+    }
+    Json state{{"t", now},         {"label", ValidUtf8(label)},
+               {"blank", blank},   {"size", blank ? 0 : size},
+               {"fault", nullptr}, {"layout", found - m_layouts.begin()}};
+    if (notes.fault) {
+        state["fault"] = {{"offset", notes.fault->offset}, {"check", notes.fault->check}};
+    }
+    state["remarks"] = notes.remarks;
+    state["bytes"] = ToHex(memory);
+    m_states.push_back(std::move(state));
+}
+
+void Report::Write(Json facts, double now) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    facts["end"] = now;
+    facts["steps"] = std::move(m_steps);
+    Json field = Json::array();
+    for (const Stretch& stretch : m_field) {
+        field.push_back({{"from", stretch.from},
+                         {"to", stretch.open ? now : stretch.to},
+                         {"route", stretch.route}});
+    }
+    facts["field"] = std::move(field);
+    facts["tag"] = {{"register", kFirstImageRegister},
+                    {"layouts", std::move(m_layouts)},
+                    {"states", std::move(m_states)}};
+    std::string page;
+    for (const std::string_view piece : ReportPage()) {
+        page += piece;
+    }
+    // The second mark first: what replaces the first one may hold any text.
+    page.replace(page.find(kObjectsMark), sizeof(kObjectsMark) - 1, m_objects + "\n");
+    page.replace(page.find(kFactsMark), sizeof(kFactsMark) - 1,
+                 ForPage(facts.dump(-1, ' ', true, Json::error_handler_t::replace)));
+    WriteFile(kOption + m_file, m_file, page);
+}
+
+}  // namespace lab

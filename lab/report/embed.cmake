@@ -1,0 +1,68 @@
+# Makes one page of the files of this folder and writes it as a C++ source, in pieces that every
+# compiler takes as one literal. The page names the hashes of its script and its style, so that a
+# browser runs nothing else in it.
+#
+# usage: cmake -D FOLDER=lab/report -D OUTPUT=FILE.cpp -P embed.cmake
+set(scripts data.js timeline.js memory.js list.js page.js)
+set(piece 8000)
+
+# The text of a file with ends of lines as a browser reads them. Only ASCII: pieces may end anywhere.
+function(read_text name result)
+  file(READ "${FOLDER}/${name}" text)
+  string(REPLACE "\r\n" "\n" text "${text}")
+  string(REGEX MATCH "[^\t\n -~]" wrong "${text}")
+  if(NOT wrong STREQUAL "")
+    message(FATAL_ERROR "${FOLDER}/${name}: '${wrong}' is not ASCII")
+  endif()
+  set(${result} "${text}" PARENT_SCOPE)
+endfunction()
+
+# SHA-256 in base64, as a content security policy needs it.
+function(hash_of text result)
+  string(SHA256 digits "${text}")
+  # 64 digits: 21 groups of three, each two characters, and 4 bits that two zeros follow.
+  set(alphabet "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/")
+  set(encoded "")
+  foreach(at RANGE 0 60 3)
+    string(SUBSTRING "${digits}" ${at} 3 group)
+    math(EXPR high "0x${group} >> 6")
+    math(EXPR low "0x${group} & 63")
+    string(SUBSTRING "${alphabet}" ${high} 1 first)
+    string(SUBSTRING "${alphabet}" ${low} 1 second)
+    string(APPEND encoded "${first}${second}")
+  endforeach()
+  string(SUBSTRING "${digits}" 63 1 last)
+  math(EXPR last "0x${last} << 2")
+  string(SUBSTRING "${alphabet}" ${last} 1 last)
+  set(${result} "${encoded}${last}=" PARENT_SCOPE)
+endfunction()
+
+read_text(template.html page)
+read_text(style.css style)
+set(script "")
+foreach(name IN LISTS scripts)
+  read_text(${name} text)
+  string(APPEND script "${text}")
+endforeach()
+if(script MATCHES "</script|<!--" OR style MATCHES "</style")
+  message(FATAL_ERROR "${FOLDER}: a script or style must not contain its own end")
+endif()
+hash_of("${script}" script_hash)
+hash_of("${style}" style_hash)
+string(REPLACE "@SCRIPT_HASH@" "${script_hash}" page "${page}")
+string(REPLACE "@STYLE_HASH@" "${style_hash}" page "${page}")
+string(REPLACE "@STYLE@" "${style}" page "${page}")
+string(REPLACE "@SCRIPT@" "${script}" page "${page}")
+
+string(LENGTH "${page}" length)
+set(source "// Made by lab/report/embed.cmake from the files of that folder.\n#include \"lab/ReportPage.h\"\n\nnamespace lab {\n\nconst std::vector<std::string_view>& ReportPage() {\n    static const std::vector<std::string_view> kPieces{\n")
+set(at 0)
+while(at LESS length)
+  string(SUBSTRING "${page}" ${at} ${piece} text)
+  string(APPEND source "R\"page~(${text})page~\",\n")
+  math(EXPR at "${at} + ${piece}")
+endwhile()
+string(APPEND source "    };\n    return kPieces;\n}\n\n}  // namespace lab\n")
+file(WRITE "${OUTPUT}.new" "${source}")
+file(COPY_FILE "${OUTPUT}.new" "${OUTPUT}" ONLY_IF_DIFFERENT)
+file(REMOVE "${OUTPUT}.new")

@@ -1,0 +1,260 @@
+// The list of records: a table for at most a hundred rows under the heading of each step of the
+// script. A row is one frame, call or event; the lines of the log stand beside it. The tables are
+// filled when they come near the window, in idle time, and before printing.
+"use strict";
+
+const list = (() => {
+  const kMostRows = 100;
+  const kRowHeight = 31;   // px, estimated
+  const kSlice = 8;        // ms of one turn of the filling in idle time
+  const kOps = { write: "\u2192 write", read: "\u2190 read", open: "\u25cb open",
+    cancel: "\u00d7 cancel", wait: "\u2026 wait" };
+  const kinds = [["bus", "Bus"], ["sleep", "Pauses"], ["log", "Log"], ["other", "Calls, events"]];
+  const holder = document.getElementById("list");
+  const chunks = [];       // { rows, element, filled }
+  const chunkOf = new Map();
+  let current = null;      // the record that is marked
+
+  const isAction = (record) => record.object.kind !== "log" && record.object.kind !== "sleep";
+
+  // Rows: an action, then the lines and pauses of its thread at the same time.
+  function rowsOf(some) {
+    const rows = [];
+    let row = null;
+    for (const record of some) {
+      if (!row || isAction(record) || row[0].thread !== record.thread || row[0].t !== record.t) {
+        row = [];
+        rows.push(row);
+      }
+      row.push(record);
+    }
+    return rows;
+  }
+
+  const inStretch = (t, stretches) => stretches.findIndex(([from, to]) => from <= t && t <= to);
+  const fieldStretches = field.map((one) => [one.from, one.to]);
+  const visitStretches = visits.map((one) => [one.enter.t, one.leave ? one.leave.t : lastTime]);
+
+  function phoneCell(t) {
+    const seen = inStretch(t, fieldStretches) >= 0;
+    const visit = inStretch(t, visitStretches);
+    return make("td", { role: "cell", class: "c-phone" },
+      seen ? make("span", { class: "in-field", title: "a phone is in the field" },
+        make("span", { class: "unseen" }, "phone in the field ")) : null,
+      visit >= 0 ? make("span", { class: "in-visit", title: "visit " + (visit + 1) },
+        make("span", { class: "unseen" }, "visit "), String(visit + 1)) : null);
+  }
+
+  function threadCell(name) {
+    const dot = make("i", { class: "dot", "aria-hidden": "true" });
+    dot.style.setProperty("--lane", threads.indexOf(name));
+    return make("td", { role: "cell", class: "c-thread" },
+      make("span", { class: "lines", "aria-hidden": "true" }, dot),
+      make("span", { class: "who" }, name));
+  }
+
+  function numberLink(record) {
+    return make("a", { class: "own", href: "#o" + record.number, tabindex: "-1",
+      "aria-label": "record " + record.number }, String(record.number));
+  }
+
+  function bytesOf(digits) {
+    return digits ? make("code", { class: "hex" }, spaced(digits)) : null;
+  }
+
+  function faultBadge(text) {
+    return make("strong", { class: "fault" }, "\u2715 " + text);
+  }
+
+  function entry(record, className, ...content) {
+    return make("div", { class: "entry " + className, id: "o" + record.number },
+      ...content, " ", numberLink(record));
+  }
+
+  function actionEntry(record) {
+    const object = record.object;
+    switch (object.kind) {
+      case "bus": {
+        const fault = faultOf(record);
+        return entry(record, "k-bus", make("span", { class: "op op-" + object.op },
+          kOps[object.op] || object.op), " ", object.meaning,
+        object.state ? make("span", { class: "quiet" }, ", " + object.state) : null, " ",
+        fault ? faultBadge(fault)
+          : "error" in object ? make("span", { class: "quiet" }, errorText(object.error)) : null,
+        bytesOf(object.bytes));
+      }
+      case "event":
+        return entry(record, "k-other", make("span", { class: "op op-event" }, "\u25c6 event " +
+          object.event), " ", (kEvents[object.event] || "an unknown event") + " (" +
+          (kRoutes[object.route] || "?") + ")", bytesOf(object.number));
+      case "phone":
+        return object.read
+          ? entry(record, "k-other", make("span", { class: "op op-phone" }, "\u2713 phone"),
+            " reads ", make("span", { class: "uri" }, object.uri),
+            make("span", { class: "quiet" }, " " + object.type), bytesOf(object.payload))
+          : entry(record, "k-other", make("span", { class: "op op-phone" }, "phone"), " ",
+            faultBadge("reads nothing: " + object.problem));
+      case "result": {
+        const { t, thread, kind, operation, result, ...more } = object;
+        const extra = Object.entries(more).map(([name, value]) => name + " " + value).join(", ");
+        return entry(record, "k-other", make("span", { class: "op op-call" }, "\u25a0 call"), " ",
+          operation, " ", succeeded(result) ? make("span", { class: "done" }, "ok")
+            : faultBadge("failed"), extra ? make("code", { class: "hex" }, extra) : null);
+      }
+      default:
+        return entry(record, "k-other", JSON.stringify(object));
+    }
+  }
+
+  function smallEntry(record) {
+    const object = record.object;
+    if (object.kind === "sleep") {
+      return entry(record, "k-sleep", "pause " + object.ms + " ms");
+    }
+    const error = object.level === kErrorLevel;
+    const [, text, suffix] = /^([^]*?)(\(Log\w+\))?$/.exec(object.line);
+    return entry(record, "k-log" + (error ? " error-level" : ""),
+      error ? make("abbr", { class: "level", title: "error level" }, "E") : null,
+      error ? " " : null, text.trimEnd(), suffix ? make("span", { class: "suffix" }, suffix) : null);
+  }
+
+  function rowElement(row) {
+    const first = row[0];
+    const left = row.filter((record) => record.object.kind !== "log");
+    const right = row.filter((record) => record.object.kind === "log");
+    const kindsHere = [...new Set(row.map((record) => "has-" +
+      (["bus", "log", "sleep"].includes(record.object.kind) ? record.object.kind : "other")))];
+    return make("tr", { role: "row", class: kindsHere.join(" ") +
+      (row.some(faultOf) ? " has-fault" : "") },
+    make("td", { role: "cell", class: "c-time", title: first.t + " ms" }, seconds(first.t)),
+    phoneCell(first.t), threadCell(first.thread),
+    make("td", { role: "cell", class: "c-bus" }, ...left.map((record) =>
+      (isAction(record) ? actionEntry(record) : smallEntry(record)))),
+    make("td", { role: "cell", class: "c-log" }, ...right.map(smallEntry)));
+  }
+
+  function fill(chunk) {
+    if (chunk.filled) {
+      return;
+    }
+    chunk.filled = true;
+    const columns = [["c-time", "Time, s"], ["c-phone", "Phone"], ["c-thread", "Thread"],
+      ["c-bus", "Bus, calls and events"], ["c-log", "Log"]];
+    chunk.element.replaceChildren(make("table", { role: "table", class: "records" },
+      make("caption", { class: "unseen" }, "Records " + chunk.rows[0][0].number + " and after"),
+      make("thead", { role: "rowgroup" }, make("tr", { role: "row" },
+        ...columns.map(([className, text]) =>
+          make("th", { role: "columnheader", scope: "col", class: className }, text)))),
+      make("tbody", { role: "rowgroup" }, ...chunk.rows.map(rowElement))));
+    search.paint(chunk.rows.flat());
+  }
+
+  function addChunk(section, rows) {
+    const element = make("div", { class: "chunk" });
+    element.style.setProperty("--height", rows.length * kRowHeight + "px");
+    const chunk = { rows, element, filled: false };
+    chunks.push(chunk);
+    rows.forEach((row) => row.forEach((record) => chunkOf.set(record.number, chunk)));
+    section.append(element);
+  }
+
+  function addSection(step, some) {
+    const section = make("section", { class: "step" });
+    if (step) {
+      const outcome = step.succeeded === false ? [" ", faultBadge("failed")] : [];
+      section.append(make("h3", { class: step.host ? "of-host" : "" },
+        make("span", { class: "prompt", "aria-hidden": "true" }, "> "),
+        step.text, ...outcome,
+        make("span", { class: "quiet" }, " at " + seconds(step.t) + " s, line " + step.line)));
+    } else {
+      section.append(make("h3", {}, "Before the script",
+        make("span", { class: "quiet" }, " message, manager, device, first write")));
+    }
+    const rows = rowsOf(some);
+    for (let at = 0; at < rows.length; at += kMostRows) {
+      addChunk(section, rows.slice(at, at + kMostRows));
+    }
+    holder.append(section);
+  }
+
+  function build() {
+    let step = null;
+    let some = [];
+    for (const item of entries) {
+      if (item.step) {
+        if (step || some.length > 0) {
+          addSection(step, some);
+        }
+        step = item.step;
+        some = [];
+      } else {
+        some.push(item);
+      }
+    }
+    addSection(step, some);
+    if (ordered.length === 0) {
+      holder.append(make("p", {}, "Nothing was recorded."));
+    }
+  }
+
+  function fillInIdleTime() {
+    let next = 0;
+    const turn = () => {
+      const end = performance.now() + kSlice;
+      while (next < chunks.length && performance.now() < end) {
+        fill(chunks[next++]);
+      }
+      if (next < chunks.length) {
+        later();
+      }
+    };
+    const later = () => (window.requestIdleCallback
+      ? requestIdleCallback(turn, { timeout: 200 }) : setTimeout(turn, 20));
+    later();
+  }
+
+  return {
+    start() {
+      holder.style.setProperty("--lanes", threads.length);
+      document.getElementById("kinds").append(...kinds.map(([kind, text]) => {
+        const input = make("input", { type: "checkbox", checked: true, id: "kind-" + kind });
+        input.addEventListener("change", () =>
+          holder.classList.toggle("without-" + kind, !input.checked));
+        return make("label", { class: "check" }, input, " " + text);
+      }));
+      build();
+      const near = new IntersectionObserver((seen) => seen.filter((one) => one.isIntersecting)
+        .forEach((one) => fill(chunks.find((chunk) => chunk.element === one.target))),
+      { rootMargin: "1200px" });
+      chunks.forEach((chunk) => near.observe(chunk.element));
+      if (chunks.length > 0) {
+        fill(chunks[0]);
+      }
+      fillInIdleTime();
+      window.addEventListener("beforeprint", () => chunks.forEach(fill));
+    },
+    current: () => current,
+    // Marks a record and scrolls to it.
+    show(record, focus) {
+      const chunk = chunkOf.get(record.number);
+      fill(chunk);
+      document.querySelectorAll(".entry.current").forEach((one) => {
+        one.classList.remove("current");
+        one.removeAttribute("aria-current");
+        one.removeAttribute("tabindex");
+      });
+      current = record;
+      const element = document.getElementById("o" + record.number);
+      element.classList.add("current");
+      element.setAttribute("aria-current", "true");
+      element.setAttribute("tabindex", "-1");
+      element.scrollIntoView({ block: "center" });
+      // The heights of the tables above are estimates until they are drawn: scroll again then.
+      requestAnimationFrame(() => element.scrollIntoView({ block: "center" }));
+      if (focus) {
+        element.focus({ preventScroll: true });
+      }
+      timeline.select(record);
+    },
+  };
+})();

@@ -1,0 +1,198 @@
+// The head of the page, the tables, the search and the links. Starts all parts.
+"use strict";
+
+const search = (() => {
+  const box = document.getElementById("search");
+  const state = document.getElementById("search-state");
+  let matches = [];
+  let matching = new Set();
+  let at = -1;
+
+  const textOf = (record) => {
+    record.text = record.text ||
+      (Object.values(record.object).join(" ") + " " + describe(record)).toLowerCase();
+    return record.text;
+  };
+
+  function mark(record, on) {
+    const element = document.getElementById("o" + record.number);
+    if (element) {
+      element.classList.toggle("match", on);
+    }
+  }
+
+  function find() {
+    matches.forEach((record) => mark(record, false));
+    const wanted = box.value.trim().toLowerCase();
+    const number = /^[#o]?(\d+)$/.exec(wanted);
+    matches = wanted === "" ? [] : ordered.filter((record) => textOf(record).includes(wanted));
+    if (number && recordOf.has(Number(number[1]))) {
+      const named = recordOf.get(Number(number[1]));
+      matches = [named, ...matches.filter((record) => record !== named)];
+    }
+    matching = new Set(matches);
+    matches.forEach((record) => mark(record, true));
+    at = -1;
+    say();
+  }
+
+  function say() {
+    state.textContent = box.value.trim() === "" ? ""
+      : matches.length === 0 ? "nothing found"
+        : at < 0 ? plural(matches.length, "match", "matches") : (at + 1) + " of " + matches.length;
+  }
+
+  function step(by) {
+    if (matches.length > 0) {
+      at = at < 0 && by < 0 ? matches.length - 1 : (at + by + matches.length) % matches.length;
+      go(matches[at], false);
+      say();
+    }
+  }
+
+  return {
+    start() {
+      let pending = 0;
+      box.addEventListener("input", () => {
+        clearTimeout(pending);
+        pending = setTimeout(find, 120);
+      });
+      box.addEventListener("keydown", (event) => {
+        if (event.key === "Enter") {
+          if (pending) {
+            clearTimeout(pending);
+            pending = 0;
+          }
+          if (at < 0) {
+            find();
+          }
+          step(event.shiftKey ? -1 : 1);
+          event.preventDefault();
+        }
+      });
+      document.getElementById("search-on").addEventListener("click", () => step(1));
+      document.getElementById("search-back").addEventListener("click", () => step(-1));
+    },
+    paint(some) {
+      some.filter((record) => matching.has(record)).forEach((record) => mark(record, true));
+    },
+    focus() {
+      box.focus();
+      box.select();
+    },
+  };
+})();
+
+// Shows a record and puts its link into the address, without a step in the browser's history.
+function go(record, focus) {
+  history.replaceState(null, "", "#o" + record.number);
+  list.show(record, focus);
+}
+
+function showLink(focus) {
+  const number = /^#o(\d+)$/.exec(location.hash);
+  if (number && recordOf.has(Number(number[1]))) {
+    list.show(recordOf.get(Number(number[1])), focus);
+  }
+}
+
+function showHead() {
+  const script = facts.script === "visit" ? "a visit of a phone" : facts.script;
+  document.title = "tagport run: " + script;
+  document.getElementById("heading").textContent = "A run of tagport: " + script;
+  const verdict = document.getElementById("verdict");
+  verdict.textContent = facts.failures === 0 ? "\u2713 Everything worked"
+    : "\u2715 " + facts.failures + " failed";
+  verdict.classList.add(facts.failures === 0 ? "done" : "fault");
+  document.getElementById("setting").append(...[
+    ["tag on", facts.route], ["chip", facts.chip], ["PC type", facts.pcType],
+    ["faults", facts.fault],
+    ["clock", facts.seed === null ? "real time" : "scheduled, seed " + facts.seed],
+  ].filter(([, value]) => value !== null && value !== "").flatMap(([name, value]) =>
+    [make("span", {}, name + " ", make("b", {}, String(value))), " "]));
+  document.getElementById("figures").append(...kFigures.map(([id, text, value]) =>
+    make("div", {}, make("dt", {}, text), make("dd", { id: "figure-" + id }, String(value)))));
+}
+
+function showVisits() {
+  const body = document.getElementById("visits-body");
+  if (visits.length === 0) {
+    body.append(make("p", { class: "quiet" }, "No visit was reported."));
+    return;
+  }
+  body.append(table("Visits that the library reported",
+    ["visit", "entered, s", "left, s", "lasted, s", "route", "number", "the phone read"],
+    visits.map((visit, index) => [String(index + 1), linkTo(visit.enter, seconds(visit.enter.t)),
+      visit.leave ? linkTo(visit.leave, seconds(visit.leave.t)) : "never reported",
+      visit.leave ? seconds(visit.leave.t - visit.enter.t) : "",
+      kRoutes[visit.route] || "?",
+      make("code", { title: visit.enter.object.number },
+        visit.enter.object.number.slice(0, 8) + "\u2026"),
+      visit.phones.length === 0 ? "nothing"
+        : visit.phones.map((one, place) => [place > 0 ? ", " : "", linkTo(one, one.object.read
+          ? "all" : "\u2715 nothing")]).flat()])));
+}
+
+function showCalls() {
+  const kMost = 200;
+  const results = ordered.filter((record) => record.object.kind === "result");
+  document.getElementById("calls-body").append(table("Calls and what they gave",
+    ["at, s", "call", "by", "result"],
+    results.slice(0, kMost).map((record) => [linkTo(record, seconds(record.t)),
+      record.object.operation, record.thread,
+      succeeded(record.object.result) ? make("span", { class: "done" }, "ok")
+        : make("strong", { class: "fault" }, "\u2715 failed")])),
+  more(results.length - kMost));
+}
+
+function showFaults() {
+  const kMost = 200;
+  const body = document.getElementById("faults-body");
+  if (faults.length === 0) {
+    body.append(make("p", { class: "quiet" },
+      "No request failed, no call failed, every phone could read."));
+    return;
+  }
+  body.append(table("Faults", ["at, s", "thread", "what"],
+    faults.slice(0, kMost).map((record) => [linkTo(record, seconds(record.t)), record.thread,
+      make("span", {}, make("strong", { class: "fault", "aria-hidden": "true" }, "\u2715 "),
+        describe(record))])),
+  more(faults.length - kMost));
+}
+
+function more(count) {
+  return count > 0 ? make("p", { class: "quiet" }, "And " + count + " more in the records.") : "";
+}
+
+function onKey(event) {
+  const typing = /^(INPUT|SELECT|TEXTAREA)$/.test(event.target.tagName);
+  if (typing || event.ctrlKey || event.metaKey || event.altKey || ordered.length === 0) {
+    return;
+  }
+  const place = list.current() ? list.current().place : -1;
+  if (event.key === "/") {
+    search.focus();
+  } else if (event.key === "j") {
+    go(ordered[Math.min(place + 1, ordered.length - 1)], true);
+  } else if (event.key === "k") {
+    go(ordered[Math.max(place - 1, 0)], true);
+  } else if (event.key === "n" && faults.length > 0) {
+    go(faults.find((record) => record.place > place) || faults[0], true);
+  } else {
+    return;
+  }
+  event.preventDefault();
+}
+
+showHead();
+showVisits();
+showCalls();
+showFaults();
+memory.start();
+timeline.start();
+list.start();
+search.start();
+document.addEventListener("keydown", onKey);
+window.addEventListener("hashchange", () => showLink(true));
+window.addEventListener("beforeprint", () => timeline.fit());
+showLink(false);
