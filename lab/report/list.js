@@ -1,11 +1,13 @@
-// The list of records: a table for at most a hundred rows under the heading of each step of the
+// The list of records: a table for at most fifty rows under the heading of each step of the
 // script. A row is one frame, call or event; the lines of the log stand beside it. The tables are
 // filled when they come near the window, in idle time, and before printing.
 "use strict";
 
 const list = (() => {
-  const kMostRows = 100;
+  const kMostRows = 50;
+  const kShortHex = 18;    // digits that stand beside the text
   const kRowHeight = 31;   // px, estimated
+  const kMostInIdle = 6000;  // records that are filled in without need; the browser's search sees them
   const kSlice = 8;        // ms of one turn of the filling in idle time
   const kOps = { write: "\u2192 write", read: "\u2190 read", open: "\u25cb open",
     cancel: "\u00d7 cancel", wait: "\u2026 wait" };
@@ -59,7 +61,8 @@ const list = (() => {
   }
 
   function bytesOf(digits) {
-    return digits ? make("code", { class: "hex" }, spaced(digits)) : null;
+    return digits ? make("code", { class: digits.length > kShortHex ? "hex" : "short" },
+      spaced(digits)) : null;
   }
 
   function faultBadge(text) {
@@ -67,8 +70,10 @@ const list = (() => {
   }
 
   function entry(record, className, ...content) {
+    const bytes = content.filter((one) => one instanceof Element && one.classList.contains("hex"));
+    const others = content.filter((one) => !bytes.includes(one));
     return make("div", { class: "entry " + className, id: "o" + record.number },
-      ...content, " ", numberLink(record));
+      ...others, " ", numberLink(record), ...bytes);
   }
 
   function actionEntry(record) {
@@ -128,8 +133,8 @@ const list = (() => {
       (row.some(faultOf) ? " has-fault" : "") },
     make("td", { role: "cell", class: "c-time", title: first.t + " ms" }, seconds(first.t)),
     phoneCell(first.t), threadCell(first.thread),
-    make("td", { role: "cell", class: "c-bus" }, ...left.map((record) =>
-      (isAction(record) ? actionEntry(record) : smallEntry(record)))),
+    make("td", { role: "cell", class: "c-bus" }, make("div", { class: "side" },
+      ...left.map((record) => (isAction(record) ? actionEntry(record) : smallEntry(record))))),
     make("td", { role: "cell", class: "c-log" }, ...right.map(smallEntry)));
   }
 
@@ -167,7 +172,7 @@ const list = (() => {
         step.text, ...outcome,
         make("span", { class: "quiet" }, " at " + seconds(step.t) + " s, line " + step.line)));
     } else {
-      section.append(make("h3", {}, "Before the script",
+      section.append(make("h3", { class: "prose" }, "Before the script",
         make("span", { class: "quiet" }, " message, manager, device, first write")));
     }
     const rows = rowsOf(some);
@@ -204,7 +209,7 @@ const list = (() => {
       while (next < chunks.length && performance.now() < end) {
         fill(chunks[next++]);
       }
-      if (next < chunks.length) {
+      if (next < chunks.length && chunks[next].rows[0][0].place < kMostInIdle) {
         later();
       }
     };
@@ -245,6 +250,13 @@ const list = (() => {
       });
       current = record;
       const element = document.getElementById("o" + record.number);
+      if (element.getClientRects().length === 0) {
+        // Its kind is not shown at the moment.
+        kinds.forEach(([kind]) => {
+          document.getElementById("kind-" + kind).checked = true;
+          holder.classList.remove("without-" + kind);
+        });
+      }
       element.classList.add("current");
       element.setAttribute("aria-current", "true");
       element.setAttribute("tabindex", "-1");

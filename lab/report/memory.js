@@ -56,7 +56,7 @@ const memory = (() => {
         const hex = hexOf(state, offset);
         const found = at[offset];
         const group = found ? groupOf(found.one.name) : null;
-        const changed = other && hex !== hexOf(other, offset);
+        const changed = other && !other.blank && hex !== hexOf(other, offset);
         const name = found ? found.one.name : "no field";
         const cell = make("td", {
           class: ["byte", group ? "g-" + group[1] : "g-blank", found && found.first ? "first" : "",
@@ -100,15 +100,29 @@ const memory = (() => {
       (hex.length > 32 ? " \u2026" : ""));
   }
 
+  // The letters and colours; the fields one by one are folded away.
+  function legend(from, to) {
+    const names = { F: "frame", H: "head of the URI record", U: "URI text",
+      D: "head of the media record", T: "media type", V: "version", A: "MAC address",
+      N: "random number", P: "PC model", X: "other" };
+    const used = new Set([from, to].flatMap((state) => (facts.tag.layouts[state.layout] || [])
+      .map((one) => groupOf(one.name))));
+    return make("div", { class: "legend" }, ...[...kGroups, kOther].filter((one) => used.has(one))
+      .map((one) => make("span", {}, make("span", { class: "letter g-" + one[1] }, one[0]),
+        names[one[0]])),
+    from.blank ? null : make("span", {}, make("span", { class: "mark-changed" }, "00"),
+      "changed since before"));
+  }
+
   function fieldTable(from, to) {
     const layout = facts.tag.layouts[to.layout] || [];
     const rows = layout.map((one) => {
       const [letter, className] = groupOf(one.name);
       const before = hexRange(from, one);
-      const same = before === hexRange(to, one);
+      const was = from.blank ? "blank" : before === hexRange(to, one) ? "same" : null;
       return [make("span", { class: "letter g-" + className }, letter), String(one.offset),
         String(one.size), one.name + (one.meaning && one.meaning.length < 40 ? ": " + one.meaning : ""),
-        value(to, one), same ? "same" : make("span", { class: "mark-changed" }, "changed")];
+        value(to, one), was || make("span", { class: "mark-changed" }, "changed")];
     });
     return table("Fields of the tag after", ["", "offset", "bytes", "field", "value after",
       "before"], rows, "fields");
@@ -118,7 +132,8 @@ const memory = (() => {
     const size = Math.min(Math.max(from.size, to.size), to.bytes.length / 2) ||
       to.bytes.length / 2;
     body.replaceChildren(make("div", { class: "grids" },
-      grid("Before:", from, null, size), grid("After:", to, from, size)), fieldTable(from, to));
+      grid("Before:", from, null, size), grid("After:", to, from, size)), legend(from, to),
+    make("details", {}, make("summary", {}, "Fields one by one"), fieldTable(from, to)));
   }
 
   function choice(id, text, chosen, onChange) {
@@ -136,13 +151,20 @@ const memory = (() => {
         return;
       }
       const last = states.length - 1;
+      // Where the tag was written again after the first time, the comparison with a blank one would
+      // say nothing.
+      const written = states.findIndex((state) => !state.blank);
+      const first = written >= 0 && states.slice(written + 1).some((state) =>
+        state.bytes !== states[written].bytes) ? written : 0;
       const chosen = () => {
         const at = (id) => states[Number(document.getElementById(id).value)];
         show(at("tag-from"), at("tag-to"));
       };
-      document.getElementById("tag-tools").append(choice("tag-from", "Before", 0, chosen),
+      document.getElementById("tag-tools").append(choice("tag-from", "Before", first, chosen),
         choice("tag-to", "After", last, chosen));
-      show(states[0], states[last]);
+      show(states[first], states[last]);
+      window.addEventListener("beforeprint", () => body.querySelectorAll("details")
+        .forEach((one) => { one.open = true; }));
     },
   };
 })();

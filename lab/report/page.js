@@ -97,7 +97,8 @@ function showLink(focus) {
 }
 
 function showHead() {
-  const script = facts.script === "visit" ? "a visit of a phone" : facts.script;
+  const script = facts.script === "visit" ? "a visit of a phone"
+    : facts.script.split(/[\\/]/).pop();
   document.title = "tagport run: " + script;
   document.getElementById("heading").textContent = "A run of tagport: " + script;
   const verdict = document.getElementById("verdict");
@@ -105,7 +106,7 @@ function showHead() {
     : "\u2715 " + facts.failures + " failed";
   verdict.classList.add(facts.failures === 0 ? "done" : "fault");
   document.getElementById("setting").append(...[
-    ["tag on", facts.route], ["chip", facts.chip], ["PC type", facts.pcType],
+    ["script", facts.script === "visit" ? "" : facts.script], ["tag on", facts.route], ["chip", facts.chip], ["PC type", facts.pcType],
     ["faults", facts.fault],
     ["clock", facts.seed === null ? "real time" : "scheduled, seed " + facts.seed],
   ].filter(([, value]) => value !== null && value !== "").flatMap(([name, value]) =>
@@ -120,12 +121,14 @@ function showVisits() {
     body.append(make("p", { class: "quiet" }, "No visit was reported."));
     return;
   }
+  const several = new Set(visits.map((visit) => visit.route)).size > 1;
   body.append(table("Visits that the library reported",
-    ["visit", "entered, s", "left, s", "lasted, s", "route", "number", "the phone read"],
+    ["visit", "entered, s", "left, s", "lasted, s", ...(several ? ["route"] : []), "number",
+      "phone read"],
     visits.map((visit, index) => [String(index + 1), linkTo(visit.enter, seconds(visit.enter.t)),
       visit.leave ? linkTo(visit.leave, seconds(visit.leave.t)) : "never reported",
       visit.leave ? seconds(visit.leave.t - visit.enter.t) : "",
-      kRoutes[visit.route] || "?",
+      ...(several ? [kRoutes[visit.route] || "?"] : []),
       make("code", { title: visit.enter.object.number },
         visit.enter.object.number.slice(0, 8) + "\u2026"),
       visit.phones.length === 0 ? "nothing"

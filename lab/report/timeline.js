@@ -185,16 +185,16 @@ const timeline = (() => {
       shown.forEach((record, index) => {
         const object = record.object;
         const x = place(record.t);
-        const end = index + 1 < shown.length ? place(shown[index + 1].t) : Infinity;
+        const end = index + 1 < shown.length ? place(shown[index + 1].t) : place(lastTime);
         const space = Math.min(end - x, 420);
         const text = object.kind === "event" ? "event " + object.event
           : object.kind === "result" ? object.operation : object.meaning;
         const fits = Math.floor((space - 8) / kGlyph);
         const short = object.kind !== "bus";
-        if (left > 0 && (short ? fits >= Math.min(text.length, 8) : space >= kLabelSpace)) {
+        if (left > 0 && (short ? fits >= Math.min(text.length + 1, 9) : space >= kLabelSpace)) {
           --left;
           group.append(draw("text", { class: "label", x: round(x + (short ? 8 : 3)),
-            y: short ? top + 20 : top + 9 },
+            y: short ? top + 14 : top + 9 },
             text.length > fits ? text.slice(0, Math.max(fits - 1, 1)) + "\u2026" : text));
         }
       });
@@ -216,11 +216,13 @@ const timeline = (() => {
     const steps = [1, 2, 5, 10, 20, 50, 100, 200, 500, 1e3, 2e3, 5e3, 1e4, 3e4, 6e4, 3e5, 6e5];
     const step = steps.find((one) => one * perMs >= 76) || 6e5;
     let free = -Infinity;
-    const tick = (t) => {
+    const digits = step >= 1000 ? 0 : step >= 100 ? 1 : step >= 10 ? 2 : 3;
+    const tick = (t, always) => {
       const x = place(t);
-      if (x >= free && x <= width - 20) {
-        const text = t >= 60000 || step >= 1000 ? seconds(t).replace(/\.000$/, "")
-          : seconds(t).replace(/0{1,2}$/, "");
+      if (x >= free && x <= width - 46) {
+        const [whole, part] = seconds(t).split(".");
+        const shown = Math.max(digits, always ? 1 : 0);
+        const text = shown === 0 || t === 0 ? whole : whole + "." + part.slice(0, shown);
         group.append(draw("path", { class: "tick", d: `M${round(x)} ${kAxis - 5}V${height}` }));
         group.append(draw("text", { class: "label axis-label", x: round(x + 3), y: 12 },
           text + "\u2009s"));
@@ -237,16 +239,17 @@ const timeline = (() => {
           height: height - kAxis }));
       }
     }
-    let last = -Infinity;
-    for (const [t, , quiet] of knots) {
-      const due = Math.ceil(t / step) * step;
-      if (quiet) {
-        tick(t);
-        last = t;
-      } else if (due !== last && t - (last === -Infinity ? -step : last) >= step) {
-        tick(t);
-        last = t;
+    // A time where each stretch begins, then the multiples of the step inside it.
+    for (let index = 0; index < knots.length;) {
+      let end = index;
+      while (end + 1 < knots.length && !knots[end + 1][2]) {
+        ++end;
       }
+      tick(knots[index][0], true);
+      for (let t = (Math.floor(knots[index][0] / step) + 1) * step; t <= knots[end][0]; t += step) {
+        tick(t, false);
+      }
+      index = end + 1;
     }
   }
 
@@ -272,7 +275,7 @@ const timeline = (() => {
       }
     });
     field.forEach((stretch) => band(svg, stretch.from, stretch.to, bands[1].top, "band field",
-      stretch.route || "phone"));
+      stretch.route));
     visits.forEach((visit, index) => band(svg, visit.enter.t, visit.leave ? visit.leave.t : lastTime,
       bands[2].top, "band visit", String(index + 1)));
     const marks = new Marks();
@@ -282,7 +285,7 @@ const timeline = (() => {
         const x = round(place(record.t));
         const top = bands[1].top + 12;
         marks.add(record.object.read ? "m-phone" : "m-fault", x, top,
-          record.object.read ? `M${x - 4} ${top}l3 3l6 -7` : cross(x, top, 4));
+          record.object.read ? `M${x + 3} ${top}l3 3l6 -7` : cross(x + 7, top, 4));
       } else {
         addMark(marks, record, laneOf.get(record.thread));
       }
@@ -370,7 +373,7 @@ const timeline = (() => {
       return;
     }
     if (event.key in moves) {
-      moveTo(cursor < 0 ? 0 : cursor + moves[event.key]);
+      moveTo(cursor + moves[event.key]);
     } else if (event.key === "Enter" && cursor >= 0) {
       location.hash = "#o" + ordered[cursor].number;
     } else if (event.key === "+" || event.key === "-") {
