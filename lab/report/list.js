@@ -7,6 +7,7 @@ const list = (() => {
   const kMostRows = 50;
   const kShortHex = 18;    // digits that stand beside the text
   const kRowHeight = 31;   // px, estimated
+  const kHold = 1500;      // ms
   const kMostInIdle = 6000;  // records that are filled in without need; the browser's search sees them
   const kSlice = 8;        // ms of one turn of the filling in idle time
   const kOps = { write: "\u2192 write", read: "\u2190 read", open: "\u25cb open",
@@ -134,7 +135,11 @@ const list = (() => {
     make("td", { role: "cell", class: "c-time", title: first.t + " ms" }, seconds(first.t)),
     phoneCell(first.t), threadCell(first.thread),
     make("td", { role: "cell", class: "c-bus" }, make("div", { class: "side" },
-      ...left.map((record) => (isAction(record) ? actionEntry(record) : smallEntry(record))))),
+      ...left.map((record, index) => {
+        const element = isAction(record) ? actionEntry(record) : smallEntry(record);
+        element.classList.toggle("before-pause", isAction(record) && index + 1 < left.length);
+        return element;
+      }))),
     make("td", { role: "cell", class: "c-log" }, ...right.map(smallEntry)));
   }
 
@@ -218,6 +223,28 @@ const list = (() => {
     later();
   }
 
+  // Keeps the element in the middle while the tables around it get their heights, which are
+  // estimates until then. Ends when somebody scrolls.
+  let held = null;
+  function hold(element) {
+    const end = performance.now() + kHold;
+    held = element;
+    element.scrollIntoView({ block: "center" });
+    let place = element.getBoundingClientRect().top;
+    const look = () => {
+      if (held === element && performance.now() < end) {
+        if (Math.abs(element.getBoundingClientRect().top - place) > 1) {
+          element.scrollIntoView({ block: "center" });
+          place = element.getBoundingClientRect().top;
+        }
+        requestAnimationFrame(look);
+      }
+    };
+    requestAnimationFrame(look);
+  }
+  ["wheel", "pointerdown", "touchstart", "keydown"].forEach((kind) =>
+    window.addEventListener(kind, () => { held = null; }, { passive: true, capture: true }));
+
   return {
     start() {
       holder.style.setProperty("--lanes", threads.length);
@@ -260,9 +287,7 @@ const list = (() => {
       element.classList.add("current");
       element.setAttribute("aria-current", "true");
       element.setAttribute("tabindex", "-1");
-      element.scrollIntoView({ block: "center" });
-      // The heights of the tables above are estimates until they are drawn: scroll again then.
-      requestAnimationFrame(() => element.scrollIntoView({ block: "center" }));
+      hold(element);
       if (focus) {
         element.focus({ preventScroll: true });
       }

@@ -124,7 +124,7 @@ function showVisits() {
   const several = new Set(visits.map((visit) => visit.route)).size > 1;
   body.append(table("Visits that the library reported",
     ["visit", "entered, s", "left, s", "lasted, s", ...(several ? ["route"] : []), "number",
-      "phone read"],
+      "read"],
     visits.map((visit, index) => [String(index + 1), linkTo(visit.enter, seconds(visit.enter.t)),
       visit.leave ? linkTo(visit.leave, seconds(visit.leave.t)) : "never reported",
       visit.leave ? seconds(visit.leave.t - visit.enter.t) : "",

@@ -193,7 +193,7 @@ const timeline = (() => {
         const short = object.kind !== "bus";
         if (left > 0 && (short ? fits >= Math.min(text.length + 1, 9) : space >= kLabelSpace)) {
           --left;
-          group.append(draw("text", { class: "label", x: round(x + (short ? 8 : 3)),
+          group.append(draw("text", { class: "label", x: round(x + (short || faultOf(record) ? 8 : 3)),
             y: short ? top + 14 : top + 9 },
             text.length > fits ? text.slice(0, Math.max(fits - 1, 1)) + "\u2026" : text));
         }
