@@ -1,7 +1,6 @@
 // The simulated PC on the hosted layer.
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
@@ -44,47 +43,6 @@ void RecordLogLine(int level, const std::wstring& line, void* context) {
     object["level"] = level;
     object["line"] = text;
     recorder.Add(thread, ToMilliseconds(hosted::Now()), std::move(object));
-}
-
-// Faults of the Bluetooth client, as in "write#2, connect#1": a call and its number, counted from
-// now.
-struct BleFault {
-    LinkDockService::BleCall call;
-    unsigned nth;
-};
-
-std::vector<BleFault> ParseBleFaults(const std::string& plan) {
-    using LinkDockService::BleCall;
-    static const std::vector<std::pair<std::string, BleCall>> kCalls{
-        {"connect", BleCall::kConnect},
-        {"disconnect", BleCall::kDisconnect},
-        {"subscribe", BleCall::kSubscribe},
-        {"unsubscribe", BleCall::kUnsubscribe},
-        {"write", BleCall::kWrite}};
-    std::vector<BleFault> faults;
-    std::size_t at = 0;
-    while (at < plan.size()) {
-        const std::size_t comma = std::min(plan.find(',', at), plan.size());
-        std::string entry = plan.substr(at, comma - at);
-        at = comma + 1;
-        entry.erase(0, entry.find_first_not_of(' '));
-        entry.erase(entry.find_last_not_of(' ') + 1);
-        const std::size_t sign = entry.find('#');
-        const auto call = std::find_if(kCalls.begin(), kCalls.end(), [&](const auto& one) {
-            return one.first == entry.substr(0, sign);
-        });
-        unsigned nth = 0;
-        if (sign != std::string::npos) {
-            std::from_chars(entry.data() + sign + 1, entry.data() + entry.size(), nth);
-        }
-        if (call == kCalls.end() || nth == 0 || entry != call->first + "#" + std::to_string(nth)) {
-            throw WrongCall("fault \"" + entry +
-                            "\": on the ble route CALL#N would be right, with "
-                            "connect, disconnect, subscribe, unsubscribe or write");
-        }
-        faults.push_back({call->second, nth});
-    }
-    return faults;
 }
 
 using Body = std::function<void()>;
@@ -240,28 +198,14 @@ class HostedStage : public Stage {
     }
 
     void Fault(const std::string& plan, bool apply) override {
-        // On a PC with both, a fault of the Bluetooth client is an entry without an action.
-        std::string ofClient;
-        std::string ofDrivers;
-        for (const std::string& entry : SplitList(plan == kNoFaults ? "" : plan)) {
-            const bool isClients = HasRoute("ble") && (m_routeNames.size() == 1 ||
-                                                       entry.find('=') == std::string::npos);
-            std::string& list = isClients ? ofClient : ofDrivers;
-            list += (list.empty() ? "" : ",") + entry;
-        }
         std::string error;
-        const auto faults = simulator::FaultPlan::Parse(ofDrivers, error);
+        const auto faults =
+            simulator::PcFaults::Parse(plan == kNoFaults ? "" : plan, m_routes, error);
         if (!faults) {
-            throw WrongCall("\"" + ofDrivers + "\": " + error);
+            throw WrongCall(error);
         }
-        const std::vector<BleFault> clientFaults = ParseBleFaults(ofClient);
-        if (!apply) {
-            return;
-        }
-        m_pc->Faults(*faults);
-        LinkDockService::ClearFaults();
-        for (const BleFault& fault : clientFaults) {
-            LinkDockService::FailCall(fault.call, fault.nth);
+        if (apply) {
+            m_pc->Faults(*faults);
         }
     }
 

@@ -37,6 +37,9 @@ class Phone {
     /// finds no tag tries again until it goes.
     std::optional<Micros> Step(Micros now);
 
+    /// Ends the visit at the next step, however long it was to last.
+    void TakeAway() { m_stay = m_leaveAt = 0; }
+
     bool InField() const { return m_state != State::kAway && m_state != State::kGone; }
 
   private:

@@ -8,28 +8,33 @@
 
 namespace simulator {
 
-namespace {
-
-struct Visit {
-    std::shared_ptr<void> owner;
-    Phone phone;
-};
-
-void Schedule(const std::shared_ptr<Visit>& visit, Micros delay) {
-    hosted::After(delay, [visit] {
-        const Micros now = hosted::Now();
-        if (const auto next = visit->phone.Step(now)) {
-            Schedule(visit, std::max<Micros>(0, *next - now));
-        }
-    });
+std::shared_ptr<PhoneVisit> PhoneVisit::Start(std::shared_ptr<void> owner, TagRadio& tag,
+                                              Micros enterAfter, Micros stay,
+                                              Phone::Reporter report) {
+    // The constructor is private, so make_shared cannot call it.
+    std::shared_ptr<PhoneVisit> visit(
+        new PhoneVisit(std::move(owner), Phone(tag, stay, std::move(report))));
+    visit->StepAfter(enterAfter);
+    return visit;
 }
 
-}  // namespace
+void PhoneVisit::StepAfter(Micros delay) {
+    hosted::After(delay, [self = shared_from_this()] { self->Step(); });
+}
 
-void StartPhoneVisit(std::shared_ptr<void> owner, TagRadio& tag, Micros enterAfter, Micros stay,
-                     Phone::Reporter report) {
-    Schedule(std::make_shared<Visit>(Visit{std::move(owner), Phone(tag, stay, std::move(report))}),
-             enterAfter);
+void PhoneVisit::Step() {
+    const Micros now = hosted::Now();
+    if (const auto next = m_phone.Step(now)) {
+        StepAfter(std::max<Micros>(0, *next - now));
+    } else {
+        m_gone = true;
+    }
+}
+
+void PhoneVisit::TakeAway() {
+    const hosted::DeviceLock lock;
+    m_phone.TakeAway();
+    Step();
 }
 
 }  // namespace simulator

@@ -1,17 +1,40 @@
 // Calls a Phone from timers of the hosted layer.
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "simulator/Phone.h"
 
 namespace simulator {
 
-/// One visit of a phone. Any thread. The phone and its report run on timers of the layer, under
-/// hosted::DeviceLock; the report must not block.
-///
-/// `owner` keeps the tag alive until the phone has gone.
-void StartPhoneVisit(std::shared_ptr<void> owner, TagRadio& tag, Micros enterAfter, Micros stay,
-                     Phone::Reporter report);
+/// Longer than any run.
+constexpr Micros kUntilTakenAway = 365LL * 24 * 3600 * 1000 * kMilli;
+
+/// One visit of a phone. The phone and its report run on timers of the layer, under
+/// hosted::DeviceLock; the report must not block. The visit goes on without its owner's pointer.
+class PhoneVisit : public std::enable_shared_from_this<PhoneVisit> {
+  public:
+    /// Any thread. `owner` keeps the tag alive until the phone has gone.
+    static std::shared_ptr<PhoneVisit> Start(std::shared_ptr<void> owner, TagRadio& tag,
+                                             Micros enterAfter, Micros stay,
+                                             Phone::Reporter report);
+
+    /// Takes the phone away at once. Any thread, with hosted::DeviceLock or without.
+    void TakeAway();
+    /// True once the phone has left. Any thread.
+    bool Gone() const { return m_gone; }
+
+  private:
+    PhoneVisit(std::shared_ptr<void> owner, Phone phone)
+        : m_owner(std::move(owner)), m_phone(std::move(phone)) {}
+
+    void StepAfter(Micros delay);
+    void Step();
+
+    std::shared_ptr<void> m_owner;
+    Phone m_phone;  // under hosted::DeviceLock
+    std::atomic<bool> m_gone{false};
+};
 
 }  // namespace simulator

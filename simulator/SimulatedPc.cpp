@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "platform/hosted/Kernel.h"
-#include "simulator/PhoneVisit.h"
 
 namespace simulator {
 
@@ -119,32 +118,36 @@ void SimulatedPc::Faults(const FaultPlan& plan) {
     }
 }
 
-void SimulatedPc::TapPhone(Micros enterAfter, Micros stay, Phone::Reporter report) {
-    TapPhone(m_routes.at(0), enterAfter, stay, std::move(report));
+void SimulatedPc::Faults(const PcFaults& faults) {
+    Faults(faults.drivers);
+    LinkDockService::ClearFaults();
+    for (const ClientFault& fault : faults.client) {
+        LinkDockService::FailCall(fault.call, fault.nth);
+    }
 }
 
-void SimulatedPc::TapPhone(PcRoute route, Micros enterAfter, Micros stay, Phone::Reporter report) {
+std::shared_ptr<PhoneVisit> SimulatedPc::TapPhone(Micros enterAfter, Micros stay,
+                                                  Phone::Reporter report) {
+    return TapPhone(m_routes.at(0), enterAfter, stay, std::move(report));
+}
+
+std::shared_ptr<PhoneVisit> SimulatedPc::TapPhone(PcRoute route, Micros enterAfter, Micros stay,
+                                                  Phone::Reporter report) {
+    const auto visit = [&](auto owner, TagRadio& tag) {
+        return PhoneVisit::Start(std::move(owner), tag, enterAfter, stay, std::move(report));
+    };
     if (route == PcRoute::kHid && m_keyboard != nullptr) {
-        StartPhoneVisit(m_keyboard, m_keyboard->Radio(), enterAfter, stay, std::move(report));
-    } else if (route == PcRoute::kBle && m_bluetooth != nullptr) {
-        StartPhoneVisit(m_bluetooth, m_bluetooth->Radio(), enterAfter, stay, std::move(report));
+        return visit(m_keyboard, m_keyboard->Radio());
+    }
+    if (route == PcRoute::kBle && m_bluetooth != nullptr) {
+        return visit(m_bluetooth, m_bluetooth->Radio());
     }
     for (const SpbRoute& spb : m_spb) {
         if (spb.route == route) {
-            StartPhoneVisit(spb.chip, spb.chip->Radio(), enterAfter, stay, std::move(report));
+            return visit(spb.chip, spb.chip->Radio());
         }
     }
-}
-
-TagRadio& SimulatedPc::Radio() {
-    switch (m_routes.at(0)) {
-        case PcRoute::kHid:
-            return m_keyboard->Radio();
-        case PcRoute::kBle:
-            return m_bluetooth->Radio();
-        default:
-            return chip(m_routes.front())->Radio();
-    }
+    return nullptr;
 }
 
 void SimulatedPc::HoldPhone(Micros in, Phone::Reporter report) {
@@ -152,8 +155,7 @@ void SimulatedPc::HoldPhone(Micros in, Phone::Reporter report) {
         if (m_phone != nullptr) {
             m_phone->TakeAway();
         }
-        m_phone = std::make_shared<HeldPhone>(Radio(), report);
-        m_phone->Step();
+        m_phone = TapPhone(0, kUntilTakenAway, report);
     });
 }
 

@@ -12,15 +12,13 @@
 #include "simulator/BluetoothKeyboard.h"
 #include "simulator/Chip.h"
 #include "simulator/FaultyDriver.h"
-#include "simulator/HeldPhone.h"
 #include "simulator/HidDriver.h"
 #include "simulator/KeyboardMcu.h"
-#include "simulator/Phone.h"
+#include "simulator/PcFaults.h"
+#include "simulator/PhoneVisit.h"
 #include "simulator/SpbDriver.h"
 
 namespace simulator {
-
-enum class PcRoute { kI2c, kUsb, kHid, kBle };
 
 /// Knows "i2c", "usb", "hid" and "ble"; nothing for any other name.
 std::optional<PcRoute> RouteByName(const std::string& name);
@@ -38,14 +36,18 @@ class SimulatedPc {
     void Unplug();
     void Plug();
 
-    /// Sets the fault plan of every driver route. Faults of the Bluetooth client are set through
-    /// platform/LinkDockBackDoor.h.
+    /// Sets the fault plan of every driver route.
     void Faults(const FaultPlan& plan);
+    /// Sets that one and the faults of the Bluetooth client, in place of those that are left.
+    void Faults(const PcFaults& faults);
 
     /// Holds a phone to the tag of `route`, or of the first route. Any thread. The report comes on
-    /// a timer of the layer, under hosted::DeviceLock: it must not block.
-    void TapPhone(Micros enterAfter, Micros stay, Phone::Reporter report = {});
-    void TapPhone(PcRoute route, Micros enterAfter, Micros stay, Phone::Reporter report = {});
+    /// a timer of the layer, under hosted::DeviceLock: it must not block. Null when the PC does not
+    /// have the route.
+    std::shared_ptr<PhoneVisit> TapPhone(Micros enterAfter, Micros stay,
+                                         Phone::Reporter report = {});
+    std::shared_ptr<PhoneVisit> TapPhone(PcRoute route, Micros enterAfter, Micros stay,
+                                         Phone::Reporter report = {});
 
     /// Holds a phone to the tag of the first route until TakePhone; one that is there goes first.
     /// Each happens `in` later. Any thread.
@@ -73,7 +75,6 @@ class SimulatedPc {
     };
 
     bool Has(PcRoute route) const;
-    TagRadio& Radio();  // of the first route
 
     std::vector<PcRoute> m_routes;
     std::vector<SpbRoute> m_spb;
@@ -83,7 +84,7 @@ class SimulatedPc {
     std::shared_ptr<BluetoothKeyboard> m_bluetooth;
     std::shared_ptr<BlePeerAdapter> m_peer;
     FaultPlan m_plan;
-    std::shared_ptr<HeldPhone> m_phone;  // guarded by hosted::DeviceLock
+    std::shared_ptr<PhoneVisit> m_phone;  // guarded by hosted::DeviceLock
     bool m_plugged = false;
 };
 

@@ -128,6 +128,10 @@ void UseScheduledClock(const ScheduledOptions& options) {
     kernel.scheduler = MakeScheduled(options);
 }
 
+bool IsUsed() {
+    return IsUsed(TheKernel());
+}
+
 bool IsScheduled() {
     return TheScheduler().IsScheduled();
 }

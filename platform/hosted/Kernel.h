@@ -61,6 +61,10 @@ struct ScheduledOptions {
 /// to the free-running clock.
 void UseScheduledClock(const ScheduledOptions& options);
 
+/// True when it is too late for UseScheduledClock: a clock has been chosen, or a thread has used
+/// the layer in a way that needs one.
+bool IsUsed();
+
 bool IsScheduled();
 Micros Now();
 ThreadId CurrentThread();

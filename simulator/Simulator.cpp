@@ -1,0 +1,289 @@
+// The public simulator: a thin layer over SimulatedPc, the hosted layer and the stand-in logger.
+#include <tagport/Simulator.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <mutex>
+#include <set>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "platform/NeverDestroyed.h"
+#include "platform/TraceLog.h"
+#include "platform/hosted/Kernel.h"
+#include "simulator/SimulatedPc.h"
+
+namespace tagport {
+
+namespace {
+
+using simulator::PcRoute;
+
+static_assert(kKeyboardAddress == simulator::kDefaultBleAddress);
+static_assert(kUntilTakenAway.count() == simulator::kUntilTakenAway);
+
+// The condition of a wait in real time is looked at so often.
+constexpr hosted::Micros kPollInterval = hosted::kMillisecond;
+
+// Parts of the media-type record's payload.
+constexpr std::size_t kPayloadSize = 44;
+constexpr std::ptrdiff_t kMacOffset = 2;
+constexpr std::ptrdiff_t kNumberOffset = 8;
+constexpr std::ptrdiff_t kModelOffset = 40;
+
+hosted::Micros Span(Time time) {
+    if (time < Time::zero()) {
+        throw std::invalid_argument("a span of time is negative: " + std::to_string(time.count()) +
+                                    " us");
+    }
+    return time.count();
+}
+
+// What the recorder has. The library's threads may log while the process ends.
+struct Record {
+    std::mutex mutex;
+    bool wanted = false;
+    std::vector<LogLine> lines;
+};
+platform::NeverDestroyed<Record> g_record;
+
+void TakeLine(int level, const std::wstring& line, void* /*context*/) {
+    std::string text(line.size(), '\0');  // the library widens byte by byte
+    std::transform(line.begin(), line.end(), text.begin(),
+                   [](wchar_t unit) { return static_cast<char>(unit); });
+    const Time now(hosted::Now());
+    const std::lock_guard<std::mutex> guard(g_record.value.mutex);
+    if (g_record.value.wanted) {
+        g_record.value.lines.push_back({now, level, std::move(text)});
+    }
+}
+
+PhoneReading ReadingOf(const simulator::PhoneReport& report) {
+    PhoneReading reading;
+    reading.time = Time(report.time);
+    reading.read = report.read;
+    reading.problem = report.problem;
+    reading.uri = report.reading.uri.value_or("");
+    reading.type = report.reading.mimeType;
+    reading.payload = report.reading.mimePayload;
+    if (reading.payload.size() == kPayloadSize) {
+        const auto begin = reading.payload.begin();
+        reading.mac.assign(begin + kMacOffset, begin + kNumberOffset);
+        reading.number.assign(begin + kNumberOffset, begin + kModelOffset);
+        reading.model.assign(begin + kModelOffset, reading.payload.end());
+    }
+    return reading;
+}
+
+PcRoute Inner(Route route) {
+    constexpr std::array<PcRoute, 4> kRoutes{PcRoute::kI2c, PcRoute::kUsb, PcRoute::kHid,
+                                             PcRoute::kBle};
+    const auto number = static_cast<std::size_t>(route);
+    if (number < 1 || number > kRoutes.size()) {
+        throw std::invalid_argument("there is no route " + std::to_string(number));
+    }
+    return kRoutes[number - 1];
+}
+
+std::vector<PcRoute> Inner(const std::vector<Route>& routes) {
+    std::vector<PcRoute> inner;
+    for (const Route route : routes) {
+        inner.push_back(Inner(route));
+    }
+    if (inner.empty() || std::set<PcRoute>(inner.begin(), inner.end()).size() != inner.size()) {
+        throw std::invalid_argument("a PC needs at least one route, and each only once");
+    }
+    return inner;
+}
+
+// Marks the process's only PC.
+class OnlyPc {
+  public:
+    OnlyPc() {
+        if (s_exists.exchange(true)) {
+            throw std::logic_error("there is a SimulatedPc already");
+        }
+    }
+    ~OnlyPc() { s_exists = false; }
+    OnlyPc(const OnlyPc&) = delete;
+    OnlyPc& operator=(const OnlyPc&) = delete;
+
+  private:
+    static inline std::atomic<bool> s_exists{false};
+};
+
+}  // namespace
+
+void UseScheduledClock(std::uint64_t seed) {
+    if (hosted::IsUsed()) {
+        throw std::logic_error(
+            "UseScheduledClock must come once, before the first use of library and simulator");
+    }
+    hosted::ScheduledOptions options;
+    options.seed = seed;
+    hosted::UseScheduledClock(options);
+}
+
+Time Now() {
+    return Time(hosted::Now());
+}
+
+void Advance(Time time) {
+    hosted::WaitFor([] { return false; }, Span(time), "Advance");
+}
+
+bool WaitFor(const std::function<bool()>& condition, Time limit) {
+    const hosted::Micros span = Span(limit);
+    if (hosted::IsScheduled()) {
+        return hosted::WaitFor(condition, span, "WaitFor");
+    }
+    // In real time a condition may depend on threads that the layer does not know.
+    const hosted::Micros begin = hosted::Now();
+    while (!condition()) {
+        const hosted::Micros left = span - (hosted::Now() - begin);
+        if (left <= 0) {
+            return false;
+        }
+        hosted::WaitFor([] { return false; }, std::min(left, kPollInterval), "WaitFor");
+    }
+    return true;
+}
+
+void StartThread(std::function<void()> body) {
+    using Body = std::function<void()>;
+    const LPTHREAD_START_ROUTINE run = [](LPVOID argument) -> DWORD {
+        (*std::unique_ptr<Body>(static_cast<Body*>(argument)))();
+        return 0;
+    };
+    auto owned = std::make_unique<Body>(std::move(body));
+    const HANDLE thread = CreateThread(nullptr, 0, run, owned.get(), 0, nullptr);
+    if (thread == nullptr) {
+        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+    }
+    owned.release();  // NOLINT(bugprone-unused-return-value): the thread owns it
+    CloseHandle(thread);
+}
+
+LiveCounts Live() {
+    const hosted::LiveCounts live = hosted::Live();
+    return {live.handles, live.threads, live.requests};
+}
+
+LogRecorder::LogRecorder() {
+    const std::lock_guard<std::mutex> guard(g_record.value.mutex);
+    if (std::exchange(g_record.value.wanted, true)) {
+        throw std::logic_error("there is a LogRecorder already");
+    }
+    TraceLogger::SetSink(TakeLine, nullptr);
+}
+
+LogRecorder::~LogRecorder() {
+    TraceLogger::SetSink(nullptr, nullptr);
+    const std::lock_guard<std::mutex> guard(g_record.value.mutex);
+    g_record.value.wanted = false;
+    g_record.value.lines.clear();
+}
+
+std::vector<LogLine> LogRecorder::Lines() const {
+    const std::lock_guard<std::mutex> guard(g_record.value.mutex);
+    return g_record.value.lines;
+}
+
+void LogRecorder::Clear() {
+    const std::lock_guard<std::mutex> guard(g_record.value.mutex);
+    g_record.value.lines.clear();
+}
+
+struct SimulatedPhone::Visit {
+    // Apart from the phone, which would otherwise hold a pointer to itself in its report.
+    struct Result {
+        std::mutex mutex;
+        std::optional<PhoneReading> reading;
+    };
+    std::shared_ptr<Result> result;
+    std::shared_ptr<simulator::PhoneVisit> phone;
+};
+
+SimulatedPhone::SimulatedPhone(std::shared_ptr<Visit> visit) : m_visit(std::move(visit)) {}
+
+bool SimulatedPhone::Gone() const {
+    return m_visit->phone->Gone();
+}
+
+std::optional<PhoneReading> SimulatedPhone::Reading() const {
+    const std::lock_guard<std::mutex> guard(m_visit->result->mutex);
+    return m_visit->result->reading;
+}
+
+void SimulatedPhone::TakeAway() {
+    m_visit->phone->TakeAway();
+}
+
+struct SimulatedPc::Impl {
+    Impl(const std::vector<Route>& given, const std::string& chip)
+        : routes(Inner(given)), pc(routes, chip) {}
+
+    std::shared_ptr<SimulatedPhone::Visit> Bring(PcRoute route, Time stay, Time after) {
+        using Result = SimulatedPhone::Visit::Result;
+        auto result = std::make_shared<Result>();
+        auto phone = pc.TapPhone(route, Span(after), Span(stay),
+                                 [result](const simulator::PhoneReport& report) {
+                                     const std::lock_guard<std::mutex> guard(result->mutex);
+                                     result->reading = ReadingOf(report);
+                                 });
+        return std::make_shared<SimulatedPhone::Visit>(
+            SimulatedPhone::Visit{std::move(result), std::move(phone)});
+    }
+
+    std::vector<PcRoute> routes;
+    OnlyPc only;
+    simulator::SimulatedPc pc;
+};
+
+SimulatedPc::SimulatedPc(Route route, const std::string& chip)
+    : SimulatedPc(std::vector<Route>{route}, chip) {}
+
+SimulatedPc::SimulatedPc(const std::vector<Route>& routes, const std::string& chip)
+    : m_impl(std::make_unique<Impl>(routes, chip)) {}
+
+SimulatedPc::~SimulatedPc() = default;
+
+PhoneReading SimulatedPc::Tap(Time stay) {
+    const SimulatedPhone phone = BringPhone(stay);
+    hosted::WaitFor([&] { return phone.Gone(); }, hosted::kForever, "the phone of Tap");
+    return phone.Reading().value();  // a phone that leaves has read or failed
+}
+
+SimulatedPhone SimulatedPc::BringPhone(Time stay, Time after) {
+    return SimulatedPhone(m_impl->Bring(m_impl->routes.front(), stay, after));
+}
+
+SimulatedPhone SimulatedPc::BringPhone(Route route, Time stay, Time after) {
+    const auto& routes = m_impl->routes;
+    if (std::find(routes.begin(), routes.end(), Inner(route)) == routes.end()) {
+        throw std::invalid_argument("the PC does not have route " +
+                                    std::to_string(static_cast<int>(route)));
+    }
+    return SimulatedPhone(m_impl->Bring(Inner(route), stay, after));
+}
+
+void SimulatedPc::Unplug() {
+    m_impl->pc.Unplug();
+}
+
+void SimulatedPc::Plug() {
+    m_impl->pc.Plug();
+}
+
+void SimulatedPc::SetFaults(const std::string& plan) {
+    std::string error;
+    const auto faults = simulator::PcFaults::Parse(plan, m_impl->routes, error);
+    if (!faults) {
+        throw std::invalid_argument(error);
+    }
+    m_impl->pc.Faults(*faults);
+}
+
+}  // namespace tagport
