@@ -2,14 +2,16 @@
 #   find_package(tagport) and target_link_libraries(host PRIVATE tagport::tagport).
 #
 # Components:
-#   library    tagport, its public headers, the CMake package
+#   library    tagport, its public headers, the CMake package, a file for pkg-config
 #   stand-ins  the libraries that stand in for the platform's own (the logger, the Bluetooth client
 #              and, off Windows, the operating system), with the headers of the two services
+#   simulator  off Windows: a simulated PC for the tests of hosts, tagport::simulator
 #   lab        tagport-lab
+#   examples   the sources of some hosts, and a configuration
 #
-# Off Windows all three are installed by default: the library does not load without the stand-ins.
-# A Windows PC has the real services, under the same file names, so only `library` is installed by
-# default, and the other two by name:
+# Off Windows all are installed by default: the library does not load without the stand-ins. A
+# Windows PC has the real services, under the same file names, so `stand-ins` and `lab` are
+# installed there only by name:
 #   cmake --install BUILD --prefix DIRECTORY --component stand-ins
 # The lab chooses the sink of the stand-in logger, which the real one does not have: on Windows it
 # only loads beside the stand-ins.
@@ -26,7 +28,7 @@ if(WIN32)
 else()
   list(APPEND stand_ins platform_system)
   # The libraries find each other wherever the installed tree is moved.
-  set_target_properties(tagport ${stand_ins} PROPERTIES INSTALL_RPATH "$ORIGIN")
+  set_target_properties(tagport tagport_simulator ${stand_ins} PROPERTIES INSTALL_RPATH "$ORIGIN")
 endif()
 
 install(TARGETS tagport EXPORT tagportTargets
@@ -50,6 +52,35 @@ install(FILES
   ${PROJECT_BINARY_DIR}/generated/platform/tracelog_export.h
   ${PROJECT_BINARY_DIR}/generated/platform/linkdock_export.h
   DESTINATION ${stand_in_include}/platform COMPONENT stand-ins ${by_name_only})
+
+# install_pkgconfig(NAME COMPONENT...): cmake/NAME.pc.in, with the way from its directory to the
+# prefix, so that an installed tree can be moved.
+set(pkgconfig_directory ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH TAGPORT_PC_PREFIX /${pkgconfig_directory} /)
+function(install_pkgconfig name)
+  configure_file(cmake/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${pkgconfig_directory} ${ARGN})
+endfunction()
+install_pkgconfig(tagport COMPONENT library)
+
+if(TARGET tagport_simulator)
+  install(TARGETS tagport_simulator EXPORT tagportSimulator
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT simulator
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(FILES
+    ${PROJECT_SOURCE_DIR}/simulator/include/tagport/Simulator.h
+    ${PROJECT_BINARY_DIR}/generated/simulator/tagport/simulator_export.h
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tagport COMPONENT simulator)
+  install(EXPORT tagportSimulator NAMESPACE tagport:: DESTINATION ${package_directory}
+    COMPONENT simulator)
+  install_pkgconfig(tagport-simulator COMPONENT simulator)
+endif()
+
+set(example_directory ${CMAKE_INSTALL_DOCDIR}/examples)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/ DESTINATION ${example_directory}
+  COMPONENT examples)
+install(FILES ${PROJECT_SOURCE_DIR}/config/NfcUri.ini DESTINATION ${example_directory}/config
+  COMPONENT examples)
 
 if(TARGET tagport-lab)
   set_target_properties(tagport-lab PROPERTIES

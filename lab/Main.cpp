@@ -1,5 +1,7 @@
 // tagport-lab: runs the library against simulated devices, makes tag images and takes them apart.
 // This file holds the command line only.
+#include <tagport/Version.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
@@ -105,6 +107,7 @@ int Main(int count, char** arguments) {
     CLI::App app(
         "Runs tagport against simulated devices, explains its log, and takes tag images apart.",
         "tagport-lab");
+    app.set_version_flag("--version", "tagport-lab " TAGPORT_VERSION, "Print the version");
     app.require_subcommand(1);
     CLI::App& runApp = *app.add_subcommand("run", "Play a script, or a short visit of a phone");
     CLI::App& image = *app.add_subcommand("image", "Make a tag image or take one apart");

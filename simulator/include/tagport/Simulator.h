@@ -145,6 +145,9 @@ constexpr Time kUntilTakenAway = std::chrono::hours(24 * 365);
 /// A PC with a device on each of its routes. The devices are there from the constructor to the
 /// destructor, for the whole process: one PC at a time, a second one throws std::logic_error. The
 /// host's managers may go before or after it.
+///
+/// The library keeps in mind which routes the process has had. Tests that run in one process use
+/// the same routes; for others, give each test a process, as CMake's gtest_discover_tests does.
 class TAGPORT_SIMULATOR_EXPORT SimulatedPc {
   public:
     /// All devices are plugged in, and their tags are empty. The tag of the I2C and USB routes is

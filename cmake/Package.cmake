@@ -1,0 +1,33 @@
+# The packages: `cpack` in a build directory of the release preset makes a .tar.gz and a .deb, in
+# one of the windows preset a .zip. The .deb is meant for development machines: it has all
+# components. The .zip is meant for a PC with the real services: it has no stand-ins.
+set(CPACK_PACKAGE_NAME tagport)
+set(CPACK_PACKAGE_VENDOR "The tagport developers")
+set(CPACK_PACKAGE_CONTACT "The tagport developers <tagport@example.org>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "looks after the passive NFC tag of a PC or its keyboard")
+set(CPACK_PACKAGE_DESCRIPTION
+  "A library that keeps a passive NFC tag filled with an NDEF message, renews the random number in it, and reports phones that enter and leave the field. With it come a simulated PC for tests of programs that use the library, and tagport-lab, which shows the library at work.")
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
+set(CPACK_VERBATIM_VARIABLES TRUE)
+set(CPACK_STRIP_FILES TRUE)
+set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
+set(CPACK_ARCHIVE_COMPONENT_INSTALL TRUE)
+
+if(WIN32)
+  set(CPACK_GENERATOR ZIP)
+  set(CPACK_COMPONENTS_ALL library lab examples)
+  set(CPACK_SYSTEM_NAME win64)
+else()
+  set(CPACK_GENERATOR TGZ DEB)
+  set(CPACK_COMPONENTS_ALL library stand-ins simulator lab examples)
+  set(CPACK_DEB_COMPONENT_INSTALL TRUE)
+  set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+  set(CPACK_DEBIAN_PACKAGE_SECTION libdevel)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS TRUE)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+  set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
+endif()
+if(NOT TARGET tagport-lab)
+  list(REMOVE_ITEM CPACK_COMPONENTS_ALL lab)
+endif()
+include(CPack)
