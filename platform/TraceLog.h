@@ -24,6 +24,7 @@ class TRACELOG_EXPORT TraceLogger {
     /// Passes the stream's text to the sink. Without one the line is dropped. Any thread.
     void Log(LOG_MESSAGE_LEVEL level, std::wstringstream& stream);
 
-    /// Chooses the sink; null for none. Not to be called while other threads log.
+    /// Chooses the sink for the lines that come after; null for none. Any thread. A call of the
+    /// former sink that has begun goes on, so its context must not go with this call.
     static void SetSink(Sink sink, void* context);
 };

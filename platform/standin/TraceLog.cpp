@@ -1,11 +1,22 @@
 // Stand-in for the platform's logger: passes each line to the sink.
 #include "platform/TraceLog.h"
 
+#include <mutex>
+
 namespace {
 
-// Set by the host before its first thread starts, read by every thread that logs.
-TraceLogger::Sink g_sink = nullptr;
-void* g_sinkContext = nullptr;
+struct Target {
+    TraceLogger::Sink sink = nullptr;
+    void* context = nullptr;
+};
+
+std::mutex g_mutex;  // over the target; not held while the sink runs
+Target g_target;
+
+Target CurrentTarget() {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    return g_target;
+}
 
 }  // namespace
 
@@ -15,12 +26,13 @@ TraceLogger* TraceLogger::GetInstance() {
 }
 
 void TraceLogger::Log(LOG_MESSAGE_LEVEL level, std::wstringstream& stream) {
-    if (g_sink != nullptr) {
-        g_sink(static_cast<int>(level), stream.str(), g_sinkContext);
+    const Target target = CurrentTarget();
+    if (target.sink != nullptr) {
+        target.sink(static_cast<int>(level), stream.str(), target.context);
     }
 }
 
 void TraceLogger::SetSink(Sink sink, void* context) {
-    g_sinkContext = context;
-    g_sink = sink;
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    g_target = {sink, context};
 }

@@ -79,7 +79,7 @@ struct LogLine {
 
 /// Keeps what the library logs as long as it lives. One at a time: a second one throws
 /// std::logic_error. It takes the place of the logger's sink, and leaves none; a host that sets a
-/// sink of its own takes that place from it. In real time make and destroy it while nothing logs.
+/// sink of its own takes that place from it.
 class TAGPORT_SIMULATOR_EXPORT LogRecorder {
   public:
     LogRecorder();
