@@ -205,7 +205,7 @@ class HostedStage : public Stage {
             throw WrongCall(error);
         }
         if (apply) {
-            m_pc->Faults(*faults);
+            m_pc->SetFaults(*faults);
         }
     }
 

@@ -118,7 +118,7 @@ void SimulatedPc::Faults(const FaultPlan& plan) {
     }
 }
 
-void SimulatedPc::Faults(const PcFaults& faults) {
+void SimulatedPc::SetFaults(const PcFaults& faults) {
     Faults(faults.drivers);
     LinkDockService::ClearFaults();
     for (const ClientFault& fault : faults.client) {

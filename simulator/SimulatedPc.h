@@ -39,7 +39,7 @@ class SimulatedPc {
     /// Sets the fault plan of every driver route.
     void Faults(const FaultPlan& plan);
     /// Sets that one and the faults of the Bluetooth client, in place of those that are left.
-    void Faults(const PcFaults& faults);
+    void SetFaults(const PcFaults& faults);
 
     /// Holds a phone to the tag of `route`, or of the first route. Any thread. The report comes on
     /// a timer of the layer, under hosted::DeviceLock: it must not block. Null when the PC does not

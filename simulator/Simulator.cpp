@@ -283,7 +283,7 @@ void SimulatedPc::SetFaults(const std::string& plan) {
     if (!faults) {
         throw std::invalid_argument(error);
     }
-    m_impl->pc.Faults(*faults);
+    m_impl->pc.SetFaults(*faults);
 }
 
 }  // namespace tagport
