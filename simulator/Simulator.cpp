@@ -88,30 +88,28 @@ PcRoute Inner(Route route) {
 }
 
 std::vector<PcRoute> Inner(const std::vector<Route>& routes) {
-    std::vector<PcRoute> inner;
-    for (const Route route : routes) {
-        inner.push_back(Inner(route));
-    }
+    std::vector<PcRoute> inner(routes.size());
+    std::transform(routes.begin(), routes.end(), inner.begin(),
+                   [](Route route) { return Inner(route); });
     if (inner.empty() || std::set<PcRoute>(inner.begin(), inner.end()).size() != inner.size()) {
         throw std::invalid_argument("a PC needs at least one route, and each only once");
     }
     return inner;
 }
 
+std::atomic<bool> g_pcExists{false};
+
 // Marks the process's only PC.
 class OnlyPc {
   public:
     OnlyPc() {
-        if (s_exists.exchange(true)) {
+        if (g_pcExists.exchange(true)) {
             throw std::logic_error("there is a SimulatedPc already");
         }
     }
-    ~OnlyPc() { s_exists = false; }
+    ~OnlyPc() { g_pcExists = false; }
     OnlyPc(const OnlyPc&) = delete;
     OnlyPc& operator=(const OnlyPc&) = delete;
-
-  private:
-    static inline std::atomic<bool> s_exists{false};
 };
 
 }  // namespace
