@@ -44,6 +44,7 @@ using Time = std::chrono::microseconds;
 /// what each waits for. So does a thread that calls neither the library nor this header for 20 s.
 TAGPORT_SIMULATOR_EXPORT void UseScheduledClock(std::uint64_t seed);
 
+/// The time on the process's clock.
 TAGPORT_SIMULATOR_EXPORT Time Now();
 
 /// Lets time pass: on the scheduled clock everything that falls into it happens, at once.
@@ -66,13 +67,15 @@ struct LiveCounts {
     std::size_t threads = 0;   ///< of the library, of the Bluetooth client, and of StartThread
     std::size_t requests = 0;  ///< that a driver has not answered yet
 };
+/// The counts of this moment.
 TAGPORT_SIMULATOR_EXPORT LiveCounts Live();
 
 // ---------------------------------------------------------------------------------------------
 // The log
 
+/// One line of the library's log.
 struct LogLine {
-    Time time{};
+    Time time{};       ///< when it was written
     int level = 0;     ///< 3 warning, 4 error
     std::string text;  ///< as the library wrote it, with its origin in brackets at the end
 };
@@ -82,7 +85,9 @@ struct LogLine {
 /// sink of its own takes that place from it.
 class TAGPORT_SIMULATOR_EXPORT LogRecorder {
   public:
+    /// Begins to record.
     LogRecorder();
+    /// Ends it, and forgets the lines.
     ~LogRecorder();
     LogRecorder(const LogRecorder&) = delete;
     LogRecorder& operator=(const LogRecorder&) = delete;
@@ -134,7 +139,12 @@ class TAGPORT_SIMULATOR_EXPORT SimulatedPhone {
 // The PC
 
 /// The ways to a tag, numbered as the listener gets them.
-enum class Route { kI2c = 1, kUsb = 2, kHid = 3, kBle = 4 };
+enum class Route {
+    kI2c = 1,  ///< the I2C driver, with a tag chip in the PC
+    kUsb = 2,  ///< the USB driver, with a tag chip in the keyboard
+    kHid = 3,  ///< a HID keyboard
+    kBle = 4,  ///< a Bluetooth keyboard
+};
 
 /// The address for NfcManager::BtConnect.
 constexpr std::uint64_t kKeyboardAddress = 0x0000A1B2C3D4E5F6;
@@ -154,7 +164,9 @@ class TAGPORT_SIMULATOR_EXPORT SimulatedPc {
     /// `chip`: fm11nt081, fm11nt082c, like-fm11n, fanli, like-fanli, or silent, which never
     /// answers. No route, a route that is given twice and an unknown chip are refused.
     explicit SimulatedPc(Route route = Route::kI2c, const std::string& chip = "fm11nt081");
+    /// The same with several routes, the first one being the one that phones use.
     explicit SimulatedPc(const std::vector<Route>& routes, const std::string& chip = "fm11nt081");
+    /// Removes the devices. Phones that are still there go on reading their tags.
     ~SimulatedPc();
     SimulatedPc(const SimulatedPc&) = delete;
     SimulatedPc& operator=(const SimulatedPc&) = delete;
@@ -163,14 +175,15 @@ class TAGPORT_SIMULATOR_EXPORT SimulatedPc {
     /// the leave comes later: see NfcListener.h.
     PhoneReading Tap(Time stay = std::chrono::milliseconds(800));
 
-    /// Brings a phone to the tag of `route`, `after` so long, and returns at once. The operations
-    /// without a route use the first one. A route that the PC does not have is refused.
+    /// Brings a phone to the tag of the first route, `after` so long, and returns at once.
     SimulatedPhone BringPhone(Time stay = kUntilTakenAway, Time after = {});
+    /// The same to the tag of `route`. A route that the PC does not have is refused.
     SimulatedPhone BringPhone(Route route, Time stay = kUntilTakenAway, Time after = {});
 
-    /// Pulls every device out, in the middle of whatever it does, or plugs it in again. Tags keep
-    /// their content. A second call in a row does nothing.
+    /// Pulls every device out, in the middle of whatever it does; a Bluetooth keyboard goes out of
+    /// range. Tags keep their content. Does nothing when they are out already.
     void Unplug();
+    /// Plugs every device in again. Does nothing when they are in already.
     void Plug();
 
     /// Lets requests of the drivers and calls of the Bluetooth client fail from now on, in place of
