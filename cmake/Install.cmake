@@ -10,11 +10,9 @@
 #   examples   the sources of some hosts, and a configuration
 #
 # Off Windows all are installed by default: the library does not load without the stand-ins. A
-# Windows PC has the real services, under the same file names, so `stand-ins` and `lab` are
-# installed there only by name:
+# Windows PC has the real services, under the same file names, so `stand-ins` is installed there
+# only by name:
 #   cmake --install BUILD --prefix DIRECTORY --component stand-ins
-# The lab chooses the sink of the stand-in logger, which the real one does not have: on Windows it
-# only loads beside the stand-ins.
 include(CMakePackageConfigHelpers)
 
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/tagport)
@@ -86,7 +84,7 @@ if(TARGET tagport-lab)
   set_target_properties(tagport-lab PROPERTIES
     INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   install(TARGETS tagport-lab
-    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT lab ${by_name_only})
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT lab)
 endif()
 
 install(EXPORT tagportTargets NAMESPACE tagport:: DESTINATION ${package_directory}

@@ -1,6 +1,6 @@
 # The packages: `cpack` in a build directory of the release preset makes a .tar.gz and a .deb, in
-# one of the windows preset a .zip. The .deb is meant for development machines: it has all
-# components. The .zip is meant for a PC with the real services: it has no stand-ins.
+# one of the windows preset a .zip. Each has the components that are installed by default: the first
+# two all of them, for development machines; the .zip no stand-ins, for PCs with the real services.
 set(CPACK_PACKAGE_NAME tagport)
 set(CPACK_PACKAGE_VENDOR "The tagport developers")
 set(CPACK_PACKAGE_CONTACT "The tagport developers <tagport@example.org>")
@@ -13,19 +13,12 @@ the library, and tagport-lab, which shows the library at work.")
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_VERBATIM_VARIABLES TRUE)
 set(CPACK_STRIP_FILES TRUE)
-set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
 
 if(WIN32)
   set(CPACK_GENERATOR ZIP)
-  # By components, because an installation of the whole leaves out the lab.
-  set(CPACK_ARCHIVE_COMPONENT_INSTALL TRUE)
-  set(CPACK_COMPONENT_INCLUDE_TOPLEVEL_DIRECTORY TRUE)
-  set(CPACK_COMPONENTS_ALL library lab examples)
   set(CPACK_SYSTEM_NAME win64)
 else()
   set(CPACK_GENERATOR TGZ DEB)
-  set(CPACK_COMPONENTS_ALL library stand-ins simulator lab examples)
-  set(CPACK_DEB_COMPONENT_INSTALL TRUE)
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
   set(CPACK_DEBIAN_PACKAGE_SECTION libdevel)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS TRUE)
@@ -50,9 +43,6 @@ else()
   execute_process(COMMAND ${TAGPORT_GZIP} --best --no-name --force ${directory}/changelog
     COMMAND_ERROR_IS_FATAL ANY)
   install(FILES ${directory}/copyright ${directory}/changelog.gz
-    DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT examples EXCLUDE_FROM_ALL)
-endif()
-if(NOT TARGET tagport-lab)
-  list(REMOVE_ITEM CPACK_COMPONENTS_ALL lab)
+    DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT examples)
 endif()
 include(CPack)

@@ -14,10 +14,10 @@
 #include "lab/Hex.h"
 #include "lab/ImageNotes.h"
 #include "lab/ImageTable.h"
+#include "lab/LogSink.h"
 #include "lab/Printable.h"
 #include "lab/Recorder.h"
 #include "lab/Terminal.h"
-#include "platform/TraceLog.h"
 #include "tagimage/NfcData.h"
 
 namespace lab {
@@ -102,9 +102,9 @@ LibraryVerdict AskLibrary(std::string_view image) {
     LibraryVerdict verdict;
     NfcData data;
     data.Init();
-    TraceLogger::SetSink(KeepLine, &verdict.log);
+    SetLogSink(KeepLine, &verdict.log);
     verdict.accepted = data.Parse(image);
-    TraceLogger::SetSink(nullptr, nullptr);
+    SetLogSink(nullptr, nullptr);
     return verdict;
 }
 

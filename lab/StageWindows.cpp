@@ -7,8 +7,9 @@
 #include <winternl.h>
 
 #include "lab/Failure.h"
+#include "lab/LogSink.h"
 #include "lab/StageRelay.h"
-#include "platform/TraceLog.h"
+#include "lab/Terminal.h"
 #include "platform/platform.h"
 
 namespace lab {
@@ -36,7 +37,9 @@ const void* RoutineOf(ThreadKey thread) {
 
 void WindowsStage::CreateDevices() {
     m_recorder.NameThread(Thread(), kHostThread);
-    TraceLogger::SetSink(&WindowsStage::RecordLogLine, this);
+    if (!SetLogSink(&WindowsStage::RecordLogLine, this)) {
+        PrintError("the PC's own logger takes the log; none of it is shown here");
+    }
 }
 
 std::string WindowsStage::DefaultScript() const {

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "lab/ConfigCheck.h"
+#include "lab/LogSink.h"
 #include "lab/Terminal.h"
 #include "platform/hosted/Kernel.h"
 
@@ -27,6 +28,11 @@ std::size_t ErrorWidth() {
 
 void PrepareStreams() {
     std::signal(SIGPIPE, SIG_IGN);  // writing to a closed pipe fails instead
+}
+
+bool SetLogSink(TraceLogger::Sink sink, void* context) {
+    TraceLogger::SetSink(sink, context);
+    return true;
 }
 
 void UseConfigDirectory(const std::filesystem::path& directory) {

@@ -28,3 +28,8 @@ class TRACELOG_EXPORT TraceLogger {
     /// former sink that has begun goes on, so its context must not go with this call.
     static void SetSink(Sink sink, void* context);
 };
+
+/// The same by a name that a program can look up when it runs: not to be found in the platform's
+/// logger.
+extern "C" TRACELOG_EXPORT void TraceLogSetSink(TraceLogger::Sink sink, void* context);
+constexpr char kSetSinkOfStandIn[] = "TraceLogSetSink";

@@ -32,6 +32,10 @@ void TraceLogger::Log(LOG_MESSAGE_LEVEL level, std::wstringstream& stream) {
     }
 }
 
+void TraceLogSetSink(TraceLogger::Sink sink, void* context) {
+    TraceLogger::SetSink(sink, context);
+}
+
 void TraceLogger::SetSink(Sink sink, void* context) {
     const std::lock_guard<std::mutex> guard(g_mutex);
     g_target = {sink, context};

@@ -1,0 +1,19 @@
+// Looks for the sink when the program runs: linked to it, the program would not load beside the
+// PC's own logger.
+#include "lab/LogSink.h"
+#include "platform/platform.h"
+
+namespace lab {
+
+bool SetLogSink(TraceLogger::Sink sink, void* context) {
+    using SetSink = void (*)(TraceLogger::Sink, void*);
+    const HMODULE logger = GetModuleHandleW(L"TraceLog.dll");
+    void* const found = reinterpret_cast<void*>(GetProcAddress(logger, kSetSinkOfStandIn));
+    if (found == nullptr) {
+        return false;
+    }
+    reinterpret_cast<SetSink>(found)(sink, context);
+    return true;
+}
+
+}  // namespace lab
