@@ -6,6 +6,7 @@
 #include "tests/support/ScriptedBus.h"
 
 using namespace testing_support;
+using simulator::Bytes;
 
 namespace {
 
@@ -16,12 +17,14 @@ const char kBothPasses[] = "W 00 00, R 9, sleep 40, W 00 00, sleep 40, R 9";
 const char kWithProbe[] =
     "W 00 00, R 9, sleep 40, W 00 00, sleep 40, R 9, W 00 00 01 01, sleep 80, R 1";
 
-const Answer kIs081 = Gives({0x1D, 1, 2, 3, 4, 5, 6, 0x00, 0x44});
-const Answer kIs082c = Gives({0x1D, 1, 2, 3, 4, 5, 6, 0x10, 0x44});
-const Answer kIsOther = Gives({0x53, 1, 2, 3, 4, 5, 6, 0x00, 0x44});
-const Answer kOnes = Gives(std::vector<std::uint8_t>(9, 0xFF));
-const Answer kAlmostOnes = Gives({0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFE});
-const Answer kFails = Fails(kBusError);
+const Bytes kIs081{0x1D, 1, 2, 3, 4, 5, 6, 0x00, 0x44};
+const Bytes kIs082c{0x1D, 1, 2, 3, 4, 5, 6, 0x10, 0x44};
+const Bytes kIsOther{0x53, 1, 2, 3, 4, 5, 6, 0x00, 0x44};
+const Bytes kOnes(9, 0xFF);
+const Bytes kAlmostOnes{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFE};
+const Bytes kIsFanli{0x22};
+const Bytes kIsLikeFanli{0x21};
+const Bytes kFails;
 
 // The error lines of the detection itself.
 const char kLikeFm11n[] = "Nfc spb2 format, like FM11N chip";
@@ -29,7 +32,7 @@ const char kFm11nt081[] = "Nfc chip FM11NT081, Nfc spb2 format, like FM11N chip"
 const std::string kFailedOnce = "Nfc ReadReg 0 failed!, Nfc spb2 format, like FM11N chip";
 
 const struct {
-    Answer first, second, probe;  // what the reads of the two passes and of the probe give
+    Bytes first, second, probe;  // what the reads of the two passes and of the probe give
     NfcLinkType linkType{};
     NfcChipKind chipKind{};
     std::uint32_t readDelay = 0;
@@ -45,24 +48,22 @@ const struct {
     {kOnes, kIs081, kFails, NfcLinkSpb2, NfcChipFm11nt081, 10, kBothPasses, kFm11nt081},
     {kIsOther, kIsOther, kFails, NfcLinkSpb2, NfcChipLikeFm11n, 10, kBothPasses, kLikeFm11n},
     {kOnes, kAlmostOnes, kFails, NfcLinkSpb2, NfcChipLikeFm11n, 10, kBothPasses, kLikeFm11n},
-    {kOnes, kOnes, Gives({0x22}), NfcLinkSpb4, NfcChipFanli, 40, kWithProbe, "Nfc chip Fanli"},
-    {kOnes, kOnes, Gives({0x21}), NfcLinkSpb4, NfcChipLikeFanli, 40, kWithProbe,
+    {kOnes, kOnes, kIsFanli, NfcLinkSpb4, NfcChipFanli, 40, kWithProbe, "Nfc chip Fanli"},
+    {kOnes, kOnes, kIsLikeFanli, NfcLinkSpb4, NfcChipLikeFanli, 40, kWithProbe,
      "Nfc chip not fanli, unknown!"},
     {kOnes, kOnes, kFails, NfcLinkSpb4, NfcChipLikeFanli, 40, kWithProbe,
      "Nfc Extend ReadReg 0 failed!"},
 };
 
 TEST(DetectChip, FindsFormatChipAndPauses) {
-    hosted::UseScheduledClock({Seed()});
-    const auto bus = std::make_shared<ScriptedBus>();
-    const ScriptedDevice device(bus);
+    const ScriptedDevice device;
     BusRecorder recorder;
     for (const auto& [first, second, probe, linkType, chipKind, readDelay, traffic, lines] :
          kOutcomes) {
         SCOPED_TRACE(lines);
         LogRecorder log;
         log.Announce("NFC", "Nfc read spb");  // lines of the transfers
-        bus->reads = {first, second, probe};
+        device.bus->reads = {first, second, probe};
         g_nfcOpDelayMs = kStartDelay;
         g_nfcReadDelayMs = 50;
         NfcDeviceContext context;

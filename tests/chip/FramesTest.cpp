@@ -16,7 +16,6 @@ using namespace testing_support;
 
 namespace {
 
-using Texts = std::vector<std::string>;
 using Driver = NfcSpbCommon;
 using Operation = std::function<bool(Driver& driver)>;
 
@@ -160,14 +159,14 @@ const Traffic kExtendTraffic[] = {
 };
 
 // One for each word of hexadecimal digits.
-std::deque<Answer> Answers(const std::string& digits) {
-    std::deque<Answer> answers;
+std::deque<simulator::Bytes> Answers(const std::string& digits) {
+    std::deque<simulator::Bytes> answers;
     std::istringstream words(digits);
     for (std::string word; words >> word;) {
-        Answer& answer = answers.emplace_back();
+        answers.emplace_back();
         for (std::size_t i = 0; i < word.size(); i += 2) {
-            answer.bytes.push_back(
-                static_cast<std::uint8_t>(std::stoi(word.substr(i, 2), nullptr, 16)));
+            const int byte = std::stoi(word.substr(i, 2), nullptr, 16);
+            answers.back().push_back(static_cast<std::uint8_t>(byte));
         }
     }
     return answers;
@@ -186,9 +185,8 @@ Texts TakeLines(LogRecorder& log) {
 
 template <std::size_t Rows>
 void CheckTraffic(Driver& driver, const Traffic (&table)[Rows]) {
-    hosted::UseScheduledClock({Seed()});
-    const auto bus = std::make_shared<ScriptedBus>();
-    const ScriptedDevice device(bus);
+    const ScriptedDevice device;
+    ScriptedBus& bus = *device.bus;
     g_nfcOpDelayMs = kOpDelay;
     g_nfcReadDelayMs = kReadDelay;
     LogRecorder log;
@@ -199,24 +197,24 @@ void CheckTraffic(Driver& driver, const Traffic (&table)[Rows]) {
         BusRecorder recorder;
         const auto run = [&, &operation = operation, &reads = reads](std::size_t failAt) {
             std::memset(g_buffer, 0xEE, sizeof g_buffer);
-            bus->reads = Answers(reads);
-            bus->transfers = 0;
-            bus->failAt = failAt;
+            bus.reads = Answers(reads);
+            bus.transfers = 0;
+            bus.failAt = failAt;
             recorder.Take();
             return operation(driver);
         };
         EXPECT_EQ(run(0), result);
         EXPECT_EQ(Joined(recorder.Take()), traffic);
-        EXPECT_TRUE(bus->reads.empty());
+        EXPECT_TRUE(bus.reads.empty());
         EXPECT_EQ(Joined(TakeLines(log)), lines);
         EXPECT_EQ(g_buffer[0], first);
         EXPECT_EQ(driver.radioEnabled, radio.value_or(before));
         driver.radioEnabled = before;
         Texts lastLines;
-        const std::size_t transfers = result ? bus->transfers : 0;
+        const std::size_t transfers = result ? bus.transfers : 0;
         for (std::size_t failing = 1; failing <= transfers; ++failing) {
             EXPECT_FALSE(run(failing));
-            EXPECT_EQ(bus->transfers, failing) << "it stops there";
+            EXPECT_EQ(bus.transfers, failing) << "it stops there";
             EXPECT_EQ(driver.radioEnabled, before);
             lastLines.push_back(TakeLines(log).back());
         }

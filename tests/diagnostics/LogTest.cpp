@@ -10,7 +10,7 @@
 namespace {
 
 using testing_support::LogRecorder;
-using Texts = std::vector<std::string>;
+using testing_support::Texts;
 
 /// Level and line, as the logger got them.
 Texts Take(LogRecorder& log) {

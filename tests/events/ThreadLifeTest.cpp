@@ -7,32 +7,20 @@
 
 #include "simulator/FanliChip.h"
 #include "tests/support/PcWithHost.h"
-#include "tests/support/ScriptedBus.h"
-#include "tests/support/Seeds.h"
 
 using simulator::PcRoute;
 using namespace testing_support;
 
 namespace {
 
-using hosted::kSecond;
-
 constexpr char kReturned[] = "NFC WaitOnInterruptLoop return";
 constexpr char kWaits[] = "NFC Wait For Kernel Interrupt...";
 
-// A PC that waits for phones, and that may stop.
-struct StartedPc : PcWithHost {
-    explicit StartedPc(PcRoute route, const std::string& chip = "fm11nt081")
-        : PcWithHost({route}, chip) {
-        AnnounceStop(log);
-        Start();
+// A PC that waits for phones.
+struct WaitingPc : StartedPc {
+    explicit WaitingPc(PcRoute route, const std::string& chip = "fm11nt081")
+        : StartedPc({route}, chip) {
         Pass(kSecond);
-    }
-    // Finds the threads waiting; the log begins after it.
-    void WriteAgain() {
-        EXPECT_EQ(manager->WriteMessage(NewMessage(0x33)), 0);
-        Pass(kSecond);
-        log.Clear();
     }
 };
 
@@ -52,22 +40,19 @@ void ExpectVisit(PcWithHost& setup) {
 // The interrupt thread is held up on its way to a second visit, until the first one is over and the
 // thread that would close the second has ended.
 TEST(Stop, IsNotUndoneByACreationBeforeTheThreadHasSeenIt) {
-    hosted::UseScheduledClock({Seed()});
-    StartedPc setup(PcRoute::kI2c, "fanli");
+    WaitingPc setup(PcRoute::kI2c, "fanli");
     bool release = false;
     setup.log.OnLine([&](const std::string& text) {
         if (text.find("NFC EnterField(1), enterSum") == 0 && !EventNumbers().empty()) {
             hosted::WaitFor([&] { return release; }, hosted::kForever, "the host");
         }
     });
-    const auto enter = [&] {
-        const hosted::DeviceLock lock;
+    const auto enter = [&setup] {
         setup.pc.chip()->BackDoor().RaiseStatus(hosted::Now(), simulator::kStatusEnterField, 0);
+        PcWithHost::Pass(kSecond);
     };
     enter();
-    PcWithHost::Pass(kSecond);
     enter();
-    PcWithHost::Pass(kSecond);
     setup.manager.reset();
     PcWithHost::Pass(10 * kSecond);
     ASSERT_EQ(EventNumbers(), (std::vector<int>{3, 1})) << "the visit has been given up";
@@ -79,17 +64,14 @@ TEST(Stop, IsNotUndoneByACreationBeforeTheThreadHasSeenIt) {
     PcWithHost::Pass(20 * kSecond);
     EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1})) << "no start, no event";
     EXPECT_EQ(setup.log.Count(kReturned), 1U);
-    ASSERT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
-    PcWithHost::Pass(20 *
-                     kSecond);  // the chip has kept the status, and that visit is given up, too
-    EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1, 3, 1}));
-    ExpectVisit(setup);
 }
 
 TEST(Stop, LastsThroughCreationAndDeviceStartUntilTheNextWrite) {
     ForEachSeed(30, [] {
-        StartedPc setup(PcRoute::kI2c, "fm11nt082c");
-        setup.WriteAgain();
+        WaitingPc setup(PcRoute::kI2c, "fm11nt082c");
+        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x33)), 0);
+        PcWithHost::Pass(kSecond);
+        setup.log.Clear();
         setup.manager.reset();
         ASSERT_TRUE(setup.Create());
         setup.pc.TapPhone(0, 2 * kSecond);
@@ -106,41 +88,58 @@ TEST(Stop, LastsThroughCreationAndDeviceStartUntilTheNextWrite) {
 
 TEST(FailedWait, EndsTheThreadOnce) {
     ForEachSeed(5, [] {
-        StartedPc setup(PcRoute::kUsb);
-        setup.WriteAgain();
+        WaitingPc setup(PcRoute::kUsb);
+        setup.log.Clear();
         setup.pc.Unplug();
         PcWithHost::Pass(kSecond);
-        EXPECT_EQ(setup.log.Texts(),
-                  (std::vector<std::string>{"NFC Interrupt get Overlapped result 1167", kReturned}))
+        EXPECT_EQ(setup.log.TextsSoFar(),
+                  (Texts{"NFC Interrupt get Overlapped result 1167", kReturned}))
             << "no second request on a device that is gone";
     });
 }
 
+// Passes everything on to `inner`, but ends requests of the event threads when `inner` would not:
+// with `report` when they are cancelled, or in the call that starts one.
+struct EarlyEnds : hosted::Driver {
+    explicit EarlyEnds(hosted::Driver& inner) : inner(inner) {}
+    DWORD Open() override { return inner.Open(); }
+    void Close() override { inner.Close(); }
+    DWORD Start(const hosted::RequestPtr& request) override {
+        if (request->controlCode() == simulator::kControlInterrupt &&
+            std::exchange(atOnce, false)) {
+            request->Complete(nullptr, 0);
+            return ERROR_SUCCESS;
+        }
+        return inner.Start(request);
+    }
+    void Cancel(const hosted::RequestPtr& request) override {
+        inner.Cancel(request);
+        request->Complete(report.data(), report.size());
+    }
+    hosted::Driver& inner;
+    simulator::Bytes report;
+    bool atOnce = false;  // the next interrupt wait
+};
+
 // The driver must keep the request pending. One that does not is left alone until the next write.
 TEST(FailedWait, IsTriedAgainByTheNextWrite) {
-    hosted::UseScheduledClock({Seed()});
-    const std::vector<std::uint8_t> half(16, 0x11);
-    const auto bus = std::make_shared<ScriptedBus>();
-    PcWithHost setup({});
-    hosted::AddDevice(simulator::kUsbDriverPath, bus);
-    bus->reads = {Gives({6}), Gives({6}), Gives({0}), Gives(half), Gives(half)};
-    bus->controls = {GivesAtOnce({}), NeverEnds()};
-    AnnounceStop(setup.log);
+    PcWithHost setup({PcRoute::kUsb});
+    const auto driver = std::make_shared<EarlyEnds>(*setup.pc.spb());
+    driver->atOnce = true;
+    hosted::AddDevice(simulator::kUsbDriverPath, driver);
     setup.Start();
     EXPECT_TRUE(PcWithHost::WaitForThreads(1));
     EXPECT_TRUE(HasInOrder(setup.log, {"NFC DeviceIoControl Failed: 0", kReturned}));
     EXPECT_EQ(EventNumbers(), std::vector<int>{});
-    bus->reads = {Gives(half), Gives(half)};
     EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
     PcWithHost::Pass(kSecond);
-    EXPECT_EQ(hosted::Live().threads, 2U);
-    EXPECT_EQ(hosted::Live().requests, 1U);
+    ExpectVisit(setup);
 }
 
 // After a host has done something three times the route works, and nothing has been left over.
 void ThreeTimes(PcRoute route, void (*act)(PcWithHost&)) {
     ForEachSeed(100, [route, act] {
-        StartedPc setup(route, "fm11nt082c");
+        WaitingPc setup(route, "fm11nt082c");
         setup.log.Announce("NFC ReadKeyboardData ReadFile error 0x6");  // between close and open
         const hosted::LiveCounts before = hosted::Live();
         for (int round = 0; round < 3; ++round) {
@@ -194,7 +193,6 @@ TEST(ThreeTimes, AKeyboardOpenedAgain) {
 // up there, on its way out, until `start` has started the threads again: it has to serve on.
 void StartWhileTheThreadEnds(PcWithHost& setup, const char* lastLine,
                              const std::function<void()>& start) {
-    AnnounceStop(setup.log);
     PcWithHost::Pass(kSecond);
     bool ending = false;
     bool started = false;
@@ -213,8 +211,7 @@ void StartWhileTheThreadEnds(PcWithHost& setup, const char* lastLine,
 }
 
 TEST(RestartedThread, KeepsItsEvent) {
-    hosted::UseScheduledClock({Seed()});
-    StartedPc setup(PcRoute::kUsb);
+    WaitingPc setup(PcRoute::kUsb);
     StartWhileTheThreadEnds(setup, kReturned, [&setup] {
         EXPECT_TRUE(setup.manager->DeviceInit());
         hosted::SetCallHook([](hosted::Call call, hosted::ThreadId) -> DWORD {
@@ -226,47 +223,27 @@ TEST(RestartedThread, KeepsItsEvent) {
     ExpectVisit(setup);
 }
 
-// Passes everything on to `inner`, but a request that is being cancelled ends with `bytes` first.
-class CompletesWhenCancelled : public hosted::Driver {
-  public:
-    CompletesWhenCancelled(hosted::Driver& inner, simulator::Bytes bytes)
-        : m_inner(inner), m_bytes(std::move(bytes)) {}
-    DWORD Open() override { return m_inner.Open(); }
-    void Close() override { m_inner.Close(); }
-    DWORD Start(const hosted::RequestPtr& request) override { return m_inner.Start(request); }
-    void Cancel(const hosted::RequestPtr& request) override {
-        m_inner.Cancel(request);
-        request->Complete(m_bytes.data(), m_bytes.size());
+TEST(RestartedThread, HandlesWhatCameBeforeTheCancellation) {
+    for (const PcRoute route : {PcRoute::kUsb, PcRoute::kHid}) {
+        ForEachSeed(1, [isUsb = route == PcRoute::kUsb, route] {
+            PcWithHost setup({route});
+            const auto driver = std::make_shared<EarlyEnds>(
+                isUsb ? static_cast<hosted::Driver&>(*setup.pc.spb()) : *setup.pc.hid());
+            if (isUsb) {
+                hosted::AddDevice(simulator::kUsbDriverPath, driver);
+            } else {
+                driver->report = {0, 0, 0, 0, 0, simulator::kTypeField, 0x6E, 0xE6};
+                hosted::AddHidInterface(simulator::KeyboardInterface(), driver);
+            }
+            setup.Start();
+            const char* const lastLine = isUsb ? kReturned : "NFC ReadKeyboardDataThread return";
+            StartWhileTheThreadEnds(setup, lastLine, [&setup, isUsb] {
+                EXPECT_TRUE(setup.manager->DeviceInit());
+                EXPECT_TRUE(!isUsb || setup.manager->WriteMessage(setup.NewMessage()) == 0);
+            });
+            EXPECT_EQ(EventNumbers(), isUsb ? std::vector<int>({3, 1}) : std::vector<int>{3});
+        });
     }
-
-  private:
-    hosted::Driver& m_inner;
-    simulator::Bytes m_bytes;
-};
-
-TEST(RestartedThread, HandlesAnInterruptThatCameBeforeTheCancellation) {
-    hosted::UseScheduledClock({Seed()});
-    PcWithHost setup({PcRoute::kUsb});
-    hosted::AddDevice(simulator::kUsbDriverPath, std::make_shared<CompletesWhenCancelled>(
-                                                     *setup.pc.spb(), simulator::Bytes()));
-    setup.Start();
-    StartWhileTheThreadEnds(setup, kReturned, [&setup] {
-        EXPECT_TRUE(setup.manager->DeviceInit());
-        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
-    });
-    EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
-}
-
-TEST(RestartedThread, HandlesAReportThatCameBeforeTheCancellation) {
-    hosted::UseScheduledClock({Seed()});
-    PcWithHost setup({PcRoute::kHid});
-    const simulator::Bytes enterReport{0, 0, 0, 0, 0, simulator::kTypeField, 0x6E, 0xE6};
-    hosted::AddHidInterface(simulator::KeyboardInterface(),
-                            std::make_shared<CompletesWhenCancelled>(*setup.pc.hid(), enterReport));
-    setup.Start();
-    StartWhileTheThreadEnds(setup, "NFC ReadKeyboardDataThread return",
-                            [&setup] { EXPECT_TRUE(setup.manager->DeviceInit()); });
-    EXPECT_EQ(EventNumbers(), std::vector<int>{3});
 }
 
 // A device that is closed while an event thread waits on it: by the start that opens the keyboard
@@ -274,21 +251,22 @@ TEST(RestartedThread, HandlesAReportThatCameBeforeTheCancellation) {
 TEST(ClosedDevice, HasItsRequestsCancelledBeforeAndNeverAfterwards) {
     for (const PcRoute route : {PcRoute::kHid, PcRoute::kUsb}) {
         ForEachSeed(50, [route] {
-            StartedPc setup(route);
+            WaitingPc setup(route);
             unsigned closed = 0;
             unsigned cancelledBefore = 0;
             unsigned cancelsAfter = 0;  // calls of the event threads
             hosted::SetTracer([&](const hosted::TraceEvent& event) {
-                closed += event.kind == hosted::TraceEvent::Kind::kClose ? 1 : 0;
-                const bool cancelled = event.kind == hosted::TraceEvent::Kind::kCancel;
-                cancelledBefore += cancelled && closed == 0 ? 1 : 0;
+                using Kind = hosted::TraceEvent::Kind;
+                closed += event.kind == Kind::kClose ? 1 : 0;
+                cancelledBefore += event.kind == Kind::kCancel && closed == 0 ? 1 : 0;
             });
-            hosted::SetCallHook([&, host = hosted::CurrentThread()](
-                                    hosted::Call call, hosted::ThreadId thread) -> DWORD {
+            const auto countCancels = [&, host = hosted::CurrentThread()](
+                                          hosted::Call call, hosted::ThreadId thread) -> DWORD {
                 const bool cancels = call == hosted::Call::kCancelIoEx && thread != host;
                 cancelsAfter += cancels && closed > 0 ? 1 : 0;
                 return 0;
-            });
+            };
+            hosted::SetCallHook(countCancels);
             if (route == PcRoute::kUsb) {
                 setup.SetFaults("write#1+=fail:31");
             }
@@ -306,8 +284,7 @@ TEST(ClosedDevice, HasItsRequestsCancelledBeforeAndNeverAfterwards) {
 
 // A copy works on the same tag and memory, and event threads end with the last of them.
 TEST(Copies, ShareEverythingUntilTheLastOneGoes) {
-    hosted::UseScheduledClock({Seed()});
-    StartedPc setup(PcRoute::kUsb);
+    WaitingPc setup(PcRoute::kUsb);
     NfcManager copy(*setup.manager);
     NfcManager assigned(nullptr);
     assigned = copy;
@@ -327,17 +304,15 @@ TEST(Copies, ShareEverythingUntilTheLastOneGoes) {
 // The stop falls between the end of a visit and another interrupt.
 TEST(Stop, AtTheEndOfAVisitLeavesNoEnterWithoutItsLeave) {
     hosted::ScheduledOptions options;
-    options.maxLateness = hosted::kMillisecond;
+    options.maxLateness = kMillisecond;
     ForEachSeed(
         300,
         [] {
-            PcWithHost setup({PcRoute::kUsb});
-            setup.Start();
-            AnnounceStop(setup.log);
+            StartedPc setup({PcRoute::kUsb});
             auto& door = setup.pc.chip()->BackDoor();
             hosted::After(0, [&] { door.RaiseInterrupt(); });
-            hosted::After(350 * hosted::kMillisecond, [&] { door.RaiseInterrupt(); });
-            PcWithHost::Pass(350 * hosted::kMillisecond);
+            hosted::After(350 * kMillisecond, [&] { door.RaiseInterrupt(); });
+            PcWithHost::Pass(350 * kMillisecond);
             setup.manager.reset();
             PcWithHost::Pass(10 * kSecond);
             const std::vector<int> events = EventNumbers();
@@ -351,7 +326,6 @@ TEST(Stop, AtTheEndOfAVisitLeavesNoEnterWithoutItsLeave) {
 TEST(FailedStart, OpensNoVisitThatNobodyCloses) {
     ForEachSeed(3, [] {
         PcWithHost setup({PcRoute::kUsb});
-        AnnounceStop(setup.log);
         setup.log.Announce("NFC_Error opening Spb driver, last error = 2");
         ASSERT_TRUE(setup.Create());
         ASSERT_TRUE(setup.StartDevices(*setup.manager));
@@ -363,7 +337,6 @@ TEST(FailedStart, OpensNoVisitThatNobodyCloses) {
         setup.log.OnLine([&](const std::string& text) {
             if (text == "NfcThreadCreate exit Begin WaitForSingleObject") {
                 Sleep(100);
-                const hosted::DeviceLock lock;
                 setup.pc.chip()->BackDoor().RaiseInterrupt();
             }
             Sleep(threads == 2 ? 100 : 0);
@@ -379,11 +352,8 @@ TEST(FailedStart, OpensNoVisitThatNobodyCloses) {
 // A slow log holds the read thread in its pass while a device start opens the keyboard again.
 TEST(RestartedThread, OfAKeyboardSurvivesAStartDuringItsPass) {
     ForEachSeed(600, [] {
-        PcWithHost setup({PcRoute::kHid});
-        AnnounceStop(setup.log);
+        WaitingPc setup(PcRoute::kHid);
         setup.log.Announce("NFC ReadKeyboardData ReadFile error 0x6");
-        setup.Start();
-        PcWithHost::Pass(kSecond);
         bool arrived = false;
         bool started = false;
         setup.log.OnLine([&](const std::string& text) {

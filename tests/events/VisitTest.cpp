@@ -10,17 +10,11 @@
 #include "chip/NfcDeviceContext.h"
 #include "simulator/FanliChip.h"
 #include "tests/support/PcWithHost.h"
-#include "tests/support/ScriptedBus.h"
-#include "tests/support/Seeds.h"
 
 using simulator::PcRoute;
 using namespace testing_support;
 
 namespace {
-
-using hosted::kMillisecond;
-using hosted::kSecond;
-using Texts = std::vector<std::string>;
 
 // One interrupt of the chip, by itself or with a status.
 struct Interrupt {
@@ -41,12 +35,10 @@ struct VisitCase {
 };
 
 // A started PC whose log is empty.
-struct VisitDesk : PcWithHost {
+struct VisitDesk : StartedPc {
     explicit VisitDesk(PcRoute route, const std::string& chip = "fm11nt081")
-        : PcWithHost({route}, chip) {
-        Start();
+        : StartedPc({route}, chip) {
         log.Clear();
-        AnnounceStop(log);
     }
 
     // From now on.
@@ -92,7 +84,6 @@ struct VisitDesk : PcWithHost {
 };
 
 TEST(CountedVisit, EndsWhenInterruptsStopComing) {
-    hosted::UseScheduledClock({Seed()});
     VisitDesk setup(PcRoute::kUsb, "fm11nt082c");
     setup.Watch(
         2, {{{{0}}, {{3, 0}, {1, 350}}},
@@ -107,7 +98,6 @@ TEST(ReportedVisit, FollowsTheStatusOfTheChip) {
     constexpr std::uint8_t enter = simulator::kStatusEnterField;
     constexpr std::uint8_t leave = simulator::kStatusLeaveField;
     constexpr std::uint8_t mcuStart = simulator::kStatusMcuStart;
-    hosted::UseScheduledClock({Seed()});
     VisitDesk setup(PcRoute::kI2c, "fanli");
     setup.Watch(1, {{{{0, leave}}, {}, 0, {"NFC LeaveField(2), interrupt First?: 1"}},
                     {{{0, enter}, {100, leave}}, {{3, 0}, {1, 350}}},
@@ -132,7 +122,6 @@ TEST(ReportedVisit, FollowsTheStatusOfTheChip) {
 
 // A status that cannot be read keeps the line up; the loop goes on, and does not spin.
 TEST(ReportedVisit, WaitsForAStatusThatCannotBeRead) {
-    hosted::UseScheduledClock({Seed()});
     VisitDesk setup(PcRoute::kI2c, "fanli");
     setup.SetFaults("read#1+=fail:31");
     setup.Raise({{0, simulator::kStatusEnterField, 0x30002},
@@ -143,7 +132,7 @@ TEST(ReportedVisit, WaitsForAStatusThatCannotBeRead) {
     setup.log.TakeUnannounced();
     setup.SetFaults("");
     PcWithHost::Pass(2 * kSecond);
-    const Texts lines = VisitDesk::WithoutTicks(setup.log.Texts());
+    const Texts lines = VisitDesk::WithoutTicks(setup.log.TextsSoFar());
     for (const char* line : {"NFC EnterField(1), enterSum: 3, leaveSum: 2",
                              "NFC LeaveField(2), enterSum: 65535, leaveSum: 1"}) {
         EXPECT_EQ(std::count(lines.begin(), lines.end(), line), 1) << line;
@@ -153,7 +142,6 @@ TEST(ReportedVisit, WaitsForAStatusThatCannotBeRead) {
 
 // The interrupt thread waits for the device mutex while a device start finds another chip.
 TEST(CountedVisit, BeginsWithAnInterruptOfTheChipBefore) {
-    hosted::UseScheduledClock({Seed()});
     VisitDesk setup(PcRoute::kI2c);
     NfcDeviceContext& context = GetNfcDeviceContext();
     {
@@ -169,7 +157,6 @@ TEST(CountedVisit, BeginsWithAnInterruptOfTheChipBefore) {
 }
 
 TEST(MissingListener, LeavesAVisitUnopenedButEndsOne) {
-    hosted::UseScheduledClock({Seed()});
     VisitDesk setup(PcRoute::kUsb);
     setup.manager->RegisterListener(nullptr);
     setup.Raise({{0}, {100}, {200}});
@@ -200,20 +187,8 @@ void ExpectPairs(std::size_t mostPairs) {
     EXPECT_LE(events.size(), 2 * mostPairs) << "a chain of visits for one phone";
 }
 
-struct Peripheral {
-    PcRoute route;
-    const char* chip;
-    bool interruptsUntilTheLeave;  // instead of reports of the entry and the leave
-};
-constexpr Peripheral kPeripherals[] = {{PcRoute::kI2c, "fm11nt081", true},
-                                       {PcRoute::kI2c, "fm11nt082c", true},
-                                       {PcRoute::kUsb, "fm11nt081", true},
-                                       {PcRoute::kI2c, "fanli", false}};
-
-void StayWhileTheHost(bool writes, const Peripheral& peripheral, hosted::Micros actAtMs) {
-    PcWithHost setup({peripheral.route}, peripheral.chip);
-    setup.Start();
-    AnnounceStop(setup.log);
+void StayWhileTheHost(bool writes, PcRoute route, const std::string& chip, hosted::Micros actAtMs) {
+    StartedPc setup({route}, chip);
     // Of a phone whose visit has been given up before it leaves.
     setup.log.Announce("NFC LeaveField(2), interrupt First?: 1");
     const hosted::Micros leave = hosted::Now() + kStay;
@@ -227,7 +202,7 @@ void StayWhileTheHost(bool writes, const Peripheral& peripheral, hosted::Micros 
     }
     PcWithHost::Pass(kStay + 20 * kSecond);
     ExpectPairs(2);
-    if (peripheral.interruptsUntilTheLeave) {
+    if (chip != "fanli") {  // which has no interrupts between the entry and the leave
         ASSERT_EQ(EventsSoFar().size(), 4U) << "the next interrupt is a first report";
         EXPECT_LE(std::abs(EventsSoFar()[3].time - leave), kSecond);
     }
@@ -236,20 +211,24 @@ void StayWhileTheHost(bool writes, const Peripheral& peripheral, hosted::Micros 
 // The phone checks every 125 ms that the tag is there, and the library polls every 350 ms: how the
 // two fall together depends on the time of the write or creation.
 TEST(StayingPhone, GivesAtMostOneFurtherPairForAWriteOrACreation) {
-    for (const bool writes : {true, false}) {
-        for (const Peripheral& peripheral : kPeripherals) {
-            for (const hosted::Micros actAtMs : {500, 600, 700, 800}) {
-                SCOPED_TRACE(peripheral.chip + (", after " + std::to_string(actAtMs)) + " ms");
-                ForEachSeed(1, [&] { StayWhileTheHost(writes, peripheral, actAtMs); });
+    const std::pair<PcRoute, const char*> peripherals[] = {{PcRoute::kI2c, "fm11nt081"},
+                                                           {PcRoute::kI2c, "fm11nt082c"},
+                                                           {PcRoute::kUsb, "fm11nt081"},
+                                                           {PcRoute::kI2c, "fanli"}};
+    for (const auto& [route, chip] : peripherals) {
+        for (const hosted::Micros actAtMs : {500, 600, 700, 800}) {
+            SCOPED_TRACE(chip + (", after " + std::to_string(actAtMs)) + " ms");
+            for (const bool writes : {true, false}) {
+                ForEachSeed(1, [&, route = route, chip = chip] {
+                    StayWhileTheHost(writes, route, chip, actAtMs);
+                });
             }
         }
     }
 }
 
 TEST(StayingPhone, GivesAtMostOneFurtherPairForEachWriteOnEvent3) {
-    hosted::UseScheduledClock({Seed()});
-    PcWithHost setup({PcRoute::kI2c});
-    setup.Start();
+    StartedPc setup({PcRoute::kI2c});
     std::size_t writes = 0;
     ReactToEvents([&](const ReceivedEvent& heard) {
         if (heard.event == 3 && writes < 3) {

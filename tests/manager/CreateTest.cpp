@@ -10,8 +10,6 @@
 #include "routes/RouteState.h"
 #include "tests/manager/ManagerAccess.h"
 #include "tests/support/PcWithHost.h"
-#include "tests/support/ScriptedBus.h"
-#include "tests/support/Seeds.h"
 
 using namespace testing_support;
 
@@ -52,7 +50,7 @@ TEST(Create, ArmsTheProcessForTheNewManager) {
     LogRecorder log;
     g_interruptFirst = g_interruptRunning = g_readHidRunning = false;
     const auto manager = NfcManager::Create(MessageWith(1, 2), nullptr);
-    EXPECT_EQ(Joined(log.Texts()),
+    EXPECT_EQ(Joined(log.TextsSoFar()),
               "NfcManager::Init(), m_uri size is 1, NfcManager::Init() success");
     EXPECT_EQ(staticCallback, nullptr);
     EXPECT_TRUE(g_interruptFirst && g_interruptRunning && g_readHidRunning);
@@ -99,7 +97,7 @@ std::vector<int> ResultsOf(NfcManager& manager) {
 }
 
 TEST(Create, OperationsOfAManagerThatWasNotInitialized) {
-    hosted::UseScheduledClock({Seed()});
+    const OneSeed clock;
     LogRecorder log;
     NfcManager bare(MessageWith(50, 5));
     EXPECT_EQ(ResultsOf(bare), (std::vector{-1, -1, -1, 0, 0, 0, 0, 0, 0, 0}));
@@ -127,12 +125,12 @@ TEST(Create, OperationsOfAManagerThatWasNotInitialized) {
 }
 
 TEST(Create, OperationsWithoutADevice) {
-    hosted::UseScheduledClock({Seed()});
+    const OneSeed clock;
     LogRecorder log;
     const auto manager = NfcManager::Create(MessageWith(50, 5), &PcWithHost::Listen);
     EXPECT_EQ(ResultsOf(*manager), (std::vector{-1, -1, 0, 0, 0, 0, 0, 0, 0, 1}));
     EXPECT_EQ(staticCallback, &OtherListener);
-    EXPECT_EQ(hosted::Now(), 1800 * hosted::kMillisecond) << "a pause after each failed attempt";
+    EXPECT_EQ(hosted::Now(), 1800 * kMillisecond) << "a pause after each failed attempt";
     EXPECT_EQ(Joined(log.TakeUnannounced()),
               "WriteMessage msg nullptr, spbDriverOps == nullptr, "
               "ReadMessage ReadNfcContent failed, " +

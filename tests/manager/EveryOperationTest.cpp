@@ -7,7 +7,6 @@
 #include <random>
 
 #include "tests/support/PcWithHost.h"
-#include "tests/support/Seeds.h"
 
 using simulator::kDefaultBleAddress;
 using simulator::PcRoute;
@@ -28,7 +27,7 @@ using Fill = std::uint8_t;
 
 void (*const kOperations[])(PcWithHost& setup, NfcManager& manager, Fill fill) = {
     [](PcWithHost& d, NfcManager&, Fill fill) {
-        d.pc.TapPhone(fill % 2 == 0 ? PcRoute::kI2c : PcRoute::kBle, 0, 50 * hosted::kMillisecond);
+        d.pc.TapPhone(fill % 2 == 0 ? PcRoute::kI2c : PcRoute::kBle, 0, 50 * kMillisecond);
     },
     [](PcWithHost&, NfcManager& m, Fill) {
         std::uint8_t number[32];
@@ -61,7 +60,7 @@ void EveryOperation(std::uint64_t seed, std::uint64_t managers) {
         all.push_back(NfcManager::Create(setup.NewMessage(), &ReadingListener));
     }
     std::atomic<unsigned> running{kThreads};
-    const hosted::Micros until = hosted::Now() + hosted::kSecond;
+    const hosted::Micros until = hosted::Now() + kSecond;
     for (unsigned i = 0; i < kThreads; ++i) {
         std::mt19937_64 random(seed * kThreads + i);
         OnThread([&, manager = all[i % managers], random]() mutable {
@@ -76,25 +75,25 @@ void EveryOperation(std::uint64_t seed, std::uint64_t managers) {
     }
     all.clear();
     // A Bluetooth answer that never comes takes its three seconds for each of those who queue.
-    EXPECT_TRUE(hosted::WaitFor([&] { return running == 0; }, 600 * hosted::kSecond, "callers"))
+    EXPECT_TRUE(hosted::WaitFor([&] { return running == 0; }, 600 * kSecond, "callers"))
         << hosted::DescribeThreads();
     setup.manager->BtDisconnect(kDefaultBleAddress);
     ASSERT_TRUE(setup.manager->DeviceInit());
     setup.manager->RegisterListener(&PcWithHost::Listen);
     EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x77)), 0);
     EXPECT_EQ(setup.NumberOnChip(), NumberOf(0x77));
-    setup.pc.TapPhone(0, 100 * hosted::kMillisecond);
-    EXPECT_TRUE(PcWithHost::WaitForEvents(2, 20 * hosted::kSecond)) << hosted::DescribeThreads();
+    setup.pc.TapPhone(0, 100 * kMillisecond);
+    EXPECT_TRUE(PcWithHost::WaitForEvents(2, 20 * kSecond)) << hosted::DescribeThreads();
     setup.manager.reset();
     // The device stays, and the deferred call thread.
-    EXPECT_TRUE(
-        hosted::WaitFor([] { return hosted::Live().handles <= 2; }, hosted::kSecond, "ends"))
+    EXPECT_TRUE(hosted::WaitFor([] { return hosted::Live().handles <= 2; }, kSecond, "ends"))
         << hosted::DescribeThreads();
     EXPECT_EQ(hosted::Live().requests, 0U);
     setup.log.TakeUnannounced();  // any of them may come
 }
 
 TEST(EveryOperation, OnTheRealClock) {
+    OneSeed::staysOnRealClock = true;
     EveryOperation(Seed(), 2);
 }
 

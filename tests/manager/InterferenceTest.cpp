@@ -5,7 +5,6 @@
 #include "tagimage/NfcData.h"
 #include "tests/manager/ManagerAccess.h"
 #include "tests/support/PcWithHost.h"
-#include "tests/support/Seeds.h"
 
 using simulator::PcRoute;
 using namespace testing_support;
@@ -17,7 +16,6 @@ struct EndingManager : PcWithHost {
     EndingManager() : PcWithHost({PcRoute::kI2c}, "fanli") {
         EXPECT_TRUE(Create());
         other = NfcManager::Create(NewMessage(), &PcWithHost::Listen);
-        AnnounceStop(log);
         log.Announce("Nfc chip Fanli");
     }
     void EndTheOtherMeanwhile() {
@@ -36,7 +34,7 @@ TEST(AnotherManagersEnd, CutsNoWriteShortOfItsRadio) {
         setup.EndTheOtherMeanwhile();
         EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x22)), 0);
         EXPECT_TRUE(GetNfcDeviceContext().spbDriverOps.load()->radioEnabled);
-        PcWithHost::Pass(hosted::kSecond);
+        PcWithHost::Pass(kSecond);
     });
 }
 
@@ -46,7 +44,7 @@ TEST(AnotherManagersEnd, DoesNotMakeTheChipAnotherOne) {
         setup.EndTheOtherMeanwhile();
         EXPECT_TRUE(setup.manager->DeviceInit());
         EXPECT_EQ(GetNfcDeviceContext().chipKind, NfcChipFanli);
-        PcWithHost::Pass(hosted::kSecond);
+        PcWithHost::Pass(kSecond);
     });
 }
 
@@ -55,15 +53,13 @@ TEST(Assignment, DuringAWriteLeavesTheAssignedMessageAlone) {
     ForEachSeed(60, [] {
         PcWithHost setup({PcRoute::kI2c}, "fm11nt082c");
         setup.Start();
-        AnnounceStop(setup.log);
         const auto message = setup.NewMessage(0x22, 'b');
         const auto other = NfcManager::Create(message, &PcWithHost::Listen);
         OnThread([&setup] { setup.manager->WriteMessage(setup.NewMessage(0x33, 'a')); });
-        PcWithHost::Pass(static_cast<hosted::Micros>(hosted::Random() % 150) *
-                         hosted::kMillisecond);
+        PcWithHost::Pass(static_cast<hosted::Micros>(hosted::Random() % 150) * kMillisecond);
         *setup.manager = *other;
         EXPECT_EQ(Renew(*setup.manager, NumberOf(0x44)), 0);
-        EXPECT_TRUE(PcWithHost::WaitForThreads(2, 60 * hosted::kSecond));
+        EXPECT_TRUE(PcWithHost::WaitForThreads(2, 60 * kSecond));
         std::string url;
         Number number;
         message->GetUrl(url);
@@ -86,7 +82,7 @@ TEST(Assignment, DuringAWriteLeavesAWholeImage) {
         setup.manager->UpdateNfcData();
         const Number number = setup.NumberOnChip();
         EXPECT_TRUE(number == NumberOf(0x11) || number == NumberOf(0x22));
-        PcWithHost::Pass(hosted::kSecond);
+        PcWithHost::Pass(kSecond);
         EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x33)), -1);
         setup.log.TakeUnannounced();  // of operations on a manager that has lost its parts
     });
@@ -117,7 +113,7 @@ TEST(TwoWriters, LeaveOneWholeImageAndItsNumberInMemory) {
                 OnThread([&setup, maker] { WriteOften(setup, maker); });
             }
             // The deferred call thread stays, and the one that listens to the route.
-            EXPECT_TRUE(PcWithHost::WaitForThreads(2, 600 * hosted::kSecond));
+            EXPECT_TRUE(PcWithHost::WaitForThreads(2, 600 * kSecond));
             NfcData data;
             ASSERT_TRUE(data.Init() && data.Parse(setup.ImageOnChip(143)));
             const std::string made = data.GetUrl() + data.GetMacAddr() + data.GetModel();

@@ -16,7 +16,7 @@
 namespace {
 
 using testing_support::LogRecorder;
-using Texts = std::vector<std::string>;
+using testing_support::Texts;
 namespace fs = std::filesystem;
 
 struct Fields {
@@ -72,7 +72,7 @@ TEST(NdefMessage, StoresUrlsOf1To255Bytes) {
         EXPECT_EQ(message.SetUrl(std::string(size, '\0')), fits ? 0 : -1);
         EXPECT_EQ(FieldsOf(message), expected);
     }
-    EXPECT_EQ(log.Texts(), Texts{});
+    EXPECT_EQ(log.TextsSoFar(), Texts{});
 }
 
 TEST(NdefMessage, AnswersArraysThatAreNotThere) {

@@ -8,7 +8,6 @@
 #include "tests/manager/ManagerAccess.h"
 #include "tests/support/NoArray.h"
 #include "tests/support/PcWithHost.h"
-#include "tests/support/Seeds.h"
 
 using simulator::PcRoute;
 using namespace testing_support;
@@ -19,10 +18,7 @@ constexpr std::size_t kEventThreads = 2;  // interrupt and deferred call; number
 
 // A PC with a tag that holds the number 0x11 and a URL of 'u'.
 struct TagWithNumber : PcWithHost {
-    TagWithNumber() : PcWithHost({PcRoute::kI2c}, "fm11nt082c") {
-        Start();
-        AnnounceStop(log);
-    }
+    TagWithNumber() : PcWithHost({PcRoute::kI2c}, "fm11nt082c") { Start(); }
     int Give(std::uint8_t fill) { return Renew(*manager, NumberOf(fill)); }
     std::uint8_t InMemory() const {
         std::uint8_t number[32] = {};
@@ -30,7 +26,7 @@ struct TagWithNumber : PcWithHost {
         return number[0];
     }
     Number OnChipInTheEnd() {
-        EXPECT_TRUE(WaitForThreads(kEventThreads, 600 * hosted::kSecond));
+        EXPECT_TRUE(WaitForThreads(kEventThreads, 600 * kSecond));
         return NumberOnChip();
     }
 };
@@ -41,18 +37,17 @@ void HoldNumberThreads() {
         platform::Lock lock(NumberThreadMutex());
         Sleep(20'000);
     });
-    PcWithHost::Pass(hosted::kMillisecond);
+    PcWithHost::Pass(kMillisecond);
 }
 
 TEST(RandomNumber, ReachesTheTagWithoutKeepingTheHost) {
-    hosted::UseScheduledClock({Seed()});
     TagWithNumber setup;
     const hosted::ThreadId host = hosted::CurrentThread();
     setup.log.OnLine(
         [host](const std::string& /*text*/) { Sleep(hosted::CurrentThread() == host ? 0 : 200); });
     OnThread([&setup] { EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x22)), 0); });
     for (std::uint8_t fill = 0x31; fill < 0x41; ++fill) {
-        PcWithHost::Pass(150 * hosted::kMillisecond);
+        PcWithHost::Pass(150 * kMillisecond);
         const hosted::Micros before = hosted::Now();
         EXPECT_EQ(setup.Give(fill), 0);
         EXPECT_EQ(hosted::Now(), before) << "however long a write and its log take";
@@ -63,15 +58,13 @@ TEST(RandomNumber, ReachesTheTagWithoutKeepingTheHost) {
 }
 
 TEST(RandomNumber, StaysAsItWasWithoutAThreadToWriteIt) {
-    hosted::UseScheduledClock({Seed()});
     TagWithNumber setup;
     hosted::SetCallHook([](hosted::Call call, hosted::ThreadId) -> DWORD {
         return call == hosted::Call::kCreateThread ? ERROR_NOT_ENOUGH_MEMORY : 0;
     });
     EXPECT_EQ(setup.Give(0x41), -1);
     hosted::SetCallHook({});
-    EXPECT_EQ(setup.log.TakeUnannounced(),
-              std::vector<std::string>{"WriteRandNum CreateThread failed - 8"});
+    EXPECT_EQ(setup.log.TakeUnannounced(), Texts{"WriteRandNum CreateThread failed - 8"});
     EXPECT_EQ(setup.InMemory(), 0x11);
     EXPECT_TRUE(setup.manager->UpdateNfcData());
     EXPECT_EQ(setup.NumberOnChip(), NumberOf(0x11));
@@ -80,19 +73,16 @@ TEST(RandomNumber, StaysAsItWasWithoutAThreadToWriteIt) {
 }
 
 TEST(RandomNumber, InAnArrayThatIsNotThere) {
-    hosted::UseScheduledClock({Seed()});
     TagWithNumber setup;
     EXPECT_EQ(setup.manager->WriteRandNum(NoArray<const std::uint8_t, 32>()), -1);
     EXPECT_EQ(setup.manager->ReadRandNum(NoArray<std::uint8_t, 32>()), -1);
     EXPECT_EQ(setup.log.TakeUnannounced(),
-              (std::vector<std::string>{"SetRandomNumber memcpy_s fail", "SetRandomNumber fail",
-                                        "NFC ReadRandNumber memcpy_s fail",
-                                        "ReadRandNum ReadNfc failed"}));
+              (Texts{"SetRandomNumber memcpy_s fail", "SetRandomNumber fail",
+                     "NFC ReadRandNumber memcpy_s fail", "ReadRandNum ReadNfc failed"}));
 }
 
 // The number that a host puts into its message counts as given when an operation takes it over.
 TEST(RandomNumber, OfTheHostsMessageReplacesOneThatWaitsForItsThread) {
-    hosted::UseScheduledClock({Seed()});
     TagWithNumber setup;
     const auto message = NfcManagerTestAccess::Message(*setup.manager);
     const std::function<bool(NfcManager&)> operations[] = {
@@ -117,7 +107,6 @@ TEST(RandomNumber, OutlivesTheHostsLastPointer) {
         PcWithHost setup({PcRoute::kI2c}, "fm11nt082c");
         for (std::uint8_t fill = 0x21; fill < 0x24; ++fill) {
             setup.Start();
-            AnnounceStop(setup.log);
             EXPECT_EQ(Renew(*setup.manager, NumberOf(fill)), 0);
             setup.manager.reset();
             EXPECT_FALSE(g_interruptRunning) << "the event threads are stopped at once";
@@ -132,7 +121,6 @@ TEST(RandomNumber, OutlivesTheHostsLastPointer) {
 }
 
 TEST(RandomNumber, OfAManagerThatHasGoneLeavesItsSuccessorsTagAlone) {
-    hosted::UseScheduledClock({Seed()});
     TagWithNumber setup;
     HoldNumberThreads();
     EXPECT_EQ(setup.Give(0x21), 0);
@@ -150,7 +138,6 @@ TEST(RandomNumber, OfAManagerThatHasGoneLeavesItsSuccessorsTagAlone) {
 }
 
 TEST(RandomNumber, GivenAfterAnotherManagersWriteReachesTheTag) {
-    hosted::UseScheduledClock({Seed()});
     TagWithNumber setup;
     const auto other = NfcManager::Create(setup.NewMessage(), &PcWithHost::Listen);
     EXPECT_EQ(other->WriteMessage(setup.NewMessage(0x55, 'w')), 0);
@@ -159,7 +146,6 @@ TEST(RandomNumber, GivenAfterAnotherManagersWriteReachesTheTag) {
 }
 
 TEST(RandomNumber, GivenWhileAnUpdateFillsTheImageIsNotLost) {
-    hosted::UseScheduledClock({Seed()});
     TagWithNumber setup;
     bool given = false;
     setup.log.OnLine([&](const std::string& text) {
@@ -175,7 +161,6 @@ TEST(RandomNumber, GivenWhileAnUpdateFillsTheImageIsNotLost) {
 }
 
 TEST(RandomNumber, GivenAgainWhileItsThreadWaitsIsTheNewest) {
-    hosted::UseScheduledClock({Seed()});
     TagWithNumber setup;
     const auto other = NfcManager::Create(setup.NewMessage(0x22), &PcWithHost::Listen);
     HoldNumberThreads();
@@ -199,9 +184,9 @@ TEST(RandomNumber, GivenLastStaysWhateverAnOlderMessageWritesInBetween) {
             platform::Lock lock(NumberThreadMutex());
             Sleep(499);
         });
-        PcWithHost::Pass(hosted::kMillisecond);
+        PcWithHost::Pass(kMillisecond);
         OnThread([&setup] { setup.manager->UpdateNfcData(); });
-        PcWithHost::Pass(hosted::kMillisecond);
+        PcWithHost::Pass(kMillisecond);
         EXPECT_EQ(Renew(*third, NumberOf(0x43)), 0);
         EXPECT_EQ(Renew(*second, NumberOf(0x42)), 0);
         EXPECT_NE(setup.OnChipInTheEnd(), NumberOf(0x43));

@@ -6,8 +6,6 @@
 #include "tagimage/NfcData.h"
 #include "tests/manager/ManagerAccess.h"
 #include "tests/support/PcWithHost.h"
-#include "tests/support/ScriptedBus.h"
-#include "tests/support/Seeds.h"
 
 using LinkDockService::BleCall;
 using simulator::PcRoute;
@@ -22,7 +20,6 @@ struct StartedPc : PcWithHost {
 };
 
 TEST(WriteMessage, LogsItsSteps) {
-    hosted::UseScheduledClock({Seed()});
     StartedPc setup;
     EXPECT_TRUE(HasInOrder(
         setup.log,
@@ -37,7 +34,6 @@ TEST(WriteMessage, LogsItsSteps) {
 }
 
 TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
-    hosted::UseScheduledClock({Seed()});
     StartedPc setup;
     NfcManagerTestAccess::Message(*setup.manager)->SetUrl(std::string(50, 'w'));
     const auto withoutUrl = std::make_shared<NdefMessage>();
@@ -53,7 +49,6 @@ TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
 }
 
 TEST(ReadMessage, RefusesASpoiledImageUntilItIsWrittenAgain) {
-    hosted::UseScheduledClock({Seed()});
     StartedPc setup;
     {
         constexpr unsigned kUriRecordAt = 18;
@@ -102,7 +97,6 @@ Number OnlyByteTwo() {
 }
 
 TEST(WriteMessage, SaysWhichStepFailed) {
-    hosted::UseScheduledClock({Seed()});
     TwoRoutes setup;
     const auto message = setup.NewMessage(0x22);
     TwoRoutes::RefuseThreeWrites();
@@ -124,7 +118,6 @@ TEST(WriteMessage, SaysWhichStepFailed) {
 }
 
 TEST(RandomNumberThread, SaysWhichStepFailed) {
-    hosted::UseScheduledClock({Seed()});
     TwoRoutes setup;
     TwoRoutes::RefuseThreeWrites();
     EXPECT_EQ(Renew(*setup.manager, NumberOf(4)), 0);
@@ -171,12 +164,12 @@ TEST(WriteMessage, StartsBothThreadsOrNone) {
         EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x41)), -1);
         EXPECT_TRUE(HasInOrder(setup.log, {"UpdateNfcData success", "NfcThreadCreate fail"}));
         EXPECT_TRUE(m_staticNotificationThread == nullptr && m_staticCallThread == nullptr);
-        PcWithHost::Pass(hosted::kSecond);
+        PcWithHost::Pass(kSecond);
         EXPECT_EQ(hosted::Live().requests + hosted::Live().threads, 0U) << "the other one ends";
         EXPECT_EQ(setup.NumberOnChip(), NumberOf(0x41)) << "the tag is written all the same";
         EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x42)), 0);
-        setup.pc.TapPhone(0, hosted::kSecond);
-        PcWithHost::Pass(20 * hosted::kSecond);
+        setup.pc.TapPhone(0, kSecond);
+        PcWithHost::Pass(20 * kSecond);
         EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1})) << "from one thread of each kind";
         EXPECT_EQ(hosted::Live().threads, kEventThreads);
         hosted::SetCallHook({});
@@ -185,7 +178,6 @@ TEST(WriteMessage, StartsBothThreadsOrNone) {
 }
 
 TEST(UpdateNfcContent, WritesWhatDiffers) {
-    hosted::UseScheduledClock({Seed()});
     TwoRoutes setup;
     const auto update = [&setup] { return NfcManagerTestAccess::UpdateNfcContent(*setup.manager); };
     EXPECT_TRUE(update());

@@ -30,11 +30,10 @@ Link LinkOf(const simulator::BluetoothKeyboard& keyboard) {
 // A report that the client delivers on its own thread, at once.
 void SendFieldNow(PcWithHost& setup, bool enter) {
     setup.pc.bluetooth()->SendField(enter);
-    PcWithHost::Pass(hosted::kMillisecond);
+    PcWithHost::Pass(kMillisecond);
 }
 
 TEST(Ble, LinkStates) {
-    hosted::UseScheduledClock({Seed()});
     PcWithHost setup({PcRoute::kBle});
     ASSERT_TRUE(setup.Create());
     setup.log.Announce("[NFC] btmac error!");
@@ -79,7 +78,7 @@ TEST(Ble, LinkStates) {
         }
         EXPECT_EQ(((*setup.manager).*operation)(address), result);
         EXPECT_EQ(LinkOf(*setup.pc.bluetooth()), link);
-        EXPECT_EQ(Joined(setup.log.Texts()), lines);
+        EXPECT_EQ(Joined(setup.log.TextsSoFar()), lines);
         SendFieldNow(setup, true);
         heard += link == Link::kSubscribed ? 1 : 0;
         EXPECT_EQ(EventsSoFar().size(), heard) << "once, through the one sink there is";
@@ -157,10 +156,10 @@ TEST(Ble, AListenerMayCallTheManagerWhereverTheClientDelivers) {
         };
         for (const auto& operation : operations) {
             TakeEvents();
-            setup.pc.bluetooth()->SendField(true, 1 * hosted::kMillisecond);
-            setup.pc.bluetooth()->SendField(false, 10 * hosted::kMillisecond);
+            setup.pc.bluetooth()->SendField(true, 1 * kMillisecond);
+            setup.pc.bluetooth()->SendField(false, 10 * kMillisecond);
             EXPECT_TRUE(operation());
-            PcWithHost::Pass(20 * hosted::kSecond);
+            PcWithHost::Pass(20 * kSecond);
             EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
         }
     });
@@ -180,7 +179,6 @@ void LookTwice(int /*event*/, const std::uint8_t (&number)[32], int /*route*/) {
 }
 
 TEST(Ble, TwoDeliveriesAtOnceShowEachListenerCallItsOwnNumber) {
-    hosted::UseScheduledClock({Seed()});
     PcWithHost setup({PcRoute::kBle});
     DeliveryHabits habits;
     habits.threads = 2;
@@ -189,11 +187,11 @@ TEST(Ble, TwoDeliveriesAtOnceShowEachListenerCallItsOwnNumber) {
     setup.manager->RegisterListener(&LookTwice);
     constexpr std::uint8_t kVisits = 20;
     for (std::uint8_t i = 0; i < kVisits; ++i) {
-        const hosted::Micros at = hosted::kMillisecond * 3 * i;
+        const hosted::Micros at = kMillisecond * 3 * i;
         setup.pc.bluetooth()->SendNumber(simulator::Bytes(32, i), at);
-        setup.pc.bluetooth()->SendField(i % 2 == 0, at + hosted::kMillisecond);
+        setup.pc.bluetooth()->SendField(i % 2 == 0, at + kMillisecond);
     }
-    PcWithHost::Pass(hosted::kSecond);
+    PcWithHost::Pass(kSecond);
     EXPECT_EQ(g_seenNumbers, kVisits);
     EXPECT_EQ(g_tornNumbers, 0U);
 }
@@ -202,7 +200,7 @@ TEST(Ble, JudgesEveryNotification) {
     StartedPc setup({PcRoute::kBle});
     const std::string tooShort = "[NFC] value length is err";
     setup.log.Announce(tooShort);
-    PcWithHost::Pass(hosted::kMillisecond);  // the interrupt thread, which no driver serves, ends
+    PcWithHost::Pass(kMillisecond);  // the interrupt thread, which no driver serves, ends
     const std::string invalid = "[NFC] not valid data ";
     const std::string entered = "NFC_SELECT_IN_FIELD 1st report";
     const std::string left = "NFC_defer call done: ";
@@ -230,8 +228,8 @@ TEST(Ble, JudgesEveryNotification) {
         std::copy(head.begin(), head.end(), value.begin());
         setup.log.Clear();
         setup.pc.bluetooth()->SendRaw(value);
-        PcWithHost::Pass(hosted::kMillisecond);
-        EXPECT_EQ(Joined(setup.log.Texts()), "[NFC] start size:, " + line) << size << " bytes";
+        PcWithHost::Pass(kMillisecond);
+        EXPECT_EQ(Joined(setup.log.TextsSoFar()), "[NFC] start size:, " + line) << size << " bytes";
     }
     EXPECT_EQ(EventNumbers(4), (std::vector<int>{3, 1, 1, 3}));
     EXPECT_EQ(EventsSoFar()[3].number[31], 0x40);
@@ -240,23 +238,22 @@ TEST(Ble, JudgesEveryNotification) {
 TEST(Ble, ALateNumberAnswersTheNextRequest) {
     StartedPc setup({PcRoute::kBle});
     simulator::BluetoothKeyboard& keyboard = *setup.pc.bluetooth();
-    keyboard.SetAnswerLatency(3500 * hosted::kMillisecond);
+    keyboard.SetAnswerLatency(3500 * kMillisecond);
     keyboard.SetMemory(122, simulator::Bytes(32, 0x91));
     setup.log.Announce("NFC ReadRandNumber fail,");
     std::uint8_t number[32] = {0xCD};
     const hosted::Micros before = hosted::Now();
     EXPECT_EQ(setup.manager->ReadRandNum(number), 0) << "the other routes count";
-    EXPECT_EQ(hosted::Now() - before, 3 * hosted::kSecond);
+    EXPECT_EQ(hosted::Now() - before, 3 * kSecond);
     EXPECT_EQ(number[0], 0xCD);
-    PcWithHost::Pass(hosted::kSecond);
+    PcWithHost::Pass(kSecond);
     keyboard.SetMemory(122, simulator::Bytes(32, 0x92));
     EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
-    EXPECT_EQ(hosted::Now() - before, 4 * hosted::kSecond) << "at once";
+    EXPECT_EQ(hosted::Now() - before, 4 * kSecond) << "at once";
     EXPECT_EQ(number[0], 0x91);
 }
 
 TEST(Ble, ADisconnectWithoutAClientSilencesTheSinkOfTheConnectBefore) {
-    hosted::UseScheduledClock({Seed()});
     PcWithHost setup({PcRoute::kBle});
     ASSERT_TRUE(setup.Create());
     ASSERT_TRUE(setup.manager->BtConnect(kKeyboard));
@@ -269,7 +266,6 @@ TEST(Ble, ADisconnectWithoutAClientSilencesTheSinkOfTheConnectBefore) {
 
 // Reports come faster than the listener returns, the first one inside a call of the client.
 TEST(Ble, AKeyboardThatReportsWithoutEndKeepsNoOperation) {
-    hosted::UseScheduledClock({Seed()});
     PcWithHost setup({PcRoute::kBle});
     ASSERT_TRUE(setup.Create());
     ASSERT_TRUE(setup.manager->BtConnect(kKeyboard));
@@ -278,12 +274,12 @@ TEST(Ble, AKeyboardThatReportsWithoutEndKeepsNoOperation) {
     LinkDockService::SetDeliveryHabits(habits);
     ReactToEvents([](const ReceivedEvent& /*event*/) { Sleep(40); });
     for (int i = 0; i < 600; ++i) {
-        setup.pc.bluetooth()->SendField(i % 2 == 0, (1 + i * 30) * hosted::kMillisecond);
+        setup.pc.bluetooth()->SendField(i % 2 == 0, (1 + i * 30) * kMillisecond);
     }
     std::uint8_t number[32];
     const hosted::Micros begin = hosted::Now();
     EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
-    EXPECT_LT(hosted::Now() - begin, 5 * hosted::kSecond);
+    EXPECT_LT(hosted::Now() - begin, 5 * kSecond);
     EXPECT_TRUE(setup.manager->BtDisconnect(kKeyboard));
 }
 

@@ -16,7 +16,7 @@ using Operation = std::function<bool(PcWithHost& setup, NfcProxy& proxy)>;
 
 // The registers that went out, each with the number of bytes written or read there: "16+18" for a
 // read of 18 bytes. A pause after a block is a dot.
-std::string Blocks(const std::vector<std::string>& traffic) {
+std::string Blocks(const Texts& traffic) {
     std::string blocks;
     for (const std::string& text : traffic) {
         if (text[0] == 'W') {

@@ -52,11 +52,8 @@ std::wstring Find() {
     return isFound ? opened : L"";
 }
 
-struct Discovery : testing::Test {
-    Discovery() {
-        hosted::UseScheduledClock({Seed()});
-        keyboard.path += L"&fits";
-    }
+struct Discovery : testing::Test, private OneSeed {
+    Discovery() { keyboard.path += L"&fits"; }
     HidInterface keyboard = simulator::KeyboardInterface();
     std::shared_ptr<hosted::Driver> driver =
         std::make_shared<simulator::HidDriver>(std::make_shared<simulator::KeyboardMcu>());
@@ -76,7 +73,7 @@ TEST_F(Discovery, PassesOverWhatDoesNotFit) {
         log.Clear();
         EXPECT_EQ(Find(), found ? keyboard.path : L"");
         std::string text;
-        for (const std::string& line : log.Texts()) {
+        for (const std::string& line : log.TextsSoFar()) {
             text += line;
         }
         EXPECT_EQ(text, lines + (found ? kFound : ""));

@@ -27,15 +27,15 @@ TEST(Hid, JudgesEveryReport) {
         {2, 0xE6, 0xE6, invalid},
     };
     for (const auto& [type, first, second, lines] : cases) {
-        PcWithHost::Pass(hosted::kSecond);
+        PcWithHost::Pass(kSecond);
         setup.log.Clear();
         simulator::Bytes report(64, 0x5A);
         report[5] = type;
         report[6] = first;
         report[7] = second;
         setup.pc.keyboard()->SendRaw(report);
-        PcWithHost::Pass(5 * hosted::kMillisecond);
-        EXPECT_EQ(Joined(setup.log.Texts()), lines + "NFC Wait For KeyboardData");
+        PcWithHost::Pass(5 * kMillisecond);
+        EXPECT_EQ(Joined(setup.log.TextsSoFar()), lines + "NFC Wait For KeyboardData");
     }
     EXPECT_EQ(EventNumbers(3), (std::vector<int>{3, 1}));
     EXPECT_EQ(EventsSoFar()[0].number[0], 0xA1);
@@ -62,12 +62,11 @@ TEST(Hid, SendsNothingWhileTheKeyboardIsAway) {
 // when a device start closes the keyboard.
 struct HeldReader : StartedPc {
     HeldReader() : StartedPc({PcRoute::kHid}) {
-        AnnounceStop(log);
         ReactToEvents([this](const ReceivedEvent&) {
             hosted::WaitFor([this] { return release; }, hosted::kForever, "the host");
         });
         pc.keyboard()->SendField(true);
-        EXPECT_TRUE(PcWithHost::WaitForEvents(1, hosted::kSecond));
+        EXPECT_TRUE(PcWithHost::WaitForEvents(1, kSecond));
     }
     bool release = false;
 };
@@ -79,7 +78,7 @@ TEST(HidThread, NeverReadsFromTheChipThatTookThePlaceOfTheKeyboard) {
     BusRecorder bus;
     EXPECT_TRUE(setup.manager->DeviceInit());
     setup.release = true;
-    PcWithHost::Pass(10 * hosted::kMillisecond);
+    PcWithHost::Pass(10 * kMillisecond);
     EXPECT_EQ(bus.Take(EventsSoFar()[0].thread).size(), 0U) << "requests of the read thread";
     EXPECT_TRUE(setup.log.Has("NFC ReadKeyboardDataThread return"));
 }
@@ -91,7 +90,7 @@ TEST(HidThread, IsStoppedByAStartThatFindsNoDevice) {
     EXPECT_FALSE(setup.manager->DeviceInit());
     EXPECT_FALSE(g_readHidRunning);
     setup.release = true;
-    PcWithHost::Pass(10 * hosted::kMillisecond);
+    PcWithHost::Pass(10 * kMillisecond);
 }
 
 }  // namespace

@@ -22,9 +22,9 @@ void BothRoutes(PcRoute wired, std::uint8_t pcType, unsigned numberRegister) {
     std::uint8_t number[32] = {};
     EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
     EXPECT_EQ(number[0], 0x11) << "the wired route is read last";
-    setup.pc.TapPhone(wired, 0, hosted::kSecond);
-    setup.pc.TapPhone(PcRoute::kBle, 100 * hosted::kMillisecond, 500 * hosted::kMillisecond);
-    EXPECT_TRUE(PcWithHost::WaitForEvents(4, 20 * hosted::kSecond));
+    setup.pc.TapPhone(wired, 0, kSecond);
+    setup.pc.TapPhone(PcRoute::kBle, 100 * kMillisecond, 500 * kMillisecond);
+    EXPECT_TRUE(PcWithHost::WaitForEvents(4, 20 * kSecond));
     EXPECT_EQ(EventNumbers(static_cast<int>(wired) + 1), (std::vector<int>{3, 1}));
     EXPECT_EQ(EventNumbers(4), (std::vector<int>{3, 1}));
     for (const ReceivedEvent& heard : EventsSoFar()) {

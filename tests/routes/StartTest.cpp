@@ -11,10 +11,7 @@ using namespace testing_support;
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
 TEST(DeviceStart, PrefersI2cAndKeepsItsHandle) {
-    hosted::UseScheduledClock({Seed()});
     PcWithHost setup({PcRoute::kI2c, PcRoute::kUsb});
     setup.log.Announce("Nfc");
     ASSERT_TRUE(setup.Create() && setup.manager->DeviceInit());

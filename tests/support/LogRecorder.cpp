@@ -10,7 +10,7 @@
 
 namespace testing_support {
 
-std::string Joined(const std::vector<std::string>& texts) {
+std::string Joined(const Texts& texts) {
     std::string line;
     for (const std::string& text : texts) {
         line += (line.empty() ? "" : ", ") + text;
@@ -37,8 +37,8 @@ std::vector<LogRecorder::Line> LogRecorder::Lines() const {
     return m_lines;
 }
 
-std::vector<std::string> LogRecorder::Texts() const {
-    std::vector<std::string> texts;
+Texts LogRecorder::TextsSoFar() const {
+    Texts texts;
     for (const Line& line : Lines()) {
         texts.push_back(line.text);
     }
@@ -46,7 +46,7 @@ std::vector<std::string> LogRecorder::Texts() const {
 }
 
 std::size_t LogRecorder::Count(const std::string& text) const {
-    const std::vector<std::string> texts = Texts();
+    const Texts texts = TextsSoFar();
     return static_cast<std::size_t>(std::count(texts.begin(), texts.end(), text));
 }
 
@@ -56,15 +56,15 @@ void LogRecorder::Clear() {
     m_lines.clear();
 }
 
-std::vector<std::string> LogRecorder::TakeUnannounced() {
+Texts LogRecorder::TakeUnannounced() {
     const std::lock_guard<std::mutex> guard(m_mutex);
     return std::exchange(m_unannounced, {});
 }
 
-std::vector<std::string> LogRecorder::TakeMarked() {
+Texts LogRecorder::TakeMarked() {
     TakeUnannounced();
     const std::lock_guard<std::mutex> guard(m_mutex);
-    std::vector<std::string> marked;
+    Texts marked;
     for (const Line& line : std::exchange(m_lines, {})) {
         marked.push_back((line.level == LOG_MESSAGE_LEVEL_ERROR ? "E " : "W ") + line.text);
     }
@@ -73,20 +73,16 @@ std::vector<std::string> LogRecorder::TakeMarked() {
 
 void LogRecorder::Take(int level, const std::wstring& line, void* context) {
     auto& self = *static_cast<LogRecorder*>(context);
-    std::string raw(line.size(), '\0');  // widened byte by byte by the front end
-    std::transform(line.begin(), line.end(), raw.begin(),
-                   [](wchar_t c) { return static_cast<char>(c); });
+    const std::string raw(line.begin(), line.end());  // widened byte by byte by the front end
     const bool hasOrigin = !raw.empty() && raw.back() == ')';
     const std::string text = hasOrigin ? raw.substr(0, raw.rfind('(')) : raw;
     std::function<void(const std::string& text)> onLine;
     {
         const std::lock_guard<std::mutex> guard(self.m_mutex);
         self.m_lines.push_back({level, text, raw});
-        const bool expected =
-            level != LOG_MESSAGE_LEVEL_ERROR ||
-            std::any_of(self.m_announced.begin(), self.m_announced.end(),
-                        [&](const std::string& prefix) { return text.rfind(prefix, 0) == 0; });
-        if (!expected) {
+        const auto begins = [&](const std::string& start) { return text.rfind(start, 0) == 0; };
+        if (level == LOG_MESSAGE_LEVEL_ERROR &&
+            std::none_of(self.m_announced.begin(), self.m_announced.end(), begins)) {
             self.m_unannounced.push_back(text);
         }
         onLine = self.m_onLine;

@@ -8,8 +8,10 @@
 
 namespace testing_support {
 
+using Texts = std::vector<std::string>;
+
 /// Texts in one line, for tables: "W 00 10, sleep 40, R 2".
-std::string Joined(const std::vector<std::string>& texts);
+std::string Joined(const Texts& texts);
 
 /// Is the logger's sink for its lifetime. Lines may come from any thread. Its end fails the test
 /// for every error line that was not announced.
@@ -38,25 +40,25 @@ class LogRecorder {
     void OnLine(std::function<void(const std::string& text)> action);
 
     std::vector<Line> Lines() const;
-    std::vector<std::string> Texts() const;
+    Texts TextsSoFar() const;
     std::size_t Count(const std::string& text) const;  ///< lines with exactly this text
     bool Has(const std::string& text) const { return Count(text) > 0; }
     void Clear();  ///< forgets the lines, once the error lines among them are checked
 
     /// Error lines so far that nobody announced; the check at the end is left to the caller.
-    std::vector<std::string> TakeUnannounced();
+    Texts TakeUnannounced();
 
     /// Every line so far, with its level before it: "W text" or "E text". Forgets the lines; the
     /// check is left to the caller.
-    std::vector<std::string> TakeMarked();
+    Texts TakeMarked();
 
   private:
     static void Take(int level, const std::wstring& line, void* context);
 
     mutable std::mutex m_mutex;  // over all; nothing is called with it held
     std::vector<Line> m_lines;
-    std::vector<std::string> m_announced;
-    std::vector<std::string> m_unannounced;
+    Texts m_announced;
+    Texts m_unannounced;
     std::function<void(const std::string& text)> m_onLine;
 };
 

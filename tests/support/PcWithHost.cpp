@@ -3,9 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <iomanip>
+#include <cstdio>
 #include <mutex>
-#include <sstream>
 #include <utility>
 
 #include "platform/NeverDestroyed.h"
@@ -39,11 +38,13 @@ std::string TextOf(const hosted::Request& request) {
     if (request.kind() == Kind::kControl) {
         return "open request";
     }
-    std::ostringstream text("W", std::ios::ate);
-    for (const int byte : request.data()) {
-        text << ' ' << std::hex << std::setw(2) << std::setfill('0') << byte;
+    std::string text = "W";
+    for (const unsigned byte : request.data()) {
+        char digits[4];
+        std::snprintf(digits, sizeof(digits), " %02x", byte);
+        text += digits;
     }
-    return text.str();
+    return text;
 }
 
 }  // namespace
@@ -60,6 +61,12 @@ int Renew(NfcManager& manager, const Number& number) {
 
 void SetNumber(NdefMessage& message, const Number& number) {
     message.SetRandomNumber(reinterpret_cast<const std::uint8_t(&)[32]>(number));
+}
+
+Number NumberIn(NdefMessage& message) {
+    Number number{};
+    message.GetRandomNumber(reinterpret_cast<std::uint8_t(&)[32]>(number));
+    return number;
 }
 
 void OnThread(std::function<void()> body) {
@@ -112,9 +119,9 @@ BusRecorder::~BusRecorder() {
     hosted::SetTracer({});
 }
 
-std::vector<std::string> BusRecorder::Take(hosted::ThreadId thread) {
+Texts BusRecorder::Take(hosted::ThreadId thread) {
     const hosted::DeviceLock lock;
-    std::vector<std::string> texts;
+    Texts texts;
     for (const auto& [doer, text] : std::exchange(m_entries, {})) {
         if (thread == 0 || doer == thread) {
             texts.push_back(text);
@@ -127,10 +134,11 @@ PcWithHost::PcWithHost(const std::vector<PcRoute>& routes, const std::string& ch
                        std::uint8_t pcType)
     : pc(routes, chip), m_routes(routes), m_pcType(pcType) {
     TakeEvents();
+    log.Announce("NFC Interrupt get Overlapped result ", "NFC WaitOnInterruptLoop return",
+                 "NFC ReadKeyboardDataThread return");
 }
 
 PcWithHost::~PcWithHost() {
-    AnnounceStop(log);
     manager.reset();
     if (pc.spb() != nullptr) {
         const hosted::DeviceLock lock;
@@ -181,17 +189,14 @@ bool PcWithHost::StartDevices(NfcManager& with) const {
 
 void PcWithHost::Start(std::uint8_t number) {
     ASSERT_TRUE(Create());
-    if (Has(PcRoute::kI2c)) {
-        // Detection logs its finding as an error, and the first write finds an empty tag.
-        log.Announce("Nfc chip", "Nfc spb2 format", "ReadNfcContent: tag type is err",
-                     "ReadMessage ReadNfcContent failed", "WriteMessage Read failed");
-    } else {
-        log.Announce("NFC_Error opening Spb driver, last error = 2");
-    }
+    // Detection logs its finding as an error, and the first write finds an empty tag.
+    log.Announce("NFC_Error opening Spb driver, last error = 2", "Nfc chip", "Nfc spb2 format",
+                 "ReadNfcContent: tag type is err", "ReadMessage ReadNfcContent failed",
+                 "WriteMessage Read failed");
     ASSERT_TRUE(StartDevices(*manager));
     if (!Has(PcRoute::kI2c) && !Has(PcRoute::kUsb)) {
         // No driver answers the interrupt thread, which ends at once.
-        log.Announce("spbDriverOps == nullptr", "NFC Interrupt ", "NFC WaitOnInterruptLoop return");
+        log.Announce("spbDriverOps == nullptr", "NFC Interrupt ");
     }
     ASSERT_EQ(manager->WriteMessage(NewMessage(number)), 0);
 }
@@ -215,29 +220,12 @@ Number PcWithHost::NumberOnChip() {
 
 void PcWithHost::SetFaults(const std::string& plan) {
     std::string problem;
-    const auto faults = simulator::FaultPlan::Parse(plan, problem);
-    ASSERT_TRUE(faults) << problem;
-    pc.Faults(*faults);
+    pc.Faults(simulator::FaultPlan::Parse(plan, problem).value());
 }
 
-void AnnounceStop(LogRecorder& log) {
-    log.Announce("NFC Interrupt get Overlapped result ", "NFC WaitOnInterruptLoop return",
-                 "NFC ReadKeyboardDataThread return");
-}
-
-std::vector<std::string> ErrorsIn(const LogRecorder& log) {
-    std::vector<std::string> errors;
-    for (const LogRecorder::Line& line : log.Lines()) {
-        if (line.level == LOG_MESSAGE_LEVEL_ERROR) {
-            errors.push_back(line.text);
-        }
-    }
-    return errors;
-}
-
-bool HasInOrder(const LogRecorder& log, const std::vector<std::string>& texts) {
+bool HasInOrder(const LogRecorder& log, const Texts& texts) {
     auto next = texts.begin();
-    for (const std::string& text : log.Texts()) {
+    for (const std::string& text : log.TextsSoFar()) {
         next += next != texts.end() && text == *next ? 1 : 0;
     }
     return next == texts.end();

@@ -18,6 +18,9 @@
 
 namespace testing_support {
 
+using hosted::kMillisecond;
+using hosted::kSecond;
+
 using Number = std::array<std::uint8_t, 32>;
 
 /// A number of 32 equal bytes, none of which is zero for a `fill` other than zero.
@@ -26,6 +29,7 @@ Number NumberOf(std::uint8_t fill);
 /// WriteRandNum and SetRandomNumber with it.
 int Renew(NfcManager& manager, const Number& number);
 void SetNumber(NdefMessage& message, const Number& number);
+Number NumberIn(NdefMessage& message);
 
 /// One call of the listener.
 struct ReceivedEvent {
@@ -56,15 +60,16 @@ class BusRecorder {
   public:
     BusRecorder();  ///< becomes the layer's tracer
     ~BusRecorder();
-    std::vector<std::string> Take(hosted::ThreadId thread = 0);  ///< of one or all; forgets them
+    Texts Take(hosted::ThreadId thread = 0);  ///< of one or all; forgets them
 
   private:
     std::vector<std::pair<hosted::ThreadId, std::string>> m_entries;
 };
 
-/// Registers the devices, records log and events, and clears both in the end. A manager that is
+/// Registers the devices, records log and events, and clears both in the end. The lines of a stop
+/// are announced. A manager that is
 /// still there is ended first.
-class PcWithHost {
+class PcWithHost : private OneSeed {
   public:
     explicit PcWithHost(const std::vector<simulator::PcRoute>& routes,
                         const std::string& chip = "fm11nt081", std::uint8_t pcType = 5);
@@ -90,7 +95,7 @@ class PcWithHost {
     }
     /// Waits until the threads of WriteRandNum, OnThread and the like have ended: `count` live
     /// ones.
-    static bool WaitForThreads(std::size_t count, hosted::Micros timeout = 60 * hosted::kSecond) {
+    static bool WaitForThreads(std::size_t count, hosted::Micros timeout = 60 * kSecond) {
         return hosted::WaitFor([=] { return hosted::Live().threads <= count; }, timeout, "threads");
     }
     /// Lets scheduled time pass.
@@ -119,26 +124,15 @@ class PcWithHost {
     std::uint8_t m_pcType;
 };
 
-struct OneSeed {
-    OneSeed() { hosted::UseScheduledClock({Seed()}); }
-};
-
-/// A PcWithHost for a test of one seed: on a scheduled clock of the process, and started.
-struct StartedPc : private OneSeed, PcWithHost {
+struct StartedPc : PcWithHost {
     explicit StartedPc(const std::vector<simulator::PcRoute>& routes,
-                       const std::string& chip = "fm11nt081")
-        : PcWithHost(routes, chip) {
+                       const std::string& chip = "fm11nt081", std::uint8_t pcType = 5)
+        : PcWithHost(routes, chip, pcType) {
         Start();
     }
 };
 
-/// The lines of a log that are part of every stop.
-void AnnounceStop(LogRecorder& log);
-
-/// The error lines so far, in order.
-std::vector<std::string> ErrorsIn(const LogRecorder& log);
-
 /// True when the log has these lines in this order, others between them or not.
-bool HasInOrder(const LogRecorder& log, const std::vector<std::string>& texts);
+bool HasInOrder(const LogRecorder& log, const Texts& texts);
 
 }  // namespace testing_support

@@ -1,16 +1,14 @@
-// A kernel driver with scripted answers, and an open device as the device start leaves it.
+// A kernel driver whose reads are scripted, and an open device as the device start leaves it.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <deque>
 #include <memory>
-#include <utility>
-#include <vector>
 
-#include "platform/hosted/Kernel.h"
 #include "platform/platform.h"
+#include "simulator/FaultyDriver.h"
+#include "tests/support/Seeds.h"
 #include "transfer/OpenDevice.h"
 #include "transfer/TransferState.h"
 
@@ -19,76 +17,39 @@ namespace testing_support {
 constexpr DWORD kBusError = 1117;
 constexpr wchar_t kScriptedPath[] = L"\\\\.\\SCRIPTED";
 
-/// The end of one request.
-struct Answer {
-    enum class How { kPends, kAtOnce, kNever };
-    How how = How::kPends;
-    DWORD error = ERROR_SUCCESS;
-    std::vector<std::uint8_t> bytes;
-};
-inline Answer Gives(std::vector<std::uint8_t> bytes) {
-    return {Answer::How::kPends, ERROR_SUCCESS, std::move(bytes)};
-}
-inline Answer GivesAtOnce(std::vector<std::uint8_t> bytes) {
-    return {Answer::How::kAtOnce, ERROR_SUCCESS, std::move(bytes)};
-}
-inline Answer Fails(DWORD error) {
-    return {Answer::How::kPends, error, {}};
-}
-inline Answer Refuses(DWORD error) {
-    return {Answer::How::kAtOnce, error, {}};
-}
-inline Answer NeverEnds() {
-    return {Answer::How::kNever, ERROR_SUCCESS, {}};
-}
-
-/// Takes the answers of each kind in order. When they are used up a read fails with kBusError, and
-/// everything else succeeds.
+/// Gives each read its bytes. A read that has none fails with kBusError; all else succeeds.
 class ScriptedBus final : public hosted::Driver {
   public:
-    std::deque<Answer> reads;
-    std::deque<Answer> writes;
-    std::deque<Answer> controls;
+    std::deque<simulator::Bytes> reads;
+    bool endsAtOnce = false;    ///< in the call that starts the request, instead of later
     std::size_t failAt = 0;     ///< this transfer of all fails with kBusError, whatever is scripted
     std::size_t transfers = 0;  ///< so far
 
     DWORD Start(const hosted::RequestPtr& request) override {
-        using Kind = hosted::Request::Kind;
-        const bool isRead = request->kind() == Kind::kRead;
-        auto& script = isRead ? reads : request->kind() == Kind::kWrite ? writes : controls;
-        Answer answer = isRead ? Fails(kBusError) : Gives({});
-        if (!script.empty()) {
-            answer = script.front();
-            script.pop_front();
+        const bool isRead = request->kind() == hosted::Request::Kind::kRead;
+        simulator::Bytes bytes(isRead ? 0 : request->length());
+        if (isRead && !reads.empty()) {
+            bytes = reads.front();
+            reads.pop_front();
         }
-        if (++transfers == failAt) {
-            answer = Fails(kBusError);
-        }
-        const auto end = [request, answer, isRead] {
-            if (answer.error != ERROR_SUCCESS) {
-                return request->Fail(answer.error);
-            }
-            request->Complete(answer.bytes.data(),
-                              isRead ? answer.bytes.size() : request->length());
+        const bool fails = ++transfers == failAt || (isRead && bytes.empty());
+        const auto end = [request, bytes, fails] {
+            fails ? request->Fail(kBusError) : request->Complete(bytes.data(), bytes.size());
         };
-        if (answer.how == Answer::How::kPends) {
-            hosted::After(0, end);
-        } else if (answer.how == Answer::How::kAtOnce) {
-            if (answer.error == ERROR_SUCCESS) {
-                end();
-            }
-            return answer.error;
+        if (endsAtOnce) {
+            end();
+            return ERROR_SUCCESS;
         }
+        hosted::After(0, end);
         return ERROR_IO_PENDING;
     }
 };
 
-/// Opens DeviceHandle on a driver and creates the event of the transfers. Expects in the end that
-/// no request is left.
-class ScriptedDevice {
-  public:
-    explicit ScriptedDevice(std::shared_ptr<hosted::Driver> driver) {
-        hosted::AddDevice(kScriptedPath, std::move(driver));
+/// Opens DeviceHandle on a ScriptedBus and creates the event of the transfers. Expects in the end
+/// that no request is left.
+struct ScriptedDevice : private OneSeed {
+    ScriptedDevice() {
+        hosted::AddDevice(kScriptedPath, faulty);
         OpenDevice::Get().TakeOver(OpenDevice::Open(kScriptedPath, 0));
         g_ioEvent.value.Create(true);
     }
@@ -98,6 +59,14 @@ class ScriptedDevice {
         g_ioEvent.value.Close();
         hosted::RemoveDevice(kScriptedPath);
     }
+    /// A plan of faults, for requests that the bus then does not see.
+    void SetFaults(const std::string& plan) const {
+        std::string problem;
+        faulty->SetPlan(simulator::FaultPlan::Parse(plan, problem).value());
+    }
+    const std::shared_ptr<ScriptedBus> bus = std::make_shared<ScriptedBus>();
+    const std::shared_ptr<simulator::FaultyDriver> faulty =
+        std::make_shared<simulator::FaultyDriver>(bus);
 };
 
 }  // namespace testing_support

@@ -60,6 +60,12 @@ std::uint64_t Seed() {
     return text == nullptr ? 1 : std::strtoull(text, nullptr, 10);
 }
 
+OneSeed::OneSeed() {
+    if (!staysOnRealClock && !hosted::IsScheduled()) {
+        hosted::UseScheduledClock({Seed()});
+    }
+}
+
 int RunInChild(const std::function<void()>& body) {
     std::fflush(nullptr);
     const pid_t child = fork();

@@ -14,6 +14,13 @@ namespace testing_support {
 /// The seed of this run: the environment's TAGPORT_SEED, or 1.
 std::uint64_t Seed();
 
+/// Puts the process on a scheduled clock with Seed(), unless it is on a scheduled one already. A
+/// base of whatever tests use the hosted layer with.
+struct OneSeed {
+    OneSeed();
+    static inline bool staysOnRealClock = false;  ///< true: the process stays as it is
+};
+
 /// A plain value that child processes write and their parent reads. Stays until the process ends.
 template <class Plain>
 Plain& Shared() {

@@ -11,7 +11,7 @@
 namespace {
 
 using testing_support::LogRecorder;
-using Texts = std::vector<std::string>;
+using testing_support::Texts;
 
 // As byte strings. By default each field has a value of its own: an image of 105 bytes.
 struct Fields {
@@ -48,7 +48,7 @@ TEST(NfcDataBuild, MakesTheWorkedImageByteForByte) {
         "\x03\x66\x91\x01\x0DU\x04tag/abcd1234R&,application/vnd.orvane.handoff.ndefmsg"
         "\x80\x64\x02\x11\x22\x33\x44\x55";
     EXPECT_EQ(Build().GetContent(), before + Fields().number + std::string("\0\0\x08\0\xFE", 5));
-    EXPECT_EQ(log.Texts(),
+    EXPECT_EQ(log.TextsSoFar(),
               (Texts{"m_uri size is 12", "bodyContent CaculateLength() 44",
                      "m_uri (payload) length is 12", "nfcBody (payload) length is 44"}));
 }

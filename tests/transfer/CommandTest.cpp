@@ -3,11 +3,11 @@
 
 #include "tests/support/LogRecorder.h"
 #include "tests/support/ScriptedBus.h"
-#include "tests/support/Seeds.h"
 #include "transfer/NfcCommand.h"
 #include "transfer/SpbTransfer.h"
 
 using namespace testing_support;
+using hosted::kMillisecond;
 
 namespace {
 
@@ -28,37 +28,35 @@ const std::string kOpened = "W Peripheral opened with 0 bytes transfer";
 
 const struct {
     char kind;  // Read, Write, Open
-    Answer answer;
+    std::string fault;
     bool result;
     hosted::Micros milliseconds;
     std::string lines;
 } kTransfers[] = {
-    {'R', Gives({0x1D, 0x00, 0xA5, 0x09}), true, 0, kRead + "W Nfc data: 1d00a509"},
-    {'R', GivesAtOnce({0x1D, 0x00, 0xA5, 0x09}), true, 0, kRead + "W Nfc data: 1d00a509"},
-    {'R', Gives({1, 2, 3}), false, 0,
+    {'R', "", true, 0, kRead + "W Nfc data: 1d00a509"},
+    {'R', "short:1", false, 0,
      kRead + "E Nfc read spb command->NumBytes don't match, command->NumBytes=3"},
-    {'R', Fails(31), false, 0, kFailed + "31, E NFC Error 31" + kUnread + "31"},
-    {'R', Refuses(5), false, kRefusedMs, "E NFC_ReadFile Error 5\n, " + kRefused + kUnread + "996"},
-    {'R', NeverEnds(), false, kGivenUpMs, kEndless + kUnread + "258"},
-    {'W', Gives({}), true, 0, ""},
-    {'W', Fails(31), false, 0, kFailed + "31, E NFC Error 31" + kUnwritten + "31"},
-    {'W', Refuses(5), false, kRefusedMs,
+    {'R', "fail:31", false, 0, kFailed + "31, E NFC Error 31" + kUnread + "31"},
+    {'R', "refuse:5", false, kRefusedMs, "E NFC_ReadFile Error 5\n, " + kRefused + kUnread + "996"},
+    {'R', "never", false, kGivenUpMs, kEndless + kUnread + "258"},
+    {'W', "", true, 0, ""},
+    {'W', "fail:31", false, 0, kFailed + "31, E NFC Error 31" + kUnwritten + "31"},
+    {'W', "refuse:5", false, kRefusedMs,
      "E NFC_WriteFile Error  5\n, " + kRefused + kUnwritten + "996"},
-    {'W', NeverEnds(), false, kGivenUpMs, kEndless + kUnwritten + "258"},
-    {'O', Gives({}), true, 0, kOpened},
-    {'O', GivesAtOnce({}), true, 0, kOpened},
-    {'O', Fails(31), false, 0, kFailed + "31, E Open error 31"},
-    {'O', Refuses(5), false, 0, kFailed + "5, E Open error 5"},
+    {'W', "never", false, kGivenUpMs, kEndless + kUnwritten + "258"},
+    {'O', "", true, 0, kOpened},
+    {'O', "fail:31", false, 0, kFailed + "31, E Open error 31"},
+    {'O', "refuse:5", false, 0, kFailed + "5, E Open error 5"},
 };
 
-TEST(Transfer, EndsWithItsResultItsLinesAndADeviceThatWorksOn) {
-    hosted::UseScheduledClock({Seed()});
-    const auto bus = std::make_shared<ScriptedBus>();
-    const ScriptedDevice device(bus);
-    for (const auto& [kind, answer, result, milliseconds, lines] : kTransfers) {
+void TryTransfers(bool endAtOnce) {
+    const ScriptedDevice device;
+    device.bus->endsAtOnce = endAtOnce;
+    for (const auto& [kind, fault, result, milliseconds, lines] : kTransfers) {
         SCOPED_TRACE(kind + lines);
         LogRecorder log;
-        (kind == 'R' ? bus->reads : kind == 'W' ? bus->writes : bus->controls) = {answer};
+        device.bus->reads = {{0x1D, 0x00, 0xA5, 0x09}};
+        device.SetFaults(fault.empty() ? "" : "any#1=" + fault);
         std::uint8_t bytes[4] = {kUntouched, kUntouched, kUntouched, kUntouched};
         const hosted::Micros start = hosted::Now();
         SetLastError(ERROR_ACCESS_DENIED);  // left by somebody else; must not count
@@ -67,33 +65,38 @@ TEST(Transfer, EndsWithItsResultItsLinesAndADeviceThatWorksOn) {
                   : kind == 'W' ? NfcSpbWrite(bytes, 4)
                                 : WaitForCommand(&open) == 0,
                   result);
-        EXPECT_EQ(hosted::Now() - start, milliseconds * kMillisecond);
+        EXPECT_EQ((hosted::Now() - start) / kMillisecond, milliseconds);
         EXPECT_EQ(Joined(log.TakeMarked()), lines);
         EXPECT_EQ(hosted::Live().requests, 0U);
         // Only a refused transfer leaves the event set; the next request resets it.
         EXPECT_EQ(WaitForSingleObject(HandleOf(g_ioEvent.value.Get()), 0),
                   milliseconds == kRefusedMs ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
-        EXPECT_EQ(bytes[0], kind == 'R' && result ? answer.bytes[0] : kUntouched);
-        bus->reads = {Gives({9, 8, 7, 6})};
+        EXPECT_EQ(bytes[0], kind == 'R' && result ? 0x1D : kUntouched);
+        device.bus->reads = {{9, 8, 7, 6}};
         EXPECT_TRUE(NfcSpbRead(4, bytes));
         EXPECT_EQ(bytes[3], 6);
     }
 }
 
+TEST(Transfer, EndsWithItsResultItsLinesAndADeviceThatWorksOn) {
+    for (const bool endAtOnce : {false, true}) {
+        ForEachSeed(1, [endAtOnce] { TryTransfers(endAtOnce); });
+    }
+}
+
 TEST(Transfer, ThatCannotBeMadeAsksNoDriver) {
-    hosted::UseScheduledClock({Seed()});
+    const OneSeed clock;
     LogRecorder log;
     std::uint8_t bytes[4] = {};
     EXPECT_FALSE(NfcSpbRead(4, bytes));  // no device
     EXPECT_FALSE(NfcSpbWrite(bytes, 4));
-    const auto bus = std::make_shared<ScriptedBus>();
-    const ScriptedDevice device(bus);
+    const ScriptedDevice device;
     EXPECT_FALSE(NfcSpbRead(0, bytes));
     EXPECT_FALSE(NfcSpbWrite(nullptr, 4));
     EXPECT_FALSE(CWriteCommand(3).WriteParse(bytes, 4));
-    EXPECT_EQ(bus->transfers, 0U);
+    EXPECT_EQ(device.bus->transfers, 0U);
     EXPECT_EQ(WaitForCommand(nullptr), 22U);
-    EXPECT_EQ(log.TakeUnannounced(), std::vector<std::string>(2, "NFC WriteParse checke error"));
+    EXPECT_EQ(log.TakeUnannounced(), Texts(2, "NFC WriteParse checke error"));
 }
 
 }  // namespace
