@@ -1,7 +1,12 @@
-// Any bytes as a tag image: refused or taken, and what is taken survives being built again.
+// Any bytes, or hexadecimal text of them, as a tag image: the library and the lab's annotator,
+// which was written beside it, both refuse it or take it, and what is taken survives being built
+// again.
 #include <array>
 
 #include "fuzz/Check.h"
+#include "lab/Failure.h"
+#include "lab/Hex.h"
+#include "lab/ImageNotes.h"
 #include "tagimage/NfcData.h"
 
 namespace {
@@ -31,10 +36,32 @@ void BuildAndRead(const NfcData& data) {
     Check(again.GetContent() == image, "an image that was built repeats itself");
 }
 
+std::string BytesOf(const std::string& text) {
+    try {
+        std::string bytes = lab::FromHex(text, "input");
+        Check(lab::FromHex(lab::ToHex(bytes), "again") == bytes, "hexadecimal text comes back");
+        Check(lab::FromHex(lab::ToHex(bytes, true), "again") == bytes, "and so with blanks");
+        return bytes;
+    } catch (const lab::WrongCall& refused) {
+        Check(std::string(refused.what()).substr(0, 6) == "input:", "a refusal names its origin");
+        return text;
+    }
+}
+
 void Try(const std::string& image) {
+    const lab::ImageNotes notes = lab::AnnotateImage(image);
+    std::size_t at = 0;
+    for (const lab::ImageField& field : notes.fields) {
+        Check(field.offset == at && field.size > 0, "fields follow each other");
+        at += field.size;
+    }
+    Check(at == image.size(), "fields cover every byte");
+    Check(!notes.fault || notes.fault->offset <= image.size(), "a fault lies in the image");
     NfcData data;
     Check(data.Init(), "the parts are made");
-    if (!data.Parse(image)) {
+    const bool taken = data.Parse(image);
+    Check(taken == !notes.fault, "annotator and library agree");
+    if (!taken) {
         return;
     }
     // By the writer, from the fields.
@@ -59,7 +86,7 @@ void Try(const std::string& image) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     constexpr std::size_t kLength = 1;
     constexpr std::size_t kUncounted = 3;
-    std::string image = AsText(bytes, size);
+    std::string image = BytesOf(AsText(bytes, size));
     Try(image);
     // Once more with the length that it has, since few inputs have the right one.
     if (image.size() >= kUncounted) {

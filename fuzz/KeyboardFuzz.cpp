@@ -2,10 +2,10 @@
 // (Bluetooth) through the client's thread. TAGPORT_FUZZ_ROUTE says which.
 #include <algorithm>
 
-#include "fuzz/Check.h"
 #include "fuzz/Host.h"
 #include "simulator/HidDriver.h"
 
+using fuzz::PcWithHost;
 using simulator::Bytes;
 using simulator::PcRoute;
 
@@ -35,24 +35,20 @@ bool Begins(const Bytes& frame, const Bytes& start) {
     return frame.size() >= start.size() && std::equal(start.begin(), start.end(), frame.begin());
 }
 
-void Settle(fuzz::PcWithHost& setup) {
-    fuzz::PcWithHost::Pass(hosted::kMillisecond);
-    const hosted::DeviceLock lock;
+void Settle(PcWithHost& setup) {
+    PcWithHost::Pass(hosted::kMillisecond);
     Check(!kHid || setup.pc.hid()->ReadsPending() == 1,
           "the read thread waits for the next report");
 }
 
 /// One by one, or all at once. The first message makes the number zero.
-void Try(fuzz::PcWithHost& setup, const std::vector<Bytes>& messages, bool atOnce) {
+void Try(PcWithHost& setup, const std::vector<Bytes>& messages, bool atOnce) {
     constexpr int kNumberedRoute = static_cast<int>(kRoute) + 1;
     Bytes report(kLongest);
     testing_support::Number number{};
     std::vector<fuzz::Event> expected;
     for (const Bytes& message : messages) {
-        {
-            const hosted::DeviceLock lock;
-            kHid ? setup.pc.keyboard()->SendRaw(message) : setup.pc.bluetooth()->SendRaw(message);
-        }
+        kHid ? setup.pc.keyboard()->SendRaw(message) : setup.pc.bluetooth()->SendRaw(message);
         if (!atOnce) {
             Settle(setup);
         }
@@ -72,11 +68,7 @@ void Try(fuzz::PcWithHost& setup, const std::vector<Bytes>& messages, bool atOnc
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    static const std::unique_ptr<fuzz::PcWithHost> setup = fuzz::MakeDesk({kRoute});
-    if (setup->manager == nullptr) {
-        setup->Start();
-        fuzz::PcWithHost::Pass(hosted::kSecond);
-    }
+    static const auto setup = fuzz::MakeDesk({kRoute});
     std::vector<Bytes> messages = Messages(bytes, size, kLongest);
     Bytes zero(kHid ? kLongest : kType + 1 + simulator::kNumberSize);
     zero[0] = simulator::kFrameMark;

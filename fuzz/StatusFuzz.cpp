@@ -4,7 +4,6 @@
 #include <optional>
 #include <utility>
 
-#include "fuzz/Check.h"
 #include "fuzz/Host.h"
 #include "simulator/FanliChip.h"
 #include "simulator/SpbDriver.h"
@@ -36,23 +35,16 @@ struct Pc {
 
     void UseChip(std::uint8_t newIdentity) {
         if (newIdentity != std::exchange(identity, newIdentity)) {
-            {
-                const hosted::DeviceLock lock;
-                chip->BackDoor().SetMemory(0, {identity});
-            }
+            chip->BackDoor().SetMemory(0, {identity});
             setup->Start();
             fuzz::PcWithHost::Pass(hosted::kSecond);
         }
     }
 
     void Raise(const simulator::Bytes& status) {
-        {
-            const hosted::DeviceLock lock;
-            driver->status = status;
-            chip->BackDoor().RaiseInterrupt();
-        }
+        driver->status = status;
+        chip->BackDoor().RaiseInterrupt();
         fuzz::PcWithHost::Pass(kBetween);
-        const hosted::DeviceLock lock;
         Check(!driver->status && driver->WaitsPending() == 1,
               "the status is fetched, and the interrupt thread waits for the next one");
     }

@@ -1,11 +1,10 @@
-// The transfers and pauses of each driver operation, and its lines when a transfer fails.
-#include <gtest/gtest.h>
-
+// The transfers, pauses and lines of the chip detection and of each driver operation, and what is
+// left when a transfer fails.
 #include <cstring>
-#include <functional>
 #include <optional>
 #include <sstream>
 
+#include "chip/DetectChip.h"
 #include "chip/NfcDeviceContext.h"
 #include "chip/NfcSpbExtend.h"
 #include "chip/NfcSpbNormal.h"
@@ -13,6 +12,7 @@
 #include "tests/support/ScriptedBus.h"
 
 using namespace testing_support;
+using simulator::Bytes;
 
 namespace {
 
@@ -43,8 +43,8 @@ const Operation kRadioOff = &Driver::RadioDisable;
 const Operation kRadioOn = &Driver::RadioEnable;
 
 // So many bytes of the buffer.
-std::string Bytes(std::size_t count) {
-    return count == 0 ? "" : " ee" + Bytes(count - 1);
+std::string BufferBytes(std::size_t count) {
+    return count == 0 ? "" : " ee" + BufferBytes(count - 1);
 }
 
 struct Traffic {
@@ -115,7 +115,7 @@ const Traffic kNormalTraffic[] = {
     {kRadioOn, "df", true, kSwitchOn, "W Nfc data: df", kNotOn, 0xEE, true},
     {kCheck, "", true, "", "", "", 1},
     // What fits a frame, and what does not.
-    {Write(16, 2046), "", true, "W 00 10" + Bytes(2046), "", kUnwritten},
+    {Write(16, 2046), "", true, "W 00 10" + BufferBytes(2046), "", kUnwritten},
     {Write(16, 2047), "", false, "", "E NfcWrite len: 2049 too large"},
     {Write(16, -1), "", false, "", "E NfcWrite reg: 16, infoLength: -1"},
     {Read(16, 2048), std::string(4096, '0'), true, "W 00 10, sleep 3, R 2048", "",
@@ -149,7 +149,7 @@ const Traffic kExtendTraffic[] = {
     {kInit, "", true, "", "E NfcExtend fanli not need init device here, it's ok!", "", 0},
     {Lock(false), "", true, "", "E NfcExtend fanli not need enable bitlock here, it's ok!"},
     // What fits a frame, and what does not.
-    {Write(16, 246), "", true, "W 00 10 00 f6" + Bytes(246), "", kUnwritten},
+    {Write(16, 246), "", true, "W 00 10 00 f6" + BufferBytes(246), "", kUnwritten},
     {Write(16, 247), "", false, "", "E NfcExtend len: 251 too large"},
     {Write(16, -1), "", false, "", "E reg: 16, infoLength: -1"},
     {Write(18, 16), "", false, "", "E reg: 0x12 need align with block"},
@@ -159,8 +159,8 @@ const Traffic kExtendTraffic[] = {
 };
 
 // One for each word of hexadecimal digits.
-std::deque<simulator::Bytes> Answers(const std::string& digits) {
-    std::deque<simulator::Bytes> answers;
+std::deque<Bytes> Answers(const std::string& digits) {
+    std::deque<Bytes> answers;
     std::istringstream words(digits);
     for (std::string word; words >> word;) {
         answers.emplace_back();
@@ -236,6 +236,74 @@ TEST(DeviceContext, WithoutADriverReachesNothing) {
     EXPECT_FALSE(context.ReadReg(16, 4, g_buffer));
     EXPECT_FALSE(context.WriteReg(16, g_buffer, 4));
     EXPECT_EQ(log.TakeUnannounced(), Texts(2, "spbDriverOps == nullptr"));
+}
+
+constexpr std::uint32_t kStartDelay = 40;
+
+const char kFirstPass[] = "W 00 00, R 9";
+const char kBothPasses[] = "W 00 00, R 9, sleep 40, W 00 00, sleep 40, R 9";
+const char kWithProbe[] =
+    "W 00 00, R 9, sleep 40, W 00 00, sleep 40, R 9, W 00 00 01 01, sleep 80, R 1";
+
+const Bytes kIs081{0x1D, 1, 2, 3, 4, 5, 6, 0x00, 0x44};
+const Bytes kIs082c{0x1D, 1, 2, 3, 4, 5, 6, 0x10, 0x44};
+const Bytes kIsOther{0x53, 1, 2, 3, 4, 5, 6, 0x00, 0x44};
+const Bytes kOnes(9, 0xFF);
+const Bytes kAlmostOnes{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFE};
+const Bytes kIsFanli{0x22};
+const Bytes kIsLikeFanli{0x21};
+const Bytes kFails;
+
+// The error lines of the detection itself.
+const char kLikeFm11n[] = "Nfc spb2 format, like FM11N chip";
+const char kFm11nt081[] = "Nfc chip FM11NT081, Nfc spb2 format, like FM11N chip";
+const std::string kFailedOnce = "Nfc ReadReg 0 failed!, Nfc spb2 format, like FM11N chip";
+
+const struct {
+    Bytes first, second, probe;  // what the reads of the two passes and of the probe give
+    NfcLinkType linkType{};
+    NfcChipKind chipKind{};
+    std::uint32_t readDelay = 0;
+    const char* traffic = nullptr;
+    std::string lines;
+} kOutcomes[] = {
+    {kIs082c, kFails, kFails, NfcLinkSpb2, NfcChipFm11nt082c, 0, kFirstPass, "Nfc chip FM11NT082C"},
+    {kOnes, kFails, kFails, NfcLinkSpb2, NfcChipLikeFm11n, 10, kBothPasses, kFailedOnce},
+    {kFails, kIs082c, kFails, NfcLinkSpb2, NfcChipLikeFm11n, 10, kBothPasses, kFailedOnce},
+    {kFails, kFails, kFails, NfcLinkSpb2, NfcChipLikeFm11n, 10, kBothPasses,
+     "Nfc ReadReg 0 failed!, " + kFailedOnce},
+    {kIs081, kIs081, kFails, NfcLinkSpb2, NfcChipFm11nt081, 10, kBothPasses, kFm11nt081},
+    {kOnes, kIs081, kFails, NfcLinkSpb2, NfcChipFm11nt081, 10, kBothPasses, kFm11nt081},
+    {kIsOther, kIsOther, kFails, NfcLinkSpb2, NfcChipLikeFm11n, 10, kBothPasses, kLikeFm11n},
+    {kOnes, kAlmostOnes, kFails, NfcLinkSpb2, NfcChipLikeFm11n, 10, kBothPasses, kLikeFm11n},
+    {kOnes, kOnes, kIsFanli, NfcLinkSpb4, NfcChipFanli, 40, kWithProbe, "Nfc chip Fanli"},
+    {kOnes, kOnes, kIsLikeFanli, NfcLinkSpb4, NfcChipLikeFanli, 40, kWithProbe,
+     "Nfc chip not fanli, unknown!"},
+    {kOnes, kOnes, kFails, NfcLinkSpb4, NfcChipLikeFanli, 40, kWithProbe,
+     "Nfc Extend ReadReg 0 failed!"},
+};
+
+TEST(DetectChip, FindsFormatChipAndPauses) {
+    const ScriptedDevice device;
+    BusRecorder recorder;
+    for (const auto& [first, second, probe, linkType, chipKind, readDelay, traffic, lines] :
+         kOutcomes) {
+        SCOPED_TRACE(lines);
+        LogRecorder log;
+        log.Announce("NFC", "Nfc read spb");  // lines of the transfers
+        device.bus->reads = {first, second, probe};
+        g_nfcOpDelayMs = kStartDelay;
+        g_nfcReadDelayMs = 50;
+        NfcDeviceContext context;
+        context.chipKind = NfcChipFdModeOther;  // found by an earlier start
+        DetectChip(context);
+        EXPECT_EQ(context.linkType, linkType);
+        EXPECT_EQ(context.chipKind, chipKind);
+        EXPECT_EQ(g_nfcOpDelayMs, linkType == NfcLinkSpb4 ? 40U : 10U);
+        EXPECT_EQ(g_nfcReadDelayMs, readDelay);
+        EXPECT_EQ(Joined(recorder.Take()), traffic);
+        EXPECT_EQ(Joined(log.TakeUnannounced()), lines);
+    }
 }
 
 }  // namespace

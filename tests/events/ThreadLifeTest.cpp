@@ -1,14 +1,9 @@
 // Starts and stops of the event threads: what ends them, what starts them again, and that nothing
 // is left over.
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <functional>
 
-#include "simulator/FanliChip.h"
 #include "tests/support/PcWithHost.h"
 
-using simulator::PcRoute;
 using namespace testing_support;
 
 namespace {
@@ -35,37 +30,7 @@ void ExpectVisit(PcWithHost& setup) {
     EXPECT_EQ(EventNumbers(), expected);
 }
 
-// A stop lasts until a start: a creation is none, nor is a device start on a driver route.
-
-// The interrupt thread is held up on its way to a second visit, until the first one is over and the
-// thread that would close the second has ended.
-TEST(Stop, IsNotUndoneByACreationBeforeTheThreadHasSeenIt) {
-    WaitingPc setup(PcRoute::kI2c, "fanli");
-    bool release = false;
-    setup.log.OnLine([&](const std::string& text) {
-        if (text.find("NFC EnterField(1), enterSum") == 0 && !EventNumbers().empty()) {
-            hosted::WaitFor([&] { return release; }, hosted::kForever, "the host");
-        }
-    });
-    const auto enter = [&setup] {
-        setup.pc.chip()->BackDoor().RaiseStatus(hosted::Now(), simulator::kStatusEnterField, 0);
-        PcWithHost::Pass(kSecond);
-    };
-    enter();
-    enter();
-    setup.manager.reset();
-    PcWithHost::Pass(10 * kSecond);
-    ASSERT_EQ(EventNumbers(), (std::vector<int>{3, 1})) << "the visit has been given up";
-    ASSERT_TRUE(setup.log.Has("NFC_DeferCallThread return"));
-    ASSERT_TRUE(setup.Create() && setup.StartDevices(*setup.manager));
-    release = true;
-    PcWithHost::Pass(kSecond);
-    enter();
-    PcWithHost::Pass(20 * kSecond);
-    EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1})) << "no start, no event";
-    EXPECT_EQ(setup.log.Count(kReturned), 1U);
-}
-
+// A creation is no start, nor is a device start on a driver route.
 TEST(Stop, LastsThroughCreationAndDeviceStartUntilTheNextWrite) {
     ForEachSeed(30, [] {
         WaitingPc setup(PcRoute::kI2c, "fm11nt082c");

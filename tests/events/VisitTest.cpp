@@ -1,17 +1,13 @@
 // Interrupts become visits: what the listener hears and when, what the log says, and how many
 // visits a phone makes that stays while the host works on.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdlib>
-#include <utility>
 
 #include "chip/DetectChip.h"
 #include "chip/NfcDeviceContext.h"
 #include "simulator/FanliChip.h"
 #include "tests/support/PcWithHost.h"
 
-using simulator::PcRoute;
 using namespace testing_support;
 
 namespace {

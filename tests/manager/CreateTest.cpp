@@ -1,8 +1,4 @@
 // How a manager is made, and what its operations give when what they need does not exist.
-#include <gtest/gtest.h>
-
-#include <utility>
-
 #include "events/DriverThreads.h"
 #include "events/EventState.h"
 #include "events/Visit.h"

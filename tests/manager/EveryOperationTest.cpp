@@ -1,63 +1,46 @@
 // Ten host threads call every public operation at once, on one manager and on two: the calls end,
 // the threads end, and the peripheral still works.
-#include <gtest/gtest.h>
-
 #include <atomic>
-#include <numeric>
 #include <random>
 
 #include "tests/support/PcWithHost.h"
 
 using simulator::kDefaultBleAddress;
-using simulator::PcRoute;
 using namespace testing_support;
 
 namespace {
 
 constexpr unsigned kThreads = 10;
 
-std::atomic<unsigned> g_numberSum{0};
-
-// Reads every byte of the number, so that the thread sanitizer sees a change during the call.
-void ReadingListener(int /*event*/, const std::uint8_t (&number)[32], int /*route*/) {
-    g_numberSum += std::accumulate(std::begin(number), std::end(number), 0U);
+// The listener copies every byte of a number, so the thread sanitizer sees a change during the
+// call.
+void DoAny(PcWithHost& setup, NfcManager& manager, std::uint64_t choice) {
+    const auto fill = static_cast<std::uint8_t>(1 + choice / 64 % 200);
+    const PcRoute route = fill % 2 == 0 ? PcRoute::kI2c : PcRoute::kBle;
+    std::uint8_t number[32];
+    const std::function<void()> operations[] = {
+        [&] { setup.pc.TapPhone(route, 0, 50 * kMillisecond); },
+        [&] { manager.ReadRandNum(number); },
+        [&] { manager.WriteMessage(setup.NewMessage(fill)); },
+        [&] { manager.ReadMessage(std::make_shared<NdefMessage>()); },
+        [&] { manager.UpdateNfcData(); },
+        [&] { Renew(manager, NumberOf(fill)); },
+        [&] { Renew(manager, NumberOf(fill)); },
+        [&] { manager.BtConnect(kDefaultBleAddress); },
+        [&] { manager.BtDisconnect(kDefaultBleAddress); },
+        [&] { manager.DeviceInit(); },
+        [&] { manager.SetMcuKbConnectStatus(manager.IsActivePC() && fill % 2); },
+        [&] { manager.RegisterListener(fill % 4 ? &PcWithHost::Listen : nullptr); },
+        [&] { NfcManager::Create(setup.NewMessage(fill), &PcWithHost::Listen); },
+    };
+    operations[choice % std::size(operations)]();
 }
 
-using Fill = std::uint8_t;
-
-void (*const kOperations[])(PcWithHost& setup, NfcManager& manager, Fill fill) = {
-    [](PcWithHost& d, NfcManager&, Fill fill) {
-        d.pc.TapPhone(fill % 2 == 0 ? PcRoute::kI2c : PcRoute::kBle, 0, 50 * kMillisecond);
-    },
-    [](PcWithHost&, NfcManager& m, Fill) {
-        std::uint8_t number[32];
-        m.ReadRandNum(number);
-    },
-    [](PcWithHost& d, NfcManager& m, Fill fill) { m.WriteMessage(d.NewMessage(fill)); },
-    [](PcWithHost&, NfcManager& m, Fill) { m.ReadMessage(std::make_shared<NdefMessage>()); },
-    [](PcWithHost&, NfcManager& m, Fill) { m.UpdateNfcData(); },
-    [](PcWithHost&, NfcManager& m, Fill fill) { Renew(m, NumberOf(fill)); },
-    [](PcWithHost&, NfcManager& m, Fill fill) { Renew(m, NumberOf(fill)); },
-    [](PcWithHost&, NfcManager& m, Fill) { m.BtConnect(kDefaultBleAddress); },
-    [](PcWithHost&, NfcManager& m, Fill) { m.BtDisconnect(kDefaultBleAddress); },
-    [](PcWithHost&, NfcManager& m, Fill) { m.DeviceInit(); },
-    [](PcWithHost&, NfcManager& m, Fill fill) {
-        m.SetMcuKbConnectStatus(m.IsActivePC() && fill % 2);
-    },
-    [](PcWithHost&, NfcManager& m, Fill fill) {
-        m.RegisterListener(fill % 4 ? ReadingListener : nullptr);
-    },
-    [](PcWithHost& d, NfcManager&, Fill fill) {
-        NfcManager::Create(d.NewMessage(fill), ReadingListener);
-    },
-};
-
 void EveryOperation(std::uint64_t seed, std::uint64_t managers) {
-    PcWithHost setup({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c");
-    setup.Start();
+    StartedPc setup({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c");
     std::vector<std::shared_ptr<NfcManager>> all = {setup.manager};
     while (all.size() < managers) {
-        all.push_back(NfcManager::Create(setup.NewMessage(), &ReadingListener));
+        all.push_back(NfcManager::Create(setup.NewMessage(), &PcWithHost::Listen));
     }
     std::atomic<unsigned> running{kThreads};
     const hosted::Micros until = hosted::Now() + kSecond;
@@ -65,9 +48,7 @@ void EveryOperation(std::uint64_t seed, std::uint64_t managers) {
         std::mt19937_64 random(seed * kThreads + i);
         OnThread([&, manager = all[i % managers], random]() mutable {
             while (hosted::Now() < until) {
-                const std::uint64_t choice = random();
-                kOperations[choice % std::size(kOperations)](
-                    setup, *manager, static_cast<Fill>(1 + choice / 64 % 200));
+                DoAny(setup, *manager, random());
             }
             manager.reset();
             --running;
@@ -82,6 +63,7 @@ void EveryOperation(std::uint64_t seed, std::uint64_t managers) {
     setup.manager->RegisterListener(&PcWithHost::Listen);
     EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x77)), 0);
     EXPECT_EQ(setup.NumberOnChip(), NumberOf(0x77));
+    TakeEvents();
     setup.pc.TapPhone(0, 100 * kMillisecond);
     EXPECT_TRUE(PcWithHost::WaitForEvents(2, 20 * kSecond)) << hosted::DescribeThreads();
     setup.manager.reset();

@@ -6,8 +6,7 @@
 #include <memory>
 
 struct NfcManagerTestAccess {
+    /// The message that it holds now: a write puts another one into the place of the creation's.
+    static std::shared_ptr<NdefMessage> Message(const NfcManager& m) { return m.m_ndefMessage; }
     static bool UpdateNfcContent(NfcManager& manager) { return manager.UpdateNfcContent(); }
-    static std::shared_ptr<NdefMessage> Message(const NfcManager& manager) {
-        return manager.m_ndefMessage;
-    }
 };

@@ -1,26 +1,24 @@
-// Puts a message on the tag: what is merged, what is checked, and what a failed step leaves.
-#include <gtest/gtest.h>
-
-#include "events/DriverThreads.h"
+// Puts a message on the tag: what is merged and checked, what a failed step leaves, and what
+// another thread does meanwhile.
+#include "chip/NfcDeviceContext.h"
 #include "platform/LinkDockBackDoor.h"
 #include "tagimage/NfcData.h"
 #include "tests/manager/ManagerAccess.h"
 #include "tests/support/PcWithHost.h"
 
 using LinkDockService::BleCall;
-using simulator::PcRoute;
 using namespace testing_support;
 
 namespace {
 
 constexpr std::size_t kEventThreads = 2;
 
-struct StartedPc : PcWithHost {
-    StartedPc() : PcWithHost({PcRoute::kI2c}, "fm11nt082c") { Start(); }
+struct PcWithTag : StartedPc {
+    PcWithTag() : StartedPc({PcRoute::kI2c}, "fm11nt082c") {}
 };
 
 TEST(WriteMessage, LogsItsSteps) {
-    StartedPc setup;
+    PcWithTag setup;
     EXPECT_TRUE(HasInOrder(
         setup.log,
         {"NFC_WriteMessage with dynamic delay begin!", "ReadMessage ReadNfcContent failed",
@@ -34,7 +32,7 @@ TEST(WriteMessage, LogsItsSteps) {
 }
 
 TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
-    StartedPc setup;
+    PcWithTag setup;
     NfcManagerTestAccess::Message(*setup.manager)->SetUrl(std::string(50, 'w'));
     const auto withoutUrl = std::make_shared<NdefMessage>();
     withoutUrl->SetMac({9, 8, 7, 6, 5, 4});
@@ -49,12 +47,9 @@ TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
 }
 
 TEST(ReadMessage, RefusesASpoiledImageUntilItIsWrittenAgain) {
-    StartedPc setup;
-    {
-        constexpr unsigned kUriRecordAt = 18;
-        const hosted::DeviceLock lock;
-        setup.pc.chip()->BackDoor().SetMemory(kUriRecordAt, {0xD1});
-    }
+    PcWithTag setup;
+    constexpr unsigned kUriRecordAt = 18;
+    setup.pc.chip()->BackDoor().SetMemory(kUriRecordAt, {0xD1});
     const auto target = std::make_shared<NdefMessage>();
     EXPECT_EQ(setup.manager->ReadMessage(target), -1);
     EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x22)), 0);
@@ -66,9 +61,8 @@ TEST(ReadMessage, RefusesASpoiledImageUntilItIsWrittenAgain) {
     EXPECT_EQ(type, 0) << "all but the PC type is filled";
 }
 
-struct TwoRoutes : PcWithHost {
-    TwoRoutes() : PcWithHost({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c") {
-        Start();
+struct TwoRoutes : StartedPc {
+    TwoRoutes() : StartedPc({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c") {
         log.Clear();
         threads = hosted::Live().threads;
     }
@@ -85,9 +79,6 @@ struct TwoRoutes : PcWithHost {
     std::size_t threads = 0;
 };
 
-const std::string kRefusedThrice =
-    "[NFC] BleClientWrite ERROR, [NFC] BleClientWrite ERROR, [NFC] BleClientWrite ERROR, ";
-
 // A number that is zero at the places that the read-back of a message looks at but one. The number
 // thread does not look there.
 Number OnlyByteTwo() {
@@ -96,14 +87,26 @@ Number OnlyByteTwo() {
     return number;
 }
 
-TEST(WriteMessage, SaysWhichStepFailed) {
+TEST(WriteMessageAndWriteRandNum, SayWhichStepFailed) {
     TwoRoutes setup;
     const auto message = setup.NewMessage(0x22);
+    const std::string refusedThrice =
+        "[NFC] BleClientWrite ERROR, [NFC] BleClientWrite ERROR, [NFC] BleClientWrite ERROR, ";
     TwoRoutes::RefuseThreeWrites();
     EXPECT_EQ(setup.manager->WriteMessage(message), -1);
     EXPECT_EQ(setup.ErrorsInTheEnd(),
-              kRefusedThrice + "UpdateNfcData Write failed, UpdateNfcData failed");
+              refusedThrice + "UpdateNfcData Write failed, UpdateNfcData failed");
     EXPECT_TRUE(setup.log.Has("NfcThreadCreate pass")) << "failed or not";
+    TwoRoutes::RefuseThreeWrites();
+    EXPECT_EQ(Renew(*setup.manager, NumberOf(4)), 0);
+    EXPECT_EQ(setup.ErrorsInTheEnd(),
+              refusedThrice + "LocalWriteRand WriteNfcContent failed, LocalWriteRand failed");
+    setup.log.Clear();
+    EXPECT_EQ(Renew(*setup.manager, OnlyByteTwo()), 0);
+    EXPECT_EQ(setup.ErrorsInTheEnd(), "LocalWriteRand ReadRandNum failed, LocalWriteRand failed");
+    EXPECT_EQ(setup.log.Count("LocalWriteRand begin ReadRandNum"), 3U);
+    EXPECT_EQ(Renew(*setup.manager, OnlyByteTwo()), 0);
+    EXPECT_TRUE(setup.log.Has("WriteRandNum no need to update")) << "given again after a failure";
     SetNumber(*message, OnlyByteTwo());
     EXPECT_EQ(setup.manager->WriteMessage(message), 0);
     EXPECT_EQ(setup.ErrorsInTheEnd(), "");
@@ -117,28 +120,12 @@ TEST(WriteMessage, SaysWhichStepFailed) {
               "length error, m_nfcData SetRandomNumber failed, SetRandomNumber fail");
 }
 
-TEST(RandomNumberThread, SaysWhichStepFailed) {
-    TwoRoutes setup;
-    TwoRoutes::RefuseThreeWrites();
-    EXPECT_EQ(Renew(*setup.manager, NumberOf(4)), 0);
-    EXPECT_EQ(setup.ErrorsInTheEnd(),
-              kRefusedThrice + "LocalWriteRand WriteNfcContent failed, LocalWriteRand failed");
-    EXPECT_EQ(Renew(*setup.manager, OnlyByteTwo()), 0);
-    EXPECT_EQ(setup.ErrorsInTheEnd(), "LocalWriteRand ReadRandNum failed, LocalWriteRand failed");
-    EXPECT_EQ(setup.log.Count("LocalWriteRand begin ReadRandNum"), 3U);
-    EXPECT_EQ(Renew(*setup.manager, OnlyByteTwo()), 0);
-    EXPECT_TRUE(setup.log.Has("WriteRandNum no need to update")) << "given again after a failure";
-}
-
 // A chip whose mode byte is not 6 starts silent, and takes no frame while it stores a block.
 TEST(WriteMessage, SwitchesTheRadioOnBesideANumberThread) {
     ForEachSeed(100, [] {
         constexpr unsigned kModeRegister = 0x038C;
         PcWithHost setup({PcRoute::kI2c});
-        {
-            const hosted::DeviceLock lock;
-            setup.pc.chip()->BackDoor().StickBits(kModeRegister, 0x10, 0x10);
-        }
+        setup.pc.chip()->BackDoor().StickBits(kModeRegister, 0x10, 0x10);
         ASSERT_TRUE(setup.Create() && setup.manager->DeviceInit());
         OnThread([&setup] {
             Sleep(static_cast<DWORD>(1 + hosted::Random() % 300));
@@ -147,7 +134,6 @@ TEST(WriteMessage, SwitchesTheRadioOnBesideANumberThread) {
         EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
         EXPECT_TRUE(PcWithHost::WaitForThreads(kEventThreads));
         setup.log.TakeUnannounced();
-        const hosted::DeviceLock lock;
         EXPECT_TRUE(setup.pc.chip()->BackDoor().RadioOn());
     });
 }
@@ -162,11 +148,8 @@ TEST(WriteMessage, StartsBothThreadsOrNone) {
         PcWithHost setup({PcRoute::kI2c}, "fm11nt082c");
         ASSERT_TRUE(setup.Create() && setup.manager->DeviceInit());
         EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x41)), -1);
-        EXPECT_TRUE(HasInOrder(setup.log, {"UpdateNfcData success", "NfcThreadCreate fail"}));
-        EXPECT_TRUE(m_staticNotificationThread == nullptr && m_staticCallThread == nullptr);
         PcWithHost::Pass(kSecond);
         EXPECT_EQ(hosted::Live().requests + hosted::Live().threads, 0U) << "the other one ends";
-        EXPECT_EQ(setup.NumberOnChip(), NumberOf(0x41)) << "the tag is written all the same";
         EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x42)), 0);
         setup.pc.TapPhone(0, kSecond);
         PcWithHost::Pass(20 * kSecond);
@@ -190,6 +173,102 @@ TEST(UpdateNfcContent, WritesWhatDiffers) {
     EXPECT_TRUE(setup.log.Has("UpdateNfcContent Write Nfc Chip Successful"));
     EXPECT_EQ(setup.pc.bluetooth()->ImagesStored(), 2U);
     EXPECT_EQ(setup.NumberOnChip(), NumberOf(0x22));
+}
+
+// Another manager ends at a random time of the start or of the write, which must not notice.
+TEST(AnotherManagersEnd, CutsNoDeviceStartAndNoWriteShort) {
+    for (const bool writes : {false, true}) {
+        ForEachSeed(60, [writes] {
+            PcWithHost setup({PcRoute::kI2c}, "fanli");
+            setup.log.Announce("Nfc chip Fanli");
+            EXPECT_TRUE(setup.Create());
+            auto other = NfcManager::Create(setup.NewMessage(), &PcWithHost::Listen);
+            EXPECT_TRUE(!writes || setup.manager->DeviceInit());
+            OnThread([&other] {
+                Sleep(static_cast<DWORD>(hosted::Random() % 500));
+                other.reset();
+            });
+            EXPECT_TRUE(writes ? setup.manager->WriteMessage(setup.NewMessage(0x22)) == 0
+                               : setup.manager->DeviceInit());
+            const NfcDeviceContext& context = GetNfcDeviceContext();
+            EXPECT_EQ(context.chipKind, NfcChipFanli);
+            EXPECT_TRUE(!writes || context.spbDriverOps.load()->radioEnabled);
+            PcWithHost::Pass(kSecond);
+        });
+    }
+}
+
+// The address sanitizer finds a use of what the assignment has freed.
+TEST(Assignment, DuringAWriteLeavesTheAssignedMessageAlone) {
+    ForEachSeed(60, [] {
+        StartedPc setup({PcRoute::kI2c}, "fm11nt082c");
+        const auto message = setup.NewMessage(0x22, 'b');
+        const auto other = NfcManager::Create(message, &PcWithHost::Listen);
+        OnThread([&setup] { setup.manager->WriteMessage(setup.NewMessage(0x33, 'a')); });
+        PcWithHost::Pass(static_cast<hosted::Micros>(hosted::Random() % 150) * kMillisecond);
+        *setup.manager = *other;
+        EXPECT_EQ(Renew(*setup.manager, NumberOf(0x44)), 0);
+        EXPECT_TRUE(PcWithHost::WaitForThreads(2, 60 * kSecond));
+        std::string url;
+        message->GetUrl(url);
+        EXPECT_EQ(url, std::string(50, 'b'));
+        EXPECT_EQ(NumberIn(*message), NumberOf(0x44));
+    });
+}
+
+TEST(Assignment, DuringAWriteLeavesAWholeImage) {
+    ForEachSeed(60, [] {
+        StartedPc setup({PcRoute::kUsb});
+        OnThread([&setup] {
+            Sleep(static_cast<DWORD>(hosted::Random() % 300));
+            *setup.manager = NfcManager(nullptr);
+        });
+        setup.manager->WriteMessage(setup.NewMessage(0x22));
+        setup.manager->UpdateNfcData();
+        const Number number = setup.NumberOnChip();
+        EXPECT_TRUE(number == NumberOf(0x11) || number == NumberOf(0x22));
+        PcWithHost::Pass(kSecond);
+        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x33)), -1);
+        setup.log.TakeUnannounced();  // of operations on a manager that has lost its parts
+    });
+}
+
+void WriteOften(PcWithHost& setup, std::uint8_t maker) {
+    for (int i = 0; i < 5; ++i) {
+        const auto number = static_cast<std::uint8_t>(1 + hosted::Random() % 3);
+        switch (hosted::Random() % 4) {
+            case 0:
+                EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(number, maker)), 0);
+                break;
+            case 1:
+                setup.manager->ReadMessage(NfcManagerTestAccess::Message(*setup.manager));
+                break;
+            default:
+                EXPECT_EQ(Renew(*setup.manager, NumberOf(number)), 0);
+        }
+    }
+}
+
+TEST(TwoWriters, LeaveOneWholeImageAndItsNumberInMemory) {
+    for (const PcRoute route : {PcRoute::kI2c, PcRoute::kHid, PcRoute::kBle}) {
+        ForEachSeed(100, [route] {
+            PcWithHost setup({route}, "fm11nt082c");
+            setup.Start(1);
+            for (const std::uint8_t maker : {std::uint8_t{0xAA}, std::uint8_t{0xBB}}) {
+                OnThread([&setup, maker] { WriteOften(setup, maker); });
+            }
+            // The deferred call thread stays, and the one that listens to the route.
+            EXPECT_TRUE(PcWithHost::WaitForThreads(2, 600 * kSecond));
+            NfcData data;
+            ASSERT_TRUE(data.Init() && data.Parse(setup.ImageOnChip(143)));
+            const std::string made = data.GetUrl() + data.GetMacAddr() + data.GetModel();
+            EXPECT_EQ(made, std::string(60, made[0]));
+            const auto inMemory =
+                static_cast<char>(NumberIn(*NfcManagerTestAccess::Message(*setup.manager))[0]);
+            EXPECT_EQ(data.GetRandomNumber(), std::string(32, inMemory));
+            setup.log.TakeUnannounced();  // of reads that the keyboards refuse
+        });
+    }
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 
 #include <filesystem>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -17,15 +16,7 @@
 
 namespace hosted_test {
 
-/// Starts a thread that runs `body`. The caller closes the handle.
-inline HANDLE StartThread(const std::function<void()>& body) {
-    auto owned = std::make_unique<std::function<void()>>(body);
-    const LPTHREAD_START_ROUTINE routine = [](LPVOID argument) -> DWORD {
-        (*std::unique_ptr<std::function<void()>>(static_cast<std::function<void()>*>(argument)))();
-        return 0;
-    };
-    return CreateThread(nullptr, 0, routine, owned.release(), 0, nullptr);  // the thread deletes it
-}
+using testing_support::StartThread;
 
 /// Waits for the end of these threads and closes their handles.
 inline void JoinThreads(const std::vector<HANDLE>& threads) {
@@ -59,14 +50,14 @@ inline std::string ReadKey(const std::wstring& path) {
 
 /// Blocks until `count` threads wait for events.
 inline void AwaitEventWaiters(int count) {
-    const auto enough = [&] {
+    const auto enough = [count] {
         const std::string threads = hosted::DescribeThreads();
         const std::string waits = "waits for event";
-        int found = 0;
-        for (std::size_t at = 0; (at = threads.find(waits, at)) != std::string::npos; ++at) {
-            ++found;
+        std::size_t at = 0;
+        for (int found = 0; found < count && at != std::string::npos; ++found) {
+            at = threads.find(waits, at + 1);
         }
-        return found >= count;
+        return at != std::string::npos;
     };
     EXPECT_TRUE(hosted::WaitFor(enough, hosted::kForever, "the waiters"));
 }

@@ -38,9 +38,6 @@ TEST(Fm11nChip, AcknowledgesNothingWhileItStores) {
     EXPECT_FALSE(bus.Read(kFm11nStoreTime - 1, 1));
     EXPECT_TRUE(bus.Write(kFm11nStoreTime, {0x00, 0x10}));
     EXPECT_EQ(bus.Read(kFm11nStoreTime, 3), (Bytes{1, 2, 3}));
-    const Bytes volatileRegister{0x10, 0xA1, 0x28};  // takes no time
-    EXPECT_TRUE(bus.Write(kMilli * 100, volatileRegister));
-    EXPECT_TRUE(bus.Write(kMilli * 100, {0x10, 0xA1}));
 }
 
 const Bytes kFanliBlock{0x00, 0x20, 0, 2, 3, 4};  // two bytes to 0x20

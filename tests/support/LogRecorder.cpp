@@ -73,13 +73,14 @@ Texts LogRecorder::TakeMarked() {
 
 void LogRecorder::Take(int level, const std::wstring& line, void* context) {
     auto& self = *static_cast<LogRecorder*>(context);
-    const std::string raw(line.begin(), line.end());  // widened byte by byte by the front end
-    const bool hasOrigin = !raw.empty() && raw.back() == ')';
-    const std::string text = hasOrigin ? raw.substr(0, raw.rfind('(')) : raw;
+    std::string text(line.begin(), line.end());  // widened byte by byte by the front end
+    if (!text.empty() && text.back() == ')') {
+        text.resize(text.rfind('('));
+    }
     std::function<void(const std::string& text)> onLine;
     {
         const std::lock_guard<std::mutex> guard(self.m_mutex);
-        self.m_lines.push_back({level, text, raw});
+        self.m_lines.push_back({level, text});
         const auto begins = [&](const std::string& start) { return text.rfind(start, 0) == 0; };
         if (level == LOG_MESSAGE_LEVEL_ERROR &&
             std::none_of(self.m_announced.begin(), self.m_announced.end(), begins)) {

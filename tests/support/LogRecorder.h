@@ -20,7 +20,6 @@ class LogRecorder {
     struct Line {
         int level = 0;
         std::string text;  ///< without the origin word in brackets
-        std::string raw;   ///< as the logger got it
     };
 
     LogRecorder();

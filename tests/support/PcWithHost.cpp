@@ -1,17 +1,12 @@
 #include "tests/support/PcWithHost.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <mutex>
-#include <utility>
 
 #include "platform/NeverDestroyed.h"
 #include "platform/TraceLog.h"
 #include "simulator/SpbDriver.h"
-
-using simulator::PcRoute;
 
 namespace testing_support {
 
@@ -70,12 +65,7 @@ Number NumberIn(NdefMessage& message) {
 }
 
 void OnThread(std::function<void()> body) {
-    using Body = std::function<void()>;
-    const LPTHREAD_START_ROUTINE run = [](LPVOID argument) -> DWORD {
-        (*std::unique_ptr<Body>(static_cast<Body*>(argument)))();
-        return 0;
-    };
-    CloseHandle(CreateThread(nullptr, 0, run, new Body(std::move(body)), 0, nullptr));
+    CloseHandle(StartThread(std::move(body)));
 }
 
 void ReactToEvents(std::function<void(const ReceivedEvent&)> reaction) {

@@ -1,6 +1,7 @@
 // A PC with a tag, and a host on it: what most tests of flows start from.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <tagport/NfcManager.h>
 
 #include <array>
@@ -20,6 +21,7 @@ namespace testing_support {
 
 using hosted::kMillisecond;
 using hosted::kSecond;
+using simulator::PcRoute;
 
 using Number = std::array<std::uint8_t, 32>;
 
@@ -67,12 +69,11 @@ class BusRecorder {
 };
 
 /// Registers the devices, records log and events, and clears both in the end. The lines of a stop
-/// are announced. A manager that is
-/// still there is ended first.
+/// are announced. A manager that is still there is ended first.
 class PcWithHost : private OneSeed {
   public:
-    explicit PcWithHost(const std::vector<simulator::PcRoute>& routes,
-                        const std::string& chip = "fm11nt081", std::uint8_t pcType = 5);
+    explicit PcWithHost(const std::vector<PcRoute>& routes, const std::string& chip = "fm11nt081",
+                        std::uint8_t pcType = 5);
     ~PcWithHost();
 
     static void Listen(int event, const std::uint8_t (&number)[32], int route);
@@ -112,7 +113,7 @@ class PcWithHost : private OneSeed {
     /// Sets the fault plan of the driver routes and of the HID route from its text.
     void SetFaults(const std::string& plan);
 
-    bool Has(simulator::PcRoute route) const;
+    bool Has(PcRoute route) const;
 
     simulator::SimulatedPc pc;
     LogRecorder log;
@@ -120,13 +121,13 @@ class PcWithHost : private OneSeed {
     std::shared_ptr<NdefMessage> message;  ///< the manager's own, as Create was given it
 
   private:
-    std::vector<simulator::PcRoute> m_routes;
+    std::vector<PcRoute> m_routes;
     std::uint8_t m_pcType;
 };
 
 struct StartedPc : PcWithHost {
-    explicit StartedPc(const std::vector<simulator::PcRoute>& routes,
-                       const std::string& chip = "fm11nt081", std::uint8_t pcType = 5)
+    explicit StartedPc(const std::vector<PcRoute>& routes, const std::string& chip = "fm11nt081",
+                       std::uint8_t pcType = 5)
         : PcWithHost(routes, chip, pcType) {
         Start();
     }

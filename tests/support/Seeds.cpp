@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
+#include <utility>
 
 #ifdef __SANITIZE_ADDRESS__  // g++; clang++ makes the fuzzers, which have a check of their own
 #include <sanitizer/lsan_interface.h>
@@ -64,6 +66,15 @@ OneSeed::OneSeed() {
     if (!staysOnRealClock && !hosted::IsScheduled()) {
         hosted::UseScheduledClock({Seed()});
     }
+}
+
+HANDLE StartThread(std::function<void()> body) {
+    using Body = std::function<void()>;
+    const LPTHREAD_START_ROUTINE run = [](LPVOID argument) -> DWORD {
+        (*std::unique_ptr<Body>(static_cast<Body*>(argument)))();
+        return 0;
+    };
+    return CreateThread(nullptr, 0, run, new Body(std::move(body)), 0, nullptr);
 }
 
 int RunInChild(const std::function<void()>& body) {

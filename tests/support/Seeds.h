@@ -21,6 +21,9 @@ struct OneSeed {
     static inline bool staysOnRealClock = false;  ///< true: the process stays as it is
 };
 
+/// Starts a thread that runs `body`. The caller closes the handle.
+HANDLE StartThread(std::function<void()> body);
+
 /// A plain value that child processes write and their parent reads. Stays until the process ends.
 template <class Plain>
 Plain& Shared() {

@@ -6,7 +6,6 @@
 
 #include "tagimage/NfcData.h"
 #include "tests/support/LogRecorder.h"
-#include "tests/support/NoArray.h"
 
 namespace {
 
@@ -75,20 +74,6 @@ TEST(NfcDataBuild, BoundsTheUri) {
         EXPECT_EQ(data.GetModel(), "\x01\x01\x01\x01");
         EXPECT_EQ(log.TakeUnannounced(), errors);
     }
-}
-
-TEST(NfcDataBuild, ClearsAFieldWhoseNewValueIsNotThere) {
-    NfcData data = Build();
-    LogRecorder log;
-    EXPECT_FALSE(data.SetMacAddr(NoArray<const std::uint8_t, 6>()));
-    EXPECT_FALSE(data.SetRandomNumber(NoArray<const std::uint8_t, 32>()));
-    EXPECT_FALSE(data.SetModel(NoArray<const std::uint8_t, 4>()));
-    EXPECT_EQ(log.TakeUnannounced(),
-              (Texts{"SetMac memcpy_s fail", "NfcBody: SetMacAddr failed",
-                     "SetRandomNumber memcpy_s fail", "NfcBody: SetRandomNumber failed",
-                     "SetModel memcpy_s fail", "NfcBody: SetModel failed"}));
-    ExpectFields(data,
-                 {Fields().url, std::string(6, '\0'), std::string(32, '\0'), std::string(4, '\0')});
 }
 
 TEST(NfcDataParse, TakesBackEveryImageThatCanBeBuilt) {

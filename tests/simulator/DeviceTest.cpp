@@ -1,4 +1,5 @@
-// The stand-in Bluetooth client with a simulated keyboard.
+// What clients of the platform see of simulated devices: the kernel driver with its faults, and the
+// stand-in Bluetooth client with a keyboard.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,6 +16,72 @@ namespace simulator {
 namespace {
 
 using LinkDockService::BLEClient;
+using Codes = std::vector<DWORD>;
+
+// Each step gives its last-error code, or WAIT_TIMEOUT while it is under way after a second.
+struct Client {
+    Client() { overlapped.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr); }
+
+    DWORD Open() {
+        device = CreateFileW(kSpbDriverPath, GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                             FILE_FLAG_OVERLAPPED, nullptr);
+        return device != INVALID_HANDLE_VALUE ? ERROR_SUCCESS : GetLastError();
+    }
+    DWORD Write() { return End(WriteFile(device, "\0", 2, nullptr, &overlapped)); }
+    DWORD Read() { return End(ReadFile(device, buffer, sizeof buffer, nullptr, &overlapped)); }
+    DWORD Control(DWORD code) {
+        return End(DeviceIoControl(device, code, nullptr, 0, nullptr, 0, nullptr, &overlapped));
+    }
+    DWORD End(BOOL started) {
+        const DWORD code = started ? ERROR_SUCCESS : GetLastError();
+        if (code != ERROR_IO_PENDING) {
+            return code;
+        }
+        const DWORD waited = WaitForSingleObject(overlapped.hEvent, 1000);
+        const bool done = waited != WAIT_OBJECT_0 ||
+                          GetOverlappedResult(device, &overlapped, &moved, FALSE) != FALSE;
+        return done ? waited : GetLastError();
+    }
+
+    HANDLE device = nullptr;
+    OVERLAPPED overlapped{};
+    std::uint8_t buffer[9] = {};
+    DWORD moved = 0;
+};
+
+TEST(FaultyDriver, FailsExactlyTheRequestsOfItsPlan) {
+    hosted::UseScheduledClock({testing_support::Seed()});
+    Client bus;
+    SimulatedPc pc({PcRoute::kI2c}, "fanli");
+    std::string error;
+    const auto plan = FaultPlan::Parse(
+        "open#1=refuse:5, write#2=refuse:31 , read#1=short:2,read#2=late:700,write#3-4=fail:121,"
+        "write#5=never,interrupt#2+=gone, any#3=refuse:87",
+        error);
+    ASSERT_TRUE(plan) << error;
+    pc.Faults(*plan);
+    EXPECT_EQ((Codes{bus.Open(), bus.Open()}), (Codes{5, 0}));
+    // A fault of writes comes before a fault of any request.
+    EXPECT_EQ((Codes{bus.Write(), bus.Write(), bus.Write(), bus.Write(), bus.Read()}),
+              (Codes{0, 31, 121, 121, 0}));
+    EXPECT_EQ(bus.moved, 7U);
+    const hosted::Micros before = hosted::Now();
+    EXPECT_EQ(bus.Read(), 0U);
+    EXPECT_EQ(hosted::Now() - before, 700 * kMilli + kDefaultBusLatency);
+    EXPECT_EQ(pc.chip()->BackDoor().Counters().writes, 1U);  // the others did not reach the chip
+    EXPECT_EQ(bus.Control(kControlOpen), 0U);
+    EXPECT_EQ(pc.spb()->Violations(), 0U);
+    for (const bool read : {true, false}) {
+        OVERLAPPED other{};
+        ReadFile(bus.device, bus.buffer, 1, nullptr, &other);
+        EXPECT_EQ(read ? bus.Read() : bus.Control(kControlOpen), 0U);
+    }
+    EXPECT_EQ(pc.spb()->Violations(), 2U) << "one request at a time";
+    EXPECT_EQ((Codes{bus.Write(), bus.Control(kControlInterrupt)}), Codes(2, WAIT_TIMEOUT));
+    EXPECT_EQ((Codes{bus.Control(kControlInterrupt), bus.Write()}), (Codes{1167, 1167}));
+    pc.Unplug();
+    EXPECT_EQ(bus.Open(), 2U);
+}
 
 DWORD Random(DWORD below) {
     return static_cast<DWORD>(hosted::Random() % below);
@@ -64,11 +131,10 @@ TEST(LinkDockService, DeliversNothingOnceUnsubscribed) {
         for (int round = 0; round < 4; ++round) {
             Sink sink([] { Sleep(Random(3)); });
             ASSERT_GE(connection.Subscribe(&sink), 0);
-            const LPTHREAD_START_ROUTINE askLater = [](LPVOID argument) -> DWORD {
+            const HANDLE writer = testing_support::StartThread([&connection] {
                 Sleep(Random(3));
-                return static_cast<Connection*>(argument)->AskForNumber() == 0 ? 0 : 1;
-            };
-            const HANDLE writer = CreateThread(nullptr, 0, askLater, &connection, 0, nullptr);
+                EXPECT_EQ(connection.AskForNumber(), 0);
+            });
             for (int i = 0; i < 5; ++i) {
                 connection.SendField(Random(4000));
             }
@@ -111,49 +177,6 @@ TEST(LinkDockService, LetsDeliveriesEndTheirSubscriptionAndBeginAnother) {
         EXPECT_EQ(connection.client.BleClientDisConnect(kDefaultBleAddress), 0);  // unsubscribes
         EXPECT_EQ(hosted::Live().threads + hosted::Live().handles, 0U);
     });
-}
-
-TEST(LinkDockService, DeliversInsideItsCallsWhenThatIsItsHabit) {
-    hosted::UseScheduledClock({1});
-    Connection connection;
-    const struct {
-        LinkDockService::DeliveryHabits habits;
-        int afterSubscribe = 0;  // deliveries so far, all on the caller's thread
-        int afterWrite = 0;
-    } cases[] = {{{}, 0, 0}, {{2, 0}, 1, 1}, {{2, 10}, 1, 2}, {{0, 10}, 0, 1}, {{1, 3}, 0, 0}};
-    for (const auto& [habits, afterSubscribe, afterWrite] : cases) {
-        LinkDockService::SetDeliveryHabits(habits);
-        int here = 0;
-        Sink sink([&here, host = hosted::CurrentThread()] {
-            here += hosted::CurrentThread() == host ? 1 : 0;
-        });
-        connection.SendField(1500);
-        ASSERT_EQ(connection.Subscribe(&sink), 0);
-        EXPECT_EQ(here, afterSubscribe);
-        Sleep(habits.insideSubscribeMs == 0 ? 0 : 10);
-        EXPECT_EQ(connection.AskForNumber(), 0);
-        EXPECT_EQ(here, afterWrite);
-        Sleep(10);
-        EXPECT_EQ(sink.count, 2) << "the report and the number, each once";
-        EXPECT_EQ(connection.Unsubscribe(), 0);
-    }
-}
-
-TEST(LinkDockService, GoesOnDeliveringAfterARefusedUnsubscriptionWhenThatIsItsHabit) {
-    hosted::UseScheduledClock({1});
-    Connection connection;
-    for (const bool habit : {true, false}) {
-        LinkDockService::SetDeliveryHabits({0, 0, 1, habit});
-        Sink sink;
-        ASSERT_EQ(connection.Subscribe(&sink), 0);
-        LinkDockService::FailCall(LinkDockService::BleCall::kUnsubscribe, 1);
-        EXPECT_LT(connection.Unsubscribe(), 0);
-        connection.SendField();
-        Sleep(10);
-        EXPECT_EQ(sink.count, habit ? 1 : 0);
-        EXPECT_EQ(connection.Unsubscribe() < 0, !habit);
-        EXPECT_EQ(hosted::Live().threads, 0U);
-    }
 }
 
 }  // namespace
