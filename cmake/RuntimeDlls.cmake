@@ -9,7 +9,7 @@ if(MINGW)
     execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${name}
       OUTPUT_VARIABLE path OUTPUT_STRIP_TRAILING_WHITESPACE)
     if(NOT EXISTS ${path})
-      find_file(TAGPORT_${name} ${name} PATH_SUFFIXES lib bin REQUIRED)
+      find_file(TAGPORT_${name} ${name} PATHS / PATH_SUFFIXES lib bin REQUIRED)
       set(path ${TAGPORT_${name}})
     endif()
     get_filename_component(path ${path} REALPATH)
