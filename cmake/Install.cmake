@@ -29,6 +29,10 @@ else()
   set_target_properties(tagport tagport_simulator ${stand_ins} PROPERTIES INSTALL_RPATH "$ORIGIN")
 endif()
 
+if(MINGW)
+  # On Windows nothing else separates what a user gets from what a debugger needs. The build keeps it.
+  install(CODE "set(CMAKE_INSTALL_DO_STRIP TRUE)" COMPONENT library)
+endif()
 install(TARGETS tagport EXPORT tagportTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT library
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library
@@ -39,17 +43,21 @@ if(TAGPORT_RUNTIME_DLLS)
   install(FILES ${TAGPORT_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT library)
 endif()
 
-install(TARGETS ${stand_ins} EXPORT tagportStandIns
-  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT stand-ins ${by_name_only}
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT stand-ins ${by_name_only}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT stand-ins ${by_name_only}
-  INCLUDES DESTINATION ${stand_in_include})
-install(FILES
-  ${PROJECT_SOURCE_DIR}/platform/TraceLog.h
-  ${PROJECT_SOURCE_DIR}/platform/LinkDockService.h
-  ${PROJECT_BINARY_DIR}/generated/platform/tracelog_export.h
-  ${PROJECT_BINARY_DIR}/generated/platform/linkdock_export.h
-  DESTINATION ${stand_in_include}/platform COMPONENT stand-ins ${by_name_only})
+if(TAGPORT_STAND_INS)
+  install(TARGETS ${stand_ins} EXPORT tagportStandIns
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT stand-ins ${by_name_only}
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT stand-ins ${by_name_only}
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT stand-ins ${by_name_only}
+    INCLUDES DESTINATION ${stand_in_include})
+  install(FILES
+    ${PROJECT_SOURCE_DIR}/platform/TraceLog.h
+    ${PROJECT_SOURCE_DIR}/platform/LinkDockService.h
+    ${PROJECT_BINARY_DIR}/generated/platform/tracelog_export.h
+    ${PROJECT_BINARY_DIR}/generated/platform/linkdock_export.h
+    DESTINATION ${stand_in_include}/platform COMPONENT stand-ins ${by_name_only})
+  install(EXPORT tagportStandIns NAMESPACE tagport:: DESTINATION ${package_directory}
+    COMPONENT stand-ins ${by_name_only})
+endif()
 
 # install_pkgconfig(NAME COMPONENT...): cmake/NAME.pc.in, with the way from its directory to the
 # prefix, so that an installed tree can be moved.
@@ -89,8 +97,6 @@ endif()
 
 install(EXPORT tagportTargets NAMESPACE tagport:: DESTINATION ${package_directory}
   COMPONENT library)
-install(EXPORT tagportStandIns NAMESPACE tagport:: DESTINATION ${package_directory}
-  COMPONENT stand-ins ${by_name_only})
 configure_package_config_file(cmake/tagportConfig.cmake.in
   ${PROJECT_BINARY_DIR}/tagportConfig.cmake INSTALL_DESTINATION ${package_directory})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/tagportConfigVersion.cmake

@@ -13,14 +13,15 @@ namespace LinkDockService {
 class LINKDOCK_EXPORT BLEClient {
   public:
     /// Receives what a subscribed characteristic notifies. The order of the operations is the
-    /// order of the service's own class.
-    class LINKDOCK_EXPORT INotification {
+    /// order of the service's own class. The client calls them through the object alone, so they
+    /// are empty here and not taken from the DLL, which may not export them.
+    class INotification {
       public:
-        virtual void OnConnectionChange(int state);
+        virtual void OnConnectionChange(int /*state*/) {}
         /// Comes on any thread, also on the caller's inside a call of the client. A second call may
         /// come before the first one has returned.
-        virtual void OnNotify(const std::vector<std::uint8_t>& value);
-        virtual ~INotification();
+        virtual void OnNotify(const std::vector<std::uint8_t>& /*value*/) {}
+        virtual ~INotification() = default;
     };
 
     /// The process's client, or null if there is none.

@@ -49,10 +49,6 @@ std::shared_ptr<BlePeer> PeerFor(BleCall call, int& result) {
 
 }  // namespace
 
-void BLEClient::INotification::OnConnectionChange(int /*state*/) {}
-void BLEClient::INotification::OnNotify(const std::vector<std::uint8_t>& /*value*/) {}
-BLEClient::INotification::~INotification() = default;
-
 BlePeer::~BlePeer() = default;
 
 BLEClient* BLEClient::GetInstance() {

@@ -1,5 +1,5 @@
 // Shared by the tests of this folder: first what is made of Win32 calls alone, then the two
-// functions in which the tests of Win32 operations use the hosted layer.
+// functions in which the tests of Win32 operations use the hosted layer, and on Windows real time.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,9 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/hosted/Kernel.h"
 #include "platform/platform.h"
+#ifndef _WIN32
+#include "platform/hosted/Kernel.h"
 #include "tests/support/Seeds.h"
+#endif
 
 namespace hosted_test {
 
@@ -48,6 +50,36 @@ inline std::string ReadKey(const std::wstring& path) {
     return value == "?" ? value + std::to_string(GetLastError()) : value;
 }
 
+#ifdef _WIN32
+
+/// Gives threads the time to come to their waits.
+inline void AwaitEventWaiters(int /*count*/) {
+    Sleep(300);
+}
+
+/// Runs the body, which must leave no handle.
+inline void OnBothClocks(const std::function<void()>& body) {
+    const auto handles = [] {
+        DWORD count = 0;
+        EXPECT_TRUE(GetProcessHandleCount(GetCurrentProcess(), &count));
+        return count;
+    };
+    body();  // once before: the system makes handles of its own
+    const DWORD before = handles();
+    body();
+    EXPECT_EQ(handles(), before);
+}
+
+/// Ends the test under Wine, which differs from Windows in `what`.
+#define SKIP_UNDER_WINE(what)                                                            \
+    if (GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr) { \
+        GTEST_SKIP() << "Wine " << what;                                                 \
+    }
+
+#else
+
+#define SKIP_UNDER_WINE(what)
+
 /// Blocks until `count` threads wait for events.
 inline void AwaitEventWaiters(int count) {
     const auto enough = [count] {
@@ -73,5 +105,7 @@ inline void OnBothClocks(const std::function<void()>& body) {
     testing_support::ForEachSeed(20, checked);
     EXPECT_EQ(testing_support::RunInChild(checked), 0) << "on the free-running clock";
 }
+
+#endif
 
 }  // namespace hosted_test

@@ -1,5 +1,5 @@
 // The hosted layer's own rules: the scheduled clock and the reports of stalled runs, locks, what is
-// read as a file and found in a directory, and forked children.
+// read as a file and found in a directory, drivers and handle values, and forked children.
 #include <sys/stat.h>
 
 #include <cstdlib>
@@ -7,7 +7,7 @@
 #include <mutex>
 #include <set>
 
-#include "tests/platform/HostedFixture.h"
+#include "tests/platform/HostedDevice.h"
 
 namespace {
 
@@ -201,6 +201,39 @@ TEST(CurrentDirectory, LeadsToItsFilesWhateverBytesItsNameHas) {
         EXPECT_EQ(RunInChild(readConfig), 0);
     }
     std::filesystem::remove_all(base);
+}
+
+TEST(Drivers, FailRequestsWithAStatusThatReadsBackAsTheError) {
+    WithTestDevice([](TestDevice& device) {
+        for (const DWORD error :
+             {ERROR_OPERATION_ABORTED, ERROR_GEN_FAILURE, ERROR_SEM_TIMEOUT, ERROR_IO_DEVICE,
+              ERROR_DEVICE_NOT_CONNECTED, ERROR_ACCESS_DENIED}) {
+            device.Read();
+            device.requests.back()->Fail(error, 2);
+            EXPECT_EQ(device.Outcome(), error);
+            EXPECT_EQ(device.moved, 2U);
+        }
+    });
+}
+
+TEST(Drivers, FailTheRequestsOfALastHandleAlsoOnceTheirDeviceIsRemoved) {
+    WithTestDevice([](TestDevice& device) {
+        device.Read();
+        hosted::RemoveDevice(kPath);
+        EXPECT_EQ(device.Outcome(), ERROR_IO_INCOMPLETE) << "an open handle keeps its device";
+        CloseHandle(device.handle);
+        EXPECT_EQ(device.Outcome(), ERROR_DEVICE_NOT_CONNECTED);
+    });
+}
+
+TEST(Handles, AreNeverGivenOutAgain) {
+    OnBothClocks([] {
+        const HANDLE closed = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        CloseHandle(closed);
+        const HANDLE next = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        EXPECT_NE(next, closed);
+        CloseHandle(next);
+    });
 }
 
 TEST(Fork, LeavesTheLayerToTheParent) {

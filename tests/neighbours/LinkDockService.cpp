@@ -1,0 +1,82 @@
+// A LinkDockService.dll as another project could make it. It exports what the library calls and
+// nothing else. A subscription is answered at once: a change of the connection, then a phone. So is
+// a request for the number.
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace LinkDockService {
+
+class BLEClient {
+  public:
+    class INotification {
+      public:
+        virtual void StateChanged(int state) = 0;
+        virtual void ValueChanged(const std::vector<std::uint8_t>& value) = 0;
+        virtual ~INotification() = default;
+    };
+
+    __declspec(dllexport) static BLEClient* GetInstance();
+    __declspec(dllexport) int BleClientConnect(std::uint64_t address);
+    __declspec(dllexport) int BleClientDisConnect(std::uint64_t address);
+    __declspec(dllexport) int BleClientSubscribeNotify(std::uint64_t address,
+                                                       const std::string& service,
+                                                       const std::string& characteristic,
+                                                       INotification* sink);
+    __declspec(dllexport) int BleClientUnsubscribeNotify(std::uint64_t address,
+                                                         const std::string& service,
+                                                         const std::string& characteristic);
+    __declspec(dllexport) int BleClientWrite(std::uint64_t address, const std::string& service,
+                                             const std::string& characteristic,
+                                             const std::vector<std::uint8_t>& value);
+
+  private:
+    INotification* m_sink = nullptr;
+};
+
+BLEClient* BLEClient::GetInstance() {
+    static BLEClient client;
+    return &client;
+}
+
+int BLEClient::BleClientConnect(std::uint64_t address) {
+    std::printf("connect %llx\n", static_cast<unsigned long long>(address));
+    return 0;
+}
+
+int BLEClient::BleClientDisConnect(std::uint64_t address) {
+    std::printf("disconnect %llx\n", static_cast<unsigned long long>(address));
+    return 0;
+}
+
+int BLEClient::BleClientSubscribeNotify(std::uint64_t /*address*/, const std::string& service,
+                                        const std::string& /*characteristic*/,
+                                        INotification* sink) {
+    std::printf("subscribe %s\n", service.c_str());
+    m_sink = sink;
+    sink->StateChanged(1);
+    sink->ValueChanged({0x2E, 0x02, 0x6E, 0xE6});
+    return 0;
+}
+
+int BLEClient::BleClientUnsubscribeNotify(std::uint64_t /*address*/, const std::string& /*service*/,
+                                          const std::string& characteristic) {
+    std::printf("unsubscribe %s\n", characteristic.c_str());
+    return 0;
+}
+
+int BLEClient::BleClientWrite(std::uint64_t /*address*/, const std::string& /*service*/,
+                              const std::string& /*characteristic*/,
+                              const std::vector<std::uint8_t>& value) {
+    std::printf("write %u bytes\n", static_cast<unsigned>(value.size()));
+    if (value[1] == 1) {
+        std::vector<std::uint8_t> answer(34, 7);
+        answer[0] = 0x2E;
+        answer[1] = 3;
+        m_sink->ValueChanged(answer);
+    }
+    return 0;
+}
+
+}  // namespace LinkDockService

@@ -1,0 +1,29 @@
+// A TraceLog.dll as another project could make it, with classes and members of its own. It exports
+// what the library calls and nothing else, and prints each line.
+#include <cstdio>
+#include <mutex>
+#include <sstream>
+
+enum LOG_MESSAGE_LEVEL { kVerbose = 1, kNotice, kWarning, kFault, kFatal };
+
+class TraceLogger {
+  public:
+    virtual ~TraceLogger() = default;
+    __declspec(dllexport) static TraceLogger* GetInstance();
+    __declspec(dllexport) void Log(LOG_MESSAGE_LEVEL level, std::wstringstream& stream);
+
+  private:
+    std::mutex m_mutex;
+    unsigned m_lines = 0;
+};
+
+TraceLogger* TraceLogger::GetInstance() {
+    static TraceLogger logger;
+    return &logger;
+}
+
+void TraceLogger::Log(LOG_MESSAGE_LEVEL level, std::wstringstream& stream) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    std::printf("line %u, level %d: %ls\n", ++m_lines, static_cast<int>(level),
+                stream.str().c_str());
+}
