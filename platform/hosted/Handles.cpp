@@ -27,9 +27,18 @@ const char* WaitName(Object::Kind kind) {
             return "event";
         case Object::Kind::kThread:
             return "thread";
+        case Object::Kind::kProcess:
+            return "the end of this process, whose handle is INVALID_HANDLE_VALUE:";
         default:
             return "device";
     }
+}
+
+// Never signalled. Never destroyed: a thread may wait for it when the process ends.
+const std::shared_ptr<Object>& OwnProcess() {
+    static const auto& process =
+        *new std::shared_ptr<Object>(new Object(Object::Kind::kProcess, Signal(true, false)));
+    return process;
 }
 
 bool IsKernelObject(const Object& object) {
@@ -91,6 +100,9 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
     if (operation.Refused()) {
         return WAIT_FAILED;
     }
+    if (handle == INVALID_HANDLE_VALUE) {
+        return hosted::WaitOn(hosted::OwnProcess(), handle, milliseconds);
+    }
     const std::shared_ptr<hosted::Object> object = hosted::FindObject(handle);
     if (object == nullptr || !hosted::IsKernelObject(*object)) {
         SetLastError(ERROR_INVALID_HANDLE);
@@ -103,6 +115,9 @@ BOOL CloseHandle(HANDLE handle) {
     const Operation operation(Call::kCloseHandle);
     if (operation.Refused()) {
         return FALSE;
+    }
+    if (handle == INVALID_HANDLE_VALUE) {
+        return TRUE;
     }
     const std::shared_ptr<hosted::Object> object = hosted::FindObject(handle);
     if (object == nullptr || !hosted::IsKernelObject(*object)) {

@@ -24,7 +24,7 @@ using View = std::wstring_view;
 
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 constexpr std::string_view kUtf16Mark = "\xFF\xFE";
-constexpr View kBlanks = L" \t";
+constexpr View kBlanks = L" \t\v\f\x1A";  // the last one ended a text file once
 constexpr std::size_t kMostIniBytes = std::size_t{1} << 20U;
 
 std::wstring FromUtf16(std::string_view bytes) {
@@ -189,7 +189,7 @@ DWORD GetPrivateProfileStringW(const WCHAR* section, const WCHAR* key, const WCH
     const std::wstring text = error == ERROR_SUCCESS ? hosted::Decode(bytes) : std::wstring();
     hosted::View value;
     if (hosted::FindValue(text, hosted::Trim(section), hosted::Trim(key), value)) {
-        return hosted::CopyOut(value, buffer, size);
+        return hosted::CopyOut(value.substr(0, value.find(L'\0')), buffer, size);
     }
     SetLastError(error == ERROR_SUCCESS ? ERROR_FILE_NOT_FOUND : error);
     return hosted::CopyOut(defaultValue == nullptr ? hosted::View() : hosted::View(defaultValue),

@@ -55,14 +55,14 @@ class Signal {
 };
 
 struct Object {
-    enum class Kind { kEvent, kThread, kFile, kDeviceList, kPreparsedData };
+    enum class Kind { kEvent, kThread, kFile, kDeviceList, kPreparsedData, kProcess };
     Object(Kind kindOfObject, Signal initial) : kind(kindOfObject), signal(std::move(initial)) {}
     virtual ~Object() = default;
     Object(const Object&) = delete;
     Object& operator=(const Object&) = delete;
 
     Kind kind;
-    Signal signal;  // events, threads and files
+    Signal signal;  // events, threads, files and the process
 };
 
 struct EventObject : Object {

@@ -92,15 +92,17 @@ BOOL ResetEvent(HANDLE event);
 HANDLE CreateThread(SECURITY_ATTRIBUTES* security, std::size_t stackSize,
                     LPTHREAD_START_ROUTINE start, LPVOID argument, DWORD flags, DWORD* threadId);
 /// Waits for an event, for the end of a thread, or for a device (a request without an event has
-/// ended). With 0 milliseconds it never blocks. Taking an auto-reset event resets it. If the handle
-/// is closed meanwhile, the wait goes on, on the object itself. It then ends when the object is
-/// signalled through another reference (a pending request of that event, the end of that thread,
-/// the failed requests of that device) or when the time is over.
+/// ended). INVALID_HANDLE_VALUE stands for the own process and waits for its end. With 0
+/// milliseconds it never blocks. Taking an auto-reset event resets it. If the handle is closed
+/// meanwhile, the wait goes on, on the object itself. It then ends when the object is signalled
+/// through another reference (a pending request of that event, the end of that thread, the failed
+/// requests of that device) or when the time is over.
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 void Sleep(DWORD milliseconds);
 /// Closes an event, a thread or a device, also while other threads wait on it. A thread runs on
 /// without its handle. Closing a device ends the requests of this handle: the driver may fail them
-/// when its last handle is closed; the others fail with ERROR_OPERATION_ABORTED.
+/// when its last handle is closed; the others fail with ERROR_OPERATION_ABORTED. Closing
+/// INVALID_HANDLE_VALUE succeeds and does nothing.
 BOOL CloseHandle(HANDLE handle);
 
 // Overlapped file and device I/O.
@@ -223,14 +225,15 @@ constexpr UINT CP_THREAD_ACP = 3;
 /// GetPrivateProfileStringW turns it back. Zero is failure.
 DWORD GetCurrentDirectoryW(DWORD length, WCHAR* buffer);
 /// Copies the key's value, or the default, and gives its length; a value that is too long is cut to
-/// `size` - 1 characters. Section and key are compared without regard to case. Blanks around
-/// section, key and value are dropped, and then one pair of equal quotes, single or double, around
-/// the value. A line that starts with ';' is a comment. The first match in the first section of the
-/// name counts; a second section of that name is not read. A line without '=' is no key, and a
-/// section line without ']' opens no section. CR, LF and CR LF end a line. The text is UTF-8, or
-/// UTF-16LE after a byte order mark. '\' and '/' separate directories. If the default is given, the
-/// last error is ERROR_FILE_NOT_FOUND if the key or the file is missing, and ERROR_ACCESS_DENIED if
-/// the file cannot be read: it is a directory, a FIFO, a device or larger than 1 MiB.
+/// `size` - 1 characters, and one with a zero in it ends there. Section and key are compared
+/// without regard to case. Blanks around section, key and value are dropped (tabs, form feeds and
+/// the character 0x1A, too), and then one pair of equal quotes, single or double, around the value.
+/// A line that starts with ';' is a comment. The first match in the first section of the name
+/// counts; a second section of that name is not read. A line without '=' is no key, and a section
+/// line without ']' opens no section. CR, LF and CR LF end a line. The text is UTF-8, or UTF-16LE
+/// after a byte order mark. '\' and '/' separate directories. If the default is given, the last
+/// error is ERROR_FILE_NOT_FOUND if the key or the file is missing, and ERROR_ACCESS_DENIED if the
+/// file cannot be read: it is a directory, a FIFO, a device or larger than 1 MiB.
 DWORD GetPrivateProfileStringW(const WCHAR* section, const WCHAR* key, const WCHAR* defaultValue,
                                WCHAR* buffer, DWORD size, const WCHAR* path);
 /// Converts to UTF-8 whatever the thread's code page is, and gives the number of bytes, or, for a

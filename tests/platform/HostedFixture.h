@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -39,17 +41,6 @@ inline std::filesystem::path TemporaryPath() {
     return std::filesystem::temp_directory_path() / ("tagport-" + std::to_string(getpid()));
 }
 
-/// The value of a key as UTF-8, or "?" and the last error: 2 is a missing file or key.
-inline std::string ReadKey(const std::wstring& path) {
-    WCHAR wide[255] = {};
-    char narrow[1020] = {};
-    SetLastError(ERROR_SUCCESS);
-    GetPrivateProfileStringW(L"PC_URI", L"key", L"?", wide, 255, path.c_str());
-    WideCharToMultiByte(CP_THREAD_ACP, 0, wide, -1, narrow, sizeof narrow, nullptr, nullptr);
-    const std::string value = narrow;
-    return value == "?" ? value + std::to_string(GetLastError()) : value;
-}
-
 #ifdef _WIN32
 
 /// Gives threads the time to come to their waits.
@@ -70,15 +61,39 @@ inline void OnBothClocks(const std::function<void()>& body) {
     EXPECT_EQ(handles(), before);
 }
 
-/// Ends the test under Wine, which differs from Windows in `what`.
-#define SKIP_UNDER_WINE(what)                                                            \
-    if (GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr) { \
-        GTEST_SKIP() << "Wine " << what;                                                 \
+/// True under Wine, which differs from Windows in this. Says so.
+inline bool WineDiffers(const char* how) {
+    static const bool isWine =
+        GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+    if (isWine) {
+        std::printf("Wine %s\n", how);
     }
+    return isWine;
+}
+
+constexpr UINT kToUtf8 = CP_UTF8;
+
+/// A text of the PC's code page, as UTF-8.
+inline std::string FromCodePage(const std::string& text) {
+    WCHAR wide[64] = {};
+    char utf8[256] = {};
+    MultiByteToWideChar(CP_ACP, 0, text.c_str(), -1, wide, 64);
+    WideCharToMultiByte(kToUtf8, 0, wide, -1, utf8, sizeof utf8, nullptr, nullptr);
+    return utf8;
+}
 
 #else
 
-#define SKIP_UNDER_WINE(what)
+inline bool WineDiffers(const char* /*how*/) {
+    return false;
+}
+
+constexpr UINT kToUtf8 = CP_THREAD_ACP;  // whatever the code page
+
+/// A text of the PC's code page, UTF-8, as UTF-8: the bytes that are none are replaced.
+inline std::string FromCodePage(const std::string& text) {
+    return std::regex_replace(text, std::regex("\xFF|\xC0\x80"), "\xEF\xBF\xBD");
+}
 
 /// Blocks until `count` threads wait for events.
 inline void AwaitEventWaiters(int count) {
@@ -107,5 +122,16 @@ inline void OnBothClocks(const std::function<void()>& body) {
 }
 
 #endif
+
+/// The value of a key as UTF-8, or "?" and the last error: 2 is a missing file or key.
+inline std::string ReadKey(const std::wstring& path) {
+    WCHAR wide[255] = {};
+    char narrow[1020] = {};
+    SetLastError(ERROR_SUCCESS);
+    GetPrivateProfileStringW(L"PC_URI", L"key", L"?", wide, 255, path.c_str());
+    WideCharToMultiByte(kToUtf8, 0, wide, -1, narrow, sizeof narrow, nullptr, nullptr);
+    const std::string value = narrow;
+    return value == "?" ? value + std::to_string(GetLastError()) : value;
+}
 
 }  // namespace hosted_test

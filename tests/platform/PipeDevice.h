@@ -20,7 +20,7 @@ constexpr DWORD kClosedError = ERROR_BROKEN_PIPE;
 /// Waits for the end of a request that was cancelled: CancelIoEx does not wait for it.
 inline void AwaitEnd(const OVERLAPPED& overlapped) {
     const volatile ULONG_PTR& status = overlapped.Internal;
-    for (int i = 0; i < 1000 && status == STATUS_PENDING; ++i) {
+    for (int i = 0; i < 200 && status == STATUS_PENDING; ++i) {
         SleepEx(5, TRUE);
     }
 }
