@@ -29,11 +29,8 @@ Service OpenManager(const std::wstring& name) {
     return manager;
 }
 
-}  // namespace
-
-void LoadDriver(const std::wstring& name, const std::wstring& file) {
-    const Service manager = OpenManager(name);
-    Service service(CreateServiceW(manager.get(), name.c_str(), name.c_str(), SERVICE_ALL_ACCESS,
+Service Register(SC_HANDLE manager, const std::wstring& name, const std::wstring& file) {
+    Service service(CreateServiceW(manager, name.c_str(), name.c_str(), SERVICE_ALL_ACCESS,
                                    SERVICE_KERNEL_DRIVER, SERVICE_DEMAND_START,
                                    SERVICE_ERROR_NORMAL, file.c_str(), nullptr, nullptr, nullptr,
                                    nullptr, nullptr));
@@ -42,8 +39,21 @@ void LoadDriver(const std::wstring& name, const std::wstring& file) {
         if (error != ERROR_SERVICE_EXISTS) {
             Throw("the registration", name, error);
         }
-        service.reset(OpenServiceW(manager.get(), name.c_str(), SERVICE_ALL_ACCESS));
+        service.reset(OpenServiceW(manager, name.c_str(), SERVICE_ALL_ACCESS));
     }
+    return service;
+}
+
+}  // namespace
+
+void RegisterDriver(const std::wstring& name, const std::wstring& file) {
+    const Service manager = OpenManager(name);
+    Register(manager.get(), name, file);
+}
+
+void LoadDriver(const std::wstring& name, const std::wstring& file) {
+    const Service manager = OpenManager(name);
+    const Service service = Register(manager.get(), name, file);
     if (!StartServiceW(service.get(), 0, nullptr)) {
         const DWORD error = GetLastError();
         if (error != ERROR_SERVICE_ALREADY_RUNNING) {

@@ -10,6 +10,9 @@ namespace simulator {
 /// already is started only. Throws std::runtime_error with the step and the error code.
 void LoadDriver(const std::wstring& name, const std::wstring& file);
 
+/// The same without the start, for a driver that the system starts when a device needs it.
+void RegisterDriver(const std::wstring& name, const std::wstring& file);
+
 /// Stops the driver and removes it from the service manager; does nothing if it is not registered.
 void UnloadDriver(const std::wstring& name);
 

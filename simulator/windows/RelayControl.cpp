@@ -62,8 +62,8 @@ bool RelayControl::Answer(const RelayAnswer& answer) {
     return Control(TAGPORT_RELAY_ANSWER, &copy, sizeof(copy)) == 0;
 }
 
-DWORD RelayControl::Plug(RelayDevice device, bool present) {
-    RelayPlug plug = {static_cast<std::uint32_t>(device), present ? 1U : 0U};
+DWORD RelayControl::Plug(RelayDevice device, std::uint32_t present) {
+    RelayPlug plug = {static_cast<std::uint32_t>(device), present};
     return Control(TAGPORT_RELAY_PLUG, &plug, sizeof(plug));
 }
 

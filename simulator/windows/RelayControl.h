@@ -29,7 +29,7 @@ class RelayControl {
     /// no error.
     bool Answer(const RelayAnswer& answer);
     /// Gives a last-error code, or zero.
-    DWORD Plug(RelayDevice device, bool present);
+    DWORD Plug(RelayDevice device, std::uint32_t present);
 
   private:
     DWORD Control(DWORD code, void* in, DWORD inSize);

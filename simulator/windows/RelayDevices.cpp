@@ -196,7 +196,7 @@ void SetDevice(RelayDevice which, const wchar_t* controlName, std::shared_ptr<Dr
     const DeviceLock lock;
     const bool present = driver != nullptr;
     TheDevices().drivers.at(which) = std::move(driver);
-    const DWORD error = RelayOf(controlName).control->Plug(which, present);
+    const DWORD error = RelayOf(controlName).control->Plug(which, present ? 1U : 0U);
     if (error != ERROR_SUCCESS) {
         throw std::runtime_error(
             Narrow(kPaths[which]) +

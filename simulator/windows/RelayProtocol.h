@@ -58,4 +58,7 @@ struct RelayPlug {
     uint32_t present; /* 0: every pending request fails, and the device is gone */
 };
 
+/* RelayPlug.present for a keyboard whose reports are longer than those of a host. */
+#define TAGPORT_RELAY_LONG_REPORTS 2u
+
 #endif

@@ -1,0 +1,118 @@
+// The bus is registered as a device of the system's root. Its devices get their keys, which name
+// the minidriver's service, before the bus reports them.
+#include "simulator/windows/hid/HidInstall.h"
+
+#include <memory>
+#include <stdexcept>
+
+#include "platform/windows/Win32.h"
+#include "simulator/windows/DriverService.h"
+#include "simulator/windows/hid/HidNames.h"
+
+namespace simulator {
+
+namespace {
+
+constexpr wchar_t kBusInstance[] = TAGPORT_HID_BUS_ID L"\\0000";
+constexpr wchar_t kEnum[] = L"System\\CurrentControlSet\\Enum\\";
+constexpr const wchar_t* kDevices[] = {TAGPORT_HID_MOUSE, TAGPORT_HID_KEYS, TAGPORT_HID_OTHER,
+                                       TAGPORT_HID_KEYBOARD, TAGPORT_HID_LAST};
+constexpr wchar_t kHidClass[] = L"{745a17a0-74d3-11d0-b6fe-00a0c90f57da}";
+// The class "System": of no importance, but every device needs one.
+constexpr GUID kClass = {
+    0x4d36e97d, 0xe325, 0x11ce, {0xbf, 0xc1, 0x08, 0x00, 0x2b, 0xe1, 0x03, 0x18}};
+
+[[noreturn]] void Throw(const char* step, DWORD error) {
+    throw std::runtime_error(std::string(step) + " failed, error " + std::to_string(error));
+}
+
+class DeviceSet {
+  public:
+    DeviceSet() : m_set(SetupDiCreateDeviceInfoList(&kClass, nullptr)) {}
+    ~DeviceSet() { SetupDiDestroyDeviceInfoList(m_set); }
+    DeviceSet(const DeviceSet&) = delete;
+    DeviceSet& operator=(const DeviceSet&) = delete;
+    HDEVINFO get() const { return m_set; }
+
+  private:
+    HDEVINFO m_set;
+};
+
+void SetText(HDEVINFO set, SP_DEVINFO_DATA& device, DWORD property, const std::wstring& text) {
+    // With both zeros of a list of one text.
+    const auto* const bytes = reinterpret_cast<const BYTE*>(text.c_str());
+    const auto size = static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t));
+    if (!SetupDiSetDeviceRegistryPropertyW(set, &device, property, bytes, size)) {
+        Throw("the registration of the HID bus", GetLastError());
+    }
+}
+
+void RegisterBus() {
+    const DeviceSet set;
+    SP_DEVINFO_DATA device = {};
+    device.cbSize = sizeof(device);
+    if (SetupDiOpenDeviceInfoW(set.get(), kBusInstance, nullptr, 0, &device)) {
+        return;
+    }
+    if (!SetupDiCreateDeviceInfoW(set.get(), kBusInstance, &kClass, nullptr, nullptr, 0, &device)) {
+        Throw("the creation of the HID bus", GetLastError());
+    }
+    SetText(set.get(), device, SPDRP_HARDWAREID, std::wstring(TAGPORT_HID_BUS_ID) + L'\0');
+    if (!SetupDiCallClassInstaller(DIF_REGISTERDEVICE, set.get(), &device)) {
+        Throw("the registration of the HID bus", GetLastError());
+    }
+    SetText(set.get(), device, SPDRP_SERVICE, TAGPORT_HID_BUS_SERVICE);
+}
+
+std::wstring KeyOf(const std::wstring& device) {
+    return std::wstring(kEnum) + TAGPORT_HID_ENUMERATOR L"\\" + device;
+}
+
+LSTATUS SetValue(HKEY key, const wchar_t* name, const std::wstring& text) {
+    return RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+                          static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
+}
+
+void NameService(const std::wstring& device) {
+    HKEY key = nullptr;
+    LSTATUS result =
+        RegCreateKeyExW(HKEY_LOCAL_MACHINE, (KeyOf(device) + L"\\" TAGPORT_HID_INSTANCE).c_str(), 0,
+                        nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr);
+    if (result == ERROR_SUCCESS) {
+        result = SetValue(key, L"Service", TAGPORT_HID_MINI_SERVICE);
+        if (result == ERROR_SUCCESS) {
+            result = SetValue(key, L"ClassGUID", kHidClass);
+        }
+        RegCloseKey(key);
+    }
+    if (result != ERROR_SUCCESS) {
+        Throw("the registration of a HID device", static_cast<DWORD>(result));
+    }
+}
+
+}  // namespace
+
+void InstallHid(const std::wstring& directory) {
+    for (const wchar_t* const device : kDevices) {
+        NameService(device);
+    }
+    RegisterBus();
+    RegisterDriver(TAGPORT_HID_MINI_SERVICE, directory + TAGPORT_HID_MINI_SERVICE L".sys");
+    LoadDriver(TAGPORT_HID_BUS_SERVICE, directory + TAGPORT_HID_BUS_SERVICE L".sys");
+}
+
+void RemoveHid() {
+    UnloadDriver(TAGPORT_HID_BUS_SERVICE);
+    UnloadDriver(TAGPORT_HID_MINI_SERVICE);
+    const DeviceSet set;
+    SP_DEVINFO_DATA device = {};
+    device.cbSize = sizeof(device);
+    if (SetupDiOpenDeviceInfoW(set.get(), kBusInstance, nullptr, 0, &device)) {
+        SetupDiCallClassInstaller(DIF_REMOVE, set.get(), &device);
+    }
+    for (const wchar_t* const name : kDevices) {
+        RegDeleteTreeW(HKEY_LOCAL_MACHINE, KeyOf(name).c_str());
+    }
+}
+
+}  // namespace simulator
