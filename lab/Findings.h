@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdio>
 #include <set>
 #include <string>
 #include <utility>
@@ -12,6 +13,13 @@
 #include "lab/Script.h"
 
 namespace lab {
+
+/// "732.1 ms".
+inline std::string Milliseconds(double time) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.1f ms", time);
+    return text.data();
+}
 
 /// What is counted where it is judged.
 enum JudgedKind { kVisits, kTimedVisits, kReadings, kNumbers, kFields, kShown, kJudgedKinds };

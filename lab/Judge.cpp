@@ -103,8 +103,7 @@ void Judge::Watch(const Player::Step& step) {
 void Judge::JudgeOperation(const Done& done) {
     const Command& command = *done.command;
     m_findings.Expect(done.end - done.begin < kLongestOperation, command,
-                      "an operation of at most 400 s",
-                      std::to_string(done.end - done.begin) + " ms");
+                      "an operation of at most 400 s", Milliseconds(done.end - done.begin));
     const bool opens = StartsManager(done.verb()) || OpensDevice(done.verb());
     const bool reads = IsOneOf(done.verb(), {Verb::kReadMessage, Verb::kReadNumber});
     if (done.worked || done.contested || m_visits.ListenerWaits() ||
@@ -130,7 +129,7 @@ void Judge::ExpectFailure(const Command& command) {
     const Done* const failed = std::exchange(m_failed[command.host], nullptr);
     if (failed != nullptr && (command.verb != Verb::kExpectResult || command.on)) {
         m_findings.Expect(false, *failed->command, "success, because no fault was in force",
-                          "a failure at " + std::to_string(failed->end) + " ms");
+                          "a failure at " + Milliseconds(failed->end));
     }
 }
 

@@ -200,7 +200,7 @@ RunHistory::Service RunHistory::ServiceAt(double time) const {
     bool planned = false;
     bool unplugged = false;
     for (const Done& done : m_ended) {
-        if (done.end >= time) {
+        if (done.end > time) {
             break;
         }
         planned = done.verb() == Verb::kFault ? done.command->argument != kNoFaults : planned;

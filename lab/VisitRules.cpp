@@ -92,7 +92,7 @@ void VisitRules::TakeEvent(const Json& object, const std::string& route) {
     m_open += event == kEntered ? 1 : event == kLeft ? -1 : 0;
     m_openedBy = event == kEntered ? &command : m_openedBy;
     m_findings.Expect(m_open >= 0 || IsDeaf(time), command, "event 3 before event 1",
-                      "event 1 on the " + route + " route at " + std::to_string(time) + " ms");
+                      "event 1 on the " + route + " route at " + Milliseconds(time));
     m_open = std::max(m_open, 0);
 }
 
@@ -239,7 +239,7 @@ void VisitRules::JudgeEvents(const Phones& phones, const Surroundings& around) {
             continue;
         }
         seen += (seen.empty() ? "event " : ", ") + std::to_string(one.event) + " at " +
-                std::to_string(one.time);
+                Milliseconds(one.time);
         first = count == 0 ? one.time : first;
         last = one.time;
         enters += one.event == kEntered ? 1 : 0;
@@ -272,11 +272,11 @@ void VisitRules::JudgeEvents(const Phones& phones, const Surroundings& around) {
         const bool isShort = std::all_of(phones.begin(), phones.end(), [](const Phone& phone) {
             return phone.gone - phone.begin <= kLongestWatch;
         });
-        expected += ", the first before " + std::to_string(begin + kPrompt);
+        expected += ", the first before " + Milliseconds(begin + kPrompt);
         isRight = isRight && first <= begin + kPrompt;
         if (isShort && around.arming == 0) {
-            expected += ", the last from " + std::to_string(gone - leeway) + " to " +
-                        std::to_string(gone + kPrompt);
+            expected += ", the last from " + Milliseconds(gone - leeway) + " to " +
+                        Milliseconds(gone + kPrompt);
             isRight = isRight && last >= gone - leeway && last <= gone + kPrompt;
         }
     }

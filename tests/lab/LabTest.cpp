@@ -63,6 +63,7 @@ constexpr char kWorkedImage[] =
     "0C 0D 0E 0F 10 11 12 13 14 15 16 17 18 19 1A 1B\n"
     "1C 1D 1E 1F 00 00 08 00 FE\n";
 constexpr char kScript[] = "run --seed 1 --script -";
+constexpr char kChecked[] = "run --seed 1 --check --script -";
 constexpr char kWorkedFields[] =
     "image build --url tag/abcd1234 --mac 021122334455 --model 00000800 --number "
     "000102030405060708090A0B0C0D0E0F101112131415161718191A1B1C1D1E1F";
@@ -114,13 +115,15 @@ TEST(Script, CommandsKeepTheirPrefixesAndTheirNesting) {
     EXPECT_EQ(script.commands.at(1).argument, "write#3=never");
 }
 
-// Both scripts succeed on every route, and the same seed gives the same objects.
+// Both scripts succeed on every route without a violation, and the same seed gives the same
+// objects.
 TEST(Run, ASeedRepeatsARunAndEveryObjectHasItsThread) {
     const std::set<std::string> threads{"host", "interrupt", "defer", "keyboard", "number", "ble"};
     for (const char* route : {"i2c", "i2c --chip fanli", "usb", "hid", "ble"}) {
         for (const char* script : {"bad-day", "day-at-a-desk"}) {
-            const std::string call = std::string("run --seed 11 --json --script lab/scripts/") +
-                                     script + ".lab --route " + route;
+            const std::string call =
+                std::string("run --seed 11 --check --json --script lab/scripts/") + script +
+                ".lab --route " + route;
             const Outcome run = Lab(call);
             EXPECT_EQ(run.status, 0) << call << "\n" << run.text.substr(0, 2000);
             EXPECT_EQ(run.text, Lab(call).text) << call;
@@ -135,7 +138,7 @@ TEST(Run, ASeedRepeatsARunAndEveryObjectHasItsThread) {
                 last[thread] = object["t"];
                 kinds.insert(object["kind"]);
             }
-            for (const char* kind : {"event", "log", "bus", "phone", "result"}) {
+            for (const char* kind : {"event", "log", "bus", "phone", "result", "check"}) {
                 EXPECT_EQ(kinds.count(kind), 1U) << call << " " << kind;
             }
         }
@@ -151,6 +154,13 @@ TEST(Lab, ExitStatusAndOutputSayWhatHappened) {
         {"run --seed 18446744073709551615 --chip silent", "", 1, "failed."},
         {kScript, "%1048576s", 0, "Everything worked"},
         {kScript, "write url=a\\0b\\033c", 0, "> write url=a\\x00b\\x1Bc\n"},
+        {"run --check --seed 1 --chip fanli", "", 0,
+         "judged: 1 visits, 1 of them with their times, 1"},
+        {kChecked, "write url=%0163d", 1, "input:1: write url=0000"},
+        {kChecked, "write url=%0163d\nexpect result FAIL", 0, "No violation"},
+        {kChecked, "fault write#1+=refuse:1117\nupdate\nexpect result FAIL", 0, "No violation"},
+        {"run --check --seed 1 --chip silent --json", "", 1,
+         R"("line":0,"command":"the start of the run","expected":"success)"},
         {"run --json --seed 1 --script -", "write url=a\\377\\nread-message", 0, R"("a\\xFF")"},
     };
     for (const Call& call : calls) {
@@ -182,6 +192,8 @@ TEST(Lab, AFailureIsOneLineOnStandardError) {
          kLost + "Broken pipe"},
         {"run --seed 1 --route moon", "", 2, "--route: moon not in {"},
         {"run --seed -1", "", 2, "--seed -1: a whole number from 0 to 18446744073709551615"},
+         {"run --check", "", 2, "--check judges times of the scheduled clock: --seed N would be"},
+         {kChecked, "pc late=21", 2, "standard input: pc late=21: --check needs threads that are"},
         {"run --config /dev/zero", "", 2, "--config /dev/zero: is not a directory"},
         {"run --config pipe", "", 2, "pipe/config/NfcUri.ini: is not a regular file"},
         {"run --config long", "", 2, "long/config/NfcUri.ini: is longer than 1048576 bytes"},

@@ -199,8 +199,7 @@ Words Artist::Draw() {
     m_hosts = isSequence ? 1 : 1 + Below(4);
     m_managers = isSequence ? 1 : 1 + Below(2);
     const bool hasBle = Has("ble");
-    const bool isWired = !m_chip.empty();
-    const bool isStuck = isWired && m_chip[1] == 'm' && Below(3) == 0;
+    const bool isStuck = m_chip.rfind("fm", 0) == 0 && Below(3) == 0;
     const bool hasHabits = hasBle && Below(2) == 0;
     const bool isRefused = hasHabits && Below(2) == 0;
     const std::string refused = "fault unsubscribe#1, disconnect#1\n";
@@ -227,15 +226,14 @@ Words Artist::Draw() {
          "renew " + Number(kFirstSettled), "join\nwait 60000",
          "listener on pause=" + OneOf({"0", "0", "50", "50 renews"})});
     DrawRounds();
-    const std::string before = Between(300, 3000);
+    // Every second last write opens another visit after the one that the stop falls into: each is
+    // to be closed.
     const std::string beside =
         OneOf({"write", "manager 4 create", "renew " + Number(kFirstRoundsNumber)});
-    // Every second write opens another visit after the one that the stop falls into: each is to be
-    // closed.
-    const auto part = When(Below(2) == 0, "wait 500\n" + lastWrite(kLastNumber) + "\n");
-    Add({"listener on", "in 0 tap 12000", "wait " + before, beside, "wait 60000",
+    Add({"listener on", "in 0 tap 12000", "wait " + Between(300, 3000), beside, "wait 60000",
          "renew " + Number(kLastNumber), "wait 60000", "in 0 tap 250", "wait 24000",
-         "in 0 tap 2500", part + "wait " + Between(0, 1500),
+         "in 0 tap 2500", When(Below(2) == 0, "wait 500\n" + lastWrite(kLastNumber)),
+         "wait " + Between(0, 1500),
          When(hasBle, When(isRefused, refused) + "disconnect" +
                           When(isRefused, "\nfault none\nin 0 tap 500 ble")),
          "stop" + When(m_managers > 1, "\nmanager 2 stop") +
