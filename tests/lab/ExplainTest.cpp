@@ -96,7 +96,8 @@ const std::vector<std::string> kStyles{"2026-11-{d}T{h}.{m}Z [{P}:{T}] {L} ",
                                        "11-{d} {h}.{m}  {P}  {T} {L} nfc : ",
                                        "{h}:{m} <{N}> | ",
                                        "{K} {T} - ",
-                                       "[{h}.{m}][{P}][{N}]"};
+                                       "[{h}.{m}][{P}][{N}]",
+                                       "{h}.{m} "};
 
 using Counts = std::map<std::string, int>;
 
@@ -166,7 +167,8 @@ TEST(Explain, SaysOfEveryRunWhatItsJsonSays) {
             EXPECT_EQ(summary["others"], 0);
             EXPECT_EQ(summary["unknown"], 0);
             if (expected["visit ok"] > 0) {  // there are several threads and times
-                EXPECT_TRUE(summary["hasTime"] && summary["hasThread"]);
+                EXPECT_TRUE(summary["hasTime"]);
+                EXPECT_EQ(summary["hasThread"], style.size() > 8);
                 EXPECT_EQ(summary["hasProcess"], style.find("{P}") != std::string::npos);
             }
             EXPECT_EQ(FromStory(story), FromRun(run));
@@ -219,6 +221,48 @@ TEST(Explain, TellsProcessesApartAndNumbersWithoutAnEnd) {
     EXPECT_EQ(FromStory(story)["write open"], 1);
     story = Explain(whole.substr(0, whole.find("LocalWriteRand WriteNfc")));
     EXPECT_EQ(story[0]["processes"][0]["renew"]["open"], 1);
+}
+
+TEST(Explain, NamesWhatIsUnusual) {
+    struct Oddity {
+        std::string log;
+        const char* text;
+    };
+    const std::string visit =
+        " NFC_SELECT_IN_FIELD 1st report(LogWarnFun)\n1:00:0# [NFC] RF field has left(LogWarnFun)\n"
+        "1:00:0# NFC_defer call done: 0011223344556677(LogWarnFun)\n";
+    const auto at = [&](int second, int later) {
+        std::string text = visit;
+        for (std::size_t hash = 0; (hash = text.find('#')) != std::string::npos;) {
+            text[hash] = static_cast<char>('0' + later);
+        }
+        return "1:00:0" + std::to_string(second) + text;
+    };
+    const std::string hid = "1:00:00 NFC_ select hid device(LogWarnFun)\n";
+    const std::string enter = "1:00:01 NFC_SELECT_IN_FIELD 1st report(LogWarnFun)\n";
+    for (const Oddity& one :
+         {Oddity{at(1, 2) + at(2, 3) + at(3, 4), "A chain of 3 visits"},
+          Oddity{hid + enter + at(4, 5), "its leave was never reported"},
+          Oddity{enter, "ends without its leave"},
+          Oddity{enter + "1:00:02 [NFC] RF field has left(LogWarnFun)\n"
+                         "1:00:05 NFC_defer call done: 0011223344556677(LogWarnFun)\n",
+                 "listener took 3000 ms"},
+          Oddity{"1:00:00 Nfc chip Fanli(LogErrorFun)\n" + at(1, 8), "never reported its leave"},
+          Oddity{enter + "1:00:01 NFC staticCallback is null(LogErrorFun)\n", "no listener"},
+          Oddity{"1:00:01 NFC_defer call done: 0011223344556677(LogWarnFun)\n",
+                 "whose coming is not in this log"},
+          Oddity{"1:00:01 NFC_WriteMessage with dynamic delay begin!(LogWarnFun)\n",
+                 "its end is not in the log"}}) {
+        const std::vector<Json> story = Explain(one.log);
+        EXPECT_TRUE(std::any_of(story.begin(), story.end(),
+                                [&](const Json& item) {
+                                    return item.value("outcome", "") != "worked" &&
+                                           item.value("text", "").find(one.text) !=
+                                               std::string::npos;
+                                }))
+            << one.log << Json(story).dump(1);
+    }
+    EXPECT_EQ(FromStory(Explain(at(1, 2) + at(4, 5) + at(7, 8))), (Counts{{"visit ok", 3}}));
 }
 
 TEST(Explain, ReadsAPipeUtf16AndWhatTheRunItselfPrints) {
