@@ -7,11 +7,12 @@
 #              and, off Windows, the operating system), with the headers of the two services
 #   simulator  off Windows: a simulated PC for the tests of hosts, tagport::simulator
 #   lab        tagport-lab
+#   devices    on Windows: the simulated devices and their test drivers, signed by nobody
 #   examples   the sources of some hosts, and a configuration
 #
 # Off Windows all are installed by default: the library does not load without the stand-ins. A
 # Windows PC has the real services, under the same file names, so `stand-ins` is installed there
-# only by name:
+# only by name, and so is `devices`:
 #   cmake --install BUILD --prefix DIRECTORY --component stand-ins
 include(CMakePackageConfigHelpers)
 
@@ -93,6 +94,11 @@ if(TARGET tagport-lab)
     INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   install(TARGETS tagport-lab
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT lab)
+  if(WIN32)
+    install(TARGETS tagport-devices tagport-relay
+      RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT devices ${by_name_only}
+      LIBRARY DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT devices ${by_name_only})
+  endif()
 endif()
 
 install(EXPORT tagportTargets NAMESPACE tagport:: DESTINATION ${package_directory}

@@ -99,7 +99,8 @@ class RelayStage : public WindowsStage {
         try {
             m_devices->Ask("pc " + *m_options.route + " " + m_chipName);
         } catch (const WrongCall& problem) {
-            throw SystemFailure(problem.what());  // the options are right, the drivers are not there
+            throw SystemFailure(
+                problem.what());  // the options are right, the drivers are not there
         }
         if (m_options.fault) {
             Fault(*m_options.fault, true);

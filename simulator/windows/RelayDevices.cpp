@@ -36,6 +36,7 @@ struct Relay {
 struct Devices {
     std::map<std::wstring, Relay> relays;  // by the name of the control device
     std::array<std::shared_ptr<Driver>, kRelayDevices> drivers;
+    std::array<std::uint64_t, kRelayDevices> lastOpen{};  // id of the request
     Tracer tracer;
 };
 
@@ -140,6 +141,7 @@ void Open(Relay& relay, Driver* driver, const RelayMessage& message) {
     event.text = Narrow(kPaths[message.device]);
     event.error = error;
     Trace(std::move(event));
+    TheDevices().lastOpen.at(message.device) = error == ERROR_SUCCESS ? message.id : 0;
     RelayAnswer answer = {};
     answer.id = message.id;
     answer.status = simulator::StatusOf(error);
@@ -164,6 +166,9 @@ void Take(Relay& relay, const RelayMessage& message) {
                 const std::shared_ptr<RelayRequest> request = found->second;
                 relay.pending.erase(found);
                 request->Cancelled();
+            } else if (TheDevices().lastOpen.at(message.device) == message.id &&
+                       driver != nullptr) {
+                driver->Close();  // an opening that was cancelled after its success
             }
             break;
         }

@@ -79,7 +79,10 @@ class Device {
                 ++m_closes;
             } else if (message->kind == kRelayCancel) {
                 const std::lock_guard<std::mutex> guard(m_mutex);
-                ++m_seen[m_numbers.at(message->id)].cancellations;
+                const auto request = m_numbers.find(message->id);
+                if (request != m_numbers.end()) {  // otherwise of an opening
+                    ++m_seen[request->second].cancellations;
+                }
             } else {
                 {
                     const std::lock_guard<std::mutex> guard(m_mutex);
