@@ -9,42 +9,24 @@ namespace {
 // What the TLV length counts besides the URI text and the two record types.
 constexpr std::size_t kFixedLength = kLengthWithoutUri - g_uriType.size() - g_mimeType.size();
 
-template <class Part>
-std::shared_ptr<Part> CopyOf(const std::shared_ptr<Part>& part) {
-    return part ? std::make_shared<Part>(*part) : nullptr;
-}
-
 }  // namespace
-
-NfcData::NfcData(const NfcData& other)
-    : m_tagType(other.m_tagType),
-      m_length(other.m_length),
-      m_uriHead(CopyOf(other.m_uriHead)),
-      m_uri(other.m_uri),
-      m_nfcHead(CopyOf(other.m_nfcHead)),
-      m_nfcBody(CopyOf(other.m_nfcBody)),
-      m_terminator(other.m_terminator) {}
-
-NfcData& NfcData::operator=(const NfcData& other) {
-    return *this = NfcData(other);
-}
 
 bool NfcData::HasParts() const {
     return m_uriHead && m_nfcHead && m_nfcBody;
 }
 
 bool NfcData::Init() {
-    m_uriHead = std::make_shared<NfcHead>();
+    m_uriHead.emplace();
     if (!m_uriHead) {
         LogErrorFun("NfcData:: new uri head failed");
         return false;
     }
-    m_nfcHead = std::make_shared<NfcHead>();
+    m_nfcHead.emplace();
     if (!m_nfcHead) {
         LogErrorFun("NfcData:: new nfc head failed");
         return false;
     }
-    m_nfcBody = std::make_shared<NfcBody>();
+    m_nfcBody.emplace();
     if (!m_nfcBody) {
         LogErrorFun("NfcData:: new nfc body failed");
         return false;
@@ -105,7 +87,7 @@ bool NfcData::SetUrl(const std::string& url) {
     if (!m_nfcHead || !m_uriHead || url.size() > kMaxStoredUriSize) {
         return false;
     }
-    m_uri = url;
+    m_uri = std::string_view(url);
     LogWarnFun("m_uri size is %d", static_cast<int>(m_uri.size()));
     return CaculateLength();
 }
@@ -153,7 +135,7 @@ std::string NfcData::GetContent() const {
     image += static_cast<char>(m_length);
     image += uriHead;
     image += static_cast<char>(kHttpsPrefix);
-    image += m_uri;
+    image += std::string_view(m_uri);
     image += nfcHead;
     image += body;
     image += static_cast<char>(m_terminator);
@@ -163,7 +145,7 @@ std::string NfcData::GetContent() const {
 }
 
 std::string NfcData::GetUrl() const {
-    return m_uri;
+    return std::string(std::string_view(m_uri));
 }
 
 std::string NfcData::GetMacAddr() const {

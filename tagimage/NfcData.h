@@ -4,27 +4,21 @@
 
 #include <array>
 #include <cstdint>
-#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "tagimage/ImageGeometry.h"
 #include "tagimage/NfcBody.h"
 #include "tagimage/NfcHead.h"
+#include "tagimage/ShortBytes.h"
 
 /// To build: construct, Init, InitValue, setters, GetContent. To read: construct, Init, Parse,
 /// getters. Byte strings are counted; zero bytes in them are data. Results are bools and failures
-/// are logged; only memory exhaustion throws. No locks: one thread at a time.
+/// are logged; only memory exhaustion throws. A value: parsing needs no memory outside the object,
+/// which has less than 900 bytes. No locks: one thread at a time.
 class NfcData {
   public:
-    NfcData() = default;
-    // A copy has parts of its own.
-    NfcData(const NfcData& other);
-    NfcData& operator=(const NfcData& other);
-    NfcData(NfcData&&) = default;
-    NfcData& operator=(NfcData&&) = default;
-    ~NfcData() = default;
-
     /// Makes the three parts anew.
     bool Init();
 
@@ -72,9 +66,9 @@ class NfcData {
 
     std::uint8_t m_tagType = 0;
     std::uint8_t m_length = 0;
-    std::shared_ptr<NfcHead> m_uriHead;
-    std::string m_uri;  ///< text after the identifier code
-    std::shared_ptr<NfcHead> m_nfcHead;
-    std::shared_ptr<NfcBody> m_nfcBody;
+    std::optional<NfcHead> m_uriHead;
+    ShortBytes m_uri;  ///< text after the identifier code
+    std::optional<NfcHead> m_nfcHead;
+    std::optional<NfcBody> m_nfcBody;
     std::uint8_t m_terminator = imageformat::kTerminatorTag;
 };

@@ -8,6 +8,6 @@ std::string NfcHead::GetContent() const {
     content += static_cast<char>(m_recordType);
     content += static_cast<char>(m_typeLen);
     content += static_cast<char>(m_bodyCount);
-    content += m_type;
+    content += std::string_view(m_type);
     return content;
 }

@@ -6,8 +6,12 @@
 #include <string>
 #include <string_view>
 
+#include "tagimage/ShortBytes.h"
+
 class NfcHead {
   public:
+    NfcHead();
+
     /// 3 bytes and the type. `m_typeLen` goes out as stored, whatever the size of `m_type`.
     std::string GetContent() const;
 
@@ -19,5 +23,9 @@ class NfcHead {
     std::uint8_t m_recordType = 0;  ///< NDEF flags and type name format
     std::uint8_t m_typeLen = 0;
     std::uint8_t m_bodyCount = 0;  ///< NDEF payload length
-    std::string m_type;
+    ShortBytes m_type;
 };
+
+// Not at its declaration: there a new head would have all its bytes cleared first, those of an
+// empty type too.
+inline NfcHead::NfcHead() = default;
