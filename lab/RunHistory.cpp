@@ -137,7 +137,7 @@ void RunHistory::Take(const Json& object) {
         m_events.push_back(object["t"]);
         m_failedAtEvent[object["thread"]] = m_failedRenewals;
     } else if (kind == "log") {
-        const std::string& line = object["line"].get_ref<const std::string&>();
+        const auto& line = object["line"].get_ref<const std::string&>();
         m_failedRenewals += line.rfind(kRenewalFailed, 0) == 0 ? 1 : 0;
     } else if (kind == "result") {
         TakeResult(object);

@@ -98,7 +98,7 @@ class RunHistory {
     unsigned m_listenersManager = 1;
     std::map<std::string, std::size_t> m_failedAtEvent;  // at a thread's last event
     std::size_t m_failedRenewals = 0;
-    const Command m_nothing;
+    const Command m_nothing{};
     const Command* m_latest = &m_nothing;
     bool m_planned = false;
     bool m_unplugged = false;

@@ -179,8 +179,10 @@ void TagRules::JudgeReading(const Json& phone, const Command& tap, double begin)
     for (const auto& [name, value] : known->fields) {
         const bool isUrl = name == "url";
         const std::string wanted = isUrl ? kPrefix + value : ToHex(value);
+        std::string expected = "a phone that reads ";
+        expected.append(name).append(" ").append(wanted);
         const std::string seen = read(isUrl ? "uri" : name.c_str());
-        m_findings.Expect(seen == wanted, tap, "a phone that reads " + name + " " + wanted, seen);
+        m_findings.Expect(seen == wanted, tap, expected, seen);
     }
 }
 

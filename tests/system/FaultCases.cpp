@@ -1,10 +1,11 @@
-#include "tests/system/FaultCases.h"
-
+// Lists the ways in which a flow can fail, and causes them.
+#include <algorithm>
 #include <atomic>
+#include <map>
 #include <new>
 #include <set>
 
-#include "platform/LinkDockBackDoor.h"
+#include "tests/system/FaultSweep.h"
 
 using hosted::Call;
 
@@ -44,39 +45,30 @@ namespace testing_support {
 namespace {
 
 // Sleep cannot fail, and no flow of these reads the configuration.
-const std::pair<Call, std::vector<DWORD>> kRefusedCalls[] = {
-    {Call::kCreateEvent, {8}},
-    {Call::kCreateThread, {8}},
-    {Call::kSetEvent, {6}},
-    {Call::kResetEvent, {6}},
-    {Call::kWait, {6}},
-    {Call::kCloseHandle, {6}},
-    {Call::kCreateFile, {2, 5, 32}},
-    {Call::kReadFile, {1117, 1167}},
-    {Call::kWriteFile, {1117, 1167}},
-    {Call::kDeviceIoControl, {1, 1167}},
-    {Call::kGetOverlappedResult, {996, 1117}},
-    {Call::kCancelIoEx, {1168}},
-    {Call::kEnumerate, {259, 31}},
-    {Call::kHid, {31}},
-};
+const std::map<DWORD, std::vector<Call>> kRefusals{
+    {1, {Call::kDeviceIoControl}},
+    {2, {Call::kCreateFile}},
+    {5, {Call::kCreateFile}},
+    {6, {Call::kSetEvent, Call::kResetEvent, Call::kWait, Call::kCloseHandle}},
+    {8, {Call::kCreateEvent, Call::kCreateThread}},
+    {31, {Call::kEnumerate, Call::kHid}},
+    {32, {Call::kCreateFile}},
+    {259, {Call::kEnumerate}},
+    {996, {Call::kGetOverlappedResult}},
+    {1117, {Call::kReadFile, Call::kWriteFile, Call::kGetOverlappedResult}},
+    {1167, {Call::kReadFile, Call::kWriteFile, Call::kDeviceIoControl}},
+    {1168, {Call::kCancelIoEx}}};
 
-enum RequestKind : std::size_t { kRead, kWrite, kControl, kInterrupt };
-constexpr const char* kRequestNames[kRequestKinds] = {"read", "write", "control", "interrupt"};
+constexpr const char* kRequests[] = {"read", "write", "control", "interrupt"};
 
-// What can become of a request that is pending.
-struct Ending {
-    std::string action;
-    bool alsoAll = true;         // also of all requests from the first or the middle one on
-    bool transfersOnly = false;  // of reads and writes
-};
-const Ending kEndings[] = {
-    {"fail:1117"}, {"short:1", true, true}, {"late:100", false}, {"never"}, {"gone", false}};
+// What can become of a request that is pending, and whether also of all from the first or the
+// middle one on.
+const std::pair<std::string, bool> kEndings[] = {
+    {"fail:1117", true}, {"short:1", true}, {"late:100", false}, {"never", true}, {"gone", false}};
 
-// By simulator::LinkCall, which has the order of LinkDockService::BleCall.
-constexpr const char* kBleNames[] = {"BleClientConnect", "BleClientDisConnect",
-                                     "BleClientSubscribeNotify", "BleClientUnsubscribeNotify",
-                                     "BleClientWrite"};
+constexpr const char* kClientCalls[] = {"BleClientConnect", "BleClientDisConnect",
+                                        "BleClientSubscribeNotify", "BleClientUnsubscribeNotify",
+                                        "BleClientWrite"};
 constexpr unsigned kWritesTried = 9;  // what three times three tries make of one
 
 // Beyond the 3 s that the library waits for an answer.
@@ -89,97 +81,87 @@ simulator::KeyboardTag* TagOf(simulator::SimulatedPc& pc) {
                                      : pc.keyboard();
 }
 
-// One case for each of `count` calls.
-void AddNumbered(std::vector<FaultCase>& cases, const std::string& name, unsigned count,
-                 const std::string& fault, FaultCase one) {
-    for (one.nth = 1; one.nth <= count; ++one.nth) {
-        one.name = name + "#" + std::to_string(one.nth) + fault;
-        cases.push_back(one);
-    }
-}
+// Takes cases made from `one`.
+struct Cases {
+    const FlowCounts& counts;
+    std::vector<FaultCase> all = {};
+    FaultCase one = {};
 
-void AddRefused(std::vector<FaultCase>& cases, const FlowCounts& counts) {
-    for (const auto& [call, codes] : kRefusedCalls) {
-        const auto kind = static_cast<std::size_t>(call);
-        FaultCase one;
-        one.refused = call;
-        one.reached = [kind](const FlowCounts& now, unsigned nth) {
-            return now.calls[kind] >= nth;
-        };
-        for (const DWORD code : codes) {
-            one.code = code;
-            AddNumbered(cases, hosted::Name(call), counts.calls[kind],
-                        "=refuse:" + std::to_string(code), one);
+    void Add(const std::string& name) {
+        one.name = name;
+        all.push_back(one);
+    }
+    // One for each time that the flow does it.
+    void AddEach(std::size_t counter, const std::string& name, const std::string& fault) {
+        one.counter = counter;
+        for (one.nth = 1; one.nth <= counts[counter]; ++one.nth) {
+            Add(name + "#" + std::to_string(one.nth) + fault);
         }
     }
-}
+};
 
-void AddSpoiled(std::vector<FaultCase>& cases, std::size_t kind, unsigned count, bool isReport) {
-    for (const auto& [action, alsoAll, transfersOnly] : kEndings) {
-        if (transfersOnly && kind != kRead && kind != kWrite) {
+void AddRequests(Cases& cases, std::size_t kind, bool isHid) {
+    FaultCase& one = cases.one;
+    const std::string name = kRequests[kind - kRead];
+    const unsigned count = cases.counts[kind];
+    // Reports and interrupts are asked for in advance.
+    const bool isAhead = kind == kInterrupt || (kind == kRead && isHid);
+    for (const auto& [action, alsoAll] : kEndings) {
+        if (action == "short:1" && kind != kRead && kind != kWrite) {
             continue;
         }
-        FaultCase one;
+        one = {};
         one.set = [](PcWithHost& setup, const FaultCase& self) { setup.SetFaults(self.name); };
-        one.reached = [](const FlowCounts& now, unsigned) { return now.spoiled > 0; };
         // Everywhere else the time-out is reported, and the device works on.
-        one.maySilentlyFail = action == "never" && (kind == kInterrupt || isReport);
+        one.maySilentlyFail = action == "never" && isAhead;
         one.losesDevice = one.maySilentlyFail || action == "gone";
-        AddNumbered(cases, kRequestNames[kind], count, "=" + action, one);
+        cases.AddEach(kind, name, "=" + action);
         one.lasts = true;
-        // Nobody looks how much of a write was taken; reports and interrupts are asked for in
-        // advance, so the first ones still come.
-        one.mustFail = kind != kInterrupt && !isReport && (action != "short:1" || kind != kWrite);
+        // Nobody looks how much of a write was taken.
+        one.mustFail = !isAhead && (action != "short:1" || kind != kWrite);
         for (const unsigned first : std::set<unsigned>{1U, count / 2 + 1}) {
             if (alsoAll && first <= count) {
                 one.nth = first;
-                one.name = kRequestNames[kind] + ("#" + std::to_string(first) + "+=" + action);
-                cases.push_back(one);
+                cases.Add(name + "#" + std::to_string(first) + "+=" + action);
             }
         }
     }
 }
 
-void AddClient(std::vector<FaultCase>& cases, const FlowCounts& counts) {
-    for (std::size_t kind = 0; kind < std::size(kBleNames); ++kind) {
+void AddClient(Cases& cases) {
+    FaultCase& one = cases.one = {};
+    for (std::size_t call = 0; call < std::size(kClientCalls); ++call) {
         for (const unsigned failures : {1U, kWritesTried}) {
-            FaultCase one;
-            one.set = [kind, failures](PcWithHost&, const FaultCase& self) {
+            one.set = [call, failures](PcWithHost&, const FaultCase& self) {
                 for (unsigned i = 0; i < failures; ++i) {
-                    LinkDockService::FailCall(static_cast<LinkDockService::BleCall>(kind),
+                    LinkDockService::FailCall(static_cast<LinkDockService::BleCall>(call),
                                               self.nth + i);
                 }
             };
-            // A call that fails does not reach the keyboard.
-            one.reached = [kind](const FlowCounts& now, unsigned nth) {
-                return now.client[kind] + 1 >= nth;
-            };
             one.lasts = one.mustFail = failures > 1;
-            if (failures == 1 || kind == simulator::kLinkWrite) {
-                AddNumbered(cases, kBleNames[kind], counts.client[kind], one.lasts ? "+" : "", one);
+            if (failures == 1 || call == simulator::kLinkWrite) {
+                cases.AddEach(kClient + call, kClientCalls[call], one.lasts ? "+" : "");
             }
         }
     }
-    if (counts.client[simulator::kLinkConnect] > 0) {
-        FaultCase one;
-        one.name = "no Bluetooth client";
+    if (cases.counts[std::size_t{kClient} + simulator::kLinkConnect] > 0) {
+        one = {};
         one.set = [](PcWithHost&, const FaultCase&) { LinkDockService::SetNoInstance(true); };
         one.maySilentlyFail = true;
-        cases.push_back(one);
+        cases.Add("no Bluetooth client");
     }
 }
 
 // A keyboard that does not answer as it should (where the flow `asks`), or goes out of range.
-void AddKeyboard(std::vector<FaultCase>& cases, bool bluetooth, bool asks) {
-    FaultCase one;
+void AddKeyboard(Cases& cases, bool isBle, bool asks) {
+    FaultCase& one = cases.one = {};
     one.lasts = true;
-    const auto add = [&](const char* name, std::function<void(simulator::SimulatedPc&)> set) {
-        one.name = name;
-        one.set = [set = std::move(set)](PcWithHost& setup, const FaultCase&) {
+    const auto add = [&](const char* name, void (*set)(simulator::SimulatedPc&)) {
+        one.set = [set](PcWithHost& setup, const FaultCase&) {
             const hosted::DeviceLock lock;
             set(setup.pc);
         };
-        cases.push_back(one);
+        cases.Add(name);
     };
     if (asks) {
         // One that comes too late for its request is taken for the next one's on Bluetooth.
@@ -187,13 +169,13 @@ void AddKeyboard(std::vector<FaultCase>& cases, bool bluetooth, bool asks) {
         one.mustFail = true;
         add("answer=never", [](auto& pc) { TagOf(pc)->SetAnswers(false); });
     }
-    if (asks && bluetooth) {
+    if (asks && isBle) {
         add("answer=short", [](auto& pc) {
             pc.bluetooth()->SetAnswers(false);
             pc.bluetooth()->SendNumber(simulator::Bytes(simulator::kNumberSize - 1), kAfterRequest);
         });
     }
-    if (bluetooth) {
+    if (isBle) {
         one.losesDevice = one.mustFail = true;
         one.maySilentlyFail = !asks;  // a phone that nobody hears of any more
         add("link=dropped", [](auto& pc) { pc.bluetooth()->DropLink(); });
@@ -205,47 +187,52 @@ void AddKeyboard(std::vector<FaultCase>& cases, bool bluetooth, bool asks) {
 
 }  // namespace
 
-std::vector<FaultCase> CasesFor(const FlowCounts& counts, simulator::PcRoute route) {
-    std::vector<FaultCase> cases;
-    AddRefused(cases, counts);
-    const bool hid = route == simulator::PcRoute::kHid;
-    for (std::size_t kind = 0; kind < kRequestKinds; ++kind) {
-        AddSpoiled(cases, kind, counts.requests[kind], hid && kind == kRead);
+std::vector<FaultCase> CasesFor(const FlowCounts& counts, const Peripheral& on) {
+    Cases cases{counts};
+    for (const auto& [code, calls] : kRefusals) {
+        cases.one.code = code;
+        for (const Call call : calls) {
+            cases.AddEach(static_cast<std::size_t>(call), hosted::Name(call),
+                          "=refuse:" + std::to_string(code));
+        }
     }
-    FaultCase one;
-    one.set = [](PcWithHost&, const FaultCase& self) { FailAllocation(self.nth); };
-    one.reached = [](const FlowCounts& now, unsigned nth) { return now.allocations >= nth; };
-    AddNumbered(cases, "new", counts.allocations, "", one);
-    const bool bluetooth = route == simulator::PcRoute::kBle;
-    if (bluetooth) {
-        AddClient(cases, counts);
+    for (const std::size_t kind : {kRead, kWrite, kControl, kInterrupt}) {
+        AddRequests(cases, kind, on.IsHid());
+    }
+    cases.one = {};
+    cases.one.set = [](PcWithHost&, const FaultCase& self) { FailAllocation(self.nth); };
+    cases.AddEach(kMemory, "new", "");
+    if (on.IsBle()) {
+        AddClient(cases);
     }
     const bool asks =
-        counts.client[simulator::kLinkWrite] > 0 || (hid && counts.requests[kWrite] > 0);
-    if (asks || (bluetooth && counts.client == simulator::LinkCalls{})) {
-        AddKeyboard(cases, bluetooth, asks);
+        counts[on.IsHid() ? std::size_t{kWrite} : std::size_t{kClient} + simulator::kLinkWrite] > 0;
+    const bool isSilent =
+        std::all_of(&counts[kClient], &counts[kMemory], [](unsigned count) { return count == 0; });
+    if (asks || (on.IsBle() && isSilent)) {
+        AddKeyboard(cases, on.IsBle(), asks);
     }
-    return cases;
+    return cases.all;
 }
 
 FlowCounts RunUnder(PcWithHost& setup, const FaultCase& fault, const std::function<void()>& act) {
-    FlowCounts counts;
-    FailAllocation(0);
+    FlowCounts counts{};
     const simulator::BluetoothKeyboard* const bluetooth = setup.pc.bluetooth();
     const auto before = bluetooth == nullptr ? simulator::LinkCalls{} : bluetooth->Calls();
+    FailAllocation(0);
     if (fault.set) {
         fault.set(setup, fault);
     }
     hosted::SetCallHook([&](Call call, hosted::ThreadId) -> DWORD {
-        const unsigned seen = ++counts.calls[static_cast<std::size_t>(call)];
+        const unsigned seen = ++counts[static_cast<std::size_t>(call)];
         return fault.Refuses(call) && seen == fault.nth ? fault.code : 0;
     });
     hosted::SetTracer([&](const hosted::TraceEvent& event) {
         if (event.kind == hosted::TraceEvent::Kind::kStart) {
             const hosted::Request& request = *event.request;
-            ++counts.requests[request.controlCode() == simulator::kControlInterrupt
-                                  ? kInterrupt
-                                  : static_cast<std::size_t>(request.kind())];
+            ++counts[request.controlCode() == simulator::kControlInterrupt
+                         ? std::size_t{kInterrupt}
+                         : kRead + static_cast<std::size_t>(request.kind())];
         }
     });
     act();
@@ -253,10 +240,9 @@ FlowCounts RunUnder(PcWithHost& setup, const FaultCase& fault, const std::functi
     {
         const hosted::DeviceLock lock;
         ofAct = counts;
-        ofAct.allocations = g_allocations;
-        ofAct.spoiled = setup.pc.faulty() == nullptr ? 0 : setup.pc.faulty()->FaultsHit();
-        for (std::size_t kind = 0; bluetooth != nullptr && kind < before.size(); ++kind) {
-            ofAct.client[kind] = bluetooth->Calls()[kind] - before[kind];
+        ofAct[kMemory] = g_allocations;
+        for (std::size_t call = 0; bluetooth != nullptr && call < before.size(); ++call) {
+            ofAct[kClient + call] = bluetooth->Calls()[call] - before[call];
         }
     }
     PcWithHost::Pass(kSettle);

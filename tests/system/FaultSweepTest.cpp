@@ -10,8 +10,7 @@
 
 #include "platform/TraceLog.h"
 #include "tests/support/Seeds.h"
-#include "tests/system/FaultCases.h"
-#include "tests/system/Flows.h"
+#include "tests/system/FaultSweep.h"
 
 using namespace testing_support;
 
@@ -26,15 +25,21 @@ constexpr unsigned kMostFailures = 5;
 
 using Image = std::array<char, kImage>;
 
+enum Moment { kBeforeFlow, kAfterFlow, kOnceMore, kAfterStop, kMoments };
+
 // What a flow did and what it left: on the tag, and alive. Plain, as it goes through shared memory.
 struct Outcome {
     bool worked = false;
     hosted::Micros took = 0;
-    FlowCounts counts;
-    Image before{}, after{}, again{};
-    hosted::LiveCounts beforeAct, afterAct, afterAgain, afterStop;
+    FlowCounts counts{};
+    Image images[kMoments] = {};
+    hosted::LiveCounts live[kMoments];
     char lines[1 << 18] = {};  // that the flow logged, with a line end before the first
 
+    void Look(Moment moment, PcWithHost& setup) {
+        setup.ImageOnChip(kImage).copy(images[moment].data(), kImage);
+        live[moment] = hosted::Live();
+    }
     // How many lines begin so.
     unsigned Logged(const std::string& beginning) const {
         const std::string start = "\n" + beginning;
@@ -45,12 +50,6 @@ struct Outcome {
         return count;
     }
 };
-
-Image ImageOf(PcWithHost& setup) {
-    Image image{};
-    setup.ImageOnChip(kImage).copy(image.data(), kImage);
-    return image;
-}
 
 // Error lines are judged against those of the flow without a fault.
 void Forget(LogRecorder& log) {
@@ -66,15 +65,13 @@ std::string WithoutDigits(std::string text) {
 }
 
 bool IsReason(const LogRecorder::Line& line) {
+    const auto has = [&](const char* word) { return line.text.find(word) != std::string::npos; };
     // That a thread ends, that nobody found fault with a write, what a chip was taken for.
     constexpr const char* kNone[] = {
         "NFC WaitOnInterruptLoop return", "NFC ReadKeyboardDataThread return",
         "NfcExtend Check WriteTag , firstFailAddr: 0,", "Nfc spb2 format", "Nfc chip "};
-    constexpr const char* kWords[] = {"fail", "Fail", "rror"};
-    const auto has = [&](const char* word) { return line.text.find(word) != std::string::npos; };
     return std::none_of(std::begin(kNone), std::end(kNone), has) &&
-           (line.level == LOG_MESSAGE_LEVEL_ERROR ||
-            std::any_of(std::begin(kWords), std::end(kWords), has));
+           (line.level == LOG_MESSAGE_LEVEL_ERROR || has("fail") || has("Fail") || has("rror"));
 }
 
 void CheckLog(const Flow& flow, const FaultCase& fault, const Outcome& now,
@@ -82,35 +79,34 @@ void CheckLog(const Flow& flow, const FaultCase& fault, const Outcome& now,
     const bool success = std::all_of(flow.success.begin(), flow.success.end(),
                                      [&](const std::string& line) { return now.Logged(line) > 0; });
     EXPECT_TRUE(flow.success.empty() || success == now.worked) << "what the log reports";
-    const std::string ordinary = flow.isRefused ? "" : WithoutDigits(usual.lines);
+    const std::string ordinary = flow.IsRefused() ? "" : WithoutDigits(usual.lines);
     const bool reason = std::any_of(log.begin(), log.end(), [&](const LogRecorder::Line& line) {
         return IsReason(line) &&
                ordinary.find("\n" + WithoutDigits(line.text) + "\n") == std::string::npos;
     });
-    EXPECT_TRUE(now.worked || reason || fault.maySilentlyFail) << "failed, and no line tells why";
+    EXPECT_TRUE(now.worked || reason || fault.maySilentlyFail) << "failed, and no line says why";
 }
 
 void CheckTag(const Flow& flow, const Outcome& now, const Outcome& usual) {
     // A start whose detection is disturbed takes a Fanli chip for an FM11N one, and logs that.
-    if (flow.chip == "fanli" && now.Logged("Nfc spb2 format, like FM11N chip") > 0) {
+    if (flow.on.chip == "fanli" && now.Logged("Nfc spb2 format, like FM11N chip") > 0) {
         return;
     }
     // A chip is written block by block, from the first on; a keyboard takes whole images.
-    const bool blocks =
-        flow.route == simulator::PcRoute::kI2c || flow.route == simulator::PcRoute::kUsb;
-    const std::size_t step = blocks ? kBlock : kImage;
+    const std::size_t step = flow.on.IsChip() ? kBlock : kImage;
     const auto same = [&](const Image& image, std::size_t begin, std::size_t end) {
-        return std::equal(&now.after[begin], &now.after[0] + end, &image[begin]);
+        const Image& after = now.images[kAfterFlow];
+        return std::equal(&after[begin], &after[0] + end, &image[begin]);
     };
     std::size_t written = 0;
-    while (written < kImage && same(usual.after, written, written + step)) {
+    while (written < kImage && same(usual.images[kAfterFlow], written, written + step)) {
         written += step;
     }
-    EXPECT_TRUE(written == kImage || (!now.worked && same(usual.before, written, kImage)))
+    EXPECT_TRUE(written == kImage ||
+                (!now.worked && same(usual.images[kBeforeFlow], written, kImage)))
         << "a success with another image, or neither old nor new after byte " << written;
+    EXPECT_TRUE(now.images[kOnceMore] == usual.images[kOnceMore]) << "once more: another image";
 }
-
-enum class Moment { kAfterFlow, kOnceMore, kAfterStop };
 
 // What may be left over beyond the usual, where it has come to that and as long as it may stay.
 // docs/reliability.md lists them.
@@ -119,33 +115,35 @@ hosted::LiveCounts Leftovers(const Flow& flow, const FaultCase& fault, const Out
     constexpr hosted::LiveCounts kHandle{1, 0, 0};
     constexpr hosted::LiveCounts kThread{0, 1, 0};
     constexpr hosted::LiveCounts kWaitingThread{2, 1, 1};  // with its handle, event and request
-    const bool afterFlow = moment == Moment::kAfterFlow;
-    const bool ble = flow.route == simulator::PcRoute::kBle;
-    const bool hid = flow.route == simulator::PcRoute::kHid;
-    if (fault.Refuses(hosted::Call::kCloseHandle)) {
-        return kHandle;
-    }
-    if (afterFlow && (ble || hid) && now.Logged("NFC error creating overlapped event for ") > 0) {
-        return kHandle;  // a thread that could not begin, until the next start
-    }
-    if (afterFlow && flow.startsDevice && ble) {
-        return kHandle;  // a connect that failed keeps its event for the next one
-    }
-    if (!afterFlow && now.Logged("NfcThreadCreate fail") > 0 &&
-        now.Logged("NfcThreadCreate exit Begin") == 0) {
-        return kThread;  // a deferred call thread let go of, until its wake-up
-    }
-    if ((fault.Refuses(hosted::Call::kEnumerate) || fault.Refuses(hosted::Call::kHid)) &&
-        now.worked && now.counts.calls == usual.counts.calls) {
-        return kHandle;  // of a search. All but a release would have changed what comes next
-    }
-    if (moment == Moment::kAfterStop && fault.Refuses(hosted::Call::kCancelIoEx)) {
-        return kWaitingThread;  // the request cannot be left, so the thread waits for its end
-    }
-    if (afterFlow && hid && fault.name.rfind("interrupt", 0) == 0 && fault.maySilentlyFail) {
-        return kWaitingThread;  // a keyboard that does not refuse the interrupt wait
-    }
-    return {};
+    const bool afterFlow = moment == kAfterFlow;
+    const bool isSearch =
+        fault.Refuses(hosted::Call::kEnumerate) || fault.Refuses(hosted::Call::kHid);
+    const bool deferredStays =
+        now.Logged("NfcThreadCreate fail") > 0 && now.Logged("NfcThreadCreate exit Begin") == 0;
+    const struct {
+        bool holds;
+        hosted::LiveCounts left;
+    } rows[] = {
+        {fault.Refuses(hosted::Call::kCloseHandle), kHandle},
+        // A thread that could not begin, until the next start.
+        {afterFlow && !flow.on.IsChip() &&
+             now.Logged("NFC error creating overlapped event for ") > 0,
+         kHandle},
+        // A connect that failed keeps its event for the next one.
+        {afterFlow && flow.startsDevice && flow.on.IsBle(), kHandle},
+        // A deferred call thread let go of, until its wake-up.
+        {!afterFlow && deferredStays, kThread},
+        // Of a search. All but a release would have changed what comes next.
+        {isSearch && now.worked && std::equal(&now.counts[0], &now.counts[kRead], &usual.counts[0]),
+         kHandle},
+        // The request cannot be left, so the thread waits for its end.
+        {moment == kAfterStop && fault.Refuses(hosted::Call::kCancelIoEx), kWaitingThread},
+        // A keyboard that does not refuse the interrupt wait.
+        {afterFlow && flow.on.IsHid() && fault.counter == kInterrupt && fault.maySilentlyFail,
+         kWaitingThread}};
+    const auto row =
+        std::find_if(std::begin(rows), std::end(rows), [](const auto& one) { return one.holds; });
+    return row == std::end(rows) ? hosted::LiveCounts{} : row->left;
 }
 
 // The thread that takes a keyboard's reports does not come back by itself.
@@ -162,14 +160,13 @@ void RunCase(const Flow& flow, const FaultCase& fault, Outcome& usual) {
     hosted::ScheduledOptions options;
     options.maxSteps = kMostSteps;
     hosted::UseScheduledClock(options);
-    LinkDockService::SetDeliveryHabits(flow.habits);
-    PcWithHost setup({flow.route}, flow.chip);
+    LinkDockService::SetDeliveryHabits(flow.on.habits);
+    PcWithHost setup({flow.on.route}, flow.on.chip);
     flow.prepare(setup);
     PcWithHost::Pass(kSettle);
     Forget(setup.log);
     Outcome now;
-    now.before = ImageOf(setup);
-    now.beforeAct = hosted::Live();
+    now.Look(kBeforeFlow, setup);
     now.counts = RunUnder(setup, fault, [&] {
         const hosted::Micros start = hosted::Now();
         now.worked = flow.act(setup, kNew);
@@ -181,8 +178,7 @@ void RunCase(const Flow& flow, const FaultCase& fault, Outcome& usual) {
         lines += line.text + "\n";
     }
     ASSERT_LT(lines.copy(now.lines, sizeof(now.lines)), sizeof(now.lines));
-    now.after = ImageOf(setup);
-    now.afterAct = hosted::Live();
+    now.Look(kAfterFlow, setup);
     setup.pc.Faults({});
     if (fault.losesDevice) {
         setup.pc.Unplug();
@@ -193,40 +189,37 @@ void RunCase(const Flow& flow, const FaultCase& fault, Outcome& usual) {
         EXPECT_TRUE(setup.StartDevices(*setup.manager));
     }
     Forget(setup.log);
-    EXPECT_NE(flow.act(setup, kNewer), flow.isRefused) << "once more, without the fault";
+    EXPECT_NE(flow.act(setup, kNewer), flow.IsRefused()) << "once more, without the fault";
     PcWithHost::Pass(kSettle);
-    now.again = ImageOf(setup);
-    now.afterAgain = hosted::Live();
+    now.Look(kOnceMore, setup);
     setup.manager = nullptr;
     PcWithHost::Pass(kSettle);
     Forget(setup.log);
-    now.afterStop = hosted::Live();
+    now.Look(kAfterStop, setup);
     if (fault.name.empty()) {
-        EXPECT_NE(now.worked, flow.isRefused) << "without a fault" << lines;
+        EXPECT_NE(now.worked, flow.IsRefused()) << "without a fault" << lines;
         usual = now;
     }
     const bool lasts = fault.lasts || fault.maySilentlyFail || lostReports;
     EXPECT_LE(now.took, lasts ? flow.longest : usual.took + kLonger);
     // From the middle on there may be nothing left but what only the log reports, as a radio.
     const bool mustFail = fault.mustFail && (fault.nth <= 1 || !flow.success.empty());
-    EXPECT_FALSE(now.worked && (mustFail || flow.isRefused));
-    EXPECT_TRUE(!fault.reached || fault.reached(now.counts, fault.nth)) << "never came to it";
+    EXPECT_FALSE(now.worked && (mustFail || flow.IsRefused()));
+    EXPECT_TRUE(fault.IsReached(now.counts)) << "never came to it";
     CheckLog(flow, fault, now, log, usual);
     CheckTag(flow, now, usual);
-    EXPECT_TRUE(now.again == usual.again) << "once more: another image on the tag";
     const bool undone = flow.startsDevice && !now.worked;
-    const auto check = [&](Moment moment, const hosted::LiveCounts& live,
-                           const hosted::LiveCounts& most) {
-        const hosted::LiveCounts leftovers = Leftovers(flow, fault, now, usual, moment);
-        EXPECT_LE(live.handles, most.handles + leftovers.handles);
-        EXPECT_LE(live.threads, most.threads + leftovers.threads);
-        EXPECT_LE(live.requests, most.requests + leftovers.requests);
-    };
-    check(Moment::kAfterFlow, now.afterAct, undone ? now.beforeAct : usual.afterAct);
-    check(Moment::kOnceMore, now.afterAgain, usual.afterAgain);
+    for (const Moment moment : {kAfterFlow, kOnceMore, kAfterStop}) {
+        const hosted::LiveCounts& live = now.live[moment];
+        const hosted::LiveCounts& most =
+            undone && moment == kAfterFlow ? now.live[kBeforeFlow] : usual.live[moment];
+        const hosted::LiveCounts more = Leftovers(flow, fault, now, usual, moment);
+        EXPECT_LE(live.handles, most.handles + more.handles) << moment;
+        EXPECT_LE(live.threads, most.threads + more.threads) << moment;
+        EXPECT_LE(live.requests, most.requests + more.requests) << moment;
+    }
     // Those that end with their device come back with the next message.
-    EXPECT_TRUE(fault.losesDevice || now.afterAgain.threads >= usual.afterAgain.threads);
-    check(Moment::kAfterStop, now.afterStop, usual.afterStop);
+    EXPECT_TRUE(fault.losesDevice || now.live[kOnceMore].threads >= usual.live[kOnceMore].threads);
 }
 
 class FaultSweep : public ::testing::TestWithParam<Flow> {};
@@ -242,7 +235,7 @@ TEST_P(FaultSweep, EveryCallFailsInEveryWay) {
     std::size_t cases = 0;
     std::size_t index = 0;
     std::vector<std::string> failed;  // reported at the end: a child inherits what has failed
-    for (const FaultCase& fault : CasesFor(usual.counts, flow.route)) {
+    for (const FaultCase& fault : CasesFor(usual.counts, flow.on)) {
         if ((wanted != nullptr && fault.name != wanted) || index++ % stride != 0 ||
             failed.size() == kMostFailures) {
             continue;

@@ -1,8 +1,7 @@
-#include "tests/system/Flows.h"
-
+// What a host does in each flow.
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include "tests/system/FaultSweep.h"
 
 using simulator::PcRoute;
 
@@ -18,7 +17,7 @@ constexpr hosted::Micros kVisitEnd = 12 * hosted::kSecond;  // later than every 
 // The lines of a success.
 const std::string kUpdated = "UpdateNfcData success";
 const std::string kThreadsReady = "NfcThreadCreate pass";
-const std::string kRead = "NfcReadTag success!";
+const std::string kReadTag = "NfcReadTag success!";
 const std::string kRenewed = "LocalWriteRand ReadRandNum Successful";
 const std::string kSubscribed = "[NFC] BleClientSubscribeNotify succ.";
 
@@ -133,13 +132,6 @@ bool Restart(PcWithHost& setup, std::uint8_t content) {
            Write(setup, content);
 }
 
-struct Peripheral {
-    const char* name = "";
-    PcRoute route = {};
-    const char* chip = "";
-    bool onlyStarts = false;  // differs from the others in its start alone
-    LinkDockService::DeliveryHabits habits = {};
-};
 const Peripheral kPeripherals[] = {
     {"i2c_fm11nt081", PcRoute::kI2c, "fm11nt081"},
     {"i2c_fm11nt082c", PcRoute::kI2c, "fm11nt082c"},
@@ -161,45 +153,34 @@ constexpr hosted::Micros kLongestWrite = 20 * hosted::kSecond + kThreadTime;
 constexpr hosted::Micros kLongestCheckedWrite = 22 * hosted::kSecond;
 constexpr hosted::Micros kLongestRead = 3100 * hosted::kMillisecond;
 
-std::vector<Flow> MakeFlows() {
-    std::vector<Flow> flows;
-    for (const Peripheral& peripheral : kPeripherals) {
-        const std::string chip = peripheral.chip;
-        const auto add = [&](Flow flow) {
-            flow.name += std::string("_") + peripheral.name;
-            flow.isRefused = flow.startsDevice && chip == "silent";
-            flow.route = peripheral.route;
-            flow.chip = chip;
-            flow.habits = peripheral.habits;
-            flows.push_back(std::move(flow));
-        };
-        const hosted::Micros longest = chip == "fanli" ? kLongestCheckedWrite : kLongestWrite;
-        if (peripheral.route != PcRoute::kBle) {
-            add({"start", Created, StartDevice, {}, kLongestStart, true});
-        } else {
-            add({"connect", Created, Connect, {kSubscribed}, longest, true});
-            add({"disconnect", Running, Disconnect, {}, longest});
-        }
-        if (peripheral.onlyStarts) {
-            continue;
-        }
-        if (peripheral.route == PcRoute::kI2c || peripheral.route == PcRoute::kUsb) {
-            add({"read", Opened, Read, {kRead}, kLongestRead});
-        }
-        add({"write", Opened, Write, {kUpdated, kThreadsReady}, longest});
-        add({"update", Opened, Update, {kUpdated}, longest});
-        add({"renew", Running, RenewNumber, {kRenewed}, longest});
-        add({"readnumber", Opened, ReadNumber, {}, kLongestRead});
-        add({"visit", Running, Visit, {}, longest});
-        add({"restart", Running, Restart, {kUpdated, kThreadsReady}, kLongestStart});
-    }
-    return flows;
-}
-
 }  // namespace
 
-const std::vector<Flow>& Flows() {
-    static const std::vector<Flow> flows = MakeFlows();
+std::vector<Flow> Flows() {
+    std::vector<Flow> flows;
+    for (const Peripheral& on : kPeripherals) {
+        const auto longest = on.chip == "fanli" ? kLongestCheckedWrite : kLongestWrite;
+        const struct {
+            bool applies;
+            Flow flow;
+        } rows[] = {
+            {!on.IsBle(), {"start", Created, StartDevice, {}, kLongestStart, true}},
+            {on.IsBle(), {"connect", Created, Connect, {kSubscribed}, longest, true}},
+            {on.IsBle(), {"disconnect", Running, Disconnect, {}, longest}},
+            {on.IsChip(), {"read", Opened, Read, {kReadTag}, kLongestRead}},
+            {true, {"write", Opened, Write, {kUpdated, kThreadsReady}, longest}},
+            {true, {"update", Opened, Update, {kUpdated}, longest}},
+            {true, {"renew", Running, RenewNumber, {kRenewed}, longest}},
+            {true, {"readnumber", Opened, ReadNumber, {}, kLongestRead}},
+            {true, {"visit", Running, Visit, {}, longest}},
+            {true, {"restart", Running, Restart, {kUpdated, kThreadsReady}, kLongestStart}}};
+        for (const auto& [applies, flow] : rows) {
+            if (applies && (flow.startsDevice || !on.onlyStarts)) {
+                flows.push_back(flow);
+                flows.back().name += std::string("_") + on.name;
+                flows.back().on = on;
+            }
+        }
+    }
     return flows;
 }
 
