@@ -35,7 +35,6 @@ bool ProcessStory::TakeStart(Lane& lane, const Entry& entry) {
                 (operation.kind != ItemKind::kStart && operation.kind != ItemKind::kRefresh)) {
                 Begin(lane, ItemKind::kStart, entry);
             }
-            operation.isDone = false;
             operation.tries += operation.kind == ItemKind::kStart ? 1 : 0;
             return true;
         case Role::kStartUndone:

@@ -129,17 +129,17 @@ std::string StoryText::Head(const Item& item) const {
 }
 
 std::string StoryText::Body(const Item& item, std::size_t indent) const {
-    std::string text = Printable(item.text);
+    std::string text = item.text;
     if (item.micros) {
         text += " (" + Duration(*item.micros) + ")";
     }
     text += "\n";
     const std::string margin(indent, ' ');
     if (!item.cause.empty()) {
-        text += margin + "Cause: " + Printable(item.cause) + "\n";
+        text += margin + "Cause: " + item.cause + "\n";
     }
     if (!item.remedy.empty()) {
-        text += margin + "Do:    " + Printable(item.remedy) + "\n";
+        text += margin + "Do:    " + item.remedy + "\n";
     }
     for (const Step& step : item.chain) {
         text += margin +
@@ -217,9 +217,9 @@ std::string StoryText::ProcessLines(const Totals& totals, bool isNamed) const {
         for (const auto& [cause, of] : *list) {
             line(list == &totals.causes ? m_style.Red(Padded("Failure", kLabelWidth))
                                         : m_style.Yellow(Padded("Unusual", kLabelWidth)),
-                 Printable(cause) + Times(of.times));
+                 cause + Times(of.times));
             if (!of.remedy.empty()) {
-                line("", "Do: " + Printable(of.remedy));
+                line("", "Do: " + of.remedy);
             }
         }
     }

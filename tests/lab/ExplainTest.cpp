@@ -157,6 +157,7 @@ TEST(Explain, SaysOfEveryRunWhatItsJsonSays) {
                             Case{bad + "--route hid", "Code 1117", " HID"},
                             Case{bad + "--route ble", "did not take what was sent", " Bluetooth"},
                             Case{"--fault write#4-99=never", "no answer at all", "like FM11N I2C"},
+                            Case{"--fault open#1+=refuse:2", "Neither the I2C driver", " "},
                             Case{"--fault open#1+=refuse:32", "Code 32: another program", " "}}) {
         const std::vector<Json> run = RunObjects(one.arguments);
         Counts expected = FromRun(run);
@@ -263,6 +264,11 @@ TEST(Explain, NamesWhatIsUnusual) {
             << one.log << Json(story).dump(1);
     }
     EXPECT_EQ(FromStory(Explain(at(1, 2) + at(4, 5) + at(7, 8))), (Counts{{"visit ok", 3}}));
+    std::string night = at(1, 2);
+    for (std::size_t hour = 0; (hour = night.find("1:00:02")) != std::string::npos;) {
+        night.replace(hour, 7, "00:00:02");
+    }
+    EXPECT_EQ(Explain(night.replace(0, 7, "23:59:59"))[1]["ms"], 3000.0);
 }
 
 TEST(Explain, ReadsAPipeUtf16AndWhatTheRunItselfPrints) {
@@ -302,6 +308,11 @@ TEST(Explain, ShowsTheTerminalNoControlCharacterAndNamesEveryBadFile) {
         return c == '\n' || (c >= ' ' && c < 0x7F);
     })) << shown;
     EXPECT_NE(shown.find("without a leave"), std::string::npos) << shown;
+    const std::string processes = Shell(
+        "printf 'pid=\\0337 NfcManager::Init()(LogWarnFun)\\n"
+        "pid=\\0338 NfcManager::Init()(LogWarnFun)' | " +
+        std::string(kStart) + "explain -");
+    EXPECT_NE(processes.find("Process \\x1B8"), std::string::npos) << processes;
     for (const auto& [call, part] :
          std::map<std::string, std::string>{{"explain /tmp", "/tmp: is a directory"},
                                             {"explain no-log", "no-log: is not there"},
