@@ -116,7 +116,7 @@ Replacement ReplacementOf(const std::string& place, const fs::path& path, fs::fi
     if (fs::exists(status) && File(std::fopen(path.string().c_str(), "r+b")) == nullptr) {
         throw WrongCall(place + ": cannot be written: " + Cause());
     }
-    return Replacement(target, place);
+    return {target, place};
 }
 
 }  // namespace

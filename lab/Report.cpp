@@ -64,7 +64,7 @@ bool IsBlank(const std::string& memory) {
 
 Report::Report(std::string file) : m_file(std::move(file)) {
     if (m_file.empty() || m_file == "-") {
-        throw WrongCall(kOption + m_file + ": the page needs a file of its own");
+        throw WrongCall(kOption + (m_file.empty() ? "\"\"" : m_file) + ": a file name is needed");
     }
     CheckWritable(kOption + m_file, m_file);
 }
