@@ -8,6 +8,9 @@ execute_process(COMMAND ${gcc_for_windows} -print-libgcc-file-name
   OUTPUT_VARIABLE gcc_directory OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 get_filename_component(gcc_directory ${gcc_directory} DIRECTORY)
 
+# llvm-strip refuses the compiler's run-time DLLs.
+find_program(CMAKE_STRIP x86_64-w64-mingw32-strip REQUIRED)
+
 set(CMAKE_C_COMPILER clang)
 set(CMAKE_CXX_COMPILER clang++)
 set(CMAKE_C_COMPILER_TARGET x86_64-w64-mingw32)
