@@ -50,6 +50,7 @@ class Device {
         return m_seen[number];
     }
     bool clean() const { return m_clean; }
+    unsigned opens() const { return m_opens; }
     unsigned closes() const { return m_closes; }
 
   private:
@@ -74,7 +75,8 @@ class Device {
             if (message->kind == kRelayOpen) {
                 RelayAnswer answer = {};
                 answer.id = message->id;
-                m_control.Answer(answer);
+                m_clean = m_control.Answer(answer) && m_clean;
+                ++m_opens;
             } else if (message->kind == kRelayClose) {
                 ++m_closes;
             } else if (message->kind == kRelayCancel) {
@@ -112,15 +114,22 @@ class Device {
     std::map<std::uint64_t, Seen> m_seen;
     std::map<std::uint64_t, std::uint64_t> m_numbers;  // by request id
     std::atomic<bool> m_clean{true};
+    std::atomic<unsigned> m_opens{0};
     std::atomic<unsigned> m_closes{0};
     std::thread m_thread;
 };
 
-HANDLE OpenHost() {
+// Wine gives a handle before its opening has been answered; Windows does not.
+HANDLE OpenHost(const Device& device) {
+    const unsigned before = device.opens();
     const HANDLE host = CreateFileW(kPath, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                                     FILE_FLAG_OVERLAPPED, nullptr);
     Check(host != INVALID_HANDLE_VALUE,
           "the device cannot be opened, error " + std::to_string(GetLastError()));
+    for (DWORD waited = 0; device.opens() == before; waited += 5) {
+        Check(waited < kWaitBound, "the device process saw no opening");
+        Sleep(5);
+    }
     return host;
 }
 
@@ -189,7 +198,7 @@ void RunHost(HANDLE host, unsigned which, std::vector<std::pair<std::uint64_t, D
 }
 
 Storm RunStorm(Device& device) {
-    const HANDLE host = OpenHost();
+    const HANDLE host = OpenHost(device);
     std::vector<std::vector<std::pair<std::uint64_t, DWORD>>> ends(kHosts);
     std::vector<std::string> problems(kHosts);
     std::vector<std::thread> hosts;
@@ -229,7 +238,7 @@ Storm RunStorm(Device& device) {
 }
 
 void RunUnplugging(Device& device) {
-    const HANDLE host = OpenHost();
+    const HANDLE host = OpenHost(device);
     Pending request(host, 0);
     Check(device.control().Plug(kRelayI2c, false) == 0, "the device could not be unplugged");
     const DWORD error = request.Await(host);
@@ -241,7 +250,7 @@ void RunUnplugging(Device& device) {
           "an unplugged device can be opened");
     // The former device lives as long as this handle, and the new one does not mind.
     Check(device.control().Plug(kRelayI2c, true) == 0, "the device could not be plugged again");
-    const HANDLE again = OpenHost();
+    const HANDLE again = OpenHost(device);
     std::uint64_t byte = 0;
     OVERLAPPED overlapped = {};
     overlapped.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
@@ -271,7 +280,7 @@ int main() {
             Check(storm.answered > kRequestsPerHost / 10 && storm.cancelled > kRequestsPerHost / 10,
                   "the storm was one-sided");
             RunUnplugging(device);
-            orphan = OpenHost();
+            orphan = OpenHost(device);
             pending = std::make_unique<Pending>(orphan, 0);
         }
         // The device process has gone.
