@@ -230,14 +230,6 @@ TEST(ExtendDriver, SendsItsFramesWithTheirPausesAndStopsAtATransferThatFails) {
     CheckTraffic(NfcSpbExtend::GetInstance(), kExtendTraffic);
 }
 
-TEST(DeviceContext, WithoutADriverReachesNothing) {
-    LogRecorder log;
-    NfcDeviceContext context;
-    EXPECT_FALSE(context.ReadReg(16, 4, g_buffer));
-    EXPECT_FALSE(context.WriteReg(16, g_buffer, 4));
-    EXPECT_EQ(log.TakeUnannounced(), Texts(2, "spbDriverOps == nullptr"));
-}
-
 constexpr std::uint32_t kStartDelay = 40;
 
 const char kFirstPass[] = "W 00 00, R 9";

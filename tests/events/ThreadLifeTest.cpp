@@ -179,9 +179,7 @@ TEST(RestartedThread, KeepsItsEvent) {
     WaitingPc setup(PcRoute::kUsb);
     StartWhileTheThreadEnds(setup, kReturned, [&setup] {
         EXPECT_TRUE(setup.manager->DeviceInit());
-        hosted::SetCallHook([](hosted::Call call, hosted::ThreadId) -> DWORD {
-            return call == hosted::Call::kCreateEvent ? ERROR_NOT_ENOUGH_MEMORY : 0;
-        });
+        const RefusedCalls refused(hosted::Call::kCreateEvent);
         EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
     });
     EXPECT_EQ(hosted::Live().threads, 2U) << "the write has succeeded, so the threads must live";
@@ -285,33 +283,6 @@ TEST(Stop, AtTheEndOfAVisitLeavesNoEnterWithoutItsLeave) {
                       std::count(events.begin(), events.end(), 1));
         },
         options);
-}
-
-// An interrupt comes while a write gives up: the interrupt thread runs, the other could not start.
-TEST(FailedStart, OpensNoVisitThatNobodyCloses) {
-    ForEachSeed(3, [] {
-        PcWithHost setup({PcRoute::kUsb});
-        setup.log.Announce("NFC_Error opening Spb driver, last error = 2");
-        ASSERT_TRUE(setup.Create());
-        ASSERT_TRUE(setup.StartDevices(*setup.manager));
-        unsigned threads = 0;
-        hosted::SetCallHook([&](hosted::Call call, hosted::ThreadId) -> DWORD {
-            return call == hosted::Call::kCreateThread && ++threads == 2 ? ERROR_NOT_ENOUGH_MEMORY
-                                                                         : 0;
-        });
-        setup.log.OnLine([&](const std::string& text) {
-            if (text == "NfcThreadCreate exit Begin WaitForSingleObject") {
-                Sleep(100);
-                setup.pc.chip()->BackDoor().RaiseInterrupt();
-            }
-            Sleep(threads == 2 ? 100 : 0);
-        });
-        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), -1);
-        hosted::SetCallHook({});
-        setup.log.OnLine({});
-        PcWithHost::Pass(30 * kSecond);
-        EXPECT_EQ(EventNumbers(), std::vector<int>{});
-    });
 }
 
 // A slow log holds the read thread in its pass while a device start opens the keyboard again.

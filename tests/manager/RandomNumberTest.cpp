@@ -23,11 +23,11 @@ struct TagWithNumber : StartedPc {
     }
 };
 
-// Keeps the number threads of the next 20 s waiting.
-void HoldNumberThreads() {
-    OnThread([] {
-        platform::Lock lock(NumberThreadMutex());
-        Sleep(20'000);
+// Keeps those who need the lock waiting for a time, the number threads by default.
+void Hold(DWORD milliseconds = 20'000, platform::Mutex& mutex = NumberThreadMutex()) {
+    OnThread([milliseconds, &mutex] {
+        const platform::Lock lock(mutex);
+        Sleep(milliseconds);
     });
     PcWithHost::Pass(kMillisecond);
 }
@@ -51,11 +51,10 @@ TEST(RandomNumber, ReachesTheTagWithoutKeepingTheHost) {
 
 TEST(RandomNumber, StaysAsItWasWithoutAThreadToWriteIt) {
     TagWithNumber setup;
-    hosted::SetCallHook([](hosted::Call call, hosted::ThreadId) -> DWORD {
-        return call == hosted::Call::kCreateThread ? ERROR_NOT_ENOUGH_MEMORY : 0;
-    });
-    EXPECT_EQ(setup.Give(0x41), -1);
-    hosted::SetCallHook({});
+    {
+        const RefusedCalls refused(hosted::Call::kCreateThread);
+        EXPECT_EQ(setup.Give(0x41), -1);
+    }
     EXPECT_EQ(setup.log.TakeUnannounced(), Texts{"WriteRandNum CreateThread failed - 8"});
     EXPECT_EQ(NumberIn(*NfcManagerTestAccess::Message(*setup.manager)), NumberOf(0x11));
     EXPECT_EQ(setup.Give(0x41), 0);
@@ -82,7 +81,7 @@ TEST(RandomNumber, OfTheHostsMessageReplacesOneThatWaitsForItsThread) {
     };
     std::uint8_t fill = 0x41;
     for (const auto& takesOver : operations) {
-        HoldNumberThreads();
+        Hold();
         EXPECT_EQ(setup.Give(fill++), 0);
         SetNumber(*message, NumberOf(fill));
         EXPECT_TRUE(takesOver(*setup.manager));
@@ -112,7 +111,7 @@ TEST(RandomNumber, OutlivesTheHostsLastPointer) {
 
 TEST(RandomNumber, OfAManagerThatHasGoneLeavesItsSuccessorsTagAlone) {
     TagWithNumber setup;
-    HoldNumberThreads();
+    Hold();
     EXPECT_EQ(setup.Give(0x21), 0);
     EXPECT_EQ(setup.Give(0x22), 0);
     setup.manager.reset();
@@ -143,7 +142,7 @@ TEST(RandomNumber, GivenWhileAnUpdateFillsTheImageIsNotLost) {
 TEST(RandomNumber, GivenAgainWhileItsThreadWaitsIsTheNewest) {
     TagWithNumber setup;
     const auto other = NfcManager::Create(setup.NewMessage(0x22), &PcWithHost::Listen);
-    HoldNumberThreads();
+    Hold();
     EXPECT_EQ(setup.Give(0x41), 0);
     EXPECT_EQ(other->WriteMessage(setup.NewMessage(0x22)), 0);
     EXPECT_EQ(setup.Give(0x41), 0);
@@ -156,15 +155,8 @@ TEST(RandomNumber, GivenLastStaysWhateverAnOlderMessageWritesInBetween) {
         TagWithNumber setup;
         const auto second = NfcManager::Create(setup.NewMessage(0x22), &PcWithHost::Listen);
         const auto third = NfcManager::Create(setup.NewMessage(0x23), &PcWithHost::Listen);
-        OnThread([] {
-            platform::Lock lock(NfcProxy::m_contentMutex);
-            Sleep(500);
-        });
-        OnThread([] {
-            platform::Lock lock(NumberThreadMutex());
-            Sleep(499);
-        });
-        PcWithHost::Pass(kMillisecond);
+        Hold(500, NfcProxy::m_contentMutex);
+        Hold(498);
         OnThread([&setup] { setup.manager->UpdateNfcData(); });
         PcWithHost::Pass(kMillisecond);
         EXPECT_EQ(Renew(*third, NumberOf(0x43)), 0);

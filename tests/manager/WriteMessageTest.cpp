@@ -138,24 +138,33 @@ TEST(WriteMessage, SwitchesTheRadioOnBesideANumberThread) {
     });
 }
 
+// An interrupt comes while the write gives up, between the start of one thread and that of the
+// other.
 TEST(WriteMessage, StartsBothThreadsOrNone) {
     ForEachSeed(80, [] {
-        int threadsUntilFailure = 1 + static_cast<int>(hosted::Random() % 2);
-        hosted::SetCallHook([&threadsUntilFailure](hosted::Call call, hosted::ThreadId) -> DWORD {
-            const bool fails = call == hosted::Call::kCreateThread && --threadsUntilFailure == 0;
-            return fails ? ERROR_NOT_ENOUGH_MEMORY : 0;
-        });
         PcWithHost setup({PcRoute::kI2c}, "fm11nt082c");
         ASSERT_TRUE(setup.Create() && setup.manager->DeviceInit());
+        const unsigned failing = 1 + static_cast<unsigned>(hosted::Random() % 2);
+        const RefusedCalls refused(hosted::Call::kCreateThread, failing, failing);
+        setup.log.OnLine([&](const std::string& text) {
+            if (text == "NfcThreadCreate exit Begin WaitForSingleObject") {
+                Sleep(100);
+                setup.pc.chip()->BackDoor().RaiseInterrupt();
+            }
+            Sleep(refused.seen == 2 ? 100 : 0);
+        });
         EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x41)), -1);
-        PcWithHost::Pass(kSecond);
+        setup.log.OnLine({});
+        PcWithHost::Pass(30 * kSecond);
+        EXPECT_EQ(EventNumbers(), std::vector<int>{}) << "no visit that nobody closes";
         EXPECT_EQ(hosted::Live().requests + hosted::Live().threads, 0U) << "the other one ends";
         EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x42)), 0);
+        PcWithHost::Pass(20 * kSecond);  // the driver may have kept the interrupt
+        TakeEvents();
         setup.pc.TapPhone(0, kSecond);
         PcWithHost::Pass(20 * kSecond);
         EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1})) << "from one thread of each kind";
         EXPECT_EQ(hosted::Live().threads, kEventThreads);
-        hosted::SetCallHook({});
         setup.log.TakeUnannounced();
     });
 }

@@ -80,15 +80,10 @@ TEST_F(Discovery, PassesOverWhatDoesNotFit) {
 TEST_F(Discovery, GivesUpWhenTheEnumerationGoesOnFailing) {
     hosted::AddHidInterface(keyboard, driver);
     for (const unsigned failures : {3U, 1000U}) {
-        unsigned calls = 0;
-        hosted::SetCallHook([&calls, failures](hosted::Call call, hosted::ThreadId) -> DWORD {
-            const bool counts = call == hosted::Call::kEnumerate && ++calls > 1;
-            return counts && calls <= 1 + failures ? 13 : 0;
-        });
+        const RefusedCalls refused(hosted::Call::kEnumerate, 2, 1 + failures, 13);
         EXPECT_EQ(Find(), failures == 3 ? keyboard.path : L"");
-        EXPECT_LT(calls, 100U);
+        EXPECT_LT(refused.seen, 100U);
     }
-    hosted::SetCallHook({});
 }
 
 TEST(Hid, JudgesEveryReport) {

@@ -56,6 +56,19 @@ void ReactToEvents(std::function<void(const ReceivedEvent&)> reaction);
 /// Runs `body` on a thread of its own, which nobody joins: see PcWithHost::WaitForThreads.
 void OnThread(std::function<void()> body);
 
+/// While it lives, the calls of one kind from the `first` to the `last` fail with `code`.
+struct RefusedCalls {
+    explicit RefusedCalls(hosted::Call call, unsigned first = 1, unsigned last = ~0U,
+                          DWORD code = ERROR_NOT_ENOUGH_MEMORY) {
+        hosted::SetCallHook([=](hosted::Call now, hosted::ThreadId) -> DWORD {
+            seen += now == call ? 1 : 0;
+            return now == call && first <= seen && seen <= last ? code : 0;
+        });
+    }
+    ~RefusedCalls() { hosted::SetCallHook({}); }
+    unsigned seen = 0;  ///< of this kind, so far
+};
+
 /// Every transfer and pause of the run so far: "W 00 10", "R 2", "open request", "sleep 40". The
 /// interrupt wait is left out.
 class BusRecorder {
