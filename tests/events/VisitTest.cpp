@@ -94,26 +94,24 @@ TEST(ReportedVisit, FollowsTheStatusOfTheChip) {
     constexpr std::uint8_t enter = simulator::kStatusEnterField;
     constexpr std::uint8_t leave = simulator::kStatusLeaveField;
     constexpr std::uint8_t mcuStart = simulator::kStatusMcuStart;
+    constexpr std::uint8_t mcuReset = simulator::kStatusMcuReset;
+    constexpr std::uint8_t noData = simulator::kStatusNoData;
+    const Texts alone{"NFC LeaveField(2), interrupt First?: 1"};
+    const Texts again{"NFC EnterField(1), interrupt First?: 0"};
+    const Texts starts{"Nfc MCU start! para1: 0x00ab", "Nfc MCU start! para1: 0x12345"};
+    const Texts others{"Nfc MCU reset! para1: 0x00ab", "Nfc MCU no data! para1: 0x00ac",
+                       "Nfc MCU unknown Event: 5, para1: 0x00ad"};
     VisitDesk setup(PcRoute::kI2c, "fanli");
-    setup.Watch(1, {{{{0, leave}}, {}, 0, {"NFC LeaveField(2), interrupt First?: 1"}},
+    setup.Watch(1, {{{{0, leave}}, {}, 0, alone},
                     {{{0, enter}, {100, leave}}, {{3, 0}, {1, 350}}},
                     {{{0, enter}, {400, leave}}, {{3, 0}, {1, 700}}, 1},
-                    {{{0, enter}, {50, enter}, {100, leave}},
-                     {{3, 0}, {1, 350}},
-                     0,
-                     {"NFC EnterField(1), interrupt First?: 0"}},
+                    {{{0, enter}, {50, enter}, {100, leave}}, {{3, 0}, {1, 350}}, 0, again},
                     {{{0, enter}}, {{3, 0}, {1, 7350}}, 20},
                     {{{0, mcuStart, 0xAB}, {200, enter}, {400, mcuStart, 0x12345}, {500, leave}},
                      {{4, 0}, {3, 200}, {4, 400}, {1, 550}},
                      0,
-                     {"Nfc MCU start! para1: 0x00ab", "Nfc MCU start! para1: 0x12345"}},
-                    {{{0, simulator::kStatusMcuReset, 0xAB},
-                      {100, simulator::kStatusNoData, 0xAC},
-                      {200, 5, 0xAD}},
-                     {},
-                     0,
-                     {"Nfc MCU reset! para1: 0x00ab", "Nfc MCU no data! para1: 0x00ac",
-                      "Nfc MCU unknown Event: 5, para1: 0x00ad"}}});
+                     starts},
+                    {{{0, mcuReset, 0xAB}, {100, noData, 0xAC}, {200, 5, 0xAD}}, {}, 0, others}});
 }
 
 // A status that cannot be read keeps the line up; the loop goes on, and does not spin.

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <mutex>
 #include <set>
+#include <tuple>
 
 #include "tests/platform/HostedDevice.h"
 
@@ -38,39 +39,37 @@ TEST(ScheduledClock, KeepsTimersAndDeadlinesExactAndInOrder) {
     });
 }
 
-/// The order in which two threads run with this seed, as the exit status of a child.
-int OrderOf(std::uint64_t seed) {
-    return RunInChild([seed] {
+TEST(ScheduledClock, RepeatsARunFromItsSeedAndDiffersBetweenSeeds) {
+    struct Run {
+        unsigned order = 1;  // of two threads, a bit for each turn
+        std::uint64_t random = 0;
+    };
+    Run& run = testing_support::Shared<Run>();
+    const auto play = [&run](std::uint64_t seed) {
         ScheduledOptions options;
         options.seed = seed;
         options.priorityChangePoints = static_cast<unsigned>(seed % 3);
         options.expectedSteps = 200;
         hosted::UseScheduledClock(options);
-        unsigned order = 0;
-        const auto turns = [&order](unsigned mark) {
+        run = {};
+        const auto turns = [&run](unsigned mark) {
             for (int turn = 0; turn < 5; ++turn) {
                 Sleep(0);
-                order = order * 2 + mark;
+                run.order = run.order * 2 + mark;
             }
         };
         JoinThreads({StartThread([&] { turns(0); }), StartThread([&] { turns(1); })});
-        std::_Exit(static_cast<int>(order % 251));
-    });
-}
-
-TEST(ScheduledClock, RepeatsARunFromItsSeedAndDiffersBetweenSeeds) {
-    std::set<int> orders;
+        run.random = hosted::Random();
+    };
+    std::set<unsigned> orders;
     for (std::uint64_t seed = 0; seed < 24; ++seed) {
-        const int order = OrderOf(seed);
-        EXPECT_EQ(OrderOf(seed), order) << "seed " << seed;
-        orders.insert(order);
+        EXPECT_EQ(RunInChild([&] { play(seed); }), 0);
+        const Run first = run;
+        EXPECT_EQ(RunInChild([&] { play(seed); }), 0);
+        EXPECT_EQ(std::tie(run.order, run.random), std::tie(first.order, first.random)) << seed;
+        orders.insert(run.order);
     }
     EXPECT_GT(orders.size(), 9U);  // a third of the seeds, 8, draws without priorities
-    const auto draw = [] {
-        hosted::UseScheduledClock({});
-        std::_Exit(static_cast<int>(hosted::Random() % 251));
-    };
-    EXPECT_EQ(RunInChild(draw), RunInChild(draw));
 }
 
 /// Expects that the layer ends a run of this body with this report.
