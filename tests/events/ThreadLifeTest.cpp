@@ -31,6 +31,24 @@ void ExpectVisit(PcWithHost& setup) {
 }
 
 // A creation is no start, nor is a device start on a driver route.
+
+// The listener holds up the interrupt thread, which sees the stop after the creation.
+TEST(Stop, IsNotUndoneByACreationBeforeTheThreadHasSeenIt) {
+    WaitingPc setup(PcRoute::kUsb);
+    bool release = false;
+    ReactToEvents([&](const ReceivedEvent& /*event*/) {
+        hosted::WaitFor([&] { return release; }, hosted::kForever, "the host");
+    });
+    setup.pc.chip()->BackDoor().RaiseInterrupt();
+    ASSERT_TRUE(PcWithHost::WaitForEvents(1, kSecond));
+    setup.manager.reset();
+    ASSERT_TRUE(setup.Create());
+    release = true;
+    PcWithHost::Pass(20 * kSecond);
+    EXPECT_EQ(setup.log.Count(kReturned), 1U) << "no start, no further wait";
+    EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1})) << "the visit is closed all the same";
+}
+
 TEST(Stop, LastsThroughCreationAndDeviceStartUntilTheNextWrite) {
     ForEachSeed(30, [] {
         WaitingPc setup(PcRoute::kI2c, "fm11nt082c");
