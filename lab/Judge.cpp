@@ -74,9 +74,7 @@ void Judge::Watch(const Player::Step& step) {
     const double now = m_stage.Now();
     if (step.begins) {
         ExpectFailure(command);
-        m_visits.JudgePhones(now, false);
-        m_visits.JudgeRest(now);
-        JudgeTag();
+        JudgeState();
         m_history.Begin(command, now);
         m_visits.Begin(command, now);
         if (StartsManager(command.verb) || IsOneOf(command.verb, {Verb::kOpen, Verb::kConnect})) {
@@ -143,8 +141,18 @@ void Judge::JudgeLive(const Command& command) {
                       std::to_string(live.handles));
 }
 
-void Judge::JudgeTag() {
-    m_tag.JudgeTag(m_stage.TagMemory(), m_stage.Now());
+void Judge::PassMinute() {
+    m_stage.WaitFor([] { return false; }, static_cast<std::int64_t>(kRenewalTime),
+                    "the end of what is under way");
+    JudgeState();
+}
+
+// What can be judged at any time.
+void Judge::JudgeState() {
+    const double now = m_stage.Now();
+    m_visits.JudgePhones(now);
+    m_visits.JudgeRest(now);
+    m_tag.JudgeTag(m_stage.TagMemory(), now);
 }
 
 // What a stop leaves: the device, the keyboard's event, and the deferred call thread, which ends by
@@ -165,18 +173,18 @@ void Judge::JudgeLeftovers() {
                       std::to_string(live.handles));
 }
 
-void Judge::Finish() {
+void Judge::EndScript() {
     for (unsigned host = 0; host <= kMostHosts; ++host) {
         Command end;
         end.host = host;
         ExpectFailure(end);
     }
-    m_stage.WaitFor([] { return false; }, static_cast<std::int64_t>(kRenewalTime),
-                    "the end of what is under way");
-    const double now = m_stage.Now();
-    m_visits.JudgePhones(now, true);
-    m_visits.JudgeRest(now);
-    JudgeTag();
+    PassMinute();
+    Flush();
+}
+
+void Judge::Finish() {
+    PassMinute();
     JudgeLeftovers();
     const JudgedFigures& judged = m_findings.judged;
     m_findings.Expect(judged != JudgedFigures{}, m_history.Latest(), "something that can be judged",
@@ -188,7 +196,7 @@ void Judge::Finish() {
         object[kJudged[kind].name] = judged[kind];
     }
     object["violations"] = m_findings.Violations();
-    m_recorder.AddNamed(kHostThread, now, std::move(object));
+    m_recorder.AddNamed(kHostThread, m_stage.Now(), std::move(object));
 }
 
 // The recorder calls the rules under its lock, so what they find waits for the next step.

@@ -27,8 +27,10 @@ class Judge {
     void Take(const Json& object);
     /// Every step of the player.
     void Watch(const Player::Step& step);
-    /// After the player's end. Lets a minute pass, judges what is left, and records one object of
-    /// kind "check" with what was judged.
+    /// After the script, before the player's end. Lets a minute pass.
+    void EndScript();
+    /// After the player's end. Lets another minute pass, judges what is left, and records one
+    /// object of kind "check" with what was judged.
     void Finish();
 
     bool IsGood() const { return m_findings.Violations() == 0; }
@@ -40,7 +42,8 @@ class Judge {
     void ExpectFailure(const Command& command);
     void JudgeLive(const Command& command);
     void JudgeLeftovers();
-    void JudgeTag();
+    void JudgeState();
+    void PassMinute();
     void Flush();
 
     Stage& m_stage;

@@ -167,6 +167,9 @@ int Run(const RunOptions& options) {
     if (player.Failures() == 0 || options.script) {
         player.Play(script);
     }
+    if (judge != nullptr) {
+        judge->EndScript();
+    }
     player.End();
     if (judge != nullptr) {
         judge->Finish();

@@ -65,6 +65,7 @@ void VisitRules::Add(const Command& command, double begin, double gone) {
     phone.route = command.argument.empty() ? m_stage.Route() : command.argument;
     phone.begin = begin;
     phone.gone = gone;
+    m_firstPhone = std::min(m_firstPhone, begin);
     phone.heard = m_listening && !ListenerWaits();
     phone.isQuick = !m_reads && m_pause <= kQuickListener;
     for (Phone& other : m_phones) {
@@ -120,7 +121,7 @@ void VisitRules::JudgeRest(double now) const {
     }
 }
 
-void VisitRules::JudgePhones(double now, bool all) {
+void VisitRules::JudgePhones(double now) {
     Phones kept;
     for (std::size_t i = 0; i < m_phones.size(); ++i) {
         const std::string route = m_phones[i].route;
@@ -135,8 +136,7 @@ void VisitRules::JudgePhones(double now, bool all) {
                 m_phones[next].route.clear();
             }
         }
-        const bool isComplete = group.back().gone + kBeforeVisit < now;
-        if (isComplete || (all && group.back().gone != kUnderWay)) {
+        if (group.back().gone + kBeforeVisit < now) {
             m_lastGone = std::max(m_lastGone, group.back().gone);
             JudgeGroup(group);
         } else {
@@ -155,12 +155,11 @@ VisitRules::Surroundings VisitRules::Surrounding(const Phones& phones) const {
     const RunHistory::Service service = m_history.ServiceAt(begin);
     const double from = std::max(begin - kBeforeVisit, service.ready);
     around.since = service.since;
-    const auto isBefore = [&](double time) { return time >= begin - kBeforeVisit && time < begin; };
+    // Soon after a start only the first phone of the run is certain: the chip keeps what it has
+    // seen while nobody waited, and a visit of before may still be watched.
     if (service.ready > begin - kBeforeVisit &&
-        (std::any_of(m_events.begin(), m_events.end(),
-                     [&](const Event& event) { return isBefore(event.time); }) ||
-         isBefore(m_lastGone))) {
-        return around;  // a visit of before the start may still be under way
+        (m_firstPhone < begin || (!m_events.empty() && m_events.front().time < begin))) {
+        return around;
     }
     std::vector<const Done*> beside = m_history.Running();
     for (const Done& done : m_history.Ended()) {

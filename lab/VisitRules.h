@@ -30,8 +30,8 @@ class VisitRules {
     /// The listener waits for what only its own thread could deliver: a keyboard's answer.
     bool ListenerWaits() const;
 
-    /// The phones whose events are complete; `all`: every phone that has gone.
-    void JudgePhones(double now, bool all);
+    /// The phones whose events are complete.
+    void JudgePhones(double now);
     /// No visit is open while nothing happens.
     void JudgeRest(double now) const;
 
@@ -74,6 +74,7 @@ class VisitRules {
     std::vector<Event> m_events;
     int m_open = 0;                       // visits of the driver routes
     const Command* m_openedBy = nullptr;  // the latest command when the last of them began
+    double m_firstPhone = kUnderWay;
     double m_lastGone = 0;
     bool m_listening = true;
     bool m_reads = false;      // the listener reads the number

@@ -91,6 +91,7 @@ bool IsGood(const Words& story, std::uint64_t seed, Figures& figures) {
     stage.CreateDevices();
     player.Start(kPcType);
     player.Play(script);
+    judge.EndScript();
     player.End();
     judge.Finish();
     figures.hours = stage.Now() / kHourTime;
