@@ -15,6 +15,7 @@
 #include "simulator/SimulatedPc.h"
 #include "simulator/windows/DeviceLines.h"
 #include "simulator/windows/DriverService.h"
+#include "simulator/windows/hid/HidInstall.h"
 
 namespace {
 
@@ -34,8 +35,7 @@ constexpr char kHelp[] =
     "chip-bits REGISTER MASK VALUE | fault PLAN|none | unplug | plug | memory | status | "
     "bus on|off | quit";
 
-// Service names; the file is NAME.sys. A driver whose file is not there is left out.
-constexpr const wchar_t* kDrivers[] = {L"tagport-relay", L"tagport-hid"};
+constexpr wchar_t kRelayDriver[] = L"tagport-relay";  // service; the file is NAME.sys
 
 void Say(const std::string& line) {
     static std::mutex& mutex = *new std::mutex;  // timers may still run when the process ends
@@ -299,28 +299,17 @@ std::wstring OwnDirectory() {
     return path.substr(0, path.rfind(L'\\') + 1);
 }
 
-bool Exists(const std::wstring& file) {
-    return GetFileAttributesW(file.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
 int Load(bool on) {
-    unsigned count = 0;
     try {
-        for (const wchar_t* name : kDrivers) {
-            const std::wstring file = OwnDirectory() + name + L".sys";
-            if (on && Exists(file)) {
-                simulator::LoadDriver(name, file);
-                ++count;
-            } else if (!on) {
-                simulator::UnloadDriver(name);
-            }
+        if (on) {
+            simulator::LoadDriver(kRelayDriver, OwnDirectory() + kRelayDriver + L".sys");
+            simulator::InstallHid(OwnDirectory());
+        } else {
+            simulator::UnloadDriver(kRelayDriver);
+            simulator::RemoveHid();
         }
     } catch (const std::exception& problem) {
         std::fprintf(stderr, "tagport-devices: %s\n", problem.what());
-        return kExitFailed;
-    }
-    if (on && count == 0) {
-        std::fprintf(stderr, "tagport-devices: there is no test driver beside this program\n");
         return kExitFailed;
     }
     return 0;

@@ -14,6 +14,7 @@
 #include "simulator/SpbDriver.h"
 #include "simulator/windows/NtStatus.h"
 #include "simulator/windows/RelayControl.h"
+#include "simulator/windows/hid/HidInstall.h"
 
 namespace hosted {
 
@@ -219,6 +220,15 @@ RelayDevice SpbByPath(const std::wstring& path) {
     throw std::runtime_error("no relay driver has a device " + Narrow(path));
 }
 
+// The system sees a change on the HID bus some time after it was reported. Without the device lock:
+// meanwhile it makes requests.
+void AwaitHid(bool present) {
+    if (!simulator::AwaitHid(present)) {
+        throw std::runtime_error(present ? "the HID keyboard does not appear"
+                                         : "the HID keyboard does not go away");
+    }
+}
+
 }  // namespace
 
 void AddDevice(const std::wstring& path, std::shared_ptr<Driver> driver) {
@@ -234,11 +244,13 @@ void RemoveDevice(const std::wstring& path) {
 void AddHidInterface(const HidInterface& interface, std::shared_ptr<Driver> driver) {
     if (interface.path == simulator::KeyboardInterface().path) {
         SetDevice(kRelayHid, TAGPORT_RELAY_HID_CONTROL, std::move(driver));
+        AwaitHid(true);
     }
 }
 
 void RemoveHidInterfaces() {
     SetDevice(kRelayHid, TAGPORT_RELAY_HID_CONTROL, nullptr);
+    AwaitHid(false);
 }
 
 void SetTracer(Tracer tracer) {

@@ -22,7 +22,6 @@ namespace {
 
 constexpr DWORD kReportSize = 64;
 constexpr DWORD kBound = 5'000;
-constexpr wchar_t kKeyboardPath[] = L"\\\\?\\hid#vid_7a3e&pid_10b8&mi_02#";
 constexpr std::uint32_t kLongReports = TAGPORT_RELAY_LONG_REPORTS;
 
 int g_failures = 0;
@@ -33,42 +32,9 @@ void Check(bool good, const char* what, DWORD value = 0) {
     g_failures += good ? 0 : 1;
 }
 
-std::vector<std::wstring> HidPaths() {
-    GUID hid = {};
-    HidD_GetHidGuid(&hid);
-    const HDEVINFO set =
-        SetupDiGetClassDevsW(&hid, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
-    std::vector<std::wstring> paths;
-    SP_DEVICE_INTERFACE_DATA data = {};
-    data.cbSize = sizeof(data);
-    for (DWORD at = 0; SetupDiEnumDeviceInterfaces(set, nullptr, &hid, at, &data); ++at) {
-        alignas(SP_DEVICE_INTERFACE_DETAIL_DATA_W) std::array<char, 1024> room{};
-        auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(room.data());
-        detail->cbSize = sizeof(*detail);
-        if (SetupDiGetDeviceInterfaceDetailW(set, &data, detail, room.size(), nullptr, nullptr)) {
-            paths.emplace_back(detail->DevicePath);
-        }
-    }
-    SetupDiDestroyDeviceInfoList(set);
-    return paths;
-}
-
-bool WaitForKeyboard(bool present) {
-    for (DWORD waited = 0; waited < kBound; waited += 10) {
-        const auto paths = HidPaths();
-        if (present == std::any_of(paths.begin(), paths.end(), [](const std::wstring& path) {
-                return path.rfind(kKeyboardPath, 0) == 0;
-            })) {
-            return true;
-        }
-        Sleep(10);
-    }
-    return false;
-}
-
 HANDLE OpenKeyboard() {
-    for (const std::wstring& path : HidPaths()) {
-        if (path.rfind(kKeyboardPath, 0) == 0) {
+    for (const std::wstring& path : simulator::HidPaths()) {
+        if (path.rfind(simulator::kHidKeyboardPath, 0) == 0) {
             return CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
                                FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
                                FILE_FLAG_OVERLAPPED, nullptr);
@@ -169,8 +135,8 @@ int main() {
     for (int round = 0; round < 3; ++round) {
         DWORD error = control.Plug(kRelayHid, 1);
         Check(error == 0, "plugged", error);
-        WaitForKeyboard(true);
-        for (const std::wstring& path : HidPaths()) {
+        Check(simulator::AwaitHid(true), "all there", GetTickCount());
+        for (const std::wstring& path : simulator::HidPaths()) {
             std::printf("     %ls\n", path.c_str());
         }
         const HANDLE device = OpenKeyboard();
@@ -195,7 +161,8 @@ int main() {
         error = write.Start(device, false);
         std::printf("     write started: %lu\n", error);
         error = write.End(device);
-        Check(error == 0 && write.moved == kReportSize, "written", error);
+        Check(error == 0, "written", error);
+        Check(write.moved == kReportSize, "bytes written", write.moved);
         const std::vector<std::uint8_t> seen = keyboard.Written();
         Check(seen.size() == kReportSize && std::memcmp(seen.data(), write.bytes.data(), 64) == 0,
               "the process has it", static_cast<DWORD>(seen.size()));
@@ -220,14 +187,15 @@ int main() {
         error = last.End(device);
         Check(error != 0 && error != WAIT_TIMEOUT, "pending read ends", error);
         Transfer late;
+        late.bytes[0] = 5;
         std::printf("     read of the gone device: %lu\n", late.Start(device, true));
         std::printf("     write to the gone device: %lu\n", late.Start(device, false));
         CloseHandle(device);
-        Check(WaitForKeyboard(false), "gone from the list");
+        Check(simulator::AwaitHid(false), "gone from the list");
     }
 
     control.Plug(kRelayHid, kLongReports);
-    WaitForKeyboard(true);
+    simulator::AwaitHid(true);
     const HANDLE device = OpenKeyboard();
     Transfer longRead;
     Transfer longWrite;

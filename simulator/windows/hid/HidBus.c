@@ -51,7 +51,8 @@ static const struct Kind g_longKeyboard =
 struct Extension {
     const struct Kind *kind; /* NULL for the bus itself */
     DEVICE_OBJECT *lower;    /* of the bus */
-    int gone;                /* of a child; the object is deleted when it is removed */
+    int gone;                /* of a child: unplugged; deleted when the system removes it */
+    int removed;             /* the system has been there; every request fails */
     int relayed;             /* its reports go to the device process */
 };
 
@@ -113,12 +114,6 @@ static void Unplug(void) {
         }
     }
     LeaveLock(irql);
-    /* Before the class driver stops: it does not wait for a read that is still pending. */
-    for (at = 0; at < COUNT_OF(g_kinds); ++at) {
-        if (leaving[at] != NULL) {
-            FailPending(NULL, leaving[at], STATUS_DEVICE_NOT_CONNECTED);
-        }
-    }
     if (any && g_busPhysical != NULL) {
         IoInvalidateDeviceRelations(g_busPhysical, BusRelations);
     }
@@ -200,7 +195,9 @@ static NTSTATUS GiveAttributes(PIRP irp, const struct Kind *kind, ULONG room) {
     return GiveBytes(irp, &attributes, sizeof(attributes), room);
 }
 
-/* Pends until the device process has a report. A decoy never has one. */
+/* Pends until the device process has a report. A decoy and an unplugged keyboard never have one: a
+ * class driver that sees a read fail may start the next one at once, for as long as it knows the
+ * device. */
 static NTSTATUS ReadReport(DEVICE_OBJECT *device, PIRP irp, ULONG room) {
     struct Extension *extension = ExtensionOf(device);
     struct Item *item;
@@ -213,12 +210,12 @@ static NTSTATUS ReadReport(DEVICE_OBJECT *device, PIRP irp, ULONG room) {
         return Complete(irp, STATUS_INSUFFICIENT_RESOURCES, 0);
     }
     irql = EnterLock();
-    if (extension->gone) {
+    if (extension->removed) {
         LeaveLock(irql);
         ExFreePool(item);
         return Complete(irp, STATUS_DEVICE_NOT_CONNECTED, 0);
     }
-    return Pend(item, irp, irp->UserBuffer, extension->relayed, irql);
+    return Pend(item, irp, irp->UserBuffer, extension->relayed && !extension->gone, irql);
 }
 
 /* The class driver may hold its caller until the write is complete, and the device process may be
@@ -309,11 +306,26 @@ static NTSTATUS QueryId(PIRP irp, const struct Kind *kind, BUS_QUERY_ID_TYPE typ
                     (ULONG_PTR)answer);
 }
 
+/* The class driver stops: it does not wait for a read that is still pending. True for a child that
+ * the bus has given up. */
+static int Remove(DEVICE_OBJECT *device) {
+    struct Extension *extension = ExtensionOf(device);
+    KIRQL irql = EnterLock();
+    const int gone = extension->gone;
+    extension->removed = 1;
+    LeaveLock(irql);
+    FailPending(NULL, device, STATUS_DEVICE_NOT_CONNECTED);
+    Deliver();
+    return gone;
+}
+
 static NTSTATUS ChildPnp(DEVICE_OBJECT *device, PIRP irp) {
     IO_STACK_LOCATION *const stack = IoGetCurrentIrpStackLocation(irp);
     struct Extension *extension = ExtensionOf(device);
     switch (stack->MinorFunction) {
-    case IRP_MN_START_DEVICE:
+    case IRP_MN_START_DEVICE: /* maybe again, after a removal of a child that is still there */
+        extension->removed = 0;
+        return Complete(irp, STATUS_SUCCESS, 0);
     case IRP_MN_QUERY_REMOVE_DEVICE:
     case IRP_MN_CANCEL_REMOVE_DEVICE:
     case IRP_MN_QUERY_STOP_DEVICE:
@@ -321,13 +333,10 @@ static NTSTATUS ChildPnp(DEVICE_OBJECT *device, PIRP irp) {
     case IRP_MN_STOP_DEVICE:
         return Complete(irp, STATUS_SUCCESS, 0);
     case IRP_MN_SURPRISE_REMOVAL:
-        FailPending(NULL, device, STATUS_DEVICE_NOT_CONNECTED);
+        Remove(device);
         return Complete(irp, STATUS_SUCCESS, 0);
     case IRP_MN_REMOVE_DEVICE: {
-        KIRQL irql = EnterLock();
-        const int gone = extension->gone;
-        LeaveLock(irql);
-        FailPending(NULL, device, STATUS_DEVICE_NOT_CONNECTED);
+        const int gone = Remove(device);
         Complete(irp, STATUS_SUCCESS, 0);
         if (gone) { /* otherwise the bus still has it, and may be asked for it again */
             IoDeleteDevice(device);

@@ -2,7 +2,9 @@
 // the minidriver's service, before the bus reports them.
 #include "simulator/windows/hid/HidInstall.h"
 
-#include <memory>
+#include <algorithm>
+#include <array>
+#include <new>
 #include <stdexcept>
 
 #include "platform/windows/Win32.h"
@@ -90,7 +92,63 @@ void NameService(const std::wstring& device) {
     }
 }
 
+bool BeginsWith(const std::wstring& text, const std::wstring& beginning) {
+    return text.compare(0, beginning.size(), beginning) == 0;
+}
+
+// Windows puts every path in lower case.
+std::wstring PathOf(std::wstring device) {
+    for (wchar_t& letter : device) {
+        letter =
+            letter >= L'A' && letter <= L'Z' ? static_cast<wchar_t>(letter - L'A' + L'a') : letter;
+    }
+    return L"\\\\?\\hid#" + device + L"#";
+}
+
 }  // namespace
+
+const wchar_t* const kHidKeyboardPath = L"\\\\?\\hid#vid_7a3e&pid_10b8&mi_02#";
+
+std::vector<std::wstring> HidPaths() {
+    constexpr std::size_t kMostBytes = 2'048;
+    GUID hid = {};
+    HidD_GetHidGuid(&hid);
+    const HDEVINFO set =
+        SetupDiGetClassDevsW(&hid, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
+    std::vector<std::wstring> paths;
+    SP_DEVICE_INTERFACE_DATA data = {};
+    data.cbSize = sizeof(data);
+    for (DWORD at = 0; SetupDiEnumDeviceInterfaces(set, nullptr, &hid, at, &data); ++at) {
+        alignas(SP_DEVICE_INTERFACE_DETAIL_DATA_W) std::array<char, kMostBytes> room{};
+        auto* const detail = new (room.data()) SP_DEVICE_INTERFACE_DETAIL_DATA_W{};
+        detail->cbSize = sizeof(*detail);
+        if (SetupDiGetDeviceInterfaceDetailW(set, &data, detail, room.size(), nullptr, nullptr)) {
+            paths.emplace_back(detail->DevicePath);
+        }
+    }
+    SetupDiDestroyDeviceInfoList(set);
+    return paths;
+}
+
+bool AwaitHid(bool present) {
+    constexpr DWORD kBound = 5'000;
+    constexpr DWORD kStep = 5;
+    for (DWORD waited = 0; waited < kBound; waited += kStep) {
+        const std::vector<std::wstring> paths = HidPaths();
+        const auto found = std::count_if(
+            std::begin(kDevices), std::end(kDevices), [&paths](const std::wstring& device) {
+                return std::any_of(paths.begin(), paths.end(),
+                                   [path = PathOf(device)](const std::wstring& other) {
+                                       return BeginsWith(other, path);
+                                   });
+            });
+        if (found == (present ? static_cast<std::ptrdiff_t>(std::size(kDevices)) : 0)) {
+            return true;
+        }
+        Sleep(kStep);
+    }
+    return false;
+}
 
 void InstallHid(const std::wstring& directory) {
     for (const wchar_t* const device : kDevices) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace simulator {
 
@@ -12,5 +13,15 @@ void InstallHid(const std::wstring& directory);
 
 /// Stops the drivers and removes their services and devices; nothing when they are not there.
 void RemoveHid();
+
+/// The paths of all HID devices that are present, in the system's order.
+std::vector<std::wstring> HidPaths();
+
+/// What the keyboard's path begins with.
+extern const wchar_t* const kHidKeyboardPath;
+
+/// Waits until every device of the bus is there, or none: the system sees a change some time after
+/// the bus has reported it. False after five seconds.
+bool AwaitHid(bool present);
 
 }  // namespace simulator
