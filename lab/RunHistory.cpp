@@ -216,8 +216,8 @@ RunHistory::Service RunHistory::ServiceAt(double time) const {
         } else if (OpensDevice(done.verb())) {
             service = {good, false, done.begin, 0};
         } else if (done.verb() == Verb::kWrite) {
-            service.ready = service.written ? service.ready : done.end;
             service.written = good && service.started;
+            service.ready = done.end;
         }
     }
     return service;

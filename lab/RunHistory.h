@@ -57,7 +57,7 @@ class RunHistory {
         bool started = false;  ///< a start or an opening has worked since the last trouble
         bool written = false;  ///< and a write after it
         double since = 0;      ///< the begin of the start
-        double ready = 0;      ///< the end of the first write
+        double ready = 0;      ///< the end of the latest write
     };
     /// Trouble is what may take the threads or the device away, or leave a part of an image.
     Service ServiceAt(double time) const;
