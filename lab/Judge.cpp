@@ -66,7 +66,7 @@ void Judge::TakeEvent(const Json& object) {
                       "no event of a Bluetooth keyboard after its disconnection",
                       "event " + object["event"].dump());
     m_visits.TakeEvent(object, route);
-    m_tag.JudgeShown(object);
+    m_tag.JudgeShown(object, route);
 }
 
 void Judge::Watch(const Player::Step& step) {

@@ -21,8 +21,9 @@ class TagRules {
     void JudgeTag(const std::string& memory, double now) const;
     /// What a phone read that has been at the tag since `begin`, alone.
     void JudgeReading(const Json& phone, const Command& tap, double begin) const;
-    /// The number of an event: a whole one, given since the library serves.
-    void JudgeShown(const Json& event) const;
+    /// The number of an event: a whole one, given since the library serves; on a keyboard, at any
+    /// time.
+    void JudgeShown(const Json& event, const std::string& route) const;
 
   private:
     struct Known {
