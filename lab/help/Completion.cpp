@@ -36,7 +36,7 @@ std::string OptionNames(const CommandInfo& command) {
 }
 
 bool TakesFile(const CommandOption& option) {
-    return option.value == "FILE" || option.value == "LOG" || option.name == "FILE" ||
+    return option.value.rfind("FILE", 0) == 0 || option.value == "LOG" || option.name == "FILE" ||
            option.name == "LOG";
 }
 
