@@ -11,7 +11,7 @@ namespace {
 
 template <std::size_t Size>
 std::string ToBytes(const std::uint8_t (&field)[Size]) {
-    return std::string(reinterpret_cast<const char*>(field), Size);
+    return {reinterpret_cast<const char*>(field), Size};
 }
 
 template <std::size_t Size>

@@ -9,6 +9,8 @@
 #include <string_view>
 
 /// A value. Zero bytes are data. No locks.
+// The bytes after the text are not cleared: that would take longer than to parse an image.
+// NOLINTBEGIN(cppcoreguidelines-pro-type-member-init)
 class ShortBytes {
   public:
     static constexpr std::size_t kMaxSize = 255;
@@ -32,3 +34,4 @@ class ShortBytes {
     std::uint8_t m_size = 0;
     std::array<char, kMaxSize> m_bytes;  // the first m_size have a value
 };
+// NOLINTEND(cppcoreguidelines-pro-type-member-init)
