@@ -103,7 +103,6 @@ TEST(RandomNumber, OutlivesTheHostsLastPointer) {
             EXPECT_EQ(setup.NumberOnChip(), NumberOf(fill));
             EXPECT_EQ(setup.log.Count("LocalWriteRand ReadRandNum Successful"), 1U);
             EXPECT_LE(hosted::Live().handles, 2U) << "the device's and that thread's";
-            EXPECT_EQ(hosted::Live().requests, 0U);
             setup.log.Clear();
         }
     });
