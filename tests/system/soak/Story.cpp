@@ -198,9 +198,8 @@ Words Artist::Draw() {
     const bool isSequence = Below(4) == 0;
     m_hosts = isSequence ? 1 : 1 + Below(4);
     m_managers = isSequence ? 1 : 1 + Below(2);
-    const bool hasBle = Has("ble");
     const bool isStuck = m_chip.rfind("fm", 0) == 0 && Below(3) == 0;
-    const bool hasHabits = hasBle && Below(2) == 0;
+    const bool hasHabits = Has("ble") && Below(2) == 0;
     const bool isRefused = hasHabits && Below(2) == 0;
     const std::string refused = "fault unsubscribe#1, disconnect#1\n";
     const auto lastWrite = [&](char number) {
@@ -234,8 +233,8 @@ Words Artist::Draw() {
          "renew " + Number(kLastNumber), "wait 60000", "in 0 tap 250", "wait 24000",
          "in 0 tap 2500", When(Below(2) == 0, "wait 500\n" + lastWrite(kLastNumber)),
          "wait " + Between(0, 1500),
-         When(hasBle, When(isRefused, refused) + "disconnect" +
-                          When(isRefused, "\nfault none\nin 0 tap 500 ble")),
+         When(Has("ble"), When(isRefused, refused) + "disconnect" +
+                              When(isRefused, "\nfault none\nin 0 tap 500 ble")),
          "stop" + When(m_managers > 1, "\nmanager 2 stop") +
              When(beside == "manager 4 create", "\nmanager 4 stop") + "\nwait 60000"});
     return m_story;
