@@ -71,6 +71,9 @@ void UnloadDriver(const std::wstring& name) {
     SERVICE_STATUS status = {};
     if (!ControlService(service.get(), SERVICE_CONTROL_STOP, &status)) {
         const DWORD error = GetLastError();
+        if (error == ERROR_SERVICE_CANNOT_ACCEPT_CTRL || error == ERROR_INVALID_SERVICE_CONTROL) {
+            return;  // the system has started it for a device, and has not unloaded it
+        }
         if (error != ERROR_SERVICE_NOT_ACTIVE) {
             Throw("the stop", name, error);
         }

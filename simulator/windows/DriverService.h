@@ -14,6 +14,7 @@ void LoadDriver(const std::wstring& name, const std::wstring& file);
 void RegisterDriver(const std::wstring& name, const std::wstring& file);
 
 /// Stops the driver and removes it from the service manager; does nothing if it is not registered.
+/// A driver that the system has loaded for a device, and keeps, stays registered.
 void UnloadDriver(const std::wstring& name);
 
 }  // namespace simulator

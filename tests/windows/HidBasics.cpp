@@ -78,6 +78,10 @@ class Keyboard {
                 m_readLength = message->length;
             } else if (message->kind == kRelayWrite) {
                 m_written.assign(message->data, message->data + message->dataSize);
+                RelayAnswer answer = {};
+                answer.id = message->id;
+                answer.count = message->dataSize;
+                m_control.Answer(answer);
                 SetEvent(m_wrote);
             } else if (message->kind == kRelayCancel) {
                 m_read = message->id == m_read ? 0 : m_read;
@@ -117,6 +121,12 @@ class Keyboard {
     HANDLE m_wrote = CreateEventW(nullptr, FALSE, FALSE, nullptr);
 };
 
+// Wine 8 counts one byte too few of a written report, and ends the requests to an unplugged device
+// with another code.
+bool IsWine() {
+    return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+}
+
 std::wstring OwnDirectory() {
     std::wstring path(MAX_PATH, L'\0');
     path.resize(GetModuleFileNameW(nullptr, path.data(), MAX_PATH));
@@ -135,10 +145,7 @@ int main() {
     for (int round = 0; round < 3; ++round) {
         DWORD error = control.Plug(kRelayHid, 1);
         Check(error == 0, "plugged", error);
-        Check(simulator::AwaitHid(true), "all there", GetTickCount());
-        for (const std::wstring& path : simulator::HidPaths()) {
-            std::printf("     %ls\n", path.c_str());
-        }
+        Check(simulator::AwaitHid(true), "all devices there");
         const HANDLE device = OpenKeyboard();
         Check(device != INVALID_HANDLE_VALUE, "opened", GetLastError());
         HIDD_ATTRIBUTES attributes = {};
@@ -159,10 +166,10 @@ int main() {
         Transfer write;
         write.bytes = {5, 1, 1, 8, static_cast<std::uint8_t>(round)};
         error = write.Start(device, false);
-        std::printf("     write started: %lu\n", error);
+        Check(error == ERROR_IO_PENDING, "write pends", error);
         error = write.End(device);
         Check(error == 0, "written", error);
-        Check(write.moved == kReportSize, "bytes written", write.moved);
+        Check(write.moved == kReportSize - (IsWine() ? 1 : 0), "bytes written", write.moved);
         const std::vector<std::uint8_t> seen = keyboard.Written();
         Check(seen.size() == kReportSize && std::memcmp(seen.data(), write.bytes.data(), 64) == 0,
               "the process has it", static_cast<DWORD>(seen.size()));
@@ -185,11 +192,8 @@ int main() {
         error = control.Plug(kRelayHid, 0);
         Check(error == 0, "unplugged", error);
         error = last.End(device);
-        Check(error != 0 && error != WAIT_TIMEOUT, "pending read ends", error);
-        Transfer late;
-        late.bytes[0] = 5;
-        std::printf("     read of the gone device: %lu\n", late.Start(device, true));
-        std::printf("     write to the gone device: %lu\n", late.Start(device, false));
+        Check(error == (IsWine() ? ERROR_ACCESS_DENIED : ERROR_DEVICE_NOT_CONNECTED),
+              "pending read ends", error);
         CloseHandle(device);
         Check(simulator::AwaitHid(false), "gone from the list");
     }

@@ -218,21 +218,31 @@ static NTSTATUS ReadReport(DEVICE_OBJECT *device, PIRP irp, ULONG room) {
     return Pend(item, irp, irp->UserBuffer, extension->relayed && !extension->gone, irql);
 }
 
-/* The class driver may hold its caller until the write is complete, and the device process may be
- * served by that same thread, so a write is complete as soon as it is queued. */
+/* Pends until the device process has taken the report, so a write fails as it says. A decoy takes
+ * everything. */
 static NTSTATUS WriteReport(DEVICE_OBJECT *device, PIRP irp) {
     const HID_XFER_PACKET *const packet = (const HID_XFER_PACKET *)irp->UserBuffer;
     struct Extension *extension = ExtensionOf(device);
+    struct Item *item;
+    int gone;
+    KIRQL irql;
     if (packet == NULL || packet->reportBufferLen > TAGPORT_RELAY_MOST_BYTES) {
         return Complete(irp, STATUS_INVALID_PARAMETER, 0);
     }
-    if (extension->gone) {
-        return Complete(irp, STATUS_DEVICE_NOT_CONNECTED, 0);
+    item = NewItem(kRelayWrite, kRelayHid, packet->reportBuffer, packet->reportBufferLen,
+                   packet->reportBufferLen);
+    if (item == NULL) {
+        return Complete(irp, STATUS_INSUFFICIENT_RESOURCES, 0);
     }
-    if (extension->relayed) {
-        Say(kRelayWrite, packet->reportBuffer, packet->reportBufferLen);
+    irql = EnterLock();
+    gone = extension->gone || extension->removed;
+    if (extension->relayed && !gone) {
+        return Pend(item, irp, NULL, 1, irql);
     }
-    return Complete(irp, STATUS_SUCCESS, packet->reportBufferLen);
+    LeaveLock(irql);
+    ExFreePool(item);
+    return Complete(irp, gone ? STATUS_DEVICE_NOT_CONNECTED : STATUS_SUCCESS,
+                    gone ? 0 : packet->reportBufferLen);
 }
 
 static NTSTATUS NTAPI DispatchInternal(DEVICE_OBJECT *device, PIRP irp) {

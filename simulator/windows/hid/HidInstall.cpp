@@ -160,14 +160,14 @@ void InstallHid(const std::wstring& directory) {
 }
 
 void RemoveHid() {
-    UnloadDriver(TAGPORT_HID_BUS_SERVICE);
-    UnloadDriver(TAGPORT_HID_MINI_SERVICE);
     const DeviceSet set;
     SP_DEVINFO_DATA device = {};
     device.cbSize = sizeof(device);
     if (SetupDiOpenDeviceInfoW(set.get(), kBusInstance, nullptr, 0, &device)) {
         SetupDiCallClassInstaller(DIF_REMOVE, set.get(), &device);
     }
+    UnloadDriver(TAGPORT_HID_BUS_SERVICE);
+    UnloadDriver(TAGPORT_HID_MINI_SERVICE);
     for (const wchar_t* const name : kDevices) {
         RegDeleteTreeW(HKEY_LOCAL_MACHINE, KeyOf(name).c_str());
     }
