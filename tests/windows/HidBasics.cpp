@@ -1,13 +1,12 @@
 // The HID test drivers, loaded: discovery data, one report in each direction, unplugging and coming
-// back, and a keyboard with another report size. Answers the requests itself.
+// back, and a storm of requests while the keyboard goes away. It is the device process itself.
+// usage: hid_basics [other-size]
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdio>
 #include <cstring>
-#include <cwchar>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -22,14 +21,15 @@ namespace {
 
 constexpr DWORD kReportSize = 64;
 constexpr DWORD kBound = 5'000;
-constexpr std::uint32_t kLongReports = TAGPORT_RELAY_LONG_REPORTS;
+constexpr std::uint8_t kReportId = 5;
 
 int g_failures = 0;
 
 void Check(bool good, const char* what, DWORD value = 0) {
-    std::printf("%s %s (%lu)\n", good ? "ok  " : "FAIL", what, value);
-    std::fflush(stdout);
-    g_failures += good ? 0 : 1;
+    if (!good) {
+        std::printf("failed: %s (%lu, error %lu)\n", what, value, GetLastError());
+        ++g_failures;
+    }
 }
 
 HANDLE OpenKeyboard() {
@@ -88,21 +88,22 @@ class Keyboard {
             }
         }
     }
-    bool Send(std::uint8_t first) {
-        for (int attempt = 0; attempt < 500; ++attempt) {
+    /// Answers the read that waits, or the next one. False when there is none for `patience` ms.
+    bool Send(std::uint8_t first, DWORD patience = kBound) {
+        for (DWORD waited = 0; waited < patience; ++waited) {
             {
                 const std::lock_guard<std::mutex> guard(m_mutex);
                 if (m_read != 0) {
                     RelayAnswer answer = {};
                     answer.id = m_read;
                     answer.count = answer.dataSize = m_readLength;
-                    answer.data[0] = 5;
+                    answer.data[0] = kReportId;
                     answer.data[1] = first;
                     m_read = 0;
                     return m_control.Answer(answer);
                 }
             }
-            Sleep(10);
+            Sleep(1);
         }
         return false;
     }
@@ -133,87 +134,149 @@ std::wstring OwnDirectory() {
     return path.substr(0, path.rfind(L'\\') + 1);
 }
 
+void CheckDescription(HANDLE device) {
+    HIDD_ATTRIBUTES attributes = {};
+    attributes.Size = sizeof(attributes);
+    HidD_GetAttributes(device, &attributes);
+    Check(attributes.VendorID == 0x7A3E && attributes.ProductID == 0x10B8, "identity",
+          attributes.ProductID);
+    PHIDP_PREPARSED_DATA data = nullptr;
+    HIDP_CAPS caps = {};
+    HidD_GetPreparsedData(device, &data);
+    HidP_GetCaps(data, &caps);
+    HidD_FreePreparsedData(data);
+    Check(caps.UsagePage == 0x464E && caps.Usage == 0x43, "usage", caps.Usage);
+    Check(caps.InputReportByteLength == kReportSize, "input size", caps.InputReportByteLength);
+    Check(caps.OutputReportByteLength == kReportSize, "output size", caps.OutputReportByteLength);
+}
+
+void CheckReports(HANDLE device, Keyboard& keyboard) {
+    Transfer write;
+    write.bytes = {kReportId, 1, 1, 8, 42};
+    Check(write.Start(device, false) == ERROR_IO_PENDING, "write pends");
+    DWORD error = write.End(device);
+    Check(error == 0, "written", error);
+    Check(write.moved == kReportSize - (IsWine() ? 1 : 0), "bytes written", write.moved);
+    const std::vector<std::uint8_t> seen = keyboard.Written();
+    Check(std::equal(seen.begin(), seen.end(), write.bytes.begin(), write.bytes.end()),
+          "the process has it", static_cast<DWORD>(seen.size()));
+
+    Transfer read;
+    Check(read.Start(device, true) == ERROR_IO_PENDING, "read pends");
+    Check(keyboard.Send(42), "report sent");
+    error = read.End(device);
+    Check(error == 0 && read.moved == kReportSize && read.bytes[1] == 42, "read", error);
+
+    Transfer cancelled;
+    cancelled.Start(device, true);
+    Check(CancelIoEx(device, &cancelled.overlapped) != FALSE, "cancelled");
+    error = cancelled.End(device);
+    Check(error == ERROR_OPERATION_ABORTED, "cancelled read ends", error);
+}
+
+void PlugIn(simulator::RelayControl& control, std::uint32_t present) {
+    const DWORD error = control.Plug(kRelayHid, present);
+    Check(error == 0, "plugged or unplugged", error);
+    Check(simulator::AwaitHid(present != 0), "the system has seen it");
+}
+
+void PlayRound(simulator::RelayControl& control, Keyboard& keyboard) {
+    PlugIn(control, 1);
+    const HANDLE device = OpenKeyboard();
+    Check(device != INVALID_HANDLE_VALUE, "opened");
+    CheckDescription(device);
+    CheckReports(device, keyboard);
+    Transfer last;
+    last.Start(device, true);
+    PlugIn(control, 0);
+    const DWORD error = last.End(device);
+    Check(error == (IsWine() ? ERROR_ACCESS_DENIED : ERROR_DEVICE_NOT_CONNECTED),
+          "pending read ends", error);
+    CloseHandle(device);
+}
+
+// Reports, reads, cancellations and writes while the keyboard goes away: every request ends.
+void PlayRace(simulator::RelayControl& control, Keyboard& keyboard) {
+    PlugIn(control, 1);
+    const HANDLE device = OpenKeyboard();
+    std::atomic<bool> over{false};
+    std::atomic<unsigned> unended{0};
+    std::thread sender([&] {
+        while (!over) {
+            keyboard.Send(7, 1);
+        }
+    });
+    std::array<std::thread, 3> hosts;
+    for (std::size_t host = 0; host < hosts.size(); ++host) {
+        hosts[host] = std::thread([&, host] {
+            while (!over) {
+                Transfer transfer;
+                transfer.bytes[0] = kReportId;
+                const DWORD error = transfer.Start(device, host != 0);
+                if (error != 0 && error != ERROR_IO_PENDING) {
+                    continue;
+                }
+                if (host == 2) {
+                    CancelIoEx(device, &transfer.overlapped);
+                }
+                if (transfer.End(device) == WAIT_TIMEOUT && !over) {
+                    ++unended;
+                }
+            }
+        });
+    }
+    constexpr DWORD kRaceTime = 100;
+    Sleep(kRaceTime);
+    PlugIn(control, 0);
+    over = true;
+    for (std::thread& host : hosts) {
+        host.join();
+    }
+    sender.join();
+    Check(unended == 0, "requests without an end", unended);
+    CloseHandle(device);
+}
+
+// Runs the lab against a keyboard whose reports are longer than the library's.
+int PlayOtherSize(simulator::RelayControl& control) {
+    PlugIn(control, TAGPORT_RELAY_LONG_REPORTS);
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process = {};
+    std::wstring command = OwnDirectory() + L"tagport-lab.exe run --json";
+    DWORD status = 0;
+    if (!CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                        &startup, &process)) {
+        std::printf("the lab cannot be started, error %lu\n", GetLastError());
+        return 2;
+    }
+    WaitForSingleObject(process.hProcess, INFINITE);
+    GetExitCodeProcess(process.hProcess, &status);
+    return static_cast<int>(status);
+}
+
 }  // namespace
 
-int main() {
-    simulator::InstallHid(OwnDirectory());
+int main(int argc, char** argv) {
+    constexpr int kRounds = 3;
+    constexpr int kRaces = 6;
     simulator::RelayControl control(TAGPORT_RELAY_HID_CONTROL);
     Keyboard keyboard(control);
-    std::thread server([&] { keyboard.Run(); });
-    Check(OpenKeyboard() == INVALID_HANDLE_VALUE, "no keyboard before it is plugged");
-
-    for (int round = 0; round < 3; ++round) {
-        DWORD error = control.Plug(kRelayHid, 1);
-        Check(error == 0, "plugged", error);
-        Check(simulator::AwaitHid(true), "all devices there");
-        const HANDLE device = OpenKeyboard();
-        Check(device != INVALID_HANDLE_VALUE, "opened", GetLastError());
-        HIDD_ATTRIBUTES attributes = {};
-        attributes.Size = sizeof(attributes);
-        Check(HidD_GetAttributes(device, &attributes) != FALSE, "attributes", GetLastError());
-        Check(attributes.VendorID == 0x7A3E && attributes.ProductID == 0x10B8, "identity",
-              attributes.ProductID);
-        PHIDP_PREPARSED_DATA data = nullptr;
-        HIDP_CAPS caps = {};
-        Check(HidD_GetPreparsedData(device, &data) != FALSE, "preparsed data", GetLastError());
-        HidP_GetCaps(data, &caps);
-        HidD_FreePreparsedData(data);
-        Check(caps.UsagePage == 0x464E && caps.Usage == 0x43, "usage", caps.Usage);
-        Check(caps.InputReportByteLength == kReportSize, "input size", caps.InputReportByteLength);
-        Check(caps.OutputReportByteLength == kReportSize, "output size",
-              caps.OutputReportByteLength);
-
-        Transfer write;
-        write.bytes = {5, 1, 1, 8, static_cast<std::uint8_t>(round)};
-        error = write.Start(device, false);
-        Check(error == ERROR_IO_PENDING, "write pends", error);
-        error = write.End(device);
-        Check(error == 0, "written", error);
-        Check(write.moved == kReportSize - (IsWine() ? 1 : 0), "bytes written", write.moved);
-        const std::vector<std::uint8_t> seen = keyboard.Written();
-        Check(seen.size() == kReportSize && std::memcmp(seen.data(), write.bytes.data(), 64) == 0,
-              "the process has it", static_cast<DWORD>(seen.size()));
-
-        Transfer read;
-        error = read.Start(device, true);
-        Check(error == ERROR_IO_PENDING, "read pends", error);
-        Check(keyboard.Send(42), "report sent");
-        error = read.End(device);
-        Check(error == 0 && read.moved == kReportSize && read.bytes[1] == 42, "read", error);
-
-        Transfer cancelled;
-        cancelled.Start(device, true);
-        Check(CancelIoEx(device, &cancelled.overlapped) != FALSE, "cancelled", GetLastError());
-        error = cancelled.End(device);
-        Check(error == ERROR_OPERATION_ABORTED, "cancelled read ends", error);
-
-        Transfer last;
-        last.Start(device, true);
-        error = control.Plug(kRelayHid, 0);
-        Check(error == 0, "unplugged", error);
-        error = last.End(device);
-        Check(error == (IsWine() ? ERROR_ACCESS_DENIED : ERROR_DEVICE_NOT_CONNECTED),
-              "pending read ends", error);
-        CloseHandle(device);
-        Check(simulator::AwaitHid(false), "gone from the list");
+    std::thread([&] { keyboard.Run(); }).detach();
+    int status = 0;
+    if (argc > 1 && std::strcmp(argv[1], "other-size") == 0) {
+        status = PlayOtherSize(control);
+    } else {
+        for (int round = 0; round < kRounds; ++round) {
+            PlayRound(control, keyboard);
+        }
+        for (int race = 0; race < kRaces; ++race) {
+            PlayRace(control, keyboard);
+        }
+        std::printf("%d failures\n", g_failures);
+        status = g_failures == 0 ? 0 : 1;
     }
-
-    control.Plug(kRelayHid, kLongReports);
-    simulator::AwaitHid(true);
-    const HANDLE device = OpenKeyboard();
-    Transfer longRead;
-    Transfer longWrite;
-    DWORD error = longRead.Start(device, true);
-    if (error == ERROR_IO_PENDING) {
-        keyboard.Send(43);
-        error = longRead.End(device);
-    }
-    Check(error != 0, "short read of long reports is refused", error);
-    error = longWrite.Start(device, false);
-    Check(error != 0 && error != ERROR_IO_PENDING, "short write of long reports is refused", error);
-    CloseHandle(device);
-    control.Stop();
-    server.join();
-    std::printf("%d failures\n", g_failures);
-    return g_failures == 0 ? 0 : 1;
+    std::fflush(stdout);
+    control.Plug(kRelayHid, 0);
+    TerminateProcess(GetCurrentProcess(), static_cast<UINT>(status));
 }
