@@ -45,8 +45,8 @@ bool IsInterruptWait(const hosted::Request& request) {
 
 class TracingPeer : public LinkDockService::BlePeer {
   public:
-    TracingPeer(std::shared_ptr<BlePeer> peer, Recorder& recorder)
-        : m_peer(std::move(peer)), m_recorder(recorder) {}
+    TracingPeer(std::shared_ptr<BlePeer> peer, Recorder& recorder, std::function<double()> now)
+        : m_peer(std::move(peer)), m_recorder(recorder), m_now(std::move(now)) {}
 
     int Connect(std::uint64_t address) override {
         return Record("open", "connect the keyboard", {}, m_peer->Connect(address));
@@ -85,19 +85,21 @@ class TracingPeer : public LinkDockService::BlePeer {
             object["error"] = result;
         }
         object["meaning"] = meaning;
-        m_recorder.Add(hosted::CurrentThread(), Milliseconds(hosted::Now()), std::move(object));
+        m_recorder.Add(hosted::CurrentThread(), m_now(), std::move(object));
         return result;
     }
 
     std::shared_ptr<BlePeer> m_peer;
     Recorder& m_recorder;
+    std::function<double()> m_now;
 };
 
 }  // namespace
 
 std::shared_ptr<LinkDockService::BlePeer> TracedPeer(std::shared_ptr<LinkDockService::BlePeer> peer,
-                                                     Recorder& recorder) {
-    return std::make_shared<TracingPeer>(std::move(peer), recorder);
+                                                     Recorder& recorder,
+                                                     std::function<double()> now) {
+    return std::make_shared<TracingPeer>(std::move(peer), recorder, std::move(now));
 }
 
 void BusTrace::Add(hosted::ThreadId thread, hosted::Micros time, Json fields) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
 
 #include "lab/BusMeaning.h"
@@ -32,8 +33,9 @@ class BusTrace {
     std::atomic<int> m_threads{0};
 };
 
-/// Wraps a Bluetooth device and records the calls that reach it.
+/// Wraps a Bluetooth device and records the calls that reach it, at the milliseconds of `now`.
 std::shared_ptr<LinkDockService::BlePeer> TracedPeer(std::shared_ptr<LinkDockService::BlePeer> peer,
-                                                     Recorder& recorder);
+                                                     Recorder& recorder,
+                                                     std::function<double()> now);
 
 }  // namespace lab

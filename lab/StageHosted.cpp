@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "lab/BleClient.h"
 #include "lab/BusTrace.h"
 #include "lab/Failure.h"
 #include "lab/Hex.h"
@@ -178,17 +179,7 @@ class HostedStage : public Stage {
         }
     }
     void BleClient(const std::map<std::string, std::string>& fields) override {
-        const auto number = [&](const char* name, unsigned otherwise) {
-            const auto found = fields.find(name);
-            return found == fields.end() ? otherwise
-                                         : static_cast<unsigned>(std::stoul(found->second));
-        };
-        LinkDockService::DeliveryHabits habits;
-        habits.insideSubscribeMs = number("inside-subscribe", 0);
-        habits.insideWriteMs = number("inside-write", 0);
-        habits.threads = std::max(number("threads", 1), 1U);
-        habits.afterRefusedUnsubscribe = fields.count("after-refusal") > 0;
-        LinkDockService::SetDeliveryHabits(habits);
+        ApplyDeliveryHabits(fields);
     }
 
     void Unplug() override { m_pc->Unplug(); }
@@ -249,7 +240,8 @@ class HostedStage : public Stage {
         // The keyboard lives as long as the PC, and the PC as long as the process.
         const std::shared_ptr<simulator::BluetoothKeyboard> keyboard(std::shared_ptr<void>(),
                                                                      m_pc->bluetooth());
-        LinkDockService::SetPeer(TracedPeer(simulator::BlePeerAdapter::Make(keyboard), m_recorder));
+        LinkDockService::SetPeer(TracedPeer(simulator::BlePeerAdapter::Make(keyboard), m_recorder,
+                                            [this] { return Now(); }));
     }
 
     StageOptions m_options;

@@ -45,7 +45,8 @@ HMODULE ModuleOf(const void* code) {
     return module;
 }
 
-/// The threads of this process that run the library.
+}  // namespace
+
 unsigned LibraryThreads() {
     const HMODULE library = GetModuleHandleW(L"tagport.dll");
     const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
@@ -62,6 +63,8 @@ unsigned LibraryThreads() {
     return count;
 }
 
+namespace {
+
 class RelayStage : public WindowsStage {
   public:
     RelayStage(const StageOptions& options, Recorder& recorder)
@@ -74,7 +77,8 @@ class RelayStage : public WindowsStage {
                                      m_routeName == "i2c" && IsFanli())) {
         for (const std::string& name : m_routeNames) {
             if (name != "i2c" && name != "usb" && name != "hid") {
-                throw WrongCall("--route " + name + ": i2c, usb or hid would be right");
+                throw WrongCall("--route " + name +
+                                ": i2c, usb or hid would be right, or ble alone");
             }
         }
         const auto& kinds = simulator::ChipKinds();

@@ -8,4 +8,7 @@ namespace lab {
 /// Needs the options' route. WrongCall for options that do not fit.
 Stage* MakeRelayStage(const StageOptions& options, Recorder& recorder);
 
+/// The threads of this process that run the library.
+unsigned LibraryThreads();
+
 }  // namespace lab

@@ -8,6 +8,7 @@
 
 #include "lab/Failure.h"
 #include "lab/LogSink.h"
+#include "lab/StageBluetooth.h"
 #include "lab/StageRelay.h"
 #include "lab/Terminal.h"
 #include "platform/platform.h"
@@ -134,6 +135,9 @@ Stage& MakeStage(const StageOptions& options, Recorder& recorder) {
             }
         };
         refuse(options.check, "--check");
+        if (options.route == "ble") {
+            return MakeBluetoothStage(options, recorder);
+        }
         if (options.route) {
             return MakeRelayStage(options, recorder);
         }

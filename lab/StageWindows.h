@@ -53,8 +53,8 @@ class WindowsStage : public Stage {
     Recorder& recorder() { return m_recorder; }
     /// `micros` of the system's steady clock, as milliseconds of this stage.
     double TimeOf(std::int64_t micros) const;
-    /// Reports to the recorder which routine a thread runs, once, so that threads of one routine share
-    /// their name. Any thread.
+    /// Reports to the recorder which routine a thread runs, once, so that threads of one routine
+    /// share their name. Any thread.
     void NameThreadByRoutine(ThreadKey thread);
 
   private:

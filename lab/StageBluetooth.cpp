@@ -1,0 +1,124 @@
+// The simulated keyboard, its phones and the faults of the client.
+#include "lab/StageBluetooth.h"
+
+#include <memory>
+#include <utility>
+
+#include "lab/BleClient.h"
+#include "lab/BusTrace.h"
+#include "lab/Failure.h"
+#include "lab/Hex.h"
+#include "lab/PhoneObject.h"
+#include "lab/StageRelay.h"
+#include "lab/StageWindows.h"
+#include "platform/hosted/Kernel.h"
+#include "simulator/SimulatedPc.h"
+
+namespace lab {
+
+namespace {
+
+constexpr std::int64_t kThreadEndBound = 5'000;
+constexpr char kNoFaults[] = "none";
+
+hosted::Micros Micros(std::int64_t milliseconds) {
+    return milliseconds * hosted::kMillisecond;
+}
+
+class BluetoothStage : public WindowsStage {
+  public:
+    BluetoothStage(const StageOptions& options, Recorder& recorder)
+        : WindowsStage(recorder), m_fault(options.fault.value_or(kNoFaults)) {
+        if (options.chip) {
+            throw WrongCall("--chip " + *options.chip + ": the ble route has no chip to choose");
+        }
+        try {
+            Fault(m_fault, false);
+        } catch (const WrongCall& problem) {
+            throw WrongCall("--fault: " + std::string(problem.what()));
+        }
+    }
+
+    void CreateDevices() override {
+        WindowsStage::CreateDevices();
+        m_pc = std::make_unique<simulator::SimulatedPc>(
+            std::vector<simulator::PcRoute>{simulator::PcRoute::kBle}, "");
+        Trace();
+        Fault(m_fault, true);
+    }
+
+    std::string Route() const override { return "ble"; }
+    bool HasRoute(const std::string& name) const override { return name == "ble"; }
+    std::uint64_t KeyboardAddress() const override { return simulator::kDefaultBleAddress; }
+    std::string DefaultScript() const override { return VisitScript(Chip()); }
+
+    void Tap(std::int64_t in, std::int64_t stay, const std::string& route) override {
+        if (!route.empty() && !HasRoute(route)) {
+            throw WrongCall("the PC has no tag on the " + route + " route");
+        }
+        m_pc->TapPhone(Micros(in), Micros(stay), Reporter());
+    }
+    void Enter(std::int64_t in) override { m_pc->HoldPhone(Micros(in), Reporter()); }
+    void Leave(std::int64_t in) override { m_pc->TakePhone(Micros(in)); }
+    void ChipStatus(std::int64_t /*in*/, std::uint8_t /*status*/) override {
+        throw WrongCall("chip-status: the ble route has no chip");
+    }
+    void ChipBits(unsigned /*reg*/, std::uint8_t /*mask*/, std::uint8_t /*value*/) override {
+        throw WrongCall("chip-bits: the ble route has no chip");
+    }
+    void Unplug() override { m_pc->Unplug(); }
+    void Plug() override {
+        m_pc->Plug();
+        Trace();
+    }
+    void BleClient(const std::map<std::string, std::string>& fields) override {
+        ApplyDeliveryHabits(fields);
+    }
+    void Fault(const std::string& plan, bool apply) override {
+        std::string error;
+        const auto faults = simulator::PcFaults::Parse(plan == kNoFaults ? "" : plan,
+                                                       {simulator::PcRoute::kBle}, error);
+        if (!faults) {
+            throw WrongCall(error);
+        }
+        if (apply) {
+            m_pc->SetFaults(*faults);
+        }
+    }
+
+    std::string TagMemory() const override {
+        const hosted::DeviceLock lock;
+        const Bytes bytes = m_pc->TagMemory();
+        return std::string(AsText(bytes));
+    }
+
+    void WaitForThreads() override {
+        // The deferred call thread stays blocked after the last manager is released.
+        WaitFor([] { return LibraryThreads() <= 1; }, kThreadEndBound, "");
+    }
+
+  private:
+    simulator::Phone::Reporter Reporter() {
+        return [this](const simulator::PhoneReport& report) {
+            recorder().AddNamed(kHostThread, TimeOf(report.time), PhoneObject(report));
+        };
+    }
+    void Trace() {
+        // The keyboard lives as long as the PC, and the PC as long as the process.
+        const std::shared_ptr<simulator::BluetoothKeyboard> keyboard(std::shared_ptr<void>(),
+                                                                     m_pc->bluetooth());
+        LinkDockService::SetPeer(TracedPeer(simulator::BlePeerAdapter::Make(keyboard), recorder(),
+                                            [this] { return Now(); }));
+    }
+
+    std::string m_fault;
+    std::unique_ptr<simulator::SimulatedPc> m_pc;
+};
+
+}  // namespace
+
+Stage* MakeBluetoothStage(const StageOptions& options, Recorder& recorder) {
+    return new BluetoothStage(options, recorder);
+}
+
+}  // namespace lab
