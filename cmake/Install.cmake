@@ -95,7 +95,7 @@ if(TARGET tagport-lab)
   install(TARGETS tagport-lab
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT lab)
   if(WIN32)
-    install(TARGETS tagport-devices tagport-relay
+    install(TARGETS tagport-devices tagport-relay tagport-hid tagport-hidbus
       RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT devices ${by_name_only}
       LIBRARY DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT devices ${by_name_only})
   endif()

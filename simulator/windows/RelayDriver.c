@@ -7,31 +7,31 @@
 struct Extension {
     uint32_t device; /* a RelayDevice */
     unsigned opens;
-    int gone;        /* unplugged; the object is deleted when its last handle is closed */
+    int gone; /* unplugged; the object is deleted when its last handle is closed */
     int deleted;
 };
 
 /* What a host's file object keeps in FsContext. */
 enum FileState { kFileNew, kFileOpen, kFileRefused };
 
-static DRIVER_OBJECT *g_driver;
+static DRIVER_OBJECT* g_driver;
 
 /* Used by SetPresent alone. */
-static DEVICE_OBJECT *g_devices[kRelayDevices];
+static DEVICE_OBJECT* g_devices[kRelayDevices];
 static unsigned g_devicesMade;
 
-static const WCHAR *const g_links[kRelayDevices] = {
-    L"\\DosDevices\\Global\\SPBNFCDRIVER", L"\\DosDevices\\Global\\KEYBOARDNFC", NULL};
+static const WCHAR* const g_links[kRelayDevices] = {L"\\DosDevices\\Global\\SPBNFCDRIVER",
+                                                    L"\\DosDevices\\Global\\KEYBOARDNFC", NULL};
 static const WCHAR g_controlName[] = L"\\Device\\" TAGPORT_RELAY_SPB_CONTROL;
 static const WCHAR g_controlLink[] = L"\\DosDevices\\Global\\" TAGPORT_RELAY_SPB_CONTROL;
 
-static struct Extension *ExtensionOf(DEVICE_OBJECT *device) {
-    return (struct Extension *)device->DeviceExtension;
+static struct Extension* ExtensionOf(DEVICE_OBJECT* device) {
+    return (struct Extension*)device->DeviceExtension;
 }
 
 /* Counts a handle that was not opened after all. Under the lock. */
 static void OpenFailed(PIRP irp) {
-    IO_STACK_LOCATION *stack = IoGetCurrentIrpStackLocation(irp);
+    IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
     if (stack->MajorFunction == IRP_MJ_CREATE) {
         stack->FileObject->FsContext = (PVOID)(ULONG_PTR)kFileRefused;
         --ExtensionOf(stack->DeviceObject)->opens;
@@ -39,10 +39,10 @@ static void OpenFailed(PIRP irp) {
 }
 
 /* Makes a request pending and passes it on. */
-static NTSTATUS Forward(DEVICE_OBJECT *device, PIRP irp, uint32_t kind, uint32_t controlCode,
-                        const void *data, uint32_t dataSize, uint32_t length) {
-    struct Extension *extension = ExtensionOf(device);
-    struct Item *item;
+static NTSTATUS Forward(DEVICE_OBJECT* device, PIRP irp, uint32_t kind, uint32_t controlCode,
+                        const void* data, uint32_t dataSize, uint32_t length) {
+    struct Extension* extension = ExtensionOf(device);
+    struct Item* item;
     NTSTATUS refusal = STATUS_SUCCESS;
     KIRQL irql;
     if (dataSize > TAGPORT_RELAY_MOST_BYTES || length > TAGPORT_RELAY_MOST_BYTES) {
@@ -60,7 +60,7 @@ static NTSTATUS Forward(DEVICE_OBJECT *device, PIRP irp, uint32_t kind, uint32_t
     } else if (kind == kRelayOpen && extension->opens != 0) {
         refusal = STATUS_SHARING_VIOLATION;
     } else {
-        FILE_OBJECT *file = IoGetCurrentIrpStackLocation(irp)->FileObject;
+        FILE_OBJECT* file = IoGetCurrentIrpStackLocation(irp)->FileObject;
         if (kind == kRelayOpen) {
             ++extension->opens;
             file->FsContext = (PVOID)(ULONG_PTR)kFileOpen;
@@ -85,10 +85,10 @@ static NTSTATUS Plug(uint32_t which) {
     WCHAR name[] = L"\\Device\\TagportRelay0000";
     UNICODE_STRING nameString;
     UNICODE_STRING linkString;
-    DEVICE_OBJECT *device;
+    DEVICE_OBJECT* device;
     NTSTATUS status;
     unsigned serial = g_devicesMade++ % 10000;
-    WCHAR *digit = &name[sizeof(name) / sizeof(*name) - 2];
+    WCHAR* digit = &name[sizeof(name) / sizeof(*name) - 2];
     if (g_devices[which] != NULL) {
         return STATUS_SUCCESS;
     }
@@ -117,7 +117,7 @@ static NTSTATUS Plug(uint32_t which) {
 }
 
 /* True once for a device that nobody uses any more: the caller deletes it. Under the lock. */
-static int IsLastUse(struct Extension *extension) {
+static int IsLastUse(struct Extension* extension) {
     if (!extension->gone || extension->opens != 0 || extension->deleted) {
         return 0;
     }
@@ -127,7 +127,7 @@ static int IsLastUse(struct Extension *extension) {
 
 static void Unplug(uint32_t which) {
     UNICODE_STRING link;
-    DEVICE_OBJECT *device = g_devices[which];
+    DEVICE_OBJECT* device = g_devices[which];
     int last;
     KIRQL irql;
     if (device == NULL) {
@@ -160,7 +160,7 @@ static NTSTATUS SetPresent(uint32_t which, uint32_t present) {
     return STATUS_SUCCESS;
 }
 
-static NTSTATUS NTAPI DispatchCreate(DEVICE_OBJECT *device, PIRP irp) {
+static NTSTATUS NTAPI DispatchCreate(DEVICE_OBJECT* device, PIRP irp) {
     if (IsControl(device)) {
         return ControlCreate(irp);
     }
@@ -168,7 +168,7 @@ static NTSTATUS NTAPI DispatchCreate(DEVICE_OBJECT *device, PIRP irp) {
 }
 
 /* The last handle is closed: its requests end now. */
-static NTSTATUS NTAPI DispatchCleanup(DEVICE_OBJECT *device, PIRP irp) {
+static NTSTATUS NTAPI DispatchCleanup(DEVICE_OBJECT* device, PIRP irp) {
     if (IsControl(device)) {
         return ControlCleanup(irp);
     }
@@ -178,9 +178,9 @@ static NTSTATUS NTAPI DispatchCleanup(DEVICE_OBJECT *device, PIRP irp) {
 }
 
 /* Some systems send no clean-up, so this does the same first. */
-static NTSTATUS NTAPI DispatchClose(DEVICE_OBJECT *device, PIRP irp) {
-    FILE_OBJECT *file = IoGetCurrentIrpStackLocation(irp)->FileObject;
-    struct Extension *extension = ExtensionOf(device);
+static NTSTATUS NTAPI DispatchClose(DEVICE_OBJECT* device, PIRP irp) {
+    FILE_OBJECT* file = IoGetCurrentIrpStackLocation(irp)->FileObject;
+    struct Extension* extension = ExtensionOf(device);
     int last = 0;
     KIRQL irql;
     if (IsControl(device)) {
@@ -192,7 +192,7 @@ static NTSTATUS NTAPI DispatchClose(DEVICE_OBJECT *device, PIRP irp) {
         file->FsContext = (PVOID)(ULONG_PTR)kFileNew;
         --extension->opens;
         if (extension->opens == 0 && !extension->gone && HasOwner()) {
-            struct Item *item = NewItem(kRelayClose, extension->device, NULL, 0, 0);
+            struct Item* item = NewItem(kRelayClose, extension->device, NULL, 0, 0);
             if (item != NULL) {
                 Post(item);
             }
@@ -208,7 +208,7 @@ static NTSTATUS NTAPI DispatchClose(DEVICE_OBJECT *device, PIRP irp) {
     return STATUS_SUCCESS;
 }
 
-static NTSTATUS NTAPI DispatchRead(DEVICE_OBJECT *device, PIRP irp) {
+static NTSTATUS NTAPI DispatchRead(DEVICE_OBJECT* device, PIRP irp) {
     if (IsControl(device)) {
         return Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
     }
@@ -216,7 +216,7 @@ static NTSTATUS NTAPI DispatchRead(DEVICE_OBJECT *device, PIRP irp) {
                    IoGetCurrentIrpStackLocation(irp)->Parameters.Read.Length);
 }
 
-static NTSTATUS NTAPI DispatchWrite(DEVICE_OBJECT *device, PIRP irp) {
+static NTSTATUS NTAPI DispatchWrite(DEVICE_OBJECT* device, PIRP irp) {
     const ULONG length = IoGetCurrentIrpStackLocation(irp)->Parameters.Write.Length;
     if (IsControl(device)) {
         return Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
@@ -224,8 +224,8 @@ static NTSTATUS NTAPI DispatchWrite(DEVICE_OBJECT *device, PIRP irp) {
     return Forward(device, irp, kRelayWrite, 0, irp->AssociatedIrp.SystemBuffer, length, length);
 }
 
-static NTSTATUS NTAPI DispatchControl(DEVICE_OBJECT *device, PIRP irp) {
-    IO_STACK_LOCATION *stack = IoGetCurrentIrpStackLocation(irp);
+static NTSTATUS NTAPI DispatchControl(DEVICE_OBJECT* device, PIRP irp) {
+    IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
     if (IsControl(device)) {
         return ControlRequest(irp);
     }
@@ -235,14 +235,14 @@ static NTSTATUS NTAPI DispatchControl(DEVICE_OBJECT *device, PIRP irp) {
                    stack->Parameters.DeviceIoControl.OutputBufferLength);
 }
 
-static void NTAPI Unload(DRIVER_OBJECT *driver) {
+static void NTAPI Unload(DRIVER_OBJECT* driver) {
     ReleaseRelay(g_controlLink);
     while (driver->DeviceObject != NULL) {
         IoDeleteDevice(driver->DeviceObject);
     }
 }
 
-NTSTATUS NTAPI DriverEntry(DRIVER_OBJECT *driver, UNICODE_STRING *registryPath) {
+NTSTATUS NTAPI DriverEntry(DRIVER_OBJECT* driver, UNICODE_STRING* registryPath) {
     static const struct RelayHooks hooks = {SetPresent, OpenFailed};
     (void)registryPath;
     g_driver = driver;

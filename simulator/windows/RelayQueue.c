@@ -1,15 +1,15 @@
 /* Messages, pending requests, and the control device. */
 #include "simulator/windows/RelayQueue.h"
 
-static DEVICE_OBJECT *g_control;
-static const struct RelayHooks *g_hooks;
+static DEVICE_OBJECT* g_control;
+static const struct RelayHooks* g_hooks;
 
 /* Guards the variables up to g_lastId, and the fields of items. */
 static KSPIN_LOCK g_lock;
 static LIST_ENTRY g_messages; /* items that wait for a TAGPORT_RELAY_NEXT */
 static LIST_ENTRY g_pending;  /* items of requests that wait for their answer */
 static LIST_ENTRY g_nexts;    /* IRPs of TAGPORT_RELAY_NEXT */
-static FILE_OBJECT *g_owner;  /* the device process's handle */
+static FILE_OBJECT* g_owner;  /* the device process's handle */
 static uint64_t g_lastId;
 
 static KEVENT g_plugging; /* taken while a device comes or goes */
@@ -37,7 +37,7 @@ NTSTATUS Complete(PIRP irp, NTSTATUS status, ULONG_PTR information) {
 
 void Deliver(void) {
     for (;;) {
-        struct Item *item = NULL;
+        struct Item* item = NULL;
         PIRP next = NULL;
         KIRQL irql = EnterLock();
         while (next == NULL && !IsListEmpty(&g_messages) && !IsListEmpty(&g_nexts)) {
@@ -66,7 +66,7 @@ void Deliver(void) {
 
 /* The item of a request that is no longer pending: tells the process if it knows the request.
  * Under the lock. */
-static void Retire(struct Item *item) {
+static void Retire(struct Item* item) {
     item->irp = NULL;
     if (item->delivered && g_owner != NULL) {
         item->message.kind = kRelayCancel;
@@ -82,7 +82,7 @@ static void Retire(struct Item *item) {
 
 /* Takes a pending request, so that the caller completes it. False when its cancel routine does.
  * Under the lock. */
-static int Take(struct Item *item) {
+static int Take(struct Item* item) {
     if (IoSetCancelRoutine(item->irp, NULL) == NULL) {
         return 0;
     }
@@ -96,8 +96,8 @@ static void Failed(PIRP irp) {
     }
 }
 
-static void NTAPI CancelHostRequest(DEVICE_OBJECT *device, PIRP irp) {
-    struct Item *item = (struct Item *)irp->Tail.Overlay.DriverContext[0];
+static void NTAPI CancelHostRequest(DEVICE_OBJECT* device, PIRP irp) {
+    struct Item* item = (struct Item*)irp->Tail.Overlay.DriverContext[0];
     KIRQL irql;
     (void)device;
     IoReleaseCancelSpinLock(irp->CancelIrql);
@@ -110,7 +110,7 @@ static void NTAPI CancelHostRequest(DEVICE_OBJECT *device, PIRP irp) {
     Deliver();
 }
 
-static void NTAPI CancelNext(DEVICE_OBJECT *device, PIRP irp) {
+static void NTAPI CancelNext(DEVICE_OBJECT* device, PIRP irp) {
     KIRQL irql;
     (void)device;
     IoReleaseCancelSpinLock(irp->CancelIrql);
@@ -120,14 +120,14 @@ static void NTAPI CancelNext(DEVICE_OBJECT *device, PIRP irp) {
     Complete(irp, STATUS_CANCELLED, 0);
 }
 
-void FailPending(FILE_OBJECT *file, DEVICE_OBJECT *device, NTSTATUS status) {
+void FailPending(FILE_OBJECT* file, DEVICE_OBJECT* device, NTSTATUS status) {
     for (;;) {
         PIRP irp = NULL;
         PLIST_ENTRY entry;
         KIRQL irql = EnterLock();
         for (entry = g_pending.Flink; irp == NULL && entry != &g_pending;) {
-            struct Item *item = CONTAINING_RECORD(entry, struct Item, inPending);
-            IO_STACK_LOCATION *stack = IoGetCurrentIrpStackLocation(item->irp);
+            struct Item* item = CONTAINING_RECORD(entry, struct Item, inPending);
+            IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(item->irp);
             entry = entry->Flink;
             if ((file == NULL || stack->FileObject == file) &&
                 (device == NULL || stack->DeviceObject == device) && Take(item)) {
@@ -144,9 +144,9 @@ void FailPending(FILE_OBJECT *file, DEVICE_OBJECT *device, NTSTATUS status) {
     }
 }
 
-struct Item *NewItem(uint32_t kind, uint32_t device, const void *data, uint32_t dataSize,
+struct Item* NewItem(uint32_t kind, uint32_t device, const void* data, uint32_t dataSize,
                      uint32_t length) {
-    struct Item *item = ExAllocatePoolWithTag(NonPagedPool, sizeof(*item), POOL_TAG);
+    struct Item* item = ExAllocatePoolWithTag(NonPagedPool, sizeof(*item), POOL_TAG);
     if (item != NULL) {
         RtlZeroMemory(item, sizeof(*item));
         item->message.kind = kind;
@@ -161,12 +161,12 @@ struct Item *NewItem(uint32_t kind, uint32_t device, const void *data, uint32_t 
     return item;
 }
 
-void Post(struct Item *item) {
+void Post(struct Item* item) {
     item->message.id = ++g_lastId;
     InsertTailList(&g_messages, &item->inMessages);
 }
 
-NTSTATUS Pend(struct Item *item, PIRP irp, void *buffer, int say, KIRQL irql) {
+NTSTATUS Pend(struct Item* item, PIRP irp, void* buffer, int say, KIRQL irql) {
     int cancelled = 0;
     item->irp = irp;
     item->buffer = buffer;
@@ -194,7 +194,7 @@ NTSTATUS Pend(struct Item *item, PIRP irp, void *buffer, int say, KIRQL irql) {
 }
 
 /* The device process, by its handle `owner`, wants a device to be there or not. */
-static NTSTATUS SetPresent(FILE_OBJECT *owner, uint32_t which, uint32_t present) {
+static NTSTATUS SetPresent(FILE_OBJECT* owner, uint32_t which, uint32_t present) {
     NTSTATUS status = STATUS_SUCCESS;
     KeWaitForSingleObject(&g_plugging, Executive, KernelMode, FALSE, NULL);
     if (g_owner != owner) {
@@ -237,8 +237,7 @@ static void ReleaseControl(void) {
     }
     irql = EnterLock();
     while (!IsListEmpty(&g_messages)) {
-        struct Item *item =
-            CONTAINING_RECORD(RemoveHeadList(&g_messages), struct Item, inMessages);
+        struct Item* item = CONTAINING_RECORD(RemoveHeadList(&g_messages), struct Item, inMessages);
         if (item->irp == NULL) {
             ExFreePool(item);
         } else {
@@ -267,7 +266,7 @@ static NTSTATUS WaitForMessage(PIRP irp) {
     return STATUS_PENDING;
 }
 
-static void Answer(const struct RelayAnswer *answer) {
+static void Answer(const struct RelayAnswer* answer) {
     PIRP irp = NULL;
     PLIST_ENTRY entry;
     NTSTATUS status = (NTSTATUS)answer->status;
@@ -277,7 +276,7 @@ static void Answer(const struct RelayAnswer *answer) {
         status = STATUS_UNSUCCESSFUL; /* a request cannot end with it */
     }
     for (entry = g_pending.Flink; entry != &g_pending; entry = entry->Flink) {
-        struct Item *item = CONTAINING_RECORD(entry, struct Item, inPending);
+        struct Item* item = CONTAINING_RECORD(entry, struct Item, inPending);
         if (item->message.id != answer->id) {
             continue;
         }
@@ -303,44 +302,44 @@ static void Answer(const struct RelayAnswer *answer) {
 }
 
 NTSTATUS ControlRequest(PIRP irp) {
-    IO_STACK_LOCATION *const stack = IoGetCurrentIrpStackLocation(irp);
+    IO_STACK_LOCATION* const stack = IoGetCurrentIrpStackLocation(irp);
     const ULONG inSize = stack->Parameters.DeviceIoControl.InputBufferLength;
     const ULONG outSize = stack->Parameters.DeviceIoControl.OutputBufferLength;
-    const void *const in = irp->AssociatedIrp.SystemBuffer;
+    const void* const in = irp->AssociatedIrp.SystemBuffer;
     if (stack->FileObject != g_owner) {
         return Complete(irp, STATUS_ACCESS_DENIED, 0);
     }
     switch (stack->Parameters.DeviceIoControl.IoControlCode) {
-    case TAGPORT_RELAY_NEXT:
-        if (outSize < sizeof(struct RelayMessage)) {
-            return Complete(irp, STATUS_BUFFER_TOO_SMALL, 0);
+        case TAGPORT_RELAY_NEXT:
+            if (outSize < sizeof(struct RelayMessage)) {
+                return Complete(irp, STATUS_BUFFER_TOO_SMALL, 0);
+            }
+            return WaitForMessage(irp);
+        case TAGPORT_RELAY_ANSWER:
+            if (inSize < sizeof(struct RelayAnswer) ||
+                ((const struct RelayAnswer*)in)->dataSize > TAGPORT_RELAY_MOST_BYTES) {
+                return Complete(irp, STATUS_INVALID_PARAMETER, 0);
+            }
+            Answer((const struct RelayAnswer*)in);
+            return Complete(irp, STATUS_SUCCESS, 0);
+        case TAGPORT_RELAY_PLUG: {
+            const struct RelayPlug* plug = (const struct RelayPlug*)in;
+            if (inSize < sizeof(*plug) || plug->device >= kRelayDevices) {
+                return Complete(irp, STATUS_INVALID_PARAMETER, 0);
+            }
+            return Complete(irp, SetPresent(stack->FileObject, plug->device, plug->present), 0);
         }
-        return WaitForMessage(irp);
-    case TAGPORT_RELAY_ANSWER:
-        if (inSize < sizeof(struct RelayAnswer) ||
-            ((const struct RelayAnswer *)in)->dataSize > TAGPORT_RELAY_MOST_BYTES) {
-            return Complete(irp, STATUS_INVALID_PARAMETER, 0);
-        }
-        Answer((const struct RelayAnswer *)in);
-        return Complete(irp, STATUS_SUCCESS, 0);
-    case TAGPORT_RELAY_PLUG: {
-        const struct RelayPlug *plug = (const struct RelayPlug *)in;
-        if (inSize < sizeof(*plug) || plug->device >= kRelayDevices) {
-            return Complete(irp, STATUS_INVALID_PARAMETER, 0);
-        }
-        return Complete(irp, SetPresent(stack->FileObject, plug->device, plug->present), 0);
-    }
-    default:
-        return Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
+        default:
+            return Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
     }
 }
 
-int IsControl(const DEVICE_OBJECT *device) {
+int IsControl(const DEVICE_OBJECT* device) {
     return device == g_control;
 }
 
 NTSTATUS ControlCreate(PIRP irp) {
-    FILE_OBJECT *file = IoGetCurrentIrpStackLocation(irp)->FileObject;
+    FILE_OBJECT* file = IoGetCurrentIrpStackLocation(irp)->FileObject;
     KIRQL irql = EnterLock();
     const int owned = g_owner != NULL;
     if (!owned) {
@@ -361,8 +360,8 @@ NTSTATUS ControlClose(PIRP irp) {
     return ControlCleanup(irp); /* some systems send no clean-up */
 }
 
-NTSTATUS MakeRelay(DRIVER_OBJECT *driver, const WCHAR *name, const WCHAR *link,
-                   const struct RelayHooks *hooks) {
+NTSTATUS MakeRelay(DRIVER_OBJECT* driver, const WCHAR* name, const WCHAR* link,
+                   const struct RelayHooks* hooks) {
     UNICODE_STRING nameString;
     UNICODE_STRING linkString;
     NTSTATUS status;
@@ -388,7 +387,7 @@ NTSTATUS MakeRelay(DRIVER_OBJECT *driver, const WCHAR *name, const WCHAR *link,
     return status;
 }
 
-void ReleaseRelay(const WCHAR *link) {
+void ReleaseRelay(const WCHAR* link) {
     UNICODE_STRING linkString;
     ReleaseControl();
     RtlInitUnicodeString(&linkString, link);
