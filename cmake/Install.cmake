@@ -94,7 +94,7 @@ if(TARGET tagport-lab)
     INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   install(TARGETS tagport-lab
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT lab)
-  if(WIN32)
+  if(TARGET tagport-relay)
     install(TARGETS tagport-devices tagport-relay tagport-hid tagport-hidbus
       RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT devices ${by_name_only}
       LIBRARY DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT devices ${by_name_only})
