@@ -7,7 +7,7 @@
 #ifndef TAGPORT_RELAY_QUEUE_H
 #define TAGPORT_RELAY_QUEUE_H
 
-#include <ddk/ntifs.h>
+#include <ntifs.h>
 
 #include "simulator/windows/RelayProtocol.h"
 

@@ -3,7 +3,7 @@
 #ifndef TAGPORT_HID_PORT_H
 #define TAGPORT_HID_PORT_H
 
-#include <ddk/ntifs.h>
+#include <ntifs.h>
 
 /* Internal control codes of the class driver. Their buffer is the IRP's UserBuffer, which lies in
  * the kernel. */
