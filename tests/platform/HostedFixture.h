@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/platform.h"
+#include "tests/support/Threads.h"
 #ifndef _WIN32
 #include "platform/hosted/Kernel.h"
 #include "tests/support/Seeds.h"

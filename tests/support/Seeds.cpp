@@ -68,15 +68,6 @@ OneSeed::OneSeed() {
     }
 }
 
-HANDLE StartThread(std::function<void()> body) {
-    using Body = std::function<void()>;
-    const LPTHREAD_START_ROUTINE run = [](LPVOID argument) -> DWORD {
-        (*std::unique_ptr<Body>(static_cast<Body*>(argument)))();
-        return 0;
-    };
-    return CreateThread(nullptr, 0, run, new Body(std::move(body)), 0, nullptr);
-}
-
 int RunInChild(const std::function<void()>& body) {
     std::fflush(nullptr);
     const pid_t child = fork();

@@ -8,6 +8,7 @@
 #include <new>
 
 #include "platform/hosted/Kernel.h"
+#include "tests/support/Threads.h"
 
 namespace testing_support {
 
@@ -20,9 +21,6 @@ struct OneSeed {
     OneSeed();
     static inline bool staysOnRealClock = false;  ///< true: the process stays as it is
 };
-
-/// Starts a thread that runs `body`. The caller closes the handle.
-HANDLE StartThread(std::function<void()> body);
 
 /// A plain value that child processes write and their parent reads. Stays until the process ends.
 template <class Plain>
