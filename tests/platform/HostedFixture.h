@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cwchar>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -130,7 +131,8 @@ inline std::string ReadKey(const std::wstring& path) {
     WCHAR wide[255] = {};
     char narrow[1020] = {};
     SetLastError(ERROR_SUCCESS);
-    GetPrivateProfileStringW(L"PC_URI", L"key", L"?", wide, 255, path.c_str());
+    const DWORD length = GetPrivateProfileStringW(L"PC_URI", L"key", L"?", wide, 255, path.c_str());
+    EXPECT_EQ(length, std::wcslen(wide));
     WideCharToMultiByte(kToUtf8, 0, wide, -1, narrow, sizeof narrow, nullptr, nullptr);
     const std::string value = narrow;
     return value == "?" ? value + std::to_string(GetLastError()) : value;
