@@ -14,8 +14,6 @@ namespace {
 using Words = std::vector<std::string>;
 
 constexpr unsigned kMostOperations = 40;
-constexpr unsigned kHourMs = 3'600'000;
-constexpr unsigned kRoundsMs = kHourMs + 600'000;
 constexpr char kFirstRoundsNumber = '\x60';
 constexpr char kFirstSettled = '\xE1';  // the byte of the number given during the last write
 constexpr char kLastNumber = '\xE2';
@@ -31,7 +29,8 @@ const struct {
 
 // What a host does, and how often it is drawn: by one of several hosts, by a single thread so that
 // the last content taken over is known at each step, and beside a phone of the rounds. %m is a
-// manager, %c a content, %n a number, %o an older one, %p a fault plan, %s and %w are times.
+// manager, %c a content, %n a number, %o an older one, %p a fault plan, %s and %w are times, %r and
+// %f the time for a rest and of a fault.
 struct Act {
     unsigned inHour;
     unsigned inSequence;
@@ -52,13 +51,13 @@ constexpr Act kActs[] = {
     {1, 0, 0, "in %w tap %s\n%mrenew %n"},
     {1, 0, 0, "in %w tap %s\n%mwrite %c"},
     {1, 0, 0, "unplug\nwait %s\nplug"},
-    {2, 0, 0, "fault %p\nwait 20000\nfault none"},
+    {2, 0, 0, "fault %p\nwait %f\nfault none"},
     // Only the device's end ends what it has swallowed.
-    {1, 0, 0, "on i2c,usb,hid fault any#9=never\nwait 20000\nfault none\nunplug\nplug"},
+    {1, 0, 0, "on i2c,usb,hid fault any#9=never\nwait %f\nfault none\nunplug\nplug"},
     {0, 2, 0, "%mupdate number=%n"},
     {0, 1, 0, "%mread-message own"},
     // The number that is still on its way to the tag is the older one, also for the reading.
-    {0, 1, 0, "%mrenew %o\n%mupdate number=%n\n%mread-message own\n%mupdate\nwait 60000"},
+    {0, 1, 0, "%mrenew %o\n%mupdate number=%n\n%mread-message own\n%mupdate\nwait %r"},
     {0, 0, 8, ""},
 };
 
@@ -74,9 +73,25 @@ std::string When(bool holds, const std::string& lines) {
     return holds ? lines : "";
 }
 
+// Milliseconds. The scheduled clock takes no time for an hour, a real one does.
+struct Times {
+    unsigned hour;      // of operations, until the faults end
+    unsigned rounds;    // when the phones after it begin
+    unsigned shortGap;  // the longest between operations that fall into each other
+    unsigned gap;       // between others
+    unsigned longGap;   // when everybody is at rest
+    unsigned sequenceGap;
+    unsigned phoneGap;  // between two phones of the rounds, at least
+    unsigned rest;      // longer than anything that an operation leaves behind
+    unsigned fault;
+};
+constexpr Times kScheduledTimes = {3'600'000, 4'200'000, 2000,   60'000, 300'000,
+                                   65'000,    20'000,    60'000, 20'000};
+constexpr Times kRealTimes = {30'000, 65'000, 300, 2000, 8000, 10'000, 9000, 10'000, 2000};
+
 class Artist {
   public:
-    explicit Artist(std::uint64_t seed) : m_engine(seed) {}
+    Artist(std::uint64_t seed, const Times& times) : m_engine(seed), m_times(times) {}
     Words Draw();
 
   private:
@@ -104,7 +119,10 @@ class Artist {
     void DrawHour(bool isSequence);
     void DrawRounds();
 
+    std::string Rest() const { return "wait " + std::to_string(m_times.rest); }
+
     std::mt19937_64 m_engine;
+    const Times& m_times;
     Words m_story;
     Words m_routes;
     std::string m_chip;
@@ -135,6 +153,8 @@ std::string Artist::Filled(const std::string& lines, char byte, unsigned manager
                 : name == 'p' ? Plan()
                 : name == 's' ? Between(300, 4000)
                 : name == 'w' ? Between(0, 40)
+                : name == 'r' ? std::to_string(m_times.rest)
+                : name == 'f' ? std::to_string(m_times.fault)
                               : std::string(1, lines[i]);
     }
     return text;
@@ -142,11 +162,14 @@ std::string Artist::Filled(const std::string& lines, char byte, unsigned manager
 
 void Artist::DrawHour(bool isSequence) {
     // Operations that fall into each other, that follow at once, and that find everybody at rest.
-    const std::pair<unsigned, unsigned> gaps[] = {{0, 2000}, {2000, 60'000}, {60'000, 300'000}};
+    const std::pair<unsigned, unsigned> gaps[] = {
+        {0, m_times.shortGap}, {m_times.shortGap, m_times.gap}, {m_times.gap, m_times.longGap}};
     unsigned at = 1000;
     for (unsigned i = 0; i < kMostOperations; ++i) {
         const auto [low, high] = gaps[Below(3)];
-        at += !isSequence ? low + Below(high - low) : Below(8) == 0 ? 65'000 : Below(300);
+        at += !isSequence     ? low + Below(high - low)
+              : Below(8) == 0 ? m_times.sequenceGap
+                              : Below(300);
         std::string lines = isSequence ? LinesBy(&Act::inSequence) : LinesBy(&Act::inHour);
         const auto has = [&](const char* word) { return lines.find(word) != std::string::npos; };
         // Detection disturbed by a fault takes a Fanli chip for another kind, whose driver leaves
@@ -159,21 +182,21 @@ void Artist::DrawHour(bool isSequence) {
         for (std::size_t end = 0; (end = lines.find('\n', end)) != std::string::npos;) {
             lines.insert(++end, host);
         }
-        if (at < kHourMs) {
+        if (at < m_times.hour) {
             lines.insert(0, "at " + std::to_string(at) + " " + host);
             m_story.push_back(lines);
         }
     }
-    m_story.push_back("join\nat " + std::to_string(kHourMs) + "\nwait 60000");
+    m_story.push_back("join\nat " + std::to_string(m_times.hour) + "\n" + Rest());
 }
 
 // Phones one after the other: on their own, or so close that one falls into the watch over another;
 // some with a renewal or a read just before they come or while they are there.
 void Artist::DrawRounds() {
     std::vector<std::pair<unsigned, std::string>> lines;
-    unsigned at = kRoundsMs;
+    unsigned at = m_times.rounds;
     for (unsigned i = 2 + Below(4); i > 0; --i) {
-        at += Below(2) == 0 ? 50 + Below(650) : 20'000 + Below(20'000);
+        at += Below(2) == 0 ? 50 + Below(650) : m_times.phoneGap + Below(m_times.phoneGap);
         const unsigned stay = 300 + Below(3700);
         lines.emplace_back(at, "in 0 tap " + std::to_string(stay) + " " + OneOf(m_routes));
         const std::string beside = LinesBy(&Act::besidePhone);
@@ -188,7 +211,7 @@ void Artist::DrawRounds() {
     for (const auto& [time, text] : lines) {
         m_story.push_back("at " + std::to_string(time) + " " + text);
     }
-    m_story.emplace_back("join\nwait 60000");
+    m_story.push_back("join\n" + Rest());
 }
 
 Words Artist::Draw() {
@@ -222,28 +245,31 @@ Words Artist::Draw() {
     DrawHour(isSequence);
     Add({"listener on", When(isRefused, refused) + "open" + When(isRefused, "\nfault none"),
          "host 1 " + lastWrite('\xE0'), "wait " + (isStuck ? Between(0, 300) : Between(50, 500)),
-         "renew " + Number(kFirstSettled), "join\nwait 60000",
+         "renew " + Number(kFirstSettled), "join\n" + Rest(),
          "listener on pause=" + OneOf({"0", "0", "50", "50 renews"})});
     DrawRounds();
     // Every second last write opens another visit after the one that the stop falls into: each is
     // to be closed.
     const std::string beside =
         OneOf({"write", "manager 4 create", "renew " + Number(kFirstRoundsNumber)});
-    Add({"listener on", "in 0 tap 12000", "wait " + Between(300, 3000), beside, "wait 60000",
-         "renew " + Number(kLastNumber), "wait 60000", "in 0 tap 250", "wait 24000",
-         "in 0 tap 2500", When(Below(2) == 0, "wait 500\n" + lastWrite(kLastNumber)),
-         "wait " + Between(0, 1500),
+    Add({"listener on", "in 0 tap 12000", "wait " + Between(300, 3000), beside, Rest(),
+         "renew " + Number(kLastNumber), Rest(), "in 0 tap 250", "wait 24000", "in 0 tap 2500",
+         When(Below(2) == 0, "wait 500\n" + lastWrite(kLastNumber)), "wait " + Between(0, 1500),
          When(Has("ble"), When(isRefused, refused) + "disconnect" +
                               When(isRefused, "\nfault none\nin 0 tap 500 ble")),
          "stop" + When(m_managers > 1, "\nmanager 2 stop") +
-             When(beside == "manager 4 create", "\nmanager 4 stop") + "\nwait 60000"});
+             When(beside == "manager 4 create", "\nmanager 4 stop") + "\n" + Rest()});
     return m_story;
 }
 
 }  // namespace
 
 std::vector<std::string> Draw(std::uint64_t seed) {
-    return Artist(seed).Draw();
+    return Artist(seed, kScheduledTimes).Draw();
+}
+
+std::vector<std::string> DrawForRealTime(std::uint64_t seed) {
+    return Artist(seed, kRealTimes).Draw();
 }
 
 }  // namespace soak
