@@ -6,7 +6,6 @@
 #include <cstring>
 #include <new>
 #include <sstream>
-#include <string>
 
 namespace {
 
@@ -14,6 +13,8 @@ namespace {
 constexpr std::size_t kTextLimit = 512;
 // One byte more, which is set to zero after the formatting.
 constexpr std::size_t kBufferSize = kTextLimit + 1;
+// A text and its origin, of at most 61 bytes, in brackets.
+constexpr std::size_t kLineSize = kBufferSize + 64;
 
 TAGPORT_PRINTF_FORMAT(3, 0)
 void FormatAndLog(LOG_MESSAGE_LEVEL level, const char* origin, const char* format,
@@ -48,11 +49,18 @@ void LogWithOrigin(LOG_MESSAGE_LEVEL level, const char* origin, const char* text
     // part of a line and must not throw: on a thread of the library nothing would catch it.
     try {
         // One insertion: every insertion into a wide stream costs as much as the formatting.
-        std::string line;
-        line.reserve(std::strlen(text) + std::strlen(origin) + 2);
-        line.append(text).append(1, '(').append(origin).append(1, ')');
+        char line[kLineSize];
+        const std::size_t textSize = std::strlen(text);
+        const std::size_t originSize = std::strlen(origin);
+        if (textSize + originSize + 3 > sizeof(line)) {
+            return;
+        }
+        std::memcpy(line, text, textSize);
+        line[textSize] = '(';
+        std::memcpy(line + textSize + 1, origin, originSize);
+        std::memcpy(line + textSize + 1 + originSize, ")", 2);
         std::wstringstream stream;
-        stream << line.c_str();
+        stream << line;
         if (stream) {
             TraceLogger::GetInstance()->Log(level, stream);
         }

@@ -134,7 +134,10 @@ Stage& MakeStage(const StageOptions& options, Recorder& recorder) {
                 Refuse(option);
             }
         };
-        refuse(options.check, "--check");
+        if (options.check) {
+            throw WrongCall(
+                "--check judges times of the scheduled clock, which Windows does not have");
+        }
         if (options.route == "ble") {
             return MakeBluetoothStage(options, recorder);
         }

@@ -4,6 +4,8 @@
 
 using namespace imageformat;
 
+static_assert(sizeof(NfcData) < 900, "NfcData.h says how large an image is");
+
 namespace {
 
 // What the TLV length counts besides the URI text and the two record types.

@@ -5,7 +5,8 @@
 bool PendingRequest::Succeeded() {
     DWORD moved = 0;
     const bool succeeded = GetOverlappedResult(m_device, &m_overlapped, &moved, FALSE) != FALSE;
-    if (succeeded || GetLastError() != ERROR_IO_INCOMPLETE) {
+    // A look that failed says nothing about the request: it may still write to its record.
+    if (succeeded || HasOverlappedIoCompleted(&m_overlapped)) {
         m_underWay = false;
     }
     return succeeded;

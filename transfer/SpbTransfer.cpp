@@ -20,6 +20,19 @@ std::string BytesToHex(const std::uint8_t* data, std::size_t size) {
     return text;
 }
 
+namespace {
+
+// A text for the log must not end a transfer that has worked.
+void LogData(const std::uint8_t* data, std::size_t size) {
+    try {
+        LogWarnFun("Nfc data: %s", BytesToHex(data, size).c_str());
+    } catch (const std::bad_alloc&) {
+        return;
+    }
+}
+
+}  // namespace
+
 bool NfcSpbWrite(const std::uint8_t* frame, std::uint32_t size) {
     const std::unique_ptr<CWriteCommand> command(new (std::nothrow) CWriteCommand(size));
     if (command == nullptr) {
@@ -58,7 +71,7 @@ bool NfcSpbRead(std::int32_t length, std::uint8_t* out) {
                     static_cast<int>(command->NumBytes));
         return false;
     }
-    LogWarnFun("Nfc data: %s", BytesToHex(command->buffer(), wanted).c_str());
+    LogData(command->buffer(), wanted);
     if (platform::memcpy_s(out, wanted, command->buffer(), wanted) != 0) {
         LogErrorFun("Nfc read spb memcpy_s fail");
         return false;

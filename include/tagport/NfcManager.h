@@ -46,7 +46,8 @@ class TAGPORT_EXPORT NfcManager {
 
     /// Shares image, peripheral and message with the original.
     NfcManager(const NfcManager& other);
-    /// As the copy. An operation that runs meanwhile ends on what the manager held before.
+    /// As the copy. What this manager held before is released as by the destructor; an operation
+    /// that runs meanwhile ends on it.
     NfcManager& operator=(const NfcManager& other);
     /// Stops the event threads when no other manager shares the peripheral of this one. Waits for
     /// nobody.

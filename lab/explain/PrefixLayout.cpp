@@ -16,7 +16,9 @@ constexpr std::size_t kMostColumns = 24;
 constexpr std::size_t kLongestPrefix = 512;  // of a longer one, this much before the text
 constexpr std::size_t kMostValues = 256;     // of a column that is a process or a thread
 constexpr std::size_t kLeastChanges = 8;     // of a number that is the time
-constexpr std::string_view kSeparators = " \t[](){}<>|,;:=\"'#/\\";
+constexpr double kLeastEpoch = 1e9;          // a number so large is the time without more changes
+constexpr std::string_view kSeparators = " \t\x1B[](){}<>|,;:=\"'#/\\";
+constexpr std::string_view kColour = "\x1B[";  // begins the code of a terminal's colour
 
 /// A prefix without its clock time, as columns.
 struct Columns {
@@ -40,6 +42,10 @@ void Split(std::string_view text, Columns& columns) {
         const bool isQuoted = at > 0 && text[at - 1] == '"';
         std::size_t end = isQuoted ? text.find('"', at) : text.find_first_of(kSeparators, at);
         end = std::min(end, text.size());
+        if (at >= kColour.size() && text.substr(at - kColour.size(), kColour.size()) == kColour) {
+            at = end;
+            continue;
+        }
         columns.values[columns.count++] = text.substr(at, end - at);
         at = end;
     }
@@ -133,7 +139,9 @@ struct Column {
     std::size_t falls = 0;
     std::size_t countsLines = 0;
     std::size_t ids = 0;
+    std::size_t returns = 0;  // to a value that was there before the last one
     double last = -1;
+    std::string_view lastValue;
     bool IsConstant() const { return kinds.size() == 1; }
     bool IsNumber() const { return numbers == seen; }
     bool IsId() const { return ids == seen; }
@@ -159,15 +167,19 @@ struct Column {
         }
         return mixed * 20 > kinds.size() ? 0 : all.size();
     }
+    // Several processes write in turns; a value that only moves on is something else.
+    bool CanBeProcess() const { return IsConstant() || returns > 0; }
     // The numbers of threads go up and down; a number of the line goes up by one each time.
     bool IsTime() const {
-        return IsNumber() && changes >= kLeastChanges && falls * 20 <= changes &&
-               countsLines * 10 < seen * 9;
+        return IsNumber() && falls * 20 <= changes &&
+               (last >= kLeastEpoch || (changes >= kLeastChanges && countsLines * 10 < seen * 9));
     }
 };
 
 void Look(Column& column, std::string_view value, ThreadKind thread, bool isError) {
     ++column.seen;
+    column.returns += value != column.lastValue && column.kinds.count(value) > 0 ? 1 : 0;
+    column.lastValue = value;
     auto& kinds = column.kinds[value];
     if (thread != ThreadKind::kAny) {
         kinds.insert(thread);
@@ -331,7 +343,8 @@ PrefixLayout PrefixSample::Find() const {
         return true;
     };
     const auto isProcess = [&](std::size_t c) {
-        return c != layout.m_thread && (isSameForAThread(c) || mixesEverywhere(c));
+        return c != layout.m_thread && columns[c].CanBeProcess() &&
+               (isSameForAThread(c) || mixesEverywhere(c));
     };
     for (auto c = ids.rbegin(); c != ids.rend() && !layout.m_process; ++c) {
         if (isProcess(*c)) {

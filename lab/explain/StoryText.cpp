@@ -262,8 +262,8 @@ std::string StoryText::Summary(const LogFacts& facts, const Story& story) const 
             (layout.HasThread() ? ", a thread.\n" : ", no thread.\n");
     if (!layout.HasThread()) {
         text +=
-            "Lines of several threads are not told apart, so that a failure may stand with "
-            "another operation.\n";
+            "The lines do not name their thread, so a failure may be listed under another "
+            "operation.\n";
     }
     return text + Figures(story) + "\n" + m_style.Bold("What happened, with the line of the log:") +
            "\n";

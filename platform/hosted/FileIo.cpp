@@ -250,6 +250,11 @@ BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* moved, BOOL
     return error == ERROR_SUCCESS ? TRUE : hosted::FailWith(error);
 }
 
+bool HasOverlappedIoCompleted(const OVERLAPPED* overlapped) {
+    const hosted::KernelLock lock;
+    return overlapped->Internal != STATUS_PENDING;
+}
+
 BOOL CancelIoEx(HANDLE file, OVERLAPPED* overlapped) {
     const Operation operation(Call::kCancelIoEx);
     if (operation.Refused()) {

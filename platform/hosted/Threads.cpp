@@ -47,29 +47,32 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES* /*security*/, std::size_t /*stackSize*/
     hosted::TheScheduler().Current();  // the caller gets its number before the new thread does
     const std::shared_ptr<hosted::Thread> thread = hosted::AddThread();
     const auto object = std::make_shared<ThreadObject>();
+    // Whatever allocates comes before the thread runs: after a failure its argument is freed.
+    const HANDLE handle = hosted::AddHandle(object);
+    TraceEvent event;
+    event.kind = TraceEvent::Kind::kThreadStart;
+    event.thread = thread->id;
+    event.routine = start;
+    event.argument = argument;
     try {
         hosted::TheScheduler().Launch(thread, [thread, object, start, argument] {
             start(argument);
             hosted::EndThread(*thread, *object);
         });
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {
         hosted::RemoveThread(*thread);
+        hosted::RemoveHandle(handle);
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
     ++hosted::TheKernel().startedThreads;
     if (hosted::Tracing()) {
-        TraceEvent event;
-        event.kind = TraceEvent::Kind::kThreadStart;
-        event.thread = thread->id;
-        event.routine = start;
-        event.argument = argument;
         hosted::Trace(std::move(event));
     }
     if (threadId != nullptr) {
         *threadId = thread->id;
     }
-    return hosted::AddHandle(object);
+    return handle;
 }
 
 void Sleep(DWORD milliseconds) {

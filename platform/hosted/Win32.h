@@ -143,6 +143,8 @@ BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inLength, LPVOI
 /// the request. A stored status is turned into a last-error code; a stored 0x8007xxxx,
 /// sign-extended or not, gives its low 16 bits.
 BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* moved, BOOL wait);
+/// Whether the request of this OVERLAPPED has ended, by its status alone. Leaves the last error.
+bool HasOverlappedIoCompleted(const OVERLAPPED* overlapped);
 /// Cancels the pending request of this handle and this OVERLAPPED, or every pending request of this
 /// handle for a null OVERLAPPED, whichever thread started them. They end with
 /// ERROR_OPERATION_ABORTED. Requests of other handles of the device stay. If there is no such

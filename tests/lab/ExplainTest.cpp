@@ -309,10 +309,10 @@ TEST(Explain, ShowsTheTerminalNoControlCharacterAndNamesEveryBadFile) {
     })) << shown;
     EXPECT_NE(shown.find("without a leave"), std::string::npos) << shown;
     const std::string processes = Shell(
-        "printf 'pid=\\0337 NfcManager::Init()(LogWarnFun)\\n"
-        "pid=\\0338 NfcManager::Init()(LogWarnFun)' | " +
+        "printf 'pid=\\0077 NfcManager::Init()(LogWarnFun)\\n"
+        "pid=\\0078 NfcManager::Init()(LogWarnFun)' | " +
         std::string(kStart) + "explain -");
-    EXPECT_NE(processes.find("Process \\x1B8"), std::string::npos) << processes;
+    EXPECT_NE(processes.find("Process \\x078"), std::string::npos) << processes;
     for (const auto& [call, part] :
          std::map<std::string, std::string>{{"explain /tmp", "/tmp: is a directory"},
                                             {"explain no-log", "no-log: is not there"},
