@@ -6,7 +6,8 @@ bool PendingRequest::Succeeded() {
     DWORD moved = 0;
     const bool succeeded = GetOverlappedResult(m_device, &m_overlapped, &moved, FALSE) != FALSE;
     // A look that failed says nothing about the request: it may still write to its record.
-    if (succeeded || HasOverlappedIoCompleted(&m_overlapped)) {
+    if (succeeded ||
+        (GetLastError() != ERROR_IO_INCOMPLETE && HasOverlappedIoCompleted(&m_overlapped))) {
         m_underWay = false;
     }
     return succeeded;
