@@ -53,7 +53,7 @@ class Judge {
     TagRules m_tag;
     VisitRules m_visits;
     Command m_firstFault;      // of the call
-    bool m_connected = false;  // the Bluetooth keyboard
+    bool m_connected = false;  // the Bluetooth keyboard, or it was tried to
     double m_connectBegin = 0;
     // By host: an operation that failed without a reason. "expect result FAIL" is one.
     std::array<const Done*, kMostHosts + 1> m_failed{};

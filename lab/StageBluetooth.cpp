@@ -67,10 +67,7 @@ class BluetoothStage : public WindowsStage {
         throw WrongCall("chip-bits: the ble route has no chip");
     }
     void Unplug() override { m_pc->Unplug(); }
-    void Plug() override {
-        m_pc->Plug();
-        Trace();
-    }
+    void Plug() override { m_pc->Plug(); }
     void BleClient(const std::map<std::string, std::string>& fields) override {
         ApplyDeliveryHabits(fields);
     }

@@ -183,10 +183,7 @@ class HostedStage : public Stage {
     }
 
     void Unplug() override { m_pc->Unplug(); }
-    void Plug() override {
-        m_pc->Plug();
-        TraceBluetooth();
-    }
+    void Plug() override { m_pc->Plug(); }
 
     void Fault(const std::string& plan, bool apply) override {
         std::string error;
