@@ -1,5 +1,6 @@
 #include "diagnostics/Log.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
@@ -55,10 +56,11 @@ void LogWithOrigin(LOG_MESSAGE_LEVEL level, const char* origin, const char* text
         if (textSize + originSize + 3 > sizeof(line)) {
             return;
         }
-        std::memcpy(line, text, textSize);
-        line[textSize] = '(';
-        std::memcpy(line + textSize + 1, origin, originSize);
-        std::memcpy(line + textSize + 1 + originSize, ")", 2);
+        char* end = std::copy_n(text, textSize, line);
+        *end++ = '(';
+        end = std::copy_n(origin, originSize, end);
+        *end++ = ')';
+        *end = '\0';
         std::wstringstream stream;
         stream << line;
         if (stream) {

@@ -1,6 +1,7 @@
 // Ten host threads call every public operation at once, on one manager and on two: the calls end,
 // the threads end, and the peripheral still works.
 #include <atomic>
+#include <numeric>
 #include <random>
 
 #include "tests/support/PcWithHost.h"
@@ -12,8 +13,14 @@ namespace {
 
 constexpr unsigned kThreads = 10;
 
-// The listener copies every byte of a number, so the thread sanitizer sees a change during the
-// call.
+std::atomic<unsigned> g_numberSum{0};
+
+// Reads every byte of the number, so that the thread sanitizer sees a change during the call. Keeps
+// no event: what an open visit still reports must not pass for the last phone.
+void ReadingListener(int /*event*/, const std::uint8_t (&number)[32], int /*route*/) {
+    g_numberSum += std::accumulate(std::begin(number), std::end(number), 0U);
+}
+
 void DoAny(PcWithHost& setup, NfcManager& manager, std::uint64_t choice) {
     const auto fill = static_cast<std::uint8_t>(1 + choice / 64 % 200);
     const PcRoute route = fill % 2 == 0 ? PcRoute::kI2c : PcRoute::kBle;
@@ -30,8 +37,8 @@ void DoAny(PcWithHost& setup, NfcManager& manager, std::uint64_t choice) {
         [&] { manager.BtDisconnect(kDefaultBleAddress); },
         [&] { manager.DeviceInit(); },
         [&] { manager.SetMcuKbConnectStatus(manager.IsActivePC() && fill % 2); },
-        [&] { manager.RegisterListener(fill % 4 ? &PcWithHost::Listen : nullptr); },
-        [&] { NfcManager::Create(setup.NewMessage(fill), &PcWithHost::Listen); },
+        [&] { manager.RegisterListener(fill % 4 ? &ReadingListener : nullptr); },
+        [&] { NfcManager::Create(setup.NewMessage(fill), &ReadingListener); },
     };
     operations[choice % std::size(operations)]();
 }
@@ -40,7 +47,7 @@ void EveryOperation(std::uint64_t seed, std::uint64_t managers) {
     StartedPc setup({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c");
     std::vector<std::shared_ptr<NfcManager>> all = {setup.manager};
     while (all.size() < managers) {
-        all.push_back(NfcManager::Create(setup.NewMessage(), &PcWithHost::Listen));
+        all.push_back(NfcManager::Create(setup.NewMessage(), &ReadingListener));
     }
     std::atomic<unsigned> running{kThreads};
     const hosted::Micros until = hosted::Now() + kSecond;
@@ -63,7 +70,6 @@ void EveryOperation(std::uint64_t seed, std::uint64_t managers) {
     setup.manager->RegisterListener(&PcWithHost::Listen);
     EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x77)), 0);
     EXPECT_EQ(setup.NumberOnChip(), NumberOf(0x77));
-    TakeEvents();
     setup.pc.TapPhone(0, 100 * kMillisecond);
     EXPECT_TRUE(PcWithHost::WaitForEvents(2, 20 * kSecond)) << hosted::DescribeThreads();
     setup.manager.reset();
