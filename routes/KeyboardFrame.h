@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "events/NumberStore.h"
+#include "routes/NfcProxy.h"
 
 // A frame: its mark, a direction byte, then the image or a register.
 inline constexpr std::size_t kFrameMarkOffset = 0;
@@ -35,10 +36,12 @@ inline constexpr std::int32_t kPagePayload = 60;
 inline constexpr std::uint32_t kAnswerTimeoutMs = 3000;
 
 /// Puts `g_frameHead` with the given direction at the start of a frame. Under the content lock.
-void PutFrameHead(std::uint8_t* frame, std::uint8_t direction);
+void PutFrameHead(std::uint8_t* frame, std::uint8_t direction)
+    TAGPORT_REQUIRES(NfcProxy::m_contentMutex);
 
 /// Fills a number request for a chip register. Under the content lock.
-void FillNumberRequest(NumberRequest& request, std::uint16_t regAddr);
+void FillNumberRequest(NumberRequest& request, std::uint16_t regAddr)
+    TAGPORT_REQUIRES(NfcProxy::m_contentMutex);
 
 /// What the keyboard reports.
 enum class KeyboardReport {

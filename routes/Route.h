@@ -10,8 +10,9 @@
 /// One way to a tag: a chip behind a kernel driver, a HID keyboard, a Bluetooth keyboard. A route
 /// has no state of its own in the object; what it works on belongs to the process.
 ///
-/// All functions but AllowLoop, StopLoop and AfterOperation are called under the content lock, and
-/// none with the device mutex held. A step that fails logs its lines.
+/// Functions that need the content lock say so. The three questions (IsActive, IsFound, IsReopened)
+/// read atomics and need no lock. None is called with the device mutex held. A step that fails logs
+/// its lines.
 class Route {
   public:
     Route() = default;

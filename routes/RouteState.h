@@ -8,6 +8,7 @@
 #include "events/NumberStore.h"
 #include "platform/NeverDestroyed.h"
 #include "platform/platform.h"
+#include "routes/NfcProxy.h"
 #include "transfer/EventSlot.h"
 
 /// The HID route has been chosen. Set by the device start and never cleared; read by every
@@ -42,8 +43,8 @@ extern platform::NeverDestroyed<EventSlot> g_RandEvent;
 /// Manual-reset event, set by the Bluetooth sink when a number has arrived and reset by the waiter.
 extern platform::NeverDestroyed<EventSlot> g_btRandEvent;
 
-// Heads of outgoing keyboard frames and reports, built up in place. Used under the content lock.
+// Heads of outgoing keyboard frames and reports, built up in place.
 inline constexpr std::size_t kFrameHeadSize = 2;
 inline constexpr std::size_t kReportHeadSize = 4;
-extern std::uint8_t g_frameHead[kFrameHeadSize];
-extern std::uint8_t g_hidReportHead[kReportHeadSize];
+extern std::uint8_t g_frameHead[kFrameHeadSize] TAGPORT_GUARDED_BY(NfcProxy::m_contentMutex);
+extern std::uint8_t g_hidReportHead[kReportHeadSize] TAGPORT_GUARDED_BY(NfcProxy::m_contentMutex);
