@@ -41,6 +41,7 @@ Operation Read(std::size_t size) {
     return [image = Image(size)](PcWithHost& setup, NfcProxy& proxy) {
         setup.pc.chip()->BackDoor().SetMemory(16, simulator::Bytes(image.begin(), image.end()));
         std::string content = "untouched";
+        const platform::Lock lock(NfcProxy::m_contentMutex);
         const bool result = proxy.ReadNfcContent(content);
         EXPECT_EQ(content, result ? image : "untouched");
         return result;
@@ -49,6 +50,7 @@ Operation Read(std::size_t size) {
 Operation Write(std::size_t size) {
     return [image = Image(size + 3).substr(3)](PcWithHost& setup, NfcProxy& proxy) {
         setup.pc.chip()->BackDoor().SetMemory(16, simulator::Bytes(256));
+        const platform::Lock lock(NfcProxy::m_contentMutex);
         const bool result = proxy.WriteNfcContent(image);
         EXPECT_TRUE(!result || setup.ImageOnChip(image.size()) == image);
         return result;
@@ -56,6 +58,7 @@ Operation Write(std::size_t size) {
 }
 const Operation kReadNumber = [](PcWithHost& /*setup*/, NfcProxy& proxy) {
     Number number{};
+    const platform::Lock lock(NfcProxy::m_contentMutex);
     return proxy.ReadRandNumber(number.data());
 };
 
@@ -170,6 +173,7 @@ TEST(Frames, ReachBothKeyboardsWholeOrNotAtAll) {
          {std::pair{58, 1U}, {888, 15U}, {59, 2U}, {889, 0U}, {-1, 0U}}) {
         SCOPED_TRACE(length);
         const std::size_t before = hid.ReportsSeen();
+        const platform::Lock lock(NfcProxy::m_contentMutex);
         EXPECT_EQ(proxy->NfcHidWrite(image.data(), length), pages != 0);
         EXPECT_EQ(proxy->BtWrite(image.data(), length), pages != 0);
         EXPECT_EQ(hid.ReportsSeen() - before, pages);

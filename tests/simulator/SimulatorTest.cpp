@@ -19,7 +19,7 @@ TEST(Simulator, RefusesWrongArgumentsAndCallsAtAWrongTime) {
     {
         SimulatedPc pc({Route::kUsb, Route::kBle});  // a refused one is not counted as there
         const LogRecorder log;
-        EXPECT_THROW(SimulatedPc(Route::kHid), std::logic_error);
+        EXPECT_THROW(SimulatedPc{Route::kHid}, std::logic_error);
         EXPECT_THROW(LogRecorder(), std::logic_error);
         EXPECT_THROW(pc.BringPhone(Route::kI2c), std::invalid_argument);
         EXPECT_THROW(pc.Tap(-1us), std::invalid_argument);
@@ -30,7 +30,7 @@ TEST(Simulator, RefusesWrongArgumentsAndCallsAtAWrongTime) {
         }
         pc.SetFaults("open#1=gone, connect#2");
     }
-    EXPECT_NO_THROW(SimulatedPc(Route::kHid));
+    EXPECT_NO_THROW(SimulatedPc{Route::kHid});
     EXPECT_NO_THROW(LogRecorder());
     EXPECT_EQ(Now(), 0us);
 }
