@@ -7,6 +7,7 @@
 
 #include "lab/Failure.h"
 #include "lab/Files.h"
+#include "lab/System.h"
 #include "lab/Terminal.h"
 #include "platform/platform.h"
 #include "tagimage/ImageGeometry.h"
@@ -85,18 +86,35 @@ void CheckValue(const std::string& where, const std::string& value) {
 
 }  // namespace
 
+bool HasConfiguration(const std::string& directory) {
+    std::error_code error;
+    return std::filesystem::exists(ConfigPath(directory.empty() ? "." : directory), error) || error;
+}
+
+std::string InstalledConfiguration() {
+    const std::filesystem::path program = ProgramDirectory();
+    if (program.empty()) {
+        return {};
+    }
+    const std::filesystem::path directory = (program / TAGPORT_LAB_DATA).lexically_normal();
+    return HasConfiguration(directory.string()) ? directory.string() : std::string();
+}
+
 void UseConfiguration(const std::string& directory, int pcType) {
     const std::filesystem::path absolute = AbsoluteDirectory(directory);
     const std::string name = ConfigPath(directory.empty() ? "." : directory).string();
     if (const auto problem = FileProblem(ConfigPath(absolute))) {
-        throw WrongCall(name + ": " + *problem);
+        throw WrongCall(name + ": " + *problem +
+                        (directory.empty() ? "; --config DIR names the directory that holds "
+                                             "config/NfcUri.ini"
+                                           : ""));
     }
     for (const Key& key : kKeys) {
         const std::string value = Value(ConfigPath(absolute), key);
         const std::string where = name + ": [" + kSection + "] " + key.name;
         if (value.empty()) {
             throw WrongCall(where +
-                            " has no value: both URIs must stand in the file, for every PC type");
+                            " has no value: the file must have both URIs, for every PC type");
         }
         if (key.pcType == pcType) {
             CheckValue(where, value);

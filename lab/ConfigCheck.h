@@ -13,6 +13,12 @@ namespace lab {
 /// can be filled but its number will not be read back. WrongCall when no message can be filled.
 void UseConfiguration(const std::string& directory, int pcType);
 
+/// False when `directory` (empty: the current one) has no config/NfcUri.ini at all.
+bool HasConfiguration(const std::string& directory);
+
+/// The directory of the configuration that is installed with the program; empty when there is none.
+std::string InstalledConfiguration();
+
 /// Makes this absolute directory the library's current one. Part of UseConfiguration.
 void UseConfigDirectory(const std::filesystem::path& directory);
 

@@ -161,11 +161,16 @@ std::string ReadInput(const std::string& option, const std::string& name) {
     return ReadBounded(file.get(), place);
 }
 
-void CheckWritable(const std::string& place, const fs::path& path) {
+void CheckReplaceable(const std::string& place, const fs::path& path) {
     const fs::file_status status = StatusForWriting(place, path);
-    if (IsReplaced(status)) {
-        ReplacementOf(place, path, status).Write({});
+    std::error_code error;
+    if (!IsReplaced(status)) {
+        throw WrongCall(place + ": is not a regular file");
     }
+    if (fs::equivalent(path, "/dev/stdout", error)) {
+        throw WrongCall(place + ": is the file of standard output, which the run writes to");
+    }
+    ReplacementOf(place, path, status).Write({});
 }
 
 void WriteFile(const std::string& place, const fs::path& path, std::string_view bytes) {

@@ -20,8 +20,9 @@ std::optional<std::string> FileProblem(const std::filesystem::path& path);
 /// empty, and the name. WrongCall when the file cannot be read or is longer than kInputLimit.
 std::string ReadInput(const std::string& option, const std::string& name);
 
-/// Throws WrongCall when it is clear before any work that WriteFile would fail. Leaves no file.
-void CheckWritable(const std::string& place, const std::filesystem::path& path);
+/// Throws WrongCall for a device or a pipe, and when it is clear before any work that WriteFile
+/// would fail. Never blocks; leaves no file.
+void CheckReplaceable(const std::string& place, const std::filesystem::path& path);
 
 /// Writes a file completely or not at all: a regular file is replaced after everything is written.
 /// Devices and pipes are written directly. `place` begins each message. WrongCall when the file

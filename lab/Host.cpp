@@ -134,7 +134,7 @@ std::shared_ptr<NdefMessage> Host::Content(unsigned manager, const Fields& field
 std::shared_ptr<NfcManager> Host::Manager(unsigned manager) {
     const std::lock_guard<std::mutex> guard(m_mutex);
     if (At(manager).manager == nullptr) {
-        throw WrongCall("there is no manager: \"start\" would be right before it");
+        throw WrongCall("there is no manager; \"start\" makes one");
     }
     return At(manager).manager;
 }
@@ -243,7 +243,7 @@ void Host::Connect(unsigned manager, bool on) {
         Record(manager, "SetMcuKbConnectStatus", with->SetMcuKbConnectStatus(on));
     } else {
         throw WrongCall("nothing can be connected on the " + m_stage.Route() +
-                        " route: \"on hid,ble\" before it would be right");
+                        " route; \"on hid,ble\" before it plays it elsewhere only");
     }
 }
 

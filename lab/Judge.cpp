@@ -18,11 +18,10 @@ const std::array<std::string, 5> kRoutes{"", "i2c", "usb", "hid", "ble"};
 
 const Script& Judgeable(const Script& script, const StageOptions& options) {
     if (!options.seed) {
-        throw WrongCall(
-            "--check judges times of the scheduled clock: --seed N would be right with it");
+        throw WrongCall("--check judges times of the scheduled clock: it needs --seed N");
     }
     if (options.late > kMostLate) {
-        throw WrongCall(script.file + ": pc late=" + std::to_string(options.late) +
+        throw WrongCall(script.PcPlace() + "late=" + std::to_string(options.late) +
                         ": --check needs threads that are at most " + std::to_string(kMostLate) +
                         " ms late");
     }

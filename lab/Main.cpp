@@ -12,6 +12,7 @@
 #include "lab/Failure.h"
 #include "lab/ImageCommand.h"
 #include "lab/RunCommand.h"
+#include "lab/System.h"
 #include "lab/Terminal.h"
 #include "lab/explain/ExplainCommand.h"
 #include "lab/help/Help.h"
@@ -33,23 +34,34 @@ std::uint64_t ParseSeed(const std::string& text) {
 }
 
 void AddRun(CLI::App& app, lab::RunOptions& run) {
-    app.add_option("--route", run.stage.route, "Where the tag is (default i2c)")
+    app.add_option("--route", run.stage.route,
+                   lab::HasOwnDevices()
+                       ? "Where the simulated tag is (default: the PC's own devices)"
+                       : "Where the tag is (default i2c)")
         ->check(CLI::IsMember({"i2c", "usb", "hid", "ble"}));
-    app.add_option("--chip", run.stage.chip, "The tag's chip on i2c and usb (default fm11nt081)")
+    app.add_option(
+           "--chip", run.stage.chip,
+           "The tag's chip on i2c and usb (default fm11nt081); fanli and like-fanli on i2c only")
         ->check(CLI::IsMember(
             {"fm11nt081", "fm11nt082c", "fanli", "like-fanli", "like-fm11n", "silent"}));
     app.add_option("--pc-type", run.pcType, "2, 5 or 8 (default 5)")
         ->check(CLI::IsMember(kPcTypes));
-    app.add_option("--config", run.configDirectory,
-                   "Directory that holds config/NfcUri.ini (default: the current one)")
+    app.add_option(
+           "--config", run.configDirectory,
+           "Directory that holds config/NfcUri.ini (default: the current one; where that has none "
+           "and the tag is simulated, an example)")
         ->type_name("DIR");
-    app.add_option("--script", run.script, "File of commands to play, - for standard input")
+    app.add_option("--script", run.script,
+                   "File of commands to play, - for standard input; see Scripts below")
         ->type_name("FILE");
-    app.add_option("--fault", run.stage.fault, "Requests that fail, as in write#3=refuse:1117")
+    app.add_option("--fault", run.stage.fault,
+                   "Requests that fail, as in write#3=refuse:1117; see Faults below")
         ->type_name("PLAN");
     app.add_option_function<std::string>(
            "--seed", [&run](const std::string& text) { run.stage.seed = ParseSeed(text); },
-           "Run scheduled: no real time passes, and the same seed repeats the run")
+           lab::HasOwnDevices()
+               ? "With --route: choose the numbers that the host draws"
+               : "Run scheduled: no real time passes, and the same seed repeats the run")
         ->type_name("N");
     auto* const json =
         app.add_flag("--json", run.json, "Print one JSON object per line, everything included");
@@ -59,8 +71,12 @@ void AddRun(CLI::App& app, lab::RunOptions& run) {
     app.add_option("--report", run.report, "Write the whole run as a page for a browser")
         ->type_name("FILE.html");
     app.add_flag("--bus", run.stage.bus, "Show every frame on the bus");
-    app.add_flag("--check", run.stage.check,
-                 "Judge visits, numbers, the tag and what is left over; needs --seed");
+    auto* const check =
+        app.add_flag("--check", run.stage.check,
+                     "Judge visits, numbers, the tag and what is left over; needs --seed");
+    if (lab::HasOwnDevices()) {
+        check->group("");  // always refused there: not in the help
+    }
 }
 
 void AddBuild(CLI::App& app, lab::ImageBuildOptions& build) {
@@ -69,6 +85,7 @@ void AddBuild(CLI::App& app, lab::ImageBuildOptions& build) {
     fields->add_option("--pc-type", build.pcType, "URL and model of PC type 2, 5 or 8")
         ->check(CLI::IsMember(kPcTypes));
     fields->require_option(1);
+    fields->set_help_flag();  // the command has one
     app.add_option("--mac", build.mac, "6 bytes in hexadecimal (default: zero)");
     app.add_option("--number", build.number, "32 bytes in hexadecimal (default: zero)");
     app.add_option("--model", build.model, "4 bytes in hexadecimal (default: zero)");
@@ -98,6 +115,31 @@ std::string Unexpected(const std::vector<std::string>& rest) {
     return option != rest.end() ? *option : (rest.empty() ? "" : rest.front());
 }
 
+/// The parser's message; it calls commands "subcommands".
+std::string Message(const CLI::ParseError& problem, const CLI::App& app) {
+    const std::string text = problem.what();
+    if (text.find("subcommand is required") == std::string::npos) {
+        return text;
+    }
+    const CLI::App& group = app.got_subcommand("image") ? *app.get_subcommand("image") : app;
+    std::string names;
+    for (const CLI::App* const one : group.get_subcommands([](const CLI::App*) { return true; })) {
+        names += (names.empty() ? "" : ", ") + one->get_name();
+    }
+    return "A command is required (" + names + ")";
+}
+
+/// In the help as well.
+void CallThemCommands(CLI::App& app) {
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    for (CLI::App* const sub : app.get_subcommands([](CLI::App*) { return true; })) {
+        if (!sub->get_name().empty()) {
+            sub->group("Commands");
+        }
+        CallThemCommands(*sub);
+    }
+}
+
 int Main(int count, char** arguments) {
     lab::RunOptions run;
     lab::ImageBuildOptions build;
@@ -124,9 +166,10 @@ int Main(int count, char** arguments) {
         ->required()
         ->check(CLI::IsMember({"bash", "zsh", "fish"}));
     CLI::App& manApp = *app.add_subcommand("man", "Print the man page, for man -l -");
-    lab::AddExamples(app);
     AddBuild(buildApp, build);
     AddShow(showApp, show);
+    CallThemCommands(app);
+    lab::AddExamples(app);
     try {
         app.parse(count, arguments);
     } catch (const CLI::ParseError& problem) {
@@ -134,7 +177,7 @@ int Main(int count, char** arguments) {
             // The parser's message does not contain the word in the subcommand's place.
             const std::vector<std::string> rest = app.remaining(true);
             const bool unknown = problem.get_name() == "RequiredError" && !rest.empty();
-            throw lab::WrongCall(problem.what() +
+            throw lab::WrongCall(Message(problem, app) +
                                  (unknown ? ": \"" + rest.front() + "\" is unknown" : "") +
                                  lab::Suggestion(app, Unexpected(rest)));
         }

@@ -296,8 +296,8 @@ void Player::Check(const Script& script) {
                 try {
                     m_stage.Fault(command.argument, false);
                 } catch (const WrongCall& problem) {
-                    throw WrongCall(script.file + ":" + std::to_string(command.line) + ": fault " +
-                                    problem.what());
+                    throw WrongCall(script.file + ":" + std::to_string(command.line) +
+                                    ": fault: " + problem.what());
                 }
             }
         };

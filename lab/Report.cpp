@@ -66,7 +66,9 @@ Report::Report(std::string file) : m_file(std::move(file)) {
     if (m_file.empty() || m_file == "-") {
         throw WrongCall(kOption + (m_file.empty() ? "\"\"" : m_file) + ": a file name is needed");
     }
-    CheckWritable(kOption + m_file, m_file);
+    CheckReplaceable(kOption + m_file, m_file);
+    // The configuration's directory may become the current one.
+    m_path = std::filesystem::absolute(m_file);
 }
 
 void Report::AddObject(std::string_view line) {
@@ -176,7 +178,7 @@ void Report::Write(Json facts, double now) {
     page.replace(page.find(kObjectsMark), sizeof(kObjectsMark) - 1, m_objects + "\n");
     page.replace(page.find(kFactsMark), sizeof(kFactsMark) - 1,
                  ForPage(facts.dump(-1, ' ', true, Json::error_handler_t::replace)));
-    WriteFile(kOption + m_file, m_file, page);
+    WriteFile(kOption + m_file, m_path, page);
 }
 
 }  // namespace lab

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <filesystem>
 #include <map>
 #include <mutex>
 #include <string>
@@ -17,7 +18,8 @@ namespace lab {
 /// Every function may be called on any thread, except Write. Times are milliseconds.
 class Report {
   public:
-    /// Throws WrongCall when it is clear that `file` cannot be written. Leaves no file.
+    /// Throws WrongCall for a device or a pipe, and when it is clear that `file` cannot be written.
+    /// Leaves no file.
     explicit Report(std::string file);
 
     /// One object of the run, as the line of JSON that --json prints.
@@ -42,8 +44,9 @@ class Report {
 
     void AddField(const Command& command, double now);  // under m_mutex
 
-    std::string m_file;
-    std::mutex m_mutex;  // for what follows
+    std::string m_file;            // as the caller named it
+    std::filesystem::path m_path;  // absolute
+    std::mutex m_mutex;            // for what follows
     std::string m_objects;
     std::size_t m_count = 0;
     Json m_steps = Json::array();

@@ -15,6 +15,7 @@
 #include "lab/Printable.h"
 #include "lab/Report.h"
 #include "lab/Script.h"
+#include "lab/System.h"
 #include "lab/Terminal.h"
 #include "lab/explain/LiveStory.h"
 
@@ -73,6 +74,16 @@ std::unique_ptr<Report> MakeReport(const std::optional<std::string>& file) {
     return file ? std::make_unique<Report>(*file) : nullptr;
 }
 
+/// The directory of the configuration. A tag of the PC's own is never filled with an example.
+std::string ConfigurationOf(const RunOptions& options, const StageOptions& merged) {
+    const bool simulated = !HasOwnDevices() || merged.route;
+    const bool named = !options.configDirectory.empty();
+    if (named || !simulated || HasConfiguration(options.configDirectory)) {
+        return options.configDirectory;
+    }
+    return InstalledConfiguration();
+}
+
 void WriteReport(Report& report, const RunOptions& options, const Script& script,
                  const Stage& stage, const Player& player) {
     const StageOptions merged = MergedOptions(options.stage, script);
@@ -92,9 +103,14 @@ void WriteReport(Report& report, const RunOptions& options, const Script& script
 
 StageOptions MergedOptions(StageOptions options, const Script& script) {
     for (const auto& [name, value] : script.Pc()) {
+        const auto takePlace = [&, &name = name](bool given, std::string& place) {
+            place = given ? place : script.PcPlace() + name + "=";
+        };
         if (name == "route") {
+            takePlace(options.route.has_value(), options.routePlace);
             options.route = options.route.value_or(value);
         } else if (name == "chip") {
+            takePlace(options.chip.has_value(), options.chipPlace);
             options.chip = options.chip.value_or(value);
         } else if (name == "late") {
             options.late = std::stoll(value);
@@ -155,7 +171,12 @@ int Run(const RunOptions& options) {
     }
 
     stage.ChooseClock();
-    UseConfiguration(options.configDirectory, options.pcType);
+    const std::string configuration = ConfigurationOf(options, merged);
+    if (!options.json && configuration != options.configDirectory) {
+        WriteOutput("The URIs are those of " + Printable(configuration) +
+                    "/config/NfcUri.ini; --config DIR chooses others.\n");
+    }
+    UseConfiguration(configuration, options.pcType);
     stage.CreateDevices();
     if (report != nullptr) {
         report->AddTag(stage.TagMemory(), stage.Now(), "before the run");

@@ -7,6 +7,7 @@
 
 #include "lab/Failure.h"
 #include "lab/Hex.h"
+#include "lab/ScriptWords.h"
 
 namespace lab {
 
@@ -22,82 +23,9 @@ constexpr std::int64_t kMaxByte = 255;
 constexpr std::size_t kMaxNested =
     16;  // nested "repeat"s; each one uses the parser's and the player's stack
 
-enum class Takes {
-    kNothing,
-    kOptionalMs,
-    kMs,
-    kNumber,
-    kPlan,
-    kByte,
-    kBits,
-    kOwn,
-    kSwitch,
-    kExpect,
-    kCount
-};
-
-// What may stand in front of a word.
-constexpr unsigned kIn = 1;
-constexpr unsigned kManager = 2;
-constexpr unsigned kScriptOnly = 4;  // no "host"
-
-struct Word {
-    const char* name;
-    Verb verb;
-    Takes takes;
-    unsigned prefixes;
-    const char* usage;             ///< what would be right
-    std::string_view fields = {};  ///< names that may follow, each with a blank; '=' needs a value
-};
-
-constexpr std::string_view kMessageFields = "url= mac= number= model= ";
-
-constexpr std::array kWords{
-    Word{"tap", Verb::kTap, Takes::kOptionalMs, kIn, "tap [MS [ROUTE]]"},
-    Word{"enter", Verb::kEnter, Takes::kNothing, kIn, "enter"},
-    Word{"leave", Verb::kLeave, Takes::kNothing, kIn, "leave"},
-    Word{"wait", Verb::kWait, Takes::kMs, 0, "wait MS"},
-    Word{"renew", Verb::kRenew, Takes::kNumber, kManager, "renew [64 hexadecimal digits | random]"},
-    Word{"read-number", Verb::kReadNumber, Takes::kNothing, kManager, "read-number"},
-    Word{"read-message", Verb::kReadMessage, Takes::kOwn, kManager, "read-message [own]"},
-    Word{"write", Verb::kWrite, Takes::kNothing, kManager,
-         "write [url=TEXT] [mac=HEX] [number=HEX] [model=HEX]", kMessageFields},
-    Word{"update", Verb::kUpdate, Takes::kNothing, kManager,
-         "update [url=TEXT] [mac=HEX] [number=HEX] [model=HEX]", kMessageFields},
-    Word{"init", Verb::kInit, Takes::kNothing, kManager, "init"},
-    Word{"connect", Verb::kConnect, Takes::kNothing, kManager, "connect"},
-    Word{"disconnect", Verb::kDisconnect, Takes::kNothing, kManager, "disconnect"},
-    Word{"open", Verb::kOpen, Takes::kNothing, kManager, "open"},
-    Word{"unplug", Verb::kUnplug, Takes::kNothing, 0, "unplug"},
-    Word{"plug", Verb::kPlug, Takes::kNothing, 0, "plug"},
-    Word{"fault", Verb::kFault, Takes::kPlan, 0, "fault PLAN | none"},
-    Word{"chip-status", Verb::kChipStatus, Takes::kByte, kIn,
-         "chip-status N, with N from 0 to 255"},
-    Word{"chip-bits", Verb::kChipBits, Takes::kBits, 0,
-         "chip-bits REGISTER MASK VALUE, with 4, 2 and 2 hexadecimal digits"},
-    Word{"ble-client", Verb::kBleClient, Takes::kNothing, 0,
-         "ble-client [inside-subscribe=MS] [inside-write=MS] [threads=N] [after-refusal]",
-         "inside-subscribe= inside-write= threads= after-refusal "},
-    Word{"listener", Verb::kListener, Takes::kSwitch, kManager,
-         "listener on|off [pause=MS] [reads] [renews]", "pause= reads renews "},
-    Word{"stop", Verb::kStop, Takes::kNothing, kManager, "stop"},
-    Word{"start", Verb::kStart, Takes::kNothing, kManager,
-         "start [url=TEXT] [mac=HEX] [number=HEX] [model=HEX]", kMessageFields},
-    Word{"restart", Verb::kRestart, Takes::kNothing, kManager,
-         "restart [url=TEXT] [mac=HEX] [number=HEX] [model=HEX]", kMessageFields},
-    Word{"create", Verb::kCreate, Takes::kNothing, kManager,
-         "create [url=TEXT] [mac=HEX] [number=HEX] [model=HEX]", kMessageFields},
-    Word{"expect", Verb::kExpectEvent, Takes::kExpect, 0,
-         "expect event N within MS, or expect result OK|FAIL"},
-    Word{"join", Verb::kJoin, Takes::kNothing, kScriptOnly, "join"},
-    Word{"repeat", Verb::kRepeat, Takes::kCount, kScriptOnly, "repeat N ... end"},
-    Word{"pc", Verb::kPc, Takes::kNothing, kScriptOnly,
-         "pc [route=NAME[,NAME...]] [chip=NAME] [late=MS] [changes=N] as the first command",
-         "route= chip= late= changes= "},
-};
-
-constexpr std::array kPlaces{"i2c",        "usb",        "hid",   "ble",        "fm11nt081",
-                             "fm11nt082c", "like-fm11n", "fanli", "like-fanli", "silent"};
+const std::vector<std::string> kRoutes{"i2c", "usb", "hid", "ble"};
+const std::vector<std::string> kChips{"fm11nt081", "fm11nt082c", "like-fm11n",
+                                      "fanli",     "like-fanli", "silent"};
 
 std::string Quoted(const std::string& word) {
     return "\"" + word + "\"";
@@ -133,7 +61,7 @@ class Line {
     const std::string& Peek() const { return m_words[m_next]; }
     std::string Next(const char* usage) {
         if (Done()) {
-            Fail("the line ends too early: " + std::string(usage) + " would be right");
+            Fail("the line ends too early; expected: " + std::string(usage));
         }
         return m_words[m_next++];
     }
@@ -157,7 +85,7 @@ class Line {
         if (error != std::errc() || end != word.data() + word.size() || value < least ||
             value > most) {
             Fail(Quoted(word) + " is not a whole number from " + std::to_string(least) + " to " +
-                 std::to_string(most) + ": " + usage + " would be right");
+                 std::to_string(most) + "; expected: " + usage);
         }
         return value;
     }
@@ -180,20 +108,27 @@ class Line {
     std::size_t m_next = 0;
 };
 
-// A list of routes and chips, separated by commas.
-std::vector<std::string> Places(const Line& line, const std::string& list) {
+/// A list of names, separated by commas. Each is one of `known`.
+std::vector<std::string> Places(const Line& line, const std::string& list, const char* kind,
+                                const std::vector<std::string>& known) {
     const std::string names = list + ",";
     std::vector<std::string> places;
     std::size_t at = 0;
     for (std::size_t comma = 0; (comma = names.find(',', at)) != std::string::npos;
          at = comma + 1) {
         const std::string name = names.substr(at, comma - at);
-        if (std::find(kPlaces.begin(), kPlaces.end(), name) == kPlaces.end()) {
-            line.Fail("unknown route or chip " + Quoted(name) + ": " +
-                      Joined(kPlaces, [](const char* place) { return place; }) + " would be right");
+        if (std::find(known.begin(), known.end(), name) == known.end()) {
+            line.Fail(std::string("unknown ") + kind + " " + Quoted(name) +
+                      "; expected: " + Joined(known, [](const std::string& one) { return one; }));
         }
         places.push_back(name);
     }
+    return places;
+}
+
+std::vector<std::string> RoutesAndChips() {
+    std::vector<std::string> places = kRoutes;
+    places.insert(places.end(), kChips.begin(), kChips.end());
     return places;
 }
 
@@ -204,7 +139,7 @@ void TakeFields(Line& line, const Word& word, Command& command) {
         const std::string name = entry.substr(0, sign);
         const std::string known = sign == std::string::npos ? name + " " : name + "= ";
         if ((" " + std::string(word.fields)).find(" " + known) == std::string::npos) {
-            line.Fail("unknown field " + Quoted(entry) + ": " + word.usage + " would be right");
+            line.Fail("unknown field " + Quoted(entry) + "; expected: " + word.usage);
         }
         std::string value = sign == std::string::npos ? "" : entry.substr(sign + 1);
         if (name == "url") {
@@ -215,8 +150,13 @@ void TakeFields(Line& line, const Word& word, Command& command) {
         } else if (name == "mac" || name == "model" || name == "number") {
             value = line.Bytes(
                 value, name == "mac" ? kMacSize : (name == "model" ? kModelSize : kNumberSize));
-        } else if (name == "route" || name == "chip") {
-            Places(line, value);
+        } else if (name == "route") {
+            Places(line, value, "route", kRoutes);
+        } else if (name == "chip") {
+            if (std::find(kChips.begin(), kChips.end(), value) == kChips.end()) {
+                line.Fail("unknown chip " + Quoted(value) + "; expected: " +
+                          Joined(kChips, [](const std::string& one) { return one; }));
+            }
         } else if (sign != std::string::npos) {
             line.Whole(value, word.usage, 0, kMaxMilliseconds);
         }
@@ -230,18 +170,18 @@ void TakeExpectation(Line& line, const Word& word, Command& command) {
         command.verb = Verb::kExpectEvent;
         command.number = line.Number(word.usage, 1, 4);
         if (line.Next(word.usage) != "within") {
-            line.Fail(std::string("\"within\" is missing: ") + word.usage + " would be right");
+            line.Fail(std::string("\"within\" is missing; expected: ") + word.usage);
         }
         command.within = line.Number(word.usage, 0, kMaxMilliseconds);
     } else if (what == "result") {
         command.verb = Verb::kExpectResult;
         const std::string result = line.Next(word.usage);
         if (result != "OK" && result != "FAIL") {
-            line.Fail("unknown result " + Quoted(result) + ": OK or FAIL would be right");
+            line.Fail("unknown result " + Quoted(result) + "; expected: OK or FAIL");
         }
         command.on = result == "OK";
     } else {
-        line.Fail("unknown expectation " + Quoted(what) + ": " + word.usage + " would be right");
+        line.Fail("unknown expectation " + Quoted(what) + "; expected: " + word.usage);
     }
 }
 
@@ -255,7 +195,7 @@ void TakeArguments(Line& line, const Word& word, Command& command) {
             }
             if (!line.Done()) {
                 command.argument = line.Next(word.usage);
-                Places(line, command.argument);
+                Places(line, command.argument, "route", kRoutes);
             }
             break;
         case Takes::kMs:
@@ -269,7 +209,7 @@ void TakeArguments(Line& line, const Word& word, Command& command) {
             break;
         case Takes::kPlan:
             if (line.Done()) {
-                line.Fail(std::string("the plan is missing: ") + word.usage + " would be right");
+                line.Fail(std::string("the plan is missing; expected: ") + word.usage);
             }
             command.argument = line.Rest();
             break;
@@ -284,14 +224,13 @@ void TakeArguments(Line& line, const Word& word, Command& command) {
         case Takes::kOwn:
             command.on = !line.Done();
             if (command.on && line.Next(word.usage) != "own") {
-                line.Fail(std::string("only \"own\" can follow: ") + word.usage +
-                          " would be right");
+                line.Fail(std::string("only \"own\" can follow; expected: ") + word.usage);
             }
             break;
         case Takes::kSwitch: {
             const std::string state = line.Next(word.usage);
             if (state != "on" && state != "off") {
-                line.Fail("unknown state " + Quoted(state) + ": " + word.usage + " would be right");
+                line.Fail("unknown state " + Quoted(state) + "; expected: " + word.usage);
             }
             command.on = state == "on";
             break;
@@ -307,7 +246,7 @@ void TakeArguments(Line& line, const Word& word, Command& command) {
         TakeFields(line, word, command);
     }
     if (!line.Done()) {
-        line.Fail("too much: " + Quoted(line.Peek()) + ": " + word.usage + " would be right");
+        line.Fail("too much: " + Quoted(line.Peek()) + "; expected: " + word.usage);
     }
 }
 
@@ -330,7 +269,8 @@ void ParseCommand(Line& line, Command& command) {
             continue;
         }
         if (word == "on") {
-            command.only = Places(line, line.Next("on ROUTE-OR-CHIP[,...] COMMAND"));
+            command.only = Places(line, line.Next("on NAME[,NAME...] COMMAND"), "route or chip",
+                                  RoutesAndChips());
             continue;
         }
         if (word == "host") {
@@ -341,23 +281,26 @@ void ParseCommand(Line& line, Command& command) {
             manager = static_cast<unsigned>(line.Number("manager N COMMAND", 1, kMostManagers));
             continue;
         }
-        const auto* const found = std::find_if(kWords.begin(), kWords.end(),
-                                               [&](const Word& one) { return word == one.name; });
-        if (found == kWords.end()) {
-            line.Fail("unknown word " + Quoted(word) + ": " +
-                      Joined(kWords, [](const Word& one) { return one.name; }) +
-                      ", end, at, in, on, host or manager would be right");
+        const std::vector<Word>& words = ScriptWords();
+        const auto found = std::find_if(words.begin(), words.end(),
+                                        [&](const Word& one) { return word == one.name; });
+        if (found == words.end()) {
+            line.Fail("unknown command " + Quoted(word) +
+                      "; expected: " + Joined(words, [](const Word& one) { return one.name; }) +
+                      ", end, or a prefix: at, in, on, host, manager");
         }
         const auto refuse = [&](bool given, const char* prefix, const char* right) {
             if (given) {
-                line.Fail("\"" + std::string(prefix) + "\" cannot stand in front of " +
-                          Quoted(word) + ": " + right + " would be right");
+                line.Fail("\"" + std::string(prefix) + "\" cannot come before " + Quoted(word) +
+                          "; " + right);
             }
         };
         refuse(command.in && (found->prefixes & kIn) == 0, "in",
-               "tap, enter, leave or chip-status");
-        refuse(manager && (found->prefixes & kManager) == 0, "manager", "a manager's operation");
-        refuse(command.host != 0 && (found->prefixes & kScriptOnly) != 0, "host", "it alone");
+               "expected: tap, enter, leave or chip-status");
+        refuse(manager && (found->prefixes & kManager) == 0, "manager",
+               "expected: an operation of a manager");
+        refuse(command.host != 0 && (found->prefixes & kScriptOnly) != 0, "host",
+               "it belongs to the script itself");
         command.manager = manager.value_or(1);
         command.verb = found->verb;
         TakeArguments(line, *found, command);
@@ -370,6 +313,10 @@ void ParseCommand(Line& line, Command& command) {
 std::map<std::string, std::string> Script::Pc() const {
     const bool given = !commands.empty() && commands[0].verb == Verb::kPc;
     return given ? commands[0].fields : std::map<std::string, std::string>{};
+}
+
+std::string Script::PcPlace() const {
+    return file + ":" + std::to_string(commands.empty() ? 0 : commands[0].line) + ": pc ";
 }
 
 Script ParseScript(const std::string& file, std::string_view text) {

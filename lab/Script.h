@@ -71,9 +71,11 @@ struct Script {
 
     /// The fields of "pc", which can only be the first command; empty without it.
     std::map<std::string, std::string> Pc() const;
+    /// "FILE:LINE: pc ", for messages about one of these fields.
+    std::string PcPlace() const;
 };
 
-/// Throws WrongCall as "FILE:LINE: ..." with the wrong word and what would be right.
+/// Throws WrongCall as "FILE:LINE: ..." with the wrong word and what is expected.
 Script ParseScript(const std::string& file, std::string_view text);
 
 }  // namespace lab

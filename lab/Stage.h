@@ -14,8 +14,10 @@
 namespace lab {
 
 struct StageOptions {
-    std::optional<std::string> route;  ///< one or several, separated by commas; none: i2c
-    std::optional<std::string> chip;   ///< none: fm11nt081
+    std::optional<std::string> route;     ///< one or several, separated by commas; none: i2c
+    std::optional<std::string> chip;      ///< none: fm11nt081
+    std::string routePlace = "--route ";  ///< begins messages about the route: where it was given
+    std::string chipPlace = "--chip ";    ///< the same of the chip
     std::optional<std::string> fault;
     std::optional<std::uint64_t> seed;  ///< scheduled clock; none: real time
     std::int64_t late = 0;         ///< scheduled clock: how late a thread may run, in milliseconds

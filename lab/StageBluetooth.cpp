@@ -8,6 +8,7 @@
 #include "lab/BusTrace.h"
 #include "lab/Failure.h"
 #include "lab/Hex.h"
+#include "lab/PcParts.h"
 #include "lab/PhoneObject.h"
 #include "lab/StageRelay.h"
 #include "lab/StageWindows.h"
@@ -19,7 +20,6 @@ namespace lab {
 namespace {
 
 constexpr std::int64_t kThreadEndBound = 5'000;
-constexpr char kNoFaults[] = "none";
 
 hosted::Micros Micros(std::int64_t milliseconds) {
     return milliseconds * hosted::kMillisecond;
@@ -28,27 +28,19 @@ hosted::Micros Micros(std::int64_t milliseconds) {
 class BluetoothStage : public WindowsStage {
   public:
     BluetoothStage(const StageOptions& options, Recorder& recorder)
-        : WindowsStage(recorder), m_fault(options.fault.value_or(kNoFaults)) {
-        if (options.chip) {
-            throw WrongCall("--chip " + *options.chip + ": the ble route has no chip to choose");
-        }
-        try {
-            Fault(m_fault, false);
-        } catch (const WrongCall& problem) {
-            throw WrongCall("--fault: " + std::string(problem.what()));
-        }
-    }
+        : WindowsStage(recorder), m_options(options), m_parts(options, {"ble"}) {}
 
     void CreateDevices() override {
         WindowsStage::CreateDevices();
-        m_pc = std::make_unique<simulator::SimulatedPc>(
-            std::vector<simulator::PcRoute>{simulator::PcRoute::kBle}, "");
+        m_pc = std::make_unique<simulator::SimulatedPc>(m_parts.Routes());
         Trace();
-        Fault(m_fault, true);
+        if (m_options.fault) {
+            Fault(*m_options.fault, true);
+        }
     }
 
-    std::string Route() const override { return "ble"; }
-    bool HasRoute(const std::string& name) const override { return name == "ble"; }
+    std::string Route() const override { return m_parts.Route(); }
+    bool HasRoute(const std::string& name) const override { return m_parts.HasRoute(name); }
     std::uint64_t KeyboardAddress() const override { return simulator::kDefaultBleAddress; }
     std::string DefaultScript() const override { return VisitScript(Chip()); }
 
@@ -72,14 +64,9 @@ class BluetoothStage : public WindowsStage {
         ApplyDeliveryHabits(fields);
     }
     void Fault(const std::string& plan, bool apply) override {
-        std::string error;
-        const auto faults = simulator::PcFaults::Parse(plan == kNoFaults ? "" : plan,
-                                                       {simulator::PcRoute::kBle}, error);
-        if (!faults) {
-            throw WrongCall(error);
-        }
+        const simulator::PcFaults faults = m_parts.Faults(plan);
         if (apply) {
-            m_pc->SetFaults(*faults);
+            m_pc->SetFaults(faults);
         }
     }
 
@@ -108,7 +95,8 @@ class BluetoothStage : public WindowsStage {
                                             [this] { return Now(); }));
     }
 
-    std::string m_fault;
+    StageOptions m_options;
+    PcParts m_parts;
     std::unique_ptr<simulator::SimulatedPc> m_pc;
 };
 

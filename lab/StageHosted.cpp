@@ -10,6 +10,7 @@
 #include "lab/BusTrace.h"
 #include "lab/Failure.h"
 #include "lab/Hex.h"
+#include "lab/PcParts.h"
 #include "lab/PhoneObject.h"
 #include "lab/Script.h"
 #include "lab/Stage.h"
@@ -21,10 +22,7 @@ namespace lab {
 
 namespace {
 
-using simulator::PcRoute;
-
 constexpr hosted::Micros kThreadEndBound = 5 * hosted::kSecond;
-constexpr char kNoFaults[] = "none";
 
 hosted::Micros FromMilliseconds(std::int64_t milliseconds) {
     return milliseconds * hosted::kMillisecond;
@@ -57,48 +55,13 @@ DWORD WINAPI RunHost(LPVOID argument) {
 constexpr LPTHREAD_START_ROUTINE kHostRoutines[kMostHosts] = {RunHost<1>, RunHost<2>, RunHost<3>,
                                                               RunHost<4>};
 
-std::vector<std::string> SplitList(const std::string& list) {
-    std::vector<std::string> entries;
-    for (std::size_t at = 0; at <= list.size();) {
-        const std::size_t comma = std::min(list.find(',', at), list.size());
-        entries.push_back(list.substr(at, comma - at));
-        at = comma + 1;
-    }
-    return entries;
-}
-
 class HostedStage : public Stage {
   public:
     HostedStage(const StageOptions& options, Recorder& recorder)
         : m_options(options),
           m_recorder(recorder),
-          m_routeNames(SplitList(options.route.value_or("i2c"))),
-          m_routeName(m_routeNames[0]),
-          m_chipName(options.chip.value_or("fm11nt081")),
-          m_bus(recorder, BusMeaning(Format(), Extended())) {
-        for (const std::string& name : m_routeNames) {
-            const auto route = simulator::RouteByName(name);
-            if (!route) {
-                throw WrongCall("--route " + name + ": i2c, usb, hid or ble would be right");
-            }
-            m_routes.push_back(*route);
-        }
-        const auto& kinds = simulator::ChipKinds();
-        if (std::find(kinds.begin(), kinds.end(), m_chipName) == kinds.end()) {
-            throw WrongCall("--chip " + m_chipName + ": there is no such chip");
-        }
-        if (options.chip && !HasChip()) {
-            throw WrongCall("--chip " + m_chipName + ": the " + m_routeName +
-                            " route has no chip to choose");
-        }
-        if (options.fault) {
-            try {
-                Fault(*options.fault, false);
-            } catch (const WrongCall& problem) {
-                throw WrongCall("--fault: " + std::string(problem.what()));
-            }
-        }
-    }
+          m_parts(options, {"i2c", "usb", "hid", "ble"}),
+          m_bus(recorder, BusMeaning(Format(), m_parts.Route() == "i2c" && m_parts.HasFanli())) {}
 
     void ChooseClock() override {
         if (m_options.seed) {
@@ -122,18 +85,16 @@ class HostedStage : public Stage {
         m_recorder.NameThread(hosted::CurrentThread(), kHostThread);
         TraceLogger::SetSink(RecordLogLine, &m_recorder);
         hosted::SetTracer([this](const hosted::TraceEvent& event) { m_bus.Take(event); });
-        m_pc = std::make_unique<simulator::SimulatedPc>(m_routes, m_chipName);
+        m_pc = std::make_unique<simulator::SimulatedPc>(m_parts.Routes(), m_parts.ChipToBuild());
         TraceBluetooth();
         if (m_options.fault) {
             Fault(*m_options.fault, true);
         }
     }
 
-    std::string Route() const override { return m_routeName; }
-    std::string Chip() const override { return HasChip() ? m_chipName : std::string(); }
-    bool HasRoute(const std::string& name) const override {
-        return std::find(m_routeNames.begin(), m_routeNames.end(), name) != m_routeNames.end();
-    }
+    std::string Route() const override { return m_parts.Route(); }
+    std::string Chip() const override { return m_parts.Chip(); }
+    bool HasRoute(const std::string& name) const override { return m_parts.HasRoute(name); }
     std::uint64_t KeyboardAddress() const override { return simulator::kDefaultBleAddress; }
 
     std::string DefaultScript() const override { return VisitScript(Chip()); }
@@ -153,7 +114,7 @@ class HostedStage : public Stage {
     }
 
     void Tap(std::int64_t in, std::int64_t stay, const std::string& route) override {
-        const std::string& name = route.empty() ? m_routeName : route;
+        const std::string& name = route.empty() ? m_parts.Route() : route;
         if (!HasRoute(name)) {
             throw WrongCall("the PC has no tag on the " + name + " route");
         }
@@ -163,9 +124,9 @@ class HostedStage : public Stage {
     void Enter(std::int64_t in) override { m_pc->HoldPhone(FromMilliseconds(in), Reporter()); }
     void Leave(std::int64_t in) override { m_pc->TakePhone(FromMilliseconds(in)); }
     void ChipStatus(std::int64_t in, std::uint8_t status) override {
-        if (Chip() != "fanli" && Chip() != "like-fanli") {
+        if (!m_parts.HasFanli()) {
             throw WrongCall("chip-status: only the chips fanli and like-fanli have one, not " +
-                            (HasChip() ? m_chipName : "the " + m_routeName + " route"));
+                            (Chip().empty() ? "the " + Route() + " route" : Chip()));
         }
         hosted::After(FromMilliseconds(in), [this, status] {
             m_pc->chip()->BackDoor().RaiseStatus(hosted::Now(), status, 0);
@@ -174,7 +135,7 @@ class HostedStage : public Stage {
 
     void ChipBits(unsigned reg, std::uint8_t mask, std::uint8_t value) override {
         const hosted::DeviceLock lock;
-        if (!HasChip() || !m_pc->chip()->BackDoor().StickBits(reg, mask, value)) {
+        if (Chip().empty() || !m_pc->chip()->BackDoor().StickBits(reg, mask, value)) {
             throw WrongCall("chip-bits: only FM11N chips have them");
         }
     }
@@ -186,14 +147,9 @@ class HostedStage : public Stage {
     void Plug() override { m_pc->Plug(); }
 
     void Fault(const std::string& plan, bool apply) override {
-        std::string error;
-        const auto faults =
-            simulator::PcFaults::Parse(plan == kNoFaults ? "" : plan, m_routes, error);
-        if (!faults) {
-            throw WrongCall(error);
-        }
+        const simulator::PcFaults faults = m_parts.Faults(plan);
         if (apply) {
-            m_pc->SetFaults(*faults);
+            m_pc->SetFaults(faults);
         }
     }
 
@@ -216,14 +172,10 @@ class HostedStage : public Stage {
     }
 
   private:
-    bool HasChip() const { return m_routeName == "i2c" || m_routeName == "usb"; }
-    bool Extended() const {
-        return m_routeName == "i2c" && (m_chipName == "fanli" || m_chipName == "like-fanli");
-    }
     BusFormat Format() const {
-        return m_routeName == "hid"   ? BusFormat::kReports
-               : m_routeName == "ble" ? BusFormat::kFrames
-                                      : BusFormat::kChip;
+        return m_parts.Route() == "hid"   ? BusFormat::kReports
+               : m_parts.Route() == "ble" ? BusFormat::kFrames
+                                          : BusFormat::kChip;
     }
     simulator::Phone::Reporter Reporter() {
         return [this](const simulator::PhoneReport& report) {
@@ -243,11 +195,8 @@ class HostedStage : public Stage {
 
     StageOptions m_options;
     Recorder& m_recorder;
-    std::vector<std::string> m_routeNames;
-    std::string m_routeName;  // the first one
-    std::string m_chipName;
+    PcParts m_parts;
     BusTrace m_bus;
-    std::vector<PcRoute> m_routes;
     std::unique_ptr<simulator::SimulatedPc> m_pc;
 };
 

@@ -1,22 +1,19 @@
 // Commands to the device process, and its reports as objects of the recorder.
 #include "lab/StageRelay.h"
 
-#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <sstream>
 #include <utility>
-#include <vector>
 
 #include "lab/BusTrace.h"
 #include "lab/DeviceProcess.h"
 #include "lab/Failure.h"
 #include "lab/Hex.h"
+#include "lab/PcParts.h"
 #include "lab/PhoneObject.h"
 #include "lab/StageWindows.h"
 #include "platform/hosted/Kernel.h"
-#include "simulator/Chip.h"
-#include "simulator/FaultPlan.h"
 #include "simulator/windows/DeviceLines.h"
 
 #include <tlhelp32.h>
@@ -26,16 +23,6 @@ namespace lab {
 namespace {
 
 constexpr std::int64_t kThreadEndBound = 5'000;
-constexpr char kNoFaults[] = "none";
-
-std::vector<std::string> SplitList(const std::string& list) {
-    std::vector<std::string> entries;
-    std::istringstream in(list);
-    for (std::string entry; std::getline(in, entry, ',');) {
-        entries.push_back(entry);
-    }
-    return entries;
-}
 
 HMODULE ModuleOf(const void* code) {
     HMODULE module = nullptr;
@@ -70,30 +57,9 @@ class RelayStage : public WindowsStage {
     RelayStage(const StageOptions& options, Recorder& recorder)
         : WindowsStage(recorder),
           m_options(options),
-          m_routeNames(SplitList(*options.route)),
-          m_routeName(m_routeNames.empty() ? "" : m_routeNames.front()),
-          m_chipName(options.chip.value_or("fm11nt081")),
-          m_bus(recorder, BusMeaning(m_routeName == "hid" ? BusFormat::kReports : BusFormat::kChip,
-                                     m_routeName == "i2c" && IsFanli())) {
-        for (const std::string& name : m_routeNames) {
-            if (name != "i2c" && name != "usb" && name != "hid") {
-                throw WrongCall("--route " + name +
-                                ": i2c, usb or hid would be right, or ble alone");
-            }
-        }
-        const auto& kinds = simulator::ChipKinds();
-        if (m_routeNames.empty() ||
-            std::find(kinds.begin(), kinds.end(), m_chipName) == kinds.end()) {
-            throw WrongCall("--chip " + m_chipName + ": there is no such chip");
-        }
-        if (options.chip && !HasChip()) {
-            throw WrongCall("--chip " + m_chipName + ": the " + m_routeName +
-                            " route has no chip to choose");
-        }
-        if (options.fault) {
-            CheckFault("--fault: ", *options.fault);
-        }
-    }
+          m_parts(options, {"i2c", "usb", "hid"}),
+          m_bus(recorder, BusMeaning(Route() == "hid" ? BusFormat::kReports : BusFormat::kChip,
+                                     Route() == "i2c" && m_parts.HasFanli())) {}
 
     void CreateDevices() override {
         WindowsStage::CreateDevices();
@@ -101,7 +67,7 @@ class RelayStage : public WindowsStage {
             std::make_unique<DeviceProcess>([this](const std::string& line) { Take(line); });
         m_devices->Ask("bus on");
         try {
-            m_devices->Ask("pc " + *m_options.route + " " + m_chipName);
+            m_devices->Ask("pc " + *m_options.route + " " + m_parts.ChipToBuild());
         } catch (const WrongCall& problem) {
             throw SystemFailure(
                 problem.what());  // the options are right, the drivers are not there
@@ -111,11 +77,9 @@ class RelayStage : public WindowsStage {
         }
     }
 
-    std::string Route() const override { return m_routeName; }
-    bool HasRoute(const std::string& name) const override {
-        return std::find(m_routeNames.begin(), m_routeNames.end(), name) != m_routeNames.end();
-    }
-    std::string Chip() const override { return HasChip() ? m_chipName : std::string(); }
+    std::string Route() const override { return m_parts.Route(); }
+    bool HasRoute(const std::string& name) const override { return m_parts.HasRoute(name); }
+    std::string Chip() const override { return m_parts.Chip(); }
     std::string DefaultScript() const override { return VisitScript(Chip()); }
 
     void Tap(std::int64_t in, std::int64_t stay, const std::string& route) override {
@@ -135,7 +99,7 @@ class RelayStage : public WindowsStage {
         m_devices->Ask(command.str());
     }
     void Fault(const std::string& plan, bool apply) override {
-        CheckFault("", plan);
+        m_parts.Faults(plan);
         if (apply) {
             m_devices->Ask("fault " + plan);
         }
@@ -152,16 +116,6 @@ class RelayStage : public WindowsStage {
     }
 
   private:
-    bool HasChip() const { return m_routeName == "i2c" || m_routeName == "usb"; }
-    bool IsFanli() const { return m_chipName == "fanli" || m_chipName == "like-fanli"; }
-
-    static void CheckFault(const std::string& option, const std::string& plan) {
-        std::string error;
-        if (!simulator::FaultPlan::Parse(plan == kNoFaults ? "" : plan, error)) {
-            throw WrongCall(option + "\"" + plan + "\": " + error);
-        }
-    }
-
     /// A report of the device process, on the thread that listens to it.
     void Take(const std::string& line) {
         if (const auto report = simulator::PhoneFrom(line)) {
@@ -175,9 +129,7 @@ class RelayStage : public WindowsStage {
     }
 
     StageOptions m_options;
-    std::vector<std::string> m_routeNames;
-    std::string m_routeName;  // the first one
-    std::string m_chipName;
+    PcParts m_parts;
     BusTrace m_bus;  // used by the listening thread alone
     std::unique_ptr<DeviceProcess> m_devices;
 };

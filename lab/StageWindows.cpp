@@ -20,7 +20,7 @@ namespace {
 constexpr std::int64_t kPollInterval = 5;  // milliseconds between two evaluations of a predicate
 
 [[noreturn]] void Refuse(const std::string& what) {
-    throw WrongCall(what + " needs simulated devices: --route would be right");
+    throw WrongCall(what + " needs simulated devices: choose --route i2c, usb, hid or ble");
 }
 
 }  // namespace

@@ -4,9 +4,11 @@
 
 #include <csignal>
 #include <filesystem>
+#include <system_error>
 
 #include "lab/ConfigCheck.h"
 #include "lab/LogSink.h"
+#include "lab/System.h"
 #include "lab/Terminal.h"
 #include "platform/hosted/Kernel.h"
 
@@ -27,7 +29,19 @@ std::size_t ErrorWidth() {
 }
 
 void PrepareStreams() {
-    std::signal(SIGPIPE, SIG_IGN);  // writing to a closed pipe fails instead
+    // Writing to a closed pipe, or beyond the limit of a file's size, fails instead.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
+bool HasOwnDevices() {
+    return false;
+}
+
+std::filesystem::path ProgramDirectory() {
+    std::error_code error;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    return error ? std::filesystem::path() : program.parent_path();
 }
 
 bool SetLogSink(TraceLogger::Sink sink, void* context) {

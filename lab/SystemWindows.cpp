@@ -5,11 +5,19 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <string>
 
 #include "lab/ConfigCheck.h"
+#include "lab/System.h"
 #include "lab/Terminal.h"
 
 namespace lab {
+
+namespace {
+
+constexpr std::size_t kLongestPath = 32768;
+
+}  // namespace
 
 bool OutputIsTerminal() {
     return _isatty(_fileno(stdout)) != 0;
@@ -30,6 +38,20 @@ std::size_t ErrorWidth() {
 void PrepareStreams() {
     _setmode(_fileno(stdin), _O_BINARY);
     _setmode(_fileno(stdout), _O_BINARY);
+}
+
+bool HasOwnDevices() {
+    return true;
+}
+
+std::filesystem::path ProgramDirectory() {
+    std::wstring name(kLongestPath, L'\0');
+    const DWORD size = GetModuleFileNameW(nullptr, name.data(), static_cast<DWORD>(name.size()));
+    if (size == 0 || size == name.size()) {
+        return {};
+    }
+    name.resize(size);
+    return std::filesystem::path(name).parent_path();
 }
 
 void UseConfigDirectory(const std::filesystem::path& directory) {

@@ -30,6 +30,10 @@ const std::vector<std::string>& ChipKinds() {
     return kinds;
 }
 
+bool IsFanliKind(const std::string& kind) {
+    return kind == "fanli" || kind == "like-fanli";
+}
+
 std::unique_ptr<Chip> MakeChip(const std::string& kind) {
     if (kind == "fm11nt081") {
         return std::make_unique<Fm11nChip>(kFm11nt081);

@@ -85,6 +85,9 @@ class Chip {
 /// "silent".
 const std::vector<std::string>& ChipKinds();
 
+/// True for "fanli" and "like-fanli", which speak a frame format of their own.
+bool IsFanliKind(const std::string& kind);
+
 /// Null for an unknown name.
 std::unique_ptr<Chip> MakeChip(const std::string& kind);
 

@@ -19,17 +19,23 @@ constexpr TargetName kTargets[] = {
 struct ActionName {
     const char* name;
     FaultAction action;
+    const char* form;
     const char* value;  // what follows the colon; null for nothing
 };
-constexpr ActionName kActions[] = {{"refuse", FaultAction::kRefuse, "a last-error code"},
-                                   {"fail", FaultAction::kFail, "a last-error code"},
-                                   {"short", FaultAction::kShort, "a number of bytes"},
-                                   {"late", FaultAction::kLate, "a number of milliseconds"},
-                                   {"never", FaultAction::kNever, nullptr},
-                                   {"gone", FaultAction::kGone, nullptr}};
+constexpr ActionName kActions[] = {
+    {"refuse", FaultAction::kRefuse, "refuse:CODE", "a last-error code"},
+    {"fail", FaultAction::kFail, "fail:CODE", "a last-error code"},
+    {"short", FaultAction::kShort, "short:BYTES", "a number of bytes"},
+    {"late", FaultAction::kLate, "late:MS", "a number of milliseconds"},
+    {"never", FaultAction::kNever, "never", nullptr},
+    {"gone", FaultAction::kGone, "gone", nullptr}};
 
 constexpr char kTargetList[] = "open, read, write, control, interrupt or any";
-constexpr char kActionList[] = "refuse:CODE, fail:CODE, short:K, late:MS, never or gone";
+constexpr char kActionList[] = "refuse:CODE, fail:CODE, short:BYTES, late:MS, never or gone";
+
+std::string NumberRange() {
+    return "from 1 to " + std::to_string(std::numeric_limits<std::uint32_t>::max());
+}
 
 std::string Trim(const std::string& text) {
     const auto begin = text.find_first_not_of(" \t\r\n");
@@ -64,8 +70,11 @@ std::string ReadWhich(const std::string& text, Fault& fault) {
     const auto last = dash != std::string::npos ? Number(text.substr(dash + 1))
                       : open ? std::make_optional(std::numeric_limits<std::uint32_t>::max())
                              : first;
-    if (!first || !last || *last < *first) {
-        return "\"" + text + "\" after \"#\" is not N, N-M or N+ with numbers from 1";
+    if (!first || !last) {
+        return "\"" + text + "\" is not N, N-M or N+, with numbers " + NumberRange();
+    }
+    if (*last < *first) {
+        return "in \"" + text + "\" the second number is below the first";
     }
     fault.first = *first;
     fault.last = *last;
@@ -81,17 +90,17 @@ std::string ReadAction(const std::string& text, Fault& fault) {
         }
         fault.action = action.action;
         if (action.value == nullptr) {
-            return colon == std::string::npos ? "" : "\"" + name + "\" takes no value";
+            return colon == std::string::npos ? "" : name + " takes no value";
         }
         const auto value =
             colon == std::string::npos ? std::nullopt : Number(text.substr(colon + 1));
         if (!value) {
-            return "\"" + name + "\" needs " + action.value + " above 0, as in \"" + name + ":5\"";
+            return std::string(action.form) + " needs " + action.value + " " + NumberRange();
         }
         fault.value = *value;
         return "";
     }
-    return "\"" + name + "\" is no action: " + kActionList;
+    return "\"" + name + "\" is not one of " + kActionList;
 }
 
 // Gives an empty text, or what is wrong.
@@ -99,7 +108,7 @@ std::string ReadFault(const std::string& text, Fault& fault) {
     const auto hash = text.find('#');
     const auto equals = text.find('=');
     if (hash == std::string::npos || equals == std::string::npos || equals < hash) {
-        return "it doesn't have the form KIND#WHICH=ACTION";
+        return "the form is KIND#WHICH=ACTION, as in write#3=refuse:1117";
     }
     const std::string kind = Trim(text.substr(0, hash));
     bool known = false;
@@ -110,7 +119,7 @@ std::string ReadFault(const std::string& text, Fault& fault) {
         }
     }
     if (!known) {
-        return "\"" + kind + "\" is no kind of request: " + kTargetList;
+        return "\"" + kind + "\" is not one of " + kTargetList;
     }
     std::string problem = ReadWhich(Trim(text.substr(hash + 1, equals - hash - 1)), fault);
     if (problem.empty()) {
@@ -118,7 +127,7 @@ std::string ReadFault(const std::string& text, Fault& fault) {
     }
     if (problem.empty() && fault.target == FaultTarget::kOpen &&
         fault.action != FaultAction::kRefuse && fault.action != FaultAction::kGone) {
-        problem = "an opening can only be refused or find the device gone";
+        problem = "open takes refuse:CODE or gone only";
     }
     return problem;
 }
@@ -136,10 +145,14 @@ std::optional<FaultPlan> FaultPlan::Parse(const std::string& text, std::string& 
         const auto comma = text.find(',', begin);
         const std::string part =
             Trim(text.substr(begin, comma == std::string::npos ? comma : comma - begin));
+        if (part.empty()) {
+            error = "entry " + std::to_string(number) + " is empty";
+            return std::nullopt;
+        }
         Fault fault;
         const std::string problem = ReadFault(part, fault);
         if (!problem.empty()) {
-            error = "fault " + std::to_string(number) + ", \"" + part + "\": " + problem;
+            error = "\"" + part + "\": " + problem;
             return std::nullopt;
         }
         plan.faults.push_back(fault);

@@ -8,7 +8,7 @@
 //            | N "+"                           from the N-th on
 //     action = refuse:CODE                     fails at once with this last-error code
 //            | fail:CODE                       is pending first, then fails with this code
-//            | short:K                         succeeds, K bytes short
+//            | short:BYTES                     succeeds, that many bytes short
 //            | late:MS                         ends MS milliseconds later than it would
 //            | never                           stays pending until it is cancelled
 //            | gone                            the device is gone, from this request on
@@ -42,7 +42,7 @@ struct Fault {
 struct FaultPlan {
     std::vector<Fault> faults;
 
-    /// Nothing when the text is wrong, with the reason and the place in `error`. An empty text
+    /// Nothing when the text is wrong, with the entry and the reason in `error`. An empty text
     /// gives an empty plan.
     static std::optional<FaultPlan> Parse(const std::string& text, std::string& error);
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <limits>
 #include <utility>
 
 namespace simulator {
@@ -17,9 +18,10 @@ constexpr std::pair<const char*, BleCall> kCalls[] = {{"connect", BleCall::kConn
                                                       {"unsubscribe", BleCall::kUnsubscribe},
                                                       {"write", BleCall::kWrite}};
 
-std::optional<ClientFault> ParseClientFault(std::string entry, std::string& error) {
-    entry.erase(0, entry.find_first_not_of(' '));
-    entry.erase(entry.find_last_not_of(' ') + 1);
+constexpr char kCallForm[] =
+    "CALL#N, with connect, disconnect, subscribe, unsubscribe or write and a number from 1 to ";
+
+std::optional<ClientFault> ParseClientFault(const std::string& entry) {
     const std::size_t sign = entry.find('#');
     unsigned nth = 0;
     if (sign != std::string::npos) {
@@ -31,10 +33,13 @@ std::optional<ClientFault> ParseClientFault(std::string entry, std::string& erro
             return ClientFault{call, nth};
         }
     }
-    error = "fault \"" + entry +
-            "\": on the ble route CALL#N would be right, with connect, disconnect, subscribe, "
-            "unsubscribe or write";
     return std::nullopt;
+}
+
+std::string Trim(const std::string& text) {
+    const std::size_t begin = text.find_first_not_of(' ');
+    return begin == std::string::npos ? ""
+                                      : text.substr(begin, text.find_last_not_of(' ') - begin + 1);
 }
 
 }  // namespace
@@ -42,24 +47,35 @@ std::optional<ClientFault> ParseClientFault(std::string entry, std::string& erro
 std::optional<PcFaults> PcFaults::Parse(const std::string& text, const std::vector<PcRoute>& routes,
                                         std::string& error) {
     const bool ble = std::find(routes.begin(), routes.end(), PcRoute::kBle) != routes.end();
+    if (!ble) {
+        const auto plan = FaultPlan::Parse(text, error);
+        return plan ? std::make_optional(PcFaults{*plan, {}}) : std::nullopt;
+    }
+    const bool drivers = routes.size() > 1;
     PcFaults faults;
     std::string ofDrivers;
-    // An empty entry, as after a comma at the end, is not dropped: it is refused below.
-    for (std::size_t at = 0; !text.empty() && at <= text.size();) {
+    // An empty entry, as after a comma at the end, is not dropped: it is refused.
+    unsigned number = 0;
+    for (std::size_t at = 0; !Trim(text).empty() && at <= text.size();) {
         const std::size_t comma = std::min(text.find(',', at), text.size());
-        const std::string entry = text.substr(at, comma - at);
+        const std::string entry = Trim(text.substr(at, comma - at));
         at = comma + 1;
-        if (!ble || (routes.size() > 1 && entry.find('=') != std::string::npos)) {
+        ++number;
+        if (drivers && entry.find('=') != std::string::npos) {
             ofDrivers += (ofDrivers.empty() ? "" : ",") + entry;
-        } else if (const auto fault = ParseClientFault(entry, error)) {
+        } else if (const auto fault = ParseClientFault(entry)) {
             faults.client.push_back(*fault);
+        } else if (entry.empty()) {
+            error = "entry " + std::to_string(number) + " is empty";
+            return std::nullopt;
         } else {
+            error = "\"" + entry + "\": the form " + (drivers ? "without an action" : "on ble") +
+                    " is " + kCallForm + std::to_string(std::numeric_limits<unsigned>::max());
             return std::nullopt;
         }
     }
     const auto plan = FaultPlan::Parse(ofDrivers, error);
     if (!plan) {
-        error = "\"" + ofDrivers + "\": " + error;
         return std::nullopt;
     }
     faults.drivers = *plan;

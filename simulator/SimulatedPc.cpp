@@ -28,6 +28,24 @@ std::optional<PcRoute> RouteByName(const std::string& name) {
     return std::nullopt;
 }
 
+std::string ChipProblem(const std::vector<PcRoute>& routes, const std::string& chip) {
+    const auto has = [&](PcRoute route) {
+        return std::find(routes.begin(), routes.end(), route) != routes.end();
+    };
+    if (!has(PcRoute::kI2c) && !has(PcRoute::kUsb)) {
+        return "";
+    }
+    const auto& kinds = ChipKinds();
+    if (std::find(kinds.begin(), kinds.end(), chip) == kinds.end()) {
+        return "there is no such chip";
+    }
+    // The library takes the chip of the USB route for one with FM11N frames, without detection.
+    if (has(PcRoute::kUsb) && IsFanliKind(chip)) {
+        return "not possible on the usb route, where every chip has the frames of FM11N chips";
+    }
+    return "";
+}
+
 SimulatedPc::SimulatedPc(const std::vector<PcRoute>& routes, const std::string& chip)
     : m_routes(routes) {
     for (const PcRoute route : {PcRoute::kI2c, PcRoute::kUsb}) {

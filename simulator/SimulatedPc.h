@@ -23,6 +23,10 @@ namespace simulator {
 /// Knows "i2c", "usb", "hid" and "ble"; nothing for any other name.
 std::optional<PcRoute> RouteByName(const std::string& name);
 
+/// Why no PC has this chip on these routes; empty when it can. A chip that is unknown is one
+/// reason.
+std::string ChipProblem(const std::vector<PcRoute>& routes, const std::string& chip);
+
 class SimulatedPc {
   public:
     /// Builds the PC with all devices plugged in. `chip` is one of ChipKinds() and serves the I2C

@@ -38,7 +38,21 @@ hosted::Micros Span(Time time) {
         throw std::invalid_argument("a span of time is negative: " + std::to_string(time.count()) +
                                     " us");
     }
-    return time.count();
+    return std::min(time, kWithoutEnd).count();
+}
+
+hosted::Micros SpanWithEnd(Time time) {
+    if (time >= kWithoutEnd) {
+        throw std::invalid_argument("a span of time has no end: " + std::to_string(time.count()) +
+                                    " us");
+    }
+    return Span(time);
+}
+
+void RequireFunction(bool given) {
+    if (!given) {
+        throw std::invalid_argument("the function is empty");
+    }
 }
 
 // What the recorder has. The library's threads may log while the process ends.
@@ -97,6 +111,14 @@ std::vector<PcRoute> Inner(const std::vector<Route>& routes) {
     return inner;
 }
 
+std::vector<PcRoute> Checked(std::vector<PcRoute> routes, const std::string& chip) {
+    const std::string problem = simulator::ChipProblem(routes, chip);
+    if (!problem.empty()) {
+        throw std::invalid_argument("chip \"" + chip + "\": " + problem);
+    }
+    return routes;
+}
+
 std::atomic<bool> g_pcExists{false};
 
 // Marks the process's only PC.
@@ -129,10 +151,11 @@ Time Now() {
 }
 
 void Advance(Time time) {
-    hosted::WaitFor([] { return false; }, Span(time), "Advance");
+    hosted::WaitFor([] { return false; }, SpanWithEnd(time), "Advance");
 }
 
 bool WaitFor(const std::function<bool()>& condition, Time limit) {
+    RequireFunction(condition != nullptr);
     const hosted::Micros span = Span(limit);
     if (hosted::IsScheduled()) {
         return hosted::WaitFor(condition, span, "WaitFor");
@@ -151,6 +174,7 @@ bool WaitFor(const std::function<bool()>& condition, Time limit) {
 
 void StartThread(std::function<void()> body) {
     using Body = std::function<void()>;
+    RequireFunction(body != nullptr);
     const LPTHREAD_START_ROUTINE run = [](LPVOID argument) -> DWORD {
         (*std::unique_ptr<Body>(static_cast<Body*>(argument)))();
         return 0;
@@ -221,7 +245,7 @@ void SimulatedPhone::TakeAway() {
 
 struct SimulatedPc::Impl {
     Impl(const std::vector<Route>& given, const std::string& chip)
-        : routes(Inner(given)), pc(routes, chip) {}
+        : routes(Checked(Inner(given), chip)), pc(routes, chip) {}
 
     std::shared_ptr<SimulatedPhone::Visit> Bring(PcRoute route, Time stay, Time after) {
         using Result = SimulatedPhone::Visit::Result;
@@ -249,7 +273,7 @@ SimulatedPc::SimulatedPc(const std::vector<Route>& routes, const std::string& ch
 SimulatedPc::~SimulatedPc() = default;
 
 PhoneReading SimulatedPc::Tap(Time stay) {
-    const SimulatedPhone phone = BringPhone(stay);
+    const SimulatedPhone phone = BringPhone(Time(SpanWithEnd(stay)));
     hosted::WaitFor([&] { return phone.Gone(); }, hosted::kForever, "the phone of Tap");
     return phone.Reading().value();  // a phone that leaves has read or failed
 }

@@ -45,7 +45,9 @@ CommandOption OptionOf(const CLI::Option& option) {
 
 void AddOptions(CommandInfo& info, const CLI::App& app) {
     for (const CLI::Option* const option : app.get_options()) {
-        info.options.push_back(OptionOf(*option));
+        if (!option->get_group().empty()) {  // without a group it is hidden
+            info.options.push_back(OptionOf(*option));
+        }
     }
     for (const CLI::App* const sub : app.get_subcommands([](const CLI::App*) { return true; })) {
         if (sub->get_name().empty()) {
@@ -58,7 +60,6 @@ void Collect(std::vector<CommandInfo>& all, const CLI::App& app, const std::stri
     CommandInfo info;
     info.path = path;
     info.description = app.get_description();
-    info.footer = app.get_footer();
     AddOptions(info, app);
     const auto subcommands = app.get_subcommands([](const CLI::App*) { return true; });
     for (const CLI::App* const sub : subcommands) {

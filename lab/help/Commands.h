@@ -20,7 +20,6 @@ struct CommandOption {
 struct CommandInfo {
     std::string path;  ///< without the program's name: "image show"; empty for the program
     std::string description;
-    std::string footer;
     std::vector<CommandOption> options;
     std::vector<std::string> subcommands;
 };

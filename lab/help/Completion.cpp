@@ -40,46 +40,83 @@ bool TakesFile(const CommandOption& option) {
            option.name == "LOG";
 }
 
-// The command is found from the words that are no options; then the word before the cursor says
-// whether a value is wanted.
-std::string Bash(const std::vector<CommandInfo>& commands) {
-    std::string script =
-        "# bash completion of tagport-lab, made by: tagport-lab completion bash\n"
-        "_tagport_lab() {\n"
-        "    local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]}\n"
-        "    local path= word i\n"
-        "    for ((i = 1; i < COMP_CWORD; i++)); do\n"
-        "        word=${COMP_WORDS[i]}\n"
-        "        case \"$path $word\" in\n";
+/// The path as the scripts keep it: each command with a blank before it.
+std::string PathOf(const CommandInfo& command) {
+    return command.path.empty() ? "" : " " + command.path;
+}
+
+/// How a shell writes a row of `case`, and what it does to complete a value.
+struct Shell {
+    const char* indent;
+    const char* directories;
+    const char* files;
+    const char* nothing;
+    std::string (*oneOf)(const std::string& words);
+};
+
+/// The rows of a `case` that finds a command's path from the path so far and a word.
+std::string PathRows(const std::vector<CommandInfo>& commands, const std::string& variable) {
+    std::string rows;
     for (const CommandInfo& command : commands) {
         if (!command.path.empty()) {
-            const std::string path = "' " + command.path + "'";
-            script += "            ";
-            script += path + ") path=" + path + " ;;\n";
+            rows += "            '" + PathOf(command) + "') " + variable + "='" + PathOf(command) +
+                    "' ;;\n";
         }
     }
-    script +=
-        "        esac\n"
-        "    done\n"
-        "    local options= words= files=\n"
-        "    case \"$path:$prev\" in\n";
+    return rows;
+}
+
+/// The rows of a `case` on PATH:OPTION, one for each option that takes a value.
+std::string ValueRows(const std::vector<CommandInfo>& commands, const Shell& shell) {
+    std::string rows;
     for (const CommandInfo& command : commands) {
-        const std::string path = command.path.empty() ? "" : " " + command.path;
         for (const CommandOption& option : command.options) {
             if (option.isPositional || option.value.empty()) {
                 continue;
             }
-            script += "        '" + path + ":" + option.name + "'";
-            script += option.shortName.empty() ? "" : " | '" + path + ":" + option.shortName + "'";
-            script += ") ";
-            script += !option.values.empty()  ? "words='" + Joined(option.values) + "'"
-                      : option.value == "DIR" ? "files=-d"
-                      : TakesFile(option)     ? "files=-f"
-                                              : "return";
-            script += " ;;\n";
+            const std::string begin = "'" + PathOf(command) + ":";
+            rows += shell.indent + begin + option.name + "'";
+            rows += option.shortName.empty() ? "" : "|" + begin + option.shortName + "'";
+            rows += ") ";
+            rows += !option.values.empty()  ? shell.oneOf(Joined(option.values))
+                    : option.value == "DIR" ? shell.directories
+                    : TakesFile(option)     ? shell.files
+                                            : shell.nothing;
+            rows += " ;;\n";
         }
-        script += "        '" + path + ":'*) options='" + OptionNames(command) + "' words='" +
-                  Joined(command.subcommands);
+    }
+    return rows;
+}
+
+// The command is found from the words that are no options; then the word before the cursor says
+// whether a value is wanted. Where "=" separates words, "--route=i" is three of them.
+std::string Bash(const std::vector<CommandInfo>& commands) {
+    const Shell shell{"        ", "files=-d", "files=-f", "return",
+                      [](const std::string& words) { return "words='" + words + "'"; }};
+    std::string script =
+        "# bash completion of tagport-lab, made by: tagport-lab completion bash\n"
+        "_tagport_lab() {\n"
+        "    local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]} before=\n"
+        "    if [[ $cur == = ]]; then\n"
+        "        cur=\n"
+        "    elif [[ $prev == = ]]; then\n"
+        "        prev=${COMP_WORDS[COMP_CWORD-2]}\n"
+        "    elif [[ $cur == --*=* ]]; then\n"
+        "        before=${cur%%=*}= prev=${cur%%=*} cur=${cur#*=}\n"
+        "    fi\n"
+        "    local path= word i\n"
+        "    for ((i = 1; i < COMP_CWORD; i++)); do\n"
+        "        word=${COMP_WORDS[i]}\n"
+        "        case \"$path $word\" in\n" +
+        PathRows(commands, "path") +
+        "        esac\n"
+        "    done\n"
+        "    local options= words= files=\n"
+        "    case \"$path:$prev\" in\n" +
+        ValueRows(commands, shell);
+    for (const CommandInfo& command : commands) {
+        script += "        '" + PathOf(command) + ":'*) options='" + OptionNames(command) +
+                  "' words='" + Joined(command.subcommands);
         for (const CommandOption& option : command.options) {
             script += option.isPositional ? Joined(option.values) : "";
         }
@@ -94,55 +131,57 @@ std::string Bash(const std::vector<CommandInfo>& commands) {
            "    [[ $cur != -* ]] || words=$options\n"
            "    [[ $cur != -* ]] || files=\n"
            "    mapfile -t COMPREPLY < <(compgen ${files:+\"$files\"} -W \"$words\" -- \"$cur\")\n"
+           "    COMPREPLY=(\"${COMPREPLY[@]/#/$before}\")\n"
+           "    [[ -z $files ]] || compopt -o filenames\n"
            "}\n"
-           "complete -o filenames -F _tagport_lab tagport-lab\n";
+           "complete -F _tagport_lab tagport-lab\n";
 }
 
+// A file of a completion directory is the function's body at its first call; `source` of the same
+// text registers the function.
 std::string Zsh(const std::vector<CommandInfo>& commands) {
+    const Shell shell{"        ", "_files -/; return", "_files; return", "return",
+                      [](const std::string& words) { return "compadd -- " + words + "; return"; }};
     std::string script =
         "#compdef tagport-lab\n"
         "# zsh completion of tagport-lab, made by: tagport-lab completion zsh\n"
-        "local path_= word\n"
-        "for word in ${words[2,CURRENT-1]}; do\n"
-        "    case \"$path_ $word\" in\n";
+        "_tagport-lab() {\n"
+        "    local path_= word prev=${words[CURRENT-1]}\n"
+        "    for word in ${words[2,CURRENT-1]}; do\n"
+        "        case \"$path_ $word\" in\n" +
+        PathRows(commands, "path_") +
+        "        esac\n"
+        "    done\n"
+        "    if [[ $PREFIX == --*=* ]]; then\n"
+        "        prev=${PREFIX%%=*}\n"
+        "        compset -P '*='\n"
+        "    fi\n"
+        "    case \"$path_:$prev\" in\n" +
+        ValueRows(commands, shell) + "    esac\n    case \"$path_\" in\n";
     for (const CommandInfo& command : commands) {
-        if (!command.path.empty()) {
-            script += "        ' " + command.path + "') path_=' " + command.path + "' ;;\n";
-        }
-    }
-    script += "    esac\ndone\ncase \"$path_:${words[CURRENT-1]}\" in\n";
-    for (const CommandInfo& command : commands) {
-        const std::string path = command.path.empty() ? "" : " " + command.path;
-        for (const CommandOption& option : command.options) {
-            if (option.isPositional || option.value.empty()) {
-                continue;
-            }
-            script += "    '" + path + ":" + option.name + "'";
-            script += option.shortName.empty() ? "" : "|'" + path + ":" + option.shortName + "'";
-            script += !option.values.empty()  ? ") compadd -- " + Joined(option.values) + "; return"
-                      : option.value == "DIR" ? ") _files -/; return"
-                      : TakesFile(option)     ? ") _files; return"
-                                              : ") return";
-            script += " ;;\n";
-        }
-    }
-    script += "esac\ncase \"$path_\" in\n";
-    for (const CommandInfo& command : commands) {
-        script += "    '" + (command.path.empty() ? "" : " " + command.path) + "')\n";
+        script += "        '" + PathOf(command) + "')\n";
         if (!command.subcommands.empty()) {
-            script += "        compadd -- " + Joined(command.subcommands) + "\n";
+            script += "            compadd -- " + Joined(command.subcommands) + "\n";
         }
         for (const CommandOption& option : command.options) {
             if (option.isPositional && !option.values.empty()) {
-                script += "        compadd -- " + Joined(option.values) + "\n";
+                script += "            compadd -- " + Joined(option.values) + "\n";
             } else if (option.isPositional && TakesFile(option)) {
-                script += "        [[ $PREFIX == -* ]] || _files\n";
+                script += "            [[ $PREFIX == -* ]] || _files\n";
             }
         }
-        script +=
-            "        [[ $PREFIX != -* ]] || compadd -- " + OptionNames(command) + "\n        ;;\n";
+        script += "            [[ $PREFIX != -* ]] || compadd -- " + OptionNames(command) +
+                  "\n            ;;\n";
     }
-    return script + "esac\n";
+    return script +
+           "    esac\n"
+           "}\n"
+           "if [[ ${funcstack[1]} == _tagport-lab ]]; then\n"
+           "    _tagport-lab \"$@\"\n"
+           "else\n"
+           "    (( ${+functions[compdef]} )) || { autoload -Uz compinit && compinit -i; }\n"
+           "    compdef _tagport-lab tagport-lab\n"
+           "fi\n";
 }
 
 std::string Fish(const std::vector<CommandInfo>& commands) {

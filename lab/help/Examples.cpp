@@ -1,7 +1,8 @@
+#include <CLI/CLI.hpp>
 #include <array>
 
-#include <CLI/CLI.hpp>
-
+#include "lab/System.h"
+#include "lab/help/Grammar.h"
 #include "lab/help/Help.h"
 
 namespace lab {
@@ -16,10 +17,31 @@ struct CommandExamples {
 constexpr char kStatuses[] =
     "Exit status: 0 everything worked, 1 the system reported a failure, 2 wrong call.";
 
+// Where every device is simulated.
+constexpr char kTryIt[] =
+    "  tagport-lab run\n"
+    "      A phone visits a PC with a tag; no hardware is needed.\n";
+// On a PC with devices of its own.
+constexpr char kTryItThere[] =
+    "  tagport-lab run --config C:\\host\n"
+    "      Fills this PC's tag as the host in that directory would, and waits a minute for a "
+    "phone.\n"
+    "  tagport-lab run --route ble\n"
+    "      A phone visits a simulated Bluetooth keyboard.\n";
+
+constexpr CommandExamples kRunThere{
+    "run",
+    "  tagport-lab run --config C:\\host --log\n"
+    "      This PC's tag for a minute, with every line of the log.\n"
+    "  tagport-lab run --route ble --report visit.html\n"
+    "      A simulated Bluetooth keyboard; the whole run as one page for a browser.\n"
+    "  tagport-lab run --route ble --fault write#5 --explain\n"
+    "      The fifth write of the client fails; the log is explained as it is written.\n"
+    "  tagport-lab run --route ble --json | tagport-lab explain -\n"
+    "      The log of a whole run in plain words."};
+
 constexpr std::array<CommandExamples, 6> kExamples{{
     {"",
-     "  tagport-lab run\n"
-     "      A phone visits a PC with a tag; no hardware is needed.\n"
      "  tagport-lab explain customer.log\n"
      "      What happened in a log of the library, and what to do about it.\n"
      "  tagport-lab image show tag.bin\n"
@@ -30,7 +52,7 @@ constexpr std::array<CommandExamples, 6> kExamples{{
      "  tagport-lab run --route hid --log --bus\n"
      "      A keyboard on HID, with every line of the log and every frame.\n"
      "  tagport-lab run --seed 7\n"
-     "      On a clock of its own: no real time passes, and 7 repeats the same run.\n"
+     "      On the scheduled clock: no real time passes, and 7 repeats the same run.\n"
      "  tagport-lab run --seed 7 --report visit.html\n"
      "      The whole run as one page for a browser.\n"
      "  tagport-lab run --seed 7 --check --script my.lab\n"
@@ -70,6 +92,19 @@ constexpr std::array<CommandExamples, 6> kExamples{{
 
 }  // namespace
 
+std::string ExamplesOf(const std::string& path) {
+    if (path == kRunThere.path && HasOwnDevices()) {
+        return kRunThere.text;
+    }
+    for (const CommandExamples& one : kExamples) {
+        if (path == one.path) {
+            return (path.empty() ? (HasOwnDevices() ? kTryItThere : kTryIt) : "") +
+                   std::string(one.text);
+        }
+    }
+    return {};
+}
+
 void AddExamples(CLI::App& app) {
     for (CLI::App* const sub : app.get_subcommands([](CLI::App*) { return true; })) {
         AddExamples(*sub);
@@ -78,13 +113,13 @@ void AddExamples(CLI::App& app) {
     for (const CLI::App* at = &app; at->get_parent() != nullptr; at = at->get_parent()) {
         path = at->get_name() + (path.empty() ? "" : " ") + path;
     }
-    std::string footer = kStatuses;
-    for (const CommandExamples& one : kExamples) {
-        if (path == one.path) {
-            footer = "Examples:\n" + std::string(one.text) + "\n\n" + kStatuses;
-        }
+    std::string footer;
+    for (const HelpSection& section : Grammar(path)) {
+        footer += AsText(section) + "\n";
     }
-    app.footer(footer);
+    const std::string examples = ExamplesOf(path);
+    footer += examples.empty() ? "" : "Examples:\n" + examples + "\n\n";
+    app.footer(footer + kStatuses);
 }
 
 }  // namespace lab

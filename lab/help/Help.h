@@ -8,7 +8,11 @@
 
 namespace lab {
 
-/// Adds examples and exit statuses to the help of each command.
+/// Lines of two kinds: a call, after two blanks, and what it does, after six. Empty where a command
+/// has none.
+std::string ExamplesOf(const std::string& path);
+
+/// Adds the grammar, examples and exit statuses to the help of each command.
 void AddExamples(CLI::App& app);
 
 /// The man page of section 1, as troff.

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include "lab/help/Commands.h"
+#include "lab/help/Grammar.h"
 #include "lab/help/Help.h"
 
 namespace lab {
@@ -63,24 +64,31 @@ std::string OptionText(const CommandOption& option) {
     return text + "\n" + Escaped(option.description) + ".\n";
 }
 
-/// The examples of a footer, and the other paragraphs of it.
-std::string FooterText(const std::string& footer) {
+/// Calls as items, and other paragraphs as they are.
+std::string ExamplesText(const std::string& examples) {
     std::string text;
     std::size_t at = 0;
-    while (at < footer.size()) {
-        const std::size_t end = std::min(footer.find('\n', at), footer.size());
-        const std::string line = footer.substr(at, end - at);
+    while (at < examples.size()) {
+        const std::size_t end = std::min(examples.find('\n', at), examples.size());
+        const std::string line = examples.substr(at, end - at);
         at = end + 1;
         const std::size_t indent = std::min(line.find_first_not_of(' '), line.size());
         if (line.empty()) {
             text += ".PP\n";
         } else if (indent == 2) {
             text += ".TP\n" + Bold(line.substr(indent)) + "\n";
-        } else if (line.rfind("Exit status", 0) == 0) {
-            continue;  // the page has it once
         } else {
             text += Escaped(line.substr(indent)) + "\n";
         }
+    }
+    return text;
+}
+
+std::string SectionText(const HelpSection& section) {
+    std::string text = ".SS " + Escaped(section.title) + "\n" + Escaped(section.introduction);
+    text += section.introduction.empty() ? "" : "\n";
+    for (const HelpEntry& entry : section.entries) {
+        text += ".TP\n" + Bold(entry.form) + "\n" + Escaped(entry.meaning) + ".\n";
     }
     return text;
 }
@@ -102,7 +110,8 @@ std::string ManPage(const CLI::App& app) {
         page += "\n.br\n";
     }
     page += ".SH DESCRIPTION\n" + Escaped(commands.front().description) + "\n";
-    page += FooterText(commands.front().footer) + ".SH COMMANDS\n";
+    page += ExamplesText(ExamplesOf("")) + ".SH COMMANDS\n";
+    std::string grammar;
     for (const CommandInfo& command : commands) {
         if (command.path.empty() || !command.subcommands.empty()) {
             continue;
@@ -111,9 +120,12 @@ std::string ManPage(const CLI::App& app) {
         for (const CommandOption& option : command.options) {
             page += OptionText(option);
         }
-        page += ".PP\n" + FooterText(command.footer);
+        page += ".PP\n" + ExamplesText(ExamplesOf(command.path));
+        for (const HelpSection& section : Grammar(command.path)) {
+            grammar += SectionText(section);
+        }
     }
-    return page +
+    return page + ".SH SCRIPTS AND FAULTS\n" + grammar +
            ".SH EXIT STATUS\n.TP\n0\nEverything worked.\n.TP\n1\nThe system reported a failure, or "
            "output could not be written.\n.TP\n2\nA wrong call: an option, a file or a line of a "
            "file is wrong.\n.SH ENVIRONMENT\n.TP\nNO_COLOR\nIf set, no colours are used. Colours "

@@ -77,7 +77,7 @@ const memory = (() => {
     const heads = Array.from({ length: kInRow }, (_, index) =>
       make("th", { scope: "col" }, index.toString(16).toUpperCase()));
     return make("figure", { class: "grid" },
-      make("figcaption", {}, make("strong", {}, title), " ", state.label,
+      make("figcaption", {}, make("strong", {}, title + ":"), " ", state.label,
         make("span", { class: "quiet" }, " at " + seconds(state.t) + " s" + sizeText(state))),
       make("table", { class: "bytes" },
         make("caption", { class: "unseen" }, title + ": the bytes of the tag, sixteen in a row"),
@@ -132,7 +132,7 @@ const memory = (() => {
     const size = Math.min(Math.max(from.size, to.size), to.bytes.length / 2) ||
       to.bytes.length / 2;
     body.replaceChildren(make("div", { class: "grids" },
-      grid("Before:", from, null, size), grid("After:", to, from, size)), legend(from, to),
+      grid("Before", from, null, size), grid("After", to, from, size)), legend(from, to),
     make("details", {}, make("summary", {}, "Fields one by one"), fieldTable(from, to)));
   }
 

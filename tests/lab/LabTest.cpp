@@ -16,6 +16,7 @@
 #include "lab/ImageNotes.h"
 #include "lab/Recorder.h"
 #include "lab/Script.h"
+#include "lab/help/Grammar.h"
 
 namespace {
 
@@ -175,7 +176,7 @@ TEST(Lab, AFailureIsOneLineOnStandardError) {
     const std::string kLost = "standard output: cannot be written: ";
     const auto control = [](unsigned char byte) { return byte < 0x20; };
     const Call calls[] = {
-        {"jump", "", 2, "A subcommand is required: \"jump\" is unknown"},
+        {"jump", "", 2, "A command is required (run, image, explain, completion, man): \"jump\""},
         {"image build --url u" + std::string(162, 'u'), "", 2, "--url: 163 bytes: at most 162 fit"},
         {"image build --url u -o no/x", "", 2, "-o no/x: cannot be created: No such file"},
         {"image build --url u -o lab", "", 2, "-o lab: is a directory"},
@@ -192,25 +193,35 @@ TEST(Lab, AFailureIsOneLineOnStandardError) {
          kLost + "Broken pipe"},
         {"run --seed 1 --route moon", "", 2, "--route: moon not in {"},
         {"run --seed -1", "", 2, "--seed -1: a whole number from 0 to 18446744073709551615"},
-        {"run --check", "", 2, "--check judges times of the scheduled clock: --seed N would be"},
-        {kChecked, "pc late=21", 2, "standard input: pc late=21: --check needs threads that are"},
+        {"run --check", "", 2, "--check judges times of the scheduled clock: it needs --seed N"},
+        {kChecked, "pc late=21", 2, "input:1: pc late=21: --check needs threads that are"},
         {"run --config /dev/zero", "", 2, "--config /dev/zero: is not a directory"},
         {"run --config pipe", "", 2, "pipe/config/NfcUri.ini: is not a regular file"},
         {"run --config long", "", 2, "long/config/NfcUri.ini: is longer than 1048576 bytes"},
         {"run --seed 1 --report lab", "", 2, "--report lab: is a directory"},
         {"run --seed 1 --report no/x", "", 2, "--report no/x: cannot be created: No such file"},
         {"run --seed 1 --report ''", "", 2, "--report \"\": a file name is needed"},
-        {"run --seed 1 --report /dev/full > /dev/null", "", 1,
-         "--report /dev/full: cannot be written: No space left on device"},
+        {"run --seed 1 --report pipe/config/NfcUri.ini", "", 2,
+         "NfcUri.ini: is not a regular file"},
+        {"run --seed 1 --report x > x", "", 2, "--report x: is the file of standard output"},
+        {"run --route usb --chip fanli", "", 2, "--chip fanli: not possible on the usb route"},
+        {"run --fault write#1=late:0", "", 2,
+         "--fault: \"write#1=late:0\": late:MS needs a number of milliseconds from 1 to "
+         "4294967295"},
+        {"run --fault write#3-2=never", "", 2, ": in \"3-2\" the second number is below the first"},
+        {"run --fault write#1=never,", "", 2, "--fault: entry 2 is empty"},
+        {"run --route ble --fault read#1", "", 2, "--fault: \"read#1\": the form on ble is CALL#N"},
+        {"run --fault ' '", "", 2, "--fault \" \": a plan is needed, or none"},
         {"run --script lab", "", 2, "--script lab: is a directory"},
         {"run --script /dev/zero", "", 2, "--script /dev/zero: is not a regular file"},
-        {kScript, "a\\0\\033\\302\\233", 2, R"(input:1: unknown word "a\x00\x1B\xC2\x9B":)"},
-        {kScript, "# only\\n\\n tap 5 # fine\\njump", 2, "input:4: unknown word \"jump\": tap"},
+        {kScript, "a\\0\\033\\302\\233", 2, R"(input:1: unknown command "a\x00\x1B\xC2\x9B";)"},
+        {kScript, "# only\\n\\n tap 5 # fine\\njump", 2,
+         "input:4: unknown command \"jump\"; expected: tap"},
         {kScript, "wait soon", 2, "input:1: \"soon\" is not a whole number"},
-        {kScript, "wait", 2, "input:1: the line ends too early: wait MS"},
+        {kScript, "wait", 2, "input:1: the line ends too early; expected: wait MS"},
         {kScript, "wait 5 6", 2, "input:1: too much: \"6\""},
-        {kScript, "tap 5 moon", 2, "input:1: unknown route or chip \"moon\""},
-        {kScript, "manager 2 tap", 2, "input:1: \"manager\" cannot stand in front of \"tap\""},
+        {kScript, "tap 5 moon", 2, "input:1: unknown route \"moon\""},
+        {kScript, "manager 2 tap", 2, "input:1: \"manager\" cannot come before \"tap\""},
         {kScript, "tap\\npc route=i2c", 2, "input:2: \"pc\" can only be the first"},
         {kScript, "renew 00FF", 2, "input:1: value \"00FF\": 2 bytes: 32 are needed"},
         {kScript, "write uri=x", 2, "input:1: unknown field \"uri=x\""},
@@ -218,7 +229,10 @@ TEST(Lab, AFailureIsOneLineOnStandardError) {
         {kScript, "repeat 2\\ntap", 2, "input:1: \"repeat 2\" has no \"end\""},
         {kScript, "end", 2, "input:1: \"end\" without"},
         {kScript, "repeat 1\\n%.0s' $(seq 17) '", 2, "input:17: more than 16 \"repeat\"s"},
-        {kScript, "tap\\nfault write#0=never", 2, "input:2: fault "},
+        {kScript, "tap\\nfault write#0=never", 2,
+         "input:2: fault: \"write#0=never\": \"0\" is not N,"},
+        {kScript, "\\npc route=hid chip=fanli", 2, "input:2: pc chip=fanli: the hid route has no"},
+        {kScript, "pc route=usb,usb", 2, "input:1: pc route=usb,usb: a route is given twice"},
         {kQuiet, "expect event 3 within 50", 1, "input:1: expect event 3 within 50: none came"},
         {kQuiet, "update\\nexpect result FAIL", 1, "input:2: expect result FAIL: UpdateNfc"},
         {kQuiet, "stop\\nupdate", 2, "input:2: update: there is no manager"},
@@ -232,9 +246,46 @@ TEST(Lab, AFailureIsOneLineOnStandardError) {
 
 TEST(Lab, AFailedWriteLeavesTheOldFileAndNoOther) {
     Shell("rm -rf out; mkdir out; echo old > out/tag");
-    const Outcome run = Shell("trap '' XFSZ; ulimit -f 0; " LAB_PROGRAM
-                              " image build --url u -o out/tag 2>&3; ls out; cat out/tag");
+    const Outcome run = Shell("(trap '' XFSZ; ulimit -f 0; env --default-signal=XFSZ " LAB_PROGRAM
+                              " image build --url u -o out/tag 2>&3); ls out; cat out/tag");
     EXPECT_EQ(run.text, "tagport-lab: -o out/tag: cannot be written: File too large\ntag\nold\n");
+}
+
+TEST(Lab, ARunWithoutAConfigurationTakesTheInstalledOne) {
+    const std::string elsewhere = "mkdir -p else; cd else; " LAB_PROGRAM " ";
+    const Outcome run = Shell(elsewhere + "run --seed 1 2>&3");
+    EXPECT_EQ(run.status, 0) << run.text;
+    EXPECT_EQ(run.text.rfind("The URIs are those of ", 0), 0U) << run.text;
+    EXPECT_EQ(Shell(elsewhere + "image build --pc-type 5 2>&3").text,
+              "tagport-lab: ./config/NfcUri.ini: is not there; --config DIR names the directory "
+              "that holds config/NfcUri.ini\n");
+}
+
+// One table is the source of the parser, --help and the man page; the manual has the same rows.
+TEST(Lab, TheManualHasEveryRowOfTheHelp) {
+    const std::string manual = Shell("cat " LAB_MANUAL).text;
+    const std::string help = Lab("run --help").text;
+    for (const lab::HelpSection& section : lab::Grammar("run")) {
+        EXPECT_FALSE(section.entries.empty());
+        for (const lab::HelpEntry& entry : section.entries) {
+            std::string form = entry.form;
+            for (std::size_t at = 0; (at = form.find('|', at)) != std::string::npos; at += 2) {
+                form.insert(at, 1, '\\');
+            }
+            EXPECT_NE(manual.find("\n| `" + form + "` | "), std::string::npos) << form;
+            EXPECT_NE(help.find("\n  " + entry.form), std::string::npos) << entry.form;
+        }
+    }
+}
+
+// As each shell splits the words of "run --route=us".
+TEST(Lab, BashCompletesAValueAfterAnEqualsSign) {
+    const Outcome words = Shell(
+        "mkdir -p run; bash -c 'source <(" LAB_PROGRAM
+        " completion bash); compopt() { echo files; }; for last in r \"run --route = us\" \"run "
+        "--config = ru\"; do COMP_WORDS=(tagport-lab $last) "
+        "COMP_CWORD=$((${#COMP_WORDS[@]}-1)); _tagport_lab; echo \"${COMPREPLY[@]}\"; done'");
+    EXPECT_EQ(words.text, "run\nusb\nfiles\nrun\n");
 }
 
 TEST(Lab, ColoursNeedATerminalThatShowsThem) {

@@ -16,6 +16,10 @@ TEST(Simulator, RefusesWrongArgumentsAndCallsAtAWrongTime) {
     EXPECT_THROW(SimulatedPc({Route::kUsb, Route::kUsb}), std::invalid_argument);
     EXPECT_THROW(SimulatedPc(static_cast<Route>(0)), std::invalid_argument);
     EXPECT_THROW(SimulatedPc(Route::kUsb, "fm11"), std::invalid_argument);
+    EXPECT_THROW(SimulatedPc(Route::kUsb, "fanli"), std::invalid_argument);
+    EXPECT_THROW(StartThread(nullptr), std::invalid_argument);
+    EXPECT_THROW(WaitFor(nullptr, 1s), std::invalid_argument);
+    EXPECT_THROW(Advance(Time::max()), std::invalid_argument);
     {
         SimulatedPc pc({Route::kUsb, Route::kBle});  // a refused one is not counted as there
         const LogRecorder log;
@@ -23,6 +27,7 @@ TEST(Simulator, RefusesWrongArgumentsAndCallsAtAWrongTime) {
         EXPECT_THROW(LogRecorder(), std::logic_error);
         EXPECT_THROW(pc.BringPhone(Route::kI2c), std::invalid_argument);
         EXPECT_THROW(pc.Tap(-1us), std::invalid_argument);
+        EXPECT_THROW(pc.Tap(Time::max()), std::invalid_argument);
         EXPECT_THROW(Advance(-1us), std::invalid_argument);
         for (const char* const plan :
              {"write#0=never", "read#1", "connect#1=never", "open#1=gone,"}) {
@@ -38,7 +43,8 @@ TEST(Simulator, RefusesWrongArgumentsAndCallsAtAWrongTime) {
 TEST(Simulator, HoldsEachPhoneUntilItIsDue) {
     UseScheduledClock(7);
     SimulatedPc pc({Route::kUsb, Route::kBle});
-    SimulatedPhone forever = pc.BringPhone(Route::kBle);
+    SimulatedPhone forever = pc.BringPhone(Route::kBle, Time::max());
+    EXPECT_FALSE(pc.BringPhone(1s, Time::max()).Gone());
     SimulatedPhone late = pc.BringPhone(Route::kUsb, 1s, 5s);
     Advance(5900ms);
     EXPECT_FALSE(late.Gone());
@@ -60,7 +66,7 @@ TEST(Simulator, KnowsItsThreads) {
     UseScheduledClock(7);
     const std::size_t before = Live().threads;
     bool over = false;
-    StartThread([&] { EXPECT_TRUE(WaitFor([&] { return over; }, 1h)); });
+    StartThread([&] { EXPECT_TRUE(WaitFor([&] { return over; }, Time::max())); });
     Advance(1min);
     EXPECT_EQ(Live().threads, before + 1);
     over = true;
@@ -71,7 +77,7 @@ TEST(Simulator, KnowsItsThreads) {
 // What the condition depends on may be changed by threads that the hosted layer does not know.
 TEST(Simulator, LooksAtAConditionAgainAndAgainInRealTime) {
     int looks = 0;
-    EXPECT_TRUE(WaitFor([&] { return ++looks > 10; }, 20s));
+    EXPECT_TRUE(WaitFor([&] { return ++looks > 10; }, Time::max()));
 }
 
 }  // namespace

@@ -24,6 +24,11 @@ namespace tagport {
 /// Spans of time, and times since the process began or since the scheduled clock was chosen.
 using Time = std::chrono::microseconds;
 
+/// A span of a thousand years or more, as Time::max(), has no end: a wait goes on until its
+/// condition holds, a phone stays until it is taken away, or never comes. Advance and Tap, which
+/// would never return, refuse it. (hours::max() and the like do not fit into a Time.)
+constexpr Time kWithoutEnd = std::chrono::hours(24 * 365 * 1000);
+
 // ---------------------------------------------------------------------------------------------
 // The clock
 
@@ -52,12 +57,14 @@ TAGPORT_SIMULATOR_EXPORT void Advance(Time time);
 
 /// Waits until the condition holds, for `limit` at most; true when it held.
 ///
-/// The condition is called on any thread, any number of times. It must only look: it must not call
-/// the library, wait, change anything or throw. Gone, Reading, Lines and Live may be called.
+/// An empty function is refused. The condition is called on any thread, any number of times. It
+/// must only look: it must not call the library, wait, change anything or throw. Gone, Reading,
+/// Lines and Live may be called.
 TAGPORT_SIMULATOR_EXPORT bool WaitFor(const std::function<bool()>& condition, Time limit);
 
 /// Runs `body` on a new thread, which both clocks know. Nobody joins it, and an exception that
-/// escapes ends the process. Throws std::system_error when there is no thread left.
+/// escapes ends the process. An empty function is refused. Throws std::system_error when there is
+/// no thread left.
 TAGPORT_SIMULATOR_EXPORT void StartThread(std::function<void()> body);
 
 /// What is alive in the process, to find what a host leaves behind. Compare with the counts before
@@ -162,7 +169,8 @@ class TAGPORT_SIMULATOR_EXPORT SimulatedPc {
   public:
     /// All devices are plugged in, and their tags are empty. The tag of the I2C and USB routes is
     /// `chip`: fm11nt081, fm11nt082c, like-fm11n, fanli, like-fanli, or silent, which never
-    /// answers. No route, a route that is given twice and an unknown chip are refused.
+    /// answers. No route, a route that is given twice, an unknown chip, and a Fanli chip on the USB
+    /// route, where no PC has one, are refused.
     explicit SimulatedPc(Route route = Route::kI2c, const std::string& chip = "fm11nt081");
     /// The same with several routes, the first one being the one that phones use.
     explicit SimulatedPc(const std::vector<Route>& routes, const std::string& chip = "fm11nt081");
@@ -194,10 +202,10 @@ class TAGPORT_SIMULATOR_EXPORT SimulatedPc {
     ///
     /// KIND#WHICH=ACTION names requests of a driver: open, read, write, control, interrupt or any;
     /// the N-th of them from now, N-M or N+; refuse:CODE fails at once with a last-error code,
-    /// fail:CODE later, short:K succeeds with K bytes less, late:MS ends so much later, never stays
-    /// pending until it is cancelled, gone removes the device. CALL#N names a call of the client on
-    /// a PC with the Bluetooth route: connect, disconnect, subscribe, unsubscribe or write. A PC
-    /// with that route alone has calls only.
+    /// fail:CODE later, short:BYTES succeeds with so many less, late:MS ends so much later, never
+    /// stays pending until it is cancelled, gone removes the device. CALL#N names a call of the
+    /// client on a PC with the Bluetooth route: connect, disconnect, subscribe, unsubscribe or
+    /// write. A PC with that route alone has calls only.
     void SetFaults(const std::string& plan);
 
   private:
