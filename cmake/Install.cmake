@@ -9,6 +9,7 @@
 #   lab        tagport-lab
 #   devices    on Windows: the simulated devices and their test drivers, signed by nobody
 #   examples   the sources of some hosts, and a configuration
+#   docs       the manual: what a user of the package reads
 #
 # Off Windows all are installed by default: the library does not load without the stand-ins. A
 # Windows PC has the real services, under the same file names, so `stand-ins` is installed there
@@ -88,6 +89,13 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/ DESTINATION ${example_director
   COMPONENT examples)
 install(FILES ${PROJECT_SOURCE_DIR}/config/NfcUri.ini DESTINATION ${example_directory}/config
   COMPONENT examples)
+
+# They link to each other only: scripts/checks/package looks at the installed ones.
+set(manual docs/reference.md docs/log.md docs/lab.md CHANGELOG.md)
+list(TRANSFORM manual PREPEND ${PROJECT_SOURCE_DIR}/)
+install(FILES ${manual} DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT docs)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/package.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
+  RENAME README.md COMPONENT docs)
 
 if(TARGET tagport-lab)
   set_target_properties(tagport-lab PROPERTIES

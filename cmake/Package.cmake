@@ -3,7 +3,11 @@
 # two all of them, for development machines; the .zip no stand-ins, for PCs with the real services.
 set(CPACK_PACKAGE_NAME tagport)
 set(CPACK_PACKAGE_VENDOR "The tagport developers")
-set(CPACK_PACKAGE_CONTACT "The tagport developers <tagport@example.org>")
+# A package that is passed on needs the address of who maintains it; this one takes no mail.
+set(TAGPORT_PACKAGE_CONTACT "The tagport developers <tagport@example.org>" CACHE STRING
+  "Name and mail address of the packages' maintainer")
+mark_as_advanced(TAGPORT_PACKAGE_CONTACT)
+set(CPACK_PACKAGE_CONTACT ${TAGPORT_PACKAGE_CONTACT})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "looks after the passive NFC tag of a PC or its keyboard")
 set(CPACK_PACKAGE_DESCRIPTION
   "A library that keeps a passive NFC tag filled with an NDEF message,
@@ -33,10 +37,13 @@ else()
   set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${directory}/triggers)
   string(TIMESTAMP year %Y UTC)
   string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
-  file(WRITE ${directory}/copyright "Copyright: ${year} ${CPACK_PACKAGE_VENDOR}\n")
+  file(WRITE ${directory}/copyright
+    "Copyright: ${year} ${CPACK_PACKAGE_VENDOR}\n"
+    "License: none has been granted so far. The sources name no licence, so copying and changing\n"
+    " this package need the permission of the copyright holders.\n")
   file(WRITE ${directory}/changelog
     "tagport (${PROJECT_VERSION}) unstable; urgency=medium\n\n"
-    "  * See CHANGELOG.md in the sources.\n\n"
+    "  * See CHANGELOG.md in this directory.\n\n"
     " -- ${CPACK_PACKAGE_CONTACT}  ${date}\n")
   find_program(TAGPORT_GZIP gzip REQUIRED)
   mark_as_advanced(TAGPORT_GZIP)

@@ -175,7 +175,7 @@ const list = (() => {
       section.append(make("h3", { class: step.host ? "of-host" : "" },
         make("span", { class: "prompt", "aria-hidden": "true" }, "> "),
         step.text, ...outcome,
-        make("span", { class: "quiet" }, " at " + seconds(step.t) + " s, line " + step.line)));
+        make("span", { class: "quiet" }, " at " + seconds(step.t) + " s" + (step.line > 0 ? ", line " + step.line : ""))));
     } else {
       section.append(make("h3", { class: "prose" }, "Before the script",
         make("span", { class: "quiet" }, " message, manager, device, first write")));

@@ -406,7 +406,7 @@ const timeline = (() => {
       : plural(records.length, "record") + " of " + plural(threads.length, "thread") + " (" +
         threads.join(", ") + ") in " + seconds(lastTime) + " seconds, with " +
         plural(visits.length, "visit") + " and " + plural(faults.length, "fault") +
-        ". The same records stand as text in the tables below.";
+        ". The tables below list the same records as text.";
     document.getElementById("timeline-text").textContent = text;
   }
 
