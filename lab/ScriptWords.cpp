@@ -148,8 +148,9 @@ const std::vector<Word>& ScriptWords() {
          {}},
         {"pc", Verb::kPc, Takes::kNothing, kScriptOnly,
          "pc [route=NAME[,NAME...]] [chip=NAME] [late=MS] [changes=N]",
-         "the PC that the script is written for, as its first command; options of the call come "
-         "before it. Threads may run up to late milliseconds late, and there are so many random "
+         "the PC that the script is written for, as its first command; options of the call "
+         "override "
+         "it. Threads may run up to late milliseconds late, and there are so many random "
          "changes of priority among them; both matter with --seed only",
          "route= chip= late= changes= "},
     };

@@ -1,4 +1,5 @@
 // What the program needs from the operating system itself, outside Windows.
+#include <sys/auxv.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -40,7 +41,9 @@ bool HasOwnDevices() {
 
 std::filesystem::path ProgramDirectory() {
     std::error_code error;
-    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    // Not /proc/self/exe: a bare container may have no /proc.
+    const auto* const name = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+    const auto program = std::filesystem::canonical(name == nullptr ? "" : name, error);
     return error ? std::filesystem::path() : program.parent_path();
 }
 
