@@ -115,10 +115,28 @@ std::string Unexpected(const std::vector<std::string>& rest) {
     return option != rest.end() ? *option : (rest.empty() ? "" : rest.front());
 }
 
-/// The parser's message; it calls commands "subcommands".
+/// The part of `text` before `mark`; empty when the mark is not there.
+std::string Before(const std::string& text, const std::string& mark) {
+    const std::size_t at = text.find(mark);
+    return at == std::string::npos ? std::string() : text.substr(0, at);
+}
+
+/// The parser's message in this program's words.
 std::string Message(const CLI::ParseError& problem, const CLI::App& app) {
     const std::string text = problem.what();
-    if (text.find("subcommand is required") == std::string::npos) {
+    std::string option = Before(text, ": 1 required ");
+    if (!option.empty()) {
+        return option + ": a value is missing";
+    }
+    option = Before(text, ": At Most 1 required");
+    if (!option.empty()) {
+        return option + ": it is given more than once";
+    }
+    option = Before(text, " was given a disallowed flag override");
+    if (!option.empty()) {
+        return "--" + option + ": it takes no value";
+    }
+    if (Before(text, "subcommand is required").empty()) {
         return text;
     }
     const CLI::App& group = app.got_subcommand("image") ? *app.get_subcommand("image") : app;
@@ -129,14 +147,19 @@ std::string Message(const CLI::ParseError& problem, const CLI::App& app) {
     return "A command is required (" + names + ")";
 }
 
-/// In the help as well.
-void CallThemCommands(CLI::App& app) {
+/// Commands have this name in the help as well, and a flag takes no value.
+void AdaptParser(CLI::App& app) {
     app.get_formatter()->label("SUBCOMMAND", "COMMAND");
     for (CLI::App* const sub : app.get_subcommands([](CLI::App*) { return true; })) {
         if (!sub->get_name().empty()) {
             sub->group("Commands");
         }
-        CallThemCommands(*sub);
+        for (CLI::Option* const option : sub->get_options()) {
+            if (option->get_expected_max() == 0) {
+                option->disable_flag_override();  // "--log=no" would be no log
+            }
+        }
+        AdaptParser(*sub);
     }
 }
 
@@ -168,7 +191,7 @@ int Main(int count, char** arguments) {
     CLI::App& manApp = *app.add_subcommand("man", "Print the man page, for man -l -");
     AddBuild(buildApp, build);
     AddShow(showApp, show);
-    CallThemCommands(app);
+    AdaptParser(app);
     lab::AddExamples(app);
     try {
         app.parse(count, arguments);
