@@ -1,6 +1,7 @@
 // Connects a run's parts: stage, script, player and output.
 #include "lab/RunCommand.h"
 
+#include <filesystem>
 #include <memory>
 #include <random>
 
@@ -173,8 +174,9 @@ int Run(const RunOptions& options) {
     stage.ChooseClock();
     const std::string configuration = ConfigurationOf(options, merged);
     if (!options.json && configuration != options.configDirectory) {
-        WriteOutput("The URIs are those of " + Printable(configuration) +
-                    "/config/NfcUri.ini; --config DIR chooses others.\n");
+        auto file = std::filesystem::path(configuration) / "config" / "NfcUri.ini";
+        WriteOutput("The URIs are those of " + Printable(file.make_preferred().string()) +
+                    "; --config DIR chooses others.\n");
     }
     UseConfiguration(configuration, options.pcType);
     stage.CreateDevices();
