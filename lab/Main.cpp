@@ -192,7 +192,7 @@ int Main(int count, char** arguments) {
     AddBuild(buildApp, build);
     AddShow(showApp, show);
     AdaptParser(app);
-    lab::AddExamples(app);
+    lab::SetFooters(app, lab::HelpFooter);
     try {
         app.parse(count, arguments);
     } catch (const CLI::ParseError& problem) {
@@ -202,7 +202,7 @@ int Main(int count, char** arguments) {
             const bool unknown = problem.get_name() == "RequiredError" && !rest.empty();
             throw lab::WrongCall(Message(problem, app) +
                                  (unknown ? ": \"" + rest.front() + "\" is unknown" : "") +
-                                 lab::Suggestion(app, Unexpected(rest)));
+                                 lab::Suggestion(lab::LastCommand(app), Unexpected(rest)));
         }
         std::ostringstream help;
         app.exit(problem, help, help);
@@ -217,11 +217,11 @@ int Main(int count, char** arguments) {
         return lab::BuildImage(build);
     }
     if (completionApp.parsed()) {
-        lab::WriteOutput(lab::CompletionScript(app, shell));
+        lab::WriteOutput(lab::CompletionScript(lab::Commands(app), shell));
         return lab::kExitDone;
     }
     if (manApp.parsed()) {
-        lab::WriteOutput(lab::ManPage(app));
+        lab::WriteOutput(lab::ManPage(lab::Commands(app)));
         return lab::kExitDone;
     }
     if (explainApp.parsed()) {

@@ -1,6 +1,7 @@
 #include "lab/help/Commands.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 
 namespace lab {
 
@@ -56,22 +57,37 @@ void AddOptions(CommandInfo& info, const CLI::App& app) {
     }
 }
 
-void Collect(std::vector<CommandInfo>& all, const CLI::App& app, const std::string& path) {
+bool IsCommand(const CLI::App* app) {
+    return !app->get_name().empty();  // the others are groups of options
+}
+
+std::string PathTo(const std::string& path, const CLI::App& command) {
+    return path.empty() ? command.get_name() : path + " " + command.get_name();
+}
+
+CommandInfo InfoOf(const CLI::App& app, const std::string& path) {
     CommandInfo info;
     info.path = path;
     info.description = app.get_description();
     AddOptions(info, app);
-    const auto subcommands = app.get_subcommands([](const CLI::App*) { return true; });
-    for (const CLI::App* const sub : subcommands) {
-        if (!sub->get_name().empty()) {
-            info.subcommands.push_back(sub->get_name());
-        }
+    for (const CLI::App* const sub : app.get_subcommands(IsCommand)) {
+        info.subcommands.push_back(sub->get_name());
     }
-    all.push_back(std::move(info));
-    for (const CLI::App* const sub : subcommands) {
-        if (!sub->get_name().empty()) {
-            Collect(all, *sub, path.empty() ? sub->get_name() : path + " " + sub->get_name());
-        }
+    return info;
+}
+
+void Collect(std::vector<CommandInfo>& all, const CLI::App& app, const std::string& path) {
+    all.push_back(InfoOf(app, path));
+    for (const CLI::App* const sub : app.get_subcommands(IsCommand)) {
+        Collect(all, *sub, PathTo(path, *sub));
+    }
+}
+
+void SetFootersFrom(CLI::App& app, const std::string& path,
+                    std::string (*footer)(const std::string& path)) {
+    app.footer(footer(path));
+    for (CLI::App* const sub : app.get_subcommands([](CLI::App* one) { return IsCommand(one); })) {
+        SetFootersFrom(*sub, PathTo(path, *sub), footer);
     }
 }
 
@@ -81,6 +97,18 @@ std::vector<CommandInfo> Commands(const CLI::App& app) {
     std::vector<CommandInfo> all;
     Collect(all, app, "");
     return all;
+}
+
+CommandInfo LastCommand(const CLI::App& app) {
+    const CLI::App* last = &app;
+    while (!last->get_subcommands().empty()) {
+        last = last->get_subcommands().front();
+    }
+    return InfoOf(*last, "");
+}
+
+void SetFooters(CLI::App& app, std::string (*footer)(const std::string& path)) {
+    SetFootersFrom(app, "", footer);
 }
 
 }  // namespace lab

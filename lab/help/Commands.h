@@ -1,10 +1,13 @@
-// The commands of a command line, flattened. A copy of what the parser knows; no output.
+// The commands of a command line, as plain values. Commands.cpp is the only file besides Main.cpp
+// that includes the parser: its header is long, and each file that includes it compiles it again.
 #pragma once
 
 #include <string>
 #include <vector>
 
-#include <CLI/App.hpp>
+namespace CLI {
+class App;
+}
 
 namespace lab {
 
@@ -26,5 +29,11 @@ struct CommandInfo {
 
 /// The program first, then each command before its own commands.
 std::vector<CommandInfo> Commands(const CLI::App& app);
+
+/// The last command that the parser recognised; the program if it recognised none. Without a path.
+CommandInfo LastCommand(const CLI::App& app);
+
+/// Puts a text after the help of each command; `footer` gets the command's path.
+void SetFooters(CLI::App& app, std::string (*footer)(const std::string& path));
 
 }  // namespace lab

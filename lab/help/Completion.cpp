@@ -1,6 +1,3 @@
-#include <CLI/CLI.hpp>
-
-#include "lab/help/Commands.h"
 #include "lab/help/Help.h"
 
 namespace lab {
@@ -226,8 +223,7 @@ std::string Fish(const std::vector<CommandInfo>& commands) {
 
 }  // namespace
 
-std::string CompletionScript(const CLI::App& app, const std::string& shell) {
-    const std::vector<CommandInfo> commands = Commands(app);
+std::string CompletionScript(const std::vector<CommandInfo>& commands, const std::string& shell) {
     return shell == "bash" ? Bash(commands) : shell == "zsh" ? Zsh(commands) : Fish(commands);
 }
 

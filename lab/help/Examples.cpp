@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <array>
 
 #include "lab/System.h"
@@ -105,21 +104,14 @@ std::string ExamplesOf(const std::string& path) {
     return {};
 }
 
-void AddExamples(CLI::App& app) {
-    for (CLI::App* const sub : app.get_subcommands([](CLI::App*) { return true; })) {
-        AddExamples(*sub);
-    }
-    std::string path;
-    for (const CLI::App* at = &app; at->get_parent() != nullptr; at = at->get_parent()) {
-        path = at->get_name() + (path.empty() ? "" : " ") + path;
-    }
+std::string HelpFooter(const std::string& path) {
     std::string footer;
     for (const HelpSection& section : Grammar(path)) {
         footer += AsText(section) + "\n";
     }
     const std::string examples = ExamplesOf(path);
     footer += examples.empty() ? "" : "Examples:\n" + examples + "\n\n";
-    app.footer(footer + kStatuses);
+    return footer + kStatuses;
 }
 
 }  // namespace lab

@@ -3,8 +3,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
-#include <CLI/App.hpp>
+#include "lab/help/Commands.h"
 
 namespace lab {
 
@@ -12,17 +13,17 @@ namespace lab {
 /// has none.
 std::string ExamplesOf(const std::string& path);
 
-/// Adds the grammar, examples and exit statuses to the help of each command.
-void AddExamples(CLI::App& app);
+/// What follows the options in the help of a command: grammar, examples and exit statuses.
+std::string HelpFooter(const std::string& path);
 
 /// The man page of section 1, as troff.
-std::string ManPage(const CLI::App& app);
+std::string ManPage(const std::vector<CommandInfo>& commands);
 
 /// A script for "bash", "zsh" or "fish".
-std::string CompletionScript(const CLI::App& app, const std::string& shell);
+std::string CompletionScript(const std::vector<CommandInfo>& commands, const std::string& shell);
 
-/// "; did you mean ...?" when a command or an option that is allowed where parsing stopped looks
-/// like `word`; empty otherwise.
-std::string Suggestion(const CLI::App& app, const std::string& word);
+/// "; did you mean ...?" when an option or a command of this command looks like `word`; empty
+/// otherwise.
+std::string Suggestion(const CommandInfo& command, const std::string& word);
 
 }  // namespace lab

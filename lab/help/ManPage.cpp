@@ -1,8 +1,5 @@
 #include <algorithm>
 
-#include <CLI/CLI.hpp>
-
-#include "lab/help/Commands.h"
 #include "lab/help/Grammar.h"
 #include "lab/help/Help.h"
 
@@ -95,8 +92,7 @@ std::string SectionText(const HelpSection& section) {
 
 }  // namespace
 
-std::string ManPage(const CLI::App& app) {
-    const std::vector<CommandInfo> commands = Commands(app);
+std::string ManPage(const std::vector<CommandInfo>& commands) {
     std::string page = ".TH TAGPORT\\-LAB 1\n.SH NAME\ntagport\\-lab \\- " +
                        Escaped(commands.front().description) + "\n.SH SYNOPSIS\n";
     for (const CommandInfo& command : commands) {

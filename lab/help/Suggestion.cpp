@@ -1,9 +1,6 @@
 #include <algorithm>
 #include <numeric>
 
-#include <CLI/CLI.hpp>
-
-#include "lab/help/Commands.h"
 #include "lab/help/Help.h"
 
 namespace lab {
@@ -35,21 +32,16 @@ std::size_t Distance(const std::string& a, const std::string& b) {
 
 }  // namespace
 
-std::string Suggestion(const CLI::App& app, const std::string& word) {
-    const CLI::App* stopped = &app;  // the last command that was recognised
-    while (!stopped->get_subcommands().empty()) {
-        stopped = stopped->get_subcommands().front();
-    }
-    const CommandInfo info = Commands(*stopped).front();
+std::string Suggestion(const CommandInfo& command, const std::string& word) {
     std::vector<std::string> allowed;
     if (word.substr(0, 1) == "-") {
-        for (const CommandOption& option : info.options) {
+        for (const CommandOption& option : command.options) {
             if (!option.isPositional) {
                 allowed.push_back(option.name);
             }
         }
     } else {
-        allowed = info.subcommands;
+        allowed = command.subcommands;
     }
     const std::string typed = word.substr(0, word.find('='));
     if (typed.size() > kLongestWord) {
