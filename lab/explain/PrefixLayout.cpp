@@ -32,9 +32,49 @@ std::string_view Shortened(std::string_view prefix) {
     return prefix.substr(prefix.size() - std::min(prefix.size(), kLongestPrefix));
 }
 
+bool IsDecimal(std::string_view text) {
+    return text.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+/// Finds the numbers of lines and columns in a position of the sink's source, such as x.cpp:100:7,
+/// x.cpp(100) or Sink::Write:100. They look like a process.
+class SourcePosition {
+  public:
+    /// True when `word` is such a number. `between` is what separates it from the word before.
+    bool Contains(std::string_view word, std::string_view between) {
+        const bool isNear = between.size() == 1 || between == ", ";
+        const bool isNumber = m_next != Next::kNothing && IsDecimal(word) && isNear &&
+                              (m_next == Next::kLine || between == ":");
+        if (isNumber) {
+            m_next = m_next == Next::kLine ? Next::kColumn : Next::kNothing;
+        } else if (m_next != Next::kLine || word != "line") {
+            m_next = IsSource(word, between) ? Next::kLine : Next::kNothing;
+        }
+        return isNumber;
+    }
+
+  private:
+    enum class Next { kNothing, kLine, kColumn };
+
+    static bool IsSource(std::string_view word, std::string_view between) {
+        constexpr std::array<std::string_view, 14> kEndings{
+            ".cpp", ".cc", ".cxx", ".c",  ".hpp",  ".h", ".inl",
+            ".cs",  ".rs", ".go",  ".py", ".java", ".kt", ".js"};
+        return between == "::" ||
+               std::any_of(kEndings.begin(), kEndings.end(), [word](std::string_view ending) {
+                   return word.size() > ending.size() &&
+                          word.substr(word.size() - ending.size()) == ending;
+               });
+    }
+
+    Next m_next = Next::kNothing;
+};
+
 void Split(std::string_view text, Columns& columns) {
+    SourcePosition position;
     std::size_t at = 0;
     while (columns.count < kMostColumns) {
+        const std::size_t before = at;
         at = text.find_first_not_of(kSeparators, at);
         if (at == std::string_view::npos) {
             return;
@@ -46,7 +86,10 @@ void Split(std::string_view text, Columns& columns) {
             at = end;
             continue;
         }
-        columns.values[columns.count++] = text.substr(at, end - at);
+        const std::string_view word = text.substr(at, end - at);
+        if (!position.Contains(word, text.substr(before, at - before))) {
+            columns.values[columns.count++] = word;
+        }
         at = end;
     }
 }

@@ -4,7 +4,7 @@
 // - A clock time is recognised by its form (ClockText.h). Without one, a number that does not fall
 //   from line to line is the time, unless it counts lines.
 // - The rest is cut into columns at blanks, brackets and punctuation. A word such as "pid" or "tid"
-//   names the next column.
+//   names the next column. The number of a line of source code is no column.
 // - The level is the column whose value always says whether the line is a warning or an error.
 // - The thread is the column whose values separate lines that only one kind of thread writes: the
 //   table of meanings says which these are. Where the sample has no two kinds, the last of two
