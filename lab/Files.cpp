@@ -35,7 +35,7 @@ std::string ReadBounded(std::FILE* file, const std::string& place) {
     std::string bytes(kInputLimit + 1, '\0');
     bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file));
     if (std::ferror(file) != 0) {
-        throw WrongCall(place + ": cannot be read: " + Cause());
+        throw SystemFailure(place + ": cannot be read: " + Cause());
     }
     if (bytes.size() > kInputLimit) {
         throw WrongCall(place + ": " + TooLong());

@@ -17,7 +17,8 @@ constexpr char kStandardInput[] = "standard input";        ///< how messages nam
 std::optional<std::string> FileProblem(const std::filesystem::path& path);
 
 /// Reads a regular file, or standard input for "-". Messages begin with `option`, which may be
-/// empty, and the name. WrongCall when the file cannot be read or is longer than kInputLimit.
+/// empty, and the name. WrongCall when the file cannot be opened or is longer than kInputLimit,
+/// SystemFailure when reading fails.
 std::string ReadInput(const std::string& option, const std::string& name);
 
 /// Throws WrongCall for a device or a pipe, and when it is clear before any work that WriteFile
