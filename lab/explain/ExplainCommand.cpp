@@ -1,9 +1,9 @@
 #include "lab/explain/ExplainCommand.h"
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <deque>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -27,7 +27,7 @@ using namespace explain;  // NOLINT(google-build-using-namespace)
 
 constexpr std::size_t kBlock = std::size_t{1} << 18;        // bytes of one read
 constexpr std::size_t kSampleBytes = std::size_t{1} << 20;  // the layout is found in these
-constexpr std::size_t kKeptEach = std::size_t{4} << 20;     // of a pipe's story, at either end
+constexpr std::size_t kKeptPart = std::size_t{3} << 20;     // of a pipe's story
 constexpr std::size_t kOutputBlock = std::size_t{1} << 16;
 
 struct Closer {
@@ -122,8 +122,9 @@ class Reading {
                 m_bytes,
                 m_lines.Lines(),
                 m_lines.LibraryLines(),
-                m_lines.OtherLines(),
+                m_lines.Records(),
                 m_lines.UnknownLines(),
+                m_lines.OtherLines(),
                 m_layout};
     }
 
@@ -156,34 +157,46 @@ class Output {
 /// A story that waits for its summary: its beginning and its end.
 class KeptStory {
   public:
-    void Add(std::string text) {
-        if (m_first.size() + text.size() <= kKeptEach && m_last.empty()) {
-            m_first += text;
+    void Add(const std::string& text) {
+        if (m_isFirst && m_first.Add(text)) {
             return;
         }
-        m_lastSize += text.size();
-        m_last.push_back(std::move(text));
-        while (m_lastSize > kKeptEach) {
-            m_lastSize -= m_last.front().size();
-            m_last.pop_front();
-            ++m_dropped;
+        m_isFirst = false;
+        if (!m_last.Add(text)) {
+            m_dropped += m_older.items;
+            m_older = Part();
+            std::swap(m_older, m_last);
+            m_last.Add(text);
         }
     }
     std::uint64_t Dropped() const { return m_dropped; }
     void Write(Output& output, const std::string& gap) const {
-        output.Add(m_first);
+        output.Add(m_first.text);
         if (m_dropped > 0) {
             output.Add(gap);
         }
-        for (const std::string& text : m_last) {
-            output.Add(text);
-        }
+        output.Add(m_older.text);
+        output.Add(m_last.text);
     }
 
   private:
-    std::string m_first;
-    std::deque<std::string> m_last;
-    std::size_t m_lastSize = 0;
+    struct Part {
+        std::string text;
+        std::uint64_t items = 0;
+        bool Add(const std::string& item) {
+            if (!text.empty() && text.size() + item.size() > kKeptPart) {
+                return false;
+            }
+            text.reserve(kKeptPart);  // so that growing never holds it twice
+            text += item;
+            ++items;
+            return true;
+        }
+    };
+    Part m_first;
+    Part m_older;  // dropped as a whole when the last one is full
+    Part m_last;
+    bool m_isFirst = true;
     std::uint64_t m_dropped = 0;
 };
 
@@ -193,6 +206,26 @@ PrefixLayout FindLayout(std::string_view bytes) {
     lines.Take(bytes);
     lines.End();
     return sample.Find();
+}
+
+void RefuseCompressed(const std::string& log, const std::string& name, std::string_view bytes) {
+    struct Format {
+        std::string_view begin;
+        const char* name;
+        const char* command;
+    };
+    constexpr std::array<Format, 6> kFormats{{{"\x1F\x8B", "gzip", "zcat"},
+                                              {"PK\x03\x04", "zip", "unzip -p"},
+                                              {"\x28\xB5\x2F\xFD", "zstd", "zstdcat"},
+                                              {"\xFD\x37zXZ", "xz", "xzcat"},
+                                              {"BZh", "bzip2", "bzcat"},
+                                              {"7z\xBC\xAF", "7z", "7z x -so"}}};
+    for (const Format& format : kFormats) {
+        if (bytes.substr(0, format.begin.size()) == format.begin) {
+            throw WrongCall(name + ": is compressed (" + format.name + "): " + format.command +
+                            " " + (log == "-" ? "FILE" : log) + " | tagport-lab explain -");
+        }
+    }
 }
 
 std::string GapText(std::uint64_t dropped, bool json) {
@@ -216,6 +249,7 @@ int Explain(const ExplainOptions& options) {
         }
         sample += bytes;
     }
+    RefuseCompressed(options.log, input.Name(), sample);
     const PrefixLayout layout = FindLayout(sample);
 
     const StoryText text(options.json ? Style(false) : Style::ForOutput());

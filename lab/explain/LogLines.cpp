@@ -156,10 +156,9 @@ bool LogLines::Recognise(std::string_view part, bool isError) {
         }
     }
     if (!match) {
-        ++m_unknown;
         return false;
     }
-    ++m_libraryLines;
+    ++m_records;
     m_sink({m_number + 1, part.substr(0, match->begin), *match, isError});
     return true;
 }
@@ -189,6 +188,7 @@ std::size_t LogLines::Scan(std::string_view line) {
 void LogLines::EndLine(std::string_view rest) {
     ++m_number;
     m_lines += m_isLibrarys ? 1 : 0;
+    m_unknown += m_hasMarker && !m_isLibrarys ? 1 : 0;
     if (!m_hasMarker) {
         m_before.assign(rest.substr(rest.size() - std::min(rest.size(), kKeptBefore)));
     }

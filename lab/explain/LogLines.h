@@ -32,11 +32,14 @@ class LogLines {
     void End();
 
     std::uint64_t Lines() const { return m_number; }
-    std::uint64_t LibraryLines() const { return m_libraryLines; }
-    /// Lines that contain none of the library's.
-    std::uint64_t OtherLines() const { return m_number - m_lines; }
-    /// Lines that end like the library's and are not in the table of meanings.
+    /// Texts of the library that were recognised.
+    std::uint64_t Records() const { return m_records; }
+    /// Lines with such a text, or with the first part of one that goes over two lines.
+    std::uint64_t LibraryLines() const { return m_lines; }
+    /// Lines that end like the library's, without a text that is in the table of meanings.
     std::uint64_t UnknownLines() const { return m_unknown; }
+    /// All others.
+    std::uint64_t OtherLines() const { return m_number - m_lines - m_unknown; }
 
     /// Bytes of a line that are looked at before each text of the library.
     static constexpr std::size_t kLongestPart = 4096;
@@ -63,8 +66,8 @@ class LogLines {
     bool m_isLibrarys = false;  // of the current line
     bool m_hasMarker = false;
     std::uint64_t m_number = 0;  // lines that have ended
-    std::uint64_t m_lines = 0;   // with at least one line of the library
-    std::uint64_t m_libraryLines = 0;
+    std::uint64_t m_lines = 0;
+    std::uint64_t m_records = 0;
     std::uint64_t m_unknown = 0;
 };
 

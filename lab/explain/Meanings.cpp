@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -25,6 +26,8 @@ using Piece = Meaning::Piece;
 constexpr std::size_t kHeadSize = 4;       // of every format; the index needs it
 constexpr std::size_t kLongestText = 511;  // that the library logs
 constexpr std::string_view kBlanks = " \t\r\n";
+constexpr std::string_view kCase = "with";        // begins a field for some codes
+constexpr std::string_view kOfDevice = "device";  // a word of the field "code"
 
 const std::map<std::string_view, Role>& Roles() {
     static const std::map<std::string_view, Role> kRoles{
@@ -45,6 +48,7 @@ const std::map<std::string_view, Role>& Roles() {
         {"no-chip", Role::kNoChip},
         {"chip", Role::kChip},
         {"chip-like", Role::kChipLike},
+        {"chip-silent", Role::kChipSilent},
         {"radio-fails", Role::kRadioFails},
         {"write-begins", Role::kWriteBegins},
         {"write-refused", Role::kWriteRefused},
@@ -58,6 +62,7 @@ const std::map<std::string_view, Role>& Roles() {
         {"write-fails", Role::kWriteFails},
         {"write-failed", Role::kWriteFailed},
         {"threads-start", Role::kThreadsStart},
+        {"threads-known", Role::kThreadsKnown},
         {"threads-ready", Role::kThreadsReady},
         {"threads-fail", Role::kThreadsFail},
         {"refresh-begins", Role::kRefreshBegins},
@@ -227,8 +232,7 @@ bool Fits(const Meaning& meaning, std::string_view text, Match& match) {
 /// The table's text, taken apart.
 class TableReader {
   public:
-    TableReader(std::vector<Meaning>& all,
-                std::vector<std::pair<std::uint32_t, std::string>>& codes)
+    TableReader(std::vector<Meaning>& all, std::vector<SystemCode>& codes)
         : m_all(all), m_codes(codes) {}
 
     void Read(std::string_view table) {
@@ -245,13 +249,15 @@ class TableReader {
         if (line.empty() || line[0] == '#' || line.substr(0, 3) == "== ") {
             EndBlock();
         } else if (line[0] == '@' || line[0] == '!') {
+            EndBlock();
             const std::size_t blank = line.find(' ');
             const std::string name(line.substr(1, blank - 1));
             const std::string text(line.substr(blank + 1));
             if (line[0] == '@') {
                 m_advice[name] = text;
             } else {
-                m_codes.emplace_back(static_cast<std::uint32_t>(std::stoul(name)), text);
+                m_codes.push_back({static_cast<std::uint32_t>(std::stoul(name)), text, {}});
+                m_isCode = true;
             }
         } else if (line[0] == '"') {
             if (!m_fields.empty()) {
@@ -261,7 +267,10 @@ class TableReader {
         } else if (line.substr(0, 4) == "    " && !m_last.empty()) {
             m_fields[m_last] += " " + std::string(line.substr(line.find_first_not_of(' ')));
         } else {
-            const std::size_t blank = line.find(' ', 2);
+            std::size_t blank = line.find(' ', 2);
+            if (line.substr(2, blank - 2) == kCase) {
+                blank = line.find(' ', blank + 1);
+            }
             m_last = line.substr(2, blank - 2);
             m_fields[m_last] = line.substr(blank + 1);
         }
@@ -285,7 +294,25 @@ class TableReader {
         return text;
     }
 
+    std::vector<Meaning::Case> Cases() const {
+        std::vector<Meaning::Case> cases;
+        for (const auto& [name, text] : m_fields) {
+            if (name.compare(0, kCase.size(), kCase) != 0) {
+                continue;
+            }
+            cases.push_back({{}, text});
+            std::istringstream codes(name.substr(kCase.size()));
+            for (std::uint32_t code = 0; codes >> code; codes.ignore()) {
+                cases.back().codes.push_back(code);
+            }
+        }
+        return cases;
+    }
+
     void EndBlock() {
+        if (std::exchange(m_isCode, false)) {
+            m_codes.back().remedy = Advice(Take("do"));
+        }
         for (const std::string& format : m_formats) {
             Meaning meaning;
             meaning.format = format;
@@ -295,6 +322,8 @@ class TableReader {
             meaning.thread = thread.empty() ? ThreadKind::kAny : Kinds().at(thread);
             const std::string code = Take("code");
             meaning.code = code.empty() ? 0 : static_cast<unsigned>(std::stoul(code));
+            meaning.isDevice = code.find(kOfDevice) != std::string::npos;
+            meaning.cases = Cases();
             meaning.says = Take("says");
             meaning.means = Take("means");
             meaning.remedy = Advice(Take("do"));
@@ -307,14 +336,27 @@ class TableReader {
     }
 
     std::vector<Meaning>& m_all;
-    std::vector<std::pair<std::uint32_t, std::string>>& m_codes;
+    std::vector<SystemCode>& m_codes;
     std::map<std::string, std::string> m_advice;
     std::vector<std::string> m_formats;
     std::map<std::string, std::string> m_fields;
     std::string m_last;
+    bool m_isCode = false;
 };
 
 }  // namespace
+
+std::string Meaning::Text(std::optional<std::uint32_t> code) const {
+    const auto has = [code](const Case& one) {
+        return code && std::count(one.codes.begin(), one.codes.end(), *code) > 0;
+    };
+    auto found = std::find_if(cases.begin(), cases.end(), has);
+    if (found == cases.end()) {
+        found = std::find_if(cases.begin(), cases.end(),
+                             [](const Case& one) { return one.codes.empty(); });
+    }
+    return found == cases.end() ? means : means + " " + found->text;
+}
 
 Meanings::Meanings() {
     TableReader(m_all, m_codes).Read({kMeaningsText, kMeaningsTextSize});
@@ -356,10 +398,20 @@ std::optional<Match> Meanings::Find(std::string_view part) const {
     return std::nullopt;
 }
 
-std::string_view Meanings::CodeText(std::uint32_t code) const {
+const SystemCode* Meanings::CodeOf(std::uint32_t code) const {
     const auto found = std::find_if(m_codes.begin(), m_codes.end(),
-                                    [code](const auto& one) { return one.first == code; });
-    return found == m_codes.end() ? std::string_view() : std::string_view(found->second);
+                                    [code](const SystemCode& one) { return one.code == code; });
+    return found == m_codes.end() ? nullptr : &*found;
+}
+
+std::string_view Meanings::CodeText(std::uint32_t code) const {
+    const SystemCode* const found = CodeOf(code);
+    return found == nullptr ? std::string_view() : found->text;
+}
+
+std::string_view Meanings::CodeRemedy(std::uint32_t code) const {
+    const SystemCode* const found = CodeOf(code);
+    return found == nullptr ? std::string_view() : found->remedy;
 }
 
 }  // namespace lab::explain

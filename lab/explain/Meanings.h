@@ -16,7 +16,7 @@ enum class Role {
     kDetail,      ///< a step that the story leaves out
     kFailure,     ///< a part of a failure
     kRoot,        ///< a part that explains the failure better than the parts before it
-    kUnusual,     ///< told on its own
+    kUnusual,     ///< an item of its own
     kContentSet,  ///< the message's fields were taken over
     kCreateBegins,
     kCreateEnds,
@@ -31,6 +31,7 @@ enum class Role {
     kNoChip,
     kChip,
     kChipLike,
+    kChipSilent,  ///< a root, when the chip stays unknown
     kRadioFails,
     kWriteBegins,
     kWriteRefused,
@@ -44,6 +45,7 @@ enum class Role {
     kWriteFails,
     kWriteFailed,
     kThreadsStart,
+    kThreadsKnown,  ///< the thread that watches for leaves runs already
     kThreadsReady,
     kThreadsFail,
     kRefreshBegins,
@@ -95,10 +97,21 @@ struct Meaning {
         std::string text;
     };
 
+    /// A sentence for some error codes; without codes for all that no other one is for.
+    struct Case {
+        std::vector<std::uint32_t> codes;
+        std::string text;
+    };
+
+    /// What the line means with this code.
+    std::string Text(std::optional<std::uint32_t> code) const;
+
     std::string format;
     Role role = Role::kDetail;
     ThreadKind thread = ThreadKind::kAny;
-    unsigned code = 0;  ///< the argument that is a system error code, from 1; 0: none
+    unsigned code = 0;      ///< the argument that is a system error code, from 1; 0: none
+    bool isDevice = false;  ///< the code is a device's: the code's own advice comes first
+    std::vector<Case> cases;
     std::string says;
     std::string means;
     std::string remedy;
@@ -114,6 +127,13 @@ struct Match {
     std::optional<std::uint32_t> code;  ///< the system error code
 };
 
+/// An error code of the system.
+struct SystemCode {
+    std::uint32_t code = 0;
+    std::string text;
+    std::string remedy;
+};
+
 class Meanings {
   public:
     static const Meanings& Get();
@@ -124,6 +144,8 @@ class Meanings {
 
     /// A system error code in plain words; empty when the table does not have it.
     std::string_view CodeText(std::uint32_t code) const;
+    /// What to do about a device that reports this code; empty when it depends on the line.
+    std::string_view CodeRemedy(std::uint32_t code) const;
 
     const std::vector<Meaning>& All() const { return m_all; }
 
@@ -133,8 +155,9 @@ class Meanings {
 
     static constexpr std::size_t kBuckets = 1024;
     static std::size_t Bucket(const char* four);
+    const SystemCode* CodeOf(std::uint32_t code) const;
     std::vector<Meaning> m_all;
-    std::vector<std::pair<std::uint32_t, std::string>> m_codes;
+    std::vector<SystemCode> m_codes;
     std::array<std::vector<std::uint16_t>, kBuckets> m_byBeginning;
 };
 

@@ -57,9 +57,9 @@ class SourcePosition {
     enum class Next { kNothing, kLine, kColumn };
 
     static bool IsSource(std::string_view word, std::string_view between) {
-        constexpr std::array<std::string_view, 14> kEndings{
-            ".cpp", ".cc", ".cxx", ".c",  ".hpp",  ".h", ".inl",
-            ".cs",  ".rs", ".go",  ".py", ".java", ".kt", ".js"};
+        constexpr std::array<std::string_view, 14> kEndings{".cpp", ".cc",   ".cxx", ".c",  ".hpp",
+                                                            ".h",   ".inl",  ".cs",  ".rs", ".go",
+                                                            ".py",  ".java", ".kt",  ".js"};
         return between == "::" ||
                std::any_of(kEndings.begin(), kEndings.end(), [word](std::string_view ending) {
                    return word.size() > ending.size() &&

@@ -2,6 +2,9 @@
 #include "lab/explain/ProcessStory.h"
 
 #include <algorithm>
+#include <utility>
+
+#include "lab/explain/Advice.h"
 
 namespace lab::explain {
 
@@ -57,7 +60,9 @@ bool ProcessStory::TakeStart(Lane& lane, const Entry& entry) {
             m_totals.chip = meaning.says;
             break;
         case Role::kChipLike:
-            if (lane.previous != Role::kChip) {
+            if (lane.previous == Role::kChipSilent) {
+                m_totals.chip = kSilent;
+            } else if (lane.previous != Role::kChip) {
                 m_totals.chip = meaning.says;
             }
             return true;
@@ -118,6 +123,11 @@ bool ProcessStory::TakeWrite(Lane& lane, const Entry& entry) {
             }
             break;
         case Role::kThreadsStart:
+            lane.threadsStart = entry.line;
+            lane.isWatchKnown = false;
+            break;
+        case Role::kThreadsKnown:
+            lane.isWatchKnown = true;
             break;
         case Role::kThreadsFail:
             AddStep(lane, entry);
@@ -125,6 +135,10 @@ bool ProcessStory::TakeWrite(Lane& lane, const Entry& entry) {
             operation.hasFailed = true;
             [[fallthrough]];
         case Role::kThreadsReady:
+            // It stays for the whole life of a process, or ends in the middle of a visit.
+            if (std::exchange(m_hasThreads, true) && !lane.isWatchKnown) {
+                LoseBefore(lane.threadsStart);
+            }
             if (isWrite) {
                 Finish(lane, operation.hasFailed ? Outcome::kFailed : Outcome::kWorked,
                        entry.micros);

@@ -141,7 +141,7 @@ void ProcessStory::BeginVisit(Lane& lane, const Entry& entry) {
     TellLoose(lane);
     if (!m_visits.empty() && (!HasChipRoute() || m_visits.size() == kMostVisits)) {
         // A keyboard reports both ends of each visit itself.
-        LoseVisit("A phone came, and its leave was never reported: the next one came first.");
+        LoseVisit("A phone came, and the next one came before its leave was reported.");
     }
     const auto pause = Between(m_lastVisitEnd, entry.micros);
     if (!pause || *pause > kChainPause || m_chainedVisits == 0) {
@@ -154,7 +154,7 @@ void ProcessStory::BeginVisit(Lane& lane, const Entry& entry) {
 
 void ProcessStory::EndVisit(Lane& lane, const Entry& entry) {
     if (m_visits.empty()) {
-        TellOddity(lane, entry, "A phone left whose coming is not in this log.", {});
+        TellOddity(lane, entry, "A phone left, and its arrival is not in this log.", {});
         return;
     }
     const Visit visit = m_visits.front();
@@ -179,7 +179,7 @@ void ProcessStory::EndVisit(Lane& lane, const Entry& entry) {
     }
     if (m_totals.chip == kFanli && !visit.hasLeaveStatus) {
         item.outcome = Outcome::kUnusual;
-        item.text += " The chip never reported its leave; the library gave the phone up.";
+        item.text += " The chip did not report its leave; the library stopped waiting for it.";
     }
     Tell(std::move(item));
 }
@@ -187,12 +187,29 @@ void ProcessStory::EndVisit(Lane& lane, const Entry& entry) {
 void ProcessStory::LoseVisit(const char* text) {
     Item item;
     item.kind = ItemKind::kVisit;
-    item.outcome = Outcome::kOpen;
-    item.line = m_visits.front().begin.line;
-    item.time = m_visits.front().begin.time;
-    item.text = text;
+    LeaveOpen(item, m_visits.front().begin, "A phone came, and has not left when the log ends.",
+              text);
     m_visits.pop_front();
     Tell(std::move(item));
+}
+
+void ProcessStory::LoseRenewal() {
+    Item item;
+    item.kind = ItemKind::kRenew;
+    LeaveOpen(item, m_renewals.front(),
+              "WriteRandNum: the new number is not on the tag yet when the log ends.",
+              "WriteRandNum: its end is not in the log.");
+    m_renewals.pop_front();
+    Tell(std::move(item));
+}
+
+void ProcessStory::LoseBefore(std::uint64_t line) {
+    while (HasChipRoute() && !m_visits.empty() && m_visits.front().begin.line < line) {
+        LoseVisit("A phone came, and its leave is not in the log.");
+    }
+    while (!m_renewals.empty() && m_renewals.front().line < line) {
+        LoseRenewal();
+    }
 }
 
 void ProcessStory::EndChainOfVisits() {

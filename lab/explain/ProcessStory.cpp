@@ -3,13 +3,16 @@
 #include <algorithm>
 #include <utility>
 
+#include "lab/explain/Advice.h"
+
 namespace lab::explain {
 
 namespace {
 
-constexpr std::size_t kMostLanes = 1024;
-constexpr std::size_t kMostSteps = 32;
-constexpr std::uint32_t kFileNotFound = 2;
+// With Story::kMostProcesses these bound the memory.
+constexpr std::size_t kMostLanes = 32;
+constexpr std::size_t kMostSteps = 16;
+constexpr std::size_t kLongestStep = 128;  // bytes of a line that is shown
 
 const char* NameOf(ItemKind kind) {
     switch (kind) {
@@ -38,9 +41,9 @@ const char* SuccessOf(ItemKind kind) {
             return "the manager exists";
         case ItemKind::kWrite:
         case ItemKind::kUpdate:
-            return "the message stands on the tag";
+            return "the message is on the tag";
         case ItemKind::kRefresh:
-            return "the tag holds the message";
+            return "the message is on the tag";
         case ItemKind::kRead:
             return "the tag was read";
         case ItemKind::kConnect:
@@ -51,28 +54,6 @@ const char* SuccessOf(ItemKind kind) {
 }
 
 }  // namespace
-
-const Step* CauseOf(const std::vector<Step>& chain) {
-    // A driver that is there and cannot be opened says more than the search that goes on.
-    auto best = std::find_if(chain.begin(), chain.end(), [](const Step& step) {
-        return step.meaning->role == Role::kDriverMissing && step.code != kFileNotFound;
-    });
-    if (best == chain.end()) {
-        best = std::find_if(chain.begin(), chain.end(),
-                            [](const Step& step) { return step.meaning->role == Role::kRoot; });
-    }
-    return best != chain.end() ? &*best : (chain.empty() ? nullptr : &chain.front());
-}
-
-std::string Explained(const Step& step) {
-    std::string text = step.meaning->means;
-    if (step.code && *step.code != 0) {
-        const std::string_view code = Meanings::Get().CodeText(*step.code);
-        text += " Code " + std::to_string(*step.code);
-        text += code.empty() ? "." : ": " + std::string(code) + ".";
-    }
-    return text;
-}
 
 std::optional<std::int64_t> Between(std::optional<std::int64_t> begin,
                                     std::optional<std::int64_t> end) {
@@ -98,9 +79,12 @@ ProcessStory::Lane& ProcessStory::LaneOf(const Entry& entry) {
     auto found = m_lanes.find(entry.thread);
     if (found == m_lanes.end()) {
         if (m_lanes.size() == kMostLanes) {
-            const auto oldest = std::min_element(
-                m_lanes.begin(), m_lanes.end(),
-                [](const auto& a, const auto& b) { return a.second.lastLine < b.second.lastLine; });
+            const auto oldest =
+                std::min_element(m_lanes.begin(), m_lanes.end(), [](const auto& a, const auto& b) {
+                    // One that waits for nothing goes first.
+                    return std::pair(!a.second.IsIdle(), a.second.lastLine) <
+                           std::pair(!b.second.IsIdle(), b.second.lastLine);
+                });
             Close(oldest->second);
             TellLoose(oldest->second);
             m_lanes.erase(oldest);
@@ -113,7 +97,7 @@ ProcessStory::Lane& ProcessStory::LaneOf(const Entry& entry) {
 }
 
 void ProcessStory::Take(const Entry& entry) {
-    ++m_totals.lines;
+    ++m_totals.records;
     if (!entry.time.empty()) {
         if (m_totals.firstTime.empty()) {
             m_totals.firstTime = entry.time;
@@ -121,6 +105,17 @@ void ProcessStory::Take(const Entry& entry) {
         m_totals.lastTime = entry.time;
     }
     Lane& lane = LaneOf(entry);
+    if (entry.micros) {
+        if (const auto jump = m_clock.Take(entry.line, entry.time, *entry.micros)) {
+            Item item;
+            item.outcome = Outcome::kUnusual;
+            item.line = jump->line;
+            item.time = jump->time;
+            item.micros = jump->micros;
+            item.text = "The clock goes back here: it was set, or the PC was started again.";
+            Tell(std::move(item));
+        }
+    }
     const Role role = entry.match.meaning->role;
     if (role != Role::kDetail && !TakeStart(lane, entry) && !TakeWrite(lane, entry) &&
         !TakeReading(lane, entry) && !TakeRenewal(lane, entry) && !TakeVisit(lane, entry) &&
@@ -128,30 +123,35 @@ void ProcessStory::Take(const Entry& entry) {
         TakeOther(lane, entry);
     }
     lane.previous = role;
-    if (lane.isOver && !lane.thread.empty() && !lane.operation.isOpen && lane.chain.empty()) {
+    if (lane.isOver && !lane.thread.empty() && lane.IsIdle()) {
         m_lanes.erase(lane.thread);  // each renewal has a thread of its own
     }
 }
 
-void ProcessStory::End() {
+void ProcessStory::End(bool isLogsEnd, Micros lastMicros) {
+    m_isLogsEnd = isLogsEnd;
+    m_logsEnd = lastMicros;
     for (auto& [name, lane] : m_lanes) {
         Close(lane);
         TellLoose(lane);
     }
     EndChainOfVisits();
     while (!m_visits.empty()) {
-        LoseVisit("A phone came, and the log ends without its leave.");
+        LoseVisit("A phone came, and its leave is not in the log.");
     }
-    for (const Beginning& begin : m_renewals) {
-        Item item;
-        item.kind = ItemKind::kRenew;
-        item.outcome = Outcome::kOpen;
-        item.line = begin.line;
-        item.time = begin.time;
-        item.text = "WriteRandNum: the log ends before the new number is on the tag.";
-        Tell(std::move(item));
+    while (!m_renewals.empty()) {
+        LoseRenewal();
     }
-    m_renewals.clear();
+}
+
+void ProcessStory::LeaveOpen(Item& item, const Beginning& begin, const char* atEnd,
+                             const char* otherwise) {
+    item.outcome = Outcome::kOpen;
+    item.line = begin.line;
+    item.time = begin.time;
+    item.isAtEnd = m_isLogsEnd;
+    item.micros = m_isLogsEnd ? Between(begin.micros, m_logsEnd) : std::nullopt;
+    item.text += m_isLogsEnd ? atEnd : otherwise;
 }
 
 void ProcessStory::Begin(Lane& lane, ItemKind kind, const Entry& entry) {
@@ -188,7 +188,8 @@ void ProcessStory::Finish(Lane& lane, Outcome outcome, Micros end) {
         item.attempts = operation.tries;
     }
     if (outcome == Outcome::kOpen) {
-        item.text += ": it has begun, and its end is not in the log.";
+        LeaveOpen(item, operation.begin, ": not finished when the log ends.",
+                  ": its end is not in the log.");
     } else if (outcome == Outcome::kFailed) {
         item.text += " failed";
         if (HasImage(operation.kind)) {
@@ -199,7 +200,11 @@ void ProcessStory::Finish(Lane& lane, Outcome outcome, Micros end) {
     } else if (operation.kind == ItemKind::kStart) {
         item.text += ": the tag is open";
         item.text += m_totals.route.empty() ? "" : " on " + m_totals.route;
-        item.text += HasChipRoute() && !m_totals.chip.empty() ? ", chip " + m_totals.chip : "";
+        if (m_totals.chip == kSilent) {
+            item.text += ". The chip has not answered";
+        } else if (HasChipRoute() && !m_totals.chip.empty()) {
+            item.text += ", chip " + m_totals.chip;
+        }
         item.text += ".";
     } else {
         item.text += ": " + std::string(SuccessOf(operation.kind)) + ".";
@@ -231,7 +236,8 @@ void ProcessStory::AddStep(Lane& lane, const Entry& entry) {
         }
     }
     if (lane.chain.size() < kMostSteps) {
-        lane.chain.push_back({match.meaning, std::string(match.text), match.code, entry.line, 1});
+        lane.chain.push_back({match.meaning, std::string(match.text.substr(0, kLongestStep)),
+                              match.code, entry.line, 1});
     }
 }
 
@@ -278,11 +284,13 @@ void ProcessStory::Tell(Item item) {
     item.process = m_totals.process;
     if (const Step* const cause = CauseOf(item.chain)) {
         item.cause = Explained(*cause);
-        item.remedy = cause->meaning->remedy;
+        item.remedy = RemedyOf(*cause);
     }
+    item.remedy = AdviceFor(m_totals.route, item.remedy);
     Totals::Timed& of = m_totals.kinds[item.kind];
     of.failed += item.outcome == Outcome::kFailed ? 1 : 0;
     of.open += item.outcome == Outcome::kOpen ? 1 : 0;
+    of.atEnd += item.outcome == Outcome::kOpen && item.isAtEnd ? 1 : 0;
     const bool hasWorked = item.outcome == Outcome::kWorked || item.outcome == Outcome::kUnusual;
     of.worked += hasWorked ? 1 : 0;
     of.retried += hasWorked && item.attempts > 1 ? 1 : 0;

@@ -1,4 +1,4 @@
-// The story of one process of a log. Every list in it has a bound: what exceeds it is told as open,
+// The story of one process of a log. Every list in it has a bound: what exceeds it becomes open,
 // or dropped where only a figure is lost.
 #pragma once
 
@@ -10,16 +10,14 @@
 #include <string_view>
 #include <vector>
 
+#include "lab/explain/ClockJump.h"
 #include "lab/explain/Story.h"
 
 namespace lab::explain {
 
 constexpr std::string_view kFanli = "Fanli";  // the chip that reports each leave
+constexpr std::string_view kSilent = "silent chip";
 
-/// The step that explains the others best; null without steps.
-const Step* CauseOf(const std::vector<Step>& chain);
-/// Its meaning, with its error code in plain words.
-std::string Explained(const Step& step);
 /// Nothing when a time is unknown, or the clock was set back.
 std::optional<std::int64_t> Between(std::optional<std::int64_t> begin,
                                     std::optional<std::int64_t> end);
@@ -31,7 +29,8 @@ class ProcessStory {
     ProcessStory(std::string_view name, const Story::Sink& sink);
 
     void Take(const Entry& entry);
-    void End();
+    /// No line follows: the log ends at `lastMicros`, or the process is no longer kept.
+    void End(bool isLogsEnd, std::optional<std::int64_t> lastMicros);
     const Totals& Figures() const { return m_totals; }
 
   private:
@@ -69,6 +68,8 @@ class ProcessStory {
         std::vector<Step> chain;
         std::string chainTime;
         Role previous = Role::kDetail;
+        std::uint64_t threadsStart = 0;  ///< the line where the reporting threads were started
+        bool isWatchKnown = false;       ///< the one that watches for leaves was found running
         bool isLoopNormal = false;
         bool isRefusalNormal = false;
         bool isRenewStored = false;
@@ -76,6 +77,7 @@ class ProcessStory {
         unsigned renewRetries = 0;
         bool isOver = false;
         std::uint64_t lastLine = 0;
+        bool IsIdle() const { return !operation.isOpen && chain.empty(); }
     };
 
     Lane& LaneOf(const Entry& entry);
@@ -99,6 +101,11 @@ class ProcessStory {
     void BeginVisit(Lane& lane, const Entry& entry);
     void EndVisit(Lane& lane, const Entry& entry);
     void LoseVisit(const char* text);
+    void LoseRenewal();
+    /// What began before `line` belongs to a process that has ended.
+    void LoseBefore(std::uint64_t line);
+    /// Says of an item that its end is missing, and why.
+    void LeaveOpen(Item& item, const Beginning& begin, const char* atEnd, const char* otherwise);
     void EndChainOfVisits();
     /// A failure that belongs to no operation: told by the meaning of its last line.
     void TellLoose(Lane& lane);
@@ -109,6 +116,10 @@ class ProcessStory {
 
     const Story::Sink& m_sink;
     Totals m_totals;
+    ClockJump m_clock;
+    bool m_isLogsEnd = false;
+    Micros m_logsEnd;
+    bool m_hasThreads = false;  // that report phones
     std::map<std::string, Lane, std::less<>> m_lanes;
     std::deque<Visit> m_visits;  // that are open
     std::deque<Beginning> m_renewals;

@@ -31,7 +31,7 @@ Story::Process& Story::ProcessOf(const Entry& entry) {
         const auto oldest = std::min_element(
             m_processes.begin(), m_processes.end(),
             [](const auto& a, const auto& b) { return a->lastLine < b->lastLine; });
-        (*oldest)->story.End();
+        (*oldest)->story.End(false, {});
         m_processes.erase(oldest);
         ++m_dropped;
     }
@@ -43,12 +43,13 @@ Story::Process& Story::ProcessOf(const Entry& entry) {
 void Story::Take(const Entry& entry) {
     Process& process = ProcessOf(entry);
     process.lastLine = entry.line;
+    m_lastMicros = entry.micros ? entry.micros : m_lastMicros;
     process.story.Take(entry);
 }
 
 void Story::End() {
     for (const auto& process : m_processes) {
-        process->story.End();
+        process->story.End(true, m_lastMicros);
     }
 }
 

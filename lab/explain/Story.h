@@ -66,7 +66,8 @@ struct Item {
     Outcome outcome = Outcome::kWorked;
     std::uint64_t line = 0;  ///< where it began
     std::string time;
-    std::optional<std::int64_t> micros;  ///< how long it took
+    std::optional<std::int64_t>
+        micros;  ///< how long it took; of an open one at the end, until then
     std::string process;
     std::string thread;
     std::string text;         ///< in plain words, one sentence or two
@@ -74,6 +75,7 @@ struct Item {
     std::string cause;        ///< its likely cause; empty without one
     std::string remedy;
     unsigned attempts = 0;  ///< of an image to be written
+    bool isAtEnd = false;   ///< open, because the log ends first
 };
 
 /// The figures of one process.
@@ -82,6 +84,7 @@ struct Totals {
         std::uint64_t worked = 0;
         std::uint64_t failed = 0;
         std::uint64_t open = 0;
+        std::uint64_t atEnd = 0;  // of the open ones
         std::uint64_t retried = 0;
         std::uint64_t timed = 0;
         std::int64_t sum = 0;
@@ -91,14 +94,14 @@ struct Totals {
         std::uint64_t times = 0;
         std::string remedy;
     };
-    static constexpr std::size_t kMostCauses = 64;
+    static constexpr std::size_t kMostCauses = 32;
 
     std::string process;
     std::string route;  ///< the last one
     std::string chip;
     std::string firstTime;
     std::string lastTime;
-    std::uint64_t lines = 0;
+    std::uint64_t records = 0;
     std::map<ItemKind, Timed> kinds;
     std::uint64_t known = 0;  ///< numbers that were not new
     std::uint64_t unusual = 0;
@@ -113,7 +116,7 @@ class Story {
     ~Story();
 
     void Take(const Entry& entry);
-    /// The log has ended: what is still open never came back.
+    /// The log has ended: what is open is not finished.
     void End();
 
     /// By process, in the order of their first lines.
@@ -132,6 +135,7 @@ class Story {
     std::deque<std::unique_ptr<Process>> m_processes;
     Process* m_last = nullptr;
     std::uint64_t m_dropped = 0;
+    std::optional<std::int64_t> m_lastMicros;
 };
 
 }  // namespace lab::explain

@@ -95,6 +95,7 @@ Json TimedJson(const Totals::Timed& of) {
     object["worked"] = of.worked;
     object["failed"] = of.failed;
     object["open"] = of.open;
+    object["atEnd"] = of.atEnd;
     object["retried"] = of.retried;
     if (of.timed > 0) {
         object["averageMs"] = static_cast<double>(of.sum) / static_cast<double>(of.timed) / 1000;
@@ -128,10 +129,11 @@ std::string StoryText::Head(const Item& item) const {
                                               : m_style.Yellow(word);
 }
 
-std::string StoryText::Body(const Item& item, std::size_t indent) const {
+std::string StoryText::Body(const Item& item, std::size_t indent, bool hasLines) const {
     std::string text = item.text;
     if (item.micros) {
-        text += " (" + Duration(*item.micros) + ")";
+        text += item.outcome == Outcome::kOpen ? " It began " + Duration(*item.micros) + " before."
+                                               : " (" + Duration(*item.micros) + ")";
     }
     text += "\n";
     const std::string margin(indent, ' ');
@@ -143,8 +145,8 @@ std::string StoryText::Body(const Item& item, std::size_t indent) const {
     }
     for (const Step& step : item.chain) {
         text += margin +
-                m_style.Dim("line " + Number(step.line) + "  " + Printable(step.text) +
-                            Times(step.times)) +
+                m_style.Dim((hasLines ? "line " + Number(step.line) + "  " : "") +
+                            Printable(step.text) + Times(step.times)) +
                 "\n";
     }
     return text;
@@ -155,7 +157,7 @@ std::string StoryText::ItemLines(const Item& item, bool hasProcesses) const {
     const std::string process =
         hasProcesses && !item.process.empty() ? "[" + Printable(item.process) + "] " : "";
     return m_style.Dim(Number(item.line, kLineWidth) + "  " + time) + "  " + Head(item) + process +
-           Body(item, kLineWidth + time.size() + kOutcomeWidth + 4);
+           Body(item, kLineWidth + time.size() + kOutcomeWidth + 4, true);
 }
 
 std::string StoryText::LiveLines(const Item& item) const {
@@ -163,7 +165,7 @@ std::string StoryText::LiveLines(const Item& item) const {
     std::snprintf(head.data(), head.size(), "%12s  %-9s  %-10s ", item.time.c_str(),
                   Printable(item.thread).substr(0, 9).c_str(), "explained");
     return m_style.Dim(head.data()) + (item.outcome == Outcome::kWorked ? "" : Head(item)) +
-           Body(item, kLiveIndent);
+           Body(item, kLiveIndent, false);
 }
 
 std::string StoryText::ProcessLines(const Totals& totals, bool isNamed) const {
@@ -199,7 +201,9 @@ std::string StoryText::ProcessLines(const Totals& totals, bool isNamed) const {
             value += count == 0 ? "" : (value.empty() ? "" : ", ") + std::to_string(count) + what;
         };
         add(of.retried, " of them after retries");
-        add(of.open, name.kind == ItemKind::kVisit ? " without a leave" : " never came back");
+        add(of.open - of.atEnd,
+            name.kind == ItemKind::kVisit ? " without a leave" : " without an end");
+        add(of.atEnd, " not finished when the log ends");
         if (of.failed > 0) {
             value +=
                 (value.empty() ? "" : ", ") + m_style.Red(std::to_string(of.failed) + " failed");
@@ -244,17 +248,22 @@ std::string StoryText::Figures(const Story& story) const {
 
 std::string StoryText::Summary(const LogFacts& facts, const Story& story) const {
     std::string text = m_style.Bold(Printable(facts.name)) + ": " + std::to_string(facts.lines) +
-                       (facts.lines == 1 ? " line, " : " lines, ") + std::to_string(facts.library) +
-                       " of the library, " + std::to_string(facts.others) + " of others.\n";
+                       (facts.lines == 1 ? " line: " : " lines: ") + std::to_string(facts.library) +
+                       " of the library";
+    if (facts.library != facts.records) {
+        text +=
+            " (" + std::to_string(facts.records) + (facts.records == 1 ? " record)" : " records)");
+    }
+    text += ", " + (facts.unknown > 0 ? std::to_string(facts.unknown) + " unknown, " : "") +
+            std::to_string(facts.others) + " of others.\n";
     if (facts.library == 0) {
         return text +
                "No line of the library was found: its lines end with (LogWarnFun) or "
                "(LogErrorFun).\n";
     }
     if (facts.unknown > 0) {
-        text += std::to_string(facts.unknown) +
-                " lines end like the library's and are not known: they are damaged, or of another "
-                "version.\n";
+        text +=
+            "The unknown lines end like the library's: they are damaged, or of another version.\n";
     }
     const PrefixLayout& layout = facts.layout;
     text += std::string("Before each line: ") + (layout.HasTime() ? "a time" : "no time") +
@@ -281,6 +290,9 @@ std::string ItemJson(const Item& item) {
     object["process"] = Safe(item.process);
     object["thread"] = Safe(item.thread);
     object["text"] = Safe(item.text);
+    if (item.outcome == Outcome::kOpen) {
+        object["atEnd"] = item.isAtEnd;
+    }
     if (item.attempts > 0) {
         object["attempts"] = item.attempts;
     }
@@ -298,7 +310,7 @@ std::string ItemJson(const Item& item) {
         if (step.code) {
             one["code"] = *step.code;
         }
-        one["means"] = Safe(step.meaning->means);
+        one["means"] = Safe(step.meaning->Text(step.code));
         object["chain"].push_back(std::move(one));
     }
     return object.dump(-1, ' ', true) + "\n";
@@ -311,8 +323,9 @@ std::string SummaryJson(const LogFacts& facts, const Story& story) {
     object["bytes"] = facts.bytes;
     object["lines"] = facts.lines;
     object["library"] = facts.library;
-    object["others"] = facts.others;
     object["unknown"] = facts.unknown;
+    object["others"] = facts.others;
+    object["records"] = facts.records;
     object["hasTime"] = facts.layout.HasTime();
     object["hasProcess"] = facts.layout.HasProcess();
     object["hasThread"] = facts.layout.HasThread();
@@ -325,7 +338,7 @@ std::string SummaryJson(const LogFacts& facts, const Story& story) {
         one["chip"] = Safe(totals->chip);
         one["from"] = Safe(totals->firstTime);
         one["to"] = Safe(totals->lastTime);
-        one["lines"] = totals->lines;
+        one["records"] = totals->records;
         for (const KindName& name : kKinds) {
             const auto found = totals->kinds.find(name.kind);
             if (found != totals->kinds.end()) {

@@ -15,10 +15,11 @@ namespace lab::explain {
 struct LogFacts {
     std::string name;
     std::uint64_t bytes = 0;
-    std::uint64_t lines = 0;
+    std::uint64_t lines = 0;  ///< the sum of library, unknown and others
     std::uint64_t library = 0;
-    std::uint64_t others = 0;
+    std::uint64_t records = 0;
     std::uint64_t unknown = 0;
+    std::uint64_t others = 0;
     PrefixLayout layout;
 };
 
@@ -28,7 +29,7 @@ class StoryText {
 
     /// One item, as lines. The process is named when there are several.
     std::string ItemLines(const Item& item, bool hasProcesses) const;
-    /// The same at the place of a run's lines.
+    /// The same at the place of a run's lines, which have no numbers.
     std::string LiveLines(const Item& item) const;
     std::string Summary(const LogFacts& facts, const Story& story) const;
     /// The part of a summary about what happened.
@@ -36,7 +37,7 @@ class StoryText {
 
   private:
     std::string Head(const Item& item) const;
-    std::string Body(const Item& item, std::size_t indent) const;
+    std::string Body(const Item& item, std::size_t indent, bool hasLines) const;
     std::string ProcessLines(const Totals& totals, bool isNamed) const;
 
     Style m_style;

@@ -157,7 +157,7 @@ TEST(Explain, SaysOfEveryRunWhatItsJsonSays) {
                             Case{bad + "--route usb", "Code 1167", " USB"},
                             Case{bad + "--route hid", "Code 1117", " HID"},
                             Case{bad + "--route ble", "did not take what was sent", " Bluetooth"},
-                            Case{"--fault write#4-99=never", "no answer at all", "like FM11N I2C"},
+                            Case{"--fault write#4-99=never", "no answer at all", "silent chip I2C"},
                             Case{"--fault open#1+=refuse:2", "Neither the I2C driver", " "},
                             Case{"--fault open#1+=refuse:32", "Code 32: another program", " "}}) {
         const std::vector<Json> run = RunObjects(one.arguments);
@@ -245,17 +245,17 @@ TEST(Explain, NamesWhatIsUnusual) {
     const std::string enter = "1:00:01 NFC_SELECT_IN_FIELD 1st report(LogWarnFun)\n";
     for (const Oddity& one :
          {Oddity{at(1, 2) + at(2, 3) + at(3, 4), "A chain of 3 visits"},
-          Oddity{hid + enter + at(4, 5), "its leave was never reported"},
-          Oddity{enter, "ends without its leave"},
+          Oddity{hid + enter + at(4, 5), "before its leave was reported"},
+          Oddity{enter, "has not left when the log ends"},
           Oddity{enter + "1:00:02 [NFC] RF field has left(LogWarnFun)\n"
                          "1:00:05 NFC_defer call done: 0011223344556677(LogWarnFun)\n",
                  "listener took 3000 ms"},
-          Oddity{"1:00:00 Nfc chip Fanli(LogErrorFun)\n" + at(1, 8), "never reported its leave"},
+          Oddity{"1:00:00 Nfc chip Fanli(LogErrorFun)\n" + at(1, 8), "did not report its leave"},
           Oddity{enter + "1:00:01 NFC staticCallback is null(LogErrorFun)\n", "no listener"},
           Oddity{"1:00:01 NFC_defer call done: 0011223344556677(LogWarnFun)\n",
-                 "whose coming is not in this log"},
+                 "its arrival is not in this log"},
           Oddity{"1:00:01 NFC_WriteMessage with dynamic delay begin!(LogWarnFun)\n",
-                 "its end is not in the log"}}) {
+                 "not finished when the log ends"}}) {
         const std::vector<Json> story = Explain(one.log);
         EXPECT_TRUE(std::any_of(story.begin(), story.end(),
                                 [&](const Json& item) {
@@ -309,7 +309,7 @@ TEST(Explain, ShowsTheTerminalNoControlCharacterAndNamesEveryBadFile) {
     EXPECT_TRUE(std::all_of(shown.begin(), shown.end(), [](char c) {
         return c == '\n' || (c >= ' ' && c < 0x7F);
     })) << shown;
-    EXPECT_NE(shown.find("without a leave"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("not finished when the log ends"), std::string::npos) << shown;
     const std::string processes = Shell(
         "printf 'pid=\\0077 NfcManager::Init()(LogWarnFun)\\n"
         "pid=\\0078 NfcManager::Init()(LogWarnFun)' | " +
