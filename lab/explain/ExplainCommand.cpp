@@ -27,7 +27,7 @@ using namespace explain;  // NOLINT(google-build-using-namespace)
 
 constexpr std::size_t kBlock = std::size_t{1} << 18;        // bytes of one read
 constexpr std::size_t kSampleBytes = std::size_t{1} << 20;  // the layout is found in these
-constexpr std::size_t kKeptPart = std::size_t{3} << 20;     // of a pipe's story
+constexpr std::size_t kKeptPart = std::size_t{2} << 20;     // of a pipe's story
 constexpr std::size_t kOutputBlock = std::size_t{1} << 16;
 
 struct Closer {
@@ -164,8 +164,9 @@ class KeptStory {
         m_isFirst = false;
         if (!m_last.Add(text)) {
             m_dropped += m_older.items;
-            m_older = Part();
             std::swap(m_older, m_last);
+            m_last.text.clear();
+            m_last.items = 0;
             m_last.Add(text);
         }
     }

@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::size_t kMostColumns = 24;
 constexpr std::size_t kLongestPrefix = 512;  // of a longer one, this much before the text
+constexpr std::size_t kLongestName = 64;      // of a process or a thread; the rest is cut
 constexpr std::size_t kMostValues = 256;     // of a column that is a process or a thread
 constexpr std::size_t kLeastChanges = 8;     // of a number that is the time
 constexpr double kLeastEpoch = 1e9;          // a number so large is the time without more changes
@@ -266,7 +267,7 @@ Origin PrefixLayout::Read(std::string_view prefix) {
         return origin;
     }
     if (m_time && !origin.micros) {
-        origin.time = columns.values[*m_time];
+        origin.time = columns.values[*m_time].substr(0, kLongestName);
         if (const auto number = AsNumber(origin.time)) {
             const double micros = *number * m_microsPerUnit;
             if (micros < 9e18) {
@@ -275,13 +276,13 @@ Origin PrefixLayout::Read(std::string_view prefix) {
         }
     }
     if (m_process) {
-        origin.process = columns.values[*m_process];
+        origin.process = columns.values[*m_process].substr(0, kLongestName);
         if (origin.process != m_lastProcess) {
             m_lastProcess = origin.process;
         }
     }
     if (m_thread) {
-        origin.thread = columns.values[*m_thread];
+        origin.thread = columns.values[*m_thread].substr(0, kLongestName);
     }
     return origin;
 }
