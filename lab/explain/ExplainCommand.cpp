@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "lab/Failure.h"
 #include "lab/Files.h"
@@ -25,9 +26,8 @@ namespace {
 
 using namespace explain;  // NOLINT(google-build-using-namespace)
 
-constexpr std::size_t kBlock = std::size_t{1} << 18;        // bytes of one read
-constexpr std::size_t kSampleBytes = std::size_t{1} << 20;  // the layout is found in these
-constexpr std::size_t kKeptPart = std::size_t{2} << 20;     // of a pipe's story
+constexpr std::size_t kBlock = std::size_t{1} << 18;     // bytes of one read
+constexpr std::size_t kKeptPart = std::size_t{2} << 20;  // of a pipe's story
 constexpr std::size_t kOutputBlock = std::size_t{1} << 16;
 
 struct Closer {
@@ -95,14 +95,11 @@ class Input {
 /// One reading of a log from its beginning.
 class Reading {
   public:
-    Reading(PrefixLayout layout, Story::Sink sink)
+    /// Without a layout, finds it from the first lines of the library, wherever they are.
+    Reading(std::optional<PrefixLayout> layout, Story::Sink sink)
         : m_layout(std::move(layout)),
           m_story(std::move(sink)),
-          m_lines([this](const LogLine& line) {
-              const Origin origin = m_layout.Read(line.prefix);
-              m_story.Take({line.number, line.match, origin.time, origin.micros, origin.process,
-                            origin.thread});
-          }) {}
+          m_lines([this](const LogLine& line) { TakeLine(line); }) {}
     ~Reading() = default;
     Reading(const Reading&) = delete;
     Reading& operator=(const Reading&) = delete;
@@ -113,9 +110,14 @@ class Reading {
     }
     void End() {
         m_lines.End();
+        if (!m_layout) {
+            FindLayout();
+        }
         m_story.End();
     }
     std::uint64_t Bytes() const { return m_bytes; }
+    /// After the end, or once an item was told.
+    const PrefixLayout& Layout() const { return *m_layout; }
     const Story& TheStory() const { return m_story; }
     LogFacts Facts(const std::string& name) const {
         return {name,
@@ -125,11 +127,43 @@ class Reading {
                 m_lines.Records(),
                 m_lines.UnknownLines(),
                 m_lines.OtherLines(),
-                m_layout};
+                *m_layout};
     }
 
   private:
-    PrefixLayout m_layout;
+    /// A line that waits for the layout.
+    struct EarlyLine {
+        std::uint64_t number = 0;
+        std::string prefix;
+        std::string text;
+    };
+
+    void TakeLine(const LogLine& line) {
+        if (m_layout) {
+            Tell(line.number, line.prefix, line.match);
+            return;
+        }
+        m_sample.Add(line);
+        m_early.push_back({line.number, std::string(PrefixLayout::Shortened(line.prefix)),
+                           std::string(line.match.text)});
+        if (m_early.size() == PrefixSample::kMostLines) {
+            FindLayout();
+        }
+    }
+    void FindLayout() {
+        m_layout = std::exchange(m_sample, PrefixSample()).Find();
+        for (const EarlyLine& line : std::exchange(m_early, {})) {
+            Tell(line.number, line.prefix, *Meanings::Get().Find(line.text));
+        }
+    }
+    void Tell(std::uint64_t number, std::string_view prefix, const Match& match) {
+        const Origin origin = m_layout->Read(prefix);
+        m_story.Take({number, match, origin.time, origin.micros, origin.process, origin.thread});
+    }
+
+    std::optional<PrefixLayout> m_layout;
+    PrefixSample m_sample;
+    std::vector<EarlyLine> m_early;
     Story m_story;
     LogLines m_lines;
     std::uint64_t m_bytes = 0;
@@ -201,14 +235,6 @@ class KeptStory {
     std::uint64_t m_dropped = 0;
 };
 
-PrefixLayout FindLayout(std::string_view bytes) {
-    PrefixSample sample;
-    LogLines lines([&](const LogLine& line) { sample.Add(line); });
-    lines.Take(bytes);
-    lines.End();
-    return sample.Find();
-}
-
 void RefuseCompressed(const std::string& log, const std::string& name, std::string_view bytes) {
     struct Format {
         std::string_view begin;
@@ -242,39 +268,29 @@ std::string GapText(std::uint64_t dropped, bool json) {
 
 int Explain(const ExplainOptions& options) {
     Input input(options.log);
-    std::string sample;
-    while (sample.size() < kSampleBytes) {
-        const std::string_view bytes = input.Read();
-        if (bytes.empty()) {
-            break;
-        }
-        sample += bytes;
-    }
-    RefuseCompressed(options.log, input.Name(), sample);
-    const PrefixLayout layout = FindLayout(sample);
-
     const StoryText text(options.json ? Style(false) : Style::ForOutput());
-    bool hasProcesses = layout.HasProcess();  // of a pipe nobody knows yet whether it has several
-    const auto render = [&](const Item& item) {
+    const auto render = [&](const Item& item, bool hasProcesses) {
         return options.json ? ItemJson(item) : text.ItemLines(item, hasProcesses);
     };
     KeptStory kept;
-    Reading first(layout, [&](const Item& item) {
+    Reading first(std::nullopt, [&](const Item& item) {
         if (!input.IsRegular()) {
-            kept.Add(render(item));
+            // Whether a pipe has several processes is not known yet.
+            kept.Add(render(item, first.Layout().HasProcess()));
         }
     });
     {
         Progress progress(2 * input.Size(), true);
-        first.Take(sample);
         for (std::string_view bytes; !(bytes = input.Read()).empty();) {
+            if (first.Bytes() == 0) {
+                RefuseCompressed(options.log, input.Name(), bytes);
+            }
             first.Take(bytes);
             progress.Show(first.Bytes());
         }
     }
     first.End();
-    sample = std::string();
-    hasProcesses = first.TheStory().Processes().size() > 1;
+    const bool hasProcesses = first.TheStory().Processes().size() > 1;
 
     Output output;
     const LogFacts facts = first.Facts(input.Name());
@@ -287,7 +303,8 @@ int Explain(const ExplainOptions& options) {
     // A log that is still written to must not get a story that its summary does not know.
     input.Rewind();
     Progress progress(2 * input.Size(), !OutputIsTerminal());
-    Reading second(layout, [&](const Item& item) { output.Add(render(item)); });
+    Reading second(first.Layout().Again(),
+                   [&](const Item& item) { output.Add(render(item, hasProcesses)); });
     for (std::string_view bytes; second.Bytes() < first.Bytes();) {
         bytes = input.Read();
         if (bytes.empty()) {

@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t kMostColumns = 24;
 constexpr std::size_t kLongestPrefix = 512;  // of a longer one, this much before the text
-constexpr std::size_t kLongestName = 64;      // of a process or a thread; the rest is cut
+constexpr std::size_t kLongestName = 64;     // of a process or a thread; the rest is cut
 constexpr std::size_t kMostValues = 256;     // of a column that is a process or a thread
 constexpr std::size_t kLeastChanges = 8;     // of a number that is the time
 constexpr double kLeastEpoch = 1e9;          // a number so large is the time without more changes
@@ -28,10 +28,6 @@ struct Columns {
     std::optional<ClockText> clock;
     std::string_view clockText;
 };
-
-std::string_view Shortened(std::string_view prefix) {
-    return prefix.substr(prefix.size() - std::min(prefix.size(), kLongestPrefix));
-}
 
 bool IsDecimal(std::string_view text) {
     return text.find_first_not_of("0123456789") == std::string_view::npos;
@@ -243,9 +239,19 @@ void Look(Column& column, std::string_view value, ThreadKind thread, bool isErro
 
 }  // namespace
 
+std::string_view PrefixLayout::Shortened(std::string_view prefix) {
+    return prefix.substr(prefix.size() - std::min(prefix.size(), kLongestPrefix));
+}
+
+PrefixLayout PrefixLayout::Again() const {
+    PrefixLayout layout = *this;
+    layout.m_progress = {m_firstProcess};
+    return layout;
+}
+
 Origin PrefixLayout::Read(std::string_view prefix) {
     Origin origin;
-    origin.process = m_lastProcess;
+    origin.process = m_progress.process;
     if (prefix.empty()) {
         return origin;
     }
@@ -254,12 +260,12 @@ Origin PrefixLayout::Read(std::string_view prefix) {
         origin.time = columns.clockText;
         std::int64_t micros = columns.clock->micros;
         if (!columns.clock->hasDate) {
-            if (micros + kMicrosPerDay / 2 < m_lastOfDay) {
-                m_dayOffset += kMicrosPerDay;  // midnight has passed
-                m_lastOfDay = micros;
+            if (micros + kMicrosPerDay / 2 < m_progress.lastOfDay) {
+                m_progress.dayOffset += kMicrosPerDay;  // midnight has passed
+                m_progress.lastOfDay = micros;
             }
-            m_lastOfDay = std::max(m_lastOfDay, micros);
-            micros += m_dayOffset;
+            m_progress.lastOfDay = std::max(m_progress.lastOfDay, micros);
+            micros += m_progress.dayOffset;
         }
         origin.micros = micros;
     }
@@ -277,8 +283,8 @@ Origin PrefixLayout::Read(std::string_view prefix) {
     }
     if (m_process) {
         origin.process = columns.values[*m_process].substr(0, kLongestName);
-        if (origin.process != m_lastProcess) {
-            m_lastProcess = origin.process;
+        if (origin.process != m_progress.process) {
+            m_progress.process = origin.process;
         }
     }
     if (m_thread) {
@@ -289,8 +295,8 @@ Origin PrefixLayout::Read(std::string_view prefix) {
 
 void PrefixSample::Add(const LogLine& line) {
     if (m_samples.size() < kMostLines) {
-        m_samples.push_back(
-            {std::string(Shortened(line.prefix)), line.match.meaning->thread, line.isError});
+        m_samples.push_back({std::string(PrefixLayout::Shortened(line.prefix)),
+                             line.match.meaning->thread, line.isError});
     }
 }
 
@@ -400,7 +406,12 @@ PrefixLayout PrefixSample::Find() const {
             layout.m_process = c;
         }
     }
-    return layout;
+    for (const Columns& line : all) {
+        if (layout.m_process && layout.m_firstProcess.empty() && line.count == layout.m_columns) {
+            layout.m_firstProcess = line.values[*layout.m_process].substr(0, kLongestName);
+        }
+    }
+    return layout.Again();
 }
 
 }  // namespace lab::explain

@@ -42,6 +42,12 @@ class PrefixLayout {
     /// otherwise than the others has no thread, and counts as one of the last process.
     Origin Read(std::string_view prefix);
 
+    /// The same layout for another reading of the same lines.
+    PrefixLayout Again() const;
+
+    /// The part of a prefix that is looked at: its end.
+    static std::string_view Shortened(std::string_view prefix);
+
     bool HasTime() const { return m_hasClock || m_time.has_value(); }
     bool HasProcess() const { return m_process.has_value(); }
     bool HasThread() const { return m_thread.has_value(); }
@@ -56,9 +62,13 @@ class PrefixLayout {
     std::optional<std::size_t> m_process;
     std::optional<std::size_t> m_thread;
 
-    std::string m_lastProcess;
-    std::int64_t m_dayOffset = 0;
-    std::int64_t m_lastOfDay = 0;
+    struct Progress {
+        std::string process;  // of the last line
+        std::int64_t dayOffset = 0;
+        std::int64_t lastOfDay = 0;
+    };
+    Progress m_progress;
+    std::string m_firstProcess;
 };
 
 /// The lines that a layout is found from.

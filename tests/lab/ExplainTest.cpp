@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <fstream>
 #include <map>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -48,7 +49,13 @@ std::vector<Json> Explain(const std::string& log) {
     const std::string file = std::string(LAB_SCRATCH "/") +
                              testing::UnitTest::GetInstance()->current_test_info()->name() + ".log";
     std::ofstream(file, std::ios::binary) << log;
-    return Objects(Shell(std::string(kStart) + "explain --json " + file));
+    std::vector<Json> story = Objects(Shell(std::string(kStart) + "explain --json " + file));
+    const Json& summary = story.at(0);
+    EXPECT_EQ(summary["lines"], summary["library"].get<int>() + summary["unknown"].get<int>() +
+                                    summary["others"].get<int>());
+    EXPECT_EQ(summary["lines"], std::count(log.begin(), log.end(), '\n') +
+                                    (log.empty() || log.back() == '\n' ? 0 : 1));
+    return story;
 }
 
 std::string Digits(long long number, std::size_t width) {
@@ -158,6 +165,7 @@ TEST(Explain, SaysOfEveryRunWhatItsJsonSays) {
                             Case{bad + "--route hid", "Code 1117", " HID"},
                             Case{bad + "--route ble", "did not take what was sent", " Bluetooth"},
                             Case{"--fault write#4-99=never", "no answer at all", "silent chip I2C"},
+                            Case{"--chip silent", "did not answer when", "silent chip I2C"},
                             Case{"--fault open#1+=refuse:2", "Neither the I2C driver", " "},
                             Case{"--fault open#1+=refuse:32", "Code 32: another program", " "}}) {
         const std::vector<Json> run = RunObjects(one.arguments);
@@ -223,7 +231,15 @@ TEST(Explain, TellsProcessesApartAndNumbersWithoutAnEnd) {
     story = Explain(whole.substr(0, whole.find("NfcWriteTag totalLen")));
     EXPECT_EQ(FromStory(story)["write open"], 1);
     story = Explain(whole.substr(0, whole.find("LocalWriteRand WriteNfc")));
-    EXPECT_EQ(story[0]["processes"][0]["renew"]["open"], 1);
+    EXPECT_EQ(story[0]["processes"][0]["renew"]["atEnd"], 1);
+
+    // A process without a number ends in the middle of a visit, and the next one starts.
+    const std::string& bare = kStyles[3];
+    const std::string begun = Log(one, bare);
+    story = Explain(begun.substr(0, begun.find("[NFC] RF field has left")) + "\n" + begun);
+    Counts twice = FromRun(one);
+    EXPECT_EQ(FromStory(story)["visit ok"], twice["visit ok"]);
+    EXPECT_EQ(FromStory(story)["visit open"], 1);
 }
 
 TEST(Explain, NamesWhatIsUnusual) {
@@ -254,6 +270,8 @@ TEST(Explain, NamesWhatIsUnusual) {
           Oddity{enter + "1:00:01 NFC staticCallback is null(LogErrorFun)\n", "no listener"},
           Oddity{"1:00:01 NFC_defer call done: 0011223344556677(LogWarnFun)\n",
                  "its arrival is not in this log"},
+          Oddity{"1:10:00 NfcManager::Init()(LogWarnFun)\n" + at(1, 2) + at(3, 4),
+                 "The clock goes back"},
           Oddity{"1:00:01 NFC_WriteMessage with dynamic delay begin!(LogWarnFun)\n",
                  "not finished when the log ends"}}) {
         const std::vector<Json> story = Explain(one.log);
@@ -271,6 +289,36 @@ TEST(Explain, NamesWhatIsUnusual) {
         night.replace(hour, 7, "00:00:02");
     }
     EXPECT_EQ(Explain(night.replace(0, 7, "23:59:59"))[1]["ms"], 3000.0);
+}
+
+TEST(Explain, GivesTheCauseAndTheAdviceOfAnErrorCode) {
+    struct Failure {
+        std::string log;
+        const char* cause;
+        std::string advice;
+    };
+    const std::string usb = "NFC_ select USB Driver(LogWarnFun)\n";
+    const std::string i2c = "NFC_ select I2C Driver(LogWarnFun)\n";
+    const std::string again = "Then call DeviceInit in the host, and then WriteMessage.";
+    const std::string gone = "NFC_WriteFile Error  1167(LogErrorFun)\n";
+    for (const Failure& one :
+         {Failure{usb + gone, "not connected", "Plug the keyboard in again. " + again},
+          Failure{i2c + gone, "not connected",
+                  "With a chip on I2C: restart its driver in the device manager. " + again},
+          Failure{usb + "Nfc ReadReg 0 failed!(LogErrorFun)\n" + gone, "not connected", again},
+          Failure{i2c + "NFC GetOverlappedResult error: 31(LogWarnFun)\n", "does not work",
+                  "Check the driver of the tag in the device manager. Update"},
+          Failure{"NFC_Error opening Spb driver, last error = 32(LogErrorFun)\n"
+                  "NFC_Error opening any driver, last error = 259(LogErrorFun)\n",
+                  "another program has", "Find the other program"},
+          Failure{i2c + "NFC WaitForSingleObject return error: 258(LogErrorFun)\n",
+                  "no answer at all within two seconds", "Restart the driver. "},
+          Failure{"NFC - GetCurrentDirectoryW failed (5).(LogErrorFun)\n", "access is denied",
+                  "Start the host in a directory"}}) {
+        const Json failure = Explain(one.log).at(0)["processes"][0]["failures"][0];
+        EXPECT_NE(failure.value("text", "").find(one.cause), std::string::npos) << failure;
+        EXPECT_NE(failure.value("do", "").find(one.advice), std::string::npos) << failure;
+    }
 }
 
 TEST(Explain, ReadsAPipeUtf16AndWhatTheRunItselfPrints) {
@@ -296,6 +344,7 @@ TEST(Explain, ReadsAPipeUtf16AndWhatTheRunItselfPrints) {
     const std::string live = Shell(std::string(kStart) +
                                    "run --seed 1 --explain --route hid "
                                    "--script lab/scripts/bad-day.lab");
+    EXPECT_FALSE(std::regex_search(live, std::regex("line +[0-9]")));  // there is no log yet
     for (const Json& item : Objects(plain)) {
         EXPECT_NE(live.find(item.value("text", "").substr(0, 60)), std::string::npos) << item;
     }
@@ -311,8 +360,8 @@ TEST(Explain, ShowsTheTerminalNoControlCharacterAndNamesEveryBadFile) {
     })) << shown;
     EXPECT_NE(shown.find("not finished when the log ends"), std::string::npos) << shown;
     const std::string processes = Shell(
-        "printf 'pid=\\0077 NfcManager::Init()(LogWarnFun)\\n"
-        "pid=\\0078 NfcManager::Init()(LogWarnFun)' | " +
+        "(head -c 1500000 /dev/zero; printf '\\npid=\\0077 NfcManager::Init()(LogWarnFun)\\n"
+        "pid=\\0078 NfcManager::Init()(LogWarnFun)') | " +
         std::string(kStart) + "explain -");
     EXPECT_NE(processes.find("Process \\x078"), std::string::npos) << processes;
     for (const auto& [call, part] :
@@ -324,6 +373,11 @@ TEST(Explain, ShowsTheTerminalNoControlCharacterAndNamesEveryBadFile) {
         EXPECT_NE(Shell(kStart + call, 2).find(part), std::string::npos) << call;
     }
     Shell(std::string(kStart) + "explain - </dev/null >/dev/full", 1);
+    for (const char* call : {"explain - <&-", "image show - <&-"}) {
+        Shell(kStart + std::string(call), 1);
+    }
+    EXPECT_NE(Shell("printf '\\037\\213' | " + std::string(kStart) + "explain -", 2).find("zcat"),
+              std::string::npos);
 }
 
 TEST(Explain, UnderstandsTheClocksThatSinksWrite) {
