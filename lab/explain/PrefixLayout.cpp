@@ -7,103 +7,17 @@
 #include <set>
 
 #include "lab/explain/ClockText.h"
+#include "lab/explain/PrefixColumns.h"
 
 namespace lab::explain {
 
 namespace {
 
-constexpr std::size_t kMostColumns = 24;
 constexpr std::size_t kLongestPrefix = 512;  // of a longer one, this much before the text
 constexpr std::size_t kLongestName = 64;     // of a process or a thread; the rest is cut
 constexpr std::size_t kMostValues = 256;     // of a column that is a process or a thread
 constexpr std::size_t kLeastChanges = 8;     // of a number that is the time
 constexpr double kLeastEpoch = 1e9;          // a number so large is the time without more changes
-constexpr std::string_view kSeparators = " \t\x1B[](){}<>|,;:=\"'#/\\";
-constexpr std::string_view kColour = "\x1B[";  // begins the code of a terminal's colour
-
-/// A prefix without its clock time, as columns.
-struct Columns {
-    std::array<std::string_view, kMostColumns> values;
-    std::size_t count = 0;
-    std::optional<ClockText> clock;
-    std::string_view clockText;
-};
-
-bool IsDecimal(std::string_view text) {
-    return text.find_first_not_of("0123456789") == std::string_view::npos;
-}
-
-/// Finds the numbers of lines and columns in a position of the sink's source, such as x.cpp:100:7,
-/// x.cpp(100) or Sink::Write:100. They look like a process.
-class SourcePosition {
-  public:
-    /// True when `word` is such a number. `between` is what separates it from the word before.
-    bool Contains(std::string_view word, std::string_view between) {
-        const bool isNear = between.size() == 1 || between == ", ";
-        const bool isNumber = m_next != Next::kNothing && IsDecimal(word) && isNear &&
-                              (m_next == Next::kLine || between == ":");
-        if (isNumber) {
-            m_next = m_next == Next::kLine ? Next::kColumn : Next::kNothing;
-        } else if (m_next != Next::kLine || word != "line") {
-            m_next = IsSource(word, between) ? Next::kLine : Next::kNothing;
-        }
-        return isNumber;
-    }
-
-  private:
-    enum class Next { kNothing, kLine, kColumn };
-
-    static bool IsSource(std::string_view word, std::string_view between) {
-        constexpr std::array<std::string_view, 14> kEndings{".cpp", ".cc",   ".cxx", ".c",  ".hpp",
-                                                            ".h",   ".inl",  ".cs",  ".rs", ".go",
-                                                            ".py",  ".java", ".kt",  ".js"};
-        return between == "::" ||
-               std::any_of(kEndings.begin(), kEndings.end(), [word](std::string_view ending) {
-                   return word.size() > ending.size() &&
-                          word.substr(word.size() - ending.size()) == ending;
-               });
-    }
-
-    Next m_next = Next::kNothing;
-};
-
-void Split(std::string_view text, Columns& columns) {
-    SourcePosition position;
-    std::size_t at = 0;
-    while (columns.count < kMostColumns) {
-        const std::size_t before = at;
-        at = text.find_first_not_of(kSeparators, at);
-        if (at == std::string_view::npos) {
-            return;
-        }
-        const bool isQuoted = at > 0 && text[at - 1] == '"';
-        std::size_t end = isQuoted ? text.find('"', at) : text.find_first_of(kSeparators, at);
-        end = std::min(end, text.size());
-        if (at >= kColour.size() && text.substr(at - kColour.size(), kColour.size()) == kColour) {
-            at = end;
-            continue;
-        }
-        const std::string_view word = text.substr(at, end - at);
-        if (!position.Contains(word, text.substr(before, at - before))) {
-            columns.values[columns.count++] = word;
-        }
-        at = end;
-    }
-}
-
-Columns Apart(std::string_view prefix) {
-    Columns columns;
-    columns.clock = FindClock(prefix);
-    if (columns.clock) {
-        columns.clockText =
-            prefix.substr(columns.clock->begin, columns.clock->end - columns.clock->begin);
-        Split(prefix.substr(0, columns.clock->begin), columns);
-        Split(prefix.substr(columns.clock->end), columns);
-    } else {
-        Split(prefix, columns);
-    }
-    return columns;
-}
 
 std::optional<double> AsNumber(std::string_view text) {
     // from_chars for double is not in every library that this is built with.
@@ -255,7 +169,7 @@ Origin PrefixLayout::Read(std::string_view prefix) {
     if (prefix.empty()) {
         return origin;
     }
-    const Columns columns = Apart(Shortened(prefix));
+    const Columns columns = ColumnsOf(Shortened(prefix));
     if (m_hasClock && columns.clock) {
         origin.time = columns.clockText;
         std::int64_t micros = columns.clock->micros;
@@ -306,7 +220,7 @@ PrefixLayout PrefixSample::Find() const {
     std::map<std::size_t, std::size_t> counts;
     std::size_t clocks = 0;
     for (const Sample& sample : m_samples) {
-        all.push_back(Apart(sample.prefix));
+        all.push_back(ColumnsOf(sample.prefix));
         ++counts[all.back().count];
         clocks += all.back().clock ? 1 : 0;
     }
