@@ -94,6 +94,7 @@ void ProcessStory::FinishRenewal(Lane& lane, const Entry& entry, Outcome outcome
     }
     if (outcome == Outcome::kWorked && (!item.chain.empty() || item.attempts > 1)) {
         item.outcome = Outcome::kUnusual;
+        item.text += item.attempts > 1 ? Attempts(item.attempts) : kFailuresOnTheWay;
     }
     lane.renewRetries = 0;
     lane.isRenewStored = false;

@@ -67,6 +67,10 @@ std::optional<std::int64_t> Between(std::optional<std::int64_t> begin,
     return span > kLongest ? std::nullopt : std::optional(static_cast<std::int64_t>(span));
 }
 
+std::string Attempts(unsigned attempts) {
+    return " It took " + std::to_string(attempts) + " attempts.";
+}
+
 bool HasImage(ItemKind kind) {
     return kind == ItemKind::kWrite || kind == ItemKind::kUpdate || kind == ItemKind::kRefresh;
 }
@@ -210,7 +214,7 @@ void ProcessStory::Finish(Lane& lane, Outcome outcome, Micros end) {
         item.text += ": " + std::string(SuccessOf(operation.kind)) + ".";
     }
     if (outcome == Outcome::kWorked && item.attempts > 1) {
-        item.text += " It took " + std::to_string(item.attempts) + " attempts.";
+        item.text += Attempts(item.attempts);
     }
     if (!operation.note.empty()) {
         item.text += " " + operation.note;
@@ -219,7 +223,7 @@ void ProcessStory::Finish(Lane& lane, Outcome outcome, Micros end) {
     if (outcome == Outcome::kWorked &&
         (!item.chain.empty() || item.attempts > 1 || operation.isOdd)) {
         item.outcome = Outcome::kUnusual;
-        item.text += item.attempts > 1 || operation.isOdd ? "" : " There were failures on the way.";
+        item.text += item.attempts > 1 || operation.isOdd ? "" : kFailuresOnTheWay;
     }
     Tell(std::move(item));
 }
@@ -285,6 +289,9 @@ void ProcessStory::Tell(Item item) {
     if (const Step* const cause = CauseOf(item.chain)) {
         item.cause = Explained(*cause);
         item.remedy = RemedyOf(*cause);
+        if (item.outcome == Outcome::kUnusual && !item.remedy.empty()) {
+            item.remedy.insert(0, "Nothing, if it is rare. Otherwise: ");
+        }
     }
     item.remedy = AdviceFor(m_totals.route, item.remedy);
     Totals::Timed& of = m_totals.kinds[item.kind];

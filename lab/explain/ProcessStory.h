@@ -21,6 +21,9 @@ constexpr std::string_view kSilent = "silent chip";
 /// Nothing when a time is unknown, or the clock was set back.
 std::optional<std::int64_t> Between(std::optional<std::int64_t> begin,
                                     std::optional<std::int64_t> end);
+/// Further sentences of an item that has worked in the end.
+std::string Attempts(unsigned attempts);
+constexpr char kFailuresOnTheWay[] = " There were failures on the way.";
 /// The operation writes an image.
 bool HasImage(ItemKind kind);
 
