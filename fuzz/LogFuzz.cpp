@@ -45,14 +45,10 @@ Told Explain(const std::string& log, std::size_t piece) {
     }
     lines.End();
     story.End();
-    const LogFacts facts{"log",
-                         log.size(),
-                         lines.Lines(),
-                         lines.LibraryLines(),
-                         lines.OtherLines(),
-                         lines.UnknownLines(),
-                         layout};
-    Check(facts.others <= facts.lines, "others are lines");
+    const LogFacts facts{
+        "log",           log.size(),           lines.Lines(),      lines.LibraryLines(),
+        lines.Records(), lines.UnknownLines(), lines.OtherLines(), layout};
+    Check(facts.library + facts.unknown + facts.others == facts.lines, "the lines add up");
     told.text += format.Summary(facts, story);
     told.json += SummaryJson(facts, story);
     told.library = facts.library;

@@ -92,9 +92,9 @@ bool Fits(const Meaning& meaning, std::string_view text, Match& match) {
 
 }  // namespace
 
-std::string Meaning::Text(std::optional<std::uint32_t> code) const {
-    const auto has = [code](const Case& one) {
-        return code && std::count(one.codes.begin(), one.codes.end(), *code) > 0;
+std::string Meaning::Text(std::optional<std::uint32_t> errorCode) const {
+    const auto has = [errorCode](const Case& one) {
+        return errorCode && std::count(one.codes.begin(), one.codes.end(), *errorCode) > 0;
     };
     auto found = std::find_if(cases.begin(), cases.end(), has);
     if (found == cases.end()) {

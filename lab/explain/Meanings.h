@@ -103,8 +103,8 @@ struct Meaning {
         std::string text;
     };
 
-    /// What the line means with this code.
-    std::string Text(std::optional<std::uint32_t> code) const;
+    /// What the line means with this error code.
+    std::string Text(std::optional<std::uint32_t> errorCode) const;
 
     std::string format;
     Role role = Role::kDetail;

@@ -232,6 +232,9 @@ TEST(Explain, TellsProcessesApartAndNumbersWithoutAnEnd) {
     EXPECT_EQ(FromStory(story)["write open"], 1);
     story = Explain(whole.substr(0, whole.find("LocalWriteRand WriteNfc")));
     EXPECT_EQ(story[0]["processes"][0]["renew"]["atEnd"], 1);
+    story = Explain(whole.substr(0, whole.find("LocalWriteRand WriteNfc")) + "\n" + whole);
+    EXPECT_EQ(story[0]["processes"][0]["renew"]["open"], 1);
+    EXPECT_EQ(story[0]["processes"][0]["renew"]["atEnd"], 0);
 
     // A process without a number ends in the middle of a visit, and the next one starts.
     const std::string& bare = kStyles[3];
@@ -239,7 +242,8 @@ TEST(Explain, TellsProcessesApartAndNumbersWithoutAnEnd) {
     story = Explain(begun.substr(0, begun.find("[NFC] RF field has left")) + "\n" + begun);
     Counts twice = FromRun(one);
     EXPECT_EQ(FromStory(story)["visit ok"], twice["visit ok"]);
-    EXPECT_EQ(FromStory(story)["visit open"], 1);
+    EXPECT_EQ(story[0]["processes"][0]["visit"]["open"], 1);
+    EXPECT_EQ(story[0]["processes"][0]["visit"]["atEnd"], 0);  // not the last one
 }
 
 TEST(Explain, NamesWhatIsUnusual) {
