@@ -17,7 +17,7 @@ class LiveStory {
 
     /// Takes an object of the run; returns what its line of the log has completed, as lines.
     std::string Take(const Json& object);
-    /// What never came back, and the figures.
+    /// What is not finished, and the figures.
     std::string End();
 
   private:
