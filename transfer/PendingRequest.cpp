@@ -17,8 +17,8 @@ bool PendingRequest::EndNow() {
     if (!m_underWay) {
         return false;
     }
-    OpenDevice::Get().Cancel(m_device, m_overlapped);
     DWORD moved = 0;
-    AwaitEnd(m_device, m_overlapped, moved);
+    CancelAndAwait(m_device, m_overlapped, moved,
+                   [this] { OpenDevice::Get().Cancel(m_device, m_overlapped); });
     return Succeeded();
 }

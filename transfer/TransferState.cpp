@@ -13,14 +13,19 @@ constexpr DWORD kMisledPauseMs = 1;
 
 }  // namespace
 
-void AwaitEnd(HANDLE device, OVERLAPPED& overlapped, DWORD& moved) {
+void CancelAndAwait(HANDLE device, OVERLAPPED& overlapped, DWORD& moved,
+                    const std::function<void()>& cancel) {
     const HANDLE signalled = overlapped.hEvent != nullptr ? overlapped.hEvent : device;
     bool misled = false;
-    while (GetOverlappedResult(device, &overlapped, &moved, FALSE) == FALSE &&
-           GetLastError() == ERROR_IO_INCOMPLETE) {
+    while (!HasOverlappedIoCompleted(&overlapped)) {
+        cancel();
+        if (HasOverlappedIoCompleted(&overlapped)) {
+            break;
+        }
         if (misled) {
             Sleep(kMisledPauseMs);
         }
         misled = WaitForSingleObject(signalled, kLookAgainMs) != WAIT_TIMEOUT;
     }
+    GetOverlappedResult(device, &overlapped, &moved, FALSE);
 }

@@ -19,8 +19,7 @@ DWORD ResultNow(DWORD& moved) {
 // The request's record and the command's buffer are about to be used for something else, so a
 // request that has not ended is cancelled and awaited here.
 void EndRequest(NfcCommand& command, DWORD& moved) {
-    command.Cancel();
-    AwaitEnd(DeviceHandle, g_ioOverlapped, moved);
+    CancelAndAwait(DeviceHandle, g_ioOverlapped, moved, [&command] { command.Cancel(); });
 }
 
 DWORD AwaitStarted(NfcCommand& command, HANDLE event) {

@@ -4,6 +4,7 @@
 #include "tests/support/LogRecorder.h"
 #include "tests/support/ScriptedBus.h"
 #include "transfer/NfcCommand.h"
+#include "transfer/PendingRequest.h"
 #include "transfer/SpbTransfer.h"
 
 using namespace testing_support;
@@ -81,6 +82,39 @@ void TryTransfers(bool endAtOnce) {
 TEST(Transfer, EndsWithItsResultItsLinesAndADeviceThatWorksOn) {
     for (const bool endAtOnce : {false, true}) {
         ForEachSeed(1, [endAtOnce] { TryTransfers(endAtOnce); });
+    }
+}
+
+// Neither a cancellation that is refused nor a look that fails may leave a request on a record and
+// a buffer that are used again.
+TEST(Transfer, IsCancelledUntilItHasEnded) {
+    for (const DWORD look : {DWORD{ERROR_SUCCESS}, DWORD{ERROR_IO_DEVICE}}) {
+        SCOPED_TRACE(look);
+        const OneSeed clock;
+        const ScriptedDevice device;
+        LogRecorder log;
+        device.SetFaults("any#1+=never");
+        unsigned cancellations = 0;
+        hosted::SetCallHook([&](hosted::Call call, hosted::ThreadId) -> DWORD {
+            return call == hosted::Call::kCancelIoEx ? (++cancellations % 3 ? ERROR_NOT_FOUND : 0)
+                   : call == hosted::Call::kGetOverlappedResult ? look
+                                                                : 0;
+        });
+        std::uint8_t bytes[4] = {};
+        EXPECT_FALSE(NfcSpbRead(4, bytes));
+        EXPECT_EQ(hosted::Live().requests, 0U) << "of a transfer";
+        OVERLAPPED record{};
+        {
+            PendingRequest request(record);
+            request.Begin(
+                true, [] { return true; },
+                [&](HANDLE handle) { return ReadFile(handle, bytes, 4, nullptr, &record); }, [] {});
+            EXPECT_FALSE(request.Succeeded());
+        }
+        EXPECT_EQ(hosted::Live().requests, 0U) << "of an event loop";
+        EXPECT_EQ(cancellations, 6U);
+        hosted::SetCallHook({});
+        log.TakeUnannounced();
     }
 }
 
