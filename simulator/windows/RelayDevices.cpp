@@ -88,12 +88,15 @@ class RelayRequest : public Request, public std::enable_shared_from_this<RelayRe
         }
     }
 
-    /// The kernel's driver has ended it already.
-    void Cancelled() {
-        Trace(TraceEvent::Kind::kCancel, 0);
+    /// The kernel's driver has ended it already: a host has cancelled it, or its device is gone.
+    void Ended(bool isGone) {
+        if (!isGone) {
+            Trace(TraceEvent::Kind::kCancel, 0);
+        }
         m_driver->Cancel(shared_from_this());
         m_pending = false;
-        Trace(TraceEvent::Kind::kDone, ERROR_OPERATION_ABORTED);
+        Trace(TraceEvent::Kind::kDone,
+              isGone ? ERROR_DEVICE_NOT_CONNECTED : ERROR_OPERATION_ABORTED);
     }
 
   private:
@@ -166,7 +169,7 @@ void Take(Relay& relay, const RelayMessage& message) {
             if (found != relay.pending.end()) {
                 const std::shared_ptr<RelayRequest> request = found->second;
                 relay.pending.erase(found);
-                request->Cancelled();
+                request->Ended(driver == nullptr);
             } else if (TheDevices().lastOpen.at(message.device) == message.id &&
                        driver != nullptr) {
                 driver->Close();  // an opening that was cancelled after its success

@@ -11,6 +11,7 @@
 
 #include "lab/DeviceProcess.h"
 #include "platform/windows/Win32.h"
+#include "simulator/windows/DriverService.h"
 
 namespace {
 
@@ -20,6 +21,7 @@ constexpr unsigned kStartsUntilSteady = 3;  // what is made once per process has
 // Handles more or less by which of the long-lived threads are there; a leak at each start is more.
 constexpr std::size_t kFlutter = 3;
 constexpr DWORD kEventBound = 5'000;
+constexpr wchar_t kDriver[] = L"tagport-relay";
 
 std::atomic<unsigned> g_events{0};
 
@@ -146,6 +148,29 @@ void LoadAndFree(lab::DeviceProcess& devices) {
     Check(last <= handles + kFlutter, "starting leaks handles");
 }
 
+std::wstring DriverFile() {
+    std::wstring path(MAX_PATH, L'\0');
+    path.resize(GetModuleFileNameW(nullptr, path.data(), MAX_PATH));
+    return path.substr(0, path.rfind(L'\\') + 1) + kDriver + L".sys";
+}
+
+// As when a driver is replaced: it is taken away under the library's handle and threads, and the
+// host that starts again finds the new one.
+void ReplaceDriver(lab::DeviceProcess& devices) {
+    const Plugin plugin;
+    plugin.Begin();
+    TapPhone(devices);
+    simulator::UnloadDriver(kDriver);
+    plugin.End();
+    devices.Ask("quit");
+    simulator::LoadDriver(kDriver, DriverFile());
+    lab::DeviceProcess& others = *new lab::DeviceProcess([](const std::string&) {});
+    others.Ask("pc usb");
+    plugin.Begin();
+    TapPhone(others);
+    plugin.End();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -155,6 +180,8 @@ int main(int argc, char** argv) {
         devices.Ask("pc usb");
         if (what == "load-and-free") {
             LoadAndFree(devices);
+        } else if (what == "replace-driver") {
+            ReplaceDriver(devices);
         } else if (what == "exit" || what == "exit-in-visit") {
             // Returns with the library's threads waiting, in the second case in a visit.
             const Plugin& plugin = *new Plugin;
@@ -165,7 +192,8 @@ int main(int argc, char** argv) {
                 Sleep(200);
             }
         } else {
-            std::fprintf(stderr, "usage: library_life load-and-free|exit|exit-in-visit\n");
+            std::fprintf(stderr,
+                         "usage: library_life load-and-free|replace-driver|exit|exit-in-visit\n");
             return 2;
         }
     } catch (const std::exception& problem) {
