@@ -71,7 +71,7 @@ class Words {
         }
         if (used != word.size() || word[0] == '-' || number > most) {
             throw std::invalid_argument(std::string(what) + " \"" + word + "\": a number up to " +
-                                        std::to_string(most) + " would be right");
+                                        std::to_string(most) + " is needed");
         }
         return number;
     }
@@ -107,8 +107,7 @@ class BackDoor {
                                         "\"; \"help\" " + "lists them");
         }
         if (m_pc == nullptr && found->second.needsPc) {
-            throw std::invalid_argument(
-                "there is no PC: \"pc ROUTES [CHIP]\" would be right before");
+            throw std::invalid_argument("there is no PC: \"pc ROUTES [CHIP]\" is needed before");
         }
         return (this->*found->second.run)(words);
     }
@@ -124,7 +123,7 @@ class BackDoor {
         const auto route = simulator::RouteByName(name);
         // The Bluetooth client is a part of the host's process: its keyboard cannot be here.
         if (!route || *route == simulator::PcRoute::kBle) {
-            throw std::invalid_argument("route \"" + name + "\": i2c, usb or hid would be right");
+            throw std::invalid_argument("route \"" + name + "\": i2c, usb or hid is needed");
         }
         return *route;
     }
@@ -245,7 +244,7 @@ class BackDoor {
         const std::string state = words.Word("state");
         words.End();
         if (state != "on" && state != "off") {
-            throw std::invalid_argument("\"" + state + "\": on or off would be right");
+            throw std::invalid_argument("\"" + state + "\": on or off is needed");
         }
         hosted::SetTracer(state == "off" ? hosted::Tracer() : [](const hosted::TraceEvent& event) {
             Say(simulator::LineOf(event));

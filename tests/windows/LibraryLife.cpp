@@ -164,6 +164,7 @@ void ReplaceDriver(lab::DeviceProcess& devices) {
     plugin.End();
     devices.Ask("quit");
     simulator::LoadDriver(kDriver, DriverFile());
+    // Ends with this process, as the one that it replaces.
     lab::DeviceProcess& others = *new lab::DeviceProcess([](const std::string&) {});
     others.Ask("pc usb");
     plugin.Begin();
@@ -176,6 +177,7 @@ void ReplaceDriver(lab::DeviceProcess& devices) {
 int main(int argc, char** argv) {
     const std::string what = argc == 2 ? argv[1] : "";
     try {
+        // Never destroyed: the process ends while the library's threads still wait for devices.
         lab::DeviceProcess& devices = *new lab::DeviceProcess([](const std::string&) {});
         devices.Ask("pc usb");
         if (what == "load-and-free") {
