@@ -109,7 +109,9 @@ void Judge::JudgeOperation(const Done& done) {
         return;
     }
     const auto disturbs = [&](const Done& other) {
-        return &other != &done && other.Overlaps(done.begin, done.end) &&
+        // Two operations of one moment may have run in each other, unless one host did both.
+        return other.command->host != command.host && other.begin <= done.end &&
+               other.end >= done.begin &&
                (done.replaces || StartsManager(other.verb()) || OpensDevice(other.verb()) ||
                 IsOneOf(other.verb(), {Verb::kStop, Verb::kCreate, Verb::kDisconnect}));
     };
