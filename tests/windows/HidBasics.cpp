@@ -219,7 +219,7 @@ void PlayRace(simulator::RelayControl& control, Keyboard& keyboard) {
                 if (host == 2) {
                     CancelIoEx(device, &transfer.overlapped);
                 }
-                if (transfer.End(device) == WAIT_TIMEOUT && !over) {
+                if (transfer.End(device) == WAIT_TIMEOUT) {
                     ++unended;
                 }
             }
