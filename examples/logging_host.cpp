@@ -41,8 +41,8 @@ static void ChooseLog() {
 int main() {
     ChooseLog();  // before the first call of the library
     auto message = std::make_shared<NdefMessage>();
-    message->SetUrl("example.com");
-    message->SetPcType(2);
+    message->SetUrl("example.com/pc?" + std::string(35, '0'));  // 50 bytes, as PC type 5 has
+    message->SetPcType(5);
     const auto manager = NfcManager::Create(message, nullptr);
     return manager != nullptr && manager->DeviceInit() ? 0 : 1;
 }

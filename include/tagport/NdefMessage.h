@@ -43,7 +43,9 @@ class TAGPORT_EXPORT NdefMessage {
     int GetMac(std::uint8_t (&mac)[6]);
 
     /// The random number. 0, or -1 with the field cleared for an array reference that refers to
-    /// nothing. Does not reach the tag by itself: see NfcManager::WriteRandNum.
+    /// nothing. Does not reach the tag by itself: see NfcManager::WriteRandNum. A number whose
+    /// bytes 0, 1, 2 and 31 are all zero passes for none when it is read back, so that its write
+    /// fails.
     int SetRandomNumber(const std::uint8_t (&number)[32]);
     /// The stored number. 0, or -1 for an array reference that refers to nothing.
     int GetRandomNumber(std::uint8_t (&number)[32]);

@@ -61,6 +61,8 @@ class TAGPORT_EXPORT NfcManager {
     /// event threads and switches the radio on. 0 when the content is on the tag and both threads
     /// exist, else -1; on a driver that never ends a request up to 20 s, 22 s on a Fanli chip.
     ///
+    /// Give a random number: without one the reading back fails, and with it the result.
+    ///
     /// Give the URL always. On an FM11N chip on I2C the tag is read first, and an empty URL keeps
     /// the one on the tag; where that reading fails, the message is written without URL and the
     /// result is still 0. On every other route an empty URL keeps the one of the manager's message.

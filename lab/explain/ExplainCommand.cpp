@@ -29,6 +29,7 @@ using namespace explain;  // NOLINT(google-build-using-namespace)
 constexpr std::size_t kBlock = std::size_t{1} << 18;     // bytes of one read
 constexpr std::size_t kKeptPart = std::size_t{2} << 20;  // of a pipe's story
 constexpr std::size_t kOutputBlock = std::size_t{1} << 16;
+constexpr unsigned kPasses = 2;  // over a file: the summary comes first
 
 struct Closer {
     void operator()(std::FILE* file) const {
@@ -280,7 +281,7 @@ int Explain(const ExplainOptions& options) {
         }
     });
     {
-        Progress progress(2 * input.Size(), true);
+        Progress progress(input.Size(), kPasses, true);
         for (std::string_view bytes; !(bytes = input.Read()).empty();) {
             if (first.Bytes() == 0) {
                 RefuseCompressed(options.log, input.Name(), bytes);
@@ -302,7 +303,7 @@ int Explain(const ExplainOptions& options) {
     }
     // A log that is still written to must not get a story that its summary does not know.
     input.Rewind();
-    Progress progress(2 * input.Size(), !OutputIsTerminal());
+    Progress progress(input.Size(), kPasses, !OutputIsTerminal());
     Reading second(first.Layout().Again(),
                    [&](const Item& item) { output.Add(render(item, hasProcesses)); });
     for (std::string_view bytes; second.Bytes() < first.Bytes();) {

@@ -70,6 +70,9 @@ double UnitOf(std::string_view text, bool isNamedT) {
     const std::size_t point = text.find('.');
     const std::size_t digits = point == std::string_view::npos ? 0 : text.size() - point - 1;
     constexpr double kSeconds = 1e6;
+    if (value >= 1e18) {
+        return 1e-3;  // nanoseconds since 1970
+    }
     if (value >= 1e17) {
         return 0.1;  // the system time of Windows
     }
@@ -265,7 +268,8 @@ PrefixLayout PrefixSample::Find() const {
     if (!layout.m_thread) {
         std::size_t best = 1;
         for (const std::size_t c : open) {
-            if (columns[c].SeparatedKinds() > best) {
+            // A value that only moves on is no thread: more likely a time that nobody knows.
+            if (columns[c].returns > 0 && columns[c].SeparatedKinds() > best) {
                 best = columns[c].SeparatedKinds();
                 layout.m_thread = c;
             }

@@ -23,8 +23,9 @@ bool IsDumb() {
 
 }  // namespace
 
-Progress::Progress(std::uint64_t total, bool isShown)
+Progress::Progress(std::uint64_t total, unsigned passes, bool isShown)
     : m_total(total),
+      m_passes(passes),
       m_isShown(isShown && ErrorIsTerminal() && !IsDumb()),
       m_next(std::chrono::steady_clock::now() + kFirst) {}
 
@@ -42,7 +43,7 @@ void Progress::Show(std::uint64_t done) {
     const std::size_t width = ErrorWidth();
     std::string text = std::to_string(done / kMegabyte) + " MB";
     if (m_total > 0) {
-        const std::uint64_t share = std::min<std::uint64_t>(done * 100 / m_total, 100);
+        const std::uint64_t share = std::min<std::uint64_t>(done * 100 / (m_passes * m_total), 100);
         const std::string percent = std::to_string(share) + "%";
         text = percent + " of " + std::to_string(m_total / kMegabyte) + " MB";
         if (width > text.size() + kShortestBar + 4) {

@@ -60,7 +60,9 @@ class Scheduled final : public Scheduler {
     Thread& Current() override {
         if (t_current == nullptr) {
             AbortWith(
-                "a thread that CreateThread did not start called the layer on the scheduled clock");
+                "a thread that neither CreateThread nor tagport::StartThread has started called "
+                "the "
+                "library or the simulator on the scheduled clock");
         }
         return *t_current;
     }

@@ -205,6 +205,13 @@ TEST(Explain, SaysOfEveryRunWhatItsJsonSays) {
     }
 }
 
+TEST(Explain, TakesNoTimeOfAnUnknownFormForAThread) {
+    const std::vector<Json> run = RunObjects("--script lab/scripts/bad-day.lab ");
+    const std::vector<Json> story = Explain(Log(run, "{d}.{K}.{m} "));
+    EXPECT_FALSE(story.at(0)["hasThread"]);
+    EXPECT_EQ(FromStory(story), FromRun(run));
+}
+
 TEST(Explain, TellsProcessesApartAndNumbersWithoutAnEnd) {
     const std::vector<Json> one = RunObjects("--script lab/scripts/bad-day.lab");
     const std::vector<Json> other =

@@ -40,8 +40,9 @@ constexpr Time kWithoutEnd = std::chrono::hours(24 * 365 * 1000);
 /// same run. There is one clock in a process, and no way back: call this once, first thing in main,
 /// on the thread that will run the tests. Throws std::logic_error when the clock is in use already.
 ///
-/// The clock knows the threads of the library and those of StartThread. A call of the library from
-/// any other thread ends the process with a message. So a host under test starts its threads with
+/// The clock knows the threads of the library and those of StartThread. A call of the library, or
+/// of this header but for Now and LogRecorder::Lines, from any other thread ends the process with a
+/// message. So a host under test starts its threads with
 /// StartThread, takes its pauses with Advance, and has no lock that it holds over a call of the
 /// library while another thread waits for it.
 ///
