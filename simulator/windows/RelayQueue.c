@@ -10,6 +10,7 @@ static LIST_ENTRY g_messages; /* items that wait for a TAGPORT_RELAY_NEXT */
 static LIST_ENTRY g_pending;  /* items of requests that wait for their answer */
 static LIST_ENTRY g_nexts;    /* IRPs of TAGPORT_RELAY_NEXT */
 static FILE_OBJECT* g_owner;  /* the device process's handle */
+static int g_closing;         /* its handle is closed; nobody may own the device before the end */
 static uint64_t g_lastId;
 
 static KEVENT g_plugging; /* taken while a device comes or goes */
@@ -211,6 +212,7 @@ static void ReleaseControl(void) {
     uint32_t which;
     KIRQL irql = EnterLock();
     g_owner = NULL;
+    g_closing = 1;
     LeaveLock(irql);
     KeWaitForSingleObject(&g_plugging, Executive, KernelMode, FALSE, NULL);
     for (which = 0; which < kRelayDevices; ++which) {
@@ -244,12 +246,17 @@ static void ReleaseControl(void) {
             item->delivered = 1; /* its cancel routine is about to retire it */
         }
     }
+    g_closing = 0;
     LeaveLock(irql);
 }
 
 static NTSTATUS WaitForMessage(PIRP irp) {
     int cancelled = 0;
     KIRQL irql = EnterLock();
+    if (IoGetCurrentIrpStackLocation(irp)->FileObject != g_owner) {
+        LeaveLock(irql); /* its handle has been closed meanwhile */
+        return Complete(irp, STATUS_ACCESS_DENIED, 0);
+    }
     IoMarkIrpPending(irp);
     InsertTailList(&g_nexts, &irp->Tail.Overlay.ListEntry);
     IoSetCancelRoutine(irp, CancelNext);
@@ -341,7 +348,7 @@ int IsControl(const DEVICE_OBJECT* device) {
 NTSTATUS ControlCreate(PIRP irp) {
     FILE_OBJECT* file = IoGetCurrentIrpStackLocation(irp)->FileObject;
     KIRQL irql = EnterLock();
-    const int owned = g_owner != NULL;
+    const int owned = g_owner != NULL || g_closing;
     if (!owned) {
         g_owner = file;
     }
