@@ -12,7 +12,12 @@ struct Extension {
 };
 
 /* What a host's file object keeps in FsContext. */
-enum FileState { kFileNew, kFileOpen, kFileRefused };
+enum FileState {
+    kFileNew,
+    kFileOpen,
+    kFileClosed, /* its last handle is closed, and the device still counts it */
+    kFileRefused
+};
 
 static DRIVER_OBJECT* g_driver;
 
@@ -64,6 +69,8 @@ static NTSTATUS Forward(DEVICE_OBJECT* device, PIRP irp, uint32_t kind, uint32_t
         if (kind == kRelayOpen) {
             ++extension->opens;
             file->FsContext = (PVOID)(ULONG_PTR)kFileOpen;
+        } else if (file->FsContext == (PVOID)(ULONG_PTR)kFileClosed) {
+            refusal = STATUS_CANCELLED; /* was on its way when the handle was closed */
         } else if (file->FsContext != (PVOID)(ULONG_PTR)kFileOpen) {
             refusal = STATUS_INVALID_HANDLE;
         }
@@ -167,12 +174,21 @@ static NTSTATUS NTAPI DispatchCreate(DEVICE_OBJECT* device, PIRP irp) {
     return Forward(device, irp, kRelayOpen, 0, NULL, 0, 0);
 }
 
-/* The last handle is closed: its requests end now. */
+/* Ends the requests of a file whose last handle is closed, and refuses further ones. */
+static void EndRequests(FILE_OBJECT* file, DEVICE_OBJECT* device) {
+    KIRQL irql = EnterLock();
+    if (file->FsContext == (PVOID)(ULONG_PTR)kFileOpen) {
+        file->FsContext = (PVOID)(ULONG_PTR)kFileClosed;
+    }
+    LeaveLock(irql);
+    FailPending(file, device, STATUS_CANCELLED);
+}
+
 static NTSTATUS NTAPI DispatchCleanup(DEVICE_OBJECT* device, PIRP irp) {
     if (IsControl(device)) {
         return ControlCleanup(irp);
     }
-    FailPending(IoGetCurrentIrpStackLocation(irp)->FileObject, device, STATUS_CANCELLED);
+    EndRequests(IoGetCurrentIrpStackLocation(irp)->FileObject, device);
     Deliver();
     return Complete(irp, STATUS_SUCCESS, 0);
 }
@@ -186,9 +202,9 @@ static NTSTATUS NTAPI DispatchClose(DEVICE_OBJECT* device, PIRP irp) {
     if (IsControl(device)) {
         return ControlClose(irp);
     }
-    FailPending(file, device, STATUS_CANCELLED);
+    EndRequests(file, device);
     irql = EnterLock();
-    if (file->FsContext == (PVOID)(ULONG_PTR)kFileOpen) {
+    if (file->FsContext == (PVOID)(ULONG_PTR)kFileClosed) {
         file->FsContext = (PVOID)(ULONG_PTR)kFileNew;
         --extension->opens;
         if (extension->opens == 0 && !extension->gone && HasOwner()) {
@@ -226,11 +242,14 @@ static NTSTATUS NTAPI DispatchWrite(DEVICE_OBJECT* device, PIRP irp) {
 
 static NTSTATUS NTAPI DispatchControl(DEVICE_OBJECT* device, PIRP irp) {
     IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
+    const ULONG code = stack->Parameters.DeviceIoControl.IoControlCode;
     if (IsControl(device)) {
         return ControlRequest(irp);
     }
-    return Forward(device, irp, kRelayControl, stack->Parameters.DeviceIoControl.IoControlCode,
-                   irp->AssociatedIrp.SystemBuffer,
+    if ((code & 3) != METHOD_BUFFERED) { /* the other methods give no buffer for both ways */
+        return Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
+    }
+    return Forward(device, irp, kRelayControl, code, irp->AssociatedIrp.SystemBuffer,
                    stack->Parameters.DeviceIoControl.InputBufferLength,
                    stack->Parameters.DeviceIoControl.OutputBufferLength);
 }
