@@ -34,13 +34,26 @@ static struct Extension* ExtensionOf(DEVICE_OBJECT* device) {
     return (struct Extension*)device->DeviceExtension;
 }
 
-/* Counts a handle that was not opened after all. Under the lock. */
-static void OpenFailed(PIRP irp) {
-    IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
-    if (stack->MajorFunction == IRP_MJ_CREATE) {
-        stack->FileObject->FsContext = (PVOID)(ULONG_PTR)kFileRefused;
-        --ExtensionOf(stack->DeviceObject)->opens;
+/* True once for a device that nobody uses any more: the caller deletes it. Under the lock. */
+static int IsLastUse(struct Extension* extension) {
+    if (!extension->gone || extension->opens != 0 || extension->deleted) {
+        return 0;
     }
+    extension->deleted = 1;
+    return 1;
+}
+
+/* Counts a handle that was not opened after all; an unplugged device may go then. Under the
+ * lock. */
+static DEVICE_OBJECT* OpenFailed(PIRP irp) {
+    IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
+    DEVICE_OBJECT* device = stack->DeviceObject;
+    if (stack->MajorFunction != IRP_MJ_CREATE) {
+        return NULL;
+    }
+    stack->FileObject->FsContext = (PVOID)(ULONG_PTR)kFileRefused;
+    --ExtensionOf(device)->opens;
+    return IsLastUse(ExtensionOf(device)) ? device : NULL;
 }
 
 /* Makes a request pending and passes it on. */
@@ -123,15 +136,6 @@ static NTSTATUS Plug(uint32_t which) {
     return STATUS_SUCCESS;
 }
 
-/* True once for a device that nobody uses any more: the caller deletes it. Under the lock. */
-static int IsLastUse(struct Extension* extension) {
-    if (!extension->gone || extension->opens != 0 || extension->deleted) {
-        return 0;
-    }
-    extension->deleted = 1;
-    return 1;
-}
-
 static void Unplug(uint32_t which) {
     UNICODE_STRING link;
     DEVICE_OBJECT* device = g_devices[which];
@@ -145,9 +149,11 @@ static void Unplug(uint32_t which) {
     IoDeleteSymbolicLink(&link);
     irql = EnterLock();
     ExtensionOf(device)->gone = 1;
+    ++ExtensionOf(device)->opens; /* this function's own use: nobody else deletes the device */
     LeaveLock(irql);
     FailPending(NULL, device, STATUS_DEVICE_NOT_CONNECTED);
     irql = EnterLock();
+    --ExtensionOf(device)->opens;
     last = IsLastUse(ExtensionOf(device));
     LeaveLock(irql);
     if (last) {

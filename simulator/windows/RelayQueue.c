@@ -91,9 +91,17 @@ static int Take(struct Item* item) {
     return 1;
 }
 
+/* Before a taken request ends without success. Under the lock; End follows when it is left. */
 static void Failed(PIRP irp) {
-    if (g_hooks->failed != NULL) {
-        g_hooks->failed(irp);
+    irp->Tail.Overlay.DriverContext[0] = g_hooks->failed != NULL ? g_hooks->failed(irp) : NULL;
+}
+
+/* Ends a request that is marked by Failed, and deletes the device that it was the last to use. */
+static void End(PIRP irp, NTSTATUS status, ULONG_PTR information) {
+    DEVICE_OBJECT* unused = (DEVICE_OBJECT*)irp->Tail.Overlay.DriverContext[0];
+    Complete(irp, status, information);
+    if (unused != NULL) {
+        IoDeleteDevice(unused);
     }
 }
 
@@ -107,7 +115,7 @@ static void NTAPI CancelHostRequest(DEVICE_OBJECT* device, PIRP irp) {
     Retire(item);
     Failed(irp);
     LeaveLock(irql);
-    Complete(irp, STATUS_CANCELLED, 0);
+    End(irp, STATUS_CANCELLED, 0);
     Deliver();
 }
 
@@ -122,26 +130,26 @@ static void NTAPI CancelNext(DEVICE_OBJECT* device, PIRP irp) {
 }
 
 void FailPending(FILE_OBJECT* file, DEVICE_OBJECT* device, NTSTATUS status) {
-    for (;;) {
-        PIRP irp = NULL;
-        PLIST_ENTRY entry;
-        KIRQL irql = EnterLock();
-        for (entry = g_pending.Flink; irp == NULL && entry != &g_pending;) {
-            struct Item* item = CONTAINING_RECORD(entry, struct Item, inPending);
-            IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(item->irp);
-            entry = entry->Flink;
-            if ((file == NULL || stack->FileObject == file) &&
-                (device == NULL || stack->DeviceObject == device) && Take(item)) {
-                irp = item->irp;
-                Retire(item);
-                Failed(irp);
-            }
+    LIST_ENTRY taken;
+    PLIST_ENTRY entry;
+    KIRQL irql = EnterLock();
+    InitializeListHead(&taken);
+    for (entry = g_pending.Flink; entry != &g_pending;) {
+        struct Item* item = CONTAINING_RECORD(entry, struct Item, inPending);
+        PIRP irp = item->irp;
+        IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
+        entry = entry->Flink;
+        if ((file == NULL || stack->FileObject == file) &&
+            (device == NULL || stack->DeviceObject == device) && Take(item)) {
+            Retire(item);
+            Failed(irp);
+            InsertTailList(&taken, &irp->Tail.Overlay.ListEntry);
         }
-        LeaveLock(irql);
-        if (irp == NULL) {
-            return;
-        }
-        Complete(irp, status, 0);
+    }
+    LeaveLock(irql);
+    while (!IsListEmpty(&taken)) {
+        entry = RemoveHeadList(&taken);
+        End(CONTAINING_RECORD(entry, IRP, Tail.Overlay.ListEntry), status, 0);
     }
 }
 
@@ -187,7 +195,7 @@ NTSTATUS Pend(struct Item* item, PIRP irp, void* buffer, int say, KIRQL irql) {
     }
     LeaveLock(irql);
     if (cancelled) {
-        Complete(irp, STATUS_CANCELLED, 0);
+        End(irp, STATUS_CANCELLED, 0);
     } else {
         Deliver();
     }
@@ -295,6 +303,7 @@ static void Answer(const struct RelayAnswer* answer) {
                 count = count < answer->dataSize ? count : answer->dataSize;
                 RtlCopyMemory(item->buffer, answer->data, count);
             }
+            irp->Tail.Overlay.DriverContext[0] = NULL;
             if (!NT_SUCCESS(status)) {
                 Failed(irp);
             }
@@ -304,7 +313,7 @@ static void Answer(const struct RelayAnswer* answer) {
     }
     LeaveLock(irql);
     if (irp != NULL) {
-        Complete(irp, status, count);
+        End(irp, status, count);
     }
 }
 
