@@ -1,6 +1,7 @@
 // Service manager calls with their handles.
 #include "simulator/windows/DriverService.h"
 
+#include <cstdio>
 #include <memory>
 #include <stdexcept>
 
@@ -40,6 +41,13 @@ Service Register(SC_HANDLE manager, const std::wstring& name, const std::wstring
             Throw("the registration", name, error);
         }
         service.reset(OpenServiceW(manager, name.c_str(), SERVICE_ALL_ACCESS));
+        // It may have been registered from another directory.
+        if (service == nullptr ||
+            !ChangeServiceConfigW(service.get(), SERVICE_NO_CHANGE, SERVICE_NO_CHANGE,
+                                  SERVICE_NO_CHANGE, file.c_str(), nullptr, nullptr, nullptr,
+                                  nullptr, nullptr, nullptr)) {
+            Throw("the change of the registration", name, GetLastError());
+        }
     }
     return service;
 }
@@ -59,6 +67,9 @@ void LoadDriver(const std::wstring& name, const std::wstring& file) {
         if (error != ERROR_SERVICE_ALREADY_RUNNING) {
             Throw("the start", name, error);
         }
+        std::fprintf(stderr, "the driver %s runs already; its file %s was not loaded\n",
+                     std::string(name.begin(), name.end()).c_str(),
+                     std::string(file.begin(), file.end()).c_str());
     }
 }
 

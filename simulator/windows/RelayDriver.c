@@ -12,7 +12,12 @@ struct Extension {
 };
 
 /* What a host's file object keeps in FsContext. */
-enum FileState { kFileNew, kFileOpen, kFileRefused };
+enum FileState {
+    kFileNew,
+    kFileOpen,
+    kFileClosed, /* its last handle is closed, and the device still counts it */
+    kFileRefused
+};
 
 static DRIVER_OBJECT* g_driver;
 
@@ -29,13 +34,26 @@ static struct Extension* ExtensionOf(DEVICE_OBJECT* device) {
     return (struct Extension*)device->DeviceExtension;
 }
 
-/* Counts a handle that was not opened after all. Under the lock. */
-static void OpenFailed(PIRP irp) {
-    IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
-    if (stack->MajorFunction == IRP_MJ_CREATE) {
-        stack->FileObject->FsContext = (PVOID)(ULONG_PTR)kFileRefused;
-        --ExtensionOf(stack->DeviceObject)->opens;
+/* True once for a device that nobody uses any more: the caller deletes it. Under the lock. */
+static int IsLastUse(struct Extension* extension) {
+    if (!extension->gone || extension->opens != 0 || extension->deleted) {
+        return 0;
     }
+    extension->deleted = 1;
+    return 1;
+}
+
+/* Counts a handle that was not opened after all; an unplugged device may go then. Under the
+ * lock. */
+static DEVICE_OBJECT* OpenFailed(PIRP irp) {
+    IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
+    DEVICE_OBJECT* device = stack->DeviceObject;
+    if (stack->MajorFunction != IRP_MJ_CREATE) {
+        return NULL;
+    }
+    stack->FileObject->FsContext = (PVOID)(ULONG_PTR)kFileRefused;
+    --ExtensionOf(device)->opens;
+    return IsLastUse(ExtensionOf(device)) ? device : NULL;
 }
 
 /* Makes a request pending and passes it on. */
@@ -64,6 +82,8 @@ static NTSTATUS Forward(DEVICE_OBJECT* device, PIRP irp, uint32_t kind, uint32_t
         if (kind == kRelayOpen) {
             ++extension->opens;
             file->FsContext = (PVOID)(ULONG_PTR)kFileOpen;
+        } else if (file->FsContext == (PVOID)(ULONG_PTR)kFileClosed) {
+            refusal = STATUS_CANCELLED; /* was on its way when the handle was closed */
         } else if (file->FsContext != (PVOID)(ULONG_PTR)kFileOpen) {
             refusal = STATUS_INVALID_HANDLE;
         }
@@ -116,15 +136,6 @@ static NTSTATUS Plug(uint32_t which) {
     return STATUS_SUCCESS;
 }
 
-/* True once for a device that nobody uses any more: the caller deletes it. Under the lock. */
-static int IsLastUse(struct Extension* extension) {
-    if (!extension->gone || extension->opens != 0 || extension->deleted) {
-        return 0;
-    }
-    extension->deleted = 1;
-    return 1;
-}
-
 static void Unplug(uint32_t which) {
     UNICODE_STRING link;
     DEVICE_OBJECT* device = g_devices[which];
@@ -138,9 +149,11 @@ static void Unplug(uint32_t which) {
     IoDeleteSymbolicLink(&link);
     irql = EnterLock();
     ExtensionOf(device)->gone = 1;
+    ++ExtensionOf(device)->opens; /* this function's own use: nobody else deletes the device */
     LeaveLock(irql);
     FailPending(NULL, device, STATUS_DEVICE_NOT_CONNECTED);
     irql = EnterLock();
+    --ExtensionOf(device)->opens;
     last = IsLastUse(ExtensionOf(device));
     LeaveLock(irql);
     if (last) {
@@ -167,12 +180,21 @@ static NTSTATUS NTAPI DispatchCreate(DEVICE_OBJECT* device, PIRP irp) {
     return Forward(device, irp, kRelayOpen, 0, NULL, 0, 0);
 }
 
-/* The last handle is closed: its requests end now. */
+/* Ends the requests of a file whose last handle is closed, and refuses further ones. */
+static void EndRequests(FILE_OBJECT* file, DEVICE_OBJECT* device) {
+    KIRQL irql = EnterLock();
+    if (file->FsContext == (PVOID)(ULONG_PTR)kFileOpen) {
+        file->FsContext = (PVOID)(ULONG_PTR)kFileClosed;
+    }
+    LeaveLock(irql);
+    FailPending(file, device, STATUS_CANCELLED);
+}
+
 static NTSTATUS NTAPI DispatchCleanup(DEVICE_OBJECT* device, PIRP irp) {
     if (IsControl(device)) {
         return ControlCleanup(irp);
     }
-    FailPending(IoGetCurrentIrpStackLocation(irp)->FileObject, device, STATUS_CANCELLED);
+    EndRequests(IoGetCurrentIrpStackLocation(irp)->FileObject, device);
     Deliver();
     return Complete(irp, STATUS_SUCCESS, 0);
 }
@@ -186,9 +208,9 @@ static NTSTATUS NTAPI DispatchClose(DEVICE_OBJECT* device, PIRP irp) {
     if (IsControl(device)) {
         return ControlClose(irp);
     }
-    FailPending(file, device, STATUS_CANCELLED);
+    EndRequests(file, device);
     irql = EnterLock();
-    if (file->FsContext == (PVOID)(ULONG_PTR)kFileOpen) {
+    if (file->FsContext == (PVOID)(ULONG_PTR)kFileClosed) {
         file->FsContext = (PVOID)(ULONG_PTR)kFileNew;
         --extension->opens;
         if (extension->opens == 0 && !extension->gone && HasOwner()) {
@@ -226,11 +248,14 @@ static NTSTATUS NTAPI DispatchWrite(DEVICE_OBJECT* device, PIRP irp) {
 
 static NTSTATUS NTAPI DispatchControl(DEVICE_OBJECT* device, PIRP irp) {
     IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
+    const ULONG code = stack->Parameters.DeviceIoControl.IoControlCode;
     if (IsControl(device)) {
         return ControlRequest(irp);
     }
-    return Forward(device, irp, kRelayControl, stack->Parameters.DeviceIoControl.IoControlCode,
-                   irp->AssociatedIrp.SystemBuffer,
+    if ((code & 3) != METHOD_BUFFERED) { /* the other methods give no buffer for both ways */
+        return Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
+    }
+    return Forward(device, irp, kRelayControl, code, irp->AssociatedIrp.SystemBuffer,
                    stack->Parameters.DeviceIoControl.InputBufferLength,
                    stack->Parameters.DeviceIoControl.OutputBufferLength);
 }

@@ -10,6 +10,7 @@ static LIST_ENTRY g_messages; /* items that wait for a TAGPORT_RELAY_NEXT */
 static LIST_ENTRY g_pending;  /* items of requests that wait for their answer */
 static LIST_ENTRY g_nexts;    /* IRPs of TAGPORT_RELAY_NEXT */
 static FILE_OBJECT* g_owner;  /* the device process's handle */
+static int g_closing;         /* its handle is closed; nobody may own the device before the end */
 static uint64_t g_lastId;
 
 static KEVENT g_plugging; /* taken while a device comes or goes */
@@ -90,9 +91,17 @@ static int Take(struct Item* item) {
     return 1;
 }
 
+/* Before a taken request ends without success. Under the lock; End follows when it is left. */
 static void Failed(PIRP irp) {
-    if (g_hooks->failed != NULL) {
-        g_hooks->failed(irp);
+    irp->Tail.Overlay.DriverContext[0] = g_hooks->failed != NULL ? g_hooks->failed(irp) : NULL;
+}
+
+/* Ends a request that is marked by Failed, and deletes the device that it was the last to use. */
+static void End(PIRP irp, NTSTATUS status, ULONG_PTR information) {
+    DEVICE_OBJECT* unused = (DEVICE_OBJECT*)irp->Tail.Overlay.DriverContext[0];
+    Complete(irp, status, information);
+    if (unused != NULL) {
+        IoDeleteDevice(unused);
     }
 }
 
@@ -106,7 +115,7 @@ static void NTAPI CancelHostRequest(DEVICE_OBJECT* device, PIRP irp) {
     Retire(item);
     Failed(irp);
     LeaveLock(irql);
-    Complete(irp, STATUS_CANCELLED, 0);
+    End(irp, STATUS_CANCELLED, 0);
     Deliver();
 }
 
@@ -121,26 +130,26 @@ static void NTAPI CancelNext(DEVICE_OBJECT* device, PIRP irp) {
 }
 
 void FailPending(FILE_OBJECT* file, DEVICE_OBJECT* device, NTSTATUS status) {
-    for (;;) {
-        PIRP irp = NULL;
-        PLIST_ENTRY entry;
-        KIRQL irql = EnterLock();
-        for (entry = g_pending.Flink; irp == NULL && entry != &g_pending;) {
-            struct Item* item = CONTAINING_RECORD(entry, struct Item, inPending);
-            IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(item->irp);
-            entry = entry->Flink;
-            if ((file == NULL || stack->FileObject == file) &&
-                (device == NULL || stack->DeviceObject == device) && Take(item)) {
-                irp = item->irp;
-                Retire(item);
-                Failed(irp);
-            }
+    LIST_ENTRY taken;
+    PLIST_ENTRY entry;
+    KIRQL irql = EnterLock();
+    InitializeListHead(&taken);
+    for (entry = g_pending.Flink; entry != &g_pending;) {
+        struct Item* item = CONTAINING_RECORD(entry, struct Item, inPending);
+        PIRP irp = item->irp;
+        IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
+        entry = entry->Flink;
+        if ((file == NULL || stack->FileObject == file) &&
+            (device == NULL || stack->DeviceObject == device) && Take(item)) {
+            Retire(item);
+            Failed(irp);
+            InsertTailList(&taken, &irp->Tail.Overlay.ListEntry);
         }
-        LeaveLock(irql);
-        if (irp == NULL) {
-            return;
-        }
-        Complete(irp, status, 0);
+    }
+    LeaveLock(irql);
+    while (!IsListEmpty(&taken)) {
+        entry = RemoveHeadList(&taken);
+        End(CONTAINING_RECORD(entry, IRP, Tail.Overlay.ListEntry), status, 0);
     }
 }
 
@@ -186,7 +195,7 @@ NTSTATUS Pend(struct Item* item, PIRP irp, void* buffer, int say, KIRQL irql) {
     }
     LeaveLock(irql);
     if (cancelled) {
-        Complete(irp, STATUS_CANCELLED, 0);
+        End(irp, STATUS_CANCELLED, 0);
     } else {
         Deliver();
     }
@@ -211,6 +220,7 @@ static void ReleaseControl(void) {
     uint32_t which;
     KIRQL irql = EnterLock();
     g_owner = NULL;
+    g_closing = 1;
     LeaveLock(irql);
     KeWaitForSingleObject(&g_plugging, Executive, KernelMode, FALSE, NULL);
     for (which = 0; which < kRelayDevices; ++which) {
@@ -244,12 +254,17 @@ static void ReleaseControl(void) {
             item->delivered = 1; /* its cancel routine is about to retire it */
         }
     }
+    g_closing = 0;
     LeaveLock(irql);
 }
 
 static NTSTATUS WaitForMessage(PIRP irp) {
     int cancelled = 0;
     KIRQL irql = EnterLock();
+    if (IoGetCurrentIrpStackLocation(irp)->FileObject != g_owner) {
+        LeaveLock(irql); /* its handle has been closed meanwhile */
+        return Complete(irp, STATUS_ACCESS_DENIED, 0);
+    }
     IoMarkIrpPending(irp);
     InsertTailList(&g_nexts, &irp->Tail.Overlay.ListEntry);
     IoSetCancelRoutine(irp, CancelNext);
@@ -288,6 +303,7 @@ static void Answer(const struct RelayAnswer* answer) {
                 count = count < answer->dataSize ? count : answer->dataSize;
                 RtlCopyMemory(item->buffer, answer->data, count);
             }
+            irp->Tail.Overlay.DriverContext[0] = NULL;
             if (!NT_SUCCESS(status)) {
                 Failed(irp);
             }
@@ -297,7 +313,7 @@ static void Answer(const struct RelayAnswer* answer) {
     }
     LeaveLock(irql);
     if (irp != NULL) {
-        Complete(irp, status, count);
+        End(irp, status, count);
     }
 }
 
@@ -341,7 +357,7 @@ int IsControl(const DEVICE_OBJECT* device) {
 NTSTATUS ControlCreate(PIRP irp) {
     FILE_OBJECT* file = IoGetCurrentIrpStackLocation(irp)->FileObject;
     KIRQL irql = EnterLock();
-    const int owned = g_owner != NULL;
+    const int owned = g_owner != NULL || g_closing;
     if (!owned) {
         g_owner = file;
     }

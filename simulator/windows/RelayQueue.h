@@ -27,8 +27,9 @@ struct Item {
 struct RelayHooks {
     /* Makes a device present or not (a RelayPlug's value). At PASSIVE_LEVEL, one call at a time. */
     NTSTATUS (*setPresent)(uint32_t device, uint32_t present);
-    /* A request ends without success. Under the lock. May be NULL. */
-    void (*failed)(PIRP irp);
+    /* A request ends without success. Under the lock. Gives a device that nobody uses any more, to
+     * be deleted after the request's end, or NULL. May be NULL. */
+    DEVICE_OBJECT* (*failed)(PIRP irp);
 };
 
 /* Makes the control device. `hooks` stays in use until ReleaseRelay. */

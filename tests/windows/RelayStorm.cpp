@@ -243,8 +243,29 @@ Storm RunStorm(Device& device) {
     return storm;
 }
 
+// The driver has no buffer for a control code of another method than the buffered one.
+void RefuseUnbuffered(HANDLE host) {
+    for (const DWORD code : {0x04001C01, 0x04001C02, 0x04001C03}) {
+        std::uint64_t in = 0;
+        std::uint64_t out = 0;
+        OVERLAPPED overlapped = {};
+        overlapped.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        DWORD moved = 0;
+        const bool refused =
+            !DeviceIoControl(host, code, &in, sizeof(in), &out, sizeof(out), nullptr,
+                             &overlapped) &&
+            (GetLastError() != ERROR_IO_PENDING ||
+             (WaitForSingleObject(overlapped.hEvent, kWaitBound) == WAIT_OBJECT_0 &&
+              !GetOverlappedResult(host, &overlapped, &moved, FALSE))) &&
+            GetLastError() == ERROR_INVALID_FUNCTION;
+        CloseHandle(overlapped.hEvent);
+        Check(refused, "the control code " + std::to_string(code) + " was not refused");
+    }
+}
+
 void RunUnplugging(Device& device) {
     const HANDLE host = OpenHost(device);
+    RefuseUnbuffered(host);
     Pending request(host, 0);
     Check(device.control().Plug(kRelayI2c, false) == 0, "the device could not be unplugged");
     const DWORD error = request.Await(host);
