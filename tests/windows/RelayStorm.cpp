@@ -201,8 +201,25 @@ void RunHost(HANDLE host, unsigned which, std::vector<std::pair<std::uint64_t, D
     }
 }
 
+// A request that was completed twice would be here twice.
+std::uint64_t CountEnds(HANDLE port) {
+    constexpr DWORD kQuiet = 200;  // milliseconds after which no further end is expected
+    std::uint64_t ends = 0;
+    DWORD moved = 0;
+    ULONG_PTR key = 0;
+    for (;; ++ends) {
+        OVERLAPPED* which = nullptr;
+        GetQueuedCompletionStatus(port, &moved, &key, &which, kQuiet);
+        if (which == nullptr) {
+            return ends;
+        }
+    }
+}
+
 Storm RunStorm(Device& device) {
     const HANDLE host = OpenHost(device);
+    const HANDLE port = CreateIoCompletionPort(host, nullptr, 0, 1);
+    Check(port != nullptr, "no completion port, error " + std::to_string(GetLastError()));
     std::vector<std::vector<std::pair<std::uint64_t, DWORD>>> ends(kHosts);
     std::vector<std::string> problems(kHosts);
     std::vector<std::thread> hosts;
@@ -232,6 +249,10 @@ Storm RunStorm(Device& device) {
         Sleep(10);
     }
     CheckBothSides(device, kLastRequest, ERROR_OPERATION_ABORTED);
+    const std::uint64_t counted = CountEnds(port);
+    CloseHandle(port);
+    Check(counted == kLastRequest, std::to_string(kLastRequest) + " requests have ended " +
+                                       std::to_string(counted) + " times");
     Storm storm;
     for (const auto& hostEnds : ends) {
         for (const auto& [number, error] : hostEnds) {
