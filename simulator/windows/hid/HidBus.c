@@ -5,10 +5,10 @@
 #include "simulator/windows/hid/HidNames.h"
 
 static DRIVER_OBJECT* g_driver;
+/* Guarded by the lock. */
 static DEVICE_OBJECT* g_bus;         /* the functional device object */
 static DEVICE_OBJECT* g_busPhysical; /* what the system calls it */
-
-static DEVICE_OBJECT* g_children[KINDS]; /* guarded by the lock */
+static DEVICE_OBJECT* g_children[KINDS];
 
 static const WCHAR g_controlName[] = L"\\Device\\" TAGPORT_RELAY_HID_CONTROL;
 static const WCHAR g_controlLink[] = L"\\DosDevices\\Global\\" TAGPORT_RELAY_HID_CONTROL;
@@ -44,23 +44,45 @@ static NTSTATUS MakeChild(const struct Kind* kind, int relayed, DEVICE_OBJECT** 
     return status;
 }
 
-static void Unplug(void) {
-    DEVICE_OBJECT* leaving[KINDS];
+/* Asks the system to look at the children again. The bus may be removed meanwhile. */
+static void ChildrenChanged(void) {
+    KIRQL irql = EnterLock();
+    DEVICE_OBJECT* const physical = g_busPhysical;
+    if (physical != NULL) {
+        ObReferenceObject(physical);
+    }
+    LeaveLock(irql);
+    if (physical != NULL) {
+        IoInvalidateDeviceRelations(physical, BusRelations);
+        ObDereferenceObject(physical);
+    }
+}
+
+/* Takes all children from the bus. Those that the system will not remove are deleted: it does not
+ * know a child that it has not been shown, and of a bus that goes it has removed the children. */
+static void GiveUpChildren(int busGoes) {
+    DEVICE_OBJECT* unknown[KINDS];
     size_t at;
-    int any = 0;
     KIRQL irql = EnterLock();
     for (at = 0; at < KINDS; ++at) {
-        leaving[at] = g_children[at];
+        DEVICE_OBJECT* const child = g_children[at];
         g_children[at] = NULL;
-        if (leaving[at] != NULL) {
-            ExtensionOf(leaving[at])->gone = 1;
-            any = 1;
+        unknown[at] = child != NULL && (busGoes || !ExtensionOf(child)->shown) ? child : NULL;
+        if (child != NULL) {
+            ExtensionOf(child)->gone = 1;
         }
     }
     LeaveLock(irql);
-    if (any && g_busPhysical != NULL) {
-        IoInvalidateDeviceRelations(g_busPhysical, BusRelations);
+    for (at = 0; at < KINDS; ++at) {
+        if (unknown[at] != NULL) {
+            IoDeleteDevice(unknown[at]);
+        }
     }
+}
+
+static void Unplug(void) {
+    GiveUpChildren(0);
+    ChildrenChanged();
     Deliver();
 }
 
@@ -69,10 +91,16 @@ static NTSTATUS Plug(int longReports) {
     NTSTATUS status = STATUS_SUCCESS;
     size_t at;
     KIRQL irql;
-    if (g_bus == NULL) {
+    int isReady;
+    int isThere;
+    irql = EnterLock();
+    isReady = g_bus != NULL;
+    isThere = g_children[KEYBOARD_KIND] != NULL;
+    LeaveLock(irql);
+    if (!isReady) {
         return STATUS_DEVICE_NOT_READY; /* the system has not started the bus */
     }
-    if (g_children[KEYBOARD_KIND] != NULL) {
+    if (isThere) {
         return STATUS_SUCCESS;
     }
     for (at = 0; at < KINDS && NT_SUCCESS(status); ++at) {
@@ -92,7 +120,7 @@ static NTSTATUS Plug(int longReports) {
     }
     LeaveLock(irql);
     Say(kRelayOpen, NULL, 0);
-    IoInvalidateDeviceRelations(g_busPhysical, BusRelations);
+    ChildrenChanged();
     return STATUS_SUCCESS;
 }
 
@@ -165,6 +193,18 @@ static int Remove(DEVICE_OBJECT* device) {
     return gone;
 }
 
+/* A child is the target of its own requests. The caller gets a reference. */
+static NTSTATUS QueryTarget(DEVICE_OBJECT* device, PIRP irp) {
+    DEVICE_RELATIONS* relations = ExAllocatePoolWithTag(PagedPool, sizeof(*relations), POOL_TAG);
+    if (relations == NULL) {
+        return Complete(irp, STATUS_INSUFFICIENT_RESOURCES, 0);
+    }
+    ObReferenceObject(device);
+    relations->Count = 1;
+    relations->Objects[0] = device;
+    return Complete(irp, STATUS_SUCCESS, (ULONG_PTR)relations);
+}
+
 static NTSTATUS ChildPnp(DEVICE_OBJECT* device, PIRP irp) {
     IO_STACK_LOCATION* const stack = IoGetCurrentIrpStackLocation(irp);
     struct Extension* extension = ExtensionOf(device);
@@ -199,6 +239,11 @@ static NTSTATUS ChildPnp(DEVICE_OBJECT* device, PIRP irp) {
             capabilities->SurpriseRemovalOK = 1;
             return Complete(irp, STATUS_SUCCESS, 0);
         }
+        case IRP_MN_QUERY_DEVICE_RELATIONS:
+            if (stack->Parameters.QueryDeviceRelations.Type == TargetDeviceRelation) {
+                return QueryTarget(device, irp);
+            }
+            return Complete(irp, irp->IoStatus.Status, irp->IoStatus.Information);
         default:
             return Complete(irp, irp->IoStatus.Status, irp->IoStatus.Information);
     }
@@ -218,12 +263,20 @@ static NTSTATUS QueryChildren(PIRP irp) {
     for (at = 0; at < KINDS; ++at) {
         if (g_children[at] != NULL) {
             ObReferenceObject(g_children[at]);
+            ExtensionOf(g_children[at])->shown = 1;
             relations->Objects[relations->Count++] = g_children[at];
         }
     }
     LeaveLock(irql);
     irp->IoStatus.Information = (ULONG_PTR)relations;
     return STATUS_SUCCESS;
+}
+
+static void SetBus(DEVICE_OBJECT* bus, DEVICE_OBJECT* physical) {
+    KIRQL irql = EnterLock();
+    g_bus = bus;
+    g_busPhysical = physical;
+    LeaveLock(irql);
 }
 
 static NTSTATUS BusPnp(DEVICE_OBJECT* device, PIRP irp) {
@@ -241,8 +294,8 @@ static NTSTATUS BusPnp(DEVICE_OBJECT* device, PIRP irp) {
             }
             break;
         case IRP_MN_REMOVE_DEVICE:
-            g_bus = NULL;
-            g_busPhysical = NULL;
+            SetBus(NULL, NULL);
+            GiveUpChildren(1);
             irp->IoStatus.Status = STATUS_SUCCESS;
             IoSkipCurrentIrpStackLocation(irp);
             status = IoCallDriver(lower, irp);
@@ -275,7 +328,13 @@ static NTSTATUS NTAPI DispatchPower(DEVICE_OBJECT* device, PIRP irp) {
         IoSkipCurrentIrpStackLocation(irp);
         return PoCallDriver(ExtensionOf(device)->lower, irp);
     }
-    return Complete(irp, STATUS_SUCCESS, 0);
+    switch (IoGetCurrentIrpStackLocation(irp)->MinorFunction) {
+        case IRP_MN_SET_POWER:
+        case IRP_MN_QUERY_POWER:
+            return Complete(irp, STATUS_SUCCESS, 0);
+        default:
+            return Complete(irp, irp->IoStatus.Status, irp->IoStatus.Information);
+    }
 }
 
 static NTSTATUS NTAPI DispatchCreate(DEVICE_OBJECT* device, PIRP irp) {
@@ -298,8 +357,8 @@ static NTSTATUS NTAPI DispatchControl(DEVICE_OBJECT* device, PIRP irp) {
 static NTSTATUS NTAPI AddDevice(DRIVER_OBJECT* driver, DEVICE_OBJECT* physical) {
     DEVICE_OBJECT* device;
     NTSTATUS status;
-    if (g_bus != NULL) {
-        return STATUS_DEVICE_BUSY; /* one bus is enough */
+    if (g_bus != NULL) { /* one bus is enough; the system adds one at a time */
+        return STATUS_DEVICE_BUSY;
     }
     status = IoCreateDevice(driver, sizeof(struct Extension), NULL, FILE_DEVICE_BUS_EXTENDER, 0,
                             FALSE, &device);
@@ -308,8 +367,11 @@ static NTSTATUS NTAPI AddDevice(DRIVER_OBJECT* driver, DEVICE_OBJECT* physical) 
     }
     RtlZeroMemory(device->DeviceExtension, sizeof(struct Extension));
     ExtensionOf(device)->lower = IoAttachDeviceToDeviceStack(device, physical);
-    g_bus = device;
-    g_busPhysical = physical;
+    if (ExtensionOf(device)->lower == NULL) {
+        IoDeleteDevice(device);
+        return STATUS_NO_SUCH_DEVICE;
+    }
+    SetBus(device, physical);
     device->Flags &= ~(ULONG)DO_DEVICE_INITIALIZING;
     return STATUS_SUCCESS;
 }

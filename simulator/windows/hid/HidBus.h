@@ -21,6 +21,7 @@ extern const struct Kind g_longKeyboard; /* in place of the keyboard, with longe
 struct Extension {
     const struct Kind* kind; /* NULL for the bus itself */
     DEVICE_OBJECT* lower;    /* of the bus */
+    int shown;               /* of a child: the system knows it */
     int gone;                /* of a child: unplugged; deleted when the system removes it */
     int removed;             /* the system has been there; every request fails */
     int relayed;             /* its reports go to the device process */
