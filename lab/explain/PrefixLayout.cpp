@@ -222,15 +222,19 @@ PrefixLayout PrefixSample::Find() const {
     std::vector<Columns> all;
     std::map<std::size_t, std::size_t> counts;
     std::size_t clocks = 0;
+    bool hasFraction = false;
     for (const Sample& sample : m_samples) {
         all.push_back(ColumnsOf(sample.prefix));
         ++counts[all.back().count];
         clocks += all.back().clock ? 1 : 0;
+        hasFraction =
+            hasFraction || (all.back().clock && all.back().clock->micros % kMicrosPerSecond != 0);
     }
     if (all.empty()) {
         return layout;
     }
     layout.m_hasClock = clocks * 2 > all.size();
+    layout.m_hasWholeSeconds = layout.m_hasClock && !hasFraction;
     layout.m_columns = std::max_element(counts.begin(), counts.end(), [](auto& a, auto& b) {
                            return a.second < b.second;
                        })->first;

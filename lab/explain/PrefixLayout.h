@@ -49,6 +49,8 @@ class PrefixLayout {
     static std::string_view Shortened(std::string_view prefix);
 
     bool HasTime() const { return m_hasClock || m_time.has_value(); }
+    /// Every length is wrong by up to a second then.
+    bool HasWholeSeconds() const { return m_hasWholeSeconds; }
     bool HasProcess() const { return m_process.has_value(); }
     bool HasThread() const { return m_thread.has_value(); }
 
@@ -57,6 +59,7 @@ class PrefixLayout {
 
     std::size_t m_columns = 0;  ///< other prefixes have neither process nor thread
     bool m_hasClock = false;
+    bool m_hasWholeSeconds = false;
     std::optional<std::size_t> m_time;  ///< a number instead of a clock
     double m_microsPerUnit = 1000;
     std::optional<std::size_t> m_process;

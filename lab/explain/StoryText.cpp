@@ -269,6 +269,9 @@ std::string StoryText::Summary(const LogFacts& facts, const Story& story) const 
     text += std::string("Before each line: ") + (layout.HasTime() ? "a time" : "no time") +
             (layout.HasProcess() ? ", a process" : ", no process") +
             (layout.HasThread() ? ", a thread.\n" : ", no thread.\n");
+    if (layout.HasWholeSeconds()) {
+        text += "The times have whole seconds: each length is wrong by up to a second.\n";
+    }
     if (!layout.HasThread()) {
         text +=
             "The lines do not name their thread, so a failure may be listed under another "
@@ -327,6 +330,7 @@ std::string SummaryJson(const LogFacts& facts, const Story& story) {
     object["others"] = facts.others;
     object["records"] = facts.records;
     object["hasTime"] = facts.layout.HasTime();
+    object["hasWholeSeconds"] = facts.layout.HasWholeSeconds();
     object["hasProcess"] = facts.layout.HasProcess();
     object["hasThread"] = facts.layout.HasThread();
     object["droppedProcesses"] = story.DroppedProcesses();

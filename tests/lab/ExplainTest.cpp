@@ -211,6 +211,12 @@ TEST(Explain, TakesNoTimeOfAnUnknownFormForAThread) {
     EXPECT_EQ(FromStory(story), FromRun(run));
 }
 
+TEST(Explain, SaysThatLengthsAreRoughWhereTimesHaveWholeSeconds) {
+    const std::vector<Json> run = RunObjects("--script lab/scripts/bad-day.lab ");
+    EXPECT_TRUE(Explain(Log(run, "{h} {T} ")).at(0)["hasWholeSeconds"]);
+    EXPECT_FALSE(Explain(Log(run, "{h}.{m} {T} ")).at(0)["hasWholeSeconds"]);
+}
+
 TEST(Explain, TellsProcessesApartAndNumbersWithoutAnEnd) {
     const std::vector<Json> one = RunObjects("--script lab/scripts/bad-day.lab");
     const std::vector<Json> other =
