@@ -25,9 +25,9 @@
 #include <thread>
 #include <vector>
 
-#include "platform/TraceLog.h"
-#include "platform/hosted/Kernel.h"
-#include "simulator/SimulatedPc.h"
+#include "platform/emulation/Kernel.h"
+#include "platform/services/TraceLog.h"
+#include "simulator/Pc.h"
 
 namespace {
 
@@ -35,7 +35,7 @@ using simulator::PcRoute;
 using Samples = std::vector<double>;  // microseconds, or a ratio
 
 // The simulated bus takes almost no time, so that the library is measured and not the bus.
-constexpr hosted::Micros kBusLatency = 1;
+constexpr emulation::Micros kBusLatency = 1;
 
 double WallNow() {
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
@@ -94,7 +94,7 @@ struct Host {
     }
     void Write(unsigned count) { Require(manager->WriteMessage(Message(count)) == 0, "a write"); }
 
-    simulator::SimulatedPc pc;
+    simulator::Pc pc;
     std::shared_ptr<NfcManager> manager;
 };
 
@@ -121,7 +121,7 @@ Samples Repeat(unsigned count, const std::function<double(unsigned)>& sample) {
 
 void WriteOnScheduledClock(const char* name, bool sink) {
     std::atomic<std::size_t> characters{0};
-    hosted::UseScheduledClock({});
+    emulation::UseScheduledClock({});
     Host host(PcRoute::kI2c);
     if (sink) {
         TraceLogger::SetSink(&CountCharacters, &characters);
@@ -140,10 +140,10 @@ void WriteOnScheduledClock(const char* name, bool sink) {
 // microsecond.
 void WriteOverPauses() {
     Host host(PcRoute::kI2c);
-    const hosted::ThreadId self = hosted::CurrentThread();
+    const emulation::ThreadId self = emulation::CurrentThread();
     std::vector<DWORD> pauses;  // of one write, in milliseconds; only this thread's
-    hosted::SetTracer([&](const hosted::TraceEvent& event) {
-        if (event.kind == hosted::TraceEvent::Kind::kSleep && event.thread == self) {
+    emulation::SetTracer([&](const emulation::TraceEvent& event) {
+        if (event.kind == emulation::TraceEvent::Kind::kSleep && event.thread == self) {
             pauses.push_back(event.milliseconds);
         }
     });
@@ -161,14 +161,14 @@ void WriteOverPauses() {
         bare.push_back((WallNow() - after) / asked);
         return (after - before) / asked;
     });
-    hosted::SetTracer({});
+    emulation::SetTracer({});
     Report("pauses", "", samples, 1.02);
     Report("bare pauses", "", bare, 0);
 }
 
 void Renew() {
     Host host(PcRoute::kI2c);
-    const std::size_t threads = hosted::Live().threads;
+    const std::size_t threads = emulation::Live().threads;
     Report("renew", "us",
            Repeat(30,
                   [&](unsigned i) {
@@ -179,8 +179,9 @@ void Renew() {
                       Require(host.manager->WriteRandNum(number) == 0, "a renewal");
                       const double took = WallNow() - before;
                       // One at a time: the thread that writes the number ends first.
-                      while (hosted::Live().threads > threads) {
-                          hosted::WaitFor([] { return false; }, hosted::kMillisecond, "the number");
+                      while (emulation::Live().threads > threads) {
+                          emulation::WaitFor([] { return false; }, emulation::kMillisecond,
+                                             "the number");
                       }
                       return took;
                   }),
@@ -190,9 +191,9 @@ void Renew() {
 void FieldReport() {
     Host host(PcRoute::kHid);
     std::atomic<double> completedAt{0};
-    hosted::SetTracer([&completedAt](const hosted::TraceEvent& event) {
-        if (event.kind == hosted::TraceEvent::Kind::kDone &&
-            event.request->kind() == hosted::Request::Kind::kRead) {
+    emulation::SetTracer([&completedAt](const emulation::TraceEvent& event) {
+        if (event.kind == emulation::TraceEvent::Kind::kDone &&
+            event.request->kind() == emulation::Request::Kind::kRead) {
             completedAt = WallNow();
         }
     });
@@ -201,16 +202,17 @@ void FieldReport() {
                   [&](unsigned i) {
                       g_deliveredAt = 0;
                       {
-                          const hosted::DeviceLock lock;
+                          const emulation::DeviceLock lock;
                           host.pc.keyboard()->SendField(i % 2 != 0);
                       }
                       while (g_deliveredAt == 0) {
-                          hosted::WaitFor([] { return false; }, hosted::kMillisecond, "the report");
+                          emulation::WaitFor([] { return false; }, emulation::kMillisecond,
+                                             "the report");
                       }
                       return g_deliveredAt - completedAt;
                   }),
            200);
-    hosted::SetTracer({});
+    emulation::SetTracer({});
 }
 
 }  // namespace

@@ -7,7 +7,7 @@ function(tagport_header_only target folder header)
   find_path(TAGPORT_${target}_ROOT ${folder}/${header} PATHS /usr/include /usr/local/include
     NO_CMAKE_FIND_ROOT_PATH REQUIRED
     DOC "Directory that holds ${folder}/${header}")
-  set(directory ${CMAKE_BINARY_DIR}/header-only/${target})
+  set(directory ${PROJECT_BINARY_DIR}/header-only/${target})
   file(MAKE_DIRECTORY ${directory})
   file(CREATE_LINK ${TAGPORT_${target}_ROOT}/${folder} ${directory}/${folder}
     SYMBOLIC COPY_ON_ERROR)

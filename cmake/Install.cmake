@@ -19,7 +19,7 @@ include(CMakePackageConfigHelpers)
 
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/tagport)
 # The headers have the platform's names. In a directory of their own a host finds them only when it
-# links a stand-in, and includes them as the tree does: <platform/TraceLog.h>.
+# links a stand-in, and includes them as the tree does: <platform/services/TraceLog.h>.
 set(stand_in_include ${CMAKE_INSTALL_INCLUDEDIR}/tagport/stand-ins)
 set(stand_ins TraceLog LinkDockService)
 set(by_name_only)
@@ -52,11 +52,11 @@ if(TAGPORT_STAND_INS)
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT stand-ins ${by_name_only}
     INCLUDES DESTINATION ${stand_in_include})
   install(FILES
-    ${PROJECT_SOURCE_DIR}/platform/TraceLog.h
-    ${PROJECT_SOURCE_DIR}/platform/LinkDockService.h
-    ${PROJECT_BINARY_DIR}/generated/platform/tracelog_export.h
-    ${PROJECT_BINARY_DIR}/generated/platform/linkdock_export.h
-    DESTINATION ${stand_in_include}/platform COMPONENT stand-ins ${by_name_only})
+    ${PROJECT_SOURCE_DIR}/platform/services/TraceLog.h
+    ${PROJECT_SOURCE_DIR}/platform/services/LinkDockService.h
+    ${PROJECT_BINARY_DIR}/generated/platform/services/tracelog_export.h
+    ${PROJECT_BINARY_DIR}/generated/platform/services/linkdock_export.h
+    DESTINATION ${stand_in_include}/platform/services COMPONENT stand-ins ${by_name_only})
   install(EXPORT tagportStandIns NAMESPACE tagport:: DESTINATION ${package_directory}
     COMPONENT stand-ins ${by_name_only})
 endif()
@@ -86,8 +86,6 @@ endif()
 
 set(example_directory ${CMAKE_INSTALL_DOCDIR}/examples)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/ DESTINATION ${example_directory}
-  COMPONENT examples)
-install(FILES ${PROJECT_SOURCE_DIR}/config/NfcUri.ini DESTINATION ${example_directory}/config
   COMPONENT examples)
 
 # They link to each other only: scripts/checks/package looks at the installed ones.

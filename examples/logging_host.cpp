@@ -7,8 +7,8 @@
 #include <mutex>
 #include <string>
 
-#if __has_include(<platform/TraceLog.h>)
-#include <platform/TraceLog.h>
+#if __has_include(<platform/services/TraceLog.h>)
+#include <platform/services/TraceLog.h>
 
 static std::string Utf8(const std::wstring& line) {
     std::string text;

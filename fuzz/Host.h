@@ -20,16 +20,16 @@ using Event = std::tuple<int, int, testing_support::Number>;
 /// a route. From here on a failed check of the setup ends the process. Called once.
 inline std::unique_ptr<PcWithHost> MakeDesk(const std::vector<simulator::PcRoute>& routes) {
     GTEST_FLAG_SET(break_on_failure, true);
-    hosted::ScheduledOptions options;
+    emulation::ScheduledOptions options;
     options.maxStepsPerInstant = std::numeric_limits<std::uint64_t>::max();
     options.maxSilence = 0;  // the fuzzer may be busy with itself
-    hosted::UseScheduledClock(options);
+    emulation::UseScheduledClock(options);
     // By itself the layer would end the process in a way that keeps no input.
-    hosted::SetStallHandler([](const std::string& report) { Check(false, report.c_str()); });
+    emulation::SetStallHandler([](const std::string& report) { Check(false, report.c_str()); });
     auto setup = std::make_unique<PcWithHost>(routes);
     if (!routes.empty()) {
         setup->Start();
-        PcWithHost::Pass(hosted::kSecond);
+        PcWithHost::Pass(emulation::kSecond);
     }
     return setup;
 }

@@ -9,7 +9,7 @@
 #include <fstream>
 
 #include "fuzz/Check.h"
-#include "platform/hosted/Kernel.h"
+#include "platform/emulation/Kernel.h"
 
 namespace {
 
@@ -24,7 +24,7 @@ const std::filesystem::path kDirectory =
 bool Begin() {
     std::filesystem::create_directories(kDirectory / "config");
     std::filesystem::create_symlink(kFile, kDirectory / "config" / "NfcUri.ini");
-    hosted::SetCurrentDirectoryForTests(kDirectory.wstring());
+    emulation::SetCurrentDirectoryForTests(kDirectory.wstring());
     return std::atexit([] { std::filesystem::remove_all(kDirectory); }) == 0;
 }
 

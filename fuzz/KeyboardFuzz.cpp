@@ -36,7 +36,7 @@ bool Begins(const Bytes& frame, const Bytes& start) {
 }
 
 void Settle(PcWithHost& setup) {
-    PcWithHost::Pass(hosted::kMillisecond);
+    PcWithHost::Pass(emulation::kMillisecond);
     Check(!kHid || setup.pc.hid()->ReadsPending() == 1,
           "the read thread waits for the next report");
 }

@@ -11,18 +11,19 @@
 namespace {
 
 constexpr std::size_t kStatusSize = 9;
-constexpr hosted::Micros kBetween = 200 * hosted::kMillisecond;  // 30 to read it, 100 if it fails
-constexpr hosted::Micros kLongestVisit = 8000 * hosted::kMillisecond;  // 21 polls of 350 ms
+constexpr emulation::Micros kBetween =
+    200 * emulation::kMillisecond;  // 30 to read it, 100 if it fails
+constexpr emulation::Micros kLongestVisit = 8000 * emulation::kMillisecond;  // 21 polls of 350 ms
 
 /// Answers the next read with the bytes of the input, in place of the chip.
 class StatusDriver : public simulator::SpbDriver {
   public:
     using SpbDriver::SpbDriver;
-    DWORD Start(const hosted::RequestPtr& request) override {
-        if (!status || request->kind() != hosted::Request::Kind::kRead) {
+    DWORD Start(const emulation::RequestPtr& request) override {
+        if (!status || request->kind() != emulation::Request::Kind::kRead) {
             return SpbDriver::Start(request);
         }
-        hosted::After(0, [request, bytes = *std::exchange(status, {})] {
+        emulation::After(0, [request, bytes = *std::exchange(status, {})] {
             request->Complete(bytes.data(), std::min(bytes.size(), request->length()));
         });
         return ERROR_IO_PENDING;
@@ -31,13 +32,13 @@ class StatusDriver : public simulator::SpbDriver {
 };
 
 struct Pc {
-    Pc() { hosted::AddDevice(simulator::kSpbDriverPath, driver); }
+    Pc() { emulation::AddDevice(simulator::kSpbDriverPath, driver); }
 
     void UseChip(std::uint8_t newIdentity) {
         if (newIdentity != std::exchange(identity, newIdentity)) {
             chip->BackDoor().SetMemory(0, {identity});
             setup->Start();
-            fuzz::PcWithHost::Pass(hosted::kSecond);
+            fuzz::PcWithHost::Pass(emulation::kSecond);
         }
     }
 

@@ -1,4 +1,4 @@
-// Turns events of the hosted layer and calls of the Bluetooth client into objects of the recorder.
+// Turns events of the emulation and calls of the Bluetooth client into objects of the recorder.
 #include "lab/BusTrace.h"
 
 #include <utility>
@@ -15,8 +15,8 @@ constexpr char kDeferLockName[] = "g_deferMutex";
 constexpr char kNumberLockName[] = "m_staticWriteMutex";
 constexpr std::size_t kKeyboardReadSize = 64;
 
-double Milliseconds(hosted::Micros time) {
-    return static_cast<double>(time) / static_cast<double>(hosted::kMillisecond);
+double Milliseconds(emulation::Micros time) {
+    return static_cast<double>(time) / static_cast<double>(emulation::kMillisecond);
 }
 
 Json BusObject(const char* op) {
@@ -26,20 +26,20 @@ Json BusObject(const char* op) {
     return object;
 }
 
-const char* Operation(const hosted::Request& request) {
+const char* Operation(const emulation::Request& request) {
     switch (request.kind()) {
-        case hosted::Request::Kind::kRead:
+        case emulation::Request::Kind::kRead:
             return "read";
-        case hosted::Request::Kind::kWrite:
+        case emulation::Request::Kind::kWrite:
             return "write";
-        case hosted::Request::Kind::kControl:
+        case emulation::Request::Kind::kControl:
             break;
     }
     return request.controlCode() == simulator::kControlInterrupt ? "wait" : "open";
 }
 
-bool IsInterruptWait(const hosted::Request& request) {
-    return request.kind() == hosted::Request::Kind::kControl &&
+bool IsInterruptWait(const emulation::Request& request) {
+    return request.kind() == emulation::Request::Kind::kControl &&
            request.controlCode() == simulator::kControlInterrupt;
 }
 
@@ -67,7 +67,7 @@ class TracingPeer : public LinkDockService::BlePeer {
     }
     bool WaitNotification(const LinkDockService::StopToken& stop,
                           std::vector<std::uint8_t>& value) override {
-        m_recorder.NameThread(hosted::CurrentThread(), kBleThread);
+        m_recorder.NameThread(emulation::CurrentThread(), kBleThread);
         if (!m_peer->WaitNotification(stop, value)) {
             return false;
         }
@@ -85,7 +85,7 @@ class TracingPeer : public LinkDockService::BlePeer {
             object["error"] = result;
         }
         object["meaning"] = meaning;
-        m_recorder.Add(hosted::CurrentThread(), m_now(), std::move(object));
+        m_recorder.Add(emulation::CurrentThread(), m_now(), std::move(object));
         return result;
     }
 
@@ -102,12 +102,12 @@ std::shared_ptr<LinkDockService::BlePeer> TracedPeer(std::shared_ptr<LinkDockSer
     return std::make_shared<TracingPeer>(std::move(peer), recorder, std::move(now));
 }
 
-void BusTrace::Add(hosted::ThreadId thread, hosted::Micros time, Json fields) {
+void BusTrace::Add(emulation::ThreadId thread, emulation::Micros time, Json fields) {
     m_recorder.Add(thread, Milliseconds(time), std::move(fields));
 }
 
-void BusTrace::Take(const hosted::TraceEvent& event) {
-    using Kind = hosted::TraceEvent::Kind;
+void BusTrace::Take(const emulation::TraceEvent& event) {
+    using Kind = emulation::TraceEvent::Kind;
     switch (event.kind) {
         case Kind::kThreadEnd:
             --m_threads;
@@ -159,8 +159,8 @@ void BusTrace::Take(const hosted::TraceEvent& event) {
     }
 }
 
-void BusTrace::Started(const hosted::TraceEvent& event) {
-    const hosted::Request& request = *event.request;
+void BusTrace::Started(const emulation::TraceEvent& event) {
+    const emulation::Request& request = *event.request;
     if (IsInterruptWait(request)) {
         m_recorder.NameThread(event.thread, kInterruptThread);
         Json object = BusObject("wait");
@@ -168,18 +168,18 @@ void BusTrace::Started(const hosted::TraceEvent& event) {
         object["state"] = "begun";
         object["meaning"] = "wait for the chip's interrupt";
         Add(event.thread, event.time, std::move(object));
-    } else if (request.kind() == hosted::Request::Kind::kRead &&
+    } else if (request.kind() == emulation::Request::Kind::kRead &&
                request.length() == kKeyboardReadSize && m_meaning.format() == BusFormat::kReports) {
         m_recorder.NameThread(event.thread, kKeyboardThread);
     }
 }
 
-void BusTrace::Done(const hosted::TraceEvent& event) {
-    const hosted::Request& request = *event.request;
+void BusTrace::Done(const emulation::TraceEvent& event) {
+    const emulation::Request& request = *event.request;
     const std::string sent(AsText(request.data()));
     Json object = BusObject(Operation(request));
     object["bytes"] =
-        ToHex(request.kind() == hosted::Request::Kind::kWrite ? request.data() : event.bytes);
+        ToHex(request.kind() == emulation::Request::Kind::kWrite ? request.data() : event.bytes);
     if (IsInterruptWait(request)) {
         object["state"] = "ended";
     }
@@ -187,15 +187,15 @@ void BusTrace::Done(const hosted::TraceEvent& event) {
         object["error"] = event.error;
     }
     switch (request.kind()) {
-        case hosted::Request::Kind::kWrite:
+        case emulation::Request::Kind::kWrite:
             object["meaning"] = m_meaning.OfWrite(sent);
             break;
-        case hosted::Request::Kind::kRead:
+        case emulation::Request::Kind::kRead:
             object["meaning"] = event.error == ERROR_SUCCESS
                                     ? m_meaning.OfRead(AsText(event.bytes))
                                     : "read of " + std::to_string(request.length()) + " bytes";
             break;
-        case hosted::Request::Kind::kControl:
+        case emulation::Request::Kind::kControl:
             object["meaning"] = !IsInterruptWait(request)      ? "open command"
                                 : event.error == ERROR_SUCCESS ? "the chip's interrupt"
                                                                : "no interrupt";

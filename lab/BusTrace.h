@@ -1,4 +1,4 @@
-// Records the bus traffic of a simulated PC: the requests of the hosted layer and the calls that
+// Records the bus traffic of a simulated PC: the requests of the emulation and the calls that
 // reach a Bluetooth keyboard. It also names the threads in the recorder.
 #pragma once
 
@@ -8,8 +8,8 @@
 
 #include "lab/BusMeaning.h"
 #include "lab/Recorder.h"
-#include "platform/LinkDockBackDoor.h"
-#include "platform/hosted/Kernel.h"
+#include "platform/emulation/Kernel.h"
+#include "platform/services/standin/ClientBackDoor.h"
 
 namespace lab {
 
@@ -17,19 +17,19 @@ class BusTrace {
   public:
     BusTrace(Recorder& recorder, BusMeaning meaning) : m_recorder(recorder), m_meaning(meaning) {}
 
-    /// To be called for every event of the hosted layer's tracer.
-    void Take(const hosted::TraceEvent& event);
+    /// To be called for every event of the emulation's tracer.
+    void Take(const emulation::TraceEvent& event);
     /// The number of threads that have started and not ended. Takes no lock, so predicates may call
     /// it.
     int Threads() const { return m_threads; }
 
   private:
-    void Started(const hosted::TraceEvent& event);
-    void Done(const hosted::TraceEvent& event);
-    void Add(hosted::ThreadId thread, hosted::Micros time, Json fields);
+    void Started(const emulation::TraceEvent& event);
+    void Done(const emulation::TraceEvent& event);
+    void Add(emulation::ThreadId thread, emulation::Micros time, Json fields);
 
     Recorder& m_recorder;
-    BusMeaning m_meaning;  // guarded by hosted::DeviceLock
+    BusMeaning m_meaning;  // guarded by emulation::DeviceLock
     std::atomic<int> m_threads{0};
 };
 

@@ -73,8 +73,8 @@ Json MessageFields(NdefMessage& message) {
 
 }  // namespace
 
-Host::Host(Stage& stage, Recorder& recorder, RunResults& results, std::uint64_t seed)
-    : m_stage(stage), m_recorder(recorder), m_results(results), m_random(seed) {
+Host::Host(Pc& pc, Recorder& recorder, RunResults& results, std::uint64_t seed)
+    : m_pc(pc), m_recorder(recorder), m_results(results), m_random(seed) {
     g_host = this;
 }
 
@@ -85,9 +85,9 @@ void Host::OnEvent(int event, const std::uint8_t (&number)[32], int route) {
     object["event"] = event;
     object["route"] = route;
     object["number"] = ToHex(View(number, sizeof(number)));
-    self.m_recorder.Add(self.m_stage.Thread(), self.m_stage.Now(), std::move(object));
+    self.m_recorder.Add(self.m_pc.Thread(), self.m_pc.Now(), std::move(object));
     self.m_events.Add(event);
-    self.m_stage.RecheckWaits();
+    self.m_pc.RecheckWaits();
     self.ActInListener();
 }
 
@@ -107,7 +107,7 @@ void Host::ActInListener() {
         }
     }
     if (habits.pause > 0) {
-        m_stage.WaitFor([] { return false; }, habits.pause, "the pause of a listener");
+        m_pc.WaitFor([] { return false; }, habits.pause, "the pause of a listener");
     }
     if (manager != nullptr && habits.renews) {
         const int result = manager->WriteRandNum(number);
@@ -216,13 +216,13 @@ void Host::StartManager(unsigned manager, const Fields& fields) {
 
 bool Host::Open(unsigned manager) {
     // A PC that has only a Bluetooth keyboard has no tag of its own for DeviceInit to find.
-    if (m_stage.Route() != "ble") {
+    if (m_pc.Route() != "ble") {
         DeviceInit(manager);
         if (!m_results.LastSucceeded()) {
             return false;
         }
     }
-    if (m_stage.HasRoute("ble") || m_stage.HasRoute("hid")) {
+    if (m_pc.HasRoute("ble") || m_pc.HasRoute("hid")) {
         Connect(manager, true);
     }
     return true;
@@ -234,15 +234,15 @@ void Host::DeviceInit(unsigned manager) {
 
 void Host::Connect(unsigned manager, bool on) {
     const std::shared_ptr<NfcManager> with = Manager(manager);
-    if (m_stage.HasRoute("ble")) {
-        const std::uint64_t address = m_stage.KeyboardAddress();
+    if (m_pc.HasRoute("ble")) {
+        const std::uint64_t address = m_pc.KeyboardAddress();
         m_connected = on;
         Record(manager, on ? "BtConnect" : "BtDisconnect",
                on ? with->BtConnect(address) : with->BtDisconnect(address));
-    } else if (m_stage.HasRoute("hid")) {
+    } else if (m_pc.HasRoute("hid")) {
         Record(manager, "SetMcuKbConnectStatus", with->SetMcuKbConnectStatus(on));
     } else {
-        throw WrongCall("nothing can be connected on the " + m_stage.Route() +
+        throw WrongCall("nothing can be connected on the " + m_pc.Route() +
                         " route; \"on hid,ble\" before it plays it elsewhere only");
     }
 }
@@ -321,7 +321,7 @@ void Host::End() {
     const auto any = std::find_if(managers.begin(), managers.end(),
                                   [](const auto& one) { return one != nullptr; });
     if (m_connected && any != managers.end()) {
-        (*any)->BtDisconnect(m_stage.KeyboardAddress());
+        (*any)->BtDisconnect(m_pc.KeyboardAddress());
     }
 }
 

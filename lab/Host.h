@@ -13,19 +13,19 @@
 #include <random>
 #include <string>
 
+#include "lab/Pc.h"
 #include "lab/ReceivedEvents.h"
 #include "lab/RunResults.h"
 #include "lab/Script.h"
-#include "lab/Stage.h"
 
 namespace lab {
 
-/// One per process, because the listener is a plain function. Never destroyed, like the stage.
+/// One per process, because the listener is a plain function. Never destroyed, like the PC.
 /// Every operation records its result; an operation that needs a manager throws WrongCall when
 /// there is none.
 class Host {
   public:
-    Host(Stage& stage, Recorder& recorder, RunResults& results, std::uint64_t seed);
+    Host(Pc& pc, Recorder& recorder, RunResults& results, std::uint64_t seed);
 
     using Fields = std::map<std::string, std::string>;  ///< of a message, named as in the script
 
@@ -91,7 +91,7 @@ class Host {
                 Json more);
     void FillRandom(std::uint8_t (&number)[32]);
 
-    Stage& m_stage;
+    Pc& m_pc;
     Recorder& m_recorder;
     RunResults& m_results;
     ReceivedEvents m_events;

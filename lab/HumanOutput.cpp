@@ -4,8 +4,8 @@
 #include <array>
 #include <cstdio>
 
-#include "lab/Findings.h"
 #include "lab/Printable.h"
+#include "lab/Violations.h"
 
 namespace lab {
 

@@ -16,7 +16,7 @@ constexpr std::size_t kMostHandles = 60;
 constexpr std::size_t kMostRequests = 3;
 const std::array<std::string, 5> kRoutes{"", "i2c", "usb", "hid", "ble"};
 
-const Script& Judgeable(const Script& script, const StageOptions& options) {
+const Script& Judgeable(const Script& script, const PcOptions& options) {
     if (!options.seed) {
         throw WrongCall("--check judges times of the scheduled clock: it needs --seed N");
     }
@@ -30,12 +30,12 @@ const Script& Judgeable(const Script& script, const StageOptions& options) {
 
 }  // namespace
 
-Judge::Judge(const Script& script, const StageOptions& options, Stage& stage, Recorder& recorder)
-    : m_stage(stage),
+Judge::Judge(const Script& script, const PcOptions& options, Pc& pc, Recorder& recorder)
+    : m_pc(pc),
       m_recorder(recorder),
       m_findings(Judgeable(script, options).file),
       m_tag(m_history, m_findings),
-      m_visits(m_history, m_tag, stage, m_findings) {
+      m_visits(m_history, m_tag, pc, m_findings) {
     if (options.fault) {
         m_firstFault.verb = Verb::kFault;
         m_firstFault.argument = *options.fault;
@@ -59,7 +59,7 @@ void Judge::TakeEvent(const Json& object) {
     const auto number = object["route"].get<std::size_t>();
     const std::string& route = kRoutes.at(number < kRoutes.size() ? number : 0);
     const Command& command = m_history.Latest();
-    m_findings.Expect(m_stage.HasRoute(route), command, "events from routes that the PC has",
+    m_findings.Expect(m_pc.HasRoute(route), command, "events from routes that the PC has",
                       "route " + std::to_string(number));
     m_findings.Expect(route != "ble" || m_connected, command,
                       "no event of a Bluetooth keyboard after its disconnection",
@@ -70,7 +70,7 @@ void Judge::TakeEvent(const Json& object) {
 
 void Judge::Watch(const Player::Step& step) {
     const Command& command = step.command;
-    const double now = m_stage.Now();
+    const double now = m_pc.Now();
     if (step.begins) {
         ExpectFailure(command);
         JudgeState();
@@ -105,7 +105,7 @@ void Judge::JudgeOperation(const Done& done) {
     const bool reads = IsOneOf(done.verb(), {Verb::kReadMessage, Verb::kReadNumber});
     if (done.worked || done.contested || m_visits.ListenerWaits() ||
         done.verb() == Verb::kDisconnect || !m_history.IsFaultless(done.begin) ||
-        (reads && m_stage.Chip().empty()) || (!opens && !m_history.ServiceAt(done.begin).started)) {
+        (reads && m_pc.Chip().empty()) || (!opens && !m_history.ServiceAt(done.begin).started)) {
         return;
     }
     const auto disturbs = [&](const Done& other) {
@@ -133,7 +133,7 @@ void Judge::ExpectFailure(const Command& command) {
 }
 
 void Judge::JudgeLive(const Command& command) {
-    const LiveObjects live = m_stage.Live();
+    const LiveObjects live = m_pc.Live();
     m_findings.Expect(live.requests <= kMostRequests, command,
                       "at most " + std::to_string(kMostRequests) + " requests",
                       std::to_string(live.requests));
@@ -143,17 +143,17 @@ void Judge::JudgeLive(const Command& command) {
 }
 
 void Judge::PassMinute() {
-    m_stage.WaitFor([] { return false; }, static_cast<std::int64_t>(kRenewalTime),
-                    "the end of what is under way");
+    m_pc.WaitFor([] { return false; }, static_cast<std::int64_t>(kRenewalTime),
+                 "the end of what is under way");
     JudgeState();
 }
 
 // What can be judged at any time.
 void Judge::JudgeState() {
-    const double now = m_stage.Now();
+    const double now = m_pc.Now();
     m_visits.JudgePhones(now);
     m_visits.JudgeRest(now);
-    m_tag.JudgeTag(m_stage.TagMemory(), now);
+    m_tag.JudgeTag(m_pc.TagMemory(), now);
 }
 
 // What a stop leaves: the device, the keyboard's event, and the deferred call thread, which ends by
@@ -163,12 +163,10 @@ void Judge::JudgeLeftovers() {
         return;
     }
     const Command& last = m_history.Latest();
-    const LiveObjects live = m_stage.Live();
+    const LiveObjects live = m_pc.Live();
     // A connection, and one that could not be made, has its event until BtDisconnect.
-    const std::size_t ofLink = m_stage.HasRoute("ble") && m_connected ? 1 : 0;
-    const std::size_t kept = ofLink + (m_stage.HasRoute("hid")    ? 2
-                                       : m_stage.Route() == "ble" ? 0
-                                                                  : 1);
+    const std::size_t ofLink = m_pc.HasRoute("ble") && m_connected ? 1 : 0;
+    const std::size_t kept = ofLink + (m_pc.HasRoute("hid") ? 2 : m_pc.Route() == "ble" ? 0 : 1);
     m_findings.Expect(live.threads <= 1, last, "at most 1 thread after the end",
                       std::to_string(live.threads));
     m_findings.Expect(live.requests == 0, last, "no request after the end",
@@ -201,13 +199,13 @@ void Judge::Finish() {
         object[kJudged[kind].name] = judged[kind];
     }
     object["violations"] = m_findings.Violations();
-    m_recorder.AddNamed(kHostThread, m_stage.Now(), std::move(object));
+    m_recorder.AddNamed(kHostThread, m_pc.Now(), std::move(object));
 }
 
 // The recorder calls the rules under its lock, so what they find waits for the next step.
 void Judge::Flush() {
     for (Json& violation : m_findings.Take()) {
-        m_recorder.AddNamed(kHostThread, m_stage.Now(), std::move(violation));
+        m_recorder.AddNamed(kHostThread, m_pc.Now(), std::move(violation));
     }
 }
 

@@ -1,17 +1,17 @@
 // Watches a run on the scheduled clock and finds what must never be, whatever the script does. What
-// it expects follows from the script, the results and the stage.
+// it expects follows from the script, the results and the PC.
 #pragma once
 
 #include <array>
 #include <string>
 
-#include "lab/Findings.h"
+#include "lab/Pc.h"
 #include "lab/Player.h"
 #include "lab/Recorder.h"
 #include "lab/RunHistory.h"
 #include "lab/Script.h"
-#include "lab/Stage.h"
 #include "lab/TagRules.h"
+#include "lab/Violations.h"
 #include "lab/VisitRules.h"
 
 namespace lab {
@@ -21,7 +21,7 @@ class Judge {
   public:
     /// Throws WrongCall for a run that cannot be judged: on the real clock, or with threads later
     /// than the judged times allow. `options` are those of the call and of the script.
-    Judge(const Script& script, const StageOptions& options, Stage& stage, Recorder& recorder);
+    Judge(const Script& script, const PcOptions& options, Pc& pc, Recorder& recorder);
 
     /// Every object of the recorder, before or after it is shown.
     void Take(const Json& object);
@@ -46,7 +46,7 @@ class Judge {
     void PassMinute();
     void Flush();
 
-    Stage& m_stage;
+    Pc& m_pc;
     Recorder& m_recorder;
     Findings m_findings;
     RunHistory m_history;

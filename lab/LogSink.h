@@ -1,7 +1,7 @@
 // The way to the library's log.
 #pragma once
 
-#include "platform/TraceLog.h"
+#include "platform/services/TraceLog.h"
 
 namespace lab {
 

@@ -34,13 +34,13 @@ std::uint64_t ParseSeed(const std::string& text) {
 }
 
 void AddRun(CLI::App& app, lab::RunOptions& run) {
-    app.add_option("--route", run.stage.route,
+    app.add_option("--route", run.pc.route,
                    lab::HasOwnDevices()
                        ? "Where the simulated tag is (default: the PC's own devices)"
                        : "Where the tag is (default i2c)")
         ->check(CLI::IsMember({"i2c", "usb", "hid", "ble"}));
     app.add_option(
-           "--chip", run.stage.chip,
+           "--chip", run.pc.chip,
            "The tag's chip on i2c and usb (default fm11nt081); fanli and like-fanli on i2c only")
         ->check(CLI::IsMember(
             {"fm11nt081", "fm11nt082c", "fanli", "like-fanli", "like-fm11n", "silent"}));
@@ -54,11 +54,11 @@ void AddRun(CLI::App& app, lab::RunOptions& run) {
     app.add_option("--script", run.script,
                    "File of commands to play, - for standard input; see Scripts below")
         ->type_name("FILE");
-    app.add_option("--fault", run.stage.fault,
+    app.add_option("--fault", run.pc.fault,
                    "Requests that fail, as in write#3=refuse:1117; see Faults below")
         ->type_name("PLAN");
     app.add_option_function<std::string>(
-           "--seed", [&run](const std::string& text) { run.stage.seed = ParseSeed(text); },
+           "--seed", [&run](const std::string& text) { run.pc.seed = ParseSeed(text); },
            lab::HasOwnDevices()
                ? "With --route: choose the numbers that the host draws"
                : "Run scheduled: no real time passes, and the same seed repeats the run")
@@ -70,9 +70,9 @@ void AddRun(CLI::App& app, lab::RunOptions& run) {
     app.add_flag("--log", run.log, "Show every line of the log");
     app.add_option("--report", run.report, "Write the whole run as a page for a browser")
         ->type_name("FILE.html");
-    app.add_flag("--bus", run.stage.bus, "Show every frame on the bus");
+    app.add_flag("--bus", run.pc.bus, "Show every frame on the bus");
     auto* const check =
-        app.add_flag("--check", run.stage.check,
+        app.add_flag("--check", run.pc.check,
                      "Judge visits, numbers, the tag and what is left over; needs --seed");
     if (lab::HasOwnDevices()) {
         check->group("");  // always refused there: not in the help

@@ -4,7 +4,7 @@
 
 #include "lab/Failure.h"
 #include "simulator/Chip.h"
-#include "simulator/SimulatedPc.h"
+#include "simulator/Pc.h"
 
 namespace lab {
 
@@ -34,7 +34,7 @@ std::string JoinedList(const std::vector<std::string>& entries) {
 
 }  // namespace
 
-PcParts::PcParts(const StageOptions& options, const std::vector<std::string>& supported)
+PcParts::PcParts(const PcOptions& options, const std::vector<std::string>& supported)
     : m_names(SplitList(options.route.value_or(kDefaultRoute))),
       m_chip(options.chip.value_or(kDefaultChip)) {
     for (const std::string& name : m_names) {

@@ -1,11 +1,11 @@
 // What a simulated PC is made of, checked before anything is built: routes, chip and faults. Every
-// stage with simulated devices uses it, so that all refuse the same with the same words.
+// pc with simulated devices uses it, so that all refuse the same with the same words.
 #pragma once
 
 #include <string>
 #include <vector>
 
-#include "lab/Stage.h"
+#include "lab/Pc.h"
 #include "simulator/PcFaults.h"
 
 namespace lab {
@@ -13,8 +13,8 @@ namespace lab {
 class PcParts {
   public:
     /// WrongCall for routes, a chip or a fault plan that no PC can have. `supported` are the routes
-    /// that the stage can simulate.
-    PcParts(const StageOptions& options, const std::vector<std::string>& supported);
+    /// that the PC can simulate.
+    PcParts(const PcOptions& options, const std::vector<std::string>& supported);
 
     const std::vector<simulator::PcRoute>& Routes() const { return m_routes; }
     /// The first route.

@@ -20,11 +20,11 @@ constexpr std::array<const char*, kMostHosts> kHostNames{"host 1", "host 2", "ho
 
 }  // namespace
 
-Player::Player(Stage& stage, Recorder& recorder, std::uint64_t seed, Watch watch)
-    : m_stage(stage),
-      m_results(stage, recorder),
+Player::Player(Pc& pc, Recorder& recorder, std::uint64_t seed, Watch watch)
+    : m_pc(pc),
+      m_results(pc, recorder),
       m_recorder(recorder),
-      m_host(stage, recorder, m_results, seed),
+      m_host(pc, recorder, m_results, seed),
       m_watch(std::move(watch)) {}
 
 void Player::Start(int pcType) {
@@ -38,7 +38,7 @@ void Player::Start(int pcType) {
 void Player::ExpectEvent(const Command& command) {
     const int event = static_cast<int>(*command.number);
     ReceivedEvents& events = m_host.Events();
-    m_stage.WaitFor([&] { return events.IsPending(event); }, command.within, "an expected event");
+    m_pc.WaitFor([&] { return events.IsPending(event); }, command.within, "an expected event");
     const bool came = events.TakeOldest(event);
     m_results.RecordExpectedEvent(event, came);
     if (!came) {
@@ -55,7 +55,7 @@ void Player::ExpectResult(const Command& command) {
 
 void Player::Pause(std::int64_t milliseconds) {
     if (milliseconds > 0) {
-        m_stage.WaitFor([] { return false; }, milliseconds, "the script's next line");
+        m_pc.WaitFor([] { return false; }, milliseconds, "the script's next line");
     }
 }
 
@@ -64,11 +64,11 @@ void Player::Tap(const Command& command) {
     const std::int64_t in = command.in.value_or(0);
     m_host.Events().BeginVisit();
     {
-        const double end = m_stage.Now() + static_cast<double>(in) + static_cast<double>(stay);
+        const double end = m_pc.Now() + static_cast<double>(in) + static_cast<double>(stay);
         const std::lock_guard<std::mutex> guard(m_mutex);
         m_lastPhoneEnd = std::max(m_lastPhoneEnd, end);
     }
-    m_stage.Tap(in, stay, command.argument);
+    m_pc.Tap(in, stay, command.argument);
     if (!command.in) {
         Pause(stay);
         WaitForLeave();
@@ -79,10 +79,10 @@ void Player::WaitForLeave() {
     if (!m_host.Listening()) {
         return;
     }
-    if (m_stage.WaitFor([this] { return m_host.Events().IsPending(kPhoneEntered); }, kEnterBound,
-                        "the event of a phone")) {
-        m_stage.WaitFor([this] { return m_host.Events().IsPending(kPhoneLeft); }, kLeaveBound,
-                        "the event of a leave");
+    if (m_pc.WaitFor([this] { return m_host.Events().IsPending(kPhoneEntered); }, kEnterBound,
+                     "the event of a phone")) {
+        m_pc.WaitFor([this] { return m_host.Events().IsPending(kPhoneLeft); }, kLeaveBound,
+                     "the event of a leave");
     }
 }
 
@@ -90,15 +90,15 @@ bool Player::Applies(const Command& command) const {
     const auto named = [&](const std::string& name) {
         return std::find(command.only.begin(), command.only.end(), name) != command.only.end();
     };
-    return command.only.empty() || named(m_stage.Chip()) ||
+    return command.only.empty() || named(m_pc.Chip()) ||
            std::any_of(command.only.begin(), command.only.end(),
-                       [&](const std::string& name) { return m_stage.HasRoute(name); });
+                       [&](const std::string& name) { return m_pc.HasRoute(name); });
 }
 
 void Player::Execute(const Command& command) {
     if (command.at) {
         const double due = m_begin + static_cast<double>(*command.at);
-        Pause(static_cast<std::int64_t>(due - m_stage.Now()));
+        Pause(static_cast<std::int64_t>(due - m_pc.Now()));
     }
     if (command.host == 0) {
         ExecuteNow(command);
@@ -113,12 +113,12 @@ void Player::Execute(const Command& command) {
     }
     if (starts) {
         ++m_runningHosts;
-        m_stage.StartThread(command.host, [this, host = command.host] { RunHost(host); });
+        m_pc.StartThread(command.host, [this, host = command.host] { RunHost(host); });
     }
 }
 
 void Player::RunHost(unsigned host) {
-    m_recorder.NameThread(m_stage.Thread(), kHostNames[host - 1]);
+    m_recorder.NameThread(m_pc.Thread(), kHostNames[host - 1]);
     RunResults::UseHost(host);
     HostQueue& queue = m_queues[host - 1];
     while (true) {
@@ -140,11 +140,11 @@ void Player::RunHost(unsigned host) {
         }
     }
     --m_runningHosts;
-    m_stage.RecheckWaits();
+    m_pc.RecheckWaits();
 }
 
 void Player::Join() {
-    m_stage.WaitFor([this] { return m_runningHosts == 0; }, kJoinBound, "the hosts");
+    m_pc.WaitFor([this] { return m_runningHosts == 0; }, kJoinBound, "the hosts");
 }
 
 void Player::ExecuteNow(const Command& command) {
@@ -172,31 +172,31 @@ void Player::Perform(const Command& command) {
             break;
         case Verb::kEnter:
             m_host.Events().BeginVisit();
-            m_stage.Enter(in);
+            m_pc.Enter(in);
             break;
         case Verb::kLeave:
-            m_stage.Leave(in);
+            m_pc.Leave(in);
             break;
         case Verb::kChipStatus:
-            m_stage.ChipStatus(in, static_cast<std::uint8_t>(*command.number));
+            m_pc.ChipStatus(in, static_cast<std::uint8_t>(*command.number));
             break;
         case Verb::kChipBits: {
             const std::string& bits = command.argument;
             const auto byte = [&](std::size_t at) { return static_cast<std::uint8_t>(bits[at]); };
-            m_stage.ChipBits(byte(0) * 256U + byte(1), byte(2), byte(3));
+            m_pc.ChipBits(byte(0) * 256U + byte(1), byte(2), byte(3));
             break;
         }
         case Verb::kBleClient:
-            m_stage.BleClient(command.fields);
+            m_pc.BleClient(command.fields);
             break;
         case Verb::kUnplug:
-            m_stage.Unplug();
+            m_pc.Unplug();
             break;
         case Verb::kPlug:
-            m_stage.Plug();
+            m_pc.Plug();
             break;
         case Verb::kFault:
-            m_stage.Fault(command.argument, true);
+            m_pc.Fault(command.argument, true);
             break;
         case Verb::kRepeat:
             for (std::int64_t turn = 0; turn < *command.number; ++turn) {
@@ -294,7 +294,7 @@ void Player::Check(const Script& script) {
                     continue;
                 }
                 try {
-                    m_stage.Fault(command.argument, false);
+                    m_pc.Fault(command.argument, false);
                 } catch (const WrongCall& problem) {
                     throw WrongCall(script.file + ":" + std::to_string(command.line) +
                                     ": fault: " + problem.what());
@@ -306,24 +306,24 @@ void Player::Check(const Script& script) {
 
 void Player::Play(const Script& script) {
     m_file = script.file;
-    m_begin = m_stage.Now();
+    m_begin = m_pc.Now();
     PlayAll(script.commands);
     Join();
 }
 
 void Player::End() {
-    Pause(static_cast<std::int64_t>(m_lastPhoneEnd - m_stage.Now()));
+    Pause(static_cast<std::int64_t>(m_lastPhoneEnd - m_pc.Now()));
     if (m_host.Listening() &&
         m_host.Events().Count(kPhoneEntered) > m_host.Events().Count(kPhoneLeft)) {
-        m_stage.Leave(0);
-        m_stage.WaitFor(
+        m_pc.Leave(0);
+        m_pc.WaitFor(
             [this] {
                 return m_host.Events().Count(kPhoneLeft) >= m_host.Events().Count(kPhoneEntered);
             },
             kLeaveBound, "the event of the last leave");
     }
     m_host.End();
-    m_stage.WaitForThreads();
+    m_pc.WaitForThreads();
 }
 
 }  // namespace lab

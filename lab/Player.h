@@ -1,4 +1,4 @@
-// Plays a script: the stage carries out what happens to the PC, the host calls the library, and the
+// Plays a script: the PC carries out what happens to the PC, the host calls the library, and the
 // player checks the expected events and results.
 #pragma once
 
@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "lab/Host.h"
+#include "lab/Pc.h"
 #include "lab/RunResults.h"
 #include "lab/Script.h"
-#include "lab/Stage.h"
 
 namespace lab {
 
@@ -31,7 +31,7 @@ class Player {
     /// is the start before the script.
     using Watch = std::function<void(const Step& step)>;
 
-    Player(Stage& stage, Recorder& recorder, std::uint64_t seed, Watch watch);
+    Player(Pc& pc, Recorder& recorder, std::uint64_t seed, Watch watch);
 
     /// Checks what can be checked before the script is played; throws WrongCall.
     void Check(const Script& script);
@@ -69,7 +69,7 @@ class Player {
     void ExpectResult(const Command& command);
     void Pause(std::int64_t milliseconds);
 
-    Stage& m_stage;
+    Pc& m_pc;
     RunResults m_results;
     Recorder& m_recorder;
     Host m_host;

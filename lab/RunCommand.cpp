@@ -1,4 +1,4 @@
-// Connects a run's parts: stage, script, player and output.
+// Connects a run's parts: pc, script, player and output.
 #include "lab/RunCommand.h"
 
 #include <filesystem>
@@ -76,7 +76,7 @@ std::unique_ptr<Report> MakeReport(const std::optional<std::string>& file) {
 }
 
 /// The directory of the configuration. A tag of the PC's own is never filled with an example.
-std::string ConfigurationOf(const RunOptions& options, const StageOptions& merged) {
+std::string ConfigurationOf(const RunOptions& options, const PcOptions& merged) {
     const bool simulated = !HasOwnDevices() || merged.route;
     const bool named = !options.configDirectory.empty();
     if (named || !simulated || HasConfiguration(options.configDirectory)) {
@@ -85,25 +85,25 @@ std::string ConfigurationOf(const RunOptions& options, const StageOptions& merge
     return InstalledConfiguration();
 }
 
-void WriteReport(Report& report, const RunOptions& options, const Script& script,
-                 const Stage& stage, const Player& player) {
-    const StageOptions merged = MergedOptions(options.stage, script);
+void WriteReport(Report& report, const RunOptions& options, const Script& script, const Pc& pc,
+                 const Player& player) {
+    const PcOptions merged = MergedOptions(options.pc, script);
     Json facts;
     facts["script"] = ValidUtf8(script.file);
-    facts["route"] = merged.route.value_or(stage.Route());
-    facts["chip"] = stage.Chip();
+    facts["route"] = merged.route.value_or(pc.Route());
+    facts["chip"] = pc.Chip();
     facts["pcType"] = options.pcType;
     facts["fault"] = ValidUtf8(merged.fault.value_or(""));
     facts["seed"] = merged.seed ? Json(std::to_string(*merged.seed)) : Json();
     facts["failures"] = player.Failures();
-    report.AddTag(stage.TagMemory(), stage.Now(), "at the end", true);
-    report.Write(std::move(facts), stage.Now());
+    report.AddTag(pc.TagMemory(), pc.Now(), "at the end", true);
+    report.Write(std::move(facts), pc.Now());
 }
 
 }  // namespace
 
-StageOptions MergedOptions(StageOptions options, const Script& script) {
-    for (const auto& [name, value] : script.Pc()) {
+PcOptions MergedOptions(PcOptions options, const Script& script) {
+    for (const auto& [name, value] : script.PcSettings()) {
         const auto takePlace = [&, &name = name](bool given, std::string& place) {
             place = given ? place : script.PcPlace() + name + "=";
         };
@@ -124,9 +124,9 @@ StageOptions MergedOptions(StageOptions options, const Script& script) {
 
 int Run(const RunOptions& options) {
     const Style style = options.json ? Style(false) : Style::ForOutput();
-    // Never destroyed, like stage and player: the library's threads may call them until the process
+    // Never destroyed, like pc and player: the library's threads may call them until the process
     // ends.
-    static const HumanOutput& human = *new HumanOutput(style, options.log, options.stage.bus);
+    static const HumanOutput& human = *new HumanOutput(style, options.log, options.pc.bus);
     static const bool json = options.json;
     static Judge* judge = nullptr;
     static LiveStory* const story = options.explain ? new LiveStory(style) : nullptr;
@@ -145,10 +145,10 @@ int Run(const RunOptions& options) {
         }
     });
     Script script = options.script ? ReadScript(*options.script) : Script{kVisitName, {}};
-    const StageOptions merged = MergedOptions(options.stage, script);
-    static Stage& stage = MakeStage(merged, recorder);
+    const PcOptions merged = MergedOptions(options.pc, script);
+    static Pc& pc = MakePc(merged, recorder);
     static Player& player = *new Player(
-        stage, recorder, options.stage.seed.value_or(std::random_device{}()),
+        pc, recorder, options.pc.seed.value_or(std::random_device{}()),
         [](const Player::Step& step) {
             if (!json && step.begins && step.command.line > 0) {
                 WriteOutput(human.CommandLine(step.command.text));
@@ -157,21 +157,21 @@ int Run(const RunOptions& options) {
                 judge->Watch(step);
             }
             if (report != nullptr) {
-                report->AddStep(step, stage.Now());
+                report->AddStep(step, pc.Now());
                 if (!step.begins) {
-                    report->AddTag(stage.TagMemory(), stage.Now(), "after " + step.command.text);
+                    report->AddTag(pc.TagMemory(), pc.Now(), "after " + step.command.text);
                 }
             }
         });
     if (!options.script) {
-        script = ParseScript(kVisitName, stage.DefaultScript());
+        script = ParseScript(kVisitName, pc.DefaultScript());
     }
     player.Check(script);
     if (merged.check) {
-        judge = new Judge(script, merged, stage, recorder);
+        judge = new Judge(script, merged, pc, recorder);
     }
 
-    stage.ChooseClock();
+    pc.ChooseClock();
     const std::string configuration = ConfigurationOf(options, merged);
     if (!options.json && configuration != options.configDirectory) {
         auto file = std::filesystem::path(configuration) / "config" / "NfcUri.ini";
@@ -179,13 +179,13 @@ int Run(const RunOptions& options) {
                     "; --config DIR chooses others.\n");
     }
     UseConfiguration(configuration, options.pcType);
-    stage.CreateDevices();
+    pc.CreateDevices();
     if (report != nullptr) {
-        report->AddTag(stage.TagMemory(), stage.Now(), "before the run");
+        report->AddTag(pc.TagMemory(), pc.Now(), "before the run");
     }
     player.Start(options.pcType);
     if (report != nullptr) {
-        report->AddTag(stage.TagMemory(), stage.Now(), "after the first write");
+        report->AddTag(pc.TagMemory(), pc.Now(), "after the first write");
     }
     if (player.Failures() == 0 || options.script) {
         player.Play(script);
@@ -202,11 +202,11 @@ int Run(const RunOptions& options) {
         WriteOutput(story->End());
     }
     if (!options.json) {
-        PrintTag(stage.TagMemory(), style);
+        PrintTag(pc.TagMemory(), style);
         PrintSum(player, style);
     }
     if (report != nullptr) {
-        WriteReport(*report, options, script, stage, player);
+        WriteReport(*report, options, script, pc, player);
     }
     const bool isGood = judge == nullptr || judge->IsGood();
     return player.Failures() == 0 && isGood ? kExitDone : kExitFailed;

@@ -4,13 +4,13 @@
 #include <optional>
 #include <string>
 
+#include "lab/Pc.h"
 #include "lab/Script.h"
-#include "lab/Stage.h"
 
 namespace lab {
 
 struct RunOptions {
-    StageOptions stage;
+    PcOptions pc;
     int pcType = 5;
     std::string configDirectory;
     std::optional<std::string> script;
@@ -21,7 +21,7 @@ struct RunOptions {
 };
 
 /// The options of a run, with what the script's "pc" says where the options say nothing.
-StageOptions MergedOptions(StageOptions options, const Script& script);
+PcOptions MergedOptions(PcOptions options, const Script& script);
 
 /// Returns the exit status. Throws WrongCall.
 int Run(const RunOptions& options);

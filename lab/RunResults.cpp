@@ -28,7 +28,7 @@ void RunResults::RecordOnly(const std::string& operation, Json result, const Jso
     object["operation"] = operation;
     object["result"] = std::move(result);
     object.update(more);
-    m_recorder.Add(m_stage.Thread(), m_stage.Now(), std::move(object));
+    m_recorder.Add(m_pc.Thread(), m_pc.Now(), std::move(object));
 }
 
 void RunResults::Record(const std::string& operation, bool succeeded, Json result,

@@ -8,16 +8,16 @@
 #include <string>
 #include <utility>
 
+#include "lab/Pc.h"
 #include "lab/Recorder.h"
 #include "lab/Script.h"
-#include "lab/Stage.h"
 
 namespace lab {
 
 /// Used by the script's thread and the hosts' threads; each has its own last result.
 class RunResults {
   public:
-    RunResults(Stage& stage, Recorder& recorder) : m_stage(stage), m_recorder(recorder) {}
+    RunResults(Pc& pc, Recorder& recorder) : m_pc(pc), m_recorder(recorder) {}
 
     /// Records a result together with the fields of `more`, and counts it as a failure unless it
     /// succeeded.
@@ -55,7 +55,7 @@ class RunResults {
     };
     static unsigned CurrentHost();
 
-    Stage& m_stage;
+    Pc& m_pc;
     Recorder& m_recorder;
     std::atomic<unsigned> m_failures{0};
     std::array<LastResult, kMostHosts + 1> m_last;  // each used by its host's thread alone

@@ -310,7 +310,7 @@ void ParseCommand(Line& line, Command& command) {
 
 }  // namespace
 
-std::map<std::string, std::string> Script::Pc() const {
+std::map<std::string, std::string> Script::PcSettings() const {
     const bool given = !commands.empty() && commands[0].verb == Verb::kPc;
     return given ? commands[0].fields : std::map<std::string, std::string>{};
 }

@@ -70,7 +70,7 @@ struct Script {
     std::vector<Command> commands;
 
     /// The fields of "pc", which can only be the first command; empty without it.
-    std::map<std::string, std::string> Pc() const;
+    std::map<std::string, std::string> PcSettings() const;
     /// "FILE:LINE: pc ", for messages about one of these fields.
     std::string PcPlace() const;
 };

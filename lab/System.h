@@ -1,5 +1,5 @@
 // What the program asks of the operating system, beside its streams (Terminal.h) and the log
-// (LogSink.h). SystemHosted.cpp or SystemWindows.cpp implements it; CMake chooses.
+// (LogSink.h). SystemEmulated.cpp or SystemWindows.cpp implements it; CMake chooses.
 #pragma once
 
 #include <filesystem>

@@ -6,8 +6,8 @@
 #include <set>
 #include <string>
 
-#include "lab/Findings.h"
 #include "lab/RunHistory.h"
+#include "lab/Violations.h"
 
 namespace lab {
 

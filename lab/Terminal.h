@@ -1,5 +1,5 @@
 // Standard output and standard error: one way to write to each, and colours. What differs between
-// operating systems is in SystemHosted.cpp and SystemWindows.cpp.
+// operating systems is in SystemEmulated.cpp and SystemWindows.cpp.
 #pragma once
 
 #include <cstddef>

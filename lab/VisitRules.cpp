@@ -21,7 +21,7 @@ constexpr double kLongestWatch = 4000;       // a leave after a longer stay may 
 }  // namespace
 
 bool VisitRules::HasVisits(const std::string& route) const {
-    return m_stage.Chip() != "like-fanli" || route == "ble";
+    return m_pc.Chip() != "like-fanli" || route == "ble";
 }
 
 // A visit that began or ended while nobody listened is not known.
@@ -56,13 +56,13 @@ void VisitRules::EndListener(const Command& command, double now) {
 }
 
 bool VisitRules::ListenerWaits() const {
-    return m_reads && (m_stage.HasRoute("hid") || m_stage.HasRoute("ble"));
+    return m_reads && (m_pc.HasRoute("hid") || m_pc.HasRoute("ble"));
 }
 
 void VisitRules::Add(const Command& command, double begin, double gone) {
     Phone phone;
     phone.command = &command;
-    phone.route = command.argument.empty() ? m_stage.Route() : command.argument;
+    phone.route = command.argument.empty() ? m_pc.Route() : command.argument;
     phone.begin = begin;
     phone.gone = gone;
     m_firstPhone = std::min(m_firstPhone, begin);
@@ -102,7 +102,7 @@ void VisitRules::TakeReading(const Json& object) {
     for (Phone& phone : m_phones) {
         if (phone.alone && phone.begin <= time && time <= phone.gone) {
             phone.readings.push_back(object);
-            if (phone.route == m_stage.Route() && phone.gone - phone.begin >= kShortestStay) {
+            if (phone.route == m_pc.Route() && phone.gone - phone.begin >= kShortestStay) {
                 m_tag.JudgeReading(object, *phone.command, phone.begin);
             }
             return;
@@ -221,7 +221,7 @@ void VisitRules::JudgeEvents(const Phones& phones, const Surroundings& around) {
     const double begin = phones.front().begin;
     const double gone = phones.back().gone;
     const bool visits = HasVisits(route);
-    const bool isFanli = m_stage.Chip() == "fanli";
+    const bool isFanli = m_pc.Chip() == "fanli";
     std::string seen;
     std::size_t count = 0;
     std::size_t enters = 0;

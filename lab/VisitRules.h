@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "lab/Findings.h"
+#include "lab/Pc.h"
 #include "lab/RunHistory.h"
-#include "lab/Stage.h"
 #include "lab/TagRules.h"
+#include "lab/Violations.h"
 
 namespace lab {
 
@@ -17,9 +17,8 @@ namespace lab {
 /// together.
 class VisitRules {
   public:
-    VisitRules(const RunHistory& history, const TagRules& tag, const Stage& stage,
-               Findings& findings)
-        : m_history(history), m_tag(tag), m_stage(stage), m_findings(findings) {}
+    VisitRules(const RunHistory& history, const TagRules& tag, const Pc& pc, Findings& findings)
+        : m_history(history), m_tag(tag), m_pc(pc), m_findings(findings) {}
 
     /// A command begins or, for the listener, has ended.
     void Begin(const Command& command, double now);
@@ -68,7 +67,7 @@ class VisitRules {
 
     const RunHistory& m_history;
     const TagRules& m_tag;
-    const Stage& m_stage;
+    const Pc& m_pc;
     Findings& m_findings;
     Phones m_phones;  // not judged yet
     std::vector<Event> m_events;

@@ -5,7 +5,7 @@
 namespace platform {
 
 /// A thread may lock a mutex only while every mutex that it holds has a lower level. The Lock of
-/// the hosted layer checks this; on Windows the rank costs nothing.
+/// the emulation checks this; on Windows the rank costs nothing.
 struct LockRank {
     int level;         ///< The outermost is the lowest. No two of one level are held together.
     const char* name;  ///< For the reports of a broken order and of a stalled run.

@@ -22,7 +22,7 @@ class TAGPORT_CAPABILITY Mutex {
     const LockRank& rank() const { return m_rank; }
 
     /// For a host that locks it itself, out of sight of the checks of platform::Lock, which all
-    /// other code uses. See platform/hosted/Sync.h for a run on the scheduled clock.
+    /// other code uses. See platform/emulation/Sync.h for a run on the scheduled clock.
     std::mutex& native() { return m_native; }
 
     /// States that the mutex is held where clang's analysis cannot see it.

@@ -10,6 +10,6 @@
 #include "platform/windows/Sync.h"
 #include "platform/windows/Win32.h"
 #else
-#include "platform/hosted/Sync.h"
-#include "platform/hosted/Win32.h"
+#include "platform/emulation/Sync.h"
+#include "platform/emulation/Win32.h"
 #endif

@@ -1,4 +1,4 @@
-// Types that every model uses. A model has no threads and knows neither the hosted layer nor the
+// Types that every model uses. A model has no threads and knows neither the emulation nor the
 // library.
 #pragma once
 

@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "platform/hosted/Kernel.h"
+#include "platform/emulation/Kernel.h"
 
 namespace simulator {
 
@@ -23,10 +23,10 @@ BlePeerAdapter::~BlePeerAdapter() = default;
 std::shared_ptr<BlePeerAdapter> BlePeerAdapter::Make(std::shared_ptr<BluetoothKeyboard> keyboard) {
     // Not in the constructor: the sender needs a weak pointer to the adapter.
     const std::shared_ptr<BlePeerAdapter> adapter(new BlePeerAdapter(std::move(keyboard)));
-    const hosted::DeviceLock lock;
+    const emulation::DeviceLock lock;
     adapter->m_keyboard->OnSend(
         [weak = std::weak_ptr<BlePeerAdapter>(adapter)](Micros delay, Bytes value) {
-            hosted::After(delay, [weak, value = std::move(value)] {
+            emulation::After(delay, [weak, value = std::move(value)] {
                 const auto self = weak.lock();
                 if (self != nullptr && self->m_keyboard->Subscribed()) {
                     self->m_outgoing.push_back(value);
@@ -37,19 +37,19 @@ std::shared_ptr<BlePeerAdapter> BlePeerAdapter::Make(std::shared_ptr<BluetoothKe
 }
 
 int BlePeerAdapter::Connect(std::uint64_t address) {
-    const hosted::DeviceLock lock;
+    const emulation::DeviceLock lock;
     return Result(m_keyboard->Connect(address));
 }
 
 int BlePeerAdapter::Disconnect(std::uint64_t address) {
-    const hosted::DeviceLock lock;
+    const emulation::DeviceLock lock;
     m_outgoing.clear();
     return Result(m_keyboard->Disconnect(address));
 }
 
 int BlePeerAdapter::Subscribe(std::uint64_t address, const std::string& service,
                               const std::string& characteristic, bool on) {
-    const hosted::DeviceLock lock;
+    const emulation::DeviceLock lock;
     if (!on) {
         m_outgoing.clear();
     }
@@ -59,15 +59,15 @@ int BlePeerAdapter::Subscribe(std::uint64_t address, const std::string& service,
 int BlePeerAdapter::Write(std::uint64_t address, const std::string& service,
                           const std::string& characteristic,
                           const std::vector<std::uint8_t>& value) {
-    const hosted::DeviceLock lock;
+    const emulation::DeviceLock lock;
     return Result(m_keyboard->Write(address, service, characteristic, value));
 }
 
 bool BlePeerAdapter::WaitNotification(const LinkDockService::StopToken& stop,
                                       std::vector<std::uint8_t>& value) {
-    hosted::WaitFor([&] { return stop || !m_outgoing.empty(); }, hosted::kForever,
-                    "a Bluetooth notification");
-    const hosted::DeviceLock lock;
+    emulation::WaitFor([&] { return stop || !m_outgoing.empty(); }, emulation::kForever,
+                       "a Bluetooth notification");
+    const emulation::DeviceLock lock;
     if (stop || m_outgoing.empty()) {
         return false;
     }
@@ -78,7 +78,7 @@ bool BlePeerAdapter::WaitNotification(const LinkDockService::StopToken& stop,
 
 void BlePeerAdapter::Wake() {
     // The layer checks every wait again after a timer.
-    hosted::After(0, [] {});
+    emulation::After(0, [] {});
 }
 
 }  // namespace simulator

@@ -1,11 +1,11 @@
 // Makes a BluetoothKeyboard the device of the stand-in Bluetooth client. Delays are timers of the
-// hosted layer, and the client's delivery threads wait in the layer.
+// emulation, and the client's delivery threads wait in the layer.
 #pragma once
 
 #include <deque>
 #include <memory>
 
-#include "platform/LinkDockBackDoor.h"
+#include "platform/services/standin/ClientBackDoor.h"
 #include "simulator/BluetoothKeyboard.h"
 
 namespace simulator {
@@ -30,7 +30,7 @@ class BlePeerAdapter : public LinkDockService::BlePeer,
     explicit BlePeerAdapter(std::shared_ptr<BluetoothKeyboard> keyboard);
 
     std::shared_ptr<BluetoothKeyboard> m_keyboard;
-    std::deque<Bytes> m_outgoing;  // notifications that are due; under hosted::DeviceLock
+    std::deque<Bytes> m_outgoing;  // notifications that are due; under emulation::DeviceLock
 };
 
 }  // namespace simulator

@@ -4,15 +4,15 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/hosted/Kernel.h"
+#include "platform/emulation/Kernel.h"
 #include "simulator/SpbDriver.h"
 
 namespace simulator {
 
 // The request that the inner driver gets in place of the layer's. It can end short or late.
-class FaultyDriver::Forwarded : public hosted::Request {
+class FaultyDriver::Forwarded : public emulation::Request {
   public:
-    Forwarded(const hosted::RequestPtr& outer, std::weak_ptr<FaultyDriver> driver,
+    Forwarded(const emulation::RequestPtr& outer, std::weak_ptr<FaultyDriver> driver,
               const Fault* fault)
         : Request(outer->kind(), outer->controlCode(), outer->data(), outer->length(),
                   outer->thread()),
@@ -57,7 +57,7 @@ class FaultyDriver::Forwarded : public hosted::Request {
         EndLater([outer = m_outer, error, count] { outer->Fail(error, count); });
     }
 
-    const hosted::RequestPtr& outer() const { return m_outer; }
+    const emulation::RequestPtr& outer() const { return m_outer; }
     bool ended() const { return m_ended; }
     void Abandon() { m_ended = true; }
 
@@ -70,7 +70,7 @@ class FaultyDriver::Forwarded : public hosted::Request {
 
     // The request stays registered until then, so that closing or removing the device ends it.
     void EndLater(std::function<void()> end) {
-        hosted::After(m_late, [driver = m_driver, outer = m_outer, end = std::move(end)] {
+        emulation::After(m_late, [driver = m_driver, outer = m_outer, end = std::move(end)] {
             if (const auto alive = driver.lock()) {
                 alive->Forget(outer.get());
             }
@@ -78,14 +78,14 @@ class FaultyDriver::Forwarded : public hosted::Request {
         });
     }
 
-    hosted::RequestPtr m_outer;
+    emulation::RequestPtr m_outer;
     std::weak_ptr<FaultyDriver> m_driver;
     std::uint32_t m_short = 0;
     Micros m_late = 0;
     bool m_ended = false;
 };
 
-FaultyDriver::FaultyDriver(std::shared_ptr<hosted::Driver> inner) : m_inner(std::move(inner)) {}
+FaultyDriver::FaultyDriver(std::shared_ptr<emulation::Driver> inner) : m_inner(std::move(inner)) {}
 
 FaultyDriver::~FaultyDriver() = default;
 
@@ -123,7 +123,7 @@ DWORD FaultyDriver::Open() {
 
 void FaultyDriver::Close() {
     m_inner->Close();
-    for (const hosted::RequestPtr& request : std::exchange(m_held, {})) {
+    for (const emulation::RequestPtr& request : std::exchange(m_held, {})) {
         request->Fail(ERROR_OPERATION_ABORTED);
     }
     // Those that the inner driver has ended and that wait for their late end.
@@ -132,14 +132,14 @@ void FaultyDriver::Close() {
     }
 }
 
-DWORD FaultyDriver::Start(const hosted::RequestPtr& request) {
+DWORD FaultyDriver::Start(const emulation::RequestPtr& request) {
     if (m_gone) {
         return ERROR_DEVICE_NOT_CONNECTED;
     }
     FaultTarget target = FaultTarget::kRead;
-    if (request->kind() == hosted::Request::Kind::kWrite) {
+    if (request->kind() == emulation::Request::Kind::kWrite) {
         target = FaultTarget::kWrite;
-    } else if (request->kind() == hosted::Request::Kind::kControl) {
+    } else if (request->kind() == emulation::Request::Kind::kControl) {
         target = request->controlCode() == kControlInterrupt ? FaultTarget::kInterrupt
                                                              : FaultTarget::kControl;
     }
@@ -152,13 +152,13 @@ DWORD FaultyDriver::Start(const hosted::RequestPtr& request) {
             return fault->value;
         case FaultAction::kFail:
             m_held.push_back(request);
-            hosted::After(kFaultPendingTime,
-                          [weak = weak_from_this(), request, code = fault->value] {
-                              if (const auto self = weak.lock()) {
-                                  self->Forget(request.get());
-                              }
-                              request->Fail(code);
-                          });
+            emulation::After(kFaultPendingTime,
+                             [weak = weak_from_this(), request, code = fault->value] {
+                                 if (const auto self = weak.lock()) {
+                                     self->Forget(request.get());
+                                 }
+                                 request->Fail(code);
+                             });
             return ERROR_IO_PENDING;
         case FaultAction::kNever:
             m_held.push_back(request);
@@ -173,7 +173,7 @@ DWORD FaultyDriver::Start(const hosted::RequestPtr& request) {
     return Forward(request, fault);
 }
 
-DWORD FaultyDriver::Forward(const hosted::RequestPtr& request, const Fault* fault) {
+DWORD FaultyDriver::Forward(const emulation::RequestPtr& request, const Fault* fault) {
     const auto forwarded = std::make_shared<Forwarded>(request, weak_from_this(), fault);
     m_forwarded.push_back(forwarded);
     const DWORD result = m_inner->Start(forwarded);
@@ -187,7 +187,7 @@ DWORD FaultyDriver::Forward(const hosted::RequestPtr& request, const Fault* faul
     return result;
 }
 
-void FaultyDriver::Cancel(const hosted::RequestPtr& request) {
+void FaultyDriver::Cancel(const emulation::RequestPtr& request) {
     const auto forwarded = m_forwarded;
     Forget(request.get());
     for (const auto& one : forwarded) {
@@ -209,12 +209,12 @@ void FaultyDriver::Disappear() {
         }
         one->outer()->Fail(ERROR_DEVICE_NOT_CONNECTED);
     }
-    for (const hosted::RequestPtr& request : held) {
+    for (const emulation::RequestPtr& request : held) {
         request->Fail(ERROR_DEVICE_NOT_CONNECTED);
     }
 }
 
-void FaultyDriver::Forget(const hosted::Request* outer) {
+void FaultyDriver::Forget(const emulation::Request* outer) {
     m_held.erase(std::remove_if(m_held.begin(), m_held.end(),
                                 [outer](const auto& one) { return one.get() == outer; }),
                  m_held.end());

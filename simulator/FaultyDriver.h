@@ -1,4 +1,4 @@
-// A driver between the hosted layer and another driver. It lets the requests that a fault plan
+// A driver between the emulation and another driver. It lets the requests that a fault plan
 // names fail, without the other driver noticing.
 #pragma once
 
@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/hosted/Driver.h"
+#include "platform/emulation/Driver.h"
 #include "simulator/FaultPlan.h"
 
 namespace simulator {
@@ -14,17 +14,17 @@ namespace simulator {
 /// Time that a request with the action "fail" is pending.
 constexpr Micros kFaultPendingTime = 100;
 
-class FaultyDriver : public hosted::Driver, public std::enable_shared_from_this<FaultyDriver> {
+class FaultyDriver : public emulation::Driver, public std::enable_shared_from_this<FaultyDriver> {
   public:
-    explicit FaultyDriver(std::shared_ptr<hosted::Driver> inner);
+    explicit FaultyDriver(std::shared_ptr<emulation::Driver> inner);
     ~FaultyDriver() override;
 
     DWORD Open() override;
     void Close() override;
-    DWORD Start(const hosted::RequestPtr& request) override;
-    void Cancel(const hosted::RequestPtr& request) override;
+    DWORD Start(const emulation::RequestPtr& request) override;
+    void Cancel(const emulation::RequestPtr& request) override;
 
-    // The back door; under hosted::DeviceLock.
+    // The back door; under emulation::DeviceLock.
 
     /// Counts requests from 1 again. A device that an earlier plan removed is back.
     void SetPlan(FaultPlan plan);
@@ -37,15 +37,15 @@ class FaultyDriver : public hosted::Driver, public std::enable_shared_from_this<
     class Forwarded;
 
     const Fault* Next(FaultTarget target);
-    DWORD Forward(const hosted::RequestPtr& request, const Fault* fault);
+    DWORD Forward(const emulation::RequestPtr& request, const Fault* fault);
     void Disappear();
-    void Forget(const hosted::Request* outer);
+    void Forget(const emulation::Request* outer);
 
-    std::shared_ptr<hosted::Driver> m_inner;
+    std::shared_ptr<emulation::Driver> m_inner;
     FaultPlan m_plan;
     std::array<std::uint32_t, 6> m_seen{};  // requests so far, by FaultTarget
     std::vector<std::shared_ptr<Forwarded>> m_forwarded;
-    std::vector<hosted::RequestPtr> m_held;  // requests that never reach m_inner
+    std::vector<emulation::RequestPtr> m_held;  // requests that never reach m_inner
     std::size_t m_hits = 0;
     bool m_gone = false;
 };

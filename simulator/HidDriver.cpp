@@ -17,9 +17,10 @@ constexpr std::uint16_t kUsage = 0x0043;
 constexpr wchar_t kPath[] =
     L"\\\\?\\hid#vid_7a3e&pid_10b8&mi_02#8&2f1c&0&0000#{4d1e55b2-f16f-11cf-88cb-001111000030}";
 
-hosted::HidInterface Interface(const std::wstring& path, std::uint16_t usagePage,
-                               std::uint16_t usage, std::uint16_t vendor, std::uint16_t product) {
-    hosted::HidInterface interface;
+emulation::HidInterface Interface(const std::wstring& path, std::uint16_t usagePage,
+                                  std::uint16_t usage, std::uint16_t vendor,
+                                  std::uint16_t product) {
+    emulation::HidInterface interface;
     interface.path = path;
     interface.usagePage = usagePage;
     interface.usage = usage;
@@ -29,9 +30,9 @@ hosted::HidInterface Interface(const std::wstring& path, std::uint16_t usagePage
 }
 
 // The device of every decoy: it opens and refuses every request.
-class InertDriver : public hosted::Driver {
+class InertDriver : public emulation::Driver {
   public:
-    DWORD Start(const hosted::RequestPtr& /*request*/) override { return kErrorInvalidFunction; }
+    DWORD Start(const emulation::RequestPtr& /*request*/) override { return kErrorInvalidFunction; }
 };
 
 }  // namespace
@@ -49,7 +50,7 @@ DWORD HidDriver::Open() {
         m_open = true;
         m_input.clear();  // a handle gets only reports that come after its opening
         m_mcu->OnSend([weak = weak_from_this()](Micros delay, Bytes report) {
-            hosted::After(delay, [weak, report = std::move(report)] {
+            emulation::After(delay, [weak, report = std::move(report)] {
                 if (const auto self = weak.lock()) {
                     self->Deliver(report);
                 }
@@ -72,25 +73,25 @@ void HidDriver::Unplug() {
 void HidDriver::FailAll(DWORD error) {
     const auto reads = std::exchange(m_reads, {});
     const auto writes = std::exchange(m_writes, {});
-    for (const hosted::RequestPtr& request : reads) {
+    for (const emulation::RequestPtr& request : reads) {
         request->Fail(error);
     }
-    for (const hosted::RequestPtr& request : writes) {
+    for (const emulation::RequestPtr& request : writes) {
         request->Fail(error);
     }
 }
 
-DWORD HidDriver::Start(const hosted::RequestPtr& request) {
+DWORD HidDriver::Start(const emulation::RequestPtr& request) {
     if (m_gone) {
         return ERROR_DEVICE_NOT_CONNECTED;
     }
-    if (request->kind() == hosted::Request::Kind::kControl) {
+    if (request->kind() == emulation::Request::Kind::kControl) {
         return kErrorInvalidFunction;
     }
     if (request->length() != kReportSize) {
         return ERROR_INVALID_PARAMETER;
     }
-    if (request->kind() == hosted::Request::Kind::kRead) {
+    if (request->kind() == emulation::Request::Kind::kRead) {
         if (m_input.empty()) {
             m_reads.push_back(request);
             return ERROR_IO_PENDING;
@@ -101,7 +102,7 @@ DWORD HidDriver::Start(const hosted::RequestPtr& request) {
         return ERROR_SUCCESS;
     }
     m_writes.push_back(request);
-    hosted::After(m_latency, [weak = weak_from_this(), request] {
+    emulation::After(m_latency, [weak = weak_from_this(), request] {
         const auto self = weak.lock();
         if (self == nullptr || !request->Pending()) {
             return;
@@ -124,21 +125,21 @@ void HidDriver::Deliver(const Bytes& report) {
         }
         return;
     }
-    const hosted::RequestPtr request = m_reads.front();
+    const emulation::RequestPtr request = m_reads.front();
     m_reads.pop_front();
     request->Complete(report.data(), std::min(report.size(), request->length()));
 }
 
-void HidDriver::Cancel(const hosted::RequestPtr& request) {
+void HidDriver::Cancel(const emulation::RequestPtr& request) {
     m_reads.erase(std::remove(m_reads.begin(), m_reads.end(), request), m_reads.end());
     m_writes.erase(std::remove(m_writes.begin(), m_writes.end(), request), m_writes.end());
 }
 
-hosted::HidInterface KeyboardInterface() {
+emulation::HidInterface KeyboardInterface() {
     return Interface(kPath, kUsagePage, kUsage, kVendor, kProduct);
 }
 
-std::vector<hosted::HidInterface> DecoyInterfaces() {
+std::vector<emulation::HidInterface> DecoyInterfaces() {
     constexpr std::uint16_t kGenericDesktop = 0x0001;
     constexpr std::uint16_t kGenericKeyboard = 0x0006;
     return {
@@ -157,16 +158,16 @@ std::vector<hosted::HidInterface> DecoyInterfaces() {
     };
 }
 
-void RegisterKeyboard(const std::shared_ptr<hosted::Driver>& driver, bool decoys) {
+void RegisterKeyboard(const std::shared_ptr<emulation::Driver>& driver, bool decoys) {
     const auto inert = std::make_shared<InertDriver>();
     if (decoys) {
-        for (const hosted::HidInterface& decoy : DecoyInterfaces()) {
-            hosted::AddHidInterface(decoy, inert);
+        for (const emulation::HidInterface& decoy : DecoyInterfaces()) {
+            emulation::AddHidInterface(decoy, inert);
         }
     }
-    hosted::AddHidInterface(KeyboardInterface(), driver);
+    emulation::AddHidInterface(KeyboardInterface(), driver);
     if (decoys) {
-        hosted::AddHidInterface(DecoyInterfaces().front(), inert);
+        emulation::AddHidInterface(DecoyInterfaces().front(), inert);
     }
 }
 

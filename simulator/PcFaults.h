@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/LinkDockBackDoor.h"
+#include "platform/services/standin/ClientBackDoor.h"
 #include "simulator/FaultPlan.h"
 
 namespace simulator {

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/hosted/Kernel.h"
+#include "platform/emulation/Kernel.h"
 
 namespace simulator {
 
@@ -19,11 +19,11 @@ std::shared_ptr<PhoneVisit> PhoneVisit::Start(std::shared_ptr<void> owner, TagRa
 }
 
 void PhoneVisit::StepAfter(Micros delay) {
-    hosted::After(delay, [self = shared_from_this()] { self->Step(); });
+    emulation::After(delay, [self = shared_from_this()] { self->Step(); });
 }
 
 void PhoneVisit::Step() {
-    const Micros now = hosted::Now();
+    const Micros now = emulation::Now();
     if (const auto next = m_phone.Step(now)) {
         StepAfter(std::max<Micros>(0, *next - now));
     } else {
@@ -32,7 +32,7 @@ void PhoneVisit::Step() {
 }
 
 void PhoneVisit::TakeAway() {
-    const hosted::DeviceLock lock;
+    const emulation::DeviceLock lock;
     m_phone.TakeAway();
     Step();
 }

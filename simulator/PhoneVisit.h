@@ -1,4 +1,4 @@
-// Calls a Phone from timers of the hosted layer.
+// Calls a Phone from timers of the emulation.
 #pragma once
 
 #include <atomic>
@@ -12,7 +12,7 @@ namespace simulator {
 constexpr Micros kUntilTakenAway = 365LL * 24 * 3600 * 1000 * kMilli;
 
 /// One visit of a phone. The phone and its report run on timers of the layer, under
-/// hosted::DeviceLock; the report must not block. The visit goes on without its owner's pointer.
+/// emulation::DeviceLock; the report must not block. The visit goes on without its owner's pointer.
 class PhoneVisit : public std::enable_shared_from_this<PhoneVisit> {
   public:
     /// Any thread. `owner` keeps the tag alive until the phone has gone.
@@ -20,7 +20,7 @@ class PhoneVisit : public std::enable_shared_from_this<PhoneVisit> {
                                              Micros enterAfter, Micros stay,
                                              Phone::Reporter report);
 
-    /// Takes the phone away at once. Any thread, with hosted::DeviceLock or without.
+    /// Takes the phone away at once. Any thread, with emulation::DeviceLock or without.
     void TakeAway();
     /// True once the phone has left. Any thread.
     bool Gone() const { return m_gone; }
@@ -33,7 +33,7 @@ class PhoneVisit : public std::enable_shared_from_this<PhoneVisit> {
     void Step();
 
     std::shared_ptr<void> m_owner;
-    Phone m_phone;  // under hosted::DeviceLock
+    Phone m_phone;  // under emulation::DeviceLock
     std::atomic<bool> m_gone{false};
 };
 

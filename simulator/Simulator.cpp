@@ -1,4 +1,4 @@
-// The public simulator: a thin layer over SimulatedPc, the hosted layer and the stand-in logger.
+// The public simulator: a thin layer over Pc, the emulation and the stand-in logger.
 #include <tagport/Simulator.h>
 
 #include <algorithm>
@@ -11,9 +11,9 @@
 #include <utility>
 
 #include "platform/NeverDestroyed.h"
-#include "platform/TraceLog.h"
-#include "platform/hosted/Kernel.h"
-#include "simulator/SimulatedPc.h"
+#include "platform/emulation/Kernel.h"
+#include "platform/services/TraceLog.h"
+#include "simulator/Pc.h"
 
 namespace tagport {
 
@@ -25,7 +25,7 @@ static_assert(kKeyboardAddress == simulator::kDefaultBleAddress);
 static_assert(kUntilTakenAway.count() == simulator::kUntilTakenAway);
 
 // The condition of a wait in real time is looked at so often.
-constexpr hosted::Micros kPollInterval = hosted::kMillisecond;
+constexpr emulation::Micros kPollInterval = emulation::kMillisecond;
 
 // Parts of the media-type record's payload.
 constexpr std::size_t kPayloadSize = 44;
@@ -33,7 +33,7 @@ constexpr std::ptrdiff_t kMacOffset = 2;
 constexpr std::ptrdiff_t kNumberOffset = 8;
 constexpr std::ptrdiff_t kModelOffset = 40;
 
-hosted::Micros Span(Time time) {
+emulation::Micros Span(Time time) {
     if (time < Time::zero()) {
         throw std::invalid_argument("a span of time is negative: " + std::to_string(time.count()) +
                                     " us");
@@ -41,7 +41,7 @@ hosted::Micros Span(Time time) {
     return std::min(time, kWithoutEnd).count();
 }
 
-hosted::Micros SpanWithEnd(Time time) {
+emulation::Micros SpanWithEnd(Time time) {
     if (time >= kWithoutEnd) {
         throw std::invalid_argument("a span of time has no end: " + std::to_string(time.count()) +
                                     " us");
@@ -67,7 +67,7 @@ void TakeLine(int level, const std::wstring& line, void* /*context*/) {
     std::string text(line.size(), '\0');  // the library widens byte by byte
     std::transform(line.begin(), line.end(), text.begin(),
                    [](wchar_t unit) { return static_cast<char>(unit); });
-    const Time now(hosted::Now());
+    const Time now(emulation::Now());
     const std::lock_guard<std::mutex> guard(g_record.value.mutex);
     if (g_record.value.wanted) {
         g_record.value.lines.push_back({now, level, std::move(text)});
@@ -137,37 +137,37 @@ class OnlyPc {
 }  // namespace
 
 void UseScheduledClock(std::uint64_t seed) {
-    if (hosted::IsUsed()) {
+    if (emulation::IsUsed()) {
         throw std::logic_error(
             "UseScheduledClock must come once, before the first use of library and simulator");
     }
-    hosted::ScheduledOptions options;
+    emulation::ScheduledOptions options;
     options.seed = seed;
-    hosted::UseScheduledClock(options);
+    emulation::UseScheduledClock(options);
 }
 
 Time Now() {
-    return Time(hosted::Now());
+    return Time(emulation::Now());
 }
 
 void Advance(Time time) {
-    hosted::WaitFor([] { return false; }, SpanWithEnd(time), "Advance");
+    emulation::WaitFor([] { return false; }, SpanWithEnd(time), "Advance");
 }
 
 bool WaitFor(const std::function<bool()>& condition, Time limit) {
     RequireFunction(condition != nullptr);
-    const hosted::Micros span = Span(limit);
-    if (hosted::IsScheduled()) {
-        return hosted::WaitFor(condition, span, "WaitFor");
+    const emulation::Micros span = Span(limit);
+    if (emulation::IsScheduled()) {
+        return emulation::WaitFor(condition, span, "WaitFor");
     }
     // In real time a condition may depend on threads that the layer does not know.
-    const hosted::Micros begin = hosted::Now();
+    const emulation::Micros begin = emulation::Now();
     while (!condition()) {
-        const hosted::Micros left = span - (hosted::Now() - begin);
+        const emulation::Micros left = span - (emulation::Now() - begin);
         if (left <= 0) {
             return false;
         }
-        hosted::WaitFor([] { return false; }, std::min(left, kPollInterval), "WaitFor");
+        emulation::WaitFor([] { return false; }, std::min(left, kPollInterval), "WaitFor");
     }
     return true;
 }
@@ -189,7 +189,7 @@ void StartThread(std::function<void()> body) {
 }
 
 LiveCounts Live() {
-    const hosted::LiveCounts live = hosted::Live();
+    const emulation::LiveCounts live = emulation::Live();
     return {live.handles, live.threads, live.requests};
 }
 
@@ -261,7 +261,7 @@ struct SimulatedPc::Impl {
 
     std::vector<PcRoute> routes;
     OnlyPc only;
-    simulator::SimulatedPc pc;
+    simulator::Pc pc;
 };
 
 SimulatedPc::SimulatedPc(Route route, const std::string& chip)
@@ -274,7 +274,7 @@ SimulatedPc::~SimulatedPc() = default;
 
 PhoneReading SimulatedPc::Tap(Time stay) {
     const SimulatedPhone phone = BringPhone(Time(SpanWithEnd(stay)));
-    hosted::WaitFor([&] { return phone.Gone(); }, hosted::kForever, "the phone of Tap");
+    emulation::WaitFor([&] { return phone.Gone(); }, emulation::kForever, "the phone of Tap");
     return phone.Reading().value();  // a phone that leaves has read or failed
 }
 

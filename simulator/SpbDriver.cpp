@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/hosted/Kernel.h"
+#include "platform/emulation/Kernel.h"
 
 namespace simulator {
 
@@ -12,7 +12,7 @@ namespace {
 
 constexpr DWORD kErrorInvalidFunction = 1;  // the result of an unknown control code
 
-void Remove(std::vector<hosted::RequestPtr>& requests, const hosted::RequestPtr& request) {
+void Remove(std::vector<emulation::RequestPtr>& requests, const emulation::RequestPtr& request) {
     requests.erase(std::remove(requests.begin(), requests.end(), request), requests.end());
 }
 
@@ -47,19 +47,19 @@ void SpbDriver::Unplug() {
 }
 
 void SpbDriver::FailAll(DWORD error) {
-    std::vector<hosted::RequestPtr> all = std::exchange(m_transfers, {});
+    std::vector<emulation::RequestPtr> all = std::exchange(m_transfers, {});
     all.insert(all.end(), m_waits.begin(), m_waits.end());
     m_waits.clear();
-    for (const hosted::RequestPtr& request : all) {
+    for (const emulation::RequestPtr& request : all) {
         request->Fail(error);
     }
 }
 
-DWORD SpbDriver::Start(const hosted::RequestPtr& request) {
+DWORD SpbDriver::Start(const emulation::RequestPtr& request) {
     if (m_gone) {
         return ERROR_DEVICE_NOT_CONNECTED;
     }
-    const bool isControl = request->kind() == hosted::Request::Kind::kControl;
+    const bool isControl = request->kind() == emulation::Request::Kind::kControl;
     if (isControl && request->controlCode() == kControlInterrupt) {
         m_waits.push_back(request);
         if ((m_latched || m_chip->Bus().InterruptAsserted()) && !m_deliveryDue) {
@@ -79,7 +79,7 @@ DWORD SpbDriver::Start(const hosted::RequestPtr& request) {
         ++m_violations;
     }
     m_transfers.push_back(request);
-    hosted::After(m_busLatency, [weak = weak_from_this(), request] {
+    emulation::After(m_busLatency, [weak = weak_from_this(), request] {
         const auto self = weak.lock();
         if (self != nullptr && request->Pending()) {
             self->Finish(request);
@@ -88,22 +88,22 @@ DWORD SpbDriver::Start(const hosted::RequestPtr& request) {
     return ERROR_IO_PENDING;
 }
 
-void SpbDriver::Finish(const hosted::RequestPtr& request) {
+void SpbDriver::Finish(const emulation::RequestPtr& request) {
     Remove(m_transfers, request);
     m_transferSinceInterrupt = true;
-    const Micros now = hosted::Now();
+    const Micros now = emulation::Now();
     switch (request->kind()) {
-        case hosted::Request::Kind::kControl:
+        case emulation::Request::Kind::kControl:
             request->Complete(nullptr, 0);
             break;
-        case hosted::Request::Kind::kWrite:
+        case emulation::Request::Kind::kWrite:
             if (m_chip->Bus().Write(now, request->data())) {
                 request->Complete(nullptr, request->length());
             } else {
                 request->Fail(ERROR_IO_DEVICE);
             }
             break;
-        case hosted::Request::Kind::kRead:
+        case emulation::Request::Kind::kRead:
             if (const auto bytes = m_chip->Bus().Read(now, request->length())) {
                 request->Complete(bytes->data(), bytes->size());
             } else {
@@ -125,7 +125,7 @@ void SpbDriver::InterruptRaised() {
 void SpbDriver::DeliverInterrupt(Micros after) {
     m_deliveryDue = true;
     m_transferSinceInterrupt = false;
-    hosted::After(after, [weak = weak_from_this()] {
+    emulation::After(after, [weak = weak_from_this()] {
         const auto self = weak.lock();
         if (self == nullptr) {
             return;
@@ -135,13 +135,13 @@ void SpbDriver::DeliverInterrupt(Micros after) {
             self->m_latched = true;  // the wait was cancelled; the next one gets the interrupt
             return;
         }
-        const hosted::RequestPtr request = self->m_waits.front();
+        const emulation::RequestPtr request = self->m_waits.front();
         self->m_waits.erase(self->m_waits.begin());
         request->Complete(nullptr, 0);
     });
 }
 
-void SpbDriver::Cancel(const hosted::RequestPtr& request) {
+void SpbDriver::Cancel(const emulation::RequestPtr& request) {
     Remove(m_transfers, request);
     Remove(m_waits, request);
 }

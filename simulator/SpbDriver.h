@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/hosted/Driver.h"
+#include "platform/emulation/Driver.h"
 #include "simulator/Chip.h"
 
 namespace simulator {
@@ -20,17 +20,17 @@ constexpr Micros kDefaultBusLatency = 30;        ///< from a transfer's start to
 /// keeps a host that never reads the cause from being interrupted without a pause.
 constexpr Micros kAssertedInterruptGap = 10 * kMilli;
 
-class SpbDriver : public hosted::Driver, public std::enable_shared_from_this<SpbDriver> {
+class SpbDriver : public emulation::Driver, public std::enable_shared_from_this<SpbDriver> {
   public:
     explicit SpbDriver(std::shared_ptr<Chip> chip, Micros busLatency = kDefaultBusLatency);
     ~SpbDriver() override;
 
     DWORD Open() override;
     void Close() override;
-    DWORD Start(const hosted::RequestPtr& request) override;
-    void Cancel(const hosted::RequestPtr& request) override;
+    DWORD Start(const emulation::RequestPtr& request) override;
+    void Cancel(const emulation::RequestPtr& request) override;
 
-    // The back door; under hosted::DeviceLock.
+    // The back door; under emulation::DeviceLock.
 
     /// Fails what is pending and everything from now on with ERROR_DEVICE_NOT_CONNECTED.
     void Unplug();
@@ -44,17 +44,17 @@ class SpbDriver : public hosted::Driver, public std::enable_shared_from_this<Spb
     std::size_t WaitsPending() const { return m_waits.size(); }
 
   private:
-    void Finish(const hosted::RequestPtr& request);
+    void Finish(const emulation::RequestPtr& request);
     void InterruptRaised();
     void DeliverInterrupt(Micros after);
     void FailAll(DWORD error);
 
     std::shared_ptr<Chip> m_chip;
     Micros m_busLatency;
-    std::vector<hosted::RequestPtr> m_transfers;  // reads, writes and open requests under way
-    std::vector<hosted::RequestPtr> m_waits;      // interrupt waits, oldest first
-    bool m_latched = false;                       // an edge came while nobody waited
-    bool m_deliveryDue = false;                   // a timer that ends the oldest wait runs
+    std::vector<emulation::RequestPtr> m_transfers;  // reads, writes and open requests under way
+    std::vector<emulation::RequestPtr> m_waits;      // interrupt waits, oldest first
+    bool m_latched = false;                          // an edge came while nobody waited
+    bool m_deliveryDue = false;                      // a timer that ends the oldest wait runs
     bool m_transferSinceInterrupt = true;
     bool m_gone = false;
     std::size_t m_violations = 0;

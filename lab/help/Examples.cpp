@@ -1,8 +1,8 @@
 #include <array>
 
 #include "lab/System.h"
-#include "lab/help/Grammar.h"
 #include "lab/help/Help.h"
+#include "lab/help/ScriptHelp.h"
 
 namespace lab {
 

@@ -1,7 +1,7 @@
 #include <algorithm>
 
-#include "lab/help/Grammar.h"
 #include "lab/help/Help.h"
+#include "lab/help/ScriptHelp.h"
 
 namespace lab {
 

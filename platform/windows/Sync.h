@@ -1,4 +1,4 @@
-// Locks of the Windows build: those of the standard library, under the names that the hosted layer
+// Locks of the Windows build: those of the standard library, under the names that the emulation
 // uses as well.
 #pragma once
 
@@ -9,7 +9,7 @@
 
 namespace platform {
 
-/// Holds a mutex for a scope. The rank is for the hosted layer's checks.
+/// Holds a mutex for a scope. The rank is for the emulation's checks.
 class TAGPORT_SCOPED_LOCK Lock {
   public:
     explicit Lock(Mutex& mutex) TAGPORT_ACQUIRE(mutex) : m_lock(mutex.native()) {}

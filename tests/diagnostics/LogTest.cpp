@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/TraceLog.h"
+#include "platform/services/TraceLog.h"
 
 namespace {
 

@@ -25,7 +25,7 @@ void ExpectVisit(PcWithHost& setup) {
     expected.insert(expected.end(), {3, 1});
     setup.pc.TapPhone(0, kSecond);
     EXPECT_TRUE(PcWithHost::WaitForEvents(expected.size(), 20 * kSecond))
-        << hosted::DescribeThreads();
+        << emulation::DescribeThreads();
     PcWithHost::Pass(kSecond);
     EXPECT_EQ(EventNumbers(), expected);
 }
@@ -37,7 +37,7 @@ TEST(Stop, IsNotUndoneByACreationBeforeTheThreadHasSeenIt) {
     WaitingPc setup(PcRoute::kUsb);
     bool release = false;
     ReactToEvents([&](const ReceivedEvent& /*event*/) {
-        hosted::WaitFor([&] { return release; }, hosted::kForever, "the host");
+        emulation::WaitFor([&] { return release; }, emulation::kForever, "the host");
     });
     setup.pc.chip()->BackDoor().RaiseInterrupt();
     ASSERT_TRUE(PcWithHost::WaitForEvents(1, kSecond));
@@ -83,11 +83,11 @@ TEST(FailedWait, EndsTheThreadOnce) {
 
 // Passes everything on to `inner`, but ends requests of the event threads when `inner` would not:
 // with `report` when they are cancelled, or in the call that starts one.
-struct EarlyEnds : hosted::Driver {
-    explicit EarlyEnds(hosted::Driver& inner) : inner(inner) {}
+struct EarlyEnds : emulation::Driver {
+    explicit EarlyEnds(emulation::Driver& inner) : inner(inner) {}
     DWORD Open() override { return inner.Open(); }
     void Close() override { inner.Close(); }
-    DWORD Start(const hosted::RequestPtr& request) override {
+    DWORD Start(const emulation::RequestPtr& request) override {
         if (request->controlCode() == simulator::kControlInterrupt &&
             std::exchange(atOnce, false)) {
             request->Complete(nullptr, 0);
@@ -95,11 +95,11 @@ struct EarlyEnds : hosted::Driver {
         }
         return inner.Start(request);
     }
-    void Cancel(const hosted::RequestPtr& request) override {
+    void Cancel(const emulation::RequestPtr& request) override {
         inner.Cancel(request);
         request->Complete(report.data(), report.size());
     }
-    hosted::Driver& inner;
+    emulation::Driver& inner;
     simulator::Bytes report;
     bool atOnce = false;  // the next interrupt wait
 };
@@ -109,7 +109,7 @@ TEST(FailedWait, IsTriedAgainByTheNextWrite) {
     PcWithHost setup({PcRoute::kUsb});
     const auto driver = std::make_shared<EarlyEnds>(*setup.pc.spb());
     driver->atOnce = true;
-    hosted::AddDevice(simulator::kUsbDriverPath, driver);
+    emulation::AddDevice(simulator::kUsbDriverPath, driver);
     setup.Start();
     EXPECT_TRUE(PcWithHost::WaitForThreads(1));
     EXPECT_TRUE(HasInOrder(setup.log, {"NFC DeviceIoControl Failed: 0", kReturned}));
@@ -124,7 +124,7 @@ void ThreeTimes(PcRoute route, void (*act)(PcWithHost&)) {
     ForEachSeed(100, [route, act] {
         WaitingPc setup(route, "fm11nt082c");
         setup.log.Announce("NFC ReadKeyboardData ReadFile error 0x6");  // between close and open
-        const hosted::LiveCounts before = hosted::Live();
+        const emulation::LiveCounts before = emulation::Live();
         for (int round = 0; round < 3; ++round) {
             act(setup);
         }
@@ -132,7 +132,7 @@ void ThreeTimes(PcRoute route, void (*act)(PcWithHost&)) {
         ExpectVisit(setup);
         EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x51)), 0);
         PcWithHost::Pass(kSecond);
-        const hosted::LiveCounts after = hosted::Live();
+        const emulation::LiveCounts after = emulation::Live();
         EXPECT_LE(after.handles, before.handles);
         EXPECT_LE(after.threads, before.threads);
         EXPECT_LE(after.requests, before.requests);
@@ -153,8 +153,8 @@ TEST(ThreeTimes, AStopAndAtOnceAStart) {
 TEST(ThreeTimes, AStopInPassing) {
     ThreeTimes(PcRoute::kUsb, [](PcWithHost& setup) {
         NfcManager::Create(setup.NewMessage(), &PcWithHost::Listen);  // and lets go of it
-        for (auto steps = hosted::Random() % 6; steps > 0; --steps) {
-            hosted::Yield();
+        for (auto steps = emulation::Random() % 6; steps > 0; --steps) {
+            emulation::Yield();
         }
         const auto message = setup.NewMessage();
         message->SetUrl(std::string(253, 'u'));
@@ -182,11 +182,11 @@ void StartWhileTheThreadEnds(PcWithHost& setup, const char* lastLine,
     setup.log.OnLine([&](const std::string& text) {
         if (text == lastLine) {
             ending = true;
-            hosted::WaitFor([&] { return started; }, 60 * kSecond, "the start");
+            emulation::WaitFor([&] { return started; }, 60 * kSecond, "the start");
         }
     });
     NfcManager::Create(setup.NewMessage(), &PcWithHost::Listen);  // and lets go of it
-    EXPECT_TRUE(hosted::WaitFor([&] { return ending; }, kSecond, "the end of the loop"));
+    EXPECT_TRUE(emulation::WaitFor([&] { return ending; }, kSecond, "the end of the loop"));
     start();
     started = true;
     PcWithHost::Pass(kSecond);
@@ -197,10 +197,10 @@ TEST(RestartedThread, KeepsItsEvent) {
     WaitingPc setup(PcRoute::kUsb);
     StartWhileTheThreadEnds(setup, kReturned, [&setup] {
         EXPECT_TRUE(setup.manager->DeviceInit());
-        const RefusedCalls refused(hosted::Call::kCreateEvent);
+        const RefusedCalls refused(emulation::Call::kCreateEvent);
         EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
     });
-    EXPECT_EQ(hosted::Live().threads, 2U) << "the write has succeeded, so the threads must live";
+    EXPECT_EQ(emulation::Live().threads, 2U) << "the write has succeeded, so the threads must live";
     ExpectVisit(setup);
 }
 
@@ -209,12 +209,12 @@ TEST(RestartedThread, HandlesWhatCameBeforeTheCancellation) {
         ForEachSeed(1, [isUsb = route == PcRoute::kUsb, route] {
             PcWithHost setup({route});
             const auto driver = std::make_shared<EarlyEnds>(
-                isUsb ? static_cast<hosted::Driver&>(*setup.pc.spb()) : *setup.pc.hid());
+                isUsb ? static_cast<emulation::Driver&>(*setup.pc.spb()) : *setup.pc.hid());
             if (isUsb) {
-                hosted::AddDevice(simulator::kUsbDriverPath, driver);
+                emulation::AddDevice(simulator::kUsbDriverPath, driver);
             } else {
                 driver->report = {0, 0, 0, 0, 0, simulator::kTypeField, 0x6E, 0xE6};
-                hosted::AddHidInterface(simulator::KeyboardInterface(), driver);
+                emulation::AddHidInterface(simulator::KeyboardInterface(), driver);
             }
             setup.Start();
             const char* const lastLine = isUsb ? kReturned : "NFC ReadKeyboardDataThread return";
@@ -236,26 +236,27 @@ TEST(ClosedDevice, HasItsRequestsCancelledBeforeAndNeverAfterwards) {
             unsigned closed = 0;
             unsigned cancelledBefore = 0;
             unsigned cancelsAfter = 0;  // calls of the event threads
-            hosted::SetTracer([&](const hosted::TraceEvent& event) {
-                using Kind = hosted::TraceEvent::Kind;
+            emulation::SetTracer([&](const emulation::TraceEvent& event) {
+                using Kind = emulation::TraceEvent::Kind;
                 closed += event.kind == Kind::kClose ? 1 : 0;
                 cancelledBefore += event.kind == Kind::kCancel && closed == 0 ? 1 : 0;
             });
-            const auto countCancels = [&, host = hosted::CurrentThread()](
-                                          hosted::Call call, hosted::ThreadId thread) -> DWORD {
-                const bool cancels = call == hosted::Call::kCancelIoEx && thread != host;
+            const auto countCancels = [&, host = emulation::CurrentThread()](
+                                          emulation::Call call,
+                                          emulation::ThreadId thread) -> DWORD {
+                const bool cancels = call == emulation::Call::kCancelIoEx && thread != host;
                 cancelsAfter += cancels && closed > 0 ? 1 : 0;
                 return 0;
             };
-            hosted::SetCallHook(countCancels);
+            emulation::SetCallHook(countCancels);
             if (route == PcRoute::kUsb) {
                 setup.SetFaults("write#1+=fail:31");
             }
             EXPECT_EQ(setup.manager->DeviceInit(), route == PcRoute::kHid);
             PcWithHost::Pass(kSecond);
             setup.log.TakeUnannounced();  // of the failed start
-            hosted::SetTracer({});
-            hosted::SetCallHook({});
+            emulation::SetTracer({});
+            emulation::SetCallHook({});
             EXPECT_GT(closed, 0U);
             EXPECT_EQ(cancelledBefore, 1U);
             EXPECT_EQ(cancelsAfter, 0U) << "CancelIoEx with the number of a closed handle";
@@ -284,15 +285,15 @@ TEST(Copies, ShareEverythingUntilTheLastOneGoes) {
 
 // The stop falls between the end of a visit and another interrupt.
 TEST(Stop, AtTheEndOfAVisitLeavesNoEnterWithoutItsLeave) {
-    hosted::ScheduledOptions options;
+    emulation::ScheduledOptions options;
     options.maxLateness = kMillisecond;
     ForEachSeed(
         300,
         [] {
             StartedPc setup({PcRoute::kUsb});
             auto& door = setup.pc.chip()->BackDoor();
-            hosted::After(0, [&] { door.RaiseInterrupt(); });
-            hosted::After(350 * kMillisecond, [&] { door.RaiseInterrupt(); });
+            emulation::After(0, [&] { door.RaiseInterrupt(); });
+            emulation::After(350 * kMillisecond, [&] { door.RaiseInterrupt(); });
             PcWithHost::Pass(350 * kMillisecond);
             setup.manager.reset();
             PcWithHost::Pass(10 * kSecond);
@@ -313,18 +314,18 @@ TEST(RestartedThread, OfAKeyboardSurvivesAStartDuringItsPass) {
         setup.log.OnLine([&](const std::string& text) {
             arrived = arrived || text == "NFC Interrupt arrive";
             if (text == "NFC Wait For KeyboardData" && arrived && !started) {
-                hosted::WaitFor([&] { return started; }, 60 * kSecond, "the start");
+                emulation::WaitFor([&] { return started; }, 60 * kSecond, "the start");
             }
         });
         setup.pc.TapPhone(0, 60 * kSecond);
-        hosted::WaitFor([&] { return arrived; }, kSecond, "a report");
-        for (auto steps = hosted::Random() % 8; steps > 0; --steps) {
-            hosted::Yield();
+        emulation::WaitFor([&] { return arrived; }, kSecond, "a report");
+        for (auto steps = emulation::Random() % 8; steps > 0; --steps) {
+            emulation::Yield();
         }
         EXPECT_TRUE(setup.StartDevices(*setup.manager));
         started = true;
         PcWithHost::Pass(kSecond);
-        EXPECT_EQ(hosted::Live().threads, 2U) << hosted::DescribeThreads();
+        EXPECT_EQ(emulation::Live().threads, 2U) << emulation::DescribeThreads();
         setup.log.OnLine({});
     });
 }

@@ -40,11 +40,11 @@ struct VisitDesk : StartedPc {
     // From now on.
     void Raise(const Interrupts& interrupts) {
         for (const Interrupt& one : interrupts) {
-            hosted::After(one.atMs * kMillisecond, [one, &door = pc.chip()->BackDoor()] {
+            emulation::After(one.atMs * kMillisecond, [one, &door = pc.chip()->BackDoor()] {
                 if (one.status == 0) {
                     door.RaiseInterrupt();
                 } else {
-                    door.RaiseStatus(hosted::Now(), one.status, one.para1);
+                    door.RaiseStatus(emulation::Now(), one.status, one.para1);
                 }
             });
         }
@@ -169,13 +169,14 @@ TEST(MissingListener, LeavesAVisitUnopenedButEndsOne) {
     EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 3, 1}));
 }
 
-constexpr hosted::Micros kStay = 60 * kSecond;
+constexpr emulation::Micros kStay = 60 * kSecond;
 
-void StayWhileTheHost(bool writes, PcRoute route, const std::string& chip, hosted::Micros actAtMs) {
+void StayWhileTheHost(bool writes, PcRoute route, const std::string& chip,
+                      emulation::Micros actAtMs) {
     StartedPc setup({route}, chip);
     // Of a phone whose visit has been given up before it leaves.
     setup.log.Announce("NFC LeaveField(2), interrupt First?: 1");
-    const hosted::Micros leave = hosted::Now() + kStay;
+    const emulation::Micros leave = emulation::Now() + kStay;
     setup.pc.TapPhone(0, kStay);
     PcWithHost::Pass(actAtMs * kMillisecond);
     std::shared_ptr<NfcManager> second;
@@ -204,7 +205,7 @@ TEST(StayingPhone, GivesAtMostOneFurtherPairForAWriteOrACreation) {
                                                            {PcRoute::kUsb, "fm11nt081"},
                                                            {PcRoute::kI2c, "fanli"}};
     for (const auto& [route, chip] : peripherals) {
-        for (const hosted::Micros actAtMs : {500, 600, 700, 800}) {
+        for (const emulation::Micros actAtMs : {500, 600, 700, 800}) {
             SCOPED_TRACE(chip + (", after " + std::to_string(actAtMs)) + " ms");
             for (const bool writes : {true, false}) {
                 ForEachSeed(1, [&, route = route, chip = chip] {

@@ -16,7 +16,7 @@
 #include "lab/ImageNotes.h"
 #include "lab/Recorder.h"
 #include "lab/Script.h"
-#include "lab/help/Grammar.h"
+#include "lab/help/ScriptHelp.h"
 
 namespace {
 

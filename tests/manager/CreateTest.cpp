@@ -2,7 +2,7 @@
 #include "events/DriverThreads.h"
 #include "events/EventState.h"
 #include "events/Visit.h"
-#include "routes/HidReports.h"
+#include "routes/KeyboardReadThread.h"
 #include "routes/RouteState.h"
 #include "tests/manager/ManagerAccess.h"
 #include "tests/support/PcWithHost.h"
@@ -103,7 +103,7 @@ TEST(Create, OperationsOfAManagerThatWasNotInitialized) {
     EXPECT_EQ(Renew(empty, NumberOf(9)), -1);
     EXPECT_EQ(NfcManager::WriteRandThread(&empty), 0xFFFFFFFF);
     EXPECT_EQ(NfcManager::WriteRandThread(nullptr), 0xFFFFFFFF);
-    EXPECT_EQ(hosted::Live().threads, 0U);
+    EXPECT_EQ(emulation::Live().threads, 0U);
     EXPECT_EQ(staticCallback, nullptr);
     EXPECT_EQ(Joined(log.TakeUnannounced()),
               "RegisterListener failed, WriteMessage msg nullptr, "
@@ -126,7 +126,7 @@ TEST(Create, OperationsWithoutADevice) {
     const auto manager = NfcManager::Create(MessageWith(50, 5), &PcWithHost::Listen);
     EXPECT_EQ(ResultsOf(*manager), (std::vector{-1, -1, 0, 0, 0, 0, 0, 0, 0, 1}));
     EXPECT_EQ(staticCallback, &OtherListener);
-    EXPECT_EQ(hosted::Now(), 1800 * kMillisecond) << "a pause after each failed attempt";
+    EXPECT_EQ(emulation::Now(), 1800 * kMillisecond) << "a pause after each failed attempt";
     EXPECT_EQ(Joined(log.TakeUnannounced()),
               "WriteMessage msg nullptr, spbDriverOps == nullptr, "
               "ReadMessage ReadNfcContent failed, " +

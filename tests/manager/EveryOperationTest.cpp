@@ -50,11 +50,11 @@ void EveryOperation(std::uint64_t seed, std::uint64_t managers) {
         all.push_back(NfcManager::Create(setup.NewMessage(), &ReadingListener));
     }
     std::atomic<unsigned> running{kThreads};
-    const hosted::Micros until = hosted::Now() + kSecond;
+    const emulation::Micros until = emulation::Now() + kSecond;
     for (unsigned i = 0; i < kThreads; ++i) {
         std::mt19937_64 random(seed * kThreads + i);
         OnThread([&, manager = all[i % managers], random]() mutable {
-            while (hosted::Now() < until) {
+            while (emulation::Now() < until) {
                 DoAny(setup, *manager, random());
             }
             manager.reset();
@@ -63,20 +63,20 @@ void EveryOperation(std::uint64_t seed, std::uint64_t managers) {
     }
     all.clear();
     // A Bluetooth answer that never comes takes its three seconds for each of those who queue.
-    EXPECT_TRUE(hosted::WaitFor([&] { return running == 0; }, 600 * kSecond, "callers"))
-        << hosted::DescribeThreads();
+    EXPECT_TRUE(emulation::WaitFor([&] { return running == 0; }, 600 * kSecond, "callers"))
+        << emulation::DescribeThreads();
     setup.manager->BtDisconnect(kDefaultBleAddress);
     ASSERT_TRUE(setup.manager->DeviceInit());
     setup.manager->RegisterListener(&PcWithHost::Listen);
     EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x77)), 0);
     EXPECT_EQ(setup.NumberOnChip(), NumberOf(0x77));
     setup.pc.TapPhone(0, 100 * kMillisecond);
-    EXPECT_TRUE(PcWithHost::WaitForEvents(2, 20 * kSecond)) << hosted::DescribeThreads();
+    EXPECT_TRUE(PcWithHost::WaitForEvents(2, 20 * kSecond)) << emulation::DescribeThreads();
     setup.manager.reset();
     // The device stays, and the deferred call thread.
-    EXPECT_TRUE(hosted::WaitFor([] { return hosted::Live().handles <= 2; }, kSecond, "ends"))
-        << hosted::DescribeThreads();
-    EXPECT_EQ(hosted::Live().requests, 0U);
+    EXPECT_TRUE(emulation::WaitFor([] { return emulation::Live().handles <= 2; }, kSecond, "ends"))
+        << emulation::DescribeThreads();
+    EXPECT_EQ(emulation::Live().requests, 0U);
     setup.log.TakeUnannounced();  // any of them may come
 }
 
@@ -86,7 +86,7 @@ TEST(EveryOperation, OnTheRealClock) {
 }
 
 TEST(EveryOperation, UnderManySeeds) {
-    ForEachSeed(100, [] { EveryOperation(hosted::Random(), 1 + hosted::Random() % 2); });
+    ForEachSeed(100, [] { EveryOperation(emulation::Random(), 1 + emulation::Random() % 2); });
 }
 
 }  // namespace

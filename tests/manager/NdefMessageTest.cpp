@@ -7,7 +7,7 @@
 #include <fstream>
 #include <random>
 
-#include "platform/hosted/Kernel.h"
+#include "platform/emulation/Kernel.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/NoArray.h"
 
@@ -147,13 +147,14 @@ TEST_F(UriConfig, ChangesNothingWithoutBothValues) {
 
 TEST_F(UriConfig, ChangesNothingWithoutACurrentDirectory) {
     std::ofstream(kFile) << kGood;
-    hosted::SetCurrentDirectoryForTests(L"C:\\" + std::wstring(257, L'd'));
+    emulation::SetCurrentDirectoryForTests(L"C:\\" + std::wstring(257, L'd'));
     const std::string call = "NFC - GetCurrentDirectoryW";
     ExpectInit('5', kOld, {call + ":buffer too small, need 261 characters.", kNoUris[0]});
-    hosted::SetCallHook([](hosted::Call, hosted::ThreadId) { return ERROR_ACCESS_DENIED; });
+    emulation::SetCallHook(
+        [](emulation::Call, emulation::ThreadId) { return ERROR_ACCESS_DENIED; });
     ExpectInit('5', kOld, {call + " failed (5).", kNoUris[0]});
-    hosted::SetCallHook({});
-    hosted::SetCurrentDirectoryForTests(L"");
+    emulation::SetCallHook({});
+    emulation::SetCurrentDirectoryForTests(L"");
 }
 
 TEST_F(UriConfig, CutsAndRefusesLongValues) {

@@ -34,15 +34,16 @@ void Hold(DWORD milliseconds = 20'000, platform::Mutex& mutex = NumberThreadMute
 
 TEST(RandomNumber, ReachesTheTagWithoutKeepingTheHost) {
     TagWithNumber setup;
-    const hosted::ThreadId host = hosted::CurrentThread();
-    setup.log.OnLine(
-        [host](const std::string& /*text*/) { Sleep(hosted::CurrentThread() == host ? 0 : 200); });
+    const emulation::ThreadId host = emulation::CurrentThread();
+    setup.log.OnLine([host](const std::string& /*text*/) {
+        Sleep(emulation::CurrentThread() == host ? 0 : 200);
+    });
     OnThread([&setup] { EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x22)), 0); });
     for (std::uint8_t fill = 0x31; fill < 0x41; ++fill) {
         PcWithHost::Pass(150 * kMillisecond);
-        const hosted::Micros before = hosted::Now();
+        const emulation::Micros before = emulation::Now();
         EXPECT_EQ(setup.Give(fill), 0);
-        EXPECT_EQ(hosted::Now(), before) << "however long a write and its log take";
+        EXPECT_EQ(emulation::Now(), before) << "however long a write and its log take";
     }
     EXPECT_NE(setup.NumberOnChip(), NumberOf(0x40));
     EXPECT_EQ(setup.OnChipInTheEnd(), NumberOf(0x40));
@@ -52,7 +53,7 @@ TEST(RandomNumber, ReachesTheTagWithoutKeepingTheHost) {
 TEST(RandomNumber, StaysAsItWasWithoutAThreadToWriteIt) {
     TagWithNumber setup;
     {
-        const RefusedCalls refused(hosted::Call::kCreateThread);
+        const RefusedCalls refused(emulation::Call::kCreateThread);
         EXPECT_EQ(setup.Give(0x41), -1);
     }
     EXPECT_EQ(setup.log.TakeUnannounced(), Texts{"WriteRandNum CreateThread failed - 8"});
@@ -102,7 +103,7 @@ TEST(RandomNumber, OutlivesTheHostsLastPointer) {
             EXPECT_TRUE(PcWithHost::WaitForThreads(1)) << "the deferred call thread stays";
             EXPECT_EQ(setup.NumberOnChip(), NumberOf(fill));
             EXPECT_EQ(setup.log.Count("LocalWriteRand ReadRandNum Successful"), 1U);
-            EXPECT_LE(hosted::Live().handles, 2U) << "the device's and that thread's";
+            EXPECT_LE(emulation::Live().handles, 2U) << "the device's and that thread's";
             setup.log.Clear();
         }
     });

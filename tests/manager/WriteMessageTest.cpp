@@ -1,7 +1,7 @@
 // Puts a message on the tag: what is merged and checked, what a failed step leaves, and what
 // another thread does meanwhile.
 #include "chip/NfcDeviceContext.h"
-#include "platform/LinkDockBackDoor.h"
+#include "platform/services/standin/ClientBackDoor.h"
 #include "tagimage/NfcData.h"
 #include "tests/manager/ManagerAccess.h"
 #include "tests/support/PcWithHost.h"
@@ -28,7 +28,7 @@ TEST(WriteMessage, LogsItsSteps) {
     EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
     EXPECT_TRUE(HasInOrder(setup.log, {"NFC_ m_staticNotificationThread already exist",
                                        "NFC_ m_staticCallThread already exist"}));
-    EXPECT_EQ(hosted::Live().threads, kEventThreads);
+    EXPECT_EQ(emulation::Live().threads, kEventThreads);
 }
 
 TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
@@ -64,7 +64,7 @@ TEST(ReadMessage, RefusesASpoiledImageUntilItIsWrittenAgain) {
 struct TwoRoutes : StartedPc {
     TwoRoutes() : StartedPc({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c") {
         log.Clear();
-        threads = hosted::Live().threads;
+        threads = emulation::Live().threads;
     }
     // The next three that go over Bluetooth.
     static void RefuseThreeWrites() {
@@ -128,7 +128,7 @@ TEST(WriteMessage, SwitchesTheRadioOnBesideANumberThread) {
         setup.pc.chip()->BackDoor().StickBits(kModeRegister, 0x10, 0x10);
         ASSERT_TRUE(setup.Create() && setup.manager->DeviceInit());
         OnThread([&setup] {
-            Sleep(static_cast<DWORD>(1 + hosted::Random() % 300));
+            Sleep(static_cast<DWORD>(1 + emulation::Random() % 300));
             EXPECT_EQ(Renew(*setup.manager, NumberOf(0x41)), 0);
         });
         EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
@@ -143,9 +143,9 @@ TEST(WriteMessage, StartsBothThreadsOrNone) {
     ForEachSeed(300, [] {
         PcWithHost setup({PcRoute::kI2c}, "fm11nt082c");
         ASSERT_TRUE(setup.Create() && setup.manager->DeviceInit());
-        const unsigned failing = 1 + static_cast<unsigned>(hosted::Random() % 2);
-        const RefusedCalls refused(hosted::Call::kCreateThread, failing, failing);
-        if (hosted::Random() % 2 == 0) {
+        const unsigned failing = 1 + static_cast<unsigned>(emulation::Random() % 2);
+        const RefusedCalls refused(emulation::Call::kCreateThread, failing, failing);
+        if (emulation::Random() % 2 == 0) {
             setup.log.OnLine([&](const std::string& text) {
                 if (text == "NfcThreadCreate exit Begin WaitForSingleObject") {
                     Sleep(100);
@@ -158,14 +158,15 @@ TEST(WriteMessage, StartsBothThreadsOrNone) {
         setup.log.OnLine({});
         PcWithHost::Pass(kSecond);
         EXPECT_EQ(EventNumbers(), std::vector<int>{}) << "no visit that nobody closes";
-        EXPECT_EQ(hosted::Live().requests + hosted::Live().threads, 0U) << "the other one ends";
+        EXPECT_EQ(emulation::Live().requests + emulation::Live().threads, 0U)
+            << "the other one ends";
         EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x42)), 0);
         PcWithHost::Pass(20 * kSecond);  // the driver may have kept the interrupt
         TakeEvents();
         setup.pc.TapPhone(0, kSecond);
         PcWithHost::Pass(20 * kSecond);
         EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1})) << "from one thread of each kind";
-        EXPECT_EQ(hosted::Live().threads, kEventThreads);
+        EXPECT_EQ(emulation::Live().threads, kEventThreads);
         setup.log.TakeUnannounced();
     });
 }
@@ -195,7 +196,7 @@ TEST(AnotherManagersEnd, CutsNoDeviceStartAndNoWriteShort) {
             auto other = NfcManager::Create(setup.NewMessage(), &PcWithHost::Listen);
             EXPECT_TRUE(!writes || setup.manager->DeviceInit());
             OnThread([&other] {
-                Sleep(static_cast<DWORD>(hosted::Random() % 500));
+                Sleep(static_cast<DWORD>(emulation::Random() % 500));
                 other.reset();
             });
             EXPECT_TRUE(writes ? setup.manager->WriteMessage(setup.NewMessage(0x22)) == 0
@@ -215,7 +216,7 @@ TEST(Assignment, DuringAWriteLeavesTheAssignedMessageAlone) {
         const auto message = setup.NewMessage(0x22, 'b');
         const auto other = NfcManager::Create(message, &PcWithHost::Listen);
         OnThread([&setup] { setup.manager->WriteMessage(setup.NewMessage(0x33, 'a')); });
-        PcWithHost::Pass(static_cast<hosted::Micros>(hosted::Random() % 150) * kMillisecond);
+        PcWithHost::Pass(static_cast<emulation::Micros>(emulation::Random() % 150) * kMillisecond);
         *setup.manager = *other;
         EXPECT_EQ(Renew(*setup.manager, NumberOf(0x44)), 0);
         EXPECT_TRUE(PcWithHost::WaitForThreads(2, 60 * kSecond));
@@ -230,7 +231,7 @@ TEST(Assignment, DuringAWriteLeavesAWholeImage) {
     ForEachSeed(60, [] {
         StartedPc setup({PcRoute::kUsb});
         OnThread([&setup] {
-            Sleep(static_cast<DWORD>(hosted::Random() % 300));
+            Sleep(static_cast<DWORD>(emulation::Random() % 300));
             *setup.manager = NfcManager(nullptr);
         });
         setup.manager->WriteMessage(setup.NewMessage(0x22));
@@ -245,8 +246,8 @@ TEST(Assignment, DuringAWriteLeavesAWholeImage) {
 
 void WriteOften(PcWithHost& setup, std::uint8_t maker) {
     for (int i = 0; i < 5; ++i) {
-        const auto number = static_cast<std::uint8_t>(1 + hosted::Random() % 3);
-        switch (hosted::Random() % 4) {
+        const auto number = static_cast<std::uint8_t>(1 + emulation::Random() % 3);
+        switch (emulation::Random() % 4) {
             case 0:
                 EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(number, maker)), 0);
                 break;

@@ -1,4 +1,4 @@
-// The hosted layer's own rules: the scheduled clock and the reports of stalled runs, locks, what is
+// The emulation's own rules: the scheduled clock and the reports of stalled runs, locks, what is
 // read as a file and found in a directory, drivers and handle values, and forked children.
 #include <sys/stat.h>
 
@@ -8,13 +8,13 @@
 #include <set>
 #include <tuple>
 
-#include "tests/platform/HostedDevice.h"
+#include "tests/platform/EmulatedDevice.h"
 
 namespace {
 
-using namespace hosted_test;
-using hosted::kMillisecond;
-using hosted::ScheduledOptions;
+using namespace emulation_test;
+using emulation::kMillisecond;
+using emulation::ScheduledOptions;
 using testing_support::ForEachSeed;
 using testing_support::RunInChild;
 
@@ -24,18 +24,18 @@ constexpr platform::LockRank kInner{2, "inner"};
 TEST(ScheduledClock, KeepsTimersAndDeadlinesExactAndInOrder) {
     ForEachSeed(5, [] {
         std::string order;
-        hosted::After(10 * kMillisecond, [&] { order += 'b'; });
-        hosted::After(10 * kMillisecond, [&] { order += 'c'; });
-        hosted::After(5 * kMillisecond, [&] { order += 'a'; });
+        emulation::After(10 * kMillisecond, [&] { order += 'b'; });
+        emulation::After(10 * kMillisecond, [&] { order += 'c'; });
+        emulation::After(5 * kMillisecond, [&] { order += 'a'; });
         const HANDLE sleeper = StartThread([&] {
             Sleep(10);
             order += 's';
         });
         EXPECT_EQ(WaitForSingleObject(sleeper, 9), WAIT_TIMEOUT);
-        EXPECT_EQ(hosted::Now(), 9 * kMillisecond);
+        EXPECT_EQ(emulation::Now(), 9 * kMillisecond);
         JoinThreads({sleeper});
         EXPECT_EQ(order, "abcs");
-        EXPECT_EQ(hosted::Now(), 10 * kMillisecond);
+        EXPECT_EQ(emulation::Now(), 10 * kMillisecond);
     });
 }
 
@@ -50,7 +50,7 @@ TEST(ScheduledClock, RepeatsARunFromItsSeedAndDiffersBetweenSeeds) {
         options.seed = seed;
         options.priorityChangePoints = static_cast<unsigned>(seed % 3);
         options.expectedSteps = 200;
-        hosted::UseScheduledClock(options);
+        emulation::UseScheduledClock(options);
         run = {};
         const auto turns = [&run](unsigned mark) {
             for (int turn = 0; turn < 5; ++turn) {
@@ -59,7 +59,7 @@ TEST(ScheduledClock, RepeatsARunFromItsSeedAndDiffersBetweenSeeds) {
             }
         };
         JoinThreads({StartThread([&] { turns(0); }), StartThread([&] { turns(1); })});
-        run.random = hosted::Random();
+        run.random = emulation::Random();
     };
     std::set<unsigned> orders;
     for (std::uint64_t seed = 0; seed < 24; ++seed) {
@@ -76,10 +76,10 @@ TEST(ScheduledClock, RepeatsARunFromItsSeedAndDiffersBetweenSeeds) {
 void ExpectStall(const char* report, const std::function<void()>& body,
                  const ScheduledOptions& options = {}) {
     const auto run = [&] {
-        hosted::UseScheduledClock(options);
+        emulation::UseScheduledClock(options);
         body();
     };
-    EXPECT_EXIT(run(), ::testing::ExitedWithCode(hosted::kStallExit), report);
+    EXPECT_EXIT(run(), ::testing::ExitedWithCode(emulation::kStallExit), report);
 }
 
 TEST(Stall, IsReportedWithWhoWaitsForWhat) {
@@ -88,7 +88,7 @@ TEST(Stall, IsReportedWithWhoWaitsForWhat) {
         platform::Mutex inner(kInner);
         inner.native().lock();
         StartThread([&] {
-            hosted::NameThread("reader");
+            emulation::NameThread("reader");
             const platform::Lock held(outer);
             Sleep(30);
             const platform::Lock never(inner);
@@ -108,7 +108,7 @@ TEST(Stall, IsARunThatSpinsOrExceedsItsBoundButNotALongOne) {
     options.maxStepsPerInstant = 100;
     const auto yieldOften = [](DWORD pause) {
         for (unsigned i = 0; i < 1000; ++i) {
-            hosted::Yield();
+            emulation::Yield();
             Sleep(i % 10 == 0 ? pause : 0);
         }
     };
@@ -128,7 +128,7 @@ TEST(NativeLocks, OfTheHostMakeAThreadWait) {
         EXPECT_EQ(WaitForSingleObject(thread, 20), WAIT_TIMEOUT);
         mutex.native().unlock();  // which the layer does not see
         while (WaitForSingleObject(thread, 0) != WAIT_OBJECT_0) {
-            hosted::Yield();
+            emulation::Yield();
         }
         CloseHandle(thread);
     });
@@ -153,7 +153,7 @@ TEST(NativeLocks, ThatBlockTheHostEndTheRun) {
 
 void LockBoth(bool scheduled, const platform::LockRank& first, const platform::LockRank& second) {
     if (scheduled) {
-        hosted::UseScheduledClock({});
+        emulation::UseScheduledClock({});
     }
     platform::Mutex one(first);
     platform::Mutex other(second);
@@ -218,7 +218,7 @@ TEST(Drivers, FailRequestsWithAStatusThatReadsBackAsTheError) {
 TEST(Drivers, FailTheRequestsOfALastHandleAlsoOnceTheirDeviceIsRemoved) {
     WithTestDevice([](TestDevice& device) {
         device.Read();
-        hosted::RemoveDevice(kPath);
+        emulation::RemoveDevice(kPath);
         EXPECT_EQ(device.Outcome(), ERROR_IO_INCOMPLETE) << "an open handle keeps its device";
         CloseHandle(device.handle);
         EXPECT_EQ(device.Outcome(), ERROR_DEVICE_NOT_CONNECTED);

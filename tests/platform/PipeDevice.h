@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/platform/HostedFixture.h"
+#include "tests/platform/EmulationFixture.h"
 
-namespace hosted_test {
+namespace emulation_test {
 
 constexpr const wchar_t* kPath = L"\\\\.\\pipe\\tagport-test";
 constexpr DWORD kShareBoth = FILE_SHARE_READ | FILE_SHARE_WRITE;
@@ -89,4 +89,4 @@ inline void WithTestDevice(void (*body)(TestDevice& device)) {
     });
 }
 
-}  // namespace hosted_test
+}  // namespace emulation_test

@@ -1,5 +1,5 @@
 // Overlapped requests, handles and devices: Win32 but for the device of the tests. They run on the
-// hosted layer and on Windows.
+// emulation and on Windows.
 #include <algorithm>
 #include <cstring>
 #include <cwctype>
@@ -9,12 +9,12 @@
 #ifdef _WIN32
 #include "tests/platform/PipeDevice.h"
 #else
-#include "tests/platform/HostedDevice.h"
+#include "tests/platform/EmulatedDevice.h"
 #endif
 
 namespace {
 
-using namespace hosted_test;
+using namespace emulation_test;
 
 TEST(Requests, ArePendingUntilTheirEndSignalsTheEventOrElseTheDevice) {
     WithTestDevice([](TestDevice& device) {

@@ -2,11 +2,11 @@
 // and code pages.
 #include <fstream>
 
-#include "tests/platform/HostedFixture.h"
+#include "tests/platform/EmulationFixture.h"
 
 namespace {
 
-using namespace hosted_test;
+using namespace emulation_test;
 
 TEST(Events, ReleaseAllOrExactlyOneEvenWhenResetAtOnce) {
     for (const bool manual : {true, false}) {

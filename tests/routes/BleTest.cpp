@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "platform/LinkDockBackDoor.h"
+#include "platform/services/standin/ClientBackDoor.h"
 #include "simulator/BlePeerAdapter.h"
 #include "tests/support/PcWithHost.h"
 
@@ -85,7 +85,7 @@ TEST(Ble, LinkStates) {
     EXPECT_TRUE(setup.manager->BtConnect(kNobody));
     EXPECT_FALSE(setup.pc.bluetooth()->Subscribed()) << "the sink there was is gone";
     EXPECT_TRUE(setup.manager->BtDisconnect(kNobody));
-    EXPECT_EQ(hosted::Live().handles, 0U);
+    EXPECT_EQ(emulation::Live().handles, 0U);
     EXPECT_TRUE(setup.manager->BtConnect(kNobody));
     LinkDockService::SetNoInstance(true);
     EXPECT_FALSE(setup.manager->BtConnect(kNobody));
@@ -98,16 +98,16 @@ TEST(Ble, LinkStates) {
 TEST(Ble, DisconnectsInOrder) {
     StartedPc setup({PcRoute::kBle});
     bool connectedAtLastClose = true;
-    const auto look = [&, host = hosted::CurrentThread()](hosted::Call call,
-                                                          hosted::ThreadId thread) {
-        if (call == hosted::Call::kCloseHandle && thread == host) {
+    const auto look = [&, host = emulation::CurrentThread()](emulation::Call call,
+                                                             emulation::ThreadId thread) {
+        if (call == emulation::Call::kCloseHandle && thread == host) {
             connectedAtLastClose = setup.pc.bluetooth()->Connected();
         }
         return DWORD{0};
     };
-    hosted::SetCallHook(look);
+    emulation::SetCallHook(look);
     EXPECT_TRUE(setup.manager->BtDisconnect(kKeyboard));
-    hosted::SetCallHook({});
+    emulation::SetCallHook({});
     EXPECT_EQ(Joined(setup.pc.bluetooth()->Refusals()), "") << "unsubscribed while connected";
     EXPECT_FALSE(connectedAtLastClose) << "the event is closed after the disconnection";
 }
@@ -158,7 +158,7 @@ TEST(Ble, AListenerMayCallTheManagerWhereverTheClientDelivers) {
             EXPECT_TRUE(operation());
             PcWithHost::Pass(20 * kSecond);
             EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
-            onHost += EventsSoFar()[0].thread == hosted::CurrentThread() ? 1 : 0;
+            onHost += EventsSoFar()[0].thread == emulation::CurrentThread() ? 1 : 0;
         }
         EXPECT_EQ(onHost, 3U) << "where the client has delivered in a call of the host's thread";
     });
@@ -182,7 +182,7 @@ TEST(Ble, TwoDeliveriesAtOnceShowEachListenerCallItsOwnNumber) {
     setup.manager->RegisterListener(&LookTwice);
     constexpr std::uint8_t kVisits = 20;
     for (std::uint8_t i = 0; i < kVisits; ++i) {
-        const hosted::Micros at = kMillisecond * 3 * i;
+        const emulation::Micros at = kMillisecond * 3 * i;
         setup.pc.bluetooth()->SendNumber(simulator::Bytes(32, i), at);
         setup.pc.bluetooth()->SendField(i % 2 == 0, at + kMillisecond);
     }
@@ -237,14 +237,14 @@ TEST(Ble, ALateNumberAnswersTheNextRequest) {
     keyboard.SetMemory(122, simulator::Bytes(32, 0x91));
     setup.log.Announce("NFC ReadRandNumber fail,");
     std::uint8_t number[32] = {0xCD};
-    const hosted::Micros before = hosted::Now();
+    const emulation::Micros before = emulation::Now();
     EXPECT_EQ(setup.manager->ReadRandNum(number), 0) << "the other routes count";
-    EXPECT_EQ(hosted::Now() - before, 3 * kSecond);
+    EXPECT_EQ(emulation::Now() - before, 3 * kSecond);
     EXPECT_EQ(number[0], 0xCD);
     PcWithHost::Pass(kSecond);
     keyboard.SetMemory(122, simulator::Bytes(32, 0x92));
     EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
-    EXPECT_EQ(hosted::Now() - before, 4 * kSecond) << "at once";
+    EXPECT_EQ(emulation::Now() - before, 4 * kSecond) << "at once";
     EXPECT_EQ(number[0], 0x91);
 }
 
@@ -257,9 +257,9 @@ TEST(Ble, AKeyboardThatReportsWithoutEndKeepsNoOperation) {
         setup.pc.bluetooth()->SendField(i % 2 == 0, (1 + i * 30) * kMillisecond);
     }
     std::uint8_t number[32];
-    const hosted::Micros begin = hosted::Now();
+    const emulation::Micros begin = emulation::Now();
     EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
-    EXPECT_LT(hosted::Now() - begin, 5 * kSecond);
+    EXPECT_LT(emulation::Now() - begin, 5 * kSecond);
     EXPECT_TRUE(setup.manager->BtDisconnect(kKeyboard));
 }
 

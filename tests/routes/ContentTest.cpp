@@ -2,7 +2,7 @@
 // on a PC with two routes.
 #include <numeric>
 
-#include "platform/LinkDockBackDoor.h"
+#include "platform/services/standin/ClientBackDoor.h"
 #include "routes/NfcProxy.h"
 #include "tests/support/PcWithHost.h"
 
@@ -107,7 +107,7 @@ TEST(Content, MovesInBlocksWholeOrNotAtAll) {
         setup.SetFaults(faults);
         recorder.Take();
         EXPECT_EQ(operation(setup, *NfcProxy::Detached()), result);
-        EXPECT_EQ(Blocks(recorder.Take(hosted::CurrentThread())), blocks);
+        EXPECT_EQ(Blocks(recorder.Take(emulation::CurrentThread())), blocks);
         EXPECT_EQ(Joined(setup.log.TakeUnannounced()), errors);
     }
 }

@@ -3,11 +3,11 @@
 #include <optional>
 
 #include "routes/HidDiscovery.h"
-#include "routes/HidReports.h"
+#include "routes/KeyboardReadThread.h"
 #include "simulator/HidDriver.h"
 #include "tests/support/PcWithHost.h"
 
-using hosted::HidInterface;
+using emulation::HidInterface;
 using namespace testing_support;
 
 namespace {
@@ -42,20 +42,20 @@ const struct {
 // The path of the keyboard that was found, empty for none.
 std::wstring Find() {
     std::wstring opened;
-    hosted::SetTracer([&opened](const hosted::TraceEvent& event) {
-        if (event.kind == hosted::TraceEvent::Kind::kOpen) {
+    emulation::SetTracer([&opened](const emulation::TraceEvent& event) {
+        if (event.kind == emulation::TraceEvent::Kind::kOpen) {
             opened.assign(event.text.begin(), event.text.end());
         }
     });
     const bool isFound{MatchNfcHidDevice()};
-    hosted::SetTracer({});
+    emulation::SetTracer({});
     return isFound ? opened : L"";
 }
 
 struct Discovery : testing::Test, private OneSeed {
     Discovery() { keyboard.path += L"&fits"; }
     HidInterface keyboard = simulator::KeyboardInterface();
-    std::shared_ptr<hosted::Driver> driver =
+    std::shared_ptr<emulation::Driver> driver =
         std::make_shared<simulator::HidDriver>(std::make_shared<simulator::KeyboardMcu>());
     LogRecorder log;
 };
@@ -65,23 +65,23 @@ TEST_F(Discovery, PassesOverWhatDoesNotFit) {
     EXPECT_EQ(Find(), L"") << "where there is none";
     for (const auto& [change, lines, opens, found] : kInterfaces) {
         SCOPED_TRACE(lines);
-        hosted::RemoveHidInterfaces();
+        emulation::RemoveHidInterfaces();
         HidInterface first = simulator::KeyboardInterface();
         change(first);
-        hosted::AddHidInterface(first, opens ? driver : nullptr);
-        hosted::AddHidInterface(keyboard, driver);
+        emulation::AddHidInterface(first, opens ? driver : nullptr);
+        emulation::AddHidInterface(keyboard, driver);
         log.Clear();
         EXPECT_EQ(Find(), found ? keyboard.path : L"");
         EXPECT_EQ(Joined(log.TextsSoFar()), lines + (found ? kFound : ""));
-        EXPECT_EQ(hosted::Live().handles, 0U);
+        EXPECT_EQ(emulation::Live().handles, 0U);
     }
 }
 
 // Enumeration calls from one on fail with a code that nobody expects.
 TEST_F(Discovery, GivesUpWhenTheEnumerationGoesOnFailing) {
-    hosted::AddHidInterface(keyboard, driver);
+    emulation::AddHidInterface(keyboard, driver);
     for (const unsigned failures : {3U, 1000U}) {
-        const RefusedCalls refused(hosted::Call::kEnumerate, 2, 1 + failures, 13);
+        const RefusedCalls refused(emulation::Call::kEnumerate, 2, 1 + failures, 13);
         EXPECT_EQ(Find(), failures == 3 ? keyboard.path : L"");
         EXPECT_LT(refused.seen, 100U);
     }
@@ -138,7 +138,7 @@ TEST(Hid, SendsNothingWhileTheKeyboardIsAway) {
 struct HeldReader : StartedPc {
     HeldReader() : StartedPc({PcRoute::kHid}) {
         ReactToEvents([this](const ReceivedEvent&) {
-            hosted::WaitFor([this] { return release; }, hosted::kForever, "the host");
+            emulation::WaitFor([this] { return release; }, emulation::kForever, "the host");
         });
         pc.keyboard()->SendField(true);
         EXPECT_TRUE(WaitForEvents(1, kSecond));
@@ -152,8 +152,8 @@ TEST(HidThread, EndsWithoutAReadWhenAnotherStartFindsAChipOrNothing) {
             HeldReader setup;
             setup.log.Announce("Nfc chip", "Nfc spb2 format", "NFC_Error opening any driver",
                                "NfcManager Init DeviceInit failed");
-            hosted::RemoveHidInterfaces();
-            std::optional<simulator::SimulatedPc> withChip;
+            emulation::RemoveHidInterfaces();
+            std::optional<simulator::Pc> withChip;
             if (findsChip) {
                 withChip.emplace(std::vector<PcRoute>{PcRoute::kI2c});
             }

@@ -12,14 +12,14 @@ TEST(DeviceStart, PrefersI2cAndKeepsItsHandle) {
     PcWithHost setup({PcRoute::kI2c, PcRoute::kUsb});
     setup.log.Announce("Nfc");
     ASSERT_TRUE(setup.Create() && setup.manager->DeviceInit());
-    const std::size_t handles = hosted::Live().handles;
+    const std::size_t handles = emulation::Live().handles;
     ASSERT_TRUE(setup.manager->DeviceInit());
     EXPECT_EQ(setup.log.Count("NFC_ select I2C Driver"), 1U);
     EXPECT_EQ(setup.log.Count("DeviceHandle already exist"), 1U);
     EXPECT_EQ(setup.log.Count("NfcBitlockEnable set bitlock done"), 2U);
     EXPECT_EQ(setup.pc.spb()->OpenRequests(), 2U);
     EXPECT_EQ(setup.pc.chip(PcRoute::kUsb)->BackDoor().Counters().writes, 0U);
-    EXPECT_EQ(hosted::Live().handles, handles);
+    EXPECT_EQ(emulation::Live().handles, handles);
 }
 
 const struct {
@@ -42,7 +42,7 @@ TEST(DeviceStart, OnUsbDetectsNothingTriesAStepFiveTimesAndThenCloses) {
             PcWithHost setup({PcRoute::kUsb});
             setup.log.Announce("NFC", "Nfc");  // of the transfers and of the chip's driver
             setup.SetFaults(one.faults);
-            const std::size_t handles = hosted::Live().handles;
+            const std::size_t handles = emulation::Live().handles;
             BusRecorder recorder;
             EXPECT_EQ(NfcProxy::Detached()->InitNfcDevice(), one.errors.empty());
             const Texts traffic = recorder.Take();
@@ -51,7 +51,7 @@ TEST(DeviceStart, OnUsbDetectsNothingTriesAStepFiveTimesAndThenCloses) {
             EXPECT_EQ(setup.log.TakeUnannounced(), one.errors);
             if (!one.errors.empty()) {
                 EXPECT_EQ(traffic.back(), "sleep 500");
-                EXPECT_EQ(hosted::Live().handles, handles);
+                EXPECT_EQ(emulation::Live().handles, handles);
             }
         });
     }

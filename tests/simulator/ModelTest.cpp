@@ -7,13 +7,13 @@
 #include <functional>
 #include <memory>
 
-#include "platform/LinkDockBackDoor.h"
-#include "platform/hosted/Kernel.h"
+#include "platform/emulation/Kernel.h"
 #include "platform/platform.h"
+#include "platform/services/standin/ClientBackDoor.h"
 #include "simulator/FanliChip.h"
 #include "simulator/Fm11nChip.h"
-#include "simulator/SimulatedPc.h"
-#include "tests/support/Seeds.h"
+#include "simulator/Pc.h"
+#include "tests/support/SeededRuns.h"
 
 namespace simulator {
 namespace {
@@ -179,9 +179,9 @@ struct Client {
 };
 
 TEST(FaultyDriver, FailsExactlyTheRequestsOfItsPlan) {
-    hosted::UseScheduledClock({testing_support::Seed()});
+    emulation::UseScheduledClock({testing_support::Seed()});
     Client bus;
-    SimulatedPc pc({PcRoute::kI2c}, "fanli");
+    Pc pc({PcRoute::kI2c}, "fanli");
     std::string error;
     const auto plan = FaultPlan::Parse(
         "open#1=refuse:5, write#2=refuse:31 , read#1=short:2,read#2=late:700,write#3-4=fail:121,"
@@ -194,9 +194,9 @@ TEST(FaultyDriver, FailsExactlyTheRequestsOfItsPlan) {
     EXPECT_EQ((Codes{bus.Write(), bus.Write(), bus.Write(), bus.Write(), bus.Read()}),
               (Codes{0, 31, 121, 121, 0}));
     EXPECT_EQ(bus.moved, 7U);
-    const hosted::Micros before = hosted::Now();
+    const emulation::Micros before = emulation::Now();
     EXPECT_EQ(bus.Read(), 0U);
-    EXPECT_EQ(hosted::Now() - before, 700 * kMilli + kDefaultBusLatency);
+    EXPECT_EQ(emulation::Now() - before, 700 * kMilli + kDefaultBusLatency);
     EXPECT_EQ(pc.chip()->BackDoor().Counters().writes, 1U);  // the others did not reach the chip
     EXPECT_EQ(bus.Control(kControlOpen), 0U);
     EXPECT_EQ(pc.spb()->Violations(), 0U);
@@ -213,7 +213,7 @@ TEST(FaultyDriver, FailsExactlyTheRequestsOfItsPlan) {
 }
 
 DWORD Random(DWORD below) {
-    return static_cast<DWORD>(hosted::Random() % below);
+    return static_cast<DWORD>(emulation::Random() % below);
 }
 
 // Fails the test for a delivery that begins or goes on after `closed` is set.
@@ -249,7 +249,7 @@ struct Connection {
     }
     void SendField(Micros delay = 0) { pc.bluetooth()->SendField(true, delay); }
 
-    SimulatedPc pc{{PcRoute::kBle}};
+    Pc pc{{PcRoute::kBle}};
     BLEClient& client = *BLEClient::GetInstance();
 };
 
@@ -272,7 +272,7 @@ TEST(LinkDockService, DeliversNothingOnceUnsubscribed) {
             sink.closed = true;
             EXPECT_EQ(WaitForSingleObject(writer, INFINITE), WAIT_OBJECT_0);
             CloseHandle(writer);
-            EXPECT_EQ(hosted::Live().threads, 0U);
+            EXPECT_EQ(emulation::Live().threads, 0U);
             connection.SendField(100);
             Sleep(1);
         }
@@ -304,7 +304,7 @@ TEST(LinkDockService, LetsDeliveriesEndTheirSubscriptionAndBeginAnother) {
         Sleep(20);
         EXPECT_EQ(second.count, 1);
         EXPECT_EQ(connection.client.BleClientDisConnect(kDefaultBleAddress), 0);  // unsubscribes
-        EXPECT_EQ(hosted::Live().threads + hosted::Live().handles, 0U);
+        EXPECT_EQ(emulation::Live().threads + emulation::Live().handles, 0U);
     });
 }
 

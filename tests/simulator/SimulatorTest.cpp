@@ -74,7 +74,7 @@ TEST(Simulator, KnowsItsThreads) {
     EXPECT_EQ(Now(), 1min);
 }
 
-// What the condition depends on may be changed by threads that the hosted layer does not know.
+// What the condition depends on may be changed by threads that the emulation does not know.
 TEST(Simulator, LooksAtAConditionAgainAndAgainInRealTime) {
     int looks = 0;
     EXPECT_TRUE(WaitFor([&] { return ++looks > 10; }, Time::max()));

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/TraceLog.h"
+#include "platform/services/TraceLog.h"
 
 namespace testing_support {
 

@@ -5,7 +5,7 @@
 #include <mutex>
 
 #include "platform/NeverDestroyed.h"
-#include "platform/TraceLog.h"
+#include "platform/services/TraceLog.h"
 #include "simulator/SpbDriver.h"
 
 namespace testing_support {
@@ -25,8 +25,8 @@ std::size_t UriLength(std::uint8_t pcType) {
     return pcType == 2 ? 1 : 50;
 }
 
-std::string TextOf(const hosted::Request& request) {
-    using Kind = hosted::Request::Kind;
+std::string TextOf(const emulation::Request& request) {
+    using Kind = emulation::Request::Kind;
     if (request.kind() == Kind::kRead) {
         return "R " + std::to_string(request.length());
     }
@@ -94,8 +94,8 @@ std::vector<int> EventNumbers(int route) {
 }
 
 BusRecorder::BusRecorder() {
-    hosted::SetTracer([this](const hosted::TraceEvent& event) {
-        using Kind = hosted::TraceEvent::Kind;
+    emulation::SetTracer([this](const emulation::TraceEvent& event) {
+        using Kind = emulation::TraceEvent::Kind;
         if (event.kind == Kind::kSleep) {
             m_entries.emplace_back(event.thread, "sleep " + std::to_string(event.milliseconds));
         } else if (event.kind == Kind::kStart &&
@@ -106,11 +106,11 @@ BusRecorder::BusRecorder() {
 }
 
 BusRecorder::~BusRecorder() {
-    hosted::SetTracer({});
+    emulation::SetTracer({});
 }
 
-Texts BusRecorder::Take(hosted::ThreadId thread) {
-    const hosted::DeviceLock lock;
+Texts BusRecorder::Take(emulation::ThreadId thread) {
+    const emulation::DeviceLock lock;
     Texts texts;
     for (const auto& [doer, text] : std::exchange(m_entries, {})) {
         if (thread == 0 || doer == thread) {
@@ -131,7 +131,7 @@ PcWithHost::PcWithHost(const std::vector<PcRoute>& routes, const std::string& ch
 PcWithHost::~PcWithHost() {
     manager.reset();
     if (pc.spb() != nullptr) {
-        const hosted::DeviceLock lock;
+        const emulation::DeviceLock lock;
         EXPECT_EQ(pc.spb()->Violations(), 0U) << "one transfer at a time";
     }
     ReactToEvents({});
@@ -140,7 +140,7 @@ PcWithHost::~PcWithHost() {
 void PcWithHost::Listen(int event, const std::uint8_t (&number)[32], int route) {
     Number copy;
     std::copy(std::begin(number), std::end(number), copy.begin());
-    const ReceivedEvent heard{event, route, copy, hosted::Now(), hosted::CurrentThread()};
+    const ReceivedEvent heard{event, route, copy, emulation::Now(), emulation::CurrentThread()};
     std::unique_lock<std::mutex> lock(g_eventsMutex);
     g_events.value.push_back(heard);
     const std::function<void(const ReceivedEvent&)> reaction = g_reaction.value;
@@ -192,7 +192,7 @@ void PcWithHost::Start(std::uint8_t number) {
 }
 
 std::string PcWithHost::ImageOnChip(std::size_t length) {
-    const hosted::DeviceLock lock;
+    const emulation::DeviceLock lock;
     const simulator::Bytes bytes =
         pc.chip() != nullptr       ? pc.chip()->BackDoor().Memory(kImageRegister, length)
         : pc.keyboard() != nullptr ? pc.keyboard()->Memory(kImageRegister, length)

@@ -12,15 +12,15 @@
 #include <utility>
 #include <vector>
 
-#include "platform/hosted/Kernel.h"
-#include "simulator/SimulatedPc.h"
+#include "platform/emulation/Kernel.h"
+#include "simulator/Pc.h"
 #include "tests/support/LogRecorder.h"
-#include "tests/support/Seeds.h"
+#include "tests/support/SeededRuns.h"
 
 namespace testing_support {
 
-using hosted::kMillisecond;
-using hosted::kSecond;
+using emulation::kMillisecond;
+using emulation::kSecond;
 using simulator::PcRoute;
 
 using Number = std::array<std::uint8_t, 32>;
@@ -38,8 +38,8 @@ struct ReceivedEvent {
     int event = 0;
     int route = 0;
     Number number{};
-    hosted::Micros time = 0;
-    hosted::ThreadId thread = 0;
+    emulation::Micros time = 0;
+    emulation::ThreadId thread = 0;
 };
 
 /// What the listener heard so far, in order. The listener is `PcWithHost::Listen`.
@@ -58,14 +58,14 @@ void OnThread(std::function<void()> body);
 
 /// While it lives, the calls of one kind from the `first` to the `last` fail with `code`.
 struct RefusedCalls {
-    explicit RefusedCalls(hosted::Call call, unsigned first = 1, unsigned last = ~0U,
+    explicit RefusedCalls(emulation::Call call, unsigned first = 1, unsigned last = ~0U,
                           DWORD code = ERROR_NOT_ENOUGH_MEMORY) {
-        hosted::SetCallHook([=](hosted::Call now, hosted::ThreadId) -> DWORD {
+        emulation::SetCallHook([=](emulation::Call now, emulation::ThreadId) -> DWORD {
             seen += now == call ? 1 : 0;
             return now == call && first <= seen && seen <= last ? code : 0;
         });
     }
-    ~RefusedCalls() { hosted::SetCallHook({}); }
+    ~RefusedCalls() { emulation::SetCallHook({}); }
     unsigned seen = 0;  ///< of this kind, so far
 };
 
@@ -75,10 +75,10 @@ class BusRecorder {
   public:
     BusRecorder();  ///< becomes the layer's tracer
     ~BusRecorder();
-    Texts Take(hosted::ThreadId thread = 0);  ///< of one or all; forgets them
+    Texts Take(emulation::ThreadId thread = 0);  ///< of one or all; forgets them
 
   private:
-    std::vector<std::pair<hosted::ThreadId, std::string>> m_entries;
+    std::vector<std::pair<emulation::ThreadId, std::string>> m_entries;
 };
 
 /// Registers the devices, records log and events, and clears both in the end. The lines of a stop
@@ -104,17 +104,18 @@ class PcWithHost : private OneSeed {
     void Start(std::uint8_t number = 0x11);
 
     /// Waits, on the run's clock, until so many events have been heard or the time is over.
-    static bool WaitForEvents(std::size_t count, hosted::Micros timeout) {
-        return hosted::WaitFor([=] { return EventsSoFar().size() >= count; }, timeout, "events");
+    static bool WaitForEvents(std::size_t count, emulation::Micros timeout) {
+        return emulation::WaitFor([=] { return EventsSoFar().size() >= count; }, timeout, "events");
     }
     /// Waits until the threads of WriteRandNum, OnThread and the like have ended: `count` live
     /// ones.
-    static bool WaitForThreads(std::size_t count, hosted::Micros timeout = 60 * kSecond) {
-        return hosted::WaitFor([=] { return hosted::Live().threads <= count; }, timeout, "threads");
+    static bool WaitForThreads(std::size_t count, emulation::Micros timeout = 60 * kSecond) {
+        return emulation::WaitFor([=] { return emulation::Live().threads <= count; }, timeout,
+                                  "threads");
     }
     /// Lets scheduled time pass.
-    static void Pass(hosted::Micros time) {
-        hosted::WaitFor([] { return false; }, time, "time");
+    static void Pass(emulation::Micros time) {
+        emulation::WaitFor([] { return false; }, time, "time");
     }
 
     /// What stands on the tag from its first byte on, read by the back door: on the chip of the
@@ -128,7 +129,7 @@ class PcWithHost : private OneSeed {
 
     bool Has(PcRoute route) const;
 
-    simulator::SimulatedPc pc;
+    simulator::Pc pc;
     LogRecorder log;
     std::shared_ptr<NfcManager> manager;
     std::shared_ptr<NdefMessage> message;  ///< the manager's own, as Create was given it

@@ -8,7 +8,7 @@
 
 #include "platform/platform.h"
 #include "simulator/FaultyDriver.h"
-#include "tests/support/Seeds.h"
+#include "tests/support/SeededRuns.h"
 #include "transfer/OpenDevice.h"
 #include "transfer/TransferState.h"
 
@@ -18,15 +18,15 @@ constexpr DWORD kBusError = 1117;
 constexpr wchar_t kScriptedPath[] = L"\\\\.\\SCRIPTED";
 
 /// Gives each read its bytes. A read that has none fails with kBusError; all else succeeds.
-class ScriptedBus final : public hosted::Driver {
+class ScriptedBus final : public emulation::Driver {
   public:
     std::deque<simulator::Bytes> reads;
     bool endsAtOnce = false;    ///< in the call that starts the request, instead of later
     std::size_t failAt = 0;     ///< this transfer of all fails with kBusError, whatever is scripted
     std::size_t transfers = 0;  ///< so far
 
-    DWORD Start(const hosted::RequestPtr& request) override {
-        const bool isRead = request->kind() == hosted::Request::Kind::kRead;
+    DWORD Start(const emulation::RequestPtr& request) override {
+        const bool isRead = request->kind() == emulation::Request::Kind::kRead;
         simulator::Bytes bytes(isRead ? 0 : request->length());
         if (isRead && !reads.empty()) {
             bytes = reads.front();
@@ -40,7 +40,7 @@ class ScriptedBus final : public hosted::Driver {
             end();
             return ERROR_SUCCESS;
         }
-        hosted::After(0, end);
+        emulation::After(0, end);
         return ERROR_IO_PENDING;
     }
 };
@@ -49,15 +49,15 @@ class ScriptedBus final : public hosted::Driver {
 /// that no request is left.
 struct ScriptedDevice : private OneSeed {
     ScriptedDevice() {
-        hosted::AddDevice(kScriptedPath, faulty);
+        emulation::AddDevice(kScriptedPath, faulty);
         OpenDevice::Get().TakeOver(OpenDevice::Open(kScriptedPath, 0));
         g_ioEvent.value.Create(true);
     }
     ~ScriptedDevice() {
-        EXPECT_EQ(hosted::Live().requests, 0U);
+        EXPECT_EQ(emulation::Live().requests, 0U);
         OpenDevice::Get().Close();
         g_ioEvent.value.Close();
-        hosted::RemoveDevice(kScriptedPath);
+        emulation::RemoveDevice(kScriptedPath);
     }
     /// A plan of faults, for requests that the bus then does not see.
     void SetFaults(const std::string& plan) const {

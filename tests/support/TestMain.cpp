@@ -3,7 +3,7 @@
 
 #include <iostream>
 
-#include "tests/support/Seeds.h"
+#include "tests/support/SeededRuns.h"
 
 int main(int argc, char** argv) {
     ::testing::InitGoogleTest(&argc, argv);

@@ -7,7 +7,7 @@
 
 #include "tests/system/FaultSweep.h"
 
-using hosted::Call;
+using emulation::Call;
 
 namespace {
 
@@ -72,11 +72,11 @@ constexpr const char* kClientCalls[] = {"BleClientConnect", "BleClientDisConnect
 constexpr unsigned kWritesTried = 9;  // what three times three tries make of one
 
 // Beyond the 3 s that the library waits for an answer.
-constexpr hosted::Micros kLateAnswer = 3500 * hosted::kMillisecond;
+constexpr emulation::Micros kLateAnswer = 3500 * emulation::kMillisecond;
 // Between a request that has been sent and its answer.
-constexpr hosted::Micros kAfterRequest = 1 * hosted::kMillisecond;
+constexpr emulation::Micros kAfterRequest = 1 * emulation::kMillisecond;
 
-simulator::KeyboardTag* TagOf(simulator::SimulatedPc& pc) {
+simulator::KeyboardTag* TagOf(simulator::Pc& pc) {
     return pc.bluetooth() != nullptr ? static_cast<simulator::KeyboardTag*>(pc.bluetooth())
                                      : pc.keyboard();
 }
@@ -156,9 +156,9 @@ void AddClient(Cases& cases) {
 void AddKeyboard(Cases& cases, bool isBle, bool asks) {
     FaultCase& one = cases.one = {};
     one.lasts = true;
-    const auto add = [&](const char* name, void (*set)(simulator::SimulatedPc&)) {
+    const auto add = [&](const char* name, void (*set)(simulator::Pc&)) {
         one.set = [set](PcWithHost& setup, const FaultCase&) {
-            const hosted::DeviceLock lock;
+            const emulation::DeviceLock lock;
             set(setup.pc);
         };
         cases.Add(name);
@@ -180,7 +180,7 @@ void AddKeyboard(Cases& cases, bool isBle, bool asks) {
         one.maySilentlyFail = !asks;  // a phone that nobody hears of any more
         add("link=dropped", [](auto& pc) { pc.bluetooth()->DropLink(); });
         add("link=dropped later", [](auto& pc) {
-            hosted::After(kAfterRequest, [keyboard = pc.bluetooth()] { keyboard->DropLink(); });
+            emulation::After(kAfterRequest, [keyboard = pc.bluetooth()] { keyboard->DropLink(); });
         });
     }
 }
@@ -192,7 +192,7 @@ std::vector<FaultCase> CasesFor(const FlowCounts& counts, const Peripheral& on) 
     for (const auto& [code, calls] : kRefusals) {
         cases.one.code = code;
         for (const Call call : calls) {
-            cases.AddEach(static_cast<std::size_t>(call), hosted::Name(call),
+            cases.AddEach(static_cast<std::size_t>(call), emulation::Name(call),
                           "=refuse:" + std::to_string(code));
         }
     }
@@ -223,13 +223,13 @@ FlowCounts RunUnder(PcWithHost& setup, const FaultCase& fault, const std::functi
     if (fault.set) {
         fault.set(setup, fault);
     }
-    hosted::SetCallHook([&](Call call, hosted::ThreadId) -> DWORD {
+    emulation::SetCallHook([&](Call call, emulation::ThreadId) -> DWORD {
         const unsigned seen = ++counts[static_cast<std::size_t>(call)];
         return fault.Refuses(call) && seen == fault.nth ? fault.code : 0;
     });
-    hosted::SetTracer([&](const hosted::TraceEvent& event) {
-        if (event.kind == hosted::TraceEvent::Kind::kStart) {
-            const hosted::Request& request = *event.request;
+    emulation::SetTracer([&](const emulation::TraceEvent& event) {
+        if (event.kind == emulation::TraceEvent::Kind::kStart) {
+            const emulation::Request& request = *event.request;
             ++counts[request.controlCode() == simulator::kControlInterrupt
                          ? std::size_t{kInterrupt}
                          : kRead + static_cast<std::size_t>(request.kind())];
@@ -238,7 +238,7 @@ FlowCounts RunUnder(PcWithHost& setup, const FaultCase& fault, const std::functi
     act();
     FlowCounts ofAct;
     {
-        const hosted::DeviceLock lock;
+        const emulation::DeviceLock lock;
         ofAct = counts;
         ofAct[kMemory] = g_allocations;
         for (std::size_t call = 0; bluetooth != nullptr && call < before.size(); ++call) {
@@ -247,12 +247,12 @@ FlowCounts RunUnder(PcWithHost& setup, const FaultCase& fault, const std::functi
     }
     PcWithHost::Pass(kSettle);
     FailAllocation(0);
-    hosted::SetTracer({});
-    hosted::SetCallHook({});
+    emulation::SetTracer({});
+    emulation::SetCallHook({});
     LinkDockService::SetNoInstance(false);
     LinkDockService::ClearFaults();
     if (simulator::KeyboardTag* const keyboard = TagOf(setup.pc)) {
-        const hosted::DeviceLock lock;
+        const emulation::DeviceLock lock;
         keyboard->SetAnswers(true);
         keyboard->SetAnswerLatency(simulator::kDefaultAnswerLatency);
     }

@@ -7,12 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "platform/LinkDockBackDoor.h"
+#include "platform/services/standin/ClientBackDoor.h"
 #include "tests/support/PcWithHost.h"
 
 namespace testing_support {
 
-constexpr hosted::Micros kSettle = 30 * hosted::kSecond;  // until nothing is under way any more
+constexpr emulation::Micros kSettle =
+    30 * emulation::kSecond;  // until nothing is under way any more
 
 // What stands on the tag before a flow, what the flow puts there, and what its repetition does.
 constexpr std::uint8_t kOld = 0x11;
@@ -36,7 +37,7 @@ struct Flow {
     void (*prepare)(PcWithHost&);                    ///< must work
     bool (*act)(PcWithHost&, std::uint8_t content);  ///< to its end; whether it worked
     std::vector<std::string> success = {};           ///< lines that a success logs, and no failure
-    hosted::Micros longest = 0;                      ///< under a fault that lasts
+    emulation::Micros longest = 0;                   ///< under a fault that lasts
     bool startsDevice = false;  ///< what fails leaves no more than stood before it
     Peripheral on = {};
 
@@ -50,9 +51,9 @@ inline void PrintTo(const Flow& flow, std::ostream* out) {
     *out << flow.name;
 }
 
-/// What can fail in a flow: the calls by hosted::Call, then these.
+/// What can fail in a flow: the calls by emulation::Call, then these.
 enum Counter : std::size_t {
-    kRead = static_cast<std::size_t>(hosted::Call::kConfiguration) + 1,  // requests
+    kRead = static_cast<std::size_t>(emulation::Call::kConfiguration) + 1,  // requests
     kWrite,
     kControl,
     kInterrupt,
@@ -79,7 +80,7 @@ struct FaultCase {
     /// there.
     bool maySilentlyFail = false;
 
-    bool Refuses(hosted::Call call) const {
+    bool Refuses(emulation::Call call) const {
         return code != 0 && counter == static_cast<std::size_t>(call);
     }
     /// The flow has come to it. A client's call that fails does not reach the keyboard.

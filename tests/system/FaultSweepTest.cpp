@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/TraceLog.h"
-#include "tests/support/Seeds.h"
+#include "platform/services/TraceLog.h"
+#include "tests/support/SeededRuns.h"
 #include "tests/system/FaultSweep.h"
 
 using namespace testing_support;
@@ -18,7 +18,8 @@ namespace {
 
 constexpr std::size_t kImage = 240;
 constexpr std::size_t kBlock = 16;
-constexpr hosted::Micros kLonger = 5 * hosted::kSecond;  // than usual, for a fault that passes
+constexpr emulation::Micros kLonger =
+    5 * emulation::kSecond;  // than usual, for a fault that passes
 constexpr std::uint64_t kMostSteps = 1'000'000;
 constexpr unsigned kRealSeconds = 60;  // for a loop that never reaches the layer
 constexpr unsigned kMostFailures = 5;
@@ -30,15 +31,15 @@ enum Moment { kBeforeFlow, kAfterFlow, kOnceMore, kAfterStop, kMoments };
 // What a flow did and what it left: on the tag, and alive. Plain, as it goes through shared memory.
 struct Outcome {
     bool worked = false;
-    hosted::Micros took = 0;
+    emulation::Micros took = 0;
     FlowCounts counts{};
     Image images[kMoments] = {};
-    hosted::LiveCounts live[kMoments];
+    emulation::LiveCounts live[kMoments];
     char lines[1 << 18] = {};  // that the flow logged, with a line end before the first
 
     void Look(Moment moment, PcWithHost& setup) {
         setup.ImageOnChip(kImage).copy(images[moment].data(), kImage);
-        live[moment] = hosted::Live();
+        live[moment] = emulation::Live();
     }
     // How many lines begin so.
     unsigned Logged(const std::string& beginning) const {
@@ -110,21 +111,21 @@ void CheckTag(const Flow& flow, const Outcome& now, const Outcome& usual) {
 
 // What may be left over beyond the usual, where it has come to that and as long as it may stay.
 // docs/reliability.md lists them.
-hosted::LiveCounts Leftovers(const Flow& flow, const FaultCase& fault, const Outcome& now,
-                             const Outcome& usual, Moment moment) {
-    constexpr hosted::LiveCounts kHandle{1, 0, 0};
-    constexpr hosted::LiveCounts kThread{0, 1, 0};
-    constexpr hosted::LiveCounts kWaitingThread{2, 1, 1};  // with its handle, event and request
+emulation::LiveCounts Leftovers(const Flow& flow, const FaultCase& fault, const Outcome& now,
+                                const Outcome& usual, Moment moment) {
+    constexpr emulation::LiveCounts kHandle{1, 0, 0};
+    constexpr emulation::LiveCounts kThread{0, 1, 0};
+    constexpr emulation::LiveCounts kWaitingThread{2, 1, 1};  // with its handle, event and request
     const bool afterFlow = moment == kAfterFlow;
     const bool isSearch =
-        fault.Refuses(hosted::Call::kEnumerate) || fault.Refuses(hosted::Call::kHid);
+        fault.Refuses(emulation::Call::kEnumerate) || fault.Refuses(emulation::Call::kHid);
     const bool deferredStays =
         now.Logged("NfcThreadCreate fail") > 0 && now.Logged("NfcThreadCreate exit Begin") == 0;
     const struct {
         bool holds;
-        hosted::LiveCounts left;
+        emulation::LiveCounts left;
     } rows[] = {
-        {fault.Refuses(hosted::Call::kCloseHandle), kHandle},
+        {fault.Refuses(emulation::Call::kCloseHandle), kHandle},
         // A thread that could not begin, until the next start.
         {afterFlow && !flow.on.IsChip() &&
              now.Logged("NFC error creating overlapped event for ") > 0,
@@ -137,13 +138,13 @@ hosted::LiveCounts Leftovers(const Flow& flow, const FaultCase& fault, const Out
         {isSearch && now.worked && std::equal(&now.counts[0], &now.counts[kRead], &usual.counts[0]),
          kHandle},
         // The request cannot be left, so the thread waits for its end.
-        {moment == kAfterStop && fault.Refuses(hosted::Call::kCancelIoEx), kWaitingThread},
+        {moment == kAfterStop && fault.Refuses(emulation::Call::kCancelIoEx), kWaitingThread},
         // A keyboard that does not refuse the interrupt wait.
         {afterFlow && flow.on.IsHid() && fault.counter == kInterrupt && fault.maySilentlyFail,
          kWaitingThread}};
     const auto row =
         std::find_if(std::begin(rows), std::end(rows), [](const auto& one) { return one.holds; });
-    return row == std::end(rows) ? hosted::LiveCounts{} : row->left;
+    return row == std::end(rows) ? emulation::LiveCounts{} : row->left;
 }
 
 // The thread that takes a keyboard's reports does not come back by itself.
@@ -157,9 +158,9 @@ bool HasLostReports(const FaultCase& fault, const Outcome& now, const Outcome& u
 // In a child. Without a fault it fills what is usual, which all others are compared with.
 void RunCase(const Flow& flow, const FaultCase& fault, Outcome& usual) {
     alarm(kRealSeconds);
-    hosted::ScheduledOptions options;
+    emulation::ScheduledOptions options;
     options.maxSteps = kMostSteps;
-    hosted::UseScheduledClock(options);
+    emulation::UseScheduledClock(options);
     LinkDockService::SetDeliveryHabits(flow.on.habits);
     PcWithHost setup({flow.on.route}, flow.on.chip);
     flow.prepare(setup);
@@ -168,9 +169,9 @@ void RunCase(const Flow& flow, const FaultCase& fault, Outcome& usual) {
     Outcome now;
     now.Look(kBeforeFlow, setup);
     now.counts = RunUnder(setup, fault, [&] {
-        const hosted::Micros start = hosted::Now();
+        const emulation::Micros start = emulation::Now();
         now.worked = flow.act(setup, kNew);
-        now.took = hosted::Now() - start;
+        now.took = emulation::Now() - start;
     });
     const std::vector<LogRecorder::Line> log = setup.log.Lines();
     std::string lines = "\n";
@@ -210,10 +211,10 @@ void RunCase(const Flow& flow, const FaultCase& fault, Outcome& usual) {
     CheckTag(flow, now, usual);
     const bool undone = flow.startsDevice && !now.worked;
     for (const Moment moment : {kAfterFlow, kOnceMore, kAfterStop}) {
-        const hosted::LiveCounts& live = now.live[moment];
-        const hosted::LiveCounts& most =
+        const emulation::LiveCounts& live = now.live[moment];
+        const emulation::LiveCounts& most =
             undone && moment == kAfterFlow ? now.live[kBeforeFlow] : usual.live[moment];
-        const hosted::LiveCounts more = Leftovers(flow, fault, now, usual, moment);
+        const emulation::LiveCounts more = Leftovers(flow, fault, now, usual, moment);
         EXPECT_LE(live.handles, most.handles + more.handles) << moment;
         EXPECT_LE(live.threads, most.threads + more.threads) << moment;
         EXPECT_LE(live.requests, most.requests + more.requests) << moment;

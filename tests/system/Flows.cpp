@@ -9,10 +9,10 @@ namespace testing_support {
 
 namespace {
 
-constexpr hosted::Micros kThreadTime = 10 * hosted::kMillisecond;  // until a new thread waits
-constexpr hosted::Micros kWorkTime = 120 * hosted::kSecond;        // the longest number renewal
-constexpr hosted::Micros kVisit = 1000 * hosted::kMillisecond;
-constexpr hosted::Micros kVisitEnd = 12 * hosted::kSecond;  // later than every leave
+constexpr emulation::Micros kThreadTime = 10 * emulation::kMillisecond;  // until a new thread waits
+constexpr emulation::Micros kWorkTime = 120 * emulation::kSecond;  // the longest number renewal
+constexpr emulation::Micros kVisit = 1000 * emulation::kMillisecond;
+constexpr emulation::Micros kVisitEnd = 12 * emulation::kSecond;  // later than every leave
 
 // The lines of a success.
 const std::string kUpdated = "UpdateNfcData success";
@@ -48,7 +48,7 @@ void Running(PcWithHost& setup) {
 }
 
 bool RenewNumber(PcWithHost& setup, std::uint8_t content) {
-    const std::size_t threads = hosted::Live().threads;
+    const std::size_t threads = emulation::Live().threads;
     if (Renew(*setup.manager, NumberOf(content)) != 0) {
         Number number{};
         setup.message->GetRandomNumber(reinterpret_cast<std::uint8_t(&)[32]>(number));
@@ -59,7 +59,7 @@ bool RenewNumber(PcWithHost& setup, std::uint8_t content) {
     const auto ended = [&setup] {
         return setup.log.Has(kRenewed) || setup.log.Has("LocalWriteRand failed");
     };
-    EXPECT_TRUE(hosted::WaitFor(ended, kWorkTime, "the number thread"));
+    EXPECT_TRUE(emulation::WaitFor(ended, kWorkTime, "the number thread"));
     EXPECT_TRUE(PcWithHost::WaitForThreads(threads, kWorkTime));
     return setup.log.Has(kRenewed);
 }
@@ -148,10 +148,10 @@ const Peripheral kPeripherals[] = {
 };
 
 // What docs/decisions.md says of a driver that never ends a request.
-constexpr hosted::Micros kLongestStart = 51 * hosted::kSecond;
-constexpr hosted::Micros kLongestWrite = 20 * hosted::kSecond + kThreadTime;
-constexpr hosted::Micros kLongestCheckedWrite = 22 * hosted::kSecond;
-constexpr hosted::Micros kLongestRead = 3100 * hosted::kMillisecond;
+constexpr emulation::Micros kLongestStart = 51 * emulation::kSecond;
+constexpr emulation::Micros kLongestWrite = 20 * emulation::kSecond + kThreadTime;
+constexpr emulation::Micros kLongestCheckedWrite = 22 * emulation::kSecond;
+constexpr emulation::Micros kLongestRead = 3100 * emulation::kMillisecond;
 
 }  // namespace
 

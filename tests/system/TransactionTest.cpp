@@ -6,15 +6,15 @@
 #include "chip/NfcSpbExtend.h"
 #include "simulator/FanliChip.h"
 #include "tests/support/PcWithHost.h"
-#include "tests/support/Seeds.h"
+#include "tests/support/SeededRuns.h"
 
 using simulator::PcRoute;
 using namespace testing_support;
 
 namespace {
 
-using hosted::kMillisecond;
-using hosted::kSecond;
+using emulation::kMillisecond;
+using emulation::kSecond;
 
 constexpr unsigned kSeeds = 30;
 constexpr int kReads = 5;
@@ -26,12 +26,12 @@ void ReadByTwoThreads(const char* chip,
     ForEachSeed(kSeeds, [chip, read] {
         PcWithHost setup({PcRoute::kI2c}, chip);  // which counts transfers at the same time
         setup.Start();
-        const std::size_t threads = hosted::Live().threads;
+        const std::size_t threads = emulation::Live().threads;
         int good = 0;  // threads of the scheduled clock take turns
         for (const std::uint16_t reg : kRegisters) {
             const simulator::Bytes marked(16, static_cast<std::uint8_t>(reg));
             {
-                const hosted::DeviceLock lock;
+                const emulation::DeviceLock lock;
                 setup.pc.chip()->BackDoor().SetMemory(reg, marked);
             }
             OnThread([reg, marked, read, &good] {
@@ -66,9 +66,9 @@ TEST(Transactions, OfAStatusAndOfADetectionDoNotMix) {
         setup.log.Announce("Nfc MCU start!");
         constexpr int kStarts = 8;
         for (int i = 0; i < kStarts; ++i) {
-            hosted::After((5 + 23 * i) * kMillisecond, [&setup] {
-                setup.pc.chip()->BackDoor().RaiseStatus(hosted::Now(), simulator::kStatusMcuStart,
-                                                        0);
+            emulation::After((5 + 23 * i) * kMillisecond, [&setup] {
+                setup.pc.chip()->BackDoor().RaiseStatus(emulation::Now(),
+                                                        simulator::kStatusMcuStart, 0);
             });
         }
         EXPECT_TRUE(setup.manager->DeviceInit());

@@ -8,15 +8,15 @@
 #include "transfer/SpbTransfer.h"
 
 using namespace testing_support;
-using hosted::kMillisecond;
+using emulation::kMillisecond;
 
 namespace {
 
-using hosted::kMillisecond;
+using emulation::kMillisecond;
 
 constexpr std::uint8_t kUntouched = 0x77;
-constexpr hosted::Micros kRefusedMs = 200;
-constexpr hosted::Micros kGivenUpMs = 2000;  // what hosts are promised
+constexpr emulation::Micros kRefusedMs = 200;
+constexpr emulation::Micros kGivenUpMs = 2000;  // what hosts are promised
 
 // The lines behind those that tell what happened.
 const std::string kUnread = " with 0 bytes read, E Nfc read spb status error, status = ";
@@ -31,7 +31,7 @@ const struct {
     char kind;  // Read, Write, Open
     std::string fault;
     bool result;
-    hosted::Micros milliseconds;
+    emulation::Micros milliseconds;
     std::string lines;
 } kTransfers[] = {
     {'R', "", true, 0, kRead + "W Nfc data: 1d00a509"},
@@ -59,16 +59,16 @@ void TryTransfers(bool endAtOnce) {
         device.bus->reads = {{0x1D, 0x00, 0xA5, 0x09}};
         device.SetFaults(fault.empty() ? "" : "any#1=" + fault);
         std::uint8_t bytes[4] = {kUntouched, kUntouched, kUntouched, kUntouched};
-        const hosted::Micros start = hosted::Now();
+        const emulation::Micros start = emulation::Now();
         SetLastError(ERROR_ACCESS_DENIED);  // left by somebody else; must not count
         COpenCommand open;
         EXPECT_EQ(kind == 'R'   ? NfcSpbRead(4, bytes)
                   : kind == 'W' ? NfcSpbWrite(bytes, 4)
                                 : WaitForCommand(&open) == 0,
                   result);
-        EXPECT_EQ((hosted::Now() - start) / kMillisecond, milliseconds);
+        EXPECT_EQ((emulation::Now() - start) / kMillisecond, milliseconds);
         EXPECT_EQ(Joined(log.TakeMarked()), lines);
-        EXPECT_EQ(hosted::Live().requests, 0U);
+        EXPECT_EQ(emulation::Live().requests, 0U);
         // Only a refused transfer leaves the event set; the next request resets it.
         EXPECT_EQ(WaitForSingleObject(HandleOf(g_ioEvent.value.Get()), 0),
                   milliseconds == kRefusedMs ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
@@ -95,14 +95,15 @@ TEST(Transfer, IsCancelledUntilItHasEnded) {
         LogRecorder log;
         device.SetFaults("any#1+=never");
         unsigned cancellations = 0;
-        hosted::SetCallHook([&](hosted::Call call, hosted::ThreadId) -> DWORD {
-            return call == hosted::Call::kCancelIoEx ? (++cancellations % 3 ? ERROR_NOT_FOUND : 0)
-                   : call == hosted::Call::kGetOverlappedResult ? look
-                                                                : 0;
+        emulation::SetCallHook([&](emulation::Call call, emulation::ThreadId) -> DWORD {
+            return call == emulation::Call::kCancelIoEx
+                       ? (++cancellations % 3 ? ERROR_NOT_FOUND : 0)
+                   : call == emulation::Call::kGetOverlappedResult ? look
+                                                                   : 0;
         });
         std::uint8_t bytes[4] = {};
         EXPECT_FALSE(NfcSpbRead(4, bytes));
-        EXPECT_EQ(hosted::Live().requests, 0U) << "of a transfer";
+        EXPECT_EQ(emulation::Live().requests, 0U) << "of a transfer";
         OVERLAPPED record{};
         {
             PendingRequest request(record);
@@ -111,9 +112,9 @@ TEST(Transfer, IsCancelledUntilItHasEnded) {
                 [&](HANDLE handle) { return ReadFile(handle, bytes, 4, nullptr, &record); }, [] {});
             EXPECT_FALSE(request.Succeeded());
         }
-        EXPECT_EQ(hosted::Live().requests, 0U) << "of an event loop";
+        EXPECT_EQ(emulation::Live().requests, 0U) << "of an event loop";
         EXPECT_EQ(cancellations, 6U);
-        hosted::SetCallHook({});
+        emulation::SetCallHook({});
         log.TakeUnannounced();
     }
 }

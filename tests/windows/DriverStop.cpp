@@ -9,7 +9,7 @@
 #include <thread>
 #include <utility>
 
-#include "simulator/windows/RelayControl.h"
+#include "testdrivers/RelayControl.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "platform/windows/Win32.h"
-#include "simulator/windows/RelayControl.h"
-#include "simulator/windows/hid/HidInstall.h"
+#include "testdrivers/RelayControl.h"
+#include "testdrivers/hid/HidInstall.h"
 
 #include <hidpi.h>
 

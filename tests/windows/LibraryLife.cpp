@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "lab/DeviceProcess.h"
+#include "lab/DeviceProcessClient.h"
 #include "platform/windows/Win32.h"
-#include "simulator/windows/DriverService.h"
+#include "testdrivers/DriverService.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "simulator/windows/RelayControl.h"
+#include "testdrivers/RelayControl.h"
 
 namespace {
 

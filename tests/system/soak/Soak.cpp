@@ -23,8 +23,8 @@
 #include "lab/Judge.h"
 #include "lab/Player.h"
 #include "lab/RunCommand.h"
-#include "tests/support/Seeds.h"
-#include "tests/system/soak/Story.h"
+#include "tests/support/SeededRuns.h"
+#include "tests/system/soak/RandomScript.h"
 
 namespace {
 
@@ -76,10 +76,10 @@ bool IsGood(const Words& story, std::uint64_t seed, Figures& figures) {
             std::fputs(human.Lines(object).c_str(), stderr);
         }
     });
-    lab::StageOptions options;
+    lab::PcOptions options;
     options.seed = seed;
     options = lab::MergedOptions(options, script);
-    lab::Stage& stage = lab::MakeStage(options, recorder);
+    lab::Pc& stage = lab::MakePc(options, recorder);
     lab::Judge judge(script, options, stage, recorder);
     watching = &judge;
     lab::Player player(stage, recorder, seed, [&](const lab::Player::Step& step) {

@@ -1,0 +1,173 @@
+// The real drivers of a Windows PC.
+#include "lab/RealPc.h"
+
+#include <memory>
+#include <thread>
+#include <utility>
+
+#include <winternl.h>
+
+#include "lab/BluetoothPc.h"
+#include "lab/Failure.h"
+#include "lab/LogSink.h"
+#include "lab/RelayedPc.h"
+#include "lab/Terminal.h"
+#include "platform/platform.h"
+
+namespace lab {
+
+namespace {
+
+using Body = std::function<void()>;
+
+DWORD WINAPI RunBody(LPVOID argument) {
+    (*std::unique_ptr<Body>(static_cast<Body*>(argument)))();
+    return 0;
+}
+
+constexpr std::int64_t kPollInterval = 5;  // milliseconds between two evaluations of a predicate
+
+[[noreturn]] void Refuse(const std::string& what) {
+    throw WrongCall(what + " needs simulated devices: choose --route i2c, usb, hid or ble");
+}
+
+}  // namespace
+
+const void* RoutineOf(ThreadKey thread) {
+    constexpr auto kStartAddress = static_cast<THREADINFOCLASS>(9);
+    void* routine = nullptr;
+    const HANDLE handle = OpenThread(THREAD_QUERY_INFORMATION, FALSE, static_cast<DWORD>(thread));
+    if (handle != nullptr) {
+        NtQueryInformationThread(handle, kStartAddress, &routine, sizeof(routine), nullptr);
+        CloseHandle(handle);
+    }
+    return routine;
+}
+
+void RealPc::CreateDevices() {
+    m_recorder.NameThread(Thread(), kHostThread);
+    if (!SetLogSink(&RealPc::RecordLogLine, this)) {
+        PrintError("the PC's own logger takes the log; none of it is shown here");
+    }
+}
+
+std::string RealPc::DefaultScript() const {
+    return "expect event 3 within 60000\nexpect event 1 within 60000\n";
+}
+
+double RealPc::Now() const {
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - m_begin)
+        .count();
+}
+
+double RealPc::TimeOf(std::int64_t micros) const {
+    const std::chrono::steady_clock::time_point point{std::chrono::microseconds(micros)};
+    return std::chrono::duration<double, std::milli>(point - m_begin).count();
+}
+
+ThreadKey RealPc::Thread() const {
+    return GetCurrentThreadId();
+}
+
+bool RealPc::WaitFor(const std::function<bool()>& predicate, std::int64_t milliseconds,
+                     const char* /*what*/) {
+    const double end = Now() + static_cast<double>(milliseconds);
+    while (!predicate()) {
+        if (Now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(kPollInterval));
+    }
+    return true;
+}
+
+// Not std::thread: under Wine 8 with MinGW's threads some of those that are let go at once never
+// begin on a busy machine, and the run would wait for its host without end.
+void RealPc::StartThread(unsigned /*host*/, std::function<void()> body) {
+    auto owned = std::make_unique<Body>(std::move(body));
+    const HANDLE thread = CreateThread(nullptr, 0, &RunBody, owned.get(), 0, nullptr);
+    if (thread == nullptr) {
+        throw SystemFailure("a host's thread cannot be started, error " +
+                            std::to_string(GetLastError()));
+    }
+    static_cast<void>(owned.release());  // the thread's now
+    CloseHandle(thread);
+}
+
+void RealPc::Tap(std::int64_t /*in*/, std::int64_t /*stay*/, const std::string& /*route*/) {
+    Refuse("it");
+}
+void RealPc::Enter(std::int64_t /*in*/) {
+    Refuse("it");
+}
+void RealPc::ChipStatus(std::int64_t /*in*/, std::uint8_t /*status*/) {
+    Refuse("it");
+}
+void RealPc::Unplug() {
+    Refuse("it");
+}
+void RealPc::Plug() {
+    Refuse("it");
+}
+void RealPc::ChipBits(unsigned /*reg*/, std::uint8_t /*mask*/, std::uint8_t /*value*/) {
+    Refuse("it");
+}
+void RealPc::BleClient(const std::map<std::string, std::string>& /*fields*/) {
+    Refuse("it");
+}
+void RealPc::Fault(const std::string& /*plan*/, bool /*apply*/) {
+    Refuse("it");
+}
+
+void RealPc::NameThreadByRoutine(ThreadKey thread) {
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        if (!m_threads.insert(thread).second) {
+            return;
+        }
+    }
+    if (const void* routine = RoutineOf(thread)) {
+        m_recorder.ThreadStarted(thread, routine);
+    }
+}
+
+void RealPc::RecordLogLine(int level, const std::wstring& line, void* context) {
+    auto& self = *static_cast<RealPc*>(context);
+    const ThreadKey thread = self.Thread();
+    self.NameThreadByRoutine(thread);
+    const std::string text = Narrow(line);
+    self.m_recorder.NameThreadByLogLine(thread, text);
+    Json object;
+    object["kind"] = "log";
+    object["level"] = level;
+    object["line"] = text;
+    self.m_recorder.Add(thread, self.Now(), std::move(object));
+}
+
+Pc& MakePc(const PcOptions& options, Recorder& recorder) {
+    static Pc* const pc = [&]() -> Pc* {
+        const auto refuse = [](bool given, const char* option) {
+            if (given) {
+                Refuse(option);
+            }
+        };
+        if (options.check) {
+            throw WrongCall(
+                "--check judges times of the scheduled clock, which Windows does not have");
+        }
+        if (options.route == "ble") {
+            return MakeBluetoothPc(options, recorder);
+        }
+        if (options.route) {
+            return MakeRelayedPc(options, recorder);
+        }
+        refuse(options.chip.has_value(), "--chip");
+        refuse(options.fault.has_value(), "--fault");
+        refuse(options.seed.has_value(), "--seed");
+        refuse(options.bus, "--bus");
+        return new RealPc(recorder);
+    }();
+    return *pc;
+}
+
+}  // namespace lab

@@ -1,0 +1,129 @@
+// The table of devices by path, and the opening and closing of devices.
+#include <algorithm>
+#include <cwctype>
+
+#include "platform/emulation/KernelState.h"
+
+namespace emulation {
+
+namespace {
+
+/// The share modes of an open handle and of a new one exclude each other.
+bool Excludes(const DeviceNode::Opening& standing, const DeviceNode::Opening& wanted) {
+    const auto shares = [](DWORD share, DWORD access) {
+        return ((access & GENERIC_READ) == 0 || (share & FILE_SHARE_READ) != 0) &&
+               ((access & GENERIC_WRITE) == 0 || (share & FILE_SHARE_WRITE) != 0);
+    };
+    return !shares(standing.share, wanted.access) || !shares(wanted.share, standing.access);
+}
+
+void TraceFile(TraceEvent::Kind kind, const std::wstring& path, DWORD error) {
+    if (Tracing()) {
+        TraceEvent event;
+        event.kind = kind;
+        event.text = ToUtf8(path.data(), path.size());
+        event.error = error;
+        Trace(std::move(event));
+    }
+}
+
+void PutDevice(const std::wstring& path, std::shared_ptr<Driver> driver,
+               std::shared_ptr<const HidInterface> hid) {
+    auto node = std::make_shared<DeviceNode>();
+    node->path = path;
+    node->driver = std::move(driver);
+    node->hid = std::move(hid);
+    TheKernel().devices[FoldCase(path)] = std::move(node);
+}
+
+/// Opens the device. Gives the last-error code; if it is zero, `file` is set.
+DWORD Open(const std::wstring& path, const DeviceNode::Opening& how,
+           std::shared_ptr<FileObject>& file) {
+    const auto found = TheKernel().devices.find(FoldCase(path));
+    if (found == TheKernel().devices.end()) {
+        return ERROR_FILE_NOT_FOUND;
+    }
+    const std::shared_ptr<DeviceNode> node = found->second;
+    for (const DeviceNode::Opening& standing : node->openings) {
+        if (Excludes(standing, how)) {
+            return ERROR_SHARING_VIOLATION;
+        }
+    }
+    const DWORD error = node->driver->Open();
+    if (error == ERROR_SUCCESS) {
+        node->openings.push_back(how);
+        file = std::make_shared<FileObject>(node, how);
+    }
+    return error;
+}
+
+}  // namespace
+
+void CloseFile(FileObject& file) {
+    DeviceNode& node = *file.node;
+    const auto standing = std::find_if(
+        node.openings.begin(), node.openings.end(), [&](const DeviceNode::Opening& opening) {
+            return opening.access == file.opening.access && opening.share == file.opening.share;
+        });
+    node.openings.erase(standing);
+    TraceFile(TraceEvent::Kind::kClose, node.path, ERROR_SUCCESS);
+    if (node.openings.empty()) {
+        node.driver->Close();
+    }
+    const auto pending = TheKernel().pending;  // a copy: ending a request takes it out
+    for (const auto& request : pending) {
+        if (request->file() == &file) {
+            CancelRequest(request);
+        }
+    }
+    TheScheduler().Changed();
+}
+
+void AddDevice(const std::wstring& path, std::shared_ptr<Driver> driver) {
+    const KernelLock lock;
+    PutDevice(path, std::move(driver), nullptr);
+}
+
+void RemoveDevice(const std::wstring& path) {
+    const KernelLock lock;
+    TheKernel().devices.erase(FoldCase(path));
+}
+
+void AddHidInterface(const HidInterface& interface, std::shared_ptr<Driver> driver) {
+    const KernelLock lock;
+    const auto hid = std::make_shared<const HidInterface>(interface);
+    TheKernel().hidInterfaces.push_back(hid);
+    if (driver != nullptr) {
+        PutDevice(interface.path, std::move(driver), hid);
+    }
+}
+
+void RemoveHidInterfaces() {
+    const KernelLock lock;
+    for (const auto& hid : TheKernel().hidInterfaces) {
+        TheKernel().devices.erase(FoldCase(hid->path));
+    }
+    TheKernel().hidInterfaces.clear();
+}
+
+}  // namespace emulation
+
+HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* /*security*/,
+                   DWORD disposition, DWORD flags, HANDLE /*templateFile*/) {
+    const emulation::Operation operation(emulation::Call::kCreateFile);
+    if (operation.Refused()) {
+        return INVALID_HANDLE_VALUE;
+    }
+    if (path == nullptr || disposition != OPEN_EXISTING || (flags & FILE_FLAG_OVERLAPPED) == 0) {
+        SetLastError(ERROR_INVALID_PARAMETER);  // nothing else is implemented
+        return INVALID_HANDLE_VALUE;
+    }
+    std::shared_ptr<emulation::FileObject> file;
+    const DWORD error = emulation::Open(path, {access, share}, file);
+    emulation::TraceFile(emulation::TraceEvent::Kind::kOpen, path, error);
+    if (error != ERROR_SUCCESS) {
+        SetLastError(error);
+        return INVALID_HANDLE_VALUE;
+    }
+    return emulation::AddHandle(std::move(file));
+}

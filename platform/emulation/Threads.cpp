@@ -1,0 +1,92 @@
+// CreateThread, the end of a thread, and Sleep.
+#include <system_error>
+
+#include "platform/emulation/KernelState.h"
+
+namespace emulation {
+
+namespace {
+
+void EndThread(const Thread& thread, ThreadObject& object) {
+    {
+        const KernelLock lock;
+        CancelRequestsOfThread(thread.id);
+        if (Tracing()) {
+            TraceEvent event;
+            event.kind = TraceEvent::Kind::kThreadEnd;
+            event.thread = thread.id;
+            Trace(std::move(event));
+        }
+        RemoveThread(thread);
+        --TheKernel().startedThreads;
+        object.signal.Set();
+        TheScheduler().Changed();
+    }
+    TheScheduler().EndCurrent();
+}
+
+}  // namespace
+
+}  // namespace emulation
+
+using emulation::Call;
+using emulation::Operation;
+using emulation::ThreadObject;
+using emulation::TraceEvent;
+
+HANDLE CreateThread(SECURITY_ATTRIBUTES* /*security*/, std::size_t /*stackSize*/,
+                    LPTHREAD_START_ROUTINE start, LPVOID argument, DWORD flags, DWORD* threadId) {
+    const Operation operation(Call::kCreateThread);
+    if (operation.Refused()) {
+        return nullptr;
+    }
+    if (start == nullptr || flags != 0) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    emulation::TheScheduler().Current();  // the caller gets its number before the new thread does
+    const std::shared_ptr<emulation::Thread> thread = emulation::AddThread();
+    const auto object = std::make_shared<ThreadObject>();
+    // Whatever allocates comes before the thread runs: after a failure its argument is freed.
+    const HANDLE handle = emulation::AddHandle(object);
+    TraceEvent event;
+    event.kind = TraceEvent::Kind::kThreadStart;
+    event.thread = thread->id;
+    event.routine = start;
+    event.argument = argument;
+    try {
+        emulation::TheScheduler().Launch(thread, [thread, object, start, argument] {
+            start(argument);
+            emulation::EndThread(*thread, *object);
+        });
+    } catch (const std::exception&) {
+        emulation::RemoveThread(*thread);
+        emulation::RemoveHandle(handle);
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    ++emulation::TheKernel().startedThreads;
+    if (emulation::Tracing()) {
+        emulation::Trace(std::move(event));
+    }
+    if (threadId != nullptr) {
+        *threadId = thread->id;
+    }
+    return handle;
+}
+
+void Sleep(DWORD milliseconds) {
+    emulation::Scheduler& scheduler = emulation::TheScheduler();
+    const Operation operation(Call::kSleep);
+    if (emulation::Tracing()) {
+        TraceEvent event;
+        event.kind = TraceEvent::Kind::kSleep;
+        event.milliseconds = milliseconds;
+        emulation::Trace(std::move(event));
+    }
+    emulation::WaitReason reason;
+    reason.what = "the end of a sleep";
+    const auto never = [] { return false; };
+    scheduler.Wait(emulation::Predicate(never),
+                   emulation::DeadlineAfter(emulation::FromMilliseconds(milliseconds)), reason);
+}

@@ -1,0 +1,219 @@
+// Wires models, drivers and faults to the layer.
+#include "simulator/Pc.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+#include "platform/emulation/Kernel.h"
+
+namespace simulator {
+
+namespace {
+
+constexpr std::size_t kTagMemory = 255;
+
+}  // namespace
+
+std::optional<PcRoute> RouteByName(const std::string& name) {
+    constexpr std::pair<const char*, PcRoute> kNames[] = {{"i2c", PcRoute::kI2c},
+                                                          {"usb", PcRoute::kUsb},
+                                                          {"hid", PcRoute::kHid},
+                                                          {"ble", PcRoute::kBle}};
+    for (const auto& [known, route] : kNames) {
+        if (name == known) {
+            return route;
+        }
+    }
+    return std::nullopt;
+}
+
+std::string ChipProblem(const std::vector<PcRoute>& routes, const std::string& chip) {
+    const auto has = [&](PcRoute route) {
+        return std::find(routes.begin(), routes.end(), route) != routes.end();
+    };
+    if (!has(PcRoute::kI2c) && !has(PcRoute::kUsb)) {
+        return "";
+    }
+    const auto& kinds = ChipKinds();
+    if (std::find(kinds.begin(), kinds.end(), chip) == kinds.end()) {
+        return "there is no such chip";
+    }
+    // The library takes the chip of the USB route for one with FM11N frames, without detection.
+    if (has(PcRoute::kUsb) && IsFanliKind(chip)) {
+        return "not possible on the usb route, where every chip has the frames of FM11N chips";
+    }
+    return "";
+}
+
+Pc::Pc(const std::vector<PcRoute>& routes, const std::string& chip) : m_routes(routes) {
+    for (const PcRoute route : {PcRoute::kI2c, PcRoute::kUsb}) {
+        if (!Has(route)) {
+            continue;
+        }
+        SpbRoute spb{route, route == PcRoute::kI2c ? kSpbDriverPath : kUsbDriverPath,
+                     MakeChip(chip), nullptr, nullptr};
+        if (spb.chip == nullptr) {
+            throw std::invalid_argument("no chip is called \"" + chip + "\"");
+        }
+        m_spb.push_back(std::move(spb));
+    }
+    if (Has(PcRoute::kHid)) {
+        m_keyboard = std::make_shared<KeyboardMcu>();
+    }
+    if (Has(PcRoute::kBle)) {
+        m_bluetooth = std::make_shared<BluetoothKeyboard>();
+        m_peer = BlePeerAdapter::Make(m_bluetooth);
+        LinkDockService::SetPeer(m_peer);
+    }
+    Plug();
+}
+
+Pc::~Pc() {
+    Unplug();
+    if (m_peer != nullptr) {
+        LinkDockService::SetPeer(nullptr);
+    }
+}
+
+bool Pc::Has(PcRoute route) const {
+    return std::find(m_routes.begin(), m_routes.end(), route) != m_routes.end();
+}
+
+void Pc::Plug() {
+    if (std::exchange(m_plugged, true)) {
+        return;
+    }
+    for (SpbRoute& spb : m_spb) {
+        spb.driver = std::make_shared<SpbDriver>(spb.chip);
+        spb.faulty = std::make_shared<FaultyDriver>(spb.driver);
+        spb.faulty->SetPlan(m_plan);
+        emulation::AddDevice(spb.path, spb.faulty);
+    }
+    if (m_keyboard != nullptr) {
+        m_hid = std::make_shared<HidDriver>(m_keyboard);
+        m_faultyHid = std::make_shared<FaultyDriver>(m_hid);
+        m_faultyHid->SetPlan(m_plan);
+        RegisterKeyboard(m_faultyHid);
+    }
+    if (m_bluetooth != nullptr) {
+        const emulation::DeviceLock lock;
+        m_bluetooth->BackInRange();
+    }
+}
+
+void Pc::Unplug() {
+    if (!std::exchange(m_plugged, false)) {
+        return;
+    }
+    for (const SpbRoute& spb : m_spb) {
+        emulation::RemoveDevice(spb.path);
+        const emulation::DeviceLock lock;
+        spb.faulty->Unplug();
+        spb.driver->Unplug();
+    }
+    if (m_hid != nullptr) {
+        emulation::RemoveHidInterfaces();
+        const emulation::DeviceLock lock;
+        m_faultyHid->Unplug();
+        m_hid->Unplug();
+    }
+    if (m_bluetooth != nullptr) {
+        const emulation::DeviceLock lock;
+        m_bluetooth->DropLink();
+    }
+}
+
+void Pc::Faults(const FaultPlan& plan) {
+    const emulation::DeviceLock lock;
+    m_plan = plan;
+    for (const SpbRoute& spb : m_spb) {
+        spb.faulty->SetPlan(plan);
+    }
+    if (m_faultyHid != nullptr) {
+        m_faultyHid->SetPlan(plan);
+    }
+}
+
+void Pc::SetFaults(const PcFaults& faults) {
+    Faults(faults.drivers);
+    LinkDockService::ClearFaults();
+    for (const ClientFault& fault : faults.client) {
+        LinkDockService::FailCall(fault.call, fault.nth);
+    }
+}
+
+std::shared_ptr<PhoneVisit> Pc::TapPhone(Micros enterAfter, Micros stay, Phone::Reporter report) {
+    return TapPhone(m_routes.at(0), enterAfter, stay, std::move(report));
+}
+
+std::shared_ptr<PhoneVisit> Pc::TapPhone(PcRoute route, Micros enterAfter, Micros stay,
+                                         Phone::Reporter report) {
+    const auto visit = [&](auto owner, TagRadio& tag) {
+        return PhoneVisit::Start(std::move(owner), tag, enterAfter, stay, std::move(report));
+    };
+    if (route == PcRoute::kHid && m_keyboard != nullptr) {
+        return visit(m_keyboard, m_keyboard->Radio());
+    }
+    if (route == PcRoute::kBle && m_bluetooth != nullptr) {
+        return visit(m_bluetooth, m_bluetooth->Radio());
+    }
+    for (const SpbRoute& spb : m_spb) {
+        if (spb.route == route) {
+            return visit(spb.chip, spb.chip->Radio());
+        }
+    }
+    return nullptr;
+}
+
+void Pc::HoldPhone(Micros in, Phone::Reporter report) {
+    emulation::After(in, [this, report = std::move(report)] {
+        if (m_phone != nullptr) {
+            m_phone->TakeAway();
+        }
+        m_phone = TapPhone(0, kUntilTakenAway, report);
+    });
+}
+
+void Pc::TakePhone(Micros in) {
+    emulation::After(in, [this] {
+        if (m_phone != nullptr) {
+            m_phone->TakeAway();
+            m_phone.reset();
+        }
+    });
+}
+
+Bytes Pc::TagMemory() {
+    switch (m_routes.at(0)) {
+        case PcRoute::kHid:
+            return m_keyboard->Image();
+        case PcRoute::kBle:
+            return m_bluetooth->Image();
+        default:
+            return chip(m_routes.front())->BackDoor().Memory(kFirstImageRegister, kTagMemory);
+    }
+}
+
+Chip* Pc::chip() {
+    return m_spb.empty() ? nullptr : m_spb.front().chip.get();
+}
+
+SpbDriver* Pc::spb() {
+    return m_spb.empty() ? nullptr : m_spb.front().driver.get();
+}
+
+FaultyDriver* Pc::faulty() {
+    return m_spb.empty() ? m_faultyHid.get() : m_spb.front().faulty.get();
+}
+
+Chip* Pc::chip(PcRoute route) {
+    for (const SpbRoute& spb : m_spb) {
+        if (spb.route == route) {
+            return spb.chip.get();
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace simulator

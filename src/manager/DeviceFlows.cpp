@@ -1,0 +1,77 @@
+// The operations that only forward to the peripheral: start, Bluetooth, connection status.
+#include <tagport/NfcManager.h>
+
+#include "diagnostics/Log.h"
+#include "events/EventState.h"
+#include "manager/DeviceFlows.h"
+#include "manager/ManagerLocks.h"
+#include "platform/platform.h"
+#include "routes/NfcProxy.h"
+#include "routes/Route.h"
+#include "routes/RouteState.h"
+
+namespace {
+
+constexpr int kStartAttempts = 3;
+constexpr DWORD kStartPauseMs = 300;
+
+}  // namespace
+
+bool StartDeviceWithRetries(NfcProxy& proxy) {
+    for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
+        if (proxy.InitNfcDevice()) {
+            return true;
+        }
+        Sleep(kStartPauseMs);
+    }
+    return false;
+}
+
+bool NfcManager::DeviceInit() {
+    platform::Lock lock(m_staticDeviceMutex);
+    LogWarnFun("NfcManager::DeviceInit()");
+    // A start works on the process's state alone, so it does not need this manager's own proxy.
+    if (!StartDeviceWithRetries(*NfcProxy::Detached())) {
+        LogErrorFun("NfcManager Init DeviceInit failed");
+        return false;
+    }
+    return true;
+}
+
+bool NfcManager::IsActivePC() {
+    if (Proxy() == nullptr) {
+        LogErrorFun("[NFC] IsPassivePC ,m_nfcProxy is nullptr");
+        return false;
+    }
+    return g_isI2cDriver;
+}
+
+bool NfcManager::SetMcuKbConnectStatus(bool status) {
+    platform::Lock lock(m_staticMcuKbMutex);
+    if (Proxy() == nullptr) {
+        LogErrorFun("[NFC] IsPassivePC ,m_nfcProxy is nullptr");
+        return false;
+    }
+    g_mcuKbConnected = status;
+    return true;
+}
+
+bool NfcManager::BtConnect(std::uint64_t address) {
+    const OperationScope scope;
+    const std::shared_ptr<NfcProxy> proxy = Proxy();
+    if (proxy == nullptr) {
+        LogErrorFun("BtConnect failed");
+        return false;
+    }
+    return proxy->BtConnect(address);
+}
+
+bool NfcManager::BtDisconnect(std::uint64_t address) {
+    const OperationScope scope;
+    const std::shared_ptr<NfcProxy> proxy = Proxy();
+    if (proxy == nullptr) {
+        LogErrorFun("BtDisconnect failed");
+        return false;
+    }
+    return proxy->BtDisconnect(address);
+}

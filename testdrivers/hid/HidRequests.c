@@ -1,0 +1,142 @@
+/* The devices of the bus as the HID class driver sees them: what each is, and its reports. Those of
+ * the keyboard go to the device process. Kernel mode. */
+#include "testdrivers/hid/HidBus.h"
+#include "testdrivers/hid/HidNames.h"
+#include "testdrivers/hid/HidPort.h"
+
+#define VENDOR_TAG 0x7A3E
+#define PRODUCT_TAG 0x10B8
+#define VERSION 0x0100
+
+/* One collection with one input and one output report of `bytes` bytes after the id. */
+#define REPORTS(pageHigh, pageLow, usage, id, bytes)                      \
+    0x06, pageLow, pageHigh,          /* usage page */                    \
+        0x09, usage, 0xA1, 0x01,      /* usage, application collection */ \
+        0x85, id,                     /* report id */                     \
+        0x15, 0x00, 0x26, 0xFF, 0x00, /* values from 0 to 255 */          \
+        0x75, 0x08, 0x95, bytes,      /* fields of 8 bits */              \
+        0x09, 0x01, 0x81, 0x02,       /* input */                         \
+        0x09, 0x02, 0x91, 0x02, 0xC0  /* output, end */
+
+static const UCHAR g_tagReports[] = {REPORTS(0x46, 0x4E, 0x43, 5, 63)};
+static const UCHAR g_longReports[] = {REPORTS(0x46, 0x4E, 0x43, 5, 95)};
+static const UCHAR g_mouseReports[] = {REPORTS(0x00, 0x01, 0x02, 1, 7)};
+static const UCHAR g_keyReports[] = {REPORTS(0x00, 0x01, 0x06, 1, 7)};
+static const UCHAR g_vendorReports[] = {REPORTS(0xFF, 0x00, 0x01, 6, 63)};
+
+#define KIND(id, vendor, product, reports) \
+    { id, vendor, product, reports, sizeof(reports) }
+const struct Kind g_kinds[KINDS] = {
+    KIND(TAGPORT_HID_MOUSE, 0x1209, 0x0001, g_mouseReports),
+    KIND(TAGPORT_HID_KEYS, VENDOR_TAG, PRODUCT_TAG, g_keyReports),
+    KIND(TAGPORT_HID_OTHER, VENDOR_TAG, 0x10B9, g_tagReports),
+    KIND(TAGPORT_HID_KEYBOARD, VENDOR_TAG, PRODUCT_TAG, g_tagReports),
+    KIND(TAGPORT_HID_LAST, VENDOR_TAG, PRODUCT_TAG, g_vendorReports)};
+const struct Kind g_longKeyboard =
+    KIND(TAGPORT_HID_KEYBOARD, VENDOR_TAG, PRODUCT_TAG, g_longReports);
+
+static NTSTATUS GiveBytes(PIRP irp, const void* bytes, ULONG size, ULONG room) {
+    if (room < size || irp->UserBuffer == NULL) {
+        return Complete(irp, STATUS_BUFFER_TOO_SMALL, 0);
+    }
+    RtlCopyMemory(irp->UserBuffer, bytes, size);
+    return Complete(irp, STATUS_SUCCESS, size);
+}
+
+static NTSTATUS GiveDescriptor(PIRP irp, const struct Kind* kind, ULONG room) {
+    HID_DESCRIPTOR descriptor;
+    descriptor.bLength = sizeof(descriptor);
+    descriptor.bDescriptorType = HID_HID_DESCRIPTOR_TYPE;
+    descriptor.bcdHID = VERSION;
+    descriptor.bCountry = 0;
+    descriptor.bNumDescriptors = 1;
+    descriptor.DescriptorList[0].bReportType = HID_REPORT_DESCRIPTOR_TYPE;
+    descriptor.DescriptorList[0].wReportLength = kind->reportsSize;
+    return GiveBytes(irp, &descriptor, sizeof(descriptor), room);
+}
+
+static NTSTATUS GiveAttributes(PIRP irp, const struct Kind* kind, ULONG room) {
+    HID_DEVICE_ATTRIBUTES attributes;
+    RtlZeroMemory(&attributes, sizeof(attributes));
+    attributes.Size = sizeof(attributes);
+    attributes.VendorID = kind->vendor;
+    attributes.ProductID = kind->product;
+    attributes.VersionNumber = VERSION;
+    return GiveBytes(irp, &attributes, sizeof(attributes), room);
+}
+
+/* Pends until the device process has a report. A decoy and an unplugged keyboard never have one: a
+ * class driver that sees a read fail may start the next one at once, for as long as it knows the
+ * device. */
+static NTSTATUS ReadReport(DEVICE_OBJECT* device, PIRP irp, ULONG room) {
+    struct Extension* extension = ExtensionOf(device);
+    struct Item* item;
+    KIRQL irql;
+    if (irp->UserBuffer == NULL || room > TAGPORT_RELAY_MOST_BYTES) {
+        return Complete(irp, STATUS_INVALID_PARAMETER, 0);
+    }
+    item = NewItem(kRelayRead, kRelayHid, NULL, 0, room);
+    if (item == NULL) {
+        return Complete(irp, STATUS_INSUFFICIENT_RESOURCES, 0);
+    }
+    irql = EnterLock();
+    if (extension->removed) {
+        LeaveLock(irql);
+        ExFreePool(item);
+        return Complete(irp, STATUS_DEVICE_NOT_CONNECTED, 0);
+    }
+    return Pend(item, irp, irp->UserBuffer, extension->relayed && !extension->gone, irql);
+}
+
+/* Pends until the device process has taken the report, so a write fails as it says. A decoy takes
+ * everything. */
+static NTSTATUS WriteReport(DEVICE_OBJECT* device, PIRP irp) {
+    const HID_XFER_PACKET* const packet = (const HID_XFER_PACKET*)irp->UserBuffer;
+    struct Extension* extension = ExtensionOf(device);
+    struct Item* item;
+    int gone;
+    KIRQL irql;
+    if (packet == NULL || packet->reportBufferLen > TAGPORT_RELAY_MOST_BYTES) {
+        return Complete(irp, STATUS_INVALID_PARAMETER, 0);
+    }
+    item = NewItem(kRelayWrite, kRelayHid, packet->reportBuffer, packet->reportBufferLen,
+                   packet->reportBufferLen);
+    if (item == NULL) {
+        return Complete(irp, STATUS_INSUFFICIENT_RESOURCES, 0);
+    }
+    irql = EnterLock();
+    gone = extension->gone || extension->removed;
+    if (extension->relayed && !gone) {
+        return Pend(item, irp, NULL, 1, irql);
+    }
+    LeaveLock(irql);
+    ExFreePool(item);
+    return Complete(irp, gone ? STATUS_DEVICE_NOT_CONNECTED : STATUS_SUCCESS,
+                    gone ? 0 : packet->reportBufferLen);
+}
+
+NTSTATUS NTAPI DispatchInternal(DEVICE_OBJECT* device, PIRP irp) {
+    IO_STACK_LOCATION* const stack = IoGetCurrentIrpStackLocation(irp);
+    const ULONG room = stack->Parameters.DeviceIoControl.OutputBufferLength;
+    const struct Kind* const kind = IsControl(device) ? NULL : ExtensionOf(device)->kind;
+    if (kind == NULL) {
+        return Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
+    }
+    switch (stack->Parameters.DeviceIoControl.IoControlCode) {
+        case IOCTL_HID_GET_DEVICE_DESCRIPTOR:
+            return GiveDescriptor(irp, kind, room);
+        case IOCTL_HID_GET_REPORT_DESCRIPTOR:
+            return GiveBytes(irp, kind->reports, kind->reportsSize, room);
+        case IOCTL_HID_GET_DEVICE_ATTRIBUTES:
+            return GiveAttributes(irp, kind, room);
+        case IOCTL_HID_ACTIVATE_DEVICE:
+        case IOCTL_HID_DEACTIVATE_DEVICE:
+            return Complete(irp, STATUS_SUCCESS, 0);
+        case IOCTL_HID_READ_REPORT:
+            return ReadReport(device, irp, room);
+        case IOCTL_HID_WRITE_REPORT:
+            return WriteReport(device, irp);
+        default:
+            return Complete(irp, STATUS_NOT_SUPPORTED, 0);
+    }
+}
