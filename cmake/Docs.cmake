@@ -1,4 +1,16 @@
-# The reference of the public headers: target `docs`, where doxygen is installed.
+# The page of the manual about the lines of the log, and the reference of the public headers.
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+set(TAGPORT_LOG_PAGE ${PROJECT_BINARY_DIR}/docs/log.md)
+set(log_reference ${PROJECT_SOURCE_DIR}/scripts/log-reference)
+file(GLOB log_sources CONFIGURE_DEPENDS
+  ${PROJECT_SOURCE_DIR}/src/*/*.cpp ${PROJECT_SOURCE_DIR}/src/*/*.h)
+file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/docs)
+add_custom_command(OUTPUT ${TAGPORT_LOG_PAGE}
+  COMMAND ${Python3_EXECUTABLE} ${log_reference} --manual ${TAGPORT_LOG_PAGE}
+  DEPENDS ${log_reference} ${PROJECT_SOURCE_DIR}/lab/explain/meanings.txt ${log_sources} VERBATIM)
+add_custom_target(log_page ALL DEPENDS ${TAGPORT_LOG_PAGE})
+
+# Target `docs`, where doxygen is installed.
 find_program(TAGPORT_DOXYGEN doxygen)
 mark_as_advanced(TAGPORT_DOXYGEN)
 if(TAGPORT_DOXYGEN)

@@ -89,9 +89,9 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/ DESTINATION ${example_director
   COMPONENT examples)
 
 # They link to each other only: scripts/checks/package looks at the installed ones.
-set(manual docs/reference.md docs/log.md docs/lab.md CHANGELOG.md)
+set(manual docs/reference.md docs/lab.md CHANGELOG.md)
 list(TRANSFORM manual PREPEND ${PROJECT_SOURCE_DIR}/)
-install(FILES ${manual} DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT docs)
+install(FILES ${manual} ${TAGPORT_LOG_PAGE} DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT docs)
 install(FILES ${PROJECT_SOURCE_DIR}/docs/package.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
   RENAME README.md COMPONENT docs)
 
