@@ -25,25 +25,27 @@ platform::NeverDestroyed<platform::ConditionVariable> g_deferCond;
 // before the thread looks, and each of them needs its leave.
 unsigned g_deferNotified TAGPORT_GUARDED_BY(g_deferMutex) = 0;
 
-// A phone whose leave the chip does not report is given up after the last poll.
-void WatchReportedLeave() {
+// A phone whose leave the chip does not report is given up after the last poll. Returns the count
+// of the last look.
+std::int32_t WatchReportedLeave() {
     for (int poll = 0;; ++poll) {
         Sleep(kPollMs);
-        if (g_fieldCount == kFieldLeaveReported || poll >= kLastPoll) {
-            return;
+        const std::int32_t count = g_fieldCount;
+        if (count == kFieldLeaveReported || poll >= kLastPoll) {
+            return count;
         }
         LogWarnFun("NFC_phone still in field");
     }
 }
 
-// The only sign of a leave is that interrupts stop coming.
-void WatchInterrupts() {
+// The only sign of a leave is that interrupts stop coming. Returns the count of the last look.
+std::int32_t WatchInterrupts() {
     for (;;) {
         const std::int32_t before = g_fieldCount;
         Sleep(kPollMs);
         const std::int32_t after = g_fieldCount;
         if (after < kFieldShortVisit || after == before) {
-            return;
+            return after;
         }
         LogWarnFun("NFC_phone still in field");
     }
@@ -73,14 +75,12 @@ void ServeOneVisit(const ThreadLife::Run& run) {
     }
     --g_deferNotified;
     Visit::Get().TakeUp();
-    if (GetNfcDeviceContext().Traits().reportsStatus) {
-        WatchReportedLeave();
-    } else {
-        WatchInterrupts();
-    }
+    const std::int32_t lastCount = GetNfcDeviceContext().Traits().reportsStatus
+                                       ? WatchReportedLeave()
+                                       : WatchInterrupts();
     LogWarnFun("[NFC] RF field has left");
     DeliverLeave();
-    Visit::Get().Close();
+    Visit::Get().Close(lastCount);
     LogLeaveDelivered(g_tagRandNumber.value.Get());
     life.LetEnd();
 }

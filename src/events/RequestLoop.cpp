@@ -24,7 +24,7 @@ Pass RunPass(ThreadLife& life, ThreadLife::Run& run, EventRequest& request,
         case PendingRequest::Start::kFailed:
             request.LogNotSent(pending.StartError());
             return Pass::kLeave;
-        case PendingRequest::Start::kUnderWay:
+        case PendingRequest::Start::kPending:
             break;
     }
     request.LogWaiting();
@@ -37,12 +37,13 @@ Pass RunPass(ThreadLife& life, ThreadLife::Run& run, EventRequest& request,
         }
         return Pass::kDone;
     }
-    if (pending.Succeeded()) {
+    const PendingRequest::Result result = pending.Look();
+    const DWORD error = GetLastError();
+    if (result == PendingRequest::Result::kSucceeded) {
         request.Handle();
         return Pass::kDone;
     }
-    const DWORD error = GetLastError();
-    if (error != ERROR_IO_INCOMPLETE) {
+    if (result == PendingRequest::Result::kFailed) {
         life.Fails(run);
     }
     LogErrorFun("NFC Interrupt get Overlapped result %u", static_cast<unsigned>(error));

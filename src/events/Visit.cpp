@@ -40,11 +40,21 @@ void Visit::Arm() {
 }
 
 void Visit::CountInterrupt() {
-    if (Enter()) {
-        return;
+    if (Count()) {
+        LogWarnFun("NFC_SELECT_IN_FIELD no report");
+    } else {
+        Open();
+    }
+}
+
+// Under the lock, so that Close compares either before or after the interrupt has been counted.
+bool Visit::Count() {
+    const platform::Lock lock(m_mutex);
+    if (g_interruptFirst) {
+        return false;
     }
     ++g_fieldCount;
-    LogWarnFun("NFC_SELECT_IN_FIELD no report");
+    return true;
 }
 
 bool Visit::Enter() {
@@ -79,7 +89,6 @@ void Visit::Open() {
         {
             const platform::Lock lock(m_mutex);
             --m_open;
-            m_isFollowed = m_isFollowed && m_open > 0;
         }
         DeferCallLife().LetEnd();
         return;
@@ -94,19 +103,19 @@ void Visit::Open() {
 
 void Visit::TakeUp() {
     const platform::Lock lock(m_mutex);
-    if (m_isFollowed && !GetNfcDeviceContext().Traits().reportsStatus) {
+    if (m_isContinued && !GetNfcDeviceContext().Traits().reportsStatus) {
         std::int32_t count = g_fieldCount;
         while (count < kFieldShortVisit &&
                !g_fieldCount.compare_exchange_weak(count, kFieldShortVisit)) {
         }
     }
-    m_isFollowed = false;
+    m_isContinued = false;
 }
 
-void Visit::Close() {
+void Visit::Close(std::int32_t lastCount) {
     const platform::Lock lock(m_mutex);
     --m_open;
-    m_isFollowed = m_open > 0;
+    m_isContinued = m_open > 0 || g_fieldCount != lastCount;
     if (m_open == 0) {
         g_interruptFirst = true;
     }

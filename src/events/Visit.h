@@ -35,9 +35,11 @@ extern std::atomic<std::int32_t> g_fieldCount;
 ///
 /// With further writes more than two can be open; each waits for the one before.
 ///
-/// The end of a visit arms the next one only when no other visit is open, and a visit that follows
-/// another one without a gap is not ended as a short one. So one phone that stays gives at most one
-/// further pair of events for each write or creation.
+/// The end of a visit arms the next one only when no other visit is open. A visit continues the one
+/// before it when it was open at the end of that one, or when that one counted interrupts after the
+/// last look of its watch. A visit that continues another one is not ended as a short one. So a
+/// phone that stays gives at most one further pair of events for each write or creation, and a phone
+/// that comes while the listener is told of a leave gives one pair.
 ///
 /// Locks: a short one of its own. The listener is called with no lock held.
 class Visit {
@@ -62,19 +64,21 @@ class Visit {
 
     // On the deferred call thread.
 
-    /// The visit that was opened first is watched from now on. One that was opened while another
-    /// was watched is not a short one, however few interrupts it has had: the phone has stayed.
+    /// The visit that was opened first is watched from now on. One that continues the visit before
+    /// it is not a short one, however few interrupts it has had: the phone has stayed.
     void TakeUp();
 
-    /// The leave of the visit that is watched has been delivered.
-    void Close();
+    /// The leave of the visit that is watched has been delivered. `lastCount` is the count that the
+    /// watch ended with: the next visit continues this one when interrupts have come since.
+    void Close(std::int32_t lastCount);
 
   private:
+    bool Count();
     void Open();
 
     platform::Mutex m_mutex{kVisitLock};
     unsigned m_open TAGPORT_GUARDED_BY(m_mutex) = 0;  // begun first reports less closed visits
-    bool m_isFollowed TAGPORT_GUARDED_BY(m_mutex) = false;  // another waited at the last Close
+    bool m_isContinued TAGPORT_GUARDED_BY(m_mutex) = false;  // by the visit that is taken up next
 };
 
 // Values of g_fieldCount that have a meaning.

@@ -4,27 +4,28 @@
 #include "transfer/OpenDevice.h"
 
 /// A request on a private OVERLAPPED. The kernel writes into the record (and into the buffer of a
-/// read) when the request ends, so a request that is still under way is cancelled and awaited
-/// before the record goes away.
+/// read) when the request ends, so a pending request is cancelled and awaited before the record goes
+/// away.
 ///
 /// Used by one thread. Its only lock is the short one of OpenDevice.
 class PendingRequest {
   public:
     enum class Start {
-        kUnderWay,  ///< or ended with success already
-        kFailed,    ///< see StartError
-        kRefused,   ///< `allowed` said no; nothing was started
+        kPending,  ///< or ended with success already
+        kFailed,   ///< see StartError
+        kRefused,  ///< `allowed` returned false; nothing was started
     };
+    enum class Result { kPending, kSucceeded, kFailed };
 
     explicit PendingRequest(OVERLAPPED& overlapped) : m_overlapped(overlapped) {}
     ~PendingRequest() { EndNow(); }
     PendingRequest(const PendingRequest&) = delete;
     PendingRequest& operator=(const PendingRequest&) = delete;
 
-    /// Starts a request on the open device. `allowed()` is asked first, while nobody can close the
-    /// device or open another one. `start(device)` gives what ReadFile or DeviceIoControl gave. A
-    /// request that ends at once counts as started only where `mayEndAtOnce` is true. `failed()` is
-    /// called in the same way, so that no other device can have been opened since.
+    /// Starts a request on the open device. `allowed()` is called first, while nobody can close the
+    /// device or open another one. `start(device)` returns what ReadFile or DeviceIoControl returned.
+    /// A request that ends at once counts as started only where `mayEndAtOnce` is true. `failed()` is
+    /// called before the device lock is released, so the device is still the one that refused.
     template <class Question, class Starter, class Failure>
     Start Begin(bool mayEndAtOnce, Question allowed, Starter start, Failure failed) {
         return OpenDevice::Get().Use([&](HANDLE device) {
@@ -34,9 +35,9 @@ class PendingRequest {
             m_device = device;
             const BOOL ended = start(device);
             m_startError = GetLastError();
-            m_underWay = ended != FALSE ? mayEndAtOnce : m_startError == ERROR_IO_PENDING;
-            if (m_underWay) {
-                return Start::kUnderWay;
+            m_isPending = ended != FALSE ? mayEndAtOnce : m_startError == ERROR_IO_PENDING;
+            if (m_isPending) {
+                return Start::kPending;
             }
             failed();
             return Start::kFailed;
@@ -46,18 +47,18 @@ class PendingRequest {
     /// The last error as the start left it.
     DWORD StartError() const { return m_startError; }
 
-    /// Looks at the result without waiting. False, with GetLastError, when the request has failed
-    /// or has not ended yet.
-    bool Succeeded();
+    /// Looks at the result without waiting. For kPending and kFailed GetLastError has the code. A
+    /// request that has ended without success has failed, whatever its code.
+    Result Look();
 
-    /// Cancels the request where it is still under way, and waits for its end. True when it had
-    /// succeeded before the cancellation reached it: what it brought must not be lost. False for a
-    /// request whose result Succeeded has given already.
+    /// Cancels the request if it is pending, and waits for its end. True when it had succeeded before
+    /// the cancellation reached it: what it brought must not be lost. False for a request whose
+    /// result Look has returned already.
     bool EndNow();
 
   private:
     HANDLE m_device = nullptr;
     OVERLAPPED& m_overlapped;
     DWORD m_startError = ERROR_SUCCESS;
-    bool m_underWay = false;
+    bool m_isPending = false;
 };

@@ -69,16 +69,20 @@ TEST(Stop, LastsThroughCreationAndDeviceStartUntilTheNextWrite) {
     });
 }
 
+// The second code is also that of a request that has not ended.
 TEST(FailedWait, EndsTheThreadOnce) {
-    ForEachSeed(5, [] {
-        WaitingPc setup(PcRoute::kUsb);
-        setup.log.Clear();
-        setup.pc.Unplug();
-        PcWithHost::Pass(kSecond);
-        EXPECT_EQ(setup.log.TextsSoFar(),
-                  (Texts{"NFC Interrupt get Overlapped result 1167", kReturned}))
-            << "no second request on a device that is gone";
-    });
+    for (const char* code : {"1167", "996"}) {
+        ForEachSeed(5, [code] {
+            PcWithHost setup({PcRoute::kUsb});
+            setup.log.Announce(std::string("NFC Interrupt get Overlapped result ") + code);
+            setup.SetFaults(std::string("interrupt#1+=fail:") + code);
+            setup.Start();
+            PcWithHost::Pass(kSecond);
+            EXPECT_EQ(setup.log.Count(kWaits), 1U) << "a second request after a failed one";
+            EXPECT_EQ(setup.log.Count(kReturned), 1U);
+            EXPECT_EQ(emulation::Live().threads, 1U);
+        });
+    }
 }
 
 // Passes everything on to `inner`, but ends requests of the event threads when `inner` would not:

@@ -216,4 +216,30 @@ TEST(StayingPhone, GivesAtMostOneFurtherPairForAWriteOrACreation) {
     }
 }
 
+// The phone's first interrupts are counted to the visit that is just being closed, so its own one
+// begins at one of its checks.
+void ComeWhileTheListenerIsToldOfALeave() {
+    const auto between = [](emulation::Micros least, emulation::Micros most) {
+        return (least + emulation::Random() % (most - least + 1)) * kMillisecond;
+    };
+    StartedPc setup({emulation::Random() % 2 == 0 ? PcRoute::kI2c : PcRoute::kUsb});
+    ReactToEvents([hold = between(5, 150)](const ReceivedEvent& event) {
+        if (event.event == 1) {
+            PcWithHost::Pass(hold);
+        }
+    });
+    const emulation::Micros firstStay = between(300, 1000);
+    setup.pc.TapPhone(0, firstStay);
+    setup.pc.TapPhone(firstStay + between(0, 1100), 5 * kSecond);
+    PcWithHost::Pass(20 * kSecond);
+    const std::vector<int> events = EventNumbers();
+    EXPECT_LE(events.size(), 4U) << "a chain of visits for one phone";
+    EXPECT_EQ(std::count(events.begin(), events.end(), 3),
+              std::count(events.begin(), events.end(), 1));
+}
+
+TEST(ComingPhone, GivesOnePairHoweverLongTheListenerTakes) {
+    ForEachSeed(200, ComeWhileTheListenerIsToldOfALeave);
+}
+
 }  // namespace

@@ -110,7 +110,7 @@ TEST(Transfer, IsCancelledUntilItHasEnded) {
             request.Begin(
                 true, [] { return true; },
                 [&](HANDLE handle) { return ReadFile(handle, bytes, 4, nullptr, &record); }, [] {});
-            EXPECT_FALSE(request.Succeeded());
+            EXPECT_NE(request.Look(), PendingRequest::Result::kSucceeded);
         }
         EXPECT_EQ(emulation::Live().requests, 0U) << "of an event loop";
         EXPECT_EQ(cancellations, 6U);
