@@ -6,7 +6,6 @@
 #include "events/EventState.h"
 #include "events/Listener.h"
 #include "events/Visit.h"
-#include "platform/NeverDestroyed.h"
 #include "platform/platform.h"
 #include "transfer/LockOrder.h"
 
@@ -15,15 +14,8 @@ namespace {
 constexpr DWORD kPollMs = 350;
 constexpr int kLastPoll = 20;  // of a chip that reports leaves, counted from 0
 
-// Held by the thread for a whole visit; guards g_deferNotified.
+// Held by the thread for a whole visit.
 platform::Mutex g_deferMutex{kDeferLock};
-platform::NeverDestroyed<platform::ConditionVariable> g_deferCond;
-
-// Visits that have been opened and not been taken up by the thread yet. The interrupt thread adds
-// to it, and each visit that is taken up takes one off. Were it a flag, or cleared when the thread
-// begins to wait, a notification would be lost: a write during a visit lets two first reports come
-// before the thread looks, and each of them needs its leave.
-unsigned g_deferNotified TAGPORT_GUARDED_BY(g_deferMutex) = 0;
 
 // A phone whose leave the chip does not report is given up after the last poll. Returns the count
 // of the last look.
@@ -61,48 +53,37 @@ void DeliverLeave() {
     deliverer.Deliver(kEventLeft, g_tagRandNumber.value.Get(), route);
 }
 
-// Waits for a visit and watches it to its end, under g_deferMutex all the time.
+// Waits for a visit and watches it to its end.
 void ServeOneVisit(const ThreadLife::Run& run) {
-    ThreadLife& life = DeferCallLife();
-    platform::Lock lock(g_deferMutex);
-    LogWarnFun("NFC_begin wait notify");
-    g_deferCond.value.Wait(lock, [&] {
-        g_deferMutex.AssertHeld();
-        return g_deferNotified > 0 || !life.IsCurrent(run);
-    });
-    if (!life.IsCurrent(run)) {
+    {
+        const platform::Lock lock(g_deferMutex);
+        LogWarnFun("NFC_begin wait notify");
+    }
+    if (!Visit::Get().TakeUp([&run] { return DeferCallLife().IsCurrent(run); })) {
         return;  // another thread has taken over and takes up the visit
     }
-    --g_deferNotified;
-    Visit::Get().TakeUp();
-    const std::int32_t lastCount = GetNfcDeviceContext().Traits().reportsStatus
-                                       ? WatchReportedLeave()
-                                       : WatchInterrupts();
+    const platform::Lock lock(g_deferMutex);
+    const std::int32_t lastCount =
+        GetNfcDeviceContext().Traits().reportsStatus ? WatchReportedLeave() : WatchInterrupts();
     LogWarnFun("[NFC] RF field has left");
     DeliverLeave();
     Visit::Get().Close(lastCount);
     LogLeaveDelivered(g_tagRandNumber.value.Get());
-    life.LetEnd();
 }
 
 }  // namespace
 
 void notifyDeferCallThread() {
     const platform::Lock lock(g_deferMutex);
-    ++g_deferNotified;
-    g_deferCond.value.NotifyAll();
+    Visit::Get().Notify();
     LogWarnFun("NFC_notifyDeferCallThread");
-}
-
-void WakeAbandonedDeferCallThread() {
-    g_deferCond.value.NotifyAll();
 }
 
 DWORD WINAPI DeferCallThread(LPVOID /*argument*/) {
     ThreadLife& life = DeferCallLife();
     ThreadLife::Run run = life.Enter();
     for (;;) {
-        while (life.Serves(run) || life.MustGoOn(run)) {
+        while (life.ShouldRun(run) || life.IsHeld(run)) {
             life.BeginPass(run);
             ServeOneVisit(run);
         }

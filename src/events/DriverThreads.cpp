@@ -1,6 +1,7 @@
 #include "events/DriverThreads.h"
 
 #include "diagnostics/Log.h"
+#include "events/Visit.h"
 #include "platform/NeverDestroyed.h"
 
 std::atomic<bool> g_interruptRunning{true};
@@ -17,12 +18,9 @@ ThreadLife& InterruptLife() {
 
 ThreadLife& DeferCallLife() {
     static platform::NeverDestroyed<ThreadLife> life{
-        ThreadLife::Published{m_staticCallThread, g_interruptRunning, nullptr, nullptr}};
+        ThreadLife::Published{m_staticCallThread, g_interruptRunning, nullptr, nullptr},
+        [] { return Visit::Get().IsOpen(); }};
     return life.value;
-}
-
-void AllowDriverThreads() {
-    InterruptLife().Allow();
 }
 
 bool StartDriverThreads() {
@@ -46,7 +44,7 @@ bool StartDriverThreads() {
         InterruptLife().Abandon();
     } else if (deferCallExists) {
         DeferCallLife().Abandon();
-        WakeAbandonedDeferCallThread();
+        Visit::Get().Wake();
     }
     return false;
 }

@@ -23,9 +23,6 @@ extern OVERLAPPED g_interruptOverlapped;
 ThreadLife& InterruptLife();
 ThreadLife& DeferCallLife();
 
-/// Sets the run flag. A stop stays a stop.
-void AllowDriverThreads();
-
 /// Starts what is not there. True when both threads exist. When one could not be started the other
 /// is let go of and ends by itself.
 bool StartDriverThreads();
@@ -37,9 +34,6 @@ void StopDriverThreads();
 /// Wakes the deferred call thread at the first report of a visit. Blocks while an earlier visit is
 /// watched. Called with no lock held.
 void notifyDeferCallThread();
-
-/// Lets a deferred call thread look again whether it is the current one. Takes no lock.
-void WakeAbandonedDeferCallThread();
 
 // The thread procedures.
 DWORD WINAPI InterruptThread(LPVOID argument);

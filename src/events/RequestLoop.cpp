@@ -16,9 +16,9 @@ Pass RunPass(ThreadLife& life, ThreadLife::Run& run, EventRequest& request,
     life.BeginPass(run);
     PendingRequest pending(overlapped);
     switch (pending.Begin(
-        request.MayEndAtOnce(), [&] { return life.Serves(run); },
+        request.MayEndAtOnce(), [&] { return life.ShouldRun(run); },
         [&](HANDLE device) { return request.Send(device, overlapped); },
-        [&] { life.Fails(run); })) {
+        [&] { life.NoteFailure(run); })) {
         case PendingRequest::Start::kRefused:
             return Pass::kLeave;
         case PendingRequest::Start::kFailed:
@@ -30,7 +30,7 @@ Pass RunPass(ThreadLife& life, ThreadLife::Run& run, EventRequest& request,
     request.LogWaiting();
     // Starting the request has reset the event, and with it a stop that was signalled since the
     // life was asked. Such a stop goes the same way as one that comes during the wait.
-    if (life.Serves(run) && WaitForSingleObject(overlapped.hEvent, INFINITE) != WAIT_OBJECT_0) {
+    if (life.ShouldRun(run) && WaitForSingleObject(overlapped.hEvent, INFINITE) != WAIT_OBJECT_0) {
         request.LogWaitFailed(GetLastError());
         if (pending.EndNow()) {
             request.Handle();
@@ -44,7 +44,7 @@ Pass RunPass(ThreadLife& life, ThreadLife::Run& run, EventRequest& request,
         return Pass::kDone;
     }
     if (result == PendingRequest::Result::kFailed) {
-        life.Fails(run);
+        life.NoteFailure(run);
     }
     LogErrorFun("NFC Interrupt get Overlapped result %u", static_cast<unsigned>(error));
     return pending.EndNow() ? Pass::kLeaveLate : Pass::kLeave;

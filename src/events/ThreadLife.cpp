@@ -1,6 +1,6 @@
 #include "events/ThreadLife.h"
 
-void ThreadLife::Allow() {
+void ThreadLife::SetRunFlag() {
     m_published.running = true;
 }
 
@@ -43,7 +43,7 @@ void ThreadLife::Stop(Wake wake) {
     }
 }
 
-void ThreadLife::DeviceCloses() {
+void ThreadLife::OnDeviceClosed() {
     const platform::Lock lock(m_mutex);
     AddReason();
 }
@@ -59,18 +59,9 @@ void ThreadLife::Abandon() {
     WakeLoop();
 }
 
-bool ThreadLife::KeepRunning() {
+bool ThreadLife::HasEnded() {
     const platform::Lock lock(m_mutex);
-    if (m_stopped && m_published.handle == nullptr) {
-        return false;
-    }
-    ++m_keepers;
-    return true;
-}
-
-void ThreadLife::LetEnd() {
-    const platform::Lock lock(m_mutex);
-    --m_keepers;
+    return m_stopped && m_published.handle == nullptr;
 }
 
 ThreadLife::Run ThreadLife::Enter() {
@@ -108,17 +99,17 @@ bool ThreadLife::IsCurrent(const Run& run) {
     return Current(run);
 }
 
-bool ThreadLife::Serves(const Run& run) {
+bool ThreadLife::ShouldRun(const Run& run) {
     const platform::Lock lock(m_mutex);
-    return MayServe(run);
+    return MayRun(run);
 }
 
-bool ThreadLife::MustGoOn(const Run& run) {
+bool ThreadLife::IsHeld(const Run& run) {
     const platform::Lock lock(m_mutex);
-    return m_keepers > 0 && Current(run);
+    return m_isHeld() && Current(run);
 }
 
-void ThreadLife::Fails(const Run& run) {
+void ThreadLife::NoteFailure(const Run& run) {
     const platform::Lock lock(m_mutex);
     if (run.reasonsSeen == m_reasons) {
         AddReason();
@@ -128,7 +119,7 @@ void ThreadLife::Fails(const Run& run) {
 bool ThreadLife::TryEnd(Run& run) {
     const platform::Lock lock(m_mutex);
     const bool current = Current(run);
-    if (current && ((MayServe(run) && m_startFollows) || m_keepers > 0)) {
+    if (current && ((MayRun(run) && m_startFollows) || m_isHeld())) {
         return false;
     }
     if (current) {
@@ -166,6 +157,6 @@ bool ThreadLife::Current(const Run& run) const {
     return run.number == m_current;
 }
 
-bool ThreadLife::MayServe(const Run& run) const {
+bool ThreadLife::MayRun(const Run& run) const {
     return m_published.running && !m_stopped && Current(run);
 }

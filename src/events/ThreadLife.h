@@ -12,33 +12,33 @@
 /// Exit code of a thread that could not begin.
 inline constexpr DWORD kThreadFailed = 0xFFFFFFFF;
 
-/// Of each kind at most one thread serves at a time. All decisions are taken under one short lock,
-/// so a thread that is about to end is never taken for one that serves.
+/// Of each kind at most one thread runs at a time. All decisions are taken under one short lock, so
+/// a thread that is about to end is never taken for one that runs.
 ///
 /// A life is in one of these states:
 ///
 ///   State      Thread handle  Meaning
 ///   absent     null           no thread
-///   serving    set            the thread does its work
-///   ending     set            a reason to end came, and no start after it
+///   running    set            the thread does its work
+///   ending     set            it was asked to end, and no start came after that
 ///   broken     set            the thread could not begin and has ended
 ///
-/// A reason to end is a stop, the closing of the device, or a request that failed. A reason lasts
-/// until a start: setting the run flag alone, as the creation of a manager does, undoes nothing.
+/// Stop, OnDeviceClosed and NoteFailure ask the thread to end. Only EnsureStarted and AnnounceStart
+/// cancel that. Setting the run flag (SetRunFlag) does not.
 ///
-///   Call            absent            serving           ending            broken
-///   EnsureStarted   new: serving      serving           serving           new: serving
-///   Stop            absent            ending            ending            broken
-///   DeviceCloses    absent            ending            ending            broken
-///   Abandon         -                 absent (1)        absent (1)        absent
-///   Fails (2)                         ending            no change (3)
-///   TryEnd (2)                        goes on           absent: ends
+///   Call             absent            running           ending            broken
+///   EnsureStarted    new: running      running           running           new: running
+///   Stop             absent            ending            ending            broken
+///   OnDeviceClosed   absent            ending            ending            broken
+///   Abandon          -                 absent (1)        absent (1)        absent
+///   NoteFailure (2)                    ending            no change (3)
+///   TryEnd (2)                         goes on           absent: ends
 ///
 ///   (1) The thread goes on by itself for a while. It is no longer the current one and ends.
 ///   (2) Called by the thread itself.
 ///   (3) A start after the earlier reason stays valid: the thread goes on.
 ///
-/// While somebody keeps the thread running (KeepRunning), TryEnd lets it go on in every state.
+/// While the thread is held (`isHeld`), TryEnd lets it go on in every state.
 ///
 /// Locks: the functions take the life's own short lock. It is never held over a transfer, a wait
 /// that takes time, a line of the log or a listener call.
@@ -64,14 +64,18 @@ class ThreadLife {
         OVERLAPPED* overlapped;
     };
 
-    explicit ThreadLife(Published published) : m_published(published) {}
+    /// `isHeld()` returns true while the thread must not end in spite of a stop. It is called under
+    /// the life's lock and takes none itself.
+    explicit ThreadLife(
+        Published published, bool (*isHeld)() = [] { return false; })
+        : m_published(published), m_isHeld(isHeld) {}
 
     // Host side.
 
     /// Sets the run flag. A stop stays a stop.
-    void Allow();
+    void SetRunFlag();
 
-    /// A start is about to come: undoes every earlier reason to end.
+    /// A start follows: cancels every earlier reason to end.
     void AnnounceStart();
 
     /// AnnounceStart, and starts a thread unless one is there. Default stack size, no argument.
@@ -83,15 +87,14 @@ class ThreadLife {
 
     /// The device has been closed, so the request of the thread fails. A start after this call
     /// makes the thread go on with the next device.
-    void DeviceCloses();
+    void OnDeviceClosed();
 
-    /// Lets go of a thread that must not serve any longer: closes the handle and wakes the loop.
+    /// Gives up a thread that must not run any longer: closes the handle and wakes the loop.
     void Abandon();
 
-    /// Asks the thread not to end before a matching LetEnd. False when it has ended or could
-    /// not be started: what needs it must then not begin.
-    bool KeepRunning();
-    void LetEnd();
+    /// Whether the thread has ended or could not be started, and no start has come since. A thread
+    /// of which this is false does not end while `isHeld()` returns true.
+    bool HasEnded();
 
     // Thread side.
 
@@ -107,19 +110,20 @@ class ThreadLife {
     /// Whether this is the run that the handle belongs to.
     bool IsCurrent(const Run& run);
 
-    /// Whether the loop is to go on: it is the current one, may run, and no stop is in force.
-    bool Serves(const Run& run);
+    /// Whether the loop is to go on: it is the current one, the run flag is set, and no stop is in
+    /// force.
+    bool ShouldRun(const Run& run);
 
-    /// Whether the current run is to go on in spite of a stop.
-    bool MustGoOn(const Run& run);
+    /// Whether this is the current run and must go on in spite of a stop.
+    bool IsHeld(const Run& run);
 
     /// The request of this pass failed by itself. A reason to end, unless one has come since the
     /// pass began.
-    void Fails(const Run& run);
+    void NoteFailure(const Run& run);
 
     /// The loop has been left. True: handle and event are closed, and the thread must return.
-    /// False: a start came after the last reason to end, or somebody holds the life, and the thread
-    /// goes on with the same event.
+    /// False: a start came after the last reason to end, or the thread is held, and it goes on with
+    /// the same event.
     bool TryEnd(Run& run);
 
   private:
@@ -127,10 +131,11 @@ class ThreadLife {
     void CloseThreadHandle() TAGPORT_REQUIRES(m_mutex);
     void WakeLoop() TAGPORT_REQUIRES(m_mutex);
     bool Current(const Run& run) const TAGPORT_REQUIRES(m_mutex);
-    bool MayServe(const Run& run) const TAGPORT_REQUIRES(m_mutex);
+    bool MayRun(const Run& run) const TAGPORT_REQUIRES(m_mutex);
 
     platform::Mutex m_mutex{kThreadLifeLock};
     Published m_published;
+    bool (*m_isHeld)();
     std::uint64_t m_created TAGPORT_GUARDED_BY(m_mutex) = 0;  // threads created
     std::uint64_t m_entered TAGPORT_GUARDED_BY(m_mutex) = 0;  // threads that have entered
     std::uint64_t m_current TAGPORT_GUARDED_BY(m_mutex) = 0;  // number of the current run, 0: none
@@ -139,5 +144,4 @@ class ThreadLife {
     bool m_stopped TAGPORT_GUARDED_BY(m_mutex) =
         false;  // a stop came or the thread ended, and no start since
     bool m_broken TAGPORT_GUARDED_BY(m_mutex) = false;
-    unsigned m_keepers TAGPORT_GUARDED_BY(m_mutex) = 0;  // KeepRunning less LetEnd
 };

@@ -1,5 +1,7 @@
 #include "events/Visit.h"
 
+#include <algorithm>
+
 #include "chip/NfcDeviceContext.h"
 #include "diagnostics/Log.h"
 #include "events/DriverThreads.h"
@@ -9,8 +11,12 @@
 
 std::atomic<bool> g_interruptFirst{true};
 std::atomic<std::int32_t> g_fieldCount{0};
+std::atomic<unsigned> g_deferNotified{0};
 
 namespace {
+
+// Used with the visit's lock, and notified with g_deferMutex held as well.
+platform::NeverDestroyed<platform::ConditionVariable> g_deferCond;
 
 // Reports the phone to the host. False when there is no listener.
 bool DeliverEnter() {
@@ -66,6 +72,7 @@ bool Visit::Enter() {
 }
 
 bool Visit::Leave() {
+    const platform::Lock lock(m_mutex);
     if (g_interruptFirst) {
         return false;
     }
@@ -75,22 +82,19 @@ bool Visit::Leave() {
 
 // Without a listener nothing changes, so the next interrupt tries again.
 void Visit::Open() {
-    // The thread that reports the leave must not end before it has done so. Where a stop has ended
-    // it already, nobody could report the leave, and the visit must not be opened.
-    if (!DeferCallLife().KeepRunning()) {
-        return;
-    }
     {
         const platform::Lock lock(m_mutex);
         ++m_open;
     }
-    LogWarnFun("NFC_SELECT_IN_FIELD 1st report");
-    if (!DeliverEnter()) {
-        {
-            const platform::Lock lock(m_mutex);
-            --m_open;
-        }
-        DeferCallLife().LetEnd();
+    // From here on the thread that reports the leave does not end. Where a stop has ended it
+    // already, nobody could report the leave, and the visit must not be opened.
+    const bool canClose = !DeferCallLife().HasEnded();
+    if (canClose) {
+        LogWarnFun("NFC_SELECT_IN_FIELD 1st report");
+    }
+    if (!canClose || !DeliverEnter()) {
+        const platform::Lock lock(m_mutex);
+        --m_open;
         return;
     }
     {
@@ -101,15 +105,29 @@ void Visit::Open() {
     notifyDeferCallThread();
 }
 
-void Visit::TakeUp() {
+void Visit::Notify() {
     const platform::Lock lock(m_mutex);
+    ++g_deferNotified;
+    g_deferCond.value.NotifyAll();
+}
+
+void Visit::Wake() {
+    const platform::Lock lock(m_mutex);
+    g_deferCond.value.NotifyAll();
+}
+
+bool Visit::TakeUp(const std::function<bool()>& isCurrent) {
+    platform::Lock lock(m_mutex);
+    g_deferCond.value.Wait(lock, [&] { return g_deferNotified > 0 || !isCurrent(); });
+    if (!isCurrent()) {
+        return false;
+    }
+    --g_deferNotified;
     if (m_isContinued && !GetNfcDeviceContext().Traits().reportsStatus) {
-        std::int32_t count = g_fieldCount;
-        while (count < kFieldShortVisit &&
-               !g_fieldCount.compare_exchange_weak(count, kFieldShortVisit)) {
-        }
+        g_fieldCount = std::max(g_fieldCount.load(), kFieldShortVisit);
     }
     m_isContinued = false;
+    return true;
 }
 
 void Visit::Close(std::int32_t lastCount) {

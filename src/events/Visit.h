@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 
 #include "platform/platform.h"
 #include "transfer/LockOrder.h"
@@ -15,8 +16,15 @@ extern std::atomic<bool> g_interruptFirst;
 /// Written by Visit alone, read by the deferred call thread.
 extern std::atomic<std::int32_t> g_fieldCount;
 
-/// The visits of the process. The interrupt thread opens them, the deferred call thread closes
-/// them, and a host arms the next one with every write and every creation of a manager.
+/// Visits that the deferred call thread has been notified of and has not taken up yet. A number:
+/// as a flag, or cleared when the thread begins to wait, it would lose a notification. A write
+/// during a visit lets two first reports come before the thread looks, and each needs its leave.
+/// Written by Visit alone.
+extern std::atomic<unsigned> g_deferNotified;
+
+/// The visits of the process, and how many of them are open and waiting. The interrupt thread opens
+/// them, the deferred call thread closes them, and a host arms the next one with every write and
+/// every creation of a manager.
 ///
 /// "Armed" is g_interruptFirst. A visit is open from before its event 3 until after its event 1.
 ///
@@ -38,8 +46,8 @@ extern std::atomic<std::int32_t> g_fieldCount;
 /// The end of a visit arms the next one only when no other visit is open. A visit continues the one
 /// before it when it was open at the end of that one, or when that one counted interrupts after the
 /// last look of its watch. A visit that continues another one is not ended as a short one. So a
-/// phone that stays gives at most one further pair of events for each write or creation, and a phone
-/// that comes while the listener is told of a leave gives one pair.
+/// phone that stays gives at most one further pair of events for each write or creation, and a
+/// phone that comes while the listener is told of a leave gives one pair.
 ///
 /// Locks: a short one of its own. The listener is called with no lock held.
 class Visit {
@@ -59,25 +67,39 @@ class Visit {
     bool Enter();
 
     /// A status that reports the leave of a phone. False, and nothing happens, when no visit is
-    /// under way.
+    /// open.
     bool Leave();
+
+    /// Lets the deferred call thread take up one visit more.
+    void Notify();
 
     // On the deferred call thread.
 
-    /// The visit that was opened first is watched from now on. One that continues the visit before
-    /// it is not a short one, however few interrupts it has had: the phone has stayed.
-    void TakeUp();
+    /// Blocks until a visit waits to be watched, and takes up the one that was opened first. One
+    /// that continues the visit before it is not a short one, however few interrupts it has had:
+    /// the phone has stayed. Returns false, without a visit, when `isCurrent()` returns false; it
+    /// is called at first and at each Notify and Wake, under the visit's lock.
+    bool TakeUp(const std::function<bool()>& isCurrent);
 
     /// The leave of the visit that is watched has been delivered. `lastCount` is the count that the
     /// watch ended with: the next visit continues this one when interrupts have come since.
     void Close(std::int32_t lastCount);
+
+    // Any thread.
+
+    /// Makes every thread in TakeUp call `isCurrent()` again.
+    void Wake();
+
+    /// Whether a visit is open: its first report has begun and its leave has not been delivered.
+    /// Takes no lock.
+    bool IsOpen() const { return m_open > 0; }
 
   private:
     bool Count();
     void Open();
 
     platform::Mutex m_mutex{kVisitLock};
-    unsigned m_open TAGPORT_GUARDED_BY(m_mutex) = 0;  // begun first reports less closed visits
+    std::atomic<unsigned> m_open{0};                         // written under m_mutex
     bool m_isContinued TAGPORT_GUARDED_BY(m_mutex) = false;  // by the visit that is taken up next
 };
 

@@ -156,11 +156,11 @@ class ChipRouteImpl final : public Route {
         SilenceRadio();
         return true;
     }
-    void DeviceCloses() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
-        InterruptLife().DeviceCloses();
+    void OnDeviceClosed() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+        InterruptLife().OnDeviceClosed();
     }
 
-    void AllowLoop() override { AllowDriverThreads(); }
+    void SetRunFlag() override { InterruptLife().SetRunFlag(); }
     void StopLoop() override { StopDriverThreads(); }
 };
 

@@ -23,7 +23,7 @@ void CloseDevice() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
         OpenDevice::Get().Close();
     }
     for (Route* const route : Routes()) {
-        route->DeviceCloses();
+        route->OnDeviceClosed();
     }
 }
 

@@ -98,11 +98,11 @@ class HidRouteImpl final : public Route {
         }
         g_RandEvent.value.Close();
     }
-    void DeviceCloses() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
-        KeyboardReadLife().DeviceCloses();
+    void OnDeviceClosed() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+        KeyboardReadLife().OnDeviceClosed();
     }
 
-    void AllowLoop() override { KeyboardReadLife().Allow(); }
+    void SetRunFlag() override { KeyboardReadLife().SetRunFlag(); }
     void StopLoop() override { KeyboardReadLife().Stop(ThreadLife::Wake::kYes); }
 };
 

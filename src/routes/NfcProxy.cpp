@@ -17,7 +17,7 @@ namespace {
 void AllowEvents() {
     Visit::Get().Arm();
     for (Route* const route : Routes()) {
-        route->AllowLoop();
+        route->SetRunFlag();
     }
 }
 

@@ -53,12 +53,12 @@ class Route {
     virtual void UndoStart() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {}
 
     /// The device has been closed: the request of the route's event loop fails.
-    virtual void DeviceCloses() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {}
+    virtual void OnDeviceClosed() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {}
 
     // The route's event loop.
 
     /// A manager has been created or a message is written: the loop may run. A stop stays a stop.
-    virtual void AllowLoop() {}
+    virtual void SetRunFlag() {}
 
     /// Asks the loop to end. Waits for nobody.
     virtual void StopLoop() {}

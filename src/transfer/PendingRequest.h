@@ -4,8 +4,8 @@
 #include "transfer/OpenDevice.h"
 
 /// A request on a private OVERLAPPED. The kernel writes into the record (and into the buffer of a
-/// read) when the request ends, so a pending request is cancelled and awaited before the record goes
-/// away.
+/// read) when the request ends, so a pending request is cancelled and awaited before the record
+/// goes away.
 ///
 /// Used by one thread. Its only lock is the short one of OpenDevice.
 class PendingRequest {
@@ -23,9 +23,10 @@ class PendingRequest {
     PendingRequest& operator=(const PendingRequest&) = delete;
 
     /// Starts a request on the open device. `allowed()` is called first, while nobody can close the
-    /// device or open another one. `start(device)` returns what ReadFile or DeviceIoControl returned.
-    /// A request that ends at once counts as started only where `mayEndAtOnce` is true. `failed()` is
-    /// called before the device lock is released, so the device is still the one that refused.
+    /// device or open another one. `start(device)` returns what ReadFile or DeviceIoControl
+    /// returned. A request that ends at once counts as started only where `mayEndAtOnce` is true.
+    /// `failed()` is called before the device lock is released, so the device is still the one that
+    /// refused.
     template <class Question, class Starter, class Failure>
     Start Begin(bool mayEndAtOnce, Question allowed, Starter start, Failure failed) {
         return OpenDevice::Get().Use([&](HANDLE device) {
@@ -51,9 +52,9 @@ class PendingRequest {
     /// request that has ended without success has failed, whatever its code.
     Result Look();
 
-    /// Cancels the request if it is pending, and waits for its end. True when it had succeeded before
-    /// the cancellation reached it: what it brought must not be lost. False for a request whose
-    /// result Look has returned already.
+    /// Cancels the request if it is pending, and waits for its end. True when it had succeeded
+    /// before the cancellation reached it: what it brought must not be lost. False for a request
+    /// whose result Look has returned already.
     bool EndNow();
 
   private:

@@ -5,6 +5,7 @@
 
 #include "chip/DetectChip.h"
 #include "chip/NfcDeviceContext.h"
+#include "events/Visit.h"
 #include "simulator/FanliChip.h"
 #include "tests/support/PcWithHost.h"
 
@@ -167,6 +168,27 @@ TEST(MissingListener, LeavesAVisitUnopenedButEndsOne) {
     setup.Raise({{0}});
     PcWithHost::Pass(kSecond);
     EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 3, 1}));
+}
+
+// The thread that waits for visits is let go of after it has looked whether it is the current one.
+TEST(WaitForAVisit, EndsForAThreadThatIsLetGoOfAfterItsLook) {
+    const OneSeed clock;
+    bool current = true;
+    bool looked = false;
+    bool ended = false;
+    OnThread([&] {
+        EXPECT_FALSE(Visit::Get().TakeUp([&] {
+            const bool answer = current;
+            looked = true;
+            Sleep(10);
+            return answer;
+        }));
+        ended = true;
+    });
+    emulation::WaitFor([&] { return looked; }, kSecond, "the look");
+    current = false;
+    Visit::Get().Wake();
+    EXPECT_TRUE(emulation::WaitFor([&] { return ended; }, kSecond, "the end of the wait"));
 }
 
 constexpr emulation::Micros kStay = 60 * kSecond;
