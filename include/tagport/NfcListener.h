@@ -18,11 +18,12 @@
 /// listener runs, its thread takes no further interrupt, report or notification, so it must return
 /// quickly.
 ///
-/// Events of route 4 come one at a time, as a rule on a thread of the Bluetooth client. One that
-/// comes inside a call of the client reaches the listener when the manager's operation ends, on the
-/// thread of that operation, which may be a host's thread inside another call of the listener. One
-/// that comes during another delivery is delivered by that thread. So a listener must not hold a
-/// mutex of its own while it calls the manager.
+/// Route 4: events are delivered one at a time, normally on the Bluetooth client's thread that
+/// notified them, which blocks meanwhile. If the client notifies inside a call that the library
+/// made, the event is queued and delivered when the manager's operation ends, on the thread that
+/// called it. That can be your own thread, inside a listener call (re-entrancy). So a listener must
+/// not hold a mutex of its own while it calls the manager. Of more than 64 queued events the newest
+/// are dropped.
 ///
 /// Which visits are reported:
 ///   - The leave comes up to 8 s after the phone has gone, and up to 15 s with two visits open.

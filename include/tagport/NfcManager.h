@@ -117,12 +117,13 @@ class TAGPORT_EXPORT NfcManager {
     /// Connects the Bluetooth keyboard, which from then on takes part in every write and read. True
     /// when its notifications are subscribed as well. False when there is no client, the client
     /// refuses, or the subscription fails; after a failed subscription writes still reach the
-    /// keyboard and BtDisconnect is needed. Waits for deliveries of an earlier connection to end.
+    /// keyboard and BtDisconnect is needed. Waits for an image or number that is under way, and for
+    /// deliveries of an earlier connection to end.
     bool BtConnect(std::uint64_t address);
 
     /// Ends the connection to this address. False when it is not the one that was connected last,
-    /// or nothing is connected. Waits for deliveries to end: after it has returned, no event of
-    /// route 4 comes.
+    /// or nothing is connected. Waits for an image or number that is under way, and for deliveries
+    /// to end: after it has returned, no event of route 4 comes.
     bool BtDisconnect(std::uint64_t address);
 
     /// True from the moment at which the I2C route has been found.

@@ -26,9 +26,10 @@ static_assert(std::is_same_v<decltype(&NfcManager::WriteRandThread), LPTHREAD_ST
 
 constexpr NfcManager::ThreadResult kThreadFailure = 0xFFFFFFFF;
 
-// What the number thread works on. It may outlive the host's last pointer to the manager, so it
-// holds image and message itself, works through a detached proxy, and keeps the transfer event
-// open: the end of the manager must not cut an image in half.
+// What the number thread works on. It may outlive the host's last pointer to the manager and the
+// host's own module: it shares the image, works through a detached proxy, and keeps the transfer
+// event open, so that the end of the manager does not cut an image in half. It has no share in the
+// message, whose deleter may lie in the host's module.
 struct NumberThread {
     NfcManager manager{nullptr};
     EventSlot::KeepOpen transferEvent{g_ioEvent.value};
@@ -92,7 +93,6 @@ int NfcManager::WriteRandNum(const std::uint8_t (&number)[32]) {
             return Outcome::kRefused;
         }
         thread->manager.m_nfcData = m_nfcData;
-        thread->manager.m_ndefMessage = m_ndefMessage;
         // Started under the lock, so that nobody sees a number which no thread writes.
         handle = CreateThread(nullptr, 0, RunNumberThread, thread.get(), 0, nullptr);
         if (handle == nullptr) {

@@ -14,6 +14,10 @@ namespace {
 thread_local unsigned g_clientCalls = 0;
 thread_local bool g_delivers = false;
 
+const void* ThisThread() {
+    return &g_clientCalls;
+}
+
 void Deliver(int event) {
     static Deliverer deliverer;
     if (event == kEventEntered) {
@@ -44,60 +48,62 @@ void BleDelivery::SetSink(const BtDataNotify* sink) {
     const platform::Lock lock(m_mutex);
     m_sink = sink;
     m_count = 0;
+    m_changed.NotifyAll();
 }
 
-void BleDelivery::Silence() {
+void BleDelivery::DetachSink() {
+    SetSink(nullptr);
     platform::Lock lock(m_mutex);
-    m_sink = nullptr;
-    m_count = 0;
-    m_idle.Wait(lock, [this] {
+    m_changed.Wait(lock, [this] {
         m_mutex.AssertHeld();
         return !m_isDelivering || g_delivers;
     });
 }
 
-bool BleDelivery::Counts(const BtDataNotify* sink) {
+bool BleDelivery::IsCurrentSink(const BtDataNotify* sink) {
     const platform::Lock lock(m_mutex);
     return m_sink == sink;
 }
 
 void BleDelivery::Add(const BtDataNotify* sink, int event) {
     {
-        platform::Lock lock(m_mutex);
-        if (g_clientCalls == 0 && !g_delivers) {
-            m_idle.Wait(lock, [this] {
-                m_mutex.AssertHeld();
-                return !m_isDelivering || m_handedOver < kMostHandedOver;
-            });
-        }
-        if (m_sink != sink || m_count == kMostWaiting) {
+        const platform::Lock lock(m_mutex);
+        if (m_sink != sink || m_count == kMostPending) {
             return;
         }
-        m_waiting[m_count++] = static_cast<std::uint8_t>(event);
-        m_handedOver += m_isDelivering ? 1 : 0;
+        m_pending[m_count++] = {event, ThisThread(), g_clientCalls > 0 || g_delivers};
     }
-    Drain();
+    DeliverPending();
 }
 
-void BleDelivery::Drain() {
-    if (g_clientCalls > 0) {
+bool BleDelivery::HasOwn() const {
+    return std::any_of(m_pending.begin(), m_pending.begin() + m_count,
+                       [](const Pending& pending) { return pending.thread == ThisThread(); });
+}
+
+// What is not deferred has its own thread waiting for it.
+bool BleDelivery::MayDeliverNext() const {
+    return !m_isDelivering && (m_pending[0].isDeferred || m_pending[0].thread == ThisThread());
+}
+
+void BleDelivery::DeliverPending() {
+    if (g_clientCalls > 0 || g_delivers) {
         return;
     }
     for (;;) {
         int event = 0;
         {
-            const platform::Lock lock(m_mutex);
-            if (m_isDelivering) {
-                return;  // the thread that delivers, or this thread's own caller, looks again
-            }
-            if (m_count == 0) {
-                m_handedOver = 0;
-                m_idle.NotifyAll();
+            platform::Lock lock(m_mutex);
+            m_changed.Wait(lock, [this] {
+                m_mutex.AssertHeld();
+                return !HasOwn() || MayDeliverNext();
+            });
+            if (!HasOwn()) {
                 return;
             }
-            event = m_waiting[0];
+            event = m_pending[0].event;
             --m_count;
-            std::copy_n(m_waiting.begin() + 1, m_count, m_waiting.begin());
+            std::copy_n(m_pending.begin() + 1, m_count, m_pending.begin());
             m_isDelivering = true;
         }
         g_delivers = true;
@@ -105,6 +111,6 @@ void BleDelivery::Drain() {
         g_delivers = false;
         const platform::Lock lock(m_mutex);
         m_isDelivering = false;
-        m_idle.NotifyAll();
+        m_changed.NotifyAll();
     }
 }

@@ -1,4 +1,4 @@
-// Brings the Bluetooth keyboard's field events to the listener: one at a time, in the order in
+// Delivers the Bluetooth keyboard's field events to the listener: one at a time, in the order in
 // which they were notified, and never on a thread that holds a lock of the library.
 #pragma once
 
@@ -11,15 +11,16 @@
 
 class BtDataNotify;
 
-/// The client may notify inside one of its own calls, which the library makes with its locks held.
-/// An event that comes so waits until the operation that made the call has ended (Drain). An event
-/// that comes while another one is being delivered is delivered by that thread; but after
-/// kMostHandedOver of them a notifying thread waits instead, so that a keyboard that reports
-/// without end cannot keep a host's operation. Every other event is delivered at once, on the
-/// thread that notified it.
+/// An event is delivered on the thread that notified it, after the events before it; until then
+/// that thread blocks (back-pressure).
 ///
-/// Nothing is allocated: the client's thread must not see an exception. Of more than kMostWaiting
-/// events the last ones are dropped.
+/// The client may also notify inside one of its own calls, which the library makes with its locks
+/// held. Such an event is deferred: it is queued, and delivered at the latest when the operation
+/// that made the call has ended (DeliverPending). A thread whose own event comes after it delivers
+/// it earlier.
+///
+/// Nothing is allocated: the client's thread must not see an exception. The queue holds
+/// kMostPending events; newer ones are dropped.
 ///
 /// Locks: a short one of its own, never held over a listener call.
 class BleDelivery {
@@ -35,33 +36,39 @@ class BleDelivery {
         ClientCall& operator=(const ClientCall&) = delete;
     };
 
-    /// Makes `sink` the one whose notifications count. Events of an earlier one that still wait are
-    /// dropped.
+    /// Makes `sink` the current one. Pending events of an earlier one are dropped.
     void SetSink(const BtDataNotify* sink);
 
-    /// Has no sink count any more, drops what waits, and returns after a delivery that is under way
-    /// has ended, unless it is this thread's own.
-    void Silence();
+    /// Leaves no sink current, drops the pending events, and returns after a running delivery has
+    /// ended, unless it is this thread's own.
+    void DetachSink();
 
-    /// Whether notifications of `sink` count.
-    bool Counts(const BtDataNotify* sink);
+    bool IsCurrentSink(const BtDataNotify* sink);
 
-    /// Takes an event (1 or 3) of `sink` and delivers it, now or later.
+    /// Takes an event (1 or 3) of `sink`. Returns when it has been delivered, or at once when it
+    /// has to be deferred.
     void Add(const BtDataNotify* sink, int event);
 
-    /// Delivers what waits, unless another thread delivers or this one is inside a call of the
-    /// client.
-    void Drain();
+    /// Delivers what this thread has queued, and what was deferred before that. Does nothing
+    /// inside a call of the client and inside a delivery of this thread.
+    void DeliverPending();
 
   private:
-    static constexpr std::size_t kMostWaiting = 64;
-    static constexpr std::size_t kMostHandedOver = 16;
+    static constexpr std::size_t kMostPending = 64;
+
+    struct Pending {
+        int event = 0;
+        const void* thread = nullptr;  // that queued it
+        bool isDeferred = false;       // any thread may deliver it
+    };
+
+    bool HasOwn() const TAGPORT_REQUIRES(m_mutex);
+    bool MayDeliverNext() const TAGPORT_REQUIRES(m_mutex);
 
     platform::Mutex m_mutex{kDeliveryLock};
-    platform::ConditionVariable m_idle;  // m_isDelivering has become false
+    platform::ConditionVariable m_changed;  // a delivery has ended, or pending events are dropped
     const BtDataNotify* m_sink TAGPORT_GUARDED_BY(m_mutex) = nullptr;
-    std::array<std::uint8_t, kMostWaiting> m_waiting TAGPORT_GUARDED_BY(m_mutex){};  // oldest first
-    std::size_t m_count TAGPORT_GUARDED_BY(m_mutex) = 0;                             // of them
-    std::size_t m_handedOver TAGPORT_GUARDED_BY(m_mutex) = 0;  // to the thread that delivers
+    std::array<Pending, kMostPending> m_pending TAGPORT_GUARDED_BY(m_mutex){};  // oldest first
+    std::size_t m_count TAGPORT_GUARDED_BY(m_mutex) = 0;                        // of them
     bool m_isDelivering TAGPORT_GUARDED_BY(m_mutex) = false;
 };

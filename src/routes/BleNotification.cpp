@@ -33,7 +33,7 @@ void TakeNumber(const std::vector<std::uint8_t>& value) {
 }  // namespace
 
 void BtDataNotify::OnNotify(const std::vector<std::uint8_t>& value) {
-    if (!BleDelivery::Get().Counts(this)) {
+    if (!BleDelivery::Get().IsCurrentSink(this)) {
         return;
     }
     LogWarnFun("[NFC] start size:");

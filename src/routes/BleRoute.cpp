@@ -32,7 +32,7 @@ constexpr char kServiceUuid[] = "0000FE40-CC7A-482A-984A-7F2ED5B3E512";
 constexpr char kWriteUuid[] = "0000FE41-CC7A-482A-984A-7F2ED5B3E512";
 constexpr char kNotifyUuid[] = "0000FE42-CC7A-482A-984A-7F2ED5B3E512";
 
-// Calls of the client are marked: what it notifies inside one waits for the end of the operation.
+// Calls of the client are marked: what it notifies inside one is deferred.
 template <class Call>
 bool CallClient(Call call) {
     const BleDelivery::ClientCall mark;
@@ -45,10 +45,11 @@ platform::NeverDestroyed<std::unique_ptr<BtDataNotify>> g_btDataNotify;
 // What belongs to the link besides.
 struct Link {
     // Held for a whole connect or disconnect, also while the client waits for a delivery to end: a
-    // notification and its listener must not need it.
+    // notification and its listener must not need it. They may need the content lock, so that one
+    // is not held meanwhile.
     platform::Mutex mutex{kBtLinkLock};
     std::uint64_t sinkAddress = 0;  // that the sink is subscribed for
-    // Sinks that the client has refused to unsubscribe. They are silent, and kept for good:
+    // Sinks that the client has refused to unsubscribe. They are detached, and kept for good:
     // deleting one under a delivery would crash the host.
     std::vector<std::unique_ptr<BtDataNotify>> keptSinks;
 };
@@ -63,12 +64,30 @@ bool Unsubscribe(BLEClient& client, std::uint64_t address) {
         [&] { return client.BleClientUnsubscribeNotify(address, kServiceUuid, kNotifyUuid); });
 }
 
-// Deletes the sink, which is silent. `isFree`: the client has unsubscribed it.
+// Deletes the sink, which is detached. `isFree`: the client has unsubscribed it.
 void DropSink(Link& link, bool isFree) {
     if (g_btDataNotify.value != nullptr && !isFree) {
         link.keptSinks.push_back(std::move(g_btDataNotify.value));
     }
     g_btDataNotify.value.reset();
+}
+
+// Gives further frames their event, their address and their client, which it returns. Under the
+// content lock: a frame that is under way keeps its address, and a read its event and its answer.
+BLEClient* ChooseKeyboard(std::uint64_t address) {
+    const platform::Lock content(NfcProxy::m_contentMutex);
+    if (!g_btRandEvent.value.Create(true)) {
+// The text is fixed. Its blank flag has no effect on an unsigned number, which is what the warning
+// says.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat"
+        LogErrorFun("[NFC] error creating g_RandEvent - % u",
+                    static_cast<unsigned>(GetLastError()));
+#pragma GCC diagnostic pop
+    }
+    g_btAddr = address;
+    g_bleClient = BLEClient::GetInstance();
+    return g_bleClient;
 }
 
 // Sends one frame as a single write.
@@ -92,18 +111,7 @@ bool NfcProxy::BtConnect(std::uint64_t address) {
     Link& link = TheLink();
     const platform::Lock lock(link.mutex);
     LogWarnFun("[NFC] BtConnect enter.");
-    if (!g_btRandEvent.value.Create(true)) {
-// The text is fixed. Its blank flag has no effect on an unsigned number, which is what the warning
-// says.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat"
-        LogErrorFun("[NFC] error creating g_RandEvent - % u",
-                    static_cast<unsigned>(GetLastError()));
-#pragma GCC diagnostic pop
-    }
-    g_btAddr = address;
-    BLEClient* const client = BLEClient::GetInstance();
-    g_bleClient = client;
+    BLEClient* const client = ChooseKeyboard(address);
     if (client == nullptr) {
         return false;
     }
@@ -115,7 +123,7 @@ bool NfcProxy::BtConnect(std::uint64_t address) {
     LogWarnFun("[NFC] BtConnect succ.");
     if (g_btDataNotify.value != nullptr) {
         const bool isFree = Unsubscribe(*client, link.sinkAddress);
-        BleDelivery::Get().Silence();
+        BleDelivery::Get().DetachSink();
         DropSink(link, isFree);
     }
     g_btDataNotify.value.reset(new (std::nothrow) BtDataNotify);
@@ -134,7 +142,7 @@ bool NfcProxy::BtConnect(std::uint64_t address) {
     });
     if (!isSubscribed) {
         LogWarnFun("[NFC] BleClientSubscribeNotify failed.");
-        BleDelivery::Get().Silence();
+        BleDelivery::Get().DetachSink();
         DropSink(link, true);
         return false;
     }
@@ -154,11 +162,15 @@ bool NfcProxy::BtDisconnect(std::uint64_t address) {
         LogWarnFun("[NFC] BT is not connect!");
         return false;
     }
-    g_isBtConnected = false;
+    {
+        // After the frame that is under way, and its answer.
+        const platform::Lock content(NfcProxy::m_contentMutex);
+        g_isBtConnected = false;
+    }
     BLEClient* const client = g_bleClient;
     if (client == nullptr) {
         // A connect that found no client: the sink of the one before is still subscribed.
-        BleDelivery::Get().Silence();
+        BleDelivery::Get().DetachSink();
         DropSink(link, false);
         return false;
     }
@@ -167,7 +179,7 @@ bool NfcProxy::BtDisconnect(std::uint64_t address) {
         // A later connect failed half way: the sink is still subscribed for the address before.
         isFree = Unsubscribe(*client, link.sinkAddress);
     }
-    BleDelivery::Get().Silence();
+    BleDelivery::Get().DetachSink();
     if (!CallClient([&] { return client->BleClientDisConnect(address); })) {
         LogWarnFun("[NFC] BleClientDisConnect failed.");
     }
@@ -245,7 +257,7 @@ class BleRouteImpl final : public Route {
         }
         return true;  // a keyboard that does not answer does not fail the read
     }
-    void AfterOperation() override { BleDelivery::Get().Drain(); }
+    void AfterOperation() override { BleDelivery::Get().DeliverPending(); }
 };
 
 }  // namespace

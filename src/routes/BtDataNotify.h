@@ -21,7 +21,7 @@ inline constexpr int kRouteBle = 4;
 
 /// Receives the keyboard's notifications, on whichever thread the client delivers on, possibly
 /// inside one of the client's own calls and on two threads at once. A sink that is not the current
-/// one (see BleDelivery) is silent.
+/// one (see BleDelivery) takes nothing.
 class BtDataNotify final : public LinkDockService::BLEClient::INotification {
   public:
     void OnNotify(const std::vector<std::uint8_t>& value) override;

@@ -164,6 +164,66 @@ TEST(Ble, AListenerMayCallTheManagerWhereverTheClientDelivers) {
     });
 }
 
+// A report that the client notifies just when an operation ends, or while one delivers.
+TEST(Ble, OnlyWhatIsNotifiedInsideACallComesOnTheCallersThread) {
+    ForEachSeed(100, [] {
+        StartedPc setup({PcRoute::kBle});
+        simulator::BluetoothKeyboard& keyboard = *setup.pc.bluetooth();
+        keyboard.SetAnswerLatency(kSecond);
+        std::uint8_t number[32] = {};
+        for (int i = 0; i < 10; ++i) {
+            keyboard.SendNumber(simulator::Bytes(32, 0x22), kMillisecond);
+            keyboard.SendField(i % 2 == 0, kMillisecond);
+            EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
+            PcWithHost::Pass(2 * kSecond);
+            setup.manager->ReadRandNum(number);  // takes the answer that came late
+        }
+        for (const ReceivedEvent& heard : TakeEvents()) {
+            EXPECT_NE(heard.thread, emulation::CurrentThread());
+        }
+        ReactToEvents([](const ReceivedEvent& /*event*/) { Sleep(40); });
+        keyboard.SetAnswerLatency(2 * kMillisecond);
+        LinkDockService::SetDeliveryHabits({0, 20});  // inside a write
+        keyboard.SendField(true, 1 * kMillisecond);
+        keyboard.SendField(false, 20 * kMillisecond);
+        EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
+        PcWithHost::Pass(kSecond);
+        ASSERT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
+        EXPECT_EQ(EventsSoFar()[0].thread, emulation::CurrentThread());
+        EXPECT_NE(EventsSoFar()[1].thread, emulation::CurrentThread());
+    });
+}
+
+TEST(Ble, NoConnectTakesTheAnswerFromAReadThatWaits) {
+    ForEachSeed(100, [] {
+        StartedPc setup({PcRoute::kBle});
+        const struct {
+            bool (NfcManager::*operation)(std::uint64_t address);
+            std::uint64_t address;
+            bool result;
+        } cases[] = {
+            {&NfcManager::BtConnect, kKeyboard, true},
+            {&NfcManager::BtConnect, kNobody, false},
+            {&NfcManager::BtConnect, kKeyboard, true},
+            {&NfcManager::BtDisconnect, kKeyboard, true},
+        };
+        for (const auto& [operation, address, result] : cases) {
+            setup.pc.bluetooth()->SetAnswerLatency(500 * kMillisecond);
+            Number number{};
+            const std::size_t threads = emulation::Live().threads;
+            OnThread(
+                [&] { setup.manager->ReadRandNum(reinterpret_cast<std::uint8_t(&)[32]>(number)); });
+            PcWithHost::Pass(100 * kMillisecond);
+            EXPECT_EQ(((*setup.manager).*operation)(address), result);
+            EXPECT_TRUE(PcWithHost::WaitForThreads(threads));
+            EXPECT_EQ(number, NumberOf(0x11));
+            if (!result) {
+                EXPECT_TRUE(setup.manager->BtConnect(kKeyboard));
+            }
+        }
+    });
+}
+
 // The listener looks at its number twice. A listener is a plain function, so what it has seen is
 // the process's.
 unsigned g_numbersSeen = 0;

@@ -1,5 +1,5 @@
-// The library in a process that loads it, frees it and ends. Needs the loaded relay driver, nobody
-// else at its devices, and config\NfcUri.ini under the current directory.
+// The library in a process that loads it, frees it and ends. Needs the loaded relay driver and
+// nobody else at its devices.
 #include <tagport/NfcListener.h>
 
 #include <algorithm>
@@ -49,6 +49,7 @@ class Plugin {
         const auto begin = Function<int(NfcListener)>("Begin");
         Check(begin(&OnEvent) == 0, "the library cannot start");
     }
+    void Renew() const { Check(Function<int()>("Renew")() == 0, "the library takes no number"); }
     void End() const { Function<void()>("End")(); }
 
   private:
@@ -137,6 +138,7 @@ void LoadAndFree(lab::DeviceProcess& devices) {
         if (turn % 4 == 0) {
             TapPhone(devices);
         }
+        plugin.Renew();  // written after the plug-in has gone
         plugin.End();
         if (turn == kStartsUntilSteady) {
             handles = HandlesAtRest();
