@@ -14,8 +14,8 @@ enum NfcChipKind : std::uint32_t {
     NfcChipLikeFanli = 5,  // answers in the spb4 format without Fanli's identity
 };
 
-/// What the flows have to know of a chip. They ask its driver; they never look at the frame format
-/// or the kind themselves.
+/// What the other folders have to know of a chip. They ask its driver; they never look at the frame
+/// format or the kind themselves.
 struct ChipTraits {
     /// Each interrupt has a status that can be read, and leaves are among what it reports.
     bool reportsStatus = false;
@@ -34,10 +34,21 @@ struct ChipTraits {
     bool startsSilent = false;
 };
 
-/// Base of the drivers, one for each frame format. Every operation gives true for success,
-/// stops at its first failed step, undoes nothing, and can simply be tried again. The failed step
-/// logs its line, and so does each operation that it is a step of. The caller holds the device
-/// mutex; pauses are spent inside the operation.
+/// What a chip reports with an interrupt.
+struct InterruptStatus {
+    enum class Event { kEnterField, kLeaveField, kMcuStart, kMcuReset, kNoData, kUnknown };
+    Event event = Event::kUnknown;
+    int code = 0;  ///< of the event, as the chip sent it
+    std::uint32_t para1 = 0;
+    int enterSum = 0;  ///< the upper half of para1
+    int leaveSum = 0;  ///< the lower half
+    int ticks = 0;
+};
+
+/// Base of the drivers, one for each frame format. Every operation returns true for success, stops
+/// at its first failed step, undoes nothing, and can be repeated. The failed step logs its line,
+/// and so does each operation that it is a step of. The caller holds the device mutex, and the
+/// operation blocks for its transfers and pauses.
 class NfcSpbCommon {
   public:
     NfcSpbCommon() = default;
@@ -54,11 +65,17 @@ class NfcSpbCommon {
     /// Reads `len` bytes of a state. Only the spb4 driver has states.
     virtual bool ReadState(std::uint16_t state, std::int32_t len, std::uint8_t* buffer) = 0;
 
+    /// Reads what the chip reports with an interrupt. Only for a chip that `reportsStatus`.
+    virtual bool ReadInterruptStatus(InterruptStatus& /*status*/) { return false; }
+
     /// What has to be known of a chip of this kind.
     virtual ChipTraits Traits(NfcChipKind kind) const = 0;
 
     /// Brings the chip into the select mode; `fdMode` takes the mode byte that it then reports.
     virtual bool InitDevice(std::uint8_t* fdMode) = 0;
+
+    /// The kind of a chip that was of `kind` before InitDevice has set `fdMode`.
+    virtual NfcChipKind KindInMode(NfcChipKind kind, std::uint8_t /*fdMode*/) const { return kind; }
 
     /// Locks the tag against writing by phones. `upperDyVal` chooses the register of the dynamic
     /// lock: true for the FM11NT082C.

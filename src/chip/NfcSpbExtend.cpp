@@ -3,7 +3,6 @@
 #include <array>
 #include <vector>
 
-#include "chip/LittleEndian.h"
 #include "chip/NfcDeviceContext.h"
 #include "chip/Registers.h"
 #include "diagnostics/Log.h"
@@ -33,7 +32,18 @@ constexpr std::uint8_t kIdentityFanli = 0x22;
 
 // The answer of the write check: firstFailAddr (2 bytes) and ticks (4), both little-endian.
 constexpr std::size_t kWriteCheckSize = 6;
-constexpr std::size_t kTicksOffset = 2;
+constexpr std::size_t kWriteCheckTicksOffset = 2;
+
+// The interrupt status: code of the event (1 byte), para1 (4), ticks (4), both little-endian.
+constexpr std::uint16_t kInterruptStatusState = 0;
+constexpr std::size_t kInterruptStatusSize = 9;
+constexpr std::size_t kPara1Offset = 1;
+constexpr std::size_t kStatusTicksOffset = 5;
+constexpr std::uint8_t kEnterField = 1;
+constexpr std::uint8_t kLeaveField = 2;
+constexpr std::uint8_t kMcuStart = 3;
+constexpr std::uint8_t kMcuReset = 4;
+constexpr std::uint8_t kMcuNoData = 255;
 
 using Head = std::array<std::uint8_t, kHeadSize>;
 
@@ -44,6 +54,35 @@ Head MakeHead(std::uint16_t number, std::uint8_t operation, std::int32_t len) {
 
 bool SendHead(const Head& head) {
     return NfcSpbWrite(head.data(), kHeadSize);
+}
+
+// The number of `Size` bytes, 1 to 4, that begins at `bytes`, low byte first.
+template <std::size_t Size>
+std::uint32_t LittleEndian(const std::uint8_t* bytes) {
+    static_assert(Size >= 1 && Size <= sizeof(std::uint32_t));
+    std::uint32_t value = 0;
+    for (std::size_t i = Size; i > 0; --i) {
+        value = value << 8 | bytes[i - 1];
+    }
+    return value;
+}
+
+InterruptStatus::Event EventOf(std::uint8_t code) {
+    using Event = InterruptStatus::Event;
+    switch (code) {
+        case kEnterField:
+            return Event::kEnterField;
+        case kLeaveField:
+            return Event::kLeaveField;
+        case kMcuStart:
+            return Event::kMcuStart;
+        case kMcuReset:
+            return Event::kMcuReset;
+        case kMcuNoData:
+            return Event::kNoData;
+        default:
+            return Event::kUnknown;
+    }
 }
 
 }  // namespace
@@ -122,6 +161,20 @@ bool NfcSpbExtend::Ask(std::uint8_t operation, std::uint16_t number, std::int32_
     return NfcSpbRead(len, buffer);
 }
 
+bool NfcSpbExtend::ReadInterruptStatus(InterruptStatus& status) {
+    std::array<std::uint8_t, kInterruptStatusSize> bytes{};
+    if (!ReadState(kInterruptStatusState, kInterruptStatusSize, bytes.data())) {
+        return false;
+    }
+    status.event = EventOf(bytes[0]);
+    status.code = bytes[0];
+    status.para1 = LittleEndian<4>(bytes.data() + kPara1Offset);
+    status.enterSum = static_cast<int>(status.para1 >> 16);
+    status.leaveSum = static_cast<int>(status.para1 & 0xFFFF);
+    status.ticks = static_cast<int>(LittleEndian<4>(bytes.data() + kStatusTicksOffset));
+    return true;
+}
+
 ChipTraits NfcSpbExtend::Traits(NfcChipKind kind) const {
     ChipTraits traits;
     traits.reportsStatus = true;
@@ -180,7 +233,7 @@ bool NfcSpbExtend::CheckWriteTag(std::uint8_t* passed) {
         return false;
     }
     const unsigned firstFailAddr = LittleEndian<2>(answer.data());
-    const unsigned ticks = LittleEndian<4>(answer.data() + kTicksOffset);
+    const unsigned ticks = LittleEndian<4>(answer.data() + kWriteCheckTicksOffset);
     LogWarnFun("NfcExtend Check WriteTag , firstFailAddr: %x, ticks: %d", firstFailAddr,
                static_cast<int>(ticks));
     if (firstFailAddr != 0) {

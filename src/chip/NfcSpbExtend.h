@@ -22,6 +22,7 @@ class NfcSpbExtend final : public NfcSpbCommon {
     bool WriteReg(std::uint16_t reg, const std::uint8_t* data, std::int32_t len) override;
     bool ReadReg(std::uint16_t reg, std::int32_t len, std::uint8_t* buffer) override;
     bool ReadState(std::uint16_t state, std::int32_t len, std::uint8_t* buffer) override;
+    bool ReadInterruptStatus(InterruptStatus& status) override;
     ChipTraits Traits(NfcChipKind kind) const override;
     bool InitDevice(std::uint8_t* fdMode) override;
     bool BitlockEnable(bool upperDyVal) override;

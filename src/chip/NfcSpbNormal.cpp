@@ -25,6 +25,7 @@ constexpr std::uint16_t kRadioRegister = 0x10A1;
 
 // Their values.
 constexpr std::uint8_t kFdModeMask = 0x07;
+constexpr std::uint8_t kFdModeSelect = 0x06;
 constexpr std::uint8_t kLockLowBits = 0xF8;  // the low three bits stay as the chip has them
 constexpr std::uint8_t kLockHighBits = 0xFF;
 constexpr std::array<std::uint8_t, 4> kDyVal{0xFF, 0x3F, 0x00, 0x00};
@@ -116,6 +117,11 @@ bool NfcSpbNormal::InitDevice(std::uint8_t* fdMode) {
     LogWarnFun("NfcInitDevice get fdMode 0x%x", *fdMode);
     PauseBetweenOperations();
     return true;
+}
+
+// InitDevice looks at three bits of the mode; the kind depends on the whole byte.
+NfcChipKind NfcSpbNormal::KindInMode(NfcChipKind kind, std::uint8_t fdMode) const {
+    return fdMode == kFdModeSelect ? kind : NfcChipFdModeOther;
 }
 
 bool NfcSpbNormal::BitlockEnable(bool upperDyVal) {

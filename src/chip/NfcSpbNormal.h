@@ -5,9 +5,6 @@
 
 #include "chip/NfcSpbCommon.h"
 
-/// The mode that InitDevice asks of the chip.
-inline constexpr std::uint8_t kFdModeSelect = 0x06;
-
 /// A frame is a register address, high byte first, and then the data; at most 2048 bytes. A read is
 /// an address alone, a pause of g_nfcReadDelayMs, and a plain read.
 class NfcSpbNormal final : public NfcSpbCommon {
@@ -19,6 +16,7 @@ class NfcSpbNormal final : public NfcSpbCommon {
     bool ReadState(std::uint16_t state, std::int32_t len, std::uint8_t* buffer) override;
     ChipTraits Traits(NfcChipKind kind) const override;
     bool InitDevice(std::uint8_t* fdMode) override;
+    NfcChipKind KindInMode(NfcChipKind kind, std::uint8_t fdMode) const override;
     bool BitlockEnable(bool upperDyVal) override;
     bool RadioDisable() override;
     bool RadioEnable() override;

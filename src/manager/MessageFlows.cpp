@@ -10,9 +10,7 @@
 #include <string>
 #include <utility>
 
-#include "chip/NfcDeviceContext.h"
 #include "diagnostics/Log.h"
-#include "events/EventState.h"
 #include "manager/DeviceFlows.h"
 #include "manager/Limits.h"
 #include "manager/ManagedImage.h"
@@ -95,23 +93,17 @@ bool LooksWritten(const RandomNumber& number) {
 }
 
 bool IsReadBeforeWrite() {
-    return g_isI2cDriver && GetNfcDeviceContext().Traits().isReadBeforeWrite;
+    return std::any_of(Routes().begin(), Routes().end(),
+                       [](const Route* route) { return route->IsReadBeforeWrite(); });
 }
 
 // Device start leaves the radio off on some chips; phones are to see a written tag. A chip takes no
 // frame while it stores a block, so this keeps out of the pause that follows another thread's
 // block.
-void EnableRadio() {
-    platform::Lock content(NfcProxy::m_contentMutex);
-    NfcDeviceContext& context = GetNfcDeviceContext();
-    NfcSpbCommon* const driver = context.spbDriverOps;
-    if (driver == nullptr) {
-        LogErrorFun("spbDriverOps == nullptr");
-        return;
-    }
-    if (!driver->radioEnabled) {
-        platform::Lock lock(context.mutex);
-        driver->RadioEnable();
+void MakeReadable() {
+    const platform::Lock content(NfcProxy::m_contentMutex);
+    for (Route* const route : Routes()) {
+        route->MakeReadable();
     }
 }
 
@@ -174,7 +166,7 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
     if (held.m_nfcProxy == nullptr || !NfcThreadCreate()) {
         return kFailure;
     }
-    EnableRadio();
+    MakeReadable();
     return result;
 }
 

@@ -6,7 +6,6 @@
 
 #include "chip/DetectChip.h"
 #include "chip/NfcDeviceContext.h"
-#include "chip/NfcSpbNormal.h"
 #include "diagnostics/Log.h"
 #include "events/DriverThreads.h"
 #include "events/EventState.h"
@@ -85,9 +84,7 @@ bool PrepareChip() {
             if (!driver->InitDevice(&fdMode)) {
                 return false;
             }
-            if (fdMode != kFdModeSelect) {
-                context.chipKind = NfcChipFdModeOther;
-            }
+            context.chipKind = driver->KindInMode(context.chipKind, fdMode);
             return true;
         };
         if (!TryPreparation(selectMode)) {
@@ -112,6 +109,19 @@ void SilenceRadio() {
     }
     const platform::Lock lock(context.mutex);
     context.spbDriverOps.load()->RadioDisable();
+}
+
+void EnableRadio() {
+    NfcDeviceContext& context = GetNfcDeviceContext();
+    NfcSpbCommon* const driver = context.spbDriverOps;
+    if (driver == nullptr) {
+        LogErrorFun("spbDriverOps == nullptr");
+        return;
+    }
+    if (!driver->radioEnabled) {
+        const platform::Lock lock(context.mutex);
+        driver->RadioEnable();
+    }
 }
 
 class ChipRouteImpl final : public Route {
@@ -156,6 +166,10 @@ class ChipRouteImpl final : public Route {
         SilenceRadio();
         return true;
     }
+    bool IsReadBeforeWrite() const override {
+        return g_isI2cDriver && GetNfcDeviceContext().Traits().isReadBeforeWrite;
+    }
+    void MakeReadable() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) { EnableRadio(); }
     void OnDeviceClosed() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
         InterruptLife().OnDeviceClosed();
     }

@@ -10,9 +10,9 @@
 /// One way to a tag: a chip behind a kernel driver, a HID keyboard, a Bluetooth keyboard. A route
 /// has no state of its own in the object; what it works on belongs to the process.
 ///
-/// Functions that need the content lock say so. The three questions (IsActive, IsFound, IsReopened)
-/// read atomics and need no lock. None is called with the device mutex held. A step that fails logs
-/// its lines.
+/// Functions that need the content lock say so. The questions (IsActive, IsReadBeforeWrite,
+/// IsFound, IsReopened) read atomics and need no lock. None is called with the device mutex held. A
+/// step that fails logs its lines.
 class Route {
   public:
     Route() = default;
@@ -33,6 +33,12 @@ class Route {
     /// when the failure counts as that of the whole read.
     virtual bool ReadNumber(NfcProxy& proxy, std::uint16_t regAddr, std::uint8_t* number)
         TAGPORT_REQUIRES(NfcProxy::m_contentMutex) = 0;
+
+    /// Whether a message flow reads the tag before it writes a message.
+    virtual bool IsReadBeforeWrite() const { return false; }
+
+    /// A message has been written: undoes what a device start has done to hide the tag from phones.
+    virtual void MakeReadable() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {}
 
     // Device start. A route that the host connects itself keeps these as they are.
 
