@@ -1,4 +1,5 @@
-// The message that a host gives to the library for the tag.
+/// @file
+/// The message that a host gives to the library for the tag.
 #pragma once
 
 #include <tagport/tagport_export.h>
@@ -8,56 +9,62 @@
 
 /// A plain value: URL, MAC address, random number, PC model and PC type. Copying copies all five.
 ///
-/// It has no lock. The object given to NfcManager::Create is shared with the manager, which reads
-/// and writes it too; so is the one given to WriteMessage when the tag could not be read. A host
-/// that changes it while an operation of the manager runs must keep the two apart itself. Give one
-/// object to one manager only: each keeps the newest number of its own image.
+/// **Results.** 0, or -1. A null reference returns -1; the setter then clears its field, the getter
+/// changes nothing.
+///
+/// **Blocking.** None but Init, which reads a file. An object has no lock: while an operation of
+/// the manager runs, nobody else may use the object that the manager holds. That is the one given
+/// to Create, and the one given to a WriteMessage that could not read the tag. Give one object to
+/// one manager only, because each manager keeps the newest number of its own image.
 class TAGPORT_EXPORT NdefMessage {
   public:
-    /// All five fields empty or zero.
+    /// Makes a message whose five fields are empty or zero.
     NdefMessage();
-    /// Copies all five fields. Takes no lock: nobody may change `other` meanwhile.
+    /// Copies all five fields.
     NdefMessage(const NdefMessage& other);
-    /// As the copy.
+    /// Copies all five fields.
     NdefMessage& operator=(const NdefMessage& other);
     ~NdefMessage();
 
-    /// Fills the message for a PC type ('2', '5' or '8') from the file config\NfcUri.ini under the
-    /// process's current directory, and clears MAC address and random number. The file must hold
-    /// both URIs, whichever type is asked for. Without them nothing changes; for any other type
-    /// the MAC address alone is cleared. Failures are logged; GetPcType shows whether it worked.
+    /// Fills the message for a PC type, '2', '5' or '8', from config\NfcUri.ini under the process's
+    /// current directory.
+    /// Returns nothing: failures are logged, and GetPcType shows whether it worked.
+    /// Blocks for the reading of the file.
+    /// Changes all five fields; MAC address and number become zero. Another type clears the MAC
+    /// address alone. Nothing changes unless the file has both URIs. A character that the thread's
+    /// code page lacks becomes '?'.
     void Init(char type);
 
-    /// The URI without its scheme, 1 to 255 bytes. 0, or -1 with nothing stored. The tag takes at
-    /// most 162 bytes: NfcManager refuses more, and WriteMessage with 163 to 252 makes the manager
-    /// refuse everything that follows. The number is read back for a URI of 1 byte on PC type 2 and
-    /// of 50 bytes on 5 and 8; with any other size other bytes pass for the number.
+    /// Stores the URI without its scheme.
+    /// Returns 0, or -1 for a size other than 1 to 255 bytes.
+    ///
+    /// The tag takes at most 162 bytes. NfcManager refuses more, and WriteMessage with 163 to 252
+    /// spoils the manager. The number is read back for a URI of 1 byte on PC type 2, and of 50
+    /// bytes on 5 and 8: with another size other bytes pass for the number.
     int SetUrl(const std::string& url);
-    /// The stored URI, without its scheme; empty before the first one. Always 0.
+    /// Copies the URI without its scheme, empty before the first one. Returns 0.
     int GetUrl(std::string& url);
 
-    /// The MAC address, in the order in which it is on the tag. 0, or -1 with the field cleared for
-    /// an array reference that refers to nothing.
+    /// Stores the MAC address, in the order in which it is on the tag.
     int SetMac(const std::uint8_t (&mac)[6]);
-    /// The stored MAC address. 0, or -1 for an array reference that refers to nothing.
+    /// Copies the MAC address.
     int GetMac(std::uint8_t (&mac)[6]);
 
-    /// The random number. 0, or -1 with the field cleared for an array reference that refers to
-    /// nothing. Does not reach the tag by itself: see NfcManager::WriteRandNum. A number whose
-    /// bytes 0, 1, 2 and 31 are all zero passes for none when it is read back, so that its write
-    /// fails.
+    /// Stores the random number. It does not reach the tag by itself: see NfcManager::WriteRandNum.
+    /// Bytes 0, 1, 2 and 31 must not all be zero: such a number looks unwritten when it is read
+    /// back, so that its write fails.
     int SetRandomNumber(const std::uint8_t (&number)[32]);
-    /// The stored number. 0, or -1 for an array reference that refers to nothing.
+    /// Copies the random number.
     int GetRandomNumber(std::uint8_t (&number)[32]);
 
-    /// The PC model. 0, or -1 with the field cleared for an array reference that refers to nothing.
+    /// Stores the PC model.
     int SetModel(const std::uint8_t (&model)[4]);
-    /// The stored model. 0, or -1 for an array reference that refers to nothing.
+    /// Copies the PC model.
     int GetModel(std::uint8_t (&model)[4]);
 
-    /// 2, 5 or 8 for a message that a manager takes; any value is stored. Always 0.
+    /// Stores the PC type: any value, although a manager takes 2, 5 and 8 only. Returns 0.
     int SetPcType(const std::uint8_t& type);
-    /// The stored PC type. Always 0.
+    /// Copies the PC type. Returns 0.
     int GetPcType(std::uint8_t& type);
 
   private:

@@ -1,6 +1,7 @@
-// A simulated PC with a tag, and phones that are held to it: for tests of a host where there is no
-// keyboard, no chip and no Windows. A test links tagport::simulator beside tagport::tagport; the
-// host is linked as it is, and finds the simulated devices as it would find real ones.
+/// @file
+/// A simulated PC with a tag, and phones that are held to it: for tests of a host where there is no
+/// keyboard, no chip and no Windows. A test links tagport::simulator beside tagport::tagport. The
+/// host is linked as it is, and finds the simulated devices as it would find real ones.
 #pragma once
 
 #include <tagport/simulator_export.h>
@@ -14,9 +15,10 @@
 #include <string>
 #include <vector>
 
-/// Every operation may be called from any thread, but for those that say otherwise. None holds a
-/// lock while it calls the host. Bad arguments throw std::invalid_argument, calls at a wrong time
-/// std::logic_error; nothing has changed then.
+/// Operations may be called from any thread unless they say otherwise. None holds a lock while it
+/// calls the host. Bad arguments throw std::invalid_argument, calls at a wrong time
+/// std::logic_error; nothing has changed then. Operations return at once unless they wait for time
+/// to pass: Advance, WaitFor and Tap.
 ///
 /// A process that has used the library or this header must not fork and go on in the child.
 namespace tagport {
@@ -40,11 +42,12 @@ constexpr Time kWithoutEnd = std::chrono::hours(24 * 365 * 1000);
 /// same run. There is one clock in a process, and no way back: call this once, first thing in main,
 /// on the thread that will run the tests. Throws std::logic_error when the clock is in use already.
 ///
-/// The clock knows the threads of the library and those of StartThread. A call of the library, or
-/// of this header but for Now and LogRecorder::Lines, from any other thread ends the process with a
-/// message. So a host under test starts its threads with
-/// StartThread, takes its pauses with Advance, and has no lock that it holds over a call of the
-/// library while another thread waits for it.
+/// The clock knows the threads of the library and those of StartThread. Another thread may call Now
+/// and LogRecorder::Lines only: any other call ends the process with a message. So a host under
+/// test
+///   - starts its threads with StartThread,
+///   - takes its pauses with Advance,
+///   - holds no lock over a call of the library while another thread waits for that lock.
 ///
 /// A run that can make no progress ends the process with status 86 and a list of the threads and
 /// what each waits for. So does a thread that calls neither the library nor this header for 20 s.
@@ -59,8 +62,8 @@ TAGPORT_SIMULATOR_EXPORT void Advance(Time time);
 /// Waits until the condition holds, for `limit` at most; true when it held.
 ///
 /// An empty function is refused. The condition is called on any thread, any number of times. It
-/// must only look: it must not call the library, wait, change anything or throw. Gone, Reading,
-/// Lines and Live may be called.
+/// must only look: it must not call the library, wait, change anything or throw. It may call Gone,
+/// Reading, Lines and Live.
 TAGPORT_SIMULATOR_EXPORT bool WaitFor(const std::function<bool()>& condition, Time limit);
 
 /// Runs `body` on a new thread, which both clocks know. Nobody joins it, and an exception that
