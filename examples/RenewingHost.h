@@ -1,6 +1,11 @@
 // A host that keeps the tag right: each Tick gives the tag a new number, and a tag that was pulled
 // out, or that lost what was written, is filled again. It neither sleeps nor starts a thread, so
 // that its time can be the program's (renewing_host.cpp) or a test's (host_test.cpp).
+//
+// It renews with WriteMessage and not with WriteRandNum. The result then says whether the number is
+// on the tag, and the threads that report phones are started again if they have ended, as they do
+// when a driver cancels its requests at a suspend. A phone that lies on the tag meanwhile is
+// reported once more.
 #pragma once
 
 #include <tagport/NfcManager.h>
@@ -18,59 +23,37 @@ class RenewingHost {
     RenewingHost(std::shared_ptr<NdefMessage> message, NfcListener listener)
         : m_message(std::move(message)), m_listener(listener) {}
 
-    /// To be called about once a minute. True when the tag is well; false when it cannot be
-    /// reached, and the next Tick tries again.
+    /// To be called about once a minute, and at once when the PC resumes or a device arrives. True
+    /// when the tag is well; false when it cannot be reached, and the next Tick tries again.
     bool Tick() {
-        if (!Well() && !Fill()) {
-            return false;
-        }
-        const Number next = NewNumber();
-        if (m_manager->WriteRandNum(AsArray(next)) != 0) {
-            return false;
-        }
-        m_number = next;  // a thread of the library writes it; the next Tick looks whether it did
-        return true;
+        std::generate(m_number.begin(), m_number.end(),
+                      [this] { return static_cast<std::uint8_t>(m_random()); });
+        // The arrays of the interface are built-in ones.
+        m_message->SetRandomNumber(reinterpret_cast<const std::uint8_t(&)[32]>(*m_number.data()));
+        m_isWell = (m_isWell && Write()) || (Open() && Write());
+        return m_isWell;
     }
 
     /// The number that phones are to find.
     const Number& CurrentNumber() const { return m_number; }
 
   private:
-    // The arrays of the interface are built-in ones.
-    static auto AsArray(const Number& number) -> const std::uint8_t (&)[32] {
-        return reinterpret_cast<const std::uint8_t(&)[32]>(number);
-    }
-
-    Number NewNumber() {
-        Number number;
-        std::generate(number.begin(), number.end(),
-                      [&] { return static_cast<std::uint8_t>(m_random()); });
-        return number;
-    }
-
-    // Whether the tag has the last number. A failed renewal shows nowhere else.
-    bool Well() {
-        std::uint8_t onTag[32] = {};
-        return m_manager != nullptr && m_manager->ReadRandNum(onTag) == 0 &&
-               std::equal(m_number.begin(), m_number.end(), onTag);
-    }
-
-    bool Fill() {
-        m_number = NewNumber();
-        m_message->SetRandomNumber(AsArray(m_number));
+    bool Open() {
         if (m_manager == nullptr) {
             m_manager = NfcManager::Create(m_message, m_listener);
         }
         if (m_manager == nullptr || !m_manager->DeviceInit()) {
             return false;
         }
-        m_manager->SetMcuKbConnectStatus(true);
-        return m_manager->WriteMessage(m_message) == 0;
+        return m_manager->SetMcuKbConnectStatus(true);  // for a HID keyboard; no harm elsewhere
     }
+
+    bool Write() { return m_manager->WriteMessage(m_message) == 0; }
 
     std::shared_ptr<NdefMessage> m_message;
     NfcListener m_listener;
     std::shared_ptr<NfcManager> m_manager;
+    bool m_isWell = false;
     Number m_number{};
     std::random_device m_random;
 };

@@ -1,5 +1,7 @@
 // A service that gives the tag a new number every minute and comes back after the keyboard was
-// pulled out.
+// pulled out. A Windows service also calls Tick at once when it is told of a resume
+// (SERVICE_CONTROL_POWEREVENT) or of a device that has arrived (SERVICE_CONTROL_DEVICEEVENT), on
+// the same thread.
 #include "RenewingHost.h"
 
 #include <chrono>

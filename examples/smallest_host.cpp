@@ -15,7 +15,8 @@ int main() {
     message->SetRandomNumber(number);
 
     auto manager = NfcManager::Create(message, &Listen);
-    if (!manager || !manager->DeviceInit() || manager->WriteMessage(message) != 0) {
+    if (!manager || !manager->DeviceInit() || !manager->SetMcuKbConnectStatus(true) ||
+        manager->WriteMessage(message) != 0) {
         return 1;  // the log says why
     }
     std::getchar();  // meanwhile phones are reported on the library's threads
