@@ -147,7 +147,7 @@ const Peripheral kPeripherals[] = {
     {"usb_like_fm11n", PcRoute::kUsb, "like-fm11n", true},
 };
 
-// What docs/decisions.md says of a driver that never ends a request.
+// What docs/reference.md says of a driver that no longer answers.
 constexpr emulation::Micros kLongestStart = 51 * emulation::kSecond;
 constexpr emulation::Micros kLongestWrite = 20 * emulation::kSecond + kThreadTime;
 constexpr emulation::Micros kLongestCheckedWrite = 22 * emulation::kSecond;
