@@ -7,11 +7,10 @@
 #include "lab/Failure.h"
 #include "lab/Hex.h"
 #include "lab/ImageNotes.h"
+#include "tagimage/ImageGeometry.h"
 #include "tagimage/NfcData.h"
 
 namespace {
-
-constexpr std::size_t kMostThatFits = 162;  // URI text
 
 using Fields = std::array<std::string, 4>;
 
@@ -66,7 +65,7 @@ void Try(const std::string& image) {
     }
     // By the writer, from the fields.
     NfcData made;
-    const bool fits = data.GetUrl().size() <= kMostThatFits;
+    const bool fits = data.GetUrl().size() <= imageformat::kMaxUriSize;
     Check(made.Init() && made.InitValue() && made.SetUrl(data.GetUrl()) == fits,
           "a URL that fits is taken, and no other");
     if (fits) {

@@ -3,12 +3,12 @@
 #include <algorithm>
 
 #include "fuzz/Host.h"
+#include "tagimage/ImageGeometry.h"
 #include "tagimage/NfcData.h"
 
 namespace {
 
-constexpr std::size_t kMemory = 272;        // up to 256 bytes of it are read
-constexpr std::size_t kMostThatFits = 162;  // URI text
+constexpr std::size_t kMemory = 272;  // up to 256 bytes of it are read
 
 template <std::size_t Size>
 bool IsSame(NdefMessage& message, int (NdefMessage::*get)(std::uint8_t (&)[Size]),
@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
                   IsSame(*message, &NdefMessage::GetModel, data.GetModel()),
               "the fields that were read are the image's");
     } else if (good) {
-        Check(data.GetUrl().size() > kMostThatFits || data.GetUrl().empty(),
+        Check(data.GetUrl().size() > imageformat::kMaxUriSize || data.GetUrl().empty(),
               "a good image is taken if the message can hold its URL");
     } else {
         Check(url == before, "an image that is refused changes nothing");

@@ -5,6 +5,8 @@
 #include <array>
 
 #include "lab/Hex.h"
+#include "lab/Words.h"
+#include "tagimage/ImageGeometry.h"
 
 namespace lab {
 
@@ -19,8 +21,8 @@ constexpr std::array<Register, 12> kRegisters{{
     {0, "identity"},
     {10, "bit lock, low byte"},
     {11, "bit lock, high byte"},
-    {73, "random number of PC type 2"},
-    {122, "random number of PC types 5 and 8"},
+    {imageformat::NumberRegister(imageformat::kBlankUriSize), "random number of PC type 2"},
+    {imageformat::NumberRegister(imageformat::kShownUriSize), "random number of PC types 5 and 8"},
     {904, "dynamic lock"},
     {908, "field detection mode"},
     {968, "dynamic lock of the FM11NT082C"},
@@ -31,8 +33,8 @@ constexpr std::array<Register, 12> kRegisters{{
 }};
 constexpr unsigned kRadioOff = 0xF0F2;
 constexpr unsigned kRadioOn = 0xF0F1;
-constexpr unsigned kFirstImageRegister = 16;
-constexpr unsigned kLastImageRegister = kFirstImageRegister + 254;
+constexpr unsigned kLastImageRegister =
+    imageformat::kFirstRegister + imageformat::kMaxImageSize - 1;
 
 constexpr std::size_t kShortHead = 2;
 constexpr std::size_t kExtendedHead = 4;
@@ -49,7 +51,6 @@ constexpr unsigned kFieldType = 2;
 constexpr unsigned kNumberType = 3;
 constexpr unsigned kEnter = 0x6EE6;
 constexpr unsigned kLeave = 0xE66E;
-constexpr std::size_t kNumberSize = 32;
 
 unsigned At(std::string_view bytes, std::size_t position) {
     return position < bytes.size() ? static_cast<unsigned char>(bytes[position]) : 0U;
@@ -59,10 +60,6 @@ unsigned Pair(std::string_view bytes, std::size_t high, std::size_t low) {
     return At(bytes, high) * 256 + At(bytes, low);
 }
 
-std::string Count(std::size_t count) {
-    return std::to_string(count) + (count == 1 ? " byte" : " bytes");
-}
-
 std::string Named(unsigned number) {
     const std::string text = "register " + std::to_string(number);
     for (const Register& one : kRegisters) {
@@ -70,8 +67,9 @@ std::string Named(unsigned number) {
             return text + " (" + one.name + ")";
         }
     }
-    if (number >= kFirstImageRegister && number <= kLastImageRegister) {
-        return text + " (image offset " + std::to_string(number - kFirstImageRegister) + ")";
+    if (number >= imageformat::kFirstRegister && number <= kLastImageRegister) {
+        return text + " (image offset " + std::to_string(number - imageformat::kFirstRegister) +
+               ")";
     }
     return text;
 }
@@ -89,7 +87,7 @@ std::string BusMeaning::OfWrite(std::string_view bytes) {
     const std::size_t payload =
         length >= kReportHead ? std::min(length, bytes.size()) - kReportHead : 0;
     const std::string page = "report, page " + std::to_string(At(bytes, 2)) + " of " +
-                             std::to_string(At(bytes, 1)) + ", " + Count(payload);
+                             std::to_string(At(bytes, 1)) + ", " + Counted(payload, "byte");
     return At(bytes, 2) == 1 ? page + ": " + Frame(bytes.substr(kReportHead, payload)) : page;
 }
 
@@ -111,20 +109,21 @@ std::string BusMeaning::ChipWrite(std::string_view bytes) {
     }
     m_register = Pair(bytes, 0, 1);
     m_state = false;
-    if (!m_extended || bytes.size() < kExtendedHead) {
-        return bytes.size() == kShortHead
-                   ? "address " + Named(m_register)
-                   : "write " + Count(bytes.size() - kShortHead) + " to " + Named(m_register);
+    if (!m_isFanli || bytes.size() < kExtendedHead) {
+        return bytes.size() == kShortHead ? "address " + Named(m_register)
+                                          : "write " + Counted(bytes.size() - kShortHead, "byte") +
+                                                " to " + Named(m_register);
     }
     const unsigned operation = At(bytes, 2);
     if (operation == kWriteOperation) {
         if (m_register == kRadioOn || m_register == kRadioOff) {
             return m_register == kRadioOn ? "radio on" : "radio off";
         }
-        return "write " + Count(bytes.size() - kExtendedHead) + " to " + Named(m_register);
+        return "write " + Counted(bytes.size() - kExtendedHead, "byte") + " to " +
+               Named(m_register);
     }
     m_state = operation == kStateOperation;
-    const std::string length = Count(At(bytes, 3));
+    const std::string length = Counted(At(bytes, 3), "byte");
     return m_state ? "ask for " + length + " of state " + std::to_string(m_register)
                    : "ask for " + length + " of " + Named(m_register);
 }
@@ -133,7 +132,7 @@ std::string BusMeaning::ChipRead(std::string_view bytes) const {
     if (m_state && m_register == 0 && !bytes.empty()) {
         return "interrupt status " + std::to_string(At(bytes, 0));
     }
-    return Count(bytes.size()) + " of " +
+    return Counted(bytes.size(), "byte") + " of " +
            (m_state ? "state " + std::to_string(m_register) : Named(m_register));
 }
 
@@ -158,7 +157,7 @@ std::string BusMeaning::FromKeyboard(std::string_view message) const {
                                 : "a field report with an unknown code";
     }
     if (At(message, 0) == kNumberType) {
-        return "the number " + ToHex(message.substr(1, kNumberSize));
+        return "the number " + ToHex(message.substr(1, imageformat::kNumberSize));
     }
     return "of an unknown type";
 }

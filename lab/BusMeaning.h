@@ -7,14 +7,16 @@
 #include <string>
 #include <string_view>
 
+#include "simulator/PcKinds.h"
+
 namespace lab {
 
-enum class BusFormat { kChip, kReports, kFrames };
+using simulator::BusFormat;
 
 class BusMeaning {
   public:
-    /// `extended`: the chip uses the format with four-byte heads.
-    BusMeaning(BusFormat format, bool extended) : m_format(format), m_extended(extended) {}
+    /// `isFanli`: the chip uses the frames with four-byte heads.
+    BusMeaning(BusFormat format, bool isFanli) : m_format(format), m_isFanli(isFanli) {}
 
     BusFormat format() const { return m_format; }
     std::string OfWrite(std::string_view bytes);
@@ -27,7 +29,7 @@ class BusMeaning {
     std::string FromKeyboard(std::string_view message) const;
 
     BusFormat m_format;
-    bool m_extended;
+    bool m_isFanli;
     bool m_state = false;     // the last request was for a state, not a register
     unsigned m_register = 0;  // the last register that was addressed
 };

@@ -1,6 +1,7 @@
 // Turns events of the emulation and calls of the Bluetooth client into objects of the recorder.
 #include "lab/BusTrace.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "lab/Hex.h"
@@ -24,6 +25,17 @@ Json BusObject(const char* op) {
     object["kind"] = "bus";
     object["op"] = op;
     return object;
+}
+
+/// The route of a device by its path. Paths of HID interfaces are no drivers' paths.
+const simulator::RouteKind& RouteOfDevice(const std::string& path) {
+    for (const simulator::RouteKind& kind : simulator::kRouteKinds) {
+        if (!kind.driver.empty() &&
+            std::equal(kind.driver.begin(), kind.driver.end(), path.begin(), path.end())) {
+            return kind;
+        }
+    }
+    return simulator::KindOf(simulator::PcRoute::kHid);
 }
 
 const char* Operation(const emulation::Request& request) {
@@ -102,6 +114,15 @@ std::shared_ptr<LinkDockService::BlePeer> TracedPeer(std::shared_ptr<LinkDockSer
     return std::make_shared<TracingPeer>(std::move(peer), recorder, std::move(now));
 }
 
+BusTrace::BusTrace(Recorder& recorder, const PcParts& parts)
+    : m_recorder(recorder), m_parts(parts), m_meaning(MeaningOn(parts.FirstRoute())) {}
+
+BusMeaning BusTrace::MeaningOn(const simulator::RouteKind& route) const {
+    // A chip behind the USB driver has FM11N frames.
+    return {route.format, route.route == simulator::PcRoute::kI2c && m_parts.Chip() != nullptr &&
+                              m_parts.Chip()->IsFanli()};
+}
+
 void BusTrace::Add(emulation::ThreadId thread, emulation::Micros time, Json fields) {
     m_recorder.Add(thread, Milliseconds(time), std::move(fields));
 }
@@ -144,6 +165,9 @@ void BusTrace::Take(const emulation::TraceEvent& event) {
                 object["error"] = event.error;
             }
             object["meaning"] = event.text;
+            if (event.error == ERROR_SUCCESS) {
+                m_meaning = MeaningOn(RouteOfDevice(event.text));
+            }
             Add(event.thread, event.time, std::move(object));
             break;
         }

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "lab/BusMeaning.h"
+#include "lab/PcParts.h"
 #include "lab/Recorder.h"
 #include "platform/emulation/Kernel.h"
 #include "platform/services/standin/ClientBackDoor.h"
@@ -15,7 +16,7 @@ namespace lab {
 
 class BusTrace {
   public:
-    BusTrace(Recorder& recorder, BusMeaning meaning) : m_recorder(recorder), m_meaning(meaning) {}
+    BusTrace(Recorder& recorder, const PcParts& parts);
 
     /// To be called for every event of the emulation's tracer.
     void Take(const emulation::TraceEvent& event);
@@ -26,10 +27,12 @@ class BusTrace {
   private:
     void Started(const emulation::TraceEvent& event);
     void Done(const emulation::TraceEvent& event);
+    BusMeaning MeaningOn(const simulator::RouteKind& route) const;
     void Add(emulation::ThreadId thread, emulation::Micros time, Json fields);
 
     Recorder& m_recorder;
-    BusMeaning m_meaning;  // guarded by emulation::DeviceLock
+    const PcParts& m_parts;
+    BusMeaning m_meaning;  // of the device that was opened last; guarded by emulation::DeviceLock
     std::atomic<int> m_threads{0};
 };
 

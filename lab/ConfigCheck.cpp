@@ -9,6 +9,7 @@
 #include "lab/Files.h"
 #include "lab/System.h"
 #include "lab/Terminal.h"
+#include "lab/Words.h"
 #include "platform/platform.h"
 #include "tagimage/ImageGeometry.h"
 
@@ -16,10 +17,13 @@ namespace lab {
 
 namespace {
 
-constexpr std::size_t kReadBackUrlSize = 50;  // the size that fits the register of types 5 and 8
-constexpr std::size_t kMaxImageUrl = 162;
+using imageformat::kMaxUriSize;
+using imageformat::kShownUriSize;
+
 constexpr std::size_t kValueChars = 32768;  // a value that is too long is shown completely
 constexpr char kSection[] = "PC_URI";
+constexpr char kPrefix[] = "https://";
+constexpr std::string_view kBigEndianMark = "\xFE\xFF";
 
 struct Key {
     const char* name;
@@ -65,7 +69,7 @@ std::filesystem::path AbsoluteDirectory(const std::string& directory) {
         throw WrongCall(place + ": cannot be used: " + error.message());
     }
     try {
-        path.wstring();  // the library's names are wide
+        static_cast<void>(path.wstring());  // the library's names are wide
     } catch (const std::system_error&) {
         throw WrongCall(place + ": cannot be used: the path " + path.string() + " is not UTF-8");
     }
@@ -73,14 +77,18 @@ std::filesystem::path AbsoluteDirectory(const std::string& directory) {
 }
 
 void CheckValue(const std::string& where, const std::string& value) {
-    if (value.size() == kReadBackUrlSize) {
+    if (value.rfind(kPrefix, 0) == 0) {
+        PrintError("warning: " + where + "=" + value + ": begins with " + kPrefix +
+                   ", which phones put before it: they will see it twice");
+    }
+    if (value.size() == kShownUriSize) {
         return;
     }
-    const std::string size = where + "=" + value + ": " + std::to_string(value.size()) + " bytes: ";
-    if (value.size() > kMaxImageUrl) {
-        throw WrongCall(size + "at most " + std::to_string(kMaxImageUrl) + " fit on the tag");
+    const std::string size = where + "=" + value + ": " + Counted(value.size(), "byte") + ": ";
+    if (value.size() > kMaxUriSize) {
+        throw WrongCall(size + "at most " + std::to_string(kMaxUriSize) + " fit on the tag");
     }
-    PrintError("warning: " + size + "exactly " + std::to_string(kReadBackUrlSize) +
+    PrintError("warning: " + size + "exactly " + std::to_string(kShownUriSize) +
                " are needed, because the random number is read back at a fixed register");
 }
 
@@ -108,6 +116,11 @@ void UseConfiguration(const std::string& directory, int pcType) {
                         (directory.empty() ? "; --config DIR names the directory that holds "
                                              "config/NfcUri.ini"
                                            : ""));
+    }
+    if (ReadInput("--config", ConfigPath(absolute).string()).rfind(kBigEndianMark, 0) == 0) {
+        throw WrongCall(name +
+                        ": is UTF-16 in big-endian order, which Windows does not read; save "
+                        "it in little-endian order or as ANSI");
     }
     for (const Key& key : kKeys) {
         const std::string value = Value(ConfigPath(absolute), key);

@@ -7,16 +7,13 @@
 #include <vector>
 
 #include "lab/BusTrace.h"
-#include "lab/DeliveryHabits.h"
 #include "lab/Failure.h"
-#include "lab/Hex.h"
 #include "lab/Pc.h"
-#include "lab/PcParts.h"
-#include "lab/PhoneObject.h"
-#include "lab/Script.h"
+#include "lab/PcDevices.h"
+#include "lab/Words.h"
 #include "platform/emulation/Kernel.h"
 #include "platform/services/TraceLog.h"
-#include "simulator/Pc.h"
+#include "platform/services/standin/ClientBackDoor.h"
 
 namespace lab {
 
@@ -58,10 +55,10 @@ constexpr LPTHREAD_START_ROUTINE kHostRoutines[kMostHosts] = {RunHost<1>, RunHos
 class EmulatedPc : public Pc {
   public:
     EmulatedPc(const PcOptions& options, Recorder& recorder)
-        : m_options(options),
+        : Pc(PcParts(options, NamesOf(simulator::kRouteKinds))),
+          m_options(options),
           m_recorder(recorder),
-          m_parts(options, {"i2c", "usb", "hid", "ble"}),
-          m_bus(recorder, BusMeaning(Format(), m_parts.Route() == "i2c" && m_parts.HasFanli())) {}
+          m_bus(recorder, Parts()) {}
 
     void ChooseClock() override {
         if (m_options.seed) {
@@ -85,20 +82,10 @@ class EmulatedPc : public Pc {
         m_recorder.NameThread(emulation::CurrentThread(), kHostThread);
         TraceLogger::SetSink(RecordLogLine, &m_recorder);
         emulation::SetTracer([this](const emulation::TraceEvent& event) { m_bus.Take(event); });
-        m_pc = std::make_unique<simulator::Pc>(m_parts.Routes(), m_parts.ChipToBuild());
-        TraceBluetooth();
-        if (m_options.fault) {
-            Fault(*m_options.fault, true);
-        }
+        m_devices = std::make_unique<PcDevices>(m_options, Parts(), m_recorder, &ToMilliseconds);
     }
 
-    std::string Route() const override { return m_parts.Route(); }
-    std::string Chip() const override { return m_parts.Chip(); }
-    bool HasRoute(const std::string& name) const override { return m_parts.HasRoute(name); }
     std::uint64_t KeyboardAddress() const override { return simulator::kDefaultBleAddress; }
-
-    std::string DefaultScript() const override { return VisitScript(Chip()); }
-
     double Now() const override { return ToMilliseconds(emulation::Now()); }
     ThreadKey Thread() const override { return emulation::CurrentThread(); }
     bool WaitFor(const std::function<bool()>& predicate, std::int64_t milliseconds,
@@ -113,52 +100,8 @@ class EmulatedPc : public Pc {
                                  nullptr));
     }
 
-    void Tap(std::int64_t in, std::int64_t stay, const std::string& route) override {
-        const std::string& name = route.empty() ? m_parts.Route() : route;
-        if (!HasRoute(name)) {
-            throw WrongCall("the PC has no tag on the " + name + " route");
-        }
-        m_pc->TapPhone(*simulator::RouteByName(name), FromMilliseconds(in), FromMilliseconds(stay),
-                       Reporter());
-    }
-    void Enter(std::int64_t in) override { m_pc->HoldPhone(FromMilliseconds(in), Reporter()); }
-    void Leave(std::int64_t in) override { m_pc->TakePhone(FromMilliseconds(in)); }
-    void ChipStatus(std::int64_t in, std::uint8_t status) override {
-        if (!m_parts.HasFanli()) {
-            throw WrongCall("chip-status: only the chips fanli and like-fanli have one, not " +
-                            (Chip().empty() ? "the " + Route() + " route" : Chip()));
-        }
-        emulation::After(FromMilliseconds(in), [this, status] {
-            m_pc->chip()->BackDoor().RaiseStatus(emulation::Now(), status, 0);
-        });
-    }
-
-    void ChipBits(unsigned reg, std::uint8_t mask, std::uint8_t value) override {
-        const emulation::DeviceLock lock;
-        if (Chip().empty() || !m_pc->chip()->BackDoor().StickBits(reg, mask, value)) {
-            throw WrongCall("chip-bits: only FM11N chips have them");
-        }
-    }
-    void BleClient(const std::map<std::string, std::string>& fields) override {
-        ApplyDeliveryHabits(fields);
-    }
-
-    void Unplug() override { m_pc->Unplug(); }
-    void Plug() override { m_pc->Plug(); }
-
-    void Fault(const std::string& plan, bool apply) override {
-        const simulator::PcFaults faults = m_parts.Faults(plan);
-        if (apply) {
-            m_pc->SetFaults(faults);
-        }
-    }
-
-    std::string TagMemory() const override {
-        const emulation::DeviceLock lock;
-        const Bytes bytes = m_pc->TagMemory();
-        return std::string(AsText(bytes));
-    }
-
+    void Act(const Command& command) override { m_devices->Act(command); }
+    std::string TagMemory() const override { return m_devices->TagMemory(); }
     LiveObjects Live() const override {
         const emulation::LiveCounts live = emulation::Live();
         const std::size_t clients = LinkDockService::DeliveryThreads();  // a handle for each
@@ -172,32 +115,10 @@ class EmulatedPc : public Pc {
     }
 
   private:
-    BusFormat Format() const {
-        return m_parts.Route() == "hid"   ? BusFormat::kReports
-               : m_parts.Route() == "ble" ? BusFormat::kFrames
-                                          : BusFormat::kChip;
-    }
-    simulator::Phone::Reporter Reporter() {
-        return [this](const simulator::PhoneReport& report) {
-            m_recorder.AddNamed(kHostThread, ToMilliseconds(report.time), PhoneObject(report));
-        };
-    }
-    void TraceBluetooth() {
-        if (m_pc->bluetooth() == nullptr) {
-            return;
-        }
-        // The keyboard lives as long as the PC, and the PC as long as the process.
-        const std::shared_ptr<simulator::BluetoothKeyboard> keyboard(std::shared_ptr<void>(),
-                                                                     m_pc->bluetooth());
-        LinkDockService::SetPeer(TracedPeer(simulator::BlePeerAdapter::Make(keyboard), m_recorder,
-                                            [this] { return Now(); }));
-    }
-
     PcOptions m_options;
     Recorder& m_recorder;
-    PcParts m_parts;
     BusTrace m_bus;
-    std::unique_ptr<simulator::Pc> m_pc;
+    std::unique_ptr<PcDevices> m_devices;
 };
 
 }  // namespace

@@ -86,7 +86,7 @@ void Host::OnEvent(int event, const std::uint8_t (&number)[32], int route) {
     object["route"] = route;
     object["number"] = ToHex(View(number, sizeof(number)));
     self.m_recorder.Add(self.m_pc.Thread(), self.m_pc.Now(), std::move(object));
-    self.m_events.Add(event);
+    self.m_events.Add(event, route);
     self.m_pc.RecheckWaits();
     self.ActInListener();
 }
@@ -216,15 +216,13 @@ void Host::StartManager(unsigned manager, const Fields& fields) {
 
 bool Host::Open(unsigned manager) {
     // A PC that has only a Bluetooth keyboard has no tag of its own for DeviceInit to find.
-    if (m_pc.Route() != "ble") {
+    if (m_pc.Parts().FirstRoute().IsDevice()) {
         DeviceInit(manager);
         if (!m_results.LastSucceeded()) {
             return false;
         }
     }
-    if (m_pc.HasRoute("ble") || m_pc.HasRoute("hid")) {
-        Connect(manager, true);
-    }
+    Connect(manager, true);
     return true;
 }
 
@@ -234,16 +232,14 @@ void Host::DeviceInit(unsigned manager) {
 
 void Host::Connect(unsigned manager, bool on) {
     const std::shared_ptr<NfcManager> with = Manager(manager);
-    if (m_pc.HasRoute("ble")) {
+    if (m_pc.Parts().HasRoute("hid")) {
+        Record(manager, "SetMcuKbConnectStatus", with->SetMcuKbConnectStatus(on));
+    }
+    if (m_pc.Parts().HasRoute("ble")) {
         const std::uint64_t address = m_pc.KeyboardAddress();
         m_connected = on;
         Record(manager, on ? "BtConnect" : "BtDisconnect",
                on ? with->BtConnect(address) : with->BtDisconnect(address));
-    } else if (m_pc.HasRoute("hid")) {
-        Record(manager, "SetMcuKbConnectStatus", with->SetMcuKbConnectStatus(on));
-    } else {
-        throw WrongCall("nothing can be connected on the " + m_pc.Route() +
-                        " route; \"on hid,ble\" before it plays it elsewhere only");
     }
 }
 
@@ -299,6 +295,9 @@ void Host::Listen(unsigned manager, bool on, const Fields& fields) {
         const auto pause = fields.find("pause");
         m_habits = {manager, pause == fields.end() ? 0 : std::stoll(pause->second),
                     fields.count("reads") > 0, fields.count("renews") > 0};
+    }
+    if (on && !m_listening) {
+        m_events.ForgetOpen();
     }
     m_listening = on;
     with->RegisterListener(on ? &Host::OnEvent : nullptr);

@@ -41,7 +41,7 @@ class Host {
     bool Create(unsigned manager, const Fields& fields);
     /// DeviceInit and Connect, each where the PC needs it; false when DeviceInit failed.
     bool Open(unsigned manager);
-    /// Connects or disconnects the keyboard. WrongCall on a route without one.
+    /// Connects or disconnects each keyboard that the PC has.
     void Connect(unsigned manager, bool on);
     /// Writes a random number to the tag: these 32 bytes, or a new one for an empty string.
     void Renew(unsigned manager, const std::string& bytes);

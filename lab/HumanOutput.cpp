@@ -6,6 +6,7 @@
 
 #include "lab/Printable.h"
 #include "lab/Violations.h"
+#include "simulator/PcKinds.h"
 
 namespace lab {
 
@@ -26,12 +27,6 @@ std::string EventText(int event) {
         default:
             return "an unknown event";
     }
-}
-
-std::string RouteText(int route) {
-    constexpr std::array<const char*, 5> kNames{"?", "I2C", "USB", "HID", "Bluetooth"};
-    const auto index = static_cast<std::size_t>(route);
-    return index < kNames.size() ? kNames[index] : kNames[0];
 }
 
 std::string Field(const Json& object, const char* name) {
@@ -75,9 +70,11 @@ std::string HumanOutput::Lines(const Json& object) const {
     const std::string kind = object["kind"];
     if (kind == "event") {
         const int event = object["event"];
+        const auto* const route = simulator::RouteByNumber(object["route"]);
         return Head(object, "EVENT " + std::to_string(event)) +
-               m_style.Cyan(EventText(event) + "  (" + RouteText(object["route"]) + ")") + "\n" +
-               Continued("number  " + Field(object, "number"));
+               m_style.Cyan(EventText(event) + "  (" +
+                            (route == nullptr ? "?" : std::string(route->title)) + ")") +
+               "\n" + Continued("number  " + Field(object, "number"));
     }
     if (kind == "phone") {
         if (!object["read"].get<bool>()) {

@@ -28,8 +28,8 @@ using imageformat::kMacSize;
 using imageformat::kModelSize;
 using imageformat::kNumberSize;
 
-constexpr std::size_t kMaxUrl = 162;  // bytes that an image can hold
 constexpr std::size_t kBytesInLine = 16;
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 void KeepLine(int level, const std::wstring& line, void* context) {
     static_cast<std::vector<std::string>*>(context)->push_back(
@@ -115,9 +115,9 @@ int BuildImage(const ImageBuildOptions& options) {
         FillFromConfig(options, fields);
     }
     fields.url = options.url.value_or(fields.url);
-    if (fields.url.size() > kMaxUrl) {
+    if (fields.url.size() > imageformat::kMaxUriSize) {
         throw WrongCall("--url: " + std::to_string(fields.url.size()) + " bytes: at most " +
-                        std::to_string(kMaxUrl) + " fit");
+                        std::to_string(imageformat::kMaxUriSize) + " fit");
     }
     const auto take = [](const std::optional<std::string>& option, const char* name,
                          std::string& field) {
@@ -149,7 +149,10 @@ int BuildImage(const ImageBuildOptions& options) {
 }
 
 int ShowImage(const ImageShowOptions& options) {
-    const std::string input = ReadInput("", options.file);
+    std::string input = ReadInput("", options.file);
+    if (options.format != "raw" && input.rfind(kByteOrderMark, 0) == 0) {
+        input.erase(0, kByteOrderMark.size());
+    }
     const bool hex = options.format == "hex" || (options.format == "auto" && LooksLikeText(input));
     const std::string image =
         hex ? FromHex(input, options.file == "-" ? kStandardInput : options.file) : input;

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "lab/Hex.h"
+#include "lab/Words.h"
 #include "tagimage/ImageGeometry.h"
 
 namespace lab {
@@ -26,10 +27,6 @@ std::string Hex(std::uint8_t byte) {
     return "0x" + ToHex(Bytes{byte});
 }
 
-std::string Count(std::size_t count, const char* unit = "byte") {
-    return std::to_string(count) + " " + unit + (count == 1 ? "" : "s");
-}
-
 /// The offset of the second record, computed as the library's reader does.
 std::size_t SecondRecord(std::string_view image) {
     return kPayloadOffset + kUriHeadSize + ByteAt(image, kPayloadOffset + kBodyCountOffset);
@@ -37,7 +34,7 @@ std::size_t SecondRecord(std::string_view image) {
 
 std::optional<ImageFault> FrameFault(std::string_view image) {
     if (image.size() < kFrameSize || image.size() > kMaxImageSize) {
-        return ImageFault{0, "the image has " + Count(image.size()) + ": " +
+        return ImageFault{0, "the image has " + Counted(image.size(), "byte") + ": " +
                                  std::to_string(kFrameSize) + " to " +
                                  std::to_string(kMaxImageSize) + " are accepted"};
     }
@@ -53,8 +50,8 @@ std::optional<ImageFault> FrameFault(std::string_view image) {
     if (image.size() - kFrameSize != length) {
         return ImageFault{kLengthOffset, "TLV length is " + std::to_string(length) +
                                              " and asks for an image of " +
-                                             Count(length + kFrameSize) + "; this one has " +
-                                             std::to_string(image.size())};
+                                             Counted(length + kFrameSize, "byte") +
+                                             "; this one has " + std::to_string(image.size())};
     }
     if (length < kMinPayload) {
         return ImageFault{kLengthOffset, "TLV length is " + std::to_string(length) +
@@ -75,7 +72,7 @@ std::optional<ImageFault> UriFault(std::string_view image) {
     const std::size_t typeLen = ByteAt(image, typeAt);
     if (typeLen > length) {
         return ImageFault{typeAt, "URI type length is " + std::to_string(typeLen) +
-                                      ", more than the " + Count(length) + " there are"};
+                                      ", more than the " + Counted(length, "byte") + " there are"};
     }
     const std::size_t countAt = kPayloadOffset + kBodyCountOffset;
     const std::size_t count = ByteAt(image, countAt);
@@ -115,14 +112,15 @@ std::optional<ImageFault> MimeFault(std::string_view image) {
                                       ", not " + Hex(kMimeRecord)};
     }
     if (left < kTypeOffset) {
-        return ImageFault{second, "the head of the media-type record is cut: " + Count(left) +
-                                      " of at least " + std::to_string(kTypeOffset)};
+        return ImageFault{second,
+                          "the head of the media-type record is cut: " + Counted(left, "byte") +
+                              " of at least " + std::to_string(kTypeOffset)};
     }
     const std::size_t typeAt = second + kTypeLenOffset;
     const std::size_t typeLen = ByteAt(image, typeAt);
     if (kTypeOffset + typeLen > left) {
         return ImageFault{typeAt, "media type length is " + std::to_string(typeLen) +
-                                      ": the record has " + Count(left - kTypeOffset) +
+                                      ": the record has " + Counted(left - kTypeOffset, "byte") +
                                       " after its head"};
     }
     if (typeLen == 0) {
@@ -133,8 +131,8 @@ std::optional<ImageFault> MimeFault(std::string_view image) {
     const std::size_t there = std::min(count, left - kTypeOffset - typeLen);
     if (there < kBodySize) {
         return ImageFault{countAt, "media payload length is " + std::to_string(count) + " with " +
-                                       Count(there) + " there: " + std::to_string(kBodySize) +
-                                       " are needed"};
+                                       Counted(there, "byte") +
+                                       " there: " + std::to_string(kBodySize) + " are needed"};
     }
     return std::nullopt;
 }
@@ -255,6 +253,12 @@ std::vector<std::string> Remarks(std::string_view image) {
 }
 
 }  // namespace
+
+std::string_view ImageIn(std::string_view memory) {
+    return memory.size() <= kLengthOffset
+               ? memory
+               : memory.substr(0, ByteAt(memory, kLengthOffset) + kFrameSize);
+}
 
 ImageNotes AnnotateImage(std::string_view image) {
     ImageNotes notes;

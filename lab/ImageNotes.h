@@ -28,6 +28,9 @@ struct ImageNotes {
     std::vector<std::string> remarks;  ///< what is unusual but accepted
 };
 
+/// The image in the memory of a tag, by its length byte; as much of it as there is.
+std::string_view ImageIn(std::string_view memory);
+
 /// Takes any bytes. The fields of a bad image are named as far as they can be guessed.
 ImageNotes AnnotateImage(std::string_view image);
 

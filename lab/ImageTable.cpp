@@ -6,13 +6,13 @@
 #include <cstdio>
 
 #include "lab/Hex.h"
+#include "tagimage/ImageGeometry.h"
 
 namespace lab {
 
 namespace {
 
 constexpr std::size_t kBytesInLine = 16;
-constexpr std::size_t kFirstRegister = 16;  // the chip's register that holds the image's first byte
 constexpr int kBytesWidth = static_cast<int>(kBytesInLine) * 3 - 1;
 
 }  // namespace
@@ -29,7 +29,7 @@ std::string ImageTable(std::string_view image, const ImageNotes& notes, const St
             const std::size_t offset = field.offset + at;
             const std::size_t count = std::min(kBytesInLine, field.size - at);
             std::snprintf(line.data(), line.size(), "%6zu %8zu  %-*s  ", offset,
-                          offset + kFirstRegister, kBytesWidth,
+                          offset + imageformat::kFirstRegister, kBytesWidth,
                           ToHex(image.substr(offset, count), true).c_str());
             std::string text = line.data();
             if (at == 0) {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "lab/Failure.h"
+#include "lab/Words.h"
 
 namespace lab {
 
@@ -14,7 +15,6 @@ constexpr double kLongestOperation = 400'000;  // milliseconds
 constexpr std::int64_t kMostLate = 20;         // milliseconds, that the judged times allow
 constexpr std::size_t kMostHandles = 60;
 constexpr std::size_t kMostRequests = 3;
-const std::array<std::string, 5> kRoutes{"", "i2c", "usb", "hid", "ble"};
 
 const Script& Judgeable(const Script& script, const PcOptions& options) {
     if (!options.seed) {
@@ -34,6 +34,7 @@ Judge::Judge(const Script& script, const PcOptions& options, Pc& pc, Recorder& r
     : m_pc(pc),
       m_recorder(recorder),
       m_findings(Judgeable(script, options).file),
+      m_history(!pc.Parts().FirstRoute().IsDevice()),
       m_tag(m_history, m_findings),
       m_visits(m_history, m_tag, pc, m_findings) {
     if (options.fault) {
@@ -41,7 +42,7 @@ Judge::Judge(const Script& script, const PcOptions& options, Pc& pc, Recorder& r
         m_firstFault.argument = *options.fault;
         m_firstFault.text = "--fault";
         m_history.Begin(m_firstFault, 0);
-        m_history.End({m_firstFault, false, {}}, 0);
+        m_history.End({m_firstFault, false, {}, pc}, 0);
     }
 }
 
@@ -56,16 +57,20 @@ void Judge::Take(const Json& object) {
 }
 
 void Judge::TakeEvent(const Json& object) {
-    const auto number = object["route"].get<std::size_t>();
-    const std::string& route = kRoutes.at(number < kRoutes.size() ? number : 0);
+    const int number = object["route"];
+    const simulator::RouteKind* const route = simulator::RouteByNumber(number);
     const Command& command = m_history.Latest();
-    m_findings.Expect(m_pc.HasRoute(route), command, "events from routes that the PC has",
+    const bool isOfPc = route != nullptr && m_pc.Parts().HasRoute(route->name);
+    m_findings.Expect(isOfPc, command, "events from routes that the PC has",
                       "route " + std::to_string(number));
-    m_findings.Expect(route != "ble" || m_connected, command,
+    if (!isOfPc) {
+        return;
+    }
+    m_findings.Expect(route->IsDevice() || m_connected, command,
                       "no event of a Bluetooth keyboard after its disconnection",
                       "event " + object["event"].dump());
-    m_visits.TakeEvent(object, route);
-    m_tag.JudgeShown(object, route);
+    m_visits.TakeEvent(object, *route);
+    m_tag.JudgeShown(object, *route);
 }
 
 void Judge::Watch(const Player::Step& step) {
@@ -105,7 +110,8 @@ void Judge::JudgeOperation(const Done& done) {
     const bool reads = IsOneOf(done.verb(), {Verb::kReadMessage, Verb::kReadNumber});
     if (done.worked || done.contested || m_visits.ListenerWaits() ||
         done.verb() == Verb::kDisconnect || !m_history.IsFaultless(done.begin) ||
-        (reads && m_pc.Chip().empty()) || (!opens && !m_history.ServiceAt(done.begin).started)) {
+        (reads && m_pc.Parts().Chip() == nullptr) ||
+        (!opens && !m_history.ServiceAt(done.begin).started)) {
         return;
     }
     const auto disturbs = [&](const Done& other) {
@@ -135,11 +141,10 @@ void Judge::ExpectFailure(const Command& command) {
 void Judge::JudgeLive(const Command& command) {
     const LiveObjects live = m_pc.Live();
     m_findings.Expect(live.requests <= kMostRequests, command,
-                      "at most " + std::to_string(kMostRequests) + " requests",
+                      "at most " + Counted(kMostRequests, "request"),
                       std::to_string(live.requests));
     m_findings.Expect(live.handles <= kMostHandles, command,
-                      "at most " + std::to_string(kMostHandles) + " handles",
-                      std::to_string(live.handles));
+                      "at most " + Counted(kMostHandles, "handle"), std::to_string(live.handles));
 }
 
 void Judge::PassMinute() {
@@ -165,14 +170,17 @@ void Judge::JudgeLeftovers() {
     const Command& last = m_history.Latest();
     const LiveObjects live = m_pc.Live();
     // A connection, and one that could not be made, has its event until BtDisconnect.
-    const std::size_t ofLink = m_pc.HasRoute("ble") && m_connected ? 1 : 0;
-    const std::size_t kept = ofLink + (m_pc.HasRoute("hid") ? 2 : m_pc.Route() == "ble" ? 0 : 1);
+    const PcParts& parts = m_pc.Parts();
+    const std::size_t ofLink = parts.HasRoute("ble") && m_connected ? 1 : 0;
+    const std::size_t kept = ofLink + (parts.HasRoute("hid")           ? 2
+                                       : parts.FirstRoute().IsDevice() ? 1
+                                                                       : 0);
     m_findings.Expect(live.threads <= 1, last, "at most 1 thread after the end",
                       std::to_string(live.threads));
     m_findings.Expect(live.requests == 0, last, "no request after the end",
                       std::to_string(live.requests));
     m_findings.Expect(live.handles <= kept + live.threads, last,
-                      "at most " + std::to_string(kept + live.threads) + " handles after the end",
+                      "at most " + Counted(kept + live.threads, "handle") + " after the end",
                       std::to_string(live.handles));
 }
 

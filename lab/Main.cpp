@@ -14,12 +14,19 @@
 #include "lab/RunCommand.h"
 #include "lab/System.h"
 #include "lab/Terminal.h"
+#include "lab/Words.h"
 #include "lab/explain/ExplainCommand.h"
 #include "lab/help/Help.h"
+#include "simulator/PcKinds.h"
+#include "tagimage/ImageGeometry.h"
 
 namespace {
 
 const std::vector<std::string> kPcTypes{"2", "5", "8"};
+
+std::string FirstOf(const std::vector<std::string>& names) {
+    return " (default " + names.front() + ")";
+}
 
 std::uint64_t ParseSeed(const std::string& text) {
     std::uint64_t seed = 0;
@@ -34,16 +41,17 @@ std::uint64_t ParseSeed(const std::string& text) {
 }
 
 void AddRun(CLI::App& app, lab::RunOptions& run) {
+    const std::vector<std::string> routes = lab::NamesOf(simulator::kRouteKinds);
+    const std::vector<std::string> chips = lab::NamesOf(simulator::kChipKinds);
     app.add_option("--route", run.pc.route,
                    lab::HasOwnDevices()
                        ? "Where the simulated tag is (default: the PC's own devices)"
-                       : "Where the tag is (default i2c)")
-        ->check(CLI::IsMember({"i2c", "usb", "hid", "ble"}));
+                       : "Where the tag is" + FirstOf(routes))
+        ->check(CLI::IsMember(routes));
     app.add_option(
            "--chip", run.pc.chip,
-           "The tag's chip on i2c and usb (default fm11nt081); fanli and like-fanli on i2c only")
-        ->check(CLI::IsMember(
-            {"fm11nt081", "fm11nt082c", "fanli", "like-fanli", "like-fm11n", "silent"}));
+           "The tag's chip on i2c and usb" + FirstOf(chips) + "; fanli and like-fanli on i2c only")
+        ->check(CLI::IsMember(chips));
     app.add_option("--pc-type", run.pcType, "2, 5 or 8 (default 5)")
         ->check(CLI::IsMember(kPcTypes));
     app.add_option(
@@ -81,7 +89,9 @@ void AddRun(CLI::App& app, lab::RunOptions& run) {
 
 void AddBuild(CLI::App& app, lab::ImageBuildOptions& build) {
     auto* const fields = app.add_option_group("source", "One of");
-    fields->add_option("--url", build.url, "URI text without https://, 0 to 162 bytes");
+    fields->add_option(
+        "--url", build.url,
+        "URI text without https://, 0 to " + std::to_string(imageformat::kMaxUriSize) + " bytes");
     fields->add_option("--pc-type", build.pcType, "URL and model of PC type 2, 5 or 8")
         ->check(CLI::IsMember(kPcTypes));
     fields->require_option(1);
@@ -139,12 +149,13 @@ std::string Message(const CLI::ParseError& problem, const CLI::App& app) {
     if (Before(text, "subcommand is required").empty()) {
         return text;
     }
-    const CLI::App& group = app.got_subcommand("image") ? *app.get_subcommand("image") : app;
-    std::string names;
-    for (const CLI::App* const one : group.get_subcommands([](const CLI::App*) { return true; })) {
-        names += (names.empty() ? "" : ", ") + one->get_name();
-    }
-    return "A command is required (" + names + ")";
+    return "A command is required (" + lab::Joined(lab::LastCommand(app).subcommands) + ")";
+}
+
+/// One line, with the call that shows what is possible.
+void PrintWrongCall(const std::string& problem, const CLI::App& app) {
+    const std::string path = lab::LastCommand(app).path;
+    lab::PrintError(problem + " (see tagport-lab " + path + (path.empty() ? "" : " ") + "--help)");
 }
 
 /// Commands have this name in the help as well, and a flag takes no value.
@@ -188,46 +199,48 @@ int Main(int count, char** arguments) {
     completionApp.add_option("SHELL", shell, "The shell that is to read it")
         ->required()
         ->check(CLI::IsMember({"bash", "zsh", "fish"}));
-    CLI::App& manApp = *app.add_subcommand("man", "Print the man page, for man -l -");
     AddBuild(buildApp, build);
     AddShow(showApp, show);
     AdaptParser(app);
     lab::SetFooters(app, lab::HelpFooter);
     try {
         app.parse(count, arguments);
+        if (runApp.parsed()) {
+            return lab::Run(run);
+        }
+        if (buildApp.parsed()) {
+            return lab::BuildImage(build);
+        }
+        if (completionApp.parsed()) {
+            lab::WriteOutput(lab::CompletionScript(lab::Commands(app), shell));
+            return lab::kExitDone;
+        }
+        if (explainApp.parsed()) {
+            return lab::Explain(explain);
+        }
+        return lab::ShowImage(show);
     } catch (const CLI::ParseError& problem) {
         if (problem.get_exit_code() != static_cast<int>(CLI::ExitCodes::Success)) {
             // The parser's message does not contain the word in the subcommand's place.
             const std::vector<std::string> rest = app.remaining(true);
             const bool unknown = problem.get_name() == "RequiredError" && !rest.empty();
-            throw lab::WrongCall(Message(problem, app) +
-                                 (unknown ? ": \"" + rest.front() + "\" is unknown" : "") +
-                                 lab::Suggestion(lab::LastCommand(app), Unexpected(rest)));
+            const lab::CommandInfo command = lab::LastCommand(app);
+            const std::string word = Unexpected(rest);
+            const std::string typed = word.substr(0, word.find('='));
+            PrintWrongCall(Message(problem, app) +
+                               (unknown ? ": \"" + rest.front() + "\" is unknown" : "") +
+                               lab::Suggestion(lab::WordsLike(command, word), typed),
+                           app);
+            return lab::kExitWrongCall;
         }
         std::ostringstream help;
         app.exit(problem, help, help);
         lab::WriteOutput(help.str());
         return lab::kExitDone;
+    } catch (const lab::WrongCall& problem) {
+        PrintWrongCall(problem.what(), app);
+        return lab::kExitWrongCall;
     }
-
-    if (runApp.parsed()) {
-        return lab::Run(run);
-    }
-    if (buildApp.parsed()) {
-        return lab::BuildImage(build);
-    }
-    if (completionApp.parsed()) {
-        lab::WriteOutput(lab::CompletionScript(lab::Commands(app), shell));
-        return lab::kExitDone;
-    }
-    if (manApp.parsed()) {
-        lab::WriteOutput(lab::ManPage(lab::Commands(app)));
-        return lab::kExitDone;
-    }
-    if (explainApp.parsed()) {
-        return lab::Explain(explain);
-    }
-    return lab::ShowImage(show);
 }
 
 }  // namespace
@@ -236,9 +249,6 @@ int main(int count, char** arguments) {
     try {
         lab::PrepareStreams();
         return Main(count, arguments);
-    } catch (const lab::WrongCall& problem) {
-        lab::PrintError(problem.what());
-        return lab::kExitWrongCall;
     } catch (const std::exception& problem) {
         lab::PrintError(problem.what());
         return lab::kExitFailed;

@@ -3,58 +3,56 @@
 #include <algorithm>
 
 #include "lab/Failure.h"
-#include "simulator/Chip.h"
+#include "lab/Words.h"
+#include "simulator/KeyboardMcu.h"
 #include "simulator/Pc.h"
 
 namespace lab {
 
 namespace {
 
-constexpr char kDefaultRoute[] = "i2c";
-constexpr char kDefaultChip[] = "fm11nt081";
+using simulator::ChipFrames;
+using simulator::ChipKind;
+using simulator::kChipKinds;
+using simulator::kRouteKinds;
+using simulator::PcRoute;
+using simulator::RouteKind;
+
 constexpr char kNoFaults[] = "none";
 
-std::vector<std::string> SplitList(const std::string& list) {
-    std::vector<std::string> entries;
-    for (std::size_t at = 0; at <= list.size();) {
-        const std::size_t comma = std::min(list.find(',', at), list.size());
-        entries.push_back(list.substr(at, comma - at));
-        at = comma + 1;
-    }
-    return entries;
-}
-
-std::string JoinedList(const std::vector<std::string>& entries) {
-    std::string list;
-    for (const std::string& entry : entries) {
-        list += (list.empty() ? "" : ", ") + entry;
-    }
-    return list;
+std::string ChipsWith(ChipFrames frames) {
+    return Joined(NamesOf(kChipKinds, [=](const ChipKind& kind) { return kind.frames == frames; }),
+                  " and ");
 }
 
 }  // namespace
 
 PcParts::PcParts(const PcOptions& options, const std::vector<std::string>& supported)
-    : m_names(SplitList(options.route.value_or(kDefaultRoute))),
-      m_chip(options.chip.value_or(kDefaultChip)) {
-    for (const std::string& name : m_names) {
-        const auto route = simulator::RouteByName(name);
-        const std::string place = options.routePlace + options.route.value_or("") + ": ";
-        if (!route || std::find(supported.begin(), supported.end(), name) == supported.end()) {
-            throw WrongCall(place + "expected one of " + JoinedList(supported));
+    : m_isSimulated(true) {
+    const std::string given = options.route.value_or(std::string(kRouteKinds.front().name));
+    for (const std::string& name : Split(given, ',')) {
+        const RouteKind* const kind = FindKind(kRouteKinds, name);
+        const std::string place = options.routePlace + given + ": ";
+        if (std::find(supported.begin(), supported.end(), name) == supported.end()) {
+            throw WrongCall(place + "expected one of " + Joined(supported) +
+                            Suggestion(supported, name));
         }
-        if (std::find(m_routes.begin(), m_routes.end(), *route) != m_routes.end()) {
+        if (HasRoute(name)) {
             throw WrongCall(place + "a route is given twice");
         }
-        m_routes.push_back(*route);
+        m_routes.push_back(kind->route);
     }
-    const std::string place = options.chipPlace + m_chip + ": ";
-    if (options.chip && !HasChip()) {
-        throw WrongCall(place + "the " + Route() + " route has no chip to choose");
-    }
-    const std::string problem = simulator::ChipProblem(m_routes, m_chip);
-    if (!problem.empty()) {
-        throw WrongCall(place + problem);
+    std::sort(m_routes.begin(), m_routes.end());
+    const std::string chip = options.chip.value_or(std::string(kChipKinds.front().name));
+    if (!FirstRoute().IsKeyboard()) {
+        const std::string problem = simulator::ChipProblem(m_routes, chip);
+        if (!problem.empty()) {
+            throw WrongCall(options.chipPlace + chip + ": " + problem);
+        }
+        m_chip = FindKind(kChipKinds, chip);
+    } else if (options.chip) {
+        throw WrongCall(options.chipPlace + chip + ": the " + RouteName() +
+                        " route has no chip to choose");
     }
     if (options.fault) {
         if (options.fault->find_first_not_of(" \t\r\n") == std::string::npos) {
@@ -68,12 +66,106 @@ PcParts::PcParts(const PcOptions& options, const std::vector<std::string>& suppo
     }
 }
 
-bool PcParts::HasRoute(const std::string& name) const {
-    return std::find(m_names.begin(), m_names.end(), name) != m_names.end();
+bool PcParts::HasRoute(std::string_view name) const {
+    return std::any_of(m_routes.begin(), m_routes.end(),
+                       [&](PcRoute route) { return simulator::KindOf(route).name == name; });
 }
 
-bool PcParts::HasFanli() const {
-    return HasChip() && simulator::IsFanliKind(m_chip);
+std::vector<std::string> PcParts::RouteNames() const {
+    return NamesOf(kRouteKinds, [&](const RouteKind& kind) { return HasRoute(kind.name); });
+}
+
+bool PcParts::Has(bool (RouteKind::*property)() const) const {
+    return std::any_of(m_routes.begin(), m_routes.end(),
+                       [&](PcRoute route) { return (simulator::KindOf(route).*property)(); });
+}
+
+std::string PcParts::RouteName() const {
+    return m_isSimulated ? std::string(FirstRoute().name) : "the PC's own";
+}
+
+std::string PcParts::DefaultScript() const {
+    if (!m_isSimulated) {
+        return "expect event 3 within 60000\nexpect event 1 within 60000\n";
+    }
+    // An unknown chip raises an interrupt only; it does not report visits.
+    return m_chip != nullptr && !m_chip->reportsVisits
+               ? "tap 1500\nexpect event 4 within 1000\n"
+               : "tap 1500\nexpect event 3 within 0\nexpect event 1 within 0\n";
+}
+
+bool PcParts::Applies(const Command& command) const {
+    return command.only.empty() ||
+           std::any_of(command.only.begin(), command.only.end(), [&](const std::string& name) {
+               return HasRoute(name) || (m_chip != nullptr && m_chip->name == name);
+           });
+}
+
+PcRoute PcParts::RouteOf(const Command& command) const {
+    if (!command.route.empty()) {
+        return FindKind(kRouteKinds, command.route)->route;
+    }
+    const auto keyboard = std::find_if(m_routes.begin(), m_routes.end(), [](PcRoute route) {
+        return simulator::KindOf(route).IsKeyboard();
+    });
+    return command.verb == Verb::kSend && keyboard != m_routes.end() ? *keyboard : m_routes.front();
+}
+
+void PcParts::Check(const Command& command) const {
+    if (!m_isSimulated && IsDeviceVerb(command.verb)) {
+        throw WrongCall("it needs simulated devices: choose --route " +
+                        Joined(NamesOf(kRouteKinds)));
+    }
+    if (!command.route.empty() && !HasRoute(command.route)) {
+        throw WrongCall("the PC has no tag on the " + command.route + " route");
+    }
+    const std::string here = m_chip == nullptr ? "the " + RouteName() + " route" : ChipName();
+    switch (command.verb) {
+        case Verb::kConnect:
+        case Verb::kDisconnect:
+            if (!Has(&RouteKind::IsKeyboard)) {
+                throw WrongCall("nothing can be connected on the " + RouteName() +
+                                " route; \"on hid,ble\" before it plays it elsewhere only");
+            }
+            break;
+        case Verb::kChipStatus:
+            if (m_chip == nullptr || m_chip->frames != ChipFrames::kFanli) {
+                throw WrongCall("only the chips " + ChipsWith(ChipFrames::kFanli) +
+                                " have one, not " + here);
+            }
+            break;
+        case Verb::kChipBits:
+            if (m_chip == nullptr || m_chip->frames != ChipFrames::kFm11n) {
+                throw WrongCall("only the chips " + ChipsWith(ChipFrames::kFm11n) +
+                                " have them, not " + here);
+            }
+            break;
+        case Verb::kBleClient:
+            if (!HasRoute("ble")) {
+                throw WrongCall("the PC has no ble route");
+            }
+            break;
+        case Verb::kSend: {
+            const RouteKind& route = simulator::KindOf(RouteOf(command));
+            if (!route.IsKeyboard()) {
+                throw WrongCall("the " + std::string(route.name) + " route has no keyboard");
+            }
+            const std::size_t most = route.format == simulator::BusFormat::kReports
+                                         ? simulator::kReportSize
+                                         : simulator::kMaxBleValue;
+            if (command.argument.size() > most) {
+                throw WrongCall(Counted(command.argument.size(), "byte") + ": at most " +
+                                std::to_string(most) + " go into one message on the " +
+                                std::string(route.name) + " route");
+            }
+            break;
+        }
+        case Verb::kFault:
+            Faults(command.argument);
+            break;
+        default:
+            break;
+    }
 }
 
 simulator::PcFaults PcParts::Faults(const std::string& plan) const {

@@ -11,8 +11,6 @@ namespace lab {
 
 namespace {
 
-constexpr int kPhoneLeft = 1;
-constexpr int kPhoneEntered = 3;
 constexpr std::int64_t kEnterBound = 1'000;  ///< for the event of a phone that entered
 constexpr std::int64_t kLeaveBound = 8'500;  ///< above the longest watch of the library
 constexpr std::int64_t kJoinBound = 24LL * 3'600'000;
@@ -30,9 +28,9 @@ Player::Player(Pc& pc, Recorder& recorder, std::uint64_t seed, Watch watch)
 void Player::Start(int pcType) {
     m_start.verb = Verb::kStart;
     m_start.text = "the start of the run";
-    m_watch({m_start, true, {}});
+    m_watch({m_start, true, {}, m_pc});
     m_host.Start(pcType);
-    m_watch({m_start, false, m_results.LastSucceeded()});
+    m_watch({m_start, false, m_results.LastSucceeded(), m_pc});
 }
 
 void Player::ExpectEvent(const Command& command) {
@@ -68,31 +66,22 @@ void Player::Tap(const Command& command) {
         const std::lock_guard<std::mutex> guard(m_mutex);
         m_lastPhoneEnd = std::max(m_lastPhoneEnd, end);
     }
-    m_pc.Tap(in, stay, command.argument);
+    m_pc.Act(command);
     if (!command.in) {
         Pause(stay);
-        WaitForLeave();
+        WaitForLeave(simulator::KindOf(m_pc.Parts().RouteOf(command)).number);
     }
 }
 
-void Player::WaitForLeave() {
-    if (!m_host.Listening()) {
-        return;
+// The phone may have come into a visit that was open: there is no event 3 of its own then. An event
+// 1 of the visit before it may come after its event 3.
+void Player::WaitForLeave(int route) {
+    const ReceivedEvents& events = m_host.Events();
+    if (m_host.Listening()) {
+        m_pc.WaitFor([&] { return events.HasCome(kPhoneEntered, route); }, kEnterBound,
+                     "the event of a phone");
+        m_pc.WaitFor([&] { return !events.IsOpen(route); }, kLeaveBound, "the event of a leave");
     }
-    if (m_pc.WaitFor([this] { return m_host.Events().IsPending(kPhoneEntered); }, kEnterBound,
-                     "the event of a phone")) {
-        m_pc.WaitFor([this] { return m_host.Events().IsPending(kPhoneLeft); }, kLeaveBound,
-                     "the event of a leave");
-    }
-}
-
-bool Player::Applies(const Command& command) const {
-    const auto named = [&](const std::string& name) {
-        return std::find(command.only.begin(), command.only.end(), name) != command.only.end();
-    };
-    return command.only.empty() || named(m_pc.Chip()) ||
-           std::any_of(command.only.begin(), command.only.end(),
-                       [&](const std::string& name) { return m_pc.HasRoute(name); });
 }
 
 void Player::Execute(const Command& command) {
@@ -149,20 +138,19 @@ void Player::Join() {
 
 void Player::ExecuteNow(const Command& command) {
     const unsigned before = m_results.Count();
-    m_watch({command, true, {}});
+    m_watch({command, true, {}, m_pc});
     try {
         Perform(command);
     } catch (const WrongCall&) {
-        m_watch({command, false, {}});
+        m_watch({command, false, {}, m_pc});
         throw;
     }
     const bool hasResult = m_results.Count() != before;
     m_watch({command, false,
-             hasResult ? std::optional<bool>(m_results.LastSucceeded()) : std::nullopt});
+             hasResult ? std::optional<bool>(m_results.LastSucceeded()) : std::nullopt, m_pc});
 }
 
 void Player::Perform(const Command& command) {
-    const std::int64_t in = command.in.value_or(0);
     switch (command.verb) {
         case Verb::kWait:
             Pause(*command.number);
@@ -172,31 +160,7 @@ void Player::Perform(const Command& command) {
             break;
         case Verb::kEnter:
             m_host.Events().BeginVisit();
-            m_pc.Enter(in);
-            break;
-        case Verb::kLeave:
-            m_pc.Leave(in);
-            break;
-        case Verb::kChipStatus:
-            m_pc.ChipStatus(in, static_cast<std::uint8_t>(*command.number));
-            break;
-        case Verb::kChipBits: {
-            const std::string& bits = command.argument;
-            const auto byte = [&](std::size_t at) { return static_cast<std::uint8_t>(bits[at]); };
-            m_pc.ChipBits(byte(0) * 256U + byte(1), byte(2), byte(3));
-            break;
-        }
-        case Verb::kBleClient:
-            m_pc.BleClient(command.fields);
-            break;
-        case Verb::kUnplug:
-            m_pc.Unplug();
-            break;
-        case Verb::kPlug:
-            m_pc.Plug();
-            break;
-        case Verb::kFault:
-            m_pc.Fault(command.argument, true);
+            m_pc.Act(command);
             break;
         case Verb::kRepeat:
             for (std::int64_t turn = 0; turn < *command.number; ++turn) {
@@ -213,7 +177,11 @@ void Player::Perform(const Command& command) {
             ExpectResult(command);
             break;
         default:
-            ExecuteOperation(command);
+            if (IsDeviceVerb(command.verb)) {
+                m_pc.Act(command);
+            } else {
+                ExecuteOperation(command);
+            }
             break;
     }
 }
@@ -269,7 +237,7 @@ void Player::ExecuteOperation(const Command& command) {
 
 void Player::PlayAll(const std::vector<Command>& commands) {
     for (const Command& command : commands) {
-        if (!Applies(command)) {
+        if (!m_pc.Parts().Applies(command)) {
             continue;
         }
         try {
@@ -279,29 +247,22 @@ void Player::PlayAll(const std::vector<Command>& commands) {
             if (text.rfind(m_file + ":", 0) == 0) {
                 throw;  // a command inside a "repeat" has named its own line
             }
-            throw WrongCall(m_file + ":" + std::to_string(command.line) + ": " + command.text +
-                            ": " + text);
+            throw WrongCall(Script{m_file, {}}.PlaceOf(command) + text);
         }
     }
 }
 
-void Player::Check(const Script& script) {
-    const std::function<void(const std::vector<Command>&)> check =
-        [&](const std::vector<Command>& commands) {
-            for (const Command& command : commands) {
-                check(command.body);
-                if (command.verb != Verb::kFault || !Applies(command)) {
-                    continue;
-                }
-                try {
-                    m_pc.Fault(command.argument, false);
-                } catch (const WrongCall& problem) {
-                    throw WrongCall(script.file + ":" + std::to_string(command.line) +
-                                    ": fault: " + problem.what());
-                }
+void Player::Check(const Script& script, const std::vector<Command>& commands) const {
+    for (const Command& command : commands) {
+        Check(script, command.body);
+        if (m_pc.Parts().Applies(command)) {
+            try {
+                m_pc.Parts().Check(command);
+            } catch (const WrongCall& problem) {
+                throw WrongCall(script.PlaceOf(command) + problem.what());
             }
-        };
-    check(script.commands);
+        }
+    }
 }
 
 void Player::Play(const Script& script) {
@@ -315,7 +276,9 @@ void Player::End() {
     Pause(static_cast<std::int64_t>(m_lastPhoneEnd - m_pc.Now()));
     if (m_host.Listening() &&
         m_host.Events().Count(kPhoneEntered) > m_host.Events().Count(kPhoneLeft)) {
-        m_pc.Leave(0);
+        Command leave;
+        leave.verb = Verb::kLeave;
+        m_pc.Act(leave);
         m_pc.WaitFor(
             [this] {
                 return m_host.Events().Count(kPhoneLeft) >= m_host.Events().Count(kPhoneEntered);

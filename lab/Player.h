@@ -26,6 +26,7 @@ class Player {
         const Command& command;
         bool begins = true;             ///< false: it has ended
         std::optional<bool> succeeded;  ///< of its last operation, at its end if it has had one
+        const Pc& pc;
     };
     /// Called on the thread of a command before and after it is carried out. The command of line 0
     /// is the start before the script.
@@ -34,7 +35,7 @@ class Player {
     Player(Pc& pc, Recorder& recorder, std::uint64_t seed, Watch watch);
 
     /// Checks what can be checked before the script is played; throws WrongCall.
-    void Check(const Script& script);
+    void Check(const Script& script) const { Check(script, script.commands); }
 
     /// Fills the message from the configuration, creates the manager, opens the tag and writes to
     /// it.
@@ -55,6 +56,7 @@ class Player {
         bool running = false;
     };
 
+    void Check(const Script& script, const std::vector<Command>& commands) const;
     void PlayAll(const std::vector<Command>& commands);
     void Execute(const Command& command);
     void ExecuteNow(const Command& command);
@@ -62,9 +64,8 @@ class Player {
     void RunHost(unsigned host);
     void Join();
     void ExecuteOperation(const Command& command);
-    bool Applies(const Command& command) const;
     void Tap(const Command& command);
-    void WaitForLeave();
+    void WaitForLeave(int route);
     void ExpectEvent(const Command& command);
     void ExpectResult(const Command& command);
     void Pause(std::int64_t milliseconds);

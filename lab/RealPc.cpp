@@ -12,6 +12,7 @@
 #include "lab/LogSink.h"
 #include "lab/RelayedPc.h"
 #include "lab/Terminal.h"
+#include "lab/Words.h"
 #include "platform/platform.h"
 
 namespace lab {
@@ -26,10 +27,6 @@ DWORD WINAPI RunBody(LPVOID argument) {
 }
 
 constexpr std::int64_t kPollInterval = 5;  // milliseconds between two evaluations of a predicate
-
-[[noreturn]] void Refuse(const std::string& what) {
-    throw WrongCall(what + " needs simulated devices: choose --route i2c, usb, hid or ble");
-}
 
 }  // namespace
 
@@ -49,10 +46,6 @@ void RealPc::CreateDevices() {
     if (!SetLogSink(&RealPc::RecordLogLine, this)) {
         PrintError("the PC's own logger takes the log; none of it is shown here");
     }
-}
-
-std::string RealPc::DefaultScript() const {
-    return "expect event 3 within 60000\nexpect event 1 within 60000\n";
 }
 
 double RealPc::Now() const {
@@ -94,31 +87,6 @@ void RealPc::StartThread(unsigned /*host*/, std::function<void()> body) {
     CloseHandle(thread);
 }
 
-void RealPc::Tap(std::int64_t /*in*/, std::int64_t /*stay*/, const std::string& /*route*/) {
-    Refuse("it");
-}
-void RealPc::Enter(std::int64_t /*in*/) {
-    Refuse("it");
-}
-void RealPc::ChipStatus(std::int64_t /*in*/, std::uint8_t /*status*/) {
-    Refuse("it");
-}
-void RealPc::Unplug() {
-    Refuse("it");
-}
-void RealPc::Plug() {
-    Refuse("it");
-}
-void RealPc::ChipBits(unsigned /*reg*/, std::uint8_t /*mask*/, std::uint8_t /*value*/) {
-    Refuse("it");
-}
-void RealPc::BleClient(const std::map<std::string, std::string>& /*fields*/) {
-    Refuse("it");
-}
-void RealPc::Fault(const std::string& /*plan*/, bool /*apply*/) {
-    Refuse("it");
-}
-
 void RealPc::NameThreadByRoutine(ThreadKey thread) {
     {
         const std::lock_guard<std::mutex> guard(m_mutex);
@@ -148,24 +116,24 @@ Pc& MakePc(const PcOptions& options, Recorder& recorder) {
     static Pc* const pc = [&]() -> Pc* {
         const auto refuse = [](bool given, const char* option) {
             if (given) {
-                Refuse(option);
+                throw WrongCall(std::string(option) + " needs simulated devices: choose --route " +
+                                Joined(NamesOf(simulator::kRouteKinds)));
             }
         };
         if (options.check) {
             throw WrongCall(
                 "--check judges times of the scheduled clock, which Windows does not have");
         }
-        if (options.route == "ble") {
-            return MakeBluetoothPc(options, recorder);
-        }
         if (options.route) {
-            return MakeRelayedPc(options, recorder);
+            const auto* const kind = FindKind(simulator::kRouteKinds, *options.route);
+            return kind != nullptr && !kind->IsDevice() ? MakeBluetoothPc(options, recorder)
+                                                        : MakeRelayedPc(options, recorder);
         }
         refuse(options.chip.has_value(), "--chip");
         refuse(options.fault.has_value(), "--fault");
         refuse(options.seed.has_value(), "--seed");
         refuse(options.bus, "--bus");
-        return new RealPc(recorder);
+        return new RealPc(PcParts(), recorder);
     }();
     return *pc;
 }

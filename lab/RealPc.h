@@ -6,6 +6,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "lab/Pc.h"
 
@@ -16,18 +17,12 @@ const void* RoutineOf(ThreadKey thread);
 
 class RealPc : public Pc {
   public:
-    explicit RealPc(Recorder& recorder) : m_recorder(recorder) {}
+    RealPc(PcParts parts, Recorder& recorder) : Pc(std::move(parts)), m_recorder(recorder) {}
 
     void ChooseClock() override {}
     void CreateDevices() override;
 
-    std::string Route() const override { return "the PC's own"; }
-    // A keyboard with a microcontroller may be there.
-    bool HasRoute(const std::string& name) const override { return name == "hid"; }
-    std::string Chip() const override { return {}; }
     std::uint64_t KeyboardAddress() const override { return 0; }
-    std::string DefaultScript() const override;
-
     double Now() const override;
     ThreadKey Thread() const override;
     bool WaitFor(const std::function<bool()>& predicate, std::int64_t milliseconds,
@@ -35,16 +30,7 @@ class RealPc : public Pc {
     void RecheckWaits() override {}
     void StartThread(unsigned host, std::function<void()> body) override;
 
-    // What needs simulated devices is refused.
-    void Tap(std::int64_t in, std::int64_t stay, const std::string& route) override;
-    void Enter(std::int64_t in) override;
-    void Leave(std::int64_t /*in*/) override {}
-    void ChipStatus(std::int64_t in, std::uint8_t status) override;
-    void Unplug() override;
-    void Plug() override;
-    void ChipBits(unsigned reg, std::uint8_t mask, std::uint8_t value) override;
-    void BleClient(const std::map<std::string, std::string>& fields) override;
-    void Fault(const std::string& plan, bool apply) override;
+    void Act(const Command& /*command*/) override {}  // PcParts has refused it
     std::string TagMemory() const override { return {}; }
     LiveObjects Live() const override { return {}; }  // for --check, which is refused
     void WaitForThreads() override {}

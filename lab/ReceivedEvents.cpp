@@ -3,11 +3,22 @@
 
 #include <algorithm>
 
+#include "simulator/PcKinds.h"
+
 namespace lab {
 
-void ReceivedEvents::Add(int event) {
+void ReceivedEvents::Add(int event, int route) {
     const std::lock_guard<std::mutex> guard(m_mutex);
-    m_entries.push_back({event, false});
+    m_entries.push_back({event, route, false});
+    // A keyboard reports one visit after the other, and a report may be lost.
+    const simulator::RouteKind* const kind = simulator::RouteByNumber(route);
+    const unsigned most = kind != nullptr && kind->reportsBothEnds ? 1 : ~0U;
+    unsigned& open = m_open[route];
+    if (event == kPhoneEntered) {
+        open = std::min(open + 1, most);
+    } else if (event == kPhoneLeft && open > 0) {
+        --open;
+    }
 }
 
 void ReceivedEvents::BeginVisit() {
@@ -22,6 +33,13 @@ bool ReceivedEvents::IsPending(int event) const {
                        [=](const Entry& one) { return one.event == event && !one.taken; });
 }
 
+bool ReceivedEvents::HasCome(int event, int route) const {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    return std::any_of(m_entries.begin() + static_cast<std::ptrdiff_t>(m_visitBegin),
+                       m_entries.end(),
+                       [=](const Entry& one) { return one.event == event && one.route == route; });
+}
+
 bool ReceivedEvents::TakeOldest(int event) {
     const std::lock_guard<std::mutex> guard(m_mutex);
     const auto found =
@@ -34,10 +52,21 @@ bool ReceivedEvents::TakeOldest(int event) {
     return true;
 }
 
+bool ReceivedEvents::IsOpen(int route) const {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    const auto open = m_open.find(route);
+    return open != m_open.end() && open->second > 0;
+}
+
 std::size_t ReceivedEvents::Count(int event) const {
     const std::lock_guard<std::mutex> guard(m_mutex);
     return static_cast<std::size_t>(std::count_if(
         m_entries.begin(), m_entries.end(), [=](const Entry& one) { return one.event == event; }));
+}
+
+void ReceivedEvents::ForgetOpen() {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_open.clear();
 }
 
 }  // namespace lab

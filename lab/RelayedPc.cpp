@@ -3,16 +3,15 @@
 
 #include <chrono>
 #include <memory>
-#include <sstream>
 #include <utility>
 
 #include "lab/BusTrace.h"
 #include "lab/DeviceProcessClient.h"
 #include "lab/Failure.h"
 #include "lab/Hex.h"
-#include "lab/PcParts.h"
 #include "lab/PhoneObject.h"
 #include "lab/RealPc.h"
+#include "lab/Words.h"
 #include "platform/emulation/Kernel.h"
 #include "testdrivers/DeviceLines.h"
 
@@ -55,11 +54,12 @@ namespace {
 class RelayedPc : public RealPc {
   public:
     RelayedPc(const PcOptions& options, Recorder& recorder)
-        : RealPc(recorder),
+        : RealPc(PcParts(options,
+                         NamesOf(simulator::kRouteKinds,
+                                 [](const simulator::RouteKind& kind) { return kind.IsDevice(); })),
+                 recorder),
           m_options(options),
-          m_parts(options, {"i2c", "usb", "hid"}),
-          m_bus(recorder, BusMeaning(Route() == "hid" ? BusFormat::kReports : BusFormat::kChip,
-                                     Route() == "i2c" && m_parts.HasFanli())) {}
+          m_bus(recorder, Parts()) {}
 
     void CreateDevices() override {
         RealPc::CreateDevices();
@@ -67,41 +67,52 @@ class RelayedPc : public RealPc {
             std::make_unique<DeviceProcess>([this](const std::string& line) { Take(line); });
         m_devices->Ask("bus on");
         try {
-            m_devices->Ask("pc " + *m_options.route + " " + m_parts.ChipToBuild());
+            m_devices->Ask("pc " + Joined(Parts().RouteNames(), ",") + " " + Parts().ChipName());
         } catch (const WrongCall& problem) {
             throw SystemFailure(
                 problem.what());  // the options are right, the drivers are not there
         }
         if (m_options.fault) {
-            Fault(*m_options.fault, true);
+            m_devices->Ask("fault " + *m_options.fault);
         }
     }
 
-    std::string Route() const override { return m_parts.Route(); }
-    bool HasRoute(const std::string& name) const override { return m_parts.HasRoute(name); }
-    std::string Chip() const override { return m_parts.Chip(); }
-    std::string DefaultScript() const override { return VisitScript(Chip()); }
-
-    void Tap(std::int64_t in, std::int64_t stay, const std::string& route) override {
-        m_devices->Ask("tap " + std::to_string(in) + " " + std::to_string(stay) + " " + route);
-    }
-    void Enter(std::int64_t in) override { m_devices->Ask("enter " + std::to_string(in)); }
-    void Leave(std::int64_t in) override { m_devices->Ask("leave " + std::to_string(in)); }
-    void ChipStatus(std::int64_t in, std::uint8_t status) override {
-        m_devices->Ask("chip-status " + std::to_string(in) + " " + std::to_string(status));
-    }
-    void Unplug() override { m_devices->Ask("unplug"); }
-    void Plug() override { m_devices->Ask("plug"); }
-    void ChipBits(unsigned reg, std::uint8_t mask, std::uint8_t value) override {
-        std::ostringstream command;
-        command << std::hex << "chip-bits " << reg << ' ' << unsigned{mask} << ' '
-                << unsigned{value};
-        m_devices->Ask(command.str());
-    }
-    void Fault(const std::string& plan, bool apply) override {
-        m_parts.Faults(plan);
-        if (apply) {
-            m_devices->Ask("fault " + plan);
+    void Act(const Command& command) override {
+        const std::string in = " " + std::to_string(command.in.value_or(0)) + " ";
+        switch (command.verb) {
+            case Verb::kTap:
+                m_devices->Ask("tap" + in + std::to_string(command.number.value_or(kDefaultStay)) +
+                               " " + command.route);
+                break;
+            case Verb::kEnter:
+                m_devices->Ask("enter" + in);
+                break;
+            case Verb::kLeave:
+                m_devices->Ask("leave" + in);
+                break;
+            case Verb::kSend:
+                m_devices->Ask("send" + in + ToHex(command.argument));
+                break;
+            case Verb::kChipStatus:
+                m_devices->Ask("chip-status" + in + std::to_string(*command.number));
+                break;
+            case Verb::kChipBits: {
+                const std::string bits = ToHex(command.argument);
+                m_devices->Ask("chip-bits " + bits.substr(0, 4) + " " + bits.substr(4, 2) + " " +
+                               bits.substr(6));
+                break;
+            }
+            case Verb::kUnplug:
+                m_devices->Ask("unplug");
+                break;
+            case Verb::kPlug:
+                m_devices->Ask("plug");
+                break;
+            case Verb::kFault:
+                m_devices->Ask("fault " + command.argument);
+                break;
+            default:
+                break;
         }
     }
 
@@ -129,7 +140,6 @@ class RelayedPc : public RealPc {
     }
 
     PcOptions m_options;
-    PcParts m_parts;
     BusTrace m_bus;  // used by the listening thread alone
     std::unique_ptr<DeviceProcess> m_devices;
 };

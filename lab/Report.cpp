@@ -10,6 +10,8 @@
 #include "lab/ImageNotes.h"
 #include "lab/Printable.h"
 #include "lab/ReportPage.h"
+#include "simulator/PcKinds.h"
+#include "tagimage/ImageGeometry.h"
 
 namespace lab {
 
@@ -18,8 +20,6 @@ namespace {
 constexpr char kOption[] = "--report ";
 constexpr char kFactsMark[] = "@FACTS@";
 constexpr char kObjectsMark[] = "@OBJECTS@";
-constexpr unsigned kFirstImageRegister = 16;
-constexpr std::size_t kImageFrame = 3;  // bytes of an image that its length byte does not count
 
 /// JSON in ASCII, in which < > and & occur only inside texts: escaped, no text can end the element
 /// that holds the data or begin another one.
@@ -92,7 +92,7 @@ void Report::AddField(const Command& command, double now) {
     };
     if (command.verb == Verb::kTap) {
         const auto stay = static_cast<double>(command.number.value_or(kDefaultStay));
-        m_field.push_back({at, at + stay, false, command.argument});
+        m_field.push_back({at, at + stay, false, command.route});
     } else if (command.verb == Verb::kEnter) {
         end(at);
         m_field.push_back({at, at, true, ""});
@@ -134,11 +134,8 @@ void Report::AddTag(const std::string& memory, double now, const std::string& la
     }
     m_lastMemory = memory;
     const bool blank = IsBlank(memory);
-    const std::size_t size =
-        blank || memory.size() < kImageFrame
-            ? memory.size()
-            : std::min(memory.size(), static_cast<unsigned char>(memory[1]) + kImageFrame);
-    const ImageNotes notes = blank ? ImageNotes{} : AnnotateImage(memory.substr(0, size));
+    const std::string_view image = blank ? memory : ImageIn(memory);
+    const ImageNotes notes = blank ? ImageNotes{} : AnnotateImage(image);
     const Json layout = LayoutOf(notes);
     auto found = std::find(m_layouts.begin(), m_layouts.end(), layout);
     if (found == m_layouts.end()) {
@@ -146,7 +143,7 @@ void Report::AddTag(const std::string& memory, double now, const std::string& la
         found = m_layouts.end() - 1;
     }
     Json state{{"t", now},         {"label", ValidUtf8(label)},
-               {"blank", blank},   {"size", blank ? 0 : size},
+               {"blank", blank},   {"size", blank ? 0 : image.size()},
                {"fault", nullptr}, {"layout", found - m_layouts.begin()}};
     if (notes.fault) {
         state["fault"] = {{"offset", notes.fault->offset}, {"check", notes.fault->check}};
@@ -159,6 +156,10 @@ void Report::AddTag(const std::string& memory, double now, const std::string& la
 void Report::Write(Json facts, double now) {
     const std::lock_guard<std::mutex> guard(m_mutex);
     facts["end"] = now;
+    facts["routes"] = Json::array({"?"});  // by the listener's number
+    for (const simulator::RouteKind& route : simulator::kRouteKinds) {
+        facts["routes"].push_back(route.title);
+    }
     facts["steps"] = std::move(m_steps);
     Json field = Json::array();
     for (const Stretch& stretch : m_field) {
@@ -167,7 +168,7 @@ void Report::Write(Json facts, double now) {
                          {"route", stretch.route}});
     }
     facts["field"] = std::move(field);
-    facts["tag"] = {{"register", kFirstImageRegister},
+    facts["tag"] = {{"register", imageformat::kFirstRegister},
                     {"layouts", std::move(m_layouts)},
                     {"states", std::move(m_states)}};
     std::string page;

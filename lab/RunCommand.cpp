@@ -19,13 +19,13 @@
 #include "lab/System.h"
 #include "lab/Terminal.h"
 #include "lab/explain/LiveStory.h"
+#include "tagimage/ImageGeometry.h"
 
 namespace lab {
 
 namespace {
 
 constexpr char kVisitName[] = "visit";  // the script that runs when none is given
-constexpr std::size_t kImageFrame = 3;  // bytes of an image that its length byte does not count
 
 /// One object as one line of JSON, in ASCII.
 std::string JsonLine(Json object) {
@@ -43,11 +43,10 @@ Script ReadScript(const std::string& name) {
 }
 
 void PrintTag(const std::string& memory, const Style& style) {
-    if (memory.size() < kImageFrame) {
+    const std::string_view image = ImageIn(memory);
+    if (image.size() < imageformat::kFrameSize) {
         return;
     }
-    const std::size_t size = static_cast<unsigned char>(memory[1]) + kImageFrame;
-    const std::string image = memory.substr(0, size);
     const ImageNotes notes = AnnotateImage(image);
     std::string text =
         "\n" + style.Bold("The tag at the end:") + "\n" + ImageTable(image, notes, style);
@@ -85,19 +84,18 @@ std::string ConfigurationOf(const RunOptions& options, const PcOptions& merged) 
     return InstalledConfiguration();
 }
 
-void WriteReport(Report& report, const RunOptions& options, const Script& script, const Pc& pc,
-                 const Player& player) {
-    const PcOptions merged = MergedOptions(options.pc, script);
+void WriteReport(Report& report, const RunOptions& options, const std::string& script,
+                 const PcOptions& merged, const RunOutcome& outcome) {
     Json facts;
-    facts["script"] = ValidUtf8(script.file);
-    facts["route"] = merged.route.value_or(pc.Route());
-    facts["chip"] = pc.Chip();
+    facts["script"] = ValidUtf8(script);
+    facts["route"] = merged.route.value_or(outcome.pc->Parts().RouteName());
+    facts["chip"] = outcome.pc->Parts().ChipName();
     facts["pcType"] = options.pcType;
     facts["fault"] = ValidUtf8(merged.fault.value_or(""));
     facts["seed"] = merged.seed ? Json(std::to_string(*merged.seed)) : Json();
-    facts["failures"] = player.Failures();
-    report.AddTag(pc.TagMemory(), pc.Now(), "at the end", true);
-    report.Write(std::move(facts), pc.Now());
+    facts["failures"] = outcome.player->Failures();
+    report.AddTag(outcome.pc->TagMemory(), outcome.pc->Now(), "at the end", true);
+    report.Write(std::move(facts), outcome.pc->Now());
 }
 
 }  // namespace
@@ -122,55 +120,36 @@ PcOptions MergedOptions(PcOptions options, const Script& script) {
     return options;
 }
 
-int Run(const RunOptions& options) {
-    const Style style = options.json ? Style(false) : Style::ForOutput();
+RunOutcome PlayRun(const RunOptions& options, std::optional<Script> given, RunWatch watching) {
     // Never destroyed, like pc and player: the library's threads may call them until the process
     // ends.
-    static const HumanOutput& human = *new HumanOutput(style, options.log, options.pc.bus);
-    static const bool json = options.json;
+    static const RunWatch& watch = *new RunWatch(std::move(watching));
     static Judge* judge = nullptr;
-    static LiveStory* const story = options.explain ? new LiveStory(style) : nullptr;
-    static Report* const report = MakeReport(options.report).release();
     static Recorder& recorder = *new Recorder([](const Json& object) {
-        const std::string line = json || report != nullptr ? JsonLine(object) : std::string();
-        WriteOutput(json ? line : human.Lines(object));
-        if (report != nullptr) {
-            report->AddObject(line);
-        }
+        watch.object(object);
         if (judge != nullptr) {
             judge->Take(object);
         }
-        if (story != nullptr) {
-            WriteOutput(story->Take(object));
-        }
     });
-    Script script = options.script ? ReadScript(*options.script) : Script{kVisitName, {}};
+    const bool isDefault = !given;
+    Script script = given ? std::move(*given) : Script{kVisitName, {}};
     const PcOptions merged = MergedOptions(options.pc, script);
     static Pc& pc = MakePc(merged, recorder);
-    static Player& player = *new Player(
-        pc, recorder, options.pc.seed.value_or(std::random_device{}()),
-        [](const Player::Step& step) {
-            if (!json && step.begins && step.command.line > 0) {
-                WriteOutput(human.CommandLine(step.command.text));
-            }
-            if (judge != nullptr) {
-                judge->Watch(step);
-            }
-            if (report != nullptr) {
-                report->AddStep(step, pc.Now());
-                if (!step.begins) {
-                    report->AddTag(pc.TagMemory(), pc.Now(), "after " + step.command.text);
-                }
-            }
-        });
-    if (!options.script) {
-        script = ParseScript(kVisitName, pc.DefaultScript());
+    static Player& player =
+        *new Player(pc, recorder, options.pc.seed.value_or(std::random_device{}()),
+                    [](const Player::Step& step) {
+                        watch.step(step);
+                        if (judge != nullptr) {
+                            judge->Watch(step);
+                        }
+                    });
+    if (isDefault) {
+        script = ParseScript(kVisitName, pc.Parts().DefaultScript());
     }
     player.Check(script);
     if (merged.check) {
         judge = new Judge(script, merged, pc, recorder);
     }
-
     pc.ChooseClock();
     const std::string configuration = ConfigurationOf(options, merged);
     if (!options.json && configuration != options.configDirectory) {
@@ -180,14 +159,10 @@ int Run(const RunOptions& options) {
     }
     UseConfiguration(configuration, options.pcType);
     pc.CreateDevices();
-    if (report != nullptr) {
-        report->AddTag(pc.TagMemory(), pc.Now(), "before the run");
-    }
+    watch.tag(pc, "before the run");
     player.Start(options.pcType);
-    if (report != nullptr) {
-        report->AddTag(pc.TagMemory(), pc.Now(), "after the first write");
-    }
-    if (player.Failures() == 0 || options.script) {
+    watch.tag(pc, "after the first write");
+    if (player.Failures() == 0 || !isDefault) {
         player.Play(script);
     }
     if (judge != nullptr) {
@@ -198,18 +173,60 @@ int Run(const RunOptions& options) {
         judge->Finish();
     }
     recorder.Finish();
+    return {&pc, &player, judge};
+}
+
+int Run(const RunOptions& options) {
+    const Style style = options.json ? Style(false) : Style::ForOutput();
+    static const HumanOutput& human = *new HumanOutput(style, options.log, options.pc.bus);
+    static const bool json = options.json;
+    static LiveStory* const story = options.explain ? new LiveStory(style) : nullptr;
+    static Report* const report = MakeReport(options.report).release();
+    std::optional<Script> script;
+    if (options.script) {
+        script = ReadScript(*options.script);
+    }
+    const RunOutcome outcome = PlayRun(
+        options, script,
+        {[](const Json& object) {
+             const std::string line = json || report != nullptr ? JsonLine(object) : std::string();
+             WriteOutput(json ? line : human.Lines(object));
+             if (report != nullptr) {
+                 report->AddObject(line);
+             }
+             if (story != nullptr) {
+                 WriteOutput(story->Take(object));
+             }
+         },
+         [](const Player::Step& step) {
+             if (!json && step.begins && step.command.line > 0) {
+                 WriteOutput(human.CommandLine(step.command.text));
+             }
+             if (report != nullptr) {
+                 report->AddStep(step, step.pc.Now());
+                 if (!step.begins) {
+                     report->AddTag(step.pc.TagMemory(), step.pc.Now(),
+                                    "after " + step.command.text);
+                 }
+             }
+         },
+         [](const Pc& pc, const char* moment) {
+             if (report != nullptr) {
+                 report->AddTag(pc.TagMemory(), pc.Now(), moment);
+             }
+         }});
     if (story != nullptr) {
         WriteOutput(story->End());
     }
     if (!options.json) {
-        PrintTag(pc.TagMemory(), style);
-        PrintSum(player, style);
+        PrintTag(outcome.pc->TagMemory(), style);
+        PrintSum(*outcome.player, style);
     }
     if (report != nullptr) {
-        WriteReport(*report, options, script, pc, player);
+        const PcOptions merged = MergedOptions(options.pc, script.value_or(Script{kVisitName, {}}));
+        WriteReport(*report, options, script ? script->file : kVisitName, merged, outcome);
     }
-    const bool isGood = judge == nullptr || judge->IsGood();
-    return player.Failures() == 0 && isGood ? kExitDone : kExitFailed;
+    return outcome.IsGood() ? kExitDone : kExitFailed;
 }
 
 }  // namespace lab

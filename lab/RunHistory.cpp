@@ -26,10 +26,6 @@ bool IsAct(const Command& command) {
 
 }  // namespace
 
-bool IsOneOf(Verb verb, std::initializer_list<Verb> verbs) {
-    return std::find(verbs.begin(), verbs.end(), verb) != verbs.end();
-}
-
 bool StartsManager(Verb verb) {
     return IsOneOf(verb, {Verb::kStart, Verb::kRestart});
 }
@@ -201,19 +197,19 @@ RunHistory::Service RunHistory::ServiceAt(double time) const {
     bool unplugged = false;
     for (const Done& done : m_ended) {
         if (done.end > time) {
-            break;
+            continue;  // "in MS": its end lies behind those of later entries
         }
         planned = done.verb() == Verb::kFault ? done.command->argument != kNoFaults : planned;
         unplugged = done.verb() == Verb::kUnplug || (unplugged && done.verb() != Verb::kPlug);
         const bool good = done.worked && done.begin > trouble && !planned && !unplugged;
         if (done.contested || IsFault(done.verb()) ||
-            IsOneOf(done.verb(), {Verb::kDisconnect, Verb::kStop, Verb::kChipBits}) ||
+            IsOneOf(done.verb(), {Verb::kDisconnect, Verb::kStop, Verb::kChipBits, Verb::kSend}) ||
             (done.verb() == Verb::kCreate && done.replaces)) {
             service = {};
             trouble = done.end;
         } else if (StartsManager(done.verb())) {
             service = {good, good, done.begin, done.end};
-        } else if (OpensDevice(done.verb())) {
+        } else if (OpensDevice(done.verb()) && (done.verb() != Verb::kConnect || m_connectOpens)) {
             service = {good, false, done.begin, 0};
         } else if (done.verb() == Verb::kWrite) {
             service.written = good && service.started;

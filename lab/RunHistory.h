@@ -5,7 +5,6 @@
 #include <array>
 #include <cstddef>
 #include <deque>
-#include <initializer_list>
 #include <limits>
 #include <map>
 #include <set>
@@ -21,7 +20,6 @@ namespace lab {
 constexpr double kUnderWay = std::numeric_limits<double>::infinity();
 constexpr double kRenewalTime = 60'000;  ///< milliseconds until a renewal has surely ended
 
-bool IsOneOf(Verb verb, std::initializer_list<Verb> verbs);
 bool StartsManager(Verb verb);  ///< creates a manager, opens the tag and writes
 bool OpensDevice(Verb verb);    ///< opens or connects without a write
 bool MayPut(Verb verb);         ///< may put its manager's image onto the tag
@@ -47,6 +45,9 @@ struct Done {
 /// Any thread, one at a time: on the scheduled clock nothing here is interrupted.
 class RunHistory {
   public:
+    /// `connectOpens`: the PC has nothing that DeviceInit could open.
+    explicit RunHistory(bool connectOpens) : m_connectOpens(connectOpens) {}
+
     void Begin(const Command& command, double now);
     /// The entry; null for what is no act at the library or the device.
     const Done* End(const Player::Step& step, double now);
@@ -71,7 +72,8 @@ class RunHistory {
     bool IsAtRest(double now) const;
     bool IsPutting() const;
 
-    /// In the order of the ends. A deque: entries are pointed to.
+    /// In the order in which the steps ended. What happens "in MS" ends later. A deque: entries are
+    /// pointed to.
     const std::deque<Done>& Ended() const { return m_ended; }
     /// What is under way.
     std::vector<const Done*> Running() const;
@@ -87,6 +89,7 @@ class RunHistory {
     void Give(const std::string& number, double now) { m_given.emplace_back(now, number); }
     void TakeResult(const Json& object);
 
+    bool m_connectOpens;
     std::array<Done, kMostHosts + 1> m_running{};  // by host; without a command: none
     std::deque<Done> m_ended;
     std::array<std::map<std::string, std::string>, kMostManagers + 1> m_content;  // by manager

@@ -8,39 +8,37 @@
 #include "lab/Failure.h"
 #include "lab/Hex.h"
 #include "lab/ScriptWords.h"
+#include "lab/Words.h"
+#include "manager/Limits.h"
+#include "simulator/PcKinds.h"
+#include "tagimage/ImageGeometry.h"
 
 namespace lab {
 
 namespace {
 
-constexpr std::size_t kNumberSize = 32;
-constexpr std::size_t kMacSize = 6;
-constexpr std::size_t kModelSize = 4;
-constexpr std::size_t kMaxUrl = 255;
+using imageformat::kMacSize;
+using imageformat::kModelSize;
+using imageformat::kNumberSize;
+
 constexpr std::int64_t kMaxMilliseconds = 1'000'000'000;
 constexpr std::int64_t kMaxRepeats = 1'000'000;
 constexpr std::int64_t kMaxByte = 255;
 constexpr std::size_t kMaxNested =
     16;  // nested "repeat"s; each one uses the parser's and the player's stack
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-const std::vector<std::string> kRoutes{"i2c", "usb", "hid", "ble"};
-const std::vector<std::string> kChips{"fm11nt081", "fm11nt082c", "like-fm11n",
-                                      "fanli",     "like-fanli", "silent"};
-
-std::string Quoted(const std::string& word) {
-    return "\"" + word + "\"";
+const std::vector<std::string>& Routes() {
+    static const std::vector<std::string> names = NamesOf(simulator::kRouteKinds);
+    return names;
 }
 
-template <class List, class Text>
-std::string Joined(const List& list, Text text) {
-    std::string joined;
-    for (const auto& entry : list) {
-        joined += (joined.empty() ? "" : ", ") + std::string(text(entry));
-    }
-    return joined;
+const std::vector<std::string>& Chips() {
+    static const std::vector<std::string> names = NamesOf(simulator::kChipKinds);
+    return names;
 }
 
-std::vector<std::string> Split(std::string_view text) {
+std::vector<std::string> WordsOf(std::string_view text) {
     std::vector<std::string> words;
     std::size_t at = 0;
     while ((at = text.find_first_not_of(" \t", at)) != std::string_view::npos) {
@@ -55,7 +53,7 @@ std::vector<std::string> Split(std::string_view text) {
 class Line {
   public:
     Line(const std::string& file, std::size_t number, std::string_view text)
-        : m_file(file), m_number(number), m_text(text), m_words(Split(text)) {}
+        : m_file(file), m_number(number), m_text(text), m_words(WordsOf(text)) {}
 
     bool Done() const { return m_next == m_words.size(); }
     const std::string& Peek() const { return m_words[m_next]; }
@@ -89,9 +87,10 @@ class Line {
         }
         return value;
     }
-    std::string Bytes(const std::string& word, std::size_t count) const {
+    std::string Bytes(const std::string& word, std::size_t count = 0) const {
         try {
-            return HexValue(word, count, "value");
+            return count == 0 ? FromHex(word, "value " + Quoted(word))
+                              : HexValue(word, count, "value");
         } catch (const WrongCall& problem) {
             Fail(problem.what());
         }
@@ -108,27 +107,29 @@ class Line {
     std::size_t m_next = 0;
 };
 
-/// A list of names, separated by commas. Each is one of `known`.
-std::vector<std::string> Places(const Line& line, const std::string& list, const char* kind,
-                                const std::vector<std::string>& known) {
-    const std::string names = list + ",";
-    std::vector<std::string> places;
-    std::size_t at = 0;
-    for (std::size_t comma = 0; (comma = names.find(',', at)) != std::string::npos;
-         at = comma + 1) {
-        const std::string name = names.substr(at, comma - at);
-        if (std::find(known.begin(), known.end(), name) == known.end()) {
-            line.Fail(std::string("unknown ") + kind + " " + Quoted(name) +
-                      "; expected: " + Joined(known, [](const std::string& one) { return one; }));
-        }
-        places.push_back(name);
+/// One of the names in `known`.
+std::string NameIn(const Line& line, const std::string& name, const char* kind,
+                   const std::vector<std::string>& known) {
+    if (std::find(known.begin(), known.end(), name) == known.end()) {
+        line.Fail(std::string("unknown ") + kind + " " + Quoted(name) +
+                  "; expected: " + Joined(known) + Suggestion(known, name));
     }
-    return places;
+    return name;
+}
+
+/// A list of names, separated by commas.
+std::vector<std::string> NamesIn(const Line& line, const std::string& list, const char* kind,
+                                 const std::vector<std::string>& known) {
+    std::vector<std::string> names = Split(list, ',');
+    for (const std::string& name : names) {
+        NameIn(line, name, kind, known);
+    }
+    return names;
 }
 
 std::vector<std::string> RoutesAndChips() {
-    std::vector<std::string> places = kRoutes;
-    places.insert(places.end(), kChips.begin(), kChips.end());
+    std::vector<std::string> places = Routes();
+    places.insert(places.end(), Chips().begin(), Chips().end());
     return places;
 }
 
@@ -137,26 +138,23 @@ void TakeFields(Line& line, const Word& word, Command& command) {
         const std::string entry = line.Next(word.usage);
         const std::size_t sign = entry.find('=');
         const std::string name = entry.substr(0, sign);
-        const std::string known = sign == std::string::npos ? name + " " : name + "= ";
-        if ((" " + std::string(word.fields)).find(" " + known) == std::string::npos) {
+        const std::string known = "[" + name + (sign == std::string::npos ? "]" : "=");
+        if (std::string_view(word.usage).find(known) == std::string_view::npos) {
             line.Fail("unknown field " + Quoted(entry) + "; expected: " + word.usage);
         }
         std::string value = sign == std::string::npos ? "" : entry.substr(sign + 1);
         if (name == "url") {
-            if (value.size() > kMaxUrl || value.empty()) {
-                line.Fail("url " + Quoted(value) + ": " + std::to_string(value.size()) +
-                          " bytes: 1 to " + std::to_string(kMaxUrl) + " can be given");
+            if (value.size() > kMaxUrlSize || value.empty()) {
+                line.Fail("url " + Quoted(value) + ": " + Counted(value.size(), "byte") +
+                          ": 1 to " + std::to_string(kMaxUrlSize) + " can be given");
             }
         } else if (name == "mac" || name == "model" || name == "number") {
             value = line.Bytes(
                 value, name == "mac" ? kMacSize : (name == "model" ? kModelSize : kNumberSize));
         } else if (name == "route") {
-            Places(line, value, "route", kRoutes);
+            NamesIn(line, value, "route", Routes());
         } else if (name == "chip") {
-            if (std::find(kChips.begin(), kChips.end(), value) == kChips.end()) {
-                line.Fail("unknown chip " + Quoted(value) + "; expected: " +
-                          Joined(kChips, [](const std::string& one) { return one; }));
-            }
+            NameIn(line, value, "chip", Chips());
         } else if (sign != std::string::npos) {
             line.Whole(value, word.usage, 0, kMaxMilliseconds);
         }
@@ -193,10 +191,9 @@ void TakeArguments(Line& line, const Word& word, Command& command) {
             if (!line.Done()) {
                 command.number = line.Number(word.usage, 0, kMaxMilliseconds);
             }
-            if (!line.Done()) {
-                command.argument = line.Next(word.usage);
-                Places(line, command.argument, "route", kRoutes);
-            }
+            break;
+        case Takes::kBytes:
+            command.argument = line.Bytes(line.Next(word.usage));
             break;
         case Takes::kMs:
             command.number = line.Number(word.usage, 0, kMaxMilliseconds);
@@ -242,7 +239,10 @@ void TakeArguments(Line& line, const Word& word, Command& command) {
             command.number = line.Number(word.usage, 1, kMaxRepeats);
             break;
     }
-    if (!word.fields.empty()) {
+    if (IsOneOf(command.verb, {Verb::kTap, Verb::kSend}) && !line.Done()) {
+        command.route = NameIn(line, line.Next(word.usage), "route", Routes());
+    }
+    if ((word.flags & kFields) != 0) {
         TakeFields(line, word, command);
     }
     if (!line.Done()) {
@@ -269,8 +269,8 @@ void ParseCommand(Line& line, Command& command) {
             continue;
         }
         if (word == "on") {
-            command.only = Places(line, line.Next("on NAME[,NAME...] COMMAND"), "route or chip",
-                                  RoutesAndChips());
+            command.only = NamesIn(line, line.Next("on NAME[,NAME...] COMMAND"), "route or chip",
+                                   RoutesAndChips());
             continue;
         }
         if (word == "host") {
@@ -285,9 +285,10 @@ void ParseCommand(Line& line, Command& command) {
         const auto found = std::find_if(words.begin(), words.end(),
                                         [&](const Word& one) { return word == one.name; });
         if (found == words.end()) {
-            line.Fail("unknown command " + Quoted(word) +
-                      "; expected: " + Joined(words, [](const Word& one) { return one.name; }) +
-                      ", end, or a prefix: at, in, on, host, manager");
+            std::vector<std::string> known = NamesOf(words);
+            known.insert(known.end(), {"end", "at", "in", "on", "host", "manager"});
+            line.Fail("unknown command " + Quoted(word) + "; expected: " + Joined(NamesOf(words)) +
+                      ", end, or a prefix: at, in, on, host, manager" + Suggestion(known, word));
         }
         const auto refuse = [&](bool given, const char* prefix, const char* right) {
             if (given) {
@@ -295,11 +296,11 @@ void ParseCommand(Line& line, Command& command) {
                           "; " + right);
             }
         };
-        refuse(command.in && (found->prefixes & kIn) == 0, "in",
-               "expected: tap, enter, leave or chip-status");
-        refuse(manager && (found->prefixes & kManager) == 0, "manager",
+        refuse(command.in && (found->flags & kIn) == 0, "in",
+               "expected: tap, enter, leave, send or chip-status");
+        refuse(manager && (found->flags & kManager) == 0, "manager",
                "expected: an operation of a manager");
-        refuse(command.host != 0 && (found->prefixes & kScriptOnly) != 0, "host",
+        refuse(command.host != 0 && (found->flags & kScriptOnly) != 0, "host",
                "it belongs to the script itself");
         command.manager = manager.value_or(1);
         command.verb = found->verb;
@@ -319,13 +320,21 @@ std::string Script::PcPlace() const {
     return file + ":" + std::to_string(commands.empty() ? 0 : commands[0].line) + ": pc ";
 }
 
+std::string Script::PlaceOf(const Command& command) const {
+    return file + ":" + std::to_string(command.line) + ": " + command.text + ": ";
+}
+
+bool IsOneOf(Verb verb, std::initializer_list<Verb> verbs) {
+    return std::find(verbs.begin(), verbs.end(), verb) != verbs.end();
+}
+
 Script ParseScript(const std::string& file, std::string_view text) {
     Script script{file, {}};
     // The command lists of the open "repeat"s, the innermost last. Each list belongs to the last
     // command of the list before it, which does not grow while the inner one is open.
     std::vector<std::vector<Command>*> open{&script.commands};
     std::size_t number = 0;
-    std::size_t at = 0;
+    std::size_t at = text.rfind(kByteOrderMark, 0) == 0 ? kByteOrderMark.size() : 0;
     while (at <= text.size()) {
         const std::size_t end = std::min(text.find('\n', at), text.size());
         std::string_view content = text.substr(at, end - at);

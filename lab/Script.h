@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <map>
 #include <optional>
 #include <string>
@@ -11,10 +12,19 @@
 namespace lab {
 
 enum class Verb {
-    kWait,
+    // What happens to a device of the PC.
     kTap,
     kEnter,
     kLeave,
+    kSend,
+    kChipStatus,
+    kChipBits,
+    kBleClient,
+    kUnplug,
+    kPlug,
+    kFault,
+    // What the host and the player do.
+    kWait,
     kRenew,
     kReadNumber,
     kReadMessage,
@@ -24,12 +34,6 @@ enum class Verb {
     kConnect,
     kDisconnect,
     kOpen,
-    kUnplug,
-    kPlug,
-    kFault,
-    kChipStatus,
-    kChipBits,
-    kBleClient,
     kListener,
     kStop,
     kStart,
@@ -41,6 +45,11 @@ enum class Verb {
     kExpectResult,
     kRepeat,
 };
+
+bool IsOneOf(Verb verb, std::initializer_list<Verb> verbs);
+constexpr bool IsDeviceVerb(Verb verb) {
+    return verb <= Verb::kFault;
+}
 
 struct Command {
     std::size_t line = 0;
@@ -54,8 +63,9 @@ struct Command {
     std::optional<std::int64_t> number;  ///< MS, N, or the event's number
     std::int64_t within = 0;             ///< kExpectEvent: milliseconds
     bool on = true;        ///< kListener: on; kExpectResult: OK; kReadMessage: into the own message
-    std::string argument;  ///< kFault: the plan; kRenew: 32 bytes, empty for random; kTap: a route;
+    std::string argument;  ///< kFault: the plan; kRenew: 32 bytes, empty for random; kSend: bytes;
                            ///< kChipBits: register (2 bytes), mask and value
+    std::string route;     ///< kTap, kSend: the name of a route, or empty
     /// What is given as NAME=VALUE or NAME. Of a message: url as text, the others as bytes.
     std::map<std::string, std::string> fields;
     std::vector<Command> body;  ///< kRepeat
@@ -73,6 +83,8 @@ struct Script {
     std::map<std::string, std::string> PcSettings() const;
     /// "FILE:LINE: pc ", for messages about one of these fields.
     std::string PcPlace() const;
+    /// "FILE:LINE: TEXT: ", for messages about a command.
+    std::string PlaceOf(const Command& command) const;
 };
 
 /// Throws WrongCall as "FILE:LINE: ..." with the wrong word and what is expected.

@@ -13,6 +13,7 @@ enum class Takes {
     kNothing,
     kOptionalMs,
     kMs,
+    kBytes,
     kNumber,
     kPlan,
     kByte,
@@ -23,19 +24,19 @@ enum class Takes {
     kCount
 };
 
-// Prefixes that a command may have.
+// Flags of a command: the prefixes that it may have, and what may follow it.
 constexpr unsigned kIn = 1;
 constexpr unsigned kManager = 2;
 constexpr unsigned kScriptOnly = 4;  // no "host"
+constexpr unsigned kFields = 8;      // those in brackets in its form
 
 struct Word {
-    const char* name;
     Verb verb;
     Takes takes;
-    unsigned prefixes;
-    const char* usage;        ///< its form
-    const char* meaning;      ///< what happens, without a full stop at the end
-    std::string_view fields;  ///< names that may follow, each with a blank; '=' needs a value
+    unsigned flags;
+    const char* usage;           ///< its form
+    const char* meaning;         ///< what happens, without a full stop at the end
+    std::string_view name = {};  ///< the first word of the form
 };
 
 const std::vector<Word>& ScriptWords();

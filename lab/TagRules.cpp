@@ -5,6 +5,7 @@
 
 #include "lab/Hex.h"
 #include "lab/ImageNotes.h"
+#include "tagimage/ImageGeometry.h"
 
 namespace lab {
 
@@ -13,8 +14,7 @@ namespace {
 constexpr char kNumber[] = "number";
 constexpr char kVersion[] = "8064";
 constexpr char kPrefix[] = "https://";
-constexpr double kSurelyLater = 50;     // than the begin of a write on another thread
-constexpr std::size_t kImageFrame = 3;  // bytes of an image that its length byte does not count
+constexpr double kSurelyLater = 50;  // than the begin of a write on another thread
 
 // The names of the image's fields by those of the script.
 const std::map<std::string, std::string> kImageFields{{"url", "URI text"},
@@ -36,12 +36,13 @@ std::string OneOf(const std::set<std::string>& numbers) {
 
 }  // namespace
 
-// No other image was on its way when it began.
+// No other image was on its way when it began, and nothing else kept it from taking its content
+// over.
 bool TagRules::IsAlone(const Done& write) const {
     const auto& ended = m_history.Ended();
     return std::none_of(ended.begin(), ended.end(), [&](const Done& other) {
         const double end = other.end + (other.verb() == Verb::kRenew ? kRenewalTime : 0);
-        return &other != &write && MayPut(other.verb()) &&
+        return &other != &write && (MayPut(other.verb()) || other.verb() == Verb::kReadMessage) &&
                other.begin < write.begin + kSurelyLater && end > write.begin;
     });
 }
@@ -124,11 +125,11 @@ void TagRules::FindFields(Known& known) const {
 
 void TagRules::JudgeTag(const std::string& memory, double now) const {
     const std::optional<Known> known = KnownTag(now);
-    if (!known || memory.size() < kImageFrame) {
+    const std::string_view image = ImageIn(memory);
+    if (!known || image.size() < imageformat::kFrameSize) {
         return;
     }
     const Command& command = *known->last->command;
-    const std::string image = memory.substr(0, static_cast<unsigned char>(memory[1]) + kImageFrame);
     const ImageNotes notes = AnnotateImage(image);
     if (notes.fault) {
         m_findings.Expect(
@@ -139,8 +140,8 @@ void TagRules::JudgeTag(const std::string& memory, double now) const {
     const auto onTag = [&](const std::string& name) {
         std::string bytes;
         for (const ImageField& field : notes.fields) {
-            bytes +=
-                field.name == kImageFields.at(name) ? image.substr(field.offset, field.size) : "";
+            bytes += field.name == kImageFields.at(name) ? image.substr(field.offset, field.size)
+                                                         : std::string_view();
         }
         return bytes;
     };
@@ -186,7 +187,7 @@ void TagRules::JudgeReading(const Json& phone, const Command& tap, double begin)
     }
 }
 
-void TagRules::JudgeShown(const Json& event, const std::string& route) const {
+void TagRules::JudgeShown(const Json& event, const simulator::RouteKind& route) const {
     const RunHistory::Service service = m_history.ServiceAt(event["t"]);
     if (!service.written || m_history.IsFaulting()) {
         return;
@@ -194,8 +195,7 @@ void TagRules::JudgeShown(const Json& event, const std::string& route) const {
     ++m_findings.judged[kShown];
     const std::string number = event["number"];
     // A keyboard's answer can be missed, so that an older number stays the one that was read.
-    const bool isKeyboard = route == "hid" || route == "ble";
-    const double since = isKeyboard ? 0 : service.since - kRenewalTime;
+    const double since = route.IsKeyboard() ? 0 : service.since - kRenewalTime;
     m_findings.Expect(m_history.WasGiven(FromHex(number, "event"), since), m_history.Latest(),
                       "an event with a number that was given since the start", number);
 }

@@ -8,6 +8,7 @@
 
 #include "lab/RunHistory.h"
 #include "lab/Violations.h"
+#include "simulator/PcKinds.h"
 
 namespace lab {
 
@@ -23,7 +24,7 @@ class TagRules {
     void JudgeReading(const Json& phone, const Command& tap, double begin) const;
     /// The number of an event: a whole one, given since the library serves; on a keyboard, at any
     /// time.
-    void JudgeShown(const Json& event, const std::string& route) const;
+    void JudgeShown(const Json& event, const simulator::RouteKind& route) const;
 
   private:
     struct Known {

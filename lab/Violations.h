@@ -11,6 +11,7 @@
 
 #include "lab/Recorder.h"
 #include "lab/Script.h"
+#include "lab/Words.h"
 
 namespace lab {
 
@@ -25,13 +26,14 @@ inline std::string Milliseconds(double time) {
 enum JudgedKind { kVisits, kTimedVisits, kReadings, kNumbers, kFields, kShown, kJudgedKinds };
 constexpr struct {
     const char* name;  ///< in an object of the run
-    const char* text;  ///< after the number
-} kJudged[kJudgedKinds] = {{"visits", " visits"},
-                           {"timed-visits", " of them with their times"},
-                           {"readings", " readings of phones"},
-                           {"numbers", " numbers on the tag"},
-                           {"fields", " times its other fields"},
-                           {"shown", " numbers in events"}};
+    const char* unit;  ///< after the number, as for one; empty: none
+    const char* text;  ///< after the unit
+} kJudged[kJudgedKinds] = {{"visits", "visit", ""},
+                           {"timed-visits", "", " of them with their times"},
+                           {"readings", "reading", " of phones"},
+                           {"numbers", "number", " on the tag"},
+                           {"fields", "time", " its other fields"},
+                           {"shown", "number", " in events"}};
 
 /// Zero everywhere: the run proves nothing.
 using JudgedFigures = std::array<std::size_t, kJudgedKinds>;
@@ -39,7 +41,9 @@ using JudgedFigures = std::array<std::size_t, kJudgedKinds>;
 inline std::string Text(const JudgedFigures& figures) {
     std::string text;
     for (std::size_t kind = 0; kind < kJudgedKinds; ++kind) {
-        text += (kind == 0 ? "" : ", ") + std::to_string(figures[kind]) + kJudged[kind].text;
+        const auto& [name, unit, rest] = kJudged[kind];
+        text += (kind == 0 ? "" : ", ") +
+                (*unit == 0 ? std::to_string(figures[kind]) : Counted(figures[kind], unit)) + rest;
     }
     return text;
 }

@@ -7,8 +7,6 @@ namespace lab {
 
 namespace {
 
-constexpr int kLeft = 1;
-constexpr int kEntered = 3;
 constexpr int kInterrupt = 4;
 constexpr double kVisitEnd = 12'000;     // milliseconds, as all times here: later than every leave
 constexpr double kBeforeVisit = 15'000;  // a visit before it has been closed
@@ -20,8 +18,8 @@ constexpr double kLongestWatch = 4000;       // a leave after a longer stay may 
 
 }  // namespace
 
-bool VisitRules::HasVisits(const std::string& route) const {
-    return m_pc.Chip() != "like-fanli" || route == "ble";
+bool VisitRules::HasVisits(const simulator::RouteKind& route) const {
+    return route.IsKeyboard() || m_pc.Parts().Chip()->reportsVisits;
 }
 
 // A visit that began or ended while nobody listened is not known.
@@ -56,13 +54,14 @@ void VisitRules::EndListener(const Command& command, double now) {
 }
 
 bool VisitRules::ListenerWaits() const {
-    return m_reads && (m_pc.HasRoute("hid") || m_pc.HasRoute("ble"));
+    const auto& routes = m_pc.Parts().Routes();
+    return m_reads && simulator::KindOf(routes.back()).IsKeyboard();
 }
 
 void VisitRules::Add(const Command& command, double begin, double gone) {
     Phone phone;
     phone.command = &command;
-    phone.route = command.argument.empty() ? m_pc.Route() : command.argument;
+    phone.route = &simulator::KindOf(m_pc.Parts().RouteOf(command));
     phone.begin = begin;
     phone.gone = gone;
     m_firstPhone = std::min(m_firstPhone, begin);
@@ -78,22 +77,24 @@ void VisitRules::Add(const Command& command, double begin, double gone) {
               [](const Phone& one, const Phone& two) { return one.begin < two.begin; });
 }
 
-void VisitRules::TakeEvent(const Json& object, const std::string& route) {
+void VisitRules::TakeEvent(const Json& object, const simulator::RouteKind& route) {
     const double time = object["t"];
     const int event = object["event"];
-    m_events.push_back({time, event, route});
+    const std::string name(route.name);
+    m_events.push_back({time, event, &route});
     const Command& command = m_history.Latest();
-    m_findings.Expect(
-        event == kInterrupt || (HasVisits(route) && (event == kLeft || event == kEntered)), command,
-        "an event that the " + route + " route can have", "event " + std::to_string(event));
+    m_findings.Expect(event == kInterrupt ||
+                          (HasVisits(route) && (event == kPhoneLeft || event == kPhoneEntered)),
+                      command, "an event that the " + name + " route can have",
+                      "event " + std::to_string(event));
     // The keyboards report both ends themselves; either may be lost with its read.
-    if (route == "hid" || route == "ble") {
+    if (route.reportsBothEnds) {
         return;
     }
-    m_open += event == kEntered ? 1 : event == kLeft ? -1 : 0;
-    m_openedBy = event == kEntered ? &command : m_openedBy;
+    m_open += event == kPhoneEntered ? 1 : event == kPhoneLeft ? -1 : 0;
+    m_openedBy = event == kPhoneEntered ? &command : m_openedBy;
     m_findings.Expect(m_open >= 0 || IsDeaf(time), command, "event 3 before event 1",
-                      "event 1 on the " + route + " route at " + Milliseconds(time));
+                      "event 1 on the " + name + " route at " + Milliseconds(time));
     m_open = std::max(m_open, 0);
 }
 
@@ -102,7 +103,8 @@ void VisitRules::TakeReading(const Json& object) {
     for (Phone& phone : m_phones) {
         if (phone.alone && phone.begin <= time && time <= phone.gone) {
             phone.readings.push_back(object);
-            if (phone.route == m_pc.Route() && phone.gone - phone.begin >= kShortestStay) {
+            if (phone.route == &m_pc.Parts().FirstRoute() &&
+                phone.gone - phone.begin >= kShortestStay) {
                 m_tag.JudgeReading(object, *phone.command, phone.begin);
             }
             return;
@@ -124,8 +126,8 @@ void VisitRules::JudgeRest(double now) const {
 void VisitRules::JudgePhones(double now) {
     Phones kept;
     for (std::size_t i = 0; i < m_phones.size(); ++i) {
-        const std::string route = m_phones[i].route;
-        if (route.empty()) {
+        const simulator::RouteKind* const route = m_phones[i].route;
+        if (route == nullptr) {
             continue;  // it has been taken into a group
         }
         Phones group;
@@ -133,7 +135,7 @@ void VisitRules::JudgePhones(double now) {
             if (m_phones[next].route == route &&
                 (group.empty() || m_phones[next].begin - group.back().gone < kBeforeVisit)) {
                 group.push_back(m_phones[next]);
-                m_phones[next].route.clear();
+                m_phones[next].route = nullptr;
             }
         }
         if (group.back().gone + kBeforeVisit < now) {
@@ -217,11 +219,11 @@ void VisitRules::JudgeGroup(const Phones& phones) {
 }
 
 void VisitRules::JudgeEvents(const Phones& phones, const Surroundings& around) {
-    const std::string& route = phones.front().route;
+    const simulator::RouteKind& route = *phones.front().route;
     const double begin = phones.front().begin;
     const double gone = phones.back().gone;
     const bool visits = HasVisits(route);
-    const bool isFanli = m_pc.Chip() == "fanli";
+    const bool chipReportsEnds = !route.IsKeyboard() && m_pc.Parts().Chip()->reportsBothEnds;
     std::string seen;
     std::size_t count = 0;
     std::size_t enters = 0;
@@ -230,19 +232,22 @@ void VisitRules::JudgeEvents(const Phones& phones, const Surroundings& around) {
     double first = 0;
     double last = 0;
     for (const Event& one : m_events) {
-        if (one.route != route || one.time < around.since || one.time > gone + kVisitEnd) {
+        if (one.route != &route || one.time < around.since || one.time > gone + kVisitEnd) {
             continue;
         }
         if (one.time < begin) {
-            open = std::max(open + (one.event == kEntered ? 1 : one.event == kLeft ? -1 : 0), 0);
+            open = std::max(open + (one.event == kPhoneEntered ? 1
+                                    : one.event == kPhoneLeft  ? -1
+                                                               : 0),
+                            0);
             continue;
         }
         seen += (seen.empty() ? "event " : ", ") + std::to_string(one.event) + " at " +
                 Milliseconds(one.time);
         first = count == 0 ? one.time : first;
         last = one.time;
-        enters += one.event == kEntered ? 1 : 0;
-        const int inTurn = count % 2 == 0 ? kEntered : kLeft;
+        enters += one.event == kPhoneEntered ? 1 : 0;
+        const int inTurn = count % 2 == 0 ? kPhoneEntered : kPhoneLeft;
         // Two visits that are open at once end in any order.
         isRight = isRight && (visits ? !around.strict || around.arming > 0 || one.event == inTurn
                                      : one.event == kInterrupt);
@@ -252,11 +257,11 @@ void VisitRules::JudgeEvents(const Phones& phones, const Surroundings& around) {
     // A phone that comes before the leave of another has been reported belongs to that visit. A
     // chip that does not report leaves can give more visits than phones: the watch over a phone
     // that has caused few interrupts ends early, and the next interrupt opens another one.
-    if (route == "hid" || route == "ble" || !visits) {
+    if (route.IsKeyboard() || !visits) {
         isRight = isRight && count == 2 * phones.size();
     } else {
         isRight = isRight && (!around.strict || open == 0);
-        if (isFanli || (around.strict && phones.size() == 1)) {
+        if (chipReportsEnds || (around.strict && phones.size() == 1)) {
             isRight = isRight && enters <= phones.size() + around.arming;
         }
     }
@@ -267,7 +272,7 @@ void VisitRules::JudgeEvents(const Phones& phones, const Surroundings& around) {
         visits ? "an event 3 and an event 1 for a phone" : "two events 4 for a phone";
     if (around.strict) {
         // A Fanli chip's last may have belonged to the visit before it.
-        const double leeway = isFanli && phones.size() > 1 ? kBeforeVisit : kLeaveLeeway;
+        const double leeway = chipReportsEnds && phones.size() > 1 ? kBeforeVisit : kLeaveLeeway;
         const bool isShort = std::all_of(phones.begin(), phones.end(), [](const Phone& phone) {
             return phone.gone - phone.begin <= kLongestWatch;
         });

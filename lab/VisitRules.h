@@ -23,7 +23,7 @@ class VisitRules {
     /// A command begins or, for the listener, has ended.
     void Begin(const Command& command, double now);
     void EndListener(const Command& command, double now);
-    void TakeEvent(const Json& object, const std::string& route);
+    void TakeEvent(const Json& object, const simulator::RouteKind& route);
     void TakeReading(const Json& object);
 
     /// The listener waits for what only its own thread could deliver: a keyboard's answer.
@@ -37,7 +37,7 @@ class VisitRules {
   private:
     struct Phone {
         const Command* command = nullptr;
-        std::string route;
+        const simulator::RouteKind* route = nullptr;
         double begin = 0;
         double gone = 0;
         bool isQuick = true;  // the listener returns soon
@@ -49,7 +49,7 @@ class VisitRules {
     struct Event {
         double time;
         int event;
-        std::string route;
+        const simulator::RouteKind* route;
     };
     struct Surroundings {
         bool judged = false;     // the library is at rest
@@ -59,7 +59,7 @@ class VisitRules {
     };
 
     void Add(const Command& command, double begin, double gone);
-    bool HasVisits(const std::string& route) const;
+    bool HasVisits(const simulator::RouteKind& route) const;
     bool IsDeaf(double time) const;
     Surroundings Surrounding(const Phones& phones) const;
     void JudgeGroup(const Phones& phones);

@@ -24,36 +24,23 @@ constexpr Fm11nTraits kLikeFm11n = {0x53,         0x02,          kDynamicLock,
 
 }  // namespace
 
-const std::vector<std::string>& ChipKinds() {
-    static const std::vector<std::string> kinds = {"fm11nt081", "fm11nt082c", "like-fm11n",
-                                                   "fanli",     "like-fanli", "silent"};
-    return kinds;
-}
-
-bool IsFanliKind(const std::string& kind) {
-    return kind == "fanli" || kind == "like-fanli";
-}
-
-std::unique_ptr<Chip> MakeChip(const std::string& kind) {
-    if (kind == "fm11nt081") {
+std::unique_ptr<Chip> MakeChip(const std::string& name) {
+    if (name == "fm11nt081") {
         return std::make_unique<Fm11nChip>(kFm11nt081);
     }
-    if (kind == "fm11nt082c") {
+    if (name == "fm11nt082c") {
         return std::make_unique<Fm11nChip>(kFm11nt082c);
     }
-    if (kind == "like-fm11n") {
+    if (name == "like-fm11n") {
         return std::make_unique<Fm11nChip>(kLikeFm11n);
     }
-    if (kind == "fanli") {
+    if (name == "fanli") {
         return std::make_unique<FanliChip>(kFanliIdentity);
     }
-    if (kind == "like-fanli") {
+    if (name == "like-fanli") {
         return std::make_unique<FanliChip>(kLikeFanliIdentity);
     }
-    if (kind == "silent") {
-        return std::make_unique<SilentChip>();
-    }
-    return nullptr;
+    return name == "silent" ? std::make_unique<SilentChip>() : nullptr;
 }
 
 }  // namespace simulator

@@ -81,14 +81,7 @@ class Chip {
     virtual ChipBackDoor& BackDoor() = 0;
 };
 
-/// The names that MakeChip knows: "fm11nt081", "fm11nt082c", "like-fm11n", "fanli", "like-fanli",
-/// "silent".
-const std::vector<std::string>& ChipKinds();
-
-/// True for "fanli" and "like-fanli", which speak a frame format of their own.
-bool IsFanliKind(const std::string& kind);
-
-/// Null for an unknown name.
-std::unique_ptr<Chip> MakeChip(const std::string& kind);
+/// A chip of kChipKinds by its name; null for any other name.
+std::unique_ptr<Chip> MakeChip(const std::string& name);
 
 }  // namespace simulator

@@ -13,34 +13,23 @@ namespace {
 
 constexpr std::size_t kTagMemory = 255;
 
-}  // namespace
-
-std::optional<PcRoute> RouteByName(const std::string& name) {
-    constexpr std::pair<const char*, PcRoute> kNames[] = {{"i2c", PcRoute::kI2c},
-                                                          {"usb", PcRoute::kUsb},
-                                                          {"hid", PcRoute::kHid},
-                                                          {"ble", PcRoute::kBle}};
-    for (const auto& [known, route] : kNames) {
-        if (name == known) {
-            return route;
-        }
-    }
-    return std::nullopt;
+std::wstring PathOf(PcRoute route) {
+    return std::wstring(KindOf(route).driver);
 }
 
+}  // namespace
+
 std::string ChipProblem(const std::vector<PcRoute>& routes, const std::string& chip) {
-    const auto has = [&](PcRoute route) {
-        return std::find(routes.begin(), routes.end(), route) != routes.end();
-    };
-    if (!has(PcRoute::kI2c) && !has(PcRoute::kUsb)) {
+    const auto hasChip = [](PcRoute route) { return !KindOf(route).IsKeyboard(); };
+    if (std::none_of(routes.begin(), routes.end(), hasChip)) {
         return "";
     }
-    const auto& kinds = ChipKinds();
-    if (std::find(kinds.begin(), kinds.end(), chip) == kinds.end()) {
+    const ChipKind* const kind = FindKind(kChipKinds, chip);
+    if (kind == nullptr) {
         return "there is no such chip";
     }
     // The library takes the chip of the USB route for one with FM11N frames, without detection.
-    if (has(PcRoute::kUsb) && IsFanliKind(chip)) {
+    if (kind->IsFanli() && std::count(routes.begin(), routes.end(), PcRoute::kUsb) > 0) {
         return "not possible on the usb route, where every chip has the frames of FM11N chips";
     }
     return "";
@@ -51,8 +40,7 @@ Pc::Pc(const std::vector<PcRoute>& routes, const std::string& chip) : m_routes(r
         if (!Has(route)) {
             continue;
         }
-        SpbRoute spb{route, route == PcRoute::kI2c ? kSpbDriverPath : kUsbDriverPath,
-                     MakeChip(chip), nullptr, nullptr};
+        SpbRoute spb{route, MakeChip(chip), nullptr, nullptr};
         if (spb.chip == nullptr) {
             throw std::invalid_argument("no chip is called \"" + chip + "\"");
         }
@@ -88,7 +76,7 @@ void Pc::Plug() {
         spb.driver = std::make_shared<SpbDriver>(spb.chip);
         spb.faulty = std::make_shared<FaultyDriver>(spb.driver);
         spb.faulty->SetPlan(m_plan);
-        emulation::AddDevice(spb.path, spb.faulty);
+        emulation::AddDevice(PathOf(spb.route), spb.faulty);
     }
     if (m_keyboard != nullptr) {
         m_hid = std::make_shared<HidDriver>(m_keyboard);
@@ -107,7 +95,7 @@ void Pc::Unplug() {
         return;
     }
     for (const SpbRoute& spb : m_spb) {
-        emulation::RemoveDevice(spb.path);
+        emulation::RemoveDevice(PathOf(spb.route));
         const emulation::DeviceLock lock;
         spb.faulty->Unplug();
         spb.driver->Unplug();
@@ -182,6 +170,16 @@ void Pc::TakePhone(Micros in) {
             m_phone.reset();
         }
     });
+}
+
+void Pc::SendFromKeyboard(PcRoute route, Micros in, const Bytes& message) {
+    KeyboardTag* const keyboard = route == PcRoute::kHid
+                                      ? static_cast<KeyboardTag*>(m_keyboard.get())
+                                  : route == PcRoute::kBle ? m_bluetooth.get()
+                                                           : nullptr;
+    if (keyboard != nullptr) {
+        emulation::After(in, [keyboard, message] { keyboard->SendRaw(message); });
+    }
 }
 
 Bytes Pc::TagMemory() {

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,16 +19,13 @@
 
 namespace simulator {
 
-/// Knows "i2c", "usb", "hid" and "ble"; nothing for any other name.
-std::optional<PcRoute> RouteByName(const std::string& name);
-
 /// Why no PC has this chip on these routes; empty when it can. A chip that is unknown is one
 /// reason.
 std::string ChipProblem(const std::vector<PcRoute>& routes, const std::string& chip);
 
 class Pc {
   public:
-    /// Builds the PC with all devices plugged in. `chip` is one of ChipKinds() and serves the I2C
+    /// Builds the PC with all devices plugged in. `chip` is one of kChipKinds and serves the I2C
     /// and USB routes; throws std::invalid_argument for an unknown one.
     explicit Pc(const std::vector<PcRoute>& routes, const std::string& chip = "fm11nt081");
     ~Pc();
@@ -58,6 +54,10 @@ class Pc {
     void HoldPhone(Micros in, Phone::Reporter report);
     void TakePhone(Micros in);
 
+    /// Lets a keyboard send these bytes as one report or notification, `in` later. Does nothing on
+    /// a route without a keyboard. Any thread.
+    void SendFromKeyboard(PcRoute route, Micros in, const Bytes& message);
+
     // The back doors. Take emulation::DeviceLock to use them. A route that the PC does not have
     // gives null; chip() and spb() give those of the first driver route.
     Chip* chip();
@@ -72,7 +72,6 @@ class Pc {
   private:
     struct SpbRoute {
         PcRoute route;
-        const wchar_t* path;
         std::shared_ptr<Chip> chip;
         std::shared_ptr<SpbDriver> driver;
         std::shared_ptr<FaultyDriver> faulty;

@@ -15,10 +15,9 @@
 
 #include "platform/services/standin/ClientBackDoor.h"
 #include "simulator/FaultPlan.h"
+#include "simulator/PcKinds.h"
 
 namespace simulator {
-
-enum class PcRoute { kI2c, kUsb, kHid, kBle };
 
 struct ClientFault {
     LinkDockService::BleCall call = LinkDockService::BleCall::kConnect;

@@ -92,13 +92,11 @@ PhoneReading ReadingOf(const simulator::PhoneReport& report) {
 }
 
 PcRoute Inner(Route route) {
-    constexpr std::array<PcRoute, 4> kRoutes{PcRoute::kI2c, PcRoute::kUsb, PcRoute::kHid,
-                                             PcRoute::kBle};
-    const auto number = static_cast<std::size_t>(route);
-    if (number < 1 || number > kRoutes.size()) {
-        throw std::invalid_argument("there is no route " + std::to_string(number));
+    const simulator::RouteKind* const kind = simulator::RouteByNumber(static_cast<int>(route));
+    if (kind == nullptr) {
+        throw std::invalid_argument("there is no route " + std::to_string(static_cast<int>(route)));
     }
-    return kRoutes[number - 1];
+    return kind->route;
 }
 
 std::vector<PcRoute> Inner(const std::vector<Route>& routes) {
@@ -157,14 +155,16 @@ void Advance(Time time) {
 bool WaitFor(const std::function<bool()>& condition, Time limit) {
     RequireFunction(condition != nullptr);
     const emulation::Micros span = Span(limit);
+    const bool hasEnd = limit < kWithoutEnd;
     if (emulation::IsScheduled()) {
-        return emulation::WaitFor(condition, span, "WaitFor");
+        // Without a deadline: a run in which nothing else is due is seen to make no progress.
+        return emulation::WaitFor(condition, hasEnd ? span : emulation::kForever, "WaitFor");
     }
     // In real time a condition may depend on threads that the layer does not know.
     const emulation::Micros begin = emulation::Now();
     while (!condition()) {
         const emulation::Micros left = span - (emulation::Now() - begin);
-        if (left <= 0) {
+        if (hasEnd && left <= 0) {
             return false;
         }
         emulation::WaitFor([] { return false; }, std::min(left, kPollInterval), "WaitFor");

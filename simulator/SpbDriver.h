@@ -8,11 +8,10 @@
 
 #include "platform/emulation/Driver.h"
 #include "simulator/Chip.h"
+#include "simulator/PcKinds.h"
 
 namespace simulator {
 
-constexpr wchar_t kSpbDriverPath[] = L"\\\\.\\SPBNFCDRIVER";
-constexpr wchar_t kUsbDriverPath[] = L"\\\\.\\KEYBOARDNFC";
 constexpr DWORD kControlOpen = 0x04001C00;
 constexpr DWORD kControlInterrupt = 0x04001C20;  ///< pending until the chip's interrupt
 constexpr Micros kDefaultBusLatency = 30;        ///< from a transfer's start to its end

@@ -21,14 +21,7 @@ std::string HexOf(const std::string& text) {
 Bytes ReadHex(std::istream& in) {
     std::string text;
     in >> text;
-    Bytes bytes;
-    if (text == kNone) {
-        return bytes;
-    }
-    for (std::size_t at = 0; at + 1 < text.size(); at += 2) {
-        bytes.push_back(static_cast<std::uint8_t>(std::stoul(text.substr(at, 2), nullptr, 16)));
-    }
-    return bytes;
+    return BytesOf(text);
 }
 
 std::string ReadText(std::istream& in) {
@@ -61,6 +54,14 @@ std::string HexOf(const Bytes& bytes) {
         text += kDigits[byte & 0xFU];
     }
     return text.empty() ? kNone : text;
+}
+
+Bytes BytesOf(const std::string& hex) {
+    Bytes bytes;
+    for (std::size_t at = 0; hex != kNone && at + 1 < hex.size(); at += 2) {
+        bytes.push_back(static_cast<std::uint8_t>(std::stoul(hex.substr(at, 2), nullptr, 16)));
+    }
+    return bytes;
 }
 
 std::string LineOf(const PhoneReport& report) {

@@ -13,6 +13,7 @@ namespace simulator {
 // A line has no line end. Reading a line of another kind, or a broken one, gives nothing.
 
 std::string HexOf(const Bytes& bytes);  ///< "-" for none
+Bytes BytesOf(const std::string& hex);
 
 std::string LineOf(const PhoneReport& report);
 std::optional<PhoneReport> PhoneFrom(const std::string& line);

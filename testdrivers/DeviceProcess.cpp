@@ -31,7 +31,8 @@ constexpr char kUsage[] =
     "       tagport-devices --unload     stop the test drivers and remove them\n"
     "Exit status: 0 done, 1 with the reason when not, 2 for a wrong call.\n";
 constexpr char kHelp[] =
-    "pc ROUTES [CHIP] | tap IN STAY [ROUTE] | enter IN | leave IN | chip-status IN STATUS | "
+    "pc ROUTES [CHIP] | tap IN STAY [ROUTE] | enter IN | leave IN | send IN HEX | chip-status IN "
+    "STATUS | "
     "chip-bits REGISTER MASK VALUE | fault PLAN|none | unplug | plug | memory | status | "
     "bus on|off | quit";
 
@@ -120,12 +121,12 @@ class BackDoor {
     static const std::map<std::string, Entry> kCommands;
 
     static simulator::PcRoute RouteOf(const std::string& name) {
-        const auto route = simulator::RouteByName(name);
+        const auto* const kind = simulator::FindKind(simulator::kRouteKinds, name);
         // The Bluetooth client is a part of the host's process: its keyboard cannot be here.
-        if (!route || *route == simulator::PcRoute::kBle) {
+        if (kind == nullptr || !kind->IsDevice()) {
             throw std::invalid_argument("route \"" + name + "\": i2c, usb or hid is needed");
         }
-        return *route;
+        return kind->route;
     }
     static simulator::Phone::Reporter Reporter() {
         return [](const simulator::PhoneReport& report) { Say(simulator::LineOf(report)); };
@@ -163,6 +164,16 @@ class BackDoor {
         const Micros in = words.Milliseconds("time");
         words.End();
         m_pc->HoldPhone(in, Reporter());
+        return {};
+    }
+    std::string Send(Words& words) {
+        const Micros in = words.Milliseconds("time");
+        const simulator::Bytes bytes = simulator::BytesOf(words.Word("bytes"));
+        words.End();
+        if (m_pc->keyboard() == nullptr) {
+            throw std::invalid_argument("the PC has no keyboard");
+        }
+        m_pc->SendFromKeyboard(simulator::PcRoute::kHid, in, bytes);
         return {};
     }
     std::string Leave(Words& words) {
@@ -258,19 +269,13 @@ class BackDoor {
 };
 
 const std::map<std::string, BackDoor::Entry> BackDoor::kCommands{
-    {"help", {&BackDoor::Help, false}},
-    {"pc", {&BackDoor::Pc, false}},
-    {"bus", {&BackDoor::Bus, false}},
-    {"tap", {&BackDoor::Tap, true}},
-    {"enter", {&BackDoor::Enter, true}},
-    {"leave", {&BackDoor::Leave, true}},
-    {"chip-status", {&BackDoor::ChipStatus, true}},
-    {"chip-bits", {&BackDoor::ChipBits, true}},
-    {"fault", {&BackDoor::Fault, true}},
-    {"unplug", {&BackDoor::Unplug, true}},
-    {"plug", {&BackDoor::Plug, true}},
-    {"memory", {&BackDoor::Memory, true}},
-    {"status", {&BackDoor::Status, true}},
+    {"help", {&BackDoor::Help, false}},         {"pc", {&BackDoor::Pc, false}},
+    {"bus", {&BackDoor::Bus, false}},           {"tap", {&BackDoor::Tap, true}},
+    {"enter", {&BackDoor::Enter, true}},        {"leave", {&BackDoor::Leave, true}},
+    {"send", {&BackDoor::Send, true}},          {"chip-status", {&BackDoor::ChipStatus, true}},
+    {"chip-bits", {&BackDoor::ChipBits, true}}, {"fault", {&BackDoor::Fault, true}},
+    {"unplug", {&BackDoor::Unplug, true}},      {"plug", {&BackDoor::Plug, true}},
+    {"memory", {&BackDoor::Memory, true}},      {"status", {&BackDoor::Status, true}},
 };
 
 void Serve() {

@@ -1,26 +1,21 @@
 #include "lab/help/Commands.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
+
+#include "lab/Words.h"
+#include "lab/help/Help.h"
 
 namespace lab {
 
 namespace {
 
-// "TEXT:{a,b}", as the parser describes an option with fixed values.
+// Of "TEXT:{a,b}", as the parser describes an option with fixed values.
 std::vector<std::string> ValuesOf(const std::string& type) {
-    std::vector<std::string> values;
     const std::size_t open = type.find('{');
     const std::size_t close = type.find('}');
-    if (open == std::string::npos || close == std::string::npos) {
-        return values;
-    }
-    for (std::size_t at = open + 1; at < close;) {
-        const std::size_t end = std::min(type.find(',', at), close);
-        values.push_back(type.substr(at, end - at));
-        at = end + 1;
-    }
-    return values;
+    return open == std::string::npos || close == std::string::npos
+               ? std::vector<std::string>()
+               : Split(type.substr(open + 1, close - open - 1), ',');
 }
 
 CommandOption OptionOf(const CLI::Option& option) {
@@ -101,10 +96,25 @@ std::vector<CommandInfo> Commands(const CLI::App& app) {
 
 CommandInfo LastCommand(const CLI::App& app) {
     const CLI::App* last = &app;
+    std::string path;
     while (!last->get_subcommands().empty()) {
         last = last->get_subcommands().front();
+        path = PathTo(path, *last);
     }
-    return InfoOf(*last, "");
+    return InfoOf(*last, path);
+}
+
+std::vector<std::string> WordsLike(const CommandInfo& command, const std::string& word) {
+    if (word.substr(0, 1) != "-") {
+        return command.subcommands;
+    }
+    std::vector<std::string> options;
+    for (const CommandOption& option : command.options) {
+        if (!option.isPositional) {
+            options.push_back(option.name);
+        }
+    }
+    return options;
 }
 
 void SetFooters(CLI::App& app, std::string (*footer)(const std::string& path)) {

@@ -30,7 +30,7 @@ struct CommandInfo {
 /// The program first, then each command before its own commands.
 std::vector<CommandInfo> Commands(const CLI::App& app);
 
-/// The last command that the parser recognised; the program if it recognised none. Without a path.
+/// The last command that the parser recognised; the program if it recognised none.
 CommandInfo LastCommand(const CLI::App& app);
 
 /// Puts a text after the help of each command; `footer` gets the command's path.

@@ -1,19 +1,12 @@
+#include "lab/Words.h"
 #include "lab/help/Help.h"
 
 namespace lab {
 
 namespace {
 
-std::string Joined(const std::vector<std::string>& words) {
-    std::string text;
-    for (const std::string& word : words) {
-        text += (text.empty() ? "" : " ") + word;
-    }
-    return text;
-}
-
 /// A text in single quotes, for all three shells.
-std::string Quoted(const std::string& text) {
+std::string InQuotes(const std::string& text) {
     std::string quoted = "'";
     for (const char c : text) {
         quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
@@ -75,7 +68,7 @@ std::string ValueRows(const std::vector<CommandInfo>& commands, const Shell& she
             rows += shell.indent + begin + option.name + "'";
             rows += option.shortName.empty() ? "" : "|" + begin + option.shortName + "'";
             rows += ") ";
-            rows += !option.values.empty()  ? shell.oneOf(Joined(option.values))
+            rows += !option.values.empty()  ? shell.oneOf(Joined(option.values, " "))
                     : option.value == "DIR" ? shell.directories
                     : TakesFile(option)     ? shell.files
                                             : shell.nothing;
@@ -113,9 +106,9 @@ std::string Bash(const std::vector<CommandInfo>& commands) {
         ValueRows(commands, shell);
     for (const CommandInfo& command : commands) {
         script += "        '" + PathOf(command) + ":'*) options='" + OptionNames(command) +
-                  "' words='" + Joined(command.subcommands);
+                  "' words='" + Joined(command.subcommands, " ");
         for (const CommandOption& option : command.options) {
-            script += option.isPositional ? Joined(option.values) : "";
+            script += option.isPositional ? Joined(option.values, " ") : "";
         }
         script += "'";
         for (const CommandOption& option : command.options) {
@@ -158,11 +151,11 @@ std::string Zsh(const std::vector<CommandInfo>& commands) {
     for (const CommandInfo& command : commands) {
         script += "        '" + PathOf(command) + "')\n";
         if (!command.subcommands.empty()) {
-            script += "            compadd -- " + Joined(command.subcommands) + "\n";
+            script += "            compadd -- " + Joined(command.subcommands, " ") + "\n";
         }
         for (const CommandOption& option : command.options) {
             if (option.isPositional && !option.values.empty()) {
-                script += "            compadd -- " + Joined(option.values) + "\n";
+                script += "            compadd -- " + Joined(option.values, " ") + "\n";
             } else if (option.isPositional && TakesFile(option)) {
                 script += "            [[ $PREFIX == -* ]] || _files\n";
             }
@@ -191,31 +184,31 @@ std::string Fish(const std::vector<CommandInfo>& commands) {
         const std::string others =
             command.subcommands.empty()
                 ? ""
-                : "not __fish_seen_subcommand_from " + Joined(command.subcommands);
+                : "not __fish_seen_subcommand_from " + Joined(command.subcommands, " ");
         const std::string seen = last.empty() ? "" : "__fish_seen_subcommand_from " + last;
         std::string condition = seen;
         condition += seen.empty() || others.empty() ? "" : "; and ";
         condition += others;
-        const std::string when = " -n " + Quoted(condition);
+        const std::string when = " -n " + InQuotes(condition);
         const std::string head = "complete -c tagport-lab" + when;
         for (const CommandInfo& sub : commands) {
             const std::size_t blank = sub.path.rfind(' ');
             const std::string parent = blank == std::string::npos ? "" : sub.path.substr(0, blank);
             if (!sub.path.empty() && parent == command.path) {
                 script += head + " -a " + sub.path.substr(blank + 1) + " -d " +
-                          Quoted(sub.description) + "\n";
+                          InQuotes(sub.description) + "\n";
             }
         }
         for (const CommandOption& option : command.options) {
             script += head;
             script += option.isPositional ? "" : " -l " + option.name.substr(2);
             script += option.shortName.empty() ? "" : " -s " + option.shortName.substr(1);
-            script += !option.values.empty()  ? " -x -a " + Quoted(Joined(option.values))
+            script += !option.values.empty()  ? " -x -a " + InQuotes(Joined(option.values, " "))
                       : option.value == "DIR" ? " -x -a '(__fish_complete_directories)'"
                       : TakesFile(option)     ? " -F"
                       : option.value.empty()  ? ""
                                               : " -x";
-            script += " -d " + Quoted(option.description) + "\n";
+            script += " -d " + InQuotes(option.description) + "\n";
         }
     }
     return script;

@@ -89,8 +89,6 @@ constexpr std::array<CommandExamples, 6> kExamples{{
      "      Completion in every fish."},
 }};
 
-}  // namespace
-
 std::string ExamplesOf(const std::string& path) {
     if (path == kRunThere.path && HasOwnDevices()) {
         return kRunThere.text;
@@ -103,6 +101,8 @@ std::string ExamplesOf(const std::string& path) {
     }
     return {};
 }
+
+}  // namespace
 
 std::string HelpFooter(const std::string& path) {
     std::string footer;

@@ -1,5 +1,5 @@
 // What a command takes beside its options: the lines of a script and the entries of a fault plan.
-// --help and the man page print it; docs/lab.md has the same rows, which a test compares.
+// --help prints it; docs/lab.md has the same rows, which a test compares.
 #pragma once
 
 #include <string>

@@ -32,7 +32,7 @@ const threads = [...new Set(records.map((record) => record.thread))].sort((a, b)
   return place(a) - place(b) || a.localeCompare(b);
 });
 
-const kRoutes = ["?", "I2C", "USB", "HID", "Bluetooth"];
+const kRoutes = facts.routes;
 const kEvents = {
   1: "the phone has left",
   3: "a phone entered the field",

@@ -146,8 +146,66 @@ TEST(Run, ASeedRepeatsARunAndEveryObjectHasItsThread) {
     }
 }
 
+// Whatever the order in which the routes are given.
+TEST(Run, APcWithSeveralRoutesStartsAllOfThemAndIsPlayedWhole) {
+    const struct {
+        const char* pc;
+        const char* operations;
+        const char* meaning;  // of a frame to the device that DeviceInit opens
+    } cases[] = {
+        {"ble,hid", "Init Create DeviceInit SetMcuKbConnectStatus BtConnect WriteMessage ",
+         "report, page 1"},
+        {"ble,i2c chip=fanli", "Init Create DeviceInit BtConnect WriteMessage ",
+         "interrupt status 2"},
+        {"usb,ble,i2c", "Init Create DeviceInit BtConnect WriteMessage ",
+         "register 908 (field detection mode)"},
+    };
+    for (const auto& [pc, operations, meaning] : cases) {
+        const std::string script = std::string("pc route=") + pc + "\ntap 500\ntap 500 ble";
+        const Outcome run = Lab(std::string(kChecked) + " --json", script);
+        EXPECT_EQ(run.status, 0) << pc << run.text.substr(0, 2000);
+        std::istringstream lines(run.text);
+        std::string seen;
+        std::set<int> routes;
+        for (std::string line; std::getline(lines, line);) {
+            const auto object = nlohmann::json::parse(line);
+            if (object["kind"] == "result" && seen.find("WriteMessage") == std::string::npos) {
+                seen += object["operation"].get<std::string>() + " ";
+            } else if (object["kind"] == "event") {
+                routes.insert(object["route"].get<int>());
+            }
+        }
+        EXPECT_EQ(seen, operations) << pc;
+        EXPECT_EQ(routes.size(), 2U) << pc;
+        EXPECT_NE(run.text.find(meaning), std::string::npos) << pc;
+    }
+}
+
+// A number that nobody has asked for, and a report of no known type.
+TEST(Run, AKeyboardSendsWhatAScriptSays) {
+    for (const std::string route : {"hid", "ble"}) {
+        const std::string head = route == "hid" ? "05010108" : "";
+        const Outcome run = Lab(std::string(kScript) + " --log --bus",
+                                "pc route=" + route + "\nsend " + head +
+                                    "2E026EE6\nexpect event 3 within 50\nsend " + head + "2E0700");
+        EXPECT_EQ(run.status, 0) << run.text;
+        EXPECT_NE(run.text.find("of an unknown type"), std::string::npos) << run.text;
+    }
+}
+
+// The listener is slow, so that the leave of the phone before it is reported while it stays.
+TEST(Run, ATapWaitsForTheEndOfItsOwnVisit) {
+    const std::string text =
+        Lab(kScript, "pc route=ble\nlistener on pause=400\nin 0 tap 100\nwait 120\ntap 300\nstop")
+            .text;
+    EXPECT_LT(text.rfind("EVENT 1"), text.find("> stop")) << text;
+}
+
 TEST(Lab, ExitStatusAndOutputSayWhatHappened) {
     EXPECT_EQ(lab::Narrow(L"caf\u00E9\n"), "caf\\u00E9\n");
+    Shell(
+        "mkdir -p twice/config; printf '[PC_URI]\norvane_uri=https://a\nvelmo_uri=b\n' "
+        "> twice/config/NfcUri.ini");
     const Call calls[] = {
         {"image build --url " + std::string(162, 'u'), "", 0, ""},
         {"image show -", kWorkedImage, 0, ""},
@@ -156,12 +214,18 @@ TEST(Lab, ExitStatusAndOutputSayWhatHappened) {
         {kScript, "%1048576s", 0, "Everything worked"},
         {kScript, "write url=a\\0b\\033c", 0, "> write url=a\\x00b\\x1Bc\n"},
         {"run --check --seed 1 --chip fanli", "", 0,
-         "judged: 1 visits, 1 of them with their times, 1"},
+         "judged: 1 visit, 1 of them with their times, 1"},
         {kChecked, "write url=%0163d", 1, "input:1: write url=0000"},
         {kChecked, "write url=%0163d\nexpect result FAIL", 0, "No violation"},
         {kChecked, "fault write#1+=refuse:1117\nupdate\nexpect result FAIL", 0, "No violation"},
         {"run --check --seed 1 --chip silent --json", "", 1,
          R"("line":0,"command":"the start of the run","expected":"success)"},
+        {kScript, "\\357\\273\\277tap 5", 0, "> tap 5\n"},
+        {"image show -", std::string("\\357\\273\\277") + kWorkedImage, 0, "accepted: 105 bytes"},
+        // The fault is judged: the script says what happens at the device later.
+        {kChecked, "pc route=ble\nin 20 tap 500\ndisconnect\nwrite", 1, "No violation"},
+        {"run --config twice --pc-type 5 --seed 1", "", 1,
+         "warning: twice/config/NfcUri.ini: [PC_URI] orvane_uri=https://a: begins with https://"},
         {"run --json --seed 1 --script -", "write url=a\\377\\nread-message", 0, R"("a\\xFF")"},
     };
     for (const Call& call : calls) {
@@ -172,11 +236,12 @@ TEST(Lab, ExitStatusAndOutputSayWhatHappened) {
 TEST(Lab, AFailureIsOneLineOnStandardError) {
     Shell("mkdir -p pipe/config long/config; mkfifo pipe/config/NfcUri.ini 2>&-");
     Shell("truncate -s 1048577 long/config/NfcUri.ini");
+    Shell("mkdir -p swapped/config; printf '\\376\\377\\0[' > swapped/config/NfcUri.ini");
     const std::string kQuiet = std::string(kScript) + " > /dev/null";
     const std::string kLost = "standard output: cannot be written: ";
     const auto control = [](unsigned char byte) { return byte < 0x20; };
     const Call calls[] = {
-        {"jump", "", 2, "A command is required (run, image, explain, completion, man): \"jump\""},
+        {"jump", "", 2, "A command is required (run, image, explain, completion): \"jump\""},
         {"image build --url u" + std::string(162, 'u'), "", 2, "--url: 163 bytes: at most 162 fit"},
         {"image build --url u -o no/x", "", 2, "-o no/x: cannot be created: No such file"},
         {"image build --url u -o lab", "", 2, "-o lab: is a directory"},
@@ -201,6 +266,7 @@ TEST(Lab, AFailureIsOneLineOnStandardError) {
         {"run --config /dev/zero", "", 2, "--config /dev/zero: is not a directory"},
         {"run --config pipe", "", 2, "pipe/config/NfcUri.ini: is not a regular file"},
         {"run --config long", "", 2, "long/config/NfcUri.ini: is longer than 1048576 bytes"},
+        {"run --config swapped", "", 2, "swapped/config/NfcUri.ini: is UTF-16 in big-endian order"},
         {"run --seed 1 --report lab", "", 2, "--report lab: is a directory"},
         {"run --seed 1 --report no/x", "", 2, "--report no/x: cannot be created: No such file"},
         {"run --seed 1 --report ''", "", 2, "--report \"\": a file name is needed"},
@@ -233,7 +299,13 @@ TEST(Lab, AFailureIsOneLineOnStandardError) {
         {kScript, "end", 2, "input:1: \"end\" without"},
         {kScript, "repeat 1\\n%.0s' $(seq 17) '", 2, "input:17: more than 16 \"repeat\"s"},
         {kScript, "tap\\nfault write#0=never", 2,
-         "input:2: fault: \"write#0=never\": \"0\" is not N,"},
+         "input:2: fault write#0=never: \"write#0=never\": \"0\" is not N,"},
+        {kScript, "tap\\ntap 300 ble", 2,
+         "input:2: tap 300 ble: the PC has no tag on the ble route"},
+        {kScript, "chip-status 3", 2,
+         "only the chips fanli and like-fanli have one, not fm11nt081"},
+        {kScript, "send 05", 2, "input:1: send 05: the i2c route has no keyboard"},
+        {kScript, "read-numbr", 2, "; did you mean \"read-number\"?"},
         {kScript, "\\npc route=hid chip=fanli", 2, "input:2: pc chip=fanli: the hid route has no"},
         {kScript, "pc route=usb,usb", 2, "input:1: pc route=usb,usb: a route is given twice"},
         {kQuiet, "expect event 3 within 50", 1, "input:1: expect event 3 within 50: none came"},
@@ -243,6 +315,10 @@ TEST(Lab, AFailureIsOneLineOnStandardError) {
     for (const Call& call : calls) {
         const Outcome outcome = ExpectOutcome(call);
         EXPECT_EQ(outcome.text.rfind("tagport-lab: ", 0), 0U) << outcome.text;
+        EXPECT_TRUE(call.status != 2 ||
+                    outcome.text.find(" --help)\n") + 9 == outcome.text.size() ||
+                    call.input.rfind("stop", 0) == 0)
+            << outcome.text;
         EXPECT_EQ(std::count_if(outcome.text.begin(), outcome.text.end(), control), 1);
     }
 }
@@ -261,10 +337,10 @@ TEST(Lab, ARunWithoutAConfigurationTakesTheInstalledOne) {
     EXPECT_EQ(run.text.rfind("The URIs are those of ", 0), 0U) << run.text;
     EXPECT_EQ(Shell(elsewhere + "image build --pc-type 5 2>&3").text,
               "tagport-lab: ./config/NfcUri.ini: is not there; --config DIR names the directory "
-              "that holds config/NfcUri.ini\n");
+              "that holds config/NfcUri.ini (see tagport-lab image build --help)\n");
 }
 
-// One table is the source of the parser, --help and the man page; the manual has the same rows.
+// One table is the source of the parser and of --help; the manual has the same rows.
 TEST(Lab, TheManualHasEveryRowOfTheHelp) {
     const std::string manual = Shell("cat " LAB_MANUAL).text;
     const std::string help = Lab("run --help").text;
@@ -292,6 +368,9 @@ TEST(Lab, BashCompletesAValueAfterAnEqualsSign) {
 }
 
 TEST(Lab, ColoursNeedATerminalThatShowsThem) {
+    if (Shell("script -qec true /dev/null").status != 0) {
+        GTEST_SKIP() << "there is no pseudo-terminal, or no program \"script\" that makes one";
+    }
     for (const std::string environment : {"TERM=xterm", "TERM=dumb", "TERM=xterm NO_COLOR=1"}) {
         const Outcome run = Shell("unset NO_COLOR; " + environment +
                                   " script -qec '" LAB_PROGRAM " run --seed 1' /dev/null");

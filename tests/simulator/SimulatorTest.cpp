@@ -74,6 +74,15 @@ TEST(Simulator, KnowsItsThreads) {
     EXPECT_EQ(Now(), 1min);
 }
 
+TEST(Simulator, EndsARunThatCanMakeNoProgressBesideAWaitWithoutEnd) {
+    EXPECT_EXIT(
+        {
+            UseScheduledClock(7);
+            WaitFor([] { return false; }, Time::max());
+        },
+        testing::ExitedWithCode(86), "no thread can run and nothing is due(.|\n)*WaitFor");
+}
+
 // What the condition depends on may be changed by threads that the emulation does not know.
 TEST(Simulator, LooksAtAConditionAgainAndAgainInRealTime) {
     int looks = 0;

@@ -6,6 +6,7 @@
 #include <random>
 
 #include "lab/Hex.h"
+#include "lab/Words.h"
 
 namespace soak {
 
@@ -23,9 +24,18 @@ constexpr std::size_t kUrlSize = 50;  // that the number's register is made for
 const struct {
     Words routes;
     const char* chip;
-} kPeripherals[] = {{{"i2c"}, "fm11nt081"},  {{"i2c"}, "fm11nt082c"}, {{"i2c"}, "fanli"},
-                    {{"i2c"}, "like-fm11n"}, {{"i2c"}, "like-fanli"}, {{"usb"}, "fm11nt081"},
-                    {{"hid"}, ""},           {{"ble"}, ""},           {{"i2c", "ble"}, "fanli"}};
+} kPeripherals[] = {{{"i2c"}, "fm11nt081"},
+                    {{"i2c"}, "fm11nt082c"},
+                    {{"i2c"}, "fanli"},
+                    {{"i2c"}, "like-fm11n"},
+                    {{"i2c"}, "like-fanli"},
+                    {{"usb"}, "fm11nt081"},
+                    {{"hid"}, ""},
+                    {{"ble"}, ""},
+                    {{"i2c", "ble"}, "fanli"},
+                    {{"ble", "i2c"}, "fm11nt081"},
+                    {{"usb", "ble"}, "fm11nt082c"},
+                    {{"hid", "ble"}, ""}};
 
 // What a host does, and how often it is drawn: by one of several hosts, by a single thread so that
 // the last content taken over is known at each step, and beside a phone of the rounds. %m is a
@@ -47,6 +57,7 @@ constexpr Act kActs[] = {
     {1, 0, 0, "%mopen"},
     {2, 0, 0, "%mopen\n%mwrite %c"},
     {1, 0, 0, "on ble %mdisconnect"},
+    {1, 0, 0, "on ble %mconnect"},
     {4, 0, 0, "in 0 tap %s"},
     {1, 0, 0, "in %w tap %s\n%mrenew %n"},
     {1, 0, 0, "in %w tap %s\n%mwrite %c"},
@@ -232,9 +243,9 @@ Words Artist::Draw() {
     };
 
     // A HID keyboard's answer takes 4 ms and is missed by a reader that is later than that.
-    Add({"pc route=" + m_routes[0] + When(m_routes.size() > 1, ",ble") +
-         When(!m_chip.empty(), " chip=" + m_chip) + " late=" +
-         OneOf({"0", "2", Has("hid") ? "2" : "20"}) + " changes=" + OneOf({"0", "0", "3", "20"})});
+    Add({"pc route=" + lab::Joined(m_routes, ",") + When(!m_chip.empty(), " chip=" + m_chip) +
+         " late=" + OneOf({"0", "2", Has("hid") ? "2" : "20"}) +
+         " changes=" + OneOf({"0", "0", "3", "20"})});
     Add({When(isStuck, "chip-bits 038C 10 10"),  // a mode byte other than 6
          When(hasHabits, "ble-client inside-subscribe=" + OneOf({"0", "30"}) +
                              " inside-write=" + OneOf({"0", "30"}) +

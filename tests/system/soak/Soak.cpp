@@ -17,11 +17,8 @@
 #include <numeric>
 #include <sstream>
 
-#include "lab/ConfigCheck.h"
 #include "lab/Failure.h"
 #include "lab/HumanOutput.h"
-#include "lab/Judge.h"
-#include "lab/Player.h"
 #include "lab/RunCommand.h"
 #include "tests/support/SeededRuns.h"
 #include "tests/system/soak/RandomScript.h"
@@ -35,7 +32,6 @@ constexpr unsigned kMostFailures = 5;
 constexpr unsigned kRealSeconds = 60;        // for a loop that never reaches the layer
 constexpr std::uint64_t kEnoughSeeds = 100;  // of which some can be judged, surely
 constexpr double kHourTime = 3'600'000;      // milliseconds
-constexpr int kPcType = 5;
 
 struct Figures {
     double hours = 0;
@@ -64,40 +60,27 @@ std::string Text(const Words& story) {
         [](const std::string& text, const std::string& entry) { return text + entry + "\n"; });
 }
 
-// In this process, which must be fresh, as `tagport-lab run --check` does it. What is found wrong
-// goes to standard error.
+// In this process, which must be fresh. What is found wrong goes to standard error.
 bool IsGood(const Words& story, std::uint64_t seed, Figures& figures) {
-    const lab::Script script = lab::ParseScript("story", Text(story));
     const lab::HumanOutput human(lab::Style(false), false, false);
-    lab::Judge* watching = nullptr;
-    lab::Recorder recorder([&](const lab::Json& object) {
-        watching->Take(object);
-        if (object["kind"] == "violation") {
-            std::fputs(human.Lines(object).c_str(), stderr);
-        }
-    });
-    lab::PcOptions options;
-    options.seed = seed;
-    options = lab::MergedOptions(options, script);
-    lab::Pc& stage = lab::MakePc(options, recorder);
-    lab::Judge judge(script, options, stage, recorder);
-    watching = &judge;
-    lab::Player player(stage, recorder, seed, [&](const lab::Player::Step& step) {
-        judge.Watch(step);
-        figures.faults += step.begins && step.command.verb == lab::Verb::kFault ? 1 : 0;
-    });
-    player.Check(script);
-    stage.ChooseClock();
-    lab::UseConfiguration(SOAK_TREE, kPcType);
-    stage.CreateDevices();
-    player.Start(kPcType);
-    player.Play(script);
-    judge.EndScript();
-    player.End();
-    judge.Finish();
-    figures.hours = stage.Now() / kHourTime;
-    figures.judged = judge.Judged();
-    return judge.IsGood();
+    lab::RunOptions options;
+    options.pc.seed = seed;
+    options.pc.check = true;
+    options.configDirectory = SOAK_TREE;
+    const lab::RunOutcome run = lab::PlayRun(
+        options, lab::ParseScript("story", Text(story)),
+        {[&](const lab::Json& object) {
+             if (object["kind"] == "violation") {
+                 std::fputs(human.Lines(object).c_str(), stderr);
+             }
+         },
+         [&](const lab::Player::Step& step) {
+             figures.faults += step.begins && step.command.verb == lab::Verb::kFault ? 1 : 0;
+         },
+         [](const lab::Pc& /*pc*/, const char* /*moment*/) {}});
+    figures.hours = run.pc->Now() / kHourTime;
+    figures.judged = run.judge->Judged();
+    return run.judge->IsGood();
 }
 
 // Zero when it is good.

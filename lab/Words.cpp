@@ -1,7 +1,7 @@
+#include "lab/Words.h"
+
 #include <algorithm>
 #include <numeric>
-
-#include "lab/help/Help.h"
 
 namespace lab {
 
@@ -32,18 +32,33 @@ std::size_t Distance(const std::string& a, const std::string& b) {
 
 }  // namespace
 
-std::string Suggestion(const CommandInfo& command, const std::string& word) {
-    std::vector<std::string> allowed;
-    if (word.substr(0, 1) == "-") {
-        for (const CommandOption& option : command.options) {
-            if (!option.isPositional) {
-                allowed.push_back(option.name);
-            }
-        }
-    } else {
-        allowed = command.subcommands;
+std::string Quoted(std::string_view text) {
+    return "\"" + std::string(text) + "\"";
+}
+
+std::string Counted(std::size_t count, const std::string& unit) {
+    return std::to_string(count) + " " + unit + (count == 1 ? "" : "s");
+}
+
+std::vector<std::string> Split(std::string_view text, char separator) {
+    std::vector<std::string> parts;
+    for (std::size_t at = 0; at <= text.size();) {
+        const std::size_t end = std::min(text.find(separator, at), text.size());
+        parts.emplace_back(text.substr(at, end - at));
+        at = end + 1;
     }
-    const std::string typed = word.substr(0, word.find('='));
+    return parts;
+}
+
+std::string Joined(const std::vector<std::string>& words, const std::string& between) {
+    std::string text;
+    for (const std::string& word : words) {
+        text += (text.empty() ? "" : between) + word;
+    }
+    return text;
+}
+
+std::string Suggestion(const std::vector<std::string>& allowed, const std::string& typed) {
     if (typed.size() > kLongestWord) {
         return {};
     }

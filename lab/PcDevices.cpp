@@ -1,0 +1,102 @@
+// Commands of a script as calls of the simulated PC.
+#include "lab/PcDevices.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "lab/BusTrace.h"
+#include "lab/Hex.h"
+#include "lab/PhoneObject.h"
+#include "platform/emulation/Kernel.h"
+
+namespace lab {
+
+namespace {
+
+using simulator::Micros;
+
+/// What a script says of the Bluetooth client.
+LinkDockService::DeliveryHabits HabitsOf(const std::map<std::string, std::string>& fields) {
+    const auto number = [&](const char* name, unsigned otherwise) {
+        const auto found = fields.find(name);
+        return found == fields.end() ? otherwise : static_cast<unsigned>(std::stoul(found->second));
+    };
+    LinkDockService::DeliveryHabits habits;
+    habits.insideSubscribeMs = number("inside-subscribe", 0);
+    habits.insideWriteMs = number("inside-write", 0);
+    habits.threads = std::max(number("threads", 1), 1U);
+    habits.afterRefusedUnsubscribe = fields.count("after-refusal") > 0;
+    return habits;
+}
+
+}  // namespace
+
+PcDevices::PcDevices(const PcOptions& options, const PcParts& parts, Recorder& recorder,
+                     std::function<double(Micros time)> timeOf)
+    : m_parts(parts), m_pc(parts.Routes(), parts.ChipName()) {
+    m_reporter = [&recorder, timeOf](const simulator::PhoneReport& report) {
+        recorder.AddNamed(kHostThread, timeOf(report.time), PhoneObject(report));
+    };
+    if (m_pc.bluetooth() != nullptr) {
+        const std::shared_ptr<simulator::BluetoothKeyboard> keyboard(std::shared_ptr<void>(),
+                                                                     m_pc.bluetooth());
+        LinkDockService::SetPeer(TracedPeer(simulator::BlePeerAdapter::Make(keyboard), recorder,
+                                            [timeOf] { return timeOf(emulation::Now()); }));
+    }
+    if (options.fault) {
+        m_pc.SetFaults(parts.Faults(*options.fault));
+    }
+}
+
+void PcDevices::Act(const Command& command) {
+    const Micros in = command.in.value_or(0) * emulation::kMillisecond;
+    switch (command.verb) {
+        case Verb::kTap:
+            m_pc.TapPhone(m_parts.RouteOf(command), in,
+                          command.number.value_or(kDefaultStay) * emulation::kMillisecond,
+                          m_reporter);
+            break;
+        case Verb::kEnter:
+            m_pc.HoldPhone(in, m_reporter);
+            break;
+        case Verb::kLeave:
+            m_pc.TakePhone(in);
+            break;
+        case Verb::kSend:
+            m_pc.SendFromKeyboard(m_parts.RouteOf(command), in, AsBytes(command.argument));
+            break;
+        case Verb::kChipStatus:
+            emulation::After(in, [this, status = static_cast<std::uint8_t>(*command.number)] {
+                m_pc.chip()->BackDoor().RaiseStatus(emulation::Now(), status, 0);
+            });
+            break;
+        case Verb::kChipBits: {
+            const Bytes bits = AsBytes(command.argument);
+            const emulation::DeviceLock lock;
+            m_pc.chip()->BackDoor().StickBits(bits[0] * 256U + bits[1], bits[2], bits[3]);
+            break;
+        }
+        case Verb::kBleClient:
+            LinkDockService::SetDeliveryHabits(HabitsOf(command.fields));
+            break;
+        case Verb::kUnplug:
+            m_pc.Unplug();
+            break;
+        case Verb::kPlug:
+            m_pc.Plug();
+            break;
+        case Verb::kFault:
+            m_pc.SetFaults(m_parts.Faults(command.argument));
+            break;
+        default:
+            break;
+    }
+}
+
+std::string PcDevices::TagMemory() {
+    const emulation::DeviceLock lock;
+    const Bytes bytes = m_pc.TagMemory();
+    return std::string(AsText(bytes));
+}
+
+}  // namespace lab

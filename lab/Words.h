@@ -1,0 +1,40 @@
+// Small texts that messages are made of: lists, quotes, counts, and a guess at a mistyped word.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace lab {
+
+std::string Quoted(std::string_view text);
+
+/// "1 byte", "2 bytes".
+std::string Counted(std::size_t count, const std::string& unit);
+
+/// The parts of a text between separators; those that are empty too.
+std::vector<std::string> Split(std::string_view text, char separator);
+
+std::string Joined(const std::vector<std::string>& words, const std::string& between = ", ");
+
+/// The names of a table's rows that `wanted` holds for.
+template <class Table, class Wanted>
+std::vector<std::string> NamesOf(const Table& table, Wanted wanted) {
+    std::vector<std::string> names;
+    for (const auto& row : table) {
+        if (wanted(row)) {
+            names.emplace_back(row.name);
+        }
+    }
+    return names;
+}
+template <class Table>
+std::vector<std::string> NamesOf(const Table& table) {
+    return NamesOf(table, [](const auto& /*row*/) { return true; });
+}
+
+/// "; did you mean ...?" when one of the allowed words looks like `typed`; empty otherwise.
+std::string Suggestion(const std::vector<std::string>& allowed, const std::string& typed);
+
+}  // namespace lab
