@@ -421,35 +421,4 @@ TEST(Explain, UnderstandsTheClocksThatSinksWrite) {
     }
 }
 
-TEST(Help, ManPageAndCompletionKnowEveryOptionOfTheHelp) {
-    const std::string page = Shell(std::string(kStart) + "man");
-    const auto completed = [](const std::string& words) {
-        return Shell("bash -c 'source <(" + std::string(LAB_PROGRAM) +
-                     " completion bash); COMP_WORDS=(tagport-lab " + words +
-                     "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _tagport_lab; "
-                     "echo \" ${COMPREPLY[*]} \"'");
-    };
-    for (const std::string command : {"run", "explain", "image build", "image show"}) {
-        const std::string help = Shell(kStart + command + " --help");
-        EXPECT_NE(help.find("Examples:"), std::string::npos);
-        const std::string words = completed(command + " --");
-        for (std::size_t at = 0; (at = help.find("--", at)) != std::string::npos;) {
-            std::size_t end = at + 2;
-            while (end < help.size() && (std::isalpha(help[end]) != 0 || help[end] == '-')) {
-                ++end;
-            }
-            const std::string option = help.substr(at, end - at);
-            at = end;
-            std::string escaped;
-            for (const char c : option) {
-                escaped += c == '-' ? "\\-" : std::string(1, c);
-            }
-            EXPECT_NE(page.find(escaped), std::string::npos) << option;
-            EXPECT_NE(words.find(" " + option + " "), std::string::npos) << option << words;
-        }
-    }
-    EXPECT_EQ(completed("run --chip fanl"), " fanli \n");
-    EXPECT_EQ(completed("image s"), " show \n");
-}
-
 }  // namespace

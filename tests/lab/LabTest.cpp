@@ -357,14 +357,31 @@ TEST(Lab, TheManualHasEveryRowOfTheHelp) {
     }
 }
 
-// As each shell splits the words of "run --route=us".
-TEST(Lab, BashCompletesAValueAfterAnEqualsSign) {
-    const Outcome words = Shell(
-        "mkdir -p run; bash -c 'source <(" LAB_PROGRAM
-        " completion bash); compopt() { echo files; }; for last in r \"run --route = us\" \"run "
-        "--config = ru\"; do COMP_WORDS=(tagport-lab $last) "
-        "COMP_CWORD=$((${#COMP_WORDS[@]}-1)); _tagport_lab; echo \"${COMPREPLY[@]}\"; done'");
-    EXPECT_EQ(words.text, "run\nusb\nfiles\nrun\n");
+// As bash splits the words of a line; a value after "=" is a word of its own.
+TEST(Lab, BashCompletesEveryOptionOfTheHelpAndItsValues) {
+    const auto completed = [](const std::string& words) {
+        return Shell("mkdir -p run; bash -c 'source <(" LAB_PROGRAM
+                     " completion bash); compopt() { :; }; COMP_WORDS=(tagport-lab " +
+                     words +
+                     "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _tagport_lab; "
+                     "echo \" ${COMPREPLY[*]} \"'")
+            .text;
+    };
+    for (const std::string command : {"run", "explain", "image build", "image show"}) {
+        const std::string help = Lab(command + " --help").text;
+        EXPECT_NE(help.find("Examples:"), std::string::npos);
+        const std::string words = completed(command + " --");
+        for (std::size_t at = 0; (at = help.find("--", at)) != std::string::npos;) {
+            const std::size_t end = help.find_first_not_of("abcdefghijklmnopqrstuvwxyz-", at);
+            const std::string option = help.substr(at, end - at);
+            at = end;
+            EXPECT_NE(words.find(" " + option + " "), std::string::npos) << option << words;
+        }
+    }
+    EXPECT_EQ(completed("r"), " run \n");
+    EXPECT_EQ(completed("run --chip fanl"), " fanli \n");
+    EXPECT_EQ(completed("run --route = us"), " usb \n");
+    EXPECT_EQ(completed("run --config = ru"), " run \n");
 }
 
 TEST(Lab, ColoursNeedATerminalThatShowsThem) {
