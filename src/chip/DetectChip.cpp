@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 
 #include "chip/NfcSpbExtend.h"
 #include "chip/NfcSpbNormal.h"
@@ -24,23 +25,27 @@ constexpr std::uint8_t kNoAnswer = 0xFF;
 
 constexpr std::uint32_t kSpb2DelayMs = 10;
 
-/// A frame format. The first is the one that detection begins with.
+/// A frame format.
 struct Format {
     NfcLinkType linkType;
     NfcSpbCommon& (*driver)();
 
-    // For a chip that leaves the first format unanswered: which one it is, NfcChipLikeFm11n for
-    // none of this format. The pauses, in milliseconds, are those of the probe and of the chip.
+    // Called when the chip is there and does not answer in spb2. Returns the chip, or
+    // NfcChipLikeFm11n if it is none of this format. Null for spb2, which detection begins with.
     NfcChipKind (*probe)();
-    std::uint32_t probeDelayMs;
-    std::uint32_t delayMs;
+    std::uint32_t probeDelayMs;  // g_nfcOpDelayMs while probing
+    std::uint32_t delayMs;       // both delays afterwards
+
+    // What a chip is taken for that no probe has recognised, in one row; else NfcChipLikeFm11n.
+    NfcChipKind unrecognised;
 };
 
-// Probes run in this order. The last takes every chip that is left.
+// Probes run in this order.
 constexpr Format kFormats[] = {
-    {NfcLinkSpb2, []() -> NfcSpbCommon& { return NfcSpbNormal::GetInstance(); }, nullptr, 0, 0},
+    {NfcLinkSpb2, []() -> NfcSpbCommon& { return NfcSpbNormal::GetInstance(); }, nullptr, 0, 0,
+     NfcChipLikeFm11n},
     {NfcLinkSpb4, []() -> NfcSpbCommon& { return NfcSpbExtend::GetInstance(); },
-     NfcSpbExtend::Probe, 80, 40},
+     NfcSpbExtend::Probe, 80, 40, NfcChipLikeFanli},
 };
 
 void Publish(NfcDeviceContext& context, NfcLinkType linkType, NfcChipKind chipKind,
@@ -64,19 +69,24 @@ bool IsModel(const Identity& id, std::uint8_t model) {
     return id[kMakerByte] == kMakerFm11n && id[kModelByte] == model;
 }
 
-// The chip is there and does not speak the first format.
+// The chip is there and does not answer in spb2.
 void ProbeOtherFormats(NfcDeviceContext& context) {
+    const Format* found = nullptr;
+    NfcChipKind kind = NfcChipLikeFm11n;
     for (const Format& format : kFormats) {
-        if (format.probe == nullptr) {
-            continue;
-        }
-        g_nfcOpDelayMs = format.probeDelayMs;
-        const NfcChipKind kind = format.probe();
-        if (kind != NfcChipLikeFm11n) {
-            Publish(context, format.linkType, kind, format.delayMs, format.delayMs);
-            return;
+        if (format.probe != nullptr && kind == NfcChipLikeFm11n) {
+            g_nfcOpDelayMs = format.probeDelayMs;
+            kind = format.probe();
+            found = &format;
         }
     }
+    if (kind == NfcChipLikeFm11n) {
+        found = std::find_if(std::begin(kFormats), std::end(kFormats), [](const Format& format) {
+            return format.unrecognised != NfcChipLikeFm11n;
+        });
+        kind = found->unrecognised;
+    }
+    Publish(context, found->linkType, kind, found->delayMs, found->delayMs);
 }
 
 }  // namespace

@@ -11,8 +11,8 @@
 /// Frame format of the chip.
 enum NfcLinkType : std::uint32_t {
     NfcLinkUnset = 0,
-    NfcLinkSpb2 = 1,  // two address bytes, then data
-    NfcLinkSpb4 = 2,  // a head of four bytes
+    NfcLinkSpb2 = 1,  // spb2: two address bytes, then data
+    NfcLinkSpb4 = 2,  // spb4: a head of four bytes, then data
 };
 
 /// Written by the device start under the mutex, read by every thread at any time. One for the

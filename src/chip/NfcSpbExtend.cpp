@@ -96,11 +96,11 @@ NfcChipKind NfcSpbExtend::Probe() {
     std::uint8_t identity = 0;
     if (!GetInstance().ReadReg(kIdentityRegister, 1, &identity)) {
         LogErrorFun("Nfc Extend ReadReg 0 failed!");
-        return NfcChipLikeFanli;
+        return NfcChipLikeFm11n;
     }
     if (identity != kIdentityFanli) {
         LogErrorFun("Nfc chip not fanli, unknown!");
-        return NfcChipLikeFanli;
+        return NfcChipLikeFm11n;
     }
     LogErrorFun("Nfc chip Fanli");
     return NfcChipFanli;

@@ -16,7 +16,8 @@ class NfcSpbExtend final : public NfcSpbCommon {
   public:
     static NfcSpbExtend& GetInstance();
 
-    /// Which chip answers in this format. Each answer gives one; the caller has set g_nfcOpDelayMs.
+    /// Returns the chip that answers in this format, NfcChipLikeFm11n if there is none. The caller
+    /// has set g_nfcOpDelayMs.
     static NfcChipKind Probe();
 
     bool WriteReg(std::uint16_t reg, const std::uint8_t* data, std::int32_t len) override;

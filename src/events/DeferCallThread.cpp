@@ -2,9 +2,10 @@
 // the leave. It is never woken to stop: a stop finds it waiting and leaves it there.
 #include "chip/NfcDeviceContext.h"
 #include "diagnostics/Log.h"
+#include "events/DriverKind.h"
 #include "events/DriverThreads.h"
-#include "events/EventState.h"
 #include "events/Listener.h"
+#include "events/NumberStore.h"
 #include "events/Visit.h"
 #include "platform/platform.h"
 #include "transfer/LockOrder.h"

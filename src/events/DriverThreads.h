@@ -1,5 +1,5 @@
-// The two threads that serve a kernel driver's interrupts: the interrupt thread opens visits, the
-// deferred call thread closes them. Starting and stopping them together.
+// The two threads for a kernel driver's interrupts: the interrupt thread opens visits, the deferred
+// call thread closes them. Starting and stopping them together.
 #pragma once
 
 #include <atomic>
@@ -23,8 +23,8 @@ extern OVERLAPPED g_interruptOverlapped;
 ThreadLife& InterruptLife();
 ThreadLife& DeferCallLife();
 
-/// Starts what is not there. True when both threads exist. When one could not be started the other
-/// is let go of and ends by itself.
+/// Starts what is not there. True when both threads exist. When one could not be started, the other
+/// is abandoned and ends by itself.
 bool StartDriverThreads();
 
 /// Clears the run flag and wakes the interrupt thread. The deferred call thread is not woken: it

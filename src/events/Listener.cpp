@@ -3,7 +3,8 @@
 #include <algorithm>
 
 #include "diagnostics/Log.h"
-#include "events/EventState.h"
+
+std::atomic<NfcListener> staticCallback{nullptr};
 
 bool Deliverer::Deliver(int event, const RandomNumber& number, int route) {
     const NfcListener listener = staticCallback;
@@ -14,13 +15,6 @@ bool Deliverer::Deliver(int event, const RandomNumber& number, int route) {
     std::copy(number.begin(), number.end(), m_shown);
     listener(event, m_shown, route);
     return true;
-}
-
-int DriverRoute() {
-    if (g_isI2cDriver) {
-        return kRouteI2c;
-    }
-    return g_isUsbDriver ? kRouteUsb : kRouteNone;
 }
 
 void LogLeaveDelivered(const RandomNumber& n) {

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "platform/NeverDestroyed.h"
 #include "platform/platform.h"
 #include "transfer/LockOrder.h"
 
@@ -22,3 +23,7 @@ class NumberStore {
     mutable platform::Mutex m_mutex{kNumberStoreLock};
     RandomNumber m_number{};
 };
+
+/// The random number as last read from the chip. Written by number reads, read by all that deliver
+/// events of the driver routes.
+extern platform::NeverDestroyed<NumberStore> g_tagRandNumber;

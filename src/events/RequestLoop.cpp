@@ -50,7 +50,7 @@ Pass RunPass(ThreadLife& life, ThreadLife::Run& run, EventRequest& request,
     return pending.EndNow() ? Pass::kLeaveLate : Pass::kLeave;
 }
 
-// Gives true when the last request ended with success and has not been handled.
+// Returns true when the last request ended with success and has not been handled.
 bool RunPasses(ThreadLife& life, ThreadLife::Run& run, EventRequest& request,
                OVERLAPPED& overlapped) {
     Pass pass = Pass::kDone;

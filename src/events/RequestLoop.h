@@ -17,8 +17,8 @@ class EventRequest {
     /// Whether a request may end with success at once. Otherwise that counts as a failed start.
     virtual bool MayEndAtOnce() const = 0;
 
-    /// Starts the request; gives what ReadFile or DeviceIoControl gave. Called under a short lock:
-    /// it must not block.
+    /// Starts the request; returns what ReadFile or DeviceIoControl returned. Called under a short
+    /// lock: it must not block.
     virtual BOOL Send(HANDLE device, OVERLAPPED& overlapped) = 0;
 
     /// The request has ended with success.
@@ -32,9 +32,9 @@ class EventRequest {
     virtual void LogReturn() = 0;
 };
 
-/// The body of the thread procedure: serves until the life says that the thread must end. Gives the
+/// The body of the thread procedure: runs until the life says that the thread must end. Returns the
 /// thread's exit code.
 ///
-/// A request that ends between the wake-up of a stop and its own cancellation is not lost: where a
-/// start follows the stop, the thread handles it before it goes on.
+/// If a request completes after a stop woke the loop but before it was cancelled, and a start
+/// follows, the request is still handled.
 DWORD RunRequestLoop(ThreadLife& life, EventRequest& request);

@@ -4,9 +4,10 @@
 
 #include "chip/NfcDeviceContext.h"
 #include "diagnostics/Log.h"
+#include "events/DriverKind.h"
 #include "events/DriverThreads.h"
-#include "events/EventState.h"
 #include "events/Listener.h"
+#include "events/NumberStore.h"
 #include "platform/NeverDestroyed.h"
 
 std::atomic<bool> g_interruptFirst{true};

@@ -46,8 +46,8 @@ extern std::atomic<unsigned> g_deferNotified;
 /// The end of a visit arms the next one only when no other visit is open. A visit continues the one
 /// before it when it was open at the end of that one, or when that one counted interrupts after the
 /// last look of its watch. A visit that continues another one is not ended as a short one. So a
-/// phone that stays gives at most one further pair of events for each write or creation, and a
-/// phone that comes while the listener is told of a leave gives one pair.
+/// phone that stays causes at most one further pair of events for each write or creation, and a
+/// phone that comes while the listener is in event 1 causes one pair.
 ///
 /// Locks: a short one of its own. The listener is called with no lock held.
 class Visit {

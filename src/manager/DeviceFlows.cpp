@@ -2,7 +2,7 @@
 #include <tagport/NfcManager.h>
 
 #include "diagnostics/Log.h"
-#include "events/EventState.h"
+#include "events/DriverKind.h"
 #include "manager/DeviceFlows.h"
 #include "manager/ManagerLocks.h"
 #include "platform/platform.h"

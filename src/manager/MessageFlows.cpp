@@ -21,7 +21,7 @@
 #include "routes/Route.h"
 #include "routes/RouteState.h"
 #include "tagimage/NfcData.h"
-#include "transfer/TransferState.h"
+#include "transfer/WaitForCommand.h"
 
 namespace {
 

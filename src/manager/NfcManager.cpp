@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "diagnostics/Log.h"
-#include "events/EventState.h"
+#include "events/Listener.h"
 #include "manager/Limits.h"
 #include "manager/ManagedImage.h"
 #include "manager/ManagerLocks.h"

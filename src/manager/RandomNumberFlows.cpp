@@ -17,7 +17,7 @@
 #include "routes/NfcProxy.h"
 #include "routes/Route.h"
 #include "tagimage/NfcData.h"
-#include "transfer/TransferState.h"
+#include "transfer/WaitForCommand.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "routes/NfcProxy.h"
 #include "routes/RouteState.h"
 #include "tagimage/NfcData.h"
-#include "transfer/TransferState.h"
+#include "transfer/WaitForCommand.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include "chip/NfcDeviceContext.h"
 #include "diagnostics/Log.h"
-#include "events/EventState.h"
+#include "events/NumberStore.h"
 #include "platform/BoundedMemory.h"
 #include "platform/platform.h"
 #include "routes/ChipImage.h"

@@ -7,8 +7,8 @@
 #include "chip/DetectChip.h"
 #include "chip/NfcDeviceContext.h"
 #include "diagnostics/Log.h"
+#include "events/DriverKind.h"
 #include "events/DriverThreads.h"
-#include "events/EventState.h"
 #include "events/Listener.h"
 #include "platform/NeverDestroyed.h"
 #include "platform/platform.h"
@@ -16,6 +16,7 @@
 #include "routes/Route.h"
 #include "transfer/NfcCommand.h"
 #include "transfer/OpenDevice.h"
+#include "transfer/WaitForCommand.h"
 
 namespace {
 

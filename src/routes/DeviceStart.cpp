@@ -11,7 +11,7 @@
 #include "routes/Route.h"
 #include "routes/RouteState.h"
 #include "transfer/OpenDevice.h"
-#include "transfer/TransferState.h"
+#include "transfer/WaitForCommand.h"
 
 namespace {
 

@@ -14,6 +14,7 @@
 #include "transfer/Buffer.h"
 #include "transfer/NfcCommand.h"
 #include "transfer/OpenDevice.h"
+#include "transfer/WaitForCommand.h"
 
 bool NfcProxy::NfcHidWrite(const std::uint8_t* data, std::int32_t length) {
     if (data == nullptr || length < 0 || length > kLargestKeyboardImage) {

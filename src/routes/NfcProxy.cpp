@@ -3,11 +3,10 @@
 
 #include "diagnostics/Log.h"
 #include "events/DriverThreads.h"
-#include "events/EventState.h"
 #include "events/Visit.h"
 #include "platform/NeverDestroyed.h"
 #include "routes/Route.h"
-#include "transfer/TransferState.h"
+#include "transfer/WaitForCommand.h"
 
 platform::Mutex NfcProxy::m_contentMutex{kContentLock};
 

@@ -1,7 +1,7 @@
 #include "transfer/EventSlot.h"
 
 // Below, a lease that is released is always declared before the lock, so that its handle is closed
-// after the lock has been given back.
+// after the lock has been released.
 
 EventSlot::KeepOpen::KeepOpen(EventSlot& slot) : m_slot(slot) {
     platform::Lock lock(m_slot.m_mutex);

@@ -1,4 +1,4 @@
-// An event handle that several threads share and that can be closed or made anew under them.
+// An event handle that several threads share and that can be closed or replaced at any time.
 #pragma once
 
 #include <memory>
@@ -8,11 +8,8 @@
 #include "transfer/LockOrder.h"
 #include "transfer/UniqueHandle.h"
 
-/// Holds one event. Whoever waits on it holds a lease; a handle is closed when the slot has
-/// released it and the last lease has ended. Closing a handle that somebody waits on, or signalling
-/// one whose number now names something else, can therefore not happen.
-///
-/// An operation of many waits keeps the slot: a Close in the middle takes effect at its end.
+/// Holds one event. Whoever waits on it holds a lease. The handle is reference-counted: it is
+/// closed with its last lease. So nobody waits on a closed handle or signals a reused one.
 ///
 /// Any thread. Takes a short lock of its own.
 class EventSlot {
@@ -30,7 +27,7 @@ class EventSlot {
         UniqueHandle m_handle;
     };
 
-    /// Puts off every Close for a scope.
+    /// Delays every Close until its scope ends: for an operation of many waits.
     class KeepOpen {
       public:
         explicit KeepOpen(EventSlot& slot);
@@ -46,8 +43,8 @@ class EventSlot {
     /// stays and GetLastError says why.
     bool Create(bool manualReset);
 
-    /// Lets go of the event, at once or when the last KeepOpen ends. A Create before that forgets
-    /// it.
+    /// Releases the event, at once or when the last KeepOpen ends. A Create before that cancels the
+    /// release.
     void Close();
 
     /// The event, or an empty lease.

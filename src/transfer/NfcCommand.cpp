@@ -7,7 +7,7 @@
 #include "diagnostics/Log.h"
 #include "platform/BoundedMemory.h"
 #include "transfer/OpenDevice.h"
-#include "transfer/TransferState.h"
+#include "transfer/WaitForCommand.h"
 
 namespace {
 
@@ -16,7 +16,7 @@ std::uint32_t NextSequence() {
     return next++;
 }
 
-// True when a read or write is under way or has succeeded. A successful call does not touch the
+// True when a read or write is pending or has succeeded. A successful call does not touch the
 // last error, so the caller has cleared it before.
 bool HasStarted(BOOL succeeded, DWORD error) {
     return error == (succeeded != FALSE ? ERROR_SUCCESS : ERROR_IO_PENDING);

@@ -23,14 +23,14 @@ class NfcCommand {
     /// Prepares the command for a transfer over `handle`. False if it cannot run.
     virtual bool Parse(HANDLE handle);
 
-    /// Starts the transfer. True: it is under way, or over, and the request's event says when.
-    /// False: it could not be started.
+    /// Starts the transfer. True: it is pending, or over, and the request's event is set at its
+    /// end. False: it could not be started.
     virtual bool Execute() = 0;
 
     /// Takes the result: a status (0 for success, else a last-error code) and the bytes moved.
     virtual void Complete(std::uint32_t status, std::uint32_t information);
 
-    /// Asks the driver to give up the transfer that is under way. False if there was none.
+    /// Asks the driver to cancel the pending transfer. False if there was none.
     virtual bool Cancel();
 
     const std::uint8_t* buffer() const { return m_buffer.get(); }
@@ -84,15 +84,3 @@ class CWriteCommand : public NfcCommand {
   private:
     std::uint32_t m_length;
 };
-
-/// Runs a command to its end. 0 for success, a last-error code, or 22 for a null command. The
-/// caller holds the device mutex and keeps and deletes the command. When the driver does not
-/// answer within kTransferTimeoutMs the request is cancelled and its end awaited, and the transfer
-/// has failed with WAIT_TIMEOUT.
-std::uint32_t WaitForCommand(NfcCommand* command);
-
-/// Far above any honest transfer, which takes milliseconds; short enough that a dead driver does
-/// not hold a host for long.
-inline constexpr DWORD kTransferTimeoutMs = 2000;
-
-inline constexpr std::uint32_t kNullCommandStatus = 22;

@@ -14,9 +14,9 @@ extern std::atomic<HANDLE> DeviceHandle;
 
 /// The owner of DeviceHandle. Any thread; takes a short lock of its own.
 ///
-/// The number of a handle may name another object as soon as the handle is closed. So a loop
-/// starts its request inside Use and cancels it with Cancel. Close waits until neither is running,
-/// and never for the end of a request.
+/// A handle can be reused as soon as it is closed. So a loop starts its request inside Use and
+/// cancels it with Cancel. Close waits until neither is running, and never for the end of a
+/// request.
 class OpenDevice {
   public:
     static OpenDevice& Get();
@@ -29,8 +29,8 @@ class OpenDevice {
     void TakeOver(UniqueHandle handle);
 
     /// Cancels every request on the device and closes it; does nothing when there is none. Pending
-    /// requests end with error 995. The caller holds the device mutex, so that no transfer is under
-    /// way.
+    /// requests end with error 995. The caller holds the device mutex, so that no transfer is
+    /// pending.
     void Close();
 
     /// Calls `use(handle)`, null for no device, and keeps the device open meanwhile. `use` must not
@@ -41,7 +41,7 @@ class OpenDevice {
         return use(DeviceHandle.load());
     }
 
-    /// Asks the driver to give up a request that was started on `device`. Does nothing when that
+    /// Asks the driver to cancel a request that was started on `device`. Does nothing when that
     /// device has been closed: Close has cancelled the request.
     void Cancel(HANDLE device, OVERLAPPED& overlapped);
 

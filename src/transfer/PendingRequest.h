@@ -1,7 +1,16 @@
-// One request of an event loop, from its start to its end.
+// The end of a pending request, and one request of an event loop from its start to its end.
 #pragma once
 
+#include <functional>
+
 #include "transfer/OpenDevice.h"
+
+/// Ends a request that may be pending: calls `cancel()` and waits, again and again until the
+/// request has ended, since a cancellation can be refused. Sets `moved`, in bytes. Wake-ups can be
+/// spurious (a stop signals the same event), and a GetOverlappedResult that fails says nothing
+/// about the request, so the end is read from the OVERLAPPED only.
+void CancelAndAwait(HANDLE device, OVERLAPPED& overlapped, DWORD& moved,
+                    const std::function<void()>& cancel);
 
 /// A request on a private OVERLAPPED. The kernel writes into the record (and into the buffer of a
 /// read) when the request ends, so a pending request is cancelled and awaited before the record

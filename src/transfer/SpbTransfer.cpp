@@ -1,13 +1,19 @@
 #include "transfer/SpbTransfer.h"
 
+#include <cstddef>
 #include <memory>
 #include <new>
+#include <string>
 
 #include "diagnostics/Log.h"
 #include "platform/BoundedMemory.h"
 #include "transfer/NfcCommand.h"
 #include "transfer/OpenDevice.h"
+#include "transfer/WaitForCommand.h"
 
+namespace {
+
+// Two lower-case hexadecimal digits a byte, without separators.
 std::string BytesToHex(const std::uint8_t* data, std::size_t size) {
     constexpr char kDigits[] = "0123456789abcdef";
     constexpr unsigned kDigitBits = 4;
@@ -19,8 +25,6 @@ std::string BytesToHex(const std::uint8_t* data, std::size_t size) {
     }
     return text;
 }
-
-namespace {
 
 // A text for the log must not end a transfer that has worked.
 void LogData(const std::uint8_t* data, std::size_t size) {

@@ -2,9 +2,7 @@
 // The caller holds the device mutex.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <string>
 
 /// Sends the bytes as they stand. False, and a log line for all but a missing device, on failure.
 bool NfcSpbWrite(const std::uint8_t* frame, std::uint32_t size);
@@ -12,6 +10,3 @@ bool NfcSpbWrite(const std::uint8_t* frame, std::uint32_t size);
 /// Fetches exactly `length` bytes into `out`. A short read is a failed one; `out` is written only
 /// on true.
 bool NfcSpbRead(std::int32_t length, std::uint8_t* out);
-
-/// Two lower-case hexadecimal digits a byte, without separators.
-std::string BytesToHex(const std::uint8_t* data, std::size_t size);

@@ -1,12 +1,16 @@
-// Runs a command to its end over the one shared request record.
+#include "transfer/WaitForCommand.h"
+
 #include "diagnostics/Log.h"
 #include "transfer/NfcCommand.h"
 #include "transfer/OpenDevice.h"
-#include "transfer/TransferState.h"
+#include "transfer/PendingRequest.h"
+
+OVERLAPPED g_ioOverlapped{};
+platform::NeverDestroyed<EventSlot> g_ioEvent;
 
 namespace {
 
-// How long a transfer that could not be started gives the device to settle.
+// How long the device is left alone after a transfer that could not be started.
 constexpr DWORD kRefusedSettleMs = 200;
 
 // The result of g_ioOverlapped as it stands, without waiting.

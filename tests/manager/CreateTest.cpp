@@ -1,6 +1,6 @@
 // How a manager is made, and what its operations give when what they need does not exist.
 #include "events/DriverThreads.h"
-#include "events/EventState.h"
+#include "events/Listener.h"
 #include "events/Visit.h"
 #include "routes/KeyboardReadThread.h"
 #include "routes/RouteState.h"

@@ -10,7 +10,7 @@
 #include "simulator/FaultyDriver.h"
 #include "tests/support/SeededRuns.h"
 #include "transfer/OpenDevice.h"
-#include "transfer/TransferState.h"
+#include "transfer/WaitForCommand.h"
 
 namespace testing_support {
 

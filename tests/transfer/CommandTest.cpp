@@ -6,6 +6,7 @@
 #include "transfer/NfcCommand.h"
 #include "transfer/PendingRequest.h"
 #include "transfer/SpbTransfer.h"
+#include "transfer/WaitForCommand.h"
 
 using namespace testing_support;
 using emulation::kMillisecond;
