@@ -54,9 +54,9 @@ class ThreadLife {
         UniqueHandle event;
     };
 
-    /// Where the thread's handle, its run flag, its event and its request record are published, for
-    /// a debugger and under their given names. The last two are null for a thread that waits for no
-    /// request. The life alone writes the handle, the event and the record.
+    /// The process-wide variables in which a debugger finds the thread's handle, run flag, event
+    /// and request record. The last two are null for a thread that waits for no request. The life
+    /// alone writes the handle, the event and the record.
     struct Published {
         std::atomic<HANDLE>& handle;
         std::atomic<bool>& running;
