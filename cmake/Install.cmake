@@ -2,14 +2,15 @@
 #   find_package(tagport) and target_link_libraries(host PRIVATE tagport::tagport).
 #
 # Components:
-#   library    tagport, its public headers, the CMake package, a file for pkg-config
+#   library    tagport, its public headers, the CMake package, a file for pkg-config; with
+#              BUILD_SHARED_LIBS=OFF a static library
 #   stand-ins  the libraries that stand in for the platform's own (the logger, the Bluetooth client
 #              and, off Windows, the operating system), with the headers of the two services
 #   simulator  off Windows: a simulated PC for the tests of hosts, tagport::simulator
 #   lab        tagport-lab
 #   devices    on Windows: the simulated devices and their test drivers, signed by nobody
 #   examples   the sources of some hosts, and a configuration
-#   docs       the manual: what a user of the package reads
+#   docs       the manual: what a user of the package reads, and the reference in HTML
 #
 # Off Windows all are installed by default: the library does not load without the stand-ins. A
 # Windows PC has the real services, under the same file names, so `stand-ins` is installed there
@@ -21,21 +22,25 @@ set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/tagport)
 # The headers have the platform's names. In a directory of their own a host finds them only when it
 # links a stand-in, and includes them as the tree does: <platform/services/TraceLog.h>.
 set(stand_in_include ${CMAKE_INSTALL_INCLUDEDIR}/tagport/stand-ins)
-set(stand_ins TraceLog LinkDockService)
+set(stand_ins tagport_tracelog tagport_linkdock)
 set(by_name_only)
 if(WIN32)
   set(by_name_only EXCLUDE_FROM_ALL)
 else()
-  list(APPEND stand_ins platform_system)
+  list(APPEND stand_ins tagport_system)
   # The libraries find each other wherever the installed tree is moved.
   set_target_properties(tagport tagport_simulator ${stand_ins} PROPERTIES INSTALL_RPATH "$ORIGIN")
+endif()
+set(library_targets tagport)
+if(WIN32 AND NOT BUILD_SHARED_LIBS)
+  list(APPEND library_targets tagport_system)  # the libraries of Windows that a host links
 endif()
 
 if(MINGW)
   # On Windows nothing else separates what a user gets from what a debugger needs. The build keeps it.
   install(CODE "set(CMAKE_INSTALL_DO_STRIP TRUE)" COMPONENT library)
 endif()
-install(TARGETS tagport EXPORT tagportTargets
+install(TARGETS ${library_targets} EXPORT tagportTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT library
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library)
@@ -66,10 +71,22 @@ endif()
 set(pkgconfig_directory ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH TAGPORT_PC_PREFIX /${pkgconfig_directory} /)
 function(install_pkgconfig name)
-  configure_file(cmake/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${pkgconfig_directory} ${ARGN})
 endfunction()
+set(TAGPORT_PC_LIBS -ltagport)
+set(TAGPORT_PC_CFLAGS)
+if(NOT BUILD_SHARED_LIBS)
+  set(TAGPORT_PC_LIBS "-ltagport -lTraceLog -lLinkDockService -ltagport-emulation -pthread -Wl,-z,nodelete")
+  if(WIN32)
+    set(TAGPORT_PC_LIBS "-ltagport -lTraceLog -lLinkDockService -lhid -lsetupapi")
+  endif()
+  set(TAGPORT_PC_CFLAGS -DTAGPORT_STATIC_DEFINE)
+endif()
 install_pkgconfig(tagport COMPONENT library)
+if(TAGPORT_STAND_INS)
+  install_pkgconfig(tagport-tracelog COMPONENT stand-ins ${by_name_only})
+endif()
 
 if(TARGET tagport_simulator)
   install(TARGETS tagport_simulator EXPORT tagportSimulator
@@ -94,6 +111,10 @@ list(TRANSFORM manual PREPEND ${PROJECT_SOURCE_DIR}/)
 install(FILES ${manual} ${TAGPORT_LOG_PAGE} DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT docs)
 install(FILES ${PROJECT_SOURCE_DIR}/docs/package.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
   RENAME README.md COMPONENT docs)
+if(TARGET tagport_docs)
+  install(DIRECTORY ${PROJECT_BINARY_DIR}/docs/html DESTINATION ${CMAKE_INSTALL_DOCDIR}
+    COMPONENT docs)
+endif()
 
 if(TARGET tagport-lab)
   set_target_properties(tagport-lab PROPERTIES
@@ -109,7 +130,7 @@ endif()
 
 install(EXPORT tagportTargets NAMESPACE tagport:: DESTINATION ${package_directory}
   COMPONENT library)
-configure_package_config_file(cmake/tagportConfig.cmake.in
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/tagportConfig.cmake.in
   ${PROJECT_BINARY_DIR}/tagportConfig.cmake INSTALL_DESTINATION ${package_directory})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/tagportConfigVersion.cmake
   COMPATIBILITY SameMinorVersion)

@@ -1,4 +1,5 @@
-# The warnings of each compiler. They are errors.
+# The warnings of each compiler. They are errors, except in a project that takes this one in: its
+# compiler may be newer.
 #
 # tagport_warnings(TARGET): for everything, tests included, as usage requirements of the target.
 # tagport_highest_warnings(TARGET): for a folder of the library. With TAGPORT_HIGHEST_WARNINGS it is
@@ -10,13 +11,14 @@ function(tagport_warnings target)
     # 4068 is a pragma of another compiler. 4251 asks for exported types in the private members of an
     # exported class; these are the standard library's, and host and library have the same one.
     target_compile_options(${target} INTERFACE
-      /W4 /WX /permissive- /utf-8 /EHsc /Zc:__cplusplus /wd4068 /wd4251)
+      /W4 $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:/WX> /permissive- /utf-8 /EHsc /Zc:__cplusplus /wd4068 /wd4251)
     # 4996 calls functions of the C library deprecated that the standard has.
     target_compile_definitions(${target} INTERFACE
       NOMINMAX WIN32_LEAN_AND_MEAN _CRT_SECURE_NO_WARNINGS _WIN32_WINNT=0x0A00 WINVER=0x0A00)
     return()
   endif()
-  target_compile_options(${target} INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wformat=2 -Werror
+  target_compile_options(${target} INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wformat=2
+    $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     # An optimizing g++ 12 reports an insertion at the end of a vector that was made from a list as a

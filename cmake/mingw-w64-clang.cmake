@@ -2,7 +2,7 @@
 # Debian's g++-mingw-w64-x86-64-posix. Debian's clang does not find these by itself.
 include(${CMAKE_CURRENT_LIST_DIR}/mingw-w64.cmake)
 
-set(target_root ${CMAKE_FIND_ROOT_PATH})
+list(GET CMAKE_FIND_ROOT_PATH 0 target_root)
 set(gcc_for_windows ${CMAKE_CXX_COMPILER})
 execute_process(COMMAND ${gcc_for_windows} -print-libgcc-file-name
   OUTPUT_VARIABLE gcc_directory OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)

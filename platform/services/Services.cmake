@@ -1,5 +1,6 @@
 # The two closed libraries that the PC has beside tagport: its logger, TraceLog.dll, and its Bluetooth
-# client, LinkDockService.dll. They become the targets TraceLog and LinkDockService.
+# client, LinkDockService.dll. They become the targets tagport_tracelog and
+# tagport_linkdock.
 #
 # By default both are the stand-ins of platform/services/standin. A build for Windows may name the real ones
 # instead, each by its import library or by the DLL itself; for a DLL an import library is made from
@@ -71,14 +72,14 @@ function(tagport_check_names option file names)
   endforeach()
 endfunction()
 
-# tagport_service(TARGET OPTION MACRO HEADER): the imported target, and the header that the
+# tagport_service(TARGET NAME OPTION MACRO HEADER): the imported target, and the header that the
 # stand-in would generate.
-function(tagport_service target option macro header)
+function(tagport_service target name option macro header)
   set(file ${${option}})
   if(NOT EXISTS ${file} OR IS_DIRECTORY ${file})
     message(FATAL_ERROR "${option}: no file '${file}'")
   endif()
-  set(definition ${names_directory}/${target}.def)
+  set(definition ${names_directory}/${name}.def)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file} ${definition})
   file(STRINGS ${definition} names REGEX "^    ")
   list(TRANSFORM names STRIP)
@@ -88,7 +89,7 @@ function(tagport_service target option macro header)
   get_filename_component(extension ${file} LAST_EXT)
   string(TOLOWER "${extension}" extension)
   if(extension STREQUAL .dll)
-    set(library ${PROJECT_BINARY_DIR}/services/${target}${CMAKE_IMPORT_LIBRARY_SUFFIX})
+    set(library ${PROJECT_BINARY_DIR}/services/${name}${CMAKE_IMPORT_LIBRARY_SUFFIX})
     file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/services)
     if(MSVC)
       set(make ${CMAKE_AR} /nologo /machine:x64 /def:${definition} /out:${library})
@@ -108,8 +109,8 @@ function(tagport_service target option macro header)
 endfunction()
 
 if(NOT TAGPORT_STAND_INS)
-  tagport_service(TraceLog TAGPORT_TRACELOG TRACELOG_EXPORT tracelog_export.h)
-  tagport_service(LinkDockService TAGPORT_LINKDOCK LINKDOCK_EXPORT linkdock_export.h)
+  tagport_service(tagport_tracelog TraceLog TAGPORT_TRACELOG TRACELOG_EXPORT tracelog_export.h)
+  tagport_service(tagport_linkdock LinkDockService TAGPORT_LINKDOCK LINKDOCK_EXPORT linkdock_export.h)
   if(TAGPORT_LAB)
     message(STATUS "tagport-lab is left out: it works with the stand-ins alone")
     set(TAGPORT_LAB OFF)
