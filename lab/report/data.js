@@ -1,5 +1,5 @@
 // Reads the data of the page and derives what the parts show: records in the order of time, visits,
-// the stretches of the field, faults, figures. Touches no element but the two data blocks.
+// the stretches of the field, failures, figures. Touches no element but the two data blocks.
 "use strict";
 
 const facts = JSON.parse(document.getElementById("facts").textContent);
@@ -10,8 +10,8 @@ const records = JSON.parse(document.getElementById("objects").textContent)
 const recordOf = new Map(records.map((record) => [record.number, record]));
 // Each step began after so many objects. A stable sort keeps the order of one thread's records.
 const entries = [];
+const steps = facts.steps.map((step) => ({ step, t: step.t, after: step.after }));
 {
-  const steps = facts.steps.map((step) => ({ step, t: step.t, after: step.after }));
   let next = 0;
   for (const record of records) {
     while (next < steps.length && steps[next].after < record.number) {
@@ -38,9 +38,11 @@ const kEvents = {
   3: "a phone entered the field",
   4: "the tag's microcontroller started, or an unknown chip raised an interrupt",
 };
+const kInvalidFunction = 1;
+const kNotFound = 2;
 const kCancelled = 995;
 const kErrors = {
-  2: "not found", 5: "access denied", 6: "invalid handle", 31: "general failure",
+  1: "no such function", 2: "not found", 5: "access denied", 6: "invalid handle", 31: "general failure",
   32: "in use by another program", 121: "timed out", 995: "cancelled", 996: "not complete",
   1117: "I/O device error", 1167: "device not connected",
 };
@@ -56,12 +58,24 @@ function errorText(error) {
   return "error " + error + (kErrors[error] ? ", " + kErrors[error] : "");
 }
 
-// What went wrong in this record, or an empty text. A request that the library cancelled is none.
-function faultOf(record) {
+// A request that the library cancelled has not failed. Nor has the search for the driver of another
+// route: the library asks for all of them in turn, and a HID keyboard for interrupts.
+const kDrivers = { "\\\\.\\SPBNFCDRIVER": "i2c", "\\\\.\\KEYBOARDNFC": "usb" };
+const hasRoute = (name) => facts.route.includes(name);
+function hasFailed(object) {
+  if (object.op === "open" && object.error === kNotFound && kDrivers[object.meaning]) {
+    return hasRoute(kDrivers[object.meaning]);
+  }
+  return "error" in object && object.error !== kCancelled &&
+    !(object.op === "wait" && object.error === kInvalidFunction && hasRoute("hid"));
+}
+
+// What went wrong in this record, or an empty text.
+function failureOf(record) {
   const object = record.object;
   switch (object.kind) {
     case "bus":
-      return "error" in object && object.error !== kCancelled ? errorText(object.error) : "";
+      return hasFailed(object) ? errorText(object.error) : "";
     case "phone":
       return object.read ? "" : "the phone reads nothing: " + object.problem;
     case "result":
@@ -70,7 +84,24 @@ function faultOf(record) {
       return "";
   }
 }
-const faults = ordered.filter((record) => faultOf(record));
+const failures = ordered.filter((record) => failureOf(record));
+const failedCalls = failures.filter((record) => record.object.kind === "result");
+
+// A call begins when its step does or when the call before it ended; in a listener, with the event.
+{
+  const ends = {};
+  const stepOf = {};
+  for (const entry of entries) {
+    if (entry.step) {
+      stepOf[entry.step.host ? "host " + entry.step.host : "host"] = entry.t;
+    } else if (entry.object.kind === "result") {
+      entry.begin = Math.max(ends[entry.thread] ?? 0, stepOf[entry.thread] ?? 0);
+    }
+    if (entry.object && ["result", "event"].includes(entry.object.kind)) {
+      ends[entry.thread] = entry.t;
+    }
+  }
+}
 
 // A visit as the library reports it: event 3 to event 1, for each route.
 const visits = [];
@@ -106,13 +137,12 @@ const kFigures = [
   ["phones", "readings by a phone", counted((object) => object.kind === "phone" && object.read)],
   ["writes", "frames written", counted(isBus("write"))],
   ["reads", "frames read", counted(isBus("read"))],
-  ["errors", "requests failed", counted((object) =>
-    object.kind === "bus" && "error" in object && object.error !== kCancelled)],
+  ["errors", "failed requests", counted((object) => object.kind === "bus" && hasFailed(object))],
   ["lines", "lines of the log", counted((object) => object.kind === "log")],
   ["error-lines", "of them at error level", counted((object) =>
     object.kind === "log" && object.level === kErrorLevel)],
   ["results", "calls and checks", counted((object) => object.kind === "result")],
-  ["failures", "unexpected failures", facts.failures],
+  ["failed-calls", "failed calls", failedCalls.length],
 ];
 
 // Seconds with three digits after the point and a thin space between thousands.
@@ -129,7 +159,7 @@ function plural(count, one, many) {
   return count + " " + (count === 1 ? one : many || one + "s");
 }
 
-// One record in words, as the timeline's cursor and the lists of faults say it.
+// One record in words, as the timeline's cursor and the list of failures say it.
 function describe(record) {
   const object = record.object;
   switch (object.kind) {

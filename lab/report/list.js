@@ -81,7 +81,7 @@ const list = (() => {
     const object = record.object;
     switch (object.kind) {
       case "bus": {
-        const fault = faultOf(record);
+        const fault = failureOf(record);
         return entry(record, "k-bus", make("span", { class: "op op-" + object.op },
           kOps[object.op] || object.op), " ", object.meaning,
         object.state ? make("span", { class: "quiet" }, ", " + object.state) : null, " ",
@@ -131,7 +131,7 @@ const list = (() => {
     const kindsHere = [...new Set(row.map((record) => "has-" +
       (["bus", "log", "sleep"].includes(record.object.kind) ? record.object.kind : "other")))];
     return make("tr", { role: "row", class: kindsHere.join(" ") +
-      (row.some(faultOf) ? " has-fault" : "") },
+      (row.some(failureOf) ? " has-fault" : "") },
     make("td", { role: "cell", class: "c-time", title: first.t + " ms" }, seconds(first.t)),
     phoneCell(first.t), threadCell(first.thread),
     make("td", { role: "cell", class: "c-bus" }, make("div", { class: "side" },
@@ -172,10 +172,11 @@ const list = (() => {
     const section = make("section", { class: "step" });
     if (step) {
       const outcome = step.succeeded === false ? [" ", faultBadge("failed")] : [];
-      section.append(make("h3", { class: step.host ? "of-host" : "" },
+      step.heading = make("h3", { class: step.host ? "of-host" : "" },
         make("span", { class: "prompt", "aria-hidden": "true" }, "> "),
         step.text, ...outcome,
-        make("span", { class: "quiet" }, " at " + seconds(step.t) + " s" + (step.line > 0 ? ", line " + step.line : ""))));
+        make("span", { class: "quiet" }, " at " + seconds(step.t) + " s" + (step.line > 0 ? ", line " + step.line : "")));
+      section.append(step.heading);
     } else {
       section.append(make("h3", { class: "prose" }, "Before the script",
         make("span", { class: "quiet" }, " message, manager, device, first write")));
@@ -266,17 +267,18 @@ const list = (() => {
       window.addEventListener("beforeprint", () => chunks.forEach(fill));
     },
     current: () => current,
-    // Marks a record and scrolls to it.
+    // Marks a record or a step's heading and scrolls to it.
     show(record, focus) {
-      const chunk = chunkOf.get(record.number);
-      fill(chunk);
-      document.querySelectorAll(".entry.current").forEach((one) => {
+      if (record.object) {
+        fill(chunkOf.get(record.number));
+      }
+      holder.querySelectorAll(".current").forEach((one) => {
         one.classList.remove("current");
         one.removeAttribute("aria-current");
         one.removeAttribute("tabindex");
       });
-      current = record;
-      const element = document.getElementById("o" + record.number);
+      const element = record.object ? document.getElementById("o" + record.number)
+        : record.step.heading;
       if (element.getClientRects().length === 0) {
         // Its kind is not shown at the moment.
         kinds.forEach(([kind]) => {
@@ -291,7 +293,10 @@ const list = (() => {
       if (focus) {
         element.focus({ preventScroll: true });
       }
-      timeline.select(record);
+      if (record.object) {
+        current = record;
+        timeline.select(record);
+      }
     },
   };
 })();

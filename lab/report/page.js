@@ -8,30 +8,34 @@ const search = (() => {
   let matching = new Set();
   let at = -1;
 
-  const textOf = (record) => {
-    record.text = record.text ||
-      (Object.values(record.object).join(" ") + " " + describe(record)).toLowerCase();
-    return record.text;
+  const textOf = (entry) => {
+    entry.text = entry.text || (entry.step ? entry.step.text
+      : Object.values(entry.object).map((value) =>
+        typeof value === "string" && /^([\dA-F]{2})+$/.test(value)
+          ? value + " " + spaced(value) : value).join(" ") + " " + describe(entry)).toLowerCase();
+    return entry.text;
   };
 
-  function mark(record, on) {
-    const element = document.getElementById("o" + record.number);
+  function mark(entry, on) {
+    const element = entry.step ? entry.step.heading : document.getElementById("o" + entry.number);
     if (element) {
       element.classList.toggle("match", on);
     }
   }
 
+  // "#1117" is a record; of "1117" an error comes first, and the record of that number last.
   function find() {
-    matches.forEach((record) => mark(record, false));
+    matches.forEach((entry) => mark(entry, false));
     const wanted = box.value.trim().toLowerCase();
-    const number = /^[#o]?(\d+)$/.exec(wanted);
-    matches = wanted === "" ? [] : ordered.filter((record) => textOf(record).includes(wanted));
-    if (number && recordOf.has(Number(number[1]))) {
-      const named = recordOf.get(Number(number[1]));
-      matches = [named, ...matches.filter((record) => record !== named)];
-    }
+    const [, sign, number] = /^([#o]?)(\d+)$/.exec(wanted) || [];
+    const named = recordOf.get(Number(number));
+    const rank = (entry) => (entry === named ? (sign ? 0 : 3)
+      : entry.object && String(entry.object.error) === number ? 1 : 2);
+    matches = wanted === "" ? []
+      : entries.filter((entry) => entry === named || textOf(entry).includes(wanted))
+        .sort((a, b) => (number ? rank(a) - rank(b) : 0));
     matching = new Set(matches);
-    matches.forEach((record) => mark(record, true));
+    matches.forEach((entry) => mark(entry, true));
     at = -1;
     say();
   }
@@ -62,8 +66,6 @@ const search = (() => {
           if (pending) {
             clearTimeout(pending);
             pending = 0;
-          }
-          if (at < 0) {
             find();
           }
           step(event.shiftKey ? -1 : 1);
@@ -83,10 +85,13 @@ const search = (() => {
   };
 })();
 
-// Shows a record and puts its link into the address, without a step in the browser's history.
-function go(record, focus) {
-  history.replaceState(null, "", "#o" + record.number);
-  list.show(record, focus);
+// Shows a record or a step, and puts a record's link into the address, without a step in the
+// browser's history.
+function go(entry, focus) {
+  if (entry.object) {
+    history.replaceState(null, "", "#o" + entry.number);
+  }
+  list.show(entry, focus);
 }
 
 function showLink(focus) {
@@ -102,12 +107,16 @@ function showHead() {
   document.title = "tagport run: " + script;
   document.getElementById("heading").textContent = "A run of tagport: " + script;
   const verdict = document.getElementById("verdict");
-  verdict.textContent = facts.failures === 0 ? "\u2713 Everything worked"
-    : "\u2715 " + facts.failures + " failed";
-  verdict.classList.add(facts.failures === 0 ? "done" : "fault");
+  const good = facts.failures === 0;
+  verdict.append(good ? (failedCalls.length ? "\u2713 As the script expects" : "\u2713 Everything worked")
+    : "\u2715 " + facts.failures + " not as the script expects");
+  if (failedCalls.length) {
+    verdict.append(good ? ": " : "; ", linkTo(failedCalls[0], plural(failedCalls.length, "failed call")));
+  }
+  verdict.classList.add(good ? "done" : "fault");
   document.getElementById("setting").append(...[
     ["script", facts.script === "visit" ? "" : facts.script], ["tag on", facts.route], ["chip", facts.chip], ["PC type", facts.pcType],
-    ["faults", facts.fault],
+    ["planned faults", facts.fault],
     ["clock", facts.seed === null ? "real time" : "scheduled, seed " + facts.seed],
   ].filter(([, value]) => value !== null && value !== "").flatMap(([name, value]) =>
     [make("span", {}, name + " ", make("b", {}, String(value))), " "]));
@@ -148,19 +157,19 @@ function showCalls() {
   more(results.length - kMost));
 }
 
-function showFaults() {
+function showFailures() {
   const kMost = 200;
-  const body = document.getElementById("faults-body");
-  if (faults.length === 0) {
+  const kWhat = { bus: "failed request", result: "failed call", phone: "unread tag" };
+  const body = document.getElementById("failures-body");
+  if (failures.length === 0) {
     body.append(make("p", { class: "quiet" },
       "No request failed, no call failed, every phone could read."));
     return;
   }
-  body.append(table("Faults", ["at, s", "thread", "what"],
-    faults.slice(0, kMost).map((record) => [linkTo(record, seconds(record.t)), record.thread,
-      make("span", {}, make("strong", { class: "fault", "aria-hidden": "true" }, "\u2715 "),
-        describe(record))])),
-  more(faults.length - kMost));
+  body.append(table("Failures", ["at, s", "thread", "failed", "what"],
+    failures.slice(0, kMost).map((record) => [linkTo(record, seconds(record.t)), record.thread,
+      make("strong", { class: "fault" }, "\u2715 " + kWhat[record.object.kind]), describe(record)])),
+  more(failures.length - kMost));
 }
 
 function more(count) {
@@ -179,8 +188,8 @@ function onKey(event) {
     go(ordered[Math.min(place + 1, ordered.length - 1)], true);
   } else if (event.key === "k") {
     go(ordered[Math.max(place - 1, 0)], true);
-  } else if (event.key === "n" && faults.length > 0) {
-    go(faults.find((record) => record.place > place) || faults[0], true);
+  } else if (event.key === "n" && failures.length > 0) {
+    go(failures.find((record) => record.place > place) || failures[0], true);
   } else {
     return;
   }
@@ -190,7 +199,7 @@ function onKey(event) {
 showHead();
 showVisits();
 showCalls();
-showFaults();
+showFailures();
 memory.start();
 timeline.start();
 list.start();

@@ -8,7 +8,8 @@ const timeline = (() => {
   const kBand = 24;
   const kLane = 46;
   const kQuiet = 1000;      // ms without a record, from which a stretch is shortened
-  const kShortened = 260;   // ms that a shortened stretch takes
+  const kShortened = 260;   // ms that a shortened stretch takes, at most kMostOfWidth of all
+  const kMostOfWidth = 0.09;
   const kMostWidth = 120000;
   const kLabelSpace = 74;   // px up to the next frame, from which a frame has its meaning beside it
   const kGlyph = 5.7;       // px of a character of a label
@@ -51,14 +52,18 @@ const timeline = (() => {
       }
     }
     const sorted = [...times].sort((a, b) => a - b);
+    const gaps = sorted.slice(1).map((time, index) => time - sorted[index]);
+    const isQuiet = (gap) => shorten && gap > kQuiet;
+    const busy = gaps.reduce((sum, gap) => sum + (isQuiet(gap) ? 0 : gap), 0);
+    // n stretches of w each beside `busy`: w <= kMostOfWidth * (busy + n * w).
+    const rest = 1 - kMostOfWidth * gaps.filter(isQuiet).length;
+    const shortened = rest > 0 ? Math.min(kShortened, kMostOfWidth * busy / rest) : kShortened;
     knots = [[0, 0, false]];
     let drawn = 0;
-    for (let index = 1; index < sorted.length; ++index) {
-      const gap = sorted[index] - sorted[index - 1];
-      const quiet = shorten && gap > kQuiet;
-      drawn += quiet ? kShortened : gap;
-      knots.push([sorted[index], drawn, quiet]);
-    }
+    gaps.forEach((gap, index) => {
+      drawn += isQuiet(gap) ? shortened : gap;
+      knots.push([sorted[index + 1], drawn, isQuiet(gap)]);
+    });
   }
 
   function knotAt(value, column) {
@@ -143,14 +148,18 @@ const timeline = (() => {
       case "event":
         marks.add("m-event", x, top, diamond(x, middle, 6));
         break;
-      case "result":
+      case "result": {
+        const from = round(place(record.begin));
+        marks.add(succeeded(object.result) ? "m-call" : "m-call failed", from, top,
+          box(from, middle - 8, round(Math.max(x - from, 1)), 16));
         marks.add(succeeded(object.result) ? "m-done" : "m-failed", x, top,
           box(x - 3, middle - 3, 6, 6));
         break;
+      }
       default:
         break;
     }
-    if (faultOf(record)) {
+    if (failureOf(record)) {
       marks.add("m-fault", x, top, cross(x, middle - 15, 3.5));
     }
   }
@@ -193,7 +202,7 @@ const timeline = (() => {
         const short = object.kind !== "bus";
         if (left > 0 && (short ? fits >= Math.min(text.length + 1, 9) : space >= kLabelSpace)) {
           --left;
-          group.append(draw("text", { class: "label", x: round(x + (short || faultOf(record) ? 8 : 3)),
+          group.append(draw("text", { class: "label", x: round(x + (short || failureOf(record) ? 8 : 3)),
             y: short ? top + 14 : top + 9 },
             text.length > fits ? text.slice(0, Math.max(fits - 1, 1)) + "\u2026" : text));
         }
@@ -346,7 +355,7 @@ const timeline = (() => {
       }
     }
     // A frame is easier to mean than a pause or a line of the log at the same time.
-    const rank = (record) => (faultOf(record) ? 0 : record.object.kind === "log" ? 6
+    const rank = (record) => (failureOf(record) ? 0 : record.object.kind === "log" ? 6
       : record.object.kind === "sleep" ? 4 : 2);
     let best = null;
     let bestCost = Infinity;
@@ -389,8 +398,9 @@ const timeline = (() => {
       ["m-write", box(6, 3, 2, 8), "written (up)"], ["m-read", box(6, 7, 2, 8), "read (down)"],
       ["m-open", diamond(8, 8, 4), "open or cancel"], ["m-wait", "M0 8h16", "waits for an interrupt"],
       ["m-sleep", box(0, 6, 16, 4), "pause"], ["m-event", diamond(8, 8, 6), "event"],
+      ["m-call", box(0, 2, 16, 12), "call, up to its end"],
       ["m-done", box(5, 5, 6, 6), "call worked"], ["m-failed", box(5, 5, 6, 6), "call failed"],
-      ["m-fault", cross(8, 8, 4), "fault"], ["m-line", box(7, 8, 1, 4), "log line"],
+      ["m-fault", cross(8, 8, 4), "failure"], ["m-line", box(7, 8, 1, 4), "log line"],
       ["m-line m-line-error", box(7, 5, 1, 7), "log line, error level"],
       ["m-phone", "M3 8l4 4l7 -8", "phone has read the tag"],
     ];
@@ -405,7 +415,7 @@ const timeline = (() => {
     const text = ordered.length === 0 ? "Nothing was recorded."
       : plural(records.length, "record") + " of " + plural(threads.length, "thread") + " (" +
         threads.join(", ") + ") in " + seconds(lastTime) + " seconds, with " +
-        plural(visits.length, "visit") + " and " + plural(faults.length, "fault") +
+        plural(visits.length, "visit") + " and " + plural(failures.length, "failure") +
         ". The tables below list the same records as text.";
     document.getElementById("timeline-text").textContent = text;
   }
