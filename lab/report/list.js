@@ -7,7 +7,6 @@ const list = (() => {
   const kMostRows = 50;
   const kShortHex = 18;    // digits that stand beside the text
   const kRowHeight = 31;   // px, estimated
-  const kHold = 1500;      // ms
   const kMostInIdle = 6000;  // records that are filled in without need; the browser's search sees them
   const kSlice = 8;        // ms of one turn of the filling in idle time
   const kOps = { write: "\u2192 write", read: "\u2190 read", open: "\u25cb open",
@@ -228,20 +227,12 @@ const list = (() => {
   // estimates until then. Ends when somebody scrolls.
   let held = null;
   function hold(element) {
-    const end = performance.now() + kHold;
     held = element;
-    element.scrollIntoView({ block: "center" });
-    let place = element.getBoundingClientRect().top;
-    const look = () => {
-      if (held === element && performance.now() < end) {
-        if (Math.abs(element.getBoundingClientRect().top - place) > 1) {
-          element.scrollIntoView({ block: "center" });
-          place = element.getBoundingClientRect().top;
-        }
-        requestAnimationFrame(look);
+    [0, 60, 250, 1000].forEach((delay) => setTimeout(() => {
+      if (held === element) {
+        element.scrollIntoView({ block: "center" });
       }
-    };
-    requestAnimationFrame(look);
+    }, delay));
   }
   ["wheel", "pointerdown", "touchstart", "keydown"].forEach((kind) =>
     window.addEventListener(kind, () => { held = null; }, { passive: true, capture: true }));

@@ -456,12 +456,6 @@ const timeline = (() => {
           showCursor(false);
         }
       });
-      scroller.addEventListener("dblclick", (event) => {
-        const record = nearest(event);
-        if (record) {
-          location.hash = "#o" + record.number;
-        }
-      });
       scroller.addEventListener("wheel", (event) => {
         if (event.ctrlKey) {
           event.preventDefault();
