@@ -3,35 +3,17 @@
 
 #include "diagnostics/Log.h"
 #include "events/DriverKind.h"
-#include "manager/DeviceFlows.h"
 #include "manager/ManagerLocks.h"
+#include "manager/TagSteps.h"
 #include "platform/platform.h"
+#include "routes/Keyboards.h"
 #include "routes/NfcProxy.h"
 #include "routes/Route.h"
-#include "routes/RouteState.h"
-
-namespace {
-
-constexpr int kStartAttempts = 3;
-constexpr DWORD kStartPauseMs = 300;
-
-}  // namespace
-
-bool StartDeviceWithRetries(NfcProxy& proxy) {
-    for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
-        if (proxy.InitNfcDevice()) {
-            return true;
-        }
-        Sleep(kStartPauseMs);
-    }
-    return false;
-}
 
 bool NfcManager::DeviceInit() {
     platform::Lock lock(m_staticDeviceMutex);
     LogWarnFun("NfcManager::DeviceInit()");
-    // A start works on the process's state alone, so it does not need this manager's own proxy.
-    if (!StartDeviceWithRetries(*NfcProxy::Detached())) {
+    if (!StartDeviceWithRetries()) {
         LogErrorFun("NfcManager Init DeviceInit failed");
         return false;
     }

@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "diagnostics/Log.h"
-#include "manager/DeviceFlows.h"
 #include "manager/Limits.h"
 #include "manager/ManagedImage.h"
 #include "manager/ManagerLocks.h"
@@ -19,7 +18,6 @@
 #include "platform/platform.h"
 #include "routes/NfcProxy.h"
 #include "routes/Route.h"
-#include "routes/RouteState.h"
 #include "tagimage/NfcData.h"
 #include "transfer/WaitForCommand.h"
 
@@ -46,9 +44,9 @@ MessageFields FieldsOf(NdefMessage& message) {
     return fields;
 }
 
-void UseNewerNumber(const ManagedImage* image, ManagedImage::Moment moment, MessageFields& fields)
-    TAGPORT_REQUIRES(ManagedImage::m_memoryMutex) {
-    const RandomNumber* const newer = image != nullptr ? image->GivenSince(moment) : nullptr;
+void UseNewerNumber(const ManagedImage* image, ManagedImage::Generation generation,
+                    MessageFields& fields) TAGPORT_REQUIRES(ManagedImage::m_memoryMutex) {
+    const RandomNumber* const newer = image != nullptr ? image->NewerThan(generation) : nullptr;
     if (newer != nullptr) {
         std::copy(newer->begin(), newer->end(), fields.number);
     }
@@ -65,9 +63,9 @@ bool CopyFirst(const std::string& bytes, std::uint8_t (&field)[N]) {
 }
 
 // Parses an image from the tag. False, with a log line, when it is malformed.
-bool ParseFields(const std::string& content, MessageFields& fields) {
+bool ParseFields(const std::string& onTag, MessageFields& fields) {
     NfcData nfcDataRead;
-    if (!nfcDataRead.Init() || !nfcDataRead.Parse(content)) {
+    if (!nfcDataRead.Init() || !nfcDataRead.Parse(onTag)) {
         LogErrorFun("nfcDataRead init fail");
         return false;
     }
@@ -101,7 +99,7 @@ bool IsReadBeforeWrite() {
 // frame while it stores a block, so this keeps out of the pause that follows another thread's
 // block.
 void MakeReadable() {
-    const platform::Lock content(NfcProxy::m_contentMutex);
+    const platform::Lock content(ContentLock::mutex);
     for (Route* const route : Routes()) {
         route->MakeReadable();
     }
@@ -124,11 +122,11 @@ int NfcManager::WriteMessage(std::shared_ptr<NdefMessage> message) {
     NfcManager held(*this);
     const std::shared_ptr<ManagedImage> image = held.m_nfcData;
     // Copied first: the message is often the manager's own object, which the read overwrites.
-    ManagedImage::Moment begin = 0;
+    ManagedImage::Generation begin = 0;
     MessageFields fields;
     {
         platform::Lock memory(ManagedImage::m_memoryMutex);
-        begin = image != nullptr ? image->Now() : 0;
+        begin = image != nullptr ? image->generation() : 0;
         fields = FieldsOf(*message);
     }
     if (!IsReadBeforeWrite()) {
@@ -179,18 +177,18 @@ int NfcManager::ReadMessage(const std::shared_ptr<NdefMessage>& target) {
 int NfcManager::ReadIntoMessage(const std::shared_ptr<NdefMessage>& target) {
     NfcManager held(*this);
     ManagedImage* const image = held.m_nfcData.get();
-    ManagedImage::Moment begin = 0;
+    ManagedImage::Generation begin = 0;
     if (image != nullptr) {
         platform::Lock memory(ManagedImage::m_memoryMutex);
-        begin = image->BeforeWaitingNumber();
+        begin = image->GenerationIgnoringPending();
     }
-    std::string content;
-    if (held.m_nfcProxy == nullptr || !ReadContent(*held.m_nfcProxy, content)) {
+    std::string onTag;
+    if (held.m_nfcProxy == nullptr || !ReadImage(onTag)) {
         LogErrorFun("ReadMessage ReadNfcContent failed");
         return kFailure;
     }
     MessageFields fields;
-    if (!ParseFields(content, fields)) {
+    if (!ParseFields(onTag, fields)) {
         return kFailure;
     }
     if (target == nullptr || !HasStorableUrl(fields)) {
@@ -223,16 +221,15 @@ bool NfcManager::UpdateTag() {
     if (!held.SetContent(NumberFrom::kHost)) {
         return false;
     }
-    NfcProxy* const proxy = held.m_nfcProxy.get();
     ManagedImage* const image = held.m_nfcData.get();
-    if (proxy == nullptr || image == nullptr) {
+    if (held.m_nfcProxy == nullptr || image == nullptr) {
         LogErrorFun("nullptr error");
         return false;
     }
     MakeNewest(*image);
     const bool written = TryThrice([&] {
         LogWarnFun("UpdateNfcData begin writing Nfc Chip");
-        return WriteImage(*proxy, *image);
+        return WriteImage(*image);
     });
     if (!written) {
         LogErrorFun("UpdateNfcData Write failed");
@@ -242,12 +239,12 @@ bool NfcManager::UpdateTag() {
     RandomNumber number{};
     for (int count = 0; count < kTagAttempts; ++count) {
         LogWarnFun("UpdateNfcData begin ReadRandNum %d", count);
-        if (!ReadNumber(*proxy, number.data())) {
+        if (!ReadNumber(number.data())) {
             LogErrorFun("ReadRandNum ReadNfc failed");
             LogErrorFun("ReadRandNum failed %d", count);
         } else if (LooksWritten(number)) {
             LogWarnFun("UpdateNfcData ReadRandNum Successful");
-            proxy->SetLocalNum(number.data());
+            NfcProxy::SetLocalNum(number.data());
             LogWarnFun("UpdateNfcData success");
             return true;
         } else {
@@ -267,33 +264,32 @@ bool NfcManager::UpdateNfcContent() {
         LogErrorFun("UpdateNfcContent SetContent fail");
         return false;
     }
-    NfcProxy* const proxy = held.m_nfcProxy.get();
     ManagedImage* const image = held.m_nfcData.get();
-    if (proxy == nullptr || image == nullptr || !StartDeviceWithRetries(*proxy)) {
+    if (held.m_nfcProxy == nullptr || image == nullptr || !StartDeviceWithRetries()) {
         return false;
     }
     MakeNewest(*image);
     LogWarnFun("NfcManager::InitNfcDevice done");
-    std::string content;
-    if (!ReadContent(*proxy, content)) {
+    std::string onTag;
+    if (!ReadImage(onTag)) {
         LogErrorFun("UpdateNfcContent ReadNfcContent failed");
         return false;
     }
     LogWarnFun("UpdateNfcContent ReadNfcContent done");
-    if (content != BuildImage(*image)) {
+    if (onTag != BuildImage(*image)) {
         LogWarnFun("UpdateNfcContent: Writing NfcContent");
-        if (!TryThrice([&] { return WriteImage(*proxy, *image); })) {
+        if (!TryThrice([&] { return WriteImage(*image); })) {
             LogErrorFun("UpdateNfcContent reWrite failed");
             return false;
         }
         LogWarnFun("UpdateNfcContent Write Nfc Chip Successful");
     }
     RandomNumber number{};
-    if (!ReadNumber(*proxy, number.data())) {
+    if (!ReadNumber(number.data())) {
         LogErrorFun("ReadRandNum ReadNfc failed");
         LogErrorFun("ReadRandNum failed");
         return false;
     }
-    proxy->SetLocalNum(number.data());
+    NfcProxy::SetLocalNum(number.data());
     return true;
 }

@@ -13,29 +13,11 @@
 #include "manager/ManagerLocks.h"
 #include "platform/platform.h"
 #include "routes/NfcProxy.h"
-#include "routes/RouteState.h"
+#include "routes/PcType.h"
 #include "tagimage/ImageGeometry.h"
 #include "tagimage/NfcData.h"
 
-namespace {
-
 static_assert(kNumberSize == imageformat::kNumberSize);
-
-// The URI size for which the number of this PC type is read back; nothing for a type that is not
-// supported.
-std::optional<std::size_t> ReadBackUriSize(std::uint8_t pcType) {
-    switch (pcType) {
-        case kPcTypeBlank:
-            return imageformat::kBlankUriSize;
-        case kPcTypeOrvane:
-        case kPcTypeVelmo:
-            return imageformat::kShownUriSize;
-        default:
-            return std::nullopt;
-    }
-}
-
-}  // namespace
 
 std::shared_ptr<NfcManager> NfcManager::Create(std::shared_ptr<NdefMessage> message,
                                                NfcListener listener) {
@@ -117,7 +99,7 @@ bool NfcManager::SetContent(NumberFrom source) {
     }
     ManagedImage& image = *held.m_nfcData;
     NfcData filled;
-    ManagedImage::Moment copied = 0;
+    ManagedImage::Generation copied = 0;
     std::uint8_t mac[imageformat::kMacSize] = {};
     std::string url;
     std::uint8_t number[kNumberSize] = {};
@@ -133,9 +115,9 @@ bool NfcManager::SetContent(NumberFrom source) {
         if (source == NumberFrom::kHost) {
             RandomNumber given{};
             std::copy(std::begin(number), std::end(number), given.begin());
-            image.Give(given);
+            image.SetGiven(given);
         }
-        copied = image.Now();
+        copied = image.generation();
         filled = image.data;
     }
     const bool complete = SetMacAddr(filled, mac) && SetUrl(filled, url) &&
@@ -143,7 +125,7 @@ bool NfcManager::SetContent(NumberFrom source) {
     const std::optional<std::size_t> readBackSize = ReadBackUriSize(pcType);
     {
         platform::Lock lock(ManagedImage::m_memoryMutex);
-        const RandomNumber* const newer = image.GivenSince(copied);
+        const RandomNumber* const newer = image.NewerThan(copied);
         if (newer != nullptr) {
             filled.ReplaceNumber(*newer);
         }

@@ -33,7 +33,7 @@ constexpr NfcManager::ThreadResult kThreadFailure = 0xFFFFFFFF;
 struct NumberThread {
     NfcManager manager{nullptr};
     EventSlot::KeepOpen transferEvent{g_ioEvent.value};
-    WaitingNumber number;
+    PendingNumber number;
 };
 
 DWORD WINAPI RunNumberThread(LPVOID argument) {
@@ -76,8 +76,8 @@ int NfcManager::WriteRandNum(const std::uint8_t (&number)[32]) {
         m_ndefMessage->GetRandomNumber(current);
         if (isArray && std::equal(given.begin(), given.end(), current)) {
             if (m_nfcData != nullptr) {
-                m_nfcData->Give(given);
-                if (m_nfcData->HasWaitingNumber()) {
+                m_nfcData->SetGiven(given);
+                if (m_nfcData->HasPendingNumber()) {
                     m_nfcData->MakeNewest();  // its thread is to write all the same
                 }
             }
@@ -101,7 +101,7 @@ int NfcManager::WriteRandNum(const std::uint8_t (&number)[32]) {
         }
         m_ndefMessage->SetRandomNumber(current);
         m_nfcData->data.ReplaceNumber(given);
-        m_nfcData->Give(given);
+        m_nfcData->SetGiven(given);
         m_nfcData->MakeNewest();
         thread->number.Begin(m_nfcData);
         static_cast<void>(thread.release());  // the thread owns it now
@@ -150,15 +150,14 @@ int NfcManager::LocalWriteRand() {
     const OperationScope scope;
     platform::Lock operation(NumberThreadMutex());
     const NfcManager held(*this);
-    NfcProxy* const proxy = held.m_nfcProxy.get();
     const ManagedImage* const image = held.m_nfcData.get();
-    if (proxy == nullptr || image == nullptr) {
+    if (held.m_nfcProxy == nullptr || image == nullptr) {
         LogErrorFun("LocalWriteRand m_nfcProxy is nullptr");
         return kFailure;
     }
     NumberWrite write = NumberWrite::kFailed;
     TryThrice([&] {
-        write = WriteImageUnlessOutdated(*proxy, *image);
+        write = WriteImageUnlessOutdated(*image);
         return write != NumberWrite::kFailed;
     });
     if (write == NumberWrite::kFailed) {
@@ -174,7 +173,7 @@ int NfcManager::LocalWriteRand() {
     const auto readBack = [&] {
         for (int count = 0; count < kTagAttempts; ++count) {
             LogWarnFun("LocalWriteRand begin ReadRandNum");
-            if (!ReadNumber(*proxy, number.data())) {
+            if (!ReadNumber(number.data())) {
                 LogErrorFun("ReadRandNum ReadNfc failed");
                 LogErrorFun("ReadRandNum failed %d", count);
             } else if (LooksWritten(number)) {
@@ -192,7 +191,7 @@ int NfcManager::LocalWriteRand() {
         LogErrorFun("m_nfcProxy SetLocalNum failed");
         return kFailure;
     }
-    proxy->SetLocalNum(number.data());
+    NfcProxy::SetLocalNum(number.data());
     return kSuccess;
 }
 
@@ -205,7 +204,7 @@ int NfcManager::ReadRandNum(std::uint8_t (&number)[32]) {
         LogErrorFun("ReadRandNum ReadNfc failed");
         return kFailure;
     }
-    if (proxy == nullptr || !ReadNumber(*proxy, number)) {
+    if (proxy == nullptr || !ReadNumber(number)) {
         LogErrorFun("ReadRandNum ReadNfc failed");
         return kFailure;
     }

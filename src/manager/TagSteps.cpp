@@ -6,14 +6,16 @@
 #include "manager/ManagerLocks.h"
 #include "platform/platform.h"
 #include "routes/NfcProxy.h"
-#include "routes/RouteState.h"
 #include "tagimage/NfcData.h"
 #include "transfer/WaitForCommand.h"
 
 namespace {
 
-// Of the newest content that has been written, by any manager.
-std::uint64_t g_writtenOrder TAGPORT_GUARDED_BY(NfcProxy::m_contentMutex) = 0;
+constexpr int kStartAttempts = 3;
+constexpr DWORD kStartPauseMs = 300;
+
+// Of the newest image that has been written, by any manager.
+std::uint64_t g_writtenOrder TAGPORT_GUARDED_BY(ContentLock::mutex) = 0;
 
 struct Snapshot {
     NfcData data;
@@ -25,44 +27,55 @@ Snapshot SnapshotOf(const ManagedImage& image) {
     return {image.data, image.order()};
 }
 
-bool Write(NfcProxy& proxy, const Snapshot& snapshot) TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+bool Write(const Snapshot& snapshot) TAGPORT_REQUIRES(ContentLock::mutex) {
     const EventSlot::KeepOpen keep(g_ioEvent.value);
-    if (!proxy.WriteNfcContent(snapshot.data.GetContent())) {
+    if (!NfcProxy::WriteNfcContent(snapshot.data.GetContent())) {
         return false;
     }
-    // A message flow that waited may write an older content than the one before it.
+    // Message flows always write, even when their image is older than what was written last; the
+    // maximum must not go back.
     g_writtenOrder = std::max(g_writtenOrder, snapshot.order);
     return true;
 }
 
 }  // namespace
 
+bool StartDeviceWithRetries() {
+    for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
+        if (NfcProxy::InitNfcDevice()) {
+            return true;
+        }
+        Sleep(kStartPauseMs);
+    }
+    return false;
+}
+
 std::string BuildImage(const ManagedImage& image) {
     return SnapshotOf(image).data.GetContent();
 }
 
-bool ReadContent(NfcProxy& proxy, std::string& content) {
-    platform::Lock lock(NfcProxy::m_contentMutex);
+bool ReadImage(std::string& image) {
+    platform::Lock lock(ContentLock::mutex);
     const EventSlot::KeepOpen keep(g_ioEvent.value);
-    return proxy.ReadNfcContent(content);
+    return NfcProxy::ReadNfcContent(image);
 }
 
-bool WriteImage(NfcProxy& proxy, const ManagedImage& image) {
-    platform::Lock content(NfcProxy::m_contentMutex);
-    return Write(proxy, SnapshotOf(image));
+bool WriteImage(const ManagedImage& image) {
+    platform::Lock content(ContentLock::mutex);
+    return Write(SnapshotOf(image));
 }
 
-NumberWrite WriteImageUnlessOutdated(NfcProxy& proxy, const ManagedImage& image) {
-    platform::Lock content(NfcProxy::m_contentMutex);
+NumberWrite WriteImageUnlessOutdated(const ManagedImage& image) {
+    platform::Lock content(ContentLock::mutex);
     const Snapshot snapshot = SnapshotOf(image);
     if (snapshot.order < g_writtenOrder) {
         return NumberWrite::kOutdated;
     }
-    return Write(proxy, snapshot) ? NumberWrite::kWritten : NumberWrite::kFailed;
+    return Write(snapshot) ? NumberWrite::kWritten : NumberWrite::kFailed;
 }
 
-bool ReadNumber(NfcProxy& proxy, std::uint8_t* number) {
-    platform::Lock content(NfcProxy::m_contentMutex);
+bool ReadNumber(std::uint8_t* number) {
+    platform::Lock content(ContentLock::mutex);
     const EventSlot::KeepOpen keep(g_ioEvent.value);
-    return proxy.ReadRandNumber(number);
+    return NfcProxy::ReadRandNumber(number);
 }

@@ -1,13 +1,12 @@
-// One step on the tag as the flows take it: read the image, build and write one, read the number.
-// Each holds the content lock for the whole step and keeps the transfer event, so that the end of
-// another manager does not cut an image in half.
+// One step on the tag as the flows take it: start its device, read the image, build and write one,
+// read the number. Each holds the content lock for the whole step and keeps the transfer event, so
+// that the end of another manager does not cut an image in half.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
 class ManagedImage;
-class NfcProxy;
 
 /// How often a step on the tag is tried. No pause lies between two attempts: the chip layer has
 /// pauses of its own.
@@ -24,20 +23,23 @@ bool TryThrice(Step step) {
     return false;
 }
 
+/// Up to three attempts, with 300 ms after each failure. Logs nothing of its own.
+bool StartDeviceWithRetries();
+
 /// The image as the memory holds it now. Copies it under the memory lock and builds it without.
 std::string BuildImage(const ManagedImage& image);
 
-/// Reads the image from the chip. `content` is assigned on success only.
-bool ReadContent(NfcProxy& proxy, std::string& content);
+/// Reads the image from the chip. `image` is assigned on success only.
+bool ReadImage(std::string& image);
 
 /// Builds the image as the memory holds it now and writes it over every active route. Building and
 /// writing are one step, so that no writer can put an older image over a newer one.
-bool WriteImage(NfcProxy& proxy, const ManagedImage& image);
+bool WriteImage(const ManagedImage& image);
 
-/// The same for a number thread: writes nothing where newer content of another manager has been
+/// The same for a number thread: writes nothing where a newer image of another manager has been
 /// written.
 enum class NumberWrite { kWritten, kFailed, kOutdated };
-NumberWrite WriteImageUnlessOutdated(NfcProxy& proxy, const ManagedImage& image);
+NumberWrite WriteImageUnlessOutdated(const ManagedImage& image);
 
 /// Reads the number back over every active route, into 32 bytes.
-bool ReadNumber(NfcProxy& proxy, std::uint8_t* number);
+bool ReadNumber(std::uint8_t* number);

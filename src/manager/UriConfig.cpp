@@ -8,7 +8,7 @@
 #include "manager/Limits.h"
 #include "platform/BoundedMemory.h"
 #include "platform/platform.h"
-#include "routes/RouteState.h"
+#include "routes/PcType.h"
 
 namespace {
 

@@ -1,12 +1,14 @@
-// A whole image to the tag, and the number alone from it, over every active route.
+// Operations of NfcProxy over every active route: the whole image, the number alone.
 #include <cstdint>
 #include <optional>
 
 #include "diagnostics/Log.h"
+#include "events/NumberStore.h"
 #include "platform/BoundedMemory.h"
+#include "platform/NeverDestroyed.h"
 #include "routes/NfcProxy.h"
+#include "routes/PcType.h"
 #include "routes/Route.h"
-#include "routes/RouteState.h"
 #include "tagimage/ImageGeometry.h"
 #include "transfer/Buffer.h"
 
@@ -14,37 +16,27 @@ namespace {
 
 constexpr std::int32_t kLongestWrite = imageformat::kMaxImageSize;
 
-// By the PC type alone, whatever the size of the URI on the tag is.
-std::optional<std::uint16_t> NumberRegister(std::uint8_t pcModel) {
-    switch (pcModel) {
-        case kPcTypeBlank:
-            return imageformat::NumberRegister(imageformat::kBlankUriSize);
-        case kPcTypeOrvane:
-        case kPcTypeVelmo:
-            return imageformat::NumberRegister(imageformat::kShownUriSize);
-        default:
-            return std::nullopt;
-    }
-}
+// The random number as a read-back last confirmed it. For a debugger: nothing reads it.
+platform::NeverDestroyed<NumberStore> g_localNumber;
 
 }  // namespace
 
-bool NfcProxy::WriteNfcContent(const std::string& content) {
-    if (content.size() > static_cast<std::size_t>(kLongestWrite)) {
+bool NfcProxy::WriteNfcContent(const std::string& image) {
+    if (image.size() > static_cast<std::size_t>(kLongestWrite)) {
         return false;
     }
-    const Buffer image = AllocateBuffer(content.size());
-    if (image == nullptr) {
+    const Buffer bytes = AllocateBuffer(image.size());
+    if (bytes == nullptr) {
         LogErrorFun("WriteNfcContent: malloc nfcData fail");
         return false;
     }
-    if (platform::memcpy_s(image.get(), content.size(), content.data(), content.size()) != 0) {
+    if (platform::memcpy_s(bytes.get(), image.size(), image.data(), image.size()) != 0) {
         LogErrorFun("WriteNfcContent memcpy_s fail");
         return false;
     }
-    const auto length = static_cast<std::int32_t>(content.size());
+    const auto length = static_cast<std::int32_t>(image.size());
     for (Route* const route : Routes()) {
-        if (route->IsActive() && !route->WriteImage(*this, image.get(), length)) {
+        if (route->IsActive() && !route->WriteImage(bytes.get(), length)) {
             return false;
         }
     }
@@ -52,14 +44,15 @@ bool NfcProxy::WriteNfcContent(const std::string& content) {
 }
 
 bool NfcProxy::ReadRandNumber(std::uint8_t* number) {
-    const std::optional<std::uint16_t> regAddr = NumberRegister(g_pcModel);
-    if (!regAddr) {
+    const std::optional<std::size_t> uriSize = ReadBackUriSize(g_pcModel);
+    if (!uriSize) {
         LogErrorFun("NFC g_pcModel type unsupport");
         return false;
     }
-    LogWarnFun("NFC ReadRandNumber regAddr = %d ", *regAddr);
+    const std::uint16_t regAddr = imageformat::NumberRegister(*uriSize);
+    LogWarnFun("NFC ReadRandNumber regAddr = %d ", regAddr);
     for (Route* const route : Routes()) {
-        if (route->IsActive() && !route->ReadNumber(*this, *regAddr, number)) {
+        if (route->IsActive() && !route->ReadNumber(regAddr, number)) {
             return false;
         }
     }

@@ -6,7 +6,7 @@
 #include "events/Listener.h"
 #include "platform/NeverDestroyed.h"
 #include "routes/BtDataNotify.h"
-#include "routes/RouteState.h"
+#include "routes/Keyboards.h"
 
 namespace {
 

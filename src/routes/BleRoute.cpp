@@ -1,7 +1,6 @@
 // The Bluetooth route: connecting the keyboard, sending frames to it, and ending it all so that no
 // notification finds its sink gone.
-#include "routes/BtDataNotify.h"
-
+#include <atomic>
 #include <memory>
 #include <new>
 #include <string>
@@ -13,20 +12,27 @@
 #include "platform/NeverDestroyed.h"
 #include "platform/platform.h"
 #include "routes/BleDelivery.h"
+#include "routes/BtDataNotify.h"
+#include "routes/EventErrors.h"
 #include "routes/KeyboardFrame.h"
+#include "routes/Keyboards.h"
 #include "routes/NfcProxy.h"
 #include "routes/Route.h"
-#include "routes/RouteState.h"
 #include "transfer/Buffer.h"
 #include "transfer/LockOrder.h"
 
 using LinkDockService::BLEClient;
 
+namespace {
+
+// The keyboard is connected: images and number reads go there too. Written by connect and
+// disconnect, read by every operation.
 std::atomic<bool> g_isBtConnected{false};
+
+// The address that the host connected last, and the client, null before the first connect and not
+// owned. Written by connect under the content lock, read by frames and disconnect.
 std::atomic<std::uint64_t> g_btAddr{0};
 std::atomic<BLEClient*> g_bleClient{nullptr};
-
-namespace {
 
 constexpr char kServiceUuid[] = "0000FE40-CC7A-482A-984A-7F2ED5B3E512";
 constexpr char kWriteUuid[] = "0000FE41-CC7A-482A-984A-7F2ED5B3E512";
@@ -75,15 +81,9 @@ void DropSink(Link& link, bool isFree) {
 // Gives further frames their event, their address and their client, which it returns. Under the
 // content lock: a frame that is under way keeps its address, and a read its event and its answer.
 BLEClient* ChooseKeyboard(std::uint64_t address) {
-    const platform::Lock content(NfcProxy::m_contentMutex);
+    const platform::Lock content(ContentLock::mutex);
     if (!g_btRandEvent.value.Create(true)) {
-// The text is fixed. Its blank flag has no effect on an unsigned number, which is what the warning
-// says.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat"
-        LogErrorFun("[NFC] error creating g_RandEvent - % u",
-                    static_cast<unsigned>(GetLastError()));
-#pragma GCC diagnostic pop
+        LogNoBtNumberEvent(GetLastError());
     }
     g_btAddr = address;
     g_bleClient = BLEClient::GetInstance();
@@ -164,7 +164,7 @@ bool NfcProxy::BtDisconnect(std::uint64_t address) {
     }
     {
         // After the frame that is under way, and its answer.
-        const platform::Lock content(NfcProxy::m_contentMutex);
+        const platform::Lock content(ContentLock::mutex);
         g_isBtConnected = false;
     }
     BLEClient* const client = g_bleClient;
@@ -243,16 +243,16 @@ bool NfcProxy::BtReadRandomNum(std::uint16_t regAddr, std::uint8_t* number) {
 
 namespace {
 
-class BleRouteImpl final : public Route {
+class BleRoute final : public Route {
   public:
     bool IsActive() const override { return g_isBtConnected; }
-    bool WriteImage(NfcProxy& proxy, const std::uint8_t* image, std::int32_t length) override
-        TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
-        return proxy.BtWrite(image, length);
+    bool WriteImage(const std::uint8_t* image, std::int32_t length) override
+        TAGPORT_REQUIRES(ContentLock::mutex) {
+        return NfcProxy::BtWrite(image, length);
     }
-    bool ReadNumber(NfcProxy& proxy, std::uint16_t regAddr, std::uint8_t* number) override
-        TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
-        if (!proxy.BtReadRandomNum(regAddr, number)) {
+    bool ReadNumber(std::uint16_t regAddr, std::uint8_t* number) override
+        TAGPORT_REQUIRES(ContentLock::mutex) {
+        if (!NfcProxy::BtReadRandomNum(regAddr, number)) {
             LogWarnFun("[NFC_log] BtReadRandomNum fail ");
         }
         return true;  // a keyboard that does not answer does not fail the read
@@ -262,7 +262,7 @@ class BleRouteImpl final : public Route {
 
 }  // namespace
 
-Route& BleRoute() {
-    static platform::NeverDestroyed<BleRouteImpl> route;
+Route& BleRouteInstance() {
+    static platform::NeverDestroyed<BleRoute> route;
     return route.value;
 }

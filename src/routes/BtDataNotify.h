@@ -1,21 +1,10 @@
-// The link to the Bluetooth keyboard, and the sink of its notifications.
+// The sink of the Bluetooth keyboard's notifications: field reports and the number.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <vector>
 
 #include "platform/services/LinkDockService.h"
-
-/// The keyboard is connected: images and number reads go there too. Written by connect and
-/// disconnect, read by every operation.
-extern std::atomic<bool> g_isBtConnected;
-
-/// The address that the host connected last. Written by connect, read by writes and disconnect.
-extern std::atomic<std::uint64_t> g_btAddr;
-
-/// The client that the keyboard was connected through, null before the first connect. Not owned.
-extern std::atomic<LinkDockService::BLEClient*> g_bleClient;
 
 inline constexpr int kRouteBle = 4;
 

@@ -125,15 +125,15 @@ void EnableRadio() {
     }
 }
 
-class ChipRouteImpl final : public Route {
+class ChipRoute final : public Route {
   public:
     bool IsActive() const override { return IsFound(); }
-    bool WriteImage(NfcProxy& /*proxy*/, const std::uint8_t* image, std::int32_t length) override
-        TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+    bool WriteImage(const std::uint8_t* image, std::int32_t length) override
+        TAGPORT_REQUIRES(ContentLock::mutex) {
         return WriteImageToChip(image, length);
     }
-    bool ReadNumber(NfcProxy& /*proxy*/, std::uint16_t regAddr, std::uint8_t* number) override
-        TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+    bool ReadNumber(std::uint16_t regAddr, std::uint8_t* number) override
+        TAGPORT_REQUIRES(ContentLock::mutex) {
         if (!ReadNumberFromChip(regAddr, number)) {
             LogErrorFun("ReadRandNum reg: %d failed", regAddr);
             return false;
@@ -141,7 +141,7 @@ class ChipRouteImpl final : public Route {
         return true;
     }
 
-    UniqueHandle Open() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+    UniqueHandle Open() override TAGPORT_REQUIRES(ContentLock::mutex) {
         UniqueHandle device = OpenDevice::Open(kI2cDriverPath, kShareNone);
         if (device) {
             LogWarnFun("NFC_ select I2C Driver");
@@ -160,7 +160,7 @@ class ChipRouteImpl final : public Route {
         return device;
     }
     bool IsFound() const override { return DriverRoute() != kRouteNone; }
-    bool Start() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+    bool Start() override TAGPORT_REQUIRES(ContentLock::mutex) {
         if (!SelectDriver() || !PrepareChip()) {
             return false;
         }
@@ -170,8 +170,8 @@ class ChipRouteImpl final : public Route {
     bool IsReadBeforeWrite() const override {
         return g_isI2cDriver && GetNfcDeviceContext().Traits().isReadBeforeWrite;
     }
-    void MakeReadable() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) { EnableRadio(); }
-    void OnDeviceClosed() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+    void MakeReadable() override TAGPORT_REQUIRES(ContentLock::mutex) { EnableRadio(); }
+    void OnDeviceClosed() override TAGPORT_REQUIRES(ContentLock::mutex) {
         InterruptLife().OnDeviceClosed();
     }
 
@@ -181,7 +181,7 @@ class ChipRouteImpl final : public Route {
 
 }  // namespace
 
-Route& ChipRoute() {
-    static platform::NeverDestroyed<ChipRouteImpl> route;
+Route& ChipRouteInstance() {
+    static platform::NeverDestroyed<ChipRoute> route;
     return route.value;
 }

@@ -7,9 +7,9 @@
 #include "diagnostics/Log.h"
 #include "events/DriverThreads.h"
 #include "platform/platform.h"
+#include "routes/EventErrors.h"
 #include "routes/NfcProxy.h"
 #include "routes/Route.h"
-#include "routes/RouteState.h"
 #include "transfer/OpenDevice.h"
 #include "transfer/WaitForCommand.h"
 
@@ -17,7 +17,7 @@ namespace {
 
 // Closes the device under the mutex that every transfer holds, so none can be under way on it. A
 // pending request of an event thread fails.
-void CloseDevice() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+void CloseDevice() TAGPORT_REQUIRES(ContentLock::mutex) {
     {
         const platform::Lock lock(GetNfcDeviceContext().mutex);
         OpenDevice::Get().Close();
@@ -39,7 +39,7 @@ void TakeOver(const Route& chosen, UniqueHandle device) {
 }
 
 // Opens the first device that there is.
-bool ChooseRoute() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+bool ChooseRoute() TAGPORT_REQUIRES(ContentLock::mutex) {
     for (auto route = Routes().rbegin(); route != Routes().rend(); ++route) {
         UniqueHandle device = (*route)->Open();
         if (device) {
@@ -52,11 +52,11 @@ bool ChooseRoute() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
     return false;
 }
 
-bool OpenRoute() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+bool OpenRoute() TAGPORT_REQUIRES(ContentLock::mutex) {
     LogWarnFun("NFC_Create DeviceHandle");
-    const bool isReopened = std::any_of(Routes().begin(), Routes().end(),
-                                        [](const Route* route) { return route->IsReopened(); });
-    if (isReopened) {
+    const bool reopens = std::any_of(Routes().begin(), Routes().end(),
+                                     [](const Route* route) { return route->ReopensOnStart(); });
+    if (reopens) {
         CloseDevice();
     } else if (DeviceHandle != nullptr) {
         LogWarnFun("DeviceHandle already exist");
@@ -65,17 +65,12 @@ bool OpenRoute() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
     return ChooseRoute();
 }
 
-bool StartDevice() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+bool StartDevice() TAGPORT_REQUIRES(ContentLock::mutex) {
     if (!OpenRoute()) {
         return false;
     }
     if (!g_ioEvent.value.Create(true)) {
-// The text is fixed. Its blank flag has no effect on an unsigned number, which is what the warning
-// says.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat"
-        LogErrorFun("NFC error creating I / O event - % u", static_cast<unsigned>(GetLastError()));
-#pragma GCC diagnostic pop
+        LogNoTransferEvent(GetLastError());
         return false;
     }
     // A PC that has changed its peripheral has found several routes. It is treated as having the
@@ -85,7 +80,7 @@ bool StartDevice() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
     return (*found)->Start();
 }
 
-void UndoStart() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+void UndoStart() TAGPORT_REQUIRES(ContentLock::mutex) {
     StopDriverThreads();
     CloseDevice();
     g_ioEvent.value.Close();
@@ -98,7 +93,7 @@ void UndoStart() TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
 }  // namespace
 
 bool NfcProxy::InitNfcDevice() {
-    const platform::Lock content(NfcProxy::m_contentMutex);
+    const platform::Lock content(ContentLock::mutex);
     // The end of another manager in the middle must not make the chip look like another one.
     const EventSlot::KeepOpen keep(g_ioEvent.value);
     try {

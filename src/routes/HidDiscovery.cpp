@@ -14,7 +14,7 @@ namespace {
 
 constexpr DWORD kShareReadWrite = FILE_SHARE_READ | FILE_SHARE_WRITE;
 
-// What the structure's own size field must hold, whatever room the path takes.
+// cbSize must be the size of the fixed part, on 64-bit Windows, whatever room the path takes.
 constexpr DWORD kDetailHeadSize = 8;
 
 // How often one index is asked again when the enumeration fails with an unexpected code. The
@@ -108,7 +108,7 @@ bool HasKeyboardUsage(HANDLE device) {
 
 enum class Verdict { kKeyboard, kOther, kStopSearch };
 
-Verdict Judge(HANDLE device) {
+Verdict CheckInterface(HANDLE device) {
     if (!HasKeyboardUsage(device)) {
         return Verdict::kOther;
     }
@@ -157,7 +157,7 @@ UniqueHandle MatchNfcHidDevice() {
             continue;
         }
         UniqueHandle device = OpenDevice::Open(detail.path(), kShareReadWrite);
-        switch (Judge(device.get())) {
+        switch (CheckInterface(device.get())) {
             case Verdict::kKeyboard:
                 return device;
             case Verdict::kStopSearch:

@@ -7,24 +7,25 @@
 #include "platform/BoundedMemory.h"
 #include "platform/NeverDestroyed.h"
 #include "platform/platform.h"
+#include "routes/EventErrors.h"
 #include "routes/HidDiscovery.h"
 #include "routes/KeyboardFrame.h"
 #include "routes/KeyboardReadThread.h"
+#include "routes/Keyboards.h"
 #include "routes/NfcProxy.h"
 #include "routes/Route.h"
-#include "routes/RouteState.h"
 
 namespace {
 
-bool RequestNumber(NfcProxy& proxy, std::uint16_t regAddr, std::uint8_t* number)
-    TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+bool RequestNumber(std::uint16_t regAddr, std::uint8_t* number)
+    TAGPORT_REQUIRES(ContentLock::mutex) {
     const std::unique_ptr<NumberRequest> request(new (std::nothrow) NumberRequest);
     if (request == nullptr) {
         LogErrorFun("NFC ReadRandNumber malloc writeData fail");
         return false;
     }
     FillNumberRequest(*request, regAddr);
-    if (!proxy.HidWrite(1, request->data(), static_cast<std::int32_t>(request->size()), 1)) {
+    if (!NfcProxy::HidWrite(1, request->data(), static_cast<std::int32_t>(request->size()), 1)) {
         LogErrorFun("NFC HidRead write address fail");
         return false;
     }
@@ -43,12 +44,7 @@ bool RequestNumber(NfcProxy& proxy, std::uint16_t regAddr, std::uint8_t* number)
 
 bool StartKeyboard() {
     if (!g_RandEvent.value.Create(true)) {
-// The text is fixed. Its blank flag has no effect on an unsigned number, which is what the warning
-// says.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat"
-        LogErrorFun("NFC error creating g_RandEvent - % u", static_cast<unsigned>(GetLastError()));
-#pragma GCC diagnostic pop
+        LogNoHidNumberEvent(GetLastError());
         return false;
     }
     switch (KeyboardReadLife().EnsureStarted(ReadKeyboardDataThread)) {
@@ -65,19 +61,19 @@ bool StartKeyboard() {
     return false;
 }
 
-class HidRouteImpl final : public Route {
+class HidRoute final : public Route {
   public:
     bool IsActive() const override { return g_isHidDevice && g_mcuKbConnected; }
-    bool WriteImage(NfcProxy& proxy, const std::uint8_t* image, std::int32_t length) override
-        TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
-        return proxy.NfcHidWrite(image, length);
+    bool WriteImage(const std::uint8_t* image, std::int32_t length) override
+        TAGPORT_REQUIRES(ContentLock::mutex) {
+        return NfcProxy::NfcHidWrite(image, length);
     }
-    bool ReadNumber(NfcProxy& proxy, std::uint16_t regAddr, std::uint8_t* number) override
-        TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
-        return RequestNumber(proxy, regAddr, number);
+    bool ReadNumber(std::uint16_t regAddr, std::uint8_t* number) override
+        TAGPORT_REQUIRES(ContentLock::mutex) {
+        return RequestNumber(regAddr, number);
     }
 
-    UniqueHandle Open() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+    UniqueHandle Open() override TAGPORT_REQUIRES(ContentLock::mutex) {
         UniqueHandle device = MatchNfcHidDevice();
         if (device) {
             LogWarnFun("NFC_ select hid device");
@@ -88,9 +84,9 @@ class HidRouteImpl final : public Route {
         return device;
     }
     bool IsFound() const override { return g_isHidDevice; }
-    bool IsReopened() const override { return g_isHidDevice; }
-    bool Start() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) { return StartKeyboard(); }
-    void UndoStart() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+    bool ReopensOnStart() const override { return g_isHidDevice; }
+    bool Start() override TAGPORT_REQUIRES(ContentLock::mutex) { return StartKeyboard(); }
+    void UndoStart() override TAGPORT_REQUIRES(ContentLock::mutex) {
         if (g_hReadHidThread != nullptr) {
             // The closing of the device wakes the thread.
             KeyboardReadLife().Stop(ThreadLife::Wake::kNo);
@@ -98,7 +94,7 @@ class HidRouteImpl final : public Route {
         }
         g_RandEvent.value.Close();
     }
-    void OnDeviceClosed() override TAGPORT_REQUIRES(NfcProxy::m_contentMutex) {
+    void OnDeviceClosed() override TAGPORT_REQUIRES(ContentLock::mutex) {
         KeyboardReadLife().OnDeviceClosed();
     }
 
@@ -108,7 +104,7 @@ class HidRouteImpl final : public Route {
 
 }  // namespace
 
-Route& HidRoute() {
-    static platform::NeverDestroyed<HidRouteImpl> route;
+Route& HidRouteInstance() {
+    static platform::NeverDestroyed<HidRoute> route;
     return route.value;
 }

@@ -10,7 +10,6 @@
 #include "platform/platform.h"
 #include "routes/KeyboardFrame.h"
 #include "routes/NfcProxy.h"
-#include "routes/RouteState.h"
 #include "transfer/Buffer.h"
 #include "transfer/NfcCommand.h"
 #include "transfer/OpenDevice.h"

@@ -1,7 +1,6 @@
 #include "routes/KeyboardFrame.h"
 
 #include "platform/BoundedMemory.h"
-#include "routes/RouteState.h"
 
 namespace {
 
@@ -12,6 +11,9 @@ constexpr std::uint8_t kCodeA = 0x6E;
 constexpr std::uint8_t kCodeB = 0xE6;
 
 }  // namespace
+
+std::uint8_t g_frameHead[kFrameHeadSize] = {};
+std::uint8_t g_hidReportHead[kReportHeadSize] = {};
 
 void PutFrameHead(std::uint8_t* frame, std::uint8_t direction) {
     g_frameHead[kFrameMarkOffset] = kFrameMark;
@@ -25,7 +27,7 @@ void FillNumberRequest(NumberRequest& request, std::uint16_t regAddr) {
     request[kFrameHeadSize + 1] = static_cast<std::uint8_t>(regAddr >> 8);
 }
 
-KeyboardReport JudgeReport(const std::uint8_t* fromType) {
+KeyboardReport ClassifyReport(const std::uint8_t* fromType) {
     const std::uint8_t* const code = fromType + kAfterType;
     switch (*fromType) {
         case kTypeField:

@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "events/NumberStore.h"
-#include "routes/NfcProxy.h"
+#include "routes/ContentLock.h"
 
 // A frame: its mark, a direction byte, then the image or a register.
 inline constexpr std::size_t kFrameMarkOffset = 0;
@@ -32,16 +32,20 @@ inline constexpr std::size_t kPageLengthOffset = 3;
 inline constexpr std::uint8_t kOutgoingReportId = 5;
 inline constexpr std::int32_t kPagePayload = 60;
 
+// Heads of outgoing frames and reports, built up in place.
+inline constexpr std::size_t kFrameHeadSize = 2;
+inline constexpr std::size_t kReportHeadSize = 4;
+extern std::uint8_t g_frameHead[kFrameHeadSize] TAGPORT_GUARDED_BY(ContentLock::mutex);
+extern std::uint8_t g_hidReportHead[kReportHeadSize] TAGPORT_GUARDED_BY(ContentLock::mutex);
+
 /// How long the keyboard is given to answer a number request.
 inline constexpr std::uint32_t kAnswerTimeoutMs = 3000;
 
-/// Puts `g_frameHead` with the given direction at the start of a frame. Under the content lock.
-void PutFrameHead(std::uint8_t* frame, std::uint8_t direction)
-    TAGPORT_REQUIRES(NfcProxy::m_contentMutex);
+/// Puts `g_frameHead` with the given direction at the start of a frame.
+void PutFrameHead(std::uint8_t* frame, std::uint8_t direction) TAGPORT_REQUIRES(ContentLock::mutex);
 
-/// Fills a number request for a chip register. Under the content lock.
 void FillNumberRequest(NumberRequest& request, std::uint16_t regAddr)
-    TAGPORT_REQUIRES(NfcProxy::m_contentMutex);
+    TAGPORT_REQUIRES(ContentLock::mutex);
 
 /// What the keyboard reports.
 enum class KeyboardReport {
@@ -52,8 +56,8 @@ enum class KeyboardReport {
     kUnknownType,
 };
 
-/// Judges a report from its type byte on; three bytes are looked at.
-KeyboardReport JudgeReport(const std::uint8_t* fromType);
+/// Looks at three bytes, from the type byte on.
+KeyboardReport ClassifyReport(const std::uint8_t* fromType);
 
 // Where the type byte stands, and what follows it.
 inline constexpr std::size_t kHidTypeOffset = 5;

@@ -10,7 +10,7 @@
 #include "platform/platform.h"
 #include "routes/KeyboardFrame.h"
 #include "routes/KeyboardReadThread.h"
-#include "routes/RouteState.h"
+#include "routes/Keyboards.h"
 
 namespace {
 
@@ -36,7 +36,7 @@ void HandleFieldReport(KeyboardReport kind) {
 
 void HandleReport(const Report& report) {
     const std::uint8_t* const fromType = report.data() + kHidTypeOffset;
-    const KeyboardReport kind = JudgeReport(fromType);
+    const KeyboardReport kind = ClassifyReport(fromType);
     switch (kind) {
         case KeyboardReport::kNumber: {
             g_hidRandNumber.value.Set(fromType + kAfterType);

@@ -1,4 +1,3 @@
-// A proxy's beginning and end, and the start of the event threads.
 #include "routes/NfcProxy.h"
 
 #include "diagnostics/Log.h"
@@ -7,8 +6,6 @@
 #include "platform/NeverDestroyed.h"
 #include "routes/Route.h"
 #include "transfer/WaitForCommand.h"
-
-platform::Mutex NfcProxy::m_contentMutex{kContentLock};
 
 namespace {
 

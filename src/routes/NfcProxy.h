@@ -5,20 +5,17 @@
 #include <memory>
 #include <string>
 
-#include "platform/platform.h"
+#include "routes/ContentLock.h"
 
-/// Its presence in a manager is what the manager's operations test, and its end is what stops the
-/// event threads. Operations give true for success; each failing step logs where it fails.
+/// A manager without an NfcProxy refuses its operations. Destroying the last NfcProxy stops the
+/// event threads.
 ///
-/// Operations marked "under the content lock" are called with m_contentMutex held, so that a caller
-/// can make building an image and writing it one step. All of them block for the transfers they
-/// make.
+/// The operations return true for success; each failing step logs where it fails. They block for
+/// the transfers that they make. Those that need the content lock leave it to the caller, who can
+/// so make building an image and writing it one step.
 class NfcProxy {
   public:
-    /// The content lock: one whole image, one whole number read, one device start or the radio of a
-    /// write at a time, on all routes, so that two threads never mix two images. Outside the device
-    /// mutex; held over transfers and over the pauses after blocks.
-    static platform::Mutex m_contentMutex;
+    // NfcProxy.cpp
 
     /// Arms the process for a new manager: the next interrupt opens a visit, the loops may run.
     NfcProxy();
@@ -30,49 +27,60 @@ class NfcProxy {
     NfcProxy(const NfcProxy&) = delete;
     NfcProxy& operator=(const NfcProxy&) = delete;
 
-    /// A proxy for a thread that may outlive its manager: it works on the same process-wide state,
-    /// and neither its making nor its end touches the event threads.
+    /// A proxy for a thread that may outlive its manager: neither its making nor its end touches
+    /// the event threads.
     static std::shared_ptr<NfcProxy> Detached();
 
     /// Chooses the constructor that arms nothing; only Detached passes it.
     struct DetachedTag {};
     explicit NfcProxy(DetachedTag /*tag*/) {}
 
+    // DeviceStart.cpp
+
     /// Finds the peripheral, opens it and prepares the chip; on a device that is open, prepares it
     /// again. On failure the device is closed. Takes the content lock itself.
-    bool InitNfcDevice();
+    static bool InitNfcDevice();
 
-    /// The whole image from the chip, in blocks of 16 bytes. `content` is assigned on success only.
-    /// Under the content lock.
-    bool ReadNfcContent(std::string& content) TAGPORT_REQUIRES(m_contentMutex);
+    // AllRoutes.cpp
 
-    /// Puts an image of at most 255 bytes on the tag over every active route. Under the content
-    /// lock.
-    bool WriteNfcContent(const std::string& content) TAGPORT_REQUIRES(m_contentMutex);
+    /// Puts an image of at most 255 bytes on the tag over every active route.
+    static bool WriteNfcContent(const std::string& image) TAGPORT_REQUIRES(ContentLock::mutex);
 
     /// Fetches the 32-byte number over every active route; the last one that answers stands in
-    /// `number`. True does not say that the buffer was filled. Under the content lock.
-    bool ReadRandNumber(std::uint8_t* number) TAGPORT_REQUIRES(m_contentMutex);
+    /// `number`. True does not say that the buffer was filled.
+    static bool ReadRandNumber(std::uint8_t* number) TAGPORT_REQUIRES(ContentLock::mutex);
 
     /// Keeps the number that a write was confirmed with.
-    bool SetLocalNum(const std::uint8_t* number);
+    static bool SetLocalNum(const std::uint8_t* number);
 
-    // The Bluetooth keyboard. See BleRoute.cpp.
-    bool BtConnect(std::uint64_t address);
-    bool BtDisconnect(std::uint64_t address);
+    // ChipImage.cpp
 
-    // The keyboards' frames: an image of at most 888 bytes, or one page of 1 to 60 bytes. Under
-    // the content lock.
-    bool NfcHidWrite(const std::uint8_t* data, std::int32_t length)
-        TAGPORT_REQUIRES(m_contentMutex);
-    bool HidWrite(std::int32_t page, const std::uint8_t* data, std::int32_t length,
-                  std::uint8_t pageCount) TAGPORT_REQUIRES(m_contentMutex);
-    bool BtWrite(const std::uint8_t* data, std::int32_t length) TAGPORT_REQUIRES(m_contentMutex);
-    bool BtReadRandomNum(std::uint16_t regAddr, std::uint8_t* number)
-        TAGPORT_REQUIRES(m_contentMutex);
+    /// The whole image from the chip, in blocks of 16 bytes. `image` is assigned on success only.
+    static bool ReadNfcContent(std::string& image) TAGPORT_REQUIRES(ContentLock::mutex);
+
+    // BleRoute.cpp
+
+    /// Both take the content lock for the short time in which they change what frames work with.
+    static bool BtConnect(std::uint64_t address);
+    static bool BtDisconnect(std::uint64_t address);
+
+    /// An image of at most 888 bytes, in one frame.
+    static bool BtWrite(const std::uint8_t* data, std::int32_t length)
+        TAGPORT_REQUIRES(ContentLock::mutex);
+    static bool BtReadRandomNum(std::uint16_t regAddr, std::uint8_t* number)
+        TAGPORT_REQUIRES(ContentLock::mutex);
+
+    // HidTransfer.cpp
+
+    /// An image of at most 888 bytes, in pages.
+    static bool NfcHidWrite(const std::uint8_t* data, std::int32_t length)
+        TAGPORT_REQUIRES(ContentLock::mutex);
+    /// One page of 1 to 60 bytes.
+    static bool HidWrite(std::int32_t page, const std::uint8_t* data, std::int32_t length,
+                         std::uint8_t pageCount) TAGPORT_REQUIRES(ContentLock::mutex);
 };
 
 /// A write's last step but one: arms the next visit, lets the loops run, and starts what is not
 /// there of the two threads that serve a kernel driver. True when both exist. When one could not be
-/// started the other is let go of and ends by itself.
+/// started the other is abandoned and ends by itself.
 bool NfcThreadCreate();

@@ -2,15 +2,15 @@
 #include "platform/NeverDestroyed.h"
 #include "routes/Route.h"
 
-Route& BleRoute();
-Route& HidRoute();
-Route& ChipRoute();
+Route& BleRouteInstance();
+Route& HidRouteInstance();
+Route& ChipRouteInstance();
 
 const std::vector<Route*>& Routes() {
     static const platform::NeverDestroyed<std::vector<Route*>> routes{std::vector<Route*>{
-        &BleRoute(),
-        &HidRoute(),
-        &ChipRoute(),
+        &BleRouteInstance(),
+        &HidRouteInstance(),
+        &ChipRouteInstance(),
     }};
     return routes.value;
 }

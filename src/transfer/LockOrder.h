@@ -16,7 +16,7 @@ inline constexpr platform::LockRank kBtLinkLock{20, "Bluetooth link mutex"};
 
 /// One whole image, one whole number, one device start or the radio of a write, on all routes. It
 /// covers the pauses after blocks: outside the event threads nobody reaches the chip without it.
-inline constexpr platform::LockRank kContentLock{30, "g_contentMutex"};
+inline constexpr platform::LockRank kContentLock{30, "ContentLock::mutex"};
 
 /// One driver call with the pauses inside it. The pause after a block belongs to the content lock.
 inline constexpr platform::LockRank kDeviceLock{40, "device mutex"};
@@ -25,7 +25,7 @@ inline constexpr platform::LockRank kDeviceLock{40, "device mutex"};
 inline constexpr platform::LockRank kExtendLock{50, "NfcSpbExtend mutex"};
 
 // Short locks: never held over a transfer, a pause, a line of the log or a listener call.
-inline constexpr platform::LockRank kMemoryLock{60, "g_memoryMutex"};
+inline constexpr platform::LockRank kMemoryLock{60, "ManagedImage::m_memoryMutex"};
 inline constexpr platform::LockRank kHandleLock{65, "OpenDevice mutex"};
 inline constexpr platform::LockRank kVisitLock{65, "Visit mutex"};
 inline constexpr platform::LockRank kDeliveryLock{65, "Bluetooth delivery mutex"};

@@ -3,7 +3,7 @@
 #include "events/Listener.h"
 #include "events/Visit.h"
 #include "routes/KeyboardReadThread.h"
-#include "routes/RouteState.h"
+#include "routes/PcType.h"
 #include "tests/manager/ManagerAccess.h"
 #include "tests/support/PcWithHost.h"
 

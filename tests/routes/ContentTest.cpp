@@ -11,7 +11,7 @@ using namespace testing_support;
 
 namespace {
 
-using Operation = std::function<bool(PcWithHost& setup, NfcProxy& proxy)>;
+using Operation = std::function<bool(PcWithHost& setup)>;
 
 // The registers that went out, each with the number of bytes written or read there: "16+18" for a
 // read of 18 bytes. A pause after a block is a dot.
@@ -38,28 +38,28 @@ std::string Image(std::size_t size) {
 }
 
 Operation Read(std::size_t size) {
-    return [image = Image(size)](PcWithHost& setup, NfcProxy& proxy) {
+    return [image = Image(size)](PcWithHost& setup) {
         setup.pc.chip()->BackDoor().SetMemory(16, simulator::Bytes(image.begin(), image.end()));
         std::string content = "untouched";
-        const platform::Lock lock(NfcProxy::m_contentMutex);
-        const bool result = proxy.ReadNfcContent(content);
+        const platform::Lock lock(ContentLock::mutex);
+        const bool result = NfcProxy::ReadNfcContent(content);
         EXPECT_EQ(content, result ? image : "untouched");
         return result;
     };
 }
 Operation Write(std::size_t size) {
-    return [image = Image(size + 3).substr(3)](PcWithHost& setup, NfcProxy& proxy) {
+    return [image = Image(size + 3).substr(3)](PcWithHost& setup) {
         setup.pc.chip()->BackDoor().SetMemory(16, simulator::Bytes(256));
-        const platform::Lock lock(NfcProxy::m_contentMutex);
-        const bool result = proxy.WriteNfcContent(image);
+        const platform::Lock lock(ContentLock::mutex);
+        const bool result = NfcProxy::WriteNfcContent(image);
         EXPECT_TRUE(!result || setup.ImageOnChip(image.size()) == image);
         return result;
     };
 }
-const Operation kReadNumber = [](PcWithHost& /*setup*/, NfcProxy& proxy) {
+const Operation kReadNumber = [](PcWithHost& /*setup*/) {
     Number number{};
-    const platform::Lock lock(NfcProxy::m_contentMutex);
-    return proxy.ReadRandNumber(number.data());
+    const platform::Lock lock(ContentLock::mutex);
+    return NfcProxy::ReadRandNumber(number.data());
 };
 
 const struct {
@@ -106,7 +106,7 @@ TEST(Content, MovesInBlocksWholeOrNotAtAll) {
         SCOPED_TRACE(blocks + errors);
         setup.SetFaults(faults);
         recorder.Take();
-        EXPECT_EQ(operation(setup, *NfcProxy::Detached()), result);
+        EXPECT_EQ(operation(setup), result);
         EXPECT_EQ(Blocks(recorder.Take(emulation::CurrentThread())), blocks);
         EXPECT_EQ(Joined(setup.log.TakeUnannounced()), errors);
     }
@@ -166,16 +166,15 @@ TEST(Frames, ReachBothKeyboardsWholeOrNotAtAll) {
     StartedPc setup({PcRoute::kHid, PcRoute::kBle});
     simulator::KeyboardMcu& hid = *setup.pc.keyboard();
     simulator::BluetoothKeyboard& ble = *setup.pc.bluetooth();
-    const auto proxy = NfcProxy::Detached();
     simulator::Bytes image(1000);
     std::iota(image.begin(), image.end(), std::uint8_t{1});
     for (const auto& [length, pages] :
          {std::pair{58, 1U}, {888, 15U}, {59, 2U}, {889, 0U}, {-1, 0U}}) {
         SCOPED_TRACE(length);
         const std::size_t before = hid.ReportsSeen();
-        const platform::Lock lock(NfcProxy::m_contentMutex);
-        EXPECT_EQ(proxy->NfcHidWrite(image.data(), length), pages != 0);
-        EXPECT_EQ(proxy->BtWrite(image.data(), length), pages != 0);
+        const platform::Lock lock(ContentLock::mutex);
+        EXPECT_EQ(NfcProxy::NfcHidWrite(image.data(), length), pages != 0);
+        EXPECT_EQ(NfcProxy::BtWrite(image.data(), length), pages != 0);
         EXPECT_EQ(hid.ReportsSeen() - before, pages);
         if (pages != 0) {
             const simulator::Bytes sent(image.begin(), image.begin() + length);

@@ -44,7 +44,7 @@ TEST(DeviceStart, OnUsbDetectsNothingTriesAStepFiveTimesAndThenCloses) {
             setup.SetFaults(one.faults);
             const std::size_t handles = emulation::Live().handles;
             BusRecorder recorder;
-            EXPECT_EQ(NfcProxy::Detached()->InitNfcDevice(), one.errors.empty());
+            EXPECT_EQ(NfcProxy::InitNfcDevice(), one.errors.empty());
             const Texts traffic = recorder.Take();
             EXPECT_EQ(traffic.at(0), "W 03 8c") << "neither an open request nor a probe";
             EXPECT_EQ(std::count(traffic.begin(), traffic.end(), "sleep 500"), one.pauses);

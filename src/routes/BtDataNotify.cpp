@@ -1,10 +1,10 @@
-// What the Bluetooth keyboard notifies: field reports and the number. Runs on the client's thread.
+#include "routes/BtDataNotify.h"
+
 #include "diagnostics/Log.h"
 #include "events/Listener.h"
 #include "routes/BleDelivery.h"
-#include "routes/BtDataNotify.h"
 #include "routes/KeyboardFrame.h"
-#include "routes/RouteState.h"
+#include "routes/Keyboards.h"
 
 namespace {
 
@@ -45,7 +45,7 @@ void BtDataNotify::OnNotify(const std::vector<std::uint8_t>& value) {
         LogNotValid();
         return;
     }
-    switch (JudgeReport(value.data() + kBleTypeOffset)) {
+    switch (ClassifyReport(value.data() + kBleTypeOffset)) {
         case KeyboardReport::kEntered:
             BleDelivery::Get().Add(this, kEventEntered);
             break;
