@@ -8,7 +8,7 @@
 #include "platform/platform.h"
 #include "routes/Keyboards.h"
 #include "routes/NfcProxy.h"
-#include "routes/Route.h"
+#include "routes/RouteTable.h"
 
 bool NfcManager::DeviceInit() {
     platform::Lock lock(m_staticDeviceMutex);

@@ -17,7 +17,7 @@
 #include "manager/TagSteps.h"
 #include "platform/platform.h"
 #include "routes/NfcProxy.h"
-#include "routes/Route.h"
+#include "routes/RouteTable.h"
 #include "tagimage/NfcData.h"
 #include "transfer/WaitForCommand.h"
 
@@ -84,7 +84,7 @@ void MakeNewest(ManagedImage& image) {
     image.MakeNewest();
 }
 
-// A chip that works gives something other than zero at one of these places. The number thread
+// A working chip returns something other than zero at one of these places. The number thread
 // checks one place less.
 bool LooksWritten(const RandomNumber& number) {
     return (number[0] | number[1] | number[2] | number[kNumberSize - 1]) != 0;

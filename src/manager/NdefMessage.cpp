@@ -1,34 +1,20 @@
-// The setters and getters of a message.
 #include <tagport/NdefMessage.h>
 
 #include "diagnostics/Log.h"
 #include "manager/Limits.h"
 #include "platform/BoundedMemory.h"
 
-namespace {
-
-// The bounded copy checks whether a caller's array exists. The compiler could drop a check that
-// stood here, since a reference always refers to something.
-template <std::size_t Size>
-bool Copy(std::uint8_t* destination, const std::uint8_t* source) {
-    return platform::memcpy_s(destination, Size, source, Size) == 0;
-}
-
-template <std::size_t Size>
-bool Clear(std::uint8_t (&field)[Size]) {
-    return platform::memset_s(field, Size, 0, Size) == 0;
-}
-
-}  // namespace
+using platform::ClearField;
+using platform::CopyField;
 
 NdefMessage::NdefMessage() {
-    if (!Clear(m_macAddr)) {
+    if (!ClearField(m_macAddr)) {
         LogErrorFun("NdefMessage build m_macAddr fail");
     }
-    if (!Clear(m_randomNumber)) {
+    if (!ClearField(m_randomNumber)) {
         LogErrorFun("NdefMessage build m_randomNumber fail");
     }
-    if (!Clear(m_pcModel)) {
+    if (!ClearField(m_pcModel)) {
         LogErrorFun("NdefMessage build m_pcModel fail");
     }
 }
@@ -51,7 +37,7 @@ int NdefMessage::GetUrl(std::string& url) {
 }
 
 int NdefMessage::SetMac(const std::uint8_t (&mac)[6]) {
-    if (!Copy<sizeof(m_macAddr)>(m_macAddr, mac)) {
+    if (!CopyField<sizeof(m_macAddr)>(m_macAddr, mac)) {
         LogErrorFun("SetMac memcpy_s fail");
         return kFailure;
     }
@@ -59,7 +45,7 @@ int NdefMessage::SetMac(const std::uint8_t (&mac)[6]) {
 }
 
 int NdefMessage::GetMac(std::uint8_t (&mac)[6]) {
-    if (!Copy<sizeof(m_macAddr)>(mac, m_macAddr)) {
+    if (!CopyField<sizeof(m_macAddr)>(mac, m_macAddr)) {
         LogErrorFun("GetMac memcpy_s fail");
         return kFailure;
     }
@@ -67,7 +53,7 @@ int NdefMessage::GetMac(std::uint8_t (&mac)[6]) {
 }
 
 int NdefMessage::SetRandomNumber(const std::uint8_t (&number)[32]) {
-    if (!Copy<sizeof(m_randomNumber)>(m_randomNumber, number)) {
+    if (!CopyField<sizeof(m_randomNumber)>(m_randomNumber, number)) {
         LogErrorFun("SetRandomNumber memcpy_s fail");
         return kFailure;
     }
@@ -75,7 +61,7 @@ int NdefMessage::SetRandomNumber(const std::uint8_t (&number)[32]) {
 }
 
 int NdefMessage::GetRandomNumber(std::uint8_t (&number)[32]) {
-    if (!Copy<sizeof(m_randomNumber)>(number, m_randomNumber)) {
+    if (!CopyField<sizeof(m_randomNumber)>(number, m_randomNumber)) {
         LogErrorFun("GetRandomNumber memcpy_s fail");
         return kFailure;
     }
@@ -83,7 +69,7 @@ int NdefMessage::GetRandomNumber(std::uint8_t (&number)[32]) {
 }
 
 int NdefMessage::SetModel(const std::uint8_t (&model)[4]) {
-    if (!Copy<sizeof(m_pcModel)>(m_pcModel, model)) {
+    if (!CopyField<sizeof(m_pcModel)>(m_pcModel, model)) {
         LogErrorFun("SetModel memcpy_s fail");
         return kFailure;
     }
@@ -91,7 +77,7 @@ int NdefMessage::SetModel(const std::uint8_t (&model)[4]) {
 }
 
 int NdefMessage::GetModel(std::uint8_t (&model)[4]) {
-    if (!Copy<sizeof(m_pcModel)>(model, m_pcModel)) {
+    if (!CopyField<sizeof(m_pcModel)>(model, m_pcModel)) {
         LogErrorFun("GetModel memcpy_s fail");
         return kFailure;
     }

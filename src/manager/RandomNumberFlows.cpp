@@ -15,7 +15,7 @@
 #include "platform/BoundedMemory.h"
 #include "platform/platform.h"
 #include "routes/NfcProxy.h"
-#include "routes/Route.h"
+#include "routes/RouteTable.h"
 #include "tagimage/NfcData.h"
 #include "transfer/WaitForCommand.h"
 
@@ -46,7 +46,7 @@ DWORD WINAPI RunNumberThread(LPVOID argument) {
     }
 }
 
-// A chip that works gives something other than zero at one of these places. The read-back of a
+// A working chip returns something other than zero at one of these places. The read-back of a
 // whole message checks one place more.
 bool LooksWritten(const RandomNumber& number) {
     return (number[0] | number[1] | number[kNumberSize - 1]) != 0;

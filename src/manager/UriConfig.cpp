@@ -78,14 +78,14 @@ void NdefMessage::Init(char type) {
         default:
             break;
     }
-    platform::memset_s(m_macAddr, sizeof(m_macAddr), 0, sizeof(m_macAddr));
+    platform::ClearField(m_macAddr);
     if (kind.url.empty() || kind.url.size() > kMaxUrlSize) {
         LogErrorFun("NdefMessage set information failed");
         return;
     }
     m_url = kind.url;
-    platform::memset_s(m_randomNumber, sizeof(m_randomNumber), 0, sizeof(m_randomNumber));
-    platform::memcpy_s(m_pcModel, sizeof(m_pcModel), kind.model, sizeof(kind.model));
+    platform::ClearField(m_randomNumber);
+    platform::CopyField<sizeof(m_pcModel)>(m_pcModel, kind.model);
     m_pcType = kind.type;
 }
 

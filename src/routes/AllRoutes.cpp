@@ -8,7 +8,7 @@
 #include "platform/NeverDestroyed.h"
 #include "routes/NfcProxy.h"
 #include "routes/PcType.h"
-#include "routes/Route.h"
+#include "routes/RouteTable.h"
 #include "tagimage/ImageGeometry.h"
 #include "transfer/Buffer.h"
 

@@ -81,9 +81,9 @@ bool BleDelivery::HasOwn() const {
                        [](const Pending& pending) { return pending.thread == ThisThread(); });
 }
 
-// What is not deferred has its own thread waiting for it.
+// For an event that came outside a call its own thread waits.
 bool BleDelivery::MayDeliverNext() const {
-    return !m_isDelivering && (m_pending[0].isDeferred || m_pending[0].thread == ThisThread());
+    return !m_isDelivering && (m_pending[0].isInsideCall || m_pending[0].thread == ThisThread());
 }
 
 void BleDelivery::DeliverPending() {

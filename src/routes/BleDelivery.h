@@ -15,9 +15,8 @@ class BtDataNotify;
 /// that thread blocks (back-pressure).
 ///
 /// The client may also notify inside one of its own calls, which the library makes with its locks
-/// held. Such an event is deferred: it is queued, and delivered at the latest when the operation
-/// that made the call has ended (DeliverPending). A thread whose own event comes after it delivers
-/// it earlier.
+/// held. Such an event is queued until the operation that made the call ends (DeliverPending). A
+/// thread whose own event comes after it delivers it earlier.
 ///
 /// Nothing is allocated: the client's thread must not see an exception. The queue holds
 /// kMostPending events; newer ones are dropped.
@@ -45,12 +44,12 @@ class BleDelivery {
 
     bool IsCurrentSink(const BtDataNotify* sink);
 
-    /// Takes an event (1 or 3) of `sink`. Returns when it has been delivered, or at once when it
-    /// has to be deferred.
+    /// Takes an event (1 or 3) of `sink`. Returns when it has been delivered; at once inside a call
+    /// of the client or a delivery of this thread.
     void Add(const BtDataNotify* sink, int event);
 
-    /// Delivers what this thread has queued, and what was deferred before that. Does nothing
-    /// inside a call of the client and inside a delivery of this thread.
+    /// Delivers what this thread has queued, and first what came inside a call before that. Does
+    /// nothing inside a call of the client or a delivery of this thread.
     void DeliverPending();
 
   private:
@@ -59,7 +58,8 @@ class BleDelivery {
     struct Pending {
         int event = 0;
         const void* thread = nullptr;  // that queued it
-        bool isDeferred = false;       // any thread may deliver it
+        bool isInsideCall =
+            false;  // of the client, or inside a delivery: any thread may deliver it
     };
 
     bool HasOwn() const TAGPORT_REQUIRES(m_mutex);

@@ -38,7 +38,7 @@ constexpr char kServiceUuid[] = "0000FE40-CC7A-482A-984A-7F2ED5B3E512";
 constexpr char kWriteUuid[] = "0000FE41-CC7A-482A-984A-7F2ED5B3E512";
 constexpr char kNotifyUuid[] = "0000FE42-CC7A-482A-984A-7F2ED5B3E512";
 
-// Calls of the client are marked: what it notifies inside one is deferred.
+// Calls of the client are marked: what it notifies inside one is queued.
 template <class Call>
 bool CallClient(Call call) {
     const BleDelivery::ClientCall mark;
@@ -78,8 +78,8 @@ void DropSink(Link& link, bool isFree) {
     g_btDataNotify.value.reset();
 }
 
-// Gives further frames their event, their address and their client, which it returns. Under the
-// content lock: a frame that is under way keeps its address, and a read its event and its answer.
+// Sets event, address and client of the frames to come, and returns the client. Under the content
+// lock, so that a frame in flight keeps its address, and a read its event and its answer.
 BLEClient* ChooseKeyboard(std::uint64_t address) {
     const platform::Lock content(ContentLock::mutex);
     if (!g_btRandEvent.value.Create(true)) {
@@ -163,7 +163,7 @@ bool NfcProxy::BtDisconnect(std::uint64_t address) {
         return false;
     }
     {
-        // After the frame that is under way, and its answer.
+        // After a frame in flight and its answer.
         const platform::Lock content(ContentLock::mutex);
         g_isBtConnected = false;
     }
@@ -233,7 +233,7 @@ bool NfcProxy::BtReadRandomNum(std::uint16_t regAddr, std::uint8_t* number) {
     }
     ResetEvent(HandleOf(answered));
     const RandomNumber received = g_btRandNumber.value.Get();
-    if (platform::memcpy_s(number, received.size(), received.data(), received.size()) != 0) {
+    if (!platform::CopyField<kNumberSize>(number, received.data())) {
         LogErrorFun("NFC ReadRandNumber memcpy_s fail");
         return false;
     }

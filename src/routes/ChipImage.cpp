@@ -101,7 +101,7 @@ bool TryChipWrite(const std::uint8_t* image, std::int32_t length) {
 
 }  // namespace
 
-bool NfcProxy::ReadNfcContent(std::string& content) {
+bool NfcProxy::ReadNfcContent(std::string& image) {
     LogWarnFun("NfcProxy::ReadNfcContent");
     NfcDeviceContext& context = GetNfcDeviceContext();
     NfcSpbCommon* const driver = context.spbDriverOps;
@@ -124,8 +124,8 @@ bool NfcProxy::ReadNfcContent(std::string& content) {
         LogErrorFun("nfcData too long, totalDatalen = %d", length);
         return false;
     }
-    const Buffer image = AllocateBuffer(static_cast<std::size_t>(length));
-    if (image == nullptr) {
+    const Buffer bytes = AllocateBuffer(static_cast<std::size_t>(length));
+    if (bytes == nullptr) {
         LogErrorFun("ReadNfcContent: malloc nfcData fail");
         return false;
     }
@@ -134,11 +134,11 @@ bool NfcProxy::ReadNfcContent(std::string& content) {
         return false;
     }
     LogWarnFun("NfcReadTag totalLen=%d, block num=%d", length, BlockCount(length));
-    if (!ReadBlocks(image.get(), length)) {
+    if (!ReadBlocks(bytes.get(), length)) {
         return false;
     }
     LogWarnFun("NfcReadTag success!");
-    content.assign(image.get(), image.get() + length);
+    image.assign(bytes.get(), bytes.get() + length);
     return true;
 }
 

@@ -1,9 +1,9 @@
-// Image and number on a chip behind a kernel driver. Both are called under the content lock.
+// Image and number on a chip behind a kernel driver.
 #pragma once
 
 #include <cstdint>
 
-#include "routes/NfcProxy.h"
+#include "routes/ContentLock.h"
 
 /// Writes a whole image in blocks of 16 bytes, three times at most. False when it did not arrive.
 bool WriteImageToChip(const std::uint8_t* image, std::int32_t length)

@@ -9,14 +9,14 @@
 #include "platform/platform.h"
 #include "routes/EventErrors.h"
 #include "routes/NfcProxy.h"
-#include "routes/Route.h"
+#include "routes/RouteTable.h"
 #include "transfer/OpenDevice.h"
 #include "transfer/WaitForCommand.h"
 
 namespace {
 
-// Closes the device under the mutex that every transfer holds, so none can be under way on it. A
-// pending request of an event thread fails.
+// Closes the device under the mutex that every transfer holds, so none is in flight. A pending
+// request of an event thread fails.
 void CloseDevice() TAGPORT_REQUIRES(ContentLock::mutex) {
     {
         const platform::Lock lock(GetNfcDeviceContext().mutex);

@@ -35,7 +35,7 @@ bool RequestNumber(std::uint16_t regAddr, std::uint8_t* number)
         return false;
     }
     const RandomNumber received = g_hidRandNumber.value.Get();
-    if (platform::memcpy_s(number, received.size(), received.data(), received.size()) != 0) {
+    if (!platform::CopyField<kNumberSize>(number, received.data())) {
         LogErrorFun("NFC ReadRandNumber memcpy_s fail");
         return false;
     }

@@ -4,7 +4,7 @@
 #include "events/DriverThreads.h"
 #include "events/Visit.h"
 #include "platform/NeverDestroyed.h"
-#include "routes/Route.h"
+#include "routes/RouteTable.h"
 #include "transfer/WaitForCommand.h"
 
 namespace {

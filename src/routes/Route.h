@@ -1,8 +1,7 @@
-// The contract of a route to the tag, and the table of all routes.
+// The contract of a route to the tag.
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
 #include "routes/ContentLock.h"
 #include "transfer/UniqueHandle.h"
@@ -72,20 +71,6 @@ class Route {
     // Any thread, no lock of the library held but, inside a leave on the driver routes,
     // g_deferMutex.
 
-    /// An operation of a manager has ended: what had to wait for the end of its locks is done now.
+    /// An operation of a manager has ended and released its locks: does what was queued for that.
     virtual void AfterOperation() {}
-};
-
-/// All routes, in the order in which they get an image. A device start looks for its device in
-/// the opposite order. Never destroyed.
-const std::vector<Route*>& Routes();
-
-/// Stands at the head of each operation of a manager that may call the Bluetooth client, before its
-/// locks, and calls AfterOperation of every route when the operation has given them back.
-class OperationScope {
-  public:
-    OperationScope() = default;
-    ~OperationScope();
-    OperationScope(const OperationScope&) = delete;
-    OperationScope& operator=(const OperationScope&) = delete;
 };

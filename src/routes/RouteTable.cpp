@@ -1,6 +1,7 @@
-// The table of routes. A new route is one file that implements Route, and one row here.
+// A new route is one file that implements Route, and one row here.
+#include "routes/RouteTable.h"
+
 #include "platform/NeverDestroyed.h"
-#include "routes/Route.h"
 
 Route& BleRouteInstance();
 Route& HidRouteInstance();

@@ -14,28 +14,22 @@ std::string ToBytes(const std::uint8_t (&field)[Size]) {
     return {reinterpret_cast<const char*>(field), Size};
 }
 
+// Parse has checked the size, so a plain copy is enough, which the compiler reduces to moves.
 template <std::size_t Size>
-bool Clear(std::uint8_t (&field)[Size]) {
-    return platform::memset_s(field, Size, 0, Size) == 0;
-}
-
-// The source is a pointer here: a caller's reference may refer to nothing, and only the bounded
-// copy checks that.
-template <std::size_t Size>
-bool Copy(std::uint8_t (&field)[Size], const std::uint8_t* source) {
-    return platform::memcpy_s(field, Size, source, Size) == 0;
+bool CopyOut(std::uint8_t (&field)[Size], std::string_view bytes, std::size_t offset) {
+    return bytes.copy(reinterpret_cast<char*>(field), Size, offset) == Size;
 }
 
 }  // namespace
 
 NfcBody::NfcBody() {
-    if (!Clear(m_macAddr)) {
+    if (!platform::ClearField(m_macAddr)) {
         LogErrorFun("NfcBody build m_macAddr fail");
     }
-    if (!Clear(m_randomNumber)) {
+    if (!platform::ClearField(m_randomNumber)) {
         LogErrorFun("NfcBody build m_randomNumber fail");
     }
-    if (!Clear(m_pcModel)) {
+    if (!platform::ClearField(m_pcModel)) {
         LogErrorFun("NfcBody build m_pcModel fail");
     }
     m_version[0] = kVersionMark;
@@ -51,7 +45,7 @@ bool NfcBody::IsInit() const {
 }
 
 bool NfcBody::SetMacAddr(const std::uint8_t (&mac)[kMacSize]) {
-    if (!Copy(m_macAddr, mac)) {
+    if (!platform::CopyField<sizeof(m_macAddr)>(m_macAddr, mac)) {
         LogErrorFun("SetMac memcpy_s fail");
         return false;
     }
@@ -59,7 +53,7 @@ bool NfcBody::SetMacAddr(const std::uint8_t (&mac)[kMacSize]) {
 }
 
 bool NfcBody::SetRandomNumber(const std::uint8_t (&number)[kNumberSize]) {
-    if (!Copy(m_randomNumber, number)) {
+    if (!platform::CopyField<sizeof(m_randomNumber)>(m_randomNumber, number)) {
         LogErrorFun("SetRandomNumber memcpy_s fail");
         return false;
     }
@@ -71,7 +65,7 @@ void NfcBody::ReplaceNumber(const std::array<std::uint8_t, kNumberSize>& number)
 }
 
 bool NfcBody::SetModel(const std::uint8_t (&model)[kModelSize]) {
-    if (!Copy(m_pcModel, model)) {
+    if (!platform::CopyField<sizeof(m_pcModel)>(m_pcModel, model)) {
         LogErrorFun("SetModel memcpy_s fail");
         return false;
     }
@@ -91,12 +85,35 @@ std::string NfcBody::GetModel() const {
 }
 
 std::string NfcBody::GetContent() const {
-    std::string content;
-    content.reserve(kBodySize);
-    content += ToBytes(m_version);
-    content += GetMacAddr();
-    content += GetRandomNumber();
-    content += GetModel();
-    LogWarnFun("bodyContent CaculateLength() %d", static_cast<int>(content.size()));
-    return content;
+    std::string bytes;
+    bytes.reserve(kBodySize);
+    bytes += ToBytes(m_version);
+    bytes += GetMacAddr();
+    bytes += GetRandomNumber();
+    bytes += GetModel();
+    LogWarnFun("bodyContent CaculateLength() %d", static_cast<int>(bytes.size()));
+    return bytes;
+}
+
+bool NfcBody::Parse(std::string_view bytes) {
+    if (bytes.size() < kBodySize || bytes.size() > kMaxBodySize) {
+        return false;
+    }
+    if (!CopyOut(m_version, bytes, 0)) {
+        LogErrorFun("Parse memcpy_s m_version fail");
+        return false;
+    }
+    if (!CopyOut(m_macAddr, bytes, kMacOffset)) {
+        LogErrorFun("Parse memcpy_s m_macAddr fail");
+        return false;
+    }
+    if (!CopyOut(m_randomNumber, bytes, kNumberOffset)) {
+        LogErrorFun("Parse memcpy_s m_randomNumber fail");
+        return false;
+    }
+    if (!CopyOut(m_pcModel, bytes, kModelOffset)) {
+        LogErrorFun("Parse memcpy_s m_pcModel fail");
+        return false;
+    }
+    return true;
 }

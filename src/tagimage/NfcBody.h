@@ -19,7 +19,7 @@ class NfcBody {
     /// log line.
     bool IsInit() const;
 
-    // A reference that refers to nothing clears the field: false with a log line.
+    // A null reference clears the field: false with a log line.
     bool SetMacAddr(const std::uint8_t (&mac)[imageformat::kMacSize]);
     bool SetRandomNumber(const std::uint8_t (&number)[imageformat::kNumberSize]);
     bool SetModel(const std::uint8_t (&model)[imageformat::kModelSize]);

@@ -22,7 +22,7 @@ class NfcData {
     /// Makes the three parts anew.
     bool Init();
 
-    /// Gives the heads and the tag their constants. False before Init.
+    /// Sets the constants of the heads and the tag. False before Init.
     bool InitValue();
 
     /// Refreshes the three length bytes. False with a log line, and the TLV length as it was, when
@@ -44,8 +44,7 @@ class NfcData {
     /// Replaces the number and nothing else, without check or log line.
     void ReplaceNumber(const std::array<std::uint8_t, imageformat::kNumberSize>& number);
 
-    /// The image made from the fields, without a check of them. Parts that do not exist give no
-    /// bytes.
+    /// The image made from the fields, without a check of them. Missing parts add no bytes.
     std::string GetContent() const;
 
     std::string GetUrl() const;
@@ -54,7 +53,7 @@ class NfcData {
     std::string GetRandomNumber() const;
     std::string GetModel() const;
 
-    /// Fills the fields from an image of any content and length. False for a malformed one, which
+    /// Fills the fields from an image of any bytes and length. False for a malformed one, which
     /// leaves the object partly filled: drop it then.
     bool Parse(std::string_view image);
 

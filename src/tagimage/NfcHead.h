@@ -26,6 +26,5 @@ class NfcHead {
     ShortBytes m_type;
 };
 
-// Not at its declaration: there a new head would have all its bytes cleared first, those of an
-// empty type too.
+// Defaulted out of class so that `NfcHead()` does not zero 255 bytes.
 inline NfcHead::NfcHead() = default;
