@@ -130,6 +130,13 @@ endif()
 
 install(EXPORT tagportTargets NAMESPACE tagport:: DESTINATION ${package_directory}
   COMPONENT library)
+set(TAGPORT_COMPILER_FAMILY "g++ and clang++")
+if(MSVC)
+  set(TAGPORT_COMPILER_FAMILY "Microsoft, run-time MultiThreadedDLL")
+  if(CMAKE_BUILD_TYPE STREQUAL Debug)
+    set(TAGPORT_COMPILER_FAMILY "Microsoft, run-time MultiThreadedDebugDLL")
+  endif()
+endif()
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/tagportConfig.cmake.in
   ${PROJECT_BINARY_DIR}/tagportConfig.cmake INSTALL_DESTINATION ${package_directory})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/tagportConfigVersion.cmake

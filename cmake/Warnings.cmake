@@ -8,13 +8,16 @@ option(TAGPORT_HIGHEST_WARNINGS "Compile the library with every warning that the
 
 function(tagport_warnings target)
   if(MSVC)
-    # 4068 is a pragma of another compiler. 4251 asks for exported types in the private members of an
-    # exported class; these are the standard library's, and host and library have the same one.
+    # 4068 is a pragma of another compiler.
     target_compile_options(${target} INTERFACE
-      /W4 $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:/WX> /permissive- /utf-8 /EHsc /Zc:__cplusplus /wd4068 /wd4251)
+      /W4 $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:/WX> /permissive- /utf-8 /EHsc /Zc:__cplusplus /wd4068
+      $<$<CXX_COMPILER_ID:Clang>:-Wmicrosoft>)
+    # A mutex without code of its own for its construction needs an msvcp140.dll of 2024 or later, and
+    # a host may bring an older one: its first lock would crash.
     # 4996 calls functions of the C library deprecated that the standard has.
     target_compile_definitions(${target} INTERFACE
-      NOMINMAX WIN32_LEAN_AND_MEAN _CRT_SECURE_NO_WARNINGS _WIN32_WINNT=0x0A00 WINVER=0x0A00)
+      NOMINMAX WIN32_LEAN_AND_MEAN _CRT_SECURE_NO_WARNINGS _WIN32_WINNT=0x0A00 WINVER=0x0A00
+      _DISABLE_CONSTEXPR_MUTEX_CONSTRUCTOR)
     return()
   endif()
   target_compile_options(${target} INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wformat=2

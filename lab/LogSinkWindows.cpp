@@ -7,8 +7,10 @@ namespace lab {
 
 bool SetLogSink(TraceLogger::Sink sink, void* context) {
     using SetSink = void (*)(TraceLogger::Sink, void*);
-    const HMODULE logger = GetModuleHandleW(L"TraceLog.dll");
-    void* const found = reinterpret_cast<void*>(GetProcAddress(logger, kSetSinkOfStandIn));
+    const HMODULE logger = LoadLibraryW(L"TraceLog.dll");  // the library may not be loaded so far
+    void* const found = logger == nullptr
+                            ? nullptr
+                            : reinterpret_cast<void*>(GetProcAddress(logger, kSetSinkOfStandIn));
     if (found == nullptr) {
         return false;
     }

@@ -1,13 +1,14 @@
 // What the simulated devices use of platform/emulation/Kernel.h, on Windows: the device lock,
 // timers on the real clock, and waits. One thread runs all timers.
+#include "testdrivers/DeviceClock.h"
+
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <map>
 #include <mutex>
 #include <thread>
 #include <utility>
-
-#include "platform/emulation/Kernel.h"
 
 namespace emulation {
 
@@ -18,6 +19,7 @@ struct Clock {
     std::condition_variable_any changed;
     std::multimap<Micros, std::function<void()>> timers;  // of equal times the oldest first
     bool runs = false;                                    // the thread of the timers
+    Micros lateness = 0;                                  // of the latest timer so far
 };
 
 // Never destroyed: threads may wait in it until the process ends.
@@ -43,6 +45,7 @@ void RunTimers() {
             clock.changed.wait_until(lock, PointOf(first->first));
             continue;
         }
+        clock.lateness = std::max(clock.lateness, Now() - first->first);
         const std::function<void()> action = std::move(first->second);
         clock.timers.erase(first);
         action();
@@ -79,6 +82,11 @@ void After(Micros delay, std::function<void()> action) {
     if (!std::exchange(clock.runs, true)) {
         std::thread(RunTimers).detach();
     }
+}
+
+Micros LongestLateness() {
+    const DeviceLock lock;
+    return TheClock().lateness;
 }
 
 bool WaitFor(const std::function<bool()>& predicate, Micros timeout, const char* /*what*/) {

@@ -13,6 +13,7 @@
 
 #include "platform/emulation/Kernel.h"
 #include "simulator/Pc.h"
+#include "testdrivers/DeviceClock.h"
 #include "testdrivers/DeviceLines.h"
 #include "testdrivers/DriverService.h"
 #include "testdrivers/hid/HidInstall.h"
@@ -133,7 +134,7 @@ class BackDoor {
     }
 
     std::string Help(Words& /*words*/) { return kHelp; }
-    std::string Pc(Words& words) {
+    std::string CreatePc(Words& words) {
         if (m_pc != nullptr) {
             throw std::invalid_argument("there is a PC already");
         }
@@ -269,7 +270,7 @@ class BackDoor {
 };
 
 const std::map<std::string, BackDoor::Entry> BackDoor::kCommands{
-    {"help", {&BackDoor::Help, false}},         {"pc", {&BackDoor::Pc, false}},
+    {"help", {&BackDoor::Help, false}},         {"pc", {&BackDoor::CreatePc, false}},
     {"bus", {&BackDoor::Bus, false}},           {"tap", {&BackDoor::Tap, true}},
     {"enter", {&BackDoor::Enter, true}},        {"leave", {&BackDoor::Leave, true}},
     {"send", {&BackDoor::Send, true}},          {"chip-status", {&BackDoor::ChipStatus, true}},
@@ -332,6 +333,12 @@ int main(int argc, char** argv) {
         return Load(option == "--load");
     }
     Serve();
-    std::fflush(stdout);
+    constexpr Micros kNoticeable = 50 * emulation::kMillisecond;
+    if (emulation::LongestLateness() >= kNoticeable) {
+        std::fprintf(
+            stderr, "tagport-devices: the machine stood still for %lld ms\n",
+            static_cast<long long>(emulation::LongestLateness() / emulation::kMillisecond));
+    }
+    std::fflush(nullptr);
     TerminateProcess(GetCurrentProcess(), 0);  // its threads wait in the drivers
 }

@@ -115,7 +115,9 @@ static void NTAPI CancelHostRequest(DEVICE_OBJECT* device, PIRP irp) {
     Retire(item);
     Failed(irp);
     LeaveLock(irql);
-    End(irp, STATUS_CANCELLED, 0);
+    /* Not End: this may run at DISPATCH_LEVEL, where no device may be deleted. An unplugged one
+     * that this was the last to use stays until the driver is unloaded. */
+    Complete(irp, STATUS_CANCELLED, 0);
     Deliver();
 }
 
@@ -155,7 +157,7 @@ void FailPending(FILE_OBJECT* file, DEVICE_OBJECT* device, NTSTATUS status) {
 
 struct Item* NewItem(uint32_t kind, uint32_t device, const void* data, uint32_t dataSize,
                      uint32_t length) {
-    struct Item* item = ExAllocatePoolWithTag(NonPagedPool, sizeof(*item), POOL_TAG);
+    struct Item* item = ExAllocatePoolWithTag(NonPagedPoolNx, sizeof(*item), POOL_TAG);
     if (item != NULL) {
         RtlZeroMemory(item, sizeof(*item));
         item->message.kind = kind;
@@ -202,16 +204,35 @@ NTSTATUS Pend(struct Item* item, PIRP irp, void* buffer, int say, KIRQL irql) {
     return STATUS_PENDING;
 }
 
+/* Whether the file is the device process's handle, now. */
+static int IsOwner(const FILE_OBJECT* file) {
+    KIRQL irql = EnterLock();
+    const int owns = g_owner == file;
+    LeaveLock(irql);
+    return owns;
+}
+
+/* One thread at a time may make devices come or go. It must not be suspended meanwhile. */
+static void BeginPlugging(void) {
+    KeEnterCriticalRegion();
+    KeWaitForSingleObject(&g_plugging, Executive, KernelMode, FALSE, NULL);
+}
+
+static void EndPlugging(void) {
+    KeSetEvent(&g_plugging, IO_NO_INCREMENT, FALSE);
+    KeLeaveCriticalRegion();
+}
+
 /* The device process, by its handle `owner`, wants a device to be there or not. */
 static NTSTATUS SetPresent(FILE_OBJECT* owner, uint32_t which, uint32_t present) {
     NTSTATUS status = STATUS_SUCCESS;
-    KeWaitForSingleObject(&g_plugging, Executive, KernelMode, FALSE, NULL);
-    if (g_owner != owner) {
+    BeginPlugging();
+    if (!IsOwner(owner)) {
         status = STATUS_ACCESS_DENIED; /* its handle has been closed meanwhile */
     } else {
         status = g_hooks->setPresent(which, present);
     }
-    KeSetEvent(&g_plugging, IO_NO_INCREMENT, FALSE);
+    EndPlugging();
     return status;
 }
 
@@ -222,11 +243,11 @@ static void ReleaseControl(void) {
     g_owner = NULL;
     g_closing = 1;
     LeaveLock(irql);
-    KeWaitForSingleObject(&g_plugging, Executive, KernelMode, FALSE, NULL);
+    BeginPlugging();
     for (which = 0; which < kRelayDevices; ++which) {
         g_hooks->setPresent(which, 0);
     }
-    KeSetEvent(&g_plugging, IO_NO_INCREMENT, FALSE);
+    EndPlugging();
     FailPending(NULL, NULL, STATUS_DEVICE_NOT_CONNECTED);
     for (;;) {
         PIRP next = NULL;
@@ -287,8 +308,8 @@ static void Answer(const struct RelayAnswer* answer) {
     NTSTATUS status = (NTSTATUS)answer->status;
     ULONG_PTR count = answer->count;
     KIRQL irql = EnterLock();
-    if (status == STATUS_PENDING) {
-        status = STATUS_UNSUCCESSFUL; /* a request cannot end with it */
+    if (status == STATUS_PENDING || status == STATUS_REPARSE) {
+        status = STATUS_UNSUCCESSFUL; /* a request cannot end with these */
     }
     for (entry = g_pending.Flink; entry != &g_pending; entry = entry->Flink) {
         struct Item* item = CONTAINING_RECORD(entry, struct Item, inPending);
@@ -322,7 +343,7 @@ NTSTATUS ControlRequest(PIRP irp) {
     const ULONG inSize = stack->Parameters.DeviceIoControl.InputBufferLength;
     const ULONG outSize = stack->Parameters.DeviceIoControl.OutputBufferLength;
     const void* const in = irp->AssociatedIrp.SystemBuffer;
-    if (stack->FileObject != g_owner) {
+    if (!IsOwner(stack->FileObject)) {
         return Complete(irp, STATUS_ACCESS_DENIED, 0);
     }
     switch (stack->Parameters.DeviceIoControl.IoControlCode) {
@@ -366,7 +387,7 @@ NTSTATUS ControlCreate(PIRP irp) {
 }
 
 NTSTATUS ControlCleanup(PIRP irp) {
-    if (IoGetCurrentIrpStackLocation(irp)->FileObject == g_owner) {
+    if (IsOwner(IoGetCurrentIrpStackLocation(irp)->FileObject)) {
         ReleaseControl();
     }
     return Complete(irp, STATUS_SUCCESS, 0);

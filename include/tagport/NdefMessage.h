@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <string>
 
+TAGPORT_STD_MEMBERS_BEGIN
+
 /// A plain value: URL, MAC address, random number, PC model and PC type. Copying copies all five.
 ///
 /// **Results.** 0, or -1. A null reference returns -1; the setter then clears its field, the getter
@@ -76,3 +78,5 @@ class TAGPORT_EXPORT NdefMessage {
     std::uint8_t m_pcModel[4];
     std::uint8_t m_pcType = 0;
 };
+
+TAGPORT_STD_MEMBERS_END

@@ -12,6 +12,8 @@
 #include <string>
 #include <type_traits>
 
+TAGPORT_STD_MEMBERS_BEGIN
+
 class ManagedImage;
 class NfcData;
 class NfcProxy;
@@ -200,3 +202,5 @@ class TAGPORT_EXPORT NfcManager {
     std::shared_ptr<NfcProxy> m_nfcProxy;
     std::shared_ptr<NdefMessage> m_ndefMessage;
 };
+
+TAGPORT_STD_MEMBERS_END

@@ -169,9 +169,9 @@ std::size_t LogLines::Scan(std::string_view line) {
     for (std::size_t at = line.find('('); at != std::string_view::npos; at = line.find('(', at)) {
         const std::string_view rest = line.substr(at);
         const auto* const marker = std::find_if(
-            kMarkers.begin(), kMarkers.end(),
+            kMarkers.data(), kMarkers.data() + kMarkers.size(),
             [&](const Marker& one) { return rest.substr(0, one.text.size()) == one.text; });
-        if (marker == kMarkers.end()) {
+        if (marker == kMarkers.data() + kMarkers.size()) {
             ++at;
             continue;
         }

@@ -233,6 +233,12 @@ static NTSTATUS ChildPnp(DEVICE_OBJECT* device, PIRP irp) {
             return QueryId(irp, extension->kind, stack->Parameters.QueryId.IdType);
         case IRP_MN_QUERY_CAPABILITIES: {
             DEVICE_CAPABILITIES* capabilities = stack->Parameters.DeviceCapabilities.Capabilities;
+            DEVICE_POWER_STATE* const states = capabilities->DeviceState;
+            int system;
+            for (system = PowerSystemSleeping1; system < PowerSystemMaximum; ++system) {
+                states[system] = PowerDeviceD3;
+            }
+            states[PowerSystemWorking] = PowerDeviceD0;
             capabilities->RawDeviceOK = 1;
             capabilities->UniqueID = 1;
             capabilities->Removable = 1;
@@ -337,6 +343,14 @@ static NTSTATUS NTAPI DispatchPower(DEVICE_OBJECT* device, PIRP irp) {
     }
 }
 
+static NTSTATUS NTAPI DispatchSystemControl(DEVICE_OBJECT* device, PIRP irp) {
+    if (!IsControl(device) && ExtensionOf(device)->kind == NULL) {
+        IoSkipCurrentIrpStackLocation(irp);
+        return IoCallDriver(ExtensionOf(device)->lower, irp);
+    }
+    return Complete(irp, irp->IoStatus.Status, irp->IoStatus.Information);
+}
+
 static NTSTATUS NTAPI DispatchCreate(DEVICE_OBJECT* device, PIRP irp) {
     return IsControl(device) ? ControlCreate(irp) : Complete(irp, STATUS_SUCCESS, 0);
 }
@@ -392,6 +406,7 @@ NTSTATUS NTAPI DriverEntry(DRIVER_OBJECT* driver, UNICODE_STRING* registryPath) 
     driver->MajorFunction[IRP_MJ_INTERNAL_DEVICE_CONTROL] = DispatchInternal;
     driver->MajorFunction[IRP_MJ_PNP] = DispatchPnp;
     driver->MajorFunction[IRP_MJ_POWER] = DispatchPower;
+    driver->MajorFunction[IRP_MJ_SYSTEM_CONTROL] = DispatchSystemControl;
     driver->DriverExtension->AddDevice = AddDevice;
     driver->DriverUnload = Unload;
     return MakeRelay(driver, g_controlName, g_controlLink, &hooks);

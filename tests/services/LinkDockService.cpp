@@ -1,9 +1,11 @@
 // A LinkDockService.dll as another project could make it. It exports what the library calls and
-// nothing else. A subscription is answered at once: a change of the connection, then a phone. So is
-// a request for the number.
+// nothing else. It notifies inside its own calls: of a change of the connection and a phone at a
+// subscription, of the number when that is asked for. Two threads of its own notify of further
+// phones meanwhile.
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace LinkDockService {
@@ -32,7 +34,9 @@ class BLEClient {
                                              const std::vector<std::uint8_t>& value);
 
   private:
+    static constexpr int kPhonesOfEachThread = 3;
     INotification* m_sink = nullptr;
+    std::vector<std::thread> m_threads;
 };
 
 BLEClient* BLEClient::GetInstance() {
@@ -56,12 +60,24 @@ int BLEClient::BleClientSubscribeNotify(std::uint64_t /*address*/, const std::st
     std::printf("subscribe %s\n", service.c_str());
     m_sink = sink;
     sink->StateChanged(1);
-    sink->ValueChanged({0x2E, 0x02, 0x6E, 0xE6});
+    const std::vector<std::uint8_t> phone = {0x2E, 0x02, 0x6E, 0xE6};
+    sink->ValueChanged(phone);
+    for (int thread = 0; thread < 2; ++thread) {
+        m_threads.emplace_back([sink, phone] {
+            for (int count = 0; count < kPhonesOfEachThread; ++count) {
+                sink->ValueChanged(phone);
+            }
+        });
+    }
     return 0;
 }
 
 int BLEClient::BleClientUnsubscribeNotify(std::uint64_t /*address*/, const std::string& /*service*/,
                                           const std::string& characteristic) {
+    for (std::thread& thread : m_threads) {
+        thread.join();
+    }
+    m_threads.clear();
     std::printf("unsubscribe %s\n", characteristic.c_str());
     return 0;
 }

@@ -199,8 +199,11 @@ void PlayRound(simulator::RelayControl& control, Keyboard& keyboard) {
 void PlayRace(simulator::RelayControl& control, Keyboard& keyboard) {
     PlugIn(control, 1);
     const HANDLE device = OpenKeyboard();
+    Check(device != INVALID_HANDLE_VALUE, "opened for a race");
     std::atomic<bool> over{false};
-    std::atomic<unsigned> unended{0};
+    std::atomic<unsigned> started{0};
+    std::atomic<unsigned> cancelled{0};
+    std::atomic<unsigned> ended{0};
     std::thread sender([&] {
         while (!over) {
             keyboard.Send(7, 1);
@@ -216,11 +219,12 @@ void PlayRace(simulator::RelayControl& control, Keyboard& keyboard) {
                 if (error != 0 && error != ERROR_IO_PENDING) {
                     continue;
                 }
-                if (host == 2) {
-                    CancelIoEx(device, &transfer.overlapped);
+                ++started;
+                if (host == 2 && CancelIoEx(device, &transfer.overlapped)) {
+                    ++cancelled;
                 }
-                if (transfer.End(device) == WAIT_TIMEOUT) {
-                    ++unended;
+                if (transfer.End(device) != WAIT_TIMEOUT) {
+                    ++ended;
                 }
             }
         });
@@ -233,7 +237,8 @@ void PlayRace(simulator::RelayControl& control, Keyboard& keyboard) {
         host.join();
     }
     sender.join();
-    Check(unended == 0, "requests without an end", unended);
+    Check(ended == started, "requests without an end", started - ended);
+    Check(cancelled > 0 && started > cancelled, "requests that are cancelled and others", started);
     CloseHandle(device);
 }
 
@@ -243,7 +248,7 @@ int PlayOtherSize(simulator::RelayControl& control) {
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION process = {};
-    std::wstring command = OwnDirectory() + L"tagport-lab.exe run --json";
+    std::wstring command = OwnDirectory() + L"tagport-lab.exe run --json --config examples";
     DWORD status = 0;
     if (!CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
                         &startup, &process)) {

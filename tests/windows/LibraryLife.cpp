@@ -16,9 +16,10 @@
 namespace {
 
 constexpr unsigned kIdleLoads = 90;
-constexpr unsigned kStarts = 10;
+constexpr unsigned kStarts = 24;
 constexpr unsigned kStartsUntilSteady = 3;  // what is made once per process has been made by then
-// Handles more or less by which of the long-lived threads are there; a leak at each start is more.
+// Handles more or less by which of the long-lived threads are there; a leak at every fifth start is
+// more.
 constexpr std::size_t kFlutter = 3;
 constexpr DWORD kEventBound = 5'000;
 constexpr wchar_t kDriver[] = L"tagport-relay";
@@ -135,7 +136,7 @@ void LoadAndFree(lab::DeviceProcess& devices) {
     for (unsigned turn = 0; turn < kStarts; ++turn) {
         const Plugin plugin;
         plugin.Begin();
-        if (turn % 4 == 0) {
+        if (turn % 8 == 0) {
             TapPhone(devices);
         }
         plugin.Renew();  // written after the plug-in has gone

@@ -84,7 +84,7 @@ std::string When(bool holds, const std::string& lines) {
     return holds ? lines : "";
 }
 
-// Milliseconds. The scheduled clock takes no time for an hour, a real one does.
+// Milliseconds.
 struct Times {
     unsigned hour;      // of operations, until the faults end
     unsigned rounds;    // when the phones after it begin
@@ -96,13 +96,12 @@ struct Times {
     unsigned rest;      // longer than anything that an operation leaves behind
     unsigned fault;
 };
-constexpr Times kScheduledTimes = {3'600'000, 4'200'000, 2000,   60'000, 300'000,
-                                   65'000,    20'000,    60'000, 20'000};
-constexpr Times kRealTimes = {30'000, 65'000, 300, 2000, 8000, 10'000, 9000, 10'000, 2000};
+constexpr Times kTimes = {3'600'000, 4'200'000, 2000,   60'000, 300'000,
+                          65'000,    20'000,    60'000, 20'000};
 
 class Artist {
   public:
-    Artist(std::uint64_t seed, const Times& times) : m_engine(seed), m_times(times) {}
+    explicit Artist(std::uint64_t seed) : m_engine(seed) {}
     Words Draw();
 
   private:
@@ -130,10 +129,9 @@ class Artist {
     void DrawHour(bool isSequence);
     void DrawRounds();
 
-    std::string Rest() const { return "wait " + std::to_string(m_times.rest); }
+    std::string Rest() const { return "wait " + std::to_string(kTimes.rest); }
 
     std::mt19937_64 m_engine;
-    const Times& m_times;
     Words m_story;
     Words m_routes;
     std::string m_chip;
@@ -164,8 +162,8 @@ std::string Artist::Filled(const std::string& lines, char byte, unsigned manager
                 : name == 'p' ? Plan()
                 : name == 's' ? Between(300, 4000)
                 : name == 'w' ? Between(0, 40)
-                : name == 'r' ? std::to_string(m_times.rest)
-                : name == 'f' ? std::to_string(m_times.fault)
+                : name == 'r' ? std::to_string(kTimes.rest)
+                : name == 'f' ? std::to_string(kTimes.fault)
                               : std::string(1, lines[i]);
     }
     return text;
@@ -174,12 +172,12 @@ std::string Artist::Filled(const std::string& lines, char byte, unsigned manager
 void Artist::DrawHour(bool isSequence) {
     // Operations that fall into each other, that follow at once, and that find everybody at rest.
     const std::pair<unsigned, unsigned> gaps[] = {
-        {0, m_times.shortGap}, {m_times.shortGap, m_times.gap}, {m_times.gap, m_times.longGap}};
+        {0, kTimes.shortGap}, {kTimes.shortGap, kTimes.gap}, {kTimes.gap, kTimes.longGap}};
     unsigned at = 1000;
     for (unsigned i = 0; i < kMostOperations; ++i) {
         const auto [low, high] = gaps[Below(3)];
         at += !isSequence     ? low + Below(high - low)
-              : Below(8) == 0 ? m_times.sequenceGap
+              : Below(8) == 0 ? kTimes.sequenceGap
                               : Below(300);
         std::string lines = isSequence ? LinesBy(&Act::inSequence) : LinesBy(&Act::inHour);
         const auto has = [&](const char* word) { return lines.find(word) != std::string::npos; };
@@ -193,21 +191,21 @@ void Artist::DrawHour(bool isSequence) {
         for (std::size_t end = 0; (end = lines.find('\n', end)) != std::string::npos;) {
             lines.insert(++end, host);
         }
-        if (at < m_times.hour) {
+        if (at < kTimes.hour) {
             lines.insert(0, "at " + std::to_string(at) + " " + host);
             m_story.push_back(lines);
         }
     }
-    m_story.push_back("join\nat " + std::to_string(m_times.hour) + "\n" + Rest());
+    m_story.push_back("join\nat " + std::to_string(kTimes.hour) + "\n" + Rest());
 }
 
 // Phones one after the other: on their own, or so close that one falls into the watch over another;
 // some with a renewal or a read just before they come or while they are there.
 void Artist::DrawRounds() {
     std::vector<std::pair<unsigned, std::string>> lines;
-    unsigned at = m_times.rounds;
+    unsigned at = kTimes.rounds;
     for (unsigned i = 2 + Below(4); i > 0; --i) {
-        at += Below(2) == 0 ? 50 + Below(650) : m_times.phoneGap + Below(m_times.phoneGap);
+        at += Below(2) == 0 ? 50 + Below(650) : kTimes.phoneGap + Below(kTimes.phoneGap);
         const unsigned stay = 300 + Below(3700);
         lines.emplace_back(at, "in 0 tap " + std::to_string(stay) + " " + OneOf(m_routes));
         const std::string beside = LinesBy(&Act::besidePhone);
@@ -276,11 +274,7 @@ Words Artist::Draw() {
 }  // namespace
 
 std::vector<std::string> Draw(std::uint64_t seed) {
-    return Artist(seed, kScheduledTimes).Draw();
-}
-
-std::vector<std::string> DrawForRealTime(std::uint64_t seed) {
-    return Artist(seed, kRealTimes).Draw();
+    return Artist(seed).Draw();
 }
 
 }  // namespace soak

@@ -13,7 +13,4 @@ namespace soak {
 /// one that stays, and a stop that falls into a visit.
 std::vector<std::string> Draw(std::uint64_t seed);
 
-/// The same in about two minutes, for a real clock.
-std::vector<std::string> DrawForRealTime(std::uint64_t seed);
-
 }  // namespace soak

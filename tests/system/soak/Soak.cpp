@@ -1,7 +1,6 @@
 // Plays many seeds, each in a child process, two at a time, and shortens what fails.
 //
 // usage: soak [--seeds N] [--start S]
-//        soak --draw SEED   only prints the story of a seed, for a real clock
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -141,18 +140,14 @@ void Report(std::uint64_t seed) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::map<std::string, std::uint64_t> options{{"--seeds", 100}, {"--start", 1}, {"--draw", 0}};
+    std::map<std::string, std::uint64_t> options{{"--seeds", 100}, {"--start", 1}};
     for (int i = 1; i < argc; i += 2) {
         const auto option = options.find(argv[i]);
         std::istringstream number(i + 1 < argc ? argv[i + 1] : "");
         if (option == options.end() || !(number >> option->second) || !number.eof()) {
-            std::fprintf(stderr, "usage: soak [--seeds N] [--start S] | --draw SEED\n");
+            std::fprintf(stderr, "usage: soak [--seeds N] [--start S]\n");
             return 2;
         }
-    }
-    if (options["--draw"] > 0) {
-        std::fputs(Text(soak::DrawForRealTime(options["--draw"])).c_str(), stdout);
-        return 0;
     }
     const std::uint64_t end = options["--start"] + options["--seeds"];
     auto& shares = testing_support::Shared<std::array<Share, kWorkers>>();
