@@ -20,10 +20,17 @@ double Milliseconds(emulation::Micros time) {
     return static_cast<double>(time) / static_cast<double>(emulation::kMillisecond);
 }
 
-Json BusObject(const char* op) {
-    Json object;
-    object["kind"] = "bus";
-    object["op"] = op;
+/// Of an error of 0 nothing is said.
+Json BusObject(const char* op, const std::string& bytes, std::int64_t error,
+               const std::string& meaning, const char* state = nullptr) {
+    Json object{{"kind", "bus"}, {"op", op}, {"bytes", bytes}};
+    if (state != nullptr) {
+        object["state"] = state;
+    }
+    if (error != 0) {
+        object["error"] = error;
+    }
+    object["meaning"] = meaning;
     return object;
 }
 
@@ -91,13 +98,8 @@ class TracingPeer : public LinkDockService::BlePeer {
 
   private:
     int Record(const char* op, const std::string& meaning, const Bytes& bytes, int result) {
-        Json object = BusObject(op);
-        object["bytes"] = ToHex(bytes);
-        if (result < 0) {
-            object["error"] = result;
-        }
-        object["meaning"] = meaning;
-        m_recorder.Add(emulation::CurrentThread(), m_now(), std::move(object));
+        m_recorder.Add(emulation::CurrentThread(), m_now(),
+                       BusObject(op, ToHex(bytes), std::min(result, 0), meaning));
         return result;
     }
 
@@ -151,33 +153,19 @@ void BusTrace::Take(const emulation::TraceEvent& event) {
         case Kind::kDone:
             Done(event);
             break;
-        case Kind::kCancel: {
-            Json object = BusObject("cancel");
-            object["bytes"] = "";
-            object["meaning"] = std::string("cancel a ") + Operation(*event.request);
-            Add(event.thread, event.time, std::move(object));
+        case Kind::kCancel:
+            Add(event.thread, event.time,
+                BusObject("cancel", "", 0, std::string("cancel a ") + Operation(*event.request)));
             break;
-        }
-        case Kind::kOpen: {
-            Json object = BusObject("open");
-            object["bytes"] = "";
-            if (event.error != ERROR_SUCCESS) {
-                object["error"] = event.error;
-            }
-            object["meaning"] = event.text;
+        case Kind::kOpen:
             if (event.error == ERROR_SUCCESS) {
                 m_meaning = MeaningOn(RouteOfDevice(event.text));
             }
-            Add(event.thread, event.time, std::move(object));
+            Add(event.thread, event.time, BusObject("open", "", event.error, event.text));
             break;
-        }
-        case Kind::kSleep: {
-            Json object;
-            object["kind"] = "sleep";
-            object["ms"] = event.milliseconds;
-            Add(event.thread, event.time, std::move(object));
+        case Kind::kSleep:
+            Add(event.thread, event.time, {{"kind", "sleep"}, {"ms", event.milliseconds}});
             break;
-        }
         default:
             break;
     }
@@ -187,11 +175,8 @@ void BusTrace::Started(const emulation::TraceEvent& event) {
     const emulation::Request& request = *event.request;
     if (IsInterruptWait(request)) {
         m_recorder.NameThread(event.thread, kInterruptThread);
-        Json object = BusObject("wait");
-        object["bytes"] = "";
-        object["state"] = "begun";
-        object["meaning"] = "wait for the chip's interrupt";
-        Add(event.thread, event.time, std::move(object));
+        Add(event.thread, event.time,
+            BusObject("wait", "", 0, "wait for the chip's interrupt", "begun"));
     } else if (request.kind() == emulation::Request::Kind::kRead &&
                request.length() == kKeyboardReadSize && m_meaning.format() == BusFormat::kReports) {
         m_recorder.NameThread(event.thread, kKeyboardThread);
@@ -200,33 +185,23 @@ void BusTrace::Started(const emulation::TraceEvent& event) {
 
 void BusTrace::Done(const emulation::TraceEvent& event) {
     const emulation::Request& request = *event.request;
-    const std::string sent(AsText(request.data()));
-    Json object = BusObject(Operation(request));
-    object["bytes"] =
-        ToHex(request.kind() == emulation::Request::Kind::kWrite ? request.data() : event.bytes);
-    if (IsInterruptWait(request)) {
-        object["state"] = "ended";
-    }
-    if (event.error != ERROR_SUCCESS) {
-        object["error"] = event.error;
-    }
-    switch (request.kind()) {
-        case emulation::Request::Kind::kWrite:
-            object["meaning"] = m_meaning.OfWrite(sent);
-            break;
-        case emulation::Request::Kind::kRead:
-            object["meaning"] = event.error == ERROR_SUCCESS
-                                    ? m_meaning.OfRead(AsText(event.bytes))
-                                    : "read of " + std::to_string(request.length()) + " bytes";
-            break;
-        case emulation::Request::Kind::kControl:
-            object["meaning"] = !IsInterruptWait(request)      ? "open command"
-                                : event.error == ERROR_SUCCESS ? "the chip's interrupt"
-                                                               : "no interrupt";
-            break;
+    const bool isWrite = request.kind() == emulation::Request::Kind::kWrite;
+    const bool worked = event.error == ERROR_SUCCESS;
+    std::string meaning;
+    if (isWrite) {
+        meaning = m_meaning.OfWrite(AsText(request.data()));
+    } else if (request.kind() == emulation::Request::Kind::kRead) {
+        meaning = worked ? m_meaning.OfRead(AsText(event.bytes))
+                         : "read of " + std::to_string(request.length()) + " bytes";
+    } else {
+        meaning = !IsInterruptWait(request) ? "open command"
+                  : worked                  ? "the chip's interrupt"
+                                            : "no interrupt";
     }
     // Recorded for the thread that made the request: any other thread may complete it.
-    Add(request.thread(), event.time, std::move(object));
+    Add(request.thread(), event.time,
+        BusObject(Operation(request), ToHex(isWrite ? request.data() : event.bytes), event.error,
+                  meaning, IsInterruptWait(request) ? "ended" : nullptr));
 }
 
 }  // namespace lab

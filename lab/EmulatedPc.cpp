@@ -30,15 +30,8 @@ double ToMilliseconds(emulation::Micros time) {
 }
 
 void RecordLogLine(int level, const std::wstring& line, void* context) {
-    auto& recorder = *static_cast<Recorder*>(context);
-    const ThreadKey thread = emulation::CurrentThread();
-    const std::string text = Narrow(line);
-    recorder.NameThreadByLogLine(thread, text);
-    Json object;
-    object["kind"] = "log";
-    object["level"] = level;
-    object["line"] = text;
-    recorder.Add(thread, ToMilliseconds(emulation::Now()), std::move(object));
+    static_cast<Recorder*>(context)->AddLogLine(emulation::CurrentThread(),
+                                                ToMilliseconds(emulation::Now()), level, line);
 }
 
 using Body = std::function<void()>;

@@ -2,6 +2,7 @@
 #include "lab/Hex.h"
 
 #include <array>
+#include <charconv>
 #include <cstdio>
 #include <optional>
 
@@ -15,16 +16,9 @@ namespace {
 constexpr char kDigits[] = "0123456789ABCDEF";
 
 std::optional<unsigned> Digit(char character) {
-    if (character >= '0' && character <= '9') {
-        return static_cast<unsigned>(character - '0');
-    }
-    if (character >= 'a' && character <= 'f') {
-        return static_cast<unsigned>(character - 'a' + 10);
-    }
-    if (character >= 'A' && character <= 'F') {
-        return static_cast<unsigned>(character - 'A' + 10);
-    }
-    return std::nullopt;
+    unsigned value = 0;
+    const auto [end, error] = std::from_chars(&character, &character + 1, value, 16);
+    return error == std::errc() && end != &character ? std::make_optional(value) : std::nullopt;
 }
 
 bool IsBlank(char character) {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 #include <utility>
 
 #include "lab/Failure.h"
@@ -151,87 +152,57 @@ void Player::ExecuteNow(const Command& command) {
 }
 
 void Player::Perform(const Command& command) {
-    switch (command.verb) {
-        case Verb::kWait:
-            Pause(*command.number);
-            break;
-        case Verb::kTap:
-            Tap(command);
-            break;
-        case Verb::kEnter:
+    const Verb verb = command.verb;
+    if (verb == Verb::kTap) {
+        Tap(command);
+    } else if (IsDeviceVerb(verb)) {
+        if (verb == Verb::kEnter) {
             m_host.Events().BeginVisit();
-            m_pc.Act(command);
-            break;
-        case Verb::kRepeat:
-            for (std::int64_t turn = 0; turn < *command.number; ++turn) {
-                PlayAll(command.body);
-            }
-            break;
-        case Verb::kJoin:
-            Join();
-            break;
-        case Verb::kExpectEvent:
-            ExpectEvent(command);
-            break;
-        case Verb::kExpectResult:
-            ExpectResult(command);
-            break;
-        default:
-            if (IsDeviceVerb(command.verb)) {
-                m_pc.Act(command);
-            } else {
-                ExecuteOperation(command);
-            }
-            break;
+        }
+        m_pc.Act(command);
+    } else if (verb == Verb::kWait) {
+        Pause(*command.number);
+    } else if (verb == Verb::kRepeat) {
+        for (std::int64_t turn = 0; turn < *command.number; ++turn) {
+            PlayAll(command.body);
+        }
+    } else if (verb == Verb::kJoin) {
+        Join();
+    } else if (verb == Verb::kExpectEvent) {
+        ExpectEvent(command);
+    } else if (verb == Verb::kExpectResult) {
+        ExpectResult(command);
+    } else {
+        ExecuteOperation(command);
     }
 }
 
 void Player::ExecuteOperation(const Command& command) {
-    const unsigned manager = command.manager;
-    switch (command.verb) {
-        case Verb::kRenew:
-            m_host.Renew(manager, command.argument);
-            break;
-        case Verb::kReadNumber:
-            m_host.ReadNumber(manager);
-            break;
-        case Verb::kReadMessage:
-            m_host.ReadMessage(manager, command.on);
-            break;
-        case Verb::kWrite:
-            m_host.Write(manager, command.fields);
-            break;
-        case Verb::kUpdate:
-            m_host.Update(manager, command.fields);
-            break;
-        case Verb::kInit:
-            m_host.DeviceInit(manager);
-            break;
-        case Verb::kConnect:
-        case Verb::kDisconnect:
-            m_host.Connect(manager, command.verb == Verb::kConnect);
-            break;
-        case Verb::kOpen:
-            m_host.Open(manager);
-            break;
-        case Verb::kListener:
-            m_host.Listen(manager, command.on, command.fields);
-            break;
-        case Verb::kStop:
-            m_host.Stop(manager);
-            break;
-        case Verb::kRestart:
-            m_host.Stop(manager);
-            m_host.StartManager(manager, command.fields);
-            break;
-        case Verb::kStart:
-            m_host.StartManager(manager, command.fields);
-            break;
-        case Verb::kCreate:
-            m_host.Create(manager, command.fields);
-            break;
-        default:
-            break;
+    using Operation = void (*)(Host & host, unsigned manager, const Command& command);
+    static const std::map<Verb, Operation> operations{
+        {Verb::kRenew, [](Host& h, unsigned m, const Command& c) { h.Renew(m, c.argument); }},
+        {Verb::kReadNumber, [](Host& h, unsigned m, const Command&) { h.ReadNumber(m); }},
+        {Verb::kReadMessage, [](Host& h, unsigned m, const Command& c) { h.ReadMessage(m, c.on); }},
+        {Verb::kWrite, [](Host& h, unsigned m, const Command& c) { h.Write(m, c.fields); }},
+        {Verb::kUpdate, [](Host& h, unsigned m, const Command& c) { h.Update(m, c.fields); }},
+        {Verb::kInit, [](Host& h, unsigned m, const Command&) { h.DeviceInit(m); }},
+        {Verb::kConnect, [](Host& h, unsigned m, const Command&) { h.Connect(m, true); }},
+        {Verb::kDisconnect, [](Host& h, unsigned m, const Command&) { h.Connect(m, false); }},
+        {Verb::kOpen, [](Host& h, unsigned m, const Command&) { h.Open(m); }},
+        {Verb::kListener,
+         [](Host& h, unsigned m, const Command& c) { h.Listen(m, c.on, c.fields); }},
+        {Verb::kStop, [](Host& h, unsigned m, const Command&) { h.Stop(m); }},
+        {Verb::kStart, [](Host& h, unsigned m, const Command& c) { h.StartManager(m, c.fields); }},
+        {Verb::kRestart,
+         [](Host& h, unsigned m, const Command& c) {
+             h.Stop(m);
+             h.StartManager(m, c.fields);
+         }},
+        {Verb::kCreate, [](Host& h, unsigned m, const Command& c) { h.Create(m, c.fields); }},
+    };
+    const auto operation = operations.find(command.verb);
+    if (operation != operations.end()) {
+        operation->second(m_host, command.manager, command);
     }
 }
 

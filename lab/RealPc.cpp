@@ -103,13 +103,7 @@ void RealPc::RecordLogLine(int level, const std::wstring& line, void* context) {
     auto& self = *static_cast<RealPc*>(context);
     const ThreadKey thread = self.Thread();
     self.NameThreadByRoutine(thread);
-    const std::string text = Narrow(line);
-    self.m_recorder.NameThreadByLogLine(thread, text);
-    Json object;
-    object["kind"] = "log";
-    object["level"] = level;
-    object["line"] = text;
-    self.m_recorder.Add(thread, self.Now(), std::move(object));
+    self.m_recorder.AddLogLine(thread, self.Now(), level, line);
 }
 
 Pc& MakePc(const PcOptions& options, Recorder& recorder) {

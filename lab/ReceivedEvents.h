@@ -19,9 +19,9 @@ class ReceivedEvents {
 
     /// A new visit of a phone begins: IsPending and TakeOldest ignore the events before it.
     void BeginVisit();
-    /// True when an event of the visit has this number and has not been taken. With a route: when
-    /// it came there, taken or not.
+    /// True when an event of the visit has this number and has not been taken.
     bool IsPending(int event) const;
+    /// True when an event of the visit came on this route, taken or not.
     bool HasCome(int event, int route) const;
     /// Takes the oldest pending event of this number; false when there is none.
     bool TakeOldest(int event);

@@ -92,13 +92,16 @@ void Recorder::ThreadStarted(ThreadKey key, const void* routine) {
     }
 }
 
-void Recorder::NameThreadByLogLine(ThreadKey key, const std::string& line) {
+void Recorder::AddLogLine(ThreadKey thread, double milliseconds, int level,
+                          const std::wstring& line) {
+    const std::string text = Narrow(line);
     for (const ThreadLine& one : kThreadLines) {
-        if (line.rfind(one.beginning, 0) == 0) {
-            NameThread(key, one.thread);
-            return;
+        if (text.rfind(one.beginning, 0) == 0) {
+            NameThread(thread, one.thread);
+            break;
         }
     }
+    Add(thread, milliseconds, {{"kind", "log"}, {"level", level}, {"line", text}});
 }
 
 void Recorder::Finish() {

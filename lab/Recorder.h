@@ -43,8 +43,8 @@ class Recorder {
     void NameThread(ThreadKey thread, const char* name);
     void ThreadStarted(ThreadKey thread, const void* routine);
 
-    /// Names the thread if only one thread writes this line of the log.
-    void NameThreadByLogLine(ThreadKey thread, const std::string& line);
+    /// Adds a line of the log.
+    void AddLogLine(ThreadKey thread, double milliseconds, int level, const std::wstring& line);
 
     /// Passes on what is still kept; a thread without a name is called "thread N". Objects that are
     /// added later are dropped.

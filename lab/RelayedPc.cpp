@@ -2,6 +2,7 @@
 #include "lab/RelayedPc.h"
 
 #include <chrono>
+#include <map>
 #include <memory>
 #include <utility>
 
@@ -79,40 +80,24 @@ class RelayedPc : public RealPc {
 
     void Act(const Command& command) override {
         const std::string in = " " + std::to_string(command.in.value_or(0)) + " ";
-        switch (command.verb) {
-            case Verb::kTap:
-                m_devices->Ask("tap" + in + std::to_string(command.number.value_or(kDefaultStay)) +
-                               " " + command.route);
-                break;
-            case Verb::kEnter:
-                m_devices->Ask("enter" + in);
-                break;
-            case Verb::kLeave:
-                m_devices->Ask("leave" + in);
-                break;
-            case Verb::kSend:
-                m_devices->Ask("send" + in + ToHex(command.argument));
-                break;
-            case Verb::kChipStatus:
-                m_devices->Ask("chip-status" + in + std::to_string(*command.number));
-                break;
-            case Verb::kChipBits: {
-                const std::string bits = ToHex(command.argument);
-                m_devices->Ask("chip-bits " + bits.substr(0, 4) + " " + bits.substr(4, 2) + " " +
-                               bits.substr(6));
-                break;
-            }
-            case Verb::kUnplug:
-                m_devices->Ask("unplug");
-                break;
-            case Verb::kPlug:
-                m_devices->Ask("plug");
-                break;
-            case Verb::kFault:
-                m_devices->Ask("fault " + command.argument);
-                break;
-            default:
-                break;
+        const std::string number = std::to_string(command.number.value_or(kDefaultStay));
+        const std::string bits = ToHex(command.argument);
+        const std::map<Verb, std::string> lines{
+            {Verb::kTap, "tap" + in + number + " " + command.route},
+            {Verb::kEnter, "enter" + in},
+            {Verb::kLeave, "leave" + in},
+            {Verb::kSend, "send" + in + bits},
+            {Verb::kChipStatus, "chip-status" + in + number},
+            {Verb::kUnplug, "unplug"},
+            {Verb::kPlug, "plug"},
+            {Verb::kFault, "fault " + command.argument},
+        };
+        const auto line = lines.find(command.verb);
+        if (line != lines.end()) {
+            m_devices->Ask(line->second);
+        } else if (command.verb == Verb::kChipBits) {
+            m_devices->Ask("chip-bits " + bits.substr(0, 4) + " " + bits.substr(4, 2) + " " +
+                           bits.substr(6));
         }
     }
 

@@ -250,13 +250,6 @@ void FanliChip::SetMemory(unsigned reg, const Bytes& bytes) {
     }
 }
 
-void FanliChip::RaiseInterrupt() {
-    ++m_counters.interrupts;
-    if (m_raised) {
-        m_raised();
-    }
-}
-
 bool FanliChip::RaiseStatus(Micros now, std::uint8_t status, std::uint32_t para1) {
     if (m_status.size() == kFanliStatusQueue) {
         return false;

@@ -5,7 +5,7 @@
 #include <array>
 #include <deque>
 
-#include "simulator/Chip.h"
+#include "simulator/ChipModel.h"
 
 namespace simulator {
 
@@ -39,18 +39,13 @@ constexpr std::uint8_t kStatusMcuStart = 3;
 constexpr std::uint8_t kStatusMcuReset = 4;
 constexpr std::uint8_t kStatusNoData = 255;
 
-class FanliChip final : public Chip, private ChipBus, private TagRadio, private ChipBackDoor {
+class FanliChip final : public ChipModel {
   public:
     explicit FanliChip(std::uint8_t identity);
-
-    ChipBus& Bus() override { return *this; }
-    TagRadio& Radio() override { return *this; }
-    ChipBackDoor& BackDoor() override { return *this; }
 
   private:
     bool Write(Micros now, const Bytes& frame) override;
     std::optional<Bytes> Read(Micros now, std::size_t count) override;
-    void OnInterrupt(std::function<void()> raised) override { m_raised = std::move(raised); }
     bool InterruptAsserted() const override { return !m_status.empty(); }
 
     bool Enter(Micros now) override;
@@ -63,9 +58,6 @@ class FanliChip final : public Chip, private ChipBus, private TagRadio, private 
     void SetMemory(unsigned reg, const Bytes& bytes) override;
     bool RadioOn() const override { return m_radioCommand; }
     bool Locked() const override { return true; }  // phones cannot write
-    const ChipCounters& Counters() const override { return m_counters; }
-    void RaiseInterrupt() override;
-    bool StickBits(unsigned, std::uint8_t, std::uint8_t) override { return false; }
     bool RaiseStatus(Micros now, std::uint8_t status, std::uint32_t para1) override;
     bool FailWriteCheck(std::uint16_t firstFailAddr) override;
 
@@ -102,8 +94,6 @@ class FanliChip final : public Chip, private ChipBus, private TagRadio, private 
     std::uint32_t m_enterSum = 0;
     std::uint32_t m_leaveSum = 0;
     std::deque<Event> m_status;
-    std::function<void()> m_raised;
-    ChipCounters m_counters;
 };
 
 }  // namespace simulator

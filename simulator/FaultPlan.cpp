@@ -1,6 +1,9 @@
 // The text form of a fault plan.
 #include "simulator/FaultPlan.h"
 
+#include <algorithm>
+#include <charconv>
+#include <iterator>
 #include <limits>
 
 namespace simulator {
@@ -37,37 +40,13 @@ std::string NumberRange() {
     return "from 1 to " + std::to_string(std::numeric_limits<std::uint32_t>::max());
 }
 
-std::string Trim(const std::string& text) {
-    const auto begin = text.find_first_not_of(" \t\r\n");
-    if (begin == std::string::npos) {
-        return "";
-    }
-    return text.substr(begin, text.find_last_not_of(" \t\r\n") - begin + 1);
-}
-
-// Digits only, 1 to 4294967295.
-std::optional<std::uint32_t> Number(const std::string& text) {
-    constexpr std::uint64_t kMax = std::numeric_limits<std::uint32_t>::max();
-    std::uint64_t value = 0;
-    for (const char digit : text) {
-        if (digit < '0' || digit > '9') {
-            return std::nullopt;
-        }
-        value = value * 10 + static_cast<std::uint64_t>(digit - '0');
-        if (value > kMax) {
-            return std::nullopt;
-        }
-    }
-    return value == 0 ? std::nullopt : std::make_optional(static_cast<std::uint32_t>(value));
-}
-
 std::string ReadWhich(const std::string& text, Fault& fault) {
     const auto dash = text.find('-');
     const bool open = !text.empty() && text.back() == '+';
-    const auto first = Number(dash != std::string::npos ? text.substr(0, dash)
-                              : open                    ? text.substr(0, text.size() - 1)
-                                                        : text);
-    const auto last = dash != std::string::npos ? Number(text.substr(dash + 1))
+    const auto first = FaultNumber(dash != std::string::npos ? text.substr(0, dash)
+                                   : open                    ? text.substr(0, text.size() - 1)
+                                                             : text);
+    const auto last = dash != std::string::npos ? FaultNumber(text.substr(dash + 1))
                       : open ? std::make_optional(std::numeric_limits<std::uint32_t>::max())
                              : first;
     if (!first || !last) {
@@ -93,7 +72,7 @@ std::string ReadAction(const std::string& text, Fault& fault) {
             return colon == std::string::npos ? "" : name + " takes no value";
         }
         const auto value =
-            colon == std::string::npos ? std::nullopt : Number(text.substr(colon + 1));
+            colon == std::string::npos ? std::nullopt : FaultNumber(text.substr(colon + 1));
         if (!value) {
             return std::string(action.form) + " needs " + action.value + " " + NumberRange();
         }
@@ -110,20 +89,17 @@ std::string ReadFault(const std::string& text, Fault& fault) {
     if (hash == std::string::npos || equals == std::string::npos || equals < hash) {
         return "the form is KIND#WHICH=ACTION, as in write#3=refuse:1117";
     }
-    const std::string kind = Trim(text.substr(0, hash));
-    bool known = false;
-    for (const TargetName& target : kTargets) {
-        if (kind == target.name) {
-            fault.target = target.target;
-            known = true;
-        }
-    }
-    if (!known) {
+    const std::string kind = Trimmed(text.substr(0, hash));
+    const auto* const target =
+        std::find_if(std::begin(kTargets), std::end(kTargets),
+                     [&](const TargetName& one) { return kind == one.name; });
+    if (target == std::end(kTargets)) {
         return "\"" + kind + "\" is not one of " + kTargetList;
     }
-    std::string problem = ReadWhich(Trim(text.substr(hash + 1, equals - hash - 1)), fault);
+    fault.target = target->target;
+    std::string problem = ReadWhich(Trimmed(text.substr(hash + 1, equals - hash - 1)), fault);
     if (problem.empty()) {
-        problem = ReadAction(Trim(text.substr(equals + 1)), fault);
+        problem = ReadAction(Trimmed(text.substr(equals + 1)), fault);
     }
     if (problem.empty() && fault.target == FaultTarget::kOpen &&
         fault.action != FaultAction::kRefuse && fault.action != FaultAction::kGone) {
@@ -134,17 +110,32 @@ std::string ReadFault(const std::string& text, Fault& fault) {
 
 }  // namespace
 
+std::string Trimmed(const std::string& text) {
+    const auto begin = text.find_first_not_of(" \t\r\n");
+    return begin == std::string::npos
+               ? ""
+               : text.substr(begin, text.find_last_not_of(" \t\r\n") - begin + 1);
+}
+
+std::optional<std::uint32_t> FaultNumber(const std::string& text) {
+    std::uint32_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc() && end == text.data() + text.size() && value > 0
+               ? std::make_optional(value)
+               : std::nullopt;
+}
+
 std::optional<FaultPlan> FaultPlan::Parse(const std::string& text, std::string& error) {
     FaultPlan plan;
     error.clear();
-    if (Trim(text).empty()) {
+    if (Trimmed(text).empty()) {
         return plan;
     }
     std::size_t begin = 0;
     for (std::size_t number = 1;; ++number) {
         const auto comma = text.find(',', begin);
         const std::string part =
-            Trim(text.substr(begin, comma == std::string::npos ? comma : comma - begin));
+            Trimmed(text.substr(begin, comma == std::string::npos ? comma : comma - begin));
         if (part.empty()) {
             error = "entry " + std::to_string(number) + " is empty";
             return std::nullopt;

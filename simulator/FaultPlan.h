@@ -39,6 +39,11 @@ struct Fault {
     std::uint32_t value = 0;  ///< code, bytes or milliseconds, by the action
 };
 
+/// The text without blanks around it.
+std::string Trimmed(const std::string& text);
+/// The whole number from 1 to 4294967295 that the text is; nothing for any other text.
+std::optional<std::uint32_t> FaultNumber(const std::string& text);
+
 struct FaultPlan {
     std::vector<Fault> faults;
 

@@ -189,13 +189,6 @@ bool Fm11nChip::Locked() const {
     return true;
 }
 
-void Fm11nChip::RaiseInterrupt() {
-    ++m_counters.interrupts;
-    if (m_raised) {
-        m_raised();
-    }
-}
-
 bool Fm11nChip::StickBits(unsigned reg, std::uint8_t mask, std::uint8_t value) {
     m_stuck[reg] = {mask, value};
     return true;

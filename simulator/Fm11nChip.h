@@ -5,7 +5,7 @@
 #include <array>
 #include <map>
 
-#include "simulator/Chip.h"
+#include "simulator/ChipModel.h"
 
 namespace simulator {
 
@@ -30,19 +30,13 @@ struct Fm11nTraits {
     std::uint8_t startFdMode;
 };
 
-class Fm11nChip final : public Chip, private ChipBus, private TagRadio, private ChipBackDoor {
+class Fm11nChip final : public ChipModel {
   public:
     explicit Fm11nChip(const Fm11nTraits& traits);
-
-    ChipBus& Bus() override { return *this; }
-    TagRadio& Radio() override { return *this; }
-    ChipBackDoor& BackDoor() override { return *this; }
 
   private:
     bool Write(Micros now, const Bytes& frame) override;
     std::optional<Bytes> Read(Micros now, std::size_t count) override;
-    void OnInterrupt(std::function<void()> raised) override { m_raised = std::move(raised); }
-    bool InterruptAsserted() const override { return false; }
 
     bool Enter(Micros now) override;
     void Leave(Micros now) override;
@@ -54,11 +48,7 @@ class Fm11nChip final : public Chip, private ChipBus, private TagRadio, private 
     void SetMemory(unsigned reg, const Bytes& bytes) override;
     bool RadioOn() const override;
     bool Locked() const override;
-    const ChipCounters& Counters() const override { return m_counters; }
-    void RaiseInterrupt() override;
     bool StickBits(unsigned reg, std::uint8_t mask, std::uint8_t value) override;
-    bool RaiseStatus(Micros, std::uint8_t, std::uint32_t) override { return false; }
-    bool FailWriteCheck(std::uint16_t) override { return false; }
 
     struct Stuck {
         std::uint8_t mask;
@@ -75,8 +65,6 @@ class Fm11nChip final : public Chip, private ChipBus, private TagRadio, private 
     unsigned m_position = 0;
     Micros m_answerAt = 0;
     Micros m_busyUntil = 0;
-    std::function<void()> m_raised;
-    ChipCounters m_counters;
 };
 
 }  // namespace simulator

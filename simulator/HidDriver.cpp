@@ -17,16 +17,9 @@ constexpr std::uint16_t kUsage = 0x0043;
 constexpr wchar_t kPath[] =
     L"\\\\?\\hid#vid_7a3e&pid_10b8&mi_02#8&2f1c&0&0000#{4d1e55b2-f16f-11cf-88cb-001111000030}";
 
-emulation::HidInterface Interface(const std::wstring& path, std::uint16_t usagePage,
-                                  std::uint16_t usage, std::uint16_t vendor,
-                                  std::uint16_t product) {
-    emulation::HidInterface interface;
-    interface.path = path;
-    interface.usagePage = usagePage;
-    interface.usage = usage;
-    interface.vendorId = vendor;
-    interface.productId = product;
-    return interface;
+emulation::HidInterface Interface(const wchar_t* path, std::uint16_t usagePage, std::uint16_t usage,
+                                  std::uint16_t vendor, std::uint16_t product) {
+    return {path, usagePage, usage, vendor, product};
 }
 
 // The device of every decoy: it opens and refuses every request.
@@ -71,12 +64,10 @@ void HidDriver::Unplug() {
 }
 
 void HidDriver::FailAll(DWORD error) {
-    const auto reads = std::exchange(m_reads, {});
-    const auto writes = std::exchange(m_writes, {});
-    for (const emulation::RequestPtr& request : reads) {
-        request->Fail(error);
-    }
-    for (const emulation::RequestPtr& request : writes) {
+    std::vector<emulation::RequestPtr> all = std::exchange(m_writes, {});
+    all.insert(all.begin(), m_reads.begin(), m_reads.end());
+    m_reads.clear();
+    for (const emulation::RequestPtr& request : all) {
         request->Fail(error);
     }
 }

@@ -2,7 +2,6 @@
 #include "simulator/PcFaults.h"
 
 #include <algorithm>
-#include <charconv>
 #include <limits>
 #include <utility>
 
@@ -22,24 +21,14 @@ constexpr char kCallForm[] =
     "CALL#N, with connect, disconnect, subscribe, unsubscribe or write and a number from 1 to ";
 
 std::optional<ClientFault> ParseClientFault(const std::string& entry) {
-    const std::size_t sign = entry.find('#');
-    unsigned nth = 0;
-    if (sign != std::string::npos) {
-        std::from_chars(entry.data() + sign + 1, entry.data() + entry.size(), nth);
-    }
+    const auto nth = FaultNumber(entry.substr(entry.find('#') + 1));  // the whole without a '#'
     for (const auto& [name, call] : kCalls) {
-        // The comparison of the whole also refuses signs, zeros in front and what follows.
-        if (nth != 0 && entry == name + ("#" + std::to_string(nth))) {
-            return ClientFault{call, nth};
+        // The comparison of the whole also refuses zeros in front.
+        if (nth && entry == name + ("#" + std::to_string(*nth))) {
+            return ClientFault{call, *nth};
         }
     }
     return std::nullopt;
-}
-
-std::string Trim(const std::string& text) {
-    const std::size_t begin = text.find_first_not_of(' ');
-    return begin == std::string::npos ? ""
-                                      : text.substr(begin, text.find_last_not_of(' ') - begin + 1);
 }
 
 }  // namespace
@@ -56,9 +45,9 @@ std::optional<PcFaults> PcFaults::Parse(const std::string& text, const std::vect
     std::string ofDrivers;
     // An empty entry, as after a comma at the end, is not dropped: it is refused.
     unsigned number = 0;
-    for (std::size_t at = 0; !Trim(text).empty() && at <= text.size();) {
+    for (std::size_t at = 0; !Trimmed(text).empty() && at <= text.size();) {
         const std::size_t comma = std::min(text.find(',', at), text.size());
-        const std::string entry = Trim(text.substr(at, comma - at));
+        const std::string entry = Trimmed(text.substr(at, comma - at));
         at = comma + 1;
         ++number;
         if (drivers && entry.find('=') != std::string::npos) {

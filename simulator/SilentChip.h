@@ -1,21 +1,20 @@
-// A bus address without a chip: no transfer is acknowledged.
+// A bus address without a chip: no transfer is acknowledged, and each is counted.
 #pragma once
 
-#include "simulator/Chip.h"
+#include "simulator/ChipModel.h"
 
 namespace simulator {
 
-class SilentChip final : public Chip, private ChipBus, private TagRadio, private ChipBackDoor {
-  public:
-    ChipBus& Bus() override { return *this; }
-    TagRadio& Radio() override { return *this; }
-    ChipBackDoor& BackDoor() override { return *this; }
-
+class SilentChip final : public ChipModel {
   private:
-    bool Write(Micros now, const Bytes& frame) override;
-    std::optional<Bytes> Read(Micros now, std::size_t count) override;
-    void OnInterrupt(std::function<void()> raised) override { m_raised = std::move(raised); }
-    bool InterruptAsserted() const override { return false; }
+    bool Write(Micros, const Bytes&) override {
+        ++m_counters.naks;
+        return false;
+    }
+    std::optional<Bytes> Read(Micros, std::size_t) override {
+        ++m_counters.naks;
+        return std::nullopt;
+    }
 
     bool Enter(Micros) override { return false; }
     void Leave(Micros) override {}
@@ -27,14 +26,6 @@ class SilentChip final : public Chip, private ChipBus, private TagRadio, private
     void SetMemory(unsigned, const Bytes&) override {}
     bool RadioOn() const override { return false; }
     bool Locked() const override { return true; }
-    const ChipCounters& Counters() const override { return m_counters; }
-    void RaiseInterrupt() override;
-    bool StickBits(unsigned, std::uint8_t, std::uint8_t) override { return false; }
-    bool RaiseStatus(Micros, std::uint8_t, std::uint32_t) override { return false; }
-    bool FailWriteCheck(std::uint16_t) override { return false; }
-
-    std::function<void()> m_raised;
-    ChipCounters m_counters;
 };
 
 }  // namespace simulator

@@ -23,13 +23,16 @@ bool SameClass(const GUID& left, const GUID& right) {
            std::memcmp(left.Data4, right.Data4, sizeof left.Data4) == 0;
 }
 
-/// The interface of an open device, or null and ERROR_INVALID_HANDLE.
-std::shared_ptr<const HidInterface> HidOfDevice(HANDLE device) {
+/// The interface of an open device. Null and ERROR_INVALID_HANDLE for any other handle; null and
+/// ERROR_GEN_FAILURE where `fails` says so.
+std::shared_ptr<const HidInterface> HidOfDevice(HANDLE device, bool HidInterface::*fails) {
     const auto file = Find<FileObject>(device);
-    if (file != nullptr && file->node->hid == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
+    const auto hid = file == nullptr ? nullptr : file->node->hid;
+    if (file != nullptr && (hid == nullptr || (*hid).*fails)) {
+        SetLastError(hid == nullptr ? ERROR_INVALID_HANDLE : ERROR_GEN_FAILURE);
+        return nullptr;
     }
-    return file == nullptr ? nullptr : file->node->hid;
+    return hid;
 }
 
 }  // namespace
@@ -145,12 +148,8 @@ BOOLEAN HidD_GetPreparsedData(HANDLE device, PHIDP_PREPARSED_DATA* data) {
     if (operation.Refused()) {
         return FALSE;
     }
-    const auto hid = emulation::HidOfDevice(device);
+    const auto hid = emulation::HidOfDevice(device, &emulation::HidInterface::preparsedDataFails);
     if (hid == nullptr) {
-        return FALSE;
-    }
-    if (hid->preparsedDataFails) {
-        SetLastError(ERROR_GEN_FAILURE);
         return FALSE;
     }
     // Callers do not look inside, so it is a handle, and an old one is refused like any other.
@@ -189,12 +188,8 @@ BOOLEAN HidD_GetAttributes(HANDLE device, HIDD_ATTRIBUTES* attributes) {
     if (operation.Refused()) {
         return FALSE;
     }
-    const auto hid = emulation::HidOfDevice(device);
+    const auto hid = emulation::HidOfDevice(device, &emulation::HidInterface::attributesFail);
     if (hid == nullptr) {
-        return FALSE;
-    }
-    if (hid->attributesFail) {
-        SetLastError(ERROR_GEN_FAILURE);
         return FALSE;
     }
     attributes->VendorID = hid->vendorId;

@@ -5,6 +5,7 @@
 #include <cwchar>
 #include <string_view>
 
+#include "platform/Utf8.h"
 #include "platform/emulation/KernelState.h"
 
 namespace emulation {
@@ -12,23 +13,9 @@ namespace emulation {
 namespace {
 
 constexpr std::uint32_t kReplacement = 0xFFFD;
-constexpr std::uint32_t kLastCodePoint = 0x10FFFF;
-constexpr unsigned kBitsPerByte = 6;  // of a code point, in each byte after the first
-constexpr std::uint32_t kTailMask = 0x3F;
-constexpr std::uint32_t kTailMark = 0x80;
-
-bool IsCodePoint(std::uint32_t value) {
-    return value <= kLastCodePoint && (value < 0xD800 || value > 0xDFFF);
-}
-
-// Indexed by the number of bytes after the first: the first byte's mark, and the smallest code
-// point that needs so many bytes.
-constexpr std::uint32_t kHeadMark[] = {0x00, 0xC0, 0xE0, 0xF0};
-constexpr std::uint32_t kSmallest[] = {0x00, 0x80, 0x800, 0x10000};
-
 unsigned TailLength(std::uint32_t codePoint) {
     unsigned tail = 0;
-    while (tail < 3 && codePoint >= kSmallest[tail + 1]) {
+    while (tail < 3 && codePoint >= platform::kUtf8Smallest[tail + 1]) {
         ++tail;
     }
     return tail;
@@ -40,41 +27,18 @@ constexpr wchar_t kEscapedBackslash = kEscapedByte + L'\\';
 
 void AppendUtf8(std::string& bytes, wchar_t letter) {
     auto codePoint = static_cast<std::uint32_t>(letter);
-    if (!IsCodePoint(codePoint)) {
+    if (!platform::IsCodePoint(codePoint)) {
         codePoint = kReplacement;
     }
     unsigned tail = TailLength(codePoint);
-    bytes += static_cast<char>(kHeadMark[tail] | (codePoint >> (kBitsPerByte * tail)));
+    bytes += static_cast<char>(platform::kUtf8HeadMark[tail] |
+                               (codePoint >> (platform::kUtf8TailBits * tail)));
     while (tail > 0) {
         --tail;
-        bytes += static_cast<char>(kTailMark | ((codePoint >> (kBitsPerByte * tail)) & kTailMask));
+        bytes += static_cast<char>(
+            platform::kUtf8TailMark |
+            ((codePoint >> (platform::kUtf8TailBits * tail)) & platform::kUtf8TailMask));
     }
-}
-
-/// The bytes of one code point, or of what should have been one.
-struct Decoded {
-    std::uint32_t codePoint = 0;
-    std::size_t length = 0;
-    bool valid = true;
-};
-
-Decoded DecodeFirst(std::string_view bytes) {
-    const auto head = static_cast<std::uint8_t>(bytes[0]);
-    if (head < kTailMark) {
-        return {head, 1, true};
-    }
-    const unsigned tail = head >= kHeadMark[3] ? 3U : head >= kHeadMark[2] ? 2U : 1U;
-    std::uint32_t codePoint = head - std::min<std::uint32_t>(head, kHeadMark[tail]);
-    std::size_t length = 1;
-    while (length <= tail && length < bytes.size() &&
-           (static_cast<std::uint8_t>(bytes[length]) & ~kTailMask) == kTailMark) {
-        codePoint =
-            (codePoint << kBitsPerByte) | (static_cast<std::uint8_t>(bytes[length]) & kTailMask);
-        ++length;
-    }
-    const bool valid = head >= kHeadMark[1] && length == tail + 1 && codePoint >= kSmallest[tail] &&
-                       IsCodePoint(codePoint);
-    return {codePoint, length, valid};
 }
 
 }  // namespace
@@ -92,7 +56,7 @@ std::wstring FromUtf8(std::string_view bytes) {
     std::wstring text;
     text.reserve(bytes.size());
     while (!bytes.empty()) {
-        const Decoded first = DecodeFirst(bytes);
+        const platform::Utf8Character first = platform::FirstOfUtf8(bytes);
         text += static_cast<wchar_t>(first.valid ? first.codePoint : kReplacement);
         bytes.remove_prefix(first.length);
     }
@@ -103,7 +67,7 @@ std::wstring WidePath(const std::string& path) {
     std::wstring text;
     std::string_view rest = path;
     while (!rest.empty()) {
-        const Decoded first = DecodeFirst(rest);
+        const platform::Utf8Character first = platform::FirstOfUtf8(rest);
         const bool isText = first.valid && rest[0] != '\\';
         text += isText ? static_cast<wchar_t>(first.codePoint)
                        : static_cast<wchar_t>(kEscapedByte + static_cast<std::uint8_t>(rest[0]));
