@@ -19,7 +19,7 @@ class DeviceProcess {
     DeviceProcess(const DeviceProcess&) = delete;
     DeviceProcess& operator=(const DeviceProcess&) = delete;
 
-    /// Sends one command and waits for its reply, which it gives without "ok". Throws WrongCall
+    /// Sends one command and waits for its reply, which it returns without "ok". Throws WrongCall
     /// with the reason of a refused command, and Failure when the process has ended. Any thread.
     std::string Ask(const std::string& command);
 

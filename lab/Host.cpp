@@ -18,7 +18,7 @@ namespace {
 // the library's threads.
 std::atomic<Host*> g_host{nullptr};
 
-// Numbers that a listener gives: 32 equal bytes, counted up from the first to the last of these.
+// Numbers that a listener writes: 32 equal bytes, counted up from the first to the last of these.
 constexpr std::uint8_t kFirstListenerByte = 0x80;
 constexpr std::uint8_t kLastListenerByte = 0xDF;
 
@@ -205,7 +205,7 @@ void Host::StartManager(unsigned manager, const Fields& fields) {
         return;
     }
     // The message that the manager shares, so that it stays the manager's own whatever the first
-    // reading gives.
+    // reading returns.
     std::shared_ptr<NdefMessage> own;
     {
         const std::lock_guard<std::mutex> guard(m_mutex);

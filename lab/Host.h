@@ -82,7 +82,7 @@ class Host {
 
     Slot& At(unsigned manager) { return m_slots.at(manager - 1); }  // under m_mutex
     std::shared_ptr<NfcManager> Manager(unsigned manager);          // WrongCall when there is none
-    /// Sets fields of a manager's content and gives a copy of it.
+    /// Sets fields of a manager's content and returns a copy of it.
     std::shared_ptr<NdefMessage> Content(unsigned manager, const Fields& fields);
     void Record(unsigned manager, const std::string& operation, bool result);
     void Record(unsigned manager, const std::string& operation, int result,

@@ -108,7 +108,7 @@ void Judge::JudgeOperation(const Done& done) {
                       "an operation of at most 400 s", Milliseconds(done.end - done.begin));
     const bool opens = StartsManager(done.verb()) || OpensDevice(done.verb());
     const bool reads = IsOneOf(done.verb(), {Verb::kReadMessage, Verb::kReadNumber});
-    if (done.worked || done.contested || m_visits.ListenerWaits() ||
+    if (done.worked || done.overlapsRelease || m_visits.ListenerWaits() ||
         done.verb() == Verb::kDisconnect || !m_history.IsFaultless(done.begin) ||
         (reads && m_pc.Parts().Chip() == nullptr) ||
         (!opens && !m_history.ServiceAt(done.begin).started)) {

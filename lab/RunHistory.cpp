@@ -60,15 +60,15 @@ void RunHistory::Begin(const Command& command, double now) {
         }
     }
     if (StartsManager(command.verb) || command.verb == Verb::kWrite) {
-        done.gives = content;
+        done.puts = content;
     } else if (command.verb == Verb::kUpdate) {
-        done.gives = command.fields;
+        done.puts = command.fields;
     } else if (command.verb == Verb::kRenew && !command.argument.empty()) {
-        done.gives[kNumber] = command.argument;
+        done.puts[kNumber] = command.argument;
     }
     if (MayPut(command.verb)) {
-        // What gives no number of its own brings the number of its manager.
-        Give(done.Gives(kNumber) ? done.gives[kNumber] : content[kNumber], now);
+        // Without a number of its own it writes the number of its manager.
+        Give(done.Puts(kNumber) ? done.puts[kNumber] : content[kNumber], now);
     }
     if (creates) {
         m_present.insert(command.manager);
@@ -104,9 +104,9 @@ const Done* RunHistory::End(const Player::Step& step, double now) {
     done.worked = step.succeeded.value_or(true);
     done.end = std::max(done.begin, now);
     if (done.worked && command.verb == Verb::kRenew) {
-        m_content[command.manager][kNumber] = done.gives[kNumber];
+        m_content[command.manager][kNumber] = done.puts[kNumber];
     }
-    Contest(done);
+    NoteReleases(done);
     m_ended.push_back(std::move(done));
     return &m_ended.back();
 }
@@ -114,15 +114,15 @@ const Done* RunHistory::End(const Player::Step& step, double now) {
 // A host or a listener that still works with a manager which another releases ends it, and with it
 // the threads of all, when it has done. The thread of a renewal holds no manager that could end
 // them.
-void RunHistory::Contest(Done& done) {
-    done.contested =
+void RunHistory::NoteReleases(Done& done) {
+    done.overlapsRelease =
         done.replaces && std::any_of(m_events.begin(), m_events.end(), [&](double event) {
             return event >= done.begin - kLongestListener;
         });
     for (Done& other : m_ended) {
         if (other.begin <= done.end && other.end >= done.begin) {
-            done.contested = done.contested || other.replaces;
-            other.contested = other.contested || done.replaces;
+            done.overlapsRelease = done.overlapsRelease || other.replaces;
+            other.overlapsRelease = other.overlapsRelease || done.replaces;
         }
     }
 }
@@ -152,8 +152,8 @@ void RunHistory::TakeResult(const Json& object) {
         }
         Done& done = m_running[0];
         if (done.command != nullptr && StartsManager(done.verb())) {
-            done.gives = m_content[done.manager()];
-            Give(done.gives[kNumber], now);
+            done.puts = m_content[done.manager()];
+            Give(done.puts[kNumber], now);
         }
     }
     if (operation != "WriteRandNum") {
@@ -162,12 +162,12 @@ void RunHistory::TakeResult(const Json& object) {
     const std::string number = FromHex(object[kNumber].get<std::string>(), "WriteRandNum");
     if (!object.contains("listener")) {
         for (Done& done : m_running) {  // of a number that the host has drawn
-            if (done.command != nullptr && done.verb() == Verb::kRenew && !done.Gives(kNumber) &&
+            if (done.command != nullptr && done.verb() == Verb::kRenew && !done.Puts(kNumber) &&
                 object["thread"] ==
                     (done.command->host == 0
                          ? std::string(kHostThread)
                          : kHostThread + (" " + std::to_string(done.command->host)))) {
-                done.gives[kNumber] = number;
+                done.puts[kNumber] = number;
                 Give(number, now);
             }
         }
@@ -181,12 +181,12 @@ void RunHistory::TakeResult(const Json& object) {
     Done done{&renewal, now, now};
     done.worked = object["result"] == 0;
     done.failedBefore = m_failedAtEvent[object["thread"]];
-    done.gives[kNumber] = number;
+    done.puts[kNumber] = number;
     Give(number, now);
     if (done.worked) {
         m_content[renewal.manager][kNumber] = number;
     }
-    Contest(done);
+    NoteReleases(done);
     m_ended.push_back(std::move(done));
 }
 
@@ -197,12 +197,12 @@ RunHistory::Service RunHistory::ServiceAt(double time) const {
     bool unplugged = false;
     for (const Done& done : m_ended) {
         if (done.end > time) {
-            continue;  // "in MS": its end lies behind those of later entries
+            continue;  // "in MS": it ends after later entries
         }
         planned = done.verb() == Verb::kFault ? done.command->argument != kNoFaults : planned;
         unplugged = done.verb() == Verb::kUnplug || (unplugged && done.verb() != Verb::kPlug);
         const bool good = done.worked && done.begin > trouble && !planned && !unplugged;
-        if (done.contested || IsFault(done.verb()) ||
+        if (done.overlapsRelease || IsFault(done.verb()) ||
             IsOneOf(done.verb(), {Verb::kDisconnect, Verb::kStop, Verb::kChipBits, Verb::kSend}) ||
             (done.verb() == Verb::kCreate && done.replaces)) {
             service = {};

@@ -30,15 +30,16 @@ struct Done {
     double begin = 0;
     double end = kUnderWay;
     bool worked = true;
-    bool replaces = false;   ///< it releases a manager that was there
-    bool contested = false;  ///< another still worked with a manager that was released meanwhile
+    bool replaces = false;  ///< it releases a manager that was there
+    /// It overlapped with the release of its manager; its result is not judged.
+    bool overlapsRelease = false;
     std::size_t failedBefore = 0;  ///< renewals that had failed when it began
-    /// What it gives to the tag, by the names of the script's fields.
-    std::map<std::string, std::string> gives = {};
+    /// What it puts onto the tag, by the names of the script's fields.
+    std::map<std::string, std::string> puts = {};
 
     Verb verb() const { return command->verb; }
     unsigned manager() const { return command->manager; }
-    bool Gives(const std::string& field) const { return gives.count(field) > 0; }
+    bool Puts(const std::string& field) const { return puts.count(field) > 0; }
     bool Overlaps(double from, double to) const { return begin < to && end > from; }
 };
 
@@ -85,7 +86,7 @@ class RunHistory {
     const Command& Latest() const { return *m_latest; }
 
   private:
-    void Contest(Done& done);
+    void NoteReleases(Done& done);
     void Give(const std::string& number, double now) { m_given.emplace_back(now, number); }
     void TakeResult(const Json& object);
 

@@ -60,7 +60,7 @@ std::optional<TagRules::Known> TagRules::KnownTag(double now) const {
         if (done.verb() == Verb::kRenew && done.end + kRenewalTime > now) {
             return std::nullopt;
         }
-        if (done.worked && done.Gives(kNumber) && MayPut(done.verb())) {
+        if (done.worked && done.Puts(kNumber) && MayPut(done.verb())) {
             lastGiven = std::max(lastGiven, done.begin);
         }
     }
@@ -82,13 +82,12 @@ std::optional<TagRules::Known> TagRules::KnownTag(double now) const {
         // Without a number it brings the content of its manager back, which is there already
         // unless there is or has been another manager. A failed write leaves the tag as far as it
         // got.
-        if (!done.Gives(kNumber)
-                ? m_history.HadSeveralManagers() || done.contested
-                : !done.worked || done.failedBefore != m_history.FailedRenewals()) {
+        if (!done.Puts(kNumber) ? m_history.HadSeveralManagers() || done.overlapsRelease
+                                : !done.worked || done.failedBefore != m_history.FailedRenewals()) {
             return std::nullopt;
         }
-        if (done.Gives(kNumber)) {
-            known.numbers.insert(done.gives.at(kNumber));
+        if (done.Puts(kNumber)) {
+            known.numbers.insert(done.puts.at(kNumber));
         }
     }
     if (known.numbers.empty()) {
@@ -103,9 +102,9 @@ void TagRules::FindFields(Known& known) const {
     const auto& ended = m_history.Ended();
     for (const char* name : {"url", "mac", "model"}) {
         const auto last = std::find_if(ended.rbegin(), ended.rend(), [&](const Done& done) {
-            return MayPut(done.verb()) && done.Gives(name);
+            return MayPut(done.verb()) && done.Puts(name);
         });
-        if (last == ended.rend() || !last->worked || last->contested ||
+        if (last == ended.rend() || !last->worked || last->overlapsRelease ||
             last->failedBefore != m_history.FailedRenewals()) {
             continue;
         }
@@ -118,7 +117,7 @@ void TagRules::FindFields(Known& known) const {
                     !OpensDevice(done.verb()));
         });
         if (isKept) {
-            known.fields[name] = last->gives.at(name);
+            known.fields[name] = last->puts.at(name);
         }
     }
 }

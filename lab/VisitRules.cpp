@@ -65,7 +65,7 @@ void VisitRules::Add(const Command& command, double begin, double gone) {
     phone.begin = begin;
     phone.gone = gone;
     m_firstPhone = std::min(m_firstPhone, begin);
-    phone.heard = m_listening && !ListenerWaits();
+    phone.isHeard = m_listening && !ListenerWaits();
     phone.isQuick = !m_reads && m_pause <= kQuickListener;
     for (Phone& other : m_phones) {
         if (other.begin <= gone && other.gone >= begin) {
@@ -177,25 +177,25 @@ VisitRules::Surroundings VisitRules::Surrounding(const Phones& phones) const {
         if (!done->Overlaps(from, to) || IsOneOf(verb, {Verb::kTap, Verb::kEnter, Verb::kLeave})) {
             continue;
         }
-        const bool arms = verb == Verb::kWrite || (verb == Verb::kCreate && !done->replaces);
-        if (done->contested ||
-            (!arms && !IsOneOf(verb, {Verb::kReadMessage, Verb::kReadNumber, Verb::kRenew,
-                                      Verb::kUpdate})) ||
-            (arms && done->begin < begin + kShortestStay)) {
+        const bool opens = verb == Verb::kWrite || (verb == Verb::kCreate && !done->replaces);
+        if (done->overlapsRelease ||
+            (!opens && !IsOneOf(verb, {Verb::kReadMessage, Verb::kReadNumber, Verb::kRenew,
+                                       Verb::kUpdate})) ||
+            (opens && done->begin < begin + kShortestStay)) {
             return around;
         }
-        around.arming += arms ? 1 : 0;
+        around.openers += opens ? 1 : 0;
         isCalm = isCalm && verb != Verb::kUpdate && done->begin >= busy;
         busy = std::max(busy, done->end);
     }
-    around.judged = service.written && (around.arming == 0 || isCalm);
-    around.strict = isCalm;
+    around.judged = service.written && (around.openers == 0 || isCalm);
+    around.isTimed = isCalm;
     return around;
 }
 
 void VisitRules::JudgeGroup(const Phones& phones) {
     for (std::size_t i = 0; i < phones.size(); ++i) {
-        if (!phones[i].heard || phones[i].gone - phones[i].begin < kShortestStay ||
+        if (!phones[i].isHeard || phones[i].gone - phones[i].begin < kShortestStay ||
             (i > 0 && phones[i].begin < phones[i - 1].gone)) {
             return;
         }
@@ -205,10 +205,10 @@ void VisitRules::JudgeGroup(const Phones& phones) {
         return;
     }
     m_findings.judged[kVisits] += phones.size();
-    m_findings.judged[kTimedVisits] += around.strict ? phones.size() : 0;
+    m_findings.judged[kTimedVisits] += around.isTimed ? phones.size() : 0;
     JudgeEvents(phones, around);
     for (const Phone& phone : phones) {
-        if (around.strict && around.arming == 0 && phone.alone) {
+        if (around.isTimed && around.openers == 0 && phone.alone) {
             const bool isRead = !phone.readings.empty() && phone.readings[0]["read"].get<bool>();
             m_findings.Expect(isRead, *phone.command, "a phone that reads the tag",
                               phone.readings.empty() || isRead
@@ -249,7 +249,7 @@ void VisitRules::JudgeEvents(const Phones& phones, const Surroundings& around) {
         enters += one.event == kPhoneEntered ? 1 : 0;
         const int inTurn = count % 2 == 0 ? kPhoneEntered : kPhoneLeft;
         // Two visits that are open at once end in any order.
-        isRight = isRight && (visits ? !around.strict || around.arming > 0 || one.event == inTurn
+        isRight = isRight && (visits ? !around.isTimed || around.openers > 0 || one.event == inTurn
                                      : one.event == kInterrupt);
         ++count;
     }
@@ -260,17 +260,17 @@ void VisitRules::JudgeEvents(const Phones& phones, const Surroundings& around) {
     if (route.IsKeyboard() || !visits) {
         isRight = isRight && count == 2 * phones.size();
     } else {
-        isRight = isRight && (!around.strict || open == 0);
-        if (chipReportsEnds || (around.strict && phones.size() == 1)) {
-            isRight = isRight && enters <= phones.size() + around.arming;
+        isRight = isRight && (!around.isTimed || open == 0);
+        if (chipReportsEnds || (around.isTimed && phones.size() == 1)) {
+            isRight = isRight && enters <= phones.size() + around.openers;
         }
     }
     isRight = isRight && count > 0 &&
               (!visits || enters == leaves ||
-               (!around.strict && enters + static_cast<std::size_t>(open) == leaves));
+               (!around.isTimed && enters + static_cast<std::size_t>(open) == leaves));
     std::string expected =
         visits ? "an event 3 and an event 1 for a phone" : "two events 4 for a phone";
-    if (around.strict) {
+    if (around.isTimed) {
         // A Fanli chip's last may have belonged to the visit before it.
         const double leeway = chipReportsEnds && phones.size() > 1 ? kBeforeVisit : kLeaveLeeway;
         const bool isShort = std::all_of(phones.begin(), phones.end(), [](const Phone& phone) {
@@ -278,7 +278,7 @@ void VisitRules::JudgeEvents(const Phones& phones, const Surroundings& around) {
         });
         expected += ", the first before " + Milliseconds(begin + kPrompt);
         isRight = isRight && first <= begin + kPrompt;
-        if (isShort && around.arming == 0) {
+        if (isShort && around.openers == 0) {
             expected += ", the last from " + Milliseconds(gone - leeway) + " to " +
                         Milliseconds(gone + kPrompt);
             isRight = isRight && last >= gone - leeway && last <= gone + kPrompt;

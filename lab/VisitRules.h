@@ -12,9 +12,8 @@
 
 namespace lab {
 
-/// Phones are judged that come to a library at rest: one that serves, while nothing else is done
-/// but what a visit survives. Those that come within the watch over one another are judged
-/// together.
+/// A phone is judged only if the library runs and no operation that can disturb a visit overlaps
+/// it. Phones whose visits can overlap are judged as a group.
 class VisitRules {
   public:
     VisitRules(const RunHistory& history, const TagRules& tag, const Pc& pc, Findings& findings)
@@ -40,9 +39,9 @@ class VisitRules {
         const simulator::RouteKind* route = nullptr;
         double begin = 0;
         double gone = 0;
-        bool isQuick = true;  // the listener returns soon
-        bool heard = false;   // a listener is there, and nothing keeps its events from it
-        bool alone = true;    // at the PC, so that readings can be assigned
+        bool isQuick = true;   // the listener returns soon
+        bool isHeard = false;  // a listener is there, and nothing keeps its events from it
+        bool alone = true;     // at the PC, so that readings can be assigned
         std::vector<Json> readings;
     };
     using Phones = std::vector<Phone>;
@@ -52,10 +51,10 @@ class VisitRules {
         const simulator::RouteKind* route;
     };
     struct Surroundings {
-        bool judged = false;     // the library is at rest
-        bool strict = false;     // and so calm that times and order are certain
-        std::size_t arming = 0;  // writes and creations beside a phone, each may arm the next visit
-        double since = 0;        // the begin of the start that serves
+        bool judged = false;      // the library runs, and nothing disturbs the visits
+        bool isTimed = false;     // and no two operations overlap: times and order are certain
+        std::size_t openers = 0;  // writes and creations beside a phone: each may open a visit
+        double since = 0;         // the begin of the start that serves
     };
 
     void Add(const Command& command, double begin, double gone);

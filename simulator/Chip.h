@@ -47,7 +47,7 @@ struct ChipCounters {
     std::size_t rfWrites = 0;    ///< write commands of phones that were stored
 };
 
-/// For tests and for the lab. A setting that the chip does not have gives false.
+/// For tests and for the lab. A setting that the chip does not have returns false.
 class ChipBackDoor {
   public:
     virtual ~ChipBackDoor() = default;

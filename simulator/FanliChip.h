@@ -1,5 +1,5 @@
 // The chip with a four-byte head in its frames. Its processor needs time for answers, for storing
-// and for switching the radio, and gives a status for each interrupt.
+// and for switching the radio, and has a status for each interrupt.
 #pragma once
 
 #include <array>
@@ -18,12 +18,12 @@ constexpr Micros kFanliAnswerTime = 30 * kMilli;
 constexpr Micros kFanliFirstAnswerTime = 60 * kMilli;
 
 /// Time to store a block. Another block that arrives meanwhile is acknowledged and lost, and the
-/// next write check gives its register. A write check that arrives meanwhile gives the register of
+/// next write check returns its register. A write check that arrives meanwhile returns that of
 /// the block that is being stored.
 constexpr Micros kFanliStoreTime = 30 * kMilli;
 
 /// Time to switch the radio, which stays as it was until then. A frame that arrives meanwhile is
-/// acknowledged and lost; the next write check gives the register of a lost block.
+/// acknowledged and lost; the next write check returns the register of a lost block.
 constexpr Micros kFanliRadioTime = 30 * kMilli;
 
 constexpr std::size_t kFanliLargestFrame = 250;

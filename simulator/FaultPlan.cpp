@@ -82,7 +82,7 @@ std::string ReadAction(const std::string& text, Fault& fault) {
     return "\"" + name + "\" is not one of " + kActionList;
 }
 
-// Gives an empty text, or what is wrong.
+// Returns what is wrong; empty for nothing.
 std::string ReadFault(const std::string& text, Fault& fault) {
     const auto hash = text.find('#');
     const auto equals = text.find('=');

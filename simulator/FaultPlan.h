@@ -48,7 +48,7 @@ struct FaultPlan {
     std::vector<Fault> faults;
 
     /// Nothing when the text is wrong, with the entry and the reason in `error`. An empty text
-    /// gives an empty plan.
+    /// is an empty plan.
     static std::optional<FaultPlan> Parse(const std::string& text, std::string& error);
 
     /// The fault of the `nth` request of a kind (which is the `nthAny` of all), or null.

@@ -59,7 +59,7 @@ class Pc {
     void SendFromKeyboard(PcRoute route, Micros in, const Bytes& message);
 
     // The back doors. Take emulation::DeviceLock to use them. A route that the PC does not have
-    // gives null; chip() and spb() give those of the first driver route.
+    // returns null; chip() and spb() return those of the first driver route.
     Chip* chip();
     SpbDriver* spb();
     FaultyDriver* faulty();  ///< of the first driver route or the HID route

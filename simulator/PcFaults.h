@@ -29,7 +29,7 @@ struct PcFaults {
     std::vector<ClientFault> client;
 
     /// Nothing when the text is wrong, with the entry and the reason in `error`. An empty text
-    /// gives no faults.
+    /// means no faults.
     static std::optional<PcFaults> Parse(const std::string& text,
                                          const std::vector<PcRoute>& routes, std::string& error);
 };

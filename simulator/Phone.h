@@ -32,7 +32,7 @@ class Phone {
     /// Stays in the field for `stay`. The tag must outlive the phone.
     Phone(TagRadio& tag, Micros stay, Reporter report);
 
-    /// Does what is due. Gives the time of the next call, or nothing when the phone has gone. It
+    /// Does what is due. Returns the time of the next call, or nothing when the phone has gone. It
     /// reports the first message that it reads, and before that its first failure. A phone that
     /// finds no tag tries again until it goes.
     std::optional<Micros> Step(Micros now);

@@ -10,7 +10,7 @@
 
 namespace simulator {
 
-/// A tag is written in pages of four bytes; one read command gives four pages.
+/// A tag is written in pages of four bytes; one read command returns four pages.
 constexpr std::size_t kPageSize = 4;
 constexpr std::size_t kPagesPerRead = 4;
 constexpr unsigned kFirstDataPage = 4;  ///< chip register 16

@@ -36,7 +36,7 @@ void PutDevice(const std::wstring& path, std::shared_ptr<Driver> driver,
     TheKernel().devices[FoldCase(path)] = std::move(node);
 }
 
-/// Opens the device. Gives the last-error code; if it is zero, `file` is set.
+/// Opens the device. Returns the last-error code; if it is zero, `file` is set.
 DWORD Open(const std::wstring& path, const DeviceNode::Opening& how,
            std::shared_ptr<FileObject>& file) {
     const auto found = TheKernel().devices.find(FoldCase(path));

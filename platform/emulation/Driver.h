@@ -1,5 +1,5 @@
 // The driver of a device in the emulation. Simulated devices implement Driver; the layer calls
-// it and gives it the requests of the library.
+// it and passes it the requests of the library.
 //
 // All of this runs under the layer's device lock (see Kernel.h). So a driver needs no lock of its
 // own, and must not call a Win32 operation or anything else that blocks.

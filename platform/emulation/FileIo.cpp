@@ -130,7 +130,7 @@ struct Transfer {
     DWORD outLength;
 };
 
-/// Starts a request. Gives the last-error code; ERROR_IO_PENDING if the request is under way.
+/// Starts a request. Returns the last-error code; ERROR_IO_PENDING if the request is pending.
 DWORD Start(HANDLE device, const Transfer& transfer, OVERLAPPED& overlapped) {
     Kernel& kernel = TheKernel();
     const std::shared_ptr<Object> object = FindObject(device);

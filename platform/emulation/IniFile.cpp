@@ -121,7 +121,7 @@ bool SameName(View left, View right) {
            FoldCase(std::wstring(left)) == FoldCase(std::wstring(right));
 }
 
-/// Removes the next line from `text` and gives it.
+/// Removes the next line from `text` and returns it.
 View TakeLine(View& text) {
     const std::size_t end = text.find_first_of(L"\r\n");
     const View line = text.substr(0, end);

@@ -53,7 +53,7 @@ struct ScheduledOptions {
 // Forks. A child of fork() has only the thread that called fork(): the other threads of the layer
 // and what they would unlock are gone. So a child of a process that has used the layer dies with
 // a message at its first call. Tests fork first, in a process that has done no more than put
-// devices behind paths, and let each child choose its clock. Output that the parent has buffered
+// devices at paths, and let each child choose its clock. Output that the parent has buffered
 // and not flushed is written by both.
 
 /// Switches the process to the scheduled clock, at time 0. The calling thread becomes the first
@@ -103,7 +103,7 @@ class DeviceLock {
 /// clock the timers that are due run in order before any thread continues.
 void After(Micros delay, std::function<void()> action);
 
-/// Gives `path` a device, instead of the former one if there is one. Open handles keep their
+/// Puts a device at `path`, instead of the former one if there is one. Open handles keep their
 /// device.
 void AddDevice(const std::wstring& path, std::shared_ptr<Driver> driver);
 void RemoveDevice(const std::wstring& path);
@@ -125,11 +125,11 @@ struct HidInterface {
 void AddHidInterface(const HidInterface& interface, std::shared_ptr<Driver> driver);
 void RemoveHidInterfaces();
 
-/// The wide form in which the Win32 operations give and take the path of a file, with every byte
+/// The wide form in which the Win32 operations return and take the path of a file, with every byte
 /// kept: see GetCurrentDirectoryW in Win32.h.
 std::wstring WidePath(const std::string& path);
 
-/// Sets the directory that GetCurrentDirectoryW gives. Empty: that of the process.
+/// Sets the directory that GetCurrentDirectoryW returns. Empty: that of the process.
 void SetCurrentDirectoryForTests(const std::wstring& directory);
 
 // ---------------------------------------------------------------------------------------------

@@ -18,7 +18,7 @@ class TimerQueue {
   public:
     void Add(Micros time, std::function<void()> action);
     Micros Next() const { return m_timers.empty() ? kNever : m_timers.front().time; }
-    /// Removes the first action and gives it.
+    /// Removes the first action and returns it.
     std::function<void()> Take();
 
   private:
@@ -99,7 +99,7 @@ class Operation {
     bool m_refused = false;
 };
 
-/// Sets the last error and gives FALSE, for the caller to return.
+/// Sets the last error and returns FALSE, for the caller to return.
 inline BOOL FailWith(DWORD error) {
     SetLastError(error);
     return FALSE;
@@ -146,7 +146,7 @@ void CloseFile(FileObject& file);
 inline bool Tracing() {
     return static_cast<bool>(TheKernel().tracer);
 }
-/// Gives the event to the tracer, with time and thread filled in.
+/// Passes the event to the tracer, with time and thread filled in.
 void Trace(TraceEvent event);
 
 std::wstring FoldCase(const std::wstring& text);

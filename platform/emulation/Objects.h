@@ -22,7 +22,7 @@ class Signal {
   public:
     Signal(bool manualReset, bool set) : m_manualReset(manualReset), m_set(set) {}
 
-    /// Gives the state, and resets it if it is of the auto-reset kind.
+    /// Returns the state, and resets it if it is of the auto-reset kind.
     bool TryTake() {
         const bool set = m_set;
         m_set = m_set && m_manualReset;

@@ -142,7 +142,7 @@ class Scheduled final : public Scheduler {
 
   private:
     /// For a scope the running thread works for the device side: it holds the lock, and
-    /// CurrentThread gives the device thread. It may be a thread that has just left the table.
+    /// CurrentThread returns the device thread. It may be a thread that has just left the table.
     class DeviceSide {
       public:
         explicit DeviceSide(Scheduled& scheduled) : m_scheduled(scheduled), m_thread(t_current) {

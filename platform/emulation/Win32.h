@@ -138,10 +138,10 @@ BOOL WriteFile(HANDLE file, const void* buffer, DWORD length, DWORD* moved, OVER
 BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inLength, LPVOID out,
                      DWORD outLength, DWORD* moved, OVERLAPPED* overlapped);
 /// The outcome of a request. Without waiting it looks at the OVERLAPPED alone and not at the
-/// handle: STATUS_PENDING gives ERROR_IO_INCOMPLETE, also for a request that failed at its start.
+/// handle: STATUS_PENDING becomes ERROR_IO_INCOMPLETE, also for a request that failed at its start.
 /// When it waits, it waits for the event or the device and takes any signal of it for the end of
 /// the request. A stored status is turned into a last-error code; a stored 0x8007xxxx,
-/// sign-extended or not, gives its low 16 bits.
+/// sign-extended or not, becomes its low 16 bits.
 BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* moved, BOOL wait);
 /// Whether the request of this OVERLAPPED has ended, by its status alone. Leaves the last error.
 bool HasOverlappedIoCompleted(const OVERLAPPED* overlapped);
@@ -183,8 +183,8 @@ HDEVINFO SetupDiGetClassDevsW(const GUID* classGuid, const WCHAR* enumerator, HW
 BOOL SetupDiEnumDeviceInterfaces(HDEVINFO list, SP_DEVINFO_DATA* info, const GUID* classGuid,
                                  DWORD index, SP_DEVICE_INTERFACE_DATA* data);
 /// The path of an interface, after the structure's fixed part. A call without a buffer, or with one
-/// that is too small, fails with ERROR_INSUFFICIENT_BUFFER and gives the size in bytes. cbSize must
-/// be the size of the structure itself.
+/// that is too small, fails with ERROR_INSUFFICIENT_BUFFER and returns the size in bytes. cbSize
+/// must be the size of the structure itself.
 BOOL SetupDiGetDeviceInterfaceDetailW(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* data,
                                       SP_DEVICE_INTERFACE_DETAIL_DATA_W* detail, DWORD size,
                                       DWORD* required, SP_DEVINFO_DATA* info);
@@ -221,13 +221,13 @@ BOOLEAN HidD_GetAttributes(HANDLE device, HIDD_ATTRIBUTES* attributes);
 // Configuration and text.
 constexpr UINT CP_THREAD_ACP = 3;
 
-/// Gives the length without the terminating zero, or, if the buffer is too small, the size that is
-/// needed with it. Directories are separated by '/' here. What a wide text cannot hold as it is, a
-/// byte that is not UTF-8 or a backslash in a name, becomes the value 0xDC00 plus the byte, and
+/// Returns the length without the terminating zero, or, if the buffer is too small, the size that
+/// is needed with it. Directories are separated by '/' here. What a wide text cannot hold as it is,
+/// a byte that is not UTF-8 or a backslash in a name, becomes the value 0xDC00 plus the byte, and
 /// GetPrivateProfileStringW turns it back. Zero is failure.
 DWORD GetCurrentDirectoryW(DWORD length, WCHAR* buffer);
-/// Copies the key's value, or the default, and gives its length; a value that is too long is cut to
-/// `size` - 1 characters, and one with a zero in it ends there. Section and key are compared
+/// Copies the key's value, or the default, and returns its length; a value that is too long is cut
+/// to `size` - 1 characters, and one with a zero in it ends there. Section and key are compared
 /// without regard to case. Blanks around section, key and value are dropped (tabs, form feeds and
 /// the character 0x1A, too), and then one pair of equal quotes, single or double, around the value.
 /// A line that starts with ';' is a comment. The first match in the first section of the name
@@ -238,9 +238,9 @@ DWORD GetCurrentDirectoryW(DWORD length, WCHAR* buffer);
 /// file cannot be read: it is a directory, a FIFO, a device or larger than 1 MiB.
 DWORD GetPrivateProfileStringW(const WCHAR* section, const WCHAR* key, const WCHAR* defaultValue,
                                WCHAR* buffer, DWORD size, const WCHAR* path);
-/// Converts to UTF-8 whatever the thread's code page is, and gives the number of bytes, or, for a
+/// Converts to UTF-8 whatever the thread's code page is, and returns the number of bytes, or, for a
 /// buffer size of zero, the number that is needed. Length -1 stands for a text up to and with its
-/// terminating zero. A buffer that is too small gives zero and ERROR_INSUFFICIENT_BUFFER. What is
+/// terminating zero. A buffer that is too small returns zero and ERROR_INSUFFICIENT_BUFFER. What is
 /// no code point becomes U+FFFD.
 int WideCharToMultiByte(UINT codePage, DWORD flags, const WCHAR* wide, int wideLength, char* narrow,
                         int narrowSize, const char* defaultChar, BOOL* usedDefault);

@@ -29,9 +29,9 @@ struct LINKDOCK_EXPORT BlePeer {
                       const std::vector<std::uint8_t>& value) = 0;
 
     /// Called by the client's delivery threads, maybe by several at once: blocks until a
-    /// notification is due, puts it into `value` and gives true; or until `stop` is set, and gives
-    /// false. It may give false early. It must block in a way that the platform knows of (on the
-    /// emulation: emulation::WaitFor). Delays are the peer's own.
+    /// notification is due, puts it into `value` and returns true; or until `stop` is set, then
+    /// returns false. It may return false early. It must block in a way that the platform knows of
+    /// (on the emulation: emulation::WaitFor). Delays are the peer's own.
     virtual bool WaitNotification(const StopToken& stop, std::vector<std::uint8_t>& value) = 0;
 
     /// A stop token has been set: every WaitNotification looks at its token again.
@@ -70,7 +70,7 @@ struct DeliveryHabits {
 /// Any thread, at any time.
 LINKDOCK_EXPORT void SetDeliveryHabits(const DeliveryHabits& habits);
 
-/// True: GetInstance gives null.
+/// True: GetInstance returns null.
 LINKDOCK_EXPORT void SetNoInstance(bool none);
 
 /// Takes back every fault that was set and not used. The habits stay.

@@ -41,7 +41,7 @@ void Deliver(const std::shared_ptr<BlePeer>& peer, const std::vector<std::uint8_
     }
 }
 
-// Gives a notification to a call that waits for one of this device. False when none does.
+// Hands a notification to a call that waits for one of this device. False when none does.
 bool HandOver(const std::shared_ptr<BlePeer>& peer, std::vector<std::uint8_t>& value) {
     State& state = TheState();
     const platform::Lock lock(state.mutex);

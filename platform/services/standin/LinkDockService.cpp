@@ -39,7 +39,7 @@ bool DeliversAfterRefusal() {
     return state.habits.afterRefusedUnsubscribe;
 }
 
-// The device for a call, or null with the result that the call is to give.
+// The device for a call, or null with the result that the call is to return.
 std::shared_ptr<BlePeer> PeerFor(BleCall call, int& result) {
     State& state = TheState();
     const platform::Lock lock(state.mutex);
