@@ -146,20 +146,12 @@ void Host::FillRandom(std::uint8_t (&number)[32]) {
     }
 }
 
-void Host::Record(unsigned manager, const std::string& operation, bool succeeded, Json result,
-                  Json more) {
+void Host::Record(unsigned manager, const std::string& operation, Json result, Json more) {
     if (manager > 1) {
         more["manager"] = manager;
     }
+    const bool succeeded = result.is_boolean() ? result.get<bool>() : result == 0;
     m_results.Record(operation, succeeded, std::move(result), more);
-}
-
-void Host::Record(unsigned manager, const std::string& operation, int result, Json more) {
-    Record(manager, operation, result == 0, Json(result), std::move(more));
-}
-
-void Host::Record(unsigned manager, const std::string& operation, bool result) {
-    Record(manager, operation, result, Json(result), Json::object());
 }
 
 void Host::Start(int pcType) {

@@ -84,11 +84,9 @@ class Host {
     std::shared_ptr<NfcManager> Manager(unsigned manager);          // WrongCall when there is none
     /// Sets fields of a manager's content and returns a copy of it.
     std::shared_ptr<NdefMessage> Content(unsigned manager, const Fields& fields);
-    void Record(unsigned manager, const std::string& operation, bool result);
-    void Record(unsigned manager, const std::string& operation, int result,
+    /// Succeeded is true, or 0.
+    void Record(unsigned manager, const std::string& operation, Json result,
                 Json more = Json::object());
-    void Record(unsigned manager, const std::string& operation, bool succeeded, Json result,
-                Json more);
     void FillRandom(std::uint8_t (&number)[32]);
 
     Pc& m_pc;

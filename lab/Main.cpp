@@ -8,6 +8,7 @@
 #include <exception>
 #include <limits>
 #include <sstream>
+#include <string_view>
 
 #include "lab/Failure.h"
 #include "lab/ImageCommand.h"
@@ -23,6 +24,8 @@
 namespace {
 
 const std::vector<std::string> kPcTypes{"2", "5", "8"};
+// The call of the completion scripts, which no person makes: not in the help.
+constexpr std::string_view kCompleteWords = "complete-words";
 
 std::string FirstOf(const std::vector<std::string>& names) {
     return " (default " + names.front() + ")";
@@ -203,6 +206,11 @@ int Main(int count, char** arguments) {
     AddShow(showApp, show);
     AdaptParser(app);
     lab::SetFooters(app, lab::HelpFooter);
+    if (count > 1 && std::string_view(arguments[1]) == kCompleteWords) {
+        lab::WriteOutput(
+            lab::CompletedWords(lab::Commands(app), {arguments + 2, arguments + count}));
+        return lab::kExitDone;
+    }
     try {
         app.parse(count, arguments);
         if (runApp.parsed()) {
@@ -212,7 +220,7 @@ int Main(int count, char** arguments) {
             return lab::BuildImage(build);
         }
         if (completionApp.parsed()) {
-            lab::WriteOutput(lab::CompletionScript(lab::Commands(app), shell));
+            lab::WriteOutput(lab::CompletionScript(shell));
             return lab::kExitDone;
         }
         if (explainApp.parsed()) {

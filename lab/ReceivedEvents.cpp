@@ -26,11 +26,16 @@ void ReceivedEvents::BeginVisit() {
     m_visitBegin = m_entries.size();
 }
 
+const ReceivedEvents::Entry* ReceivedEvents::Pending(int event) const {
+    const auto found =
+        std::find_if(m_entries.begin() + static_cast<std::ptrdiff_t>(m_visitBegin), m_entries.end(),
+                     [=](const Entry& one) { return one.event == event && !one.taken; });
+    return found == m_entries.end() ? nullptr : &*found;
+}
+
 bool ReceivedEvents::IsPending(int event) const {
     const std::lock_guard<std::mutex> guard(m_mutex);
-    return std::any_of(m_entries.begin() + static_cast<std::ptrdiff_t>(m_visitBegin),
-                       m_entries.end(),
-                       [=](const Entry& one) { return one.event == event && !one.taken; });
+    return Pending(event) != nullptr;
 }
 
 bool ReceivedEvents::HasCome(int event, int route) const {
@@ -42,14 +47,11 @@ bool ReceivedEvents::HasCome(int event, int route) const {
 
 bool ReceivedEvents::TakeOldest(int event) {
     const std::lock_guard<std::mutex> guard(m_mutex);
-    const auto found =
-        std::find_if(m_entries.begin() + static_cast<std::ptrdiff_t>(m_visitBegin), m_entries.end(),
-                     [=](const Entry& one) { return one.event == event && !one.taken; });
-    if (found == m_entries.end()) {
-        return false;
+    const Entry* const found = Pending(event);
+    if (found != nullptr) {
+        m_entries[static_cast<std::size_t>(found - m_entries.data())].taken = true;
     }
-    found->taken = true;
-    return true;
+    return found != nullptr;
 }
 
 bool ReceivedEvents::IsOpen(int route) const {

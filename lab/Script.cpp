@@ -183,20 +183,28 @@ void TakeExpectation(Line& line, const Word& word, Command& command) {
     }
 }
 
+std::int64_t TakeWhole(Line& line, const Word& word) {
+    return word.takes == Takes::kByte    ? line.Number(word.usage, 0, kMaxByte)
+           : word.takes == Takes::kCount ? line.Number(word.usage, 1, kMaxRepeats)
+                                         : line.Number(word.usage, 0, kMaxMilliseconds);
+}
+
 void TakeArguments(Line& line, const Word& word, Command& command) {
     switch (word.takes) {
         case Takes::kNothing:
             break;
         case Takes::kOptionalMs:
             if (!line.Done()) {
-                command.number = line.Number(word.usage, 0, kMaxMilliseconds);
+                command.number = TakeWhole(line, word);
             }
             break;
         case Takes::kBytes:
             command.argument = line.Bytes(line.Next(word.usage));
             break;
         case Takes::kMs:
-            command.number = line.Number(word.usage, 0, kMaxMilliseconds);
+        case Takes::kByte:
+        case Takes::kCount:
+            command.number = TakeWhole(line, word);
             break;
         case Takes::kNumber:
             if (!line.Done()) {
@@ -209,9 +217,6 @@ void TakeArguments(Line& line, const Word& word, Command& command) {
                 line.Fail(std::string("the plan is missing; expected: ") + word.usage);
             }
             command.argument = line.Rest();
-            break;
-        case Takes::kByte:
-            command.number = line.Number(word.usage, 0, kMaxByte);
             break;
         case Takes::kBits:
             for (const std::size_t size : {2U, 1U, 1U}) {
@@ -234,9 +239,6 @@ void TakeArguments(Line& line, const Word& word, Command& command) {
         }
         case Takes::kExpect:
             TakeExpectation(line, word, command);
-            break;
-        case Takes::kCount:
-            command.number = line.Number(word.usage, 1, kMaxRepeats);
             break;
     }
     if (IsOneOf(command.verb, {Verb::kTap, Verb::kSend}) && !line.Done()) {

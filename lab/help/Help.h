@@ -13,7 +13,13 @@ namespace lab {
 std::string HelpFooter(const std::string& path);
 
 /// A script for "bash", "zsh" or "fish".
-std::string CompletionScript(const std::vector<CommandInfo>& commands, const std::string& shell);
+std::string CompletionScript(const std::string& shell);
+
+/// What may stand at the last of these words, which follow the program's name on a line. The first
+/// line is "files", "directories" or "words": what may stand there besides the words of the other
+/// lines, each with a tabulator and its description.
+std::string CompletedWords(const std::vector<CommandInfo>& commands,
+                           std::vector<std::string> words);
 
 /// The words that may stand where the parser stopped at `word`: options or commands.
 std::vector<std::string> WordsLike(const CommandInfo& command, const std::string& word);

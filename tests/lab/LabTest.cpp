@@ -361,7 +361,7 @@ TEST(Lab, TheManualHasEveryRowOfTheHelp) {
 TEST(Lab, BashCompletesEveryOptionOfTheHelpAndItsValues) {
     const auto completed = [](const std::string& words) {
         return Shell("mkdir -p run; bash -c 'source <(" LAB_PROGRAM
-                     " completion bash); compopt() { :; }; COMP_WORDS=(tagport-lab " +
+                     " completion bash); compopt() { :; }; COMP_WORDS=(" LAB_PROGRAM " " +
                      words +
                      "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _tagport_lab; "
                      "echo \" ${COMPREPLY[*]} \"'")
