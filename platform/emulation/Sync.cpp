@@ -136,6 +136,12 @@ void Lock::Release() {
     }
 }
 
+bool HoldsLock(const LockRank& rank) {
+    const std::vector<HeldLock>& held = emulation::TheScheduler().Current().held;
+    return std::any_of(held.begin(), held.end(),
+                       [&](const HeldLock& lock) { return lock.rank->level == rank.level; });
+}
+
 void ConditionVariable::NotifyAll() {
     emulation::Scheduler& scheduler = emulation::TheScheduler();
     if (!scheduler.IsScheduled()) {

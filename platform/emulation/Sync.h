@@ -33,6 +33,9 @@ class TAGPORT_SCOPED_LOCK Lock {
     Mutex& m_mutex;
 };
 
+/// Whether this thread holds a mutex of that rank.
+bool HoldsLock(const LockRank& rank);
+
 /// A condition variable that is used with a Lock.
 class ConditionVariable {
   public:

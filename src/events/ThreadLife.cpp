@@ -1,5 +1,7 @@
 #include "events/ThreadLife.h"
 
+#include "platform/Check.h"
+
 void ThreadLife::SetRunFlag() {
     m_published.running = true;
 }
@@ -68,6 +70,7 @@ ThreadLife::Run ThreadLife::Enter() {
     const platform::Lock lock(m_mutex);
     Run run;
     run.number = ++m_entered;
+    TAGPORT_CHECK(m_entered <= m_created);
     run.reasonsSeen = m_reasons;
     return run;
 }
@@ -142,6 +145,7 @@ void ThreadLife::AddReason() {
 }
 
 void ThreadLife::CloseThreadHandle() {
+    TAGPORT_CHECK(m_published.handle != nullptr);
     CloseHandle(m_published.handle);
     m_published.handle = nullptr;
     m_broken = false;

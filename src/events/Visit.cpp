@@ -8,6 +8,7 @@
 #include "events/DriverThreads.h"
 #include "events/Listener.h"
 #include "events/NumberStore.h"
+#include "platform/Check.h"
 #include "platform/NeverDestroyed.h"
 
 std::atomic<bool> g_interruptFirst{true};
@@ -95,6 +96,7 @@ void Visit::Open() {
     }
     if (!canClose || !DeliverEnter()) {
         const platform::Lock lock(m_mutex);
+        TAGPORT_CHECK(m_open > g_deferNotified);
         --m_open;
         return;
     }
@@ -123,6 +125,7 @@ bool Visit::TakeUp(const std::function<bool()>& isCurrent) {
     if (!isCurrent()) {
         return false;
     }
+    TAGPORT_CHECK(g_deferNotified > 0 && g_deferNotified <= m_open);
     --g_deferNotified;
     if (m_isContinued && !GetNfcDeviceContext().Traits().reportsStatus) {
         g_fieldCount = std::max(g_fieldCount.load(), kFieldShortVisit);
@@ -133,6 +136,7 @@ bool Visit::TakeUp(const std::function<bool()>& isCurrent) {
 
 void Visit::Close(std::int32_t lastCount) {
     const platform::Lock lock(m_mutex);
+    TAGPORT_CHECK(m_open > g_deferNotified);
     --m_open;
     m_isContinued = m_open > 0 || g_fieldCount != lastCount;
     if (m_open == 0) {

@@ -1,5 +1,7 @@
 #include "transfer/EventSlot.h"
 
+#include "platform/Check.h"
+
 // Below, a lease that is released is always declared before the lock, so that its handle is closed
 // after the lock has been released.
 
@@ -11,6 +13,7 @@ EventSlot::KeepOpen::KeepOpen(EventSlot& slot) : m_slot(slot) {
 EventSlot::KeepOpen::~KeepOpen() {
     Lease released;
     platform::Lock lock(m_slot.m_mutex);
+    TAGPORT_CHECK(m_slot.m_keepers > 0);
     if (--m_slot.m_keepers == 0 && m_slot.m_closeLater) {
         m_slot.m_closeLater = false;
         m_slot.m_current.swap(released);

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "platform/Check.h"
 #include "platform/NeverDestroyed.h"
 
 std::atomic<HANDLE> DeviceHandle{nullptr};
@@ -18,6 +19,7 @@ UniqueHandle OpenDevice::Open(const WCHAR* path, DWORD shareMode) {
 
 void OpenDevice::TakeOver(UniqueHandle handle) {
     const platform::Lock lock(m_mutex);
+    TAGPORT_CHECK(DeviceHandle == nullptr);
     DeviceHandle = handle.Release();
 }
 

@@ -3,6 +3,7 @@
 
 #include <functional>
 
+#include "platform/Check.h"
 #include "transfer/OpenDevice.h"
 
 /// Ends a request that may be pending: calls `cancel()` and waits, again and again until the
@@ -27,7 +28,10 @@ class PendingRequest {
     enum class Result { kPending, kSucceeded, kFailed };
 
     explicit PendingRequest(OVERLAPPED& overlapped) : m_overlapped(overlapped) {}
-    ~PendingRequest() { EndNow(); }
+    ~PendingRequest() {
+        EndNow();
+        TAGPORT_CHECK(!m_isPending);
+    }
     PendingRequest(const PendingRequest&) = delete;
     PendingRequest& operator=(const PendingRequest&) = delete;
 

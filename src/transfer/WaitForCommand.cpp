@@ -1,6 +1,8 @@
 #include "transfer/WaitForCommand.h"
 
 #include "diagnostics/Log.h"
+#include "platform/Check.h"
+#include "transfer/LockOrder.h"
 #include "transfer/NfcCommand.h"
 #include "transfer/OpenDevice.h"
 #include "transfer/PendingRequest.h"
@@ -71,6 +73,7 @@ std::uint32_t WaitForCommand(NfcCommand* command) {
     if (command == nullptr) {
         return kNullCommandStatus;
     }
+    TAGPORT_CHECK(platform::HoldsLock(kDeviceLock));
     const EventSlot::Lease event = g_ioEvent.value.Get();
     g_ioOverlapped.hEvent = HandleOf(event);
     if (command->Execute()) {

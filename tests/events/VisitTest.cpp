@@ -191,6 +191,10 @@ TEST(WaitForAVisit, EndsForAThreadThatIsLetGoOfAfterItsLook) {
     EXPECT_TRUE(emulation::WaitFor([&] { return ended; }, kSecond, "the end of the wait"));
 }
 
+TEST(BrokenInvariant, EndsTheProcessAndNamesTheVariable) {
+    EXPECT_DEATH(Visit::Get().Close(0), "TAGPORT_CHECK.*m_open > g_deferNotified");
+}
+
 constexpr emulation::Micros kStay = 60 * kSecond;
 
 void StayWhileTheHost(bool writes, PcRoute route, const std::string& chip,
