@@ -48,6 +48,12 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ ${PROJECT_BINARY_DIR}/generated
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT library FILES_MATCHING PATTERN "*.h")
 if(TAGPORT_RUNTIME_DLLS)
   install(FILES ${TAGPORT_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT library)
+  foreach(licence IN LISTS TAGPORT_RUNTIME_LICENCES)
+    cmake_path(GET licence PARENT_PATH package)
+    cmake_path(GET package FILENAME package)
+    install(FILES ${licence} DESTINATION ${CMAKE_INSTALL_DOCDIR}
+      RENAME licence-of-${package}.txt COMPONENT library)
+  endforeach()
 endif()
 
 if(TAGPORT_STAND_INS)

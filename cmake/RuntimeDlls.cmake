@@ -19,4 +19,8 @@ if(MINGW)
     execute_process(COMMAND ${CMAKE_STRIP} ${path} COMMAND_ERROR_IS_FATAL ANY)
     list(APPEND TAGPORT_RUNTIME_DLLS ${path})
   endforeach()
+  # Their licences, where Debian's packages have them.
+  file(GLOB TAGPORT_RUNTIME_LICENCES
+    /usr/share/doc/gcc-mingw-w64-x86-64-posix-runtime/copyright
+    /usr/share/doc/mingw-w64-x86-64-dev/copyright)
 endif()

@@ -1,6 +1,5 @@
-// The relay driver by itself: whatever comes first of an answer, a cancellation, an unplugging and
-// a stop, every request ends exactly once, and host and device process agree on how. Both sides are
-// in this process. Needs the loaded driver and nobody else at its devices.
+// The relay driver by itself: every request ends exactly once, and host and device process, both in
+// this process, agree on how. Needs the loaded driver and nobody else at its devices.
 #include <atomic>
 #include <cstdio>
 #include <cstring>
@@ -30,7 +29,6 @@ struct Device {
     std::map<std::uint64_t, int> held;  // a request's deliveries less its cancellations
     std::atomic<unsigned> counts[kRelayCancel + 1] = {};
     std::thread thread;
-
     explicit Device(bool willing) : thread([this, willing] { Run(willing); }) {
         Check(control.Plug(kRelayI2c, 1) == 0, "the device is not plugged");
     }
@@ -39,8 +37,7 @@ struct Device {
         thread.join();
     }
     void Await(RelayKind kind) const {
-        while (counts[kind] == 0) {
-            Sleep(1);
+        for (; counts[kind] == 0; Sleep(1)) {
         }
     }
     void Run(bool willing) {
@@ -48,13 +45,9 @@ struct Device {
         while (const auto message = control.Next()) {
             std::uint64_t& number = numbers[message->id];
             const bool write = message->kind == kRelayWrite;
-            if (write) {
-                std::memcpy(&number, message->data, sizeof(number));
-            }
+            std::memcpy(&number, message->data, message->dataSize);  // of a write alone
             held[number] += write ? 1 : message->kind == kRelayCancel ? -1 : 0;
-            RelayAnswer answer = {};
-            answer.id = message->id;
-            answer.count = message->dataSize;
+            const RelayAnswer answer = {message->id, 0, message->dataSize, 0, 0, {}};
             if (message->kind == kRelayOpen || (write && willing && number % 2 == 0)) {
                 control.Answer(answer);
             }
@@ -64,9 +57,8 @@ struct Device {
 };
 
 HANDLE Open() {
-    return CreateFileW(L"\\\\.\\SPBNFCDRIVER", GENERIC_READ | GENERIC_WRITE,
-                       FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                       FILE_FLAG_OVERLAPPED, nullptr);
+    return CreateFileW(L"\\\\.\\SPBNFCDRIVER", GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                       OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
 }
 
 // A host whose requests end at a completion port, which would show a second end of one.
@@ -152,7 +144,6 @@ int main(int /*argc*/, char** argv) try {
     simulator::LoadDriver(L"tagport-relay",
                           program.substr(0, program.rfind(L'\\') + 1) + L"tagport-relay.sys");
     CancelAgainstAnswers();
-    return 0;
 } catch (const std::exception& problem) {
     std::printf("FAILED: %s\n", problem.what());
     return 1;
