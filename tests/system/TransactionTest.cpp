@@ -52,13 +52,16 @@ TEST(Transactions, OfTwoCallersOfTheContextDoNotMix) {
     });
 }
 
-TEST(Transactions, OfTwoCallersOfTheFourByteDriverDoNotMix) {
+// Each has a device mutex of its own, so that only the driver's lock keeps them apart.
+TEST(Transactions, OfTwoCallersOfTheSpb4DriverDoNotMix) {
     ReadByTwoThreads("fanli", [](std::uint16_t reg, std::int32_t length, std::uint8_t* to) {
+        platform::Mutex own{kDeviceLock};
+        const platform::Lock lock(own);
         return NfcSpbExtend::GetInstance().ReadReg(reg, length, to);
     });
 }
 
-// Detection asks in the other frame format as well, past the four-byte driver's own lock.
+// Detection asks in the other frame format as well, past the spb4 driver's own lock.
 TEST(Transactions, OfAStatusAndOfADetectionDoNotMix) {
     ForEachSeed(kSeeds, [] {
         PcWithHost setup({PcRoute::kI2c}, "fanli");
