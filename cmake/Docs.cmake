@@ -1,5 +1,4 @@
 # The page of the manual about the lines of the log.
-find_package(Python3 REQUIRED COMPONENTS Interpreter)
 set(TAGPORT_LOG_PAGE ${PROJECT_BINARY_DIR}/docs/log.md)
 set(log_reference ${PROJECT_SOURCE_DIR}/scripts/log-reference)
 file(GLOB log_sources CONFIGURE_DEPENDS

@@ -1,8 +1,10 @@
 // What the program needs from the operating system itself, outside Windows.
+#include <poll.h>
 #include <sys/auxv.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <system_error>
@@ -19,14 +21,24 @@ bool OutputIsTerminal() {
     return isatty(STDOUT_FILENO) == 1;
 }
 
-bool ErrorIsTerminal() {
-    return isatty(STDERR_FILENO) == 1;
+std::size_t OutputWidth() {
+    winsize size{};
+    const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return known ? size.ws_col : kUsualWidth;
 }
 
-std::size_t ErrorWidth() {
-    winsize size{};
-    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    return known ? size.ws_col : kUsualWidth;
+bool HasInput(std::FILE* file, int milliseconds) {
+    pollfd waited{fileno(file), POLLIN, 0};
+    return poll(&waited, 1, milliseconds) != 0;
+}
+
+std::ptrdiff_t ReadAvailable(std::FILE* file, char* bytes, std::size_t size) {
+    for (;;) {
+        const ssize_t done = read(fileno(file), bytes, size);
+        if (done >= 0 || errno != EINTR) {
+            return done;
+        }
+    }
 }
 
 void PrepareStreams() {

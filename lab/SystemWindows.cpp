@@ -23,16 +23,31 @@ bool OutputIsTerminal() {
     return _isatty(_fileno(stdout)) != 0;
 }
 
-bool ErrorIsTerminal() {
-    return _isatty(_fileno(stderr)) != 0;
-}
-
-std::size_t ErrorWidth() {
+std::size_t OutputWidth() {
     CONSOLE_SCREEN_BUFFER_INFO screen{};
     const bool known =
-        GetConsoleScreenBufferInfo(GetStdHandle(STD_ERROR_HANDLE), &screen) != FALSE &&
+        GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &screen) != FALSE &&
         screen.dwSize.X > 0;
     return known ? static_cast<std::size_t>(screen.dwSize.X) : kUsualWidth;
+}
+
+bool HasInput(std::FILE* file, int milliseconds) {
+    constexpr int kStepMs = 20;
+    const auto pipe = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file)));
+    for (int waited = 0;; waited += kStepMs) {
+        DWORD size = 0;
+        if (PeekNamedPipe(pipe, nullptr, 0, nullptr, &size, nullptr) == FALSE || size > 0) {
+            return true;
+        }
+        if (waited >= milliseconds) {
+            return false;
+        }
+        Sleep(kStepMs);
+    }
+}
+
+std::ptrdiff_t ReadAvailable(std::FILE* file, char* bytes, std::size_t size) {
+    return _read(_fileno(file), bytes, static_cast<unsigned>(size));
 }
 
 void PrepareStreams() {

@@ -8,14 +8,13 @@
 
 namespace lab {
 
-/// True when standard output, or standard error, is a terminal.
+/// True when standard output is a terminal.
 bool OutputIsTerminal();
-bool ErrorIsTerminal();
 
 constexpr std::size_t kUsualWidth = 80;  ///< of a terminal that does not say its width
 
-/// Columns of the terminal on standard error.
-std::size_t ErrorWidth();
+/// Columns of the terminal on standard output.
+std::size_t OutputWidth();
 
 /// To be called first. Standard input and output carry bytes unchanged, line ends included; writing
 /// to a closed standard output fails and does not end the process.

@@ -1,22 +1,22 @@
 #include "lab/explain/ExplainCommand.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <utility>
-#include <vector>
 
 #include "lab/Failure.h"
 #include "lab/Files.h"
+#include "lab/System.h"
 #include "lab/Terminal.h"
 #include "lab/explain/LogLines.h"
-#include "lab/explain/PrefixLayout.h"
-#include "lab/explain/Progress.h"
+#include "lab/explain/Prefix.h"
 #include "lab/explain/Story.h"
 #include "lab/explain/StoryText.h"
 
@@ -29,7 +29,7 @@ using namespace explain;  // NOLINT(google-build-using-namespace)
 constexpr std::size_t kBlock = std::size_t{1} << 18;     // bytes of one read
 constexpr std::size_t kKeptPart = std::size_t{2} << 20;  // of a pipe's story
 constexpr std::size_t kOutputBlock = std::size_t{1} << 16;
-constexpr unsigned kPasses = 2;  // over a file: the summary comes first
+constexpr int kPauseMs = 300;  // of a pipe: what was read so far is told
 
 struct Closer {
     void operator()(std::FILE* file) const {
@@ -39,32 +39,28 @@ struct Closer {
     }
 };
 
-/// The bytes of the log.
+/// The bytes of a log.
 class Input {
   public:
-    explicit Input(const std::string& name) : m_name(name == "-" ? kStandardInput : name) {
+    explicit Input(const std::string& log) : m_log(log), m_name(log == "-" ? kStandardInput : log) {
         namespace fs = std::filesystem;
-        if (name.empty()) {
+        std::error_code error;
+        const fs::file_status status = fs::status(log, error);
+        if (log.empty()) {
             throw WrongCall("LOG: the name of the file is empty");
         }
-        if (name == "-") {
+        if (log == "-") {
             m_file.reset(stdin);
+        } else if (status.type() == fs::file_type::not_found) {
+            throw WrongCall(m_name + ": is not there");
+        } else if (fs::is_directory(status)) {
+            throw WrongCall(m_name + ": is a directory, not a log");
         } else {
-            std::error_code error;
-            const fs::file_status status = fs::status(name, error);
-            if (status.type() == fs::file_type::not_found) {
-                throw WrongCall(m_name + ": is not there");
-            }
-            if (fs::is_directory(status)) {
-                throw WrongCall(m_name + ": is a directory, not a log");
-            }
-            m_file.reset(std::fopen(name.c_str(), "rb"));
-            if (m_file == nullptr) {
-                throw WrongCall(m_name + ": cannot be read: " + std::strerror(errno));
-            }
+            m_file.reset(std::fopen(log.c_str(), "rb"));
             m_isRegular = fs::is_regular_file(status);
-            m_size = m_isRegular ? fs::file_size(name, error) : 0;
-            m_size = error ? 0 : m_size;
+        }
+        if (m_file == nullptr) {
+            throw WrongCall(m_name + ": cannot be read: " + std::strerror(errno));
         }
         std::setvbuf(m_file.get(), nullptr, _IONBF, 0);
     }
@@ -72,249 +68,219 @@ class Input {
     const std::string& Name() const { return m_name; }
     /// It can be read again from its beginning.
     bool IsRegular() const { return m_isRegular; }
-    std::uint64_t Size() const { return m_size; }
     void Rewind() { std::rewind(m_file.get()); }
+    bool IsQuiet() const { return !m_isRegular && !HasInput(m_file.get(), kPauseMs); }
 
     /// The next bytes; empty at the end. Valid until the next call.
     std::string_view Read() {
         m_block.resize(kBlock);
-        const std::size_t read = std::fread(m_block.data(), 1, kBlock, m_file.get());
-        if (read == 0 && std::ferror(m_file.get()) != 0) {
+        const std::ptrdiff_t size = ReadAvailable(m_file.get(), m_block.data(), kBlock);
+        if (size < 0) {
             throw SystemFailure(m_name + ": cannot be read: " + std::strerror(errno));
         }
-        return std::string_view(m_block).substr(0, read);
+        const std::string_view bytes(m_block.data(), static_cast<std::size_t>(size));
+        if (std::exchange(m_isBeginning, false)) {
+            RefuseCompressed(bytes);
+        }
+        return bytes;
+    }
+    /// The call that would read it.
+    [[noreturn]] void Refuse(const std::string& what, const std::string& command) const {
+        throw WrongCall(m_name + ": " + what + ": " + command + " " +
+                        (m_log == "-" ? "FILE" : m_log) + " | tagport-lab explain -");
     }
 
   private:
+    void RefuseCompressed(std::string_view bytes) const {
+        constexpr std::array<std::array<std::string_view, 3>, 6> kFormats{
+            {{"\x1F\x8B", "gzip", "zcat"},
+             {"PK\x03\x04", "zip", "unzip -p"},
+             {"\x28\xB5\x2F\xFD", "zstd", "zstdcat"},
+             {"\xFD\x37zXZ", "xz", "xzcat"},
+             {"BZh", "bzip2", "bzcat"},
+             {"7z\xBC\xAF", "7z", "7z x -so"}}};
+        for (const auto& [begin, name, command] : kFormats) {
+            if (bytes.substr(0, begin.size()) == begin) {
+                Refuse("is compressed (" + std::string(name) + ")", std::string(command));
+            }
+        }
+    }
+
+    std::string m_log;
     std::string m_name;
     std::unique_ptr<std::FILE, Closer> m_file;
     bool m_isRegular = false;
-    std::uint64_t m_size = 0;
+    bool m_isBeginning = true;
     std::string m_block;
 };
 
-/// One reading of a log from its beginning.
-class Reading {
+/// The items of a pipe that wait for their summary: the first ones and the last ones.
+class KeptItems {
   public:
-    /// Without a layout, finds it from the first lines of the library, wherever they are.
-    Reading(std::optional<PrefixLayout> layout, Story::Sink sink)
-        : m_layout(std::move(layout)),
-          m_story(std::move(sink)),
-          m_lines([this](const LogLine& line) { TakeLine(line); }) {}
-    ~Reading() = default;
-    Reading(const Reading&) = delete;
-    Reading& operator=(const Reading&) = delete;
-
-    void Take(std::string_view bytes) {
-        m_bytes += bytes.size();
-        m_lines.Take(bytes);
-    }
-    void End() {
-        m_lines.End();
-        if (!m_layout) {
-            FindLayout();
+    void Add(const std::string& item) {
+        if (m_last.empty() && m_first.size() + item.size() <= kKeptPart) {
+            m_first += item;
+            return;
         }
-        m_story.End();
+        m_last.push_back(item);
+        for (m_lastSize += item.size(); m_lastSize > kKeptPart && m_last.size() > 1; ++m_dropped) {
+            m_lastSize -= m_last.front().size();
+            m_last.pop_front();
+        }
     }
-    std::uint64_t Bytes() const { return m_bytes; }
-    /// After the end, or once an item was told.
-    const PrefixLayout& Layout() const { return *m_layout; }
-    const Story& TheStory() const { return m_story; }
-    LogFacts Facts(const std::string& name) const {
-        return {name,
-                m_bytes,
-                m_lines.Lines(),
-                m_lines.LibraryLines(),
-                m_lines.Records(),
-                m_lines.UnknownLines(),
-                m_lines.OtherLines(),
-                *m_layout};
+    std::string Text() const {
+        std::string text = m_first;
+        text +=
+            m_dropped == 0 ? "" : R"({"kind":"gap","items":)" + std::to_string(m_dropped) + "}\n";
+        for (const std::string& item : m_last) {
+            text += item;
+        }
+        return text;
     }
 
   private:
-    /// A line that waits for the layout.
-    struct EarlyLine {
-        std::uint64_t number = 0;
-        std::string prefix;
-        std::string text;
-    };
+    std::string m_first;
+    std::deque<std::string> m_last;
+    std::size_t m_lastSize = 0;
+    std::uint64_t m_dropped = 0;
+};
+
+/// One reading of all logs from their beginning.
+class Reading {
+  public:
+    /// Without a layout, finds it from the first lines of the library, wherever they are.
+    Reading(std::vector<Input>& inputs, std::optional<PrefixLayout> layout, Story::Sink sink)
+        : m_inputs(inputs), m_layout(std::move(layout)), m_story(std::move(sink)) {}
+
+    /// Takes at most `most` bytes of each log, where there is a limit. Calls `pause` when a pipe
+    /// has nothing more for now.
+    template <class Pause>
+    void Run(const std::vector<std::uint64_t>& most, Pause pause) {
+        for (m_file = 0; m_file < m_inputs.size(); ++m_file) {
+            Input& input = m_inputs[m_file];
+            LogLines lines([this](const LogLine& line) { TakeLine(line); });
+            std::uint64_t bytes = 0;
+            const auto left = [&] { return most.empty() ? kBlock : most[m_file] - bytes; };
+            while (left() > 0) {
+                if (input.IsQuiet() && (m_layout || m_sample.Lines().size() >= kLeastLines)) {
+                    FindLayout();
+                    m_story.Flush();
+                    pause();
+                }
+                const std::string_view block = input.Read().substr(0, left());
+                if (block.empty()) {
+                    break;
+                }
+                lines.Take(block);
+                bytes += block.size();
+            }
+            lines.End();
+            m_facts.counts += lines.Counts();
+            m_facts.files.push_back(input.Name());
+            m_bytes.push_back(bytes);
+            m_facts.bytes += bytes;
+        }
+        m_file = 0;
+        FindLayout();
+        m_facts.layout = *m_layout;
+        m_story.End();
+    }
+    const std::vector<std::uint64_t>& Bytes() const { return m_bytes; }
+    const Story& TheStory() const { return m_story; }
+    const LogFacts& Facts() const { return m_facts; }
+
+  private:
+    static constexpr std::size_t kLeastLines = 30;  // of a pipe, before its layout is found
 
     void TakeLine(const LogLine& line) {
         if (m_layout) {
-            Tell(line.number, line.prefix, line.match);
+            Tell(m_file, line.number, line.prefix, line.match);
             return;
         }
-        m_sample.Add(line);
-        m_early.push_back({line.number, std::string(PrefixLayout::Shortened(line.prefix)),
-                           std::string(line.match.text)});
-        if (m_early.size() == PrefixSample::kMostLines) {
+        m_sample.Add(line, m_file);
+        if (m_sample.Lines().size() == PrefixSample::kMostLines) {
             FindLayout();
         }
     }
     void FindLayout() {
-        m_layout = std::exchange(m_sample, PrefixSample()).Find();
-        for (const EarlyLine& line : std::exchange(m_early, {})) {
-            Tell(line.number, line.prefix, *Meanings::Get().Find(line.text));
-        }
-    }
-    void Tell(std::uint64_t number, std::string_view prefix, const Match& match) {
-        const Origin origin = m_layout->Read(prefix);
-        m_story.Take({number, match, origin.time, origin.micros, origin.process, origin.thread});
-    }
-
-    std::optional<PrefixLayout> m_layout;
-    PrefixSample m_sample;
-    std::vector<EarlyLine> m_early;
-    Story m_story;
-    LogLines m_lines;
-    std::uint64_t m_bytes = 0;
-};
-
-/// Collects small pieces, and writes large ones.
-class Output {
-  public:
-    ~Output() { WriteOutput(m_text); }
-    Output() = default;
-    Output(const Output&) = delete;
-    Output& operator=(const Output&) = delete;
-    void Add(std::string_view text) {
-        m_text += text;
-        if (m_text.size() >= kOutputBlock) {
-            WriteOutput(m_text);
-            m_text.clear();
-        }
-    }
-
-  private:
-    std::string m_text;
-};
-
-/// A story that waits for its summary: its beginning and its end.
-class KeptStory {
-  public:
-    void Add(const std::string& text) {
-        if (m_isFirst && m_first.Add(text)) {
+        if (m_layout) {
             return;
         }
-        m_isFirst = false;
-        if (!m_last.Add(text)) {
-            m_dropped += m_older.items;
-            std::swap(m_older, m_last);
-            m_last.text.clear();
-            m_last.items = 0;
-            m_last.Add(text);
+        m_layout = m_sample.Find();
+        if (m_layout->IsNewestFirst()) {
+            m_inputs[m_file].Refuse("has the newest line first", "tac");
         }
+        for (const PrefixSample::Line& line : m_sample.Lines()) {
+            Tell(line.file, line.number, line.prefix, *FindMeaning(line.text));
+        }
+        m_sample = PrefixSample();
     }
-    std::uint64_t Dropped() const { return m_dropped; }
-    void Write(Output& output, const std::string& gap) const {
-        output.Add(m_first.text);
-        if (m_dropped > 0) {
-            output.Add(gap);
-        }
-        output.Add(m_older.text);
-        output.Add(m_last.text);
+    void Tell(unsigned file, std::uint64_t number, std::string_view prefix, const Match& match) {
+        const Origin origin = m_layout->Read(prefix);
+        m_story.Take({match,
+                      {number, file, std::string(origin.time), origin.micros},
+                      origin.process,
+                      origin.thread});
     }
 
-  private:
-    struct Part {
-        std::string text;
-        std::uint64_t items = 0;
-        bool Add(const std::string& item) {
-            if (!text.empty() && text.size() + item.size() > kKeptPart) {
-                return false;
-            }
-            text.reserve(kKeptPart);  // so that growing never holds it twice
-            text += item;
-            ++items;
-            return true;
-        }
-    };
-    Part m_first;
-    Part m_older;  // dropped as a whole when the last one is full
-    Part m_last;
-    bool m_isFirst = true;
-    std::uint64_t m_dropped = 0;
+    std::vector<Input>& m_inputs;
+    unsigned m_file = 0;
+    std::optional<PrefixLayout> m_layout;
+    PrefixSample m_sample;
+    Story m_story;
+    LogFacts m_facts;
+    std::vector<std::uint64_t> m_bytes;  // of each log
 };
-
-void RefuseCompressed(const std::string& log, const std::string& name, std::string_view bytes) {
-    struct Format {
-        std::string_view begin;
-        const char* name;
-        const char* command;
-    };
-    constexpr std::array<Format, 6> kFormats{{{"\x1F\x8B", "gzip", "zcat"},
-                                              {"PK\x03\x04", "zip", "unzip -p"},
-                                              {"\x28\xB5\x2F\xFD", "zstd", "zstdcat"},
-                                              {"\xFD\x37zXZ", "xz", "xzcat"},
-                                              {"BZh", "bzip2", "bzcat"},
-                                              {"7z\xBC\xAF", "7z", "7z x -so"}}};
-    for (const Format& format : kFormats) {
-        if (bytes.substr(0, format.begin.size()) == format.begin) {
-            throw WrongCall(name + ": is compressed (" + format.name + "): " + format.command +
-                            " " + (log == "-" ? "FILE" : log) + " | tagport-lab explain -");
-        }
-    }
-}
-
-std::string GapText(std::uint64_t dropped, bool json) {
-    if (json) {
-        return R"({"kind":"gap","items":)" + std::to_string(dropped) + "}\n";
-    }
-    return "\n... " + std::to_string(dropped) +
-           " items are left out here: of a pipe only the beginning and the end of the story are "
-           "kept. Give the log as a file to see all.\n\n";
-}
 
 }  // namespace
 
 int Explain(const ExplainOptions& options) {
-    Input input(options.log);
-    const StoryText text(options.json ? Style(false) : Style::ForOutput());
-    const auto render = [&](const Item& item, bool hasProcesses) {
-        return options.json ? ItemJson(item) : text.ItemLines(item, hasProcesses);
-    };
-    KeptStory kept;
-    Reading first(std::nullopt, [&](const Item& item) {
-        if (!input.IsRegular()) {
-            // Whether a pipe has several processes is not known yet.
-            kept.Add(render(item, first.Layout().HasProcess()));
-        }
-    });
-    {
-        Progress progress(input.Size(), kPasses, true);
-        for (std::string_view bytes; !(bytes = input.Read()).empty();) {
-            if (first.Bytes() == 0) {
-                RefuseCompressed(options.log, input.Name(), bytes);
-            }
-            first.Take(bytes);
-            progress.Show(first.Bytes());
-        }
+    std::vector<Input> inputs;
+    std::vector<std::string> names;
+    for (const std::string& log : options.logs) {
+        inputs.emplace_back(log);
+        names.push_back(inputs.back().Name());
     }
-    first.End();
-    const bool hasProcesses = first.TheStory().Processes().size() > 1;
-
-    Output output;
-    const LogFacts facts = first.Facts(input.Name());
-    output.Add(options.json ? SummaryJson(facts, first.TheStory())
-                            : text.Summary(facts, first.TheStory()));
-    if (!input.IsRegular()) {
-        kept.Write(output, GapText(kept.Dropped(), options.json));
+    const bool isTerminal = OutputIsTerminal() && !options.json;
+    const StoryText text(isTerminal ? Style::ForOutput() : Style(false),
+                         isTerminal ? OutputWidth() : 0, names);
+    std::string waiting;  // to be written in one piece
+    const auto write = [&](std::size_t least) {
+        if (waiting.size() >= least) {
+            WriteOutput(std::exchange(waiting, {}));
+        }
+    };
+    const auto tell = [&](const Item& item, const std::string& lines) {
+        waiting += !options.failures || item.outcome == Outcome::kFailed ? lines : "";
+        write(kOutputBlock);
+    };
+    if (!options.json) {
+        Reading reading(inputs, std::nullopt, [&](const Item& item) {
+            tell(item, text.ItemLines(item, reading.TheStory().Processes().size() > 1));
+        });
+        reading.Run({}, [&] { write(1); });
+        waiting += "\n" + text.Summary(reading.Facts(), reading.TheStory());
+        write(1);
         return kExitDone;
     }
-    // A log that is still written to must not get a story that its summary does not know.
-    input.Rewind();
-    Progress progress(input.Size(), kPasses, !OutputIsTerminal());
-    Reading second(first.Layout().Again(),
-                   [&](const Item& item) { output.Add(render(item, hasProcesses)); });
-    for (std::string_view bytes; second.Bytes() < first.Bytes();) {
-        bytes = input.Read();
-        if (bytes.empty()) {
-            break;
+    const bool isRegular = std::all_of(inputs.begin(), inputs.end(),
+                                       [](const Input& input) { return input.IsRegular(); });
+    KeptItems kept;
+    Reading first(inputs, std::nullopt, [&](const Item& item) {
+        if (!isRegular && (!options.failures || item.outcome == Outcome::kFailed)) {
+            kept.Add(text.ItemJson(item));
         }
-        second.Take(bytes.substr(0, first.Bytes() - second.Bytes()));
-        progress.Show(first.Bytes() + second.Bytes());
+    });
+    first.Run({}, [] {});
+    waiting = text.SummaryJson(first.Facts(), first.TheStory()) + kept.Text();
+    if (isRegular) {
+        // What is written to a log meanwhile would not be in its summary.
+        std::for_each(inputs.begin(), inputs.end(), [](Input& input) { input.Rewind(); });
+        Reading second(inputs, first.Facts().layout.Again(),
+                       [&](const Item& item) { tell(item, text.ItemJson(item)); });
+        second.Run(first.Bytes(), [] {});
     }
-    second.End();
+    write(1);
     return kExitDone;
 }
 

@@ -9,14 +9,13 @@
 namespace lab {
 
 LiveStory::LiveStory(Style style)
-    : m_text(style),
+    : m_text(style, OutputIsTerminal() ? OutputWidth() : 0, {}),
       m_story([this](const explain::Item& item) { m_lines += m_text.LiveLines(item); }) {}
 
 std::string LiveStory::Take(const Json& object) {
     if (object["kind"] != "log") {
         return {};
     }
-    ++m_number;
     std::string line = object["line"];
     const std::string thread = object["thread"];
     const double milliseconds = object["t"];
@@ -24,10 +23,8 @@ std::string LiveStory::Take(const Json& object) {
     std::snprintf(time.data(), time.size(), "%.1f", milliseconds);
     // The origin in brackets ends the line.
     line.resize(std::min(line.rfind('('), line.size()));
-    const auto match = explain::Meanings::Get().Find(line);
-    if (match) {
-        m_story.Take(
-            {m_number, *match, time.data(), std::llround(milliseconds * 1000), {}, thread});
+    if (const auto match = explain::FindMeaning(line)) {
+        m_story.Take({*match, {1, 0, time.data(), std::llround(milliseconds * 1000)}, {}, thread});
     }
     return std::exchange(m_lines, {});
 }

@@ -1,7 +1,6 @@
 // Explains the log of a run while it is written.
 #pragma once
 
-#include <cstdint>
 #include <string>
 
 #include "lab/Recorder.h"
@@ -24,7 +23,6 @@ class LiveStory {
     explain::StoryText m_text;
     std::string m_lines;  // that are complete and not returned yet
     explain::Story m_story;
-    std::uint64_t m_number = 0;
 };
 
 }  // namespace lab

@@ -18,148 +18,177 @@ constexpr std::array<Marker, 3> kMarkers{{
     {"(NfcProxy::BtConnect)", true},
 }};
 
-constexpr std::size_t kBeginning = 16;  // bytes that show the encoding
+constexpr std::size_t kShowsEncoding = 8;  // bytes at the beginning of a line
 constexpr std::size_t kKeptBefore = 1024;
+constexpr std::size_t kLongestPrefix = 512;  // of a longer one, this much before the text
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 
 void AppendUtf8(std::string& text, std::uint32_t code) {
     const auto byte = [&](std::uint32_t value) { text += static_cast<char>(value); };
     if (code < 0x80) {
         byte(code);
-    } else if (code < 0x800) {
-        byte(0xC0 | (code >> 6U));
-        byte(0x80 | (code & 0x3FU));
-    } else if (code < 0x10000) {
-        byte(0xE0 | (code >> 12U));
-        byte(0x80 | ((code >> 6U) & 0x3FU));
-        byte(0x80 | (code & 0x3FU));
-    } else {
-        byte(0xF0 | (code >> 18U));
-        byte(0x80 | ((code >> 12U) & 0x3FU));
-        byte(0x80 | ((code >> 6U) & 0x3FU));
-        byte(0x80 | (code & 0x3FU));
+        return;
     }
+    const unsigned more = code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
+    byte((0xFFU << (7 - more) & 0xFFU) | code >> 6 * more);
+    for (unsigned left = more; left-- > 0;) {
+        byte(0x80 | (code >> 6 * left & 0x3FU));
+    }
+}
+
+std::string_view EndOf(std::string_view text, std::size_t most) {
+    return text.substr(text.size() - std::min(text.size(), most));
 }
 
 }  // namespace
 
+LineCounts& LineCounts::operator+=(const LineCounts& more) {
+    lines += more.lines;
+    library += more.library;
+    unknown += more.unknown;
+    records += more.records;
+    return *this;
+}
+
 void LogLines::Take(std::string_view bytes) {
-    if (m_encoding == Encoding::kUnknown) {
-        m_beginning += bytes;
-        if (m_beginning.size() < kBeginning) {
-            return;
-        }
-        ChooseEncoding();
-        return;
-    }
-    if (m_encoding == Encoding::kUtf8) {
-        TakeText(bytes);
+    if (m_held.empty()) {
+        TakeKnown(bytes, false);
     } else {
-        TakeUtf16(bytes);
-    }
-}
-
-void LogLines::ChooseEncoding() {
-    std::string begin;
-    begin.swap(m_beginning);
-    const auto isZero = [&](std::size_t from) {
-        const std::size_t size = std::min(begin.size(), kBeginning) & ~std::size_t{1};
-        for (std::size_t at = from; at < size; at += 2) {
-            if (begin[at] != '\0' || begin[at ^ 1U] == '\0') {
-                return false;
-            }
-        }
-        return size >= 2;
-    };
-    std::size_t mark = 2;
-    if (begin.compare(0, 2, "\xFF\xFE") == 0) {
-        m_encoding = Encoding::kUtf16Little;
-    } else if (begin.compare(0, 2, "\xFE\xFF") == 0) {
-        m_encoding = Encoding::kUtf16Big;
-    } else {
-        // A log that was cut has no mark; Latin text has a zero in every second byte.
-        m_encoding = isZero(1)   ? Encoding::kUtf16Little
-                     : isZero(0) ? Encoding::kUtf16Big
-                                 : Encoding::kUtf8;
-        mark = begin.compare(0, kUtf8Mark.size(), kUtf8Mark) == 0 ? kUtf8Mark.size() : 0;
-    }
-    Take(std::string_view(begin).substr(mark));
-}
-
-void LogLines::TakeUtf16(std::string_view bytes) {
-    m_decoded.clear();
-    for (const char one : bytes) {
-        const std::uint32_t byte = static_cast<unsigned char>(one);
-        if (!m_hasHalf) {
-            m_half = byte;
-            m_hasHalf = true;
-            continue;
-        }
-        m_hasHalf = false;
-        const std::uint32_t unit =
-            m_encoding == Encoding::kUtf16Little ? m_half | (byte << 8U) : (m_half << 8U) | byte;
-        if (m_highSurrogate != 0 && unit >= 0xDC00 && unit <= 0xDFFF) {
-            AppendUtf8(m_decoded, 0x10000 + ((m_highSurrogate - 0xD800) << 10U) + (unit - 0xDC00));
-            m_highSurrogate = 0;
-        } else {
-            m_highSurrogate = unit >= 0xD800 && unit <= 0xDBFF ? unit : 0;
-            if (m_highSurrogate == 0) {
-                AppendUtf8(m_decoded, unit);
-            }
-        }
-    }
-    TakeText(m_decoded);
-}
-
-void LogLines::TakeText(std::string_view text) {
-    while (!text.empty()) {
-        const std::size_t end = text.find('\n');
-        const bool isWhole = end != std::string_view::npos;
-        const std::string_view part = text.substr(0, end);
-        if (isWhole && m_rest.empty()) {
-            EndLine(part.substr(Scan(part)));
-        } else {
-            m_rest += part;
-            if (isWhole || m_rest.size() > 2 * kLongestPart) {
-                m_rest.erase(0, Scan(m_rest));
-            }
-            if (isWhole) {
-                EndLine(m_rest);
-                m_rest.clear();
-            } else if (m_rest.size() > 2 * kLongestPart) {
-                m_rest.erase(0, m_rest.size() - kLongestPart);
-            }
-        }
-        text.remove_prefix(isWhole ? end + 1 : text.size());
+        std::string joined;
+        joined.swap(m_held);
+        TakeKnown(joined.append(bytes), false);
     }
 }
 
 void LogLines::End() {
-    if (m_encoding == Encoding::kUnknown) {
-        ChooseEncoding();
-    }
+    std::string held;
+    held.swap(m_held);
+    TakeKnown(held, true);
     if (!m_rest.empty() || m_hasMarker) {
+        TakeText({}, true);
+    }
+}
+
+void LogLines::TakeKnown(std::string_view bytes, bool isEnd) {
+    while (!bytes.empty()) {
+        const std::size_t least = m_isLineStart                   ? kShowsEncoding
+                                  : m_encoding == Encoding::kUtf8 ? 1
+                                                                  : 2;
+        if (bytes.size() < least && !isEnd) {
+            m_held = bytes;
+            return;
+        }
+        if (m_isLineStart) {
+            bytes.remove_prefix(ChooseEncoding(bytes));
+        }
+        bool isWhole = false;
+        std::string_view text = bytes;
+        std::size_t used = 0;
+        if (m_encoding == Encoding::kUtf8) {
+            text = bytes.substr(0, bytes.find('\n'));
+            isWhole = text.size() < bytes.size();
+            used = text.size() + (isWhole ? 1 : 0);
+        } else {
+            used = Decode(bytes, isWhole);
+            text = m_decoded;
+            if (used == 0) {  // half a character
+                m_held = bytes;
+                return;
+            }
+        }
+        TakeText(text, isWhole);
+        bytes.remove_prefix(used);
+        m_isLineStart = isWhole;
+    }
+}
+
+/// Of a line that begins like this. Returns the size of a byte order mark.
+std::size_t LogLines::ChooseEncoding(std::string_view line) {
+    m_isLineStart = false;
+    if (line.substr(0, kUtf8Mark.size()) == kUtf8Mark) {
+        m_encoding = Encoding::kUtf8;
+        return kUtf8Mark.size();
+    }
+    const std::string_view pair = line.substr(0, 2);
+    if (pair == "\xFF\xFE" || pair == "\xFE\xFF") {
+        m_encoding = pair[0] == '\xFF' ? Encoding::kUtf16Little : Encoding::kUtf16Big;
+        return pair.size();
+    }
+    // Without a mark: Latin text has a zero in every second byte, and no other text has one.
+    const auto isLatin = [line](std::size_t zero) {
+        const std::size_t size = std::min<std::size_t>(line.size(), 4) & ~std::size_t{1};
+        for (std::size_t at = 0; at < size; at += 2) {
+            if (line[at + zero] != '\0' || line[at + 1 - zero] == '\0') {
+                return false;
+            }
+        }
+        return size > 0;
+    };
+    if (isLatin(1) || isLatin(0)) {
+        m_encoding = isLatin(1) ? Encoding::kUtf16Little : Encoding::kUtf16Big;
+    } else if (line.size() >= kShowsEncoding &&
+               std::all_of(line.begin(), line.begin() + kShowsEncoding,
+                           [](char c) { return c > '\0' && c <= '~'; })) {
+        m_encoding = Encoding::kUtf8;
+    }
+    return 0;
+}
+
+/// UTF-16 up to the end of the line; returns the bytes that were taken.
+std::size_t LogLines::Decode(std::string_view bytes, bool& isWhole) {
+    m_decoded.clear();
+    std::size_t at = 0;
+    for (; at + 1 < bytes.size() && !isWhole; at += 2) {
+        const std::uint32_t first = static_cast<unsigned char>(bytes[at]);
+        const std::uint32_t second = static_cast<unsigned char>(bytes[at + 1]);
+        const std::uint32_t unit =
+            m_encoding == Encoding::kUtf16Little ? first | second << 8U : first << 8U | second;
+        if (m_highSurrogate != 0 && unit >= 0xDC00 && unit <= 0xDFFF) {
+            AppendUtf8(m_decoded, 0x10000 + ((m_highSurrogate - 0xD800) << 10U) + (unit - 0xDC00));
+            m_highSurrogate = 0;
+            continue;
+        }
+        m_highSurrogate = unit >= 0xD800 && unit <= 0xDBFF ? unit : 0;
+        isWhole = unit == '\n';
+        if (m_highSurrogate == 0 && !isWhole) {
+            AppendUtf8(m_decoded, unit);
+        }
+    }
+    return at;
+}
+
+void LogLines::TakeText(std::string_view text, bool isWhole) {
+    if (isWhole && m_rest.empty()) {
+        EndLine(text.substr(Scan(text)));
+        return;
+    }
+    m_rest += text;
+    if (isWhole) {
         EndLine(std::string_view(m_rest).substr(Scan(m_rest)));
         m_rest.clear();
+    } else if (m_rest.size() > 2 * kLongestPart) {
+        m_rest.erase(0, Scan(m_rest));
+        m_rest = EndOf(std::string(m_rest), kLongestPart);
     }
 }
 
 // The library's text, between `part`'s beginning and its end. False when nothing was found.
 bool LogLines::Recognise(std::string_view part, bool isError) {
-    part = part.substr(part.size() - std::min(part.size(), kLongestPart));
-    auto match = Meanings::Get().Find(part);
+    part = EndOf(part, kLongestPart);
+    auto match = FindMeaning(part);
     if (!match && !m_before.empty()) {
-        match = Meanings::Get().Find(m_before);  // a text that ends with a line's end
+        match = FindMeaning(m_before);  // a text that ends with a line's end
         if (match) {
             part = m_before;
-            ++m_lines;
+            ++m_counts.library;
         }
     }
     if (!match) {
         return false;
     }
-    ++m_records;
-    m_sink({m_number + 1, part.substr(0, match->begin), *match, isError});
+    ++m_counts.records;
+    const std::string_view prefix = EndOf(part.substr(0, match->begin), kLongestPrefix);
+    m_sink({m_counts.lines + 1, prefix, *match, isError});
     return true;
 }
 
@@ -186,11 +215,11 @@ std::size_t LogLines::Scan(std::string_view line) {
 
 // `rest` is the part of the line after the library's last one.
 void LogLines::EndLine(std::string_view rest) {
-    ++m_number;
-    m_lines += m_isLibrarys ? 1 : 0;
-    m_unknown += m_hasMarker && !m_isLibrarys ? 1 : 0;
+    ++m_counts.lines;
+    m_counts.library += m_isLibrarys ? 1 : 0;
+    m_counts.unknown += m_hasMarker && !m_isLibrarys ? 1 : 0;
     if (!m_hasMarker) {
-        m_before.assign(rest.substr(rest.size() - std::min(rest.size(), kKeptBefore)));
+        m_before = EndOf(rest, kKeptBefore);
     }
     m_isLibrarys = m_hasMarker = false;
 }

@@ -1,142 +1,124 @@
-// The index over the formats of the table, and the recognition of a line.
 #include "lab/explain/Meanings.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
-#include <cstddef>
 #include <cstring>
-
-#include "lab/explain/MeaningsTable.h"
+#include <vector>
 
 namespace lab::explain {
 
 namespace {
 
-using Piece = Meaning::Piece;
-
 constexpr std::size_t kLongestText = 511;  // that the library logs
+constexpr std::size_t kHeadSize = 4;       // of each format, before its first conversion
+constexpr std::string_view kBlanks = " \t\r\n";
+constexpr std::string_view kHex = "0123456789abcdefABCDEF";
 
-bool IsHex(char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
-
-bool IsDecimal(char c) {
-    return c >= '0' && c <= '9';
-}
-
-/// The argument at the beginning of `text`; nothing when there is none.
-std::optional<std::string_view> Argument(Piece::Kind kind, std::string_view text) {
-    std::size_t size = 0;
-    switch (kind) {
-        case Piece::Kind::kDecimal:
-            while (size < text.size() && (text[size] == '-' || text[size] == ' ') && size < 2) {
-                ++size;
-            }
-            while (size < text.size() && IsDecimal(text[size])) {
-                ++size;
-            }
-            break;
-        case Piece::Kind::kHex:
-            while (size < text.size() && IsHex(text[size])) {
-                ++size;
-            }
-            break;
-        case Piece::Kind::kByte:
-            size = text.size() >= 2 && IsHex(text[0]) && IsHex(text[1]) ? 2 : 0;
-            break;
-        default:
-            size = text.size();
-            break;
+/// Cuts the blanks at the end, also those that another program has written as \n or \r.
+std::string_view TrimEnd(std::string_view text) {
+    for (;;) {
+        text = text.substr(0, text.find_last_not_of(kBlanks) + 1);
+        const std::string_view end = text.substr(std::max<std::size_t>(2, text.size()) - 2);
+        if (end != "\\n" && end != "\\r") {
+            return text;
+        }
+        text.remove_suffix(end.size());
     }
-    return size == 0 ? std::nullopt : std::optional(text.substr(0, size));
 }
 
-std::optional<std::uint32_t> Number(std::string_view text, Piece::Kind kind) {
-    while (!text.empty() && text[0] == ' ') {
-        text.remove_prefix(1);
-    }
+/// The text of one conversion at the beginning of `text`; empty when there is none.
+std::string_view Argument(std::string_view conversion, std::string_view text) {
+    const bool isDecimal = conversion.back() == 'd' || conversion.back() == 'u';
+    const std::size_t sign = isDecimal ? std::min(text.find_first_not_of("- "), std::size_t{2}) : 0;
+    const std::size_t end = text.find_first_not_of(isDecimal ? kHex.substr(0, 10) : kHex, sign);
+    return conversion.back() == 's' ? text
+           : conversion == "%02X"   ? text.substr(0, std::min<std::size_t>(end, 2))
+                                    : text.substr(0, end);
+}
+
+std::optional<std::uint32_t> Number(std::string_view text, bool isHex) {
+    text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
     std::int64_t value = 0;
-    const auto result = std::from_chars(text.data(), text.data() + text.size(), value,
-                                        kind == Piece::Kind::kHex ? 16 : 10);
-    return result.ec == std::errc() ? std::optional(static_cast<std::uint32_t>(value))
-                                    : std::nullopt;
+    const auto end =
+        std::from_chars(text.data(), text.data() + text.size(), value, isHex ? 16 : 10);
+    return end.ec == std::errc() ? std::optional(static_cast<std::uint32_t>(value)) : std::nullopt;
 }
 
-bool Fits(const Meaning& meaning, std::string_view text, Match& match) {
-    unsigned argument = 0;
+bool Fits(std::string_view text, Match& match) {
+    std::string_view format = match.meaning->format;
     match.code.reset();
     match.firstArgument = {};
-    for (const Piece& piece : meaning.pieces) {
-        if (piece.kind == Piece::Kind::kText) {
-            if (text.substr(0, piece.text.size()) != piece.text) {
-                return false;
-            }
-            text.remove_prefix(piece.text.size());
-            continue;
-        }
-        const auto value = Argument(piece.kind, text);
-        if (!value) {
+    for (unsigned argument = 1;; ++argument) {
+        const std::size_t fixed = std::min(format.find('%'), format.size());
+        if (text.substr(0, fixed) != format.substr(0, fixed)) {
             return false;
         }
-        ++argument;
-        if (argument == 1) {
-            match.firstArgument = *value;
+        text.remove_prefix(fixed);
+        format.remove_prefix(fixed);
+        if (format.empty()) {
+            return text.empty();
         }
-        if (argument == meaning.code) {
-            match.code = Number(*value, piece.kind);
+        const std::string_view conversion = format.substr(0, format.find_first_of("duxXs") + 1);
+        const std::string_view value = Argument(conversion, text);
+        if (value.empty()) {
+            return false;
         }
-        text.remove_prefix(value->size());
+        match.firstArgument = argument == 1 ? value : match.firstArgument;
+        if (argument == match.meaning->code) {
+            match.code = Number(value, conversion.back() == 'x');
+        }
+        text.remove_prefix(value.size());
+        format.remove_prefix(conversion.size());
     }
-    return text.empty();
 }
+
+/// The meanings that hold without a condition, by the first characters of their formats.
+class Index {
+  public:
+    Index() {
+        for (const Meaning* one = kMeanings; one != kMeanings + kMeaningCount; ++one) {
+            if (one->next == Role::kDetail && one->without == Role::kDetail) {
+                m_buckets[Bucket(one->format.data())].push_back(one);
+            }
+        }
+    }
+    const std::vector<const Meaning*>& Of(const char* head) const {
+        return m_buckets[Bucket(head)];
+    }
+
+  private:
+    static std::size_t Bucket(const char* head) {
+        std::uint32_t value = 0;
+        std::memcpy(&value, head, kHeadSize);
+        return (value * 2654435761U) >> 22U;
+    }
+    std::array<std::vector<const Meaning*>, 1024> m_buckets;
+};
 
 }  // namespace
 
 std::string Meaning::Text(std::optional<std::uint32_t> errorCode) const {
-    const auto has = [errorCode](const Case& one) {
-        return errorCode && std::count(one.codes.begin(), one.codes.end(), *errorCode) > 0;
-    };
-    auto found = std::find_if(cases.begin(), cases.end(), has);
-    if (found == cases.end()) {
-        found = std::find_if(cases.begin(), cases.end(),
-                             [](const Case& one) { return one.codes.empty(); });
+    for (const std::uint32_t code : {errorCode.value_or(kOtherCode), kOtherCode}) {
+        for (const Case* one = cases; one != cases + caseCount; ++one) {
+            if (one->code == code) {
+                return std::string(means) + " " + std::string(one->text);
+            }
+        }
     }
-    return found == cases.end() ? means : means + " " + found->text;
+    return std::string(means);
 }
 
-Meanings::Meanings() {
-    ReadMeaningsTable(m_all, m_codes);
-    Index();
-}
-
-void Meanings::Index() {
-    for (std::size_t index = 0; index < m_all.size(); ++index) {
-        m_byBeginning[Bucket(m_all[index].pieces[0].text.data())].push_back(
-            static_cast<std::uint16_t>(index));
-    }
-}
-
-const Meanings& Meanings::Get() {
-    static const Meanings* const meanings = new Meanings;
-    return *meanings;
-}
-
-std::size_t Meanings::Bucket(const char* four) {
-    std::uint32_t value = 0;
-    std::memcpy(&value, four, kHeadSize);
-    return (value * 2654435761U) >> 22U;
-}
-
-std::optional<Match> Meanings::Find(std::string_view part) const {
+std::optional<Match> FindMeaning(std::string_view part) {
+    static const Index& index = *new Index;
     part = TrimEnd(part);
     Match match;
-    const std::size_t first = part.size() - std::min(part.size(), kLongestText);
-    for (std::size_t at = first; at + kHeadSize <= part.size(); ++at) {
-        for (const std::uint16_t index : m_byBeginning[Bucket(part.data() + at)]) {
-            if (Fits(m_all[index], part.substr(at), match)) {
-                match.meaning = &m_all[index];
-                match.begin = at;
-                match.text = part.substr(at);
+    match.begin = part.size() - std::min(part.size(), kLongestText);
+    for (; match.begin + kHeadSize <= part.size(); ++match.begin) {
+        match.text = part.substr(match.begin);
+        for (const Meaning* const meaning : index.Of(match.text.data())) {
+            match.meaning = meaning;
+            if (Fits(match.text, match)) {
                 return match;
             }
         }
@@ -144,20 +126,11 @@ std::optional<Match> Meanings::Find(std::string_view part) const {
     return std::nullopt;
 }
 
-const SystemCode* Meanings::CodeOf(std::uint32_t code) const {
-    const auto found = std::find_if(m_codes.begin(), m_codes.end(),
-                                    [code](const SystemCode& one) { return one.code == code; });
-    return found == m_codes.end() ? nullptr : &*found;
-}
-
-std::string_view Meanings::CodeText(std::uint32_t code) const {
-    const SystemCode* const found = CodeOf(code);
-    return found == nullptr ? std::string_view() : found->text;
-}
-
-std::string_view Meanings::CodeRemedy(std::uint32_t code) const {
-    const SystemCode* const found = CodeOf(code);
-    return found == nullptr ? std::string_view() : found->remedy;
+const SystemCode* FindCode(std::uint32_t code) {
+    const SystemCode* const end = kSystemCodes + kSystemCodeCount;
+    const SystemCode* const found =
+        std::find_if(kSystemCodes, end, [code](const SystemCode& one) { return one.code == code; });
+    return found == end ? nullptr : found;
 }
 
 }  // namespace lab::explain

@@ -3,77 +3,55 @@
 #include <algorithm>
 #include <utility>
 
-#include "lab/explain/Advice.h"
-
 namespace lab::explain {
 
 namespace {
 
-// With Story::kMostProcesses these bound the memory.
-constexpr std::size_t kMostLanes = 32;
-constexpr std::size_t kMostSteps = 16;
-constexpr std::size_t kLongestStep = 128;  // bytes of a line that is shown
+constexpr std::size_t kMostLanes = 32;          // with Story::kMostProcesses this bounds the memory
+constexpr std::int64_t kLeastJump = 2'000'000;  // of the clock, in microseconds
+constexpr unsigned kJumpLines = 6;              // that agree: threads need no strict order
 
-const char* NameOf(ItemKind kind) {
-    switch (kind) {
-        case ItemKind::kCreate:
-            return "Create";
-        case ItemKind::kStart:
-            return "DeviceInit";
-        case ItemKind::kWrite:
-            return "WriteMessage";
-        case ItemKind::kUpdate:
-            return "UpdateNfcData";
-        case ItemKind::kRefresh:
-            return "UpdateNfcContent";
-        case ItemKind::kRead:
-            return "ReadMessage";
-        case ItemKind::kConnect:
-            return "BtConnect";
-        default:
-            return "the operation";
-    }
+// The code alone says what has happened to the device.
+const SystemCode* DecisiveCode(const Step& step) {
+    const SystemCode* const code =
+        step.meaning->isDevice && step.code ? FindCode(*step.code) : nullptr;
+    return code == nullptr || code->advice[0].empty() ? nullptr : code;
 }
 
-const char* SuccessOf(ItemKind kind) {
-    switch (kind) {
-        case ItemKind::kCreate:
-            return "the manager exists";
-        case ItemKind::kWrite:
-        case ItemKind::kUpdate:
-            return "the message is on the tag";
-        case ItemKind::kRefresh:
-            return "the message is on the tag";
-        case ItemKind::kRead:
-            return "the tag was read";
-        case ItemKind::kConnect:
-            return "the keyboard is connected";
-        default:
-            return "done";
+/// The step that explains the others best.
+const Step& CauseOf(const std::vector<Step>& chain) {
+    auto found = std::find_if(chain.begin(), chain.end(), DecisiveCode);
+    if (found == chain.end()) {
+        found = std::find_if(chain.begin(), chain.end(), [](const Step& step) {
+            const Role role = step.meaning->role;
+            return role == Role::kCause || role == Role::kMessageFails || role == Role::kChipSilent;
+        });
+    }
+    return found == chain.end() ? chain.front() : *found;
+}
+
+/// What a step means, with its error code in plain words.
+std::string Explained(const Step& step) {
+    std::string text = step.meaning->Text(step.code);
+    if (step.code && *step.code != 0) {
+        const SystemCode* const code = FindCode(*step.code);
+        text += " Code " + std::to_string(*step.code);
+        text += code == nullptr ? "." : ": " + std::string(code->text) + ".";
+    }
+    return text;
+}
+
+void Count(std::vector<Totals::Cause>& list, const Item& item, const std::string& text) {
+    const auto found = std::find_if(list.begin(), list.end(),
+                                    [&](const Totals::Cause& one) { return one.text == text; });
+    if (found != list.end()) {
+        ++found->times;
+    } else if (list.size() < Totals::kMostCauses) {
+        list.push_back({text, item.begin, item.remedy});
     }
 }
 
 }  // namespace
-
-std::optional<std::int64_t> Between(std::optional<std::int64_t> begin,
-                                    std::optional<std::int64_t> end) {
-    // Clocks are set back at times; the threads of a log are not in a strict order either. The
-    // bound keeps a sum of many from overflowing.
-    constexpr std::int64_t kLongest = 1'000'000'000'000'000;
-    if (!begin || !end || *end < *begin) {
-        return std::nullopt;
-    }
-    const auto span = static_cast<std::uint64_t>(*end) - static_cast<std::uint64_t>(*begin);
-    return span > kLongest ? std::nullopt : std::optional(static_cast<std::int64_t>(span));
-}
-
-std::string Attempts(unsigned attempts) {
-    return " It took " + std::to_string(attempts) + " attempts.";
-}
-
-bool HasImage(ItemKind kind) {
-    return kind == ItemKind::kWrite || kind == ItemKind::kUpdate || kind == ItemKind::kRefresh;
-}
 
 ProcessStory::ProcessStory(std::string_view name, const Story::Sink& sink) : m_sink(sink) {
     m_totals.process = name;
@@ -83,52 +61,85 @@ ProcessStory::Lane& ProcessStory::LaneOf(const Entry& entry) {
     auto found = m_lanes.find(entry.thread);
     if (found == m_lanes.end()) {
         if (m_lanes.size() == kMostLanes) {
-            const auto oldest =
-                std::min_element(m_lanes.begin(), m_lanes.end(), [](const auto& a, const auto& b) {
-                    // One that waits for nothing goes first.
-                    return std::pair(!a.second.IsIdle(), a.second.lastLine) <
-                           std::pair(!b.second.IsIdle(), b.second.lastLine);
-                });
-            Close(oldest->second);
-            TellLoose(oldest->second);
-            m_lanes.erase(oldest);
+            // One that waits for nothing goes first.
+            found = std::min_element(m_lanes.begin(), m_lanes.end(), [](auto& a, auto& b) {
+                return std::pair(!a.second.IsIdle(), a.second.lastOrder) <
+                       std::pair(!b.second.IsIdle(), b.second.lastOrder);
+            });
+            Close(found->second);
+            m_lanes.erase(found);
         }
         found = m_lanes.emplace(entry.thread, Lane{}).first;
         found->second.thread = entry.thread;
     }
-    found->second.lastLine = entry.line;
+    found->second.lastOrder = entry.place.order;
     return found->second;
 }
 
 void ProcessStory::Take(const Entry& entry) {
     ++m_totals.records;
-    if (!entry.time.empty()) {
-        if (m_totals.firstTime.empty()) {
-            m_totals.firstTime = entry.time;
-        }
-        m_totals.lastTime = entry.time;
+    m_lastOrder = entry.place.order;
+    if (!entry.place.time.empty()) {
+        m_totals.firstTime = m_totals.firstTime.empty() ? entry.place.time : m_totals.firstTime;
+        m_totals.lastTime = entry.place.time;
     }
+    WatchClock(entry.place);
     Lane& lane = LaneOf(entry);
-    if (entry.micros) {
-        if (const auto jump = m_clock.Take(entry.line, entry.time, *entry.micros)) {
-            Item item;
-            item.outcome = Outcome::kUnusual;
-            item.line = jump->line;
-            item.time = jump->time;
-            item.micros = jump->micros;
-            item.text = "The clock goes back here: it was set, or the PC was started again.";
-            Tell(std::move(item));
-        }
+    const Meaning& meaning = *entry.match.meaning;
+    const bool isOfEventThread = meaning.thread >= ThreadKind::kInterrupt;
+    if (!isOfEventThread || !lane.thread.empty()) {
+        Settle(lane, meaning.role);
     }
-    const Role role = entry.match.meaning->role;
-    if (role != Role::kDetail && !TakeStart(lane, entry) && !TakeWrite(lane, entry) &&
-        !TakeReading(lane, entry) && !TakeRenewal(lane, entry) && !TakeVisit(lane, entry) &&
-        !TakeReporting(lane, entry)) {
-        TakeOther(lane, entry);
+    if (isOfEventThread || (!lane.thread.empty() && meaning.thread != ThreadKind::kAny)) {
+        lane.kind = meaning.thread;
     }
-    lane.previous = role;
-    if (lane.isOver && !lane.thread.empty() && lane.IsIdle()) {
+    const Meaning* const end = &meaning;
+    if (std::any_of(end - meaning.variants, end,
+                    [](const Meaning& one) { return one.next != Role::kDetail; })) {
+        lane.held = entry;
+        lane.held->match.text = meaning.format;  // it has no arguments
+        lane.held->thread = lane.thread;
+    } else {
+        Apply(lane, entry, Role::kDetail);
+    }
+    if (meaning.role == Role::kRenewEnds && !lane.thread.empty() && lane.IsIdle()) {
         m_lanes.erase(lane.thread);  // each renewal has a thread of its own
+    }
+}
+
+// The line that waits for the next one means what that one says.
+void ProcessStory::Settle(Lane& lane, Role next) {
+    if (lane.held) {
+        Apply(lane, *std::exchange(lane.held, std::nullopt), next);
+    }
+}
+
+void ProcessStory::Apply(Lane& lane, Entry entry, Role next) {
+    const Meaning* const last = entry.match.meaning;
+    entry.match.meaning = std::find_if(last - last->variants, last, [&](const Meaning& one) {
+        return (one.next == Role::kDetail || one.next == next) &&
+               (one.without == Role::kDetail || !lane.HasSeen(one.without));
+    });
+    const Role role = entry.match.meaning->role;
+    const Rule& rule = kRules[static_cast<std::size_t>(role)];
+    (this->*rule.action)(lane, entry, rule.kind);
+    lane.seen.set(static_cast<std::size_t>(role));
+    lane.previous = role;
+}
+
+void ProcessStory::WatchClock(const Mark& place) {
+    const Micros back = Between(place.micros, m_latest);
+    if (!back || *back < kLeastJump) {
+        m_latest = std::max(m_latest, place.micros);
+        m_earlyLines = place.micros ? 0 : m_earlyLines;
+        return;
+    }
+    m_jump = m_earlyLines++ == 0 ? place : m_jump;
+    if (m_earlyLines == kJumpLines) {
+        TellNote(m_jump, "The clock goes back here: it was set, or the PC was started again.");
+        m_note->micros = Between(m_jump.micros, m_latest);
+        m_earlyLines = 0;
+        m_latest = place.micros;
     }
 }
 
@@ -137,168 +148,114 @@ void ProcessStory::End(bool isLogsEnd, Micros lastMicros) {
     m_logsEnd = lastMicros;
     for (auto& [name, lane] : m_lanes) {
         Close(lane);
-        TellLoose(lane);
     }
-    EndChainOfVisits();
-    while (!m_visits.empty()) {
-        LoseVisit("A phone came, and its leave is not in the log.");
+    LoseBefore(m_lastOrder + 1);
+    for (Source* const source : {&m_chip, &m_keyboard}) {
+        EndChain(*source);
+        while (!source->open.empty()) {
+            LoseVisit(*source);
+        }
     }
-    while (!m_renewals.empty()) {
-        LoseRenewal();
-    }
-}
-
-void ProcessStory::LeaveOpen(Item& item, const Beginning& begin, const char* atEnd,
-                             const char* otherwise) {
-    item.outcome = Outcome::kOpen;
-    item.line = begin.line;
-    item.time = begin.time;
-    item.isAtEnd = m_isLogsEnd;
-    item.micros = m_isLogsEnd ? Between(begin.micros, m_logsEnd) : std::nullopt;
-    item.text += m_isLogsEnd ? atEnd : otherwise;
-}
-
-void ProcessStory::Begin(Lane& lane, ItemKind kind, const Entry& entry) {
-    Close(lane);
-    TellLoose(lane);
-    lane.operation = Operation();
-    lane.operation.kind = kind;
-    lane.operation.isOpen = true;
-    lane.operation.begin = {entry.line, std::string(entry.time), entry.micros};
+    Flush();
 }
 
 void ProcessStory::Close(Lane& lane) {
-    const Operation& operation = lane.operation;
-    if (operation.isOpen) {
-        Finish(lane, operation.isDone ? Outcome::kWorked : Outcome::kOpen, operation.doneAt);
+    Settle(lane, Role::kDetail);
+    if (lane.operation) {
+        Finish(lane, lane.operation->isDone ? Outcome::kWorked : Outcome::kOpen,
+               lane.operation->doneAt);
     }
+    TellLoose(lane);
 }
 
 void ProcessStory::Finish(Lane& lane, Outcome outcome, Micros end) {
-    Operation& operation = lane.operation;
-    operation.isOpen = false;
-    Item item;
-    item.kind = operation.kind;
-    item.outcome = outcome;
-    item.line = operation.begin.line;
-    item.time = operation.begin.time;
+    const bool isWrite = lane.Writes();
+    const Operation operation = *std::exchange(lane.operation, std::nullopt);
+    const KindName& name = NameOf(operation.kind);
+    Item item{operation.kind, outcome, operation.begin, lane.thread, name.operation};
     item.micros = Between(operation.begin.micros, end);
-    item.thread = lane.thread;
-    item.text = NameOf(operation.kind);
-    if (HasImage(operation.kind)) {
-        item.attempts =
-            std::max(operation.tries, operation.chipRetries + (operation.isStored ? 1U : 0U));
-    } else if (operation.kind == ItemKind::kStart) {
-        item.attempts = operation.tries;
-    }
+    item.attempts =
+        std::max(operation.tries, operation.chipRetries + (operation.isStored ? 1U : 0U));
+    item.chain.swap(lane.chain);
     if (outcome == Outcome::kOpen) {
-        LeaveOpen(item, operation.begin, ": not finished when the log ends.",
-                  ": its end is not in the log.");
+        item.isAtEnd = m_isLogsEnd;
+        item.micros = m_isLogsEnd ? Between(operation.begin.micros, m_logsEnd) : std::nullopt;
+        item.text +=
+            m_isLogsEnd ? ": not finished when the log ends." : ": its end is not in the log.";
     } else if (outcome == Outcome::kFailed) {
         item.text += " failed";
-        if (HasImage(operation.kind)) {
-            item.text += operation.isStored ? ": the image was written, but not found on the tag"
-                                            : ": the message is not on the tag";
-        }
-        item.text += ".";
-    } else if (operation.kind == ItemKind::kStart) {
-        item.text += ": the tag is open";
-        item.text += m_totals.route.empty() ? "" : " on " + m_totals.route;
-        if (m_totals.chip == kSilent) {
-            item.text += ". The chip has not answered";
-        } else if (HasChipRoute() && !m_totals.chip.empty()) {
-            item.text += ", chip " + m_totals.chip;
-        }
-        item.text += ".";
+        item.text += !isWrite              ? "."
+                     : !operation.isStored ? ": the message is not on the tag."
+                     : lane.HasSeen(Role::kSent)
+                         ? ": the image was written, but not found on the tag."
+                         : ": nothing was sent to a tag.";
     } else {
-        item.text += ": " + std::string(SuccessOf(operation.kind)) + ".";
-    }
-    if (outcome == Outcome::kWorked && item.attempts > 1) {
-        item.text += Attempts(item.attempts);
-    }
-    if (!operation.note.empty()) {
-        item.text += " " + operation.note;
-    }
-    item.chain.swap(lane.chain);
-    if (outcome == Outcome::kWorked &&
-        (!item.chain.empty() || item.attempts > 1 || operation.isOdd)) {
-        item.outcome = Outcome::kUnusual;
-        item.text += item.attempts > 1 || operation.isOdd ? "" : kFailuresOnTheWay;
-    }
-    Tell(std::move(item));
-}
-
-void ProcessStory::AddStep(Lane& lane, const Entry& entry) {
-    const Match& match = entry.match;
-    if (lane.chain.empty()) {
-        lane.chainTime = entry.time;
-    }
-    for (Step& step : lane.chain) {
-        if (step.meaning == match.meaning && step.code == match.code) {
-            ++step.times;
-            return;
+        item.text += ": " + std::string(name.success);
+        if (operation.kind == ItemKind::kStart && !m_totals.tags.empty()) {
+            const Tag& tag = m_totals.tags.front();
+            item.text += " on " + tag.route + (tag.isSilent ? ". The chip has not answered" : "");
+            item.text += tag.isSilent || tag.chip.empty() ? "" : ", chip " + tag.chip;
         }
+        item.text += ".";
+        item.outcome = operation.isOdd ? Outcome::kUnusual : outcome;
     }
-    if (lane.chain.size() < kMostSteps) {
-        lane.chain.push_back({match.meaning, std::string(match.text.substr(0, kLongestStep)),
-                              match.code, entry.line, 1});
-    }
-}
-
-// A route was found later, so the missing driver is no fault.
-void ProcessStory::DropMissingDriver(Lane& lane) {
-    const auto end = std::remove_if(lane.chain.begin(), lane.chain.end(), [](const Step& step) {
-        return step.meaning->role == Role::kDriverMissing;
-    });
-    lane.chain.erase(end, lane.chain.end());
+    item.text += operation.note;
+    Tell(std::move(item));
 }
 
 void ProcessStory::TellLoose(Lane& lane) {
-    if (!lane.operation.isOpen && !lane.chain.empty()) {
-        TellLoose(lane, ItemKind::kFailure, lane.chain.back().meaning->means);
+    if (lane.operation || lane.chain.empty()) {
+        return;
     }
+    if (std::any_of(lane.chain.begin(), lane.chain.end(),
+                    [](const Step& one) { return one.meaning->role == Role::kMessageFails; })) {
+        lane.messageCause = CauseOf(lane.chain);
+    }
+    TellChain(lane, ItemKind::kFailure, lane.chain.back().meaning->means);
 }
 
-void ProcessStory::TellLoose(Lane& lane, ItemKind kind, std::string text) {
-    Item item;
-    item.kind = kind;
-    item.outcome = Outcome::kFailed;
-    item.thread = lane.thread;
+void ProcessStory::TellChain(Lane& lane, ItemKind kind, std::string_view text) {
+    Item item{kind, Outcome::kFailed, lane.chain.front().place, lane.thread, std::string(text)};
     item.chain.swap(lane.chain);
-    item.line = item.chain.front().line;
-    item.time = lane.chainTime;
-    item.text = std::move(text);
     Tell(std::move(item));
 }
 
-void ProcessStory::TellOddity(const Lane& lane, const Entry& entry, std::string text,
-                              std::string remedy) {
-    Item item;
-    item.kind = ItemKind::kNote;
-    item.outcome = Outcome::kUnusual;
-    item.line = entry.line;
-    item.time = entry.time;
-    item.thread = lane.thread;
-    item.text = std::move(text);
-    item.remedy = std::move(remedy);
+void ProcessStory::TellNote(const Mark& begin, std::string text, std::string_view advice) {
+    Item item{ItemKind::kNote, Outcome::kUnusual, begin, {}, std::move(text)};
+    item.remedy = advice;
+    Tell(std::move(item));
+}
+
+void ProcessStory::TellOpen(ItemKind kind, const Mark& begin, const std::string& text) {
+    Item item{kind, Outcome::kOpen, begin, {}, text};
+    item.text += m_isLogsEnd ? " when the log ends." : " in the log.";
+    item.isAtEnd = m_isLogsEnd;
+    item.micros = m_isLogsEnd ? Between(begin.micros, m_logsEnd) : std::nullopt;
     Tell(std::move(item));
 }
 
 void ProcessStory::Tell(Item item) {
     item.process = m_totals.process;
-    if (const Step* const cause = CauseOf(item.chain)) {
-        item.cause = Explained(*cause);
-        item.remedy = RemedyOf(*cause);
+    const bool isOdd = item.attempts > 1 || !item.chain.empty();
+    if (item.outcome == Outcome::kWorked && isOdd) {
+        item.outcome = Outcome::kUnusual;
+        item.text += item.attempts > 1 ? " It took " + std::to_string(item.attempts) + " attempts."
+                                       : " There were failures on the way.";
+    }
+    if (!item.chain.empty()) {
+        const Step& cause = CauseOf(item.chain);
+        const SystemCode* const code = DecisiveCode(cause);
+        item.cause = Explained(cause);
+        item.remedy = AdviceOf(code != nullptr ? code->advice : cause.meaning->advice);
         if (item.outcome == Outcome::kUnusual && !item.remedy.empty()) {
             item.remedy.insert(0, "Nothing, if it is rare. Otherwise: ");
         }
     }
-    item.remedy = AdviceFor(m_totals.route, item.remedy);
+    const bool hasWorked = item.outcome == Outcome::kWorked || item.outcome == Outcome::kUnusual;
     Totals::Timed& of = m_totals.kinds[item.kind];
     of.failed += item.outcome == Outcome::kFailed ? 1 : 0;
     of.open += item.outcome == Outcome::kOpen ? 1 : 0;
     of.atEnd += item.outcome == Outcome::kOpen && item.isAtEnd ? 1 : 0;
-    const bool hasWorked = item.outcome == Outcome::kWorked || item.outcome == Outcome::kUnusual;
     of.worked += hasWorked ? 1 : 0;
     of.retried += hasWorked && item.attempts > 1 ? 1 : 0;
     if (hasWorked && item.micros) {
@@ -306,22 +263,27 @@ void ProcessStory::Tell(Item item) {
         of.sum += *item.micros;
         of.longest = std::max(of.longest, *item.micros);
     }
-    const auto count = [](std::map<std::string, Totals::Cause>& list, const std::string& text,
-                          const std::string& remedy) {
-        const auto found = list.find(text);
-        if (found != list.end()) {
-            ++found->second.times;
-        } else if (list.size() < Totals::kMostCauses) {
-            list[text] = {1, remedy};
-        }
-    };
     if (item.outcome == Outcome::kFailed) {
-        count(m_totals.causes, item.cause.empty() ? item.text : item.cause, item.remedy);
+        Count(m_totals.causes, item, item.cause.empty() ? item.text : item.cause);
     } else if (item.outcome == Outcome::kUnusual) {
-        ++m_totals.unusual;
-        count(m_totals.oddities, item.text, item.remedy);
+        Count(m_totals.oddities, item, item.text);
     }
-    m_sink(item);
+    if (item.kind != ItemKind::kNote || !m_note || item.text != m_note->text) {
+        Flush();
+        m_note = std::move(item);
+    } else {
+        ++m_note->times;
+        m_note->lastLine = item.begin.line;
+    }
+    if (m_note->kind != ItemKind::kNote) {
+        Flush();
+    }
+}
+
+void ProcessStory::Flush() {
+    if (m_note) {
+        m_sink(*std::exchange(m_note, std::nullopt));
+    }
 }
 
 }  // namespace lab::explain

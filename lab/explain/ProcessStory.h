@@ -1,54 +1,31 @@
-// The story of one process of a log. Every list in it has a bound: what exceeds it becomes open,
-// or dropped where only a figure is lost.
+// The story of one process of a log. Every list in it has a bound: what exceeds it becomes open, or
+// dropped where only a figure is lost.
 #pragma once
 
-#include <cstdint>
+#include <bitset>
 #include <deque>
 #include <map>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
 
-#include "lab/explain/ClockJump.h"
 #include "lab/explain/Story.h"
 
 namespace lab::explain {
-
-constexpr std::string_view kFanli = "Fanli";  // the chip that reports each leave
-constexpr std::string_view kSilent = "silent chip";
-
-/// Nothing when a time is unknown, or the clock was set back.
-std::optional<std::int64_t> Between(std::optional<std::int64_t> begin,
-                                    std::optional<std::int64_t> end);
-/// Further sentences of an item that has worked in the end.
-std::string Attempts(unsigned attempts);
-constexpr char kFailuresOnTheWay[] = " There were failures on the way.";
-/// The operation writes an image.
-bool HasImage(ItemKind kind);
 
 class ProcessStory {
   public:
     ProcessStory(std::string_view name, const Story::Sink& sink);
 
     void Take(const Entry& entry);
+    void Flush();
     /// No line follows: the log ends at `lastMicros`, or the process is no longer kept.
-    void End(bool isLogsEnd, std::optional<std::int64_t> lastMicros);
+    void End(bool isLogsEnd, Micros lastMicros);
     const Totals& Figures() const { return m_totals; }
+    std::uint64_t LastOrder() const { return m_lastOrder; }
 
   private:
-    using Micros = std::optional<std::int64_t>;
-
-    struct Beginning {
-        std::uint64_t line = 0;
-        std::string time;
-        Micros micros;
-    };
     /// An operation of the host that has begun.
     struct Operation {
         ItemKind kind = ItemKind::kNote;
-        Beginning begin;
-        bool isOpen = false;
+        Mark begin;
         bool isDone = false;  ///< of one without a last line: has come to its end
         bool hasFailed = false;
         bool isStored = false;
@@ -59,77 +36,116 @@ class ProcessStory {
         std::string note;  ///< a further sentence
     };
     struct Visit {
-        Beginning begin;
+        Mark begin;
+        std::string note;
         Micros left;
         bool hasLeaveStatus = false;
-        bool isUnheard = false;  ///< the host had no listener
+    };
+    /// What phones are reported by: the chip, or a keyboard.
+    struct Source {
+        std::deque<Visit> open;
+        Micros lastEnd;
+        Mark chainBegin;
+        unsigned chained = 0;  ///< visits with short pauses
     };
     /// A thread; of a log without threads, all of them.
     struct Lane {
         std::string thread;
-        Operation operation;
+        std::optional<Operation> operation;
         std::vector<Step> chain;
-        std::string chainTime;
+        std::optional<Entry> held;         ///< its meaning depends on the next line
+        std::optional<Step> messageCause;  ///< why the host's message has not been filled
+        std::bitset<static_cast<std::size_t>(Role::kCount)> seen;  ///< since the operation began
         Role previous = Role::kDetail;
-        std::uint64_t threadsStart = 0;  ///< the line where the reporting threads were started
-        bool isWatchKnown = false;       ///< the one that watches for leaves was found running
+        ThreadKind kind = ThreadKind::kAny;  ///< of its last line that shows it
+        std::uint64_t threadsStart = 0;      ///< the order of the line
+        bool isWatchKnown = false;           ///< the thread that watches for leaves ran already
         bool isLoopNormal = false;
         bool isRefusalNormal = false;
         bool isRenewStored = false;
-        bool isRenewTold = false;
         unsigned renewRetries = 0;
-        bool isOver = false;
-        std::uint64_t lastLine = 0;
-        bool IsIdle() const { return !operation.isOpen && chain.empty(); }
+        std::uint64_t lastOrder = 0;
+        bool IsIdle() const { return !operation && chain.empty() && !held; }
+        bool Is(ItemKind one) const { return operation && operation->kind == one; }
+        bool Writes() const { return Is(ItemKind::kWrite) || Is(ItemKind::kUpdate); }
+        bool HasSeen(Role role) const { return seen[static_cast<std::size_t>(role)]; }
     };
+    /// What a line of a role does to the story, from meanings.txt. By role.
+    struct Rule {
+        void (ProcessStory::*action)(Lane& lane, const Entry& entry, ItemKind kind);
+        ItemKind kind;
+    };
+    static const Rule kRules[];
+
+    // The actions of the rules.
+    void Notice(Lane& lane, const Entry& entry, ItemKind kind);
+    void AddStep(Lane& lane, const Entry& entry, ItemKind kind);
+    void AddLoose(Lane& lane, const Entry& entry, ItemKind kind);
+    void AddUnusual(Lane& lane, const Entry& entry, ItemKind kind);
+    void Begin(Lane& lane, const Entry& entry, ItemKind kind);
+    void Try(Lane& lane, const Entry& entry, ItemKind kind);
+    void Done(Lane& lane, const Entry& entry, ItemKind kind);
+    void Succeed(Lane& lane, const Entry& entry, ItemKind kind);
+    void Fail(Lane& lane, const Entry& entry, ItemKind kind);
+    void FindRoute(Lane& lane, const Entry& entry, ItemKind kind);
+    void FindChip(Lane& lane, const Entry& entry, ItemKind kind);
+    void NotRead(Lane& lane, const Entry& entry, ItemKind kind);
+    void HaveThreads(Lane& lane, const Entry& entry, ItemKind kind);
+    void FailNumberRead(Lane& lane, const Entry& entry, ItemKind kind);
+    void BeginRenewal(Lane& lane, const Entry& entry, ItemKind kind);
+    void EndRenewal(Lane& lane, const Entry& entry, ItemKind kind);
+    void BeginVisit(Lane& lane, const Entry& entry, ItemKind kind);
+    void EndVisit(Lane& lane, const Entry& entry, ItemKind kind);
+    void MissListener(Lane& lane, const Entry& entry, ItemKind kind);
+    void Wait(Lane& lane, const Entry& entry, ItemKind kind);
+    void RefuseRequest(Lane& lane, const Entry& entry, ItemKind kind);
+    void EndLoop(Lane& lane, const Entry& entry, ItemKind kind);
 
     Lane& LaneOf(const Entry& entry);
-    // Each true when the role was one of its own.
-    bool TakeStart(Lane& lane, const Entry& entry);
-    bool TakeWrite(Lane& lane, const Entry& entry);
-    bool TakeReading(Lane& lane, const Entry& entry);
-    bool TakeRenewal(Lane& lane, const Entry& entry);
-    bool TakeVisit(Lane& lane, const Entry& entry);
-    bool TakeReporting(Lane& lane, const Entry& entry);
-    void TakeOther(Lane& lane, const Entry& entry);
-
-    void Begin(Lane& lane, ItemKind kind, const Entry& entry);
+    void WatchClock(const Mark& place);
+    void Settle(Lane& lane, Role next);
+    void Apply(Lane& lane, Entry entry, Role next);
     void Finish(Lane& lane, Outcome outcome, Micros end);
     /// Ends an operation that has no last line, or whose last line did not come.
     void Close(Lane& lane);
-    void AddStep(Lane& lane, const Entry& entry);
-    void DropMissingDriver(Lane& lane);
-    void NotRead(Lane& lane);
-    void FinishRenewal(Lane& lane, const Entry& entry, Outcome outcome, const char* text);
-    void BeginVisit(Lane& lane, const Entry& entry);
-    void EndVisit(Lane& lane, const Entry& entry);
-    void LoseVisit(const char* text);
-    void LoseRenewal();
-    /// What began before `line` belongs to a process that has ended.
-    void LoseBefore(std::uint64_t line);
-    /// Says of an item that its end is missing, and why.
-    void LeaveOpen(Item& item, const Beginning& begin, const char* atEnd, const char* otherwise);
-    void EndChainOfVisits();
     /// A failure that belongs to no operation: told by the meaning of its last line.
     void TellLoose(Lane& lane);
-    void TellLoose(Lane& lane, ItemKind kind, std::string text);
-    void TellOddity(const Lane& lane, const Entry& entry, std::string text, std::string remedy);
+    void TellChain(Lane& lane, ItemKind kind, std::string_view text);
+    void TellNote(const Mark& begin, std::string text, std::string_view advice = {});
+    /// Of something without an end. `text` ends with what is missing.
+    void TellOpen(ItemKind kind, const Mark& begin, const std::string& text);
     void Tell(Item item);
-    bool HasChipRoute() const { return m_totals.route != "HID" && m_totals.route != "Bluetooth"; }
+    void LoseVisit(Source& source);
+    void LoseRenewal();
+    /// What began before that line belongs to a process that has ended.
+    void LoseBefore(std::uint64_t order);
+    void EndChain(Source& source);
+    bool IsFromKeyboard(const Lane& lane) const;
+    Source& SourceOf(const Lane& lane) { return IsFromKeyboard(lane) ? m_keyboard : m_chip; }
+    bool Has(Trait trait) const {
+        return !m_totals.tags.empty() && (m_totals.tags.front().traits & trait) != 0;
+    }
+
+    std::string_view AdviceOf(const Advice& advice) const {
+        return advice[m_totals.tags.empty() ? 0 : Has(kInKeyboard) ? 2 : 1];
+    }
 
     const Story::Sink& m_sink;
     Totals m_totals;
-    ClockJump m_clock;
+    std::optional<Item> m_note;  // held back to count its repetitions
+    std::map<std::string, Lane, std::less<>> m_lanes;
+    Source m_chip;
+    Source m_keyboard;
+    std::deque<Mark> m_renewals;
+    std::uint64_t m_earlyRenewals = 0;  // that ended before the line of their beginning
+    std::string m_rearmed;              // by what, while a phone was there
+    bool m_hasThreads = false;          // that report phones
     bool m_isLogsEnd = false;
     Micros m_logsEnd;
-    bool m_hasThreads = false;  // that report phones
-    std::map<std::string, Lane, std::less<>> m_lanes;
-    std::deque<Visit> m_visits;  // that are open
-    std::deque<Beginning> m_renewals;
-    std::uint64_t m_earlyRenewals = 0;  // that ended before the line of their beginning
-    Micros m_lastVisitEnd;
-    Beginning m_chainBegin;
-    unsigned m_chainedVisits = 0;
+    Micros m_latest;            // time of any line
+    Mark m_jump;                // where the clock went back
+    unsigned m_earlyLines = 0;  // since then
+    std::uint64_t m_lastOrder = 0;
 };
 
 }  // namespace lab::explain

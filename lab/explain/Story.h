@@ -3,48 +3,53 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "lab/explain/Meanings.h"
 
 namespace lab::explain {
 
-/// One line of the library, with where it comes from. Valid during the call.
-struct Entry {
+using Micros = std::optional<std::int64_t>;
+
+/// Nothing when a time is unknown, or the clock was set back.
+Micros Between(Micros begin, Micros end);
+
+/// A place in the logs.
+struct Mark {
     std::uint64_t line = 0;
+    unsigned file = 0;  ///< of several, from 0
+    std::string time;   ///< as it is written; may be empty
+    Micros micros;
+    std::uint64_t order = 0;  ///< counts the library's lines
+};
+
+/// One line of the library, with where it comes from. The views are valid during the call.
+struct Entry {
     Match match;
-    std::string_view time;  ///< as it is written; may be empty
-    std::optional<std::int64_t> micros;
+    Mark place;
     std::string_view process;
     std::string_view thread;
 };
 
-enum class ItemKind {
-    kCreate,
-    kStart,
-    kWrite,
-    kUpdate,
-    kRefresh,
-    kRead,
-    kReadNumber,
-    kRenew,
-    kVisit,
-    kConnect,
-    kDisconnect,
-    kReporting,  ///< the threads that report phones
-    kFailure,    ///< outside any operation
-    kNote,
+/// The names of a kind of item, from meanings.txt.
+struct KindName {
+    const char* json;
+    const char* label;      ///< in the summary; empty: not a line of its own
+    const char* operation;  ///< what the host has called
+    const char* success;
 };
+extern const KindName kKindNames[];
+inline const KindName& NameOf(ItemKind kind) {
+    return kKindNames[static_cast<std::size_t>(kind)];
+}
 
-enum class Outcome {
+enum class Outcome : std::uint8_t {
     kWorked,
     kFailed,
     kOpen,     ///< its end is not in the log
@@ -56,26 +61,41 @@ struct Step {
     const Meaning* meaning = nullptr;
     std::string text;
     std::optional<std::uint32_t> code;
-    std::uint64_t line = 0;
+    Mark place;
     std::uint64_t times = 1;
 };
 
 /// One thing that happened.
 struct Item {
-    ItemKind kind = ItemKind::kNote;
-    Outcome outcome = Outcome::kWorked;
-    std::uint64_t line = 0;  ///< where it began
-    std::string time;
-    std::optional<std::int64_t>
-        micros;  ///< how long it took; of an open one at the end, until then
-    std::string process;
+    Item(ItemKind what, Outcome how, Mark where, std::string who, std::string words)
+        : kind(what),
+          outcome(how),
+          begin(std::move(where)),
+          thread(std::move(who)),
+          text(std::move(words)) {}
+
+    ItemKind kind;
+    Outcome outcome;
+    Mark begin;
     std::string thread;
-    std::string text;         ///< in plain words, one sentence or two
+    std::string text;  ///< in plain words, one sentence or two
+    Micros micros;     ///< how long it took; of an open one at the end, until then
+    std::string process;
     std::vector<Step> chain;  ///< of a failure, in the order of the log
     std::string cause;        ///< its likely cause; empty without one
     std::string remedy;
-    unsigned attempts = 0;  ///< of an image to be written
-    bool isAtEnd = false;   ///< open, because the log ends first
+    unsigned attempts = 0;       ///< of an image to be written
+    bool isAtEnd = false;        ///< open, because the log ends first
+    std::uint64_t times = 1;     ///< of a note that is repeated
+    std::uint64_t lastLine = 0;  ///< of its last repetition
+};
+
+/// A tag that a process has used.
+struct Tag {
+    std::string route;
+    std::string chip;
+    unsigned traits = 0;  ///< of both
+    bool isSilent = false;
 };
 
 /// The figures of one process.
@@ -91,23 +111,25 @@ struct Totals {
         std::int64_t longest = 0;
     };
     struct Cause {
-        std::uint64_t times = 0;
+        std::string text;
+        Mark first;
         std::string remedy;
+        std::uint64_t times = 1;
     };
     static constexpr std::size_t kMostCauses = 32;
 
     std::string process;
-    std::string route;  ///< the last one
-    std::string chip;
+    std::vector<Tag> tags;  ///< the one that DeviceInit found, then the Bluetooth keyboard
     std::string firstTime;
     std::string lastTime;
     std::uint64_t records = 0;
     std::map<ItemKind, Timed> kinds;
-    std::uint64_t known = 0;  ///< numbers that were not new
-    std::uint64_t unusual = 0;
-    std::map<std::string, Cause> causes;    ///< of failures
-    std::map<std::string, Cause> oddities;  ///< what was unusual
+    std::uint64_t known = 0;      ///< numbers that were not new
+    std::vector<Cause> causes;    ///< of failures
+    std::vector<Cause> oddities;  ///< what was unusual
 };
+
+class ProcessStory;
 
 class Story {
   public:
@@ -115,7 +137,9 @@ class Story {
     explicit Story(Sink sink);
     ~Story();
 
-    void Take(const Entry& entry);
+    void Take(Entry entry);
+    /// Tells what is held back to count its repetitions.
+    void Flush();
     /// The log has ended: what is open is not finished.
     void End();
 
@@ -127,15 +151,11 @@ class Story {
     static constexpr std::size_t kMostProcesses = 64;
 
   private:
-    struct Process;
-
-    Process& ProcessOf(const Entry& entry);
-
     Sink m_sink;
-    std::deque<std::unique_ptr<Process>> m_processes;
-    Process* m_last = nullptr;
+    std::vector<std::unique_ptr<ProcessStory>> m_processes;
+    std::uint64_t m_taken = 0;
     std::uint64_t m_dropped = 0;
-    std::optional<std::int64_t> m_lastMicros;
+    Micros m_lastMicros;
 };
 
 }  // namespace lab::explain

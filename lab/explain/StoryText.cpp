@@ -12,61 +12,29 @@ namespace {
 
 constexpr std::size_t kLineWidth = 9;       // of the number of a line
 constexpr std::size_t kTimeWidth = 12;      // at least
-constexpr std::size_t kOutcomeWidth = 8;    // of the word for the outcome
+constexpr std::size_t kOutcomeWidth = 9;    // of the word for the outcome
 constexpr std::size_t kLiveIndent = 36;     // where the text of a run's lines begins
+constexpr std::size_t kAdviceIndent = 7;    // behind "Cause: " and "Do:    "
 constexpr std::size_t kMostProcesses = 20;  // in the summary for people
-constexpr std::size_t kLabelWidth = 12;
+constexpr std::size_t kLabelWidth = 15;
+constexpr std::size_t kNarrowest = 30;        // text that is wrapped
 constexpr std::int64_t kShownAtLeast = 1000;  // microseconds that are worth a place in the summary
 
-struct KindName {
-    ItemKind kind;
+struct OutcomeName {
     const char* json;
-    const char* label;  // in the summary; null: not a line of its own
+    const char* word;
 };
-constexpr std::array<KindName, 14> kKinds{{
-    {ItemKind::kCreate, "create", "Managers"},
-    {ItemKind::kStart, "start", "Starts"},
-    {ItemKind::kConnect, "connect", "Connects"},
-    {ItemKind::kDisconnect, "disconnect", nullptr},
-    {ItemKind::kWrite, "write", "Writes"},
-    {ItemKind::kUpdate, "update", "Updates"},
-    {ItemKind::kRefresh, "refresh", "Refreshes"},
-    {ItemKind::kRead, "read", "Reads"},
-    {ItemKind::kReadNumber, "read-number", "Number reads"},
-    {ItemKind::kRenew, "renew", "New numbers"},
-    {ItemKind::kVisit, "visit", "Visits"},
-    {ItemKind::kReporting, "reporting", nullptr},
-    {ItemKind::kFailure, "failure", "Other"},
-    {ItemKind::kNote, "note", nullptr},
-}};
-
-const KindName& NameOf(ItemKind kind) {
-    return *std::find_if(kKinds.begin(), kKinds.end(),
-                         [kind](const KindName& one) { return one.kind == kind; });
-}
-
-const char* JsonOutcome(Outcome outcome) {
-    switch (outcome) {
-        case Outcome::kFailed:
-            return "failed";
-        case Outcome::kOpen:
-            return "open";
-        case Outcome::kUnusual:
-            return "unusual";
-        default:
-            return "worked";
-    }
-}
+constexpr std::array<OutcomeName, 4> kOutcomes{
+    {{"worked", ""}, {"failed", "FAILED"}, {"open", "OPEN"}, {"unusual", "unusual"}}};
 
 std::string Duration(std::int64_t micros) {
     std::array<char, 48> text{};
     const double seconds = static_cast<double>(micros) / 1e6;
-    if (seconds < 1) {
-        std::snprintf(text.data(), text.size(), "%.0f ms", seconds * 1000);
-    } else if (seconds < 120) {
-        std::snprintf(text.data(), text.size(), "%.2f s", seconds);
+    const long long whole = micros / 1'000'000;
+    if (seconds < 120) {
+        std::snprintf(text.data(), text.size(), seconds < 1 ? "%.0f ms" : "%.2f s",
+                      seconds < 1 ? seconds * 1000 : seconds);
     } else {
-        const auto whole = static_cast<long long>(seconds);
         std::snprintf(text.data(), text.size(), "%lld min %lld s", whole / 60, whole % 60);
     }
     return text.data();
@@ -77,153 +45,174 @@ std::string Padded(std::string text, std::size_t width) {
     return text;
 }
 
-std::string Number(std::uint64_t value, std::size_t width = 0) {
-    std::string text = std::to_string(value);
-    return std::string(width - std::min(width, text.size()), ' ') + text;
-}
-
 std::string Times(std::uint64_t times) {
     return times == 1 ? "" : " (" + std::to_string(times) + " times)";
+}
+
+std::string Counted(std::uint64_t count, const char* what) {
+    return std::to_string(count) + what + (count == 1 ? "" : "s");
+}
+
+std::string TagText(const std::vector<Tag>& tags) {
+    std::string text;
+    for (const Tag& tag : tags) {
+        text += (text.empty() ? "" : ", and a keyboard on ") +
+                (tag.chip.empty() ? "" : tag.chip + " on ") +
+                (tag.route.empty() ? "an unknown route" : tag.route);
+    }
+    return text;
+}
+
+/// How often something happened, and how long it took.
+std::string TimedText(ItemKind kind, const Totals& totals, const Style& style) {
+    const Totals::Timed& of = totals.kinds.at(kind);
+    const bool isVisit = kind == ItemKind::kVisit;
+    const bool isFailure = kind == ItemKind::kFailure || kind == ItemKind::kReadNumber;
+    std::string text =
+        isFailure ? "" : std::to_string(of.worked) + (isVisit ? " complete" : " worked");
+    const auto add = [&](std::uint64_t count, const std::string& what) {
+        text += count == 0 ? "" : (text.empty() ? "" : ", ") + std::to_string(count) + what;
+    };
+    add(of.retried, " of them after retries");
+    add(of.open - of.atEnd, isVisit ? " without a leave" : " without an end");
+    add(of.atEnd, " not finished when the log ends");
+    add(of.failed, style.Red(" failed"));
+    if (of.timed > 0 && of.longest >= kShownAtLeast) {
+        text += "; " + Duration(of.sum / static_cast<std::int64_t>(of.timed)) +
+                " on average, the longest " + Duration(of.longest);
+    }
+    const bool hasKnown = kind == ItemKind::kRenew && totals.known > 0;
+    return text + (hasKnown ? "; " + std::to_string(totals.known) + " were not new" : "");
 }
 
 Json Safe(std::string_view text) {
     return ValidUtf8(text);
 }
 
+double Milliseconds(std::int64_t micros) {
+    return static_cast<double>(micros) / 1000;
+}
+
 Json TimedJson(const Totals::Timed& of) {
-    Json object;
-    object["worked"] = of.worked;
-    object["failed"] = of.failed;
-    object["open"] = of.open;
-    object["atEnd"] = of.atEnd;
-    object["retried"] = of.retried;
+    Json object{{"worked", of.worked},
+                {"failed", of.failed},
+                {"open", of.open},
+                {"atEnd", of.atEnd},
+                {"retried", of.retried}};
     if (of.timed > 0) {
-        object["averageMs"] = static_cast<double>(of.sum) / static_cast<double>(of.timed) / 1000;
-        object["longestMs"] = static_cast<double>(of.longest) / 1000;
+        object["averageMs"] = Milliseconds(of.sum) / static_cast<double>(of.timed);
+        object["longestMs"] = Milliseconds(of.longest);
     }
     return object;
 }
 
-Json CausesJson(const std::map<std::string, Totals::Cause>& causes) {
-    Json list = Json::array();
-    for (const auto& [text, cause] : causes) {
-        Json one;
-        one["text"] = Safe(text);
-        one["times"] = cause.times;
-        one["do"] = Safe(cause.remedy);
-        list.push_back(std::move(one));
-    }
-    return list;
-}
-
 }  // namespace
 
+std::string StoryText::Place(const Mark& place) const {
+    return (m_files.size() > 1 ? Printable(m_files.at(place.file)) + ":" : "") +
+           std::to_string(place.line);
+}
+
+/// Breaks the text at blanks; it begins at `indent`, and its further lines at `hanging`.
+std::string StoryText::Wrapped(const std::string& text, std::size_t indent,
+                               std::size_t hanging) const {
+    const std::size_t width = m_width > hanging + kNarrowest ? m_width : 0;
+    std::string wrapped;
+    std::size_t column = indent;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t blank = std::min(text.find(' ', at + 1), text.size());
+        if (width > 0 && column + blank - at > width && column > hanging) {
+            wrapped += "\n" + std::string(hanging, ' ');
+            column = hanging;
+            at += text[at] == ' ' ? 1 : 0;
+        }
+        wrapped += text.substr(at, blank - at);
+        column += blank - at;
+        at = blank;
+    }
+    return wrapped + "\n";
+}
+
 std::string StoryText::Head(const Item& item) const {
-    const std::string word = Padded(item.outcome == Outcome::kFailed    ? "FAILED"
-                                    : item.outcome == Outcome::kOpen    ? "OPEN"
-                                    : item.outcome == Outcome::kUnusual ? "unusual"
-                                                                        : "",
-                                    kOutcomeWidth);
+    const std::string word =
+        Padded(kOutcomes.at(static_cast<std::size_t>(item.outcome)).word, kOutcomeWidth);
     return item.outcome == Outcome::kFailed   ? m_style.Red(word)
            : item.outcome == Outcome::kWorked ? word
                                               : m_style.Yellow(word);
 }
 
-std::string StoryText::Body(const Item& item, std::size_t indent, bool hasLines) const {
+std::string StoryText::Body(const Item& item, std::string head, std::size_t indent) const {
+    const bool hasNumbers = !m_files.empty();
     std::string text = item.text;
     if (item.micros) {
         text += item.outcome == Outcome::kOpen ? " It began " + Duration(*item.micros) + " before."
                                                : " (" + Duration(*item.micros) + ")";
     }
-    text += "\n";
-    const std::string margin(indent, ' ');
-    if (!item.cause.empty()) {
-        text += margin + "Cause: " + item.cause + "\n";
+    text += Times(item.times);
+    if (item.times > 1 && hasNumbers) {
+        text += " The last one is in line " + std::to_string(item.lastLine) + ".";
     }
-    if (!item.remedy.empty()) {
-        text += margin + "Do:    " + item.remedy + "\n";
+    head += Wrapped(text, indent, indent);
+    const std::string margin(indent, ' ');
+    for (const auto& [label, what] :
+         {std::pair("Cause: ", &item.cause), {"Do:    ", &item.remedy}}) {
+        if (!what->empty()) {
+            head += margin + Wrapped(label + *what, indent, indent + kAdviceIndent);
+        }
     }
     for (const Step& step : item.chain) {
-        text += margin +
-                m_style.Dim((hasLines ? "line " + Number(step.line) + "  " : "") +
+        head += margin +
+                m_style.Dim((hasNumbers ? "line " + Place(step.place) + "  " : "") +
                             Printable(step.text) + Times(step.times)) +
                 "\n";
     }
-    return text;
+    return head;
 }
 
 std::string StoryText::ItemLines(const Item& item, bool hasProcesses) const {
-    const std::string time = Padded(Printable(item.time), kTimeWidth);
+    std::string place = Place(item.begin);
+    place.insert(0, std::max(place.size(), kLineWidth) - place.size(), ' ');
+    place += "  " + Padded(Printable(item.begin.time), kTimeWidth) + "  ";
     const std::string process =
         hasProcesses && !item.process.empty() ? "[" + Printable(item.process) + "] " : "";
-    return m_style.Dim(Number(item.line, kLineWidth) + "  " + time) + "  " + Head(item) + process +
-           Body(item, kLineWidth + time.size() + kOutcomeWidth + 4, true);
+    return Body(item, m_style.Dim(place) + Head(item) + process, place.size() + kOutcomeWidth);
 }
 
 std::string StoryText::LiveLines(const Item& item) const {
     std::array<char, 64> head{};
-    std::snprintf(head.data(), head.size(), "%12s  %-9s  %-10s ", item.time.c_str(),
+    std::snprintf(head.data(), head.size(), "%12s  %-9s  %-10s ", item.begin.time.c_str(),
                   Printable(item.thread).substr(0, 9).c_str(), "explained");
-    return m_style.Dim(head.data()) + (item.outcome == Outcome::kWorked ? "" : Head(item)) +
-           Body(item, kLiveIndent, false);
+    const bool hasWord = item.outcome != Outcome::kWorked;
+    return Body(item, m_style.Dim(head.data()) + (hasWord ? Head(item) : ""), kLiveIndent);
 }
 
 std::string StoryText::ProcessLines(const Totals& totals, bool isNamed) const {
-    std::string text;
-    if (isNamed) {
-        text += "\n" +
-                m_style.Bold("Process " + (totals.process.empty() ? std::string("without a number")
-                                                                  : Printable(totals.process))) +
-                "\n";
-    }
+    const std::string name =
+        totals.process.empty() ? "without a number" : Printable(totals.process);
+    std::string text = isNamed ? "\n" + m_style.Bold("Process " + name) + "\n" : "";
     const auto line = [&](const std::string& label, const std::string& value) {
-        text += "  " + Padded(label, kLabelWidth) + " " + value + "\n";
+        text += label + std::string(kLabelWidth - label.size(), ' ') +
+                Wrapped(value, kLabelWidth, kLabelWidth);
     };
-    if (!totals.route.empty() || !totals.chip.empty()) {
-        line("Tag", (totals.chip.empty() ? "" : totals.chip + " on ") +
-                        (totals.route.empty() ? "an unknown route" : totals.route));
+    if (!totals.tags.empty()) {
+        line("  Tag", TagText(totals.tags));
     }
     if (!totals.firstTime.empty()) {
-        line("Time", Printable(totals.firstTime) + " to " + Printable(totals.lastTime));
+        line("  Time", Printable(totals.firstTime) + " to " + Printable(totals.lastTime));
     }
-    for (const KindName& name : kKinds) {
-        const auto found = totals.kinds.find(name.kind);
-        if (found == totals.kinds.end() || name.label == nullptr) {
-            continue;
+    for (const auto& [kind, of] : totals.kinds) {
+        if (*NameOf(kind).label != '\0') {
+            line("  " + std::string(NameOf(kind).label), TimedText(kind, totals, m_style));
         }
-        const Totals::Timed& of = found->second;
-        std::string value =
-            std::to_string(of.worked) + (name.kind == ItemKind::kVisit ? " complete" : " worked");
-        if (name.kind == ItemKind::kFailure || name.kind == ItemKind::kReadNumber) {
-            value.clear();
-        }
-        const auto add = [&](std::uint64_t count, const char* what) {
-            value += count == 0 ? "" : (value.empty() ? "" : ", ") + std::to_string(count) + what;
-        };
-        add(of.retried, " of them after retries");
-        add(of.open - of.atEnd,
-            name.kind == ItemKind::kVisit ? " without a leave" : " without an end");
-        add(of.atEnd, " not finished when the log ends");
-        if (of.failed > 0) {
-            value +=
-                (value.empty() ? "" : ", ") + m_style.Red(std::to_string(of.failed) + " failed");
-        }
-        if (of.timed > 0 && of.longest >= kShownAtLeast) {
-            value += "; " + Duration(of.sum / static_cast<std::int64_t>(of.timed)) +
-                     " on average, the longest " + Duration(of.longest);
-        }
-        if (name.kind == ItemKind::kRenew && totals.known > 0) {
-            value += "; " + std::to_string(totals.known) + " were not new";
-        }
-        line(name.label, value);
     }
     for (const auto* const list : {&totals.causes, &totals.oddities}) {
-        for (const auto& [cause, of] : *list) {
-            line(list == &totals.causes ? m_style.Red(Padded("Failure", kLabelWidth))
-                                        : m_style.Yellow(Padded("Unusual", kLabelWidth)),
-                 cause + Times(of.times));
-            if (!of.remedy.empty()) {
-                line("", "Do: " + of.remedy);
+        for (const Totals::Cause& cause : *list) {
+            text += list == &totals.causes ? m_style.Red("  Failure      ")
+                                           : m_style.Yellow("  Unusual      ");
+            const std::string place = m_files.empty() ? "" : "line " + Place(cause.first) + ": ";
+            text += Wrapped(place + cause.text + Times(cause.times), kLabelWidth, kLabelWidth);
+            if (!cause.remedy.empty()) {
+                line("", "Do: " + cause.remedy);
             }
         }
     }
@@ -232,126 +221,138 @@ std::string StoryText::ProcessLines(const Totals& totals, bool isNamed) const {
 
 std::string StoryText::Figures(const Story& story) const {
     const std::vector<const Totals*> processes = story.Processes();
+    const std::size_t shown = std::min(processes.size(), kMostProcesses);
     std::string text;
-    for (std::size_t i = 0; i < std::min(processes.size(), kMostProcesses); ++i) {
+    for (std::size_t i = 0; i < shown; ++i) {
         text += ProcessLines(*processes[i], processes.size() > 1);
     }
-    const std::uint64_t more =
-        processes.size() - std::min(processes.size(), kMostProcesses) + story.DroppedProcesses();
-    if (more > 0) {
-        text += "\n" + std::to_string(more) +
-                " more processes; --json has the figures of the last " +
-                std::to_string(Story::kMostProcesses) + ".\n";
-    }
-    return text;
+    const std::uint64_t more = processes.size() - shown + story.DroppedProcesses();
+    return text + (more == 0 ? ""
+                             : "\n" + std::to_string(more) +
+                                   " more processes; --json has the figures of the last " +
+                                   std::to_string(Story::kMostProcesses) + ".\n");
 }
 
 std::string StoryText::Summary(const LogFacts& facts, const Story& story) const {
-    std::string text = m_style.Bold(Printable(facts.name)) + ": " + std::to_string(facts.lines) +
-                       (facts.lines == 1 ? " line: " : " lines: ") + std::to_string(facts.library) +
-                       " of the library";
-    if (facts.library != facts.records) {
-        text +=
-            " (" + std::to_string(facts.records) + (facts.records == 1 ? " record)" : " records)");
-    }
-    text += ", " + (facts.unknown > 0 ? std::to_string(facts.unknown) + " unknown, " : "") +
-            std::to_string(facts.others) + " of others.\n";
-    if (facts.library == 0) {
-        return text +
-               "No line of the library was found: its lines end with (LogWarnFun) or "
-               "(LogErrorFun).\n";
-    }
-    if (facts.unknown > 0) {
-        text +=
-            "The unknown lines end like the library's: they are damaged, or of another version.\n";
-    }
+    const LineCounts& counts = facts.counts;
     const PrefixLayout& layout = facts.layout;
-    text += std::string("Before each line: ") + (layout.HasTime() ? "a time" : "no time") +
-            (layout.HasProcess() ? ", a process" : ", no process") +
-            (layout.HasThread() ? ", a thread.\n" : ", no thread.\n");
+    std::string names;
+    for (const std::string& file : facts.files) {
+        names += (names.empty() ? "" : ", ") + Printable(file);
+    }
+    std::string lines = ": " + Counted(counts.lines, " line") + ": " +
+                        std::to_string(counts.library) + " of the library";
+    lines +=
+        counts.library == counts.records ? "" : " (" + Counted(counts.records, " record") + ")";
+    lines += counts.unknown > 0 ? ", " + std::to_string(counts.unknown) + " unknown" : "";
+    lines += ", " + std::to_string(counts.Others()) + " of others.";
+    const std::string text = m_style.Bold(names) + Wrapped(lines, names.size(), 0);
+    if (counts.library == 0) {
+        return text + Wrapped(
+                          "No line of the library was found: its lines end with (LogWarnFun) "
+                          "or (LogErrorFun).",
+                          0, 0);
+    }
+    std::string before =
+        layout.HasTime() ? "Before each line: a time" : "Before each line: no time";
+    before += layout.HasProcess() ? ", a process" : ", no process";
+    before += layout.HasThread() ? ", a thread." : ", no thread.";
+    if (counts.unknown > 0) {
+        before +=
+            " The unknown lines end like the library's: they are damaged, or of another version.";
+    }
     if (layout.HasWholeSeconds()) {
-        text += "The times have whole seconds: each length is wrong by up to a second.\n";
+        before += " The times have whole seconds: each length is wrong by up to a second.";
     }
     if (!layout.HasThread()) {
-        text +=
-            "The lines do not name their thread, so a failure may be listed under another "
-            "operation.\n";
+        before += " So a failure may be listed under another operation.";
     }
-    return text + Figures(story) + "\n" + m_style.Bold("What happened, with the line of the log:") +
-           "\n";
+    return text + Wrapped(before, 0, 0) + Figures(story);
 }
 
-std::string ItemJson(const Item& item) {
-    Json object;
-    object["kind"] = NameOf(item.kind).json;
-    object["outcome"] = JsonOutcome(item.outcome);
-    object["line"] = item.line;
-    object["time"] = Safe(item.time);
-    if (item.micros) {
-        object["ms"] = static_cast<double>(*item.micros) / 1000;
-    }
-    object["process"] = Safe(item.process);
-    object["thread"] = Safe(item.thread);
-    object["text"] = Safe(item.text);
-    if (item.outcome == Outcome::kOpen) {
-        object["atEnd"] = item.isAtEnd;
-    }
-    if (item.attempts > 0) {
-        object["attempts"] = item.attempts;
-    }
-    if (!item.cause.empty()) {
-        object["cause"] = Safe(item.cause);
-    }
-    if (!item.remedy.empty()) {
-        object["do"] = Safe(item.remedy);
-    }
+std::string StoryText::ItemJson(const Item& item) const {
+    Json object{{"kind", NameOf(item.kind).json},
+                {"outcome", kOutcomes.at(static_cast<std::size_t>(item.outcome)).json},
+                {"file", Safe(m_files.at(item.begin.file))},
+                {"line", item.begin.line},
+                {"time", Safe(item.begin.time)},
+                {"process", Safe(item.process)},
+                {"thread", Safe(item.thread)},
+                {"text", Safe(item.text)}};
+    const auto add = [&](bool isThere, const char* name, Json value) {
+        if (isThere) {
+            object[name] = std::move(value);
+        }
+    };
+    add(item.micros.has_value(), "ms", Milliseconds(item.micros.value_or(0)));
+    add(item.outcome == Outcome::kOpen, "atEnd", item.isAtEnd);
+    add(item.attempts > 0, "attempts", item.attempts);
+    add(item.times > 1, "times", item.times);
+    add(item.times > 1, "lastLine", item.lastLine);
+    add(!item.cause.empty(), "cause", Safe(item.cause));
+    add(!item.remedy.empty(), "do", Safe(item.remedy));
     for (const Step& step : item.chain) {
-        Json one;
-        one["line"] = step.line;
-        one["text"] = Safe(step.text);
-        one["times"] = step.times;
+        Json one{{"file", Safe(m_files.at(step.place.file))},
+                 {"line", step.place.line},
+                 {"text", Safe(step.text)},
+                 {"times", step.times},
+                 {"means", Safe(step.meaning->Text(step.code))}};
         if (step.code) {
             one["code"] = *step.code;
         }
-        one["means"] = Safe(step.meaning->Text(step.code));
         object["chain"].push_back(std::move(one));
     }
     return object.dump(-1, ' ', true) + "\n";
 }
 
-std::string SummaryJson(const LogFacts& facts, const Story& story) {
-    Json object;
-    object["kind"] = "summary";
-    object["file"] = Safe(facts.name);
-    object["bytes"] = facts.bytes;
-    object["lines"] = facts.lines;
-    object["library"] = facts.library;
-    object["unknown"] = facts.unknown;
-    object["others"] = facts.others;
-    object["records"] = facts.records;
-    object["hasTime"] = facts.layout.HasTime();
-    object["hasWholeSeconds"] = facts.layout.HasWholeSeconds();
-    object["hasProcess"] = facts.layout.HasProcess();
-    object["hasThread"] = facts.layout.HasThread();
-    object["droppedProcesses"] = story.DroppedProcesses();
-    object["processes"] = Json::array();
+std::string StoryText::SummaryJson(const LogFacts& facts, const Story& story) const {
+    const LineCounts& counts = facts.counts;
+    const PrefixLayout& layout = facts.layout;
+    Json files = Json::array();
+    for (const std::string& file : facts.files) {
+        files.push_back(Safe(file));
+    }
+    Json object{{"kind", "summary"},
+                {"file", files.at(0)},
+                {"files", files},
+                {"bytes", facts.bytes},
+                {"lines", counts.lines},
+                {"library", counts.library},
+                {"unknown", counts.unknown},
+                {"others", counts.Others()},
+                {"records", counts.records},
+                {"hasTime", layout.HasTime()},
+                {"hasWholeSeconds", layout.HasWholeSeconds()},
+                {"hasProcess", layout.HasProcess()},
+                {"hasThread", layout.HasThread()},
+                {"droppedProcesses", story.DroppedProcesses()},
+                {"processes", Json::array()}};
     for (const Totals* const totals : story.Processes()) {
-        Json one;
-        one["process"] = Safe(totals->process);
-        one["route"] = Safe(totals->route);
-        one["chip"] = Safe(totals->chip);
-        one["from"] = Safe(totals->firstTime);
-        one["to"] = Safe(totals->lastTime);
-        one["records"] = totals->records;
-        for (const KindName& name : kKinds) {
-            const auto found = totals->kinds.find(name.kind);
-            if (found != totals->kinds.end()) {
-                one[name.json] = TimedJson(found->second);
-            }
+        const Tag tag = totals->tags.empty() ? Tag() : totals->tags.front();
+        Json one{{"process", Safe(totals->process)},
+                 {"route", tag.route},
+                 {"chip", tag.chip},
+                 {"tags", Json::array()},
+                 {"from", Safe(totals->firstTime)},
+                 {"to", Safe(totals->lastTime)},
+                 {"records", totals->records}};
+        for (const Tag& used : totals->tags) {
+            one["tags"].push_back({{"route", used.route}, {"chip", used.chip}});
+        }
+        for (const auto& [kind, of] : totals->kinds) {
+            one[NameOf(kind).json] = TimedJson(of);
         }
         one["notNew"] = totals->known;
-        one["failures"] = CausesJson(totals->causes);
-        one["unusual"] = CausesJson(totals->oddities);
+        for (const auto* const list : {&totals->causes, &totals->oddities}) {
+            Json& causes = one[list == &totals->causes ? "failures" : "unusual"] = Json::array();
+            for (const Totals::Cause& cause : *list) {
+                causes.push_back({{"text", Safe(cause.text)},
+                                  {"times", cause.times},
+                                  {"do", Safe(cause.remedy)},
+                                  {"file", Safe(m_files.at(cause.first.file))},
+                                  {"line", cause.first.line}});
+            }
+        }
         object["processes"].push_back(std::move(one));
     }
     return object.dump(-1, ' ', true) + "\n";

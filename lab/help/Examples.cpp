@@ -64,11 +64,13 @@ constexpr std::array<CommandExamples, 6> kExamples{{
      "      The log of a whole run in plain words."},
     {"explain",
      "  tagport-lab explain customer.log\n"
-     "      A summary, then each operation, visit and failure with the line of the log.\n"
+     "      Each operation, visit and failure with the line of the log, then a summary.\n"
+     "  tagport-lab explain --failures app.log.2 app.log.1 app.log\n"
+     "      Only what failed, in several logs.\n"
      "  zcat old.log.gz | tagport-lab explain -\n"
-     "      The same from a pipe.\n"
-     "  tagport-lab explain --json customer.log | grep '\"outcome\":\"failed\"'\n"
-     "      Only the failures, an object a line.\n"
+     "      From a pipe; tail -n +1 -f app.log follows a log that grows.\n"
+     "  tagport-lab explain --json customer.log\n"
+     "      An object a line, for programs.\n"
      "\n"
      "The host's sink may write anything before each line: time, process, thread and level are\n"
      "found there. Lines of other programs are counted and left out."},

@@ -9,7 +9,7 @@
 namespace lab::explain {
 
 /// A date and time, or a time alone.
-struct ClockText {
+struct Clock {
     std::size_t begin = 0;  ///< its place in the prefix
     std::size_t end = 0;
     std::int64_t micros = 0;  ///< since some day, or since midnight
@@ -19,10 +19,8 @@ struct ClockText {
 constexpr std::int64_t kMicrosPerSecond = 1'000'000;
 constexpr std::int64_t kMicrosPerDay = 86'400 * kMicrosPerSecond;
 
-/// The first one. Understands, each with . , or : and a fraction after the seconds, AM or PM, and
-/// an offset from UTC, which is ignored: 2026-11-25 13:26:48, 2026/11/25T13:26:48, 25.11.2026
-/// 13:26:48, 11/25/2026 1:26:48 PM, 20261125-132648, 11-25 13:26:48, Nov 25 13:26:48, 25 Nov 2026
-/// 13:26:48, 25/Nov/2026:13:26:48, 13:26:48.
-std::optional<ClockText> FindClock(std::string_view prefix);
+/// The first one. Its forms are the lists in Clock.cpp, each with . , or : and a fraction after the
+/// seconds, AM or PM, and an offset from UTC, which is ignored.
+std::optional<Clock> FindClock(std::string_view prefix);
 
 }  // namespace lab::explain
