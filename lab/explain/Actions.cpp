@@ -116,10 +116,11 @@ void ProcessStory::AddUnusual(Lane& lane, const Entry& entry, ItemKind /*kind*/)
 void ProcessStory::Begin(Lane& lane, const Entry& entry, ItemKind kind) {
     Close(lane);
     lane.seen.reset();
-    lane.operation.emplace();
-    lane.operation->kind = kind;
-    lane.operation->begin = entry.place;
-    lane.operation->isDone = kind == ItemKind::kDisconnect;  // it has no last line
+    Operation operation;
+    operation.kind = kind;
+    operation.begin = entry.place;
+    operation.isDone = kind == ItemKind::kDisconnect;  // it has no last line
+    lane.operation = std::move(operation);
     if (kind == ItemKind::kCreate && !m_chip.open.empty()) {
         m_rearmed = "Create";
     }
