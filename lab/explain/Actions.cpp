@@ -52,24 +52,14 @@ void ProcessStory::Notice(Lane& lane, const Entry& entry, ItemKind kind) {
             }
             break;
         case Role::kChipRetry:
-            ++(lane.Writes() ? operation.chipRetries : lane.renewRetries);
-            break;
-        case Role::kWriteStored:
-            operation.isStored = true;
+            ++lane.retries;
             break;
         case Role::kThreadsStart:
             lane.threadsStart = entry.place.order;
-            lane.isWatchKnown = false;
             m_rearmed = m_chip.open.empty() ? "" : "WriteMessage";
-            break;
-        case Role::kThreadsKnown:
-            lane.isWatchKnown = true;
             break;
         case Role::kRenewKnown:
             ++m_totals.known;
-            break;
-        case Role::kRenewStored:
-            lane.isRenewStored = true;
             break;
         case Role::kVisitLeft:
             if (!m_chip.open.empty()) {
@@ -116,6 +106,7 @@ void ProcessStory::AddUnusual(Lane& lane, const Entry& entry, ItemKind /*kind*/)
 void ProcessStory::Begin(Lane& lane, const Entry& entry, ItemKind kind) {
     Close(lane);
     lane.seen.reset();
+    lane.retries = 0;
     Operation operation;
     operation.kind = kind;
     operation.begin = entry.place;
@@ -154,8 +145,7 @@ void ProcessStory::Succeed(Lane& lane, const Entry& entry, ItemKind kind) {
 void ProcessStory::Fail(Lane& lane, const Entry& entry, ItemKind kind) {
     AddStep(lane, entry, kind);
     if (lane.operation && Contains(lane.operation->kind, kind)) {
-        lane.operation->hasFailed = true;
-        return;
+        return;  // seen: the outer one fails at its end
     }
     if (!lane.Is(kind)) {
         std::vector<Step> chain = std::exchange(lane.chain, {});
@@ -214,7 +204,6 @@ void ProcessStory::NotRead(Lane& lane, const Entry& /*entry*/, ItemKind kind) {
     if (!lane.Is(kind)) {
         return;
     }
-    lane.operation->hasFailed = false;
     lane.operation->note = " Before it the tag held no message of this library.";
     if (isHarmless) {
         lane.chain.clear();
@@ -231,21 +220,21 @@ void ProcessStory::HaveThreads(Lane& lane, const Entry& entry, ItemKind kind) {
     }
     // The thread that watches for leaves stays for the whole life of a process, or ends in the
     // middle of a visit.
-    if (std::exchange(m_hasThreads, true) && !lane.isWatchKnown) {
+    if (std::exchange(m_hasThreads, true) && !lane.HasSeen(Role::kThreadsKnown)) {
         LoseBefore(lane.threadsStart);
     }
     if (lane.Is(kind)) {
         lane.operation->note +=
             hasFailed ? " The threads that report phones could not be started." : "";
-        Finish(lane, hasFailed || lane.operation->hasFailed ? Outcome::kFailed : Outcome::kWorked,
-               entry.place.micros);
+        const bool isFailed = hasFailed || lane.HasSeen(Role::kWriteFails);
+        Finish(lane, isFailed ? Outcome::kFailed : Outcome::kWorked, entry.place.micros);
     }
 }
 
 void ProcessStory::FailNumberRead(Lane& lane, const Entry& entry, ItemKind kind) {
     AddStep(lane, entry, kind);
     // Without a write around it, it is an operation of its own.
-    if (!lane.isRenewStored && !lane.Writes()) {
+    if (!lane.HasSeen(Role::kRenewStored) && !lane.Writes()) {
         std::vector<Step> chain = std::exchange(lane.chain, {});
         Close(lane);
         lane.chain.swap(chain);
@@ -275,8 +264,11 @@ void ProcessStory::EndRenewal(Lane& lane, const Entry& entry, ItemKind kind) {
         item.micros = Between(item.begin.micros, entry.place.micros);
         m_renewals.pop_front();
     }
-    item.attempts =
-        std::exchange(lane.renewRetries, 0) + (std::exchange(lane.isRenewStored, false) ? 1 : 0);
+    item.attempts = lane.retries + (lane.HasSeen(Role::kRenewStored) ? 1 : 0);
+    if (!lane.operation) {
+        lane.retries = 0;
+        lane.seen.reset();
+    }
     if (hasFailed) {
         AddStep(lane, entry, kind);
     }
@@ -289,7 +281,8 @@ void ProcessStory::EndRenewal(Lane& lane, const Entry& entry, ItemKind kind) {
 
 void ProcessStory::LoseRenewal() {
     TellOpen(ItemKind::kRenew, m_renewals.front(),
-             "WriteRandNum: the new number is not on the tag");
+             m_isLogsEnd ? "WriteRandNum: the new number is not on the tag yet when the log ends."
+                         : "WriteRandNum: its end is not in the log.");
     m_renewals.pop_front();
 }
 
@@ -368,7 +361,8 @@ void ProcessStory::MissListener(Lane& lane, const Entry& entry, ItemKind kind) {
 
 void ProcessStory::LoseVisit(Source& source) {
     TellOpen(ItemKind::kVisit, source.open.front().begin,
-             "A phone came, and its leave is not reported");
+             m_isLogsEnd ? "A phone came, and has not left when the log ends."
+                         : "A phone came, and its leave is not in the log.");
     source.open.pop_front();
 }
 

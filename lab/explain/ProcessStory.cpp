@@ -174,8 +174,8 @@ void ProcessStory::Finish(Lane& lane, Outcome outcome, Micros end) {
     const KindName& name = NameOf(operation.kind);
     Item item{operation.kind, outcome, operation.begin, lane.thread, name.operation};
     item.micros = Between(operation.begin.micros, end);
-    item.attempts =
-        std::max(operation.tries, operation.chipRetries + (operation.isStored ? 1U : 0U));
+    const bool isStored = lane.HasSeen(Role::kWriteStored);
+    item.attempts = std::max(operation.tries, lane.retries + (isStored ? 1U : 0U));
     item.chain.swap(lane.chain);
     if (outcome == Outcome::kOpen) {
         item.isAtEnd = m_isLogsEnd;
@@ -184,8 +184,8 @@ void ProcessStory::Finish(Lane& lane, Outcome outcome, Micros end) {
             m_isLogsEnd ? ": not finished when the log ends." : ": its end is not in the log.";
     } else if (outcome == Outcome::kFailed) {
         item.text += " failed";
-        item.text += !isWrite              ? "."
-                     : !operation.isStored ? ": the message is not on the tag."
+        item.text += !isWrite    ? "."
+                     : !isStored ? ": the message is not on the tag."
                      : lane.HasSeen(Role::kSent)
                          ? ": the image was written, but not found on the tag."
                          : ": nothing was sent to a tag.";
@@ -228,7 +228,6 @@ void ProcessStory::TellNote(const Mark& begin, std::string text, std::string_vie
 
 void ProcessStory::TellOpen(ItemKind kind, const Mark& begin, const std::string& text) {
     Item item{kind, Outcome::kOpen, begin, {}, text};
-    item.text += m_isLogsEnd ? " when the log ends." : " in the log.";
     item.isAtEnd = m_isLogsEnd;
     item.micros = m_isLogsEnd ? Between(begin.micros, m_logsEnd) : std::nullopt;
     Tell(std::move(item));

@@ -27,12 +27,9 @@ class ProcessStory {
         ItemKind kind = ItemKind::kNote;
         Mark begin;
         bool isDone = false;  ///< of one without a last line: has come to its end
-        bool hasFailed = false;
-        bool isStored = false;
         bool isOdd = false;
         Micros doneAt;
         unsigned tries = 0;
-        unsigned chipRetries = 0;
         std::string note;  ///< a further sentence
     };
     struct Visit {
@@ -59,11 +56,9 @@ class ProcessStory {
         Role previous = Role::kDetail;
         ThreadKind kind = ThreadKind::kAny;  ///< of its last line that shows it
         std::uint64_t threadsStart = 0;      ///< the order of the line
-        bool isWatchKnown = false;           ///< the thread that watches for leaves ran already
         bool isLoopNormal = false;
         bool isRefusalNormal = false;
-        bool isRenewStored = false;
-        unsigned renewRetries = 0;
+        unsigned retries = 0;  ///< of a chip's image
         std::uint64_t lastOrder = 0;
         bool IsIdle() const { return !operation && chain.empty() && !held; }
         bool Is(ItemKind one) const { return operation && operation->kind == one; }
@@ -112,7 +107,7 @@ class ProcessStory {
     void TellLoose(Lane& lane);
     void TellChain(Lane& lane, ItemKind kind, std::string_view text);
     void TellNote(const Mark& begin, std::string text, std::string_view advice = {});
-    /// Of something without an end. `text` ends with what is missing.
+    /// Of something without an end.
     void TellOpen(ItemKind kind, const Mark& begin, const std::string& text);
     void Tell(Item item);
     void LoseVisit(Source& source);
