@@ -18,14 +18,14 @@
 ///   - Routes 1 and 2: events 3 and 4 come on the interrupt thread, event 1 on the deferred call
 ///     thread. Route 3: all events come on the keyboard read thread.
 ///   - Route 4: events are delivered one at a time, normally on the Bluetooth client's thread that
-///     notified them, which blocks meanwhile. If the client notifies inside a call that the library
-///     made, the event is queued and delivered when the manager's operation ends, on the thread
-///     that called it. That can be your own thread, inside a listener call (re-entrancy).
+///     notified them, which blocks meanwhile. If the client notifies inside a call of the library,
+///     the event is queued (64 at most, newer ones are lost) and delivered when the operation ends,
+///     on the thread that called it: maybe yours, inside a listener call (re-entrancy).
 ///   - So hold no mutex that the listener takes while you call the manager.
 ///   - A thread that runs a listener takes no further interrupt, report or notification. Return
 ///     quickly.
-///   - These wait for a listener: the interrupt thread at a first report for the listener of
-///     event 1; BtConnect and BtDisconnect for a delivery of route 4. Nothing else does.
+///   - These wait for a listener: the interrupt thread at a first report for that of event 1;
+///     BtConnect, BtDisconnect and the next event of route 4 for a delivery of route 4.
 ///
 /// **Which visits are reported**
 ///   - The leave comes up to 8 s after the phone has gone, and up to 15 s with two visits open.

@@ -148,7 +148,7 @@ class TAGPORT_EXPORT NfcManager {
 
     /// Connects a Bluetooth keyboard, which is an active route from then on.
     /// Returns true when its notifications are subscribed as well.
-    /// Blocks as long as the client does, and for a delivery of an earlier connection.
+    /// Blocks as long as the client does, for other reads and writes, and for a running delivery.
     /// Changes the connection, also if only the subscription failed: writes then reach the
     /// keyboard, and BtDisconnect is needed.
     ///
@@ -160,7 +160,7 @@ class TAGPORT_EXPORT NfcManager {
 
     /// Ends the connection to this address.
     /// Returns false when it is not the address connected last, or nothing is connected.
-    /// Blocks as long as the client does, and for a delivery that runs.
+    /// Blocks as long as the client does, for other reads and writes, and for a running delivery.
     /// Changes the connection. No event of route 4 comes after it has returned.
     bool BtDisconnect(std::uint64_t address);
 
