@@ -28,8 +28,8 @@ std::uint8_t g_buffer[4096];  // the operations read into it and write from it
 Operation Read(std::uint16_t reg, std::int32_t len, std::uint8_t* buffer = g_buffer) {
     return [=](Driver& driver) { return driver.ReadReg(reg, len, buffer); };
 }
-Operation State(std::uint16_t state, std::int32_t len) {
-    return [=](Driver& driver) { return driver.ReadState(state, len, g_buffer); };
+Operation State(std::uint16_t state, std::int32_t len, std::uint8_t* buffer = g_buffer) {
+    return [=](Driver& driver) { return driver.ReadState(state, len, buffer); };
 }
 Operation Write(std::uint16_t reg, std::int32_t len, const std::uint8_t* data = g_buffer) {
     return [=](Driver& driver) { return driver.WriteReg(reg, data, len); };
@@ -117,10 +117,13 @@ const Traffic kNormalTraffic[] = {
     // What fits a frame, and what does not.
     {Write(16, 2046), "", true, "W 00 10" + BufferBytes(2046), "", kUnwritten},
     {Write(16, 2047), "", false, "", "E NfcWrite len: 2049 too large"},
+    {Write(16, 2048), "", false, "", "E NfcWrite len: 2050 too large"},
+    {Write(16, 2049), "", false, "", "E NfcWrite reg: 16, infoLength: 2049"},
     {Write(16, -1), "", false, "", "E NfcWrite reg: 16, infoLength: -1"},
     {Read(16, 2048), std::string(4096, '0'), true, "W 00 10, sleep 3, R 2048", "",
      kUnaddressed + "16 failed" + kUnread, 0},
     {Read(16, 2049), "", false, "", "E NfcRead reg: 16, readLength: 2049"},
+    {Read(16, 0), "", false, "", "E NfcRead reg: 16, readLength: 0"},
     {Read(16, 4, nullptr), "", false, "", "E NfcRead reg: 16, readLength: 4"},
 };
 
@@ -151,11 +154,20 @@ const Traffic kExtendTraffic[] = {
     // What fits a frame, and what does not.
     {Write(16, 246), "", true, "W 00 10 00 f6" + BufferBytes(246), "", kUnwritten},
     {Write(16, 247), "", false, "", "E NfcExtend len: 251 too large"},
+    {Write(16, 250), "", false, "", "E NfcExtend len: 254 too large"},
+    {Write(16, 251), "", false, "", "E reg: 16, infoLength: 251"},
     {Write(16, -1), "", false, "", "E reg: 16, infoLength: -1"},
     {Write(18, 16), "", false, "", "E reg: 0x12 need align with block"},
+    {Read(16, 2048), std::string(4096, '0'), true, "W 00 10 01 00, sleep 7, R 2048", "",
+     kUnsent + "address: 16 failed" + kUnread, 0},
     {Read(16, 0), "", false, "", "E reg: 16, readLength: 0"},
     {Read(16, 2049), "", false, "", "E reg: 16, readLength: 2049"},
+    {Read(16, 4, nullptr), "", false, "", "E reg: 16, readLength: 4"},
+    {State(0, 2048), std::string(4096, '0'), true, "W 00 00 02 00, sleep 7, R 2048", "",
+     kUnsent + "state: 0 failed" + kUnread, 0},
     {State(0, 0), "", false, "", "E state: 0, readLength: 0"},
+    {State(0, 2049), "", false, "", "E state: 0, readLength: 2049"},
+    {State(0, 4, nullptr), "", false, "", "E state: 0, readLength: 4"},
 };
 
 // One for each word of hexadecimal digits.

@@ -175,6 +175,16 @@ TEST(UpdateNfcContent, WritesWhatDiffers) {
     TwoRoutes setup;
     const auto update = [&setup] { return NfcManagerTestAccess::UpdateNfcContent(*setup.manager); };
     EXPECT_TRUE(update());
+    // The start makes two reads, the image ten.
+    for (const auto& [faults, lastLine] :
+         {std::pair{"read#3+=fail:31", "UpdateNfcContent ReadNfcContent failed"},
+          std::pair{"read#13+=fail:31", "ReadRandNum failed"}}) {
+        setup.SetFaults(faults);
+        EXPECT_FALSE(update());
+        EXPECT_EQ(setup.log.TakeUnannounced().back(), lastLine);
+    }
+    setup.SetFaults("");
+    setup.log.Clear();
     EXPECT_EQ(setup.pc.bluetooth()->ImagesStored(), 1U) << "equal content is not written again";
     SetNumber(*NfcManagerTestAccess::Message(*setup.manager), NumberOf(0x22));
     TwoRoutes::RefuseThreeWrites();

@@ -4,6 +4,7 @@
 
 #include "platform/services/standin/ClientBackDoor.h"
 #include "routes/NfcProxy.h"
+#include "routes/RouteState.h"
 #include "tests/support/PcWithHost.h"
 
 using LinkDockService::BleCall;
@@ -92,6 +93,13 @@ const struct {
      "NfcWriteTag reg: 32 fail 1, block num: i = 1, NfcWriteTag reg: 32 fail 1, block num: i = 1, "
      "NfcWriteTag reg: 16 fail 1, block num: i = 0"},
     {kReadNumber, "", true, " 122+16. 138+16.", ""},
+    {[](PcWithHost& setup, NfcProxy& proxy) {
+         const std::uint8_t before = g_pcModel.exchange(4);
+         const bool result = kReadNumber(setup, proxy);
+         g_pcModel = before;
+         return result;
+     },
+     "", false, "", "NFC g_pcModel type unsupport"},
     {kReadNumber, "read#1=fail:31", false, " 122+16.",
      "NFC ReadRandNumber fail 1, ReadRandNum reg: 122 failed"},
     {kReadNumber, "read#2=short:1", false, " 122+16. 138+16.",

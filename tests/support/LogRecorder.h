@@ -13,6 +13,10 @@ using Texts = std::vector<std::string>;
 /// Texts in one line, for tables: "W 00 10, sleep 40, R 2".
 std::string Joined(const Texts& texts);
 
+/// Appends "LEVEL line" to the file that the environment's TAGPORT_LINES names, unless a line that
+/// differs in numbers alone is there from this process or another child of its parent.
+void NoteLine(int level, std::string line);
+
 /// Is the logger's sink for its lifetime. Lines may come from any thread. Its end fails the test
 /// for every error line that was not announced.
 class LogRecorder {

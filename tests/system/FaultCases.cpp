@@ -1,28 +1,36 @@
 // Lists the ways in which a flow can fail, and causes them.
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <cstring>
 #include <map>
 #include <new>
 #include <set>
 
+#include "platform/BoundedMemory.h"
 #include "tests/system/FaultSweep.h"
 
 using emulation::Call;
 
 namespace {
 
-// The program's operator new(std::nothrow) fails on demand; the throwing one stays as it is.
-std::atomic<unsigned> g_allocations{0};  // without throwing, since the last FailAllocation
-std::atomic<unsigned> g_failing{0};      // the one that fails, from 1; 0 for none
+// What the program has of its own in place of the ordinary: one of many fails on demand.
+struct Failing {
+    std::atomic<unsigned> seen{0};  // since the last Fail
+    std::atomic<unsigned> due{0};   // the one that fails, from 1; 0 for none
 
-void FailAllocation(unsigned nth) {
-    g_failing = nth;
-    g_allocations = 0;
-}
+    void Fail(unsigned nth) {
+        due = nth;
+        seen = 0;
+    }
+    bool IsDue() { return ++seen == due; }
+};
+Failing g_allocations;  // operator new(std::nothrow); the throwing one stays as it is
+Failing g_copies;       // memcpy_s and memset_s
 
 void* AllocateUnlessDue(void* (*ordinary)(std::size_t), std::size_t size) noexcept {
     try {
-        return ++g_allocations == g_failing ? nullptr : ordinary(size);
+        return g_allocations.IsDue() ? nullptr : ordinary(size);
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
@@ -39,6 +47,29 @@ void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
 void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return AllocateUnlessDue(&::operator new[], size);
 }
+
+namespace platform {
+
+int memcpy_s(void* destination, std::size_t size, const void* source, std::size_t count) {
+    // Nobody asks whether a frame has its head, or a message its fields.
+    const bool isField = count <= 6 || count == 32;
+    if (destination == nullptr || source == nullptr || count > size ||
+        (!isField && g_copies.IsDue())) {
+        return EINVAL;
+    }
+    std::memcpy(destination, source, count);
+    return 0;
+}
+
+int memset_s(void* destination, std::size_t size, int value, std::size_t count) {
+    if (g_copies.IsDue() || count > size) {
+        return EINVAL;
+    }
+    std::memset(destination, value, count);
+    return 0;
+}
+
+}  // namespace platform
 
 namespace testing_support {
 
@@ -58,6 +89,9 @@ const std::map<DWORD, std::vector<Call>> kRefusals{
     {1117, {Call::kReadFile, Call::kWriteFile, Call::kGetOverlappedResult}},
     {1167, {Call::kReadFile, Call::kWriteFile, Call::kDeviceIoControl}},
     {1168, {Call::kCancelIoEx}}};
+
+// Memory, threads and devices that do not come back while the flow lasts.
+const std::set<DWORD> kLastingRefusals{1, 8, 1167};
 
 constexpr const char* kRequests[] = {"read", "write", "control", "interrupt"};
 
@@ -192,16 +226,23 @@ std::vector<FaultCase> CasesFor(const FlowCounts& counts, const Peripheral& on) 
     for (const auto& [code, calls] : kRefusals) {
         cases.one.code = code;
         for (const Call call : calls) {
-            cases.AddEach(static_cast<std::size_t>(call), emulation::Name(call),
-                          "=refuse:" + std::to_string(code));
+            for (const bool lasts : {false, true}) {
+                cases.one.lasts = lasts;
+                if (!lasts || kLastingRefusals.count(code) > 0) {
+                    cases.AddEach(static_cast<std::size_t>(call), emulation::Name(call),
+                                  (lasts ? "+=refuse:" : "=refuse:") + std::to_string(code));
+                }
+            }
         }
     }
     for (const std::size_t kind : {kRead, kWrite, kControl, kInterrupt}) {
         AddRequests(cases, kind, on.IsHid());
     }
     cases.one = {};
-    cases.one.set = [](PcWithHost&, const FaultCase& self) { FailAllocation(self.nth); };
+    cases.one.set = [](PcWithHost&, const FaultCase& self) { g_allocations.Fail(self.nth); };
     cases.AddEach(kMemory, "new", "");
+    cases.one.set = [](PcWithHost&, const FaultCase& self) { g_copies.Fail(self.nth); };
+    cases.AddEach(kCopy, "copy", "");
     if (on.IsBle()) {
         AddClient(cases);
     }
@@ -219,13 +260,16 @@ FlowCounts RunUnder(PcWithHost& setup, const FaultCase& fault, const std::functi
     FlowCounts counts{};
     const simulator::BluetoothKeyboard* const bluetooth = setup.pc.bluetooth();
     const auto before = bluetooth == nullptr ? simulator::LinkCalls{} : bluetooth->Calls();
-    FailAllocation(0);
+    g_allocations.Fail(0);
+    g_copies.Fail(0);
     if (fault.set) {
         fault.set(setup, fault);
     }
     emulation::SetCallHook([&](Call call, emulation::ThreadId) -> DWORD {
         const unsigned seen = ++counts[static_cast<std::size_t>(call)];
-        return fault.Refuses(call) && seen == fault.nth ? fault.code : 0;
+        return fault.Refuses(call) && (fault.lasts ? seen >= fault.nth : seen == fault.nth)
+                   ? fault.code
+                   : 0;
     });
     emulation::SetTracer([&](const emulation::TraceEvent& event) {
         if (event.kind == emulation::TraceEvent::Kind::kStart) {
@@ -240,13 +284,15 @@ FlowCounts RunUnder(PcWithHost& setup, const FaultCase& fault, const std::functi
     {
         const emulation::DeviceLock lock;
         ofAct = counts;
-        ofAct[kMemory] = g_allocations;
+        ofAct[kMemory] = g_allocations.seen;
+        ofAct[kCopy] = g_copies.seen;
         for (std::size_t call = 0; bluetooth != nullptr && call < before.size(); ++call) {
             ofAct[kClient + call] = bluetooth->Calls()[call] - before[call];
         }
     }
     PcWithHost::Pass(kSettle);
-    FailAllocation(0);
+    g_allocations.Fail(0);
+    g_copies.Fail(0);
     emulation::SetTracer({});
     emulation::SetCallHook({});
     LinkDockService::SetNoInstance(false);

@@ -59,6 +59,7 @@ enum Counter : std::size_t {
     kInterrupt,
     kClient,  // calls of the Bluetooth client that reached the keyboard, by simulator::LinkCall
     kMemory = kClient + simulator::LinkCalls().size(),  // asked for without throwing
+    kCopy,                                              // or filling, with bounds
     kCounters
 };
 /// How often a flow does each. Plain, so that a child process can leave it in shared memory.

@@ -6,6 +6,7 @@
 
 #include "tagimage/NfcData.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/NoArray.h"
 
 namespace {
 
@@ -163,19 +164,32 @@ TEST(NfcDataParse, RefusesMalformedImagesWithTheMessageOfTheCheck) {
 TEST(NfcDataParse, TakesWhatNoReaderLooksAt) {
     std::string otherTypes = With(3, 'T');
     otherTypes[2 + kMimeType] = 'X';
-    for (const std::string& image :
-         {otherTypes, With(kBody, 7), ImageOf(FirstBytes(kSize) + "tail"), With(kMime + 2, 0xFF)}) {
+    std::string otherEnd = Build().GetContent();
+    otherEnd.back() = '\0';
+    for (const std::string& image : {otherTypes, otherEnd, With(kBody, 7),
+                                     ImageOf(FirstBytes(kSize) + "tail"), With(kMime + 2, 0xFF)}) {
         NfcData data;
         EXPECT_TRUE(data.Init() && data.Parse(image));
         ExpectFields(data, {});
+        EXPECT_EQ(data.GetContent().back(), image.back());
     }
 }
 
-TEST(NfcBody, KnowsWhetherItWasMade) {
+TEST(NfcDataBuild, RefusesFieldsWithoutAnArrayOrWithoutAnImage) {
     LogRecorder log;
-    NfcBody body;
-    EXPECT_TRUE(body.IsInit() && body.Parse(std::string(44, 'b')) && !body.IsInit());
-    EXPECT_EQ(log.TakeUnannounced(), Texts{"NfcBody not init"});
+    NfcData data = Build();
+    EXPECT_FALSE(data.SetMacAddr(NoArray<const std::uint8_t, 6>()));
+    EXPECT_FALSE(data.SetRandomNumber(NoArray<const std::uint8_t, 32>()));
+    EXPECT_FALSE(data.SetModel(NoArray<const std::uint8_t, 4>()));
+    EXPECT_EQ(log.TakeUnannounced(),
+              (Texts{"SetMac memcpy_s fail", "NfcBody: SetMacAddr failed",
+                     "SetRandomNumber memcpy_s fail", "NfcBody: SetRandomNumber failed",
+                     "SetModel memcpy_s fail", "NfcBody: SetModel failed"}));
+    NfcData without;
+    EXPECT_FALSE(without.InitValue() || without.FitsOnTag() || without.SetUrl("u") ||
+                 without.SetMacAddr({1, 1, 1, 1, 1, 1}) || without.SetModel({1, 1, 1, 1}) ||
+                 without.SetRandomNumber({1}));
+    EXPECT_EQ(without.GetMacAddr() + without.GetRandomNumber() + without.GetModel(), "");
 }
 
 }  // namespace

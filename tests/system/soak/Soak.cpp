@@ -19,6 +19,7 @@
 #include "lab/Failure.h"
 #include "lab/HumanOutput.h"
 #include "lab/RunCommand.h"
+#include "tests/support/LogRecorder.h"
 #include "tests/support/SeededRuns.h"
 #include "tests/system/soak/RandomScript.h"
 
@@ -69,6 +70,9 @@ bool IsGood(const Words& story, std::uint64_t seed, Figures& figures) {
     const lab::RunOutcome run = lab::PlayRun(
         options, lab::ParseScript("story", Text(story)),
         {[&](const lab::Json& object) {
+             if (object["kind"] == "log") {
+                 testing_support::NoteLine(object["level"], object["line"]);
+             }
              if (object["kind"] == "violation") {
                  std::fputs(human.Lines(object).c_str(), stderr);
              }
