@@ -258,6 +258,7 @@ bool NfcManager::UpdateTag() {
 bool NfcManager::UpdateNfcContent() {
     const OperationScope scope;
     platform::Lock operation(m_staticDeviceMutex);
+    const EventSlot::KeepOpen transferEvent(g_ioEvent.value);
     LogWarnFun("NfcManager::UpdateNfcContent()");
     NfcManager held(*this);
     if (!held.SetContent(NumberFrom::kHost)) {

@@ -2,6 +2,7 @@
 // is left over.
 #include <algorithm>
 
+#include "events/DriverThreads.h"
 #include "tests/support/PcWithHost.h"
 
 using namespace testing_support;
@@ -81,6 +82,7 @@ TEST(FailedWait, EndsTheThreadOnce) {
             EXPECT_EQ(setup.log.Count(kWaits), 1U) << "a second request after a failed one";
             EXPECT_EQ(setup.log.Count(kReturned), 1U);
             EXPECT_EQ(emulation::Live().threads, 1U);
+            EXPECT_EQ(g_interruptEvent, nullptr) << "of a thread that has ended";
         });
     }
 }
@@ -143,7 +145,7 @@ void ThreeTimes(PcRoute route, void (*act)(PcWithHost&)) {
     });
 }
 
-TEST(ThreeTimes, AStopAndAtOnceAStart) {
+TEST(ThreeTimes, AStopAndAtOnceAStartLeaveNothingOver) {
     for (const PcRoute route : {PcRoute::kI2c, PcRoute::kUsb, PcRoute::kHid}) {
         ThreeTimes(route, [](PcWithHost& setup) {
             setup.manager.reset();
@@ -152,24 +154,7 @@ TEST(ThreeTimes, AStopAndAtOnceAStart) {
     }
 }
 
-// The end of another manager stops the threads. A write that fails before its first transfer starts
-// them again, whatever they have reached by then.
-TEST(ThreeTimes, AStopInPassing) {
-    ThreeTimes(PcRoute::kUsb, [](PcWithHost& setup) {
-        NfcManager::Create(setup.NewMessage(), &PcWithHost::Listen);  // and lets go of it
-        for (auto steps = emulation::Random() % 6; steps > 0; --steps) {
-            emulation::Yield();
-        }
-        const auto message = setup.NewMessage();
-        message->SetUrl(std::string(253, 'u'));
-        EXPECT_EQ(setup.manager->WriteMessage(message), -1);
-        setup.log.TakeUnannounced();
-        EXPECT_TRUE(setup.manager->DeviceInit());  // the stop has ended the transfers' event
-        PcWithHost::Pass(kSecond);
-    });
-}
-
-TEST(ThreeTimes, AKeyboardOpenedAgain) {
+TEST(ThreeTimes, AStartOfAKeyboardThatIsOpenLeavesNothingOver) {
     for (const PcRoute route : {PcRoute::kHid, PcRoute::kBle}) {
         ThreeTimes(route,
                    [](PcWithHost& setup) { EXPECT_TRUE(setup.StartDevices(*setup.manager)); });

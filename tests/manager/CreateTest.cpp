@@ -1,8 +1,6 @@
 // How a manager is made, and what its operations give when what they need does not exist.
 #include "events/DriverThreads.h"
 #include "events/Listener.h"
-#include "events/Visit.h"
-#include "routes/KeyboardReadThread.h"
 #include "routes/PcType.h"
 #include "tests/manager/ManagerAccess.h"
 #include "tests/support/PcWithHost.h"
@@ -42,21 +40,6 @@ TEST(Create, RefusesAMessageAndSaysWhy) {
     }
 }
 
-TEST(Create, ArmsTheProcessForTheNewManager) {
-    LogRecorder log;
-    g_interruptFirst = g_interruptRunning = g_readHidRunning = false;
-    const auto manager = NfcManager::Create(MessageWith(1, 2), nullptr);
-    EXPECT_EQ(Joined(log.TextsSoFar()),
-              "NfcManager::Init(), m_uri size is 1, NfcManager::Init() success");
-    EXPECT_EQ(staticCallback, nullptr);
-    EXPECT_TRUE(g_interruptFirst && g_interruptRunning && g_readHidRunning);
-    EXPECT_EQ(g_pcModel, 2);
-    NfcManager::Create(MessageWith(50, 8), &OtherListener);
-    EXPECT_EQ(g_pcModel, 8);
-    EXPECT_EQ(staticCallback, &OtherListener) << "the listener is the process's";
-    EXPECT_FALSE(g_interruptRunning) << "any manager's end stops the threads";
-}
-
 TEST(Create, LogsAUriWhoseNumberIsReadBackElsewhere) {
     LogRecorder log;
     using SizeAndType = std::pair<std::size_t, std::uint8_t>;
@@ -77,26 +60,32 @@ const std::string kZeroReadBack =
     "UpdateNfcData ReadRandNum failed, ";
 
 // Of every operation but those that start threads.
-std::vector<int> ResultsOf(NfcManager& manager) {
+struct Results {
+    int writeMessage = -1, readMessage = -1, readRandNum = -1;
+    bool updateNfcData = false, updateNfcContent = false, deviceInit = false, btConnect = false;
+    bool btDisconnect = false, isActivePc = false, setMcuKbConnectStatus = false;
+};
+
+void ExpectResults(NfcManager& manager, const Results& expected) {
     manager.RegisterListener(&OtherListener);
     std::uint8_t number[32];
-    return {manager.WriteMessage(nullptr),
-            manager.ReadMessage(MessageWith(3, 5)),
-            manager.ReadRandNum(number),
-            manager.UpdateNfcData(),
-            NfcManagerTestAccess::UpdateNfcContent(manager),
-            manager.DeviceInit(),
-            manager.BtConnect(7),
-            manager.BtDisconnect(8),
-            manager.IsActivePC(),
-            manager.SetMcuKbConnectStatus(false)};
+    EXPECT_EQ(manager.WriteMessage(nullptr), expected.writeMessage);
+    EXPECT_EQ(manager.ReadMessage(MessageWith(3, 5)), expected.readMessage);
+    EXPECT_EQ(manager.ReadRandNum(number), expected.readRandNum);
+    EXPECT_EQ(manager.UpdateNfcData(), expected.updateNfcData);
+    EXPECT_EQ(NfcManagerTestAccess::UpdateNfcContent(manager), expected.updateNfcContent);
+    EXPECT_EQ(manager.DeviceInit(), expected.deviceInit);
+    EXPECT_EQ(manager.BtConnect(7), expected.btConnect);
+    EXPECT_EQ(manager.BtDisconnect(8), expected.btDisconnect);
+    EXPECT_EQ(manager.IsActivePC(), expected.isActivePc);
+    EXPECT_EQ(manager.SetMcuKbConnectStatus(false), expected.setMcuKbConnectStatus);
 }
 
-TEST(Create, OperationsOfAManagerThatWasNotInitialized) {
+TEST(Operations, FailAndSayWhyOnAManagerThatCreateHasNotMade) {
     const OneSeed clock;
     LogRecorder log;
     NfcManager bare(MessageWith(50, 5));
-    EXPECT_EQ(ResultsOf(bare), (std::vector{-1, -1, -1, 0, 0, 0, 0, 0, 0, 0}));
+    ExpectResults(bare, {});
     EXPECT_EQ(bare.WriteMessage(MessageWith(50, 5)), -1);
     EXPECT_EQ(Renew(bare, NumberOf(9)), -1);
     NfcManager empty(nullptr);
@@ -120,11 +109,14 @@ TEST(Create, OperationsOfAManagerThatWasNotInitialized) {
                   "LocalWriteRand failed, WriteRandThread nullptr");
 }
 
-TEST(Create, OperationsWithoutADevice) {
+TEST(Operations, FailAndSayWhyWithoutADevice) {
     const OneSeed clock;
     LogRecorder log;
     const auto manager = NfcManager::Create(MessageWith(50, 5), &PcWithHost::Listen);
-    EXPECT_EQ(ResultsOf(*manager), (std::vector{-1, -1, 0, 0, 0, 0, 0, 0, 0, 1}));
+    Results results;
+    results.readRandNum = 0;  // over no route
+    results.setMcuKbConnectStatus = true;
+    ExpectResults(*manager, results);
     EXPECT_EQ(staticCallback, &OtherListener);
     EXPECT_EQ(emulation::Now(), 1800 * kMillisecond) << "a pause after each failed attempt";
     EXPECT_EQ(Joined(log.TakeUnannounced()),

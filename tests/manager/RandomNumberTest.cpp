@@ -62,7 +62,7 @@ TEST(RandomNumber, StaysAsItWasWithoutAThreadToWriteIt) {
     EXPECT_EQ(setup.OnChipInTheEnd(), NumberOf(0x41)) << "given again, it is written";
 }
 
-TEST(RandomNumber, InAnArrayThatIsNotThere) {
+TEST(RandomNumber, IsRefusedInANullReference) {
     TagWithNumber setup;
     EXPECT_EQ(setup.manager->WriteRandNum(NoArray<const std::uint8_t, 32>()), -1);
     EXPECT_EQ(setup.manager->ReadRandNum(NoArray<std::uint8_t, 32>()), -1);

@@ -1,6 +1,7 @@
 // Puts a message on the tag: what is merged and checked, what a failed step leaves, and what
 // another thread does meanwhile.
 #include "chip/NfcDeviceContext.h"
+#include "manager/ManagerLocks.h"
 #include "platform/services/standin/ClientBackDoor.h"
 #include "tagimage/NfcData.h"
 #include "tests/manager/ManagerAccess.h"
@@ -17,18 +18,46 @@ struct PcWithTag : StartedPc {
     PcWithTag() : StartedPc({PcRoute::kI2c}, "fm11nt082c") {}
 };
 
-TEST(WriteMessage, LogsItsSteps) {
+TEST(WriteMessage, StartsNoThreadThatIsThere) {
     PcWithTag setup;
-    EXPECT_TRUE(HasInOrder(
-        setup.log,
-        {"NFC_WriteMessage with dynamic delay begin!", "ReadMessage ReadNfcContent failed",
-         "WriteMessage Read failed", "UpdateNfcData begin writing Nfc Chip",
-         "UpdateNfcData Write Nfc Chip Successful", "UpdateNfcData ReadRandNum Successful",
-         "UpdateNfcData success", "NfcThreadCreate start", "NfcThreadCreate pass"}));
     EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
     EXPECT_TRUE(HasInOrder(setup.log, {"NFC_ m_staticNotificationThread already exist",
                                        "NFC_ m_staticCallThread already exist"}));
     EXPECT_EQ(emulation::Live().threads, kEventThreads);
+}
+
+using Operation = bool (*)(PcWithHost& setup);
+const Operation kOperations[] = {
+    [](PcWithHost& setup) { return setup.manager->DeviceInit(); },
+    [](PcWithHost& setup) { return setup.manager->WriteMessage(setup.NewMessage(0x22)) == 0; },
+    [](PcWithHost& setup) { return setup.manager->UpdateNfcData(); },
+    [](PcWithHost& setup) {
+        return setup.manager->ReadMessage(std::make_shared<NdefMessage>()) == 0;
+    },
+    [](PcWithHost& setup) { return NfcManagerTestAccess::UpdateNfcContent(*setup.manager); },
+    // Waits for single steps on the tag alone.
+    [](PcWithHost& setup) {
+        std::uint8_t number[32];
+        return setup.manager->ReadRandNum(number) == 0;
+    },
+};
+
+TEST(Operations, WaitUntilTheOneThatIsUnderWayHasEnded) {
+    for (const Operation& operation : kOperations) {
+        ForEachSeed(1, [&operation] {
+            SCOPED_TRACE(&operation - kOperations);
+            PcWithTag setup;
+            OnThread([] {
+                const platform::Lock lock(m_staticDeviceMutex);
+                Sleep(60'000);
+            });
+            PcWithHost::Pass(kMillisecond);
+            const emulation::Micros begin = emulation::Now();
+            EXPECT_TRUE(operation(setup));
+            const bool waits = &operation != std::end(kOperations) - 1;
+            EXPECT_EQ(emulation::Now() - begin > 50 * kSecond, waits);
+        });
+    }
 }
 
 TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
@@ -48,17 +77,28 @@ TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
 
 TEST(ReadMessage, RefusesASpoiledImageUntilItIsWrittenAgain) {
     PcWithTag setup;
-    constexpr unsigned kUriRecordAt = 18;
-    setup.pc.chip()->BackDoor().SetMemory(kUriRecordAt, {0xD1});
-    const auto target = std::make_shared<NdefMessage>();
-    EXPECT_EQ(setup.manager->ReadMessage(target), -1);
-    EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x22)), 0);
-    EXPECT_EQ(setup.log.TakeUnannounced().back(), "nfcDataRead init fail");
-    EXPECT_EQ(setup.manager->ReadMessage(target), 0);
-    EXPECT_EQ(setup.manager->ReadMessage(nullptr), -1);
-    std::uint8_t type = 1;
-    target->GetPcType(type);
-    EXPECT_EQ(type, 0) << "all but the PC type is filled";
+    NfcData withoutUrl;
+    ASSERT_TRUE(withoutUrl.Init() && withoutUrl.InitValue());
+    const std::string image = withoutUrl.GetContent();
+    const struct {
+        unsigned at;
+        simulator::Bytes bytes;
+        std::size_t parseFailures;
+    } spoiled[] = {{18, {0xD1}, 2}, {16, {image.begin(), image.end()}, 0}};
+    for (const auto& [at, bytes, parseFailures] : spoiled) {
+        setup.log.Clear();
+        setup.pc.chip()->BackDoor().SetMemory(at, bytes);
+        const auto target = std::make_shared<NdefMessage>();
+        EXPECT_EQ(setup.manager->ReadMessage(target), -1);
+        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x22)), 0);
+        EXPECT_EQ(setup.log.Count("nfcDataRead init fail"), parseFailures);
+        setup.log.TakeUnannounced();
+        EXPECT_EQ(setup.manager->ReadMessage(target), 0);
+        EXPECT_EQ(setup.manager->ReadMessage(nullptr), -1);
+        std::uint8_t type = 1;
+        target->GetPcType(type);
+        EXPECT_EQ(type, 0) << "all but the PC type is filled";
+    }
 }
 
 struct TwoRoutes : StartedPc {
@@ -196,24 +236,25 @@ TEST(UpdateNfcContent, WritesWhatDiffers) {
     EXPECT_EQ(setup.NumberOnChip(), NumberOf(0x22));
 }
 
-// Another manager ends at a random time of the start or of the write, which must not notice.
-TEST(AnotherManagersEnd, CutsNoDeviceStartAndNoWriteShort) {
-    for (const bool writes : {false, true}) {
-        ForEachSeed(60, [writes] {
-            PcWithHost setup({PcRoute::kI2c}, "fanli");
-            setup.log.Announce("Nfc chip Fanli");
-            EXPECT_TRUE(setup.Create());
+// Another manager ends at a random time of the operation, which must not notice.
+TEST(AnotherManagersEnd, CutsNoOperationShort) {
+    for (const Operation& operation : kOperations) {
+        ForEachSeed(60, [&operation] {
+            SCOPED_TRACE(&operation - kOperations);
+            StartedPc setup({PcRoute::kI2c}, "fanli");
             auto other = NfcManager::Create(setup.NewMessage(), &PcWithHost::Listen);
-            EXPECT_TRUE(!writes || setup.manager->DeviceInit());
-            OnThread([&other] {
-                Sleep(static_cast<DWORD>(emulation::Random() % 500));
+            EXPECT_TRUE(setup.manager->DeviceInit());
+            const emulation::Micros end =
+                static_cast<emulation::Micros>(emulation::Random() % 1000) * kMillisecond;
+            OnThread([&other, end] {
+                Sleep(static_cast<DWORD>(end / kMillisecond));
                 other.reset();
             });
-            EXPECT_TRUE(writes ? setup.manager->WriteMessage(setup.NewMessage(0x22)) == 0
-                               : setup.manager->DeviceInit());
+            const bool isWrite = &operation == &kOperations[1];
+            EXPECT_TRUE(operation(setup));
             const NfcDeviceContext& context = GetNfcDeviceContext();
             EXPECT_EQ(context.chipKind, NfcChipFanli);
-            EXPECT_TRUE(!writes || context.spbDriverOps.load()->radioEnabled);
+            EXPECT_TRUE(!isWrite || context.spbDriverOps.load()->radioEnabled);
             PcWithHost::Pass(kSecond);
         });
     }
@@ -234,23 +275,6 @@ TEST(Assignment, DuringAWriteLeavesTheAssignedMessageAlone) {
         message->GetUrl(url);
         EXPECT_EQ(url, std::string(50, 'b'));
         EXPECT_EQ(NumberIn(*message), NumberOf(0x44));
-    });
-}
-
-TEST(Assignment, DuringAWriteLeavesAWholeImage) {
-    ForEachSeed(60, [] {
-        StartedPc setup({PcRoute::kUsb});
-        OnThread([&setup] {
-            Sleep(static_cast<DWORD>(emulation::Random() % 300));
-            *setup.manager = NfcManager(nullptr);
-        });
-        setup.manager->WriteMessage(setup.NewMessage(0x22));
-        setup.manager->UpdateNfcData();
-        const Number number = setup.NumberOnChip();
-        EXPECT_TRUE(number == NumberOf(0x11) || number == NumberOf(0x22));
-        PcWithHost::Pass(kSecond);
-        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x33)), -1);
-        setup.log.TakeUnannounced();  // of operations on a manager that has lost its parts
     });
 }
 

@@ -28,7 +28,7 @@ void SendFieldNow(PcWithHost& setup, bool enter) {
     PcWithHost::Pass(kMillisecond);
 }
 
-TEST(Ble, LinkStates) {
+TEST(Ble, ConnectsAndDisconnectsFromEveryStateOfTheLink) {
     PcWithHost setup({PcRoute::kBle});
     ASSERT_TRUE(setup.Create());
     setup.log.Announce("[NFC] btmac error!");
@@ -61,6 +61,7 @@ TEST(Ble, LinkStates) {
         {disconnect, kNobody, {}, true, Link::kConnected, stuck},
         {connect, kKeyboard, {}, true, Link::kSubscribed, connected},
         {disconnect, kKeyboard, BleCall::kUnsubscribe, true, Link::kDown, left},
+        {disconnect, kKeyboard, {}, false, Link::kDown, left + ", [NFC] BT is not connect!"},
         {connect, kKeyboard, {}, true, Link::kSubscribed, connected},
         {disconnect, kKeyboard, BleCall::kDisconnect, true, Link::kConnected, stuck},
     };
@@ -117,7 +118,15 @@ TEST(Ble, ASinkThatTheClientDoesNotLetGoOfFallsSilent) {
     LinkDockService::SetDeliveryHabits({0, 0, 1, true});  // after a refused unsubscription
     LinkDockService::FailCall(BleCall::kUnsubscribe, 1);
     LinkDockService::FailCall(BleCall::kDisconnect, 1);
+    bool returned = false;
+    ReactToEvents([&](const ReceivedEvent& /*event*/) {
+        Sleep(40);
+        returned = true;
+    });
+    SendFieldNow(setup, true);
     EXPECT_TRUE(setup.manager->BtDisconnect(kKeyboard));
+    EXPECT_TRUE(returned) << "no event is under way any more";
+    TakeEvents();
     setup.log.Clear();
     EXPECT_EQ(LinkDockService::DeliveryThreads(), 1U) << "the client goes on";
     SendFieldNow(setup, true);
@@ -149,6 +158,7 @@ TEST(Ble, AListenerMayCallTheManagerWhereverTheClientDelivers) {
             [&] { return setup.manager->BtConnect(kKeyboard); },
             [&] { return setup.manager->ReadRandNum(number) == 0; },
             [&] { return setup.manager->WriteMessage(setup.NewMessage(0x31)) == 0; },
+            [&] { return setup.manager->UpdateNfcData(); },
             [&] { return Renew(*setup.manager, NumberOf(0x32)) == 0; },
         };
         for (const auto& operation : operations) {
@@ -160,7 +170,7 @@ TEST(Ble, AListenerMayCallTheManagerWhereverTheClientDelivers) {
             EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
             onHost += EventsSoFar()[0].thread == emulation::CurrentThread() ? 1 : 0;
         }
-        EXPECT_EQ(onHost, 3U) << "where the client has delivered in a call of the host's thread";
+        EXPECT_EQ(onHost, 4U) << "where the client has delivered in a call of the host's thread";
     });
 }
 

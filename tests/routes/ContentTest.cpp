@@ -139,6 +139,7 @@ void BothRoutes(PcRoute wired, std::uint8_t pcType, unsigned numberRegister) {
     std::uint8_t number[32] = {};
     EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
     EXPECT_EQ(number[0], 0x11) << "the wired route is read last";
+    EXPECT_EQ(setup.manager->IsActivePC(), wired == PcRoute::kI2c);
     setup.pc.TapPhone(wired, 0, kSecond);
     setup.pc.TapPhone(PcRoute::kBle, 100 * kMillisecond, 500 * kMillisecond);
     EXPECT_TRUE(PcWithHost::WaitForEvents(4, 20 * kSecond));

@@ -1,6 +1,8 @@
 // Device start: which route, in what order, how often, and what a failed start leaves.
 #include <algorithm>
+#include <optional>
 
+#include "events/DriverThreads.h"
 #include "routes/NfcProxy.h"
 #include "tests/support/PcWithHost.h"
 
@@ -52,26 +54,45 @@ TEST(DeviceStart, OnUsbDetectsNothingTriesAStepFiveTimesAndThenCloses) {
             if (!one.errors.empty()) {
                 EXPECT_EQ(traffic.back(), "sleep 500");
                 EXPECT_EQ(emulation::Live().handles, handles);
+                EXPECT_FALSE(g_interruptRunning);
             }
         });
     }
 }
 
-// A chip whose mode byte isn't exactly 6 is kept silent until a message is on it. 0x03 stays what
-// it is although 6 is written; 0x0E and 0x16 have the right low bits.
-TEST(DeviceStart, SilencesAChipWithAModeOfItsOwn) {
-    for (const unsigned mode : {0x06U, 0x0EU, 0x16U, 0x03U}) {
-        ForEachSeed(1, [mode] {
+const struct {
+    std::string chip;
+    std::optional<std::uint8_t> mode;  // that stays, although 6 is written
+    bool startsSilent = false;
+    bool checksWrites = false;
+} kChips[] = {
+    {"fm11nt081", 0x06},       {"fm11nt081", 0x0E, true},  // the right low bits are not enough
+    {"fm11nt081", 0x16, true}, {"fm11nt081", 0x03, true},
+    {"fanli", {}, true, true}, {"like-fanli", {}},
+};
+
+TEST(DeviceStart, KeepsSomeChipsSilentUntilAMessageIsOnThem) {
+    for (const auto& one : kChips) {
+        ForEachSeed(1, [&one] {
+            SCOPED_TRACE(one.chip);
             constexpr unsigned kModeRegister = 0x038C;
-            PcWithHost setup({PcRoute::kI2c});
+            PcWithHost setup({PcRoute::kI2c}, one.chip);
             auto& door = setup.pc.chip()->BackDoor();
-            door.StickBits(kModeRegister, 0xFF, static_cast<std::uint8_t>(mode));
+            if (one.mode) {
+                door.StickBits(kModeRegister, 0xFF, *one.mode);
+            }
             ASSERT_TRUE(setup.Create());
             setup.log.Announce("Nfc", "ReadNfcContent", "ReadMessage", "WriteMessage");
             ASSERT_TRUE(setup.manager->DeviceInit());
-            EXPECT_EQ(door.RadioOn(), mode == 6);
+            EXPECT_EQ(door.RadioOn(), !one.startsSilent);
             EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
             EXPECT_TRUE(door.RadioOn());
+            const Texts lines = setup.log.TextsSoFar();
+            EXPECT_EQ(std::any_of(lines.begin(), lines.end(),
+                                  [](const std::string& line) {
+                                      return line.rfind("NfcExtend Check WriteTag ", 0) == 0;
+                                  }),
+                      one.checksWrites);
         });
     }
 }
