@@ -4,7 +4,7 @@
 
 #include "platform/services/standin/ClientBackDoor.h"
 #include "routes/NfcProxy.h"
-#include "routes/RouteState.h"
+#include "routes/PcType.h"
 #include "tests/support/PcWithHost.h"
 
 using LinkDockService::BleCall;
@@ -93,9 +93,9 @@ const struct {
      "NfcWriteTag reg: 32 fail 1, block num: i = 1, NfcWriteTag reg: 32 fail 1, block num: i = 1, "
      "NfcWriteTag reg: 16 fail 1, block num: i = 0"},
     {kReadNumber, "", true, " 122+16. 138+16.", ""},
-    {[](PcWithHost& setup, NfcProxy& proxy) {
+    {[](PcWithHost& setup) {
          const std::uint8_t before = g_pcModel.exchange(4);
-         const bool result = kReadNumber(setup, proxy);
+         const bool result = kReadNumber(setup);
          g_pcModel = before;
          return result;
      },
