@@ -172,9 +172,13 @@ void Judge::JudgeLeftovers() {
     // A connection, and one that could not be made, has its event until BtDisconnect.
     const PcParts& parts = m_pc.Parts();
     const std::size_t ofLink = parts.HasRoute("ble") && m_connected ? 1 : 0;
-    const std::size_t kept = ofLink + (parts.HasRoute("hid")           ? 2
-                                       : parts.FirstRoute().IsDevice() ? 1
-                                                                       : 0);
+    const auto& routes = parts.Routes();
+    const bool hasKeyboard =
+        std::any_of(routes.begin(), routes.end(), [](simulator::PcRoute route) {
+            const simulator::RouteKind& kind = simulator::KindOf(route);
+            return kind.IsDevice() && kind.IsKeyboard();
+        });
+    const std::size_t kept = ofLink + (hasKeyboard ? 2 : parts.FirstRoute().IsDevice() ? 1 : 0);
     m_findings.Expect(live.threads <= 1, last, "at most 1 thread after the end",
                       std::to_string(live.threads));
     m_findings.Expect(live.requests == 0, last, "no request after the end",
