@@ -89,6 +89,7 @@ TEST(Operations, FailAndSayWhyOnAManagerThatCreateHasNotMade) {
     EXPECT_EQ(bare.WriteMessage(MessageWith(50, 5)), -1);
     EXPECT_EQ(Renew(bare, NumberOf(9)), -1);
     NfcManager empty(nullptr);
+    EXPECT_EQ(empty.WriteMessage(MessageWith(50, 5)), -1);
     EXPECT_EQ(Renew(empty, NumberOf(9)), -1);
     EXPECT_EQ(NfcManager::WriteRandThread(&empty), 0xFFFFFFFF);
     EXPECT_EQ(NfcManager::WriteRandThread(nullptr), 0xFFFFFFFF);
@@ -105,7 +106,8 @@ TEST(Operations, FailAndSayWhyOnAManagerThatCreateHasNotMade) {
                   "[NFC] IsPassivePC ,m_nfcProxy is nullptr, "
                   "SetContent nullptr error, UpdateNfcData failed, "
                   "m_nfcData SetRandomNumber failed, SetRandomNumber fail, "
-                  "WriteRandNum GetRandomNumber fail, LocalWriteRand m_nfcProxy is nullptr, "
+                  "WriteMessage m_ndefMessage nullptr, WriteRandNum GetRandomNumber fail, "
+                  "LocalWriteRand m_nfcProxy is nullptr, "
                   "LocalWriteRand failed, WriteRandThread nullptr");
 }
 
