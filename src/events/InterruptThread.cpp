@@ -28,7 +28,8 @@ void DeliverMcuStarted() {
 
 enum class StatusRead { kDone, kFailed, kNoStatus };
 
-StatusRead ReadInterruptStatus(InterruptStatus& status) {
+// `traits` are those of the chip that the status comes from: another device start may follow.
+StatusRead ReadInterruptStatus(InterruptStatus& status, ChipTraits& traits) {
     NfcDeviceContext& context = GetNfcDeviceContext();
     platform::Lock lock(context.mutex);
     NfcSpbCommon* const driver = context.spbDriverOps;
@@ -36,7 +37,8 @@ StatusRead ReadInterruptStatus(InterruptStatus& status) {
         LogErrorFun("spbDriverOps == nullptr");
         return StatusRead::kFailed;
     }
-    if (!context.Traits().reportsStatus) {
+    traits = context.Traits();
+    if (!traits.reportsStatus) {
         return StatusRead::kNoStatus;  // a device start came first and found another chip
     }
     try {
@@ -63,9 +65,9 @@ void LeaveField(const InterruptStatus& status) {
     }
 }
 
-void HandleStatus(const InterruptStatus& status) {
+void HandleStatus(const InterruptStatus& status, const ChipTraits& traits) {
     using Event = InterruptStatus::Event;
-    if (!GetNfcDeviceContext().Traits().reportsVisits) {
+    if (!traits.reportsVisits) {
         LogErrorFun("Nfc like Fanli intStatus: %d para1: 0x%04x, ticks: %d", status.code,
                     status.para1, status.ticks);
         DeliverMcuStarted();
@@ -97,9 +99,10 @@ void HandleStatus(const InterruptStatus& status) {
 
 void ProcessInterruptStatus() {
     InterruptStatus status;
-    switch (ReadInterruptStatus(status)) {
+    ChipTraits traits;
+    switch (ReadInterruptStatus(status, traits)) {
         case StatusRead::kDone:
-            HandleStatus(status);
+            HandleStatus(status, traits);
             break;
         case StatusRead::kFailed:
             LogErrorFun("Nfc read Interrupt Status failed!");

@@ -38,7 +38,7 @@ inline constexpr DWORD kThreadFailed = 0xFFFFFFFF;
 ///   (2) Called by the thread itself.
 ///   (3) A start after the earlier reason stays valid: the thread goes on.
 ///
-/// While the thread is held (`isHeld`), TryEnd lets it go on in every state.
+/// While the current thread is held (`isHeld`), TryEnd lets it go on in every state.
 ///
 /// Locks: the functions take the life's own short lock. It is never held over a transfer, a wait
 /// that takes time, a line of the log or a listener call.
@@ -92,8 +92,8 @@ class ThreadLife {
     /// Gives up a thread that must not run any longer: closes the handle and wakes the loop.
     void Abandon();
 
-    /// Whether the thread has ended or could not be started, and no start has come since. A thread
-    /// of which this is false does not end while `isHeld()` returns true.
+    /// Whether the thread has ended or could not be started, and no start has come since. Unless it
+    /// is abandoned, a thread of which this is false does not end while `isHeld()` returns true.
     bool HasEnded();
 
     // Thread side.

@@ -30,7 +30,7 @@ extern std::atomic<unsigned> g_deferNotified;
 ///
 ///   Armed  Open  Input                       Action                        Armed, open then
 ///   yes    none  interrupt or enter status   event 3, other thread woken   no, one
-///   yes    none  the same, without listener  "staticCallback is null"      no change
+///   yes    any   the same, without listener  "staticCallback is null"      no change
 ///   yes    any   leave status                logged                        no change
 ///   no     any   interrupt                   count + 1                     no change
 ///   no     any   enter status                logged                        no change

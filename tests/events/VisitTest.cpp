@@ -151,6 +151,24 @@ TEST(CountedVisit, BeginsWithAnInterruptOfTheChipBefore) {
     EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
 }
 
+// A device start waits for the device mutex while the status is read, and finds another chip.
+TEST(ReportedVisit, BeginsWithTheStatusOfTheChipBefore) {
+    ForEachSeed(20, [] {
+        VisitDesk setup(PcRoute::kI2c, "fanli");
+        NfcDeviceContext& context = GetNfcDeviceContext();
+        setup.Raise({{0, simulator::kStatusEnterField}});
+        NfcSpbCommon* found = nullptr;
+        OnThread([&] {
+            Sleep(20);  // in the middle of the reading
+            const platform::Lock detection(context.mutex);
+            found = context.spbDriverOps.exchange(DriverFor(NfcLinkSpb2));
+        });
+        PcWithHost::Pass(kSecond);
+        context.spbDriverOps = found;
+        EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
+    });
+}
+
 TEST(MissingListener, LeavesAVisitUnopenedButEndsOne) {
     VisitDesk setup(PcRoute::kUsb);
     setup.manager->RegisterListener(nullptr);
