@@ -32,9 +32,9 @@ class TAGPORT_EXPORT NdefMessage {
     /// current directory.
     /// Returns nothing: failures are logged, and GetPcType shows whether it worked.
     /// Blocks for the reading of the file.
-    /// Changes all five fields; MAC address and number become zero. Another type clears the MAC
-    /// address alone. Nothing changes unless the file has both URIs. A character that the thread's
-    /// code page lacks becomes '?'.
+    /// Changes all five fields; MAC address and number become zero. Another type, or a URI of more
+    /// than 255 bytes, clears the MAC address alone. Nothing changes unless the file has both URIs.
+    /// A character that the thread's code page lacks becomes '?'.
     void Init(char type);
 
     /// Stores the URI without its scheme.

@@ -25,7 +25,8 @@
 ///   - A thread that runs a listener takes no further interrupt, report or notification. Return
 ///     quickly.
 ///   - These wait for a listener: the interrupt thread at a first report for that of event 1;
-///     BtConnect, BtDisconnect and the next event of route 4 for a delivery of route 4.
+///     BtConnect, BtDisconnect and the next event of route 4 for a delivery of route 4. So does the
+///     end of an operation that delivers a queued event.
 ///
 /// **Which visits are reported**
 ///   - The leave comes up to 8 s after the phone has gone, and up to 15 s with two visits open.
@@ -55,8 +56,10 @@
 ///   - in event 1 of routes 1 and 2 wait for another visit's event 3: the next visit opens only
 ///     after the listener has returned;
 ///   - on routes 3 and 4 rely on a number from the keyboard, as ReadRandNum, UpdateNfcData and
-///     WriteMessage do: its own thread would have to deliver it, so they time out. With a client
-///     whose write blocks until a notification has returned, they never end;
+///     WriteMessage do: its own thread would have to deliver it, so they time out;
+///   - on route 4, with a client whose write blocks until a notification has returned, call any
+///     operation that waits for the tag, DeviceInit and ReadMessage included: neither it nor the
+///     write ever ends;
 ///   - on route 4 call BtConnect or BtDisconnect, which wait for deliveries to end;
 ///   - let an exception escape.
 using NfcListener = void (*)(int event, const std::uint8_t (&number)[32], int route);

@@ -26,9 +26,11 @@ class NfcProxy;
 /// alone and does no harm elsewhere. For a Bluetooth keyboard call BtConnect before WriteMessage;
 /// on a PC that has no other tag it takes the place of DeviceInit.
 ///
-/// **Results.** An int is 0, or -1; a bool is true on success. Every failure has a line in the log.
-/// A null reference returns -1. A bare manager fails wherever it needs image or peripheral. Only
-/// the standard library's own exceptions pass through (a mutex that fails, memory exhaustion).
+/// **Results.** An int is 0, or -1; a bool is true on success. Every failure has a line in the log,
+/// with two exceptions: ReadMessage of an image without a URL, or into a null pointer; BtConnect
+/// without a Bluetooth client, and the BtDisconnect after it. A null reference returns -1. A bare
+/// manager fails wherever it needs image or peripheral. Only the standard library's own exceptions
+/// pass through (a mutex that fails, memory exhaustion).
 ///
 /// **Blocking.** Every operation may be called from any thread, also from a listener within the
 /// limits of NfcListener. Operations on the tag run one at a time: each also blocks for the ones
