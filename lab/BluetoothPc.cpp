@@ -1,11 +1,9 @@
 // The simulated keyboard, its phones and the faults of the client.
-#include "lab/BluetoothPc.h"
+#include "lab/RealPc.h"
 
 #include <memory>
 
 #include "lab/PcDevices.h"
-#include "lab/RealPc.h"
-#include "lab/RelayedPc.h"
 
 namespace lab {
 

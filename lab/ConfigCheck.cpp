@@ -58,16 +58,12 @@ std::filesystem::path AbsoluteDirectory(const std::string& directory) {
     const std::string place = directory.empty() ? "the current directory" : "--config " + directory;
     std::error_code error;
     const auto status = std::filesystem::status(directory.empty() ? "." : directory, error);
-    if (!error && !std::filesystem::is_directory(status)) {
-        throw WrongCall(place + ": is not a directory");
-    }
+    RefuseIf(!error && !std::filesystem::is_directory(status), place + ": is not a directory");
     std::filesystem::path path;
     if (!error) {
         path = std::filesystem::absolute(directory.empty() ? "." : directory, error);
     }
-    if (error) {
-        throw WrongCall(place + ": cannot be used: " + error.message());
-    }
+    RefuseIf(error.value() != 0, place + ": cannot be used: " + error.message());
     try {
         static_cast<void>(path.wstring());  // the library's names are wide
     } catch (const std::system_error&) {
@@ -85,9 +81,8 @@ void CheckValue(const std::string& where, const std::string& value) {
         return;
     }
     const std::string size = where + "=" + value + ": " + Counted(value.size(), "byte") + ": ";
-    if (value.size() > kMaxUriSize) {
-        throw WrongCall(size + "at most " + std::to_string(kMaxUriSize) + " fit on the tag");
-    }
+    RefuseIf(value.size() > kMaxUriSize,
+             size + "at most " + std::to_string(kMaxUriSize) + " fit on the tag");
     PrintError("warning: " + size + "exactly " + std::to_string(kShownUriSize) +
                " are needed, because the random number is read back at a fixed register");
 }
@@ -111,24 +106,21 @@ std::string InstalledConfiguration() {
 void UseConfiguration(const std::string& directory, int pcType) {
     const std::filesystem::path absolute = AbsoluteDirectory(directory);
     const std::string name = ConfigPath(directory.empty() ? "." : directory).string();
-    if (const auto problem = FileProblem(ConfigPath(absolute))) {
-        throw WrongCall(name + ": " + *problem +
-                        (directory.empty() ? "; --config DIR names the directory that holds "
-                                             "config/NfcUri.ini"
-                                           : ""));
-    }
-    if (ReadInput("--config", ConfigPath(absolute).string()).rfind(kBigEndianMark, 0) == 0) {
-        throw WrongCall(name +
-                        ": is UTF-16 in big-endian order, which Windows does not read; save "
-                        "it in little-endian order or as ANSI");
-    }
+    const auto problem = FileProblem(ConfigPath(absolute));
+    RefuseIf(problem.has_value(),
+             name + ": " + problem.value_or("") +
+                 (directory.empty() ? "; --config DIR names the directory that holds "
+                                      "config/NfcUri.ini"
+                                    : ""));
+    RefuseIf(ReadInput("--config", ConfigPath(absolute).string()).rfind(kBigEndianMark, 0) == 0,
+             name +
+                 ": is UTF-16 in big-endian order, which Windows does not read; save it in "
+                 "little-endian order or as ANSI");
     for (const Key& key : kKeys) {
         const std::string value = Value(ConfigPath(absolute), key);
         const std::string where = name + ": [" + kSection + "] " + key.name;
-        if (value.empty()) {
-            throw WrongCall(where +
-                            " has no value: the file must have both URIs, for every PC type");
-        }
+        RefuseIf(value.empty(),
+                 where + " has no value: the file must have both URIs, for every PC type");
         if (key.pcType == pcType) {
             CheckValue(where, value);
         }

@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "lab/Printable.h"
+#include "lab/Words.h"
 
 namespace lab {
 
@@ -25,5 +25,16 @@ class SystemFailure : public std::runtime_error {
   public:
     explicit SystemFailure(const std::string& text) : std::runtime_error(Printable(text)) {}
 };
+
+inline void RefuseIf(bool wrong, const std::string& problem) {
+    if (wrong) {
+        throw WrongCall(problem);
+    }
+}
+inline void FailIf(bool failed, const std::string& problem) {
+    if (failed) {
+        throw SystemFailure(problem);
+    }
+}
 
 }  // namespace lab

@@ -34,9 +34,7 @@ std::string TooLong() {
 std::string ReadBounded(std::FILE* file, const std::string& place) {
     std::string bytes(kInputLimit + 1, '\0');
     bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file));
-    if (std::ferror(file) != 0) {
-        throw SystemFailure(place + ": cannot be read: " + Cause());
-    }
+    FailIf(std::ferror(file) != 0, place + ": cannot be read: " + Cause());
     if (bytes.size() > kInputLimit) {
         throw WrongCall(place + ": " + TooLong());
     }
@@ -69,9 +67,7 @@ class Replacement {
 
     void Write(std::string_view bytes) const {
         File file(std::fopen(m_temporary.string().c_str(), "wb"));
-        if (file == nullptr) {
-            throw WrongCall(m_place + ": cannot be created: " + Cause());
-        }
+        RefuseIf(file == nullptr, m_place + ": cannot be created: " + Cause());
         if (!WriteAndClose(std::move(file), bytes)) {
             throw SystemFailure(m_place + ": cannot be written: " + Cause());
         }
@@ -84,9 +80,7 @@ class Replacement {
         if (!error) {
             fs::rename(m_temporary, m_target, error);
         }
-        if (error) {
-            throw SystemFailure(m_place + ": cannot be replaced: " + error.message());
-        }
+        FailIf(error.value() != 0, m_place + ": cannot be replaced: " + error.message());
     }
 
   private:
@@ -98,9 +92,7 @@ class Replacement {
 fs::file_status StatusForWriting(const std::string& place, const fs::path& path) {
     std::error_code error;
     const fs::file_status status = fs::status(path, error);
-    if (fs::is_directory(status)) {
-        throw WrongCall(place + ": is a directory, not a file");
-    }
+    RefuseIf(fs::is_directory(status), place + ": is a directory, not a file");
     return status;
 }
 
@@ -155,18 +147,14 @@ std::string ReadInput(const std::string& option, const std::string& name) {
         throw WrongCall(place + ": " + *problem + (pipe ? ": - reads standard input" : ""));
     }
     const File file(std::fopen(name.c_str(), "rb"));
-    if (file == nullptr) {
-        throw WrongCall(place + ": cannot be read: " + Cause());
-    }
+    RefuseIf(file == nullptr, place + ": cannot be read: " + Cause());
     return ReadBounded(file.get(), place);
 }
 
 void CheckReplaceable(const std::string& place, const fs::path& path) {
     const fs::file_status status = StatusForWriting(place, path);
     std::error_code error;
-    if (!IsReplaced(status)) {
-        throw WrongCall(place + ": is not a regular file");
-    }
+    RefuseIf(!IsReplaced(status), place + ": is not a regular file");
     if (fs::equivalent(path, "/dev/stdout", error)) {
         throw WrongCall(place + ": is the file of standard output, which the run writes to");
     }
@@ -182,9 +170,7 @@ void WriteFile(const std::string& place, const fs::path& path, std::string_view 
         return;
     }
     File file(std::fopen(path.string().c_str(), "wb"));
-    if (file == nullptr) {
-        throw WrongCall(place + ": cannot be written: " + Cause());
-    }
+    RefuseIf(file == nullptr, place + ": cannot be written: " + Cause());
     if (!WriteAndClose(std::move(file), bytes)) {
         throw SystemFailure(place + ": cannot be written: " + Cause());
     }

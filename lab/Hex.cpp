@@ -99,10 +99,8 @@ std::string FromHex(std::string_view text, const std::string& origin) {
 
 std::string HexValue(const std::string& text, std::size_t count, const std::string& what) {
     std::string bytes = FromHex(text, what + " \"" + text + "\"");
-    if (bytes.size() != count) {
-        throw WrongCall(what + " \"" + text + "\": " + Counted(bytes.size(), "byte") + ": " +
-                        std::to_string(count) + " are needed");
-    }
+    RefuseIf(bytes.size() != count, what + " \"" + text + "\": " + Counted(bytes.size(), "byte") +
+                                        ": " + std::to_string(count) + " are needed");
     return bytes;
 }
 

@@ -80,12 +80,11 @@ Host::Host(Pc& pc, Recorder& recorder, RunResults& results, std::uint64_t seed)
 
 void Host::OnEvent(int event, const std::uint8_t (&number)[32], int route) {
     Host& self = *g_host;
-    Json object;
-    object["kind"] = "event";
-    object["event"] = event;
-    object["route"] = route;
-    object["number"] = ToHex(View(number, sizeof(number)));
-    self.m_recorder.Add(self.m_pc.Thread(), self.m_pc.Now(), std::move(object));
+    self.m_recorder.Add(self.m_pc.Thread(), self.m_pc.Now(),
+                        {{"kind", "event"},
+                         {"event", event},
+                         {"route", route},
+                         {"number", ToHex(View(number, sizeof(number)))}});
     self.m_events.Add(event, route);
     self.m_pc.RecheckWaits();
     self.ActInListener();
@@ -133,9 +132,7 @@ std::shared_ptr<NdefMessage> Host::Content(unsigned manager, const Fields& field
 
 std::shared_ptr<NfcManager> Host::Manager(unsigned manager) {
     const std::lock_guard<std::mutex> guard(m_mutex);
-    if (At(manager).manager == nullptr) {
-        throw WrongCall("there is no manager; \"start\" makes one");
-    }
+    RefuseIf(At(manager).manager == nullptr, "there is no manager; \"start\" makes one");
     return At(manager).manager;
 }
 

@@ -4,8 +4,8 @@
 #include <array>
 #include <cstdio>
 
-#include "lab/Printable.h"
 #include "lab/Violations.h"
+#include "lab/Words.h"
 #include "simulator/PcKinds.h"
 
 namespace lab {
@@ -17,16 +17,11 @@ constexpr int kErrorLevel = 4;
 constexpr int kIndent = 36;  // where the text of a line begins
 
 std::string EventText(int event) {
-    switch (event) {
-        case 1:
-            return "the phone has left";
-        case 3:
-            return "a phone entered the field";
-        case 4:
-            return "the tag's microcontroller started, or an unknown chip raised an interrupt";
-        default:
-            return "an unknown event";
-    }
+    return event == 1   ? "the phone has left"
+           : event == 3 ? "a phone entered the field"
+           : event == 4
+               ? "the tag's microcontroller started, or an unknown chip raised an interrupt"
+               : "an unknown event";
 }
 
 std::string Field(const Json& object, const char* name) {

@@ -13,11 +13,10 @@
 #include "lab/Files.h"
 #include "lab/Hex.h"
 #include "lab/ImageNotes.h"
-#include "lab/ImageTable.h"
-#include "lab/LogSink.h"
-#include "lab/Printable.h"
 #include "lab/Recorder.h"
+#include "lab/System.h"
 #include "lab/Terminal.h"
+#include "lab/Words.h"
 #include "tagimage/NfcData.h"
 
 namespace lab {
@@ -57,10 +56,8 @@ void FillFromConfig(const ImageBuildOptions& options, Fields& fields) {
     message.Init(static_cast<char>('0' + *options.pcType));
     std::uint8_t type = 0;
     message.GetPcType(type);
-    if (type != *options.pcType) {
-        throw SystemFailure("the library could not fill a message for PC type " +
-                            std::to_string(*options.pcType));
-    }
+    FailIf(type != *options.pcType,
+           "the library could not fill a message for PC type " + std::to_string(*options.pcType));
     std::uint8_t model[kModelSize] = {};
     message.GetModel(model);
     message.GetUrl(fields.url);
@@ -77,14 +74,10 @@ std::string HexLines(const std::string& image) {
 
 /// The absolute path: the configuration's directory may become the current one.
 std::filesystem::path OutputPath(const std::string& name) {
-    if (name.empty()) {
-        throw WrongCall("-o \"\": a file name is needed");
-    }
+    RefuseIf(name.empty(), "-o \"\": a file name is needed");
     std::error_code error;
     std::filesystem::path path = std::filesystem::absolute(name, error);
-    if (error) {
-        throw WrongCall("-o " + name + ": cannot be written: " + error.message());
-    }
+    RefuseIf(error.value() != 0, "-o " + name + ": cannot be written: " + error.message());
     return path;
 }
 
@@ -115,10 +108,9 @@ int BuildImage(const ImageBuildOptions& options) {
         FillFromConfig(options, fields);
     }
     fields.url = options.url.value_or(fields.url);
-    if (fields.url.size() > imageformat::kMaxUriSize) {
-        throw WrongCall("--url: " + std::to_string(fields.url.size()) + " bytes: at most " +
-                        std::to_string(imageformat::kMaxUriSize) + " fit");
-    }
+    RefuseIf(fields.url.size() > imageformat::kMaxUriSize,
+             "--url: " + std::to_string(fields.url.size()) + " bytes: at most " +
+                 std::to_string(imageformat::kMaxUriSize) + " fit");
     const auto take = [](const std::optional<std::string>& option, const char* name,
                          std::string& field) {
         if (option) {
@@ -132,9 +124,7 @@ int BuildImage(const ImageBuildOptions& options) {
     NfcData data;
     data.Init();
     data.InitValue();
-    if (!data.SetUrl(fields.url)) {
-        throw SystemFailure("--url " + fields.url + ": the library refuses this URL");
-    }
+    FailIf(!data.SetUrl(fields.url), "--url " + fields.url + ": the library refuses this URL");
     Set(&NfcData::SetMacAddr, data, fields.mac);
     Set(&NfcData::SetRandomNumber, data, fields.number);
     Set(&NfcData::SetModel, data, fields.model);
@@ -162,8 +152,7 @@ int ShowImage(const ImageShowOptions& options) {
     const LibraryVerdict verdict = AskLibrary(image);
     std::string text = ImageTable(image, notes, style) + "\n";
     if (notes.fault) {
-        text += style.Red("refused") + ": offset " + std::to_string(notes.fault->offset) + ": " +
-                notes.fault->check + "\n";
+        text += style.Red("refused") + ": " + notes.fault->Text() + "\n";
     } else {
         text += style.Green("accepted") + ": " + std::to_string(image.size()) + " bytes\n";
     }

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "lab/Terminal.h"
+
 namespace lab {
 
 struct ImageField {
@@ -20,6 +22,8 @@ struct ImageField {
 struct ImageFault {
     std::size_t offset = 0;
     std::string check;  ///< the field, its value, and the values that are allowed
+
+    std::string Text() const { return "offset " + std::to_string(offset) + ": " + check; }
 };
 
 struct ImageNotes {
@@ -33,5 +37,9 @@ std::string_view ImageIn(std::string_view memory);
 
 /// Takes any bytes. The fields of a bad image are named as far as they can be guessed.
 ImageNotes AnnotateImage(std::string_view image);
+
+/// One or more lines per field for people: offset, chip register, bytes, field. The field with the
+/// fault is marked.
+std::string ImageTable(std::string_view image, const ImageNotes& notes, const Style& style);
 
 }  // namespace lab

@@ -17,9 +17,7 @@ constexpr std::size_t kMostHandles = 60;
 constexpr std::size_t kMostRequests = 3;
 
 const Script& Judgeable(const Script& script, const PcOptions& options) {
-    if (!options.seed) {
-        throw WrongCall("--check judges times of the scheduled clock: it needs --seed N");
-    }
+    RefuseIf(!options.seed, "--check judges times of the scheduled clock: it needs --seed N");
     if (options.late > kMostLate) {
         throw WrongCall(script.PcPlace() + "late=" + std::to_string(options.late) +
                         ": --check needs threads that are at most " + std::to_string(kMostLate) +

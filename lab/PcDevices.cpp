@@ -2,11 +2,11 @@
 #include "lab/PcDevices.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "lab/BusTrace.h"
 #include "lab/Hex.h"
-#include "lab/PhoneObject.h"
 #include "platform/emulation/Kernel.h"
 
 namespace lab {
@@ -14,6 +14,15 @@ namespace lab {
 namespace {
 
 using simulator::Micros;
+
+// The fields of the media-type record's payload, as a phone reads them.
+struct PayloadField {
+    const char* name;
+    std::size_t size;
+};
+constexpr std::array<PayloadField, 4> kPayload{
+    {{"version", 2}, {"mac", 6}, {"number", 32}, {"model", 4}}};
+constexpr std::size_t kPayloadSize = 44;
 
 /// What a script says of the Bluetooth client.
 LinkDockService::DeliveryHabits HabitsOf(const std::map<std::string, std::string>& fields) {
@@ -30,6 +39,27 @@ LinkDockService::DeliveryHabits HabitsOf(const std::map<std::string, std::string
 }
 
 }  // namespace
+
+Json PhoneObject(const simulator::PhoneReport& report) {
+    Json object{{"kind", "phone"}, {"read", report.read}};
+    if (!report.read) {
+        object["problem"] = report.problem;
+        return object;
+    }
+    const simulator::NdefReading& reading = report.reading;
+    object["uri"] = reading.uri.value_or("");
+    object["type"] = reading.mimeType;
+    object["payload"] = ToHex(reading.mimePayload);
+    if (reading.mimePayload.size() == kPayloadSize) {
+        const std::string_view payload = AsText(reading.mimePayload);
+        std::size_t offset = 0;
+        for (const PayloadField& field : kPayload) {
+            object[field.name] = ToHex(payload.substr(offset, field.size));
+            offset += field.size;
+        }
+    }
+    return object;
+}
 
 PcDevices::PcDevices(const PcOptions& options, const PcParts& parts, Recorder& recorder,
                      std::function<double(Micros time)> timeOf)

@@ -11,6 +11,9 @@
 
 namespace lab {
 
+/// What a simulated phone has read, as an object of the recorder.
+Json PhoneObject(const simulator::PhoneReport& report);
+
 class PcDevices {
   public:
     /// `timeOf` turns a time of the emulation into milliseconds of the PC. The devices live as long

@@ -33,10 +33,8 @@ PcParts::PcParts(const PcOptions& options, const std::vector<std::string>& suppo
     for (const std::string& name : Split(given, ',')) {
         const RouteKind* const kind = FindKind(kRouteKinds, name);
         const std::string place = options.routePlace + given + ": ";
-        if (std::find(supported.begin(), supported.end(), name) == supported.end()) {
-            throw WrongCall(place + "expected one of " + Joined(supported) +
-                            Suggestion(supported, name));
-        }
+        RefuseIf(std::find(supported.begin(), supported.end(), name) == supported.end(),
+                 place + "expected one of " + Joined(supported) + Suggestion(supported, name));
         if (HasRoute(name)) {
             throw WrongCall(place + "a route is given twice");
         }
@@ -46,18 +44,15 @@ PcParts::PcParts(const PcOptions& options, const std::vector<std::string>& suppo
     const std::string chip = options.chip.value_or(std::string(kChipKinds.front().name));
     if (!FirstRoute().IsKeyboard()) {
         const std::string problem = simulator::ChipProblem(m_routes, chip);
-        if (!problem.empty()) {
-            throw WrongCall(options.chipPlace + chip + ": " + problem);
-        }
+        RefuseIf(!problem.empty(), options.chipPlace + chip + ": " + problem);
         m_chip = FindKind(kChipKinds, chip);
     } else if (options.chip) {
         throw WrongCall(options.chipPlace + chip + ": the " + RouteName() +
                         " route has no chip to choose");
     }
     if (options.fault) {
-        if (options.fault->find_first_not_of(" \t\r\n") == std::string::npos) {
-            throw WrongCall("--fault \"" + *options.fault + "\": a plan is needed, or none");
-        }
+        RefuseIf(options.fault->find_first_not_of(" \t\r\n") == std::string::npos,
+                 "--fault \"" + *options.fault + "\": a plan is needed, or none");
         try {
             Faults(*options.fault);
         } catch (const WrongCall& problem) {
@@ -112,59 +107,36 @@ PcRoute PcParts::RouteOf(const Command& command) const {
 }
 
 void PcParts::Check(const Command& command) const {
-    if (!m_isSimulated && IsDeviceVerb(command.verb)) {
-        throw WrongCall("it needs simulated devices: choose --route " +
-                        Joined(NamesOf(kRouteKinds)));
-    }
+    RefuseIf(!m_isSimulated && IsDeviceVerb(command.verb),
+             "it needs simulated devices: choose --route " + Joined(NamesOf(kRouteKinds)));
     if (!command.route.empty() && !HasRoute(command.route)) {
         throw WrongCall("the PC has no tag on the " + command.route + " route");
     }
     const std::string here = m_chip == nullptr ? "the " + RouteName() + " route" : ChipName();
-    switch (command.verb) {
-        case Verb::kConnect:
-        case Verb::kDisconnect:
-            if (!Has(&RouteKind::IsKeyboard)) {
-                throw WrongCall("nothing can be connected on the " + RouteName() +
-                                " route; \"on hid,ble\" before it plays it elsewhere only");
-            }
-            break;
-        case Verb::kChipStatus:
-            if (m_chip == nullptr || m_chip->frames != ChipFrames::kFanli) {
-                throw WrongCall("only the chips " + ChipsWith(ChipFrames::kFanli) +
-                                " have one, not " + here);
-            }
-            break;
-        case Verb::kChipBits:
-            if (m_chip == nullptr || m_chip->frames != ChipFrames::kFm11n) {
-                throw WrongCall("only the chips " + ChipsWith(ChipFrames::kFm11n) +
-                                " have them, not " + here);
-            }
-            break;
-        case Verb::kBleClient:
-            if (!HasRoute("ble")) {
-                throw WrongCall("the PC has no ble route");
-            }
-            break;
-        case Verb::kSend: {
-            const RouteKind& route = simulator::KindOf(RouteOf(command));
-            if (!route.IsKeyboard()) {
-                throw WrongCall("the " + std::string(route.name) + " route has no keyboard");
-            }
-            const std::size_t most = route.format == simulator::BusFormat::kReports
-                                         ? simulator::kReportSize
-                                         : simulator::kMaxBleValue;
-            if (command.argument.size() > most) {
-                throw WrongCall(Counted(command.argument.size(), "byte") + ": at most " +
-                                std::to_string(most) + " go into one message on the " +
-                                std::string(route.name) + " route");
-            }
-            break;
-        }
-        case Verb::kFault:
-            Faults(command.argument);
-            break;
-        default:
-            break;
+    const Verb verb = command.verb;
+    const auto hasChip = [&](ChipFrames frames) {
+        return m_chip != nullptr && m_chip->frames == frames;
+    };
+    RefuseIf(IsOneOf(verb, {Verb::kConnect, Verb::kDisconnect}) && !Has(&RouteKind::IsKeyboard),
+             "nothing can be connected on the " + RouteName() +
+                 " route; \"on hid,ble\" before it plays it elsewhere only");
+    RefuseIf(verb == Verb::kChipStatus && !hasChip(ChipFrames::kFanli),
+             "only the chips " + ChipsWith(ChipFrames::kFanli) + " have one, not " + here);
+    RefuseIf(verb == Verb::kChipBits && !hasChip(ChipFrames::kFm11n),
+             "only the chips " + ChipsWith(ChipFrames::kFm11n) + " have them, not " + here);
+    RefuseIf(verb == Verb::kBleClient && !HasRoute("ble"), "the PC has no ble route");
+    if (verb == Verb::kSend) {
+        const RouteKind& route = simulator::KindOf(RouteOf(command));
+        const std::string name(route.name);
+        RefuseIf(!route.IsKeyboard(), "the " + name + " route has no keyboard");
+        const std::size_t most = route.format == simulator::BusFormat::kReports
+                                     ? simulator::kReportSize
+                                     : simulator::kMaxBleValue;
+        RefuseIf(command.argument.size() > most,
+                 Counted(command.argument.size(), "byte") + ": at most " + std::to_string(most) +
+                     " go into one message on the " + name + " route");
+    } else if (verb == Verb::kFault) {
+        Faults(command.argument);
     }
 }
 

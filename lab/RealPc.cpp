@@ -7,10 +7,8 @@
 
 #include <winternl.h>
 
-#include "lab/BluetoothPc.h"
 #include "lab/Failure.h"
-#include "lab/LogSink.h"
-#include "lab/RelayedPc.h"
+#include "lab/System.h"
 #include "lab/Terminal.h"
 #include "lab/Words.h"
 #include "platform/platform.h"

@@ -12,6 +12,15 @@
 
 namespace lab {
 
+/// A PC whose devices are simulated behind the test drivers. Needs the options' route. WrongCall
+/// for options that do not fit.
+Pc* MakeRelayedPc(const PcOptions& options, Recorder& recorder);
+/// A PC whose Bluetooth client is the stand-in, with a simulated keyboard in this process: for the
+/// route "ble" alone. WrongCall for options that do not fit.
+Pc* MakeBluetoothPc(const PcOptions& options, Recorder& recorder);
+
+/// The threads of this process that run the library.
+unsigned LibraryThreads();
 /// The routine that a thread of this process was started with; null where the system cannot say.
 const void* RoutineOf(ThreadKey thread);
 

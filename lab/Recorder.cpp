@@ -29,9 +29,7 @@ constexpr std::array<ThreadLine, 11> kThreadLines{{
 }};
 
 Json WithTimeAndThread(double milliseconds, const std::string& thread, Json fields) {
-    Json object;
-    object["t"] = milliseconds;
-    object["thread"] = thread;
+    Json object{{"t", milliseconds}, {"thread", thread}};
     object.update(fields);
     return object;
 }

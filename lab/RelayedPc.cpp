@@ -1,5 +1,5 @@
 // Commands to the device process, and its reports as objects of the recorder.
-#include "lab/RelayedPc.h"
+#include "lab/RealPc.h"
 
 #include <chrono>
 #include <map>
@@ -10,8 +10,7 @@
 #include "lab/DeviceProcessClient.h"
 #include "lab/Failure.h"
 #include "lab/Hex.h"
-#include "lab/PhoneObject.h"
-#include "lab/RealPc.h"
+#include "lab/PcDevices.h"
 #include "lab/Words.h"
 #include "platform/emulation/Kernel.h"
 #include "testdrivers/DeviceLines.h"

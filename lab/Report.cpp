@@ -8,8 +8,8 @@
 #include "lab/Files.h"
 #include "lab/Hex.h"
 #include "lab/ImageNotes.h"
-#include "lab/Printable.h"
 #include "lab/ReportPage.h"
+#include "lab/Words.h"
 #include "simulator/PcKinds.h"
 #include "tagimage/ImageGeometry.h"
 
@@ -27,20 +27,9 @@ std::string ForPage(std::string_view json) {
     std::string text;
     text.reserve(json.size() + json.size() / 16);
     for (const char character : json) {
-        switch (character) {
-            case '<':
-                text += "\\u003C";
-                break;
-            case '>':
-                text += "\\u003E";
-                break;
-            case '&':
-                text += "\\u0026";
-                break;
-            default:
-                text += character;
-                break;
-        }
+        const bool isMarkup = character == '<' || character == '>' || character == '&';
+        text +=
+            isMarkup ? "\\u00" + ToHex(std::string_view(&character, 1)) : std::string(1, character);
     }
     return text;
 }
@@ -63,9 +52,8 @@ bool IsBlank(const std::string& memory) {
 }  // namespace
 
 Report::Report(std::string file) : m_file(std::move(file)) {
-    if (m_file.empty() || m_file == "-") {
-        throw WrongCall(kOption + (m_file.empty() ? "\"\"" : m_file) + ": a file name is needed");
-    }
+    RefuseIf(m_file.empty() || m_file == "-",
+             kOption + (m_file.empty() ? "\"\"" : m_file) + ": a file name is needed");
     CheckReplaceable(kOption + m_file, m_file);
     // The configuration's directory may become the current one.
     m_path = std::filesystem::absolute(m_file);

@@ -10,14 +10,13 @@
 #include "lab/Files.h"
 #include "lab/HumanOutput.h"
 #include "lab/ImageNotes.h"
-#include "lab/ImageTable.h"
 #include "lab/Judge.h"
 #include "lab/Player.h"
-#include "lab/Printable.h"
 #include "lab/Report.h"
 #include "lab/Script.h"
 #include "lab/System.h"
 #include "lab/Terminal.h"
+#include "lab/Words.h"
 #include "lab/explain/LiveStory.h"
 #include "tagimage/ImageGeometry.h"
 
@@ -51,8 +50,7 @@ void PrintTag(const std::string& memory, const Style& style) {
     std::string text =
         "\n" + style.Bold("The tag at the end:") + "\n" + ImageTable(image, notes, style);
     if (notes.fault) {
-        text += style.Red("not a valid image") + ": offset " + std::to_string(notes.fault->offset) +
-                ": " + notes.fault->check + "\n";
+        text += style.Red("not a valid image") + ": " + notes.fault->Text() + "\n";
     }
     WriteOutput(text);
 }
@@ -86,14 +84,13 @@ std::string ConfigurationOf(const RunOptions& options, const PcOptions& merged) 
 
 void WriteReport(Report& report, const RunOptions& options, const std::string& script,
                  const PcOptions& merged, const RunOutcome& outcome) {
-    Json facts;
-    facts["script"] = ValidUtf8(script);
-    facts["route"] = merged.route.value_or(outcome.pc->Parts().RouteName());
-    facts["chip"] = outcome.pc->Parts().ChipName();
-    facts["pcType"] = options.pcType;
-    facts["fault"] = ValidUtf8(merged.fault.value_or(""));
-    facts["seed"] = merged.seed ? Json(std::to_string(*merged.seed)) : Json();
-    facts["failures"] = outcome.player->Failures();
+    Json facts{{"script", ValidUtf8(script)},
+               {"route", merged.route.value_or(outcome.pc->Parts().RouteName())},
+               {"chip", outcome.pc->Parts().ChipName()},
+               {"pcType", options.pcType},
+               {"fault", ValidUtf8(merged.fault.value_or(""))},
+               {"seed", merged.seed ? Json(std::to_string(*merged.seed)) : Json()},
+               {"failures", outcome.player->Failures()}};
     report.AddTag(outcome.pc->TagMemory(), outcome.pc->Now(), "at the end", true);
     report.Write(std::move(facts), outcome.pc->Now());
 }

@@ -23,10 +23,7 @@ unsigned RunResults::CurrentHost() {
 }
 
 void RunResults::RecordOnly(const std::string& operation, Json result, const Json& more) {
-    Json object;
-    object["kind"] = "result";
-    object["operation"] = operation;
-    object["result"] = std::move(result);
+    Json object{{"kind", "result"}, {"operation", operation}, {"result", std::move(result)}};
     object.update(more);
     m_recorder.Add(m_pc.Thread(), m_pc.Now(), std::move(object));
 }

@@ -58,9 +58,7 @@ class Line {
     bool Done() const { return m_next == m_words.size(); }
     const std::string& Peek() const { return m_words[m_next]; }
     std::string Next(const char* usage) {
-        if (Done()) {
-            Fail("the line ends too early; expected: " + std::string(usage));
-        }
+        RefuseIf(Done(), "the line ends too early; expected: " + std::string(usage));
         return m_words[m_next++];
     }
     /// The text after the words taken so far, as written.
@@ -80,11 +78,10 @@ class Line {
                        std::int64_t most) const {
         std::int64_t value = 0;
         const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
-        if (error != std::errc() || end != word.data() + word.size() || value < least ||
-            value > most) {
-            Fail(Quoted(word) + " is not a whole number from " + std::to_string(least) + " to " +
-                 std::to_string(most) + "; expected: " + usage);
-        }
+        RefuseIf(error != std::errc() || end != word.data() + word.size() || value < least ||
+                     value > most,
+                 Quoted(word) + " is not a whole number from " + std::to_string(least) + " to " +
+                     std::to_string(most) + "; expected: " + usage);
         return value;
     }
     std::string Bytes(const std::string& word, std::size_t count = 0) const {
@@ -93,6 +90,11 @@ class Line {
                               : HexValue(word, count, "value");
         } catch (const WrongCall& problem) {
             Fail(problem.what());
+        }
+    }
+    void RefuseIf(bool wrong, const std::string& problem) const {
+        if (wrong) {
+            Fail(problem);
         }
     }
     [[noreturn]] void Fail(const std::string& problem) const {
@@ -110,10 +112,9 @@ class Line {
 /// One of the names in `known`.
 std::string NameIn(const Line& line, const std::string& name, const char* kind,
                    const std::vector<std::string>& known) {
-    if (std::find(known.begin(), known.end(), name) == known.end()) {
-        line.Fail(std::string("unknown ") + kind + " " + Quoted(name) +
-                  "; expected: " + Joined(known) + Suggestion(known, name));
-    }
+    line.RefuseIf(std::find(known.begin(), known.end(), name) == known.end(),
+                  std::string("unknown ") + kind + " " + Quoted(name) +
+                      "; expected: " + Joined(known) + Suggestion(known, name));
     return name;
 }
 
@@ -139,15 +140,13 @@ void TakeFields(Line& line, const Word& word, Command& command) {
         const std::size_t sign = entry.find('=');
         const std::string name = entry.substr(0, sign);
         const std::string known = "[" + name + (sign == std::string::npos ? "]" : "=");
-        if (std::string_view(word.usage).find(known) == std::string_view::npos) {
-            line.Fail("unknown field " + Quoted(entry) + "; expected: " + word.usage);
-        }
+        line.RefuseIf(std::string_view(word.usage).find(known) == std::string_view::npos,
+                      "unknown field " + Quoted(entry) + "; expected: " + word.usage);
         std::string value = sign == std::string::npos ? "" : entry.substr(sign + 1);
         if (name == "url") {
-            if (value.size() > kMaxUrlSize || value.empty()) {
-                line.Fail("url " + Quoted(value) + ": " + Counted(value.size(), "byte") +
-                          ": 1 to " + std::to_string(kMaxUrlSize) + " can be given");
-            }
+            line.RefuseIf(value.size() > kMaxUrlSize || value.empty(),
+                          "url " + Quoted(value) + ": " + Counted(value.size(), "byte") +
+                              ": 1 to " + std::to_string(kMaxUrlSize) + " can be given");
         } else if (name == "mac" || name == "model" || name == "number") {
             value = line.Bytes(
                 value, name == "mac" ? kMacSize : (name == "model" ? kModelSize : kNumberSize));
@@ -167,16 +166,14 @@ void TakeExpectation(Line& line, const Word& word, Command& command) {
     if (what == "event") {
         command.verb = Verb::kExpectEvent;
         command.number = line.Number(word.usage, 1, 4);
-        if (line.Next(word.usage) != "within") {
-            line.Fail(std::string("\"within\" is missing; expected: ") + word.usage);
-        }
+        line.RefuseIf(line.Next(word.usage) != "within",
+                      std::string("\"within\" is missing; expected: ") + word.usage);
         command.within = line.Number(word.usage, 0, kMaxMilliseconds);
     } else if (what == "result") {
         command.verb = Verb::kExpectResult;
         const std::string result = line.Next(word.usage);
-        if (result != "OK" && result != "FAIL") {
-            line.Fail("unknown result " + Quoted(result) + "; expected: OK or FAIL");
-        }
+        line.RefuseIf(result != "OK" && result != "FAIL",
+                      "unknown result " + Quoted(result) + "; expected: OK or FAIL");
         command.on = result == "OK";
     } else {
         line.Fail("unknown expectation " + Quoted(what) + "; expected: " + word.usage);
@@ -213,9 +210,7 @@ void TakeArguments(Line& line, const Word& word, Command& command) {
             }
             break;
         case Takes::kPlan:
-            if (line.Done()) {
-                line.Fail(std::string("the plan is missing; expected: ") + word.usage);
-            }
+            line.RefuseIf(line.Done(), std::string("the plan is missing; expected: ") + word.usage);
             command.argument = line.Rest();
             break;
         case Takes::kBits:
@@ -225,15 +220,13 @@ void TakeArguments(Line& line, const Word& word, Command& command) {
             break;
         case Takes::kOwn:
             command.on = !line.Done();
-            if (command.on && line.Next(word.usage) != "own") {
-                line.Fail(std::string("only \"own\" can follow; expected: ") + word.usage);
-            }
+            line.RefuseIf(command.on && line.Next(word.usage) != "own",
+                          std::string("only \"own\" can follow; expected: ") + word.usage);
             break;
         case Takes::kSwitch: {
             const std::string state = line.Next(word.usage);
-            if (state != "on" && state != "off") {
-                line.Fail("unknown state " + Quoted(state) + "; expected: " + word.usage);
-            }
+            line.RefuseIf(state != "on" && state != "off",
+                          "unknown state " + Quoted(state) + "; expected: " + word.usage);
             command.on = state == "on";
             break;
         }
@@ -252,6 +245,29 @@ void TakeArguments(Line& line, const Word& word, Command& command) {
     }
 }
 
+void TakeCommand(Line& line, const std::string& word, bool hasManager, Command& command) {
+    const std::vector<Word>& words = ScriptWords();
+    const auto found =
+        std::find_if(words.begin(), words.end(), [&](const Word& one) { return word == one.name; });
+    if (found == words.end()) {
+        std::vector<std::string> known = NamesOf(words);
+        known.insert(known.end(), {"end", "at", "in", "on", "host", "manager"});
+        line.Fail("unknown command " + Quoted(word) + "; expected: " + Joined(NamesOf(words)) +
+                  ", end, or a prefix: at, in, on, host, manager" + Suggestion(known, word));
+    }
+    const auto refuse = [&](bool given, const char* prefix, const char* right) {
+        line.RefuseIf(given, Quoted(prefix) + " cannot come before " + Quoted(word) + "; " + right);
+    };
+    refuse(command.in && (found->flags & kIn) == 0, "in",
+           "expected: tap, enter, leave, send or chip-status");
+    refuse(hasManager && (found->flags & kManager) == 0, "manager",
+           "expected: an operation of a manager");
+    refuse(command.host != 0 && (found->flags & kScriptOnly) != 0, "host",
+           "it belongs to the script itself");
+    command.verb = found->verb;
+    TakeArguments(line, *found, command);
+}
+
 /// A line may say "at MS" alone.
 void ParseCommand(Line& line, Command& command) {
     std::optional<unsigned> manager;
@@ -260,54 +276,23 @@ void ParseCommand(Line& line, Command& command) {
         if (word == "at") {
             command.at = line.Number("at MS [COMMAND]", 0, kMaxMilliseconds);
             if (line.Done()) {
-                command.verb = Verb::kWait;
-                command.number = 0;
+                command.number = 0;  // a wait
                 return;
             }
-            continue;
-        }
-        if (word == "in") {
+        } else if (word == "in") {
             command.in = line.Number("in MS COMMAND", 0, kMaxMilliseconds);
-            continue;
-        }
-        if (word == "on") {
+        } else if (word == "on") {
             command.only = NamesIn(line, line.Next("on NAME[,NAME...] COMMAND"), "route or chip",
                                    RoutesAndChips());
-            continue;
-        }
-        if (word == "host") {
+        } else if (word == "host") {
             command.host = static_cast<unsigned>(line.Number("host N COMMAND", 1, kMostHosts));
-            continue;
-        }
-        if (word == "manager") {
+        } else if (word == "manager") {
             manager = static_cast<unsigned>(line.Number("manager N COMMAND", 1, kMostManagers));
-            continue;
+        } else {
+            command.manager = manager.value_or(1);
+            TakeCommand(line, word, manager.has_value(), command);
+            return;
         }
-        const std::vector<Word>& words = ScriptWords();
-        const auto found = std::find_if(words.begin(), words.end(),
-                                        [&](const Word& one) { return word == one.name; });
-        if (found == words.end()) {
-            std::vector<std::string> known = NamesOf(words);
-            known.insert(known.end(), {"end", "at", "in", "on", "host", "manager"});
-            line.Fail("unknown command " + Quoted(word) + "; expected: " + Joined(NamesOf(words)) +
-                      ", end, or a prefix: at, in, on, host, manager" + Suggestion(known, word));
-        }
-        const auto refuse = [&](bool given, const char* prefix, const char* right) {
-            if (given) {
-                line.Fail("\"" + std::string(prefix) + "\" cannot come before " + Quoted(word) +
-                          "; " + right);
-            }
-        };
-        refuse(command.in && (found->flags & kIn) == 0, "in",
-               "expected: tap, enter, leave, send or chip-status");
-        refuse(manager && (found->flags & kManager) == 0, "manager",
-               "expected: an operation of a manager");
-        refuse(command.host != 0 && (found->flags & kScriptOnly) != 0, "host",
-               "it belongs to the script itself");
-        command.manager = manager.value_or(1);
-        command.verb = found->verb;
-        TakeArguments(line, *found, command);
-        return;
     }
 }
 
@@ -359,9 +344,7 @@ Script ParseScript(const std::string& file, std::string_view text) {
 
         Line line(script.file, number, content);
         if (content == "end") {
-            if (open.size() == 1) {
-                line.Fail(R"("end" without a "repeat" before it)");
-            }
+            line.RefuseIf(open.size() == 1, R"("end" without a "repeat" before it)");
             open.pop_back();
             continue;
         }
@@ -369,15 +352,12 @@ Script ParseScript(const std::string& file, std::string_view text) {
         command.line = number;
         command.text = content;
         ParseCommand(line, command);
-        if (command.verb == Verb::kPc && (open.size() > 1 || !script.commands.empty())) {
-            line.Fail(R"("pc" can only be the first command)");
-        }
+        line.RefuseIf(command.verb == Verb::kPc && (open.size() > 1 || !script.commands.empty()),
+                      R"("pc" can only be the first command)");
         open.back()->push_back(std::move(command));
         if (open.back()->back().verb == Verb::kRepeat) {
-            if (open.size() > kMaxNested) {
-                line.Fail("more than " + std::to_string(kMaxNested) +
-                          " \"repeat\"s inside one another");
-            }
+            line.RefuseIf(open.size() > kMaxNested, "more than " + std::to_string(kMaxNested) +
+                                                        " \"repeat\"s inside one another");
             open.push_back(&open.back()->back().body);
         }
     }

@@ -87,14 +87,13 @@ const std::vector<Word>& ScriptWords() {
     return words;
 }
 
-const std::vector<Prefix>& ScriptPrefixes() {
-    static const std::vector<Prefix> prefixes{
+const std::vector<HelpEntry>& ScriptPrefixes() {
+    static const std::vector<HelpEntry> prefixes{
         {"at MS", "not before this time of the script; also alone on a line"},
         {"on NAME[,NAME...]", "only on these routes or chips"},
         {"in MS",
          "with tap, enter, leave, send and chip-status: the device does it that much later, and "
-         "the "
-         "script goes on at once"},
+         "the script goes on at once"},
         {"host N",
          "N from 1 to 4: runs on the thread of this host, after what the host was given before, "
          "while the script goes on"},

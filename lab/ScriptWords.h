@@ -2,6 +2,7 @@
 // table is one command.
 #pragma once
 
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -41,11 +42,11 @@ struct Word {
 
 const std::vector<Word>& ScriptWords();
 
-struct Prefix {
-    const char* usage;
-    const char* meaning;
+struct HelpEntry {
+    std::string form;
+    std::string meaning;
 };
 
-const std::vector<Prefix>& ScriptPrefixes();
+const std::vector<HelpEntry>& ScriptPrefixes();
 
 }  // namespace lab

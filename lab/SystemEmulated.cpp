@@ -10,7 +10,6 @@
 #include <system_error>
 
 #include "lab/ConfigCheck.h"
-#include "lab/LogSink.h"
 #include "lab/System.h"
 #include "lab/Terminal.h"
 #include "platform/emulation/Kernel.h"

@@ -131,9 +131,7 @@ void TagRules::JudgeTag(const std::string& memory, double now) const {
     const Command& command = *known->last->command;
     const ImageNotes notes = AnnotateImage(image);
     if (notes.fault) {
-        m_findings.Expect(
-            false, command, "a valid image on the tag",
-            "offset " + std::to_string(notes.fault->offset) + ": " + notes.fault->check);
+        m_findings.Expect(false, command, "a valid image on the tag", notes.fault->Text());
         return;
     }
     const auto onTag = [&](const std::string& name) {

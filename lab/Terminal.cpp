@@ -9,7 +9,7 @@
 #include <mutex>
 
 #include "lab/Failure.h"
-#include "lab/Printable.h"
+#include "lab/Words.h"
 
 namespace lab {
 

@@ -60,14 +60,12 @@ class Findings {
         if (condition || !m_known.insert({command.line, expected}).second) {
             return;
         }
-        Json object;
-        object["kind"] = "violation";
-        object["file"] = m_file;
-        object["line"] = command.line;
-        object["command"] = command.text;
-        object["expected"] = expected;
-        object["seen"] = seen;
-        m_waiting.push_back(std::move(object));
+        m_waiting.push_back({{"kind", "violation"},
+                             {"file", m_file},
+                             {"line", command.line},
+                             {"command", command.text},
+                             {"expected", expected},
+                             {"seen", seen}});
     }
 
     /// Violations that nobody has taken yet.

@@ -1,7 +1,11 @@
 #include "lab/Words.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <numeric>
+
+#include "lab/Hex.h"
+#include "platform/Utf8.h"
 
 namespace lab {
 
@@ -28,6 +32,34 @@ std::size_t Distance(const std::string& a, const std::string& b) {
         last.swap(row);
     }
     return last[b.size()];
+}
+
+bool IsControl(std::uint32_t code) {
+    return code < 0x20 || (code >= 0x7F && code < 0xA0);
+}
+
+std::string EscapedByte(char byte) {
+    return byte == '\n'   ? "\\n"
+           : byte == '\r' ? "\\r"
+           : byte == '\t' ? "\\t"
+                          : "\\x" + ToHex(std::string_view(&byte, 1));
+}
+
+std::string Escape(std::string_view text, bool controls) {
+    std::string shown;
+    while (!text.empty()) {
+        const platform::Utf8Character character = platform::FirstOfUtf8(text);
+        const std::size_t size = character.valid ? character.length : 1;
+        if (!character.valid || (controls && IsControl(character.codePoint))) {
+            for (const char byte : text.substr(0, size)) {
+                shown += EscapedByte(byte);
+            }
+        } else {
+            shown += text.substr(0, size);
+        }
+        text.remove_prefix(size);
+    }
+    return shown;
 }
 
 }  // namespace
@@ -74,6 +106,14 @@ std::string Suggestion(const std::vector<std::string>& allowed, const std::strin
         }
     }
     return best.empty() ? best : "; did you mean \"" + best + "\"?";
+}
+
+std::string Printable(std::string_view text) {
+    return Escape(text, true);
+}
+
+std::string ValidUtf8(std::string_view text) {
+    return Escape(text, false);
 }
 
 }  // namespace lab

@@ -1,4 +1,5 @@
-// Small texts that messages are made of: lists, quotes, counts, and a guess at a mistyped word.
+// Small texts that messages are made of: lists, quotes, counts, a guess at a mistyped word, and
+// what makes names, script lines and values safe to print, which may hold any bytes.
 #pragma once
 
 #include <cstddef>
@@ -33,6 +34,13 @@ template <class Table>
 std::vector<std::string> NamesOf(const Table& table) {
     return NamesOf(table, [](const auto& /*row*/) { return true; });
 }
+
+/// Shows each control character, NUL included, and each byte that is not UTF-8 as \n, \r, \t or
+/// \xNN. Everything else stays unchanged, so that a second pass changes nothing.
+std::string Printable(std::string_view text);
+
+/// Shows only the bytes that are not UTF-8 as \xNN.
+std::string ValidUtf8(std::string_view text);
 
 /// "; did you mean ...?" when one of the allowed words looks like `typed`; empty otherwise.
 std::string Suggestion(const std::vector<std::string>& allowed, const std::string& typed);

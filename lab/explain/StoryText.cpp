@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdio>
 
-#include "lab/Printable.h"
+#include "lab/Words.h"
 
 namespace lab::explain {
 

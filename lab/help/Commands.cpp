@@ -56,10 +56,6 @@ bool IsCommand(const CLI::App* app) {
     return !app->get_name().empty();  // the others are groups of options
 }
 
-std::string PathTo(const std::string& path, const CLI::App& command) {
-    return path.empty() ? command.get_name() : path + " " + command.get_name();
-}
-
 CommandInfo InfoOf(const CLI::App& app, const std::string& path) {
     CommandInfo info;
     info.path = path;
@@ -74,7 +70,7 @@ CommandInfo InfoOf(const CLI::App& app, const std::string& path) {
 void Collect(std::vector<CommandInfo>& all, const CLI::App& app, const std::string& path) {
     all.push_back(InfoOf(app, path));
     for (const CLI::App* const sub : app.get_subcommands(IsCommand)) {
-        Collect(all, *sub, PathTo(path, *sub));
+        Collect(all, *sub, PathTo(path, sub->get_name()));
     }
 }
 
@@ -82,11 +78,15 @@ void SetFootersFrom(CLI::App& app, const std::string& path,
                     std::string (*footer)(const std::string& path)) {
     app.footer(footer(path));
     for (CLI::App* const sub : app.get_subcommands([](CLI::App* one) { return IsCommand(one); })) {
-        SetFootersFrom(*sub, PathTo(path, *sub), footer);
+        SetFootersFrom(*sub, PathTo(path, sub->get_name()), footer);
     }
 }
 
 }  // namespace
+
+std::string PathTo(const std::string& path, const std::string& name) {
+    return path.empty() ? name : path + " " + name;
+}
 
 std::vector<CommandInfo> Commands(const CLI::App& app) {
     std::vector<CommandInfo> all;
@@ -99,7 +99,7 @@ CommandInfo LastCommand(const CLI::App& app) {
     std::string path;
     while (!last->get_subcommands().empty()) {
         last = last->get_subcommands().front();
-        path = PathTo(path, *last);
+        path = PathTo(path, last->get_name());
     }
     return InfoOf(*last, path);
 }

@@ -27,6 +27,9 @@ struct CommandInfo {
     std::vector<std::string> subcommands;
 };
 
+/// The path of a command of the one at `path`.
+std::string PathTo(const std::string& path, const std::string& name);
+
 /// The program first, then each command before its own commands.
 std::vector<CommandInfo> Commands(const CLI::App& app);
 

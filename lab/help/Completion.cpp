@@ -105,9 +105,9 @@ std::string CompletedWords(const std::vector<CommandInfo>& commands,
     }
     const CommandInfo* command = &commands.front();
     for (std::size_t i = 0; i + 1 < words.size(); ++i) {
-        const std::string path = command->path.empty() ? words[i] : command->path + " " + words[i];
-        const auto found = std::find_if(commands.begin(), commands.end(),
-                                        [&](const CommandInfo& one) { return one.path == path; });
+        const auto found = std::find_if(
+            commands.begin(), commands.end(),
+            [&](const CommandInfo& one) { return one.path == PathTo(command->path, words[i]); });
         command = found == commands.end() ? command : &*found;
     }
     const std::string before = words.size() > 1 ? words[words.size() - 2] : "";
@@ -126,11 +126,9 @@ std::string CompletedWords(const std::vector<CommandInfo>& commands,
         }
     }
     for (const CommandInfo& one : commands) {
-        const bool isOf = std::any_of(
-            command->subcommands.begin(), command->subcommands.end(), [&](const std::string& name) {
-                return one.path == (command->path.empty() ? name : command->path + " " + name);
-            });
-        lines += isOf ? Offered(one.path.substr(one.path.rfind(' ') + 1), one.description) : "";
+        const std::string name = one.path.substr(one.path.rfind(' ') + 1);
+        const bool isOf = !name.empty() && one.path == PathTo(command->path, name);
+        lines += isOf ? Offered(name, one.description) : "";
     }
     return first + lines;
 }

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "lab/ScriptWords.h"
-
 namespace lab {
 
 namespace {
@@ -60,12 +58,8 @@ std::vector<HelpSection> Grammar(const std::string& path) {
     for (const Word& word : ScriptWords()) {
         commands.entries.push_back({word.usage, word.meaning});
     }
-    HelpSection prefixes{"Prefixes of a command in a script", "", {}};
-    for (const Prefix& prefix : ScriptPrefixes()) {
-        prefixes.entries.push_back({prefix.usage, prefix.meaning});
-    }
     return {std::move(commands),
-            std::move(prefixes),
+            {"Prefixes of a command in a script", "", ScriptPrefixes()},
             {"Faults",
              "PLAN is a list of entries, separated by commas, as in write#3=refuse:1117, "
              "interrupt#1=never. Where several name one request, the first one holds.",

@@ -5,12 +5,9 @@
 #include <string>
 #include <vector>
 
-namespace lab {
+#include "lab/ScriptWords.h"
 
-struct HelpEntry {
-    std::string form;
-    std::string meaning;
-};
+namespace lab {
 
 struct HelpSection {
     std::string title;
