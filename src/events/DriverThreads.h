@@ -7,8 +7,9 @@
 #include "events/ThreadLife.h"
 #include "platform/platform.h"
 
-/// Run flag of both threads. Set by every creation of a manager and every write, cleared by the end
-/// of a manager's proxy and by a failed device start, read by the loops.
+/// Run flag of both threads. Set by every creation of a manager and every write; cleared by the end
+/// of a manager's proxy, by a failed device start and by one that opens a keyboard instead; read
+/// by the loops.
 extern std::atomic<bool> g_interruptRunning;
 
 // Thread handles, null when there is none. Written by the thread's ThreadLife.

@@ -17,7 +17,7 @@ std::atomic<unsigned> g_deferNotified{0};
 
 namespace {
 
-// Used with the visit's lock, and notified with g_deferMutex held as well.
+// Used with the visit's lock. A first report notifies it with g_deferMutex held as well.
 platform::NeverDestroyed<platform::ConditionVariable> g_deferCond;
 
 // Reports the phone to the host. False when there is no listener.
