@@ -45,21 +45,17 @@ const simulator::RouteKind& RouteOfDevice(const std::string& path) {
     return simulator::KindOf(simulator::PcRoute::kHid);
 }
 
-const char* Operation(const emulation::Request& request) {
-    switch (request.kind()) {
-        case emulation::Request::Kind::kRead:
-            return "read";
-        case emulation::Request::Kind::kWrite:
-            return "write";
-        case emulation::Request::Kind::kControl:
-            break;
-    }
-    return request.controlCode() == simulator::kControlInterrupt ? "wait" : "open";
-}
-
 bool IsInterruptWait(const emulation::Request& request) {
     return request.kind() == emulation::Request::Kind::kControl &&
            request.controlCode() == simulator::kControlInterrupt;
+}
+
+const char* Operation(const emulation::Request& request) {
+    using Kind = emulation::Request::Kind;
+    return request.kind() == Kind::kRead    ? "read"
+           : request.kind() == Kind::kWrite ? "write"
+           : IsInterruptWait(request)       ? "wait"
+                                            : "open";
 }
 
 class TracingPeer : public LinkDockService::BlePeer {
@@ -131,43 +127,32 @@ void BusTrace::Add(emulation::ThreadId thread, emulation::Micros time, Json fiel
 
 void BusTrace::Take(const emulation::TraceEvent& event) {
     using Kind = emulation::TraceEvent::Kind;
-    switch (event.kind) {
-        case Kind::kThreadEnd:
-            --m_threads;
-            break;
-        case Kind::kThreadStart:
-            ++m_threads;
-            // A routine is only compared, never called.
-            m_recorder.ThreadStarted(event.thread, reinterpret_cast<const void*>(event.routine));
-            break;
-        case Kind::kLock:
-            if (event.text == kDeferLockName) {
-                m_recorder.NameThread(event.thread, kDeferThread);
-            } else if (event.text == kNumberLockName) {
-                m_recorder.NameThread(event.thread, kNumberThread);
-            }
-            break;
-        case Kind::kStart:
-            Started(event);
-            break;
-        case Kind::kDone:
-            Done(event);
-            break;
-        case Kind::kCancel:
-            Add(event.thread, event.time,
-                BusObject("cancel", "", 0, std::string("cancel a ") + Operation(*event.request)));
-            break;
-        case Kind::kOpen:
-            if (event.error == ERROR_SUCCESS) {
-                m_meaning = MeaningOn(RouteOfDevice(event.text));
-            }
-            Add(event.thread, event.time, BusObject("open", "", event.error, event.text));
-            break;
-        case Kind::kSleep:
-            Add(event.thread, event.time, {{"kind", "sleep"}, {"ms", event.milliseconds}});
-            break;
-        default:
-            break;
+    if (event.kind == Kind::kThreadEnd) {
+        --m_threads;
+    } else if (event.kind == Kind::kThreadStart) {
+        ++m_threads;
+        // A routine is only compared, never called.
+        m_recorder.ThreadStarted(event.thread, reinterpret_cast<const void*>(event.routine));
+    } else if (event.kind == Kind::kLock) {
+        if (event.text == kDeferLockName) {
+            m_recorder.NameThread(event.thread, kDeferThread);
+        } else if (event.text == kNumberLockName) {
+            m_recorder.NameThread(event.thread, kNumberThread);
+        }
+    } else if (event.kind == Kind::kStart) {
+        Started(event);
+    } else if (event.kind == Kind::kDone) {
+        Done(event);
+    } else if (event.kind == Kind::kCancel) {
+        Add(event.thread, event.time,
+            BusObject("cancel", "", 0, std::string("cancel a ") + Operation(*event.request)));
+    } else if (event.kind == Kind::kOpen) {
+        if (event.error == ERROR_SUCCESS) {
+            m_meaning = MeaningOn(RouteOfDevice(event.text));
+        }
+        Add(event.thread, event.time, BusObject("open", "", event.error, event.text));
+    } else if (event.kind == Kind::kSleep) {
+        Add(event.thread, event.time, {{"kind", "sleep"}, {"ms", event.milliseconds}});
     }
 }
 

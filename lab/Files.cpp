@@ -41,14 +41,14 @@ std::string ReadBounded(std::FILE* file, const std::string& place) {
     return bytes;
 }
 
-/// True when every byte has reached the operating system. Closes the file in any case.
-bool WriteAndClose(File file, std::string_view bytes) {
+/// Fails unless every byte has reached the operating system. Closes the file in any case.
+void WriteAndClose(File file, const std::string& place, std::string_view bytes) {
     const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size() &&
                          std::fflush(file.get()) == 0;
     const int error = errno;
     const bool closed = std::fclose(file.release()) == 0;
     errno = written ? errno : error;
-    return written && closed;
+    FailIf(!written || !closed, place + ": cannot be written: " + Cause());
 }
 
 /// A temporary file next to the target, removed unless it becomes the target.
@@ -68,9 +68,7 @@ class Replacement {
     void Write(std::string_view bytes) const {
         File file(std::fopen(m_temporary.string().c_str(), "wb"));
         RefuseIf(file == nullptr, m_place + ": cannot be created: " + Cause());
-        if (!WriteAndClose(std::move(file), bytes)) {
-            throw SystemFailure(m_place + ": cannot be written: " + Cause());
-        }
+        WriteAndClose(std::move(file), m_place, bytes);
     }
     void Commit(fs::file_status old) const {
         std::error_code error;
@@ -171,9 +169,7 @@ void WriteFile(const std::string& place, const fs::path& path, std::string_view 
     }
     File file(std::fopen(path.string().c_str(), "wb"));
     RefuseIf(file == nullptr, place + ": cannot be written: " + Cause());
-    if (!WriteAndClose(std::move(file), bytes)) {
-        throw SystemFailure(place + ": cannot be written: " + Cause());
-    }
+    WriteAndClose(std::move(file), place, bytes);
 }
 
 }  // namespace lab

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <string_view>
 #include <utility>
 
 #include "lab/Failure.h"
@@ -26,8 +25,9 @@ constexpr std::uint8_t kMacAddress[6] = {0x02, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E};
 
 using Number = std::uint8_t[32];
 
-std::string_view View(const std::uint8_t* bytes, std::size_t count) {
-    return {reinterpret_cast<const char*>(bytes), count};
+template <std::size_t Size>
+std::string AsString(const std::uint8_t (&bytes)[Size]) {
+    return {bytes, bytes + Size};
 }
 
 template <std::size_t Size>
@@ -53,7 +53,7 @@ void SetFields(NdefMessage& message, const Host::Fields& fields) {
 }
 
 Json NumberField(const Number& number) {
-    return {{"number", ToHex(View(number, sizeof(number)))}};
+    return {{"number", ToHex(AsString(number))}};
 }
 
 Json MessageFields(NdefMessage& message) {
@@ -66,9 +66,9 @@ Json MessageFields(NdefMessage& message) {
     message.GetMac(mac);
     message.GetModel(model);
     return {{"url", url},
-            {"mac", ToHex(View(mac, sizeof(mac)))},
-            {"number", ToHex(View(number, sizeof(number)))},
-            {"model", ToHex(View(model, sizeof(model)))}};
+            {"mac", ToHex(AsString(mac))},
+            {"number", ToHex(AsString(number))},
+            {"model", ToHex(AsString(model))}};
 }
 
 }  // namespace
@@ -84,7 +84,7 @@ void Host::OnEvent(int event, const std::uint8_t (&number)[32], int route) {
                         {{"kind", "event"},
                          {"event", event},
                          {"route", route},
-                         {"number", ToHex(View(number, sizeof(number)))}});
+                         {"number", ToHex(AsString(number))}});
     self.m_events.Add(event, route);
     self.m_pc.RecheckWaits();
     self.ActInListener();
@@ -111,7 +111,7 @@ void Host::ActInListener() {
     if (manager != nullptr && habits.renews) {
         const int result = manager->WriteRandNum(number);
         if (result == 0) {
-            Content(habits.manager, {{"number", std::string(View(number, sizeof(number)))}});
+            Content(habits.manager, {{"number", AsString(number)}});
         }
         Json more = NumberField(number);
         more["listener"] = true;
@@ -241,7 +241,7 @@ void Host::Renew(unsigned manager, const std::string& bytes) {
     }
     const int result = Manager(manager)->WriteRandNum(number);
     if (result == 0) {
-        Content(manager, {{"number", std::string(View(number, sizeof(number)))}});
+        Content(manager, {{"number", AsString(number)}});
     }
     Record(manager, "WriteRandNum", result, NumberField(number));
 }

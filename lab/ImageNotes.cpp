@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <utility>
 
 #include "lab/Hex.h"
 #include "lab/Words.h"
@@ -25,8 +26,13 @@ std::string Byte(std::string_view image, std::size_t offset) {
     return "0x" + ToHex(image.substr(offset, 1));
 }
 
-std::string Hex(std::uint8_t byte) {
-    return "0x" + ToHex(Bytes{byte});
+/// A fault unless the byte at `offset` is this one.
+std::optional<ImageFault> Other(std::string_view image, std::size_t offset, const char* name,
+                                std::uint8_t wanted, const char* more = "") {
+    return ByteAt(image, offset) == wanted
+               ? std::nullopt
+               : std::make_optional(ImageFault{offset, name + Byte(image, offset) + ", not 0x" +
+                                                           ToHex(Bytes{wanted}) + more});
 }
 
 /// The offset of the second record, computed as the library's reader does.
@@ -40,9 +46,8 @@ std::optional<ImageFault> FrameFault(std::string_view image) {
                                  std::to_string(kFrameSize) + " to " +
                                  std::to_string(kMaxImageSize) + " are accepted"};
     }
-    if (ByteAt(image, kTagOffset) != kNdefMessageTag) {
-        return ImageFault{
-            kTagOffset, "TLV tag is " + Byte(image, kTagOffset) + ", not " + Hex(kNdefMessageTag)};
+    if (const auto fault = Other(image, kTagOffset, "TLV tag is ", kNdefMessageTag)) {
+        return fault;
     }
     const std::size_t length = ByteAt(image, kLengthOffset);
     if (length > kMaxReadLength) {
@@ -66,9 +71,8 @@ std::optional<ImageFault> FrameFault(std::string_view image) {
 std::optional<ImageFault> UriFault(std::string_view image) {
     const std::size_t length = ByteAt(image, kLengthOffset);
     const std::size_t first = kPayloadOffset + kRecordTypeOffset;
-    if (ByteAt(image, first) != kUriRecord) {
-        return ImageFault{
-            first, "URI record begins with " + Byte(image, first) + ", not " + Hex(kUriRecord)};
+    if (const auto fault = Other(image, first, "URI record begins with ", kUriRecord)) {
+        return fault;
     }
     const std::size_t typeAt = kPayloadOffset + kTypeLenOffset;
     const std::size_t typeLen = ByteAt(image, typeAt);
@@ -86,9 +90,9 @@ std::optional<ImageFault> UriFault(std::string_view image) {
     if (length <= kPrefixOffset) {
         return ImageFault{prefixAt, "the image ends before the URI identifier code"};
     }
-    if (ByteAt(image, prefixAt) != kHttpsPrefix) {
-        return ImageFault{prefixAt, "URI identifier code is " + Byte(image, prefixAt) + ", not " +
-                                        Hex(kHttpsPrefix) + " (https)"};
+    if (const auto fault =
+            Other(image, prefixAt, "URI identifier code is ", kHttpsPrefix, " (https)")) {
+        return fault;
     }
     if (typeLen != g_uriType.size()) {
         return ImageFault{typeAt, "URI type length is " + std::to_string(typeLen) + ", not " +
@@ -109,9 +113,8 @@ std::optional<ImageFault> MimeFault(std::string_view image) {
     if (left == 0) {
         return ImageFault{second, "there is nothing after the URI record"};
     }
-    if (ByteAt(image, second) != kMimeRecord) {
-        return ImageFault{second, "media-type record begins with " + Byte(image, second) +
-                                      ", not " + Hex(kMimeRecord)};
+    if (const auto fault = Other(image, second, "media-type record begins with ", kMimeRecord)) {
+        return fault;
     }
     if (left < kTypeOffset) {
         return ImageFault{second,
@@ -152,8 +155,7 @@ class FieldNamer {
             return 0;
         }
         m_fields.push_back({m_at, there, name, meaning});
-        m_at += there;
-        return ByteAt(m_image, m_at - there);
+        return ByteAt(m_image, std::exchange(m_at, m_at + there));
     }
     void SetEnd(std::size_t end) { m_end = std::min(end, m_image.size()); }
     std::string_view Ahead(std::size_t size) const {
@@ -176,12 +178,9 @@ std::string Number(std::string_view bytes, const char* what) {
 std::string Text(std::string_view bytes) {
     std::string text = "\"";
     for (const char character : bytes) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (byte >= 0x20 && byte < 0x7F) {
-            text += character;
-        } else {
-            text += "\\x" + ToHex(std::string_view(&character, 1));
-        }
+        const bool printable = character >= 0x20 && character < 0x7F;
+        text +=
+            printable ? std::string(1, character) : "\\x" + ToHex(std::string_view(&character, 1));
     }
     return text + "\"";
 }
@@ -207,14 +206,14 @@ void NameFields(std::string_view image, std::vector<ImageField>& fields) {
     const std::size_t body = namer.Take(1, "media payload length", Number(namer.Ahead(1), "bytes"));
     namer.Take(typeLen, "media type", Text(namer.Ahead(typeLen)));
     std::size_t left = body;
-    const auto part = [&namer, &left](std::size_t size, const char* name) {
+    constexpr std::pair<std::size_t, const char*> kParts[] = {{kVersionSize, "version"},
+                                                              {kMacSize, "MAC address"},
+                                                              {kNumberSize, "random number"},
+                                                              {kModelSize, "PC model"}};
+    for (const auto& [size, name] : kParts) {
         namer.Take(std::min(size, left), name);
         left -= std::min(size, left);
-    };
-    part(kVersionSize, "version");
-    part(kMacSize, "MAC address");
-    part(kNumberSize, "random number");
-    part(kModelSize, "PC model");
+    }
     namer.Take(left, "payload after the model", "not checked");
     namer.Take(image.size(), "after the records", "not checked");
     namer.SetEnd(image.size());
@@ -248,8 +247,8 @@ std::vector<std::string> Remarks(std::string_view image) {
         remarks.push_back("the records end at offset " + std::to_string(body + count) +
                           ", the message at " + std::to_string(end));
     }
-    if (ByteAt(image, end) != kTerminatorTag) {
-        remarks.push_back("terminator is " + Byte(image, end) + ", not " + Hex(kTerminatorTag));
+    if (const auto other = Other(image, end, "terminator is ", kTerminatorTag)) {
+        remarks.push_back(other->check);
     }
     return remarks;
 }

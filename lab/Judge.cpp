@@ -121,9 +121,7 @@ void Judge::JudgeOperation(const Done& done) {
     };
     const auto& ended = m_history.Ended();
     const auto running = m_history.Running();
-    if (std::none_of(ended.begin(), ended.end(), disturbs) &&
-        std::none_of(running.begin(), running.end(),
-                     [&](const Done* other) { return disturbs(*other); })) {
+    if (!Any(ended, disturbs) && !Any(running, [&](auto* other) { return disturbs(*other); })) {
         m_failed[command.host] = &done;
     }
 }
@@ -170,12 +168,9 @@ void Judge::JudgeLeftovers() {
     // A connection, and one that could not be made, has its event until BtDisconnect.
     const PcParts& parts = m_pc.Parts();
     const std::size_t ofLink = parts.HasRoute("ble") && m_connected ? 1 : 0;
-    const auto& routes = parts.Routes();
-    const bool hasKeyboard =
-        std::any_of(routes.begin(), routes.end(), [](simulator::PcRoute route) {
-            const simulator::RouteKind& kind = simulator::KindOf(route);
-            return kind.IsDevice() && kind.IsKeyboard();
-        });
+    const bool hasKeyboard = Any(parts.Routes(), [](simulator::PcRoute route) {
+        return simulator::KindOf(route).IsDevice() && simulator::KindOf(route).IsKeyboard();
+    });
     const std::size_t kept = ofLink + (hasKeyboard ? 2 : parts.FirstRoute().IsDevice() ? 1 : 0);
     m_findings.Expect(live.threads <= 1, last, "at most 1 thread after the end",
                       std::to_string(live.threads));
@@ -203,8 +198,7 @@ void Judge::Finish() {
     m_findings.Expect(judged != JudgedFigures{}, m_history.Latest(), "something that can be judged",
                       "nothing");
     Flush();
-    Json object;
-    object["kind"] = "check";
+    Json object{{"kind", "check"}};
     for (std::size_t kind = 0; kind < kJudgedKinds; ++kind) {
         object[kJudged[kind].name] = judged[kind];
     }

@@ -139,17 +139,17 @@ std::string Before(const std::string& text, const std::string& mark) {
 /// The parser's message in this program's words.
 std::string Message(const CLI::ParseError& problem, const CLI::App& app) {
     const std::string text = problem.what();
-    std::string option = Before(text, ": 1 required ");
-    if (!option.empty()) {
-        return option + ": a value is missing";
-    }
-    option = Before(text, ": At Most 1 required");
-    if (!option.empty()) {
-        return option + ": it is given more than once";
-    }
-    option = Before(text, " was given a disallowed flag override");
-    if (!option.empty()) {
-        return "--" + option + ": it takes no value";
+    constexpr struct {
+        const char* mark;
+        const char* dashes;
+        const char* meaning;
+    } kReworded[] = {{": 1 required ", "", ": a value is missing"},
+                     {": At Most 1 required", "", ": it is given more than once"},
+                     {" was given a disallowed flag override", "--", ": it takes no value"}};
+    for (const auto& [mark, dashes, meaning] : kReworded) {
+        if (const std::string option = Before(text, mark); !option.empty()) {
+            return dashes + option + meaning;
+        }
     }
     if (Before(text, "subcommand is required").empty()) {
         return text;

@@ -80,46 +80,31 @@ PcDevices::PcDevices(const PcOptions& options, const PcParts& parts, Recorder& r
 
 void PcDevices::Act(const Command& command) {
     const Micros in = command.in.value_or(0) * emulation::kMillisecond;
-    switch (command.verb) {
-        case Verb::kTap:
-            m_pc.TapPhone(m_parts.RouteOf(command), in,
-                          command.number.value_or(kDefaultStay) * emulation::kMillisecond,
-                          m_reporter);
-            break;
-        case Verb::kEnter:
-            m_pc.HoldPhone(in, m_reporter);
-            break;
-        case Verb::kLeave:
-            m_pc.TakePhone(in);
-            break;
-        case Verb::kSend:
-            m_pc.SendFromKeyboard(m_parts.RouteOf(command), in, AsBytes(command.argument));
-            break;
-        case Verb::kChipStatus:
-            emulation::After(in, [this, status = static_cast<std::uint8_t>(*command.number)] {
-                m_pc.chip()->BackDoor().RaiseStatus(emulation::Now(), status, 0);
-            });
-            break;
-        case Verb::kChipBits: {
-            const Bytes bits = AsBytes(command.argument);
-            const emulation::DeviceLock lock;
-            m_pc.chip()->BackDoor().StickBits(bits[0] * 256U + bits[1], bits[2], bits[3]);
-            break;
-        }
-        case Verb::kBleClient:
-            LinkDockService::SetDeliveryHabits(HabitsOf(command.fields));
-            break;
-        case Verb::kUnplug:
-            m_pc.Unplug();
-            break;
-        case Verb::kPlug:
-            m_pc.Plug();
-            break;
-        case Verb::kFault:
-            m_pc.SetFaults(m_parts.Faults(command.argument));
-            break;
-        default:
-            break;
+    if (command.verb == Verb::kTap) {
+        m_pc.TapPhone(m_parts.RouteOf(command), in,
+                      command.number.value_or(kDefaultStay) * emulation::kMillisecond, m_reporter);
+    } else if (command.verb == Verb::kEnter) {
+        m_pc.HoldPhone(in, m_reporter);
+    } else if (command.verb == Verb::kLeave) {
+        m_pc.TakePhone(in);
+    } else if (command.verb == Verb::kSend) {
+        m_pc.SendFromKeyboard(m_parts.RouteOf(command), in, AsBytes(command.argument));
+    } else if (command.verb == Verb::kChipStatus) {
+        emulation::After(in, [this, status = static_cast<std::uint8_t>(*command.number)] {
+            m_pc.chip()->BackDoor().RaiseStatus(emulation::Now(), status, 0);
+        });
+    } else if (command.verb == Verb::kChipBits) {
+        const Bytes bits = AsBytes(command.argument);
+        const emulation::DeviceLock lock;
+        m_pc.chip()->BackDoor().StickBits(bits[0] * 256U + bits[1], bits[2], bits[3]);
+    } else if (command.verb == Verb::kBleClient) {
+        LinkDockService::SetDeliveryHabits(HabitsOf(command.fields));
+    } else if (command.verb == Verb::kUnplug) {
+        m_pc.Unplug();
+    } else if (command.verb == Verb::kPlug) {
+        m_pc.Plug();
+    } else if (command.verb == Verb::kFault) {
+        m_pc.SetFaults(m_parts.Faults(command.argument));
     }
 }
 

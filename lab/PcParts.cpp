@@ -62,8 +62,7 @@ PcParts::PcParts(const PcOptions& options, const std::vector<std::string>& suppo
 }
 
 bool PcParts::HasRoute(std::string_view name) const {
-    return std::any_of(m_routes.begin(), m_routes.end(),
-                       [&](PcRoute route) { return simulator::KindOf(route).name == name; });
+    return Any(m_routes, [&](PcRoute route) { return simulator::KindOf(route).name == name; });
 }
 
 std::vector<std::string> PcParts::RouteNames() const {
@@ -71,8 +70,7 @@ std::vector<std::string> PcParts::RouteNames() const {
 }
 
 bool PcParts::Has(bool (RouteKind::*property)() const) const {
-    return std::any_of(m_routes.begin(), m_routes.end(),
-                       [&](PcRoute route) { return (simulator::KindOf(route).*property)(); });
+    return Any(m_routes, [&](PcRoute route) { return (simulator::KindOf(route).*property)(); });
 }
 
 std::string PcParts::RouteName() const {
@@ -90,9 +88,8 @@ std::string PcParts::DefaultScript() const {
 }
 
 bool PcParts::Applies(const Command& command) const {
-    return command.only.empty() ||
-           std::any_of(command.only.begin(), command.only.end(), [&](const std::string& name) {
-               return HasRoute(name) || (m_chip != nullptr && m_chip->name == name);
+    return command.only.empty() || Any(command.only, [&](const std::string& name) {
+               return HasRoute(name) || ChipName() == name;
            });
 }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "lab/Hex.h"
+#include "lab/Words.h"
 
 namespace lab {
 
@@ -115,10 +116,9 @@ const Done* RunHistory::End(const Player::Step& step, double now) {
 // the threads of all, when it has done. The thread of a renewal holds no manager that could end
 // them.
 void RunHistory::NoteReleases(Done& done) {
-    done.overlapsRelease =
-        done.replaces && std::any_of(m_events.begin(), m_events.end(), [&](double event) {
-            return event >= done.begin - kLongestListener;
-        });
+    done.overlapsRelease = done.replaces && Any(m_events, [&](double event) {
+                               return event >= done.begin - kLongestListener;
+                           });
     for (Done& other : m_ended) {
         if (other.begin <= done.end && other.end >= done.begin) {
             done.overlapsRelease = done.overlapsRelease || other.replaces;
@@ -224,9 +224,8 @@ bool RunHistory::IsFaultless(double time) const {
 }
 
 bool RunHistory::IsAtRest(double now) const {
-    return Running().empty() && std::all_of(m_ended.begin(), m_ended.end(), [&](const Done& done) {
-               return done.end + kRenewalTime <= now;
-           });
+    return Running().empty() &&
+           !Any(m_ended, [&](const Done& done) { return done.end + kRenewalTime > now; });
 }
 
 std::vector<const Done*> RunHistory::Running() const {
@@ -240,15 +239,11 @@ std::vector<const Done*> RunHistory::Running() const {
 }
 
 bool RunHistory::IsPutting() const {
-    const auto running = Running();
-    return std::any_of(running.begin(), running.end(),
-                       [](const Done* done) { return MayPut(done->verb()); });
+    return Any(Running(), [](const Done* done) { return MayPut(done->verb()); });
 }
 
 bool RunHistory::WasGiven(const std::string& number, double time) const {
-    return std::any_of(m_given.begin(), m_given.end(), [&](const auto& given) {
-        return given.second == number && given.first >= time;
-    });
+    return Any(m_given, [&](auto& given) { return given.second == number && given.first >= time; });
 }
 
 }  // namespace lab

@@ -187,52 +187,38 @@ std::int64_t TakeWhole(Line& line, const Word& word) {
 }
 
 void TakeArguments(Line& line, const Word& word, Command& command) {
-    switch (word.takes) {
-        case Takes::kNothing:
-            break;
-        case Takes::kOptionalMs:
-            if (!line.Done()) {
-                command.number = TakeWhole(line, word);
-            }
-            break;
-        case Takes::kBytes:
-            command.argument = line.Bytes(line.Next(word.usage));
-            break;
-        case Takes::kMs:
-        case Takes::kByte:
-        case Takes::kCount:
+    if (word.takes == Takes::kOptionalMs) {
+        if (!line.Done()) {
             command.number = TakeWhole(line, word);
-            break;
-        case Takes::kNumber:
-            if (!line.Done()) {
-                const std::string number = line.Next(word.usage);
-                command.argument = number == "random" ? "" : line.Bytes(number, kNumberSize);
-            }
-            break;
-        case Takes::kPlan:
-            line.RefuseIf(line.Done(), std::string("the plan is missing; expected: ") + word.usage);
-            command.argument = line.Rest();
-            break;
-        case Takes::kBits:
-            for (const std::size_t size : {2U, 1U, 1U}) {
-                command.argument += line.Bytes(line.Next(word.usage), size);
-            }
-            break;
-        case Takes::kOwn:
-            command.on = !line.Done();
-            line.RefuseIf(command.on && line.Next(word.usage) != "own",
-                          std::string("only \"own\" can follow; expected: ") + word.usage);
-            break;
-        case Takes::kSwitch: {
-            const std::string state = line.Next(word.usage);
-            line.RefuseIf(state != "on" && state != "off",
-                          "unknown state " + Quoted(state) + "; expected: " + word.usage);
-            command.on = state == "on";
-            break;
         }
-        case Takes::kExpect:
-            TakeExpectation(line, word, command);
-            break;
+    } else if (word.takes == Takes::kBytes) {
+        command.argument = line.Bytes(line.Next(word.usage));
+    } else if (word.takes == Takes::kMs || word.takes == Takes::kByte ||
+               word.takes == Takes::kCount) {
+        command.number = TakeWhole(line, word);
+    } else if (word.takes == Takes::kNumber) {
+        if (!line.Done()) {
+            const std::string number = line.Next(word.usage);
+            command.argument = number == "random" ? "" : line.Bytes(number, kNumberSize);
+        }
+    } else if (word.takes == Takes::kPlan) {
+        line.RefuseIf(line.Done(), std::string("the plan is missing; expected: ") + word.usage);
+        command.argument = line.Rest();
+    } else if (word.takes == Takes::kBits) {
+        for (const std::size_t size : {2U, 1U, 1U}) {
+            command.argument += line.Bytes(line.Next(word.usage), size);
+        }
+    } else if (word.takes == Takes::kOwn) {
+        command.on = !line.Done();
+        line.RefuseIf(command.on && line.Next(word.usage) != "own",
+                      std::string("only \"own\" can follow; expected: ") + word.usage);
+    } else if (word.takes == Takes::kSwitch) {
+        const std::string state = line.Next(word.usage);
+        line.RefuseIf(state != "on" && state != "off",
+                      "unknown state " + Quoted(state) + "; expected: " + word.usage);
+        command.on = state == "on";
+    } else if (word.takes == Takes::kExpect) {
+        TakeExpectation(line, word, command);
     }
     if (IsOneOf(command.verb, {Verb::kTap, Verb::kSend}) && !line.Done()) {
         command.route = NameIn(line, line.Next(word.usage), "route", Routes());

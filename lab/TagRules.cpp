@@ -39,8 +39,7 @@ std::string OneOf(const std::set<std::string>& numbers) {
 // No other image was on its way when it began, and nothing else kept it from taking its content
 // over.
 bool TagRules::IsAlone(const Done& write) const {
-    const auto& ended = m_history.Ended();
-    return std::none_of(ended.begin(), ended.end(), [&](const Done& other) {
+    return !Any(m_history.Ended(), [&](const Done& other) {
         const double end = other.end + (other.verb() == Verb::kRenew ? kRenewalTime : 0);
         return &other != &write && (MayPut(other.verb()) || other.verb() == Verb::kReadMessage) &&
                other.begin < write.begin + kSurelyLater && end > write.begin;
@@ -71,8 +70,7 @@ std::optional<TagRules::Known> TagRules::KnownTag(double now) const {
         }
         known.last = &done;
         if (lastGiven > done.end ||
-            (done.verb() == Verb::kWrite && IsAlone(done) &&
-             std::any_of(ended.begin(), ended.end(), [&](const Done& later) {
+            (done.verb() == Verb::kWrite && IsAlone(done) && Any(ended, [&](const Done& later) {
                  return later.verb() == Verb::kRenew && later.worked &&
                         later.manager() == done.manager() &&
                         later.begin > done.begin + kSurelyLater && later.begin <= done.end;
@@ -157,8 +155,7 @@ void TagRules::JudgeReading(const Json& phone, const Command& tap, double begin)
     const auto& ended = m_history.Ended();
     const std::optional<Known> known = KnownTag(phone["t"]);
     if (!known || !m_history.ServiceAt(begin).written ||
-        std::any_of(ended.begin(), ended.end(),
-                    [&](const Done& done) { return MayPut(done.verb()) && done.end > begin; })) {
+        Any(ended, [&](const Done& done) { return MayPut(done.verb()) && done.end > begin; })) {
         return;
     }
     const auto read = [&](const char* name) {
@@ -177,10 +174,8 @@ void TagRules::JudgeReading(const Json& phone, const Command& tap, double begin)
     for (const auto& [name, value] : known->fields) {
         const bool isUrl = name == "url";
         const std::string wanted = isUrl ? kPrefix + value : ToHex(value);
-        std::string expected = "a phone that reads ";
-        expected.append(name).append(" ").append(wanted);
         const std::string seen = read(isUrl ? "uri" : name.c_str());
-        m_findings.Expect(seen == wanted, tap, expected, seen);
+        m_findings.Expect(seen == wanted, tap, "a phone that reads " + name + " " + wanted, seen);
     }
 }
 

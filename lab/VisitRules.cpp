@@ -113,10 +113,9 @@ void VisitRules::TakeReading(const Json& object) {
 }
 
 void VisitRules::JudgeRest(double now) const {
-    const bool isAway = std::all_of(m_phones.begin(), m_phones.end(), [&](const Phone& phone) {
-        return phone.gone + kRenewalTime <= now;
-    });
-    if (isAway && m_lastGone + kRenewalTime <= now && m_history.IsAtRest(now) &&
+    const bool isNear =
+        Any(m_phones, [&](const Phone& phone) { return phone.gone + kRenewalTime > now; });
+    if (!isNear && m_lastGone + kRenewalTime <= now && m_history.IsAtRest(now) &&
         !m_history.IsFaulting() && !IsDeaf(now)) {
         m_findings.Expect(m_open == 0, *m_openedBy, "every visit closed after a minute's rest",
                           std::to_string(m_open) + " open");
@@ -167,8 +166,7 @@ VisitRules::Surroundings VisitRules::Surrounding(const Phones& phones) const {
     for (const Done& done : m_history.Ended()) {
         beside.push_back(&done);
     }
-    bool isCalm =
-        std::all_of(phones.begin(), phones.end(), [](const Phone& phone) { return phone.isQuick; });
+    bool isCalm = !Any(phones, [](const Phone& phone) { return !phone.isQuick; });
     double busy = from;
     std::sort(beside.begin(), beside.end(),
               [](const Done* one, const Done* two) { return one->begin < two->begin; });
@@ -273,9 +271,8 @@ void VisitRules::JudgeEvents(const Phones& phones, const Surroundings& around) {
     if (around.isTimed) {
         // A Fanli chip's last may have belonged to the visit before it.
         const double leeway = chipReportsEnds && phones.size() > 1 ? kBeforeVisit : kLeaveLeeway;
-        const bool isShort = std::all_of(phones.begin(), phones.end(), [](const Phone& phone) {
-            return phone.gone - phone.begin <= kLongestWatch;
-        });
+        const bool isShort = !Any(
+            phones, [](const Phone& phone) { return phone.gone - phone.begin > kLongestWatch; });
         expected += ", the first before " + Milliseconds(begin + kPrompt);
         isRight = isRight && first <= begin + kPrompt;
         if (isShort && around.openers == 0) {

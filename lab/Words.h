@@ -2,6 +2,7 @@
 // what makes names, script lines and values safe to print, which may hold any bytes.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -41,6 +42,12 @@ std::string Printable(std::string_view text);
 
 /// Shows only the bytes that are not UTF-8 as \xNN.
 std::string ValidUtf8(std::string_view text);
+
+/// True when `holds` is true for one element, or more.
+template <class Elements, class Holds>
+bool Any(const Elements& elements, Holds holds) {
+    return std::any_of(elements.begin(), elements.end(), holds);
+}
 
 /// "; did you mean ...?" when one of the allowed words looks like `typed`; empty otherwise.
 std::string Suggestion(const std::vector<std::string>& allowed, const std::string& typed);

@@ -151,18 +151,10 @@ std::optional<Bytes> FanliChip::Read(Micros now, std::size_t count) {
             ++m_counters.malformed;
             m_answer = Answer::kNone;
         }
-        switch (m_answer) {
-            case Answer::kMemory:
-                bytes = Memory(m_answerRegister, count);
-                break;
-            case Answer::kStatus:
-                bytes = StatusAnswer(now);
-                break;
-            case Answer::kWriteCheck:
-                bytes = WriteCheckAnswer(now);
-                break;
-            case Answer::kNone:
-                break;
+        if (m_answer != Answer::kNone) {
+            bytes = m_answer == Answer::kMemory   ? Memory(m_answerRegister, count)
+                    : m_answer == Answer::kStatus ? StatusAnswer(now)
+                                                  : WriteCheckAnswer(now);
         }
         m_answer = Answer::kNone;
     }

@@ -183,14 +183,11 @@ void Pc::SendFromKeyboard(PcRoute route, Micros in, const Bytes& message) {
 }
 
 Bytes Pc::TagMemory() {
-    switch (m_routes.at(0)) {
-        case PcRoute::kHid:
-            return m_keyboard->Image();
-        case PcRoute::kBle:
-            return m_bluetooth->Image();
-        default:
-            return chip(m_routes.front())->BackDoor().Memory(kFirstImageRegister, kTagMemory);
-    }
+    const PcRoute first = m_routes.at(0);
+    return first == PcRoute::kHid ? m_keyboard->Image()
+           : first == PcRoute::kBle
+               ? m_bluetooth->Image()
+               : chip(first)->BackDoor().Memory(kFirstImageRegister, kTagMemory);
 }
 
 Chip* Pc::chip() {

@@ -66,10 +66,7 @@ HDEVINFO SetupDiGetClassDevsW(const GUID* classGuid, const WCHAR* /*enumerator*/
 BOOL SetupDiEnumDeviceInterfaces(HDEVINFO list, SP_DEVINFO_DATA* /*info*/, const GUID* classGuid,
                                  DWORD index, SP_DEVICE_INTERFACE_DATA* data) {
     const Operation operation(Call::kEnumerate);
-    if (operation.Refused()) {
-        return FALSE;
-    }
-    const auto found = emulation::Find<DeviceListObject>(list);
+    const auto found = operation.Refused() ? nullptr : emulation::Find<DeviceListObject>(list);
     if (found == nullptr) {
         return FALSE;
     }
@@ -93,10 +90,7 @@ BOOL SetupDiGetDeviceInterfaceDetailW(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* d
                                       SP_DEVICE_INTERFACE_DETAIL_DATA_W* detail, DWORD size,
                                       DWORD* required, SP_DEVINFO_DATA* /*info*/) {
     const Operation operation(Call::kEnumerate);
-    if (operation.Refused()) {
-        return FALSE;
-    }
-    const auto found = emulation::Find<DeviceListObject>(list);
+    const auto found = operation.Refused() ? nullptr : emulation::Find<DeviceListObject>(list);
     if (found == nullptr) {
         return FALSE;
     }
@@ -145,10 +139,10 @@ void HidD_GetHidGuid(GUID* guid) {
 
 BOOLEAN HidD_GetPreparsedData(HANDLE device, PHIDP_PREPARSED_DATA* data) {
     const Operation operation(Call::kHid);
-    if (operation.Refused()) {
-        return FALSE;
-    }
-    const auto hid = emulation::HidOfDevice(device, &emulation::HidInterface::preparsedDataFails);
+    const auto hid =
+        operation.Refused()
+            ? nullptr
+            : emulation::HidOfDevice(device, &emulation::HidInterface::preparsedDataFails);
     if (hid == nullptr) {
         return FALSE;
     }
@@ -169,10 +163,7 @@ BOOLEAN HidD_FreePreparsedData(PHIDP_PREPARSED_DATA data) {
 
 NTSTATUS HidP_GetCaps(PHIDP_PREPARSED_DATA data, HIDP_CAPS* caps) {
     const Operation operation(Call::kHid);
-    if (operation.Refused()) {
-        return emulation::kCapsFailed;
-    }
-    const auto found = emulation::Find<PreparsedDataObject>(data);
+    const auto found = operation.Refused() ? nullptr : emulation::Find<PreparsedDataObject>(data);
     if (found == nullptr || found->hid->capsFail) {
         return emulation::kCapsFailed;
     }
@@ -185,10 +176,9 @@ NTSTATUS HidP_GetCaps(PHIDP_PREPARSED_DATA data, HIDP_CAPS* caps) {
 
 BOOLEAN HidD_GetAttributes(HANDLE device, HIDD_ATTRIBUTES* attributes) {
     const Operation operation(Call::kHid);
-    if (operation.Refused()) {
-        return FALSE;
-    }
-    const auto hid = emulation::HidOfDevice(device, &emulation::HidInterface::attributesFail);
+    const auto hid = operation.Refused()
+                         ? nullptr
+                         : emulation::HidOfDevice(device, &emulation::HidInterface::attributesFail);
     if (hid == nullptr) {
         return FALSE;
     }

@@ -21,10 +21,7 @@ HANDLE CreateEventW(SECURITY_ATTRIBUTES* /*security*/, BOOL manualReset, BOOL in
 
 BOOL SetEvent(HANDLE event) {
     const Operation operation(Call::kSetEvent);
-    if (operation.Refused()) {
-        return FALSE;
-    }
-    const auto object = emulation::Find<EventObject>(event);
+    const auto object = operation.Refused() ? nullptr : emulation::Find<EventObject>(event);
     if (object == nullptr) {
         return FALSE;
     }
@@ -35,10 +32,7 @@ BOOL SetEvent(HANDLE event) {
 
 BOOL ResetEvent(HANDLE event) {
     const Operation operation(Call::kResetEvent);
-    if (operation.Refused()) {
-        return FALSE;
-    }
-    const auto object = emulation::Find<EventObject>(event);
+    const auto object = operation.Refused() ? nullptr : emulation::Find<EventObject>(event);
     if (object == nullptr) {
         return FALSE;
     }

@@ -22,16 +22,11 @@ namespace {
 constexpr ULONG_PTR kHandleStep = 4;  // the two low bits of a handle are free on Windows
 
 const char* WaitName(Object::Kind kind) {
-    switch (kind) {
-        case Object::Kind::kEvent:
-            return "event";
-        case Object::Kind::kThread:
-            return "thread";
-        case Object::Kind::kProcess:
-            return "the end of this process, whose handle is INVALID_HANDLE_VALUE:";
-        default:
-            return "device";
-    }
+    return kind == Object::Kind::kEvent    ? "event"
+           : kind == Object::Kind::kThread ? "thread"
+           : kind == Object::Kind::kProcess
+               ? "the end of this process, whose handle is INVALID_HANDLE_VALUE:"
+               : "device";
 }
 
 // Never signalled. Never destroyed: a thread may wait for it when the process ends.

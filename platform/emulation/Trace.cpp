@@ -26,41 +26,24 @@ void Trace(TraceEvent event) {
 }
 
 const char* Name(Call call) {
-    switch (call) {
-        case Call::kCreateEvent:
-            return "CreateEventW";
-        case Call::kCreateThread:
-            return "CreateThread";
-        case Call::kSetEvent:
-            return "SetEvent";
-        case Call::kResetEvent:
-            return "ResetEvent";
-        case Call::kWait:
-            return "WaitForSingleObject";
-        case Call::kSleep:
-            return "Sleep";
-        case Call::kCloseHandle:
-            return "CloseHandle";
-        case Call::kCreateFile:
-            return "CreateFileW";
-        case Call::kReadFile:
-            return "ReadFile";
-        case Call::kWriteFile:
-            return "WriteFile";
-        case Call::kDeviceIoControl:
-            return "DeviceIoControl";
-        case Call::kGetOverlappedResult:
-            return "GetOverlappedResult";
-        case Call::kCancelIoEx:
-            return "CancelIoEx";
-        case Call::kEnumerate:
-            return "SetupDi";
-        case Call::kHid:
-            return "HidD";
-        case Call::kConfiguration:
-            return "configuration";
-    }
-    return "unknown";
+    constexpr const char* kNames[] = {// in the order of Call
+                                      "CreateEventW",
+                                      "CreateThread",
+                                      "SetEvent",
+                                      "ResetEvent",
+                                      "WaitForSingleObject",
+                                      "Sleep",
+                                      "CloseHandle",
+                                      "CreateFileW",
+                                      "ReadFile",
+                                      "WriteFile",
+                                      "DeviceIoControl",
+                                      "GetOverlappedResult",
+                                      "CancelIoEx",
+                                      "SetupDi",
+                                      "HidD",
+                                      "configuration"};
+    return kNames[static_cast<std::size_t>(call)];
 }
 
 }  // namespace emulation
