@@ -25,19 +25,19 @@ Told Explain(const std::string& log, std::size_t piece) {
     PrefixLayout layout = sample.Find();
 
     Told told;
-    const StoryText format{lab::Style(false), 60, {"log"}};
-    Story story([&](const Item& item) {
-        Check(item.begin.line >= 1, "an item names a line");
-        Check(item.micros.value_or(0) >= 0, "nothing takes less than no time");
+    const StoryText format(lab::Style(false), 60, 1);
+    Story story([&](const lab::Json& item) {
+        Check(item["line"] >= 1, "an item names a line");
+        Check(item.value("ms", 0.0) >= 0, "nothing takes less than no time");
         told.text += format.ItemLines(item, true);
-        told.json += format.ItemJson(item);
+        told.json += JsonLine(item);
     });
     LogLines lines([&](const LogLine& line) {
         Check(line.prefix.size() + line.match.text.size() <= LogLines::kLongestPart,
               "a line has a bound");
         const Origin origin = layout.Read(line.prefix);
         story.Take({line.match,
-                    {line.number, 0, std::string(origin.time), origin.micros},
+                    {line.number, "log", std::string(origin.time), origin.micros},
                     origin.process,
                     origin.thread});
     });
@@ -47,10 +47,9 @@ Told Explain(const std::string& log, std::size_t piece) {
     lines.End();
     story.End();
     const LineCounts& counts = lines.Counts();
-    const LogFacts facts{{"log"}, log.size(), counts, layout};
     Check(counts.library + counts.unknown <= counts.lines, "the lines add up");
-    told.text += format.Summary(facts, story);
-    told.json += format.SummaryJson(facts, story);
+    told.text += format.Figures(story.Figures());
+    told.json += JsonLine(story.Figures());
     return told;
 }
 

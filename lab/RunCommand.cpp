@@ -17,7 +17,7 @@
 #include "lab/System.h"
 #include "lab/Terminal.h"
 #include "lab/Words.h"
-#include "lab/explain/LiveStory.h"
+#include "lab/explain/StoryText.h"
 #include "tagimage/ImageGeometry.h"
 
 namespace lab {

@@ -17,58 +17,59 @@ constexpr unsigned kShortestChain = 3;           // visits
 constexpr std::int64_t kSlowListener = 1'000'000;
 constexpr std::uint32_t kRequestNotEnded = 996;  // how a wait ends that a stop has woken
 
-/// An operation that the other one contains is no item of its own.
-bool Contains(ItemKind outer, ItemKind inner) {
+/// Something that is a part of what is under way is no item of its own.
+bool Contains(const std::optional<ItemKind>& outer, ItemKind inner) {
     return outer == ItemKind::kWrite && (inner == ItemKind::kUpdate || inner == ItemKind::kRead);
 }
 
 }  // namespace
 
 // Remembers a fact.
-void ProcessStory::Notice(Lane& lane, const Entry& entry, ItemKind kind) {
-    Operation none;
-    Operation& operation = lane.operation ? *lane.operation : none;
-    switch (entry.match.meaning->role) {
+void ProcessStory::Notice(const At& at) {
+    Lane& lane = at.lane;
+    switch (at.role) {
         case Role::kMessageBegins:
             TellLoose(lane);
             lane.messageCause.reset();
             break;
         case Role::kContentSet:  // a read has no last line
-            if (lane.Is(ItemKind::kRead) && operation.isDone) {
+            if (lane.Is(ItemKind::kRead) && lane.operation->isDone) {
                 Close(lane);
             }
             break;
         case Role::kStartUndone:
-            operation.isDone = false;
+            if (lane.operation) {
+                lane.operation->isDone = false;
+            }
             break;
         case Role::kNoChip:  // that is normal after a write to a keyboard
             if (lane.previous != Role::kThreadsReady) {
-                AddStep(lane, entry, kind);
+                AddStep(at);
             }
             break;
         case Role::kWriteCheck:
-            if (entry.match.firstArgument == "0") {
-                AddStep(lane, entry, kind);
+            if (at.match.firstArgument == "0") {
+                AddStep(at);
             }
             break;
         case Role::kChipRetry:
             ++lane.retries;
             break;
         case Role::kThreadsStart:
-            lane.threadsStart = entry.place.order;
+            lane.threadsStart = at.place.order;
             m_rearmed = m_chip.open.empty() ? "" : "WriteMessage";
             break;
         case Role::kRenewKnown:
-            ++m_totals.known;
+            ++m_notNew;
             break;
         case Role::kVisitLeft:
             if (!m_chip.open.empty()) {
-                m_chip.open.front().left = entry.place.micros;
+                m_chip.open.front().end = at.place.micros;
             }
             break;
         case Role::kLeaveStatus:
             TellLoose(lane);
-            for (Visit& visit : m_chip.open) {
+            for (Begun& visit : m_chip.open) {
                 visit.hasLeaveStatus = true;
             }
             break;
@@ -77,172 +78,166 @@ void ProcessStory::Notice(Lane& lane, const Entry& entry, ItemKind kind) {
     }
 }
 
-void ProcessStory::AddStep(Lane& lane, const Entry& entry, ItemKind /*kind*/) {
-    const Match& match = entry.match;
-    const auto known = std::find_if(lane.chain.begin(), lane.chain.end(), [&](const Step& step) {
-        return step.meaning == match.meaning && step.code == match.code;
+void ProcessStory::AddStep(const At& at) {
+    std::vector<Step>& chain = at.lane.chain;
+    const auto known = std::find_if(chain.begin(), chain.end(), [&](const Step& step) {
+        return step.meaning == &at.meaning && step.code == at.match.code;
     });
-    if (known != lane.chain.end()) {
+    if (known != chain.end()) {
         ++known->times;
-    } else if (lane.chain.size() < kMostSteps) {
-        lane.chain.push_back({match.meaning, std::string(match.text.substr(0, kLongestStep)),
-                              match.code, entry.place});
+    } else if (chain.size() < kMostSteps) {
+        chain.push_back({&at.meaning, std::string(at.match.text.substr(0, kLongestStep)),
+                         at.match.code, at.place});
     }
 }
 
-void ProcessStory::AddLoose(Lane& lane, const Entry& entry, ItemKind kind) {
-    AddStep(lane, entry, kind);
-    if (!lane.operation || kind == ItemKind::kRenew) {
-        TellChain(lane, kind, entry.match.meaning->means);
+void ProcessStory::AddLoose(const At& at) {
+    AddStep(at);
+    if (!at.lane.operation || at.kind == ItemKind::kRenew) {
+        TellChain(at.lane, at.kind, at.meaning.means);
     }
 }
 
-void ProcessStory::AddUnusual(Lane& lane, const Entry& entry, ItemKind /*kind*/) {
-    TellNote(entry.place, std::string(entry.match.meaning->means),
-             AdviceOf(entry.match.meaning->advice));
-    m_note->thread = lane.thread;
+void ProcessStory::AddUnusual(const At& at) {
+    TellNote(at.place, std::string(at.meaning.means), at.lane.thread, at.meaning.advice);
 }
 
-void ProcessStory::Begin(Lane& lane, const Entry& entry, ItemKind kind) {
-    Close(lane);
-    lane.seen.reset();
-    lane.retries = 0;
-    Operation operation;
-    operation.kind = kind;
-    operation.begin = entry.place;
-    operation.isDone = kind == ItemKind::kDisconnect;  // it has no last line
-    lane.operation = std::move(operation);
-    if (kind == ItemKind::kCreate && !m_chip.open.empty()) {
+void ProcessStory::Begin(const At& at) {
+    Close(at.lane);
+    at.lane.seen.reset();
+    at.lane.retries = 0;
+    at.lane.operation = Begun{at.kind, at.place};
+    at.lane.operation->isDone = at.kind == ItemKind::kDisconnect;  // it has no last line
+    if (at.kind == ItemKind::kCreate && !m_chip.open.empty()) {
         m_rearmed = "Create";
     }
 }
 
-void ProcessStory::Try(Lane& lane, const Entry& entry, ItemKind kind) {
-    if (!lane.operation || lane.operation->isDone ||
-        (!lane.Is(kind) && !Contains(lane.operation->kind, kind))) {
-        Begin(lane, entry, kind);
+void ProcessStory::Try(const At& at) {
+    const std::optional<Begun>& operation = at.lane.operation;
+    if (!operation || operation->isDone ||
+        (operation->kind != at.kind && !Contains(operation->kind, at.kind))) {
+        Begin(at);
     }
-    lane.operation->tries += kind == ItemKind::kRead ? 0 : 1;
+    at.lane.operation->tries += at.kind == ItemKind::kRead ? 0 : 1;
 }
 
-void ProcessStory::Done(Lane& lane, const Entry& entry, ItemKind kind) {
-    if (lane.Is(kind)) {
-        lane.operation->isDone = true;
-        lane.operation->doneAt = entry.place.micros;
+void ProcessStory::Done(const At& at) {
+    if (at.lane.Is(at.kind)) {
+        at.lane.operation->isDone = true;
+        at.lane.operation->end = at.place.micros;
     }
 }
 
-void ProcessStory::Succeed(Lane& lane, const Entry& entry, ItemKind kind) {
-    if (lane.operation && Contains(lane.operation->kind, kind)) {
+void ProcessStory::Succeed(const At& at) {
+    if (at.lane.operation && Contains(at.lane.operation->kind, at.kind)) {
         return;
     }
-    if (!lane.Is(kind)) {  // its first line is missing
-        Begin(lane, entry, kind);
+    if (!at.lane.Is(at.kind)) {  // its first line is missing
+        Begin(at);
     }
-    Finish(lane, Outcome::kWorked, entry.place.micros);
+    Finish(at.lane, Outcome::kWorked, at.place.micros);
 }
 
-void ProcessStory::Fail(Lane& lane, const Entry& entry, ItemKind kind) {
-    AddStep(lane, entry, kind);
-    if (lane.operation && Contains(lane.operation->kind, kind)) {
+void ProcessStory::Fail(const At& at) {
+    Lane& lane = at.lane;
+    AddStep(at);
+    if (lane.operation && Contains(lane.operation->kind, at.kind)) {
         return;  // seen: the outer one fails at its end
     }
-    if (!lane.Is(kind)) {
+    if (!lane.Is(at.kind)) {
         std::vector<Step> chain = std::exchange(lane.chain, {});
-        Begin(lane, entry, kind);
+        Begin(at);
         lane.chain.swap(chain);
     }
-    if (kind == ItemKind::kCreate && lane.messageCause) {
+    if (at.kind == ItemKind::kCreate && lane.messageCause) {
         lane.chain.insert(lane.chain.begin(), *std::exchange(lane.messageCause, std::nullopt));
     }
-    Finish(lane, Outcome::kFailed, entry.place.micros);
+    Finish(lane, Outcome::kFailed, at.place.micros);
 }
 
-void ProcessStory::FindRoute(Lane& lane, const Entry& entry, ItemKind kind) {
-    const Meaning& meaning = *entry.match.meaning;
-    std::vector<Tag>& tags = m_totals.tags;
-    const unsigned own = meaning.traits & kHasOwnClient;
+void ProcessStory::FindRoute(const At& at) {
+    const unsigned own = at.meaning.traits & kHasOwnClient;
     const auto isReplaced = [own](const Tag& tag) { return (tag.traits & kHasOwnClient) == own; };
-    tags.erase(std::remove_if(tags.begin(), tags.end(), isReplaced), tags.end());
-    Tag& tag = *tags.insert(own != 0 ? tags.end() : tags.begin(), Tag());
-    tag.route = meaning.says;
-    tag.traits = meaning.traits;
+    m_tags.erase(std::remove_if(m_tags.begin(), m_tags.end(), isReplaced), m_tags.end());
+    m_tags.insert(own != 0 ? m_tags.end() : m_tags.begin(),
+                  Tag{std::string(at.meaning.says), {}, at.meaning.traits});
     if (own != 0) {
-        Succeed(lane, entry, kind);
+        Succeed(at);
     }
     // A route was found later, so the missing driver is no fault.
-    const auto isMissing = [](const Step& step) {
-        return step.meaning->role == Role::kDriverMissing;
+    std::vector<Step>& chain = at.lane.chain;
+    const auto isMissing = [](const Step& one) {
+        return one.meaning->role == Role::kDriverMissing;
     };
-    lane.chain.erase(std::remove_if(lane.chain.begin(), lane.chain.end(), isMissing),
-                     lane.chain.end());
+    chain.erase(std::remove_if(chain.begin(), chain.end(), isMissing), chain.end());
 }
 
-void ProcessStory::FindChip(Lane& lane, const Entry& entry, ItemKind kind) {
-    const Meaning& meaning = *entry.match.meaning;
-    if (m_totals.tags.empty() || Has(kHasOwnClient)) {
-        m_totals.tags.insert(m_totals.tags.begin(), Tag());
+void ProcessStory::FindChip(const At& at) {
+    if (m_tags.empty() || Has(kHasOwnClient)) {
+        m_tags.insert(m_tags.begin(), Tag());
     }
-    Tag& tag = m_totals.tags.front();
-    if (meaning.role == Role::kChip || lane.previous != Role::kChip) {
-        tag.isSilent = meaning.role == Role::kChipLike && lane.previous == Role::kChipSilent;
-        tag.chip = tag.isSilent ? "silent chip" : std::string(meaning.says);
-        tag.traits = (tag.traits & (kChipBehindDriver | kInKeyboard)) | meaning.traits;
+    Tag& tag = m_tags.front();
+    if (at.role == Role::kChip || at.lane.previous != Role::kChip) {
+        tag.isSilent = at.role == Role::kChipLike && at.lane.previous == Role::kChipSilent;
+        tag.chip = tag.isSilent ? "silent chip" : std::string(at.meaning.says);
+        tag.traits = (tag.traits & (kChipBehindDriver | kInKeyboard)) | at.meaning.traits;
     }
-    if ((meaning.traits & kUnprepared) != 0) {
-        Done(lane, entry, kind);
+    if ((at.meaning.traits & kUnprepared) != 0) {
+        Done(at);
     }
 }
 
-void ProcessStory::NotRead(Lane& lane, const Entry& /*entry*/, ItemKind kind) {
+void ProcessStory::NotRead(const At& at) {
+    if (!at.lane.Is(at.kind)) {
+        return;
+    }
     // A chain without one of these says that the tag could not be read at all.
-    const bool isHarmless = std::any_of(lane.chain.begin(), lane.chain.end(), [](const Step& step) {
+    std::vector<Step>& chain = at.lane.chain;
+    const bool isHarmless = std::any_of(chain.begin(), chain.end(), [](const Step& step) {
         const Role role = step.meaning->role;
         return role == Role::kEmptyTag || role == Role::kForeignContent ||
                role == Role::kForeignRead;
     });
-    if (!lane.Is(kind)) {
-        return;
-    }
-    lane.operation->note = " Before it the tag held no message of this library.";
+    at.lane.operation->isOdd |= !isHarmless;
+    at.lane.operation->note = isHarmless ? " Before it the tag held no message of this library."
+                                         : " Before it the tag could not be read.";
     if (isHarmless) {
-        lane.chain.clear();
-    } else {
-        lane.operation->isOdd = true;
-        lane.operation->note = " Before it the tag could not be read.";
+        chain.clear();
     }
 }
 
-void ProcessStory::HaveThreads(Lane& lane, const Entry& entry, ItemKind kind) {
-    const bool hasFailed = entry.match.meaning->role == Role::kThreadsFail;
+void ProcessStory::HaveThreads(const At& at) {
+    Lane& lane = at.lane;
+    const bool hasFailed = at.role == Role::kThreadsFail;
     if (hasFailed) {
-        AddStep(lane, entry, kind);
+        AddStep(at);
     }
     // The thread that watches for leaves stays for the whole life of a process, or ends in the
     // middle of a visit.
     if (std::exchange(m_hasThreads, true) && !lane.HasSeen(Role::kThreadsKnown)) {
         LoseBefore(lane.threadsStart);
     }
-    if (lane.Is(kind)) {
+    if (lane.Is(at.kind)) {
         lane.operation->note +=
             hasFailed ? " The threads that report phones could not be started." : "";
         const bool isFailed = hasFailed || lane.HasSeen(Role::kWriteFails);
-        Finish(lane, isFailed ? Outcome::kFailed : Outcome::kWorked, entry.place.micros);
+        Finish(lane, isFailed ? Outcome::kFailed : Outcome::kWorked, at.place.micros);
     }
 }
 
-void ProcessStory::FailNumberRead(Lane& lane, const Entry& entry, ItemKind kind) {
-    AddStep(lane, entry, kind);
+void ProcessStory::FailNumberRead(const At& at) {
+    AddStep(at);
     // Without a write around it, it is an operation of its own.
-    if (!lane.HasSeen(Role::kRenewStored) && !lane.Writes()) {
-        std::vector<Step> chain = std::exchange(lane.chain, {});
-        Close(lane);
-        lane.chain.swap(chain);
-        TellChain(lane, kind, "ReadRandNum failed.");
+    if (!at.lane.HasSeen(Role::kRenewStored) && !at.lane.Writes()) {
+        std::vector<Step> chain = std::exchange(at.lane.chain, {});
+        Close(at.lane);
+        at.lane.chain.swap(chain);
+        TellChain(at.lane, at.kind, "ReadRandNum failed.");
     }
 }
 
-void ProcessStory::BeginRenewal(Lane& /*lane*/, const Entry& entry, ItemKind /*kind*/) {
+void ProcessStory::BeginRenewal(const At& at) {
     if (m_earlyRenewals > 0) {
         --m_earlyRenewals;
         return;
@@ -250,18 +245,19 @@ void ProcessStory::BeginRenewal(Lane& /*lane*/, const Entry& entry, ItemKind /*k
     if (m_renewals.size() == kMostRenewals) {
         m_renewals.pop_front();
     }
-    m_renewals.push_back(entry.place);
+    m_renewals.push_back({at.kind, at.place});
 }
 
-void ProcessStory::EndRenewal(Lane& lane, const Entry& entry, ItemKind kind) {
-    const bool hasFailed = entry.match.meaning->role == Role::kRenewFails;
-    Item item{kind, hasFailed ? Outcome::kFailed : Outcome::kWorked, entry.place, lane.thread,
-              "WriteRandNum: " + std::string(entry.match.meaning->says) + "."};
+void ProcessStory::EndRenewal(const At& at) {
+    Lane& lane = at.lane;
+    const bool hasFailed = at.role == Role::kRenewFails;
+    Item item{at.kind, hasFailed ? Outcome::kFailed : Outcome::kWorked, at.place, lane.thread,
+              "WriteRandNum: " + std::string(at.meaning.says) + "."};
     if (m_renewals.empty()) {
         ++m_earlyRenewals;
     } else {
-        item.begin = m_renewals.front();
-        item.micros = Between(item.begin.micros, entry.place.micros);
+        item.begin = m_renewals.front().begin;
+        item.micros = Between(item.begin.micros, at.place.micros);
         m_renewals.pop_front();
     }
     item.attempts = lane.retries + (lane.HasSeen(Role::kRenewStored) ? 1 : 0);
@@ -270,7 +266,7 @@ void ProcessStory::EndRenewal(Lane& lane, const Entry& entry, ItemKind kind) {
         lane.seen.reset();
     }
     if (hasFailed) {
-        AddStep(lane, entry, kind);
+        AddStep(at);
     }
     // With an operation in the same lane the steps are more likely that operation's.
     if (hasFailed || !lane.operation) {
@@ -279,91 +275,79 @@ void ProcessStory::EndRenewal(Lane& lane, const Entry& entry, ItemKind kind) {
     Tell(std::move(item));
 }
 
-void ProcessStory::LoseRenewal() {
-    TellOpen(ItemKind::kRenew, m_renewals.front(),
-             m_isLogsEnd ? "WriteRandNum: the new number is not on the tag yet when the log ends."
-                         : "WriteRandNum: its end is not in the log.");
-    m_renewals.pop_front();
+void ProcessStory::Lose(std::deque<Begun>& open) {
+    Tell({open.front().kind, Outcome::kOpen, open.front().begin, {}, {}});
+    open.pop_front();
 }
 
 void ProcessStory::LoseBefore(std::uint64_t order) {
-    while (!m_chip.open.empty() && m_chip.open.front().begin.order < order) {
-        LoseVisit(m_chip);
-    }
-    while (!m_renewals.empty() && m_renewals.front().order < order) {
-        LoseRenewal();
+    for (std::deque<Begun>* const open : {&m_chip.open, &m_renewals}) {
+        while (!open->empty() && open->front().begin.order < order) {
+            Lose(*open);
+        }
     }
 }
 
 // A keyboard's reports are handled on its own threads, or on one of the host's.
 bool ProcessStory::IsFromKeyboard(const Lane& lane) const {
     return lane.kind == ThreadKind::kAny
-               ? !m_totals.tags.empty() && !Has(kChipBehindDriver)
+               ? !m_tags.empty() && !Has(kChipBehindDriver)
                : lane.kind != ThreadKind::kInterrupt && lane.kind != ThreadKind::kDefer;
 }
 
-void ProcessStory::BeginVisit(Lane& lane, const Entry& entry, ItemKind /*kind*/) {
-    TellLoose(lane);
-    Source& source = SourceOf(lane);
-    std::deque<Visit>& open = source.open;
-    if (!open.empty() && (IsFromKeyboard(lane) || open.size() == kMostVisits)) {
-        LoseVisit(source);  // a keyboard reports both ends of each visit itself
+void ProcessStory::BeginVisit(const At& at) {
+    TellLoose(at.lane);
+    Source& source = SourceOf(at.lane);
+    const bool isFromKeyboard = IsFromKeyboard(at.lane);
+    if (!source.open.empty() && (isFromKeyboard || source.open.size() == kMostVisits)) {
+        Lose(source.open);  // a keyboard reports both ends of each visit itself
     }
-    const Micros pause = Between(source.lastEnd, entry.place.micros);
+    const Micros pause = Between(source.lastEnd, at.place.micros);
     if (!pause || *pause > kChainPause || source.chained == 0) {
         EndChain(source);
-        source.chainBegin = entry.place;
+        source.chainBegin = at.place;
     }
     ++source.chained;
-    open.emplace_back();
-    open.back().begin = entry.place;
-    if (!IsFromKeyboard(lane) && open.size() > 1 && !m_rearmed.empty()) {
-        open.back().note = " It is probably the phone of the visit before: a " +
-                           std::exchange(m_rearmed, {}) +
-                           " while it was there has it reported a second time.";
+    source.open.push_back({at.kind, at.place});
+    if (!isFromKeyboard && source.open.size() > 1 && !m_rearmed.empty()) {
+        source.open.back().note = " It is probably the phone of the visit before: a " +
+                                  std::exchange(m_rearmed, {}) +
+                                  " while it was there has it reported a second time.";
     }
 }
 
-void ProcessStory::EndVisit(Lane& lane, const Entry& entry, ItemKind kind) {
-    Source& source = SourceOf(lane);
+void ProcessStory::EndVisit(const At& at) {
+    Source& source = SourceOf(at.lane);
     if (source.open.empty()) {
-        TellNote(entry.place, "A phone left, and its arrival is not in this log.");
+        TellNote(at.place, "A phone left, and its arrival is not in this log.");
         return;
     }
-    const Visit visit = std::move(source.open.front());
+    const Begun visit = std::move(source.open.front());
     source.open.pop_front();
     std::string odd = visit.note;
-    const Micros listener = Between(visit.left, entry.place.micros);
+    const Micros listener = Between(visit.end, at.place.micros);
     if (listener && *listener > kSlowListener) {
         odd += " The listener took " + std::to_string(*listener / 1000) +
                " ms for event 1; the next phone waits that long.";
     }
-    if (Has(kReportsLeaves) && !IsFromKeyboard(lane) && !visit.hasLeaveStatus) {
+    if (Has(kReportsLeaves) && !IsFromKeyboard(at.lane) && !visit.hasLeaveStatus) {
         odd += " The chip did not report its leave; the library stopped waiting for it.";
     }
-    Item item{kind, odd.empty() ? Outcome::kWorked : Outcome::kUnusual, visit.begin, lane.thread,
-              "A phone was at the tag." + odd};
-    item.micros = Between(visit.begin.micros, visit.left ? visit.left : entry.place.micros);
-    source.lastEnd = entry.place.micros;
-    Tell(std::move(item));
+    source.lastEnd = at.place.micros;
+    Tell({at.kind, odd.empty() ? Outcome::kWorked : Outcome::kUnusual, visit.begin, at.lane.thread,
+          "A phone was at the tag." + odd,
+          Between(visit.begin.micros, visit.end ? visit.end : at.place.micros)});
 }
 
-void ProcessStory::MissListener(Lane& lane, const Entry& entry, ItemKind kind) {
-    Source& source = SourceOf(lane);
-    if (lane.previous == Role::kVisitBegins && !source.open.empty()) {
-        source.open.back().note = " The host had no listener when it came.";
-        if (!IsFromKeyboard(lane)) {
-            source.open.pop_back();  // the library has not opened it
+void ProcessStory::MissListener(const At& at) {
+    std::deque<Begun>& open = SourceOf(at.lane).open;
+    if (at.lane.previous == Role::kVisitBegins && !open.empty()) {
+        open.back().note = " The host had no listener when it came.";
+        if (!IsFromKeyboard(at.lane)) {
+            open.pop_back();  // the library has not opened it
         }
     }
-    AddUnusual(lane, entry, kind);
-}
-
-void ProcessStory::LoseVisit(Source& source) {
-    TellOpen(ItemKind::kVisit, source.open.front().begin,
-             m_isLogsEnd ? "A phone came, and has not left when the log ends."
-                         : "A phone came, and its leave is not in the log.");
-    source.open.pop_front();
+    AddUnusual(at);
 }
 
 void ProcessStory::EndChain(Source& source) {
@@ -376,28 +360,28 @@ void ProcessStory::EndChain(Source& source) {
     }
 }
 
-void ProcessStory::Wait(Lane& lane, const Entry& /*entry*/, ItemKind /*kind*/) {
-    TellLoose(lane);
-    lane.isLoopNormal = lane.isRefusalNormal = false;
+void ProcessStory::Wait(const At& at) {
+    TellLoose(at.lane);
+    at.lane.isLoopNormal = at.lane.isRefusalNormal = false;
 }
 
-void ProcessStory::RefuseRequest(Lane& lane, const Entry& entry, ItemKind kind) {
-    const Meaning& meaning = *entry.match.meaning;
-    if (meaning.role == Role::kLoopError && entry.match.code == kRequestNotEnded) {
-        lane.isLoopNormal = true;
-    } else if (meaning.role == Role::kLoopRefused && meaning.thread == ThreadKind::kInterrupt &&
-               !m_totals.tags.empty() && !Has(kChipBehindDriver)) {
-        lane.isRefusalNormal = true;  // without a chip nothing raises an interrupt
+void ProcessStory::RefuseRequest(const At& at) {
+    if (at.role == Role::kLoopError && at.match.code == kRequestNotEnded) {
+        at.lane.isLoopNormal = true;
+    } else if (at.role == Role::kLoopRefused && at.meaning.thread == ThreadKind::kInterrupt &&
+               !m_tags.empty() && !Has(kChipBehindDriver)) {
+        at.lane.isRefusalNormal = true;  // without a chip nothing raises an interrupt
     } else {
-        AddStep(lane, entry, kind);
+        AddStep(at);
     }
 }
 
-void ProcessStory::EndLoop(Lane& lane, const Entry& entry, ItemKind kind) {
+void ProcessStory::EndLoop(const At& at) {
+    const Lane& lane = at.lane;
     if (!lane.isRefusalNormal && !lane.chain.empty() && !lane.operation) {
-        TellChain(lane, kind, entry.match.meaning->means);
+        TellChain(at.lane, at.kind, at.meaning.means);
     } else if (lane.isLoopNormal) {
-        Tell({kind, Outcome::kWorked, entry.place, lane.thread,
+        Tell({at.kind, Outcome::kWorked, at.place, lane.thread,
               "The library stops waiting for phones, because a manager was released or the device "
               "is started again."});
     }

@@ -2,150 +2,139 @@
 
 #include <algorithm>
 #include <array>
+#include <string>
 
 namespace lab::explain {
 
 namespace {
 
 // Y year, N month's name, M month, D day, h m s; a blank is one or several, or a comma. A year has
-// four digits, another number one or two, and two where nothing separates them.
-constexpr std::array<std::string_view, 14> kDates{"Y-M-D", "Y/M/D", "Y.M.D", "YMD",   "D.M.Y",
+// four digits, another number one or two, and two where nothing separates them. The last date is
+// none.
+constexpr std::array<std::string_view, 15> kDates{"Y-M-D", "Y/M/D", "Y.M.D", "YMD",   "D.M.Y",
                                                   "M/D/Y", "D/M/Y", "D-M-Y", "N D Y", "N D",
-                                                  "D N Y", "D/N/Y", "D-N-Y", "M-D"};
+                                                  "D N Y", "D/N/Y", "D-N-Y", "M-D",   ""};
 constexpr std::array<std::string_view, 2> kTimes{"h:m:s", "hms"};
 constexpr std::array<std::string_view, 7> kOffsets{"Z", "+h:m", "-h:m", "+hm", "-hm", "+h", "-h"};
-constexpr std::string_view kBeforeTime = "T_-, :";
 constexpr std::string_view kMonths = "janfebmaraprmayjunjulaugsepoctnovdec";
+constexpr std::string_view kDigits = "0123456789";
 constexpr std::string_view kFields = "YMDhms";
 enum Field : std::uint8_t { kYear, kMonth, kDay, kHour, kMinute, kSecond };
-constexpr int kLeapYear = 2000;  // of a date without one
 using Fields = std::array<int, kFields.size()>;
+constexpr Fields kLeast{1970, 1, 1, 0, 0, 0};
+constexpr Fields kMost{9999, 12, 31, 23, 59, 60};
+constexpr Fields kNoDate{2000, 1, 1, 0, 0, 0};  // a leap year
 
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
+bool StartsWith(std::string_view text, std::string_view characters) {
+    return !text.empty() && characters.find(text[0]) != std::string_view::npos;
 }
 
-bool IsWord(char c) {
-    return IsDigit(c) || ((c | 0x20) >= 'a' && (c | 0x20) <= 'z');
+bool IsWord(std::string_view text) {
+    return StartsWith(text, kDigits) ||
+           (!text.empty() && (text[0] | 0x20) >= 'a' && (text[0] | 0x20) <= 'z');
 }
 
-/// A place in a text that moves on over what it recognises.
-struct Cursor {
-    std::string_view text;
-    std::size_t at = 0;
+std::string_view Without(std::string_view text, std::string_view characters) {
+    return text.substr(std::min(text.find_first_not_of(characters), text.size()));
+}
 
-    char Next() const { return at < text.size() ? text[at] : '\0'; }
-    bool Skip(std::string_view characters) {
-        const std::size_t begin = at;
-        at = std::min(text.find_first_not_of(characters, at), text.size());
-        return at > begin;
+int Month(std::string_view name) {
+    std::string lower(name);
+    for (char& c : lower) {
+        c = static_cast<char>(c | 0x20);
     }
-    bool One(std::string_view of) {
-        const bool isOne = at < text.size() && of.find(text[at]) != std::string_view::npos;
-        at += isOne ? 1 : 0;
-        return isOne;
-    }
-    bool Number(std::size_t least, std::size_t most, int& value) {
-        const std::size_t begin = at;
-        for (value = 0; at - begin < most && IsDigit(Next()); ++at) {
-            value = value * 10 + (text[at] - '0');
+    const std::size_t found = kMonths.find(lower);
+    return found % 3 == 0 ? static_cast<int>(found / 3) + 1 : 0;
+}
+
+/// Takes what `form` describes from the beginning of `text`, or nothing.
+bool Take(std::string_view& text, std::string_view form, Fields& fields) {
+    const bool isTight = form.find_first_not_of(kFields) == std::string_view::npos;
+    std::string_view rest = text;
+    for (const char& part : form) {
+        const std::size_t field = kFields.find(part == 'N' ? 'M' : part);
+        if (field >= fields.size()) {
+            const std::size_t before = rest.size();
+            rest = part == ' ' ? Without(rest, " ,")
+                               : rest.substr(StartsWith(rest, {&part, 1}) ? 1 : 0);
+            if (rest.size() == before) {
+                return false;
+            }
+            continue;
         }
-        return at - begin >= least;
-    }
-    bool Month(int& month) {
-        std::array<char, 3> name{};
-        for (char& c : name) {
-            c = static_cast<char>(Next() | 0x20);
-            ++at;
+        const std::size_t most = part == 'Y' ? 4 : part == 'N' ? 3 : 2;
+        const std::string_view value = rest.substr(
+            0, part == 'N' ? most : std::min(rest.size() - Without(rest, kDigits).size(), most));
+        const bool isShort = value.size() < (isTight || part == 'Y' || part == 'N' ? most : 1);
+        int number = part == 'N' ? Month(value) : 0;
+        for (std::size_t at = 0; at < value.size() && part != 'N'; ++at) {
+            number = number * 10 + (value[at] - '0');
         }
-        const std::size_t found = kMonths.find(std::string_view(name.data(), name.size()));
-        month = static_cast<int>(found / name.size()) + 1;
-        return found != std::string_view::npos && found % name.size() == 0;
+        if (isShort || number < kLeast[field] || number > kMost[field]) {
+            return false;
+        }
+        fields[field] = number;
+        rest.remove_prefix(value.size());
     }
-    bool Form(std::string_view form, Fields& fields) {
-        const bool isTight = form.find_first_not_of(kFields) == std::string_view::npos;
-        return std::all_of(form.begin(), form.end(), [&](const char& part) {
-            const std::size_t field = kFields.find(part);
-            return part == 'Y'                       ? Number(4, 4, fields[kYear])
-                   : part == 'N'                     ? Month(fields[kMonth])
-                   : part == ' '                     ? Skip(" ,")
-                   : field != std::string_view::npos ? Number(isTight ? 2 : 1, 2, fields[field])
-                                                     : One({&part, 1});
-        });
-    }
-};
+    text = rest;
+    return true;
+}
 
 /// Days since 1 January 1970.
 std::int64_t Days(const Fields& date) {
     const int year = date[kMonth] <= 2 ? date[kYear] - 1 : date[kYear];
-    const int era = year / 400;
-    const int yearOfEra = year - era * 400;
     const int month = date[kMonth] + (date[kMonth] > 2 ? -3 : 9);
-    const int dayOfYear = (153 * month + 2) / 5 + date[kDay] - 1;
-    const int dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
-    return std::int64_t{era} * 146'097 + dayOfEra - 719'468;
+    const int leapDays = year / 4 - year / 100 + year / 400;
+    return year * 365 + leapDays + (153 * month + 2) / 5 + date[kDay] - 1 - 719'468;
 }
 
-bool IsDate(const Fields& f) {
-    return f[kMonth] >= 1 && f[kMonth] <= 12 && f[kDay] >= 1 && f[kDay] <= 31 && f[kYear] >= 1970;
-}
-
-bool ReadTime(Cursor& cursor, std::string_view form, std::int64_t& micros) {
-    Fields f{};
-    if (!cursor.Form(form, f) || f[kHour] > 23 || f[kMinute] > 59 || f[kSecond] > 60 ||
-        IsDigit(cursor.Next())) {
-        return false;
-    }
-    micros = (std::int64_t{f[kHour]} * 3600 + f[kMinute] * 60 + f[kSecond]) * kMicrosPerSecond;
-    Cursor more = cursor;
-    if (more.One(".,:") && IsDigit(more.Next())) {
-        for (std::int64_t unit = kMicrosPerSecond / 10; IsDigit(more.Next()); unit /= 10) {
-            micros += (more.text[more.at++] - '0') * unit;
+/// What may follow the seconds: a fraction, AM or PM, an offset from UTC.
+std::int64_t MicrosAfter(std::string_view& text, const Fields& time) {
+    std::int64_t micros = 0;
+    if (StartsWith(text, ".,:") && StartsWith(text.substr(1), kDigits)) {
+        text.remove_prefix(1);
+        for (std::int64_t unit = kMicrosPerSecond / 10; StartsWith(text, kDigits); unit /= 10) {
+            micros += (text[0] - '0') * unit;
+            text.remove_prefix(1);
         }
-        cursor = more;
     }
-    more = cursor;
-    more.Skip(" ");
-    const bool isAfternoon = (more.Next() | 0x20) == 'p';
-    if (more.One("APap") && more.One("Mm") && !IsWord(more.Next())) {
-        micros += ((isAfternoon ? 12 : 0) - (f[kHour] == 12 ? 12 : 0)) * 3600 * kMicrosPerSecond;
-        cursor = more;
+    const std::string_view half = Without(text, " ");
+    if (StartsWith(half, "APap") && StartsWith(half.substr(1), "Mm") && !IsWord(half.substr(2))) {
+        const int hours = (StartsWith(half, "Pp") ? 12 : 0) - (time[kHour] == 12 ? 12 : 0);
+        micros += hours * 3600 * kMicrosPerSecond;
+        text = half.substr(2);
     }
     for (const std::string_view offset : kOffsets) {
-        more = cursor;
-        more.Skip(" ");
-        if (more.Form(offset, f) && !IsWord(more.Next())) {
-            cursor = more;
+        Fields ignored{};
+        std::string_view rest = Without(text, " ");
+        if (Take(rest, offset, ignored) && !IsWord(rest)) {
+            text = rest;
             break;
         }
     }
-    return true;
+    return micros;
 }
 
 std::optional<Clock> ClockAt(std::string_view prefix, std::size_t at) {
-    Clock clock{at};
-    for (const std::string_view form : kDates) {
-        Cursor date{prefix, at};
-        Fields fields{kLeapYear};
-        if (!date.Form(form, fields) || !IsDate(fields)) {
-            continue;
-        }
-        date.Skip(kBeforeTime);
+    for (const std::string_view date : kDates) {
         for (const std::string_view time : kTimes) {
-            Cursor cursor = date;
-            if (ReadTime(cursor, time, clock.micros)) {
-                clock.micros += Days(fields) * kMicrosPerDay;
-                clock.hasDate = true;
-                clock.end = cursor.at;
-                return clock;
+            Fields f = kNoDate;
+            std::string_view rest = prefix.substr(at);
+            // Six digits alone are more often something else.
+            if ((date.empty() && time != kTimes[0]) || !Take(rest, date, f)) {
+                continue;
+            }
+            rest = date.empty() ? rest : Without(rest, "T_-, :");
+            if (Take(rest, time, f) && !StartsWith(rest, kDigits)) {
+                const std::int64_t days = date.empty() ? 0 : Days(f);
+                const std::int64_t seconds =
+                    days * 86'400 + f[kHour] * 3600 + f[kMinute] * 60 + f[kSecond];
+                const std::int64_t micros = seconds * kMicrosPerSecond + MicrosAfter(rest, f);
+                return Clock{at, prefix.size() - rest.size(), micros, !date.empty()};
             }
         }
     }
-    // Six digits alone are more often something else.
-    Cursor cursor{prefix, at};
-    const bool isTime = ReadTime(cursor, kTimes[0], clock.micros);
-    clock.end = cursor.at;
-    return isTime ? std::optional(clock) : std::nullopt;
+    return std::nullopt;
 }
 
 }  // namespace
@@ -153,7 +142,7 @@ std::optional<Clock> ClockAt(std::string_view prefix, std::size_t at) {
 std::optional<Clock> FindClock(std::string_view prefix) {
     std::optional<Clock> clock;
     for (std::size_t at = 0; at < prefix.size() && !clock; ++at) {
-        if (IsWord(prefix[at]) && (at == 0 || !IsWord(prefix[at - 1]))) {
+        if (IsWord(prefix.substr(at)) && (at == 0 || !IsWord(prefix.substr(at - 1)))) {
             clock = ClockAt(prefix, at);
         }
     }

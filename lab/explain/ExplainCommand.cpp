@@ -8,6 +8,7 @@
 #include <deque>
 #include <filesystem>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <utility>
 
@@ -15,6 +16,7 @@
 #include "lab/Files.h"
 #include "lab/System.h"
 #include "lab/Terminal.h"
+#include "lab/Words.h"
 #include "lab/explain/LogLines.h"
 #include "lab/explain/Prefix.h"
 #include "lab/explain/Story.h"
@@ -43,22 +45,17 @@ struct Closer {
 class Input {
   public:
     explicit Input(const std::string& log) : m_log(log), m_name(log == "-" ? kStandardInput : log) {
-        namespace fs = std::filesystem;
         std::error_code error;
-        const fs::file_status status = fs::status(log, error);
-        if (log.empty()) {
-            throw WrongCall("LOG: the name of the file is empty");
+        const std::filesystem::file_status status = std::filesystem::status(log, error);
+        if (log.empty() || (log != "-" && !std::filesystem::exists(status))) {
+            throw WrongCall(log.empty() ? "LOG: the name of the file is empty"
+                                        : m_name + ": is not there");
         }
-        if (log == "-") {
-            m_file.reset(stdin);
-        } else if (status.type() == fs::file_type::not_found) {
-            throw WrongCall(m_name + ": is not there");
-        } else if (fs::is_directory(status)) {
+        if (std::filesystem::is_directory(status)) {
             throw WrongCall(m_name + ": is a directory, not a log");
-        } else {
-            m_file.reset(std::fopen(log.c_str(), "rb"));
-            m_isRegular = fs::is_regular_file(status);
         }
+        m_file.reset(log == "-" ? stdin : std::fopen(log.c_str(), "rb"));
+        m_isRegular = log != "-" && std::filesystem::is_regular_file(status);
         if (m_file == nullptr) {
             throw WrongCall(m_name + ": cannot be read: " + std::strerror(errno));
         }
@@ -159,7 +156,7 @@ class Reading {
         for (m_file = 0; m_file < m_inputs.size(); ++m_file) {
             Input& input = m_inputs[m_file];
             LogLines lines([this](const LogLine& line) { TakeLine(line); });
-            std::uint64_t bytes = 0;
+            std::uint64_t& bytes = m_bytes.emplace_back(0);
             const auto left = [&] { return most.empty() ? kBlock : most[m_file] - bytes; };
             while (left() > 0) {
                 if (input.IsQuiet() && (m_layout || m_sample.Lines().size() >= kLeastLines)) {
@@ -175,19 +172,36 @@ class Reading {
                 bytes += block.size();
             }
             lines.End();
-            m_facts.counts += lines.Counts();
-            m_facts.files.push_back(input.Name());
-            m_bytes.push_back(bytes);
-            m_facts.bytes += bytes;
+            m_counts += lines.Counts();
         }
         m_file = 0;
         FindLayout();
-        m_facts.layout = *m_layout;
         m_story.End();
     }
     const std::vector<std::uint64_t>& Bytes() const { return m_bytes; }
     const Story& TheStory() const { return m_story; }
-    const LogFacts& Facts() const { return m_facts; }
+    const PrefixLayout& Layout() const { return *m_layout; }
+    Json Summary() const {
+        Json files = Json::array();
+        for (const Input& input : m_inputs) {
+            files.push_back(ValidUtf8(input.Name()));
+        }
+        Json summary{{"kind", "summary"},
+                     {"file", files[0]},
+                     {"files", files},
+                     {"bytes", std::accumulate(m_bytes.begin(), m_bytes.end(), std::uint64_t{0})},
+                     {"lines", m_counts.lines},
+                     {"library", m_counts.library},
+                     {"unknown", m_counts.unknown},
+                     {"others", m_counts.Others()},
+                     {"records", m_counts.records},
+                     {"hasTime", m_layout->HasTime()},
+                     {"hasWholeSeconds", m_layout->HasWholeSeconds()},
+                     {"hasProcess", m_layout->HasProcess()},
+                     {"hasThread", m_layout->HasThread()}};
+        summary.update(m_story.Figures());
+        return summary;
+    }
 
   private:
     static constexpr std::size_t kLeastLines = 30;  // of a pipe, before its layout is found
@@ -218,7 +232,7 @@ class Reading {
     void Tell(unsigned file, std::uint64_t number, std::string_view prefix, const Match& match) {
         const Origin origin = m_layout->Read(prefix);
         m_story.Take({match,
-                      {number, file, std::string(origin.time), origin.micros},
+                      {number, m_inputs[file].Name(), std::string(origin.time), origin.micros},
                       origin.process,
                       origin.thread});
     }
@@ -228,56 +242,50 @@ class Reading {
     std::optional<PrefixLayout> m_layout;
     PrefixSample m_sample;
     Story m_story;
-    LogFacts m_facts;
+    LineCounts m_counts;
     std::vector<std::uint64_t> m_bytes;  // of each log
 };
 
 }  // namespace
 
 int Explain(const ExplainOptions& options) {
-    std::vector<Input> inputs;
-    std::vector<std::string> names;
-    for (const std::string& log : options.logs) {
-        inputs.emplace_back(log);
-        names.push_back(inputs.back().Name());
-    }
+    std::vector<Input> inputs(options.logs.begin(), options.logs.end());
     const bool isTerminal = OutputIsTerminal() && !options.json;
     const StoryText text(isTerminal ? Style::ForOutput() : Style(false),
-                         isTerminal ? OutputWidth() : 0, names);
+                         isTerminal ? OutputWidth() : 0, inputs.size());
     std::string waiting;  // to be written in one piece
     const auto write = [&](std::size_t least) {
         if (waiting.size() >= least) {
             WriteOutput(std::exchange(waiting, {}));
         }
     };
-    const auto tell = [&](const Item& item, const std::string& lines) {
-        waiting += !options.failures || item.outcome == Outcome::kFailed ? lines : "";
-        write(kOutputBlock);
+    const auto isWanted = [&](const Json& item) {
+        return !options.failures || item["outcome"] == "failed";
     };
-    if (!options.json) {
-        Reading reading(inputs, std::nullopt, [&](const Item& item) {
-            tell(item, text.ItemLines(item, reading.TheStory().Processes().size() > 1));
-        });
-        reading.Run({}, [&] { write(1); });
-        waiting += "\n" + text.Summary(reading.Facts(), reading.TheStory());
-        write(1);
-        return kExitDone;
-    }
     const bool isRegular = std::all_of(inputs.begin(), inputs.end(),
                                        [](const Input& input) { return input.IsRegular(); });
     KeptItems kept;
-    Reading first(inputs, std::nullopt, [&](const Item& item) {
-        if (!isRegular && (!options.failures || item.outcome == Outcome::kFailed)) {
-            kept.Add(text.ItemJson(item));
+    Reading first(inputs, std::nullopt, [&](const Json& item) {
+        if (!isWanted(item)) {
+            return;
+        }
+        if (!options.json) {
+            waiting += text.ItemLines(item, first.TheStory().ProcessCount() > 1);
+            write(kOutputBlock);
+        } else if (!isRegular) {
+            kept.Add(JsonLine(item));
         }
     });
-    first.Run({}, [] {});
-    waiting = text.SummaryJson(first.Facts(), first.TheStory()) + kept.Text();
-    if (isRegular) {
+    first.Run({}, [&] { write(1); });
+    waiting += options.json ? JsonLine(first.Summary()) + kept.Text()
+                            : "\n" + text.Summary(first.Summary());
+    if (options.json && isRegular) {
         // What is written to a log meanwhile would not be in its summary.
         std::for_each(inputs.begin(), inputs.end(), [](Input& input) { input.Rewind(); });
-        Reading second(inputs, first.Facts().layout.Again(),
-                       [&](const Item& item) { tell(item, text.ItemJson(item)); });
+        Reading second(inputs, first.Layout().Again(), [&](const Json& item) {
+            waiting += isWanted(item) ? JsonLine(item) : "";
+            write(kOutputBlock);
+        });
         second.Run(first.Bytes(), [] {});
     }
     write(1);

@@ -1,15 +1,28 @@
 #include "lab/explain/ProcessStory.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
+
+#include "lab/Words.h"
 
 namespace lab::explain {
 
 namespace {
 
 constexpr std::size_t kMostLanes = 32;          // with Story::kMostProcesses this bounds the memory
+constexpr std::size_t kMostCauses = 32;         // in the figures
 constexpr std::int64_t kLeastJump = 2'000'000;  // of the clock, in microseconds
 constexpr unsigned kJumpLines = 6;              // that agree: threads need no strict order
+constexpr std::array<const char*, 4> kOutcomes{"worked", "failed", "open", "unusual"};
+
+double Milliseconds(std::int64_t micros) {
+    return static_cast<double>(micros) / 1000;
+}
+
+void Increase(Json& number, bool isMore = true) {
+    number = number.get<std::uint64_t>() + (isMore ? 1 : 0);
+}
 
 // The code alone says what has happened to the device.
 const SystemCode* DecisiveCode(const Step& step) {
@@ -35,26 +48,49 @@ std::string Explained(const Step& step) {
     std::string text = step.meaning->Text(step.code);
     if (step.code && *step.code != 0) {
         const SystemCode* const code = FindCode(*step.code);
-        text += " Code " + std::to_string(*step.code);
-        text += code == nullptr ? "." : ": " + std::string(code->text) + ".";
+        text += " Code " + std::to_string(*step.code) +
+                (code == nullptr ? "." : ": " + std::string(code->text) + ".");
     }
     return text;
 }
 
-void Count(std::vector<Totals::Cause>& list, const Item& item, const std::string& text) {
+Json StepJson(const Step& step) {
+    Json object{{"file", ValidUtf8(step.place.file)},
+                {"line", step.place.line},
+                {"text", ValidUtf8(step.text)},
+                {"times", step.times},
+                {"means", step.meaning->Text(step.code)}};
+    if (step.code) {
+        object["code"] = *step.code;
+    }
+    return object;
+}
+
+void Count(Json& list, const Json& item, const std::string& text) {
     const auto found = std::find_if(list.begin(), list.end(),
-                                    [&](const Totals::Cause& one) { return one.text == text; });
+                                    [&](const Json& one) { return one["text"] == text; });
     if (found != list.end()) {
-        ++found->times;
-    } else if (list.size() < Totals::kMostCauses) {
-        list.push_back({text, item.begin, item.remedy});
+        Increase((*found)["times"]);
+    } else if (list.size() < kMostCauses) {
+        list.push_back({{"text", text},
+                        {"times", 1},
+                        {"do", item.value("do", "")},
+                        {"file", item["file"]},
+                        {"line", item["line"]}});
     }
 }
 
 }  // namespace
 
-ProcessStory::ProcessStory(std::string_view name, const Story::Sink& sink) : m_sink(sink) {
-    m_totals.process = name;
+Micros Between(Micros begin, Micros end) {
+    // Clocks are set back at times; the threads of a log are not in a strict order either. The
+    // bound keeps a sum of many from overflowing.
+    constexpr std::uint64_t kLongest = 1'000'000'000'000'000;
+    if (!begin || !end || *end < *begin) {
+        return std::nullopt;
+    }
+    const auto span = static_cast<std::uint64_t>(*end) - static_cast<std::uint64_t>(*begin);
+    return span > kLongest ? std::nullopt : Micros(static_cast<std::int64_t>(span));
 }
 
 ProcessStory::Lane& ProcessStory::LaneOf(const Entry& entry) {
@@ -77,11 +113,11 @@ ProcessStory::Lane& ProcessStory::LaneOf(const Entry& entry) {
 }
 
 void ProcessStory::Take(const Entry& entry) {
-    ++m_totals.records;
+    ++m_records;
     m_lastOrder = entry.place.order;
     if (!entry.place.time.empty()) {
-        m_totals.firstTime = m_totals.firstTime.empty() ? entry.place.time : m_totals.firstTime;
-        m_totals.lastTime = entry.place.time;
+        m_firstTime = m_firstTime.empty() ? entry.place.time : m_firstTime;
+        m_lastTime = entry.place.time;
     }
     WatchClock(entry.place);
     Lane& lane = LaneOf(entry);
@@ -120,11 +156,10 @@ void ProcessStory::Apply(Lane& lane, Entry entry, Role next) {
         return (one.next == Role::kDetail || one.next == next) &&
                (one.without == Role::kDetail || !lane.HasSeen(one.without));
     });
-    const Role role = entry.match.meaning->role;
-    const Rule& rule = kRules[static_cast<std::size_t>(role)];
-    (this->*rule.action)(lane, entry, rule.kind);
-    lane.seen.set(static_cast<std::size_t>(role));
-    lane.previous = role;
+    const auto role = static_cast<std::size_t>(entry.match.meaning->role);
+    (this->*kRules[role].action)({lane, entry.match, entry.place, kRules[role].kind});
+    lane.seen.set(role);
+    lane.previous = entry.match.meaning->role;
 }
 
 void ProcessStory::WatchClock(const Mark& place) {
@@ -137,7 +172,7 @@ void ProcessStory::WatchClock(const Mark& place) {
     m_jump = m_earlyLines++ == 0 ? place : m_jump;
     if (m_earlyLines == kJumpLines) {
         TellNote(m_jump, "The clock goes back here: it was set, or the PC was started again.");
-        m_note->micros = Between(m_jump.micros, m_latest);
+        m_note["ms"] = Milliseconds(Between(m_jump.micros, m_latest).value_or(0));
         m_earlyLines = 0;
         m_latest = place.micros;
     }
@@ -153,7 +188,7 @@ void ProcessStory::End(bool isLogsEnd, Micros lastMicros) {
     for (Source* const source : {&m_chip, &m_keyboard}) {
         EndChain(*source);
         while (!source->open.empty()) {
-            LoseVisit(*source);
+            Lose(source->open);
         }
     }
     Flush();
@@ -163,44 +198,36 @@ void ProcessStory::Close(Lane& lane) {
     Settle(lane, Role::kDetail);
     if (lane.operation) {
         Finish(lane, lane.operation->isDone ? Outcome::kWorked : Outcome::kOpen,
-               lane.operation->doneAt);
+               lane.operation->end);
     }
     TellLoose(lane);
 }
 
 void ProcessStory::Finish(Lane& lane, Outcome outcome, Micros end) {
-    const bool isWrite = lane.Writes();
-    const Operation operation = *std::exchange(lane.operation, std::nullopt);
-    const KindName& name = NameOf(operation.kind);
-    Item item{operation.kind, outcome, operation.begin, lane.thread, name.operation};
-    item.micros = Between(operation.begin.micros, end);
-    const bool isStored = lane.HasSeen(Role::kWriteStored);
-    item.attempts = std::max(operation.tries, lane.retries + (isStored ? 1U : 0U));
-    item.chain.swap(lane.chain);
-    if (outcome == Outcome::kOpen) {
-        item.isAtEnd = m_isLogsEnd;
-        item.micros = m_isLogsEnd ? Between(operation.begin.micros, m_logsEnd) : std::nullopt;
-        item.text +=
-            m_isLogsEnd ? ": not finished when the log ends." : ": its end is not in the log.";
-    } else if (outcome == Outcome::kFailed) {
-        item.text += " failed";
-        item.text += !isWrite    ? "."
-                     : !isStored ? ": the message is not on the tag."
-                     : lane.HasSeen(Role::kSent)
-                         ? ": the image was written, but not found on the tag."
-                         : ": nothing was sent to a tag.";
-    } else {
-        item.text += ": " + std::string(name.success);
-        if (operation.kind == ItemKind::kStart && !m_totals.tags.empty()) {
-            const Tag& tag = m_totals.tags.front();
-            item.text += " on " + tag.route + (tag.isSilent ? ". The chip has not answered" : "");
-            item.text += tag.isSilent || tag.chip.empty() ? "" : ", chip " + tag.chip;
+    const Begun operation = *std::exchange(lane.operation, std::nullopt);
+    const KindName& name = kKindNames[static_cast<std::size_t>(operation.kind)];
+    std::string text;
+    if (outcome == Outcome::kFailed) {
+        const bool isWrite =
+            operation.kind == ItemKind::kWrite || operation.kind == ItemKind::kUpdate;
+        text = name.operation + std::string(" failed") +
+               (!isWrite                            ? "."
+                : !lane.HasSeen(Role::kWriteStored) ? ": the message is not on the tag."
+                : lane.HasSeen(Role::kSent) ? ": the image was written, but not found on the tag."
+                                            : ": nothing was sent to a tag.");
+    } else if (outcome == Outcome::kWorked) {
+        text = name.operation + std::string(": ") + name.success;
+        if (operation.kind == ItemKind::kStart && !m_tags.empty()) {
+            const Tag& tag = m_tags.front();
+            text += " on " + tag.route + (tag.isSilent ? ". The chip has not answered" : "");
+            text += tag.isSilent || tag.chip.empty() ? "" : ", chip " + tag.chip;
         }
-        item.text += ".";
-        item.outcome = operation.isOdd ? Outcome::kUnusual : outcome;
+        text += ".";
+        outcome = operation.isOdd ? Outcome::kUnusual : outcome;
     }
-    item.text += operation.note;
-    Tell(std::move(item));
+    Tell({operation.kind, outcome, operation.begin, lane.thread, text + operation.note,
+          Between(operation.begin.micros, end), std::exchange(lane.chain, {}),
+          std::max(operation.tries, lane.Attempts())});
 }
 
 void ProcessStory::TellLoose(Lane& lane) {
@@ -215,74 +242,118 @@ void ProcessStory::TellLoose(Lane& lane) {
 }
 
 void ProcessStory::TellChain(Lane& lane, ItemKind kind, std::string_view text) {
-    Item item{kind, Outcome::kFailed, lane.chain.front().place, lane.thread, std::string(text)};
-    item.chain.swap(lane.chain);
-    Tell(std::move(item));
+    const Mark begin = lane.chain.front().place;
+    Tell({kind,
+          Outcome::kFailed,
+          begin,
+          lane.thread,
+          std::string(text),
+          {},
+          std::exchange(lane.chain, {})});
 }
 
-void ProcessStory::TellNote(const Mark& begin, std::string text, std::string_view advice) {
-    Item item{ItemKind::kNote, Outcome::kUnusual, begin, {}, std::move(text)};
-    item.remedy = advice;
-    Tell(std::move(item));
-}
-
-void ProcessStory::TellOpen(ItemKind kind, const Mark& begin, const std::string& text) {
-    Item item{kind, Outcome::kOpen, begin, {}, text};
-    item.isAtEnd = m_isLogsEnd;
-    item.micros = m_isLogsEnd ? Between(begin.micros, m_logsEnd) : std::nullopt;
-    Tell(std::move(item));
+void ProcessStory::TellNote(const Mark& begin, const std::string& text, const std::string& thread,
+                            const Advice& advice) {
+    Tell({ItemKind::kNote, Outcome::kUnusual, begin, thread, text, {}, {}, 0, AdviceOf(advice)});
 }
 
 void ProcessStory::Tell(Item item) {
-    item.process = m_totals.process;
-    const bool isOdd = item.attempts > 1 || !item.chain.empty();
-    if (item.outcome == Outcome::kWorked && isOdd) {
+    const KindName& name = kKindNames[static_cast<std::size_t>(item.kind)];
+    if (item.outcome == Outcome::kOpen) {
+        item.micros = m_isLogsEnd ? Between(item.begin.micros, m_logsEnd) : std::nullopt;
+        item.text.insert(
+            0, std::string(name.operation) + (m_isLogsEnd ? ": not finished when the log ends."
+                                                          : ": its end is not in the log."));
+    } else if (item.outcome == Outcome::kWorked && (item.attempts > 1 || !item.chain.empty())) {
         item.outcome = Outcome::kUnusual;
         item.text += item.attempts > 1 ? " It took " + std::to_string(item.attempts) + " attempts."
                                        : " There were failures on the way.";
     }
+    const bool isFailed = item.outcome == Outcome::kFailed;
+    const bool isOpen = item.outcome == Outcome::kOpen;
+    const bool hasWorked = !isFailed && !isOpen;
+    Json object{{"kind", name.json},
+                {"outcome", kOutcomes.at(static_cast<std::size_t>(item.outcome))},
+                {"file", ValidUtf8(item.begin.file)},
+                {"line", item.begin.line},
+                {"time", ValidUtf8(item.begin.time)},
+                {"process", ValidUtf8(m_name)},
+                {"thread", ValidUtf8(item.thread)},
+                {"text", item.text}};
+    const auto add = [&object](bool isThere, const char* field, const Json& value) {
+        if (isThere) {
+            object[field] = value;
+        }
+    };
+    add(item.micros.has_value(), "ms", Milliseconds(item.micros.value_or(0)));
+    add(isOpen, "atEnd", m_isLogsEnd);
+    add(item.attempts > 0, "attempts", item.attempts);
     if (!item.chain.empty()) {
         const Step& cause = CauseOf(item.chain);
         const SystemCode* const code = DecisiveCode(cause);
-        item.cause = Explained(cause);
+        object["cause"] = Explained(cause);
         item.remedy = AdviceOf(code != nullptr ? code->advice : cause.meaning->advice);
-        if (item.outcome == Outcome::kUnusual && !item.remedy.empty()) {
-            item.remedy.insert(0, "Nothing, if it is rare. Otherwise: ");
-        }
+        item.remedy.insert(
+            0, hasWorked && !item.remedy.empty() ? "Nothing, if it is rare. Otherwise: " : "");
     }
-    const bool hasWorked = item.outcome == Outcome::kWorked || item.outcome == Outcome::kUnusual;
-    Totals::Timed& of = m_totals.kinds[item.kind];
-    of.failed += item.outcome == Outcome::kFailed ? 1 : 0;
-    of.open += item.outcome == Outcome::kOpen ? 1 : 0;
-    of.atEnd += item.outcome == Outcome::kOpen && item.isAtEnd ? 1 : 0;
-    of.worked += hasWorked ? 1 : 0;
-    of.retried += hasWorked && item.attempts > 1 ? 1 : 0;
+    add(!item.remedy.empty(), "do", item.remedy);
+    for (const Step& step : item.chain) {
+        object["chain"].push_back(StepJson(step));
+    }
+
+    Json& of = m_kinds[name.json];
+    if (of.is_null()) {
+        of = {{"worked", 0}, {"failed", 0}, {"open", 0}, {"atEnd", 0}, {"retried", 0}};
+    }
+    Increase(of["worked"], hasWorked);
+    Increase(of["failed"], isFailed);
+    Increase(of["open"], isOpen);
+    Increase(of["atEnd"], isOpen && m_isLogsEnd);
+    Increase(of["retried"], hasWorked && item.attempts > 1);
     if (hasWorked && item.micros) {
-        ++of.timed;
-        of.sum += *item.micros;
-        of.longest = std::max(of.longest, *item.micros);
+        auto& [sum, count] = m_sums[item.kind];
+        sum += *item.micros;
+        of["averageMs"] = Milliseconds(sum) / static_cast<double>(++count);
+        of["longestMs"] = std::max(of.value("longestMs", 0.0), Milliseconds(*item.micros));
     }
-    if (item.outcome == Outcome::kFailed) {
-        Count(m_totals.causes, item, item.cause.empty() ? item.text : item.cause);
-    } else if (item.outcome == Outcome::kUnusual) {
-        Count(m_totals.oddities, item, item.text);
+    if (isFailed) {
+        Count(m_failures, object, object.value("cause", item.text));
+    } else if (hasWorked && item.outcome != Outcome::kWorked) {
+        Count(m_unusual, object, item.text);
     }
-    if (item.kind != ItemKind::kNote || !m_note || item.text != m_note->text) {
-        Flush();
-        m_note = std::move(item);
-    } else {
-        ++m_note->times;
-        m_note->lastLine = item.begin.line;
+    if (item.kind == ItemKind::kNote && !m_note.is_null() && item.text == m_note["text"]) {
+        m_note["times"] = m_note.value("times", 1U) + 1;
+        m_note["lastLine"] = item.begin.line;
+        return;
     }
-    if (m_note->kind != ItemKind::kNote) {
+    Flush();
+    m_note = std::move(object);
+    if (item.kind != ItemKind::kNote) {
         Flush();
     }
 }
 
 void ProcessStory::Flush() {
-    if (m_note) {
-        m_sink(*std::exchange(m_note, std::nullopt));
+    if (!m_note.is_null()) {
+        m_sink(std::exchange(m_note, nullptr));
     }
+}
+
+Json ProcessStory::Figures() const {
+    const Tag tag = m_tags.empty() ? Tag() : m_tags.front();
+    Json object{{"process", ValidUtf8(m_name)},
+                {"route", tag.route},
+                {"chip", tag.chip},
+                {"tags", Json::array()},
+                {"from", ValidUtf8(m_firstTime)},
+                {"to", ValidUtf8(m_lastTime)},
+                {"records", m_records}};
+    for (const Tag& used : m_tags) {
+        object["tags"].push_back({{"route", used.route}, {"chip", used.chip}});
+    }
+    object.update(m_kinds);
+    object.update({{"notNew", m_notNew}, {"failures", m_failures}, {"unusual", m_unusual}});
+    return object;
 }
 
 }  // namespace lab::explain

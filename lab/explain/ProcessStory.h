@@ -10,37 +10,59 @@
 
 namespace lab::explain {
 
+/// Nothing when a time is unknown, or the clock was set back.
+Micros Between(Micros begin, Micros end);
+
+/// A line of a failure. The same line counts again instead of becoming another step.
+struct Step {
+    const Meaning* meaning = nullptr;
+    std::string text;
+    std::optional<std::uint32_t> code;
+    Mark place;
+    std::uint64_t times = 1;
+};
+
+enum class Outcome : std::uint8_t { kWorked, kFailed, kOpen, kUnusual };
+
 class ProcessStory {
   public:
-    ProcessStory(std::string_view name, const Story::Sink& sink);
+    ProcessStory(std::string_view name, const Story::Sink& sink) : m_sink(sink), m_name(name) {}
 
     void Take(const Entry& entry);
     void Flush();
     /// No line follows: the log ends at `lastMicros`, or the process is no longer kept.
     void End(bool isLogsEnd, Micros lastMicros);
-    const Totals& Figures() const { return m_totals; }
+    Json Figures() const;
+    const std::string& Name() const { return m_name; }
     std::uint64_t LastOrder() const { return m_lastOrder; }
 
   private:
-    /// An operation of the host that has begun.
-    struct Operation {
-        ItemKind kind = ItemKind::kNote;
+    /// One thing that is told.
+    struct Item {
+        ItemKind kind;
+        Outcome outcome;
         Mark begin;
-        bool isDone = false;  ///< of one without a last line: has come to its end
-        bool isOdd = false;
-        Micros doneAt;
-        unsigned tries = 0;
-        std::string note;  ///< a further sentence
+        std::string thread;
+        std::string text;
+        Micros micros{};
+        std::vector<Step> chain{};
+        unsigned attempts = 0;
+        std::string remedy{};
     };
-    struct Visit {
+    /// An operation of the host, or a visit, that has begun.
+    struct Begun {
+        ItemKind kind;
         Mark begin;
-        std::string note;
-        Micros left;
+        std::string note{};   ///< a further sentence
+        Micros end{};         ///< of a visit: when the phone left
+        bool isDone = false;  ///< of an operation without a last line: has come to its end
+        bool isOdd = false;
         bool hasLeaveStatus = false;
+        unsigned tries = 0;
     };
     /// What phones are reported by: the chip, or a keyboard.
     struct Source {
-        std::deque<Visit> open;
+        std::deque<Begun> open;
         Micros lastEnd;
         Mark chainBegin;
         unsigned chained = 0;  ///< visits with short pauses
@@ -48,7 +70,7 @@ class ProcessStory {
     /// A thread; of a log without threads, all of them.
     struct Lane {
         std::string thread;
-        std::optional<Operation> operation;
+        std::optional<Begun> operation;
         std::vector<Step> chain;
         std::optional<Entry> held;         ///< its meaning depends on the next line
         std::optional<Step> messageCause;  ///< why the host's message has not been filled
@@ -64,37 +86,53 @@ class ProcessStory {
         bool Is(ItemKind one) const { return operation && operation->kind == one; }
         bool Writes() const { return Is(ItemKind::kWrite) || Is(ItemKind::kUpdate); }
         bool HasSeen(Role role) const { return seen[static_cast<std::size_t>(role)]; }
+        unsigned Attempts() const { return retries + (HasSeen(Role::kWriteStored) ? 1 : 0); }
+    };
+    struct Tag {
+        std::string route;
+        std::string chip;
+        unsigned traits = 0;  ///< of both
+        bool isSilent = false;
+    };
+    /// A line that an action is for.
+    struct At {
+        Lane& lane;
+        const Match& match;
+        const Mark& place;
+        ItemKind kind;
+        const Meaning& meaning = *match.meaning;
+        Role role = meaning.role;
     };
     /// What a line of a role does to the story, from meanings.txt. By role.
     struct Rule {
-        void (ProcessStory::*action)(Lane& lane, const Entry& entry, ItemKind kind);
+        void (ProcessStory::*action)(const At& at);
         ItemKind kind;
     };
     static const Rule kRules[];
 
     // The actions of the rules.
-    void Notice(Lane& lane, const Entry& entry, ItemKind kind);
-    void AddStep(Lane& lane, const Entry& entry, ItemKind kind);
-    void AddLoose(Lane& lane, const Entry& entry, ItemKind kind);
-    void AddUnusual(Lane& lane, const Entry& entry, ItemKind kind);
-    void Begin(Lane& lane, const Entry& entry, ItemKind kind);
-    void Try(Lane& lane, const Entry& entry, ItemKind kind);
-    void Done(Lane& lane, const Entry& entry, ItemKind kind);
-    void Succeed(Lane& lane, const Entry& entry, ItemKind kind);
-    void Fail(Lane& lane, const Entry& entry, ItemKind kind);
-    void FindRoute(Lane& lane, const Entry& entry, ItemKind kind);
-    void FindChip(Lane& lane, const Entry& entry, ItemKind kind);
-    void NotRead(Lane& lane, const Entry& entry, ItemKind kind);
-    void HaveThreads(Lane& lane, const Entry& entry, ItemKind kind);
-    void FailNumberRead(Lane& lane, const Entry& entry, ItemKind kind);
-    void BeginRenewal(Lane& lane, const Entry& entry, ItemKind kind);
-    void EndRenewal(Lane& lane, const Entry& entry, ItemKind kind);
-    void BeginVisit(Lane& lane, const Entry& entry, ItemKind kind);
-    void EndVisit(Lane& lane, const Entry& entry, ItemKind kind);
-    void MissListener(Lane& lane, const Entry& entry, ItemKind kind);
-    void Wait(Lane& lane, const Entry& entry, ItemKind kind);
-    void RefuseRequest(Lane& lane, const Entry& entry, ItemKind kind);
-    void EndLoop(Lane& lane, const Entry& entry, ItemKind kind);
+    void Notice(const At& at);
+    void AddStep(const At& at);
+    void AddLoose(const At& at);
+    void AddUnusual(const At& at);
+    void Begin(const At& at);
+    void Try(const At& at);
+    void Done(const At& at);
+    void Succeed(const At& at);
+    void Fail(const At& at);
+    void FindRoute(const At& at);
+    void FindChip(const At& at);
+    void NotRead(const At& at);
+    void HaveThreads(const At& at);
+    void FailNumberRead(const At& at);
+    void BeginRenewal(const At& at);
+    void EndRenewal(const At& at);
+    void BeginVisit(const At& at);
+    void EndVisit(const At& at);
+    void MissListener(const At& at);
+    void Wait(const At& at);
+    void RefuseRequest(const At& at);
+    void EndLoop(const At& at);
 
     Lane& LaneOf(const Entry& entry);
     void WatchClock(const Mark& place);
@@ -106,32 +144,39 @@ class ProcessStory {
     /// A failure that belongs to no operation: told by the meaning of its last line.
     void TellLoose(Lane& lane);
     void TellChain(Lane& lane, ItemKind kind, std::string_view text);
-    void TellNote(const Mark& begin, std::string text, std::string_view advice = {});
-    /// Of something without an end.
-    void TellOpen(ItemKind kind, const Mark& begin, const std::string& text);
+    void TellNote(const Mark& begin, const std::string& text, const std::string& thread = {},
+                  const Advice& advice = {});
     void Tell(Item item);
-    void LoseVisit(Source& source);
-    void LoseRenewal();
+    /// Of a visit or a new number: its end is not in the log.
+    void Lose(std::deque<Begun>& open);
     /// What began before that line belongs to a process that has ended.
     void LoseBefore(std::uint64_t order);
     void EndChain(Source& source);
     bool IsFromKeyboard(const Lane& lane) const;
     Source& SourceOf(const Lane& lane) { return IsFromKeyboard(lane) ? m_keyboard : m_chip; }
-    bool Has(Trait trait) const {
-        return !m_totals.tags.empty() && (m_totals.tags.front().traits & trait) != 0;
-    }
-
-    std::string_view AdviceOf(const Advice& advice) const {
-        return advice[m_totals.tags.empty() ? 0 : Has(kInKeyboard) ? 2 : 1];
+    bool Has(Trait trait) const { return !m_tags.empty() && (m_tags[0].traits & trait) != 0; }
+    std::string AdviceOf(const Advice& advice) const {
+        return std::string(advice[m_tags.empty() ? 0 : Has(kInKeyboard) ? 2 : 1]);
     }
 
     const Story::Sink& m_sink;
-    Totals m_totals;
-    std::optional<Item> m_note;  // held back to count its repetitions
+    std::string m_name;
+    std::vector<Tag> m_tags;  // the one that DeviceInit found, then the Bluetooth keyboard
+    std::string m_firstTime;
+    std::string m_lastTime;
+    std::uint64_t m_records = 0;
+    std::uint64_t m_notNew = 0;
+    Json m_kinds = Json::object();
+    std::map<ItemKind, std::pair<std::int64_t, std::int64_t>>
+        m_sums;  // of microseconds, and of what
+    Json m_failures = Json::array();
+    Json m_unusual = Json::array();
+
+    Json m_note;  // held back to count its repetitions
     std::map<std::string, Lane, std::less<>> m_lanes;
     Source m_chip;
     Source m_keyboard;
-    std::deque<Mark> m_renewals;
+    std::deque<Begun> m_renewals;
     std::uint64_t m_earlyRenewals = 0;  // that ended before the line of their beginning
     std::string m_rearmed;              // by what, while a phone was there
     bool m_hasThreads = false;          // that report phones

@@ -6,17 +6,6 @@
 
 namespace lab::explain {
 
-Micros Between(Micros begin, Micros end) {
-    // Clocks are set back at times; the threads of a log are not in a strict order either. The
-    // bound keeps a sum of many from overflowing.
-    constexpr std::uint64_t kLongest = 1'000'000'000'000'000;
-    if (!begin || !end || *end < *begin) {
-        return std::nullopt;
-    }
-    const auto span = static_cast<std::uint64_t>(*end) - static_cast<std::uint64_t>(*begin);
-    return span > kLongest ? std::nullopt : Micros(static_cast<std::int64_t>(span));
-}
-
 Story::Story(Sink sink) : m_sink(std::move(sink)) {}
 Story::~Story() = default;
 
@@ -24,7 +13,7 @@ void Story::Take(Entry entry) {
     entry.place.order = ++m_taken;
     m_lastMicros = entry.place.micros ? entry.place.micros : m_lastMicros;
     auto found = std::find_if(m_processes.begin(), m_processes.end(), [&](const auto& process) {
-        return process->Figures().process == entry.process;
+        return process->Name() == entry.process;
     });
     if (found == m_processes.end()) {
         if (m_processes.size() == kMostProcesses) {
@@ -53,12 +42,12 @@ void Story::End() {
     }
 }
 
-std::vector<const Totals*> Story::Processes() const {
-    std::vector<const Totals*> all;
+Json Story::Figures() const {
+    Json processes = Json::array();
     for (const auto& process : m_processes) {
-        all.push_back(&process->Figures());
+        processes.push_back(process->Figures());
     }
-    return all;
+    return {{"droppedProcesses", m_dropped}, {"processes", processes}};
 }
 
 }  // namespace lab::explain

@@ -2,11 +2,15 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
+#include <utility>
 
 #include "lab/Words.h"
 
-namespace lab::explain {
+namespace lab {
+
+namespace explain {
 
 namespace {
 
@@ -17,25 +21,18 @@ constexpr std::size_t kLiveIndent = 36;     // where the text of a run's lines b
 constexpr std::size_t kAdviceIndent = 7;    // behind "Cause: " and "Do:    "
 constexpr std::size_t kMostProcesses = 20;  // in the summary for people
 constexpr std::size_t kLabelWidth = 15;
-constexpr std::size_t kNarrowest = 30;        // text that is wrapped
-constexpr std::int64_t kShownAtLeast = 1000;  // microseconds that are worth a place in the summary
+constexpr std::size_t kNarrowest = 30;     // text that is wrapped
+constexpr double kShownAtLeast = 1;        // milliseconds that are worth a place in the summary
+constexpr double kShownInMinutes = 120e3;  // milliseconds
 
-struct OutcomeName {
-    const char* json;
-    const char* word;
-};
-constexpr std::array<OutcomeName, 4> kOutcomes{
-    {{"worked", ""}, {"failed", "FAILED"}, {"open", "OPEN"}, {"unusual", "unusual"}}};
-
-std::string Duration(std::int64_t micros) {
+std::string Duration(double milliseconds) {
     std::array<char, 48> text{};
-    const double seconds = static_cast<double>(micros) / 1e6;
-    const long long whole = micros / 1'000'000;
-    if (seconds < 120) {
-        std::snprintf(text.data(), text.size(), seconds < 1 ? "%.0f ms" : "%.2f s",
-                      seconds < 1 ? seconds * 1000 : seconds);
+    if (milliseconds < kShownInMinutes) {
+        std::snprintf(text.data(), text.size(), milliseconds < 1000 ? "%.0f ms" : "%.2f s",
+                      milliseconds < 1000 ? milliseconds : milliseconds / 1000);
     } else {
-        std::snprintf(text.data(), text.size(), "%lld min %lld s", whole / 60, whole % 60);
+        const auto seconds = static_cast<long long>(milliseconds / 1000);
+        std::snprintf(text.data(), text.size(), "%lld min %lld s", seconds / 60, seconds % 60);
     }
     return text.data();
 }
@@ -45,83 +42,70 @@ std::string Padded(std::string text, std::size_t width) {
     return text;
 }
 
-std::string Times(std::uint64_t times) {
+std::string Text(const Json& object, const char* field) {
+    return Printable(object[field].get<std::string>());
+}
+
+std::string Times(const Json& object) {
+    const auto times = object.value("times", std::uint64_t{1});
     return times == 1 ? "" : " (" + std::to_string(times) + " times)";
 }
 
-std::string Counted(std::uint64_t count, const char* what) {
-    return std::to_string(count) + what + (count == 1 ? "" : "s");
-}
-
-std::string TagText(const std::vector<Tag>& tags) {
-    std::string text;
-    for (const Tag& tag : tags) {
-        text += (text.empty() ? "" : ", and a keyboard on ") +
-                (tag.chip.empty() ? "" : tag.chip + " on ") +
-                (tag.route.empty() ? "an unknown route" : tag.route);
-    }
-    return text;
+std::string Counted(const Json& count, const char* what) {
+    return count.dump() + what + (count == 1 ? "" : "s");
 }
 
 /// How often something happened, and how long it took.
-std::string TimedText(ItemKind kind, const Totals& totals, const Style& style) {
-    const Totals::Timed& of = totals.kinds.at(kind);
-    const bool isVisit = kind == ItemKind::kVisit;
-    const bool isFailure = kind == ItemKind::kFailure || kind == ItemKind::kReadNumber;
-    std::string text =
-        isFailure ? "" : std::to_string(of.worked) + (isVisit ? " complete" : " worked");
+std::string TimedText(const std::string& kind, const Json& process, const Style& style) {
+    const Json& of = process[kind];
+    const bool isVisit = kind == "visit";
+    std::string text = kind == "failure" || kind == "read-number"
+                           ? ""
+                           : of["worked"].dump() + (isVisit ? " complete" : " worked");
     const auto add = [&](std::uint64_t count, const std::string& what) {
         text += count == 0 ? "" : (text.empty() ? "" : ", ") + std::to_string(count) + what;
     };
-    add(of.retried, " of them after retries");
-    add(of.open - of.atEnd, isVisit ? " without a leave" : " without an end");
-    add(of.atEnd, " not finished when the log ends");
-    add(of.failed, style.Red(" failed"));
-    if (of.timed > 0 && of.longest >= kShownAtLeast) {
-        text += "; " + Duration(of.sum / static_cast<std::int64_t>(of.timed)) +
-                " on average, the longest " + Duration(of.longest);
+    const std::uint64_t atEnd = of["atEnd"];
+    add(of["retried"], " of them after retries");
+    add(of["open"].get<std::uint64_t>() - atEnd, isVisit ? " without a leave" : " without an end");
+    add(atEnd, " not finished when the log ends");
+    add(of["failed"], style.Red(" failed"));
+    if (of.value("longestMs", 0.0) >= kShownAtLeast) {
+        text += "; " + Duration(of["averageMs"]) + " on average, the longest " +
+                Duration(of["longestMs"]);
     }
-    const bool hasKnown = kind == ItemKind::kRenew && totals.known > 0;
-    return text + (hasKnown ? "; " + std::to_string(totals.known) + " were not new" : "");
-}
-
-Json Safe(std::string_view text) {
-    return ValidUtf8(text);
-}
-
-double Milliseconds(std::int64_t micros) {
-    return static_cast<double>(micros) / 1000;
-}
-
-Json TimedJson(const Totals::Timed& of) {
-    Json object{{"worked", of.worked},
-                {"failed", of.failed},
-                {"open", of.open},
-                {"atEnd", of.atEnd},
-                {"retried", of.retried}};
-    if (of.timed > 0) {
-        object["averageMs"] = Milliseconds(of.sum) / static_cast<double>(of.timed);
-        object["longestMs"] = Milliseconds(of.longest);
-    }
-    return object;
+    const bool hasKnown = kind == "renew" && process["notNew"] != 0;
+    return text + (hasKnown ? "; " + process["notNew"].dump() + " were not new" : "");
 }
 
 }  // namespace
 
-std::string StoryText::Place(const Mark& place) const {
-    return (m_files.size() > 1 ? Printable(m_files.at(place.file)) + ":" : "") +
-           std::to_string(place.line);
+std::string JsonLine(const Json& object) {
+    return object.dump(-1, ' ', true) + "\n";
+}
+
+/// The word for the outcome.
+std::string StoryText::Head(const Json& item) const {
+    const std::string outcome = item["outcome"];
+    return outcome == "failed"    ? m_style.Red(Padded("FAILED", kOutcomeWidth))
+           : outcome == "open"    ? m_style.Yellow(Padded("OPEN", kOutcomeWidth))
+           : outcome == "unusual" ? m_style.Yellow(Padded(outcome, kOutcomeWidth))
+                                  : Padded("", kOutcomeWidth);
+}
+
+std::string StoryText::Place(const Json& place) const {
+    return (m_files > 1 ? Text(place, "file") + ":" : "") + place["line"].dump();
 }
 
 /// Breaks the text at blanks; it begins at `indent`, and its further lines at `hanging`.
 std::string StoryText::Wrapped(const std::string& text, std::size_t indent,
                                std::size_t hanging) const {
-    const std::size_t width = m_width > hanging + kNarrowest ? m_width : 0;
+    const std::size_t width = m_width > hanging + kNarrowest ? m_width : std::string::npos;
     std::string wrapped;
     std::size_t column = indent;
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t blank = std::min(text.find(' ', at + 1), text.size());
-        if (width > 0 && column + blank - at > width && column > hanging) {
+        if (column + blank - at > width && column > hanging) {
             wrapped += "\n" + std::string(hanging, ' ');
             column = hanging;
             at += text[at] == ' ' ? 1 : 0;
@@ -133,229 +117,167 @@ std::string StoryText::Wrapped(const std::string& text, std::size_t indent,
     return wrapped + "\n";
 }
 
-std::string StoryText::Head(const Item& item) const {
-    const std::string word =
-        Padded(kOutcomes.at(static_cast<std::size_t>(item.outcome)).word, kOutcomeWidth);
-    return item.outcome == Outcome::kFailed   ? m_style.Red(word)
-           : item.outcome == Outcome::kWorked ? word
-                                              : m_style.Yellow(word);
-}
-
-std::string StoryText::Body(const Item& item, std::string head, std::size_t indent) const {
-    const bool hasNumbers = !m_files.empty();
-    std::string text = item.text;
-    if (item.micros) {
-        text += item.outcome == Outcome::kOpen ? " It began " + Duration(*item.micros) + " before."
-                                               : " (" + Duration(*item.micros) + ")";
+std::string StoryText::Body(const Json& item, std::string head, std::size_t indent) const {
+    std::string text = item["text"];
+    if (item.contains("ms")) {
+        text += item["outcome"] == "open" ? " It began " + Duration(item["ms"]) + " before."
+                                          : " (" + Duration(item["ms"]) + ")";
     }
-    text += Times(item.times);
-    if (item.times > 1 && hasNumbers) {
-        text += " The last one is in line " + std::to_string(item.lastLine) + ".";
+    text += Times(item);
+    if (item.contains("lastLine") && m_files > 0) {
+        text += " The last one is in line " + item["lastLine"].dump() + ".";
     }
     head += Wrapped(text, indent, indent);
     const std::string margin(indent, ' ');
-    for (const auto& [label, what] :
-         {std::pair("Cause: ", &item.cause), {"Do:    ", &item.remedy}}) {
-        if (!what->empty()) {
-            head += margin + Wrapped(label + *what, indent, indent + kAdviceIndent);
+    for (const auto& [label, field] : {std::pair("Cause: ", "cause"), {"Do:    ", "do"}}) {
+        if (item.contains(field)) {
+            head += margin +
+                    Wrapped(label + item[field].get<std::string>(), indent, indent + kAdviceIndent);
         }
     }
-    for (const Step& step : item.chain) {
-        head += margin +
-                m_style.Dim((hasNumbers ? "line " + Place(step.place) + "  " : "") +
-                            Printable(step.text) + Times(step.times)) +
-                "\n";
+    for (const Json& step : item.value("chain", Json::array())) {
+        const std::string place = m_files > 0 ? "line " + Place(step) + "  " : "";
+        head += margin + m_style.Dim(place + Text(step, "text") + Times(step)) + "\n";
     }
     return head;
 }
 
-std::string StoryText::ItemLines(const Item& item, bool hasProcesses) const {
-    std::string place = Place(item.begin);
+std::string StoryText::ItemLines(const Json& item, bool hasProcesses) const {
+    std::string place = Place(item);
     place.insert(0, std::max(place.size(), kLineWidth) - place.size(), ' ');
-    place += "  " + Padded(Printable(item.begin.time), kTimeWidth) + "  ";
-    const std::string process =
-        hasProcesses && !item.process.empty() ? "[" + Printable(item.process) + "] " : "";
-    return Body(item, m_style.Dim(place) + Head(item) + process, place.size() + kOutcomeWidth);
+    place += "  " + Padded(Text(item, "time"), kTimeWidth) + "  ";
+    const std::string process = Text(item, "process");
+    return Body(item,
+                m_style.Dim(place) + Head(item) +
+                    (hasProcesses && !process.empty() ? "[" + process + "] " : ""),
+                place.size() + kOutcomeWidth);
 }
 
-std::string StoryText::LiveLines(const Item& item) const {
+std::string StoryText::LiveLines(const Json& item) const {
     std::array<char, 64> head{};
-    std::snprintf(head.data(), head.size(), "%12s  %-9s  %-10s ", item.begin.time.c_str(),
-                  Printable(item.thread).substr(0, 9).c_str(), "explained");
-    const bool hasWord = item.outcome != Outcome::kWorked;
-    return Body(item, m_style.Dim(head.data()) + (hasWord ? Head(item) : ""), kLiveIndent);
+    std::snprintf(head.data(), head.size(), "%12s  %-9s  %-10s ", Text(item, "time").c_str(),
+                  Text(item, "thread").substr(0, 9).c_str(), "explained");
+    return Body(item, m_style.Dim(head.data()) + (item["outcome"] == "worked" ? "" : Head(item)),
+                kLiveIndent);
 }
 
-std::string StoryText::ProcessLines(const Totals& totals, bool isNamed) const {
-    const std::string name =
-        totals.process.empty() ? "without a number" : Printable(totals.process);
-    std::string text = isNamed ? "\n" + m_style.Bold("Process " + name) + "\n" : "";
+std::string StoryText::ProcessLines(const Json& process, bool isNamed) const {
+    const std::string name = Text(process, "process");
+    std::string text =
+        isNamed
+            ? "\n" + m_style.Bold("Process " + (name.empty() ? "without a number" : name)) + "\n"
+            : "";
     const auto line = [&](const std::string& label, const std::string& value) {
-        text += label + std::string(kLabelWidth - label.size(), ' ') +
-                Wrapped(value, kLabelWidth, kLabelWidth);
+        text += Padded(label, kLabelWidth) + Wrapped(value, kLabelWidth, kLabelWidth);
     };
-    if (!totals.tags.empty()) {
-        line("  Tag", TagText(totals.tags));
+    std::string tags;
+    for (const Json& tag : process["tags"]) {
+        const std::string chip = tag["chip"];
+        const std::string route = tag["route"];
+        tags += (tags.empty() ? "" : ", and a keyboard on ") + chip + (chip.empty() ? "" : " on ") +
+                (route.empty() ? "an unknown route" : route);
     }
-    if (!totals.firstTime.empty()) {
-        line("  Time", Printable(totals.firstTime) + " to " + Printable(totals.lastTime));
+    if (!tags.empty()) {
+        line("  Tag", tags);
     }
-    for (const auto& [kind, of] : totals.kinds) {
-        if (*NameOf(kind).label != '\0') {
-            line("  " + std::string(NameOf(kind).label), TimedText(kind, totals, m_style));
+    if (process["from"] != "") {
+        line("  Time", Text(process, "from") + " to " + Text(process, "to"));
+    }
+    for (const KindName* kind = kKindNames; kind != kKindNames + kKindNameCount; ++kind) {
+        if (*kind->label != '\0' && process.contains(kind->json)) {
+            line("  " + std::string(kind->label), TimedText(kind->json, process, m_style));
         }
     }
-    for (const auto* const list : {&totals.causes, &totals.oddities}) {
-        for (const Totals::Cause& cause : *list) {
-            text += list == &totals.causes ? m_style.Red("  Failure      ")
-                                           : m_style.Yellow("  Unusual      ");
-            const std::string place = m_files.empty() ? "" : "line " + Place(cause.first) + ": ";
-            text += Wrapped(place + cause.text + Times(cause.times), kLabelWidth, kLabelWidth);
-            if (!cause.remedy.empty()) {
-                line("", "Do: " + cause.remedy);
+    for (const auto& [list, label] : {std::pair("failures", m_style.Red("  Failure      ")),
+                                      {"unusual", m_style.Yellow("  Unusual      ")}}) {
+        for (const Json& cause : process[list]) {
+            const std::string place = m_files == 0 ? "" : "line " + Place(cause) + ": ";
+            text += label + Wrapped(place + cause["text"].get<std::string>() + Times(cause),
+                                    kLabelWidth, kLabelWidth);
+            if (cause["do"] != "") {
+                line("", "Do: " + cause["do"].get<std::string>());
             }
         }
     }
     return text;
 }
 
-std::string StoryText::Figures(const Story& story) const {
-    const std::vector<const Totals*> processes = story.Processes();
+std::string StoryText::Figures(const Json& figures) const {
+    const Json& processes = figures["processes"];
     const std::size_t shown = std::min(processes.size(), kMostProcesses);
     std::string text;
     for (std::size_t i = 0; i < shown; ++i) {
-        text += ProcessLines(*processes[i], processes.size() > 1);
+        text += ProcessLines(processes[i], processes.size() > 1);
     }
-    const std::uint64_t more = processes.size() - shown + story.DroppedProcesses();
+    const std::uint64_t more =
+        processes.size() - shown + figures["droppedProcesses"].get<std::uint64_t>();
     return text + (more == 0 ? ""
                              : "\n" + std::to_string(more) +
                                    " more processes; --json has the figures of the last " +
                                    std::to_string(Story::kMostProcesses) + ".\n");
 }
 
-std::string StoryText::Summary(const LogFacts& facts, const Story& story) const {
-    const LineCounts& counts = facts.counts;
-    const PrefixLayout& layout = facts.layout;
+std::string StoryText::Summary(const Json& summary) const {
     std::string names;
-    for (const std::string& file : facts.files) {
-        names += (names.empty() ? "" : ", ") + Printable(file);
+    for (const Json& file : summary["files"]) {
+        names += (names.empty() ? "" : ", ") + Printable(file.get<std::string>());
     }
-    std::string lines = ": " + Counted(counts.lines, " line") + ": " +
-                        std::to_string(counts.library) + " of the library";
-    lines +=
-        counts.library == counts.records ? "" : " (" + Counted(counts.records, " record") + ")";
-    lines += counts.unknown > 0 ? ", " + std::to_string(counts.unknown) + " unknown" : "";
-    lines += ", " + std::to_string(counts.Others()) + " of others.";
+    const bool hasUnknown = summary["unknown"] != 0;
+    std::string lines = ": " + Counted(summary["lines"], " line") + ": " +
+                        summary["library"].dump() + " of the library";
+    lines += summary["library"] == summary["records"]
+                 ? ""
+                 : " (" + Counted(summary["records"], " record") + ")";
+    lines += hasUnknown ? ", " + summary["unknown"].dump() + " unknown" : "";
+    lines += ", " + summary["others"].dump() + " of others.";
     const std::string text = m_style.Bold(names) + Wrapped(lines, names.size(), 0);
-    if (counts.library == 0) {
+    if (summary["library"] == 0) {
         return text + Wrapped(
                           "No line of the library was found: its lines end with (LogWarnFun) "
                           "or (LogErrorFun).",
                           0, 0);
     }
-    std::string before =
-        layout.HasTime() ? "Before each line: a time" : "Before each line: no time";
-    before += layout.HasProcess() ? ", a process" : ", no process";
-    before += layout.HasThread() ? ", a thread." : ", no thread.";
-    if (counts.unknown > 0) {
-        before +=
-            " The unknown lines end like the library's: they are damaged, or of another version.";
-    }
-    if (layout.HasWholeSeconds()) {
-        before += " The times have whole seconds: each length is wrong by up to a second.";
-    }
-    if (!layout.HasThread()) {
-        before += " So a failure may be listed under another operation.";
-    }
-    return text + Wrapped(before, 0, 0) + Figures(story);
+    const auto has = [&](const char* field) { return summary[field].get<bool>(); };
+    std::string before = has("hasTime") ? "Before each line: a time" : "Before each line: no time";
+    before += has("hasProcess") ? ", a process" : ", no process";
+    before += has("hasThread") ? ", a thread." : ", no thread.";
+    before += hasUnknown ? " The unknown lines end like the library's: they are damaged, or of "
+                           "another version."
+                         : "";
+    before += has("hasWholeSeconds")
+                  ? " The times have whole seconds: each length is wrong by up to a second."
+                  : "";
+    before += has("hasThread") ? "" : " So a failure may be listed under another operation.";
+    return text + Wrapped(before, 0, 0) + Figures(summary);
 }
 
-std::string StoryText::ItemJson(const Item& item) const {
-    Json object{{"kind", NameOf(item.kind).json},
-                {"outcome", kOutcomes.at(static_cast<std::size_t>(item.outcome)).json},
-                {"file", Safe(m_files.at(item.begin.file))},
-                {"line", item.begin.line},
-                {"time", Safe(item.begin.time)},
-                {"process", Safe(item.process)},
-                {"thread", Safe(item.thread)},
-                {"text", Safe(item.text)}};
-    const auto add = [&](bool isThere, const char* name, Json value) {
-        if (isThere) {
-            object[name] = std::move(value);
-        }
-    };
-    add(item.micros.has_value(), "ms", Milliseconds(item.micros.value_or(0)));
-    add(item.outcome == Outcome::kOpen, "atEnd", item.isAtEnd);
-    add(item.attempts > 0, "attempts", item.attempts);
-    add(item.times > 1, "times", item.times);
-    add(item.times > 1, "lastLine", item.lastLine);
-    add(!item.cause.empty(), "cause", Safe(item.cause));
-    add(!item.remedy.empty(), "do", Safe(item.remedy));
-    for (const Step& step : item.chain) {
-        Json one{{"file", Safe(m_files.at(step.place.file))},
-                 {"line", step.place.line},
-                 {"text", Safe(step.text)},
-                 {"times", step.times},
-                 {"means", Safe(step.meaning->Text(step.code))}};
-        if (step.code) {
-            one["code"] = *step.code;
-        }
-        object["chain"].push_back(std::move(one));
+}  // namespace explain
+
+LiveStory::LiveStory(Style style)
+    : m_text(style, OutputIsTerminal() ? OutputWidth() : 0, 0),
+      m_story([this](const Json& item) { m_lines += m_text.LiveLines(item); }) {}
+
+std::string LiveStory::Take(const Json& object) {
+    if (object["kind"] != "log") {
+        return {};
     }
-    return object.dump(-1, ' ', true) + "\n";
+    std::string line = object["line"];
+    const std::string thread = object["thread"];
+    const double milliseconds = object["t"];
+    std::array<char, 32> time{};
+    std::snprintf(time.data(), time.size(), "%.1f", milliseconds);
+    // The origin in brackets ends the line.
+    line.resize(std::min(line.rfind('('), line.size()));
+    if (const auto match = explain::FindMeaning(line)) {
+        m_story.Take({*match, {1, {}, time.data(), std::llround(milliseconds * 1000)}, {}, thread});
+    }
+    return std::exchange(m_lines, {});
 }
 
-std::string StoryText::SummaryJson(const LogFacts& facts, const Story& story) const {
-    const LineCounts& counts = facts.counts;
-    const PrefixLayout& layout = facts.layout;
-    Json files = Json::array();
-    for (const std::string& file : facts.files) {
-        files.push_back(Safe(file));
-    }
-    Json object{{"kind", "summary"},
-                {"file", files.at(0)},
-                {"files", files},
-                {"bytes", facts.bytes},
-                {"lines", counts.lines},
-                {"library", counts.library},
-                {"unknown", counts.unknown},
-                {"others", counts.Others()},
-                {"records", counts.records},
-                {"hasTime", layout.HasTime()},
-                {"hasWholeSeconds", layout.HasWholeSeconds()},
-                {"hasProcess", layout.HasProcess()},
-                {"hasThread", layout.HasThread()},
-                {"droppedProcesses", story.DroppedProcesses()},
-                {"processes", Json::array()}};
-    for (const Totals* const totals : story.Processes()) {
-        const Tag tag = totals->tags.empty() ? Tag() : totals->tags.front();
-        Json one{{"process", Safe(totals->process)},
-                 {"route", tag.route},
-                 {"chip", tag.chip},
-                 {"tags", Json::array()},
-                 {"from", Safe(totals->firstTime)},
-                 {"to", Safe(totals->lastTime)},
-                 {"records", totals->records}};
-        for (const Tag& used : totals->tags) {
-            one["tags"].push_back({{"route", used.route}, {"chip", used.chip}});
-        }
-        for (const auto& [kind, of] : totals->kinds) {
-            one[NameOf(kind).json] = TimedJson(of);
-        }
-        one["notNew"] = totals->known;
-        for (const auto* const list : {&totals->causes, &totals->oddities}) {
-            Json& causes = one[list == &totals->causes ? "failures" : "unusual"] = Json::array();
-            for (const Totals::Cause& cause : *list) {
-                causes.push_back({{"text", Safe(cause.text)},
-                                  {"times", cause.times},
-                                  {"do", Safe(cause.remedy)},
-                                  {"file", Safe(m_files.at(cause.first.file))},
-                                  {"line", cause.first.line}});
-            }
-        }
-        object["processes"].push_back(std::move(one));
-    }
-    return object.dump(-1, ' ', true) + "\n";
+std::string LiveStory::End() {
+    m_story.End();
+    return std::exchange(m_lines, {}) + "\nWhat the log says:\n" +
+           m_text.Figures(m_story.Figures());
 }
 
-}  // namespace lab::explain
+}  // namespace lab

@@ -1,55 +1,61 @@
-// The story and the summary of a log, as text for people and as JSON. Formats only; prints nothing.
+// The story and the summary of a log as text for people, made of their JSON. Prints nothing.
 #pragma once
 
-#include <cstdint>
 #include <string>
-#include <vector>
 
-#include "lab/Recorder.h"
 #include "lab/Terminal.h"
-#include "lab/explain/LogLines.h"
-#include "lab/explain/Prefix.h"
 #include "lab/explain/Story.h"
 
 namespace lab::explain {
 
-/// What was read.
-struct LogFacts {
-    std::vector<std::string> files;
-    std::uint64_t bytes = 0;
-    LineCounts counts;
-    PrefixLayout layout;
-};
+/// One object as a line, in ASCII.
+std::string JsonLine(const Json& object);
 
 class StoryText {
   public:
     /// Lines are wrapped to `width` columns; 0: they are not. With several files a line's number
-    /// comes with the name of its file.
-    StoryText(Style style, std::size_t width, std::vector<std::string> files)
-        : m_style(style), m_width(width), m_files(std::move(files)) {}
+    /// comes with the name of its file; with none it is left out.
+    StoryText(Style style, std::size_t width, std::size_t files)
+        : m_style(style), m_width(width), m_files(files) {}
 
     /// One item, as lines. The process is named when there are several.
-    std::string ItemLines(const Item& item, bool hasProcesses) const;
+    std::string ItemLines(const Json& item, bool hasProcesses) const;
     /// The same at the place of a run's lines, which have no numbers.
-    std::string LiveLines(const Item& item) const;
-    std::string Summary(const LogFacts& facts, const Story& story) const;
+    std::string LiveLines(const Json& item) const;
+    std::string Summary(const Json& summary) const;
     /// The part of a summary about what happened.
-    std::string Figures(const Story& story) const;
-
-    /// One object, in ASCII, with the end of its line.
-    std::string ItemJson(const Item& item) const;
-    std::string SummaryJson(const LogFacts& facts, const Story& story) const;
+    std::string Figures(const Json& figures) const;
 
   private:
-    std::string Place(const Mark& place) const;
-    std::string Head(const Item& item) const;
-    std::string Body(const Item& item, std::string head, std::size_t indent) const;
+    std::string Place(const Json& place) const;
+    std::string Head(const Json& item) const;
+    std::string Body(const Json& item, std::string head, std::size_t indent) const;
     std::string Wrapped(const std::string& text, std::size_t indent, std::size_t hanging) const;
-    std::string ProcessLines(const Totals& totals, bool isNamed) const;
+    std::string ProcessLines(const Json& process, bool isNamed) const;
 
     Style m_style;
     std::size_t m_width;
-    std::vector<std::string> m_files;  // none: the lines have no numbers
+    std::size_t m_files;
 };
 
 }  // namespace lab::explain
+
+namespace lab {
+
+/// Explains the log of a run while it is written. Called by one thread at a time.
+class LiveStory {
+  public:
+    explicit LiveStory(Style style);
+
+    /// Takes an object of the run; returns what its line of the log has completed, as lines.
+    std::string Take(const Json& object);
+    /// What is not finished, and the figures.
+    std::string End();
+
+  private:
+    explain::StoryText m_text;
+    std::string m_lines;  // that are complete and not returned yet
+    explain::Story m_story;
+};
+
+}  // namespace lab

@@ -439,12 +439,14 @@ TEST(Explain, TellsAPipeBeforeItEnds) {
 }
 
 TEST(Explain, WrapsLinesToTheWidthOfTheTerminal) {
-    using namespace lab::explain;
-    Item item(ItemKind::kNote, Outcome::kUnusual, {}, {}, "");
+    std::string text;
     for (int word = 0; word < 40; ++word) {
-        item.text += "word" + std::to_string(word) + " ";
+        text += "word" + std::to_string(word) + " ";
     }
-    std::istringstream lines(StoryText(lab::Style(false), 80, {"log"}).ItemLines(item, false));
+    const Json item{{"outcome", "unusual"}, {"file", "log"}, {"line", 1},
+                    {"time", ""},           {"process", ""}, {"text", text}};
+    std::istringstream lines(
+        lab::explain::StoryText(lab::Style(false), 80, 1).ItemLines(item, false));
     std::string line;
     for (int number = 0; number < 5; ++number) {
         EXPECT_TRUE(std::getline(lines, line));
