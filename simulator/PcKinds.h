@@ -72,15 +72,19 @@ constexpr auto FindKind(const Kinds& kinds, std::string_view name) -> decltype(k
     return nullptr;
 }
 
+/// The row of a route: the values of PcRoute have the order of the rows.
 constexpr const RouteKind& KindOf(PcRoute route) {
     return kRouteKinds[static_cast<std::size_t>(route)];
 }
 
 /// The row of a route by the listener's number; null for a number that no route has.
 constexpr const RouteKind* RouteByNumber(int number) {
-    return number > 0 && number <= static_cast<int>(kRouteKinds.size())
-               ? &kRouteKinds[static_cast<std::size_t>(number) - 1]
-               : nullptr;
+    for (const RouteKind& kind : kRouteKinds) {
+        if (kind.number == number) {
+            return &kind;
+        }
+    }
+    return nullptr;
 }
 
 }  // namespace simulator
