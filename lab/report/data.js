@@ -50,13 +50,9 @@ const kErrorLevel = 4;
 
 const lastTime = entries.length ? Math.max(entries[entries.length - 1].t, facts.end) : facts.end;
 
-function succeeded(result) {
-  return typeof result === "boolean" ? result : result === 0;
-}
+const succeeded = (result) => result === true || result === 0;
 
-function errorText(error) {
-  return "error " + error + (kErrors[error] ? ", " + kErrors[error] : "");
-}
+const errorText = (error) => "error " + error + (kErrors[error] ? ", " + kErrors[error] : "");
 
 // A request that the library cancelled has not failed. Nor has the search for the driver of another
 // route: the library asks for all of them in turn, and a HID keyboard for interrupts.
@@ -151,13 +147,11 @@ function seconds(milliseconds) {
   return whole.replace(/\B(?=(\d{3})+$)/g, "\u202f") + "." + part;
 }
 
-function spaced(digits) {
-  return digits.replace(/(..)(?=.)/g, "$1 ");
-}
+const spaced = (digits) => digits.replace(/(..)(?=.)/g, "$1 ");
+const plural = (count, one, many) => count + " " + (count === 1 ? one : many || one + "s");
 
-function plural(count, one, many) {
-  return count + " " + (count === 1 ? one : many || one + "s");
-}
+const eventText = (object) =>
+  (kEvents[object.event] || "an unknown event") + " (" + (kRoutes[object.route] || "?") + ")";
 
 // One record in words, as the timeline's cursor and the list of failures say it.
 function describe(record) {
@@ -171,11 +165,9 @@ function describe(record) {
     case "sleep":
       return "pause of " + object.ms + " ms";
     case "event":
-      return "event " + object.event + ": " + (kEvents[object.event] || "an unknown event") +
-        " (" + (kRoutes[object.route] || "?") + ")";
+      return "event " + object.event + ": " + eventText(object);
     case "phone":
-      return object.read ? "the phone reads " + object.uri
-        : "the phone reads nothing: " + object.problem;
+      return object.read ? "the phone reads " + object.uri : failureOf(record);
     case "result":
       return object.operation + (succeeded(object.result) ? ": ok" : ": FAILED");
     default:
@@ -187,12 +179,7 @@ function describe(record) {
 function make(name, properties, ...children) {
   const element = document.createElement(name);
   for (const [key, value] of Object.entries(properties || {})) {
-    if (value === null || value === undefined || value === false) {
-      continue;
-    }
-    if (key === "class") {
-      element.className = value;
-    } else {
+    if (value !== null && value !== undefined && value !== false) {
       element.setAttribute(key, value === true ? "" : value);
     }
   }
@@ -200,8 +187,23 @@ function make(name, properties, ...children) {
   return element;
 }
 
-function linkTo(record, text) {
-  return make("a", { href: "#o" + record.number }, text);
+const faultBadge = (text) => make("strong", { class: "fault" }, "\u2715 " + text);
+const quiet = (text) => make("span", { class: "quiet" }, text);
+const linkTo = (record, text) => make("a", { href: "#o" + record.number }, text);
+
+// The first index of a sorted array whose element satisfies the condition, or the length.
+function firstIndex(array, holds) {
+  let low = 0;
+  let high = array.length;
+  while (low < high) {
+    const middle = (low + high) >> 1;
+    if (holds(array[middle])) {
+      high = middle;
+    } else {
+      low = middle + 1;
+    }
+  }
+  return low;
 }
 
 // A table with a heading for each column; a cell is a text, an element or a list of them.

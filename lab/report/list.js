@@ -37,10 +37,12 @@ const list = (() => {
   const fieldStretches = field.map((one) => [one.from, one.to]);
   const visitStretches = visits.map((one) => [one.enter.t, one.leave ? one.leave.t : lastTime]);
 
+  const cell = (className, ...content) => make("td", { role: "cell", class: className }, ...content);
+
   function phoneCell(t) {
     const seen = inStretch(t, fieldStretches) >= 0;
     const visit = inStretch(t, visitStretches);
-    return make("td", { role: "cell", class: "c-phone" },
+    return cell("c-phone",
       seen ? make("span", { class: "in-field", title: "a phone is in the field" },
         make("span", { class: "unseen" }, "phone in the field ")) : null,
       visit >= 0 ? make("span", { class: "in-visit", title: "visit " + (visit + 1) },
@@ -50,24 +52,14 @@ const list = (() => {
   function threadCell(name) {
     const dot = make("i", { class: "dot", "aria-hidden": "true" });
     dot.style.setProperty("--lane", threads.indexOf(name));
-    return make("td", { role: "cell", class: "c-thread" },
-      make("span", { class: "lines", "aria-hidden": "true" }, dot),
+    return cell("c-thread", make("span", { class: "lines", "aria-hidden": "true" }, dot),
       make("span", { class: "who" }, name));
   }
 
-  function numberLink(record) {
-    return make("a", { class: "own", href: "#o" + record.number, tabindex: "-1",
-      "aria-label": "record " + record.number }, String(record.number));
-  }
-
-  function bytesOf(digits) {
-    return digits ? make("code", { class: digits.length > kShortHex ? "hex" : "short" },
-      spaced(digits)) : null;
-  }
-
-  function faultBadge(text) {
-    return make("strong", { class: "fault" }, "\u2715 " + text);
-  }
+  const numberLink = (record) => make("a", { class: "own", href: "#o" + record.number,
+    tabindex: "-1", "aria-label": "record " + record.number }, String(record.number));
+  const bytesOf = (digits) => (digits
+    ? make("code", { class: digits.length > kShortHex ? "hex" : "short" }, spaced(digits)) : null);
 
   function entry(record, className, ...content) {
     const bytes = content.filter((one) => one instanceof Element && one.classList.contains("hex"));
@@ -83,20 +75,18 @@ const list = (() => {
         const fault = failureOf(record);
         return entry(record, "k-bus", make("span", { class: "op op-" + object.op },
           kOps[object.op] || object.op), " ", object.meaning,
-        object.state ? make("span", { class: "quiet" }, ", " + object.state) : null, " ",
-        fault ? faultBadge(fault)
-          : "error" in object ? make("span", { class: "quiet" }, errorText(object.error)) : null,
+        object.state ? quiet(", " + object.state) : null, " ", fault ? faultBadge(fault)
+          : "error" in object ? quiet(errorText(object.error)) : null,
         bytesOf(object.bytes));
       }
       case "event":
         return entry(record, "k-other", make("span", { class: "op op-event" }, "\u25c6 event " +
-          object.event), " ", (kEvents[object.event] || "an unknown event") + " (" +
-          (kRoutes[object.route] || "?") + ")", bytesOf(object.number));
+          object.event), " ", eventText(object), bytesOf(object.number));
       case "phone":
         return object.read
           ? entry(record, "k-other", make("span", { class: "op op-phone" }, "\u2713 phone"),
             " reads ", make("span", { class: "uri" }, object.uri),
-            make("span", { class: "quiet" }, " " + object.type), bytesOf(object.payload))
+            quiet(" " + object.type), bytesOf(object.payload))
           : entry(record, "k-other", make("span", { class: "op op-phone" }, "phone"), " ",
             faultBadge("reads nothing: " + object.problem));
       case "result": {
@@ -119,8 +109,7 @@ const list = (() => {
     const error = object.level === kErrorLevel;
     const [, text, suffix] = /^([^]*?)(\(Log\w+\))?$/.exec(object.line);
     return entry(record, "k-log" + (error ? " error-level" : ""),
-      error ? make("abbr", { class: "level", title: "error level" }, "E") : null,
-      error ? " " : null, text.trimEnd(), suffix ? make("span", { class: "suffix" }, suffix) : null);
+      ...(error ? [make("abbr", { class: "level", title: "error level" }, "E"), " "] : []), text.trimEnd(), suffix ? make("span", { class: "suffix" }, suffix) : null);
   }
 
   function rowElement(row) {
@@ -133,13 +122,13 @@ const list = (() => {
       (row.some(failureOf) ? " has-fault" : "") },
     make("td", { role: "cell", class: "c-time", title: first.t + " ms" }, seconds(first.t)),
     phoneCell(first.t), threadCell(first.thread),
-    make("td", { role: "cell", class: "c-bus" }, make("div", { class: "side" },
+    cell("c-bus", make("div", { class: "side" },
       ...left.map((record, index) => {
         const element = isAction(record) ? actionEntry(record) : smallEntry(record);
         element.classList.toggle("before-pause", isAction(record) && index + 1 < left.length);
         return element;
       }))),
-    make("td", { role: "cell", class: "c-log" }, ...right.map(smallEntry)));
+    cell("c-log", ...right.map(smallEntry)));
   }
 
   function fill(chunk) {
@@ -174,11 +163,11 @@ const list = (() => {
       step.heading = make("h3", { class: step.host ? "of-host" : "" },
         make("span", { class: "prompt", "aria-hidden": "true" }, "> "),
         step.text, ...outcome,
-        make("span", { class: "quiet" }, " at " + seconds(step.t) + " s" + (step.line > 0 ? ", line " + step.line : "")));
+        quiet(" at " + seconds(step.t) + " s" + (step.line > 0 ? ", line " + step.line : "")));
       section.append(step.heading);
     } else {
       section.append(make("h3", { class: "prose" }, "Before the script",
-        make("span", { class: "quiet" }, " message, manager, device, first write")));
+        quiet(" message, manager, device, first write")));
     }
     const rows = rowsOf(some);
     for (let at = 0; at < rows.length; at += kMostRows) {

@@ -3,29 +3,26 @@
 
 const memory = (() => {
   const kInRow = 16;
-  // Fields of one group have one colour and one letter.
+  // Fields of one group have one colour, one letter and a name in the legend.
   const kGroups = [
-    ["F", "frame", ["TLV tag", "TLV length", "terminator"]],
-    ["H", "head", ["URI record", "URI type length", "URI payload length", "URI type",
+    ["F", "frame", "frame", ["TLV tag", "TLV length", "terminator"]],
+    ["H", "head", "head of the URI record", ["URI record", "URI type length", "URI payload length", "URI type",
       "URI identifier code"]],
-    ["U", "uri", ["URI text"]],
-    ["D", "head2", ["media record", "media type length", "media payload length"]],
-    ["T", "type", ["media type"]],
-    ["V", "version", ["version"]],
-    ["A", "mac", ["MAC address"]],
-    ["N", "number", ["random number"]],
-    ["P", "model", ["PC model"]],
+    ["U", "uri", "URI text", ["URI text"]],
+    ["D", "head2", "head of the media record", ["media record", "media type length", "media payload length"]],
+    ["T", "type", "media type", ["media type"]],
+    ["V", "version", "version", ["version"]],
+    ["A", "mac", "MAC address", ["MAC address"]],
+    ["N", "number", "random number", ["random number"]],
+    ["P", "model", "PC model", ["PC model"]],
   ];
-  const kOther = ["X", "rest"];
+  const kOther = ["X", "rest", "other"];
   const states = facts.tag.states;
   const body = document.getElementById("tag-body");
 
-  function groupOf(name) {
-    return kGroups.find((group) => group[2].includes(name)) || kOther;
-  }
-
-  const hexOf = (state, offset) => state.bytes.slice(2 * offset, 2 * offset + 2);
-  const hexRange = (state, one) => state.bytes.slice(2 * one.offset, 2 * (one.offset + one.size));
+  const groupOf = (name) => kGroups.find((group) => group[3].includes(name)) || kOther;
+  const hexOf = (state, offset, size = 1) => state.bytes.slice(2 * offset, 2 * (offset + size));
+  const hexRange = (state, one) => hexOf(state, one.offset, one.size);
 
   function fieldsByOffset(state) {
     const at = [];
@@ -78,7 +75,8 @@ const memory = (() => {
       make("th", { scope: "col" }, index.toString(16).toUpperCase()));
     return make("figure", { class: "grid" },
       make("figcaption", {}, make("strong", {}, title + ":"), " ", state.label,
-        make("span", { class: "quiet" }, " at " + seconds(state.t) + " s" + sizeText(state))),
+        quiet(" at " + seconds(state.t) + " s" +
+          (state.blank ? ", blank" : ", image of " + plural(state.size, "byte")))),
       make("table", { class: "bytes" },
         make("caption", { class: "unseen" }, title + ": the bytes of the tag, sixteen in a row"),
         make("thead", {}, make("tr", {}, make("th", { scope: "col", class: "quiet" }, "offset"),
@@ -87,10 +85,6 @@ const memory = (() => {
       state.fault ? make("p", { class: "fault" }, "\u2715 not a valid image: offset " +
         state.fault.offset + ": " + state.fault.check) : null,
       ...state.remarks.map((remark) => make("p", { class: "quiet" }, remark)));
-  }
-
-  function sizeText(state) {
-    return state.blank ? ", blank" : ", image of " + plural(state.size, "byte");
   }
 
   // Long values are cut in the middle of no byte; the grid has all of them.
@@ -102,14 +96,11 @@ const memory = (() => {
 
   // The letters and colours; the fields one by one are folded away.
   function legend(from, to) {
-    const names = { F: "frame", H: "head of the URI record", U: "URI text",
-      D: "head of the media record", T: "media type", V: "version", A: "MAC address",
-      N: "random number", P: "PC model", X: "other" };
     const used = new Set([from, to].flatMap((state) => (facts.tag.layouts[state.layout] || [])
       .map((one) => groupOf(one.name))));
     return make("div", { class: "legend" }, ...[...kGroups, kOther].filter((one) => used.has(one))
-      .map((one) => make("span", {}, make("span", { class: "letter g-" + one[1] }, one[0]),
-        names[one[0]])),
+      .map(([letter, className, name]) =>
+        make("span", {}, make("span", { class: "letter g-" + className }, letter), name)),
     from.blank ? null : make("span", {}, make("span", { class: "mark-changed" }, "00"),
       "changed since before"));
   }

@@ -1,6 +1,8 @@
 // The head of the page, the tables, the search and the links. Starts all parts.
 "use strict";
 
+const kMostInTable = 200;
+
 const search = (() => {
   const box = document.getElementById("search");
   const state = document.getElementById("search-state");
@@ -145,35 +147,29 @@ function showVisits() {
           ? "all" : "\u2715 nothing")]).flat()])));
 }
 
+// Puts a table of records into a part of the page, with the time of each and some cells of its own;
+// without records a text.
+function showTable(part, caption, headings, some, cellsOf, none) {
+  const note = (text) => make("p", { class: "quiet" }, text);
+  const rest = some.length - kMostInTable;
+  document.getElementById(part).append(none && some.length === 0 ? note(none)
+    : table(caption, ["at, s", ...headings], some.slice(0, kMostInTable).map((record) =>
+      [linkTo(record, seconds(record.t)), ...cellsOf(record)])),
+  rest > 0 ? note("And " + rest + " more in the records.") : "");
+}
+
 function showCalls() {
-  const kMost = 200;
-  const results = ordered.filter((record) => record.object.kind === "result");
-  document.getElementById("calls-body").append(table("Calls and what they gave",
-    ["at, s", "call", "by", "result"],
-    results.slice(0, kMost).map((record) => [linkTo(record, seconds(record.t)),
-      record.object.operation, record.thread,
-      succeeded(record.object.result) ? make("span", { class: "done" }, "ok")
-        : make("strong", { class: "fault" }, "\u2715 failed")])),
-  more(results.length - kMost));
+  showTable("calls-body", "Calls and what they gave", ["call", "by", "result"],
+    ordered.filter((record) => record.object.kind === "result"), (record) =>
+      [record.object.operation, record.thread, succeeded(record.object.result)
+        ? make("span", { class: "done" }, "ok") : faultBadge("failed")]);
 }
 
 function showFailures() {
-  const kMost = 200;
   const kWhat = { bus: "failed request", result: "failed call", phone: "unread tag" };
-  const body = document.getElementById("failures-body");
-  if (failures.length === 0) {
-    body.append(make("p", { class: "quiet" },
-      "No request failed, no call failed, every phone could read."));
-    return;
-  }
-  body.append(table("Failures", ["at, s", "thread", "failed", "what"],
-    failures.slice(0, kMost).map((record) => [linkTo(record, seconds(record.t)), record.thread,
-      make("strong", { class: "fault" }, "\u2715 " + kWhat[record.object.kind]), describe(record)])),
-  more(failures.length - kMost));
-}
-
-function more(count) {
-  return count > 0 ? make("p", { class: "quiet" }, "And " + count + " more in the records.") : "";
+  showTable("failures-body", "Failures", ["thread", "failed", "what"], failures, (record) =>
+    [record.thread, faultBadge(kWhat[record.object.kind]), describe(record)],
+  "No request failed, no call failed, every phone could read.");
 }
 
 function onKey(event) {
@@ -206,5 +202,5 @@ list.start();
 search.start();
 document.addEventListener("keydown", onKey);
 window.addEventListener("hashchange", () => showLink(true));
-window.addEventListener("beforeprint", () => timeline.fit());
+window.addEventListener("beforeprint", () => timeline.showAll());
 showLink(false);

@@ -66,26 +66,13 @@ const timeline = (() => {
     });
   }
 
-  function knotAt(value, column) {
-    let low = 0;
-    let high = knots.length - 1;
-    while (low < high) {
-      const middle = (low + high + 1) >> 1;
-      if (knots[middle][column] <= value) {
-        low = middle;
-      } else {
-        high = middle - 1;
-      }
-    }
-    return Math.min(low, Math.max(knots.length - 2, 0));
-  }
-
   function between(value, from, to) {
     if (knots.length < 2) {
       return 0;
     }
-    const left = knots[knotAt(value, from)];
-    const right = knots[knotAt(value, from) + 1];
+    const after = firstIndex(knots, (knot) => knot[from] > value);
+    const at = Math.max(Math.min(after, knots.length - 1) - 1, 0);
+    const [left, right] = [knots[at], knots[at + 1]];
     const span = right[from] - left[from];
     return left[to] + (span > 0 ? (value - left[from]) / span : 0) * (right[to] - left[to]);
   }
@@ -339,21 +326,17 @@ const timeline = (() => {
     scroller.scrollLeft = place(t) - offset;
   }
 
+  function showAll() {
+    perMs = 0;
+    redraw();
+  }
+
   function nearest(event) {
     const bounds = svg.getBoundingClientRect();
     const x = event.clientX - bounds.left;
     const y = event.clientY - bounds.top;
     const thread = threads.find((name) => y >= laneOf.get(name) && y < laneOf.get(name) + kLane);
-    let low = 0;
-    let high = ordered.length;
-    while (low < high) {
-      const middle = (low + high) >> 1;
-      if (place(ordered[middle].t) < x - 10) {
-        low = middle + 1;
-      } else {
-        high = middle;
-      }
-    }
+    let low = firstIndex(ordered, (record) => place(record.t) >= x - 10);
     // A frame is easier to mean than a pause or a line of the log at the same time.
     const rank = (record) => (failureOf(record) ? 0 : record.object.kind === "log" ? 6
       : record.object.kind === "sleep" ? 4 : 2);
@@ -412,12 +395,11 @@ const timeline = (() => {
   }
 
   function describeAll() {
-    const text = ordered.length === 0 ? "Nothing was recorded."
-      : plural(records.length, "record") + " of " + plural(threads.length, "thread") + " (" +
+    document.getElementById("timeline-text").textContent = ordered.length === 0
+      ? "Nothing was recorded." : plural(records.length, "record") + " of " + plural(threads.length, "thread") + " (" +
         threads.join(", ") + ") in " + seconds(lastTime) + " seconds, with " +
         plural(visits.length, "visit") + " and " + plural(failures.length, "failure") +
         ". The tables below list the same records as text.";
-    document.getElementById("timeline-text").textContent = text;
   }
 
   return {
@@ -426,22 +408,20 @@ const timeline = (() => {
         ...bands.map(({ name }) => make("span", { class: "band-name" }, name)),
         ...threads.map((name) => make("span", { class: "lane-name" }, name)));
       makeScale(true);
-      perMs = fit();
       describeAll();
       legend();
       scroller.setAttribute("aria-valuemin", Math.min(1, ordered.length));
       scroller.setAttribute("aria-valuemax", ordered.length);
       scroller.setAttribute("aria-valuenow", Math.min(1, ordered.length));
       scroller.setAttribute("aria-valuetext", "no record chosen yet");
-      redraw();
+      showAll();
       document.getElementById("shorten").addEventListener("change", (event) => {
         makeScale(event.target.checked);
-        perMs = fit();
-        redraw();
+        showAll();
       });
       document.getElementById("zoom-in").addEventListener("click", () => zoom(2));
       document.getElementById("zoom-out").addEventListener("click", () => zoom(0.5));
-      document.getElementById("zoom-fit").addEventListener("click", () => { perMs = 0; redraw(); });
+      document.getElementById("zoom-fit").addEventListener("click", showAll);
       scroller.addEventListener("keydown", onKey);
       scroller.addEventListener("mousemove", (event) => {
         const record = nearest(event);
@@ -473,9 +453,6 @@ const timeline = (() => {
       cursor = record.place;
       showCursor(true);
     },
-    fit() {
-      perMs = 0;
-      redraw();
-    },
+    showAll,
   };
 })();
