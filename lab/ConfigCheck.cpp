@@ -57,12 +57,11 @@ std::string Value(const std::filesystem::path& path, const Key& key) {
 std::filesystem::path AbsoluteDirectory(const std::string& directory) {
     const std::string place = directory.empty() ? "the current directory" : "--config " + directory;
     std::error_code error;
-    const auto status = std::filesystem::status(directory.empty() ? "." : directory, error);
+    const std::string named = directory.empty() ? "." : directory;
+    const auto status = std::filesystem::status(named, error);
     RefuseIf(!error && !std::filesystem::is_directory(status), place + ": is not a directory");
-    std::filesystem::path path;
-    if (!error) {
-        path = std::filesystem::absolute(directory.empty() ? "." : directory, error);
-    }
+    const std::filesystem::path path =
+        error ? std::filesystem::path() : std::filesystem::absolute(named, error);
     RefuseIf(error.value() != 0, place + ": cannot be used: " + error.message());
     try {
         static_cast<void>(path.wstring());  // the library's names are wide

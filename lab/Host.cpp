@@ -130,6 +130,11 @@ std::shared_ptr<NdefMessage> Host::Content(unsigned manager, const Fields& field
     return std::make_shared<NdefMessage>(content);
 }
 
+std::shared_ptr<NdefMessage> Host::Own(unsigned manager) {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    return At(manager).own;
+}
+
 std::shared_ptr<NfcManager> Host::Manager(unsigned manager) {
     const std::lock_guard<std::mutex> guard(m_mutex);
     RefuseIf(At(manager).manager == nullptr, "there is no manager; \"start\" makes one");
@@ -195,11 +200,7 @@ void Host::StartManager(unsigned manager, const Fields& fields) {
     }
     // The message that the manager shares, so that it stays the manager's own whatever the first
     // reading returns.
-    std::shared_ptr<NdefMessage> own;
-    {
-        const std::lock_guard<std::mutex> guard(m_mutex);
-        own = At(manager).own;
-    }
+    const std::shared_ptr<NdefMessage> own = Own(manager);
     Record(manager, "WriteMessage", Manager(manager)->WriteMessage(own));
 }
 
@@ -258,11 +259,7 @@ void Host::ReadNumber(unsigned manager) {
 }
 
 void Host::ReadMessage(unsigned manager, bool own) {
-    std::shared_ptr<NdefMessage> target = Content(manager, {});
-    if (own) {
-        const std::lock_guard<std::mutex> guard(m_mutex);
-        target = At(manager).own;
-    }
+    const std::shared_ptr<NdefMessage> target = own ? Own(manager) : Content(manager, {});
     const int result = Manager(manager)->ReadMessage(target);
     Record(manager, "ReadMessage", result, result == 0 ? MessageFields(*target) : Json::object());
 }

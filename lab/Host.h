@@ -82,6 +82,7 @@ class Host {
 
     Slot& At(unsigned manager) { return m_slots.at(manager - 1); }  // under m_mutex
     std::shared_ptr<NfcManager> Manager(unsigned manager);          // WrongCall when there is none
+    std::shared_ptr<NdefMessage> Own(unsigned manager);
     /// Sets fields of a manager's content and returns a copy of it.
     std::shared_ptr<NdefMessage> Content(unsigned manager, const Fields& fields);
     /// Succeeded is true, or 0.

@@ -134,13 +134,16 @@ void Judge::ExpectFailure(const Command& command) {
     }
 }
 
+void Judge::ExpectAtMost(std::size_t most, const char* unit, std::size_t seen,
+                         const Command& command, const char* when) {
+    m_findings.Expect(seen <= most, command, "at most " + Counted(most, unit) + when,
+                      std::to_string(seen));
+}
+
 void Judge::JudgeLive(const Command& command) {
     const LiveObjects live = m_pc.Live();
-    m_findings.Expect(live.requests <= kMostRequests, command,
-                      "at most " + Counted(kMostRequests, "request"),
-                      std::to_string(live.requests));
-    m_findings.Expect(live.handles <= kMostHandles, command,
-                      "at most " + Counted(kMostHandles, "handle"), std::to_string(live.handles));
+    ExpectAtMost(kMostRequests, "request", live.requests, command, "");
+    ExpectAtMost(kMostHandles, "handle", live.handles, command, "");
 }
 
 void Judge::PassMinute() {
@@ -172,13 +175,10 @@ void Judge::JudgeLeftovers() {
         return simulator::KindOf(route).IsDevice() && simulator::KindOf(route).IsKeyboard();
     });
     const std::size_t kept = ofLink + (hasKeyboard ? 2 : parts.FirstRoute().IsDevice() ? 1 : 0);
-    m_findings.Expect(live.threads <= 1, last, "at most 1 thread after the end",
-                      std::to_string(live.threads));
+    ExpectAtMost(1, "thread", live.threads, last, " after the end");
     m_findings.Expect(live.requests == 0, last, "no request after the end",
                       std::to_string(live.requests));
-    m_findings.Expect(live.handles <= kept + live.threads, last,
-                      "at most " + Counted(kept + live.threads, "handle") + " after the end",
-                      std::to_string(live.handles));
+    ExpectAtMost(kept + live.threads, "handle", live.handles, last, " after the end");
 }
 
 void Judge::EndScript() {

@@ -40,6 +40,8 @@ class Judge {
     void TakeEvent(const Json& object);
     void JudgeOperation(const Done& done);
     void ExpectFailure(const Command& command);
+    void ExpectAtMost(std::size_t most, const char* unit, std::size_t seen, const Command& command,
+                      const char* when);
     void JudgeLive(const Command& command);
     void JudgeLeftovers();
     void JudgeState();

@@ -152,57 +152,42 @@ void Player::ExecuteNow(const Command& command) {
 }
 
 void Player::Perform(const Command& command) {
+    using C = const Command&;
+    static const std::map<Verb, void (*)(Player & p, C c)> actions{
+        {Verb::kTap, [](Player& p, C c) { p.Tap(c); }},
+        {Verb::kWait, [](Player& p, C c) { p.Pause(*c.number); }},
+        {Verb::kJoin, [](Player& p, C) { p.Join(); }},
+        {Verb::kExpectEvent, [](Player& p, C c) { p.ExpectEvent(c); }},
+        {Verb::kExpectResult, [](Player& p, C c) { p.ExpectResult(c); }},
+        {Verb::kRenew, [](Player& p, C c) { p.m_host.Renew(c.manager, c.argument); }},
+        {Verb::kReadNumber, [](Player& p, C c) { p.m_host.ReadNumber(c.manager); }},
+        {Verb::kReadMessage, [](Player& p, C c) { p.m_host.ReadMessage(c.manager, c.on); }},
+        {Verb::kWrite, [](Player& p, C c) { p.m_host.Write(c.manager, c.fields); }},
+        {Verb::kUpdate, [](Player& p, C c) { p.m_host.Update(c.manager, c.fields); }},
+        {Verb::kInit, [](Player& p, C c) { p.m_host.DeviceInit(c.manager); }},
+        {Verb::kConnect, [](Player& p, C c) { p.m_host.Connect(c.manager, true); }},
+        {Verb::kDisconnect, [](Player& p, C c) { p.m_host.Connect(c.manager, false); }},
+        {Verb::kOpen, [](Player& p, C c) { p.m_host.Open(c.manager); }},
+        {Verb::kListener, [](Player& p, C c) { p.m_host.Listen(c.manager, c.on, c.fields); }},
+        {Verb::kStop, [](Player& p, C c) { p.m_host.Stop(c.manager); }},
+        {Verb::kStart, [](Player& p, C c) { p.m_host.StartManager(c.manager, c.fields); }},
+        {Verb::kCreate, [](Player& p, C c) { p.m_host.Create(c.manager, c.fields); }},
+    };
     const Verb verb = command.verb;
-    if (verb == Verb::kTap) {
-        Tap(command);
+    const auto action = actions.find(verb == Verb::kRestart ? Verb::kStart : verb);
+    if (verb == Verb::kRestart) {
+        m_host.Stop(command.manager);
+    } else if (verb == Verb::kEnter) {
+        m_host.Events().BeginVisit();
+    }
+    if (action != actions.end()) {
+        action->second(*this, command);
     } else if (IsDeviceVerb(verb)) {
-        if (verb == Verb::kEnter) {
-            m_host.Events().BeginVisit();
-        }
         m_pc.Act(command);
-    } else if (verb == Verb::kWait) {
-        Pause(*command.number);
     } else if (verb == Verb::kRepeat) {
         for (std::int64_t turn = 0; turn < *command.number; ++turn) {
             PlayAll(command.body);
         }
-    } else if (verb == Verb::kJoin) {
-        Join();
-    } else if (verb == Verb::kExpectEvent) {
-        ExpectEvent(command);
-    } else if (verb == Verb::kExpectResult) {
-        ExpectResult(command);
-    } else {
-        ExecuteOperation(command);
-    }
-}
-
-void Player::ExecuteOperation(const Command& command) {
-    using Operation = void (*)(Host & host, unsigned manager, const Command& command);
-    static const std::map<Verb, Operation> operations{
-        {Verb::kRenew, [](Host& h, unsigned m, const Command& c) { h.Renew(m, c.argument); }},
-        {Verb::kReadNumber, [](Host& h, unsigned m, const Command&) { h.ReadNumber(m); }},
-        {Verb::kReadMessage, [](Host& h, unsigned m, const Command& c) { h.ReadMessage(m, c.on); }},
-        {Verb::kWrite, [](Host& h, unsigned m, const Command& c) { h.Write(m, c.fields); }},
-        {Verb::kUpdate, [](Host& h, unsigned m, const Command& c) { h.Update(m, c.fields); }},
-        {Verb::kInit, [](Host& h, unsigned m, const Command&) { h.DeviceInit(m); }},
-        {Verb::kConnect, [](Host& h, unsigned m, const Command&) { h.Connect(m, true); }},
-        {Verb::kDisconnect, [](Host& h, unsigned m, const Command&) { h.Connect(m, false); }},
-        {Verb::kOpen, [](Host& h, unsigned m, const Command&) { h.Open(m); }},
-        {Verb::kListener,
-         [](Host& h, unsigned m, const Command& c) { h.Listen(m, c.on, c.fields); }},
-        {Verb::kStop, [](Host& h, unsigned m, const Command&) { h.Stop(m); }},
-        {Verb::kStart, [](Host& h, unsigned m, const Command& c) { h.StartManager(m, c.fields); }},
-        {Verb::kRestart,
-         [](Host& h, unsigned m, const Command& c) {
-             h.Stop(m);
-             h.StartManager(m, c.fields);
-         }},
-        {Verb::kCreate, [](Host& h, unsigned m, const Command& c) { h.Create(m, c.fields); }},
-    };
-    const auto operation = operations.find(command.verb);
-    if (operation != operations.end()) {
-        operation->second(m_host, command.manager, command);
     }
 }
 

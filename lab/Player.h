@@ -63,7 +63,6 @@ class Player {
     void Perform(const Command& command);
     void RunHost(unsigned host);
     void Join();
-    void ExecuteOperation(const Command& command);
     void Tap(const Command& command);
     void WaitForLeave(int route);
     void ExpectEvent(const Command& command);

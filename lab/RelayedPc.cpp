@@ -1,4 +1,5 @@
-// Commands to the device process, and its reports as objects of the recorder.
+// Commands to the device process, and its reports as objects of the recorder; the simulated
+// Bluetooth keyboard, its phones and the faults of the client.
 #include "lab/RealPc.h"
 
 #include <chrono>
@@ -89,8 +90,7 @@ class RelayedPc : public RealPc {
             {Verb::kChipStatus, "chip-status" + in + number},
             {Verb::kUnplug, "unplug"},
             {Verb::kPlug, "plug"},
-            {Verb::kFault, "fault " + command.argument},
-        };
+            {Verb::kFault, "fault " + command.argument}};
         const auto line = lines.find(command.verb);
         if (line != lines.end()) {
             m_devices->Ask(line->second);
@@ -128,10 +128,40 @@ class RelayedPc : public RealPc {
     std::unique_ptr<DeviceProcess> m_devices;
 };
 
+class BluetoothPc : public RealPc {
+  public:
+    BluetoothPc(const PcOptions& options, Recorder& recorder)
+        : RealPc(PcParts(options, {"ble"}), recorder), m_options(options) {}
+
+    void CreateDevices() override {
+        RealPc::CreateDevices();
+        m_devices =
+            std::make_unique<PcDevices>(m_options, Parts(), recorder(),
+                                        [this](emulation::Micros time) { return TimeOf(time); });
+    }
+
+    std::uint64_t KeyboardAddress() const override { return simulator::kDefaultBleAddress; }
+    void Act(const Command& command) override { m_devices->Act(command); }
+    std::string TagMemory() const override { return m_devices->TagMemory(); }
+
+    void WaitForThreads() override {
+        // The deferred call thread stays blocked after the last manager is released.
+        WaitFor([] { return LibraryThreads() <= 1; }, kThreadEndBound, "");
+    }
+
+  private:
+    PcOptions m_options;
+    std::unique_ptr<PcDevices> m_devices;
+};
+
 }  // namespace
 
 Pc* MakeRelayedPc(const PcOptions& options, Recorder& recorder) {
     return new RelayedPc(options, recorder);
+}
+
+Pc* MakeBluetoothPc(const PcOptions& options, Recorder& recorder) {
+    return new BluetoothPc(options, recorder);
 }
 
 }  // namespace lab

@@ -28,16 +28,6 @@ constexpr std::size_t kMaxNested =
     16;  // nested "repeat"s; each one uses the parser's and the player's stack
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-const std::vector<std::string>& Routes() {
-    static const std::vector<std::string> names = NamesOf(simulator::kRouteKinds);
-    return names;
-}
-
-const std::vector<std::string>& Chips() {
-    static const std::vector<std::string> names = NamesOf(simulator::kChipKinds);
-    return names;
-}
-
 std::vector<std::string> WordsOf(std::string_view text) {
     std::vector<std::string> words;
     std::size_t at = 0;
@@ -129,8 +119,9 @@ std::vector<std::string> NamesIn(const Line& line, const std::string& list, cons
 }
 
 std::vector<std::string> RoutesAndChips() {
-    std::vector<std::string> places = Routes();
-    places.insert(places.end(), Chips().begin(), Chips().end());
+    std::vector<std::string> places = NamesOf(simulator::kRouteKinds);
+    const std::vector<std::string> chips = NamesOf(simulator::kChipKinds);
+    places.insert(places.end(), chips.begin(), chips.end());
     return places;
 }
 
@@ -151,9 +142,9 @@ void TakeFields(Line& line, const Word& word, Command& command) {
             value = line.Bytes(
                 value, name == "mac" ? kMacSize : (name == "model" ? kModelSize : kNumberSize));
         } else if (name == "route") {
-            NamesIn(line, value, "route", Routes());
+            NamesIn(line, value, "route", NamesOf(simulator::kRouteKinds));
         } else if (name == "chip") {
-            NameIn(line, value, "chip", Chips());
+            NameIn(line, value, "chip", NamesOf(simulator::kChipKinds));
         } else if (sign != std::string::npos) {
             line.Whole(value, word.usage, 0, kMaxMilliseconds);
         }
@@ -221,7 +212,8 @@ void TakeArguments(Line& line, const Word& word, Command& command) {
         TakeExpectation(line, word, command);
     }
     if (IsOneOf(command.verb, {Verb::kTap, Verb::kSend}) && !line.Done()) {
-        command.route = NameIn(line, line.Next(word.usage), "route", Routes());
+        command.route =
+            NameIn(line, line.Next(word.usage), "route", NamesOf(simulator::kRouteKinds));
     }
     if ((word.flags & kFields) != 0) {
         TakeFields(line, word, command);

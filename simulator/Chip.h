@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "simulator/Basics.h"
@@ -73,12 +74,32 @@ class ChipBackDoor {
     virtual bool FailWriteCheck(std::uint16_t firstFailAddr) = 0;
 };
 
-class Chip {
+/// What all chip models have in common: the three interfaces in one object, the interrupt line, the
+/// counters, and settings of the back door that a chip does not have.
+class Chip : protected ChipBus, protected TagRadio, protected ChipBackDoor {
   public:
-    virtual ~Chip() = default;
-    virtual ChipBus& Bus() = 0;
-    virtual TagRadio& Radio() = 0;
-    virtual ChipBackDoor& BackDoor() = 0;
+    ChipBus& Bus() { return *this; }
+    TagRadio& Radio() { return *this; }
+    ChipBackDoor& BackDoor() { return *this; }
+
+  protected:
+    void OnInterrupt(std::function<void()> raised) override { m_raised = std::move(raised); }
+    bool InterruptAsserted() const override { return false; }
+    const ChipCounters& Counters() const override { return m_counters; }
+    void RaiseInterrupt() override {
+        ++m_counters.interrupts;
+        if (m_raised) {
+            m_raised();
+        }
+    }
+    bool StickBits(unsigned, std::uint8_t, std::uint8_t) override { return false; }
+    bool RaiseStatus(Micros, std::uint8_t, std::uint32_t) override { return false; }
+    bool FailWriteCheck(std::uint16_t) override { return false; }
+
+    ChipCounters m_counters;
+
+  private:
+    std::function<void()> m_raised;
 };
 
 /// A chip of kChipKinds by its name; null for any other name.

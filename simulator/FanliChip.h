@@ -5,7 +5,7 @@
 #include <array>
 #include <deque>
 
-#include "simulator/ChipModel.h"
+#include "simulator/Chip.h"
 
 namespace simulator {
 
@@ -39,7 +39,7 @@ constexpr std::uint8_t kStatusMcuStart = 3;
 constexpr std::uint8_t kStatusMcuReset = 4;
 constexpr std::uint8_t kStatusNoData = 255;
 
-class FanliChip final : public ChipModel {
+class FanliChip final : public Chip {
   public:
     explicit FanliChip(std::uint8_t identity);
 

@@ -5,7 +5,7 @@
 #include <array>
 #include <map>
 
-#include "simulator/ChipModel.h"
+#include "simulator/Chip.h"
 
 namespace simulator {
 
@@ -30,7 +30,7 @@ struct Fm11nTraits {
     std::uint8_t startFdMode;
 };
 
-class Fm11nChip final : public ChipModel {
+class Fm11nChip final : public Chip {
   public:
     explicit Fm11nChip(const Fm11nTraits& traits);
 

@@ -21,12 +21,10 @@ void KeyboardMcu::RefuseReport(const std::string& reason) {
 void KeyboardMcu::Output(const Bytes& report) {
     ++m_reportsSeen;
     if (report.size() != kReportSize) {
-        RefuseReport("it has " + std::to_string(report.size()) + " bytes, not 64");
-        return;
+        return RefuseReport("it has " + std::to_string(report.size()) + " bytes, not 64");
     }
     if (report[kAtId] != kReportId) {
-        RefuseReport("its id is " + std::to_string(report[kAtId]) + ", not 5");
-        return;
+        return RefuseReport("its id is " + std::to_string(report[kAtId]) + ", not 5");
     }
     const unsigned pages = report[kAtPageCount];
     const unsigned number = report[kAtPageNumber];
@@ -35,20 +33,18 @@ void KeyboardMcu::Output(const Bytes& report) {
         RefuseReport("page 1 in the middle of a frame");  // it then begins the next one
     }
     if (number != m_pagesTaken + 1) {
-        RefuseReport("page " + std::to_string(number) + " where page " +
-                     std::to_string(m_pagesTaken + 1) + " is due");
-        return;
+        return RefuseReport("page " + std::to_string(number) + " where page " +
+                            std::to_string(m_pagesTaken + 1) + " is due");
     }
     if (number > pages || (m_pagesTaken != 0 && pages != m_pageCount)) {
-        RefuseReport("page " + std::to_string(number) + " of " + std::to_string(pages) +
-                     (m_pagesTaken != 0 ? " in a frame of " + std::to_string(m_pageCount) : ""));
-        return;
+        return RefuseReport(
+            "page " + std::to_string(number) + " of " + std::to_string(pages) +
+            (m_pagesTaken != 0 ? " in a frame of " + std::to_string(m_pageCount) : ""));
     }
     if (length <= kReportHeadSize || length > kReportSize ||
         (number < pages && length != kReportSize)) {
-        RefuseReport("length byte " + std::to_string(length) + " in page " +
-                     std::to_string(number) + " of " + std::to_string(pages));
-        return;
+        return RefuseReport("length byte " + std::to_string(length) + " in page " +
+                            std::to_string(number) + " of " + std::to_string(pages));
     }
     const auto end = report.begin() + static_cast<std::ptrdiff_t>(length);
     if (std::any_of(end, report.end(), [](std::uint8_t byte) { return byte != 0; })) {

@@ -32,18 +32,15 @@ void KeyboardTag::SetMemory(unsigned reg, const Bytes& bytes) {
 
 void KeyboardTag::TakeFrame(const Bytes& frame) {
     if (frame.size() < kFrameHeadSize) {
-        Refuse("a frame of " + std::to_string(frame.size()) + " bytes has no head");
-        return;
+        return Refuse("a frame of " + std::to_string(frame.size()) + " bytes has no head");
     }
     if (frame[0] != kFrameMark) {
-        Refuse("the frame's first byte is " + std::to_string(frame[0]) + ", not 46");
-        return;
+        return Refuse("the frame's first byte is " + std::to_string(frame[0]) + ", not 46");
     }
     if (frame[1] == kFrameWrite) {
         const std::size_t size = frame.size() - kFrameHeadSize;
         if (size > kMaxKeyboardImage) {
-            Refuse("an image of " + std::to_string(size) + " bytes is too long");
-            return;
+            return Refuse("an image of " + std::to_string(size) + " bytes is too long");
         }
         m_image.assign(frame.begin() + kFrameHeadSize, frame.end());
         SetMemory(kFirstImageRegister, m_image);
@@ -51,17 +48,14 @@ void KeyboardTag::TakeFrame(const Bytes& frame) {
         return;
     }
     if (frame[1] != kFrameRequest) {
-        Refuse("the frame's direction is " + std::to_string(frame[1]));
-        return;
+        return Refuse("the frame's direction is " + std::to_string(frame[1]));
     }
     if (frame.size() != kRequestSize) {
-        Refuse("a request has " + std::to_string(frame.size()) + " bytes, not 4");
-        return;
+        return Refuse("a request has " + std::to_string(frame.size()) + " bytes, not 4");
     }
     const unsigned reg = frame[2] | (static_cast<unsigned>(frame[3]) << 8U);
     if (reg + kNumberSize > m_memory.size()) {
-        Refuse("register " + std::to_string(reg) + " lies beyond the memory");
-        return;
+        return Refuse("register " + std::to_string(reg) + " lies beyond the memory");
     }
     ++m_numbersAsked;
     if (m_answers) {

@@ -126,11 +126,14 @@ NdefPlace FindNdef(const Bytes& area) {
 }
 
 bool ParseNdef(const Bytes& message, NdefReading& reading, std::string& problem) {
+    const auto fail = [&](const std::string& text) {
+        problem = text;
+        return false;
+    };
     reading = {};
     reading.message = message;
     if (message.empty()) {
-        problem = "the NDEF message is empty";
-        return false;
+        return fail("the NDEF message is empty");
     }
     Cursor cursor{message};
     for (bool last = false; !last;) {
@@ -138,16 +141,13 @@ bool ParseNdef(const Bytes& message, NdefReading& reading, std::string& problem)
         const bool first = cursor.at == 0;
         const auto head = static_cast<std::uint8_t>(cursor.Number(1));
         if (!cursor.good) {
-            problem = "the message ends without a last record";
-            return false;
+            return fail("the message ends without a last record");
         }
         if (((head & kMessageBegin) != 0) != first) {
-            problem = which + " has a wrong begin flag";
-            return false;
+            return fail(which + " has a wrong begin flag");
         }
         if ((head & kChunk) != 0) {
-            problem = which + " is chunked";
-            return false;
+            return fail(which + " is chunked");
         }
         last = (head & kMessageEnd) != 0;
         NdefRecord record;
@@ -160,8 +160,7 @@ bool ParseNdef(const Bytes& message, NdefReading& reading, std::string& problem)
         record.id = cursor.Take(idLength);
         record.payload = cursor.Take(payloadLength);
         if (!cursor.good) {
-            problem = which + " runs beyond the end of the message";
-            return false;
+            return fail(which + " runs beyond the end of the message");
         }
         if (!Interpret(record, reading, problem)) {
             return false;
@@ -169,8 +168,7 @@ bool ParseNdef(const Bytes& message, NdefReading& reading, std::string& problem)
         reading.records.push_back(std::move(record));
     }
     if (cursor.at != message.size()) {
-        problem = "bytes follow after the last record";
-        return false;
+        return fail("bytes follow after the last record");
     }
     return true;
 }

@@ -1,11 +1,11 @@
 // A bus address without a chip: no transfer is acknowledged, and each is counted.
 #pragma once
 
-#include "simulator/ChipModel.h"
+#include "simulator/Chip.h"
 
 namespace simulator {
 
-class SilentChip final : public ChipModel {
+class SilentChip final : public Chip {
   private:
     bool Write(Micros, const Bytes&) override {
         ++m_counters.naks;

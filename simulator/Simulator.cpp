@@ -33,26 +33,22 @@ constexpr std::ptrdiff_t kMacOffset = 2;
 constexpr std::ptrdiff_t kNumberOffset = 8;
 constexpr std::ptrdiff_t kModelOffset = 40;
 
-emulation::Micros Span(Time time) {
-    if (time < Time::zero()) {
-        throw std::invalid_argument("a span of time is negative: " + std::to_string(time.count()) +
-                                    " us");
+void RefuseIf(bool wrong, const std::string& problem) {
+    if (wrong) {
+        throw std::invalid_argument(problem);
     }
+}
+
+emulation::Micros Span(Time time) {
+    RefuseIf(time < Time::zero(),
+             "a span of time is negative: " + std::to_string(time.count()) + " us");
     return std::min(time, kWithoutEnd).count();
 }
 
 emulation::Micros SpanWithEnd(Time time) {
-    if (time >= kWithoutEnd) {
-        throw std::invalid_argument("a span of time has no end: " + std::to_string(time.count()) +
-                                    " us");
-    }
+    RefuseIf(time >= kWithoutEnd,
+             "a span of time has no end: " + std::to_string(time.count()) + " us");
     return Span(time);
-}
-
-void RequireFunction(bool given) {
-    if (!given) {
-        throw std::invalid_argument("the function is empty");
-    }
 }
 
 // What the recorder has. The library's threads may log while the process ends.
@@ -103,17 +99,14 @@ std::vector<PcRoute> Inner(const std::vector<Route>& routes) {
     std::vector<PcRoute> inner(routes.size());
     std::transform(routes.begin(), routes.end(), inner.begin(),
                    [](Route route) { return Inner(route); });
-    if (inner.empty() || std::set<PcRoute>(inner.begin(), inner.end()).size() != inner.size()) {
-        throw std::invalid_argument("a PC needs at least one route, and each only once");
-    }
+    RefuseIf(inner.empty() || std::set<PcRoute>(inner.begin(), inner.end()).size() != inner.size(),
+             "a PC needs at least one route, and each only once");
     return inner;
 }
 
 std::vector<PcRoute> Checked(std::vector<PcRoute> routes, const std::string& chip) {
     const std::string problem = simulator::ChipProblem(routes, chip);
-    if (!problem.empty()) {
-        throw std::invalid_argument("chip \"" + chip + "\": " + problem);
-    }
+    RefuseIf(!problem.empty(), "chip \"" + chip + "\": " + problem);
     return routes;
 }
 
@@ -153,7 +146,7 @@ void Advance(Time time) {
 }
 
 bool WaitFor(const std::function<bool()>& condition, Time limit) {
-    RequireFunction(condition != nullptr);
+    RefuseIf(condition == nullptr, "the function is empty");
     const emulation::Micros span = Span(limit);
     const bool hasEnd = limit < kWithoutEnd;
     if (emulation::IsScheduled()) {
@@ -174,7 +167,7 @@ bool WaitFor(const std::function<bool()>& condition, Time limit) {
 
 void StartThread(std::function<void()> body) {
     using Body = std::function<void()>;
-    RequireFunction(body != nullptr);
+    RefuseIf(body == nullptr, "the function is empty");
     const LPTHREAD_START_ROUTINE run = [](LPVOID argument) -> DWORD {
         (*std::unique_ptr<Body>(static_cast<Body*>(argument)))();
         return 0;
@@ -284,10 +277,8 @@ SimulatedPhone SimulatedPc::BringPhone(Time stay, Time after) {
 
 SimulatedPhone SimulatedPc::BringPhone(Route route, Time stay, Time after) {
     const auto& routes = m_impl->routes;
-    if (std::find(routes.begin(), routes.end(), Inner(route)) == routes.end()) {
-        throw std::invalid_argument("the PC does not have route " +
-                                    std::to_string(static_cast<int>(route)));
-    }
+    RefuseIf(std::find(routes.begin(), routes.end(), Inner(route)) == routes.end(),
+             "the PC does not have route " + std::to_string(static_cast<int>(route)));
     return SimulatedPhone(m_impl->Bring(Inner(route), stay, after));
 }
 

@@ -67,30 +67,18 @@ CommandInfo InfoOf(const CLI::App& app, const std::string& path) {
     return info;
 }
 
-void Collect(std::vector<CommandInfo>& all, const CLI::App& app, const std::string& path) {
-    all.push_back(InfoOf(app, path));
-    for (const CLI::App* const sub : app.get_subcommands(IsCommand)) {
-        Collect(all, *sub, PathTo(path, sub->get_name()));
-    }
-}
-
-void SetFootersFrom(CLI::App& app, const std::string& path,
-                    std::string (*footer)(const std::string& path)) {
-    app.footer(footer(path));
-    for (CLI::App* const sub : app.get_subcommands([](CLI::App* one) { return IsCommand(one); })) {
-        SetFootersFrom(*sub, PathTo(path, sub->get_name()), footer);
-    }
-}
-
 }  // namespace
 
 std::string PathTo(const std::string& path, const std::string& name) {
     return path.empty() ? name : path + " " + name;
 }
 
-std::vector<CommandInfo> Commands(const CLI::App& app) {
-    std::vector<CommandInfo> all;
-    Collect(all, app, "");
+std::vector<CommandInfo> Commands(const CLI::App& app, const std::string& path) {
+    std::vector<CommandInfo> all{InfoOf(app, path)};
+    for (const CLI::App* const sub : app.get_subcommands(IsCommand)) {
+        const std::vector<CommandInfo> of = Commands(*sub, PathTo(path, sub->get_name()));
+        all.insert(all.end(), of.begin(), of.end());
+    }
     return all;
 }
 
@@ -117,8 +105,12 @@ std::vector<std::string> WordsLike(const CommandInfo& command, const std::string
     return options;
 }
 
-void SetFooters(CLI::App& app, std::string (*footer)(const std::string& path)) {
-    SetFootersFrom(app, "", footer);
+void SetFooters(CLI::App& app, std::string (*footer)(const std::string& path),
+                const std::string& path) {
+    app.footer(footer(path));
+    for (CLI::App* const sub : app.get_subcommands([](CLI::App* one) { return IsCommand(one); })) {
+        SetFooters(*sub, footer, PathTo(path, sub->get_name()));
+    }
 }
 
 }  // namespace lab

@@ -31,12 +31,13 @@ struct CommandInfo {
 std::string PathTo(const std::string& path, const std::string& name);
 
 /// The program first, then each command before its own commands.
-std::vector<CommandInfo> Commands(const CLI::App& app);
+std::vector<CommandInfo> Commands(const CLI::App& app, const std::string& path = "");
 
 /// The last command that the parser recognised; the program if it recognised none.
 CommandInfo LastCommand(const CLI::App& app);
 
 /// Puts a text after the help of each command; `footer` gets the command's path.
-void SetFooters(CLI::App& app, std::string (*footer)(const std::string& path));
+void SetFooters(CLI::App& app, std::string (*footer)(const std::string& path),
+                const std::string& path = "");
 
 }  // namespace lab

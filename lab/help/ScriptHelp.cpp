@@ -10,24 +10,6 @@ constexpr std::size_t kFormColumn = 2;
 constexpr std::size_t kMeaningColumn = 30;
 constexpr std::size_t kWidth = 100;
 
-const std::vector<HelpEntry>& FaultEntries() {
-    static const std::vector<HelpEntry> entries{
-        {"KIND#WHICH=ACTION", "on i2c, usb and hid: these requests of the driver fail"},
-        {"KIND", "open, read, write, control, interrupt or any (each but open)"},
-        {"WHICH", "N (the N-th one from now on), N-M or N+, with numbers from 1"},
-        {"refuse:CODE", "fails at once with this last-error code"},
-        {"fail:CODE", "is pending first, then fails with this code"},
-        {"short:BYTES", "succeeds, that many bytes short"},
-        {"late:MS", "ends that many milliseconds later"},
-        {"never", "stays pending until it is cancelled"},
-        {"gone", "the device is gone, from this request on"},
-        {"CALL#N",
-         "on ble: the N-th call of the Bluetooth client from now on fails; CALL is connect, "
-         "disconnect, subscribe, unsubscribe or write"},
-    };
-    return entries;
-}
-
 /// Appends words, line by line, from `column` on.
 void AppendWrapped(std::string& text, const std::string& words, std::size_t column,
                    std::size_t used) {
@@ -63,7 +45,18 @@ std::vector<HelpSection> Grammar(const std::string& path) {
             {"Faults",
              "PLAN is a list of entries, separated by commas, as in write#3=refuse:1117, "
              "interrupt#1=never. Where several name one request, the first one holds.",
-             FaultEntries()}};
+             {{"KIND#WHICH=ACTION", "on i2c, usb and hid: these requests of the driver fail"},
+              {"KIND", "open, read, write, control, interrupt or any (each but open)"},
+              {"WHICH", "N (the N-th one from now on), N-M or N+, with numbers from 1"},
+              {"refuse:CODE", "fails at once with this last-error code"},
+              {"fail:CODE", "is pending first, then fails with this code"},
+              {"short:BYTES", "succeeds, that many bytes short"},
+              {"late:MS", "ends that many milliseconds later"},
+              {"never", "stays pending until it is cancelled"},
+              {"gone", "the device is gone, from this request on"},
+              {"CALL#N",
+               "on ble: the N-th call of the Bluetooth client from now on fails; CALL is connect, "
+               "disconnect, subscribe, unsubscribe or write"}}}};
 }
 
 std::string AsText(const HelpSection& section) {
