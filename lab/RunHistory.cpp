@@ -12,6 +12,7 @@ namespace {
 
 constexpr double kLongestListener = 10'000;  // its pause and its calls of the manager
 constexpr char kRenewalFailed[] = "LocalWriteRand failed";
+constexpr char kWritten[] = " Chip Successful";  // the end of each flow's line after its write
 constexpr char kNumber[] = "number";
 constexpr char kNoFaults[] = "none";
 
@@ -51,7 +52,7 @@ void RunHistory::Begin(const Command& command, double now) {
     std::map<std::string, std::string>& content = m_content[command.manager];
     Done& done = m_running[command.host];
     done = {&command, now + static_cast<double>(command.in.value_or(0))};
-    done.failedBefore = m_failedRenewals;
+    done.failedBefore = m_failedWrites;
     const bool creates = StartsManager(command.verb) || command.verb == Verb::kCreate;
     done.replaces =
         (creates || command.verb == Verb::kStop) && m_present.count(command.manager) > 0;
@@ -131,13 +132,24 @@ void RunHistory::Take(const Json& object) {
     const std::string kind = object["kind"];
     if (kind == "event") {
         m_events.push_back(object["t"]);
-        m_failedAtEvent[object["thread"]] = m_failedRenewals;
+        m_failedAtEvent[object["thread"]] = m_failedWrites;
     } else if (kind == "log") {
         const auto& line = object["line"].get_ref<const std::string&>();
-        m_failedRenewals += line.rfind(kRenewalFailed, 0) == 0 ? 1 : 0;
+        const bool isPartial = m_hidLeftOut && line.find(kWritten) != std::string::npos;
+        m_failedWrites += isPartial || line.rfind(kRenewalFailed, 0) == 0 ? 1 : 0;
     } else if (kind == "result") {
         TakeResult(object);
     }
+}
+
+Done* RunHistory::RunningOn(const std::string& thread) {
+    for (std::size_t host = 0; host < m_running.size(); ++host) {
+        const std::string suffix = host == 0 ? "" : " " + std::to_string(host);
+        if (thread == kHostThread + suffix) {
+            return m_running[host].command != nullptr ? &m_running[host] : nullptr;
+        }
+    }
+    return nullptr;
 }
 
 void RunHistory::TakeResult(const Json& object) {
@@ -156,20 +168,20 @@ void RunHistory::TakeResult(const Json& object) {
             Give(done.puts[kNumber], now);
         }
     }
+    if (operation == "SetMcuKbConnectStatus" && object["result"] == true) {
+        const Done* const done = RunningOn(object["thread"]);
+        m_hidLeftOut = done != nullptr && done->verb() == Verb::kDisconnect;
+    }
     if (operation != "WriteRandNum") {
         return;
     }
     const std::string number = FromHex(object[kNumber].get<std::string>(), "WriteRandNum");
     if (!object.contains("listener")) {
-        for (Done& done : m_running) {  // of a number that the host has drawn
-            if (done.command != nullptr && done.verb() == Verb::kRenew && !done.Puts(kNumber) &&
-                object["thread"] ==
-                    (done.command->host == 0
-                         ? std::string(kHostThread)
-                         : kHostThread + (" " + std::to_string(done.command->host)))) {
-                done.puts[kNumber] = number;
-                Give(number, now);
-            }
+        // A number that the host has drawn.
+        Done* const done = RunningOn(object["thread"]);
+        if (done != nullptr && done->verb() == Verb::kRenew && !done->Puts(kNumber)) {
+            done->puts[kNumber] = number;
+            Give(number, now);
         }
         return;
     }

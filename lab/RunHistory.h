@@ -33,7 +33,7 @@ struct Done {
     bool replaces = false;  ///< it releases a manager that was there
     /// It overlapped with the release of its manager; its result is not judged.
     bool overlapsRelease = false;
-    std::size_t failedBefore = 0;  ///< renewals that had failed when it began
+    std::size_t failedBefore = 0;  ///< FailedWrites() when it began
     /// What it puts onto the tag, by the names of the script's fields.
     std::map<std::string, std::string> puts = {};
 
@@ -79,7 +79,9 @@ class RunHistory {
     /// What is under way.
     std::vector<const Done*> Running() const;
     bool HadSeveralManagers() const { return m_managers.size() > 1; }
-    std::size_t FailedRenewals() const { return m_failedRenewals; }
+    /// Renewals that failed, and writes of any kind that left out the HID keyboard, because it was
+    /// reported as disconnected.
+    std::size_t FailedWrites() const { return m_failedWrites; }
     /// True when this number was given after `time`.
     bool WasGiven(const std::string& number, double time) const;
     /// The latest command that has begun, of any kind.
@@ -88,6 +90,7 @@ class RunHistory {
   private:
     void NoteReleases(Done& done);
     void Give(const std::string& number, double now) { m_given.emplace_back(now, number); }
+    Done* RunningOn(const std::string& thread);  ///< null when that host does nothing
     void TakeResult(const Json& object);
 
     bool m_connectOpens;
@@ -101,12 +104,13 @@ class RunHistory {
     std::deque<Command> m_listenersRenewals;
     unsigned m_listenersManager = 1;
     std::map<std::string, std::size_t> m_failedAtEvent;  // at a thread's last event
-    std::size_t m_failedRenewals = 0;
+    std::size_t m_failedWrites = 0;
     const Command m_nothing{};
     const Command* m_latest = &m_nothing;
     bool m_planned = false;
     bool m_unplugged = false;
     bool m_swallowed = false;
+    bool m_hidLeftOut = false;  // SetMcuKbConnectStatus(false) was the last call of its kind
     double m_faultEnd = -kRenewalTime;
 };
 

@@ -81,7 +81,7 @@ std::optional<TagRules::Known> TagRules::KnownTag(double now) const {
         // unless there is or has been another manager. A failed write leaves the tag as far as it
         // got.
         if (!done.Puts(kNumber) ? m_history.HadSeveralManagers() || done.overlapsRelease
-                                : !done.worked || done.failedBefore != m_history.FailedRenewals()) {
+                                : !done.worked || done.failedBefore != m_history.FailedWrites()) {
             return std::nullopt;
         }
         if (done.Puts(kNumber)) {
@@ -103,7 +103,7 @@ void TagRules::FindFields(Known& known) const {
             return MayPut(done.verb()) && done.Puts(name);
         });
         if (last == ended.rend() || !last->worked || last->overlapsRelease ||
-            last->failedBefore != m_history.FailedRenewals()) {
+            last->failedBefore != m_history.FailedWrites()) {
             continue;
         }
         const bool isKept = std::all_of(ended.begin(), ended.end(), [&](const Done& done) {
