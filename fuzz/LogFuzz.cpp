@@ -19,9 +19,11 @@ struct Told {
 // The log in pieces of `piece` bytes.
 Told Explain(const std::string& log, std::size_t piece) {
     PrefixSample sample;
-    LogLines sampled([&](const LogLine& line) { sample.Add(line, 0); });
+    LineCounts counts;
+    LogLines sampled([&](const LogLine& line) { sample.Add(line, 0); }, counts);
     sampled.Take(log);
     sampled.End();
+    counts = {};
     PrefixLayout layout = sample.Find();
 
     Told told;
@@ -32,21 +34,22 @@ Told Explain(const std::string& log, std::size_t piece) {
         told.text += format.ItemLines(item, true);
         told.json += JsonLine(item);
     });
-    LogLines lines([&](const LogLine& line) {
-        Check(line.prefix.size() + line.match.text.size() <= LogLines::kLongestPart,
-              "a line has a bound");
-        const Origin origin = layout.Read(line.prefix);
-        story.Take({line.match,
-                    {line.number, "log", std::string(origin.time), origin.micros},
-                    origin.process,
-                    origin.thread});
-    });
+    LogLines lines(
+        [&](const LogLine& line) {
+            Check(line.prefix.size() + line.match.text.size() <= LogLines::kLongestPart,
+                  "a line has a bound");
+            const Origin origin = layout.Read(line.prefix);
+            story.Take({line.match,
+                        {line.number, "log", std::string(origin.time), origin.micros},
+                        origin.process,
+                        origin.thread});
+        },
+        counts);
     for (std::size_t at = 0; at < log.size(); at += piece) {
         lines.Take(std::string_view(log).substr(at, piece));
     }
     lines.End();
     story.End();
-    const LineCounts& counts = lines.Counts();
     Check(counts.library + counts.unknown <= counts.lines, "the lines add up");
     told.text += format.Figures(story.Figures());
     told.json += JsonLine(story.Figures());

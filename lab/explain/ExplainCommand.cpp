@@ -155,7 +155,7 @@ class Reading {
     void Run(const std::vector<std::uint64_t>& most, Pause pause) {
         for (m_file = 0; m_file < m_inputs.size(); ++m_file) {
             Input& input = m_inputs[m_file];
-            LogLines lines([this](const LogLine& line) { TakeLine(line); });
+            LogLines lines([this](const LogLine& line) { TakeLine(line); }, m_counts);
             std::uint64_t& bytes = m_bytes.emplace_back(0);
             const auto left = [&] { return most.empty() ? kBlock : most[m_file] - bytes; };
             while (left() > 0) {
@@ -172,7 +172,6 @@ class Reading {
                 bytes += block.size();
             }
             lines.End();
-            m_counts += lines.Counts();
         }
         m_file = 0;
         FindLayout();

@@ -7,16 +7,9 @@ namespace lab::explain {
 
 namespace {
 
-// What the library writes after each text.
-struct Marker {
-    std::string_view text;
-    bool isError;
-};
-constexpr std::array<Marker, 3> kMarkers{{
-    {"(LogWarnFun)", false},
-    {"(LogErrorFun)", true},
-    {"(NfcProxy::BtConnect)", true},
-}};
+// What the library writes after each text, and whether that is an error.
+constexpr std::array<std::pair<std::string_view, bool>, 3> kMarkers{
+    {{"(LogWarnFun)", false}, {"(LogErrorFun)", true}, {"(NfcProxy::BtConnect)", true}}};
 
 constexpr std::size_t kShowsEncoding = 8;  // bytes at the beginning of a line
 constexpr std::size_t kKeptBefore = 1024;
@@ -42,69 +35,64 @@ std::string_view EndOf(std::string_view text, std::size_t most) {
 
 }  // namespace
 
-LineCounts& LineCounts::operator+=(const LineCounts& more) {
-    lines += more.lines;
-    library += more.library;
-    unknown += more.unknown;
-    records += more.records;
-    return *this;
-}
-
 void LogLines::Take(std::string_view bytes) {
-    if (m_held.empty()) {
-        TakeKnown(bytes, false);
-    } else {
-        std::string joined;
-        joined.swap(m_held);
-        TakeKnown(joined.append(bytes), false);
+    m_bytes += bytes;
+    std::string_view rest = m_bytes;
+    while (TakePart(rest, false)) {
     }
+    m_bytes.erase(0, m_bytes.size() - rest.size());
 }
 
 void LogLines::End() {
-    std::string held;
-    held.swap(m_held);
-    TakeKnown(held, true);
-    if (!m_rest.empty() || m_hasMarker) {
-        TakeText({}, true);
+    std::string_view rest = m_bytes;
+    while (TakePart(rest, true)) {
+    }
+    m_bytes.clear();
+    if (!m_line.empty() || m_hasMarker) {
+        EndLine(std::string_view(m_line).substr(Scan(m_line)));
     }
 }
 
-void LogLines::TakeKnown(std::string_view bytes, bool isEnd) {
-    while (!bytes.empty()) {
-        const std::size_t least = m_isLineStart                   ? kShowsEncoding
-                                  : m_encoding == Encoding::kUtf8 ? 1
-                                                                  : 2;
-        if (bytes.size() < least && !isEnd) {
-            m_held = bytes;
-            return;
-        }
-        if (m_isLineStart) {
-            bytes.remove_prefix(ChooseEncoding(bytes));
-        }
-        bool isWhole = false;
-        std::string_view text = bytes;
-        std::size_t used = 0;
-        if (m_encoding == Encoding::kUtf8) {
-            text = bytes.substr(0, bytes.find('\n'));
-            isWhole = text.size() < bytes.size();
-            used = text.size() + (isWhole ? 1 : 0);
-        } else {
-            used = Decode(bytes, isWhole);
-            text = m_decoded;
-            if (used == 0) {  // half a character
-                m_held = bytes;
-                return;
-            }
-        }
-        TakeText(text, isWhole);
-        bytes.remove_prefix(used);
-        m_isLineStart = isWhole;
+// A line, or the beginning of a long one. False when there are too few bytes.
+bool LogLines::TakePart(std::string_view& bytes, bool isEnd) {
+    if (m_isLineStart && (bytes.size() >= kShowsEncoding || isEnd)) {
+        bytes.remove_prefix(ChooseEncoding(bytes));
+        m_isLineStart = false;
     }
+    const std::size_t unit = m_encoding == Encoding::kUtf8 ? 1 : 2;
+    if (m_isLineStart || bytes.size() < unit) {
+        return false;
+    }
+    std::size_t end = bytes.find('\n');
+    while (unit > 1 && end != std::string_view::npos &&
+           UnitAt(bytes, end & ~std::size_t{1}) != '\n') {
+        end = bytes.find('\n', end + 1);
+    }
+    const bool isWhole = end != std::string_view::npos && (end | (unit - 1)) < bytes.size();
+    if (!isWhole && bytes.size() < 2 * kLongestPart && !isEnd) {
+        return false;
+    }
+    const std::size_t size = isWhole ? end & ~(unit - 1) : bytes.size() & ~(unit - 1);
+    if (unit == 1) {
+        m_line += bytes.substr(0, size);
+    } else {
+        Decode(bytes.substr(0, size));
+    }
+    bytes.remove_prefix(size + (isWhole ? unit : 0));
+    const std::size_t used = Scan(m_line);
+    if (isWhole) {
+        EndLine(std::string_view(m_line).substr(used));
+        m_line.clear();
+        m_highSurrogate = 0;
+        m_isLineStart = true;
+    } else {
+        m_line.erase(0, std::max(used, m_line.size() - std::min(m_line.size(), kLongestPart)));
+    }
+    return true;
 }
 
 /// Of a line that begins like this. Returns the size of a byte order mark.
 std::size_t LogLines::ChooseEncoding(std::string_view line) {
-    m_isLineStart = false;
     if (line.substr(0, kUtf8Mark.size()) == kUtf8Mark) {
         m_encoding = Encoding::kUtf8;
         return kUtf8Mark.size();
@@ -134,41 +122,25 @@ std::size_t LogLines::ChooseEncoding(std::string_view line) {
     return 0;
 }
 
-/// UTF-16 up to the end of the line; returns the bytes that were taken.
-std::size_t LogLines::Decode(std::string_view bytes, bool& isWhole) {
-    m_decoded.clear();
-    std::size_t at = 0;
-    for (; at + 1 < bytes.size() && !isWhole; at += 2) {
-        const std::uint32_t first = static_cast<unsigned char>(bytes[at]);
-        const std::uint32_t second = static_cast<unsigned char>(bytes[at + 1]);
-        const std::uint32_t unit =
-            m_encoding == Encoding::kUtf16Little ? first | second << 8U : first << 8U | second;
-        if (m_highSurrogate != 0 && unit >= 0xDC00 && unit <= 0xDFFF) {
-            AppendUtf8(m_decoded, 0x10000 + ((m_highSurrogate - 0xD800) << 10U) + (unit - 0xDC00));
-            m_highSurrogate = 0;
-            continue;
-        }
-        m_highSurrogate = unit >= 0xD800 && unit <= 0xDBFF ? unit : 0;
-        isWhole = unit == '\n';
-        if (m_highSurrogate == 0 && !isWhole) {
-            AppendUtf8(m_decoded, unit);
-        }
-    }
-    return at;
+std::uint32_t LogLines::UnitAt(std::string_view bytes, std::size_t at) const {
+    const bool isLittle = m_encoding == Encoding::kUtf16Little;
+    const auto byte = [&](std::size_t which) -> std::uint32_t {
+        return at + which < bytes.size() ? static_cast<unsigned char>(bytes[at + which]) : 0xFFU;
+    };
+    return byte(isLittle ? 1 : 0) << 8U | byte(isLittle ? 0 : 1);
 }
 
-void LogLines::TakeText(std::string_view text, bool isWhole) {
-    if (isWhole && m_rest.empty()) {
-        EndLine(text.substr(Scan(text)));
-        return;
-    }
-    m_rest += text;
-    if (isWhole) {
-        EndLine(std::string_view(m_rest).substr(Scan(m_rest)));
-        m_rest.clear();
-    } else if (m_rest.size() > 2 * kLongestPart) {
-        m_rest.erase(0, Scan(m_rest));
-        m_rest = EndOf(std::string(m_rest), kLongestPart);
+void LogLines::Decode(std::string_view utf16) {
+    for (std::size_t at = 0; at < utf16.size(); at += 2) {
+        const std::uint32_t unit = UnitAt(utf16, at);
+        const std::uint32_t high = std::exchange(m_highSurrogate, 0);
+        if (high != 0 && unit >= 0xDC00 && unit <= 0xDFFF) {
+            AppendUtf8(m_line, 0x10000 + ((high - 0xD800) << 10U) + (unit - 0xDC00));
+        } else if (unit >= 0xD800 && unit <= 0xDBFF) {
+            m_highSurrogate = unit;
+        } else {
+            AppendUtf8(m_line, unit);
+        }
     }
 }
 
@@ -176,45 +148,39 @@ void LogLines::TakeText(std::string_view text, bool isWhole) {
 bool LogLines::Recognise(std::string_view part, bool isError) {
     part = EndOf(part, kLongestPart);
     auto match = FindMeaning(part);
-    if (!match && !m_before.empty()) {
-        match = FindMeaning(m_before);  // a text that ends with a line's end
-        if (match) {
-            part = m_before;
-            ++m_counts.library;
-        }
-    }
     if (!match) {
-        return false;
+        part = m_before;
+        match = FindMeaning(part);  // a text that ends with a line's end
+        m_counts.library += match ? 1 : 0;
     }
-    ++m_counts.records;
-    const std::string_view prefix = EndOf(part.substr(0, match->begin), kLongestPrefix);
-    m_sink({m_counts.lines + 1, prefix, *match, isError});
-    return true;
+    if (match) {
+        ++m_counts.records;
+        const std::string_view prefix = EndOf(part.substr(0, match->begin), kLongestPrefix);
+        m_sink({m_number + 1, prefix, *match, isError});
+    }
+    return match.has_value();
 }
 
 // Takes all of the library's lines in a part of the current line. Returns the end of the last one.
 std::size_t LogLines::Scan(std::string_view line) {
-    std::size_t partBegin = 0;
-    for (std::size_t at = line.find('('); at != std::string_view::npos; at = line.find('(', at)) {
-        const std::string_view rest = line.substr(at);
-        const auto* const marker = std::find_if(
-            kMarkers.data(), kMarkers.data() + kMarkers.size(),
-            [&](const Marker& one) { return rest.substr(0, one.text.size()) == one.text; });
-        if (marker == kMarkers.data() + kMarkers.size()) {
-            ++at;
-            continue;
+    std::size_t begin = 0;
+    for (std::size_t at = line.find('('); at != std::string_view::npos;
+         at = line.find('(', at + 1)) {
+        for (const auto& [marker, isError] : kMarkers) {
+            if (line.compare(at, marker.size(), marker) == 0) {
+                m_isLibrarys |= Recognise(line.substr(begin, at - begin), isError);
+                m_hasMarker = true;
+                begin = at + marker.size();
+                m_before.clear();
+            }
         }
-        m_isLibrarys |= Recognise(line.substr(partBegin, at - partBegin), marker->isError);
-        m_hasMarker = true;
-        at += marker->text.size();
-        partBegin = at;
-        m_before.clear();
     }
-    return partBegin;
+    return begin;
 }
 
 // `rest` is the part of the line after the library's last one.
 void LogLines::EndLine(std::string_view rest) {
+    ++m_number;
     ++m_counts.lines;
     m_counts.library += m_isLibrarys ? 1 : 0;
     m_counts.unknown += m_hasMarker && !m_isLibrarys ? 1 : 0;

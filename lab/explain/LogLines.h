@@ -29,13 +29,13 @@ struct LineCounts {
     std::uint64_t records = 0;  ///< texts of the library
 
     std::uint64_t Others() const { return lines - library - unknown; }
-    LineCounts& operator+=(const LineCounts& more);
 };
 
 class LogLines {
   public:
     using Sink = std::function<void(const LogLine& line)>;
-    explicit LogLines(Sink sink) : m_sink(std::move(sink)) {}
+    /// Adds to `counts`.
+    LogLines(Sink sink, LineCounts& counts) : m_sink(std::move(sink)), m_counts(counts) {}
 
     /// Takes the next bytes: UTF-8 or UTF-16. Each line may have another encoding than the one
     /// before, as where two programs have written to one file. Lines end with LF or CR LF; one may
@@ -44,30 +44,28 @@ class LogLines {
     /// Takes the last line, which may have no end.
     void End();
 
-    const LineCounts& Counts() const { return m_counts; }
-
     /// Bytes of a line that are looked at before each text of the library.
     static constexpr std::size_t kLongestPart = 4096;
 
   private:
     enum class Encoding { kUtf8, kUtf16Little, kUtf16Big };
 
-    void TakeKnown(std::string_view bytes, bool isEnd);
+    bool TakePart(std::string_view& bytes, bool isEnd);
     std::size_t ChooseEncoding(std::string_view line);
-    std::size_t Decode(std::string_view bytes, bool& isWhole);
-    void TakeText(std::string_view text, bool isWhole);
+    std::uint32_t UnitAt(std::string_view bytes, std::size_t at) const;
+    void Decode(std::string_view utf16);
     std::size_t Scan(std::string_view line);
     void EndLine(std::string_view rest);
     bool Recognise(std::string_view part, bool isError);
 
     Sink m_sink;
-    LineCounts m_counts;
+    LineCounts& m_counts;
+    std::uint64_t m_number = 0;
     Encoding m_encoding = Encoding::kUtf8;
     bool m_isLineStart = true;
-    std::string m_held;     // too few bytes to decide what they are
-    std::string m_decoded;  // from UTF-16
+    std::string m_bytes;  // of a line whose end has not come
+    std::string m_line;   // what is decoded of it
     std::uint32_t m_highSurrogate = 0;
-    std::string m_rest;         // of a line whose end has not come
     std::string m_before;       // the end of the line before, when it had no end of the library's
     bool m_isLibrarys = false;  // of the current line
     bool m_hasMarker = false;
