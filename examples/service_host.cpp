@@ -3,13 +3,11 @@
 // it gets the control 128. Its lines go to service_host.log beside the program.
 //   sc create tagport-host binPath= C:\full\path\service_host.exe
 //   sc start tagport-host
-#include <tagport/NfcManager.h>
+#include "RenewingHost.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
-#include <random>
 #include <string>
 
 // In this order.
@@ -22,8 +20,7 @@ namespace {
 constexpr wchar_t kName[] = L"tagport-host";
 constexpr DWORD kFillAgain = 128;  // the first control that a service defines itself
 constexpr DWORD kRenewal = 60'000;
-constexpr DWORD kSettling = 1'000;      // devices arrive in groups, and their drivers start
-constexpr DWORD kNumberThread = 1'000;  // what a thread that writes a number may take
+constexpr DWORD kSettling = 1'000;  // devices arrive in groups, and their drivers start
 // The library reads the number back behind a URI of 50 bytes.
 constexpr char kUrl[] = "example.com/a-pc-that-is-known-by-its-number/?x=y&";
 static_assert(sizeof(kUrl) - 1 == 50);
@@ -92,49 +89,25 @@ DWORD WINAPI OnControl(DWORD control, DWORD type, void* /*data*/, void* /*contex
     }
 }
 
-void NewNumber(std::uint8_t (&number)[32]) {
-    static std::random_device random;
-    std::generate(std::begin(number), std::end(number),
-                  [] { return static_cast<std::uint8_t>(random()); });
-}
-
-void Fill(NfcManager& manager, const std::shared_ptr<NdefMessage>& message) {
-    std::uint8_t number[32];
-    NewNumber(number);
-    message->SetRandomNumber(number);
-    if (!manager.DeviceInit()) {
-        Log("no tag");
-    } else if (manager.WriteMessage(message) != 0) {
-        Log("the tag is not filled");
-    } else {
-        Log("the tag is filled");
-    }
-}
-
 void Serve() {
     const auto message = std::make_shared<NdefMessage>();
     message->SetUrl(kUrl);
     message->SetPcType(5);
-    const auto manager = NfcManager::Create(message, &OnEvent);
-    manager->SetMcuKbConnectStatus(true);  // a HID keyboard takes reports; no harm without one
-    Fill(*manager, message);
+    RenewingHost host(message, &OnEvent);
+    const auto fill = [&host] { Log(host.Tick() ? "the tag is filled" : "no tag"); };
+    fill();
     const HANDLE signals[] = {g_stop, g_again};
     while (true) {
         switch (WaitForMultipleObjects(2, signals, FALSE, kRenewal)) {
             case WAIT_OBJECT_0:
-                manager->RegisterListener(nullptr);
-                Sleep(kNumberThread);
                 return;
             case WAIT_OBJECT_0 + 1:
                 if (WaitForSingleObject(g_stop, kSettling) == WAIT_TIMEOUT) {
-                    Fill(*manager, message);
+                    fill();
                 }
                 break;
-            default: {
-                std::uint8_t number[32];
-                NewNumber(number);
-                Log(manager->WriteRandNum(number) == 0 ? "a new number" : "no new number");
-            }
+            default:
+                fill();
         }
     }
 }
