@@ -1,6 +1,7 @@
 #include "lab/explain/Story.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "lab/explain/ProcessStory.h"
 

@@ -47,16 +47,15 @@ std::vector<Json> RunObjects(const std::string& arguments) {
     return Objects(Shell(kLab + "run --seed 1 --json " + arguments + " || true"));
 }
 
-std::vector<Json> Play(const std::string& script, const std::string& arguments = "") {
-    std::ofstream(LAB_SCRATCH "/play.lab") << script;
-    return RunObjects("--script play.lab " + arguments);
-}
-
-// The name of a file with this text.
+// The name of a file with this text. It is the test's own: tests run beside each other.
 std::string File(const std::string& text, const std::string& ending = ".log") {
     const std::string name = testing::UnitTest::GetInstance()->current_test_info()->name() + ending;
     std::ofstream(LAB_SCRATCH "/" + name, std::ios::binary) << text;
     return name;
+}
+
+std::vector<Json> Play(const std::string& script, const std::string& arguments = "") {
+    return RunObjects("--script " + File(script, ".lab") + " " + arguments);
 }
 
 std::vector<Json> Explain(const std::string& log) {
