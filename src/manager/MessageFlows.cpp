@@ -99,7 +99,7 @@ bool IsReadBeforeWrite() {
 // frame while it stores a block, so this keeps out of the pause that follows another thread's
 // block.
 void MakeReadable() {
-    const platform::Lock content(ContentLock::mutex);
+    const platform::Lock content(ContentLock::m_mutex);
     for (Route* const route : Routes()) {
         route->MakeReadable();
     }

@@ -15,7 +15,7 @@ constexpr int kStartAttempts = 3;
 constexpr DWORD kStartPauseMs = 300;
 
 // Of the newest image that has been written, by any manager.
-std::uint64_t g_writtenOrder TAGPORT_GUARDED_BY(ContentLock::mutex) = 0;
+std::uint64_t g_writtenOrder TAGPORT_GUARDED_BY(ContentLock::m_mutex) = 0;
 
 struct Snapshot {
     NfcData data;
@@ -27,7 +27,7 @@ Snapshot SnapshotOf(const ManagedImage& image) {
     return {image.data, image.order()};
 }
 
-bool Write(const Snapshot& snapshot) TAGPORT_REQUIRES(ContentLock::mutex) {
+bool Write(const Snapshot& snapshot) TAGPORT_REQUIRES(ContentLock::m_mutex) {
     const EventSlot::KeepOpen keep(g_ioEvent.value);
     if (!NfcProxy::WriteNfcContent(snapshot.data.GetContent())) {
         return false;
@@ -55,18 +55,18 @@ std::string BuildImage(const ManagedImage& image) {
 }
 
 bool ReadImage(std::string& image) {
-    platform::Lock lock(ContentLock::mutex);
+    platform::Lock lock(ContentLock::m_mutex);
     const EventSlot::KeepOpen keep(g_ioEvent.value);
     return NfcProxy::ReadNfcContent(image);
 }
 
 bool WriteImage(const ManagedImage& image) {
-    platform::Lock content(ContentLock::mutex);
+    platform::Lock content(ContentLock::m_mutex);
     return Write(SnapshotOf(image));
 }
 
 NumberWrite WriteImageUnlessOutdated(const ManagedImage& image) {
-    platform::Lock content(ContentLock::mutex);
+    platform::Lock content(ContentLock::m_mutex);
     const Snapshot snapshot = SnapshotOf(image);
     if (snapshot.order < g_writtenOrder) {
         return NumberWrite::kOutdated;
@@ -75,7 +75,7 @@ NumberWrite WriteImageUnlessOutdated(const ManagedImage& image) {
 }
 
 bool ReadNumber(std::uint8_t* number) {
-    platform::Lock content(ContentLock::mutex);
+    platform::Lock content(ContentLock::m_mutex);
     const EventSlot::KeepOpen keep(g_ioEvent.value);
     return NfcProxy::ReadRandNumber(number);
 }

@@ -81,7 +81,7 @@ void DropSink(Link& link, bool isFree) {
 // Sets event, address and client of the frames to come, and returns the client. Under the content
 // lock, so that a frame in flight keeps its address, and a read its event and its answer.
 BLEClient* ChooseKeyboard(std::uint64_t address) {
-    const platform::Lock content(ContentLock::mutex);
+    const platform::Lock content(ContentLock::m_mutex);
     if (!g_btRandEvent.value.Create(true)) {
         LogNoBtNumberEvent(GetLastError());
     }
@@ -164,7 +164,7 @@ bool NfcProxy::BtDisconnect(std::uint64_t address) {
     }
     {
         // After a frame in flight and its answer.
-        const platform::Lock content(ContentLock::mutex);
+        const platform::Lock content(ContentLock::m_mutex);
         g_isBtConnected = false;
     }
     BLEClient* const client = g_bleClient;
@@ -247,11 +247,11 @@ class BleRoute final : public Route {
   public:
     bool IsActive() const override { return g_isBtConnected; }
     bool WriteImage(const std::uint8_t* image, std::int32_t length) override
-        TAGPORT_REQUIRES(ContentLock::mutex) {
+        TAGPORT_REQUIRES(ContentLock::m_mutex) {
         return NfcProxy::BtWrite(image, length);
     }
     bool ReadNumber(std::uint16_t regAddr, std::uint8_t* number) override
-        TAGPORT_REQUIRES(ContentLock::mutex) {
+        TAGPORT_REQUIRES(ContentLock::m_mutex) {
         if (!NfcProxy::BtReadRandomNum(regAddr, number)) {
             LogWarnFun("[NFC_log] BtReadRandomNum fail ");
         }

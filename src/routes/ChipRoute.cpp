@@ -129,11 +129,11 @@ class ChipRoute final : public Route {
   public:
     bool IsActive() const override { return IsFound(); }
     bool WriteImage(const std::uint8_t* image, std::int32_t length) override
-        TAGPORT_REQUIRES(ContentLock::mutex) {
+        TAGPORT_REQUIRES(ContentLock::m_mutex) {
         return WriteImageToChip(image, length);
     }
     bool ReadNumber(std::uint16_t regAddr, std::uint8_t* number) override
-        TAGPORT_REQUIRES(ContentLock::mutex) {
+        TAGPORT_REQUIRES(ContentLock::m_mutex) {
         if (!ReadNumberFromChip(regAddr, number)) {
             LogErrorFun("ReadRandNum reg: %d failed", regAddr);
             return false;
@@ -141,7 +141,7 @@ class ChipRoute final : public Route {
         return true;
     }
 
-    UniqueHandle Open() override TAGPORT_REQUIRES(ContentLock::mutex) {
+    UniqueHandle Open() override TAGPORT_REQUIRES(ContentLock::m_mutex) {
         UniqueHandle device = OpenDevice::Open(kI2cDriverPath, kShareNone);
         if (device) {
             LogWarnFun("NFC_ select I2C Driver");
@@ -160,7 +160,7 @@ class ChipRoute final : public Route {
         return device;
     }
     bool IsFound() const override { return DriverRoute() != kRouteNone; }
-    bool Start() override TAGPORT_REQUIRES(ContentLock::mutex) {
+    bool Start() override TAGPORT_REQUIRES(ContentLock::m_mutex) {
         if (!SelectDriver() || !PrepareChip()) {
             return false;
         }
@@ -170,8 +170,8 @@ class ChipRoute final : public Route {
     bool IsReadBeforeWrite() const override {
         return g_isI2cDriver && GetNfcDeviceContext().Traits().isReadBeforeWrite;
     }
-    void MakeReadable() override TAGPORT_REQUIRES(ContentLock::mutex) { EnableRadio(); }
-    void OnDeviceClosed() override TAGPORT_REQUIRES(ContentLock::mutex) {
+    void MakeReadable() override TAGPORT_REQUIRES(ContentLock::m_mutex) { EnableRadio(); }
+    void OnDeviceClosed() override TAGPORT_REQUIRES(ContentLock::m_mutex) {
         InterruptLife().OnDeviceClosed();
     }
 

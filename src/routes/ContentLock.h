@@ -8,5 +8,5 @@
 /// all routes, so that two threads never mix two images. Outside the device mutex; held over
 /// transfers and over the pauses after blocks.
 struct ContentLock {
-    static inline platform::Mutex mutex{kContentLock};
+    static inline platform::Mutex m_mutex{kContentLock};
 };

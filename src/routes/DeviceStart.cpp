@@ -17,7 +17,7 @@ namespace {
 
 // Closes the device under the mutex that every transfer holds, so none is in flight. A pending
 // request of an event thread fails.
-void CloseDevice() TAGPORT_REQUIRES(ContentLock::mutex) {
+void CloseDevice() TAGPORT_REQUIRES(ContentLock::m_mutex) {
     {
         const platform::Lock lock(GetNfcDeviceContext().mutex);
         OpenDevice::Get().Close();
@@ -39,7 +39,7 @@ void TakeOver(const Route& chosen, UniqueHandle device) {
 }
 
 // Opens the first device that there is.
-bool ChooseRoute() TAGPORT_REQUIRES(ContentLock::mutex) {
+bool ChooseRoute() TAGPORT_REQUIRES(ContentLock::m_mutex) {
     for (auto route = Routes().rbegin(); route != Routes().rend(); ++route) {
         UniqueHandle device = (*route)->Open();
         if (device) {
@@ -52,7 +52,7 @@ bool ChooseRoute() TAGPORT_REQUIRES(ContentLock::mutex) {
     return false;
 }
 
-bool OpenRoute() TAGPORT_REQUIRES(ContentLock::mutex) {
+bool OpenRoute() TAGPORT_REQUIRES(ContentLock::m_mutex) {
     LogWarnFun("NFC_Create DeviceHandle");
     const bool reopens = std::any_of(Routes().begin(), Routes().end(),
                                      [](const Route* route) { return route->ReopensOnStart(); });
@@ -65,7 +65,7 @@ bool OpenRoute() TAGPORT_REQUIRES(ContentLock::mutex) {
     return ChooseRoute();
 }
 
-bool StartDevice() TAGPORT_REQUIRES(ContentLock::mutex) {
+bool StartDevice() TAGPORT_REQUIRES(ContentLock::m_mutex) {
     if (!OpenRoute()) {
         return false;
     }
@@ -80,7 +80,7 @@ bool StartDevice() TAGPORT_REQUIRES(ContentLock::mutex) {
     return (*found)->Start();
 }
 
-void UndoStart() TAGPORT_REQUIRES(ContentLock::mutex) {
+void UndoStart() TAGPORT_REQUIRES(ContentLock::m_mutex) {
     StopDriverThreads();
     CloseDevice();
     g_ioEvent.value.Close();
@@ -93,7 +93,7 @@ void UndoStart() TAGPORT_REQUIRES(ContentLock::mutex) {
 }  // namespace
 
 bool NfcProxy::InitNfcDevice() {
-    const platform::Lock content(ContentLock::mutex);
+    const platform::Lock content(ContentLock::m_mutex);
     // The end of another manager in the middle must not make the chip look like another one.
     const EventSlot::KeepOpen keep(g_ioEvent.value);
     try {

@@ -18,7 +18,7 @@
 namespace {
 
 bool RequestNumber(std::uint16_t regAddr, std::uint8_t* number)
-    TAGPORT_REQUIRES(ContentLock::mutex) {
+    TAGPORT_REQUIRES(ContentLock::m_mutex) {
     const std::unique_ptr<NumberRequest> request(new (std::nothrow) NumberRequest);
     if (request == nullptr) {
         LogErrorFun("NFC ReadRandNumber malloc writeData fail");
@@ -65,15 +65,15 @@ class HidRoute final : public Route {
   public:
     bool IsActive() const override { return g_isHidDevice && g_mcuKbConnected; }
     bool WriteImage(const std::uint8_t* image, std::int32_t length) override
-        TAGPORT_REQUIRES(ContentLock::mutex) {
+        TAGPORT_REQUIRES(ContentLock::m_mutex) {
         return NfcProxy::NfcHidWrite(image, length);
     }
     bool ReadNumber(std::uint16_t regAddr, std::uint8_t* number) override
-        TAGPORT_REQUIRES(ContentLock::mutex) {
+        TAGPORT_REQUIRES(ContentLock::m_mutex) {
         return RequestNumber(regAddr, number);
     }
 
-    UniqueHandle Open() override TAGPORT_REQUIRES(ContentLock::mutex) {
+    UniqueHandle Open() override TAGPORT_REQUIRES(ContentLock::m_mutex) {
         UniqueHandle device = MatchNfcHidDevice();
         if (device) {
             LogWarnFun("NFC_ select hid device");
@@ -85,8 +85,8 @@ class HidRoute final : public Route {
     }
     bool IsFound() const override { return g_isHidDevice; }
     bool ReopensOnStart() const override { return g_isHidDevice; }
-    bool Start() override TAGPORT_REQUIRES(ContentLock::mutex) { return StartKeyboard(); }
-    void UndoStart() override TAGPORT_REQUIRES(ContentLock::mutex) {
+    bool Start() override TAGPORT_REQUIRES(ContentLock::m_mutex) { return StartKeyboard(); }
+    void UndoStart() override TAGPORT_REQUIRES(ContentLock::m_mutex) {
         if (g_hReadHidThread != nullptr) {
             // The closing of the device wakes the thread.
             KeyboardReadLife().Stop(ThreadLife::Wake::kNo);
@@ -94,7 +94,7 @@ class HidRoute final : public Route {
         }
         g_RandEvent.value.Close();
     }
-    void OnDeviceClosed() override TAGPORT_REQUIRES(ContentLock::mutex) {
+    void OnDeviceClosed() override TAGPORT_REQUIRES(ContentLock::m_mutex) {
         KeyboardReadLife().OnDeviceClosed();
     }
 

@@ -35,17 +35,18 @@ inline constexpr std::int32_t kPagePayload = 60;
 // Heads of outgoing frames and reports, built up in place.
 inline constexpr std::size_t kFrameHeadSize = 2;
 inline constexpr std::size_t kReportHeadSize = 4;
-extern std::uint8_t g_frameHead[kFrameHeadSize] TAGPORT_GUARDED_BY(ContentLock::mutex);
-extern std::uint8_t g_hidReportHead[kReportHeadSize] TAGPORT_GUARDED_BY(ContentLock::mutex);
+extern std::uint8_t g_frameHead[kFrameHeadSize] TAGPORT_GUARDED_BY(ContentLock::m_mutex);
+extern std::uint8_t g_hidReportHead[kReportHeadSize] TAGPORT_GUARDED_BY(ContentLock::m_mutex);
 
 /// How long the keyboard is given to answer a number request.
 inline constexpr std::uint32_t kAnswerTimeoutMs = 3000;
 
 /// Puts `g_frameHead` with the given direction at the start of a frame.
-void PutFrameHead(std::uint8_t* frame, std::uint8_t direction) TAGPORT_REQUIRES(ContentLock::mutex);
+void PutFrameHead(std::uint8_t* frame, std::uint8_t direction)
+    TAGPORT_REQUIRES(ContentLock::m_mutex);
 
 void FillNumberRequest(NumberRequest& request, std::uint16_t regAddr)
-    TAGPORT_REQUIRES(ContentLock::mutex);
+    TAGPORT_REQUIRES(ContentLock::m_mutex);
 
 /// What the keyboard reports.
 enum class KeyboardReport {

@@ -44,11 +44,11 @@ class NfcProxy {
     // AllRoutes.cpp
 
     /// Puts an image of at most 255 bytes on the tag over every active route.
-    static bool WriteNfcContent(const std::string& image) TAGPORT_REQUIRES(ContentLock::mutex);
+    static bool WriteNfcContent(const std::string& image) TAGPORT_REQUIRES(ContentLock::m_mutex);
 
     /// Fetches the 32-byte number over every active route; the last one that answers stands in
     /// `number`. True does not say that the buffer was filled.
-    static bool ReadRandNumber(std::uint8_t* number) TAGPORT_REQUIRES(ContentLock::mutex);
+    static bool ReadRandNumber(std::uint8_t* number) TAGPORT_REQUIRES(ContentLock::m_mutex);
 
     /// Keeps the number that a write was confirmed with.
     static bool SetLocalNum(const std::uint8_t* number);
@@ -56,7 +56,7 @@ class NfcProxy {
     // ChipImage.cpp
 
     /// The whole image from the chip, in blocks of 16 bytes. `image` is assigned on success only.
-    static bool ReadNfcContent(std::string& image) TAGPORT_REQUIRES(ContentLock::mutex);
+    static bool ReadNfcContent(std::string& image) TAGPORT_REQUIRES(ContentLock::m_mutex);
 
     // BleRoute.cpp
 
@@ -66,18 +66,18 @@ class NfcProxy {
 
     /// An image of at most 888 bytes, in one frame.
     static bool BtWrite(const std::uint8_t* data, std::int32_t length)
-        TAGPORT_REQUIRES(ContentLock::mutex);
+        TAGPORT_REQUIRES(ContentLock::m_mutex);
     static bool BtReadRandomNum(std::uint16_t regAddr, std::uint8_t* number)
-        TAGPORT_REQUIRES(ContentLock::mutex);
+        TAGPORT_REQUIRES(ContentLock::m_mutex);
 
     // HidTransfer.cpp
 
     /// An image of at most 888 bytes, in pages.
     static bool NfcHidWrite(const std::uint8_t* data, std::int32_t length)
-        TAGPORT_REQUIRES(ContentLock::mutex);
+        TAGPORT_REQUIRES(ContentLock::m_mutex);
     /// One page of 1 to 60 bytes.
     static bool HidWrite(std::int32_t page, const std::uint8_t* data, std::int32_t length,
-                         std::uint8_t pageCount) TAGPORT_REQUIRES(ContentLock::mutex);
+                         std::uint8_t pageCount) TAGPORT_REQUIRES(ContentLock::m_mutex);
 };
 
 /// A write's last step but one: arms the next visit, lets the loops run, and starts what is not

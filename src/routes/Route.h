@@ -26,24 +26,24 @@ class Route {
 
     /// Puts a whole image on the tag. Blocks for its transfers. False when it is not there.
     virtual bool WriteImage(const std::uint8_t* image, std::int32_t length)
-        TAGPORT_REQUIRES(ContentLock::mutex) = 0;
+        TAGPORT_REQUIRES(ContentLock::m_mutex) = 0;
 
     /// Fetches the 32-byte number that begins at a chip register. Blocks for its transfers. False
     /// when the failure counts as that of the whole read.
     virtual bool ReadNumber(std::uint16_t regAddr, std::uint8_t* number)
-        TAGPORT_REQUIRES(ContentLock::mutex) = 0;
+        TAGPORT_REQUIRES(ContentLock::m_mutex) = 0;
 
     /// Whether a message flow reads the tag before it writes a message.
     virtual bool IsReadBeforeWrite() const { return false; }
 
     /// A message has been written: undoes what a device start has done to hide the tag from phones.
-    virtual void MakeReadable() TAGPORT_REQUIRES(ContentLock::mutex) {}
+    virtual void MakeReadable() TAGPORT_REQUIRES(ContentLock::m_mutex) {}
 
     // Device start. A route that the host connects itself keeps these as they are.
 
     /// Opens the route's device for overlapped I/O and marks the route as found. Empty, with
     /// GetLastError, when there is none.
-    virtual UniqueHandle Open() TAGPORT_REQUIRES(ContentLock::mutex) { return {}; }
+    virtual UniqueHandle Open() TAGPORT_REQUIRES(ContentLock::m_mutex) { return {}; }
 
     /// Whether Open has worked once in this process.
     virtual bool IsFound() const { return false; }
@@ -52,13 +52,13 @@ class Route {
     virtual bool ReopensOnStart() const { return false; }
 
     /// Makes the open device ready.
-    virtual bool Start() TAGPORT_REQUIRES(ContentLock::mutex) { return true; }
+    virtual bool Start() TAGPORT_REQUIRES(ContentLock::m_mutex) { return true; }
 
     /// Takes back what Start has made. The device is closed already.
-    virtual void UndoStart() TAGPORT_REQUIRES(ContentLock::mutex) {}
+    virtual void UndoStart() TAGPORT_REQUIRES(ContentLock::m_mutex) {}
 
     /// The device has been closed: the request of the route's event loop fails.
-    virtual void OnDeviceClosed() TAGPORT_REQUIRES(ContentLock::mutex) {}
+    virtual void OnDeviceClosed() TAGPORT_REQUIRES(ContentLock::m_mutex) {}
 
     // The route's event loop.
 

@@ -16,7 +16,7 @@ inline constexpr platform::LockRank kBtLinkLock{20, "Bluetooth link mutex"};
 
 /// One whole image, one whole number, one device start or the radio of a write, on all routes. It
 /// covers the pauses after blocks: outside the event threads nobody reaches the chip without it.
-inline constexpr platform::LockRank kContentLock{30, "ContentLock::mutex"};
+inline constexpr platform::LockRank kContentLock{30, "ContentLock::m_mutex"};
 
 /// One driver call with the pauses inside it. The pause after a block belongs to the content lock.
 inline constexpr platform::LockRank kDeviceLock{40, "device mutex"};

@@ -155,7 +155,7 @@ TEST(RandomNumber, GivenLastStaysWhateverAnOlderMessageWritesInBetween) {
         TagWithNumber setup;
         const auto second = NfcManager::Create(setup.NewMessage(0x22), &PcWithHost::Listen);
         const auto third = NfcManager::Create(setup.NewMessage(0x23), &PcWithHost::Listen);
-        Hold(500, ContentLock::mutex);
+        Hold(500, ContentLock::m_mutex);
         Hold(498);
         OnThread([&setup] { setup.manager->UpdateNfcData(); });
         PcWithHost::Pass(kMillisecond);

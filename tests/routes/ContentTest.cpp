@@ -42,7 +42,7 @@ Operation Read(std::size_t size) {
     return [image = Image(size)](PcWithHost& setup) {
         setup.pc.chip()->BackDoor().SetMemory(16, simulator::Bytes(image.begin(), image.end()));
         std::string content = "untouched";
-        const platform::Lock lock(ContentLock::mutex);
+        const platform::Lock lock(ContentLock::m_mutex);
         const bool result = NfcProxy::ReadNfcContent(content);
         EXPECT_EQ(content, result ? image : "untouched");
         return result;
@@ -51,7 +51,7 @@ Operation Read(std::size_t size) {
 Operation Write(std::size_t size) {
     return [image = Image(size + 3).substr(3)](PcWithHost& setup) {
         setup.pc.chip()->BackDoor().SetMemory(16, simulator::Bytes(256));
-        const platform::Lock lock(ContentLock::mutex);
+        const platform::Lock lock(ContentLock::m_mutex);
         const bool result = NfcProxy::WriteNfcContent(image);
         EXPECT_TRUE(!result || setup.ImageOnChip(image.size()) == image);
         return result;
@@ -59,7 +59,7 @@ Operation Write(std::size_t size) {
 }
 const Operation kReadNumber = [](PcWithHost& /*setup*/) {
     Number number{};
-    const platform::Lock lock(ContentLock::mutex);
+    const platform::Lock lock(ContentLock::m_mutex);
     return NfcProxy::ReadRandNumber(number.data());
 };
 
@@ -181,7 +181,7 @@ TEST(Frames, ReachBothKeyboardsWholeOrNotAtAll) {
          {std::pair{58, 1U}, {888, 15U}, {59, 2U}, {889, 0U}, {-1, 0U}}) {
         SCOPED_TRACE(length);
         const std::size_t before = hid.ReportsSeen();
-        const platform::Lock lock(ContentLock::mutex);
+        const platform::Lock lock(ContentLock::m_mutex);
         EXPECT_EQ(NfcProxy::NfcHidWrite(image.data(), length), pages != 0);
         EXPECT_EQ(NfcProxy::BtWrite(image.data(), length), pages != 0);
         EXPECT_EQ(hid.ReportsSeen() - before, pages);
