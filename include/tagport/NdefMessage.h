@@ -30,11 +30,13 @@ class TAGPORT_EXPORT NdefMessage {
 
     /// Fills the message for a PC type, '2', '5' or '8', from config\NfcUri.ini under the process's
     /// current directory.
-    /// Returns nothing: failures are logged, and GetPcType shows whether it worked.
+    /// Returns nothing: failures are logged, and GetPcType shows whether it worked. A message that
+    /// has no type is refused by NfcManager::Create; SetUrl and SetPcType do without the file.
     /// Blocks for the reading of the file.
-    /// Changes all five fields; MAC address and number become zero. Another type, or a URI of more
-    /// than 255 bytes, clears the MAC address alone. Nothing changes unless the file has both URIs.
-    /// A character that the thread's code page lacks becomes '?'.
+    /// Changes all five fields. The URL is `orvane_uri` of the section PC_URI for type 5,
+    /// `velmo_uri` for 8, and one blank for 2; MAC address and number become zero. Another type, or
+    /// a URI of more than 255 bytes, clears the MAC address alone. Nothing changes unless the file
+    /// has both URIs. A character that the thread's code page lacks becomes '?'.
     void Init(char type);
 
     /// Stores the URI without its scheme.

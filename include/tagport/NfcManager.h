@@ -38,7 +38,7 @@ class NfcProxy;
 /// each transfer is given up after 2 s. "Slow" is the time on a driver that answers each request
 /// just within these 2 s. A driver that is slow and fails in between can take seven times as long
 /// as a slow one. A Bluetooth keyboard that does not answer adds 3 s to each reading of the number,
-/// so 9 s to a WriteMessage. A table of all times is in docs/reference.md.
+/// so 9 s to a WriteMessage. A table of all times is in reference.md.
 ///
 /// **Losing the device.** Repeat WriteMessage when the PC resumes. When a device arrives, or a
 /// WriteMessage has failed, repeat DeviceInit, SetMcuKbConnectStatus(true) and WriteMessage. A
