@@ -109,7 +109,7 @@ std::string BusMeaning::ChipWrite(std::string_view bytes) {
     }
     m_register = Pair(bytes, 0, 1);
     m_state = false;
-    if (!m_isFanli || bytes.size() < kExtendedHead) {
+    if (m_frames != ChipFrames::kFanli || bytes.size() < kExtendedHead) {
         return bytes.size() == kShortHead ? "address " + Named(m_register)
                                           : "write " + Counted(bytes.size() - kShortHead, "byte") +
                                                 " to " + Named(m_register);

@@ -12,11 +12,13 @@
 namespace lab {
 
 using simulator::BusFormat;
+using simulator::ChipFrames;
 
 class BusMeaning {
   public:
-    /// `isFanli`: the chip uses the frames with four-byte heads.
-    BusMeaning(BusFormat format, bool isFanli) : m_format(format), m_isFanli(isFanli) {}
+    /// `frames` are the chip's, on a route that has one.
+    explicit BusMeaning(BusFormat format, ChipFrames frames = ChipFrames::kNone)
+        : m_format(format), m_frames(frames) {}
 
     BusFormat format() const { return m_format; }
     std::string OfWrite(std::string_view bytes);
@@ -29,7 +31,7 @@ class BusMeaning {
     std::string FromKeyboard(std::string_view message) const;
 
     BusFormat m_format;
-    bool m_isFanli;
+    ChipFrames m_frames;
     bool m_state = false;     // the last request was for a state, not a register
     unsigned m_register = 0;  // the last register that was addressed
 };

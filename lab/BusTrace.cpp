@@ -76,7 +76,7 @@ class TracingPeer : public LinkDockService::BlePeer {
     }
     int Write(std::uint64_t address, const std::string& service, const std::string& characteristic,
               const std::vector<std::uint8_t>& value) override {
-        BusMeaning meaning(BusFormat::kFrames, false);
+        BusMeaning meaning(BusFormat::kFrames);
         return Record("write", meaning.OfWrite(AsText(value)), value,
                       m_peer->Write(address, service, characteristic, value));
     }
@@ -86,7 +86,7 @@ class TracingPeer : public LinkDockService::BlePeer {
         if (!m_peer->WaitNotification(stop, value)) {
             return false;
         }
-        const BusMeaning meaning(BusFormat::kFrames, false);
+        const BusMeaning meaning(BusFormat::kFrames);
         Record("read", meaning.OfRead(AsText(value)), value, 0);
         return true;
     }
@@ -116,9 +116,8 @@ BusTrace::BusTrace(Recorder& recorder, const PcParts& parts)
     : m_recorder(recorder), m_parts(parts), m_meaning(MeaningOn(parts.FirstRoute())) {}
 
 BusMeaning BusTrace::MeaningOn(const simulator::RouteKind& route) const {
-    // A chip behind the USB driver has FM11N frames.
-    return {route.format, route.route == simulator::PcRoute::kI2c && m_parts.Chip() != nullptr &&
-                              m_parts.Chip()->IsFanli()};
+    return m_parts.Chip() == nullptr ? BusMeaning(route.format)
+                                     : BusMeaning(route.format, m_parts.Chip()->frames);
 }
 
 void BusTrace::Add(emulation::ThreadId thread, emulation::Micros time, Json fields) {

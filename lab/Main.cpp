@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <charconv>
 #include <exception>
+#include <functional>
 #include <limits>
 #include <sstream>
 #include <string_view>
@@ -51,9 +52,11 @@ void AddRun(CLI::App& app, lab::RunOptions& run) {
                        ? "Where the simulated tag is (default: the PC's own devices)"
                        : "Where the tag is" + FirstOf(routes))
         ->check(CLI::IsMember(routes));
-    app.add_option(
-           "--chip", run.pc.chip,
-           "The tag's chip on i2c and usb" + FirstOf(chips) + "; fanli and like-fanli on i2c only")
+    const auto onI2cOnly =
+        lab::NamesOf(simulator::kChipKinds, std::mem_fn(&simulator::ChipKind::NeedsDetection));
+    app.add_option("--chip", run.pc.chip,
+                   "The tag's chip on i2c and usb" + FirstOf(chips) + "; " +
+                       lab::Joined(onI2cOnly, " and ") + " on i2c only")
         ->check(CLI::IsMember(chips));
     app.add_option("--pc-type", run.pcType, "2, 5 or 8 (default 5)")
         ->check(CLI::IsMember(kPcTypes));

@@ -28,8 +28,7 @@ std::string ChipProblem(const std::vector<PcRoute>& routes, const std::string& c
     if (kind == nullptr) {
         return "there is no such chip";
     }
-    // The library takes the chip of the USB route for one with FM11N frames, without detection.
-    if (kind->IsFanli() && std::count(routes.begin(), routes.end(), PcRoute::kUsb) > 0) {
+    if (kind->NeedsDetection() && std::count(routes.begin(), routes.end(), PcRoute::kUsb) > 0) {
         return "not possible on the usb route, where every chip has the frames of FM11N chips";
     }
     return "";

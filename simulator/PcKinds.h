@@ -48,7 +48,11 @@ struct ChipKind {
     bool reportsVisits;    ///< else each interrupt is an event of its own
     bool reportsBothEnds;  ///< of a visit; else its end follows from missing interrupts
 
-    constexpr bool IsFanli() const { return frames == ChipFrames::kFanli; }
+    /// Only the detection on I2C finds such a chip. On USB, without one, the library takes every
+    /// chip for one with FM11N frames.
+    constexpr bool NeedsDetection() const {
+        return frames != ChipFrames::kFm11n && frames != ChipFrames::kNone;
+    }
 };
 
 /// The first one is the default.

@@ -19,7 +19,7 @@ enum NfcLinkType : std::uint32_t {
 /// process, from GetNfcDeviceContext.
 struct NfcDeviceContext {
     std::atomic<NfcLinkType> linkType{NfcLinkSpb2};
-    std::atomic<NfcSpbCommon*> spbDriverOps{nullptr};  // one of the two singletons; not owned
+    std::atomic<NfcSpbCommon*> spbDriverOps{nullptr};  // the singleton of its format
     std::atomic<NfcChipKind> chipKind{NfcChipLikeFm11n};
 
     /// The device mutex: held for every driver call, pauses included, because all transfers share

@@ -89,8 +89,9 @@ void CheckLog(const Flow& flow, const FaultCase& fault, const Outcome& now,
 }
 
 void CheckTag(const Flow& flow, const Outcome& now, const Outcome& usual) {
-    // A start whose detection is disturbed takes a Fanli chip for an FM11N one, and logs that.
-    if (flow.on.chip == "fanli" && now.Logged("Nfc spb2 format, like FM11N chip") > 0) {
+    // A start whose detection is disturbed takes any chip for an FM11N one, and logs that.
+    if (simulator::FindKind(simulator::kChipKinds, flow.on.chip)->NeedsDetection() &&
+        now.Logged("Nfc spb2 format, like FM11N chip") > 0) {
         return;
     }
     // A chip is written block by block, from the first on; a keyboard takes whole images.

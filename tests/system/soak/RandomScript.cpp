@@ -7,6 +7,7 @@
 
 #include "lab/Hex.h"
 #include "lab/Words.h"
+#include "simulator/PcKinds.h"
 
 namespace soak {
 
@@ -181,10 +182,11 @@ void Artist::DrawHour(bool isSequence) {
                               : Below(300);
         std::string lines = isSequence ? LinesBy(&Act::inSequence) : LinesBy(&Act::inHour);
         const auto has = [&](const char* word) { return lines.find(word) != std::string::npos; };
-        // Detection disturbed by a fault takes a Fanli chip for another kind, whose driver leaves
+        // Detection disturbed by a fault takes such a chip for another kind, whose driver leaves
         // the status unread, which then interrupts without end. The fault sweep covers it. One host
         // does one after the other.
-        const bool inTurn = m_chip.find("fanli") != std::string::npos &&
+        const auto* const chip = simulator::FindKind(simulator::kChipKinds, m_chip);
+        const bool inTurn = chip != nullptr && chip->NeedsDetection() &&
                             (has("open") || has("restart") || has("fault"));
         const std::string host = "host " + std::to_string(1 + (inTurn ? 0 : Below(m_hosts))) + " ";
         lines = Filled(lines, static_cast<char>(i + 3), m_managers);
