@@ -13,8 +13,6 @@ using emulation::kMillisecond;
 
 namespace {
 
-using emulation::kMillisecond;
-
 constexpr std::uint8_t kUntouched = 0x77;
 constexpr emulation::Micros kRefusedMs = 200;
 constexpr emulation::Micros kGivenUpMs = 2000;  // what hosts are promised
@@ -26,54 +24,56 @@ const std::string kFailed = "W NFC GetOverlappedResult error: ";
 const std::string kRefused = "W NFC_WaitForSingleObject GetOverlapped error: 996, E NFC Error 996";
 const std::string kEndless = "E NFC WaitForSingleObject return error: 258, E NFC Error 258";
 const std::string kRead = "W Nfc read spb dataLength = 4, ";
-const std::string kOpened = "W Peripheral opened with 0 bytes transfer";
+
+using Transfer = bool (*)(std::uint8_t (&bytes)[4]);
+const Transfer kReading = [](auto& bytes) { return NfcSpbRead(4, bytes); };
+const Transfer kWriting = [](auto& bytes) { return NfcSpbWrite(bytes, 4); };
+const Transfer kOpening = [](auto& /*bytes*/) {
+    COpenCommand open;
+    return WaitForCommand(&open) == 0;
+};
 
 const struct {
-    char kind;  // Read, Write, Open
-    std::string fault;
-    bool result;
+    Transfer transfer;
+    std::string fault;  // none: it works
     emulation::Micros milliseconds;
     std::string lines;
 } kTransfers[] = {
-    {'R', "", true, 0, kRead + "W Nfc data: 1d00a509"},
-    {'R', "short:1", false, 0,
+    {kReading, "", 0, kRead + "W Nfc data: 1d00a509"},
+    {kReading, "short:1", 0,
      kRead + "E Nfc read spb command->NumBytes don't match, command->NumBytes=3"},
-    {'R', "fail:31", false, 0, kFailed + "31, E NFC Error 31" + kUnread + "31"},
-    {'R', "refuse:5", false, kRefusedMs, "E NFC_ReadFile Error 5\n, " + kRefused + kUnread + "996"},
-    {'R', "never", false, kGivenUpMs, kEndless + kUnread + "258"},
-    {'W', "", true, 0, ""},
-    {'W', "fail:31", false, 0, kFailed + "31, E NFC Error 31" + kUnwritten + "31"},
-    {'W', "refuse:5", false, kRefusedMs,
+    {kReading, "fail:31", 0, kFailed + "31, E NFC Error 31" + kUnread + "31"},
+    {kReading, "refuse:5", kRefusedMs, "E NFC_ReadFile Error 5\n, " + kRefused + kUnread + "996"},
+    {kReading, "never", kGivenUpMs, kEndless + kUnread + "258"},
+    {kWriting, "", 0, ""},
+    {kWriting, "fail:31", 0, kFailed + "31, E NFC Error 31" + kUnwritten + "31"},
+    {kWriting, "refuse:5", kRefusedMs,
      "E NFC_WriteFile Error  5\n, " + kRefused + kUnwritten + "996"},
-    {'W', "never", false, kGivenUpMs, kEndless + kUnwritten + "258"},
-    {'O', "", true, 0, kOpened},
-    {'O', "fail:31", false, 0, kFailed + "31, E Open error 31"},
-    {'O', "refuse:5", false, 0, kFailed + "5, E Open error 5"},
+    {kWriting, "never", kGivenUpMs, kEndless + kUnwritten + "258"},
+    {kOpening, "", 0, "W Peripheral opened with 0 bytes transfer"},
+    {kOpening, "fail:31", 0, kFailed + "31, E Open error 31"},
+    {kOpening, "refuse:5", 0, kFailed + "5, E Open error 5"},
 };
 
 void TryTransfers(bool endAtOnce) {
     const ScriptedDevice device;
     device.bus->endsAtOnce = endAtOnce;
-    for (const auto& [kind, fault, result, milliseconds, lines] : kTransfers) {
-        SCOPED_TRACE(kind + lines);
+    for (const auto& [transfer, fault, milliseconds, lines] : kTransfers) {
+        SCOPED_TRACE(fault + ": " + lines);
         LogRecorder log;
         device.bus->reads = {{0x1D, 0x00, 0xA5, 0x09}};
         device.SetFaults(fault.empty() ? "" : "any#1=" + fault);
         std::uint8_t bytes[4] = {kUntouched, kUntouched, kUntouched, kUntouched};
         const emulation::Micros start = emulation::Now();
         SetLastError(ERROR_ACCESS_DENIED);  // left by somebody else; must not count
-        COpenCommand open;
-        EXPECT_EQ(kind == 'R'   ? NfcSpbRead(4, bytes)
-                  : kind == 'W' ? NfcSpbWrite(bytes, 4)
-                                : WaitForCommand(&open) == 0,
-                  result);
+        EXPECT_EQ(transfer(bytes), fault.empty());
         EXPECT_EQ((emulation::Now() - start) / kMillisecond, milliseconds);
         EXPECT_EQ(Joined(log.TakeMarked()), lines);
         EXPECT_EQ(emulation::Live().requests, 0U);
         // Only a refused transfer leaves the event set; the next request resets it.
         EXPECT_EQ(WaitForSingleObject(HandleOf(g_ioEvent.value.Get()), 0),
                   milliseconds == kRefusedMs ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
-        EXPECT_EQ(bytes[0], kind == 'R' && result ? 0x1D : kUntouched);
+        EXPECT_EQ(bytes[0], transfer == kReading && fault.empty() ? 0x1D : kUntouched);
         device.bus->reads = {{9, 8, 7, 6}};
         EXPECT_TRUE(NfcSpbRead(4, bytes));
         EXPECT_EQ(bytes[3], 6);
