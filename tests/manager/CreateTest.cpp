@@ -52,89 +52,82 @@ TEST(Create, LogsAUriWhoseNumberIsReadBackElsewhere) {
 }
 
 const std::string kNoDriver =
-    "NFC_Error opening Spb driver, last error = 2, NFC_Error opening any driver, last error = "
-    "259, ";
-const std::string kNoDevice = kNoDriver + kNoDriver + kNoDriver;
+    "NFC_Error opening Spb driver, last error = 2, NFC_Error opening any driver, last error = 259";
+const std::string kNoDevice = kNoDriver + ", " + kNoDriver + ", " + kNoDriver;
+const std::string kNoStart = kNoDevice + ", NfcManager Init DeviceInit failed";
 const std::string kZeroReadBack =
     "ReadRandNum value is wrong 0, ReadRandNum value is wrong 1, ReadRandNum value is wrong 2, "
-    "UpdateNfcData ReadRandNum failed, ";
+    "UpdateNfcData ReadRandNum failed";
+const std::string kNoProxy = "[NFC] IsPassivePC ,m_nfcProxy is nullptr";
 
-// Of every operation but those that start threads.
-struct Results {
-    int writeMessage = -1, readMessage = -1, readRandNum = -1;
-    bool updateNfcData = false, updateNfcContent = false, deviceInit = false, btConnect = false;
-    bool btDisconnect = false, isActivePc = false, setMcuKbConnectStatus = false;
+// Each operation, and the errors that it logs on a manager that Create has not made, where it
+// fails, and where there is no device.
+const struct {
+    std::function<bool(NfcManager&)> works;
+    std::string notMade;
+    bool worksWithoutDevice;
+    std::string withoutDevice;
+} kOperations[] = {
+    {[](auto& m) { return m.RegisterListener(&OtherListener), staticCallback == &OtherListener; },
+     "RegisterListener failed", true, ""},
+    {[](auto& m) { return m.WriteMessage(nullptr) == 0; }, "WriteMessage msg nullptr", false,
+     "WriteMessage msg nullptr"},
+    {[](auto& m) { return m.ReadMessage(MessageWith(3, 5)) == 0; },
+     "ReadMessage ReadNfcContent failed", false,
+     "spbDriverOps == nullptr, ReadMessage ReadNfcContent failed"},
+    {[](auto& m) { return m.UpdateNfcData(); }, "SetContent nullptr error", false, kZeroReadBack},
+    {NfcManagerTestAccess::UpdateNfcContent,
+     "SetContent nullptr error, UpdateNfcContent SetContent fail", false, kNoDevice},
+    {[](auto& m) { return m.DeviceInit(); }, kNoStart, false, kNoStart},
+    {[](auto& m) { return m.BtConnect(7); }, "BtConnect failed", false, ""},
+    {[](auto& m) { return m.BtDisconnect(8); }, "BtDisconnect failed", false, "[NFC] btmac error!"},
+    {[](auto& m) { return m.IsActivePC(); }, kNoProxy, false, ""},
+    {[](auto& m) { return m.SetMcuKbConnectStatus(false); }, kNoProxy, true, ""},
+    {[](auto& m) {
+         std::uint8_t number[32];
+         return m.ReadRandNum(number) == 0;  // over no route
+     },
+     "ReadRandNum ReadNfc failed", true, ""},
+    // These start threads, one of which stays.
+    {[](auto& m) { return m.WriteMessage(MessageWith(50, 5)) == 0; },
+     "SetContent nullptr error, UpdateNfcData failed", false,
+     kZeroReadBack +
+         ", UpdateNfcData failed, spbDriverOps == nullptr, NFC WaitOnInterruptLoop return"},
+    {[](auto& m) { return Renew(m, NumberOf(9)) == 0; },
+     "m_nfcData SetRandomNumber failed, SetRandomNumber fail", true,
+     "LocalWriteRand ReadRandNum failed, LocalWriteRand failed"},
 };
-
-void ExpectResults(NfcManager& manager, const Results& expected) {
-    manager.RegisterListener(&OtherListener);
-    std::uint8_t number[32];
-    EXPECT_EQ(manager.WriteMessage(nullptr), expected.writeMessage);
-    EXPECT_EQ(manager.ReadMessage(MessageWith(3, 5)), expected.readMessage);
-    EXPECT_EQ(manager.ReadRandNum(number), expected.readRandNum);
-    EXPECT_EQ(manager.UpdateNfcData(), expected.updateNfcData);
-    EXPECT_EQ(NfcManagerTestAccess::UpdateNfcContent(manager), expected.updateNfcContent);
-    EXPECT_EQ(manager.DeviceInit(), expected.deviceInit);
-    EXPECT_EQ(manager.BtConnect(7), expected.btConnect);
-    EXPECT_EQ(manager.BtDisconnect(8), expected.btDisconnect);
-    EXPECT_EQ(manager.IsActivePC(), expected.isActivePc);
-    EXPECT_EQ(manager.SetMcuKbConnectStatus(false), expected.setMcuKbConnectStatus);
-}
 
 TEST(Operations, FailAndSayWhyOnAManagerThatCreateHasNotMade) {
     const OneSeed clock;
     LogRecorder log;
-    NfcManager bare(MessageWith(50, 5));
-    ExpectResults(bare, {});
-    EXPECT_EQ(bare.WriteMessage(MessageWith(50, 5)), -1);
-    EXPECT_EQ(Renew(bare, NumberOf(9)), -1);
+    NfcManager notMade(MessageWith(50, 5));
+    for (const auto& operation : kOperations) {
+        EXPECT_FALSE(operation.works(notMade));
+        EXPECT_EQ(Joined(log.TakeUnannounced()), operation.notMade);
+    }
     NfcManager empty(nullptr);
     EXPECT_EQ(empty.WriteMessage(MessageWith(50, 5)), -1);
     EXPECT_EQ(Renew(empty, NumberOf(9)), -1);
     EXPECT_EQ(NfcManager::WriteRandThread(&empty), 0xFFFFFFFF);
     EXPECT_EQ(NfcManager::WriteRandThread(nullptr), 0xFFFFFFFF);
-    EXPECT_EQ(emulation::Live().threads, 0U);
-    EXPECT_EQ(staticCallback, nullptr);
     EXPECT_EQ(Joined(log.TakeUnannounced()),
-              "RegisterListener failed, WriteMessage msg nullptr, "
-              "ReadMessage ReadNfcContent failed, ReadRandNum ReadNfc failed, "
-              "SetContent nullptr error, SetContent nullptr error, "
-              "UpdateNfcContent SetContent fail, " +
-                  kNoDevice +
-                  "NfcManager Init DeviceInit failed, BtConnect failed, BtDisconnect failed, "
-                  "[NFC] IsPassivePC ,m_nfcProxy is nullptr, "
-                  "[NFC] IsPassivePC ,m_nfcProxy is nullptr, "
-                  "SetContent nullptr error, UpdateNfcData failed, "
-                  "m_nfcData SetRandomNumber failed, SetRandomNumber fail, "
-                  "WriteMessage m_ndefMessage nullptr, WriteRandNum GetRandomNumber fail, "
-                  "LocalWriteRand m_nfcProxy is nullptr, "
-                  "LocalWriteRand failed, WriteRandThread nullptr");
+              "WriteMessage m_ndefMessage nullptr, WriteRandNum GetRandomNumber fail, "
+              "LocalWriteRand m_nfcProxy is nullptr, LocalWriteRand failed, "
+              "WriteRandThread nullptr");
+    EXPECT_EQ(emulation::Live().threads, 0U);
 }
 
 TEST(Operations, FailAndSayWhyWithoutADevice) {
     const OneSeed clock;
     LogRecorder log;
     const auto manager = NfcManager::Create(MessageWith(50, 5), &PcWithHost::Listen);
-    Results results;
-    results.readRandNum = 0;  // over no route
-    results.setMcuKbConnectStatus = true;
-    ExpectResults(*manager, results);
-    EXPECT_EQ(staticCallback, &OtherListener);
-    EXPECT_EQ(emulation::Now(), 1800 * kMillisecond) << "a pause after each failed attempt";
-    EXPECT_EQ(Joined(log.TakeUnannounced()),
-              "WriteMessage msg nullptr, spbDriverOps == nullptr, "
-              "ReadMessage ReadNfcContent failed, " +
-                  kZeroReadBack + kNoDevice + kNoDevice +
-                  "NfcManager Init DeviceInit failed, [NFC] btmac error!");
-    EXPECT_EQ(manager->WriteMessage(MessageWith(50, 5)), -1);
-    EXPECT_TRUE(PcWithHost::WaitForThreads(1)) << "the interrupt thread ends at once";
-    EXPECT_EQ(Joined(log.TakeUnannounced()),
-              kZeroReadBack +
-                  "UpdateNfcData failed, spbDriverOps == nullptr, NFC WaitOnInterruptLoop return");
-    EXPECT_EQ(Renew(*manager, NumberOf(9)), 0);
-    EXPECT_TRUE(PcWithHost::WaitForThreads(1));
-    EXPECT_EQ(Joined(log.TakeUnannounced()),
-              "LocalWriteRand ReadRandNum failed, LocalWriteRand failed");
+    for (const auto& operation : kOperations) {
+        EXPECT_EQ(operation.works(*manager), operation.worksWithoutDevice);
+        EXPECT_TRUE(PcWithHost::WaitForThreads(1));
+        EXPECT_EQ(Joined(log.TakeUnannounced()), operation.withoutDevice);
+    }
+    EXPECT_EQ(emulation::Now(), 1800 * kMillisecond) << "a pause after each failed start";
 }
 
 }  // namespace
