@@ -2,32 +2,46 @@
 // on a PC with two routes.
 #include <numeric>
 
-#include "platform/services/standin/ClientBackDoor.h"
 #include "routes/NfcProxy.h"
 #include "routes/PcType.h"
 #include "tests/support/PcWithHost.h"
 
-using LinkDockService::BleCall;
 using namespace testing_support;
 
 namespace {
 
 using Operation = std::function<bool(PcWithHost& setup)>;
 
-// The registers that went out, each with the number of bytes written or read there: "16+18" for a
-// read of 18 bytes. A pause after a block is a dot.
-std::string Blocks(const Texts& traffic) {
-    std::string blocks;
+constexpr bool kWorks = true;
+constexpr bool kFails = false;
+
+std::string Block(std::size_t bytes, std::size_t reg) {
+    return std::to_string(bytes) + " at " + std::to_string(reg);
+}
+
+// What a chip's traffic moves, in words: "16 at 32, pause". Address and answer of a read are one.
+std::string InWords(const Texts& traffic) {
+    Texts words;
     for (const std::string& text : traffic) {
         if (text[0] == 'W') {
             const int reg = std::stoi(text.substr(2, 2) + text.substr(5, 2), nullptr, 16);
-            const std::size_t bytes = (text.size() - 1) / 3 - 2;
-            blocks += " " + std::to_string(reg) + (bytes != 0 ? ":" + std::to_string(bytes) : "");
+            words.push_back(Block((text.size() - 1) / 3 - 2, static_cast<std::size_t>(reg)));
+        } else if (text[0] == 'R') {
+            words.back().replace(0, 1, text.substr(2));
         } else if (text != "sleep 50") {  // between address and answer
-            blocks += text == "sleep 10" ? "." : "+" + text.substr(2);
+            words.push_back(text == "sleep 10" ? "pause" : text);
         }
     }
-    return blocks;
+    return Joined(words);
+}
+
+// A whole image of this size, in words.
+std::string Blocks(std::size_t size) {
+    Texts words;
+    for (std::size_t done = 0; done < size; done += 16) {
+        words.push_back(Block(std::min<std::size_t>(size - done, 16), 16 + done) + ", pause");
+    }
+    return Joined(words);
 }
 
 // An image of bytes that differ from each other. Its head counts all but three of them.
@@ -63,46 +77,36 @@ const Operation kReadNumber = [](PcWithHost& /*setup*/) {
     return NfcProxy::ReadRandNumber(number.data());
 };
 
+const std::string kSecondWriteFailed = "NfcWriteTag reg: 32 fail 1, block num: i = 1";
+
 const struct {
     Operation operation;
+    bool result;
+    std::string moved;  // in words
     const char* faults = "";
-    bool result = false;
-    std::string blocks;
-    std::string errors;
+    std::string errors = "";
 } kCases[] = {
-    {Read(3), "", true, " 16+2. 16+3.", ""},
-    {Read(17), "", true, " 16+2. 16+16. 32+1.", ""},
-    {Read(256), "", true,
-     " 16+2. 16+16. 32+16. 48+16. 64+16. 80+16. 96+16. 112+16. 128+16. 144+16. 160+16. 176+16."
-     " 192+16. 208+16. 224+16. 240+16. 256+16.",
-     ""},
-    {Read(257), "", false, " 16+2.", "nfcData too long, totalDatalen = 257"},
-    {Read(100), "read#1=fail:31", false, " 16+2", ""},
-    {Read(100), "read#3=fail:31", false, " 16+2. 16+16. 32+16",
+    {Read(3), kWorks, "2 at 16, pause, 3 at 16, pause"},
+    {Read(17), kWorks, "2 at 16, pause, 16 at 16, pause, 1 at 32, pause"},
+    {Read(256), kWorks, "2 at 16, pause, " + Blocks(256)},
+    {Read(257), kFails, "2 at 16, pause", "", "nfcData too long, totalDatalen = 257"},
+    {Read(100), kFails, "2 at 16", "read#1=fail:31"},
+    {Read(100), kFails, "2 at 16, pause, 16 at 16, pause, 16 at 32", "read#3=fail:31",
      "NfcReadTag Read fail 1, block num: i = 1"},
-    {Write(0), "", true, " 16.", ""},
-    {Write(255), "", true,
-     " 16:16. 32:16. 48:16. 64:16. 80:16. 96:16. 112:16. 128:16. 144:16. 160:16. 176:16. 192:16."
-     " 208:16. 224:16. 240:16. 256:15.",
-     ""},
-    {Write(256), "", false, "", ""},
+    {Write(0), kWorks, "0 at 16, pause"},
+    {Write(255), kWorks, Blocks(255)},
+    {Write(256), kFails, ""},
     // From the start again, three times in all.
-    {Write(40), "write#2=fail:31", true, " 16:16. 32:16 16:16. 32:16. 48:8.",
-     "NfcWriteTag reg: 32 fail 1, block num: i = 1"},
-    {Write(40), "write#2=fail:31,write#4+=fail:31", false, " 16:16. 32:16 16:16. 32:16 16:16",
-     "NfcWriteTag reg: 32 fail 1, block num: i = 1, NfcWriteTag reg: 32 fail 1, block num: i = 1, "
-     "NfcWriteTag reg: 16 fail 1, block num: i = 0"},
-    {kReadNumber, "", true, " 122+16. 138+16.", ""},
-    {[](PcWithHost& setup) {
-         const std::uint8_t before = g_pcModel.exchange(4);
-         const bool result = kReadNumber(setup);
-         g_pcModel = before;
-         return result;
-     },
-     "", false, "", "NFC g_pcModel type unsupport"},
-    {kReadNumber, "read#1=fail:31", false, " 122+16.",
+    {Write(40), kWorks, "16 at 16, pause, 16 at 32, " + Blocks(40), "write#2=fail:31",
+     kSecondWriteFailed},
+    {Write(40), kFails, "16 at 16, pause, 16 at 32, 16 at 16, pause, 16 at 32, 16 at 16",
+     "write#2=fail:31,write#4+=fail:31",
+     kSecondWriteFailed + ", " + kSecondWriteFailed +
+         ", NfcWriteTag reg: 16 fail 1, block num: i = 0"},
+    {kReadNumber, kWorks, "16 at 122, pause, 16 at 138, pause"},
+    {kReadNumber, kFails, "16 at 122, pause", "read#1=fail:31",
      "NFC ReadRandNumber fail 1, ReadRandNum reg: 122 failed"},
-    {kReadNumber, "read#2=short:1", false, " 122+16. 138+16.",
+    {kReadNumber, kFails, "16 at 122, pause, 16 at 138, pause", "read#2=short:1",
      "NFC ReadRandNumber fail 2, ReadRandNum reg: 122 failed"},
 };
 
@@ -110,14 +114,17 @@ TEST(Content, MovesInBlocksWholeOrNotAtAll) {
     StartedPc setup({PcRoute::kUsb});
     setup.log.Announce("NFC Error", "Nfc write spd", "Nfc read spb");  // of the transfers
     BusRecorder recorder;
-    for (const auto& [operation, faults, result, blocks, errors] : kCases) {
-        SCOPED_TRACE(blocks + errors);
+    for (const auto& [operation, result, moved, faults, errors] : kCases) {
+        SCOPED_TRACE(moved + errors);
         setup.SetFaults(faults);
         recorder.Take();
         EXPECT_EQ(operation(setup), result);
-        EXPECT_EQ(Blocks(recorder.Take(emulation::CurrentThread())), blocks);
+        EXPECT_EQ(InWords(recorder.Take(emulation::CurrentThread())), moved);
         EXPECT_EQ(Joined(setup.log.TakeUnannounced()), errors);
     }
+    g_pcModel = 4;
+    EXPECT_FALSE(kReadNumber(setup));
+    EXPECT_EQ(setup.log.TakeUnannounced(), Texts{"NFC g_pcModel type unsupport"});
 }
 
 TEST(Content, IsWrittenAgainWhenFanliFindsAFault) {
@@ -131,11 +138,10 @@ TEST(Content, IsWrittenAgainWhenFanliFindsAFault) {
     EXPECT_EQ(setup.NumberOnChip(), NumberOf(0x33));
 }
 
-// The number's register depends on the PC type.
-void BothRoutes(PcRoute wired, std::uint8_t pcType, unsigned numberRegister) {
+void BothRoutes(PcRoute wired, std::uint8_t pcType) {
     StartedPc setup({wired, PcRoute::kBle}, "fm11nt082c", pcType);
     // Each route's events carry the number as last read there.
-    setup.pc.bluetooth()->SetMemory(numberRegister, simulator::Bytes(32, 0x22));
+    setup.pc.bluetooth()->SetMemory(setup.NumberRegister(), simulator::Bytes(32, 0x22));
     std::uint8_t number[32] = {};
     EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
     EXPECT_EQ(number[0], 0x11) << "the wired route is read last";
@@ -150,24 +156,22 @@ void BothRoutes(PcRoute wired, std::uint8_t pcType, unsigned numberRegister) {
     }
     // A Bluetooth write that fails keeps the image from the other routes; a read does not.
     setup.log.Announce("[NFC] BleClientWrite ERROR", "UpdateNfcData ");
-    for (const unsigned nth : {1U, 2U, 3U}) {
-        LinkDockService::FailCall(BleCall::kWrite, nth);
-    }
+    RefuseBleWrites(3);
     setup.log.Clear();
     EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x33)), -1);
     EXPECT_FALSE(setup.log.Has("NfcHidWrite success!") ||
                  setup.log.Has("Nfc CheckWriteTag ret: 1"));
-    LinkDockService::FailCall(BleCall::kWrite, 1);
+    RefuseBleWrites(1);
     EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
     EXPECT_TRUE(
         HasInOrder(setup.log, {"[NFC] BleClientWrite ERROR", "[NFC_log] BtReadRandomNum fail "}));
     EXPECT_EQ(number[0], 0x11);
 }
 
-TEST(Routes, AWiredTagAndABluetoothKeyboard) {
-    ForEachSeed(10, [] { BothRoutes(PcRoute::kI2c, 2, 73); });
-    ForEachSeed(10, [] { BothRoutes(PcRoute::kUsb, 5, 122); });
-    ForEachSeed(10, [] { BothRoutes(PcRoute::kHid, 8, 122); });
+TEST(Routes, WorkSideBySideWithAVisitAndANumberEach) {
+    ForEachSeed(10, [] { BothRoutes(PcRoute::kI2c, 2); });
+    ForEachSeed(10, [] { BothRoutes(PcRoute::kUsb, 5); });
+    ForEachSeed(10, [] { BothRoutes(PcRoute::kHid, 8); });
 }
 
 // The simulated keyboards are strict with every head, page and length.

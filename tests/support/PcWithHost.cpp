@@ -6,6 +6,7 @@
 
 #include "platform/NeverDestroyed.h"
 #include "platform/services/TraceLog.h"
+#include "platform/services/standin/ClientBackDoor.h"
 #include "simulator/SpbDriver.h"
 
 namespace testing_support {
@@ -19,7 +20,6 @@ platform::NeverDestroyed<std::vector<ReceivedEvent>> g_events;
 platform::NeverDestroyed<std::function<void(const ReceivedEvent&)>> g_reaction;
 
 constexpr unsigned kImageRegister = 16;
-constexpr std::size_t kNumberAfterUri = 56;  // from the image's first byte on
 
 std::size_t UriLength(std::uint8_t pcType) {
     return pcType == 2 ? 1 : 50;
@@ -66,6 +66,12 @@ Number NumberIn(NdefMessage& message) {
 
 void OnThread(std::function<void()> body) {
     CloseHandle(StartThread(std::move(body)));
+}
+
+void RefuseBleWrites(unsigned count) {
+    for (unsigned nth = 1; nth <= count; ++nth) {
+        LinkDockService::FailCall(LinkDockService::BleCall::kWrite, nth);
+    }
 }
 
 void ReactToEvents(std::function<void(const ReceivedEvent&)> reaction) {
@@ -148,6 +154,7 @@ void PcWithHost::Listen(int event, const std::uint8_t (&number)[32], int route) 
     if (reaction) {
         reaction(heard);
     }
+    EXPECT_TRUE(std::equal(copy.begin(), copy.end(), number)) << "changed during the call";
 }
 
 std::shared_ptr<NdefMessage> PcWithHost::NewMessage(std::uint8_t number,
@@ -201,7 +208,7 @@ std::string PcWithHost::ImageOnChip(std::size_t length) {
 }
 
 Number PcWithHost::NumberOnChip() {
-    const std::size_t before = kNumberAfterUri + UriLength(m_pcType);
+    const std::size_t before = NumberRegister() - kImageRegister;
     const std::string image = ImageOnChip(before + Number().size());
     Number number;
     std::copy(image.begin() + static_cast<std::ptrdiff_t>(before), image.end(), number.begin());

@@ -69,6 +69,9 @@ struct RefusedCalls {
     unsigned seen = 0;  ///< of this kind, so far
 };
 
+/// The next `count` writes over Bluetooth fail.
+void RefuseBleWrites(unsigned count);
+
 /// Every transfer and pause of the run so far: "W 00 10", "R 2", "open request", "sleep 40". The
 /// interrupt wait is left out.
 class BusRecorder {
@@ -121,7 +124,8 @@ class PcWithHost : private OneSeed {
     /// What stands on the tag from its first byte on, read by the back door: on the chip of the
     /// first driver route, or else of the keyboard.
     std::string ImageOnChip(std::size_t length);
-    /// The number at the PC type's register there.
+    /// Where the number of this PC type stands on a tag, and which one stands there.
+    unsigned NumberRegister() const { return m_pcType == 2 ? 73 : 122; }
     Number NumberOnChip();
 
     /// Sets the fault plan of the driver routes and of the HID route from its text.

@@ -22,7 +22,6 @@ class ScriptedBus final : public emulation::Driver {
   public:
     std::deque<simulator::Bytes> reads;
     bool endsAtOnce = false;    ///< in the call that starts the request, instead of later
-    std::size_t failAt = 0;     ///< this transfer of all fails with kBusError, whatever is scripted
     std::size_t transfers = 0;  ///< so far
 
     DWORD Start(const emulation::RequestPtr& request) override {
@@ -32,7 +31,8 @@ class ScriptedBus final : public emulation::Driver {
             bytes = reads.front();
             reads.pop_front();
         }
-        const bool fails = ++transfers == failAt || (isRead && bytes.empty());
+        const bool fails = isRead && bytes.empty();
+        ++transfers;
         const auto end = [request, bytes, fails] {
             fails ? request->Fail(kBusError) : request->Complete(bytes.data(), bytes.size());
         };
