@@ -158,6 +158,8 @@ struct Client {
     }
     DWORD Write() { return End(WriteFile(device, "\0", 2, nullptr, &overlapped)); }
     DWORD Read() { return End(ReadFile(device, buffer, sizeof buffer, nullptr, &overlapped)); }
+    DWORD OpenRequest() { return Control(kControlOpen); }
+    DWORD WaitForInterrupt() { return Control(kControlInterrupt); }
     DWORD Control(DWORD code) {
         return End(DeviceIoControl(device, code, nullptr, 0, nullptr, 0, nullptr, &overlapped));
     }
@@ -180,36 +182,50 @@ struct Client {
 
 TEST(FaultyDriver, FailsExactlyTheRequestsOfItsPlan) {
     emulation::UseScheduledClock({testing_support::Seed()});
-    Client bus;
+    Client client;
     Pc pc({PcRoute::kI2c}, "fanli");
+    const struct {
+        const char* plan;
+        DWORD (Client::*request)();
+        Codes codes;  // of this request again and again
+    } cases[] = {
+        {"open#1=refuse:5", &Client::Open, {5, 0}},
+        {"write#2=refuse:31 , write#3-4=fail:121", &Client::Write, {0, 31, 121, 121, 0}},
+        // The first that fits counts.
+        {"read#1=refuse:31,any#1-2=refuse:87", &Client::Read, {31, 87, 0}},
+        {"write#1=never", &Client::Write, {WAIT_TIMEOUT}},
+        {"interrupt#2=gone", &Client::WaitForInterrupt, {WAIT_TIMEOUT, 1167, 1167}},
+    };
     std::string error;
-    const auto plan = FaultPlan::Parse(
-        "open#1=refuse:5, write#2=refuse:31 , read#1=short:2,read#2=late:700,write#3-4=fail:121,"
-        "write#5=never,interrupt#2+=gone, any#3=refuse:87",
-        error);
-    ASSERT_TRUE(plan) << error;
-    pc.Faults(*plan);
-    EXPECT_EQ((Codes{bus.Open(), bus.Open()}), (Codes{5, 0}));
-    // A fault of writes comes before a fault of any request.
-    EXPECT_EQ((Codes{bus.Write(), bus.Write(), bus.Write(), bus.Write(), bus.Read()}),
-              (Codes{0, 31, 121, 121, 0}));
-    EXPECT_EQ(bus.moved, 7U);
-    const emulation::Micros before = emulation::Now();
-    EXPECT_EQ(bus.Read(), 0U);
-    EXPECT_EQ(emulation::Now() - before, 700 * kMilli + kDefaultBusLatency);
-    EXPECT_EQ(pc.chip()->BackDoor().Counters().writes, 1U);  // the others did not reach the chip
-    EXPECT_EQ(bus.Control(kControlOpen), 0U);
-    EXPECT_EQ(pc.spb()->Violations(), 0U);
-    for (const bool read : {true, false}) {
-        OVERLAPPED other{};
-        ReadFile(bus.device, bus.buffer, 1, nullptr, &other);
-        EXPECT_EQ(read ? bus.Read() : bus.Control(kControlOpen), 0U);
+    for (const auto& [plan, request, codes] : cases) {
+        pc.Faults(FaultPlan::Parse(plan, error).value());
+        for (const DWORD code : codes) {
+            EXPECT_EQ((client.*request)(), code) << plan;
+        }
     }
-    EXPECT_EQ(pc.spb()->Violations(), 2U) << "one request at a time";
-    EXPECT_EQ((Codes{bus.Write(), bus.Control(kControlInterrupt)}), Codes(2, WAIT_TIMEOUT));
-    EXPECT_EQ((Codes{bus.Control(kControlInterrupt), bus.Write()}), (Codes{1167, 1167}));
+    EXPECT_EQ(pc.chip()->BackDoor().Counters().writes, 2U) << "the others did not reach the chip";
+    pc.Faults(FaultPlan::Parse("read#1=short:2,read#2=late:700", error).value());
+    EXPECT_EQ((Codes{client.Write(), client.Read()}), Codes(2, 0));
+    EXPECT_EQ(client.moved, 7U);
+    const emulation::Micros before = emulation::Now();
+    EXPECT_EQ(client.Read(), 0U);
+    EXPECT_EQ(emulation::Now() - before, 700 * kMilli + kDefaultBusLatency);
     pc.Unplug();
-    EXPECT_EQ(bus.Open(), 2U);
+    EXPECT_EQ(client.Open(), 2U);
+}
+
+TEST(SpbDriver, CountsRequestsAtTheSameTime) {
+    emulation::UseScheduledClock({testing_support::Seed()});
+    Client client;
+    Pc pc({PcRoute::kI2c}, "fanli");
+    EXPECT_EQ((Codes{client.Open(), client.OpenRequest()}), Codes(2, 0));
+    EXPECT_EQ(pc.spb()->Violations(), 0U);
+    for (const auto request : {&Client::Read, &Client::OpenRequest}) {
+        OVERLAPPED other{};
+        ReadFile(client.device, client.buffer, 1, nullptr, &other);
+        EXPECT_EQ((client.*request)(), 0U);
+    }
+    EXPECT_EQ(pc.spb()->Violations(), 2U);
 }
 
 DWORD Random(DWORD below) {

@@ -117,35 +117,32 @@ emulation::LiveCounts Leftovers(const Flow& flow, const FaultCase& fault, const 
     constexpr emulation::LiveCounts kHandle{1, 0, 0};
     constexpr emulation::LiveCounts kThread{0, 1, 0};
     constexpr emulation::LiveCounts kWaitingThread{2, 1, 1};  // with its handle, event and request
+    using emulation::Call;
     const bool afterFlow = moment == kAfterFlow;
-    const bool isSearch =
-        fault.Refuses(emulation::Call::kEnumerate) || fault.Refuses(emulation::Call::kHid);
-    const bool deferredStays =
-        now.Logged("NfcThreadCreate fail") > 0 && now.Logged("NfcThreadCreate exit Begin") == 0;
-    const struct {
-        bool holds;
-        emulation::LiveCounts left;
-    } rows[] = {
-        {fault.Refuses(emulation::Call::kCloseHandle), kHandle},
-        // A thread that could not begin, until the next start.
-        {afterFlow && !flow.on.IsChip() &&
-             now.Logged("NFC error creating overlapped event for ") > 0,
-         kHandle},
-        // A connect that failed keeps its event for the next one.
-        {afterFlow && flow.startsDevice && flow.on.IsBle(), kHandle},
-        // A deferred call thread let go of, until its wake-up.
-        {!afterFlow && deferredStays, kThread},
-        // Of a search. All but a release would have changed what comes next.
-        {isSearch && now.worked && std::equal(&now.counts[0], &now.counts[kRead], &usual.counts[0]),
-         kHandle},
-        // The request cannot be left, so the thread waits for its end.
-        {moment == kAfterStop && fault.Refuses(emulation::Call::kCancelIoEx), kWaitingThread},
-        // A keyboard that does not refuse the interrupt wait.
-        {afterFlow && flow.on.IsHid() && fault.counter == kInterrupt && fault.maySilentlyFail,
-         kWaitingThread}};
-    const auto row =
-        std::find_if(std::begin(rows), std::end(rows), [](const auto& one) { return one.holds; });
-    return row == std::end(rows) ? emulation::LiveCounts{} : row->left;
+    const bool isCloseRefused = fault.Refuses(Call::kCloseHandle);
+    // Until the next start.
+    const bool threadDidNotBegin = afterFlow && !flow.on.IsChip() &&
+                                   now.Logged("NFC error creating overlapped event for ") > 0;
+    // For the next connect.
+    const bool failedConnectKeepsEvent = afterFlow && flow.startsDevice && flow.on.IsBle();
+    // Of a search: all but a release would have changed what comes next.
+    const bool isReleaseRefused = (fault.Refuses(Call::kEnumerate) || fault.Refuses(Call::kHid)) &&
+                                  now.worked &&
+                                  std::equal(&now.counts[0], &now.counts[kRead], &usual.counts[0]);
+    if (isCloseRefused || threadDidNotBegin || failedConnectKeepsEvent || isReleaseRefused) {
+        return kHandle;
+    }
+    // Until its wake-up.
+    const bool deferredThreadIsLetGoOf = !afterFlow && now.Logged("NfcThreadCreate fail") > 0 &&
+                                         now.Logged("NfcThreadCreate exit Begin") == 0;
+    if (deferredThreadIsLetGoOf) {
+        return kThread;
+    }
+    const bool cannotLeaveItsRequest = moment == kAfterStop && fault.Refuses(Call::kCancelIoEx);
+    const bool keyboardKeepsInterruptWait =
+        afterFlow && flow.on.IsHid() && fault.counter == kInterrupt && fault.maySilentlyFail;
+    return cannotLeaveItsRequest || keyboardKeepsInterruptWait ? kWaitingThread
+                                                               : emulation::LiveCounts{};
 }
 
 // The thread that takes a keyboard's reports does not come back by itself.
@@ -156,14 +153,9 @@ bool HasLostReports(const FaultCase& fault, const Outcome& now, const Outcome& u
            (now.Logged(kEnd) > usual.Logged(kEnd) || now.Logged(kNoEvent) > 0);
 }
 
-// In a child. Without a fault it fills what is usual, which all others are compared with.
-void RunCase(const Flow& flow, const FaultCase& fault, Outcome& usual) {
-    alarm(kRealSeconds);
-    emulation::ScheduledOptions options;
-    options.maxSteps = kMostSteps;
-    emulation::UseScheduledClock(options);
-    LinkDockService::SetDeliveryHabits(flow.on.habits);
-    PcWithHost setup({flow.on.route}, flow.on.chip);
+// Plays the flow under the fault, and then once more without it.
+Outcome Play(PcWithHost& setup, const Flow& flow, const FaultCase& fault, const Outcome& usual,
+             std::vector<LogRecorder::Line>& log) {
     flow.prepare(setup);
     PcWithHost::Pass(kSettle);
     Forget(setup.log);
@@ -174,20 +166,20 @@ void RunCase(const Flow& flow, const FaultCase& fault, Outcome& usual) {
         now.worked = flow.act(setup, kNew);
         now.took = emulation::Now() - start;
     });
-    const std::vector<LogRecorder::Line> log = setup.log.Lines();
+    log = setup.log.Lines();
     std::string lines = "\n";
     for (const LogRecorder::Line& line : log) {
         lines += line.text + "\n";
     }
-    ASSERT_LT(lines.copy(now.lines, sizeof(now.lines)), sizeof(now.lines));
+    EXPECT_LT(lines.copy(now.lines, sizeof(now.lines) - 1), sizeof(now.lines) - 1);
     now.Look(kAfterFlow, setup);
     setup.pc.Faults({});
     if (fault.losesDevice) {
         setup.pc.Unplug();
         setup.pc.Plug();
     }
-    const bool lostReports = HasLostReports(fault, now, usual);
-    if (setup.manager != nullptr && !flow.startsDevice && (fault.losesDevice || lostReports)) {
+    if (setup.manager != nullptr && !flow.startsDevice &&
+        (fault.losesDevice || HasLostReports(fault, now, usual))) {
         EXPECT_TRUE(setup.StartDevices(*setup.manager));
     }
     Forget(setup.log);
@@ -198,23 +190,14 @@ void RunCase(const Flow& flow, const FaultCase& fault, Outcome& usual) {
     PcWithHost::Pass(kSettle);
     Forget(setup.log);
     now.Look(kAfterStop, setup);
-    if (fault.name.empty()) {
-        EXPECT_NE(now.worked, flow.IsRefused()) << "without a fault" << lines;
-        usual = now;
-    }
-    const bool lasts = fault.lasts || fault.maySilentlyFail || lostReports;
-    EXPECT_LE(now.took, lasts ? flow.longest : usual.took + kLonger);
-    // From the middle on there may be nothing left but what only the log reports, as a radio.
-    const bool mustFail = fault.mustFail && (fault.nth <= 1 || !flow.success.empty());
-    EXPECT_FALSE(now.worked && (mustFail || flow.IsRefused()));
-    EXPECT_TRUE(fault.IsReached(now.counts)) << "never came to it";
-    CheckLog(flow, fault, now, log, usual);
-    CheckTag(flow, now, usual);
-    const bool undone = flow.startsDevice && !now.worked;
+    return now;
+}
+
+void CheckLive(const Flow& flow, const FaultCase& fault, const Outcome& now, const Outcome& usual) {
     for (const Moment moment : {kAfterFlow, kOnceMore, kAfterStop}) {
+        const bool isUndone = flow.startsDevice && !now.worked && moment == kAfterFlow;
         const emulation::LiveCounts& live = now.live[moment];
-        const emulation::LiveCounts& most =
-            undone && moment == kAfterFlow ? now.live[kBeforeFlow] : usual.live[moment];
+        const emulation::LiveCounts& most = isUndone ? now.live[kBeforeFlow] : usual.live[moment];
         const emulation::LiveCounts more = Leftovers(flow, fault, now, usual, moment);
         EXPECT_LE(live.handles, most.handles + more.handles) << moment;
         EXPECT_LE(live.threads, most.threads + more.threads) << moment;
@@ -222,6 +205,31 @@ void RunCase(const Flow& flow, const FaultCase& fault, Outcome& usual) {
     }
     // Those that end with their device come back with the next message.
     EXPECT_TRUE(fault.losesDevice || now.live[kOnceMore].threads >= usual.live[kOnceMore].threads);
+}
+
+// In a child. Without a fault it fills what is usual, which all others are compared with.
+void RunCase(const Flow& flow, const FaultCase& fault, Outcome& usual) {
+    alarm(kRealSeconds);
+    emulation::ScheduledOptions options;
+    options.maxSteps = kMostSteps;
+    emulation::UseScheduledClock(options);
+    LinkDockService::SetDeliveryHabits(flow.on.habits);
+    PcWithHost setup({flow.on.route}, flow.on.chip);
+    std::vector<LogRecorder::Line> log;
+    const Outcome now = Play(setup, flow, fault, usual, log);
+    if (fault.name.empty()) {
+        EXPECT_NE(now.worked, flow.IsRefused()) << "without a fault" << now.lines;
+        usual = now;
+    }
+    const bool lasts = fault.lasts || fault.maySilentlyFail || HasLostReports(fault, now, usual);
+    EXPECT_LE(now.took, lasts ? flow.longest : usual.took + kLonger);
+    // From the middle on there may be nothing left but what only the log reports, as a radio.
+    const bool mustFail = fault.mustFail && (fault.nth <= 1 || !flow.success.empty());
+    EXPECT_FALSE(now.worked && (mustFail || flow.IsRefused()));
+    EXPECT_TRUE(fault.IsReached(now.counts)) << "never came to it";
+    CheckLog(flow, fault, now, log, usual);
+    CheckTag(flow, now, usual);
+    CheckLive(flow, fault, now, usual);
 }
 
 class FaultSweep : public ::testing::TestWithParam<Flow> {};

@@ -86,19 +86,15 @@ std::string When(bool holds, const std::string& lines) {
 }
 
 // Milliseconds.
-struct Times {
-    unsigned hour;      // of operations, until the faults end
-    unsigned rounds;    // when the phones after it begin
-    unsigned shortGap;  // the longest between operations that fall into each other
-    unsigned gap;       // between others
-    unsigned longGap;   // when everybody is at rest
-    unsigned sequenceGap;
-    unsigned phoneGap;  // between two phones of the rounds, at least
-    unsigned rest;      // longer than anything that an operation leaves behind
-    unsigned fault;
-};
-constexpr Times kTimes = {3'600'000, 4'200'000, 2000,   60'000, 300'000,
-                          65'000,    20'000,    60'000, 20'000};
+constexpr unsigned kHour = 3'600'000;    // of operations, until the faults end
+constexpr unsigned kRounds = 4'200'000;  // when the phones after it begin
+constexpr unsigned kShortGap = 2000;     // the longest between operations that fall into each other
+constexpr unsigned kGap = 60'000;        // between others
+constexpr unsigned kLongGap = 300'000;   // when everybody is at rest
+constexpr unsigned kSequenceGap = 65'000;
+constexpr unsigned kPhoneGap = 20'000;  // between two phones of the rounds, at least
+constexpr unsigned kRest = 60'000;      // longer than anything that an operation leaves behind
+constexpr unsigned kFault = 20'000;
 
 class Artist {
   public:
@@ -130,7 +126,7 @@ class Artist {
     void DrawHour(bool isSequence);
     void DrawRounds();
 
-    std::string Rest() const { return "wait " + std::to_string(kTimes.rest); }
+    std::string Rest() const { return "wait " + std::to_string(kRest); }
 
     std::mt19937_64 m_engine;
     Words m_story;
@@ -163,8 +159,8 @@ std::string Artist::Filled(const std::string& lines, char byte, unsigned manager
                 : name == 'p' ? Plan()
                 : name == 's' ? Between(300, 4000)
                 : name == 'w' ? Between(0, 40)
-                : name == 'r' ? std::to_string(kTimes.rest)
-                : name == 'f' ? std::to_string(kTimes.fault)
+                : name == 'r' ? std::to_string(kRest)
+                : name == 'f' ? std::to_string(kFault)
                               : std::string(1, lines[i]);
     }
     return text;
@@ -173,13 +169,11 @@ std::string Artist::Filled(const std::string& lines, char byte, unsigned manager
 void Artist::DrawHour(bool isSequence) {
     // Operations that fall into each other, that follow at once, and that find everybody at rest.
     const std::pair<unsigned, unsigned> gaps[] = {
-        {0, kTimes.shortGap}, {kTimes.shortGap, kTimes.gap}, {kTimes.gap, kTimes.longGap}};
+        {0, kShortGap}, {kShortGap, kGap}, {kGap, kLongGap}};
     unsigned at = 1000;
     for (unsigned i = 0; i < kMostOperations; ++i) {
         const auto [low, high] = gaps[Below(3)];
-        at += !isSequence     ? low + Below(high - low)
-              : Below(8) == 0 ? kTimes.sequenceGap
-                              : Below(300);
+        at += !isSequence ? low + Below(high - low) : Below(8) == 0 ? kSequenceGap : Below(300);
         std::string lines = isSequence ? LinesBy(&Act::inSequence) : LinesBy(&Act::inHour);
         const auto has = [&](const char* word) { return lines.find(word) != std::string::npos; };
         // Detection disturbed by a fault takes such a chip for another kind, whose driver leaves
@@ -193,21 +187,21 @@ void Artist::DrawHour(bool isSequence) {
         for (std::size_t end = 0; (end = lines.find('\n', end)) != std::string::npos;) {
             lines.insert(++end, host);
         }
-        if (at < kTimes.hour) {
+        if (at < kHour) {
             lines.insert(0, "at " + std::to_string(at) + " " + host);
             m_story.push_back(lines);
         }
     }
-    m_story.push_back("join\nat " + std::to_string(kTimes.hour) + "\n" + Rest());
+    m_story.push_back("join\nat " + std::to_string(kHour) + "\n" + Rest());
 }
 
 // Phones one after the other: on their own, or so close that one falls into the watch over another;
 // some with a renewal or a read just before they come or while they are there.
 void Artist::DrawRounds() {
     std::vector<std::pair<unsigned, std::string>> lines;
-    unsigned at = kTimes.rounds;
+    unsigned at = kRounds;
     for (unsigned i = 2 + Below(4); i > 0; --i) {
-        at += Below(2) == 0 ? 50 + Below(650) : kTimes.phoneGap + Below(kTimes.phoneGap);
+        at += Below(2) == 0 ? 50 + Below(650) : kPhoneGap + Below(kPhoneGap);
         const unsigned stay = 300 + Below(3700);
         lines.emplace_back(at, "in 0 tap " + std::to_string(stay) + " " + OneOf(m_routes));
         const std::string beside = LinesBy(&Act::besidePhone);
