@@ -133,14 +133,8 @@ std::string Unexpected(const std::vector<std::string>& rest) {
     return option != rest.end() ? *option : (rest.empty() ? "" : rest.front());
 }
 
-/// The part of `text` before `mark`; empty when the mark is not there.
-std::string Before(const std::string& text, const std::string& mark) {
-    const std::size_t at = text.find(mark);
-    return at == std::string::npos ? std::string() : text.substr(0, at);
-}
-
 /// The parser's message in this program's words.
-std::string Message(const CLI::ParseError& problem, const CLI::App& app) {
+std::string Message(const CLI::ParseError& problem, const CLI::App& command) {
     const std::string text = problem.what();
     constexpr struct {
         const char* mark;
@@ -150,33 +144,46 @@ std::string Message(const CLI::ParseError& problem, const CLI::App& app) {
                      {": At Most 1 required", "", ": it is given more than once"},
                      {" was given a disallowed flag override", "--", ": it takes no value"}};
     for (const auto& [mark, dashes, meaning] : kReworded) {
-        if (const std::string option = Before(text, mark); !option.empty()) {
-            return dashes + option + meaning;
+        if (const std::size_t end = text.find(mark); end != std::string::npos) {
+            return dashes + text.substr(0, end) + meaning;
         }
     }
-    if (Before(text, "subcommand is required").empty()) {
-        return text;
-    }
-    return "A command is required (" + lab::Joined(lab::LastCommand(app).subcommands) + ")";
+    return text.find("subcommand is required") == std::string::npos
+               ? text
+               : "A command is required (" + lab::Joined(lab::WordsLike(command, "")) + ")";
+}
+
+/// The last command that the parser recognised; the program if it recognised none.
+const CLI::App& LastCommand(const CLI::App& app) {
+    const std::vector<CLI::App*> parsed = app.get_subcommands();
+    return parsed.empty() ? app : LastCommand(*parsed.front());
+}
+
+/// Without the program's name: "image show "; empty for the program.
+std::string PathOf(const CLI::App& command) {
+    const CLI::App* const parent = command.get_parent();
+    return parent == nullptr ? "" : PathOf(*parent) + command.get_name() + " ";
 }
 
 /// One line, with the call that shows what is possible.
-void PrintWrongCall(const std::string& problem, const CLI::App& app) {
-    const std::string path = lab::LastCommand(app).path;
-    lab::PrintError(problem + " (see tagport-lab " + path + (path.empty() ? "" : " ") + "--help)");
+int WrongCall(const std::string& problem, const CLI::App& app) {
+    lab::PrintError(problem + " (see tagport-lab " + PathOf(LastCommand(app)) + "--help)");
+    return lab::kExitWrongCall;
 }
 
 /// Commands have this name in the help as well, and a flag takes no value.
 void AdaptParser(CLI::App& app) {
+    const std::string path = PathOf(app);
+    app.footer(lab::HelpFooter(path.substr(0, path.rfind(' '))));
     app.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    for (CLI::Option* const option : app.get_options()) {
+        if (option->get_expected_max() == 0) {
+            option->disable_flag_override();  // "--log=no" would be no log
+        }
+    }
     for (CLI::App* const sub : app.get_subcommands([](CLI::App*) { return true; })) {
         if (!sub->get_name().empty()) {
             sub->group("Commands");
-        }
-        for (CLI::Option* const option : sub->get_options()) {
-            if (option->get_expected_max() == 0) {
-                option->disable_flag_override();  // "--log=no" would be no log
-            }
         }
         AdaptParser(*sub);
     }
@@ -210,10 +217,8 @@ int Main(int count, char** arguments) {
     AddBuild(buildApp, build);
     AddShow(showApp, show);
     AdaptParser(app);
-    lab::SetFooters(app, lab::HelpFooter);
     if (count > 1 && std::string_view(arguments[1]) == kCompleteWords) {
-        lab::WriteOutput(
-            lab::CompletedWords(lab::Commands(app), {arguments + 2, arguments + count}));
+        lab::WriteOutput(lab::CompletedWords(app, {arguments + 2, arguments + count}));
         return lab::kExitDone;
     }
     try {
@@ -237,22 +242,20 @@ int Main(int count, char** arguments) {
             // The parser's message does not contain the word in the subcommand's place.
             const std::vector<std::string> rest = app.remaining(true);
             const bool unknown = problem.get_name() == "RequiredError" && !rest.empty();
-            const lab::CommandInfo command = lab::LastCommand(app);
+            const CLI::App& command = LastCommand(app);
             const std::string word = Unexpected(rest);
             const std::string typed = word.substr(0, word.find('='));
-            PrintWrongCall(Message(problem, app) +
-                               (unknown ? ": \"" + rest.front() + "\" is unknown" : "") +
-                               lab::Suggestion(lab::WordsLike(command, word), typed),
-                           app);
-            return lab::kExitWrongCall;
+            return WrongCall(Message(problem, command) +
+                                 (unknown ? ": \"" + rest.front() + "\" is unknown" : "") +
+                                 lab::Suggestion(lab::WordsLike(command, word), typed),
+                             app);
         }
         std::ostringstream help;
         app.exit(problem, help, help);
         lab::WriteOutput(help.str());
         return lab::kExitDone;
     } catch (const lab::WrongCall& problem) {
-        PrintWrongCall(problem.what(), app);
-        return lab::kExitWrongCall;
+        return WrongCall(problem.what(), app);
     }
 }
 

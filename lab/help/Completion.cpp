@@ -1,5 +1,7 @@
+#include <CLI/CLI.hpp>
 #include <algorithm>
 
+#include "lab/Words.h"
 #include "lab/help/Help.h"
 
 namespace lab {
@@ -74,14 +76,35 @@ std::string Offered(const std::string& word, const std::string& description) {
 }
 
 /// What may stand in the place of a value or a positional: a first line, and the values.
-std::string ValuesOffered(const CommandOption& option) {
-    const bool isFile =
-        option.value.rfind("FILE", 0) == 0 || option.name == "FILE" || option.name == "LOG";
-    std::string lines = option.value == "DIR" ? "directories\n" : isFile ? "files\n" : "words\n";
-    for (const std::string& value : option.values) {
-        lines += Offered(value, "");
+std::string ValuesOffered(const CLI::Option& option) {
+    const std::string type = option.get_type_name();  // as "FILE", or "TEXT:{hex,raw}"
+    const std::string name = option.get_name(true);
+    const bool isFile = type.rfind("FILE", 0) == 0 || name == "FILE" || name == "LOG";
+    std::string lines = type == "DIR" ? "directories\n" : isFile ? "files\n" : "words\n";
+    const std::size_t open = type.find('{');
+    if (open != std::string::npos) {
+        for (const std::string& value :
+             Split(type.substr(open + 1, type.find('}') - open - 1), ',')) {
+            lines += Offered(value, "");
+        }
     }
     return lines;
+}
+
+std::vector<const CLI::App*> CommandsOf(const CLI::App& app) {
+    return app.get_subcommands([](const CLI::App* one) { return !one->get_name().empty(); });
+}
+
+/// The options that the help shows, those of groups too. A group is a command without a name.
+std::vector<const CLI::Option*> OptionsOf(const CLI::App& app) {
+    auto options =
+        app.get_options([](const CLI::Option* one) { return !one->get_group().empty(); });
+    for (const CLI::App* const group :
+         app.get_subcommands([](const CLI::App* one) { return one->get_name().empty(); })) {
+        const std::vector<const CLI::Option*> more = OptionsOf(*group);
+        options.insert(options.end(), more.begin(), more.end());
+    }
+    return options;
 }
 
 }  // namespace
@@ -90,8 +113,7 @@ std::string CompletionScript(const std::string& shell) {
     return shell == "bash" ? kBash : shell == "zsh" ? kZsh : kFish;
 }
 
-std::string CompletedWords(const std::vector<CommandInfo>& commands,
-                           std::vector<std::string> words) {
+std::string CompletedWords(const CLI::App& program, std::vector<std::string> words) {
     // Bash makes three words of "--route=i", the other shells one.
     const bool isAfterSign = words.empty() || words.back() == "=";
     words.erase(std::remove(words.begin(), words.end(), "="), words.end());
@@ -103,34 +125,52 @@ std::string CompletedWords(const std::vector<CommandInfo>& commands,
         words.back().erase(equals);
         words.emplace_back();
     }
-    const CommandInfo* command = &commands.front();
+    const CLI::App* command = &program;
     for (std::size_t i = 0; i + 1 < words.size(); ++i) {
+        const std::vector<const CLI::App*> all = CommandsOf(*command);
         const auto found = std::find_if(
-            commands.begin(), commands.end(),
-            [&](const CommandInfo& one) { return one.path == PathTo(command->path, words[i]); });
-        command = found == commands.end() ? command : &*found;
+            all.begin(), all.end(), [&](const auto* one) { return one->get_name() == words[i]; });
+        command = found == all.end() ? command : *found;
     }
     const std::string before = words.size() > 1 ? words[words.size() - 2] : "";
+    const bool isOption = words.back().rfind('-', 0) == 0;
     std::string first = "words\n";
     std::string lines;
-    for (const CommandOption& option : command->options) {
-        const bool isBefore = option.name == before || option.shortName == before;
-        if (!option.isPositional && isBefore && !before.empty() && !option.value.empty()) {
-            return ValuesOffered(option);
-        }
-        if (option.isPositional && words.back().rfind('-', 0) != 0) {
-            first = ValuesOffered(option);
-        } else if (!option.isPositional && words.back().rfind('-', 0) == 0) {
-            lines += Offered(option.name, option.description);
-            lines += option.shortName.empty() ? "" : Offered(option.shortName, option.description);
+    for (const CLI::Option* const option : OptionsOf(*command)) {
+        const std::string& description = option->get_description();
+        if (option->get_positional()) {
+            first = isOption ? first : ValuesOffered(*option);
+        } else if (option->get_expected_max() != 0 && option->check_name(before)) {
+            return ValuesOffered(*option);
+        } else if (isOption) {
+            for (const std::string& name : option->get_lnames()) {
+                lines += Offered("--" + name, description);
+            }
+            for (const std::string& name : option->get_snames()) {
+                lines += Offered("-" + name, description);
+            }
         }
     }
-    for (const CommandInfo& one : commands) {
-        const std::string name = one.path.substr(one.path.rfind(' ') + 1);
-        const bool isOf = !name.empty() && one.path == PathTo(command->path, name);
-        lines += isOf ? Offered(name, one.description) : "";
+    for (const CLI::App* const one : CommandsOf(*command)) {
+        lines += Offered(one->get_name(), one->get_description());
     }
     return first + lines;
+}
+
+std::vector<std::string> WordsLike(const CLI::App& command, const std::string& word) {
+    std::vector<std::string> words;
+    if (word.rfind('-', 0) == 0) {
+        for (const CLI::Option* const option : OptionsOf(command)) {
+            for (const std::string& name : option->get_lnames()) {
+                words.push_back("--" + name);
+            }
+        }
+    } else {
+        for (const CLI::App* const one : CommandsOf(command)) {
+            words.push_back(one->get_name());
+        }
+    }
+    return words;
 }
 
 }  // namespace lab

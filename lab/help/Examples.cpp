@@ -1,5 +1,3 @@
-#include <array>
-
 #include "lab/System.h"
 #include "lab/help/Help.h"
 #include "lab/help/ScriptHelp.h"
@@ -8,101 +6,81 @@ namespace lab {
 
 namespace {
 
-struct CommandExamples {
+enum class Shown { kAlways, kWhereAllIsSimulated, kOnPcWithDevices };
+
+// Of a command: calls, and under each what it does. Several of one command follow each other.
+constexpr struct {
     const char* path;
-    const char* text;  // pairs of lines: the call, and what it does
+    Shown shown;
+    const char* text;
+} kExamples[] = {
+    {"", Shown::kWhereAllIsSimulated, R"(  tagport-lab run
+      A phone visits a PC with a tag; no hardware is needed.
+)"},
+    {"", Shown::kOnPcWithDevices, R"(  tagport-lab run --config C:\host
+      Fills this PC's tag as the host in that directory would, and waits a minute for a phone.
+  tagport-lab run --route ble
+      A phone visits a simulated Bluetooth keyboard.
+)"},
+    {"", Shown::kAlways, R"(  tagport-lab explain customer.log
+      What happened in a log of the library, and what to do about it.
+  tagport-lab image show tag.bin
+      What a tag holds, byte by byte.
+  tagport-lab COMMAND --help
+      The options of a command, with examples.
+)"},
+    {"run", Shown::kWhereAllIsSimulated, R"(  tagport-lab run --route hid --log --bus
+      A keyboard on HID, with every line of the log and every frame.
+  tagport-lab run --seed 7
+      On the scheduled clock: no real time passes, and 7 repeats the same run.
+  tagport-lab run --seed 7 --report visit.html
+      The whole run as one page for a browser.
+  tagport-lab run --seed 7 --check --script my.lab
+      Judges visits, numbers, the tag and what is left over.
+  tagport-lab run --fault write#5=refuse:1117 --explain --seed 1
+      The fifth write of the driver fails; the log is explained as it is written.
+  printf 'tap 500\nrenew random\ntap\n' | tagport-lab run --script - --seed 1
+      A script: two visits, and a new number between them.
+  tagport-lab run --json --seed 1 | tagport-lab explain -
+      The log of a whole run in plain words.
+)"},
+    {"run", Shown::kOnPcWithDevices, R"(  tagport-lab run --config C:\host --log
+      This PC's tag for a minute, with every line of the log.
+  tagport-lab run --route ble --report visit.html
+      A simulated Bluetooth keyboard; the whole run as one page for a browser.
+  tagport-lab run --route ble --fault write#5 --explain
+      The fifth write of the client fails; the log is explained as it is written.
+  tagport-lab run --route ble --json | tagport-lab explain -
+      The log of a whole run in plain words.
+)"},
+    {"explain", Shown::kAlways, R"(  tagport-lab explain customer.log
+      Each operation, visit and failure with the line of the log, then a summary.
+  tagport-lab explain --failures app.log.2 app.log.1 app.log
+      Only what failed, in several logs.
+  zcat old.log.gz | tagport-lab explain -
+      From a pipe; tail -n +1 -f app.log follows a log that grows.
+  tagport-lab explain --json customer.log
+      An object a line, for programs.
+
+The host's sink may write anything before each line: time, process, thread and level are
+found there. Lines of other programs are counted and left out.
+)"},
+    {"image build", Shown::kAlways, R"(  tagport-lab image build --pc-type 8 --format raw -o tag.bin
+      The image for PC type 8 as bytes in a file.
+  tagport-lab image build --url example.org/tap | tagport-lab image show -
+      An image with this URI, taken apart at once.
+)"},
+    {"image show", Shown::kAlways, R"(  tagport-lab image show tag.bin
+      Each byte with its offset, its register and its field.
+  xxd -p tag.bin | tagport-lab image show -
+      The same from hexadecimal digits.
+)"},
+    {"completion", Shown::kAlways, R"(  source <(tagport-lab completion bash)
+      Completion in this bash.
+  tagport-lab completion fish > ~/.config/fish/completions/tagport-lab.fish
+      Completion in every fish.
+)"},
 };
-
-constexpr char kStatuses[] =
-    "Exit status: 0 everything worked, 1 the system reported a failure, 2 wrong call.";
-
-// Where every device is simulated.
-constexpr char kTryIt[] =
-    "  tagport-lab run\n"
-    "      A phone visits a PC with a tag; no hardware is needed.\n";
-// On a PC with devices of its own.
-constexpr char kTryItThere[] =
-    "  tagport-lab run --config C:\\host\n"
-    "      Fills this PC's tag as the host in that directory would, and waits a minute for a "
-    "phone.\n"
-    "  tagport-lab run --route ble\n"
-    "      A phone visits a simulated Bluetooth keyboard.\n";
-
-constexpr CommandExamples kRunThere{
-    "run",
-    "  tagport-lab run --config C:\\host --log\n"
-    "      This PC's tag for a minute, with every line of the log.\n"
-    "  tagport-lab run --route ble --report visit.html\n"
-    "      A simulated Bluetooth keyboard; the whole run as one page for a browser.\n"
-    "  tagport-lab run --route ble --fault write#5 --explain\n"
-    "      The fifth write of the client fails; the log is explained as it is written.\n"
-    "  tagport-lab run --route ble --json | tagport-lab explain -\n"
-    "      The log of a whole run in plain words."};
-
-constexpr std::array<CommandExamples, 6> kExamples{{
-    {"",
-     "  tagport-lab explain customer.log\n"
-     "      What happened in a log of the library, and what to do about it.\n"
-     "  tagport-lab image show tag.bin\n"
-     "      What a tag holds, byte by byte.\n"
-     "  tagport-lab COMMAND --help\n"
-     "      The options of a command, with examples."},
-    {"run",
-     "  tagport-lab run --route hid --log --bus\n"
-     "      A keyboard on HID, with every line of the log and every frame.\n"
-     "  tagport-lab run --seed 7\n"
-     "      On the scheduled clock: no real time passes, and 7 repeats the same run.\n"
-     "  tagport-lab run --seed 7 --report visit.html\n"
-     "      The whole run as one page for a browser.\n"
-     "  tagport-lab run --seed 7 --check --script my.lab\n"
-     "      Judges visits, numbers, the tag and what is left over.\n"
-     "  tagport-lab run --fault write#5=refuse:1117 --explain --seed 1\n"
-     "      The fifth write of the driver fails; the log is explained as it is written.\n"
-     "  printf 'tap 500\\nrenew random\\ntap\\n' | tagport-lab run --script - --seed 1\n"
-     "      A script: two visits, and a new number between them.\n"
-     "  tagport-lab run --json --seed 1 | tagport-lab explain -\n"
-     "      The log of a whole run in plain words."},
-    {"explain",
-     "  tagport-lab explain customer.log\n"
-     "      Each operation, visit and failure with the line of the log, then a summary.\n"
-     "  tagport-lab explain --failures app.log.2 app.log.1 app.log\n"
-     "      Only what failed, in several logs.\n"
-     "  zcat old.log.gz | tagport-lab explain -\n"
-     "      From a pipe; tail -n +1 -f app.log follows a log that grows.\n"
-     "  tagport-lab explain --json customer.log\n"
-     "      An object a line, for programs.\n"
-     "\n"
-     "The host's sink may write anything before each line: time, process, thread and level are\n"
-     "found there. Lines of other programs are counted and left out."},
-    {"image build",
-     "  tagport-lab image build --pc-type 8 --format raw -o tag.bin\n"
-     "      The image for PC type 8 as bytes in a file.\n"
-     "  tagport-lab image build --url example.org/tap | tagport-lab image show -\n"
-     "      An image with this URI, taken apart at once."},
-    {"image show",
-     "  tagport-lab image show tag.bin\n"
-     "      Each byte with its offset, its register and its field.\n"
-     "  xxd -p tag.bin | tagport-lab image show -\n"
-     "      The same from hexadecimal digits."},
-    {"completion",
-     "  source <(tagport-lab completion bash)\n"
-     "      Completion in this bash.\n"
-     "  tagport-lab completion fish > ~/.config/fish/completions/tagport-lab.fish\n"
-     "      Completion in every fish."},
-}};
-
-std::string ExamplesOf(const std::string& path) {
-    if (path == kRunThere.path && HasOwnDevices()) {
-        return kRunThere.text;
-    }
-    for (const CommandExamples& one : kExamples) {
-        if (path == one.path) {
-            return (path.empty() ? (HasOwnDevices() ? kTryItThere : kTryIt) : "") +
-                   std::string(one.text);
-        }
-    }
-    return {};
-}
 
 }  // namespace
 
@@ -111,9 +89,13 @@ std::string HelpFooter(const std::string& path) {
     for (const HelpSection& section : Grammar(path)) {
         footer += AsText(section) + "\n";
     }
-    const std::string examples = ExamplesOf(path);
-    footer += examples.empty() ? "" : "Examples:\n" + examples + "\n\n";
-    return footer + kStatuses;
+    const Shown here = HasOwnDevices() ? Shown::kOnPcWithDevices : Shown::kWhereAllIsSimulated;
+    std::string examples;
+    for (const auto& [of, shown, text] : kExamples) {
+        examples += path == of && (shown == Shown::kAlways || shown == here) ? text : "";
+    }
+    return footer + (examples.empty() ? "" : "Examples:\n" + examples + "\n") +
+           "Exit status: 0 everything worked, 1 the system reported a failure, 2 wrong call.";
 }
 
 }  // namespace lab

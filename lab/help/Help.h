@@ -5,11 +5,14 @@
 #include <string>
 #include <vector>
 
-#include "lab/help/Commands.h"
+namespace CLI {
+class App;
+}
 
 namespace lab {
 
-/// What follows the options in the help of a command: grammar, examples and exit statuses.
+/// What follows the options in the help of the command at `path` ("image show"; empty for the
+/// program): grammar, examples and exit statuses.
 std::string HelpFooter(const std::string& path);
 
 /// A script for "bash", "zsh" or "fish".
@@ -18,10 +21,9 @@ std::string CompletionScript(const std::string& shell);
 /// What may stand at the last of these words, which follow the program's name on a line. The first
 /// line is "files", "directories" or "words": what may stand there besides the words of the other
 /// lines, each with a tabulator and its description.
-std::string CompletedWords(const std::vector<CommandInfo>& commands,
-                           std::vector<std::string> words);
+std::string CompletedWords(const CLI::App& program, std::vector<std::string> words);
 
 /// The words that may stand where the parser stopped at `word`: options or commands.
-std::vector<std::string> WordsLike(const CommandInfo& command, const std::string& word);
+std::vector<std::string> WordsLike(const CLI::App& command, const std::string& word);
 
 }  // namespace lab
