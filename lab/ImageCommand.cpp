@@ -28,7 +28,6 @@ using imageformat::kModelSize;
 using imageformat::kNumberSize;
 
 constexpr std::size_t kBytesInLine = 16;
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 void KeepLine(int level, const std::wstring& line, void* context) {
     static_cast<std::vector<std::string>*>(context)->push_back(
@@ -139,13 +138,11 @@ int BuildImage(const ImageBuildOptions& options) {
 }
 
 int ShowImage(const ImageShowOptions& options) {
-    std::string input = ReadInput("", options.file);
-    if (options.format != "raw" && input.rfind(kByteOrderMark, 0) == 0) {
-        input.erase(0, kByteOrderMark.size());
-    }
-    const bool hex = options.format == "hex" || (options.format == "auto" && LooksLikeText(input));
+    const std::string input = ReadInput("", options.file);
+    const std::string_view digits = WithoutByteOrderMark(input);
+    const bool hex = options.format == "hex" || (options.format == "auto" && LooksLikeText(digits));
     const std::string image =
-        hex ? FromHex(input, options.file == "-" ? kStandardInput : options.file) : input;
+        hex ? FromHex(digits, options.file == "-" ? kStandardInput : options.file) : input;
 
     const Style style = Style::ForOutput();
     const ImageNotes notes = AnnotateImage(image);

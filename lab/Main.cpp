@@ -4,7 +4,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
 #include <exception>
 #include <functional>
 #include <limits>
@@ -33,15 +32,11 @@ std::string FirstOf(const std::vector<std::string>& names) {
 }
 
 std::uint64_t ParseSeed(const std::string& text) {
-    std::uint64_t seed = 0;
-    const char* const end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, seed);
-    if (result.ec != std::errc() || result.ptr != end) {
-        throw lab::WrongCall("--seed " + text + ": a whole number from 0 to " +
+    const auto seed = lab::WholeNumber<std::uint64_t>(text);
+    lab::RefuseIf(!seed, "--seed " + text + ": a whole number from 0 to " +
                              std::to_string(std::numeric_limits<std::uint64_t>::max()) +
                              " is needed");
-    }
-    return seed;
+    return *seed;
 }
 
 void AddRun(CLI::App& app, lab::RunOptions& run) {

@@ -2,8 +2,6 @@
 #include "lab/Script.h"
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 
 #include "lab/Failure.h"
 #include "lab/Hex.h"
@@ -26,15 +24,17 @@ constexpr std::int64_t kMaxRepeats = 1'000'000;
 constexpr std::int64_t kMaxByte = 255;
 constexpr std::size_t kMaxNested =
     16;  // nested "repeat"s; each one uses the parser's and the player's stack
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr std::string_view kBlanks = " \t\r";
 
-std::vector<std::string> WordsOf(std::string_view text) {
-    std::vector<std::string> words;
-    std::size_t at = 0;
-    while ((at = text.find_first_not_of(" \t", at)) != std::string_view::npos) {
-        const std::size_t end = std::min(text.find_first_of(" \t", at), text.size());
-        words.emplace_back(text.substr(at, end - at));
-        at = end;
+/// The words of a line before its comment. A '#' begins a comment only at the beginning of a word:
+/// "write#3=never" is one word.
+std::vector<std::string_view> WordsOf(std::string_view text) {
+    std::vector<std::string_view> words;
+    std::size_t at = text.find_first_not_of(kBlanks);
+    while (at != std::string_view::npos && text[at] != '#') {
+        const std::size_t end = std::min(text.find_first_of(kBlanks, at), text.size());
+        words.push_back(text.substr(at, end - at));
+        at = text.find_first_not_of(kBlanks, end);
     }
     return words;
 }
@@ -43,35 +43,37 @@ std::vector<std::string> WordsOf(std::string_view text) {
 class Line {
   public:
     Line(const std::string& file, std::size_t number, std::string_view text)
-        : m_file(file), m_number(number), m_text(text), m_words(WordsOf(text)) {}
+        : m_place(file + ":" + std::to_string(number) + ": "), m_words(WordsOf(text)) {}
 
+    /// The form of what comes next, for messages.
+    Line& Expect(std::string_view form) {
+        m_form = form;
+        return *this;
+    }
     bool Done() const { return m_next == m_words.size(); }
-    const std::string& Peek() const { return m_words[m_next]; }
-    std::string Next(const char* usage) {
-        RefuseIf(Done(), "the line ends too early; expected: " + std::string(usage));
-        return m_words[m_next++];
+    std::string Next() {
+        RefuseFormIf(Done(), "the line ends too early");
+        return std::string(m_words[m_next++]);
     }
-    /// The text after the words taken so far, as written.
+    /// The text from the next word on, as written; these words are taken.
     std::string Rest() {
-        std::size_t at = 0;
-        for (std::size_t word = 0; word < m_next; ++word) {
-            at = m_text.find(m_words[word], at) + m_words[word].size();
-        }
+        const std::string text = Text();
         m_next = m_words.size();
-        at = m_text.find_first_not_of(" \t", at);
-        return at == std::string_view::npos ? std::string() : std::string(m_text.substr(at));
+        return text;
     }
-    std::int64_t Number(const char* usage, std::int64_t least, std::int64_t most) {
-        return Whole(Next(usage), usage, least, most);
+    std::string Text() const {
+        return Done() ? std::string()
+                      : std::string(m_words[m_next].data(),
+                                    m_words.back().data() + m_words.back().size());
     }
-    std::int64_t Whole(const std::string& word, const char* usage, std::int64_t least,
-                       std::int64_t most) const {
-        std::int64_t value = 0;
-        const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
-        RefuseIf(error != std::errc() || end != word.data() + word.size() || value < least ||
-                     value > most,
-                 Quoted(word) + " is not a whole number from " + std::to_string(least) + " to " +
-                     std::to_string(most) + "; expected: " + usage);
+    std::int64_t Number(std::int64_t least, std::int64_t most) {
+        return Whole(Next(), least, most);
+    }
+    std::int64_t Whole(const std::string& word, std::int64_t least, std::int64_t most) const {
+        const auto value = WholeNumber<std::int64_t>(word).value_or(least - 1);
+        RefuseFormIf(value < least || value > most, Quoted(word) + " is not a whole number from " +
+                                                        std::to_string(least) + " to " +
+                                                        std::to_string(most));
         return value;
     }
     std::string Bytes(const std::string& word, std::size_t count = 0) const {
@@ -82,20 +84,18 @@ class Line {
             Fail(problem.what());
         }
     }
+    [[noreturn]] void Fail(const std::string& problem) const { throw WrongCall(m_place + problem); }
     void RefuseIf(bool wrong, const std::string& problem) const {
-        if (wrong) {
-            Fail(problem);
-        }
+        lab::RefuseIf(wrong, m_place + problem);
     }
-    [[noreturn]] void Fail(const std::string& problem) const {
-        throw WrongCall(m_file + ":" + std::to_string(m_number) + ": " + problem);
+    void RefuseFormIf(bool wrong, const std::string& problem) const {
+        RefuseIf(wrong, problem + "; expected: " + m_form);
     }
 
   private:
-    const std::string& m_file;
-    std::size_t m_number;
-    std::string_view m_text;
-    std::vector<std::string> m_words;
+    std::string m_place;
+    std::string m_form;
+    std::vector<std::string_view> m_words;
     std::size_t m_next = 0;
 };
 
@@ -127,12 +127,12 @@ std::vector<std::string> RoutesAndChips() {
 
 void TakeFields(Line& line, const Word& word, Command& command) {
     while (!line.Done()) {
-        const std::string entry = line.Next(word.usage);
+        const std::string entry = line.Next();
         const std::size_t sign = entry.find('=');
         const std::string name = entry.substr(0, sign);
         const std::string known = "[" + name + (sign == std::string::npos ? "]" : "=");
-        line.RefuseIf(std::string_view(word.usage).find(known) == std::string_view::npos,
-                      "unknown field " + Quoted(entry) + "; expected: " + word.usage);
+        line.RefuseFormIf(word.form.find(known) == std::string::npos,
+                          "unknown field " + Quoted(entry));
         std::string value = sign == std::string::npos ? "" : entry.substr(sign + 1);
         if (name == "url") {
             line.RefuseIf(value.size() > kMaxUrlSize || value.empty(),
@@ -146,126 +146,112 @@ void TakeFields(Line& line, const Word& word, Command& command) {
         } else if (name == "chip") {
             NameIn(line, value, "chip", NamesOf(simulator::kChipKinds));
         } else if (sign != std::string::npos) {
-            line.Whole(value, word.usage, 0, kMaxMilliseconds);
+            line.Whole(value, 0, kMaxMilliseconds);
         }
         command.fields[name] = value;
     }
 }
 
-void TakeExpectation(Line& line, const Word& word, Command& command) {
-    const std::string what = line.Next(word.usage);
-    if (what == "event") {
-        command.verb = Verb::kExpectEvent;
-        command.number = line.Number(word.usage, 1, 4);
-        line.RefuseIf(line.Next(word.usage) != "within",
-                      std::string("\"within\" is missing; expected: ") + word.usage);
-        command.within = line.Number(word.usage, 0, kMaxMilliseconds);
-    } else if (what == "result") {
-        command.verb = Verb::kExpectResult;
-        const std::string result = line.Next(word.usage);
-        line.RefuseIf(result != "OK" && result != "FAIL",
-                      "unknown result " + Quoted(result) + "; expected: OK or FAIL");
-        command.on = result == "OK";
-    } else {
-        line.Fail("unknown expectation " + Quoted(what) + "; expected: " + word.usage);
-    }
-}
-
-std::int64_t TakeWhole(Line& line, const Word& word) {
-    return word.takes == Takes::kByte    ? line.Number(word.usage, 0, kMaxByte)
-           : word.takes == Takes::kCount ? line.Number(word.usage, 1, kMaxRepeats)
-                                         : line.Number(word.usage, 0, kMaxMilliseconds);
+/// One of two words; true for the first.
+bool TakeSwitch(Line& line, const char* kind, const char* on, const char* off) {
+    const std::string word = line.Next();
+    line.RefuseFormIf(word != on && word != off, std::string("unknown ") + kind + Quoted(word));
+    return word == on;
 }
 
 void TakeArguments(Line& line, const Word& word, Command& command) {
-    if (word.takes == Takes::kOptionalMs) {
-        if (!line.Done()) {
-            command.number = TakeWhole(line, word);
-        }
-    } else if (word.takes == Takes::kBytes) {
-        command.argument = line.Bytes(line.Next(word.usage));
-    } else if (word.takes == Takes::kMs || word.takes == Takes::kByte ||
-               word.takes == Takes::kCount) {
-        command.number = TakeWhole(line, word);
-    } else if (word.takes == Takes::kNumber) {
-        if (!line.Done()) {
-            const std::string number = line.Next(word.usage);
-            command.argument = number == "random" ? "" : line.Bytes(number, kNumberSize);
-        }
-    } else if (word.takes == Takes::kPlan) {
-        line.RefuseIf(line.Done(), std::string("the plan is missing; expected: ") + word.usage);
+    const Verb verb = command.verb;
+    if (verb == Verb::kWait || (verb == Verb::kTap && !line.Done())) {
+        command.number = line.Number(0, kMaxMilliseconds);
+    } else if (verb == Verb::kChipStatus) {
+        command.number = line.Number(0, kMaxByte);
+    } else if (verb == Verb::kRepeat) {
+        command.number = line.Number(1, kMaxRepeats);
+    } else if (verb == Verb::kSend) {
+        command.argument = line.Bytes(line.Next());
+    } else if (verb == Verb::kRenew && !line.Done()) {
+        const std::string number = line.Next();
+        command.argument = number == "random" ? "" : line.Bytes(number, kNumberSize);
+    } else if (verb == Verb::kFault) {
+        line.RefuseFormIf(line.Done(), "the plan is missing");
         command.argument = line.Rest();
-    } else if (word.takes == Takes::kBits) {
+    } else if (verb == Verb::kChipBits) {
         for (const std::size_t size : {2U, 1U, 1U}) {
-            command.argument += line.Bytes(line.Next(word.usage), size);
+            command.argument += line.Bytes(line.Next(), size);
         }
-    } else if (word.takes == Takes::kOwn) {
+    } else if (verb == Verb::kReadMessage) {
         command.on = !line.Done();
-        line.RefuseIf(command.on && line.Next(word.usage) != "own",
-                      std::string("only \"own\" can follow; expected: ") + word.usage);
-    } else if (word.takes == Takes::kSwitch) {
-        const std::string state = line.Next(word.usage);
-        line.RefuseIf(state != "on" && state != "off",
-                      "unknown state " + Quoted(state) + "; expected: " + word.usage);
-        command.on = state == "on";
-    } else if (word.takes == Takes::kExpect) {
-        TakeExpectation(line, word, command);
+        line.RefuseFormIf(command.on && line.Next() != "own", "only \"own\" can follow");
+    } else if (verb == Verb::kListener) {
+        command.on = TakeSwitch(line, "state ", "on", "off");
+    } else if (verb == Verb::kExpectEvent && TakeSwitch(line, "expectation ", "event", "result")) {
+        command.number = line.Number(1, 4);
+        line.RefuseFormIf(line.Next() != "within", "\"within\" is missing");
+        command.within = line.Number(0, kMaxMilliseconds);
+    } else if (verb == Verb::kExpectEvent) {
+        command.verb = Verb::kExpectResult;
+        command.on = TakeSwitch(line, "result ", "OK", "FAIL");
     }
-    if (IsOneOf(command.verb, {Verb::kTap, Verb::kSend}) && !line.Done()) {
-        command.route =
-            NameIn(line, line.Next(word.usage), "route", NamesOf(simulator::kRouteKinds));
+    if (IsOneOf(verb, {Verb::kTap, Verb::kSend}) && !line.Done()) {
+        command.route = NameIn(line, line.Next(), "route", NamesOf(simulator::kRouteKinds));
     }
     if ((word.flags & kFields) != 0) {
         TakeFields(line, word, command);
     }
-    if (!line.Done()) {
-        line.Fail("too much: " + Quoted(line.Peek()) + "; expected: " + word.usage);
-    }
+    line.RefuseFormIf(!line.Done(), "too much: " + Quoted(line.Text()));
 }
 
-void TakeCommand(Line& line, const std::string& word, bool hasManager, Command& command) {
+void TakeCommand(Line& line, const std::string& name, bool hasManager, Command& command) {
     const std::vector<Word>& words = ScriptWords();
-    const auto found =
-        std::find_if(words.begin(), words.end(), [&](const Word& one) { return word == one.name; });
-    if (found == words.end()) {
-        std::vector<std::string> known = NamesOf(words);
+    const auto word = std::find_if(words.begin(), words.end(),
+                                   [&](const Word& one) { return name == one.Name(); });
+    if (word == words.end()) {
+        std::vector<std::string> known;
+        for (const Word& one : words) {
+            known.push_back(one.Name());
+        }
+        const std::string commands = Joined(known);
         known.insert(known.end(), {"end", "at", "in", "on", "host", "manager"});
-        line.Fail("unknown command " + Quoted(word) + "; expected: " + Joined(NamesOf(words)) +
-                  ", end, or a prefix: at, in, on, host, manager" + Suggestion(known, word));
+        line.Fail("unknown command " + Quoted(name) + "; expected: " + commands +
+                  ", end, or a prefix: at, in, on, host, manager" + Suggestion(known, name));
     }
     const auto refuse = [&](bool given, const char* prefix, const char* right) {
-        line.RefuseIf(given, Quoted(prefix) + " cannot come before " + Quoted(word) + "; " + right);
+        line.RefuseIf(given, Quoted(prefix) + " cannot come before " + Quoted(name) + "; " + right);
     };
-    refuse(command.in && (found->flags & kIn) == 0, "in",
+    refuse(command.in && (word->flags & kIn) == 0, "in",
            "expected: tap, enter, leave, send or chip-status");
-    refuse(hasManager && (found->flags & kManager) == 0, "manager",
+    refuse(hasManager && (word->flags & kManager) == 0, "manager",
            "expected: an operation of a manager");
-    refuse(command.host != 0 && (found->flags & kScriptOnly) != 0, "host",
+    refuse(command.host != 0 && (word->flags & kScriptOnly) != 0, "host",
            "it belongs to the script itself");
-    command.verb = found->verb;
-    TakeArguments(line, *found, command);
+    command.verb = word->verb;
+    line.Expect(word->form);
+    TakeArguments(line, *word, command);
 }
 
 /// A line may say "at MS" alone.
 void ParseCommand(Line& line, Command& command) {
+    const auto number = [&](const char* form, std::int64_t least, std::int64_t most) {
+        return line.Expect(form).Number(least, most);
+    };
     std::optional<unsigned> manager;
     while (true) {
-        const std::string word = line.Next("a command after its prefixes");
+        const std::string word = line.Expect("a command after its prefixes").Next();
         if (word == "at") {
-            command.at = line.Number("at MS [COMMAND]", 0, kMaxMilliseconds);
+            command.at = number("at MS [COMMAND]", 0, kMaxMilliseconds);
             if (line.Done()) {
                 command.number = 0;  // a wait
                 return;
             }
         } else if (word == "in") {
-            command.in = line.Number("in MS COMMAND", 0, kMaxMilliseconds);
+            command.in = number("in MS COMMAND", 0, kMaxMilliseconds);
         } else if (word == "on") {
-            command.only = NamesIn(line, line.Next("on NAME[,NAME...] COMMAND"), "route or chip",
-                                   RoutesAndChips());
+            command.only = NamesIn(line, line.Expect("on NAME[,NAME...] COMMAND").Next(),
+                                   "route or chip", RoutesAndChips());
         } else if (word == "host") {
-            command.host = static_cast<unsigned>(line.Number("host N COMMAND", 1, kMostHosts));
+            command.host = static_cast<unsigned>(number("host N COMMAND", 1, kMostHosts));
         } else if (word == "manager") {
-            manager = static_cast<unsigned>(line.Number("manager N COMMAND", 1, kMostManagers));
+            manager = static_cast<unsigned>(number("manager N COMMAND", 1, kMostManagers));
         } else {
             command.manager = manager.value_or(1);
             TakeCommand(line, word, manager.has_value(), command);
@@ -299,36 +285,19 @@ Script ParseScript(const std::string& file, std::string_view text) {
     // command of the list before it, which does not grow while the inner one is open.
     std::vector<std::vector<Command>*> open{&script.commands};
     std::size_t number = 0;
-    std::size_t at = text.rfind(kByteOrderMark, 0) == 0 ? kByteOrderMark.size() : 0;
-    while (at <= text.size()) {
-        const std::size_t end = std::min(text.find('\n', at), text.size());
-        std::string_view content = text.substr(at, end - at);
-        at = end + 1;
-        ++number;
-        // A '#' begins a comment only at the beginning of a word: "write#3=never" is one word.
-        for (std::size_t sign = content.find('#'); sign != std::string_view::npos;
-             sign = content.find('#', sign + 1)) {
-            if (sign == 0 || content[sign - 1] == ' ' || content[sign - 1] == '\t') {
-                content = content.substr(0, sign);
-                break;
-            }
-        }
-        const std::size_t last = content.find_last_not_of(" \t\r");
-        if (last == std::string_view::npos) {
-            continue;
-        }
-        content = content.substr(0, last + 1);
-        content.remove_prefix(content.find_first_not_of(" \t"));
-
-        Line line(script.file, number, content);
-        if (content == "end") {
-            line.RefuseIf(open.size() == 1, R"("end" without a "repeat" before it)");
-            open.pop_back();
+    for (const std::string& content : Split(WithoutByteOrderMark(text), '\n')) {
+        Line line(script.file, ++number, content);
+        if (line.Done()) {
             continue;
         }
         Command command;
         command.line = number;
-        command.text = content;
+        command.text = line.Text();
+        if (command.text == "end") {
+            line.RefuseIf(open.size() == 1, R"("end" without a "repeat" before it)");
+            open.pop_back();
+            continue;
+        }
         ParseCommand(line, command);
         line.RefuseIf(command.verb == Verb::kPc && (open.size() > 1 || !script.commands.empty()),
                       R"("pc" can only be the first command)");

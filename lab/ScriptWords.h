@@ -10,21 +10,6 @@
 
 namespace lab {
 
-enum class Takes {
-    kNothing,
-    kOptionalMs,
-    kMs,
-    kBytes,
-    kNumber,
-    kPlan,
-    kByte,
-    kBits,
-    kOwn,
-    kSwitch,
-    kExpect,
-    kCount
-};
-
 // Flags of a command: the prefixes that it may have, and what may follow it.
 constexpr unsigned kIn = 1;
 constexpr unsigned kManager = 2;
@@ -33,11 +18,11 @@ constexpr unsigned kFields = 8;      // those in brackets in its form
 
 struct Word {
     Verb verb;
-    Takes takes;
     unsigned flags;
-    const char* usage;           ///< its form
-    const char* meaning;         ///< what happens, without a full stop at the end
-    std::string_view name = {};  ///< the first word of the form
+    std::string_view form;
+    const char* meaning;  ///< what happens, without a full stop at the end
+
+    std::string Name() const { return std::string(form.substr(0, form.find(' '))); }
 };
 
 const std::vector<Word>& ScriptWords();

@@ -90,6 +90,11 @@ std::string Joined(const std::vector<std::string>& words, const std::string& bet
     return text;
 }
 
+std::string_view WithoutByteOrderMark(std::string_view text) {
+    constexpr std::string_view kMark = "\xEF\xBB\xBF";
+    return text.substr(text.rfind(kMark, 0) == 0 ? kMark.size() : 0);
+}
+
 std::string Suggestion(const std::vector<std::string>& allowed, const std::string& typed) {
     if (typed.size() > kLongestWord) {
         return {};

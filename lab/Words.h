@@ -3,7 +3,9 @@
 #pragma once
 
 #include <algorithm>
+#include <charconv>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,6 +37,17 @@ template <class Table>
 std::vector<std::string> NamesOf(const Table& table) {
     return NamesOf(table, [](const auto& /*row*/) { return true; });
 }
+
+/// The number that the whole text is; nothing for any other text.
+template <class Number>
+std::optional<Number> WholeNumber(std::string_view text) {
+    Number value{};
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    const bool isWhole = error == std::errc() && end == text.data() + text.size();
+    return isWhole ? std::make_optional(value) : std::nullopt;
+}
+
+std::string_view WithoutByteOrderMark(std::string_view text);
 
 /// Shows each control character, NUL included, and each byte that is not UTF-8 as \n, \r, \t or
 /// \xNN. Everything else stays unchanged, so that a second pass changes nothing.

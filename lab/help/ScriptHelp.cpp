@@ -38,7 +38,7 @@ std::vector<HelpSection> Grammar(const std::string& path) {
                          "FAIL\" follows it.",
                          {}};
     for (const Word& word : ScriptWords()) {
-        commands.entries.push_back({word.usage, word.meaning});
+        commands.entries.push_back({std::string(word.form), word.meaning});
     }
     return {std::move(commands),
             {"Prefixes of a command in a script", "", ScriptPrefixes()},
