@@ -1,10 +1,10 @@
-// Reads and writes whole files with the C library; paths with std::filesystem.
+// Reads and writes whole files. The cause of a failure is in errno, where the streams leave it.
 #include "lab/Files.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iostream>
 #include <memory>
 #include <random>
 #include <system_error>
@@ -17,11 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Closer {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, Closer>;
-
 std::string Cause() {
     return std::strerror(errno);
 }
@@ -30,62 +25,24 @@ std::string TooLong() {
     return "is longer than " + std::to_string(kInputLimit) + " bytes, the most that is read";
 }
 
-/// Bytes up to one more than the limit: the caller sees that there are too many.
-std::string ReadBounded(std::FILE* file, const std::string& place) {
+/// Reads one byte more than the limit at most: then there are too many.
+std::string ReadBounded(std::istream& stream, const std::string& place) {
     std::string bytes(kInputLimit + 1, '\0');
-    bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file));
-    FailIf(std::ferror(file) != 0, place + ": cannot be read: " + Cause());
-    if (bytes.size() > kInputLimit) {
-        throw WrongCall(place + ": " + TooLong());
-    }
+    stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    FailIf(stream.bad(), place + ": cannot be read: " + Cause());
+    bytes.resize(static_cast<std::size_t>(stream.gcount()));
+    RefuseIf(bytes.size() > kInputLimit, place + ": " + TooLong());
     return bytes;
 }
 
-/// Fails unless every byte has reached the operating system. Closes the file in any case.
-void WriteAndClose(File file, const std::string& place, std::string_view bytes) {
-    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size() &&
-                         std::fflush(file.get()) == 0;
-    const int error = errno;
-    const bool closed = std::fclose(file.release()) == 0;
-    errno = written ? errno : error;
-    FailIf(!written || !closed, place + ": cannot be written: " + Cause());
+/// Fails unless every byte has reached the operating system.
+void WriteAll(std::ofstream file, const std::string& place, std::string_view bytes,
+              const char* opening) {
+    RefuseIf(!file, place + ": cannot be " + opening + ": " + Cause());
+    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    file.close();
+    FailIf(!file, place + ": cannot be written: " + Cause());
 }
-
-/// A temporary file next to the target, removed unless it becomes the target.
-class Replacement {
-  public:
-    Replacement(fs::path target, std::string place)
-        : m_target(std::move(target)), m_temporary(m_target), m_place(std::move(place)) {
-        m_temporary += ".part" + std::to_string(std::random_device{}());
-    }
-    ~Replacement() {
-        std::error_code ignored;
-        fs::remove(m_temporary, ignored);
-    }
-    Replacement(const Replacement&) = delete;
-    Replacement& operator=(const Replacement&) = delete;
-
-    void Write(std::string_view bytes) const {
-        File file(std::fopen(m_temporary.string().c_str(), "wb"));
-        RefuseIf(file == nullptr, m_place + ": cannot be created: " + Cause());
-        WriteAndClose(std::move(file), m_place, bytes);
-    }
-    void Commit(fs::file_status old) const {
-        std::error_code error;
-        if (fs::exists(old)) {
-            fs::permissions(m_temporary, old.permissions(), error);
-        }
-        if (!error) {
-            fs::rename(m_temporary, m_target, error);
-        }
-        FailIf(error.value() != 0, m_place + ": cannot be replaced: " + error.message());
-    }
-
-  private:
-    fs::path m_target;
-    fs::path m_temporary;
-    std::string m_place;
-};
 
 fs::file_status StatusForWriting(const std::string& place, const fs::path& path) {
     std::error_code error;
@@ -99,14 +56,35 @@ bool IsReplaced(fs::file_status status) {
     return !fs::exists(status) || fs::is_regular_file(status);
 }
 
-Replacement ReplacementOf(const std::string& place, const fs::path& path, fs::file_status status) {
+/// Writes to a temporary file beside the target, which then becomes the target; or, for a trial, is
+/// removed again, as after a failure.
+void Replace(const std::string& place, const fs::path& path, fs::file_status status,
+             std::string_view bytes, bool isTrial) {
     std::error_code error;
+    const bool exists = fs::exists(status);
     // A link stays a link: the file that it names is replaced.
-    const fs::path target = fs::exists(status) ? fs::canonical(path, error) : path;
-    if (fs::exists(status) && File(std::fopen(path.string().c_str(), "r+b")) == nullptr) {
+    const fs::path target = exists ? fs::canonical(path, error) : path;
+    if (exists && !std::fstream(path, std::ios::binary | std::ios::in | std::ios::out)) {
         throw WrongCall(place + ": cannot be written: " + Cause());
     }
-    return {target, place};
+    fs::path temporary = target;
+    temporary += ".part" + std::to_string(std::random_device{}());
+    const auto remove = [](const fs::path* file) {
+        std::error_code ignored;
+        fs::remove(*file, ignored);
+    };
+    const std::unique_ptr<const fs::path, decltype(remove)> removed(&temporary, remove);
+    WriteAll(std::ofstream(temporary, std::ios::binary), place, bytes, "created");
+    if (isTrial) {
+        return;
+    }
+    if (exists) {
+        fs::permissions(temporary, status.permissions(), error);
+    }
+    if (!error) {
+        fs::rename(temporary, target, error);
+    }
+    FailIf(error.value() != 0, place + ": cannot be replaced: " + error.message());
 }
 
 }  // namespace
@@ -130,13 +108,13 @@ std::optional<std::string> FileProblem(const fs::path& path) {
     if (size > kInputLimit) {
         return TooLong();
     }
-    const File file(std::fopen(path.string().c_str(), "rb"));
-    return file == nullptr ? std::optional("cannot be read: " + Cause()) : std::nullopt;
+    return std::ifstream(path, std::ios::binary) ? std::nullopt
+                                                 : std::optional("cannot be read: " + Cause());
 }
 
 std::string ReadInput(const std::string& option, const std::string& name) {
     if (name == "-") {
-        return ReadBounded(stdin, kStandardInput);
+        return ReadBounded(std::cin, kStandardInput);
     }
     const std::string place = option.empty() ? name : option + " " + name;
     if (const auto problem = FileProblem(name)) {
@@ -144,9 +122,9 @@ std::string ReadInput(const std::string& option, const std::string& name) {
         const bool pipe = fs::is_other(name, ignored);
         throw WrongCall(place + ": " + *problem + (pipe ? ": - reads standard input" : ""));
     }
-    const File file(std::fopen(name.c_str(), "rb"));
-    RefuseIf(file == nullptr, place + ": cannot be read: " + Cause());
-    return ReadBounded(file.get(), place);
+    std::ifstream file(name, std::ios::binary);
+    RefuseIf(!file, place + ": cannot be read: " + Cause());
+    return ReadBounded(file, place);
 }
 
 void CheckReplaceable(const std::string& place, const fs::path& path) {
@@ -156,20 +134,16 @@ void CheckReplaceable(const std::string& place, const fs::path& path) {
     if (fs::equivalent(path, "/dev/stdout", error)) {
         throw WrongCall(place + ": is the file of standard output, which the run writes to");
     }
-    ReplacementOf(place, path, status).Write({});
+    Replace(place, path, status, {}, true);
 }
 
 void WriteFile(const std::string& place, const fs::path& path, std::string_view bytes) {
     const fs::file_status status = StatusForWriting(place, path);
     if (IsReplaced(status)) {
-        const Replacement replacement = ReplacementOf(place, path, status);
-        replacement.Write(bytes);
-        replacement.Commit(status);
-        return;
+        Replace(place, path, status, bytes, false);
+    } else {
+        WriteAll(std::ofstream(path, std::ios::binary), place, bytes, "written");
     }
-    File file(std::fopen(path.string().c_str(), "wb"));
-    RefuseIf(file == nullptr, place + ": cannot be written: " + Cause());
-    WriteAndClose(std::move(file), place, bytes);
 }
 
 }  // namespace lab
