@@ -1,6 +1,6 @@
 // What the simulated devices use of platform/emulation/Kernel.h, on Windows: the device lock,
 // timers on the real clock, and waits. One thread runs all timers.
-#include "testdrivers/DeviceClock.h"
+#include "testdrivers/RelayDevices.h"
 
 #include <algorithm>
 #include <chrono>

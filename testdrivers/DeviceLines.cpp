@@ -1,5 +1,6 @@
-// "phone TIME read|failed ..." and "bus KIND TIME THREAD ERROR ...". Bytes and texts that may hold
-// blanks are hexadecimal; "-" stands for none.
+// "phone TIME 1|0 URI TYPE PAYLOAD PROBLEM", 1 for a tag that was read, and "bus KIND TIME THREAD
+// ERROR PATH [KIND CODE LENGTH DATA BYTES]". Bytes and texts that may hold blanks are hexadecimal;
+// "-" stands for none.
 #include "testdrivers/DeviceLines.h"
 
 #include <sstream>
@@ -13,25 +14,25 @@ constexpr char kPhone[] = "phone";
 constexpr char kBus[] = "bus";
 constexpr char kNone[] = "-";
 
-std::string HexOf(const std::string& text) {
-    return simulator::HexOf(Bytes(text.begin(), text.end()));
+// Bytes in a line. A failed stream stays failed, so a caller looks at it once.
+struct Hex {
+    Bytes bytes;
+
+    Hex() = default;
+    explicit Hex(Bytes from) : bytes(std::move(from)) {}
+    explicit Hex(const std::string& text) : bytes(text.begin(), text.end()) {}
+    std::string Text() const { return {bytes.begin(), bytes.end()}; }
+};
+
+std::ostream& operator<<(std::ostream& out, const Hex& hex) {
+    return out << HexOf(hex.bytes);
 }
 
-// A failed stream stays failed, so a caller looks at it once.
-Bytes ReadHex(std::istream& in) {
+std::istream& operator>>(std::istream& in, Hex& hex) {
     std::string text;
     in >> text;
-    return BytesOf(text);
-}
-
-std::string ReadText(std::istream& in) {
-    const Bytes bytes = ReadHex(in);
-    return {bytes.begin(), bytes.end()};
-}
-
-bool StartsWith(std::istream& in, const char* word) {
-    std::string first;
-    return in >> first && first == word;
+    hex.bytes = BytesOf(text);
+    return in;
 }
 
 // A request as somebody else saw it.
@@ -66,71 +67,67 @@ Bytes BytesOf(const std::string& hex) {
 
 std::string LineOf(const PhoneReport& report) {
     std::ostringstream line;
-    line << kPhone << ' ' << report.time << ' ';
-    if (report.read) {
-        line << "read " << HexOf(report.reading.uri.value_or("")) << ' '
-             << HexOf(report.reading.mimeType) << ' ' << HexOf(report.reading.mimePayload);
-    } else {
-        line << "failed " << HexOf(report.problem);
-    }
+    line << kPhone << ' ' << report.time << ' ' << report.read << ' '
+         << Hex(report.reading.uri.value_or("")) << ' ' << Hex(report.reading.mimeType) << ' '
+         << Hex(report.reading.mimePayload) << ' ' << Hex(report.problem);
     return line.str();
 }
 
 std::optional<PhoneReport> PhoneFrom(const std::string& line) {
     std::istringstream in(line);
+    std::string word;
     PhoneReport report;
-    std::string outcome;
-    if (!StartsWith(in, kPhone) || !(in >> report.time >> outcome)) {
-        return std::nullopt;
-    }
-    report.read = outcome == "read";
+    Hex uri;
+    Hex mimeType;
+    Hex payload;
+    Hex problem;
+    in >> word >> report.time >> report.read >> uri >> mimeType >> payload >> problem;
     if (report.read) {
-        report.reading.uri = ReadText(in);
-        report.reading.mimeType = ReadText(in);
-        report.reading.mimePayload = ReadHex(in);
-    } else {
-        report.problem = ReadText(in);
+        report.reading.uri = uri.Text();
     }
-    return in ? std::optional(report) : std::nullopt;
+    report.reading.mimeType = mimeType.Text();
+    report.reading.mimePayload = payload.bytes;
+    report.problem = problem.Text();
+    return in && word == kPhone ? std::optional(report) : std::nullopt;
 }
 
 std::string LineOf(const emulation::TraceEvent& event) {
     std::ostringstream line;
     line << kBus << ' ' << static_cast<int>(event.kind) << ' ' << event.time << ' ' << event.thread
-         << ' ' << event.error << ' ';
-    if (event.request == nullptr) {
-        line << HexOf(event.text);
-    } else {
+         << ' ' << event.error << ' ' << Hex(event.text);
+    if (event.request != nullptr) {
         const emulation::Request& request = *event.request;
-        line << static_cast<int>(request.kind()) << ' ' << request.controlCode() << ' '
-             << request.length() << ' ' << HexOf(request.data()) << ' ' << HexOf(event.bytes);
+        line << ' ' << static_cast<int>(request.kind()) << ' ' << request.controlCode() << ' '
+             << request.length() << ' ' << Hex(request.data()) << ' ' << Hex(event.bytes);
     }
     return line.str();
 }
 
 std::optional<emulation::TraceEvent> TraceFrom(const std::string& line) {
     std::istringstream in(line);
+    std::string word;
     emulation::TraceEvent event;
     int kind = 0;
-    if (!StartsWith(in, kBus) || !(in >> kind >> event.time >> event.thread >> event.error)) {
+    Hex text;
+    if (!(in >> word >> kind >> event.time >> event.thread >> event.error >> text) ||
+        word != kBus) {
         return std::nullopt;
     }
     event.kind = static_cast<emulation::TraceEvent::Kind>(kind);
-    if (event.kind == emulation::TraceEvent::Kind::kOpen) {
-        event.text = ReadText(in);
-    } else {
-        int requestKind = 0;
-        DWORD code = 0;
-        std::size_t length = 0;
-        in >> requestKind >> code >> length;
-        Bytes data = ReadHex(in);
-        event.bytes = ReadHex(in);
+    event.text = text.Text();
+    int requestKind = 0;
+    DWORD code = 0;
+    std::size_t length = 0;
+    Hex data;
+    Hex bytes;
+    if (in >> requestKind >> code >> length >> data >> bytes) {
+        event.bytes = bytes.bytes;
         event.count = event.bytes.size();
         event.request =
             std::make_shared<SeenRequest>(static_cast<emulation::Request::Kind>(requestKind), code,
-                                          std::move(data), length, event.thread);
+                                          data.bytes, length, event.thread);
     }
-    return in ? std::optional(event) : std::nullopt;
+    return event;
 }
 
 }  // namespace simulator

@@ -2,24 +2,31 @@
 // as lines on standard input, and each gets one line on standard output: "ok", maybe with a result,
 // or "error" with the reason. Lines that begin with "phone" or "bus" come at any time.
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
+#include <deque>
 #include <iostream>
-#include <map>
+#include <iterator>
+#include <limits>
 #include <mutex>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/emulation/Kernel.h"
 #include "simulator/Pc.h"
-#include "testdrivers/DeviceClock.h"
 #include "testdrivers/DeviceLines.h"
 #include "testdrivers/DriverService.h"
+#include "testdrivers/NtStatus.h"
+#include "testdrivers/RelayDevices.h"
 #include "testdrivers/hid/HidInstall.h"
 
 namespace {
 
+using simulator::FaultPlan;
+using simulator::FaultTarget;
 using simulator::Micros;
 using simulator::Pc;
 
@@ -31,12 +38,6 @@ constexpr char kUsage[] =
     "                                    them\n"
     "       tagport-devices --unload     stop the test drivers and remove them\n"
     "Exit status: 0 done, 1 with the reason when not, 2 for a wrong call.\n";
-constexpr char kHelp[] =
-    "pc ROUTES [CHIP] | tap IN STAY [ROUTE] | enter IN | leave IN | send IN HEX | chip-status IN "
-    "STATUS | "
-    "chip-bits REGISTER MASK VALUE | fault PLAN|none | unplug | plug | memory | status | "
-    "bus on|off | quit";
-
 constexpr wchar_t kRelayDriver[] = L"tagport-relay";  // service; the file is NAME.sys
 
 void Say(const std::string& line) {
@@ -46,32 +47,30 @@ void Say(const std::string& line) {
     std::fflush(stdout);
 }
 
-// The words of a command after the first; throws std::invalid_argument for what is wrong.
+// A command and its arguments; each call takes the next one. Throws std::invalid_argument for one
+// that is wrong.
 class Words {
   public:
-    explicit Words(const std::string& line) : m_in(line) { m_in >> m_command; }
+    explicit Words(const std::string& line) {
+        std::istringstream in(line);
+        m_words.assign(std::istream_iterator<std::string>(in), {});
+    }
 
-    const std::string& command() const { return m_command; }
-    std::string Word(const char* what, const char* otherwise = nullptr) {
-        std::string word;
-        if (m_in >> word) {
-            return word;
+    std::ptrdiff_t Left() const { return static_cast<std::ptrdiff_t>(m_words.size()); }
+    std::string Text(const char* otherwise = "") {
+        if (m_words.empty()) {
+            return otherwise;
         }
-        if (otherwise == nullptr) {
-            throw std::invalid_argument(std::string("the ") + what + " is missing");
-        }
-        return otherwise;
+        const std::string word = m_words.front();
+        m_words.pop_front();
+        return word;
     }
     unsigned long Number(const char* what, unsigned long most, int base = 10) {
-        const std::string word = Word(what);
-        std::size_t used = 0;
+        const std::string word = Text();
+        const char* const end = word.data() + word.size();
         unsigned long number = 0;
-        try {
-            number = std::stoul(word, &used, base);
-        } catch (const std::exception&) {
-            used = 0;
-        }
-        if (used != word.size() || word[0] == '-' || number > most) {
+        const auto [last, error] = std::from_chars(word.data(), end, number, base);
+        if (error != std::errc() || last != end || number > most) {
             throw std::invalid_argument(std::string(what) + " \"" + word + "\": a number up to " +
                                         std::to_string(most) + " is needed");
         }
@@ -81,106 +80,136 @@ class Words {
         constexpr unsigned long kLongest = 1'000'000'000;
         return static_cast<Micros>(Number(what, kLongest)) * emulation::kMillisecond;
     }
-    std::string Rest() {
-        std::string rest;
-        std::getline(m_in >> std::ws, rest);
-        return rest;
-    }
-    void End() {
-        std::string word;
-        if (m_in >> word) {
-            throw std::invalid_argument("\"" + word + "\" is too much");
-        }
-    }
 
   private:
-    std::istringstream m_in;
-    std::string m_command;
+    std::deque<std::string> m_words;
 };
+
+void Report(const simulator::PhoneReport& report) {
+    Say(simulator::LineOf(report));
+}
+
+simulator::PcRoute RouteOf(const std::string& name) {
+    const auto* const kind = simulator::FindKind(simulator::kRouteKinds, name);
+    // The Bluetooth client is a part of the host's process: its keyboard cannot be here.
+    if (kind == nullptr || !kind->IsDevice()) {
+        throw std::invalid_argument("route \"" + name + "\": i2c, usb or hid is needed");
+    }
+    return kind->route;
+}
+
+// The requests of a chip's route that end in the host's call: those that the plan refuses, the
+// first such entry of each kind; and on the USB route what the plan leaves alone of those that take
+// no time at the chip, the opening of the peripheral and the two bytes of an address.
+RelayRules RulesOf(simulator::PcRoute route, const FaultPlan& plan) {
+    constexpr std::uint32_t kAddressSize = 2;
+    constexpr std::uint32_t kAlways = std::numeric_limits<std::uint32_t>::max();
+    constexpr std::pair<FaultTarget, RelayRule> kUsbRules[TAGPORT_RELAY_MOST_RULES] = {
+        {FaultTarget::kRead, {kRelayRead, 0, 0, 0, 0, 0}},
+        {FaultTarget::kWrite, {kRelayWrite, 0, kAddressSize, 0, kAlways, 0}},
+        {FaultTarget::kControl, {kRelayControl, simulator::kControlOpen, 0, 0, kAlways, 0}},
+        {FaultTarget::kInterrupt, {kRelayControl, simulator::kControlInterrupt, 0, 0, 0, 0}}};
+    const bool isUsb = route == simulator::PcRoute::kUsb;
+    RelayRules rules = {};
+    rules.device = isUsb ? kRelayUsb : kRelayI2c;
+    RelayRule* rule = rules.rules;
+    for (const auto& [target, usbRule] : kUsbRules) {
+        const auto fault = std::find_if(
+            plan.faults.begin(), plan.faults.end(), [wanted = target](const simulator::Fault& one) {
+                return one.target == wanted || one.target == FaultTarget::kAny;
+            });
+        if (fault == plan.faults.end()) {
+            *rule = isUsb ? usbRule : RelayRule{};
+        } else if (fault->target == target && fault->action == simulator::FaultAction::kRefuse) {
+            const std::uint32_t before = fault->first - 1;
+            *rule = {usbRule.kind, usbRule.controlCode,  0,
+                     before,       fault->last - before, simulator::StatusOf(fault->value)};
+        }
+        ++rule;
+    }
+    return rules;
+}
 
 class BackDoor {
   public:
     /// The result of a command, for the line after "ok".
     std::string Do(const std::string& line) {
         Words words(line);
-        const auto found = kCommands.find(words.command());
-        if (found == kCommands.end()) {
-            throw std::invalid_argument("there is no command \"" + words.command() +
-                                        "\"; \"help\" " + "lists them");
+        const std::string name = words.Text();
+        const auto command =
+            std::find_if(kCommands.begin(), kCommands.end(),
+                         [&](const Command& one) { return name == Words(one.form).Text(); });
+        if (command == kCommands.end()) {
+            throw std::invalid_argument("there is no command \"" + name +
+                                        "\"; \"help\" lists them");
         }
-        if (m_pc == nullptr && found->second.needsPc) {
+        if (m_pc == nullptr && command->needsPc) {
             throw std::invalid_argument("there is no PC: \"pc ROUTES [CHIP]\" is needed before");
         }
-        return (this->*found->second.run)(words);
+        const std::string form = command->form;
+        const auto most = Words(form).Left() - 1;
+        const auto least = most - std::count(form.begin(), form.end(), '[');
+        if (words.Left() < least || (words.Left() > most && form.find("...") == form.npos)) {
+            throw std::invalid_argument("the command is: " + form);
+        }
+        return (this->*command->run)(words);
     }
+
+    bool IsClosed() const { return m_closed; }
 
   private:
-    struct Entry {
-        std::string (BackDoor::*run)(Words& words);
+    struct Command {
+        const char* form;  // a word for each argument; "[" begins one that can be left out
         bool needsPc;
+        std::string (BackDoor::*run)(Words& words);
     };
-    static const std::map<std::string, Entry> kCommands;
+    static const std::vector<Command> kCommands;
 
-    static simulator::PcRoute RouteOf(const std::string& name) {
-        const auto* const kind = simulator::FindKind(simulator::kRouteKinds, name);
-        // The Bluetooth client is a part of the host's process: its keyboard cannot be here.
-        if (kind == nullptr || !kind->IsDevice()) {
-            throw std::invalid_argument("route \"" + name + "\": i2c, usb or hid is needed");
+    std::string Help(Words& /*words*/) {
+        std::string text;
+        for (const Command& command : kCommands) {
+            text += (text.empty() ? "" : " | ") + std::string(command.form);
         }
-        return kind->route;
+        return text;
     }
-    static simulator::Phone::Reporter Reporter() {
-        return [](const simulator::PhoneReport& report) { Say(simulator::LineOf(report)); };
-    }
-
-    std::string Help(Words& /*words*/) { return kHelp; }
     std::string CreatePc(Words& words) {
         if (m_pc != nullptr) {
             throw std::invalid_argument("there is a PC already");
         }
         std::vector<simulator::PcRoute> routes;
-        std::istringstream list(words.Word("list of routes"));
+        std::istringstream list(words.Text());
         for (std::string name; std::getline(list, name, ',');) {
             routes.push_back(RouteOf(name));
         }
-        const std::string chip = words.Word("chip", "fm11nt081");
-        words.End();
-        m_pc = new Pc(routes, chip);
+        m_pc = new Pc(routes, words.Text("fm11nt081"));
         m_routes = routes;
+        SendRules();
         return {};
     }
     std::string Tap(Words& words) {
         const Micros in = words.Milliseconds("time");
         const Micros stay = words.Milliseconds("stay");
-        const std::string name = words.Word("route", "");
-        words.End();
-        const simulator::PcRoute route = name.empty() ? m_routes.front() : RouteOf(name);
-        if (std::find(m_routes.begin(), m_routes.end(), route) == m_routes.end()) {
+        const std::string name = words.Text();
+        if (m_pc->TapPhone(name.empty() ? m_routes.front() : RouteOf(name), in, stay, Report) ==
+            nullptr) {
             throw std::invalid_argument("the PC has no tag on the " + name + " route");
         }
-        m_pc->TapPhone(route, in, stay, Reporter());
         return {};
     }
     std::string Enter(Words& words) {
-        const Micros in = words.Milliseconds("time");
-        words.End();
-        m_pc->HoldPhone(in, Reporter());
+        m_pc->HoldPhone(words.Milliseconds("time"), Report);
+        return {};
+    }
+    std::string Leave(Words& words) {
+        m_pc->TakePhone(words.Milliseconds("time"));
         return {};
     }
     std::string Send(Words& words) {
         const Micros in = words.Milliseconds("time");
-        const simulator::Bytes bytes = simulator::BytesOf(words.Word("bytes"));
-        words.End();
         if (m_pc->keyboard() == nullptr) {
             throw std::invalid_argument("the PC has no keyboard");
         }
-        m_pc->SendFromKeyboard(simulator::PcRoute::kHid, in, bytes);
-        return {};
-    }
-    std::string Leave(Words& words) {
-        const Micros in = words.Milliseconds("time");
-        words.End();
-        m_pc->TakePhone(in);
+        m_pc->SendFromKeyboard(simulator::PcRoute::kHid, in, simulator::BytesOf(words.Text()));
         return {};
     }
     simulator::ChipBackDoor& Chip() {
@@ -192,9 +221,7 @@ class BackDoor {
     std::string ChipStatus(Words& words) {
         const Micros in = words.Milliseconds("time");
         const auto status = static_cast<std::uint8_t>(words.Number("status", 0xFF));
-        words.End();
-        simulator::ChipBackDoor& chip = Chip();
-        emulation::After(in, [&chip, status] {
+        emulation::After(in, [&chip = Chip(), status] {
             if (!chip.RaiseStatus(emulation::Now(), status, 0)) {
                 Say("note this chip has no status");
             }
@@ -206,7 +233,6 @@ class BackDoor {
         const auto reg = static_cast<unsigned>(words.Number("register", kLastRegister, 16));
         const auto mask = static_cast<std::uint8_t>(words.Number("mask", 0xFF, 16));
         const auto value = static_cast<std::uint8_t>(words.Number("value", 0xFF, 16));
-        words.End();
         const emulation::DeviceLock lock;
         if (!Chip().StickBits(reg, mask, value)) {
             throw std::invalid_argument("only FM11N chips have such bits");
@@ -214,32 +240,47 @@ class BackDoor {
         return {};
     }
     std::string Fault(Words& words) {
-        const std::string text = words.Rest();
+        std::string text = words.Text();
+        while (words.Left() > 0) {
+            text += " " + words.Text();
+        }
         std::string error;
-        const auto plan = simulator::FaultPlan::Parse(text == "none" ? "" : text, error);
+        const auto plan = FaultPlan::Parse(text == "none" ? "" : text, error);
         if (!plan) {
             throw std::invalid_argument("\"" + text + "\": " + error);
         }
         m_pc->Faults(*plan);
+        m_plan = *plan;
+        SendRules();
         return {};
     }
-    std::string Unplug(Words& words) {
-        words.End();
+    void SendRules() {
+        for (const simulator::PcRoute route : m_routes) {
+            if (!simulator::KindOf(route).IsKeyboard()) {
+                emulation::SetRules(RulesOf(route, m_plan));
+            }
+        }
+    }
+    std::string Cancel(Words& /*words*/) {
+        Chip();
+        const emulation::DeviceLock lock;
+        m_pc->faulty()->Close();
+        return {};
+    }
+    std::string Unplug(Words& /*words*/) {
         m_pc->Unplug();
         return {};
     }
-    std::string Plug(Words& words) {
-        words.End();
+    std::string Plug(Words& /*words*/) {
         m_pc->Plug();
+        SendRules();
         return {};
     }
-    std::string Memory(Words& words) {
-        words.End();
+    std::string Memory(Words& /*words*/) {
         const emulation::DeviceLock lock;
         return simulator::HexOf(m_pc->TagMemory());
     }
-    std::string Status(Words& words) {
-        words.End();
+    std::string Status(Words& /*words*/) {
         const emulation::DeviceLock lock;
         std::ostringstream text;
         text << "faults=" << (m_pc->faulty() == nullptr ? 0 : m_pc->faulty()->FaultsHit());
@@ -253,8 +294,7 @@ class BackDoor {
         return text.str();
     }
     std::string Bus(Words& words) {
-        const std::string state = words.Word("state");
-        words.End();
+        const std::string state = words.Text();
         if (state != "on" && state != "off") {
             throw std::invalid_argument("\"" + state + "\": on or off is needed");
         }
@@ -265,29 +305,41 @@ class BackDoor {
         return {};
     }
 
+    std::string Quit(Words& /*words*/) {
+        m_closed = true;
+        return {};
+    }
+
+    bool m_closed = false;
     Pc* m_pc = nullptr;  // never destroyed: the end of the process takes the devices away
     std::vector<simulator::PcRoute> m_routes;
+    FaultPlan m_plan;
 };
 
-const std::map<std::string, BackDoor::Entry> BackDoor::kCommands{
-    {"help", {&BackDoor::Help, false}},         {"pc", {&BackDoor::CreatePc, false}},
-    {"bus", {&BackDoor::Bus, false}},           {"tap", {&BackDoor::Tap, true}},
-    {"enter", {&BackDoor::Enter, true}},        {"leave", {&BackDoor::Leave, true}},
-    {"send", {&BackDoor::Send, true}},          {"chip-status", {&BackDoor::ChipStatus, true}},
-    {"chip-bits", {&BackDoor::ChipBits, true}}, {"fault", {&BackDoor::Fault, true}},
-    {"unplug", {&BackDoor::Unplug, true}},      {"plug", {&BackDoor::Plug, true}},
-    {"memory", {&BackDoor::Memory, true}},      {"status", {&BackDoor::Status, true}},
+const std::vector<BackDoor::Command> BackDoor::kCommands{
+    {"pc ROUTES [CHIP]", false, &BackDoor::CreatePc},
+    {"tap IN STAY [ROUTE]", true, &BackDoor::Tap},
+    {"enter IN", true, &BackDoor::Enter},
+    {"leave IN", true, &BackDoor::Leave},
+    {"send IN HEX", true, &BackDoor::Send},
+    {"chip-status IN STATUS", true, &BackDoor::ChipStatus},
+    {"chip-bits REGISTER MASK VALUE", true, &BackDoor::ChipBits},
+    {"fault PLAN...|none", true, &BackDoor::Fault},
+    {"cancel", true, &BackDoor::Cancel},
+    {"unplug", true, &BackDoor::Unplug},
+    {"plug", true, &BackDoor::Plug},
+    {"memory", true, &BackDoor::Memory},
+    {"status", true, &BackDoor::Status},
+    {"bus on|off", false, &BackDoor::Bus},
+    {"help", false, &BackDoor::Help},
+    {"quit", false, &BackDoor::Quit},
 };
 
 void Serve() {
     BackDoor& door = *new BackDoor;
-    for (std::string line; std::getline(std::cin, line);) {
+    for (std::string line; !door.IsClosed() && std::getline(std::cin, line);) {
         if (!line.empty() && line.back() == '\r') {
             line.pop_back();
-        }
-        if (line == "quit") {
-            Say("ok");
-            return;
         }
         try {
             const std::string result = door.Do(line);

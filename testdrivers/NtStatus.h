@@ -9,36 +9,29 @@ namespace simulator {
 
 /// A code without a status of its own is wrapped; Win32 gives its low 16 bits back.
 constexpr std::uint32_t StatusOf(DWORD error) {
+    constexpr struct {
+        DWORD error;
+        std::uint32_t status;
+    } kStatuses[] = {{ERROR_SUCCESS, 0},
+                     {ERROR_INVALID_FUNCTION, 0xC0000010},
+                     {ERROR_FILE_NOT_FOUND, 0xC0000034},
+                     {ERROR_ACCESS_DENIED, 0xC0000022},
+                     {ERROR_INVALID_HANDLE, 0xC0000008},
+                     {ERROR_GEN_FAILURE, 0xC0000001},
+                     {ERROR_SHARING_VIOLATION, 0xC0000043},
+                     {ERROR_INVALID_PARAMETER, 0xC000000D},
+                     {ERROR_SEM_TIMEOUT, 0xC00000B5},
+                     {ERROR_OPERATION_ABORTED, 0xC0000120},
+                     {ERROR_IO_DEVICE, 0xC0000185},
+                     {ERROR_DEVICE_NOT_CONNECTED, 0xC000009D}};
+    for (const auto& row : kStatuses) {
+        if (row.error == error) {
+            return row.status;
+        }
+    }
     constexpr std::uint32_t kWrapped = 0x80070000;
     constexpr std::uint32_t kCodeMask = 0x0000FFFF;
-    switch (error) {
-        case ERROR_SUCCESS:
-            return 0;
-        case ERROR_INVALID_FUNCTION:
-            return 0xC0000010;
-        case ERROR_FILE_NOT_FOUND:
-            return 0xC0000034;
-        case ERROR_ACCESS_DENIED:
-            return 0xC0000022;
-        case ERROR_INVALID_HANDLE:
-            return 0xC0000008;
-        case ERROR_GEN_FAILURE:
-            return 0xC0000001;
-        case ERROR_SHARING_VIOLATION:
-            return 0xC0000043;
-        case ERROR_INVALID_PARAMETER:
-            return 0xC000000D;
-        case ERROR_SEM_TIMEOUT:
-            return 0xC00000B5;
-        case ERROR_OPERATION_ABORTED:
-            return 0xC0000120;
-        case ERROR_IO_DEVICE:
-            return 0xC0000185;
-        case ERROR_DEVICE_NOT_CONNECTED:
-            return 0xC000009D;
-        default:
-            return kWrapped | (error & kCodeMask);
-    }
+    return kWrapped | (error & kCodeMask);
 }
 
 }  // namespace simulator

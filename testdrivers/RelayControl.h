@@ -13,7 +13,7 @@ namespace simulator {
 class RelayControl {
   public:
     /// `name` is one of the TAGPORT_RELAY_..._CONTROL. Throws std::runtime_error when the driver
-    /// is not loaded or another process holds its devices.
+    /// is not loaded or another process keeps its devices for 5 s.
     explicit RelayControl(const std::wstring& name);
     /// Fails every pending request, and removes the devices.
     ~RelayControl();
@@ -28,14 +28,14 @@ class RelayControl {
     /// Ends a request. False when the driver refused the call; a request that has ended already is
     /// no error.
     bool Answer(const RelayAnswer& answer);
-    /// Gives a last-error code, or zero.
+    /// Both return a last-error code, or zero.
     DWORD Plug(RelayDevice device, std::uint32_t present);
+    DWORD SetRules(const RelayRules& rules);
 
   private:
-    DWORD Control(DWORD code, void* in, DWORD inSize);
+    DWORD Control(DWORD code, const void* in, DWORD inSize, void* out = nullptr, DWORD outSize = 0);
 
-    HANDLE m_handle;
-    HANDLE m_nextEvent;
+    HANDLE m_handle = INVALID_HANDLE_VALUE;
     HANDLE m_stop;
 };
 

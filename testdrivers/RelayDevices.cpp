@@ -14,6 +14,7 @@
 #include "simulator/SpbDriver.h"
 #include "testdrivers/NtStatus.h"
 #include "testdrivers/RelayControl.h"
+#include "testdrivers/RelayDevices.h"
 #include "testdrivers/hid/HidInstall.h"
 
 namespace emulation {
@@ -201,17 +202,18 @@ Relay& RelayOf(const std::wstring& controlName) {
     return relay;
 }
 
+void ThrowIfRefused(DWORD error, RelayDevice which, const char* what) {
+    if (error != ERROR_SUCCESS) {
+        throw std::runtime_error(Narrow(kPaths[which]) + what + ", error " + std::to_string(error));
+    }
+}
+
 void SetDevice(RelayDevice which, const wchar_t* controlName, std::shared_ptr<Driver> driver) {
     const DeviceLock lock;
     const bool present = driver != nullptr;
     TheDevices().drivers.at(which) = std::move(driver);
-    const DWORD error = RelayOf(controlName).control->Plug(which, present ? 1U : 0U);
-    if (error != ERROR_SUCCESS) {
-        throw std::runtime_error(
-            Narrow(kPaths[which]) +
-            (present ? " cannot be added, error " : " cannot be removed, error ") +
-            std::to_string(error));
-    }
+    ThrowIfRefused(RelayOf(controlName).control->Plug(which, present ? 1U : 0U), which,
+                   present ? " cannot be added" : " cannot be removed");
 }
 
 RelayDevice SpbByPath(const std::wstring& path) {
@@ -254,6 +256,12 @@ void AddHidInterface(const HidInterface& interface, std::shared_ptr<Driver> driv
 void RemoveHidInterfaces() {
     SetDevice(kRelayHid, TAGPORT_RELAY_HID_CONTROL, nullptr);
     AwaitHid(false);
+}
+
+void SetRules(const RelayRules& rules) {
+    const DeviceLock lock;
+    ThrowIfRefused(RelayOf(TAGPORT_RELAY_SPB_CONTROL).control->SetRules(rules),
+                   static_cast<RelayDevice>(rules.device), " takes no rules");
 }
 
 void SetTracer(Tracer tracer) {

@@ -17,6 +17,7 @@
 #define TAGPORT_RELAY_NEXT 0x00222400u   /* out: RelayMessage; pending until there is one */
 #define TAGPORT_RELAY_ANSWER 0x00222404u /* in: RelayAnswer */
 #define TAGPORT_RELAY_PLUG 0x00222408u   /* in: RelayPlug */
+#define TAGPORT_RELAY_RULES 0x0022240Cu  /* in: RelayRules */
 
 #define TAGPORT_RELAY_MOST_BYTES 1024u /* of one request; a longer one is refused by the driver */
 
@@ -56,6 +57,24 @@ struct RelayAnswer {
 struct RelayPlug {
     uint32_t device;
     uint32_t present; /* 0: every pending request fails, and the device is gone */
+};
+
+/* Requests that a driver ends at once, in the host's call, where every other one becomes pending
+ * first. The process gets them all the same, and its answer is ignored. Not for the keyboard. */
+struct RelayRule {
+    uint32_t kind; /* kRelayRead, kRelayWrite or kRelayControl; 0 for no rule */
+    uint32_t controlCode;
+    uint32_t length; /* of the request; 0 for any */
+    uint32_t before; /* so many such requests become pending first */
+    uint32_t count;  /* and so many then end at once */
+    uint32_t status; /* NTSTATUS; with 0 a write has moved all its bytes, and nothing else any */
+};
+
+#define TAGPORT_RELAY_MOST_RULES 4u
+
+struct RelayRules {
+    uint32_t device;
+    struct RelayRule rules[TAGPORT_RELAY_MOST_RULES]; /* in place of those so far */
 };
 
 /* RelayPlug.present for a keyboard whose reports are longer than those of a host. */

@@ -1,13 +1,15 @@
 /* Messages, pending requests, and the control device. */
 #include "testdrivers/RelayQueue.h"
 
+#define CONTROL_TYPE 0x8022u /* of the control device alone */
+
 static DEVICE_OBJECT* g_control;
 static const struct RelayHooks* g_hooks;
 
 /* Guards the variables up to g_lastId, and the fields of items. */
 static KSPIN_LOCK g_lock;
 static LIST_ENTRY g_messages; /* items that wait for a TAGPORT_RELAY_NEXT */
-static LIST_ENTRY g_pending;  /* items of requests that wait for their answer */
+static LIST_ENTRY g_pending;  /* IRPs of hosts that wait for their answer */
 static LIST_ENTRY g_nexts;    /* IRPs of TAGPORT_RELAY_NEXT */
 static FILE_OBJECT* g_owner;  /* the device process's handle */
 static int g_closing;         /* its handle is closed; nobody may own the device before the end */
@@ -36,21 +38,41 @@ NTSTATUS Complete(PIRP irp, NTSTATUS status, ULONG_PTR information) {
     return status;
 }
 
+NTSTATUS CompleteAsItIs(PIRP irp) {
+    return Complete(irp, irp->IoStatus.Status, irp->IoStatus.Information);
+}
+
+static PIRP IrpOf(PLIST_ENTRY entry) {
+    return CONTAINING_RECORD(entry, IRP, Tail.Overlay.ListEntry);
+}
+
+/* NULL for the IRP of a TAGPORT_RELAY_NEXT. */
+static struct Item* ItemOf(PIRP irp) {
+    return (struct Item*)irp->Tail.Overlay.DriverContext[0];
+}
+
+/* Takes a request out of its list, so that the caller completes it. False when its cancel routine
+ * does. Under the lock. */
+static int Take(PIRP irp) {
+    if (IoSetCancelRoutine(irp, NULL) == NULL) {
+        return 0;
+    }
+    RemoveEntryList(&irp->Tail.Overlay.ListEntry);
+    return 1;
+}
+
 void Deliver(void) {
     for (;;) {
-        struct Item* item = NULL;
         PIRP next = NULL;
+        PLIST_ENTRY entry;
         KIRQL irql = EnterLock();
-        while (next == NULL && !IsListEmpty(&g_messages) && !IsListEmpty(&g_nexts)) {
-            PLIST_ENTRY entry = RemoveHeadList(&g_nexts);
-            next = CONTAINING_RECORD(entry, IRP, Tail.Overlay.ListEntry);
-            if (IoSetCancelRoutine(next, NULL) == NULL) {
-                InitializeListHead(entry); /* its cancel routine takes it out of no list */
-                next = NULL;
-            }
+        for (entry = g_nexts.Flink; !IsListEmpty(&g_messages) && next == NULL && entry != &g_nexts;
+             entry = entry->Flink) {
+            next = Take(IrpOf(entry)) ? IrpOf(entry) : NULL;
         }
         if (next != NULL) {
-            item = CONTAINING_RECORD(RemoveHeadList(&g_messages), struct Item, inMessages);
+            struct Item* item =
+                CONTAINING_RECORD(RemoveHeadList(&g_messages), struct Item, inMessages);
             item->delivered = 1;
             RtlCopyMemory(next->AssociatedIrp.SystemBuffer, &item->message, sizeof(item->message));
             if (item->irp == NULL) {
@@ -65,9 +87,16 @@ void Deliver(void) {
     }
 }
 
-/* The item of a request that is no longer pending: tells the process if it knows the request.
- * Under the lock. */
-static void Retire(struct Item* item) {
+/* Before a taken request ends without success: tells the process if it knows the request. Under the
+ * lock. */
+static void Failed(PIRP irp) {
+    struct Item* item = ItemOf(irp);
+    if (item == NULL) {
+        return;
+    }
+    if (g_hooks->failed != NULL) {
+        g_hooks->failed(irp);
+    }
     item->irp = NULL;
     if (item->delivered && g_owner != NULL) {
         item->message.kind = kRelayCancel;
@@ -81,78 +110,63 @@ static void Retire(struct Item* item) {
     ExFreePool(item);
 }
 
-/* Takes a pending request, so that the caller completes it. False when its cancel routine does.
- * Under the lock. */
-static int Take(struct Item* item) {
-    if (IoSetCancelRoutine(item->irp, NULL) == NULL) {
-        return 0;
-    }
-    RemoveEntryList(&item->inPending);
-    return 1;
-}
-
-/* Before a taken request ends without success. Under the lock; End follows when it is left. */
-static void Failed(PIRP irp) {
-    irp->Tail.Overlay.DriverContext[0] = g_hooks->failed != NULL ? g_hooks->failed(irp) : NULL;
-}
-
-/* Ends a request that is marked by Failed, and deletes the device that it was the last to use. */
-static void End(PIRP irp, NTSTATUS status, ULONG_PTR information) {
-    DEVICE_OBJECT* unused = (DEVICE_OBJECT*)irp->Tail.Overlay.DriverContext[0];
-    Complete(irp, status, information);
-    if (unused != NULL) {
-        IoDeleteDevice(unused);
-    }
-}
-
-static void NTAPI CancelHostRequest(DEVICE_OBJECT* device, PIRP irp) {
-    struct Item* item = (struct Item*)irp->Tail.Overlay.DriverContext[0];
-    KIRQL irql;
-    (void)device;
-    IoReleaseCancelSpinLock(irp->CancelIrql);
-    irql = EnterLock();
-    RemoveEntryList(&item->inPending);
-    Retire(item);
-    Failed(irp);
-    LeaveLock(irql);
-    /* Not End: this may run at DISPATCH_LEVEL, where no device may be deleted. An unplugged one
-     * that this was the last to use stays until the driver is unloaded. */
-    Complete(irp, STATUS_CANCELLED, 0);
-    Deliver();
-}
-
-static void NTAPI CancelNext(DEVICE_OBJECT* device, PIRP irp) {
+static void NTAPI CancelQueued(DEVICE_OBJECT* device, PIRP irp) {
     KIRQL irql;
     (void)device;
     IoReleaseCancelSpinLock(irp->CancelIrql);
     irql = EnterLock();
     RemoveEntryList(&irp->Tail.Overlay.ListEntry);
+    Failed(irp);
     LeaveLock(irql);
     Complete(irp, STATUS_CANCELLED, 0);
+    Deliver();
 }
 
-void FailPending(FILE_OBJECT* file, DEVICE_OBJECT* device, NTSTATUS status) {
+/* Makes a request pending. Under the lock of `irql`, which it leaves. */
+static NTSTATUS Queue(LIST_ENTRY* list, PIRP irp, struct Item* item, KIRQL irql) {
+    int cancelled;
+    irp->Tail.Overlay.DriverContext[0] = item;
+    IoMarkIrpPending(irp);
+    InsertTailList(list, &irp->Tail.Overlay.ListEntry);
+    IoSetCancelRoutine(irp, CancelQueued);
+    cancelled = irp->Cancel && Take(irp); /* before it had a cancel routine */
+    if (cancelled) {
+        Failed(irp);
+    }
+    LeaveLock(irql);
+    if (cancelled) {
+        Complete(irp, STATUS_CANCELLED, 0);
+    }
+    Deliver();
+    return STATUS_PENDING;
+}
+
+/* Those that are there now: a host may start the next one when one fails. */
+static void FailQueued(LIST_ENTRY* list, FILE_OBJECT* file, DEVICE_OBJECT* device,
+                       NTSTATUS status) {
     LIST_ENTRY taken;
     PLIST_ENTRY entry;
     KIRQL irql = EnterLock();
     InitializeListHead(&taken);
-    for (entry = g_pending.Flink; entry != &g_pending;) {
-        struct Item* item = CONTAINING_RECORD(entry, struct Item, inPending);
-        PIRP irp = item->irp;
+    for (entry = list->Flink; entry != list;) {
+        PIRP irp = IrpOf(entry);
         IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
         entry = entry->Flink;
         if ((file == NULL || stack->FileObject == file) &&
-            (device == NULL || stack->DeviceObject == device) && Take(item)) {
-            Retire(item);
+            (device == NULL || stack->DeviceObject == device) && Take(irp)) {
             Failed(irp);
             InsertTailList(&taken, &irp->Tail.Overlay.ListEntry);
         }
     }
     LeaveLock(irql);
     while (!IsListEmpty(&taken)) {
-        entry = RemoveHeadList(&taken);
-        End(CONTAINING_RECORD(entry, IRP, Tail.Overlay.ListEntry), status, 0);
+        Complete(IrpOf(RemoveHeadList(&taken)), status, 0);
     }
+}
+
+void FailPending(FILE_OBJECT* file, DEVICE_OBJECT* device, NTSTATUS status) {
+    FailQueued(&g_pending, file, device, status);
+    Deliver();
 }
 
 struct Item* NewItem(uint32_t kind, uint32_t device, const void* data, uint32_t dataSize,
@@ -178,30 +192,14 @@ void Post(struct Item* item) {
 }
 
 NTSTATUS Pend(struct Item* item, PIRP irp, void* buffer, int say, KIRQL irql) {
-    int cancelled = 0;
     item->irp = irp;
     item->buffer = buffer;
-    irp->Tail.Overlay.DriverContext[0] = item;
     if (say) {
         Post(item);
     } else {
         InitializeListHead(&item->inMessages);
     }
-    InsertTailList(&g_pending, &item->inPending);
-    IoMarkIrpPending(irp);
-    IoSetCancelRoutine(irp, CancelHostRequest);
-    if (irp->Cancel && Take(item)) { /* cancelled before it had a cancel routine */
-        cancelled = 1;
-        Retire(item);
-        Failed(irp);
-    }
-    LeaveLock(irql);
-    if (cancelled) {
-        End(irp, STATUS_CANCELLED, 0);
-    } else {
-        Deliver();
-    }
-    return STATUS_PENDING;
+    return Queue(&g_pending, irp, item, irql);
 }
 
 /* Whether the file is the device process's handle, now. */
@@ -224,13 +222,11 @@ static void EndPlugging(void) {
 }
 
 /* The device process, by its handle `owner`, wants a device to be there or not. */
-static NTSTATUS SetPresent(FILE_OBJECT* owner, uint32_t which, uint32_t present) {
-    NTSTATUS status = STATUS_SUCCESS;
+static NTSTATUS SetPresent(FILE_OBJECT* owner, const struct RelayPlug* plug) {
+    NTSTATUS status = STATUS_ACCESS_DENIED; /* its handle may have been closed meanwhile */
     BeginPlugging();
-    if (!IsOwner(owner)) {
-        status = STATUS_ACCESS_DENIED; /* its handle has been closed meanwhile */
-    } else {
-        status = g_hooks->setPresent(which, present);
+    if (IsOwner(owner)) {
+        status = g_hooks->setPresent(plug->device, plug->present);
     }
     EndPlugging();
     return status;
@@ -249,30 +245,14 @@ static void ReleaseControl(void) {
     }
     EndPlugging();
     FailPending(NULL, NULL, STATUS_DEVICE_NOT_CONNECTED);
-    for (;;) {
-        PIRP next = NULL;
-        irql = EnterLock();
-        while (next == NULL && !IsListEmpty(&g_nexts)) {
-            PLIST_ENTRY entry = RemoveHeadList(&g_nexts);
-            next = CONTAINING_RECORD(entry, IRP, Tail.Overlay.ListEntry);
-            if (IoSetCancelRoutine(next, NULL) == NULL) {
-                InitializeListHead(entry);
-                next = NULL;
-            }
-        }
-        LeaveLock(irql);
-        if (next == NULL) {
-            break;
-        }
-        Complete(next, STATUS_CANCELLED, 0);
-    }
+    FailQueued(&g_nexts, NULL, NULL, STATUS_CANCELLED);
     irql = EnterLock();
     while (!IsListEmpty(&g_messages)) {
         struct Item* item = CONTAINING_RECORD(RemoveHeadList(&g_messages), struct Item, inMessages);
         if (item->irp == NULL) {
             ExFreePool(item);
         } else {
-            item->delivered = 1; /* its cancel routine is about to retire it */
+            item->delivered = 1; /* its cancel routine is about to end it */
         }
     }
     g_closing = 0;
@@ -280,127 +260,127 @@ static void ReleaseControl(void) {
 }
 
 static NTSTATUS WaitForMessage(PIRP irp) {
-    int cancelled = 0;
     KIRQL irql = EnterLock();
     if (IoGetCurrentIrpStackLocation(irp)->FileObject != g_owner) {
         LeaveLock(irql); /* its handle has been closed meanwhile */
         return Complete(irp, STATUS_ACCESS_DENIED, 0);
     }
-    IoMarkIrpPending(irp);
-    InsertTailList(&g_nexts, &irp->Tail.Overlay.ListEntry);
-    IoSetCancelRoutine(irp, CancelNext);
-    if (irp->Cancel && IoSetCancelRoutine(irp, NULL) != NULL) {
-        RemoveEntryList(&irp->Tail.Overlay.ListEntry);
-        cancelled = 1;
+    return Queue(&g_nexts, irp, NULL, irql);
+}
+
+/* Under the lock; NULL when there is none that the process knows. */
+static PIRP TakeById(uint64_t id) {
+    PLIST_ENTRY entry;
+    for (entry = g_pending.Flink; entry != &g_pending; entry = entry->Flink) {
+        const struct Item* item = ItemOf(IrpOf(entry));
+        if (item->message.id == id) {
+            return item->delivered && Take(IrpOf(entry)) ? IrpOf(entry) : NULL;
+        }
     }
-    LeaveLock(irql);
-    if (cancelled) {
-        Complete(irp, STATUS_CANCELLED, 0);
-    } else {
-        Deliver();
-    }
-    return STATUS_PENDING;
+    return NULL;
 }
 
 static void Answer(const struct RelayAnswer* answer) {
-    PIRP irp = NULL;
-    PLIST_ENTRY entry;
     NTSTATUS status = (NTSTATUS)answer->status;
     ULONG_PTR count = answer->count;
     KIRQL irql = EnterLock();
-    if (status == STATUS_PENDING || status == STATUS_REPARSE) {
-        status = STATUS_UNSUCCESSFUL; /* a request cannot end with these */
-    }
-    for (entry = g_pending.Flink; entry != &g_pending; entry = entry->Flink) {
-        struct Item* item = CONTAINING_RECORD(entry, struct Item, inPending);
-        if (item->message.id != answer->id) {
-            continue;
+    PIRP irp = TakeById(answer->id);
+    if (irp != NULL) {
+        struct Item* item = ItemOf(irp);
+        if (status == STATUS_PENDING || status == STATUS_REPARSE) {
+            status = STATUS_UNSUCCESSFUL; /* a request cannot end with these */
         }
-        if (item->delivered && Take(item)) {
-            const ULONG_PTR most = item->message.length;
-            irp = item->irp;
-            count = count < most ? count : most;
-            if (item->message.kind == kRelayRead || item->message.kind == kRelayControl) {
-                count = count < answer->dataSize ? count : answer->dataSize;
-                RtlCopyMemory(item->buffer, answer->data, count);
-            }
-            irp->Tail.Overlay.DriverContext[0] = NULL;
-            if (!NT_SUCCESS(status)) {
-                Failed(irp);
-            }
-            ExFreePool(item);
+        count = count < item->message.length ? count : item->message.length;
+        if (item->message.kind == kRelayRead || item->message.kind == kRelayControl) {
+            count = count < answer->dataSize ? count : answer->dataSize;
+            RtlCopyMemory(item->buffer, answer->data, count);
         }
-        break;
+        if (!NT_SUCCESS(status) && g_hooks->failed != NULL) {
+            g_hooks->failed(irp);
+        }
+        ExFreePool(item);
     }
     LeaveLock(irql);
     if (irp != NULL) {
-        End(irp, status, count);
+        Complete(irp, status, count);
     }
 }
 
-NTSTATUS ControlRequest(PIRP irp) {
-    IO_STACK_LOCATION* const stack = IoGetCurrentIrpStackLocation(irp);
+static NTSTATUS ControlRequest(PIRP irp, const IO_STACK_LOCATION* stack) {
     const ULONG inSize = stack->Parameters.DeviceIoControl.InputBufferLength;
     const ULONG outSize = stack->Parameters.DeviceIoControl.OutputBufferLength;
     const void* const in = irp->AssociatedIrp.SystemBuffer;
+    const struct RelayAnswer* const answer = (const struct RelayAnswer*)in;
+    const struct RelayPlug* const plug = (const struct RelayPlug*)in;
+    const struct RelayRules* const rules = (const struct RelayRules*)in;
     if (!IsOwner(stack->FileObject)) {
         return Complete(irp, STATUS_ACCESS_DENIED, 0);
     }
     switch (stack->Parameters.DeviceIoControl.IoControlCode) {
         case TAGPORT_RELAY_NEXT:
-            if (outSize < sizeof(struct RelayMessage)) {
-                return Complete(irp, STATUS_BUFFER_TOO_SMALL, 0);
-            }
-            return WaitForMessage(irp);
+            return outSize < sizeof(struct RelayMessage) ? Complete(irp, STATUS_BUFFER_TOO_SMALL, 0)
+                                                         : WaitForMessage(irp);
         case TAGPORT_RELAY_ANSWER:
-            if (inSize < sizeof(struct RelayAnswer) ||
-                ((const struct RelayAnswer*)in)->dataSize > TAGPORT_RELAY_MOST_BYTES) {
-                return Complete(irp, STATUS_INVALID_PARAMETER, 0);
+            if (inSize < sizeof(*answer) || answer->dataSize > TAGPORT_RELAY_MOST_BYTES) {
+                break;
             }
-            Answer((const struct RelayAnswer*)in);
+            Answer(answer);
             return Complete(irp, STATUS_SUCCESS, 0);
-        case TAGPORT_RELAY_PLUG: {
-            const struct RelayPlug* plug = (const struct RelayPlug*)in;
+        case TAGPORT_RELAY_PLUG:
             if (inSize < sizeof(*plug) || plug->device >= kRelayDevices) {
-                return Complete(irp, STATUS_INVALID_PARAMETER, 0);
+                break;
             }
-            return Complete(irp, SetPresent(stack->FileObject, plug->device, plug->present), 0);
-        }
+            return Complete(irp, SetPresent(stack->FileObject, plug), 0);
+        case TAGPORT_RELAY_RULES:
+            if (inSize < sizeof(*rules) || rules->device >= kRelayDevices ||
+                g_hooks->setRules == NULL) {
+                break;
+            }
+            g_hooks->setRules(rules);
+            return Complete(irp, STATUS_SUCCESS, 0);
         default:
             return Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
     }
+    return Complete(irp, STATUS_INVALID_PARAMETER, 0);
 }
 
 int IsControl(const DEVICE_OBJECT* device) {
-    return device == g_control;
+    return device->DeviceType == CONTROL_TYPE;
 }
 
-NTSTATUS ControlCreate(PIRP irp) {
-    FILE_OBJECT* file = IoGetCurrentIrpStackLocation(irp)->FileObject;
+static NTSTATUS ControlCreate(FILE_OBJECT* file) {
     KIRQL irql = EnterLock();
     const int owned = g_owner != NULL || g_closing;
     if (!owned) {
         g_owner = file;
     }
     LeaveLock(irql);
-    return Complete(irp, owned ? STATUS_SHARING_VIOLATION : STATUS_SUCCESS, 0);
+    return owned ? STATUS_SHARING_VIOLATION : STATUS_SUCCESS;
 }
 
-NTSTATUS ControlCleanup(PIRP irp) {
-    if (IsOwner(IoGetCurrentIrpStackLocation(irp)->FileObject)) {
-        ReleaseControl();
+NTSTATUS ControlDispatch(PIRP irp) {
+    const IO_STACK_LOCATION* const stack = IoGetCurrentIrpStackLocation(irp);
+    switch (stack->MajorFunction) {
+        case IRP_MJ_CREATE:
+            return Complete(irp, ControlCreate(stack->FileObject), 0);
+        case IRP_MJ_CLEANUP:
+        case IRP_MJ_CLOSE: /* some systems send no clean-up */
+            if (IsOwner(stack->FileObject)) {
+                ReleaseControl();
+            }
+            return Complete(irp, STATUS_SUCCESS, 0);
+        case IRP_MJ_DEVICE_CONTROL:
+            return ControlRequest(irp, stack);
+        case IRP_MJ_POWER:
+            PoStartNextPowerIrp(irp);
+            return CompleteAsItIs(irp);
+        default:
+            return Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
     }
-    return Complete(irp, STATUS_SUCCESS, 0);
 }
 
-NTSTATUS ControlClose(PIRP irp) {
-    return ControlCleanup(irp); /* some systems send no clean-up */
-}
-
-NTSTATUS MakeRelay(DRIVER_OBJECT* driver, const WCHAR* name, const WCHAR* link,
+NTSTATUS MakeRelay(DRIVER_OBJECT* driver, UNICODE_STRING* name, UNICODE_STRING* link,
                    const struct RelayHooks* hooks) {
-    UNICODE_STRING nameString;
-    UNICODE_STRING linkString;
     NTSTATUS status;
     g_hooks = hooks;
     KeInitializeSpinLock(&g_lock);
@@ -408,26 +388,22 @@ NTSTATUS MakeRelay(DRIVER_OBJECT* driver, const WCHAR* name, const WCHAR* link,
     InitializeListHead(&g_messages);
     InitializeListHead(&g_pending);
     InitializeListHead(&g_nexts);
-    RtlInitUnicodeString(&nameString, name);
-    status = IoCreateDevice(driver, 0, &nameString, FILE_DEVICE_UNKNOWN, FILE_DEVICE_SECURE_OPEN,
-                            FALSE, &g_control);
+    status =
+        IoCreateDevice(driver, 0, name, CONTROL_TYPE, FILE_DEVICE_SECURE_OPEN, FALSE, &g_control);
     if (!NT_SUCCESS(status)) {
         return status;
     }
     g_control->Flags |= DO_BUFFERED_IO;
     g_control->Flags &= ~(ULONG)DO_DEVICE_INITIALIZING;
-    RtlInitUnicodeString(&linkString, link);
-    status = IoCreateSymbolicLink(&linkString, &nameString);
+    status = IoCreateSymbolicLink(link, name);
     if (!NT_SUCCESS(status)) {
         IoDeleteDevice(g_control);
     }
     return status;
 }
 
-void ReleaseRelay(const WCHAR* link) {
-    UNICODE_STRING linkString;
+void ReleaseRelay(UNICODE_STRING* link) {
     ReleaseControl();
-    RtlInitUnicodeString(&linkString, link);
-    IoDeleteSymbolicLink(&linkString);
+    IoDeleteSymbolicLink(link);
     IoDeleteDevice(g_control);
 }

@@ -16,7 +16,6 @@
 /* A message for the device process. That of a host's request lives as long as the request. */
 struct Item {
     LIST_ENTRY inMessages; /* until the message is delivered */
-    LIST_ENTRY inPending;  /* until the request is taken */
     PIRP irp;              /* the request; NULL for a message that gets no answer */
     void* buffer;          /* of the request, for the bytes of its answer */
     int delivered;
@@ -27,23 +26,21 @@ struct Item {
 struct RelayHooks {
     /* Makes a device present or not (a RelayPlug's value). At PASSIVE_LEVEL, one call at a time. */
     NTSTATUS (*setPresent)(uint32_t device, uint32_t present);
-    /* A request ends without success. Under the lock. Gives a device that nobody uses any more, to
-     * be deleted after the request's end, or NULL. May be NULL. */
-    DEVICE_OBJECT* (*failed)(PIRP irp);
+    /* A host's request ends without success. Under the lock. May be NULL. */
+    void (*failed)(PIRP irp);
+    /* Which requests end at once. May be NULL. */
+    void (*setRules)(const struct RelayRules* rules);
 };
 
 /* Makes the control device. `hooks` stays in use until ReleaseRelay. */
-NTSTATUS MakeRelay(DRIVER_OBJECT* driver, const WCHAR* name, const WCHAR* link,
+NTSTATUS MakeRelay(DRIVER_OBJECT* driver, UNICODE_STRING* name, UNICODE_STRING* link,
                    const struct RelayHooks* hooks);
 /* Ends what is pending and deletes the control device. */
-void ReleaseRelay(const WCHAR* link);
+void ReleaseRelay(UNICODE_STRING* link);
 
 /* The requests of the control device. */
 int IsControl(const DEVICE_OBJECT* device);
-NTSTATUS ControlCreate(PIRP irp);
-NTSTATUS ControlCleanup(PIRP irp);
-NTSTATUS ControlClose(PIRP irp);
-NTSTATUS ControlRequest(PIRP irp);
+NTSTATUS ControlDispatch(PIRP irp);
 
 KIRQL EnterLock(void);
 void LeaveLock(KIRQL irql);
@@ -51,6 +48,8 @@ void LeaveLock(KIRQL irql);
 int HasOwner(void);
 
 NTSTATUS Complete(PIRP irp, NTSTATUS status, ULONG_PTR information);
+/* With the status that the request has so far: nobody here knows it. */
+NTSTATUS CompleteAsItIs(PIRP irp);
 
 /* NULL without memory. The sizes must not be above TAGPORT_RELAY_MOST_BYTES. */
 struct Item* NewItem(uint32_t kind, uint32_t device, const void* data, uint32_t dataSize,

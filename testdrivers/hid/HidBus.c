@@ -6,30 +6,12 @@
 
 static DRIVER_OBJECT* g_driver;
 /* Guarded by the lock. */
-static DEVICE_OBJECT* g_bus;         /* the functional device object */
-static DEVICE_OBJECT* g_busPhysical; /* what the system calls it */
+static DEVICE_OBJECT* g_bus; /* what the system calls the bus */
 static DEVICE_OBJECT* g_children[KINDS];
 
-static const WCHAR g_controlName[] = L"\\Device\\" TAGPORT_RELAY_HID_CONTROL;
-static const WCHAR g_controlLink[] = L"\\DosDevices\\Global\\" TAGPORT_RELAY_HID_CONTROL;
-
-/* A message about the keyboard that gets no answer; nothing without memory. */
-static void Say(uint32_t kind, const void* data, uint32_t size) {
-    struct Item* item = NewItem(kind, kRelayHid, data, size, size);
-    KIRQL irql;
-    if (item == NULL) {
-        return;
-    }
-    irql = EnterLock();
-    if (HasOwner()) {
-        Post(item);
-        LeaveLock(irql);
-        Deliver();
-    } else {
-        LeaveLock(irql);
-        ExFreePool(item);
-    }
-}
+static UNICODE_STRING g_controlName = RTL_CONSTANT_STRING(L"\\Device\\" TAGPORT_RELAY_HID_CONTROL);
+static UNICODE_STRING g_controlLink =
+    RTL_CONSTANT_STRING(L"\\DosDevices\\Global\\" TAGPORT_RELAY_HID_CONTROL);
 
 static NTSTATUS MakeChild(const struct Kind* kind, int relayed, DEVICE_OBJECT** child) {
     NTSTATUS status = IoCreateDevice(g_driver, sizeof(struct Extension), NULL, FILE_DEVICE_UNKNOWN,
@@ -47,7 +29,7 @@ static NTSTATUS MakeChild(const struct Kind* kind, int relayed, DEVICE_OBJECT** 
 /* Asks the system to look at the children again. The bus may be removed meanwhile. */
 static void ChildrenChanged(void) {
     KIRQL irql = EnterLock();
-    DEVICE_OBJECT* const physical = g_busPhysical;
+    DEVICE_OBJECT* const physical = g_bus;
     if (physical != NULL) {
         ObReferenceObject(physical);
     }
@@ -80,26 +62,14 @@ static void GiveUpChildren(int busGoes) {
     }
 }
 
-static void Unplug(void) {
-    GiveUpChildren(0);
-    ChildrenChanged();
-    Deliver();
-}
-
 static NTSTATUS Plug(int longReports) {
     DEVICE_OBJECT* made[KINDS];
+    struct Item* opened;
     NTSTATUS status = STATUS_SUCCESS;
     size_t at;
-    KIRQL irql;
-    int isReady;
-    int isThere;
-    irql = EnterLock();
-    isReady = g_bus != NULL;
-    isThere = g_children[KEYBOARD_KIND] != NULL;
+    KIRQL irql = EnterLock();
+    const int isThere = g_children[KEYBOARD_KIND] != NULL;
     LeaveLock(irql);
-    if (!isReady) {
-        return STATUS_DEVICE_NOT_READY; /* the system has not started the bus */
-    }
     if (isThere) {
         return STATUS_SUCCESS;
     }
@@ -114,12 +84,16 @@ static NTSTATUS Plug(int longReports) {
         }
         return status;
     }
+    opened = NewItem(kRelayOpen, kRelayHid, NULL, 0, 0);
     irql = EnterLock();
     for (at = 0; at < KINDS; ++at) {
         g_children[at] = made[at];
     }
+    if (opened != NULL) {
+        Post(opened); /* gets no answer */
+    }
     LeaveLock(irql);
-    Say(kRelayOpen, NULL, 0);
+    Deliver();
     ChildrenChanged();
     return STATUS_SUCCESS;
 }
@@ -131,53 +105,32 @@ static NTSTATUS SetPresent(uint32_t device, uint32_t present) {
     if (present) {
         return Plug(present == TAGPORT_RELAY_LONG_REPORTS);
     }
-    Unplug();
+    GiveUpChildren(0);
+    ChildrenChanged();
     return STATUS_SUCCESS;
 }
 
 /* Plug and play. */
 
-/* `count` strings, one after the other, ended by one more zero. NULL without memory. */
-static WCHAR* Strings(const WCHAR* const* texts, size_t count) {
-    size_t size = 1;
-    size_t at;
-    WCHAR* all;
-    WCHAR* to;
-    for (at = 0; at < count; ++at) {
-        size += wcslen(texts[at]) + 1;
-    }
-    all = ExAllocatePoolWithTag(PagedPool, size * sizeof(WCHAR), POOL_TAG);
-    if (all == NULL) {
-        return NULL;
-    }
-    to = all;
-    for (at = 0; at < count; ++at) {
-        const size_t length = wcslen(texts[at]) + 1;
-        RtlCopyMemory(to, texts[at], length * sizeof(WCHAR));
-        to += length;
-    }
-    *to = 0;
-    return all;
-}
-
+/* A list of one text, which ends with one more zero. */
 static NTSTATUS QueryId(PIRP irp, const struct Kind* kind, BUS_QUERY_ID_TYPE type) {
-    WCHAR full[64] = TAGPORT_HID_ENUMERATOR L"\\";
-    const WCHAR* text = full;
+    static const WCHAR enumerator[] = TAGPORT_HID_ENUMERATOR L"\\";
+    const int isDevice = type == BusQueryDeviceID || type == BusQueryHardwareIDs;
+    const WCHAR* const begin = isDevice ? enumerator : L"";
+    const WCHAR* const end = isDevice ? kind->id : TAGPORT_HID_INSTANCE;
+    const size_t size = (wcslen(begin) + wcslen(end) + 2) * sizeof(WCHAR);
     WCHAR* answer;
-    switch (type) {
-        case BusQueryDeviceID:
-        case BusQueryHardwareIDs:
-            RtlCopyMemory(full + wcslen(full), kind->id, (wcslen(kind->id) + 1) * sizeof(WCHAR));
-            break;
-        case BusQueryInstanceID:
-            text = TAGPORT_HID_INSTANCE;
-            break;
-        default:
-            return Complete(irp, irp->IoStatus.Status, irp->IoStatus.Information);
+    if (!isDevice && type != BusQueryInstanceID) {
+        return CompleteAsItIs(irp);
     }
-    answer = Strings(&text, 1);
-    return Complete(irp, answer != NULL ? STATUS_SUCCESS : STATUS_INSUFFICIENT_RESOURCES,
-                    (ULONG_PTR)answer);
+    answer = ExAllocatePoolWithTag(PagedPool, size, POOL_TAG);
+    if (answer == NULL) {
+        return Complete(irp, STATUS_INSUFFICIENT_RESOURCES, 0);
+    }
+    RtlZeroMemory(answer, size);
+    wcscpy(answer, begin);
+    wcscat(answer, end);
+    return Complete(irp, STATUS_SUCCESS, (ULONG_PTR)answer);
 }
 
 /* The class driver stops: it does not wait for a read that is still pending. True for a child that
@@ -189,7 +142,6 @@ static int Remove(DEVICE_OBJECT* device) {
     extension->removed = 1;
     LeaveLock(irql);
     FailPending(NULL, device, STATUS_DEVICE_NOT_CONNECTED);
-    Deliver();
     return gone;
 }
 
@@ -249,9 +201,9 @@ static NTSTATUS ChildPnp(DEVICE_OBJECT* device, PIRP irp) {
             if (stack->Parameters.QueryDeviceRelations.Type == TargetDeviceRelation) {
                 return QueryTarget(device, irp);
             }
-            return Complete(irp, irp->IoStatus.Status, irp->IoStatus.Information);
+            return CompleteAsItIs(irp);
         default:
-            return Complete(irp, irp->IoStatus.Status, irp->IoStatus.Information);
+            return CompleteAsItIs(irp);
     }
 }
 
@@ -278,10 +230,9 @@ static NTSTATUS QueryChildren(PIRP irp) {
     return STATUS_SUCCESS;
 }
 
-static void SetBus(DEVICE_OBJECT* bus, DEVICE_OBJECT* physical) {
+static void SetBus(DEVICE_OBJECT* physical) {
     KIRQL irql = EnterLock();
-    g_bus = bus;
-    g_busPhysical = physical;
+    g_bus = physical;
     LeaveLock(irql);
 }
 
@@ -300,8 +251,9 @@ static NTSTATUS BusPnp(DEVICE_OBJECT* device, PIRP irp) {
             }
             break;
         case IRP_MN_REMOVE_DEVICE:
-            SetBus(NULL, NULL);
+            SetBus(NULL);
             GiveUpChildren(1);
+            ReleaseRelay(&g_controlLink);
             irp->IoStatus.Status = STATUS_SUCCESS;
             IoSkipCurrentIrpStackLocation(irp);
             status = IoCallDriver(lower, irp);
@@ -321,54 +273,48 @@ static NTSTATUS BusPnp(DEVICE_OBJECT* device, PIRP irp) {
     return IoCallDriver(lower, irp);
 }
 
-static NTSTATUS NTAPI DispatchPnp(DEVICE_OBJECT* device, PIRP irp) {
-    if (IsControl(device)) {
-        return Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
-    }
-    return ExtensionOf(device)->kind != NULL ? ChildPnp(device, irp) : BusPnp(device, irp);
-}
-
-static NTSTATUS NTAPI DispatchPower(DEVICE_OBJECT* device, PIRP irp) {
+/* The bus passes down what is for its own device. */
+static NTSTATUS Power(DEVICE_OBJECT* device, PIRP irp) {
+    const UCHAR minor = IoGetCurrentIrpStackLocation(irp)->MinorFunction;
     PoStartNextPowerIrp(irp);
-    if (!IsControl(device) && ExtensionOf(device)->kind == NULL) {
+    if (ExtensionOf(device)->kind == NULL) {
         IoSkipCurrentIrpStackLocation(irp);
         return PoCallDriver(ExtensionOf(device)->lower, irp);
     }
-    switch (IoGetCurrentIrpStackLocation(irp)->MinorFunction) {
-        case IRP_MN_SET_POWER:
-        case IRP_MN_QUERY_POWER:
+    return minor == IRP_MN_SET_POWER || minor == IRP_MN_QUERY_POWER
+               ? Complete(irp, STATUS_SUCCESS, 0)
+               : CompleteAsItIs(irp);
+}
+
+static NTSTATUS NTAPI Dispatch(DEVICE_OBJECT* device, PIRP irp) {
+    const struct Extension* const extension = ExtensionOf(device);
+    if (IsControl(device)) {
+        return ControlDispatch(irp);
+    }
+    switch (IoGetCurrentIrpStackLocation(irp)->MajorFunction) {
+        case IRP_MJ_PNP:
+            return extension->kind != NULL ? ChildPnp(device, irp) : BusPnp(device, irp);
+        case IRP_MJ_POWER:
+            return Power(device, irp);
+        case IRP_MJ_SYSTEM_CONTROL:
+            if (extension->kind != NULL) {
+                return CompleteAsItIs(irp);
+            }
+            IoSkipCurrentIrpStackLocation(irp);
+            return IoCallDriver(extension->lower, irp);
+        case IRP_MJ_INTERNAL_DEVICE_CONTROL:
+            return InternalRequest(device, irp);
+        case IRP_MJ_DEVICE_CONTROL:
+            return Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
+        default: /* openings and closings */
             return Complete(irp, STATUS_SUCCESS, 0);
-        default:
-            return Complete(irp, irp->IoStatus.Status, irp->IoStatus.Information);
     }
 }
 
-static NTSTATUS NTAPI DispatchSystemControl(DEVICE_OBJECT* device, PIRP irp) {
-    if (!IsControl(device) && ExtensionOf(device)->kind == NULL) {
-        IoSkipCurrentIrpStackLocation(irp);
-        return IoCallDriver(ExtensionOf(device)->lower, irp);
-    }
-    return Complete(irp, irp->IoStatus.Status, irp->IoStatus.Information);
-}
-
-static NTSTATUS NTAPI DispatchCreate(DEVICE_OBJECT* device, PIRP irp) {
-    return IsControl(device) ? ControlCreate(irp) : Complete(irp, STATUS_SUCCESS, 0);
-}
-
-static NTSTATUS NTAPI DispatchCleanup(DEVICE_OBJECT* device, PIRP irp) {
-    return IsControl(device) ? ControlCleanup(irp) : Complete(irp, STATUS_SUCCESS, 0);
-}
-
-static NTSTATUS NTAPI DispatchClose(DEVICE_OBJECT* device, PIRP irp) {
-    return IsControl(device) ? ControlClose(irp) : Complete(irp, STATUS_SUCCESS, 0);
-}
-
-static NTSTATUS NTAPI DispatchControl(DEVICE_OBJECT* device, PIRP irp) {
-    return IsControl(device) ? ControlRequest(irp)
-                             : Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
-}
-
+/* The control device comes and goes with the bus: with one left, the system would never unload the
+ * driver. */
 static NTSTATUS NTAPI AddDevice(DRIVER_OBJECT* driver, DEVICE_OBJECT* physical) {
+    static const struct RelayHooks hooks = {SetPresent, NULL, NULL};
     DEVICE_OBJECT* device;
     NTSTATUS status;
     if (g_bus != NULL) { /* one bus is enough; the system adds one at a time */
@@ -379,35 +325,38 @@ static NTSTATUS NTAPI AddDevice(DRIVER_OBJECT* driver, DEVICE_OBJECT* physical) 
     if (!NT_SUCCESS(status)) {
         return status;
     }
+    status = MakeRelay(driver, &g_controlName, &g_controlLink, &hooks);
+    if (!NT_SUCCESS(status)) {
+        IoDeleteDevice(device);
+        return status;
+    }
     RtlZeroMemory(device->DeviceExtension, sizeof(struct Extension));
     ExtensionOf(device)->lower = IoAttachDeviceToDeviceStack(device, physical);
     if (ExtensionOf(device)->lower == NULL) {
+        ReleaseRelay(&g_controlLink);
         IoDeleteDevice(device);
         return STATUS_NO_SUCH_DEVICE;
     }
-    SetBus(device, physical);
+    SetBus(physical);
     device->Flags &= ~(ULONG)DO_DEVICE_INITIALIZING;
     return STATUS_SUCCESS;
 }
 
 static void NTAPI Unload(DRIVER_OBJECT* driver) {
     (void)driver;
-    ReleaseRelay(g_controlLink);
 }
 
 NTSTATUS NTAPI DriverEntry(DRIVER_OBJECT* driver, UNICODE_STRING* registryPath) {
-    static const struct RelayHooks hooks = {SetPresent, NULL};
+    static const UCHAR majors[] = {
+        IRP_MJ_CREATE, IRP_MJ_CLEANUP, IRP_MJ_CLOSE,          IRP_MJ_DEVICE_CONTROL,
+        IRP_MJ_PNP,    IRP_MJ_POWER,   IRP_MJ_SYSTEM_CONTROL, IRP_MJ_INTERNAL_DEVICE_CONTROL};
+    size_t at;
     (void)registryPath;
     g_driver = driver;
-    driver->MajorFunction[IRP_MJ_CREATE] = DispatchCreate;
-    driver->MajorFunction[IRP_MJ_CLEANUP] = DispatchCleanup;
-    driver->MajorFunction[IRP_MJ_CLOSE] = DispatchClose;
-    driver->MajorFunction[IRP_MJ_DEVICE_CONTROL] = DispatchControl;
-    driver->MajorFunction[IRP_MJ_INTERNAL_DEVICE_CONTROL] = DispatchInternal;
-    driver->MajorFunction[IRP_MJ_PNP] = DispatchPnp;
-    driver->MajorFunction[IRP_MJ_POWER] = DispatchPower;
-    driver->MajorFunction[IRP_MJ_SYSTEM_CONTROL] = DispatchSystemControl;
+    for (at = 0; at < sizeof(majors); ++at) {
+        driver->MajorFunction[majors[at]] = Dispatch;
+    }
     driver->DriverExtension->AddDevice = AddDevice;
     driver->DriverUnload = Unload;
-    return MakeRelay(driver, g_controlName, g_controlLink, &hooks);
+    return STATUS_SUCCESS;
 }

@@ -32,6 +32,6 @@ static inline struct Extension* ExtensionOf(DEVICE_OBJECT* device) {
 }
 
 /* The class driver's request to a child. */
-NTSTATUS NTAPI DispatchInternal(DEVICE_OBJECT* device, PIRP irp);
+NTSTATUS InternalRequest(DEVICE_OBJECT* device, PIRP irp);
 
 #endif

@@ -70,39 +70,19 @@ std::wstring KeyOf(const std::wstring& device) {
     return std::wstring(kEnum) + TAGPORT_HID_ENUMERATOR L"\\" + device;
 }
 
-LSTATUS SetValue(HKEY key, const wchar_t* name, const std::wstring& text) {
-    return RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
-                          static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
-}
-
-void NameService(const std::wstring& device) {
-    HKEY key = nullptr;
-    LSTATUS result =
-        RegCreateKeyExW(HKEY_LOCAL_MACHINE, (KeyOf(device) + L"\\" TAGPORT_HID_INSTANCE).c_str(), 0,
-                        nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr);
-    if (result == ERROR_SUCCESS) {
-        result = SetValue(key, L"Service", TAGPORT_HID_MINI_SERVICE);
-        if (result == ERROR_SUCCESS) {
-            result = SetValue(key, L"ClassGUID", kHidClass);
-        }
-        RegCloseKey(key);
-    }
+// Creates the device's key where there is none.
+void SetValue(const std::wstring& device, const wchar_t* name, const std::wstring& text) {
+    const LSTATUS result =
+        RegSetKeyValueW(HKEY_LOCAL_MACHINE, (KeyOf(device) + L"\\" TAGPORT_HID_INSTANCE).c_str(),
+                        name, REG_SZ, text.c_str(), (text.size() + 1) * sizeof(wchar_t));
     if (result != ERROR_SUCCESS) {
         Throw("the registration of a HID device", static_cast<DWORD>(result));
     }
 }
 
-bool BeginsWith(const std::wstring& text, const std::wstring& beginning) {
-    return text.compare(0, beginning.size(), beginning) == 0;
-}
-
-// Windows puts every path in lower case.
-std::wstring PathOf(std::wstring device) {
-    for (wchar_t& letter : device) {
-        letter =
-            letter >= L'A' && letter <= L'Z' ? static_cast<wchar_t>(letter - L'A' + L'a') : letter;
-    }
-    return L"\\\\?\\hid#" + device + L"#";
+bool IsPathOf(const std::wstring& path, const std::wstring& device) {
+    const std::wstring beginning = L"\\\\?\\hid#" + device + L"#";
+    return _wcsnicmp(path.c_str(), beginning.c_str(), beginning.size()) == 0;
 }
 
 }  // namespace
@@ -135,13 +115,10 @@ bool AwaitHid(bool present) {
     constexpr DWORD kStep = 5;
     for (DWORD waited = 0; waited < kBound; waited += kStep) {
         const std::vector<std::wstring> paths = HidPaths();
-        const auto found = std::count_if(
-            std::begin(kDevices), std::end(kDevices), [&paths](const std::wstring& device) {
-                return std::any_of(paths.begin(), paths.end(),
-                                   [path = PathOf(device)](const std::wstring& other) {
-                                       return BeginsWith(other, path);
-                                   });
-            });
+        const auto found = std::count_if(paths.begin(), paths.end(), [](const std::wstring& path) {
+            return std::any_of(std::begin(kDevices), std::end(kDevices),
+                               [&](const wchar_t* device) { return IsPathOf(path, device); });
+        });
         if (found == (present ? static_cast<std::ptrdiff_t>(std::size(kDevices)) : 0)) {
             return true;
         }
@@ -152,7 +129,8 @@ bool AwaitHid(bool present) {
 
 void InstallHid(const std::wstring& directory) {
     for (const wchar_t* const device : kDevices) {
-        NameService(device);
+        SetValue(device, L"Service", TAGPORT_HID_MINI_SERVICE);
+        SetValue(device, L"ClassGUID", kHidClass);
     }
     RegisterBus();
     RegisterDriver(TAGPORT_HID_MINI_SERVICE, directory + TAGPORT_HID_MINI_SERVICE L".sys");

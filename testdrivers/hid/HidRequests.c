@@ -115,10 +115,10 @@ static NTSTATUS WriteReport(DEVICE_OBJECT* device, PIRP irp) {
                     gone ? 0 : packet->reportBufferLen);
 }
 
-NTSTATUS NTAPI DispatchInternal(DEVICE_OBJECT* device, PIRP irp) {
+NTSTATUS InternalRequest(DEVICE_OBJECT* device, PIRP irp) {
     IO_STACK_LOCATION* const stack = IoGetCurrentIrpStackLocation(irp);
     const ULONG room = stack->Parameters.DeviceIoControl.OutputBufferLength;
-    const struct Kind* const kind = IsControl(device) ? NULL : ExtensionOf(device)->kind;
+    const struct Kind* const kind = ExtensionOf(device)->kind;
     if (kind == NULL) {
         return Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
     }
