@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -16,6 +17,7 @@
 #include "testdrivers/hid/HidInstall.h"
 
 #include <hidpi.h>
+#include <process.h>
 
 namespace {
 
@@ -128,12 +130,6 @@ bool IsWine() {
     return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
 }
 
-std::wstring OwnDirectory() {
-    std::wstring path(MAX_PATH, L'\0');
-    path.resize(GetModuleFileNameW(nullptr, path.data(), MAX_PATH));
-    return path.substr(0, path.rfind(L'\\') + 1);
-}
-
 void CheckDescription(HANDLE device) {
     HIDD_ATTRIBUTES attributes = {};
     attributes.Size = sizeof(attributes);
@@ -243,21 +239,12 @@ void PlayRace(simulator::RelayControl& control, Keyboard& keyboard) {
 }
 
 // Runs the lab against a keyboard whose reports are longer than the library's.
-int PlayOtherSize(simulator::RelayControl& control) {
+int PlayOtherSize(simulator::RelayControl& control, const char* program) {
     PlugIn(control, TAGPORT_RELAY_LONG_REPORTS);
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION process = {};
-    std::wstring command = OwnDirectory() + L"tagport-lab.exe run --json --config examples";
-    DWORD status = 0;
-    if (!CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                        &startup, &process)) {
-        std::printf("the lab cannot be started, error %lu\n", GetLastError());
-        return 2;
-    }
-    WaitForSingleObject(process.hProcess, INFINITE);
-    GetExitCodeProcess(process.hProcess, &status);
-    return static_cast<int>(status);
+    return static_cast<int>(
+        _spawnl(_P_WAIT,
+                std::filesystem::path(program).replace_filename("tagport-lab.exe").string().c_str(),
+                "tagport-lab", "run", "--json", "--config", "examples", nullptr));
 }
 
 }  // namespace
@@ -270,7 +257,7 @@ int main(int argc, char** argv) {
     std::thread([&] { keyboard.Run(); }).detach();
     int status = 0;
     if (argc > 1 && std::strcmp(argv[1], "other-size") == 0) {
-        status = PlayOtherSize(control);
+        status = PlayOtherSize(control, argv[0]);
     } else {
         for (int round = 0; round < kRounds; ++round) {
             PlayRound(control, keyboard);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "testdrivers/DriverService.h"
+#include "testdrivers/NtStatus.h"
 #include "testdrivers/RelayControl.h"
 
 namespace {
@@ -74,12 +75,12 @@ struct Host {
     std::vector<Request> requests = std::vector<Request>(kRequests);
     std::map<std::uint64_t, DWORD> ends;  // the error of each
 
-    void Send(std::uint64_t number) {
+    void Send(std::uint64_t number, DWORD expected = ERROR_IO_PENDING) {
         Request& request = requests[number];
         request.number = number;
-        Check(!WriteFile(handle, &request.number, sizeof(number), nullptr, &request.overlapped) &&
-                  GetLastError() == ERROR_IO_PENDING,
-              "a request is not pending");
+        const bool ended =
+            WriteFile(handle, &request.number, sizeof(number), nullptr, &request.overlapped);
+        Check((ended ? ERROR_SUCCESS : GetLastError()) == expected, "a request begins otherwise");
     }
     std::size_t CountEnds() {
         OVERLAPPED_ENTRY entry = {};
@@ -117,6 +118,23 @@ void CancelAgainstAnswers() {
     Check(all && answered > 0 && answered < kRequests, "not all ended, or all in one way");
 }
 
+// Requests that the driver ends in the host's call. The device process gets them all the same.
+void EndAtOnce() {
+    Device device(false);
+    Host host(device);
+    RelayRules rules = {};
+    rules.device = kRelayI2c;
+    rules.rules[0] = {kRelayWrite, 0, 0, 1, 1, 0};
+    rules.rules[1] = {kRelayWrite, 0, 0, 1, 1, simulator::StatusOf(ERROR_IO_DEVICE)};
+    Check(device.control.SetRules(rules) == 0, "the driver takes no rules");
+    host.Send(0);
+    host.Send(1, ERROR_SUCCESS);
+    host.Send(2, ERROR_IO_DEVICE);
+    Check(host.CountEnds() == 1 && host.ends[1] == 0, "a request did not end at once");
+    Check(device.counts[kRelayWrite] == 3, "the device process has not seen all");
+    CloseHandle(host.handle);
+}
+
 void EndBy(const char* what, DWORD expected, void (*act)(std::unique_ptr<Device>&, Host&)) {
     auto device = std::make_unique<Device>(false);
     Host host(*device);
@@ -132,6 +150,7 @@ void EndBy(const char* what, DWORD expected, void (*act)(std::unique_ptr<Device>
 int main(int /*argc*/, char** argv) try {
     const std::wstring program(argv[0], argv[0] + std::strlen(argv[0]));
     CancelAgainstAnswers();
+    EndAtOnce();
     EndBy("unplugged", ERROR_DEVICE_NOT_CONNECTED, [](auto& device, Host&) {
         device->control.Plug(kRelayI2c, 0);
         Check(Open() == INVALID_HANDLE_VALUE && GetLastError() == ERROR_FILE_NOT_FOUND, "opened");

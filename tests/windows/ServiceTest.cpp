@@ -1,5 +1,6 @@
-// Installs examples/service_host as a service, takes it through an unplugging, a plug and a stop,
-// and checks what it has logged. Needs the loaded relay driver and nobody else at its devices.
+// Installs examples/service_host as a service, takes it through requests that the driver cancels,
+// as at a suspend, an unplugging, an arrival and a stop, and checks what it has logged. Needs the
+// loaded drivers and nobody else at their devices.
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -80,20 +81,26 @@ int main(int /*argc*/, char** argv) try {
     lab::DeviceProcess& devices = *new lab::DeviceProcess([](const std::string&) {});
     devices.Ask("pc usb");
     Service service(std::filesystem::absolute(argv[0]).replace_filename("service_host.exe"));
+    const auto expectPhone = [&] {
+        devices.Ask("tap 0 600");
+        service.Expect("a phone came on route 2");
+        service.Expect("a phone left on route 2");
+    };
     service.Expect("started");
     service.Expect("the tag is filled");
-    devices.Ask("tap 0 600");
-    service.Expect("a phone came on route 2");
-    service.Expect("a phone left on route 2");
+    expectPhone();
+    devices.Ask("cancel");
+    devices.Ask("tap 0 600");  // nobody waits for it
+    service.Control(kFillAgain);
+    service.Expect("the tag is filled");
+    expectPhone();
     devices.Ask("unplug");
     service.Control(kFillAgain);
     service.Expect("no tag");
     devices.Ask("plug");
     service.Control(kFillAgain);
     service.Expect("the tag is filled");
-    devices.Ask("tap 0 600");
-    service.Expect("a phone came on route 2");
-    service.Expect("a phone left on route 2");
+    expectPhone();
     service.Control(SERVICE_CONTROL_STOP);
     service.Expect("stopped");
     service.AwaitStop();
