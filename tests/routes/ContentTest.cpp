@@ -199,4 +199,16 @@ TEST(Frames, ReachBothKeyboardsWholeOrNotAtAll) {
     EXPECT_EQ(hid.DirtyTails() + hid.Refusals().size() + ble.Refusals().size(), 0U);
 }
 
+TEST(Routes, RefuseANullPlaceForTheNumber) {
+    StartedPc setup({PcRoute::kHid, PcRoute::kBle});
+    setup.log.TakeMarked();
+    const platform::Lock lock(ContentLock::m_mutex);
+    EXPECT_FALSE(NfcProxy::ReadRandNumber(nullptr));
+    const Texts lines = setup.log.TakeMarked();
+    const auto from = std::find(lines.begin(), lines.end(), "E NFC ReadRandNumber memcpy_s fail");
+    EXPECT_EQ(Joined(Texts(from, lines.end())),
+              "E NFC ReadRandNumber memcpy_s fail, W [NFC_log] BtReadRandomNum fail , "
+              "E NFC ReadRandNumber memcpy_s fail");
+}
+
 }  // namespace
