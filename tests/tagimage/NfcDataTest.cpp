@@ -1,46 +1,11 @@
 // The tag image: what the builder puts on a tag, and what the reader makes of good and bad images.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <random>
-
-#include "tagimage/NfcData.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/NoArray.h"
+#include "tests/tagimage/Fields.h"
 
 namespace {
 
-using testing_support::LogRecorder;
-using testing_support::Texts;
-
-// As byte strings. By default each field has a value of its own: an image of 105 bytes.
-struct Fields {
-    std::string url = "tag/abcd1234";
-    std::string mac = "\x02\x11\x22\x33\x44\x55";
-    std::string number = "\x1F\x1E\x1D\x1C\x1B\x1A\x19\x18zyxwvutsrqponmlkjihgfedc";
-    std::string model{0, 0, 8, 0};
-};
-
-template <std::size_t Size>
-const std::uint8_t (&Array(const std::string& bytes))[Size] {
-    EXPECT_EQ(bytes.size(), Size);
-    return *reinterpret_cast<const std::uint8_t(*)[Size]>(bytes.data());
-}
-
-NfcData Build(const Fields& fields = {}) {
-    NfcData data;
-    EXPECT_TRUE(data.Init() && data.InitValue() && data.SetMacAddr(Array<6>(fields.mac)) &&
-                data.SetUrl(fields.url) && data.SetRandomNumber(Array<32>(fields.number)) &&
-                data.SetModel(Array<4>(fields.model)));
-    return data;
-}
-
-void ExpectFields(const NfcData& data, const Fields& expected) {
-    EXPECT_EQ(data.GetUrl(), expected.url);
-    EXPECT_EQ(data.GetMacAddr(), expected.mac);
-    EXPECT_EQ(data.GetRandomNumber(), expected.number);
-    EXPECT_EQ(data.GetModel(), expected.model);
-}
+using namespace testing_support;
 
 TEST(NfcDataBuild, MakesTheWorkedImageByteForByte) {
     LogRecorder log;
@@ -80,12 +45,7 @@ TEST(NfcDataBuild, BoundsTheUri) {
 TEST(NfcDataParse, TakesBackEveryImageThatCanBeBuilt) {
     std::mt19937 random(20);
     for (std::size_t size = 0; size <= 162; ++size) {
-        const auto randomByte = [&random] { return static_cast<char>(random()); };
-        Fields fields;
-        fields.url.resize(size);
-        for (std::string* field : {&fields.url, &fields.mac, &fields.number, &fields.model}) {
-            std::generate(field->begin(), field->end(), randomByte);
-        }
+        const Fields fields = RandomFields(size, random);
         const std::string image = Build(fields).GetContent();
         NfcData read;
         ASSERT_TRUE(read.Init() && read.Parse(image)) << size;
