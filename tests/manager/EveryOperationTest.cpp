@@ -80,12 +80,12 @@ void EveryOperation(std::uint64_t seed, std::uint64_t managers) {
     setup.log.TakeUnannounced();  // any of them may come
 }
 
-TEST(EveryOperation, OnTheRealClock) {
+TEST(EveryOperationAtOnce, LeavesAPeripheralThatWorksOnTheRealClock) {
     OneSeed::staysOnRealClock = true;
     EveryOperation(Seed(), 2);
 }
 
-TEST(EveryOperation, UnderManySeeds) {
+TEST(EveryOperationAtOnce, LeavesAPeripheralThatWorksUnderManySeeds) {
     ForEachSeed(100, [] { EveryOperation(emulation::Random(), 1 + emulation::Random() % 2); });
 }
 

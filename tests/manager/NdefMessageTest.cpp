@@ -1,4 +1,4 @@
-// The message as a value: limits of its fields, arrays that are not there, and Init from
+// The message as a value: limits of its fields, null references, and Init from
 // config/NfcUri.ini with the files that people and editors leave there.
 #include <gtest/gtest.h>
 #include <tagport/NdefMessage.h>
@@ -67,7 +67,7 @@ TEST(NdefMessage, StoresUrlsOf1To255Bytes) {
     EXPECT_EQ(log.TextsSoFar(), Texts{});
 }
 
-TEST(NdefMessage, AnswersArraysThatAreNotThere) {
+TEST(NdefMessage, RefusesNullReferences) {
     LogRecorder log;
     NdefMessage message = FilledMessage();
     EXPECT_EQ(message.GetMac(NoArray<std::uint8_t, 6>()), -1);

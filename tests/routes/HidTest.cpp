@@ -135,21 +135,16 @@ TEST(Hid, SendsNothingWhileTheKeyboardIsAway) {
 
 // The listener takes its time with a report, so the read thread is there and no read is pending
 // when a device start closes the keyboard.
-struct HeldReader : StartedPc {
-    HeldReader() : StartedPc({PcRoute::kHid}) {
-        ReactToEvents([this](const ReceivedEvent&) {
-            emulation::WaitFor([this] { return release; }, emulation::kForever, "the host");
-        });
-        pc.keyboard()->SendField(true);
-        EXPECT_TRUE(WaitForEvents(1, kSecond));
-    }
-    bool release = false;
-};
-
 TEST(HidThread, EndsWithoutAReadWhenAnotherStartFindsAChipOrNothing) {
     for (const bool findsChip : {true, false}) {
         ForEachSeed(1, [findsChip] {
-            HeldReader setup;
+            StartedPc setup({PcRoute::kHid});
+            bool release = false;
+            ReactToEvents([&release](const ReceivedEvent&) {
+                emulation::WaitFor([&] { return release; }, emulation::kForever, "the host");
+            });
+            setup.pc.keyboard()->SendField(true);
+            EXPECT_TRUE(PcWithHost::WaitForEvents(1, kSecond));
             setup.log.Announce("Nfc chip", "Nfc spb2 format", "NFC_Error opening any driver",
                                "NfcManager Init DeviceInit failed");
             emulation::RemoveHidInterfaces();
@@ -160,7 +155,7 @@ TEST(HidThread, EndsWithoutAReadWhenAnotherStartFindsAChipOrNothing) {
             BusRecorder bus;
             EXPECT_EQ(setup.manager->DeviceInit(), findsChip);
             EXPECT_FALSE(g_readHidRunning);
-            setup.release = true;
+            release = true;
             PcWithHost::Pass(10 * kMillisecond);
             EXPECT_EQ(Joined(bus.Take(EventsSoFar()[0].thread)), "") << "of the read thread";
             EXPECT_TRUE(setup.log.Has("NFC ReadKeyboardDataThread return"));
