@@ -18,8 +18,6 @@ int Result(bool good) {
 BlePeerAdapter::BlePeerAdapter(std::shared_ptr<BluetoothKeyboard> keyboard)
     : m_keyboard(std::move(keyboard)) {}
 
-BlePeerAdapter::~BlePeerAdapter() = default;
-
 std::shared_ptr<BlePeerAdapter> BlePeerAdapter::Make(std::shared_ptr<BluetoothKeyboard> keyboard) {
     // Not in the constructor: the sender needs a weak pointer to the adapter.
     const std::shared_ptr<BlePeerAdapter> adapter(new BlePeerAdapter(std::move(keyboard)));

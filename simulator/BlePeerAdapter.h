@@ -14,7 +14,6 @@ class BlePeerAdapter : public LinkDockService::BlePeer,
                        public std::enable_shared_from_this<BlePeerAdapter> {
   public:
     static std::shared_ptr<BlePeerAdapter> Make(std::shared_ptr<BluetoothKeyboard> keyboard);
-    ~BlePeerAdapter() override;
 
     int Connect(std::uint64_t address) override;
     int Disconnect(std::uint64_t address) override;

@@ -1,29 +1,34 @@
 // The link of the Bluetooth keyboard.
 #include "simulator/BluetoothKeyboard.h"
 
-#include <algorithm>
-
 namespace simulator {
 
-bool BluetoothKeyboard::Reachable(std::uint64_t address, const char* what) {
+bool BluetoothKeyboard::Reaches(LinkCall call, std::uint64_t address) {
+    ++m_calls[call];
+    const std::string name = kLinkCallNames[call];
     if (address != m_address) {
-        Refuse(std::string(what) + ": no device has this address");
+        Refuse(name + ": no device has this address");
+    } else if (!m_inRange) {
+        Refuse(name + ": out of range");
+    }
+    return address == m_address && m_inRange;
+}
+
+bool BluetoothKeyboard::Reaches(LinkCall call, std::uint64_t address, bool isKnown) {
+    if (!Reaches(call, address)) {
         return false;
     }
-    if (!m_inRange) {
-        Refuse(std::string(what) + ": out of range");
-        return false;
+    if (!m_connected || !isKnown) {
+        Refuse(kLinkCallNames[call] +
+               std::string(m_connected ? ": no such characteristic" : ": not connected"));
     }
-    return true;
+    return m_connected && isKnown;
 }
 
 bool BluetoothKeyboard::Connect(std::uint64_t address) {
-    ++m_calls[kLinkConnect];
-    if (!Reachable(address, "connect")) {
-        return false;
-    }
-    m_connected = true;
-    return true;
+    const bool good = Reaches(kLinkConnect, address);
+    m_connected = m_connected || good;
+    return good;
 }
 
 bool BluetoothKeyboard::Disconnect(std::uint64_t address) {
@@ -39,13 +44,8 @@ bool BluetoothKeyboard::Disconnect(std::uint64_t address) {
 
 bool BluetoothKeyboard::Subscribe(std::uint64_t address, const std::string& service,
                                   const std::string& characteristic, bool on) {
-    ++m_calls[on ? kLinkSubscribe : kLinkUnsubscribe];
-    const char* const what = on ? "subscribe" : "unsubscribe";
-    if (!Reachable(address, what)) {
-        return false;
-    }
-    if (!m_connected || service != kBleService || characteristic != kBleNotifyCharacteristic) {
-        Refuse(std::string(what) + (m_connected ? ": no such characteristic" : ": not connected"));
+    const bool isKnown = service == kBleService && characteristic == kBleNotifyCharacteristic;
+    if (!Reaches(on ? kLinkSubscribe : kLinkUnsubscribe, address, isKnown)) {
         return false;
     }
     m_subscribed = on;
@@ -54,12 +54,8 @@ bool BluetoothKeyboard::Subscribe(std::uint64_t address, const std::string& serv
 
 bool BluetoothKeyboard::Write(std::uint64_t address, const std::string& service,
                               const std::string& characteristic, const Bytes& value) {
-    ++m_calls[kLinkWrite];
-    if (!Reachable(address, "write")) {
-        return false;
-    }
-    if (!m_connected || service != kBleService || characteristic != kBleWriteCharacteristic) {
-        Refuse(m_connected ? "write: no such characteristic" : "write: not connected");
+    const bool isKnown = service == kBleService && characteristic == kBleWriteCharacteristic;
+    if (!Reaches(kLinkWrite, address, isKnown)) {
         return false;
     }
     if (value.size() > kMaxBleValue) {
@@ -77,9 +73,8 @@ void BluetoothKeyboard::DropLink() {
 }
 
 Bytes BluetoothKeyboard::Wrap(std::uint8_t type, const Bytes& payload) const {
-    const Bytes head = {kFrameMark, type};
-    Bytes value(head.size() + payload.size());
-    std::copy(payload.begin(), payload.end(), std::copy(head.begin(), head.end(), value.begin()));
+    Bytes value = {kFrameMark, type};
+    value.insert(value.end(), payload.begin(), payload.end());
     return value;
 }
 

@@ -18,6 +18,8 @@ constexpr std::size_t kMaxBleValue = 890;
 
 enum LinkCall { kLinkConnect, kLinkDisconnect, kLinkSubscribe, kLinkUnsubscribe, kLinkWrite };
 using LinkCalls = std::array<unsigned, kLinkWrite + 1>;
+constexpr const char* kLinkCallNames[] = {"connect", "disconnect", "subscribe", "unsubscribe",
+                                          "write"};  // in the order of LinkCall
 
 class BluetoothKeyboard : public KeyboardTag {
   public:
@@ -46,7 +48,9 @@ class BluetoothKeyboard : public KeyboardTag {
     Bytes Wrap(std::uint8_t type, const Bytes& payload) const override;
 
   private:
-    bool Reachable(std::uint64_t address, const char* what);
+    // Count the call, and record why it is refused.
+    bool Reaches(LinkCall call, std::uint64_t address);
+    bool Reaches(LinkCall call, std::uint64_t address, bool isKnown);
 
     std::uint64_t m_address;
     LinkCalls m_calls{};

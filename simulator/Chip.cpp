@@ -1,6 +1,8 @@
 // The chip kinds by their names.
 #include "simulator/Chip.h"
 
+#include <string_view>
+
 #include "simulator/FanliChip.h"
 #include "simulator/Fm11nChip.h"
 #include "simulator/SilentChip.h"
@@ -9,38 +11,38 @@ namespace simulator {
 
 namespace {
 
-// The dynamic lock follows the data area directly: its register is also the end of the data.
+// The dynamic lock follows the data area directly.
 constexpr unsigned kDynamicLock = 0x0388;
 constexpr unsigned kUpperDynamicLock = 0x03C8;
-constexpr std::uint8_t kStartFdMode = 0x00;
 
-constexpr Fm11nTraits kFm11nt081 = {0x1D,         0x00,          kDynamicLock,
-                                    kDynamicLock, kFm11nReadGap, kStartFdMode};
-// The mode register of the 082C lies inside the data of its bigger memory, so phones get the data
-// area of the other chips.
-constexpr Fm11nTraits kFm11nt082c = {0x1D, 0x10, kUpperDynamicLock, kDynamicLock, 0, kStartFdMode};
-constexpr Fm11nTraits kLikeFm11n = {0x53,         0x02,          kDynamicLock,
-                                    kDynamicLock, kFm11nReadGap, kStartFdMode};
+constexpr Fm11nTraits kFm11nt081 = {0x1D, 0x00, kDynamicLock, kFm11nReadGap};
+constexpr Fm11nTraits kFm11nt082c = {0x1D, 0x10, kUpperDynamicLock, 0};
+constexpr Fm11nTraits kLikeFm11n = {0x53, 0x02, kDynamicLock, kFm11nReadGap};
+
+template <class Model, const auto&... arguments>
+std::unique_ptr<Chip> Make() {
+    return std::make_unique<Model>(arguments...);
+}
+
+constexpr struct {
+    std::string_view name;
+    std::unique_ptr<Chip> (*make)();
+} kMakers[] = {{"fm11nt081", Make<Fm11nChip, kFm11nt081>},
+               {"fm11nt082c", Make<Fm11nChip, kFm11nt082c>},
+               {"like-fm11n", Make<Fm11nChip, kLikeFm11n>},
+               {"fanli", Make<FanliChip, kFanliIdentity>},
+               {"like-fanli", Make<FanliChip, kLikeFanliIdentity>},
+               {"silent", Make<SilentChip>}};
 
 }  // namespace
 
 std::unique_ptr<Chip> MakeChip(const std::string& name) {
-    if (name == "fm11nt081") {
-        return std::make_unique<Fm11nChip>(kFm11nt081);
+    for (const auto& [known, make] : kMakers) {
+        if (name == known) {
+            return make();
+        }
     }
-    if (name == "fm11nt082c") {
-        return std::make_unique<Fm11nChip>(kFm11nt082c);
-    }
-    if (name == "like-fm11n") {
-        return std::make_unique<Fm11nChip>(kLikeFm11n);
-    }
-    if (name == "fanli") {
-        return std::make_unique<FanliChip>(kFanliIdentity);
-    }
-    if (name == "like-fanli") {
-        return std::make_unique<FanliChip>(kLikeFanliIdentity);
-    }
-    return name == "silent" ? std::make_unique<SilentChip>() : nullptr;
+    return nullptr;
 }
 
 }  // namespace simulator

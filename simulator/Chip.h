@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "simulator/Basics.h"
-#include "simulator/TagRadio.h"
+#include "simulator/TagMemory.h"
 
 namespace simulator {
 
@@ -32,20 +32,17 @@ class ChipBus {
     virtual void OnInterrupt(std::function<void()> raised) = 0;
 
     /// The line's level; always false for a chip that only pulses.
-    virtual bool InterruptAsserted() const = 0;
+    virtual bool InterruptAsserted() const { return false; }
 };
 
 struct ChipCounters {
     std::size_t writes = 0;      ///< write transfers acknowledged
     std::size_t reads = 0;       ///< read transfers acknowledged
-    std::size_t naks = 0;        ///< transfers not acknowledged
     std::size_t earlyReads = 0;  ///< reads before the answer was ready
     std::size_t lostWrites = 0;  ///< frames acknowledged but ignored, the chip being busy
     std::size_t malformed = 0;   ///< frames acknowledged that make no sense to the chip, and reads
                                  ///< of another length than their request said
     std::size_t interrupts = 0;  ///< times that the line was raised
-    std::size_t rfReads = 0;     ///< read commands of phones that were answered
-    std::size_t rfWrites = 0;    ///< write commands of phones that were stored
 };
 
 /// For tests and for the lab. A setting that the chip does not have returns false.
@@ -57,25 +54,27 @@ class ChipBackDoor {
     virtual void SetMemory(unsigned reg, const Bytes& bytes) = 0;
     /// As commanded last; a Fanli chip takes kFanliRadioTime to obey.
     virtual bool RadioOn() const = 0;
-    /// True when no page of the tag image can be written from the radio side.
-    virtual bool Locked() const = 0;
     virtual const ChipCounters& Counters() const = 0;
 
     /// Raises the interrupt without a cause. For Fanli with a status see RaiseStatus.
     virtual void RaiseInterrupt() = 0;
 
     /// FM11N: the bits of `mask` in a register read as in `value` from now on, whatever is written.
-    virtual bool StickBits(unsigned reg, std::uint8_t mask, std::uint8_t value) = 0;
+    virtual bool StickBits(unsigned /*reg*/, std::uint8_t /*mask*/, std::uint8_t /*value*/) {
+        return false;
+    }
 
     /// Fanli: puts an event into the status queue.
-    virtual bool RaiseStatus(Micros now, std::uint8_t status, std::uint32_t para1) = 0;
+    virtual bool RaiseStatus(Micros /*now*/, std::uint8_t /*status*/, std::uint32_t /*para1*/) {
+        return false;
+    }
 
     /// Fanli: the next write check reports this register as the first that failed.
-    virtual bool FailWriteCheck(std::uint16_t firstFailAddr) = 0;
+    virtual bool FailWriteCheck(std::uint16_t /*firstFailAddr*/) { return false; }
 };
 
 /// What all chip models have in common: the three interfaces in one object, the interrupt line, the
-/// counters, and settings of the back door that a chip does not have.
+/// registers and the counters.
 class Chip : protected ChipBus, protected TagRadio, protected ChipBackDoor {
   public:
     ChipBus& Bus() { return *this; }
@@ -83,8 +82,13 @@ class Chip : protected ChipBus, protected TagRadio, protected ChipBackDoor {
     ChipBackDoor& BackDoor() { return *this; }
 
   protected:
+    explicit Chip(std::size_t registers = 0) : m_memory(registers) {}
+
     void OnInterrupt(std::function<void()> raised) override { m_raised = std::move(raised); }
-    bool InterruptAsserted() const override { return false; }
+    Bytes Memory(unsigned reg, std::size_t count) const override {
+        return m_memory.Read(reg, count);
+    }
+    void SetMemory(unsigned reg, const Bytes& bytes) override { m_memory.Write(reg, bytes); }
     const ChipCounters& Counters() const override { return m_counters; }
     void RaiseInterrupt() override {
         ++m_counters.interrupts;
@@ -92,10 +96,8 @@ class Chip : protected ChipBus, protected TagRadio, protected ChipBackDoor {
             m_raised();
         }
     }
-    bool StickBits(unsigned, std::uint8_t, std::uint8_t) override { return false; }
-    bool RaiseStatus(Micros, std::uint8_t, std::uint32_t) override { return false; }
-    bool FailWriteCheck(std::uint16_t) override { return false; }
 
+    TagMemory m_memory;
     ChipCounters m_counters;
 
   private:

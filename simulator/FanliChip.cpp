@@ -26,7 +26,6 @@ constexpr unsigned kStateRadioOff = 0xF0F2;
 constexpr unsigned kRegisterWriteCheck = 0xF0F8;
 
 constexpr unsigned kCapability = 0x000C;
-constexpr std::array<std::uint8_t, 4> kCapabilityBytes = {0xE1, 0x10, 0x6D, 0x0F};
 
 constexpr unsigned kEnterSumShift = 16;
 constexpr std::uint32_t kSumMask = 0xFFFF;
@@ -43,9 +42,9 @@ std::uint32_t Ticks(Micros now) {
 
 }  // namespace
 
-FanliChip::FanliChip(std::uint8_t identity) {
-    m_registers[0] = identity;
-    std::copy(kCapabilityBytes.begin(), kCapabilityBytes.end(), m_registers.begin() + kCapability);
+FanliChip::FanliChip(std::uint8_t identity) : Chip(kFanliRegisters) {
+    m_memory[0] = identity;
+    m_memory.Write(kCapability, {0xE1, 0x10, 0x6D, 0x0F});
 }
 
 bool FanliChip::Write(Micros now, const Bytes& frame) {
@@ -118,7 +117,7 @@ void FanliChip::StoreBlock(Micros now, unsigned reg, const Bytes& frame) {
         }
         return;
     }
-    std::copy(frame.begin() + kHeadSize, frame.end(), m_registers.begin() + reg);
+    m_memory.Write(reg, Bytes(frame.begin() + kHeadSize, frame.end()));
     m_storeRegister = static_cast<std::uint16_t>(reg);
     m_storeUntil = now + kFanliStoreTime;
 }
@@ -152,7 +151,7 @@ std::optional<Bytes> FanliChip::Read(Micros now, std::size_t count) {
             m_answer = Answer::kNone;
         }
         if (m_answer != Answer::kNone) {
-            bytes = m_answer == Answer::kMemory   ? Memory(m_answerRegister, count)
+            bytes = m_answer == Answer::kMemory   ? m_memory.Read(m_answerRegister, count)
                     : m_answer == Answer::kStatus ? StatusAnswer(now)
                                                   : WriteCheckAnswer(now);
         }
@@ -213,33 +212,10 @@ bool FanliChip::Select(Micros now) {
 }
 
 std::optional<PageQuad> FanliChip::ReadPages(Micros now, unsigned page) {
-    const std::size_t reg = page * kPageSize;
-    if (!RadioIsOn(now) || reg >= kFanliEndOfData) {
+    if (!RadioIsOn(now) || page * kPageSize >= kFanliEndOfData) {
         return std::nullopt;
     }
-    ++m_counters.rfReads;
-    PageQuad quad{};
-    const Bytes bytes = Memory(static_cast<unsigned>(reg), quad.size());
-    std::copy(bytes.begin(), bytes.end(), quad.begin());
-    return quad;
-}
-
-bool FanliChip::WritePage(Micros /*now*/, unsigned /*page*/, const Page& /*bytes*/) {
-    return false;
-}
-
-Bytes FanliChip::Memory(unsigned reg, std::size_t count) const {
-    Bytes bytes(count);
-    for (std::size_t i = 0; i < count && reg + i < kFanliRegisters; ++i) {
-        bytes[i] = m_registers[reg + i];
-    }
-    return bytes;
-}
-
-void FanliChip::SetMemory(unsigned reg, const Bytes& bytes) {
-    for (std::size_t i = 0; i < bytes.size() && reg + i < kFanliRegisters; ++i) {
-        m_registers[reg + i] = bytes[i];
-    }
+    return m_memory.ReadPages(page);
 }
 
 bool FanliChip::RaiseStatus(Micros now, std::uint8_t status, std::uint32_t para1) {

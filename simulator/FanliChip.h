@@ -2,7 +2,6 @@
 // and for switching the radio, and has a status for each interrupt.
 #pragma once
 
-#include <array>
 #include <deque>
 
 #include "simulator/Chip.h"
@@ -52,12 +51,8 @@ class FanliChip final : public Chip {
     void Leave(Micros now) override;
     bool Select(Micros now) override;
     std::optional<PageQuad> ReadPages(Micros now, unsigned page) override;
-    bool WritePage(Micros now, unsigned page, const Page& bytes) override;
 
-    Bytes Memory(unsigned reg, std::size_t count) const override;
-    void SetMemory(unsigned reg, const Bytes& bytes) override;
     bool RadioOn() const override { return m_radioCommand; }
-    bool Locked() const override { return true; }  // phones cannot write
     bool RaiseStatus(Micros now, std::uint8_t status, std::uint32_t para1) override;
     bool FailWriteCheck(std::uint16_t firstFailAddr) override;
 
@@ -78,7 +73,6 @@ class FanliChip final : public Chip {
     Bytes WriteCheckAnswer(Micros now);
     void FieldEvent(Micros now, std::uint8_t status);
 
-    std::array<std::uint8_t, kFanliRegisters> m_registers{};
     Answer m_answer = Answer::kNone;
     unsigned m_answerRegister = 0;
     std::uint8_t m_answerLength = 0;  // low eight bits

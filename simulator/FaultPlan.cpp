@@ -5,36 +5,38 @@
 #include <charconv>
 #include <iterator>
 #include <limits>
+#include <utility>
 
 namespace simulator {
 
 namespace {
 
-struct TargetName {
-    const char* name;
-    FaultTarget target;
-};
-constexpr TargetName kTargets[] = {
+constexpr std::pair<const char*, FaultTarget> kTargets[] = {
     {"open", FaultTarget::kOpen},           {"read", FaultTarget::kRead},
     {"write", FaultTarget::kWrite},         {"control", FaultTarget::kControl},
     {"interrupt", FaultTarget::kInterrupt}, {"any", FaultTarget::kAny}};
 
-struct ActionName {
+constexpr struct {
     const char* name;
     FaultAction action;
     const char* form;
     const char* value;  // what follows the colon; null for nothing
-};
-constexpr ActionName kActions[] = {
-    {"refuse", FaultAction::kRefuse, "refuse:CODE", "a last-error code"},
-    {"fail", FaultAction::kFail, "fail:CODE", "a last-error code"},
-    {"short", FaultAction::kShort, "short:BYTES", "a number of bytes"},
-    {"late", FaultAction::kLate, "late:MS", "a number of milliseconds"},
-    {"never", FaultAction::kNever, "never", nullptr},
-    {"gone", FaultAction::kGone, "gone", nullptr}};
+} kActions[] = {{"refuse", FaultAction::kRefuse, "refuse:CODE", "a last-error code"},
+                {"fail", FaultAction::kFail, "fail:CODE", "a last-error code"},
+                {"short", FaultAction::kShort, "short:BYTES", "a number of bytes"},
+                {"late", FaultAction::kLate, "late:MS", "a number of milliseconds"},
+                {"never", FaultAction::kNever, "never", nullptr},
+                {"gone", FaultAction::kGone, "gone", nullptr}};
 
 constexpr char kTargetList[] = "open, read, write, control, interrupt or any";
 constexpr char kActionList[] = "refuse:CODE, fail:CODE, short:BYTES, late:MS, never or gone";
+
+std::string Trimmed(const std::string& text) {
+    const auto begin = text.find_first_not_of(" \t\r\n");
+    return begin == std::string::npos
+               ? ""
+               : text.substr(begin, text.find_last_not_of(" \t\r\n") - begin + 1);
+}
 
 std::string NumberRange() {
     return "from 1 to " + std::to_string(std::numeric_limits<std::uint32_t>::max());
@@ -63,23 +65,19 @@ std::string ReadWhich(const std::string& text, Fault& fault) {
 std::string ReadAction(const std::string& text, Fault& fault) {
     const auto colon = text.find(':');
     const std::string name = text.substr(0, colon);
-    for (const ActionName& action : kActions) {
-        if (name != action.name) {
-            continue;
-        }
-        fault.action = action.action;
-        if (action.value == nullptr) {
-            return colon == std::string::npos ? "" : name + " takes no value";
-        }
-        const auto value =
-            colon == std::string::npos ? std::nullopt : FaultNumber(text.substr(colon + 1));
-        if (!value) {
-            return std::string(action.form) + " needs " + action.value + " " + NumberRange();
-        }
-        fault.value = *value;
-        return "";
+    const auto* const action = std::find_if(std::begin(kActions), std::end(kActions),
+                                            [&](const auto& one) { return name == one.name; });
+    if (action == std::end(kActions)) {
+        return "\"" + name + "\" is not one of " + kActionList;
     }
-    return "\"" + name + "\" is not one of " + kActionList;
+    fault.action = action->action;
+    if (action->value == nullptr) {
+        return colon == std::string::npos ? "" : name + " takes no value";
+    }
+    const auto value =
+        colon == std::string::npos ? std::nullopt : FaultNumber(text.substr(colon + 1));
+    fault.value = value.value_or(0);
+    return value ? "" : std::string(action->form) + " needs " + action->value + " " + NumberRange();
 }
 
 // Returns what is wrong; empty for nothing.
@@ -90,13 +88,12 @@ std::string ReadFault(const std::string& text, Fault& fault) {
         return "the form is KIND#WHICH=ACTION, as in write#3=refuse:1117";
     }
     const std::string kind = Trimmed(text.substr(0, hash));
-    const auto* const target =
-        std::find_if(std::begin(kTargets), std::end(kTargets),
-                     [&](const TargetName& one) { return kind == one.name; });
+    const auto* const target = std::find_if(std::begin(kTargets), std::end(kTargets),
+                                            [&](const auto& one) { return kind == one.first; });
     if (target == std::end(kTargets)) {
         return "\"" + kind + "\" is not one of " + kTargetList;
     }
-    fault.target = target->target;
+    fault.target = target->second;
     std::string problem = ReadWhich(Trimmed(text.substr(hash + 1, equals - hash - 1)), fault);
     if (problem.empty()) {
         problem = ReadAction(Trimmed(text.substr(equals + 1)), fault);
@@ -110,11 +107,14 @@ std::string ReadFault(const std::string& text, Fault& fault) {
 
 }  // namespace
 
-std::string Trimmed(const std::string& text) {
-    const auto begin = text.find_first_not_of(" \t\r\n");
-    return begin == std::string::npos
-               ? ""
-               : text.substr(begin, text.find_last_not_of(" \t\r\n") - begin + 1);
+std::vector<std::string> FaultEntries(const std::string& text) {
+    std::vector<std::string> entries;
+    for (std::size_t at = 0; at <= text.size() && !Trimmed(text).empty();) {
+        const std::size_t comma = std::min(text.find(',', at), text.size());
+        entries.push_back(Trimmed(text.substr(at, comma - at)));
+        at = comma + 1;
+    }
+    return entries;
 }
 
 std::optional<std::uint32_t> FaultNumber(const std::string& text) {
@@ -128,30 +128,17 @@ std::optional<std::uint32_t> FaultNumber(const std::string& text) {
 std::optional<FaultPlan> FaultPlan::Parse(const std::string& text, std::string& error) {
     FaultPlan plan;
     error.clear();
-    if (Trimmed(text).empty()) {
-        return plan;
-    }
-    std::size_t begin = 0;
-    for (std::size_t number = 1;; ++number) {
-        const auto comma = text.find(',', begin);
-        const std::string part =
-            Trimmed(text.substr(begin, comma == std::string::npos ? comma : comma - begin));
-        if (part.empty()) {
-            error = "entry " + std::to_string(number) + " is empty";
-            return std::nullopt;
-        }
+    for (const std::string& entry : FaultEntries(text)) {
         Fault fault;
-        const std::string problem = ReadFault(part, fault);
+        const std::string problem = ReadFault(entry, fault);
         if (!problem.empty()) {
-            error = "\"" + part + "\": " + problem;
+            error = entry.empty() ? "entry " + std::to_string(plan.faults.size() + 1) + " is empty"
+                                  : "\"" + entry + "\": " + problem;
             return std::nullopt;
         }
         plan.faults.push_back(fault);
-        if (comma == std::string::npos) {
-            return plan;
-        }
-        begin = comma + 1;
     }
+    return plan;
 }
 
 const Fault* FaultPlan::Find(FaultTarget target, std::uint32_t nth, std::uint32_t nthAny) const {

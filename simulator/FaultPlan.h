@@ -39,8 +39,8 @@ struct Fault {
     std::uint32_t value = 0;  ///< code, bytes or milliseconds, by the action
 };
 
-/// The text without blanks around it.
-std::string Trimmed(const std::string& text);
+/// The entries between the commas, without the blanks around them; none in a text of blanks.
+std::vector<std::string> FaultEntries(const std::string& text);
 /// The whole number from 1 to 4294967295 that the text is; nothing for any other text.
 std::optional<std::uint32_t> FaultNumber(const std::string& text);
 

@@ -27,55 +27,40 @@ class FaultyDriver::Forwarded : public emulation::Request {
     bool Pending() const override { return !m_ended && m_outer->Pending(); }
 
     void Complete(const std::uint8_t* bytes, std::size_t count) override {
-        if (std::exchange(m_ended, true)) {
-            return;
-        }
         const std::size_t moved = count - std::min<std::size_t>(m_short, count);
-        if (m_late == 0) {
-            Unregister();
-            m_outer->Complete(bytes, moved);
-            return;
-        }
-        Bytes copy;
+        std::optional<Bytes> copy;
         if (bytes != nullptr) {
-            copy.assign(bytes, bytes + moved);
+            copy.emplace(bytes, bytes + moved);
         }
-        EndLater([outer = m_outer, copy, isNull = bytes == nullptr, moved] {
-            outer->Complete(isNull ? nullptr : copy.data(), moved);
+        End([outer = m_outer, copy, moved] {
+            outer->Complete(copy ? copy->data() : nullptr, moved);
         });
     }
-
     void Fail(DWORD error, std::size_t count) override {
-        if (std::exchange(m_ended, true)) {
-            return;
-        }
-        if (m_late == 0) {
-            Unregister();
-            m_outer->Fail(error, count);
-            return;
-        }
-        EndLater([outer = m_outer, error, count] { outer->Fail(error, count); });
+        End([outer = m_outer, error, count] { outer->Fail(error, count); });
     }
 
     const emulation::RequestPtr& outer() const { return m_outer; }
-    bool ended() const { return m_ended; }
-    void Abandon() { m_ended = true; }
+    /// From now on it does not end the outer one. False: it has ended already.
+    bool Abandon() { return !std::exchange(m_ended, true); }
 
   private:
-    void Unregister() {
-        if (const auto driver = m_driver.lock()) {
-            driver->Forget(m_outer.get());
+    // A late request stays registered until then, so that closing or removing the device ends it.
+    void End(std::function<void()> end) {
+        if (std::exchange(m_ended, true)) {
+            return;
         }
-    }
-
-    // The request stays registered until then, so that closing or removing the device ends it.
-    void EndLater(std::function<void()> end) {
-        emulation::After(m_late, [driver = m_driver, outer = m_outer, end = std::move(end)] {
+        const auto endNow = [driver = m_driver, outer = m_outer, end = std::move(end)] {
             if (const auto alive = driver.lock()) {
                 alive->Forget(outer.get());
             }
             end();
-        });
+        };
+        if (m_late == 0) {
+            endNow();
+        } else {
+            emulation::After(m_late, endNow);
+        }
     }
 
     emulation::RequestPtr m_outer;
@@ -84,10 +69,6 @@ class FaultyDriver::Forwarded : public emulation::Request {
     Micros m_late = 0;
     bool m_ended = false;
 };
-
-FaultyDriver::FaultyDriver(std::shared_ptr<emulation::Driver> inner) : m_inner(std::move(inner)) {}
-
-FaultyDriver::~FaultyDriver() = default;
 
 void FaultyDriver::SetPlan(FaultPlan plan) {
     m_plan = std::move(plan);
@@ -103,9 +84,7 @@ const Fault* FaultyDriver::Next(FaultTarget target) {
         ++count(FaultTarget::kAny);
     }
     const Fault* fault = m_plan.Find(target, ++count(target), count(FaultTarget::kAny));
-    if (fault != nullptr) {
-        ++m_hits;
-    }
+    m_hits += fault != nullptr ? 1 : 0;
     return fault;
 }
 
@@ -191,10 +170,15 @@ void FaultyDriver::Cancel(const emulation::RequestPtr& request) {
     const auto forwarded = m_forwarded;
     Forget(request.get());
     for (const auto& one : forwarded) {
-        if (one->outer() == request && !one->ended()) {
-            m_inner->Cancel(one);
-            one->Abandon();
+        if (one->outer() == request) {
+            Withdraw(one);
         }
+    }
+}
+
+void FaultyDriver::Withdraw(const std::shared_ptr<Forwarded>& forwarded) {
+    if (forwarded->Abandon()) {
+        m_inner->Cancel(forwarded);
     }
 }
 
@@ -203,10 +187,7 @@ void FaultyDriver::Disappear() {
     const auto forwarded = std::exchange(m_forwarded, {});
     const auto held = std::exchange(m_held, {});
     for (const auto& one : forwarded) {
-        if (!one->ended()) {
-            m_inner->Cancel(one);
-            one->Abandon();
-        }
+        Withdraw(one);
         one->outer()->Fail(ERROR_DEVICE_NOT_CONNECTED);
     }
     for (const emulation::RequestPtr& request : held) {

@@ -16,8 +16,7 @@ constexpr Micros kFaultPendingTime = 100;
 
 class FaultyDriver : public emulation::Driver, public std::enable_shared_from_this<FaultyDriver> {
   public:
-    explicit FaultyDriver(std::shared_ptr<emulation::Driver> inner);
-    ~FaultyDriver() override;
+    explicit FaultyDriver(std::shared_ptr<emulation::Driver> inner) : m_inner(std::move(inner)) {}
 
     DWORD Open() override;
     void Close() override;
@@ -31,13 +30,13 @@ class FaultyDriver : public emulation::Driver, public std::enable_shared_from_th
     /// Fails what is pending and everything from now on; SetPlan brings the device back.
     void Unplug() { Disappear(); }
     std::size_t FaultsHit() const { return m_hits; }
-    bool Gone() const { return m_gone; }
 
   private:
     class Forwarded;
 
     const Fault* Next(FaultTarget target);
     DWORD Forward(const emulation::RequestPtr& request, const Fault* fault);
+    void Withdraw(const std::shared_ptr<Forwarded>& forwarded);
     void Disappear();
     void Forget(const emulation::Request* outer);
 

@@ -2,9 +2,6 @@
 // address write. Phones see the same memory as a Type 2 tag, where register 16 is page 4.
 #pragma once
 
-#include <array>
-#include <map>
-
 #include "simulator/Chip.h"
 
 namespace simulator {
@@ -25,9 +22,7 @@ struct Fm11nTraits {
     std::uint8_t identity0;  ///< register 0
     std::uint8_t identity7;  ///< register 7
     unsigned dynamicLock;    ///< register of the dynamic lock bytes
-    unsigned endOfData;      ///< first register after the data area
     Micros readGap;
-    std::uint8_t startFdMode;
 };
 
 class Fm11nChip final : public Chip {
@@ -42,26 +37,13 @@ class Fm11nChip final : public Chip {
     void Leave(Micros now) override;
     bool Select(Micros now) override;
     std::optional<PageQuad> ReadPages(Micros now, unsigned page) override;
-    bool WritePage(Micros now, unsigned page, const Page& bytes) override;
 
-    Bytes Memory(unsigned reg, std::size_t count) const override;
-    void SetMemory(unsigned reg, const Bytes& bytes) override;
     bool RadioOn() const override;
-    bool Locked() const override;
     bool StickBits(unsigned reg, std::uint8_t mask, std::uint8_t value) override;
 
-    struct Stuck {
-        std::uint8_t mask;
-        std::uint8_t value;
-    };
-
-    std::uint8_t RegisterValue(unsigned reg) const;
     void StoreByte(unsigned reg, std::uint8_t value);
-    bool PageLocked(unsigned page) const;
 
     Fm11nTraits m_traits;
-    std::array<std::uint8_t, kFm11nRegisters> m_registers{};
-    std::map<unsigned, Stuck> m_stuck;
     unsigned m_position = 0;
     Micros m_answerAt = 0;
     Micros m_busyUntil = 0;

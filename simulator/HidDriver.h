@@ -1,47 +1,39 @@
 // The HID class driver of a keyboard's microcontroller, and its place in the enumeration.
-// Runs under the layer's device lock.
 #pragma once
 
 #include <deque>
 #include <memory>
-#include <string>
 #include <vector>
 
-#include "platform/emulation/Driver.h"
 #include "platform/emulation/Kernel.h"
 #include "simulator/KeyboardMcu.h"
+#include "simulator/ModelDriver.h"
 
 namespace simulator {
 
-constexpr Micros kDefaultReportLatency = 1 * kMilli;  ///< one poll of the endpoint
-constexpr std::size_t kInputQueueLength = 32;         ///< older reports are dropped, as by Windows
+constexpr Micros kReportLatency = 1 * kMilli;  ///< one poll of the endpoint
+constexpr std::size_t kInputQueueLength = 32;  ///< older reports are dropped, as by Windows
 
-class HidDriver : public emulation::Driver, public std::enable_shared_from_this<HidDriver> {
+class HidDriver : public ModelDriver {
   public:
-    explicit HidDriver(std::shared_ptr<KeyboardMcu> mcu, Micros latency = kDefaultReportLatency);
-    ~HidDriver() override;
+    explicit HidDriver(std::shared_ptr<KeyboardMcu> mcu) : m_mcu(std::move(mcu)) {}
 
     DWORD Open() override;
     void Close() override;
     DWORD Start(const emulation::RequestPtr& request) override;
-    void Cancel(const emulation::RequestPtr& request) override;
 
     // The back door; under emulation::DeviceLock.
-    void Unplug();
-    KeyboardMcu& mcu() { return *m_mcu; }
     std::size_t ReadsPending() const { return m_reads.size(); }
 
   private:
+    void Finish(const emulation::RequestPtr& request) override;
     void Deliver(const Bytes& report);
-    void FailAll(DWORD error);
 
     std::shared_ptr<KeyboardMcu> m_mcu;
-    Micros m_latency;
-    std::deque<emulation::RequestPtr> m_reads;
-    std::vector<emulation::RequestPtr> m_writes;
+    Requests& m_reads = m_first;  // oldest first
+    Requests& m_writes = m_second;
     std::deque<Bytes> m_input;
     bool m_open = false;
-    bool m_gone = false;
 };
 
 /// The keyboard as the enumeration shows it: the right path, usage and identity.
@@ -52,6 +44,6 @@ emulation::HidInterface KeyboardInterface();
 std::vector<emulation::HidInterface> DecoyInterfaces();
 
 /// Registers the decoys, the keyboard, and one more decoy.
-void RegisterKeyboard(const std::shared_ptr<emulation::Driver>& driver, bool decoys = true);
+void RegisterKeyboard(const std::shared_ptr<emulation::Driver>& driver);
 
 }  // namespace simulator

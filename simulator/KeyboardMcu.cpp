@@ -62,9 +62,8 @@ void KeyboardMcu::Output(const Bytes& report) {
 }
 
 Bytes KeyboardMcu::Wrap(std::uint8_t type, const Bytes& payload) const {
-    const Bytes head = {kReportId, 1, 1, 0, kFrameMark, type};
-    Bytes report(head.size() + payload.size());
-    std::copy(payload.begin(), payload.end(), std::copy(head.begin(), head.end(), report.begin()));
+    Bytes report = {kReportId, 1, 1, 0, kFrameMark, type};
+    report.insert(report.end(), payload.begin(), payload.end());
     report[kAtLength] = static_cast<std::uint8_t>(std::min(report.size(), kReportSize));
     report.resize(kReportSize);
     return report;

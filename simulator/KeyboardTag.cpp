@@ -1,7 +1,8 @@
 // Stores images and answers requests.
 #include "simulator/KeyboardTag.h"
 
-#include <algorithm>
+#include <iterator>
+#include <utility>
 
 namespace simulator {
 
@@ -16,20 +17,6 @@ constexpr std::size_t kMemorySize = kFirstImageRegister + kMaxKeyboardImage + kP
 
 KeyboardTag::KeyboardTag() : m_memory(kMemorySize) {}
 
-Bytes KeyboardTag::Memory(unsigned reg, std::size_t count) const {
-    Bytes bytes(count);
-    for (std::size_t i = 0; i < count && reg + i < m_memory.size(); ++i) {
-        bytes[i] = m_memory[reg + i];
-    }
-    return bytes;
-}
-
-void KeyboardTag::SetMemory(unsigned reg, const Bytes& bytes) {
-    for (std::size_t i = 0; i < bytes.size() && reg + i < m_memory.size(); ++i) {
-        m_memory[reg + i] = bytes[i];
-    }
-}
-
 void KeyboardTag::TakeFrame(const Bytes& frame) {
     if (frame.size() < kFrameHeadSize) {
         return Refuse("a frame of " + std::to_string(frame.size()) + " bytes has no head");
@@ -43,7 +30,7 @@ void KeyboardTag::TakeFrame(const Bytes& frame) {
             return Refuse("an image of " + std::to_string(size) + " bytes is too long");
         }
         m_image.assign(frame.begin() + kFrameHeadSize, frame.end());
-        SetMemory(kFirstImageRegister, m_image);
+        m_memory.Write(kFirstImageRegister, m_image);
         ++m_imagesStored;
         return;
     }
@@ -59,7 +46,7 @@ void KeyboardTag::TakeFrame(const Bytes& frame) {
     }
     ++m_numbersAsked;
     if (m_answers) {
-        SendNumber(Memory(reg, kNumberSize), m_answerLatency);
+        SendNumber(m_memory.Read(reg, kNumberSize), m_answerLatency);
     }
 }
 
@@ -78,38 +65,24 @@ void KeyboardTag::SendRaw(Bytes message, Micros delay) {
     }
 }
 
-bool KeyboardTag::RadioSide::Enter(Micros /*now*/) {
-    if (!m_inField) {
-        m_inField = true;
-        m_tag.SendField(true);
+bool KeyboardTag::Enter(Micros /*now*/) {
+    if (!std::exchange(m_inField, true)) {
+        SendField(true);
     }
     return true;
 }
 
-void KeyboardTag::RadioSide::Leave(Micros /*now*/) {
-    if (m_inField) {
-        m_inField = false;
-        m_tag.SendField(false);
+void KeyboardTag::Leave(Micros /*now*/) {
+    if (std::exchange(m_inField, false)) {
+        SendField(false);
     }
 }
 
-bool KeyboardTag::RadioSide::Select(Micros /*now*/) {
-    return true;
-}
-
-std::optional<PageQuad> KeyboardTag::RadioSide::ReadPages(Micros /*now*/, unsigned page) {
-    const std::size_t reg = page * kPageSize;
-    if (reg >= kFirstImageRegister + kMaxKeyboardImage) {
+std::optional<PageQuad> KeyboardTag::ReadPages(Micros /*now*/, unsigned page) {
+    if (page * kPageSize >= kFirstImageRegister + kMaxKeyboardImage) {
         return std::nullopt;
     }
-    PageQuad quad{};
-    const Bytes bytes = m_tag.Memory(static_cast<unsigned>(reg), quad.size());
-    std::copy(bytes.begin(), bytes.end(), quad.begin());
-    return quad;
-}
-
-bool KeyboardTag::RadioSide::WritePage(Micros /*now*/, unsigned /*page*/, const Page& /*bytes*/) {
-    return false;  // only the PC writes images
+    return m_memory.ReadPages(page);
 }
 
 }  // namespace simulator

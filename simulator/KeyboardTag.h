@@ -9,8 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/Basics.h"
-#include "simulator/TagRadio.h"
+#include "simulator/TagMemory.h"
 
 namespace simulator {
 
@@ -28,23 +27,22 @@ constexpr std::uint8_t kTypeNumber = 0x03;
 constexpr std::uint8_t kFieldEnter[2] = {0x6E, 0xE6};
 constexpr std::uint8_t kFieldLeave[2] = {0xE6, 0x6E};
 
-class KeyboardTag {
+class KeyboardTag : protected TagRadio {
   public:
     /// Gets the keyboard's messages. Each is to be delivered once `delay` has passed.
     using Sender = std::function<void(Micros delay, Bytes message)>;
 
-    virtual ~KeyboardTag() = default;
     void OnSend(Sender send) { m_send = std::move(send); }
 
     // The phone's side.
-    TagRadio& Radio() { return m_radio; }
+    TagRadio& Radio() { return *this; }
 
     // The back door.
 
     /// The image as last written, empty before the first.
     const Bytes& Image() const { return m_image; }
-    Bytes Memory(unsigned reg, std::size_t count) const;
-    void SetMemory(unsigned reg, const Bytes& bytes);
+    Bytes Memory(unsigned reg, std::size_t count) const { return m_memory.Read(reg, count); }
+    void SetMemory(unsigned reg, const Bytes& bytes) { m_memory.Write(reg, bytes); }
     std::size_t ImagesStored() const { return m_imagesStored; }
     std::size_t NumbersAsked() const { return m_numbersAsked; }
     /// The reasons of all refusals, in order.
@@ -68,23 +66,14 @@ class KeyboardTag {
     virtual Bytes Wrap(std::uint8_t type, const Bytes& payload) const = 0;
 
   private:
-    class RadioSide : public TagRadio {
-      public:
-        explicit RadioSide(KeyboardTag& tag) : m_tag(tag) {}
-        bool Enter(Micros now) override;
-        void Leave(Micros now) override;
-        bool Select(Micros now) override;
-        std::optional<PageQuad> ReadPages(Micros now, unsigned page) override;
-        bool WritePage(Micros now, unsigned page, const Page& bytes) override;
+    bool Enter(Micros now) override;
+    void Leave(Micros now) override;
+    bool Select(Micros /*now*/) override { return true; }
+    std::optional<PageQuad> ReadPages(Micros now, unsigned page) override;
 
-      private:
-        KeyboardTag& m_tag;
-        bool m_inField = false;
-    };
-
-    Bytes m_memory;  // by register, from 0
+    TagMemory m_memory;
     Bytes m_image;
-    RadioSide m_radio{*this};
+    bool m_inField = false;
     Sender m_send;
     Micros m_answerLatency = kDefaultAnswerLatency;
     bool m_answers = true;

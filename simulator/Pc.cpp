@@ -17,6 +17,11 @@ std::wstring PathOf(PcRoute route) {
     return std::wstring(KindOf(route).driver);
 }
 
+template <class Type>
+bool Has(const std::vector<Type>& all, const Type& one) {
+    return std::find(all.begin(), all.end(), one) != all.end();
+}
+
 }  // namespace
 
 std::string ChipProblem(const std::vector<PcRoute>& routes, const std::string& chip) {
@@ -28,7 +33,7 @@ std::string ChipProblem(const std::vector<PcRoute>& routes, const std::string& c
     if (kind == nullptr) {
         return "there is no such chip";
     }
-    if (kind->NeedsDetection() && std::count(routes.begin(), routes.end(), PcRoute::kUsb) > 0) {
+    if (kind->NeedsDetection() && Has(routes, PcRoute::kUsb)) {
         return "not possible on the usb route, where every chip has the frames of FM11N chips";
     }
     return "";
@@ -36,19 +41,18 @@ std::string ChipProblem(const std::vector<PcRoute>& routes, const std::string& c
 
 Pc::Pc(const std::vector<PcRoute>& routes, const std::string& chip) : m_routes(routes) {
     for (const PcRoute route : {PcRoute::kI2c, PcRoute::kUsb}) {
-        if (!Has(route)) {
-            continue;
+        if (Has(m_routes, route)) {
+            m_devices.push_back({route, MakeChip(chip), nullptr, nullptr});
+            if (m_devices.back().chip == nullptr) {
+                throw std::invalid_argument("no chip is called \"" + chip + "\"");
+            }
         }
-        SpbRoute spb{route, MakeChip(chip), nullptr, nullptr};
-        if (spb.chip == nullptr) {
-            throw std::invalid_argument("no chip is called \"" + chip + "\"");
-        }
-        m_spb.push_back(std::move(spb));
     }
-    if (Has(PcRoute::kHid)) {
+    if (Has(m_routes, PcRoute::kHid)) {
         m_keyboard = std::make_shared<KeyboardMcu>();
+        m_devices.push_back({PcRoute::kHid, nullptr, nullptr, nullptr});
     }
-    if (Has(PcRoute::kBle)) {
+    if (Has(m_routes, PcRoute::kBle)) {
         m_bluetooth = std::make_shared<BluetoothKeyboard>();
         m_peer = BlePeerAdapter::Make(m_bluetooth);
         LinkDockService::SetPeer(m_peer);
@@ -63,25 +67,23 @@ Pc::~Pc() {
     }
 }
 
-bool Pc::Has(PcRoute route) const {
-    return std::find(m_routes.begin(), m_routes.end(), route) != m_routes.end();
-}
-
 void Pc::Plug() {
     if (std::exchange(m_plugged, true)) {
         return;
     }
-    for (SpbRoute& spb : m_spb) {
-        spb.driver = std::make_shared<SpbDriver>(spb.chip);
-        spb.faulty = std::make_shared<FaultyDriver>(spb.driver);
-        spb.faulty->SetPlan(m_plan);
-        emulation::AddDevice(PathOf(spb.route), spb.faulty);
-    }
-    if (m_keyboard != nullptr) {
-        m_hid = std::make_shared<HidDriver>(m_keyboard);
-        m_faultyHid = std::make_shared<FaultyDriver>(m_hid);
-        m_faultyHid->SetPlan(m_plan);
-        RegisterKeyboard(m_faultyHid);
+    for (auto& [route, chip, driver, faulty] : m_devices) {
+        if (chip != nullptr) {
+            driver = std::make_shared<SpbDriver>(chip);
+        } else {
+            driver = std::make_shared<HidDriver>(m_keyboard);
+        }
+        faulty = std::make_shared<FaultyDriver>(driver);
+        faulty->SetPlan(m_plan);
+        if (chip != nullptr) {
+            emulation::AddDevice(PathOf(route), faulty);
+        } else {
+            RegisterKeyboard(faulty);
+        }
     }
     if (m_bluetooth != nullptr) {
         const emulation::DeviceLock lock;
@@ -93,17 +95,15 @@ void Pc::Unplug() {
     if (!std::exchange(m_plugged, false)) {
         return;
     }
-    for (const SpbRoute& spb : m_spb) {
-        emulation::RemoveDevice(PathOf(spb.route));
+    for (const auto& [route, chip, driver, faulty] : m_devices) {
+        if (chip != nullptr) {
+            emulation::RemoveDevice(PathOf(route));
+        } else {
+            emulation::RemoveHidInterfaces();
+        }
         const emulation::DeviceLock lock;
-        spb.faulty->Unplug();
-        spb.driver->Unplug();
-    }
-    if (m_hid != nullptr) {
-        emulation::RemoveHidInterfaces();
-        const emulation::DeviceLock lock;
-        m_faultyHid->Unplug();
-        m_hid->Unplug();
+        faulty->Unplug();
+        driver->Unplug();
     }
     if (m_bluetooth != nullptr) {
         const emulation::DeviceLock lock;
@@ -114,11 +114,8 @@ void Pc::Unplug() {
 void Pc::Faults(const FaultPlan& plan) {
     const emulation::DeviceLock lock;
     m_plan = plan;
-    for (const SpbRoute& spb : m_spb) {
-        spb.faulty->SetPlan(plan);
-    }
-    if (m_faultyHid != nullptr) {
-        m_faultyHid->SetPlan(plan);
+    for (const Device& device : m_devices) {
+        device.faulty->SetPlan(plan);
     }
 }
 
@@ -136,21 +133,15 @@ std::shared_ptr<PhoneVisit> Pc::TapPhone(Micros enterAfter, Micros stay, Phone::
 
 std::shared_ptr<PhoneVisit> Pc::TapPhone(PcRoute route, Micros enterAfter, Micros stay,
                                          Phone::Reporter report) {
-    const auto visit = [&](auto owner, TagRadio& tag) {
-        return PhoneVisit::Start(std::move(owner), tag, enterAfter, stay, std::move(report));
+    const auto visit = [&](const auto& tag) {
+        return PhoneVisit::Start(tag, tag->Radio(), enterAfter, stay, std::move(report));
     };
-    if (route == PcRoute::kHid && m_keyboard != nullptr) {
-        return visit(m_keyboard, m_keyboard->Radio());
+    if (!Has(m_routes, route)) {
+        return nullptr;
     }
-    if (route == PcRoute::kBle && m_bluetooth != nullptr) {
-        return visit(m_bluetooth, m_bluetooth->Radio());
-    }
-    for (const SpbRoute& spb : m_spb) {
-        if (spb.route == route) {
-            return visit(spb.chip, spb.chip->Radio());
-        }
-    }
-    return nullptr;
+    return route == PcRoute::kHid   ? visit(m_keyboard)
+           : route == PcRoute::kBle ? visit(m_bluetooth)
+                                    : visit(Find(route)->chip);
 }
 
 void Pc::HoldPhone(Micros in, Phone::Reporter report) {
@@ -189,25 +180,32 @@ Bytes Pc::TagMemory() {
                : chip(first)->BackDoor().Memory(kFirstImageRegister, kTagMemory);
 }
 
-Chip* Pc::chip() {
-    return m_spb.empty() ? nullptr : m_spb.front().chip.get();
-}
-
-SpbDriver* Pc::spb() {
-    return m_spb.empty() ? nullptr : m_spb.front().driver.get();
-}
-
-FaultyDriver* Pc::faulty() {
-    return m_spb.empty() ? m_faultyHid.get() : m_spb.front().faulty.get();
+const Pc::Device* Pc::Find(PcRoute route) const {
+    const auto found = std::find_if(m_devices.begin(), m_devices.end(),
+                                    [&](const Device& device) { return device.route == route; });
+    return found == m_devices.end() ? nullptr : &*found;
 }
 
 Chip* Pc::chip(PcRoute route) {
-    for (const SpbRoute& spb : m_spb) {
-        if (spb.route == route) {
-            return spb.chip.get();
-        }
-    }
-    return nullptr;
+    const Device* const device = Find(route);
+    return device == nullptr ? nullptr : device->chip.get();
+}
+
+Chip* Pc::chip() {
+    return m_devices.empty() ? nullptr : m_devices.front().chip.get();
+}
+
+SpbDriver* Pc::spb() {
+    return chip() == nullptr ? nullptr : static_cast<SpbDriver*>(m_devices.front().driver.get());
+}
+
+FaultyDriver* Pc::faulty() {
+    return m_devices.empty() ? nullptr : m_devices.front().faulty.get();
+}
+
+HidDriver* Pc::hid() {
+    const Device* const device = Find(PcRoute::kHid);
+    return device == nullptr ? nullptr : static_cast<HidDriver*>(device->driver.get());
 }
 
 }  // namespace simulator

@@ -66,24 +66,23 @@ class Pc {
     Chip* chip(PcRoute route);
     Bytes TagMemory();  ///< of the first route, from the image's first byte on
     KeyboardMcu* keyboard() { return m_keyboard.get(); }
-    HidDriver* hid() { return m_hid.get(); }
+    HidDriver* hid();
     BluetoothKeyboard* bluetooth() { return m_bluetooth.get(); }
 
   private:
-    struct SpbRoute {
+    /// A device with a driver: a chip, or the keyboard on HID.
+    struct Device {
         PcRoute route;
-        std::shared_ptr<Chip> chip;
-        std::shared_ptr<SpbDriver> driver;
+        std::shared_ptr<Chip> chip;  // null for the keyboard
+        std::shared_ptr<ModelDriver> driver;
         std::shared_ptr<FaultyDriver> faulty;
     };
 
-    bool Has(PcRoute route) const;
+    const Device* Find(PcRoute route) const;
 
     std::vector<PcRoute> m_routes;
-    std::vector<SpbRoute> m_spb;
+    std::vector<Device> m_devices;  // in the order of kRouteKinds
     std::shared_ptr<KeyboardMcu> m_keyboard;
-    std::shared_ptr<HidDriver> m_hid;
-    std::shared_ptr<FaultyDriver> m_faultyHid;
     std::shared_ptr<BluetoothKeyboard> m_bluetooth;
     std::shared_ptr<BlePeerAdapter> m_peer;
     FaultPlan m_plan;

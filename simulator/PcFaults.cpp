@@ -2,30 +2,26 @@
 #include "simulator/PcFaults.h"
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
-#include <utility>
+
+#include "simulator/BluetoothKeyboard.h"
 
 namespace simulator {
 
 namespace {
 
-using LinkDockService::BleCall;
-
-constexpr std::pair<const char*, BleCall> kCalls[] = {{"connect", BleCall::kConnect},
-                                                      {"disconnect", BleCall::kDisconnect},
-                                                      {"subscribe", BleCall::kSubscribe},
-                                                      {"unsubscribe", BleCall::kUnsubscribe},
-                                                      {"write", BleCall::kWrite}};
+static_assert(static_cast<int>(LinkDockService::BleCall::kWrite) == kLinkWrite);
 
 constexpr char kCallForm[] =
     "CALL#N, with connect, disconnect, subscribe, unsubscribe or write and a number from 1 to ";
 
 std::optional<ClientFault> ParseClientFault(const std::string& entry) {
     const auto nth = FaultNumber(entry.substr(entry.find('#') + 1));  // the whole without a '#'
-    for (const auto& [name, call] : kCalls) {
+    for (std::size_t call = 0; call < std::size(kLinkCallNames) && nth; ++call) {
         // The comparison of the whole also refuses zeros in front.
-        if (nth && entry == name + ("#" + std::to_string(*nth))) {
-            return ClientFault{call, *nth};
+        if (entry == kLinkCallNames[call] + ("#" + std::to_string(*nth))) {
+            return ClientFault{static_cast<LinkDockService::BleCall>(call), *nth};
         }
     }
     return std::nullopt;
@@ -43,12 +39,8 @@ std::optional<PcFaults> PcFaults::Parse(const std::string& text, const std::vect
     const bool drivers = routes.size() > 1;
     PcFaults faults;
     std::string ofDrivers;
-    // An empty entry, as after a comma at the end, is not dropped: it is refused.
     unsigned number = 0;
-    for (std::size_t at = 0; !Trimmed(text).empty() && at <= text.size();) {
-        const std::size_t comma = std::min(text.find(',', at), text.size());
-        const std::string entry = Trimmed(text.substr(at, comma - at));
-        at = comma + 1;
+    for (const std::string& entry : FaultEntries(text)) {
         ++number;
         if (drivers && entry.find('=') != std::string::npos) {
             ofDrivers += (ofDrivers.empty() ? "" : ",") + entry;
@@ -64,11 +56,8 @@ std::optional<PcFaults> PcFaults::Parse(const std::string& text, const std::vect
         }
     }
     const auto plan = FaultPlan::Parse(ofDrivers, error);
-    if (!plan) {
-        return std::nullopt;
-    }
-    faults.drivers = *plan;
-    return faults;
+    faults.drivers = plan.value_or(FaultPlan());
+    return plan ? std::make_optional(faults) : std::nullopt;
 }
 
 }  // namespace simulator

@@ -90,32 +90,24 @@ void Phone::Read(Micros now) {
         return;
     }
     const auto begin = m_area.begin() + static_cast<std::ptrdiff_t>(place.offset);
-    PhoneReport report;
+    NdefReading reading;
     std::string problem;
-    if (!ParseNdef(Bytes(begin, begin + static_cast<std::ptrdiff_t>(place.length)), report.reading,
+    if (!ParseNdef(Bytes(begin, begin + static_cast<std::ptrdiff_t>(place.length)), reading,
                    problem)) {
         Fail(now, problem);
         return;
     }
     m_read = true;
-    report.time = now;
-    report.read = true;
-    report.area = m_area;
     if (m_report) {
-        m_report(report);
+        m_report({now, true, "", reading, m_area});
     }
 }
 
 // Reports the first failure only: later ones are its consequences.
 void Phone::Fail(Micros now, const std::string& problem) {
-    if (m_read || std::exchange(m_failed, true) || !m_report) {
-        return;
+    if (!m_read && !std::exchange(m_failed, true) && m_report) {
+        m_report({now, false, problem, {}, m_area});
     }
-    PhoneReport report;
-    report.time = now;
-    report.problem = problem;
-    report.area = m_area;
-    m_report(report);
 }
 
 }  // namespace simulator

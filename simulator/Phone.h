@@ -40,8 +40,6 @@ class Phone {
     /// Ends the visit at the next step, however long it was to last.
     void TakeAway() { m_stay = m_leaveAt = 0; }
 
-    bool InField() const { return m_state != State::kAway && m_state != State::kGone; }
-
   private:
     enum class State { kAway, kSeeking, kSelecting, kReading, kStaying, kGone };
 

@@ -53,36 +53,14 @@ struct Cursor {
 };
 
 NdefPlace NoMessage(const std::string& problem) {
-    NdefPlace place;
-    place.problem = problem;
-    return place;
+    return {NdefPlace::State::kNone, 0, 0, problem};
 }
 
 NdefPlace NeedMore(std::size_t needed) {
     if (needed > kDataAreaSize) {
         return NoMessage("there is no whole NDEF message in the tag's data area");
     }
-    NdefPlace place;
-    place.state = NdefPlace::State::kNeedMore;
-    place.needed = needed;
-    return place;
-}
-
-// Takes the first URI record and the first media-type record into `reading`.
-bool Interpret(const NdefRecord& record, NdefReading& reading, std::string& problem) {
-    if (record.typeNameFormat == kWellKnown && record.type == "U" && !reading.uri) {
-        if (record.payload.empty() || record.payload[0] >= kAbbreviations.size()) {
-            problem = record.payload.empty() ? "the URI record is empty"
-                                             : "the URI has an unknown abbreviation";
-            return false;
-        }
-        reading.uri = kAbbreviations[record.payload[0]] +
-                      std::string(record.payload.begin() + 1, record.payload.end());
-    } else if (record.typeNameFormat == kMediaType && reading.mimeType.empty()) {
-        reading.mimeType = record.type;
-        reading.mimePayload = record.payload;
-    }
-    return true;
+    return {NdefPlace::State::kNeedMore, 0, 0, ""};
 }
 
 }  // namespace
@@ -115,11 +93,7 @@ NdefPlace FindNdef(const Bytes& area) {
             if (at + length > area.size()) {
                 return NeedMore(at + length);
             }
-            NdefPlace place;
-            place.state = NdefPlace::State::kFound;
-            place.offset = at;
-            place.length = length;
-            return place;
+            return {NdefPlace::State::kFound, at, length, ""};
         }
         at += length;
     }
@@ -131,15 +105,15 @@ bool ParseNdef(const Bytes& message, NdefReading& reading, std::string& problem)
         return false;
     };
     reading = {};
-    reading.message = message;
     if (message.empty()) {
         return fail("the NDEF message is empty");
     }
     Cursor cursor{message};
+    unsigned number = 0;
     for (bool last = false; !last;) {
-        const std::string which = "record " + std::to_string(reading.records.size() + 1);
+        const std::string which = "record " + std::to_string(++number);
         const bool first = cursor.at == 0;
-        const auto head = static_cast<std::uint8_t>(cursor.Number(1));
+        const std::size_t head = cursor.Number(1);
         if (!cursor.good) {
             return fail("the message ends without a last record");
         }
@@ -150,22 +124,30 @@ bool ParseNdef(const Bytes& message, NdefReading& reading, std::string& problem)
             return fail(which + " is chunked");
         }
         last = (head & kMessageEnd) != 0;
-        NdefRecord record;
-        record.typeNameFormat = head & kFormatMask;
         const std::size_t typeLength = cursor.Number(1);
         const std::size_t payloadLength = cursor.Number((head & kShortRecord) != 0 ? 1 : 4);
         const std::size_t idLength = (head & kHasId) != 0 ? cursor.Number(1) : 0;
-        const Bytes type = cursor.Take(typeLength);
-        record.type.assign(type.begin(), type.end());
-        record.id = cursor.Take(idLength);
-        record.payload = cursor.Take(payloadLength);
+        const Bytes typeBytes = cursor.Take(typeLength);
+        const std::string type(typeBytes.begin(), typeBytes.end());
+        cursor.Take(idLength);
+        const Bytes payload = cursor.Take(payloadLength);
         if (!cursor.good) {
             return fail(which + " runs beyond the end of the message");
         }
-        if (!Interpret(record, reading, problem)) {
-            return false;
+        const std::size_t format = head & kFormatMask;
+        if (format == kWellKnown && type == "U" && !reading.uri) {
+            if (payload.empty()) {
+                return fail("the URI record is empty");
+            }
+            if (payload[0] >= kAbbreviations.size()) {
+                return fail("the URI has an unknown abbreviation");
+            }
+            reading.uri =
+                kAbbreviations[payload[0]] + std::string(payload.begin() + 1, payload.end());
+        } else if (format == kMediaType && reading.mimeType.empty()) {
+            reading.mimeType = type;
+            reading.mimePayload = payload;
         }
-        reading.records.push_back(std::move(record));
     }
     if (cursor.at != message.size()) {
         return fail("bytes follow after the last record");

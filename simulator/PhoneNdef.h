@@ -6,22 +6,12 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "simulator/Basics.h"
 
 namespace simulator {
 
-struct NdefRecord {
-    std::uint8_t typeNameFormat = 0;  ///< 1 well-known, 2 media type
-    std::string type;
-    Bytes id;
-    Bytes payload;
-};
-
 struct NdefReading {
-    Bytes message;  ///< the TLV's value
-    std::vector<NdefRecord> records;
     std::optional<std::string> uri;  ///< of the first URI record, its abbreviation written out
     std::string mimeType;            ///< of the first media-type record
     Bytes mimePayload;
@@ -33,8 +23,7 @@ struct NdefPlace {
     State state = State::kNone;
     std::size_t offset = 0;  ///< of the message's first byte
     std::size_t length = 0;
-    std::size_t needed = 0;  ///< kNeedMore: bytes of the area that must be read to go on
-    std::string problem;     ///< kNone: why there is no message
+    std::string problem;  ///< kNone: why there is no message
 };
 
 /// Finds the message among the TLVs. `area` holds the bytes read so far, from the first one on.

@@ -1,27 +1,9 @@
 // Every request is pending first; a timer ends it.
 #include "simulator/SpbDriver.h"
 
-#include <algorithm>
-#include <utility>
-
 #include "platform/emulation/Kernel.h"
 
 namespace simulator {
-
-namespace {
-
-constexpr DWORD kErrorInvalidFunction = 1;  // the result of an unknown control code
-
-void Remove(std::vector<emulation::RequestPtr>& requests, const emulation::RequestPtr& request) {
-    requests.erase(std::remove(requests.begin(), requests.end(), request), requests.end());
-}
-
-}  // namespace
-
-SpbDriver::SpbDriver(std::shared_ptr<Chip> chip, Micros busLatency)
-    : m_chip(std::move(chip)), m_busLatency(busLatency) {}
-
-SpbDriver::~SpbDriver() = default;
 
 DWORD SpbDriver::Open() {
     if (m_gone) {
@@ -29,30 +11,12 @@ DWORD SpbDriver::Open() {
     }
     // The driver that was opened last gets the interrupts; one that is destroyed gets none.
     m_latched = false;
-    m_chip->Bus().OnInterrupt([weak = weak_from_this()] {
-        if (const auto self = weak.lock()) {
-            self->InterruptRaised();
+    m_chip->Bus().OnInterrupt([this, weak = weak_from_this()] {
+        if (const auto alive = weak.lock()) {
+            InterruptRaised();
         }
     });
     return ERROR_SUCCESS;
-}
-
-void SpbDriver::Close() {
-    FailAll(ERROR_OPERATION_ABORTED);
-}
-
-void SpbDriver::Unplug() {
-    m_gone = true;
-    FailAll(ERROR_DEVICE_NOT_CONNECTED);
-}
-
-void SpbDriver::FailAll(DWORD error) {
-    std::vector<emulation::RequestPtr> all = std::exchange(m_transfers, {});
-    all.insert(all.end(), m_waits.begin(), m_waits.end());
-    m_waits.clear();
-    for (const emulation::RequestPtr& request : all) {
-        request->Fail(error);
-    }
 }
 
 DWORD SpbDriver::Start(const emulation::RequestPtr& request) {
@@ -78,18 +42,10 @@ DWORD SpbDriver::Start(const emulation::RequestPtr& request) {
     if (!m_transfers.empty()) {
         ++m_violations;
     }
-    m_transfers.push_back(request);
-    emulation::After(m_busLatency, [weak = weak_from_this(), request] {
-        const auto self = weak.lock();
-        if (self != nullptr && request->Pending()) {
-            self->Finish(request);
-        }
-    });
-    return ERROR_IO_PENDING;
+    return EndLater(m_transfers, request, m_busLatency);
 }
 
 void SpbDriver::Finish(const emulation::RequestPtr& request) {
-    Remove(m_transfers, request);
     m_transferSinceInterrupt = true;
     const Micros now = emulation::Now();
     switch (request->kind()) {
@@ -125,25 +81,14 @@ void SpbDriver::InterruptRaised() {
 void SpbDriver::DeliverInterrupt(Micros after) {
     m_deliveryDue = true;
     m_transferSinceInterrupt = false;
-    emulation::After(after, [weak = weak_from_this()] {
-        const auto self = weak.lock();
-        if (self == nullptr) {
-            return;
+    After(after, [this] {
+        m_deliveryDue = false;
+        if (m_waits.empty()) {
+            m_latched = true;  // the wait was cancelled; the next one gets the interrupt
+        } else {
+            TakeFirst(m_waits)->Complete(nullptr, 0);
         }
-        self->m_deliveryDue = false;
-        if (self->m_waits.empty()) {
-            self->m_latched = true;  // the wait was cancelled; the next one gets the interrupt
-            return;
-        }
-        const emulation::RequestPtr request = self->m_waits.front();
-        self->m_waits.erase(self->m_waits.begin());
-        request->Complete(nullptr, 0);
     });
-}
-
-void SpbDriver::Cancel(const emulation::RequestPtr& request) {
-    Remove(m_transfers, request);
-    Remove(m_waits, request);
 }
 
 }  // namespace simulator

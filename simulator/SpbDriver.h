@@ -1,13 +1,8 @@
-// The kernel driver of the I2C and USB routes, with a chip model as its device. Runs under the
-// layer's device lock, like every driver.
+// The kernel driver of the I2C and USB routes, with a chip model as its device.
 #pragma once
 
-#include <cstddef>
-#include <memory>
-#include <vector>
-
-#include "platform/emulation/Driver.h"
 #include "simulator/Chip.h"
+#include "simulator/ModelDriver.h"
 #include "simulator/PcKinds.h"
 
 namespace simulator {
@@ -19,22 +14,15 @@ constexpr Micros kDefaultBusLatency = 30;        ///< from a transfer's start to
 /// keeps a host that never reads the cause from being interrupted without a pause.
 constexpr Micros kAssertedInterruptGap = 10 * kMilli;
 
-class SpbDriver : public emulation::Driver, public std::enable_shared_from_this<SpbDriver> {
+class SpbDriver : public ModelDriver {
   public:
-    explicit SpbDriver(std::shared_ptr<Chip> chip, Micros busLatency = kDefaultBusLatency);
-    ~SpbDriver() override;
+    explicit SpbDriver(std::shared_ptr<Chip> chip) : m_chip(std::move(chip)) {}
 
     DWORD Open() override;
-    void Close() override;
     DWORD Start(const emulation::RequestPtr& request) override;
-    void Cancel(const emulation::RequestPtr& request) override;
 
     // The back door; under emulation::DeviceLock.
-
-    /// Fails what is pending and everything from now on with ERROR_DEVICE_NOT_CONNECTED.
-    void Unplug();
     void SetBusLatency(Micros latency) { m_busLatency = latency; }
-    Chip& chip() { return *m_chip; }
 
     /// Reads, writes and open requests that were started while another one was pending. A correct
     /// caller causes none.
@@ -43,19 +31,17 @@ class SpbDriver : public emulation::Driver, public std::enable_shared_from_this<
     std::size_t WaitsPending() const { return m_waits.size(); }
 
   private:
-    void Finish(const emulation::RequestPtr& request);
+    void Finish(const emulation::RequestPtr& request) override;
     void InterruptRaised();
     void DeliverInterrupt(Micros after);
-    void FailAll(DWORD error);
 
     std::shared_ptr<Chip> m_chip;
-    Micros m_busLatency;
-    std::vector<emulation::RequestPtr> m_transfers;  // reads, writes and open requests under way
-    std::vector<emulation::RequestPtr> m_waits;      // interrupt waits, oldest first
-    bool m_latched = false;                          // an edge came while nobody waited
-    bool m_deliveryDue = false;                      // a timer that ends the oldest wait runs
+    Micros m_busLatency = kDefaultBusLatency;
+    Requests& m_transfers = m_first;  // reads, writes and open requests under way
+    Requests& m_waits = m_second;     // interrupt waits, oldest first
+    bool m_latched = false;           // an edge came while nobody waited
+    bool m_deliveryDue = false;       // a timer that ends the oldest wait runs
     bool m_transferSinceInterrupt = true;
-    bool m_gone = false;
     std::size_t m_violations = 0;
     std::size_t m_openRequests = 0;
 };

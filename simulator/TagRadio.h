@@ -10,12 +10,11 @@
 
 namespace simulator {
 
-/// A tag is written in pages of four bytes; one read command returns four pages.
+/// A tag has pages of four bytes; one read command returns four of them.
 constexpr std::size_t kPageSize = 4;
 constexpr std::size_t kPagesPerRead = 4;
 constexpr unsigned kFirstDataPage = 4;  ///< chip register 16
 
-using Page = std::array<std::uint8_t, kPageSize>;
 using PageQuad = std::array<std::uint8_t, kPageSize * kPagesPerRead>;
 
 class TagRadio {
@@ -33,9 +32,6 @@ class TagRadio {
 
     /// Four pages, starting at `page`; nothing when the tag does not answer.
     virtual std::optional<PageQuad> ReadPages(Micros now, unsigned page) = 0;
-
-    /// False when the tag does not answer or the page is locked.
-    virtual bool WritePage(Micros now, unsigned page, const Page& bytes) = 0;
 };
 
 }  // namespace simulator
