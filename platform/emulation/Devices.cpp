@@ -9,7 +9,7 @@ namespace emulation {
 namespace {
 
 /// The share modes of an open handle and of a new one exclude each other.
-bool Excludes(const DeviceNode::Opening& standing, const DeviceNode::Opening& wanted) {
+bool Excludes(const FileObject& standing, const FileObject& wanted) {
     const auto shares = [](DWORD share, DWORD access) {
         return ((access & GENERIC_READ) == 0 || (share & FILE_SHARE_READ) != 0) &&
                ((access & GENERIC_WRITE) == 0 || (share & FILE_SHARE_WRITE) != 0);
@@ -18,13 +18,10 @@ bool Excludes(const DeviceNode::Opening& standing, const DeviceNode::Opening& wa
 }
 
 void TraceFile(TraceEvent::Kind kind, const std::wstring& path, DWORD error) {
-    if (Tracing()) {
-        TraceEvent event;
-        event.kind = kind;
+    Trace(kind, [&](TraceEvent& event) {
         event.text = ToUtf8(path.data(), path.size());
         event.error = error;
-        Trace(std::move(event));
-    }
+    });
 }
 
 void PutDevice(const std::wstring& path, std::shared_ptr<Driver> driver,
@@ -36,23 +33,22 @@ void PutDevice(const std::wstring& path, std::shared_ptr<Driver> driver,
     TheKernel().devices[FoldCase(path)] = std::move(node);
 }
 
-/// Opens the device. Returns the last-error code; if it is zero, `file` is set.
-DWORD Open(const std::wstring& path, const DeviceNode::Opening& how,
-           std::shared_ptr<FileObject>& file) {
+/// Opens the device at `path` for `file`. Returns the last-error code.
+DWORD Open(const std::wstring& path, FileObject& file) {
     const auto found = TheKernel().devices.find(FoldCase(path));
     if (found == TheKernel().devices.end()) {
         return ERROR_FILE_NOT_FOUND;
     }
     const std::shared_ptr<DeviceNode> node = found->second;
-    for (const DeviceNode::Opening& standing : node->openings) {
-        if (Excludes(standing, how)) {
+    for (const FileObject* const standing : node->openings) {
+        if (Excludes(*standing, file)) {
             return ERROR_SHARING_VIOLATION;
         }
     }
     const DWORD error = node->driver->Open();
     if (error == ERROR_SUCCESS) {
-        node->openings.push_back(how);
-        file = std::make_shared<FileObject>(node, how);
+        node->openings.push_back(&file);
+        file.node = node;
     }
     return error;
 }
@@ -61,21 +57,12 @@ DWORD Open(const std::wstring& path, const DeviceNode::Opening& how,
 
 void CloseFile(FileObject& file) {
     DeviceNode& node = *file.node;
-    const auto standing = std::find_if(
-        node.openings.begin(), node.openings.end(), [&](const DeviceNode::Opening& opening) {
-            return opening.access == file.opening.access && opening.share == file.opening.share;
-        });
-    node.openings.erase(standing);
+    node.openings.erase(std::find(node.openings.begin(), node.openings.end(), &file));
     TraceFile(TraceEvent::Kind::kClose, node.path, ERROR_SUCCESS);
     if (node.openings.empty()) {
         node.driver->Close();
     }
-    const auto pending = TheKernel().pending;  // a copy: ending a request takes it out
-    for (const auto& request : pending) {
-        if (request->file() == &file) {
-            CancelRequest(request);
-        }
-    }
+    CancelRequests([&](const PendingRequest& request) { return request.file() == &file; });
     TheScheduler().Changed();
 }
 
@@ -118,8 +105,8 @@ HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD share, SECURITY_ATTRIB
         SetLastError(ERROR_INVALID_PARAMETER);  // nothing else is implemented
         return INVALID_HANDLE_VALUE;
     }
-    std::shared_ptr<emulation::FileObject> file;
-    const DWORD error = emulation::Open(path, {access, share}, file);
+    auto file = std::make_shared<emulation::FileObject>(access, share);
+    const DWORD error = emulation::Open(path, *file);
     emulation::TraceFile(emulation::TraceEvent::Kind::kOpen, path, error);
     if (error != ERROR_SUCCESS) {
         SetLastError(error);

@@ -25,8 +25,9 @@ bool SameClass(const GUID& left, const GUID& right) {
 
 /// The interface of an open device. Null and ERROR_INVALID_HANDLE for any other handle; null and
 /// ERROR_GEN_FAILURE where `fails` says so.
-std::shared_ptr<const HidInterface> HidOfDevice(HANDLE device, bool HidInterface::*fails) {
-    const auto file = Find<FileObject>(device);
+std::shared_ptr<const HidInterface> HidOfDevice(const Operation& operation, HANDLE device,
+                                                bool HidInterface::*fails) {
+    const auto file = operation.Find<FileObject>(device);
     const auto hid = file == nullptr ? nullptr : file->node->hid;
     if (file != nullptr && (hid == nullptr || (*hid).*fails)) {
         SetLastError(hid == nullptr ? ERROR_INVALID_HANDLE : ERROR_GEN_FAILURE);
@@ -42,6 +43,7 @@ std::shared_ptr<const HidInterface> HidOfDevice(HANDLE device, bool HidInterface
 using emulation::Call;
 using emulation::DeviceListObject;
 using emulation::FailWith;
+using emulation::HidInterface;
 using emulation::Operation;
 using emulation::PreparsedDataObject;
 
@@ -66,7 +68,7 @@ HDEVINFO SetupDiGetClassDevsW(const GUID* classGuid, const WCHAR* /*enumerator*/
 BOOL SetupDiEnumDeviceInterfaces(HDEVINFO list, SP_DEVINFO_DATA* /*info*/, const GUID* classGuid,
                                  DWORD index, SP_DEVICE_INTERFACE_DATA* data) {
     const Operation operation(Call::kEnumerate);
-    const auto found = operation.Refused() ? nullptr : emulation::Find<DeviceListObject>(list);
+    const auto found = operation.Find<DeviceListObject>(list);
     if (found == nullptr) {
         return FALSE;
     }
@@ -90,14 +92,14 @@ BOOL SetupDiGetDeviceInterfaceDetailW(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* d
                                       SP_DEVICE_INTERFACE_DETAIL_DATA_W* detail, DWORD size,
                                       DWORD* required, SP_DEVINFO_DATA* /*info*/) {
     const Operation operation(Call::kEnumerate);
-    const auto found = operation.Refused() ? nullptr : emulation::Find<DeviceListObject>(list);
+    const auto found = operation.Find<DeviceListObject>(list);
     if (found == nullptr) {
         return FALSE;
     }
     if (data == nullptr || data->Reserved >= found->interfaces.size()) {
         return FailWith(ERROR_INVALID_PARAMETER);
     }
-    const emulation::HidInterface& interface = *found->interfaces[data->Reserved];
+    const HidInterface& interface = *found->interfaces[data->Reserved];
     constexpr std::size_t kPathOffset = offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath);
     const std::size_t pathBytes = (interface.path.size() + 1) * sizeof(WCHAR);
     const auto needed = static_cast<DWORD>(kPathOffset + pathBytes);
@@ -124,7 +126,7 @@ BOOL SetupDiGetDeviceInterfaceDetailW(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* d
 
 BOOL SetupDiDestroyDeviceInfoList(HDEVINFO list) {
     const Operation operation(Call::kEnumerate);
-    if (operation.Refused() || emulation::Find<DeviceListObject>(list) == nullptr) {
+    if (operation.Find<DeviceListObject>(list) == nullptr) {
         return FALSE;
     }
     emulation::RemoveHandle(list);
@@ -139,10 +141,7 @@ void HidD_GetHidGuid(GUID* guid) {
 
 BOOLEAN HidD_GetPreparsedData(HANDLE device, PHIDP_PREPARSED_DATA* data) {
     const Operation operation(Call::kHid);
-    const auto hid =
-        operation.Refused()
-            ? nullptr
-            : emulation::HidOfDevice(device, &emulation::HidInterface::preparsedDataFails);
+    const auto hid = emulation::HidOfDevice(operation, device, &HidInterface::preparsedDataFails);
     if (hid == nullptr) {
         return FALSE;
     }
@@ -154,7 +153,7 @@ BOOLEAN HidD_GetPreparsedData(HANDLE device, PHIDP_PREPARSED_DATA* data) {
 
 BOOLEAN HidD_FreePreparsedData(PHIDP_PREPARSED_DATA data) {
     const Operation operation(Call::kHid);
-    if (operation.Refused() || emulation::Find<PreparsedDataObject>(data) == nullptr) {
+    if (operation.Find<PreparsedDataObject>(data) == nullptr) {
         return FALSE;
     }
     emulation::RemoveHandle(data);
@@ -163,7 +162,7 @@ BOOLEAN HidD_FreePreparsedData(PHIDP_PREPARSED_DATA data) {
 
 NTSTATUS HidP_GetCaps(PHIDP_PREPARSED_DATA data, HIDP_CAPS* caps) {
     const Operation operation(Call::kHid);
-    const auto found = operation.Refused() ? nullptr : emulation::Find<PreparsedDataObject>(data);
+    const auto found = operation.Find<PreparsedDataObject>(data);
     if (found == nullptr || found->hid->capsFail) {
         return emulation::kCapsFailed;
     }
@@ -176,9 +175,7 @@ NTSTATUS HidP_GetCaps(PHIDP_PREPARSED_DATA data, HIDP_CAPS* caps) {
 
 BOOLEAN HidD_GetAttributes(HANDLE device, HIDD_ATTRIBUTES* attributes) {
     const Operation operation(Call::kHid);
-    const auto hid = operation.Refused()
-                         ? nullptr
-                         : emulation::HidOfDevice(device, &emulation::HidInterface::attributesFail);
+    const auto hid = emulation::HidOfDevice(operation, device, &HidInterface::attributesFail);
     if (hid == nullptr) {
         return FALSE;
     }

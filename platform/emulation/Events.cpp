@@ -4,6 +4,22 @@
 using emulation::Call;
 using emulation::EventObject;
 using emulation::Operation;
+using emulation::Signal;
+
+namespace {
+
+BOOL Change(Call call, HANDLE event, void (Signal::*change)()) {
+    const Operation operation(call);
+    const auto object = operation.Find<EventObject>(event);
+    if (object == nullptr) {
+        return FALSE;
+    }
+    (object->signal.*change)();
+    emulation::TheScheduler().Changed();
+    return TRUE;
+}
+
+}  // namespace
 
 HANDLE CreateEventW(SECURITY_ATTRIBUTES* /*security*/, BOOL manualReset, BOOL initialState,
                     const WCHAR* name) {
@@ -16,27 +32,13 @@ HANDLE CreateEventW(SECURITY_ATTRIBUTES* /*security*/, BOOL manualReset, BOOL in
         return nullptr;
     }
     return emulation::AddHandle(
-        std::make_shared<EventObject>(manualReset != FALSE, initialState != FALSE));
+        std::make_shared<EventObject>(Signal(manualReset != FALSE, initialState != FALSE)));
 }
 
 BOOL SetEvent(HANDLE event) {
-    const Operation operation(Call::kSetEvent);
-    const auto object = operation.Refused() ? nullptr : emulation::Find<EventObject>(event);
-    if (object == nullptr) {
-        return FALSE;
-    }
-    object->signal.Set();
-    emulation::TheScheduler().Changed();
-    return TRUE;
+    return Change(Call::kSetEvent, event, &Signal::Set);
 }
 
 BOOL ResetEvent(HANDLE event) {
-    const Operation operation(Call::kResetEvent);
-    const auto object = operation.Refused() ? nullptr : emulation::Find<EventObject>(event);
-    if (object == nullptr) {
-        return FALSE;
-    }
-    object->signal.Reset();
-    emulation::TheScheduler().Changed();
-    return TRUE;
+    return Change(Call::kResetEvent, event, &Signal::Reset);
 }

@@ -52,18 +52,14 @@ DWORD ErrorFromStatus(std::uint32_t status) {
 
 void TraceRequest(TraceEvent::Kind kind, const RequestPtr& request, DWORD error = ERROR_SUCCESS,
                   const std::uint8_t* bytes = nullptr, std::size_t count = 0) {
-    if (!Tracing()) {
-        return;
-    }
-    TraceEvent event;
-    event.kind = kind;
-    event.request = request;
-    event.error = error;
-    event.count = count;
-    if (bytes != nullptr) {
-        event.bytes.assign(bytes, bytes + count);
-    }
-    Trace(std::move(event));
+    Trace(kind, [&](TraceEvent& event) {
+        event.request = request;
+        event.error = error;
+        event.count = count;
+        if (bytes != nullptr) {
+            event.bytes.assign(bytes, bytes + count);
+        }
+    });
 }
 
 }  // namespace
@@ -100,22 +96,18 @@ void PendingRequest::End(DWORD error, const std::uint8_t* bytes, std::size_t cou
     Detach();
 }
 
-void CancelRequest(const std::shared_ptr<PendingRequest>& request) {
-    if (!request->Pending()) {
-        return;
-    }
-    TraceRequest(TraceEvent::Kind::kCancel, request);
-    request->file()->node->driver->Cancel(request);
-    request->Fail(ERROR_OPERATION_ABORTED, 0);
-}
-
-void CancelRequestsOfThread(ThreadId thread) {
+bool CancelRequests(const std::function<bool(const PendingRequest& request)>& which) {
+    bool found = false;
     const auto pending = TheKernel().pending;  // a copy: ending a request takes it out
     for (const auto& request : pending) {
-        if (request->thread() == thread) {
-            CancelRequest(request);
+        if (request->Pending() && which(*request)) {
+            found = true;
+            TraceRequest(TraceEvent::Kind::kCancel, request);
+            request->file()->node->driver->Cancel(request);
+            request->Fail(ERROR_OPERATION_ABORTED, 0);
         }
     }
+    return found;
 }
 
 namespace {
@@ -131,20 +123,19 @@ struct Transfer {
 };
 
 /// Starts a request. Returns the last-error code; ERROR_IO_PENDING if the request is pending.
-DWORD Start(HANDLE device, const Transfer& transfer, OVERLAPPED& overlapped) {
+DWORD Start(const Operation& operation, HANDLE device, const Transfer& transfer,
+            OVERLAPPED& overlapped) {
     Kernel& kernel = TheKernel();
-    const std::shared_ptr<Object> object = FindObject(device);
-    if (object == nullptr || object->kind != Object::Kind::kFile) {
+    const auto file = operation.Find<FileObject>(device);
+    if (file == nullptr) {
         return ERROR_INVALID_HANDLE;
     }
-    const auto file = std::static_pointer_cast<FileObject>(object);
     std::shared_ptr<EventObject> event;
     if (overlapped.hEvent != nullptr) {
-        const std::shared_ptr<Object> named = FindObject(overlapped.hEvent);
-        if (named == nullptr || named->kind != Object::Kind::kEvent) {
+        event = operation.Find<EventObject>(overlapped.hEvent);
+        if (event == nullptr) {
             return ERROR_INVALID_HANDLE;
         }
-        event = std::static_pointer_cast<EventObject>(named);
         event->signal.Reset();
     }
     file->signal.Reset();
@@ -187,7 +178,7 @@ BOOL StartTransfer(Call call, HANDLE device, const Transfer& transfer, DWORD* mo
     if (operation.Refused()) {
         return FALSE;
     }
-    const DWORD error = Start(device, transfer, *overlapped);
+    const DWORD error = Start(operation, device, transfer, *overlapped);
     if (error != ERROR_SUCCESS) {
         return FailWith(error);
     }
@@ -236,8 +227,8 @@ BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* overlapped, DWORD* moved, BOOL
     if (overlapped->Internal == STATUS_PENDING && wait != FALSE) {
         const HANDLE waited = overlapped->hEvent != nullptr ? overlapped->hEvent : file;
         const std::shared_ptr<emulation::Object> object = emulation::FindObject(waited);
-        if (object == nullptr || (object->kind != emulation::Object::Kind::kEvent &&
-                                  object->kind != emulation::Object::Kind::kFile)) {
+        if (std::dynamic_pointer_cast<emulation::EventObject>(object) == nullptr &&
+            std::dynamic_pointer_cast<emulation::FileObject>(object) == nullptr) {
             return emulation::FailWith(ERROR_INVALID_HANDLE);
         }
         emulation::WaitOn(object, waited, INFINITE);
@@ -258,21 +249,13 @@ bool HasOverlappedIoCompleted(const OVERLAPPED* overlapped) {
 
 BOOL CancelIoEx(HANDLE file, OVERLAPPED* overlapped) {
     const Operation operation(Call::kCancelIoEx);
-    if (operation.Refused()) {
-        return FALSE;
-    }
-    const auto object = emulation::Find<emulation::FileObject>(file);
+    const auto object = operation.Find<emulation::FileObject>(file);
     if (object == nullptr) {
         return FALSE;
     }
-    bool found = false;
-    const auto pending = emulation::TheKernel().pending;  // a copy: ending a request takes it out
-    for (const auto& request : pending) {
-        if (request->file() == object.get() &&
-            (overlapped == nullptr || request->overlapped() == overlapped)) {
-            found = true;
-            emulation::CancelRequest(request);
-        }
-    }
+    const bool found = emulation::CancelRequests([&](const emulation::PendingRequest& request) {
+        return request.file() == object.get() &&
+               (overlapped == nullptr || request.overlapped() == overlapped);
+    });
     return found ? TRUE : emulation::FailWith(ERROR_NOT_FOUND);
 }

@@ -32,7 +32,8 @@ struct ForeignThread {
             const KernelLock lock;
             // The host's own thread ends with the process, and its buffers may not exist any more.
             if (thread->id != kHostThread) {
-                CancelRequestsOfThread(thread->id);
+                CancelRequests(
+                    [this](const PendingRequest& one) { return one.thread() == thread->id; });
             }
             t_current = nullptr;
             RemoveThread(*thread);
@@ -61,7 +62,6 @@ class FreeRunning final : public Scheduler {
         return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - m_start)
             .count();
     }
-    std::uint64_t Steps() const override { return 0; }
     std::uint64_t Random() override { return m_random.Next(); }
 
     Thread& Current() override {

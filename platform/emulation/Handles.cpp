@@ -21,24 +21,16 @@ namespace {
 
 constexpr ULONG_PTR kHandleStep = 4;  // the two low bits of a handle are free on Windows
 
-const char* WaitName(Object::Kind kind) {
-    return kind == Object::Kind::kEvent    ? "event"
-           : kind == Object::Kind::kThread ? "thread"
-           : kind == Object::Kind::kProcess
-               ? "the end of this process, whose handle is INVALID_HANDLE_VALUE:"
-               : "device";
-}
-
-// Never signalled. Never destroyed: a thread may wait for it when the process ends.
-const std::shared_ptr<Object>& OwnProcess() {
-    static const auto& process =
-        *new std::shared_ptr<Object>(new Object(Object::Kind::kProcess, Signal(true, false)));
+// Never destroyed: a thread may wait for it when the process ends.
+const std::shared_ptr<ProcessObject>& OwnProcess() {
+    static const auto& process = *new auto(std::make_shared<ProcessObject>());
     return process;
 }
 
-bool IsKernelObject(const Object& object) {
-    return object.kind == Object::Kind::kEvent || object.kind == Object::Kind::kThread ||
-           object.kind == Object::Kind::kFile;
+// An event, a thread or a file; null for any other handle.
+std::shared_ptr<Object> FindKernelObject(HANDLE handle) {
+    auto object = FindObject(handle);
+    return object != nullptr && object->WaitName() != nullptr ? object : nullptr;
 }
 
 }  // namespace
@@ -74,7 +66,7 @@ DWORD WaitOn(const std::shared_ptr<Object>& object, HANDLE handle, DWORD millise
     Waiter waiter;
     object->signal.Add(waiter);
     WaitReason reason;
-    reason.what = WaitName(object->kind);
+    reason.what = object->WaitName();
     reason.handle = handle;
     const auto released = [&waiter] { return waiter.released; };
     if (TheScheduler().Wait(Predicate(released), DeadlineAfter(FromMilliseconds(milliseconds)),
@@ -98,8 +90,8 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
     if (handle == INVALID_HANDLE_VALUE) {
         return emulation::WaitOn(emulation::OwnProcess(), handle, milliseconds);
     }
-    const std::shared_ptr<emulation::Object> object = emulation::FindObject(handle);
-    if (object == nullptr || !emulation::IsKernelObject(*object)) {
+    const auto object = emulation::FindKernelObject(handle);
+    if (object == nullptr) {
         SetLastError(ERROR_INVALID_HANDLE);
         return WAIT_FAILED;
     }
@@ -114,13 +106,13 @@ BOOL CloseHandle(HANDLE handle) {
     if (handle == INVALID_HANDLE_VALUE) {
         return TRUE;
     }
-    const std::shared_ptr<emulation::Object> object = emulation::FindObject(handle);
-    if (object == nullptr || !emulation::IsKernelObject(*object)) {
+    const auto object = emulation::FindKernelObject(handle);
+    if (object == nullptr) {
         return emulation::FailWith(ERROR_INVALID_HANDLE);
     }
     emulation::RemoveHandle(handle);
-    if (object->kind == emulation::Object::Kind::kFile) {
-        emulation::CloseFile(static_cast<emulation::FileObject&>(*object));
+    if (auto* const file = dynamic_cast<emulation::FileObject*>(object.get())) {
+        emulation::CloseFile(*file);
     }
     return TRUE;
 }

@@ -13,10 +13,9 @@ namespace emulation {
 
 namespace {
 
-// The first handle. It looks like neither a pointer nor a small number.
-constexpr ULONG_PTR kFirstHandle = 0x7A600000;
-
-constexpr Micros kMicrosPerMilli = kMillisecond;
+// This process was forked from one that had used the layer. The threads of the parent do not exist
+// here, and the locks that they held are never unlocked, so every call is refused.
+bool g_isForked = false;
 
 std::string Seconds(Micros time) {
     char text[40];
@@ -86,13 +85,15 @@ std::function<void()> TimerQueue::Take() {
     return action;
 }
 
-Kernel::Kernel() : nextHandle(kFirstHandle) {}
-
 Kernel& TheKernel() {
     static Kernel& kernel = []() -> Kernel& {
-        WatchForks();
+        pthread_atfork(nullptr, nullptr, [] { g_isForked = g_isForked || IsUsed(TheKernel()); });
         return *new Kernel;  // owned by the process, which ends without freeing it
     }();
+    if (g_isForked) {
+        AbortWith(
+            "this process was forked from one that had used the layer, and cannot use it itself");
+    }
     return kernel;
 }
 
@@ -138,9 +139,6 @@ bool IsScheduled() {
 Micros Now() {
     return TheScheduler().Now();
 }
-std::uint64_t StepsTaken() {
-    return TheScheduler().Steps();
-}
 
 ThreadId CurrentThread() {
     return TheScheduler().Current().id;
@@ -150,16 +148,6 @@ void NameThread(const std::string& name) {
     Thread& self = TheScheduler().Current();
     const KernelLock lock;
     self.name = name;
-}
-
-std::string ThreadName(ThreadId thread) {
-    const KernelLock lock;
-    for (const auto& known : TheKernel().threads) {
-        if (known->id == thread) {
-            return known->name;
-        }
-    }
-    return thread == kDeviceThread ? "device" : "thread " + std::to_string(thread);
 }
 
 bool WaitFor(const std::function<bool()>& predicate, Micros timeout, const char* what) {
@@ -208,7 +196,7 @@ void After(Micros delay, std::function<void()> action) {
 }
 
 Micros FromMilliseconds(DWORD milliseconds) {
-    return milliseconds == INFINITE ? kForever : Micros{milliseconds} * kMicrosPerMilli;
+    return milliseconds == INFINITE ? kForever : Micros{milliseconds} * kMillisecond;
 }
 
 Micros DeadlineAfter(Micros timeout) {

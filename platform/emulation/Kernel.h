@@ -68,11 +68,9 @@ bool IsUsed();
 bool IsScheduled();
 Micros Now();
 ThreadId CurrentThread();
-std::uint64_t StepsTaken();  ///< scheduled clock only
 
 /// Names the calling thread in reports. "host" and "thread N" until then.
 void NameThread(const std::string& name);
-std::string ThreadName(ThreadId thread);
 
 /// Blocks until `predicate` holds or the time is over; true if it held. The predicate runs under
 /// the device lock, on any thread, any number of times, and must not change anything. The layer

@@ -41,7 +41,7 @@ struct Kernel {
     std::size_t startedThreads = 0;  // by CreateThread, not ended
 
     std::unordered_map<ULONG_PTR, std::shared_ptr<Object>> handles;
-    ULONG_PTR nextHandle;
+    ULONG_PTR nextHandle = 0x7A600000;  // it looks like neither a pointer nor a small number
 
     TimerQueue timers;
 
@@ -58,8 +58,6 @@ struct Kernel {
     // The number of tracers and of waits of WaitFor: while there is one, every lock is reported.
     // Each lock on the free-running clock reads it without the kernel lock.
     std::atomic<int> lockWatchers{0};
-
-    Kernel();
 };
 
 /// Never destroyed: threads may still wait in it when the process ends.
@@ -67,9 +65,6 @@ Kernel& TheKernel();
 
 /// A clock has been chosen, or a thread has used the layer in a way that needs one.
 bool IsUsed(const Kernel& kernel);
-
-/// From now on a forked child of a process that has used the layer is refused every call.
-void WatchForks();
 
 inline Scheduler& TheScheduler() {
     return *TheKernel().scheduler;
@@ -83,6 +78,11 @@ class KernelLock {
     KernelLock& operator=(const KernelLock&) = delete;
 };
 
+ULONG_PTR NumberOf(const void* handle);
+HANDLE AddHandle(std::shared_ptr<Object> object);
+std::shared_ptr<Object> FindObject(const void* handle);
+void RemoveHandle(const void* handle);
+
 /// The scope of one Win32 operation: another thread may run at its start and at its end, the kernel
 /// lock is held in between, and the call hook may refuse it.
 class Operation {
@@ -94,6 +94,16 @@ class Operation {
 
     /// The hook refused the operation; the last error is set.
     bool Refused() const { return m_refused; }
+    /// The object of this handle and kind. Null, and the last error is set, for any other handle
+    /// and in a refused operation.
+    template <class Kind>
+    std::shared_ptr<Kind> Find(const void* handle) const {
+        auto object = m_refused ? nullptr : std::dynamic_pointer_cast<Kind>(FindObject(handle));
+        if (object == nullptr && !m_refused) {
+            SetLastError(ERROR_INVALID_HANDLE);
+        }
+        return object;
+    }
 
   private:
     bool m_refused = false;
@@ -103,22 +113,6 @@ class Operation {
 inline BOOL FailWith(DWORD error) {
     SetLastError(error);
     return FALSE;
-}
-
-ULONG_PTR NumberOf(const void* handle);
-HANDLE AddHandle(std::shared_ptr<Object> object);
-std::shared_ptr<Object> FindObject(const void* handle);
-void RemoveHandle(const void* handle);
-
-/// The object of this handle and kind, or null and ERROR_INVALID_HANDLE.
-template <class Kind>
-std::shared_ptr<Kind> Find(const void* handle) {
-    std::shared_ptr<Object> object = FindObject(handle);
-    if (object == nullptr || object->kind != Kind::kKind) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return nullptr;
-    }
-    return std::static_pointer_cast<Kind>(std::move(object));
 }
 
 /// Waits as WaitForSingleObject does. The caller holds the kernel lock once, by an Operation.
@@ -138,16 +132,26 @@ bool IsLocked(std::mutex& mutex);
 std::shared_ptr<Thread> AddThread();
 void RemoveThread(const Thread& thread);
 
-void CancelRequest(const std::shared_ptr<PendingRequest>& request);
-void CancelRequestsOfThread(ThreadId thread);
+/// Cancels the pending requests for which `which` holds. False: there are none.
+bool CancelRequests(const std::function<bool(const PendingRequest& request)>& which);
 void CloseFile(FileObject& file);
 
 /// There is a tracer.
 inline bool Tracing() {
     return static_cast<bool>(TheKernel().tracer);
 }
-/// Passes the event to the tracer, with time and thread filled in.
-void Trace(TraceEvent event);
+/// Passes an event to the tracer, if there is one. `fill` adds what the kind of event has.
+template <class Fill>
+void Trace(TraceEvent::Kind kind, Fill fill) {
+    if (Tracing()) {
+        TraceEvent event;
+        event.kind = kind;
+        event.time = Now();
+        event.thread = CurrentThread();
+        fill(event);
+        TheKernel().tracer(event);
+    }
+}
 
 std::wstring FoldCase(const std::wstring& text);
 std::wstring FromUtf8(std::string_view bytes);

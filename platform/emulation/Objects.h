@@ -55,58 +55,60 @@ class Signal {
 };
 
 struct Object {
-    enum class Kind { kEvent, kThread, kFile, kDeviceList, kPreparsedData, kProcess };
-    Object(Kind kindOfObject, Signal initial) : kind(kindOfObject), signal(std::move(initial)) {}
+    explicit Object(Signal initial = {true, false}) : signal(std::move(initial)) {}
     virtual ~Object() = default;
     Object(const Object&) = delete;
     Object& operator=(const Object&) = delete;
 
-    Kind kind;
-    Signal signal;  // events, threads, files and the process
+    /// What a report calls it; null for an object that can be neither waited for nor closed.
+    virtual const char* WaitName() const { return nullptr; }
+
+    Signal signal;
 };
 
 struct EventObject : Object {
-    static constexpr Kind kKind = Kind::kEvent;
-    EventObject(bool manualReset, bool set) : Object(kKind, Signal(manualReset, set)) {}
+    using Object::Object;
+    const char* WaitName() const override { return "event"; }
 };
 
 struct ThreadObject : Object {
-    static constexpr Kind kKind = Kind::kThread;
-    ThreadObject() : Object(kKind, Signal(true, false)) {}
+    const char* WaitName() const override { return "thread"; }
 };
+
+/// The own process. Its end is never signalled.
+struct ProcessObject : Object {
+    const char* WaitName() const override {
+        return "the end of this process, whose handle is INVALID_HANDLE_VALUE:";
+    }
+};
+
+struct FileObject;
 
 /// The device of a path.
 struct DeviceNode {
     std::wstring path;
     std::shared_ptr<Driver> driver;
     std::shared_ptr<const HidInterface> hid;  // null for other devices
-    struct Opening {
-        DWORD access = 0;
-        DWORD share = 0;
-    };
-    std::vector<Opening> openings;
+    std::vector<const FileObject*> openings;
 };
 
 /// One opening of a device.
 struct FileObject : Object {
-    static constexpr Kind kKind = Kind::kFile;
-    FileObject(std::shared_ptr<DeviceNode> opened, DeviceNode::Opening how)
-        : Object(kKind, Signal(true, false)), node(std::move(opened)), opening(how) {}
+    FileObject(DWORD wantedAccess, DWORD shareMode) : access(wantedAccess), share(shareMode) {}
+    const char* WaitName() const override { return "device"; }
+
     std::shared_ptr<DeviceNode> node;
-    DeviceNode::Opening opening;
+    DWORD access;
+    DWORD share;
 };
 
 /// The result of SetupDiGetClassDevsW.
 struct DeviceListObject : Object {
-    static constexpr Kind kKind = Kind::kDeviceList;
-    DeviceListObject() : Object(kKind, Signal(true, false)) {}
     std::vector<std::shared_ptr<const HidInterface>> interfaces;
 };
 
 struct PreparsedDataObject : Object {
-    static constexpr Kind kKind = Kind::kPreparsedData;
-    explicit PreparsedDataObject(std::shared_ptr<const HidInterface> of)
-        : Object(kKind, Signal(true, false)), hid(std::move(of)) {}
+    explicit PreparsedDataObject(std::shared_ptr<const HidInterface> of) : hid(std::move(of)) {}
     std::shared_ptr<const HidInterface> hid;
 };
 

@@ -54,7 +54,6 @@ class Scheduled final : public Scheduler {
 
     bool IsScheduled() const override { return true; }
     Micros Now() const override { return m_now; }
-    std::uint64_t Steps() const override { return m_steps; }
     std::uint64_t Random() override { return m_random.Next(); }
 
     Thread& Current() override {

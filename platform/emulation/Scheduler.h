@@ -85,7 +85,6 @@ class Scheduler {
 
     virtual bool IsScheduled() const = 0;
     virtual Micros Now() const = 0;
-    virtual std::uint64_t Steps() const = 0;
     virtual std::uint64_t Random() = 0;  ///< under the kernel lock
 
     /// The calling thread's record. For an unknown thread the free-running clock makes one; the

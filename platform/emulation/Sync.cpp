@@ -46,12 +46,8 @@ void RemoveHeld(Thread& self, const std::mutex& mutex) {
 }
 
 void TraceLock(const LockRank& rank) {
-    if (emulation::Tracing()) {
-        emulation::TraceEvent event;
-        event.kind = emulation::TraceEvent::Kind::kLock;
-        event.text = rank.name;
-        emulation::Trace(std::move(event));
-    }
+    emulation::Trace(emulation::TraceEvent::Kind::kLock,
+                     [&](emulation::TraceEvent& event) { event.text = rank.name; });
 }
 
 /// Waits, on the scheduled clock, until the mutex is free, and locks it. It never blocks in the

@@ -10,13 +10,8 @@ namespace {
 void EndThread(const Thread& thread, ThreadObject& object) {
     {
         const KernelLock lock;
-        CancelRequestsOfThread(thread.id);
-        if (Tracing()) {
-            TraceEvent event;
-            event.kind = TraceEvent::Kind::kThreadEnd;
-            event.thread = thread.id;
-            Trace(std::move(event));
-        }
+        CancelRequests([&](const PendingRequest& one) { return one.thread() == thread.id; });
+        Trace(TraceEvent::Kind::kThreadEnd, [](const TraceEvent& /*event*/) {});
         RemoveThread(thread);
         --TheKernel().startedThreads;
         object.signal.Set();
@@ -49,11 +44,6 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES* /*security*/, std::size_t /*stackSize*/
     const auto object = std::make_shared<ThreadObject>();
     // Whatever allocates comes before the thread runs: after a failure its argument is freed.
     const HANDLE handle = emulation::AddHandle(object);
-    TraceEvent event;
-    event.kind = TraceEvent::Kind::kThreadStart;
-    event.thread = thread->id;
-    event.routine = start;
-    event.argument = argument;
     try {
         emulation::TheScheduler().Launch(thread, [thread, object, start, argument] {
             start(argument);
@@ -66,9 +56,11 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES* /*security*/, std::size_t /*stackSize*/
         return nullptr;
     }
     ++emulation::TheKernel().startedThreads;
-    if (emulation::Tracing()) {
-        emulation::Trace(std::move(event));
-    }
+    emulation::Trace(TraceEvent::Kind::kThreadStart, [&](TraceEvent& event) {
+        event.thread = thread->id;
+        event.routine = start;
+        event.argument = argument;
+    });
     if (threadId != nullptr) {
         *threadId = thread->id;
     }
@@ -78,12 +70,8 @@ HANDLE CreateThread(SECURITY_ATTRIBUTES* /*security*/, std::size_t /*stackSize*/
 void Sleep(DWORD milliseconds) {
     emulation::Scheduler& scheduler = emulation::TheScheduler();
     const Operation operation(Call::kSleep);
-    if (emulation::Tracing()) {
-        TraceEvent event;
-        event.kind = TraceEvent::Kind::kSleep;
-        event.milliseconds = milliseconds;
-        emulation::Trace(std::move(event));
-    }
+    emulation::Trace(TraceEvent::Kind::kSleep,
+                     [&](TraceEvent& event) { event.milliseconds = milliseconds; });
     emulation::WaitReason reason;
     reason.what = "the end of a sleep";
     const auto never = [] { return false; };

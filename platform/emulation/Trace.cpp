@@ -16,15 +16,6 @@ void SetTracer(Tracer tracer) {
     kernel.tracer = std::move(tracer);
 }
 
-void Trace(TraceEvent event) {
-    event.time = Now();
-    if (event.kind != TraceEvent::Kind::kThreadStart &&
-        event.kind != TraceEvent::Kind::kThreadEnd) {
-        event.thread = CurrentThread();
-    }
-    TheKernel().tracer(event);
-}
-
 const char* Name(Call call) {
     constexpr const char* kNames[] = {// in the order of Call
                                       "CreateEventW",
