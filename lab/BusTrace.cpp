@@ -9,6 +9,8 @@
 
 namespace lab {
 
+using LinkDockService::Characteristic;
+
 namespace {
 
 // Locks that only one thread takes, by the names of their ranks.
@@ -69,16 +71,13 @@ class TracingPeer : public LinkDockService::BlePeer {
     int Disconnect(std::uint64_t address) override {
         return Record("cancel", "disconnect the keyboard", {}, m_peer->Disconnect(address));
     }
-    int Subscribe(std::uint64_t address, const std::string& service,
-                  const std::string& characteristic, bool on) override {
+    int Subscribe(const Characteristic& to, bool on) override {
         return Record(on ? "open" : "cancel", on ? "subscribe" : "unsubscribe", {},
-                      m_peer->Subscribe(address, service, characteristic, on));
+                      m_peer->Subscribe(to, on));
     }
-    int Write(std::uint64_t address, const std::string& service, const std::string& characteristic,
-              const std::vector<std::uint8_t>& value) override {
+    int Write(const Characteristic& to, const std::vector<std::uint8_t>& value) override {
         BusMeaning meaning(BusFormat::kFrames);
-        return Record("write", meaning.OfWrite(AsText(value)), value,
-                      m_peer->Write(address, service, characteristic, value));
+        return Record("write", meaning.OfWrite(AsText(value)), value, m_peer->Write(to, value));
     }
     bool WaitNotification(const LinkDockService::StopToken& stop,
                           std::vector<std::uint8_t>& value) override {

@@ -7,6 +7,8 @@
 
 namespace simulator {
 
+using LinkDockService::Characteristic;
+
 namespace {
 
 int Result(bool good) {
@@ -45,20 +47,17 @@ int BlePeerAdapter::Disconnect(std::uint64_t address) {
     return Result(m_keyboard->Disconnect(address));
 }
 
-int BlePeerAdapter::Subscribe(std::uint64_t address, const std::string& service,
-                              const std::string& characteristic, bool on) {
+int BlePeerAdapter::Subscribe(const Characteristic& to, bool on) {
     const emulation::DeviceLock lock;
     if (!on) {
         m_outgoing.clear();
     }
-    return Result(m_keyboard->Subscribe(address, service, characteristic, on));
+    return Result(m_keyboard->Subscribe(to.address, to.service, to.id, on));
 }
 
-int BlePeerAdapter::Write(std::uint64_t address, const std::string& service,
-                          const std::string& characteristic,
-                          const std::vector<std::uint8_t>& value) {
+int BlePeerAdapter::Write(const Characteristic& to, const std::vector<std::uint8_t>& value) {
     const emulation::DeviceLock lock;
-    return Result(m_keyboard->Write(address, service, characteristic, value));
+    return Result(m_keyboard->Write(to.address, to.service, to.id, value));
 }
 
 bool BlePeerAdapter::WaitNotification(const LinkDockService::StopToken& stop,

@@ -17,9 +17,8 @@ class BlePeerAdapter : public LinkDockService::BlePeer,
 
     int Connect(std::uint64_t address) override;
     int Disconnect(std::uint64_t address) override;
-    int Subscribe(std::uint64_t address, const std::string& service,
-                  const std::string& characteristic, bool on) override;
-    int Write(std::uint64_t address, const std::string& service, const std::string& characteristic,
+    int Subscribe(const LinkDockService::Characteristic& to, bool on) override;
+    int Write(const LinkDockService::Characteristic& to,
               const std::vector<std::uint8_t>& value) override;
     bool WaitNotification(const LinkDockService::StopToken& stop,
                           std::vector<std::uint8_t>& value) override;

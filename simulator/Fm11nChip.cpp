@@ -84,12 +84,8 @@ void Fm11nChip::StoreByte(unsigned reg, std::uint8_t value) {
     m_memory[reg] = static_cast<std::uint8_t>(onlySets ? m_memory[reg] | value : value);
 }
 
-bool Fm11nChip::Enter(Micros /*now*/) {
-    if (!RadioOn()) {
-        return false;
-    }
-    RaiseInterrupt();
-    return true;
+bool Fm11nChip::Enter(Micros now) {
+    return Select(now);
 }
 
 void Fm11nChip::Leave(Micros /*now*/) {}  // this family has no leave interrupt

@@ -33,10 +33,9 @@ std::string ChipProblem(const std::vector<PcRoute>& routes, const std::string& c
     if (kind == nullptr) {
         return "there is no such chip";
     }
-    if (kind->NeedsDetection() && Has(routes, PcRoute::kUsb)) {
-        return "not possible on the usb route, where every chip has the frames of FM11N chips";
-    }
-    return "";
+    return kind->NeedsDetection() && Has(routes, PcRoute::kUsb)
+               ? "not possible on the usb route, where every chip has the frames of FM11N chips"
+               : "";
 }
 
 Pc::Pc(const std::vector<PcRoute>& routes, const std::string& chip) : m_routes(routes) {

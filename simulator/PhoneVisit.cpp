@@ -11,9 +11,8 @@ namespace simulator {
 std::shared_ptr<PhoneVisit> PhoneVisit::Start(std::shared_ptr<void> owner, TagRadio& tag,
                                               Micros enterAfter, Micros stay,
                                               Phone::Reporter report) {
-    // The constructor is private, so make_shared cannot call it.
-    std::shared_ptr<PhoneVisit> visit(
-        new PhoneVisit(std::move(owner), Phone(tag, stay, std::move(report))));
+    const auto visit =
+        std::make_shared<PhoneVisit>(std::move(owner), Phone(tag, stay, std::move(report)));
     visit->StepAfter(enterAfter);
     return visit;
 }

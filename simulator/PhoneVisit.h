@@ -15,6 +15,9 @@ constexpr Micros kUntilTakenAway = 365LL * 24 * 3600 * 1000 * kMilli;
 /// emulation::DeviceLock; the report must not block. The visit goes on without its owner's pointer.
 class PhoneVisit : public std::enable_shared_from_this<PhoneVisit> {
   public:
+    PhoneVisit(std::shared_ptr<void> owner, Phone phone)
+        : m_owner(std::move(owner)), m_phone(std::move(phone)) {}
+
     /// Any thread. `owner` keeps the tag alive until the phone has gone.
     static std::shared_ptr<PhoneVisit> Start(std::shared_ptr<void> owner, TagRadio& tag,
                                              Micros enterAfter, Micros stay,
@@ -26,9 +29,6 @@ class PhoneVisit : public std::enable_shared_from_this<PhoneVisit> {
     bool Gone() const { return m_gone; }
 
   private:
-    PhoneVisit(std::shared_ptr<void> owner, Phone phone)
-        : m_owner(std::move(owner)), m_phone(std::move(phone)) {}
-
     void StepAfter(Micros delay);
     void Step();
 

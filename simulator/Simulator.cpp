@@ -95,19 +95,14 @@ PcRoute Inner(Route route) {
     return kind->route;
 }
 
-std::vector<PcRoute> Inner(const std::vector<Route>& routes) {
+std::vector<PcRoute> Checked(const std::vector<Route>& routes, const std::string& chip) {
     std::vector<PcRoute> inner(routes.size());
-    std::transform(routes.begin(), routes.end(), inner.begin(),
-                   [](Route route) { return Inner(route); });
+    std::transform(routes.begin(), routes.end(), inner.begin(), Inner);
     RefuseIf(inner.empty() || std::set<PcRoute>(inner.begin(), inner.end()).size() != inner.size(),
              "a PC needs at least one route, and each only once");
-    return inner;
-}
-
-std::vector<PcRoute> Checked(std::vector<PcRoute> routes, const std::string& chip) {
-    const std::string problem = simulator::ChipProblem(routes, chip);
+    const std::string problem = simulator::ChipProblem(inner, chip);
     RefuseIf(!problem.empty(), "chip \"" + chip + "\": " + problem);
-    return routes;
+    return inner;
 }
 
 std::atomic<bool> g_pcExists{false};
@@ -238,7 +233,7 @@ void SimulatedPhone::TakeAway() {
 
 struct SimulatedPc::Impl {
     Impl(const std::vector<Route>& given, const std::string& chip)
-        : routes(Checked(Inner(given), chip)), pc(routes, chip) {}
+        : routes(Checked(given, chip)), pc(routes, chip) {}
 
     std::shared_ptr<SimulatedPhone::Visit> Bring(PcRoute route, Time stay, Time after) {
         using Result = SimulatedPhone::Visit::Result;

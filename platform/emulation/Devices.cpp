@@ -26,11 +26,8 @@ void TraceFile(TraceEvent::Kind kind, const std::wstring& path, DWORD error) {
 
 void PutDevice(const std::wstring& path, std::shared_ptr<Driver> driver,
                std::shared_ptr<const HidInterface> hid) {
-    auto node = std::make_shared<DeviceNode>();
-    node->path = path;
-    node->driver = std::move(driver);
-    node->hid = std::move(hid);
-    TheKernel().devices[FoldCase(path)] = std::move(node);
+    TheKernel().devices[FoldCase(path)] =
+        std::make_shared<DeviceNode>(DeviceNode{path, std::move(driver), std::move(hid), {}});
 }
 
 /// Opens the device at `path` for `file`. Returns the last-error code.

@@ -1,6 +1,7 @@
 // Device enumeration and human interface devices. The devices are those of AddHidInterface.
 #include <cstddef>
 #include <cstring>
+#include <type_traits>
 
 #include "platform/emulation/KernelState.h"
 
@@ -19,8 +20,8 @@ constexpr USHORT kReportLength = 64;             // of every human interface dev
 constexpr NTSTATUS kCapsFailed = 0;
 
 bool SameClass(const GUID& left, const GUID& right) {
-    return left.Data1 == right.Data1 && left.Data2 == right.Data2 && left.Data3 == right.Data3 &&
-           std::memcmp(left.Data4, right.Data4, sizeof left.Data4) == 0;
+    static_assert(std::has_unique_object_representations_v<GUID>);
+    return std::memcmp(&left, &right, sizeof left) == 0;
 }
 
 /// The interface of an open device. Null and ERROR_INVALID_HANDLE for any other handle; null and

@@ -53,10 +53,7 @@ void WakeOnTime() {
 
 class FreeRunning final : public Scheduler {
   public:
-    FreeRunning() {
-        m_device.id = kDeviceThread;
-        m_device.name = "device";
-    }
+    FreeRunning() { m_device.name = "device"; }
     bool IsScheduled() const override { return false; }
     Micros Now() const override {
         return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - m_start)

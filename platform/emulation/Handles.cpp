@@ -65,12 +65,9 @@ DWORD WaitOn(const std::shared_ptr<Object>& object, HANDLE handle, DWORD millise
     }
     Waiter waiter;
     object->signal.Add(waiter);
-    WaitReason reason;
-    reason.what = object->WaitName();
-    reason.handle = handle;
-    const auto released = [&waiter] { return waiter.released; };
-    if (TheScheduler().Wait(Predicate(released), DeadlineAfter(FromMilliseconds(milliseconds)),
-                            reason)) {
+    if (TheScheduler().Wait(Predicate([&waiter] { return waiter.released; }),
+                            DeadlineAfterMilliseconds(milliseconds),
+                            {object->WaitName(), handle})) {
         return WAIT_OBJECT_0;
     }
     object->signal.Remove(waiter);

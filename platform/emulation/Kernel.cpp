@@ -69,25 +69,9 @@ void AbortWith(const std::string& message) {
     std::abort();
 }
 
-bool TimerQueue::Later(const Timer& left, const Timer& right) {
-    return left.time != right.time ? left.time > right.time : left.order > right.order;
-}
-
-void TimerQueue::Add(Micros time, std::function<void()> action) {
-    m_timers.push_back({time, m_added++, std::move(action)});
-    std::push_heap(m_timers.begin(), m_timers.end(), Later);
-}
-
-std::function<void()> TimerQueue::Take() {
-    std::pop_heap(m_timers.begin(), m_timers.end(), Later);
-    std::function<void()> action = std::move(m_timers.back().action);
-    m_timers.pop_back();
-    return action;
-}
-
 Kernel& TheKernel() {
     static Kernel& kernel = []() -> Kernel& {
-        pthread_atfork(nullptr, nullptr, [] { g_isForked = g_isForked || IsUsed(TheKernel()); });
+        pthread_atfork(nullptr, nullptr, [] { g_isForked = g_isForked || IsUsed(); });
         return *new Kernel;  // owned by the process, which ends without freeing it
     }();
     if (g_isForked) {
@@ -95,11 +79,6 @@ Kernel& TheKernel() {
             "this process was forked from one that had used the layer, and cannot use it itself");
     }
     return kernel;
-}
-
-bool IsUsed(const Kernel& kernel) {
-    return kernel.scheduler->IsScheduled() || !kernel.threads.empty() ||
-           kernel.timers.Next() != kNever;
 }
 
 Operation::Operation(Call call) {
@@ -122,15 +101,16 @@ Operation::~Operation() {
 }
 
 void UseScheduledClock(const ScheduledOptions& options) {
-    Kernel& kernel = TheKernel();
-    if (IsUsed(kernel)) {
+    if (IsUsed()) {
         AbortWith("UseScheduledClock must come before any other operation of the layer");
     }
-    kernel.scheduler = MakeScheduled(options);
+    TheKernel().scheduler = MakeScheduled(options);
 }
 
 bool IsUsed() {
-    return IsUsed(TheKernel());
+    const Kernel& kernel = TheKernel();
+    return kernel.scheduler->IsScheduled() || !kernel.threads.empty() ||
+           kernel.timers.Next() != kNever;
 }
 
 bool IsScheduled() {
@@ -157,9 +137,7 @@ bool WaitFor(const std::function<bool()>& predicate, Micros timeout, const char*
     bool held = false;
     {
         const KernelLock lock;
-        WaitReason reason;
-        reason.what = what;
-        held = kernel.scheduler->Wait(Predicate(predicate), DeadlineAfter(timeout), reason);
+        held = kernel.scheduler->Wait(Predicate(predicate), DeadlineAfter(timeout), {what});
     }
     kernel.lockWatchers.fetch_sub(1, std::memory_order_relaxed);
     return held;
@@ -195,8 +173,8 @@ void After(Micros delay, std::function<void()> action) {
     }
 }
 
-Micros FromMilliseconds(DWORD milliseconds) {
-    return milliseconds == INFINITE ? kForever : Micros{milliseconds} * kMillisecond;
+Micros DeadlineAfterMilliseconds(DWORD milliseconds) {
+    return DeadlineAfter(milliseconds == INFINITE ? kForever : Micros{milliseconds} * kMillisecond);
 }
 
 Micros DeadlineAfter(Micros timeout) {

@@ -16,21 +16,15 @@ namespace emulation {
 /// The actions of the device side that are still to come, by time and then by order of insertion.
 class TimerQueue {
   public:
-    void Add(Micros time, std::function<void()> action);
-    Micros Next() const { return m_timers.empty() ? kNever : m_timers.front().time; }
+    void Add(Micros time, std::function<void()> action) {
+        m_timers.emplace(time, std::move(action));
+    }
+    Micros Next() const { return m_timers.empty() ? kNever : m_timers.begin()->first; }
     /// Removes the first action and returns it.
-    std::function<void()> Take();
+    std::function<void()> Take() { return std::move(m_timers.extract(m_timers.begin()).mapped()); }
 
   private:
-    struct Timer {
-        Micros time;
-        std::uint64_t order;
-        std::function<void()> action;
-    };
-    static bool Later(const Timer& left, const Timer& right);
-
-    std::vector<Timer> m_timers;  // a heap, the earliest first
-    std::uint64_t m_added = 0;
+    std::multimap<Micros, std::function<void()>> m_timers;  // keeps the order of equal times
 };
 
 /// Everything but `scheduler` and the atomics is read and changed under the kernel lock.
@@ -62,9 +56,6 @@ struct Kernel {
 
 /// Never destroyed: threads may still wait in it when the process ends.
 Kernel& TheKernel();
-
-/// A clock has been chosen, or a thread has used the layer in a way that needs one.
-bool IsUsed(const Kernel& kernel);
 
 inline Scheduler& TheScheduler() {
     return *TheKernel().scheduler;
@@ -119,7 +110,7 @@ inline BOOL FailWith(DWORD error) {
 DWORD WaitOn(const std::shared_ptr<Object>& object, HANDLE handle, DWORD milliseconds);
 
 Micros DeadlineAfter(Micros timeout);
-Micros FromMilliseconds(DWORD milliseconds);
+Micros DeadlineAfterMilliseconds(DWORD milliseconds);
 
 /// The thread that holds the mutex through the layer, on the scheduled clock, or null.
 const Thread* OwnerOf(const std::mutex* mutex);

@@ -40,10 +40,7 @@ class Scheduled final : public Scheduler {
             m_changePoints.push_back(1 + m_draws.Below(options.expectedSteps));
         }
         std::sort(m_changePoints.rbegin(), m_changePoints.rend());
-    }
-
-    /// The calling thread becomes the first thread.
-    void AdoptCaller() {
+        // The calling thread becomes the first thread.
         t_current = AddThread().get();
         t_current->priority = StartPriority();
         m_running = t_current;
@@ -60,8 +57,7 @@ class Scheduled final : public Scheduler {
         if (t_current == nullptr) {
             AbortWith(
                 "a thread that neither CreateThread nor tagport::StartThread has started called "
-                "the "
-                "library or the simulator on the scheduled clock");
+                "the library or the simulator on the scheduled clock");
         }
         return *t_current;
     }
@@ -353,9 +349,7 @@ class Scheduled final : public Scheduler {
 }  // namespace
 
 std::unique_ptr<Scheduler> MakeScheduled(const ScheduledOptions& options) {
-    auto scheduled = std::make_unique<Scheduled>(options);
-    scheduled->AdoptCaller();
-    return scheduled;
+    return std::make_unique<Scheduled>(options);
 }
 
 }  // namespace emulation

@@ -52,7 +52,7 @@ struct HeldLock {
 };
 
 struct Thread {
-    ThreadId id = 0;
+    ThreadId id = kDeviceThread;
     std::string name;
 
     // The wait, under the kernel lock. The predicate is null while the thread runs or could run.

@@ -57,12 +57,9 @@ void LockScheduled(Thread& self, std::mutex& mutex, const LockRank& rank) {
     const KernelLock lock;
     Thread*& owner = kernel.mutexOwners[&mutex];
     while (owner != nullptr || !emulation::TryLock(mutex)) {
-        emulation::WaitReason reason;
-        reason.what = "lock";
-        reason.lock = &rank;
-        reason.mutex = &mutex;
         const auto free = [&] { return owner == nullptr && !emulation::IsLocked(mutex); };
-        kernel.scheduler->Wait(emulation::Predicate(free), emulation::kNever, reason);
+        kernel.scheduler->Wait(emulation::Predicate(free), emulation::kNever,
+                               {"lock", nullptr, &rank, &mutex});
     }
     owner = &self;
     kernel.scheduler->Changed();
@@ -172,12 +169,10 @@ void ConditionVariable::WaitOnce(Lock& lock) {
         native.unlock();
         MarkFree(native);
         const KernelLock kernel;
-        emulation::WaitReason reason;
-        reason.what = "a notification under lock";
-        reason.lock = &rank;
         const std::uint64_t before = m_generation;
         const auto notified = [&] { return m_generation != before; };
-        scheduler.Wait(emulation::Predicate(notified), emulation::kNever, reason);
+        scheduler.Wait(emulation::Predicate(notified), emulation::kNever,
+                       {"a notification under lock", nullptr, &rank});
     }
     lock.Acquire();
 }

@@ -72,9 +72,6 @@ void Sleep(DWORD milliseconds) {
     const Operation operation(Call::kSleep);
     emulation::Trace(TraceEvent::Kind::kSleep,
                      [&](TraceEvent& event) { event.milliseconds = milliseconds; });
-    emulation::WaitReason reason;
-    reason.what = "the end of a sleep";
-    const auto never = [] { return false; };
-    scheduler.Wait(emulation::Predicate(never),
-                   emulation::DeadlineAfter(emulation::FromMilliseconds(milliseconds)), reason);
+    scheduler.Wait(emulation::Predicate([] { return false; }),
+                   emulation::DeadlineAfterMilliseconds(milliseconds), {"the end of a sleep"});
 }

@@ -16,17 +16,25 @@ namespace LinkDockService {
 /// Set once nothing is subscribed to the device any more.
 using StopToken = std::atomic<bool>;
 
+/// What a subscription or a write is for.
+struct Characteristic {
+    std::uint64_t address;  ///< of the device
+    std::string service;
+    std::string id;
+
+    bool operator==(const Characteristic& other) const {
+        return address == other.address && service == other.service && id == other.id;
+    }
+};
+
 /// The device at the other end of the air. Called by the client with no lock held, from any
 /// thread; results are passed on to the client's caller, negative for failure.
 struct LINKDOCK_EXPORT BlePeer {
     virtual ~BlePeer();
     virtual int Connect(std::uint64_t address) = 0;
     virtual int Disconnect(std::uint64_t address) = 0;
-    virtual int Subscribe(std::uint64_t address, const std::string& service,
-                          const std::string& characteristic, bool on) = 0;
-    virtual int Write(std::uint64_t address, const std::string& service,
-                      const std::string& characteristic,
-                      const std::vector<std::uint8_t>& value) = 0;
+    virtual int Subscribe(const Characteristic& to, bool on) = 0;
+    virtual int Write(const Characteristic& to, const std::vector<std::uint8_t>& value) = 0;
 
     /// Called by the client's delivery threads, maybe by several at once: blocks until a
     /// notification is due, puts it into `value` and returns true; or until `stop` is set, then

@@ -5,7 +5,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -19,17 +18,9 @@ namespace LinkDockService {
 constexpr platform::LockRank kClientRank = {10'000, "LinkDockService client"};
 
 struct Subscription {
-    std::uint64_t address;
-    std::string service;
-    std::string characteristic;
+    Characteristic to;
     BLEClient::INotification* sink;
     std::shared_ptr<BlePeer> peer;
-
-    bool Is(std::uint64_t otherAddress, const std::string& otherService,
-            const std::string& otherCharacteristic) const {
-        return address == otherAddress && service == otherService &&
-               characteristic == otherCharacteristic;
-    }
 };
 using SubscriptionPtr = std::shared_ptr<Subscription>;
 
@@ -81,6 +72,17 @@ struct State {
 
 // One for the process.
 State& TheState();
+
+// Holds its mutex.
+class LockedState {
+  public:
+    LockedState() : m_lock(TheState().mutex) {}
+    State* operator->() const { return &TheState(); }
+    platform::Lock& lock() { return m_lock; }
+
+  private:
+    platform::Lock m_lock;
+};
 
 using Which = std::function<bool(const Subscription& subscription)>;
 

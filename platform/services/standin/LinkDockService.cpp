@@ -13,38 +13,17 @@ namespace {
 constexpr int kFailed = -1;
 constexpr std::size_t kMaxValue = 890;
 
-// Counts a call. True when it is to fail, with the result.
-bool TakeFault(State& state, BleCall call, int& result) {
-    const auto found = state.faults.find(call);
-    if (found == state.faults.end()) {
-        return false;
-    }
+// Counts a call. The device for it, or null with the result that the call is to return.
+std::shared_ptr<BlePeer> PeerFor(BleCall call, int& result) {
+    const LockedState state;
     bool fails = false;
-    auto& entries = found->second;
-    for (auto entry = entries.begin(); entry != entries.end();) {
-        if (--entry->first == 0) {
+    for (auto& [left, fault] : state->faults[call]) {
+        if (left > 0 && --left == 0) {
             fails = true;
-            result = entry->second;
-            entry = entries.erase(entry);
-        } else {
-            ++entry;
+            result = fault;
         }
     }
-    return fails;
-}
-
-bool DeliversAfterRefusal() {
-    State& state = TheState();
-    const platform::Lock lock(state.mutex);
-    return state.habits.afterRefusedUnsubscribe;
-}
-
-// The device for a call, or null with the result that the call is to return.
-std::shared_ptr<BlePeer> PeerFor(BleCall call, int& result) {
-    State& state = TheState();
-    const platform::Lock lock(state.mutex);
-    result = kFailed;
-    return TakeFault(state, call, result) ? nullptr : state.peer;
+    return fails ? nullptr : state->peer;
 }
 
 }  // namespace
@@ -53,9 +32,7 @@ BlePeer::~BlePeer() = default;
 
 BLEClient* BLEClient::GetInstance() {
     static BLEClient client;  // has no state of its own
-    State& state = TheState();
-    const platform::Lock lock(state.mutex);
-    return state.noInstance ? nullptr : &client;
+    return LockedState()->noInstance ? nullptr : &client;
 }
 
 int BLEClient::BleClientConnect(std::uint64_t address) {
@@ -70,29 +47,27 @@ int BLEClient::BleClientDisConnect(std::uint64_t address) {
     if (peer == nullptr) {
         return result;
     }
-    EndSubscriptions([&](const Subscription& one) { return one.address == address; });
+    EndSubscriptions([&](const Subscription& one) { return one.to.address == address; });
     return peer->Disconnect(address);
 }
 
 int BLEClient::BleClientSubscribeNotify(std::uint64_t address, const std::string& service,
                                         const std::string& characteristic, INotification* sink) {
+    const Characteristic to{address, service, characteristic};
     int result = kFailed;
     const auto peer = PeerFor(BleCall::kSubscribe, result);
     if (peer == nullptr || sink == nullptr) {
         return result;
     }
-    result = peer->Subscribe(address, service, characteristic, true);
+    result = peer->Subscribe(to, true);
     if (result < 0) {
         return result;
     }
     // A second subscription replaces the first: its sink gets nothing more once this returns.
-    EndSubscriptions(
-        [&](const Subscription& one) { return one.Is(address, service, characteristic); });
+    EndSubscriptions([&](const Subscription& one) { return one.to == to; });
     const InsideDelivery inside(peer, &DeliveryHabits::insideSubscribeMs);
-    const auto subscription =
-        std::make_shared<Subscription>(Subscription{address, service, characteristic, sink, peer});
-    if (!BeginSubscription(subscription)) {
-        peer->Subscribe(address, service, characteristic, false);
+    if (!BeginSubscription(std::make_shared<Subscription>(Subscription{to, sink, peer}))) {
+        peer->Subscribe(to, false);
         return kFailed;
     }
     return result;
@@ -100,17 +75,14 @@ int BLEClient::BleClientSubscribeNotify(std::uint64_t address, const std::string
 
 int BLEClient::BleClientUnsubscribeNotify(std::uint64_t address, const std::string& service,
                                           const std::string& characteristic) {
+    const Characteristic to{address, service, characteristic};
     int result = kFailed;
     const auto peer = PeerFor(BleCall::kUnsubscribe, result);
-    if (peer == nullptr && DeliversAfterRefusal()) {
+    if (peer == nullptr && LockedState()->habits.afterRefusedUnsubscribe) {
         return result;
     }
-    const auto ended = EndSubscriptions(
-        [&](const Subscription& one) { return one.Is(address, service, characteristic); });
-    if (peer == nullptr || ended.empty()) {
-        return result;
-    }
-    return ended.front()->peer->Subscribe(address, service, characteristic, false);
+    const auto ended = EndSubscriptions([&](const Subscription& one) { return one.to == to; });
+    return peer == nullptr || ended.empty() ? result : ended.front()->peer->Subscribe(to, false);
 }
 
 int BLEClient::BleClientWrite(std::uint64_t address, const std::string& service,
@@ -122,47 +94,35 @@ int BLEClient::BleClientWrite(std::uint64_t address, const std::string& service,
         return result;
     }
     const InsideDelivery inside(peer, &DeliveryHabits::insideWriteMs);
-    return peer->Write(address, service, characteristic, value);
+    return peer->Write({address, service, characteristic}, value);
 }
 
 void SetPeer(std::shared_ptr<BlePeer> peer) {
-    State& state = TheState();
-    const platform::Lock lock(state.mutex);
-    state.peer.swap(peer);
+    LockedState()->peer.swap(peer);
 }
 
 void FailCall(BleCall call, unsigned nth, int result) {
-    if (nth == 0) {
-        return;
+    if (nth != 0) {
+        LockedState()->faults[call].emplace_back(nth, result);
     }
-    State& state = TheState();
-    const platform::Lock lock(state.mutex);
-    state.faults[call].emplace_back(nth, result);
 }
 
 void SetDeliveryHabits(const DeliveryHabits& habits) {
-    State& state = TheState();
-    const platform::Lock lock(state.mutex);
-    state.habits = habits;
+    LockedState()->habits = habits;
 }
 
 void SetNoInstance(bool none) {
-    State& state = TheState();
-    const platform::Lock lock(state.mutex);
-    state.noInstance = none;
+    LockedState()->noInstance = none;
 }
 
 void ClearFaults() {
-    State& state = TheState();
-    const platform::Lock lock(state.mutex);
-    state.faults.clear();
-    state.noInstance = false;
+    const LockedState state;
+    state->faults.clear();
+    state->noInstance = false;
 }
 
 unsigned DeliveryThreads() {
-    State& state = TheState();
-    const platform::Lock lock(state.mutex);
-    return static_cast<unsigned>(state.threads.size());
+    return static_cast<unsigned>(LockedState()->threads.size());
 }
 
 }  // namespace LinkDockService
