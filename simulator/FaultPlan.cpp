@@ -5,16 +5,13 @@
 #include <charconv>
 #include <iterator>
 #include <limits>
-#include <utility>
 
 namespace simulator {
 
 namespace {
 
-constexpr std::pair<const char*, FaultTarget> kTargets[] = {
-    {"open", FaultTarget::kOpen},           {"read", FaultTarget::kRead},
-    {"write", FaultTarget::kWrite},         {"control", FaultTarget::kControl},
-    {"interrupt", FaultTarget::kInterrupt}, {"any", FaultTarget::kAny}};
+constexpr const char* kTargets[] = {"open",    "read",      "write",
+                                    "control", "interrupt", "any"};  // in the order of FaultTarget
 
 constexpr struct {
     const char* name;
@@ -88,12 +85,11 @@ std::string ReadFault(const std::string& text, Fault& fault) {
         return "the form is KIND#WHICH=ACTION, as in write#3=refuse:1117";
     }
     const std::string kind = Trimmed(text.substr(0, hash));
-    const auto* const target = std::find_if(std::begin(kTargets), std::end(kTargets),
-                                            [&](const auto& one) { return kind == one.first; });
+    const auto* const target = std::find(std::begin(kTargets), std::end(kTargets), kind);
     if (target == std::end(kTargets)) {
         return "\"" + kind + "\" is not one of " + kTargetList;
     }
-    fault.target = target->second;
+    fault.target = static_cast<FaultTarget>(target - kTargets);
     std::string problem = ReadWhich(Trimmed(text.substr(hash + 1, equals - hash - 1)), fault);
     if (problem.empty()) {
         problem = ReadAction(Trimmed(text.substr(equals + 1)), fault);

@@ -63,6 +63,23 @@ NdefPlace NeedMore(std::size_t needed) {
     return {NdefPlace::State::kNeedMore, 0, 0, ""};
 }
 
+// Takes the first URI record and the first media-type record into `reading`.
+bool Interpret(std::size_t format, const std::string& type, const Bytes& payload,
+               NdefReading& reading, std::string& problem) {
+    if (format == kWellKnown && type == "U" && !reading.uri) {
+        if (payload.empty() || payload[0] >= kAbbreviations.size()) {
+            problem =
+                payload.empty() ? "the URI record is empty" : "the URI has an unknown abbreviation";
+            return false;
+        }
+        reading.uri = kAbbreviations[payload[0]] + std::string(payload.begin() + 1, payload.end());
+    } else if (format == kMediaType && reading.mimeType.empty()) {
+        reading.mimeType = type;
+        reading.mimePayload = payload;
+    }
+    return true;
+}
+
 }  // namespace
 
 NdefPlace FindNdef(const Bytes& area) {
@@ -134,19 +151,8 @@ bool ParseNdef(const Bytes& message, NdefReading& reading, std::string& problem)
         if (!cursor.good) {
             return fail(which + " runs beyond the end of the message");
         }
-        const std::size_t format = head & kFormatMask;
-        if (format == kWellKnown && type == "U" && !reading.uri) {
-            if (payload.empty()) {
-                return fail("the URI record is empty");
-            }
-            if (payload[0] >= kAbbreviations.size()) {
-                return fail("the URI has an unknown abbreviation");
-            }
-            reading.uri =
-                kAbbreviations[payload[0]] + std::string(payload.begin() + 1, payload.end());
-        } else if (format == kMediaType && reading.mimeType.empty()) {
-            reading.mimeType = type;
-            reading.mimePayload = payload;
+        if (!Interpret(head & kFormatMask, type, payload, reading, problem)) {
+            return false;
         }
     }
     if (cursor.at != message.size()) {
