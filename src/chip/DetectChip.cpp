@@ -113,7 +113,6 @@ void DetectChip(NfcDeviceContext& context) {
     g_nfcReadDelayMs = g_nfcOpDelayMs.load();
 
     NfcChipKind kind = NfcChipLikeFm11n;
-    id.fill(0);
     if (ReadIdentity(id)) {
         if (std::all_of(id.begin(), id.end(), [](std::uint8_t b) { return b == kNoAnswer; })) {
             ProbeOtherFormats(context);

@@ -182,7 +182,7 @@ TEST(Frames, ReachBothKeyboardsWholeOrNotAtAll) {
     simulator::Bytes image(1000);
     std::iota(image.begin(), image.end(), std::uint8_t{1});
     for (const auto& [length, pages] :
-         {std::pair{58, 1U}, {888, 15U}, {59, 2U}, {889, 0U}, {-1, 0U}}) {
+         {std::pair{58, 1U}, {888, 15U}, {59, 2U}, {0, 1U}, {889, 0U}, {-1, 0U}}) {
         SCOPED_TRACE(length);
         const std::size_t before = hid.ReportsSeen();
         const platform::Lock lock(ContentLock::m_mutex);
