@@ -1,7 +1,5 @@
-// Interrupts become visits: what the listener hears and when, what the log says, and how many
-// visits a phone makes that stays while the host works on.
+// Interrupts become visits: what the listener hears and when, and what the log says.
 #include <algorithm>
-#include <cstdlib>
 
 #include "chip/DetectChip.h"
 #include "chip/NfcDeviceContext.h"
@@ -21,14 +19,26 @@ struct Interrupt {
 };
 using Interrupts = std::vector<Interrupt>;
 
-// Event number, and milliseconds since the first event of the case.
-using TimedEvents = std::vector<std::pair<int, double>>;
+Interrupts At(const std::vector<unsigned>& times) {
+    Interrupts interrupts;
+    for (const unsigned time : times) {
+        interrupts.push_back({time});
+    }
+    return interrupts;
+}
+Interrupt Enter(unsigned atMs) {
+    return {atMs, simulator::kStatusEnterField};
+}
+Interrupt Leave(unsigned atMs) {
+    return {atMs, simulator::kStatusLeaveField};
+}
 
 struct VisitCase {
     Interrupts interrupts;
-    TimedEvents events;
+    std::vector<double> visits;    // opened, closed, opened...: ms since the first event
     std::size_t stillInField = 0;  // polls that find the phone in the field
     Texts errors = {};
+    std::vector<double> starts = {};  // events 4
 };
 
 // A started PC whose log is empty.
@@ -66,14 +76,16 @@ struct VisitDesk : StartedPc {
             log.Clear();
             Raise(cases[i].interrupts);
             Pass(10 * kSecond);
-            TimedEvents events;
+            std::vector<double> visits, starts;
             const std::vector<ReceivedEvent> all = EventsSoFar();
             for (const ReceivedEvent& heard : all) {
                 EXPECT_EQ(heard.route, route);
-                events.emplace_back(heard.event,
-                                    static_cast<double>(heard.time - all[0].time) / 1000);
+                EXPECT_EQ(heard.event, heard.event == 4 ? 4 : visits.size() % 2 == 0 ? 3 : 1);
+                (heard.event == 4 ? starts : visits)
+                    .push_back(static_cast<double>(heard.time - all[0].time) / 1000);
             }
-            EXPECT_EQ(events, cases[i].events);
+            EXPECT_EQ(visits, cases[i].visits);
+            EXPECT_EQ(starts, cases[i].starts);
             EXPECT_EQ(log.Count("NFC_phone still in field"), cases[i].stillInField);
             EXPECT_EQ(WithoutTicks(log.TakeUnannounced()), cases[i].errors);
         }
@@ -82,20 +94,17 @@ struct VisitDesk : StartedPc {
 
 TEST(CountedVisit, EndsWhenInterruptsStopComing) {
     VisitDesk setup(PcRoute::kUsb, "fm11nt082c");
-    setup.Watch(
-        2, {{{{0}}, {{3, 0}, {1, 350}}},
-            {{{0}, {10}, {340}}, {{3, 0}, {1, 350}}},
-            {{{0}, {10}, {20}, {1000}}, {{3, 0}, {1, 350}, {3, 1000}, {1, 1350}}},
-            {{{0}, {10}, {20}, {30}}, {{3, 0}, {1, 700}}, 1},
-            {{{0}, {10}, {20}, {30}, {699}}, {{3, 0}, {1, 1050}}, 2},
-            {{{0}, {100}, {200}, {300}, {400}, {600}, {800}, {1000}}, {{3, 0}, {1, 1400}}, 3}});
+    setup.Watch(2, {{At({0}), {0, 350}},
+                    {At({0, 10, 340}), {0, 350}},
+                    {At({0, 10, 20, 1000}), {0, 350, 1000, 1350}},
+                    {At({0, 10, 20, 30}), {0, 700}, 1},
+                    {At({0, 10, 20, 30, 699}), {0, 1050}, 2},
+                    {At({0, 100, 200, 300, 400, 600, 800, 1000}), {0, 1400}, 3}});
 }
 
 TEST(ReportedVisit, FollowsTheStatusOfTheChip) {
-    constexpr std::uint8_t enter = simulator::kStatusEnterField;
-    constexpr std::uint8_t leave = simulator::kStatusLeaveField;
-    constexpr std::uint8_t mcuStart = simulator::kStatusMcuStart;
-    constexpr std::uint8_t mcuReset = simulator::kStatusMcuReset;
+    constexpr std::uint8_t start = simulator::kStatusMcuStart;
+    constexpr std::uint8_t reset = simulator::kStatusMcuReset;
     constexpr std::uint8_t noData = simulator::kStatusNoData;
     const Texts alone{"NFC LeaveField(2), interrupt First?: 1"};
     const Texts again{"NFC EnterField(1), interrupt First?: 0"};
@@ -103,16 +112,16 @@ TEST(ReportedVisit, FollowsTheStatusOfTheChip) {
     const Texts others{"Nfc MCU reset! para1: 0x00ab", "Nfc MCU no data! para1: 0x00ac",
                        "Nfc MCU unknown Event: 5, para1: 0x00ad"};
     VisitDesk setup(PcRoute::kI2c, "fanli");
-    setup.Watch(1, {{{{0, leave}}, {}, 0, alone},
-                    {{{0, enter}, {100, leave}}, {{3, 0}, {1, 350}}},
-                    {{{0, enter}, {400, leave}}, {{3, 0}, {1, 700}}, 1},
-                    {{{0, enter}, {50, enter}, {100, leave}}, {{3, 0}, {1, 350}}, 0, again},
-                    {{{0, enter}}, {{3, 0}, {1, 7350}}, 20},
-                    {{{0, mcuStart, 0xAB}, {200, enter}, {400, mcuStart, 0x12345}, {500, leave}},
-                     {{4, 0}, {3, 200}, {4, 400}, {1, 550}},
-                     0,
-                     starts},
-                    {{{0, mcuReset, 0xAB}, {100, noData, 0xAC}, {200, 5, 0xAD}}, {}, 0, others}});
+    const Interrupts startsAndVisit{
+        {0, start, 0xAB}, Enter(200), {400, start, 0x12345}, Leave(500)};
+    const Interrupts noVisit{{0, reset, 0xAB}, {100, noData, 0xAC}, {200, 5, 0xAD}};
+    setup.Watch(1, {{{Leave(0)}, {}, 0, alone},
+                    {{Enter(0), Leave(100)}, {0, 350}},
+                    {{Enter(0), Leave(400)}, {0, 700}, 1},
+                    {{Enter(0), Enter(50), Leave(100)}, {0, 350}, 0, again},
+                    {{Enter(0)}, {0, 7350}, 20},
+                    {startsAndVisit, {200, 550}, 0, starts, {0, 400}},
+                    {noVisit, {}, 0, others}});
 }
 
 // A status that cannot be read keeps the line up; the loop goes on, and does not spin.
@@ -143,7 +152,7 @@ TEST(CountedVisit, BeginsWithAnInterruptOfTheChipBefore) {
         const platform::Lock detection(context.mutex);
         NfcSpbCommon* const found =
             context.spbDriverOps.exchange(DriverFor(NfcLinkSpb4));  // whose chips have a status
-        setup.Raise({{0}});
+        setup.Raise(At({0}));
         PcWithHost::Pass(kSecond);
         context.spbDriverOps = found;
     }
@@ -156,7 +165,7 @@ TEST(ReportedVisit, BeginsWithTheStatusOfTheChipBefore) {
     ForEachSeed(20, [] {
         VisitDesk setup(PcRoute::kI2c, "fanli");
         NfcDeviceContext& context = GetNfcDeviceContext();
-        setup.Raise({{0, simulator::kStatusEnterField}});
+        setup.Raise({Enter(0)});
         NfcSpbCommon* found = nullptr;
         OnThread([&] {
             Sleep(20);  // in the middle of the reading
@@ -172,18 +181,18 @@ TEST(ReportedVisit, BeginsWithTheStatusOfTheChipBefore) {
 TEST(MissingListener, LeavesAVisitUnopenedButEndsOne) {
     VisitDesk setup(PcRoute::kUsb);
     setup.manager->RegisterListener(nullptr);
-    setup.Raise({{0}, {100}, {200}});
+    setup.Raise(At({0, 100, 200}));
     PcWithHost::Pass(kSecond);
     EXPECT_EQ(setup.log.TakeUnannounced(), Texts(3, "NFC staticCallback is null"));
     setup.manager->RegisterListener(&PcWithHost::Listen);
-    setup.Raise({{0}});
+    setup.Raise(At({0}));
     EXPECT_TRUE(PcWithHost::WaitForEvents(1, kSecond));
     setup.manager->RegisterListener(nullptr);
     PcWithHost::Pass(kSecond);
     EXPECT_EQ(EventNumbers(), std::vector<int>{3});
     EXPECT_EQ(setup.log.TakeUnannounced(), Texts{"NFC staticCallback is null"});
     setup.manager->RegisterListener(&PcWithHost::Listen);
-    setup.Raise({{0}});
+    setup.Raise(At({0}));
     PcWithHost::Pass(kSecond);
     EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 3, 1}));
 }
@@ -213,77 +222,26 @@ TEST(BrokenInvariant, EndsTheProcessAndNamesTheVariable) {
     EXPECT_DEATH(Visit::Get().Close(0), "TAGPORT_CHECK.*m_open > g_deferNotified");
 }
 
-constexpr emulation::Micros kStay = 60 * kSecond;
-
-void StayWhileTheHost(bool writes, PcRoute route, const std::string& chip,
-                      emulation::Micros actAtMs) {
-    StartedPc setup({route}, chip);
-    // Of a phone whose visit has been given up before it leaves.
-    setup.log.Announce("NFC LeaveField(2), interrupt First?: 1");
-    const emulation::Micros leave = emulation::Now() + kStay;
-    setup.pc.TapPhone(0, kStay);
-    PcWithHost::Pass(actAtMs * kMillisecond);
-    std::shared_ptr<NfcManager> second;
-    if (writes) {
-        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x22)), 0);
-    } else {
-        second = NfcManager::Create(setup.NewMessage(), &PcWithHost::Listen);
-    }
-    PcWithHost::Pass(kStay + 20 * kSecond);
-    const std::vector<int> events = EventNumbers();
-    const auto count = [&](int event) { return std::count(events.begin(), events.end(), event); };
-    EXPECT_EQ(count(3), count(1)) << "each visit is closed once";
-    EXPECT_LE(count(3), 2) << "a chain of visits for one phone";
-    EXPECT_EQ(events.empty() ? 0 : events.front(), 3);
-    if (chip != "fanli") {  // which has no interrupts between the entry and the leave
-        ASSERT_EQ(events.size(), 4U) << "the next interrupt is a first report";
-        EXPECT_LE(std::abs(EventsSoFar()[3].time - leave), kSecond);
-    }
-}
-
-// The phone checks every 125 ms that the tag is there, and the library polls every 350 ms: how the
-// two fall together depends on the time of the write or creation.
-TEST(StayingPhone, GivesAtMostOneFurtherPairForAWriteOrACreation) {
-    const std::pair<PcRoute, const char*> peripherals[] = {{PcRoute::kI2c, "fm11nt081"},
-                                                           {PcRoute::kI2c, "fm11nt082c"},
-                                                           {PcRoute::kUsb, "fm11nt081"},
-                                                           {PcRoute::kI2c, "fanli"}};
-    for (const auto& [route, chip] : peripherals) {
-        for (const emulation::Micros actAtMs : {500, 600, 700, 800}) {
-            SCOPED_TRACE(chip + (", after " + std::to_string(actAtMs)) + " ms");
-            for (const bool writes : {true, false}) {
-                ForEachSeed(1, [&, route = route, chip = chip] {
-                    StayWhileTheHost(writes, route, chip, actAtMs);
-                });
-            }
-        }
-    }
-}
-
 // The phone's first interrupts are counted to the visit that is just being closed, so its own one
 // begins at one of its checks.
-void ComeWhileTheListenerIsToldOfALeave() {
-    const auto between = [](emulation::Micros least, emulation::Micros most) {
-        return (least + emulation::Random() % (most - least + 1)) * kMillisecond;
-    };
-    StartedPc setup({emulation::Random() % 2 == 0 ? PcRoute::kI2c : PcRoute::kUsb});
-    ReactToEvents([hold = between(5, 150)](const ReceivedEvent& event) {
-        if (event.event == 1) {
-            PcWithHost::Pass(hold);
-        }
+TEST(ComingPhone, GivesOnePairHoweverLongTheListenerTakesForTheLeaveBefore) {
+    ForEachSeed(200, [] {
+        const auto between = [](emulation::Micros least, emulation::Micros most) {
+            return (least + emulation::Random() % (most - least + 1)) * kMillisecond;
+        };
+        StartedPc setup({PcRoute::kUsb});
+        ReactToEvents([hold = between(5, 150)](const ReceivedEvent& event) {
+            PcWithHost::Pass(event.event == 1 ? hold : 0);
+        });
+        const emulation::Micros firstStay = between(300, 1000);
+        setup.pc.TapPhone(0, firstStay);
+        setup.pc.TapPhone(firstStay + between(0, 1100), 5 * kSecond);
+        PcWithHost::Pass(20 * kSecond);
+        const std::vector<int> events = EventNumbers();
+        EXPECT_LE(events.size(), 4U) << "a chain of visits for one phone";
+        EXPECT_EQ(std::count(events.begin(), events.end(), 3),
+                  std::count(events.begin(), events.end(), 1));
     });
-    const emulation::Micros firstStay = between(300, 1000);
-    setup.pc.TapPhone(0, firstStay);
-    setup.pc.TapPhone(firstStay + between(0, 1100), 5 * kSecond);
-    PcWithHost::Pass(20 * kSecond);
-    const std::vector<int> events = EventNumbers();
-    EXPECT_LE(events.size(), 4U) << "a chain of visits for one phone";
-    EXPECT_EQ(std::count(events.begin(), events.end(), 3),
-              std::count(events.begin(), events.end(), 1));
-}
-
-TEST(ComingPhone, GivesOnePairHoweverLongTheListenerTakes) {
-    ForEachSeed(200, ComeWhileTheListenerIsToldOfALeave);
 }
 
 }  // namespace

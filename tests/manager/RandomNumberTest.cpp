@@ -1,5 +1,4 @@
 // Renewing the number: at once in memory, later on the tag, whatever happens to host and chip.
-#include "events/DriverThreads.h"
 #include "manager/ManagerLocks.h"
 #include "platform/platform.h"
 #include "routes/NfcProxy.h"
@@ -90,23 +89,6 @@ TEST(RandomNumber, OfTheHostsMessageReplacesOneThatWaitsForItsThread) {
         EXPECT_EQ(NumberIn(*message), NumberOf(fill)) << "the tag's may be older";
         EXPECT_EQ(setup.OnChipInTheEnd(), NumberOf(fill++));
     }
-}
-
-TEST(RandomNumber, OutlivesTheHostsLastPointer) {
-    ForEachSeed(50, [] {
-        PcWithHost setup({PcRoute::kI2c}, "fm11nt082c");
-        for (std::uint8_t fill = 0x21; fill < 0x24; ++fill) {
-            setup.Start();
-            EXPECT_EQ(Renew(*setup.manager, NumberOf(fill)), 0);
-            setup.manager.reset();
-            EXPECT_FALSE(g_interruptRunning) << "the event threads are stopped at once";
-            EXPECT_TRUE(PcWithHost::WaitForThreads(1)) << "the deferred call thread stays";
-            EXPECT_EQ(setup.NumberOnChip(), NumberOf(fill));
-            EXPECT_EQ(setup.log.Count("LocalWriteRand ReadRandNum Successful"), 1U);
-            EXPECT_LE(emulation::Live().handles, 2U) << "the device's and that thread's";
-            setup.log.Clear();
-        }
-    });
 }
 
 TEST(RandomNumber, OfAManagerThatHasGoneLeavesItsSuccessorsTagAlone) {

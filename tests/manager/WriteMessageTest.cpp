@@ -2,12 +2,10 @@
 // another thread does meanwhile.
 #include "chip/NfcDeviceContext.h"
 #include "manager/ManagerLocks.h"
-#include "platform/services/standin/ClientBackDoor.h"
 #include "tagimage/NfcData.h"
 #include "tests/manager/ManagerAccess.h"
 #include "tests/support/PcWithHost.h"
 
-using LinkDockService::BleCall;
 using namespace testing_support;
 
 namespace {
@@ -18,34 +16,31 @@ struct PcWithTag : StartedPc {
     PcWithTag() : StartedPc({PcRoute::kI2c}, "fm11nt082c") {}
 };
 
-TEST(WriteMessage, StartsNoThreadThatIsThere) {
-    PcWithTag setup;
-    EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
-    EXPECT_TRUE(HasInOrder(setup.log, {"NFC_ m_staticNotificationThread already exist",
-                                       "NFC_ m_staticCallThread already exist"}));
-    EXPECT_EQ(emulation::Live().threads, kEventThreads);
-}
-
-using Operation = bool (*)(PcWithHost& setup);
-const Operation kOperations[] = {
-    [](PcWithHost& setup) { return setup.manager->DeviceInit(); },
-    [](PcWithHost& setup) { return setup.manager->WriteMessage(setup.NewMessage(0x22)) == 0; },
-    [](PcWithHost& setup) { return setup.manager->UpdateNfcData(); },
-    [](PcWithHost& setup) {
-        return setup.manager->ReadMessage(std::make_shared<NdefMessage>()) == 0;
-    },
-    [](PcWithHost& setup) { return NfcManagerTestAccess::UpdateNfcContent(*setup.manager); },
-    // Waits for single steps on the tag alone.
-    [](PcWithHost& setup) {
-        std::uint8_t number[32];
-        return setup.manager->ReadRandNum(number) == 0;
-    },
+const struct Operation {
+    const char* name;
+    bool (*works)(PcWithHost& setup);
+    bool isFlow = true;  // else it waits for single steps on the tag alone
+} kOperations[] = {
+    {"DeviceInit", [](PcWithHost& pc) { return pc.manager->DeviceInit(); }},
+    {"WriteMessage",
+     [](PcWithHost& pc) { return pc.manager->WriteMessage(pc.NewMessage(0x22)) == 0; }},
+    {"UpdateNfcData", [](PcWithHost& pc) { return pc.manager->UpdateNfcData(); }},
+    {"ReadMessage",
+     [](PcWithHost& pc) { return pc.manager->ReadMessage(std::make_shared<NdefMessage>()) == 0; }},
+    {"UpdateNfcContent",
+     [](PcWithHost& pc) { return NfcManagerTestAccess::UpdateNfcContent(*pc.manager); }},
+    {"ReadRandNum",
+     [](PcWithHost& pc) {
+         std::uint8_t number[32];
+         return pc.manager->ReadRandNum(number) == 0;
+     },
+     false},
 };
 
 TEST(Operations, WaitUntilTheOneThatIsUnderWayHasEnded) {
     for (const Operation& operation : kOperations) {
         ForEachSeed(1, [&operation] {
-            SCOPED_TRACE(&operation - kOperations);
+            SCOPED_TRACE(operation.name);
             PcWithTag setup;
             OnThread([] {
                 const platform::Lock lock(m_staticDeviceMutex);
@@ -53,9 +48,8 @@ TEST(Operations, WaitUntilTheOneThatIsUnderWayHasEnded) {
             });
             PcWithHost::Pass(kMillisecond);
             const emulation::Micros begin = emulation::Now();
-            EXPECT_TRUE(operation(setup));
-            const bool waits = &operation != std::end(kOperations) - 1;
-            EXPECT_EQ(emulation::Now() - begin > 50 * kSecond, waits);
+            EXPECT_TRUE(operation.works(setup));
+            EXPECT_EQ(emulation::Now() - begin > 50 * kSecond, operation.isFlow);
         });
     }
 }
@@ -101,81 +95,35 @@ TEST(ReadMessage, RefusesASpoiledImageUntilItIsWrittenAgain) {
     }
 }
 
-struct TwoRoutes : StartedPc {
-    TwoRoutes() : StartedPc({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c") {
-        log.Clear();
-        threads = emulation::Live().threads;
-    }
-    // The next three that go over Bluetooth.
-    static void RefuseThreeWrites() {
-        for (const unsigned nth : {1U, 2U, 3U}) {
-            LinkDockService::FailCall(BleCall::kWrite, nth);
-        }
-    }
-    std::string ErrorsInTheEnd() {
-        EXPECT_TRUE(WaitForThreads(threads));
-        return Joined(log.TakeUnannounced());
-    }
-    std::size_t threads = 0;
-};
-
-// A number that is zero at the places that the read-back of a message looks at but one. The number
-// thread does not look there.
-Number OnlyByteTwo() {
+// The read-back of a message looks at one place more than the number thread's.
+TEST(ReadBack, TakesANumberByAFewOfItsBytes) {
+    PcWithTag setup;
     Number number = NumberOf(0x33);
     number[0] = number[1] = number[31] = 0;
-    return number;
-}
-
-TEST(WriteMessageAndWriteRandNum, SayWhichStepFailed) {
-    TwoRoutes setup;
-    const auto message = setup.NewMessage(0x22);
-    const std::string refusedThrice =
-        "[NFC] BleClientWrite ERROR, [NFC] BleClientWrite ERROR, [NFC] BleClientWrite ERROR, ";
-    TwoRoutes::RefuseThreeWrites();
-    EXPECT_EQ(setup.manager->WriteMessage(message), -1);
-    EXPECT_EQ(setup.ErrorsInTheEnd(),
-              refusedThrice + "UpdateNfcData Write failed, UpdateNfcData failed");
-    EXPECT_TRUE(setup.log.Has("NfcThreadCreate pass")) << "failed or not";
-    TwoRoutes::RefuseThreeWrites();
-    EXPECT_EQ(Renew(*setup.manager, NumberOf(4)), 0);
-    EXPECT_EQ(setup.ErrorsInTheEnd(),
-              refusedThrice + "LocalWriteRand WriteNfcContent failed, LocalWriteRand failed");
-    setup.log.Clear();
-    EXPECT_EQ(Renew(*setup.manager, OnlyByteTwo()), 0);
-    EXPECT_EQ(setup.ErrorsInTheEnd(), "LocalWriteRand ReadRandNum failed, LocalWriteRand failed");
+    EXPECT_EQ(Renew(*setup.manager, number), 0);
+    EXPECT_TRUE(PcWithHost::WaitForThreads(kEventThreads));
+    EXPECT_EQ(Joined(setup.log.TakeUnannounced()),
+              "LocalWriteRand ReadRandNum failed, LocalWriteRand failed");
     EXPECT_EQ(setup.log.Count("LocalWriteRand begin ReadRandNum"), 3U);
-    EXPECT_EQ(Renew(*setup.manager, OnlyByteTwo()), 0);
+    EXPECT_EQ(Renew(*setup.manager, number), 0);
     EXPECT_TRUE(setup.log.Has("WriteRandNum no need to update")) << "given again after a failure";
-    SetNumber(*message, OnlyByteTwo());
+    const auto message = setup.NewMessage();
+    SetNumber(*message, number);
     EXPECT_EQ(setup.manager->WriteMessage(message), 0);
-    EXPECT_EQ(setup.ErrorsInTheEnd(), "");
-    message->SetUrl(std::string(163, 'v'));
-    EXPECT_EQ(setup.manager->WriteMessage(message), -1);
-    EXPECT_EQ(setup.ErrorsInTheEnd(),
-              "length error, m_nfcData SetUrl failed, SetContent fail, UpdateNfcData failed");
-    // The URL stays in memory, so that a number does not fit either.
-    EXPECT_EQ(Renew(*setup.manager, NumberOf(4)), -1);
-    EXPECT_EQ(setup.ErrorsInTheEnd(),
-              "length error, m_nfcData SetRandomNumber failed, SetRandomNumber fail");
 }
 
-// A chip whose mode byte is not 6 starts silent, and takes no frame while it stores a block.
-TEST(WriteMessage, SwitchesTheRadioOnBesideANumberThread) {
-    ForEachSeed(100, [] {
-        constexpr unsigned kModeRegister = 0x038C;
-        PcWithHost setup({PcRoute::kI2c});
-        setup.pc.chip()->BackDoor().StickBits(kModeRegister, 0x10, 0x10);
-        ASSERT_TRUE(setup.Create() && setup.manager->DeviceInit());
-        OnThread([&setup] {
-            Sleep(static_cast<DWORD>(1 + emulation::Random() % 300));
-            EXPECT_EQ(Renew(*setup.manager, NumberOf(0x41)), 0);
-        });
-        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
-        EXPECT_TRUE(PcWithHost::WaitForThreads(kEventThreads));
-        setup.log.TakeUnannounced();
-        EXPECT_TRUE(setup.pc.chip()->BackDoor().RadioOn());
-    });
+TEST(WriteMessage, KeepsAUrlThatIsTooLongInMemory) {
+    PcWithTag setup;
+    const auto message = setup.NewMessage();
+    message->SetUrl(std::string(163, 'v'));
+    setup.log.Clear();
+    EXPECT_EQ(setup.manager->WriteMessage(message), -1);
+    EXPECT_EQ(Joined(setup.log.TakeUnannounced()),
+              "length error, m_nfcData SetUrl failed, SetContent fail, UpdateNfcData failed");
+    EXPECT_TRUE(setup.log.Has("NfcThreadCreate pass")) << "failed or not";
+    EXPECT_EQ(Renew(*setup.manager, NumberOf(4)), -1) << "a number does not fit either";
+    EXPECT_EQ(Joined(setup.log.TakeUnannounced()),
+              "length error, m_nfcData SetRandomNumber failed, SetRandomNumber fail");
 }
 
 // In half of the runs an interrupt comes while the write gives up, one thread running already.
@@ -194,25 +142,17 @@ TEST(WriteMessage, StartsBothThreadsOrNone) {
                 Sleep(refused.seen == 2 ? 100 : 0);
             });
         }
-        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x41)), -1);
+        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), -1);
         setup.log.OnLine({});
         PcWithHost::Pass(kSecond);
         EXPECT_EQ(EventNumbers(), std::vector<int>{}) << "no visit that nobody closes";
-        EXPECT_EQ(emulation::Live().requests + emulation::Live().threads, 0U)
-            << "the other one ends";
-        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x42)), 0);
-        PcWithHost::Pass(20 * kSecond);  // the driver may have kept the interrupt
-        TakeEvents();
-        setup.pc.TapPhone(0, kSecond);
-        PcWithHost::Pass(20 * kSecond);
-        EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1})) << "from one thread of each kind";
-        EXPECT_EQ(emulation::Live().threads, kEventThreads);
+        EXPECT_EQ(emulation::Live().requests + emulation::Live().threads, 0U);
         setup.log.TakeUnannounced();
     });
 }
 
 TEST(UpdateNfcContent, WritesWhatDiffers) {
-    TwoRoutes setup;
+    StartedPc setup({PcRoute::kI2c, PcRoute::kBle}, "fm11nt082c");
     const auto update = [&setup] { return NfcManagerTestAccess::UpdateNfcContent(*setup.manager); };
     EXPECT_TRUE(update());
     // The start makes two reads, the image ten.
@@ -227,7 +167,7 @@ TEST(UpdateNfcContent, WritesWhatDiffers) {
     setup.log.Clear();
     EXPECT_EQ(setup.pc.bluetooth()->ImagesStored(), 1U) << "equal content is not written again";
     SetNumber(*NfcManagerTestAccess::Message(*setup.manager), NumberOf(0x22));
-    TwoRoutes::RefuseThreeWrites();
+    RefuseBleWrites(3);
     EXPECT_FALSE(update());
     EXPECT_EQ(setup.log.TakeUnannounced().back(), "UpdateNfcContent reWrite failed");
     EXPECT_TRUE(update());
@@ -240,7 +180,7 @@ TEST(UpdateNfcContent, WritesWhatDiffers) {
 TEST(AnotherManagersEnd, CutsNoOperationShort) {
     for (const Operation& operation : kOperations) {
         ForEachSeed(60, [&operation] {
-            SCOPED_TRACE(&operation - kOperations);
+            SCOPED_TRACE(operation.name);
             StartedPc setup({PcRoute::kI2c}, "fanli");
             auto other = NfcManager::Create(setup.NewMessage(), &PcWithHost::Listen);
             EXPECT_TRUE(setup.manager->DeviceInit());
@@ -250,11 +190,11 @@ TEST(AnotherManagersEnd, CutsNoOperationShort) {
                 Sleep(static_cast<DWORD>(end / kMillisecond));
                 other.reset();
             });
-            const bool isWrite = &operation == &kOperations[1];
-            EXPECT_TRUE(operation(setup));
+            EXPECT_TRUE(operation.works(setup));
             const NfcDeviceContext& context = GetNfcDeviceContext();
             EXPECT_EQ(context.chipKind, NfcChipFanli);
-            EXPECT_TRUE(!isWrite || context.spbDriverOps.load()->radioEnabled);
+            EXPECT_TRUE(operation.name != std::string("WriteMessage") ||
+                        context.spbDriverOps.load()->radioEnabled);
             PcWithHost::Pass(kSecond);
         });
     }
@@ -276,44 +216,6 @@ TEST(Assignment, DuringAWriteLeavesTheAssignedMessageAlone) {
         EXPECT_EQ(url, std::string(50, 'b'));
         EXPECT_EQ(NumberIn(*message), NumberOf(0x44));
     });
-}
-
-void WriteOften(PcWithHost& setup, std::uint8_t maker) {
-    for (int i = 0; i < 5; ++i) {
-        const auto number = static_cast<std::uint8_t>(1 + emulation::Random() % 3);
-        switch (emulation::Random() % 4) {
-            case 0:
-                EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(number, maker)), 0);
-                break;
-            case 1:
-                setup.manager->ReadMessage(NfcManagerTestAccess::Message(*setup.manager));
-                break;
-            default:
-                EXPECT_EQ(Renew(*setup.manager, NumberOf(number)), 0);
-        }
-    }
-}
-
-TEST(TwoWriters, LeaveOneWholeImageAndItsNumberInMemory) {
-    for (const PcRoute route : {PcRoute::kI2c, PcRoute::kHid, PcRoute::kBle}) {
-        ForEachSeed(100, [route] {
-            PcWithHost setup({route}, "fm11nt082c");
-            setup.Start(1);
-            for (const std::uint8_t maker : {std::uint8_t{0xAA}, std::uint8_t{0xBB}}) {
-                OnThread([&setup, maker] { WriteOften(setup, maker); });
-            }
-            // The deferred call thread stays, and the one that listens to the route.
-            EXPECT_TRUE(PcWithHost::WaitForThreads(2, 600 * kSecond));
-            NfcData data;
-            ASSERT_TRUE(data.Init() && data.Parse(setup.ImageOnChip(143)));
-            const std::string made = data.GetUrl() + data.GetMacAddr() + data.GetModel();
-            EXPECT_EQ(made, std::string(60, made[0]));
-            const auto inMemory =
-                static_cast<char>(NumberIn(*NfcManagerTestAccess::Message(*setup.manager))[0]);
-            EXPECT_EQ(data.GetRandomNumber(), std::string(32, inMemory));
-            setup.log.TakeUnannounced();  // of reads that the keyboards refuse
-        });
-    }
 }
 
 }  // namespace

@@ -28,6 +28,7 @@ void SendFieldNow(PcWithHost& setup, bool enter) {
     PcWithHost::Pass(kMillisecond);
 }
 
+// Each step begins with the link that the one before has left.
 TEST(Ble, ConnectsAndDisconnectsFromEveryStateOfTheLink) {
     PcWithHost setup({PcRoute::kBle});
     ASSERT_TRUE(setup.Create());
@@ -38,6 +39,7 @@ TEST(Ble, ConnectsAndDisconnectsFromEveryStateOfTheLink) {
     const std::string connected = linked + "[NFC] BleClientSubscribeNotify succ.";
     const std::string left = "[NFC] BtDisconnect enter.";
     const std::string stuck = left + ", [NFC] BleClientDisConnect failed.";
+    const std::string notConnected = left + ", [NFC] BT is not connect!";
     const auto connect = &NfcManager::BtConnect;
     const auto disconnect = &NfcManager::BtDisconnect;
     const struct {
@@ -49,7 +51,7 @@ TEST(Ble, ConnectsAndDisconnectsFromEveryStateOfTheLink) {
         std::string lines;
     } steps[] = {
         {connect, kKeyboard, BleCall::kConnect, false, Link::kDown, refused},
-        {disconnect, kKeyboard, {}, false, Link::kDown, left + ", [NFC] BT is not connect!"},
+        {disconnect, kKeyboard, {}, false, Link::kDown, notConnected},
         {connect, kKeyboard, BleCall::kSubscribe, false, Link::kConnected,
          linked + "[NFC] BleClientSubscribeNotify failed."},
         {disconnect, kKeyboard, {}, true, Link::kDown, left},
@@ -61,11 +63,10 @@ TEST(Ble, ConnectsAndDisconnectsFromEveryStateOfTheLink) {
         {disconnect, kNobody, {}, true, Link::kConnected, stuck},
         {connect, kKeyboard, {}, true, Link::kSubscribed, connected},
         {disconnect, kKeyboard, BleCall::kUnsubscribe, true, Link::kDown, left},
-        {disconnect, kKeyboard, {}, false, Link::kDown, left + ", [NFC] BT is not connect!"},
+        {disconnect, kKeyboard, {}, false, Link::kDown, notConnected},
         {connect, kKeyboard, {}, true, Link::kSubscribed, connected},
         {disconnect, kKeyboard, BleCall::kDisconnect, true, Link::kConnected, stuck},
     };
-    std::size_t heard = 0;
     for (const auto& [operation, address, fails, result, link, lines] : steps) {
         SCOPED_TRACE(lines);
         setup.log.Clear();
@@ -76,41 +77,42 @@ TEST(Ble, ConnectsAndDisconnectsFromEveryStateOfTheLink) {
         EXPECT_EQ(LinkOf(*setup.pc.bluetooth()), link);
         EXPECT_EQ(Joined(setup.log.TextsSoFar()), lines);
         SendFieldNow(setup, true);
-        heard += link == Link::kSubscribed ? 1 : 0;
-        EXPECT_EQ(EventsSoFar().size(), heard) << "once, through the one sink there is";
+        EXPECT_EQ(TakeEvents().size(), link == Link::kSubscribed ? 1U : 0U)
+            << "once, through the one sink there is";
     }
-    // Another keyboard takes the place of the one that is connected, and then the client goes.
+}
+
+TEST(Ble, ConnectsAnotherKeyboardInPlaceOfTheOneThatIsConnected) {
+    StartedPc setup({PcRoute::kBle});
     const auto another = std::make_shared<simulator::BluetoothKeyboard>(kNobody);
-    EXPECT_TRUE(setup.manager->BtConnect(kKeyboard));
     LinkDockService::SetPeer(simulator::BlePeerAdapter::Make(another));
     EXPECT_TRUE(setup.manager->BtConnect(kNobody));
     EXPECT_FALSE(setup.pc.bluetooth()->Subscribed()) << "the sink there was is gone";
     EXPECT_TRUE(setup.manager->BtDisconnect(kNobody));
-    EXPECT_EQ(emulation::Live().handles, 0U);
-    EXPECT_TRUE(setup.manager->BtConnect(kNobody));
-    LinkDockService::SetNoInstance(true);
-    EXPECT_FALSE(setup.manager->BtConnect(kNobody));
-    EXPECT_FALSE(setup.manager->BtDisconnect(kNobody));
-    another->SendField(true);
-    PcWithHost::Pass(kMillisecond);
-    EXPECT_EQ(EventsSoFar().size(), heard) << "from a sink that the client still has";
 }
 
-TEST(Ble, DisconnectsInOrder) {
+TEST(Ble, HearsNothingThroughTheSinkOfAClientThatIsGone) {
+    StartedPc setup({PcRoute::kBle});
+    LinkDockService::SetNoInstance(true);
+    EXPECT_FALSE(setup.manager->BtConnect(kKeyboard));
+    EXPECT_FALSE(setup.manager->BtDisconnect(kKeyboard));
+    SendFieldNow(setup, true);
+    EXPECT_EQ(EventNumbers(), std::vector<int>{});
+}
+
+TEST(Ble, DisconnectsBetweenTheUnsubscriptionAndTheEndOfTheEvent) {
     StartedPc setup({PcRoute::kBle});
     bool connectedAtLastClose = true;
-    const auto look = [&, host = emulation::CurrentThread()](emulation::Call call,
-                                                             emulation::ThreadId thread) {
-        if (call == emulation::Call::kCloseHandle && thread == host) {
+    emulation::SetCallHook([&](emulation::Call call, emulation::ThreadId /*thread*/) -> DWORD {
+        if (call == emulation::Call::kCloseHandle) {
             connectedAtLastClose = setup.pc.bluetooth()->Connected();
         }
-        return DWORD{0};
-    };
-    emulation::SetCallHook(look);
+        return 0;
+    });
     EXPECT_TRUE(setup.manager->BtDisconnect(kKeyboard));
     emulation::SetCallHook({});
-    EXPECT_EQ(Joined(setup.pc.bluetooth()->Refusals()), "") << "unsubscribed while connected";
-    EXPECT_FALSE(connectedAtLastClose) << "the event is closed after the disconnection";
+    EXPECT_EQ(Joined(setup.pc.bluetooth()->Refusals()), "");
+    EXPECT_FALSE(connectedAtLastClose);
 }
 
 TEST(Ble, ASinkThatTheClientDoesNotLetGoOfFallsSilent) {
@@ -135,43 +137,6 @@ TEST(Ble, ASinkThatTheClientDoesNotLetGoOfFallsSilent) {
     EXPECT_TRUE(setup.manager->BtConnect(kKeyboard));
     SendFieldNow(setup, false);
     EXPECT_EQ(EventNumbers(), std::vector<int>{1}) << "once";
-}
-
-// The client may deliver inside the calls that the library makes. The listener calls the manager
-// back whenever a phone has come.
-TEST(Ble, AListenerMayCallTheManagerWhereverTheClientDelivers) {
-    ForEachSeed(10, [] {
-        StartedPc setup({PcRoute::kBle});
-        std::uint8_t number[32] = {};
-        std::uint8_t fill = 0x20;
-        unsigned onHost = 0;
-        ReactToEvents([&](const ReceivedEvent& heard) {
-            if (heard.event == 3) {
-                std::uint8_t read[32];
-                EXPECT_EQ(setup.manager->ReadRandNum(read), 0);
-                EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(++fill)), 0);
-                EXPECT_EQ(Renew(*setup.manager, NumberOf(++fill)), 0);
-            }
-        });
-        LinkDockService::SetDeliveryHabits({20, 20});  // inside both
-        const std::function<bool()> operations[] = {
-            [&] { return setup.manager->BtConnect(kKeyboard); },
-            [&] { return setup.manager->ReadRandNum(number) == 0; },
-            [&] { return setup.manager->WriteMessage(setup.NewMessage(0x31)) == 0; },
-            [&] { return setup.manager->UpdateNfcData(); },
-            [&] { return Renew(*setup.manager, NumberOf(0x32)) == 0; },
-        };
-        for (const auto& operation : operations) {
-            TakeEvents();
-            setup.pc.bluetooth()->SendField(true, 1 * kMillisecond);
-            setup.pc.bluetooth()->SendField(false, 10 * kMillisecond);
-            EXPECT_TRUE(operation());
-            PcWithHost::Pass(20 * kSecond);
-            EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
-            onHost += EventsSoFar()[0].thread == emulation::CurrentThread() ? 1 : 0;
-        }
-        EXPECT_EQ(onHost, 4U) << "where the client has delivered in a call of the host's thread";
-    });
 }
 
 // A report that the client notifies just when an operation ends, or while one delivers.
@@ -204,52 +169,27 @@ TEST(Ble, OnlyWhatIsNotifiedInsideACallComesOnTheCallersThread) {
     });
 }
 
-TEST(Ble, NoConnectTakesTheAnswerFromAReadThatWaits) {
-    ForEachSeed(100, [] {
+TEST(Ble, NeitherConnectNorDisconnectTakesTheAnswerFromAReadThatWaits) {
+    ForEachSeed(20, [] {
         StartedPc setup({PcRoute::kBle});
-        const struct {
-            bool (NfcManager::*operation)(std::uint64_t address);
-            std::uint64_t address;
-            bool result;
-        } cases[] = {
-            {&NfcManager::BtConnect, kKeyboard, true},
-            {&NfcManager::BtConnect, kNobody, false},
-            {&NfcManager::BtConnect, kKeyboard, true},
-            {&NfcManager::BtDisconnect, kKeyboard, true},
-        };
-        for (const auto& [operation, address, result] : cases) {
-            setup.pc.bluetooth()->SetAnswerLatency(500 * kMillisecond);
-            Number number{};
-            const std::size_t threads = emulation::Live().threads;
-            OnThread(
-                [&] { setup.manager->ReadRandNum(reinterpret_cast<std::uint8_t(&)[32]>(number)); });
+        setup.pc.bluetooth()->SetAnswerLatency(500 * kMillisecond);
+        const std::size_t threads = emulation::Live().threads;
+        for (const auto operation : {&NfcManager::BtConnect, &NfcManager::BtDisconnect}) {
+            std::uint8_t number[32] = {};
+            OnThread([&] { EXPECT_EQ(setup.manager->ReadRandNum(number), 0); });
             PcWithHost::Pass(100 * kMillisecond);
-            EXPECT_EQ(((*setup.manager).*operation)(address), result);
+            EXPECT_TRUE(((*setup.manager).*operation)(kKeyboard));
             EXPECT_TRUE(PcWithHost::WaitForThreads(threads));
-            EXPECT_EQ(number, NumberOf(0x11));
-            if (!result) {
-                EXPECT_TRUE(setup.manager->BtConnect(kKeyboard));
-            }
+            EXPECT_EQ(number[0], 0x11);
         }
     });
-}
-
-// The listener looks at its number twice. A listener is a plain function, so what it has seen is
-// the process's.
-unsigned g_numbersSeen = 0;
-unsigned g_wholeNumbersSeen = 0;  // and the same both times
-void LookTwice(int /*event*/, const std::uint8_t (&number)[32], int /*route*/) {
-    const Number expected = NumberOf(number[0]);
-    Sleep(5);
-    g_wholeNumbersSeen += std::equal(expected.begin(), expected.end(), number) ? 1 : 0;
-    ++g_numbersSeen;
 }
 
 TEST(Ble, TwoDeliveriesAtOnceShowEachListenerCallItsOwnNumber) {
     PcWithHost setup({PcRoute::kBle});
     LinkDockService::SetDeliveryHabits({0, 0, 2});  // threads
     setup.Start();
-    setup.manager->RegisterListener(&LookTwice);
+    ReactToEvents([](const ReceivedEvent& /*event*/) { Sleep(5); });
     constexpr std::uint8_t kVisits = 20;
     for (std::uint8_t i = 0; i < kVisits; ++i) {
         const emulation::Micros at = kMillisecond * 3 * i;
@@ -257,8 +197,10 @@ TEST(Ble, TwoDeliveriesAtOnceShowEachListenerCallItsOwnNumber) {
         setup.pc.bluetooth()->SendField(i % 2 == 0, at + kMillisecond);
     }
     PcWithHost::Pass(kSecond);
-    EXPECT_EQ(g_numbersSeen, kVisits);
-    EXPECT_EQ(g_wholeNumbersSeen, kVisits);
+    EXPECT_EQ(EventsSoFar().size(), kVisits);
+    for (const ReceivedEvent& heard : EventsSoFar()) {
+        EXPECT_EQ(heard.number, NumberOf(heard.number[0])) << "whole";
+    }
 }
 
 TEST(Ble, JudgesEveryNotification) {
@@ -304,7 +246,7 @@ TEST(Ble, ALateNumberAnswersTheNextRequest) {
     StartedPc setup({PcRoute::kBle});
     simulator::BluetoothKeyboard& keyboard = *setup.pc.bluetooth();
     keyboard.SetAnswerLatency(3500 * kMillisecond);
-    keyboard.SetMemory(122, simulator::Bytes(32, 0x91));
+    keyboard.SetMemory(setup.NumberRegister(), simulator::Bytes(32, 0x91));
     setup.log.Announce("NFC ReadRandNumber fail,");
     std::uint8_t number[32] = {0xCD};
     const emulation::Micros before = emulation::Now();
@@ -312,7 +254,7 @@ TEST(Ble, ALateNumberAnswersTheNextRequest) {
     EXPECT_EQ(emulation::Now() - before, 3 * kSecond);
     EXPECT_EQ(number[0], 0xCD);
     PcWithHost::Pass(kSecond);
-    keyboard.SetMemory(122, simulator::Bytes(32, 0x92));
+    keyboard.SetMemory(setup.NumberRegister(), simulator::Bytes(32, 0x92));
     EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
     EXPECT_EQ(emulation::Now() - before, 4 * kSecond) << "at once";
     EXPECT_EQ(number[0], 0x91);

@@ -77,6 +77,9 @@ struct LongestTimes : testing::TestWithParam<Row> {
         const std::chrono::duration<double> took = tagport::Now() - begin;
         EXPECT_LE(took.count(), limit) << name;
         pc->SetFaults("");
+        if (GetParam().writeMessage != 0) {
+            Recover();
+        }
     }
 
     // As it is before each operation.
@@ -98,20 +101,15 @@ TEST_P(LongestTimes, Hold) {
     if (row.writeMessage == 0) {
         return;
     }
-    Recover();
     Expect("WriteMessage", row.writeMessage, [&] { manager->WriteMessage(NewMessage()); });
-    Recover();
     Expect("UpdateNfcData", row.updateNfcData, [&] { manager->UpdateNfcData(); });
-    Recover();
     const std::size_t threads = tagport::Live().threads;
     Expect("number thread", row.numberThread, [&] {
         ASSERT_EQ(manager->WriteRandNum({9, 9, 9, 9}), 0);
         tagport::WaitFor([=] { return tagport::Live().threads <= threads; }, tagport::kWithoutEnd);
     });
-    Recover();
     Expect("ReadMessage", row.readMessage,
            [&] { manager->ReadMessage(std::make_shared<NdefMessage>()); });
-    Recover();
     std::uint8_t number[32] = {};
     Expect("ReadRandNum", row.readRandNum, [&] { manager->ReadRandNum(number); });
 }
