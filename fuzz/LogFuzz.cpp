@@ -18,13 +18,14 @@ struct Told {
 
 // The log in pieces of `piece` bytes.
 Told Explain(const std::string& log, std::size_t piece) {
-    PrefixSample sample;
+    std::vector<LogLine> sample;
     LineCounts counts;
-    LogLines sampled([&](const LogLine& line) { sample.Add(line, 0); }, counts);
+    LogLines sampled(
+        "log", [&](const LogLine& line) { sample.push_back(line); }, counts);
     sampled.Take(log);
     sampled.End();
     counts = {};
-    PrefixLayout layout = sample.Find();
+    PrefixLayout layout(sample);
 
     Told told;
     const StoryText format(lab::Style(false), 60, 1);
@@ -35,14 +36,11 @@ Told Explain(const std::string& log, std::size_t piece) {
         told.json += JsonLine(item);
     });
     LogLines lines(
+        "log",
         [&](const LogLine& line) {
             Check(line.prefix.size() + line.match.text.size() <= LogLines::kLongestPart,
                   "a line has a bound");
-            const Origin origin = layout.Read(line.prefix);
-            story.Take({line.match,
-                        {line.number, "log", std::string(origin.time), origin.micros},
-                        origin.process,
-                        origin.thread});
+            story.Take(line.match, {layout.Read(line.prefix), line.number, line.file});
         },
         counts);
     for (std::size_t at = 0; at < log.size(); at += piece) {

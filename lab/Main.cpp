@@ -118,7 +118,7 @@ void AddExplain(CLI::App& app, lab::ExplainOptions& explain) {
     app.add_option("LOG", explain.logs, "Logs of a host in their order, - for standard input")
         ->required();
     app.add_flag("--failures", explain.failures, "Only what failed, and the summary");
-    app.add_flag("--json", explain.json, "Print one JSON object per line, the summary first");
+    app.add_flag("--json", explain.json, "Print one JSON object per line, the summary last");
 }
 
 // The word that the parser stopped at.

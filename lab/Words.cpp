@@ -11,6 +11,7 @@ namespace lab {
 
 namespace {
 
+constexpr std::size_t kNarrowest = 30;    // columns of a text that is wrapped
 constexpr std::size_t kLongestWord = 64;  // that is compared; longer ones are no typing errors
 
 /// Letters to insert, delete, replace or swap with the next one.
@@ -93,6 +94,24 @@ std::string Joined(const std::vector<std::string>& words, const std::string& bet
 std::string_view WithoutByteOrderMark(std::string_view text) {
     constexpr std::string_view kMark = "\xEF\xBB\xBF";
     return text.substr(text.rfind(kMark, 0) == 0 ? kMark.size() : 0);
+}
+
+std::string Wrapped(std::string_view text, std::size_t width, std::size_t indent,
+                    std::size_t hanging) {
+    std::string wrapped;
+    std::size_t column = indent;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t blank = std::min(text.find(' ', at + 1), text.size());
+        if (width > hanging + kNarrowest && column > hanging && column + blank - at > width) {
+            wrapped += "\n" + std::string(hanging, ' ');
+            column = hanging;
+            at += text[at] == ' ' ? 1 : 0;
+        }
+        wrapped += text.substr(at, blank - at);
+        column += blank - at;
+        at = blank;
+    }
+    return wrapped;
 }
 
 std::string Suggestion(const std::vector<std::string>& allowed, const std::string& typed) {

@@ -49,6 +49,11 @@ std::optional<Number> WholeNumber(std::string_view text) {
 
 std::string_view WithoutByteOrderMark(std::string_view text);
 
+/// Breaks a text at blanks into lines of `width` columns; in less than 30 it stays as it is. It
+/// begins at the column `indent`, and its further lines at `hanging`.
+std::string Wrapped(std::string_view text, std::size_t width, std::size_t indent,
+                    std::size_t hanging);
+
 /// Shows each control character, NUL included, and each byte that is not UTF-8 as \n, \r, \t or
 /// \xNN. Everything else stays unchanged, so that a second pass changes nothing.
 std::string Printable(std::string_view text);

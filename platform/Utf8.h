@@ -1,8 +1,9 @@
-// The one decoder of UTF-8. Includes the standard library alone.
+// The one decoder of UTF-8, and the one encoder. Includes the standard library alone.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace platform {
@@ -46,6 +47,19 @@ constexpr Utf8Character FirstOfUtf8(std::string_view bytes) {
     return {codePoint, length,
             head >= kUtf8HeadMark[1] && length == tail + 1 && codePoint >= kUtf8Smallest[tail] &&
                 IsCodePoint(codePoint)};
+}
+
+inline void AppendUtf8(std::string& bytes, std::uint32_t codePoint) {
+    unsigned tail = 0;
+    while (tail < 3 && codePoint >= kUtf8Smallest[tail + 1]) {
+        ++tail;
+    }
+    bytes += static_cast<char>(kUtf8HeadMark[tail] | (codePoint >> (kUtf8TailBits * tail)));
+    while (tail > 0) {
+        --tail;
+        bytes += static_cast<char>(kUtf8TailMark |
+                                   ((codePoint >> (kUtf8TailBits * tail)) & kUtf8TailMask));
+    }
 }
 
 }  // namespace platform

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "lab/Words.h"
 #include "lab/explain/ProcessStory.h"
 
 namespace lab::explain {
@@ -15,48 +16,28 @@ constexpr std::size_t kMostVisits = 16;
 constexpr std::int64_t kChainPause = 1'000'000;  // microseconds between two visits of a chain
 constexpr unsigned kShortestChain = 3;           // visits
 constexpr std::int64_t kSlowListener = 1'000'000;
-constexpr std::uint32_t kRequestNotEnded = 996;  // how a wait ends that a stop has woken
-
-/// Something that is a part of what is under way is no item of its own.
-bool Contains(const std::optional<ItemKind>& outer, ItemKind inner) {
-    return outer == ItemKind::kWrite && (inner == ItemKind::kUpdate || inner == ItemKind::kRead);
-}
 
 }  // namespace
 
 // Remembers a fact.
 void ProcessStory::Notice(const At& at) {
     Lane& lane = at.lane;
-    switch (at.role) {
+    switch (at.meaning.role) {
         case Role::kMessageBegins:
             TellLoose(lane);
             lane.messageCause.reset();
             break;
         case Role::kContentSet:  // a read has no last line
-            if (lane.Is(ItemKind::kRead) && lane.operation->isDone) {
+            if (lane.Is(ItemKind::kRead) && lane.operation->outcome == Outcome::kWorked) {
                 Close(lane);
             }
             break;
         case Role::kStartUndone:
             if (lane.operation) {
-                lane.operation->isDone = false;
+                lane.operation->outcome = Outcome::kOpen;
             }
-            break;
-        case Role::kNoChip:  // that is normal after a write to a keyboard
-            if (lane.previous != Role::kThreadsReady) {
-                AddStep(at);
-            }
-            break;
-        case Role::kWriteCheck:
-            if (at.match.firstArgument == "0") {
-                AddStep(at);
-            }
-            break;
-        case Role::kChipRetry:
-            ++lane.retries;
             break;
         case Role::kThreadsStart:
-            lane.threadsStart = at.place.order;
             m_rearmed = m_chip.open.empty() ? "" : "WriteMessage";
             break;
         case Role::kRenewKnown:
@@ -69,9 +50,17 @@ void ProcessStory::Notice(const At& at) {
             break;
         case Role::kLeaveStatus:
             TellLoose(lane);
-            for (Begun& visit : m_chip.open) {
-                visit.hasLeaveStatus = true;
+            for (Item& visit : m_chip.open) {
+                visit.outcome = Outcome::kWorked;
             }
+            break;
+        case Role::kWaits:
+            TellLoose(lane);
+            lane.loop = at.meaning.role;
+            break;
+        case Role::kLoopStopped:
+        case Role::kLoopUnneeded:
+            lane.loop = at.meaning.role;
             break;
         default:
             break;
@@ -79,7 +68,7 @@ void ProcessStory::Notice(const At& at) {
 }
 
 void ProcessStory::AddStep(const At& at) {
-    std::vector<Step>& chain = at.lane.chain;
+    Chain& chain = at.lane.chain;
     const auto known = std::find_if(chain.begin(), chain.end(), [&](const Step& step) {
         return step.meaning == &at.meaning && step.code == at.match.code;
     });
@@ -93,147 +82,126 @@ void ProcessStory::AddStep(const At& at) {
 
 void ProcessStory::AddLoose(const At& at) {
     AddStep(at);
-    if (!at.lane.operation || at.kind == ItemKind::kRenew) {
-        TellChain(at.lane, at.kind, at.meaning.means);
+    if (!at.lane.operation || at.rule.kind == ItemKind::kRenew) {
+        TellChain(at.lane, at.rule.kind, at.meaning.means);
     }
 }
 
 void ProcessStory::AddUnusual(const At& at) {
-    TellNote(at.place, std::string(at.meaning.means), at.lane.thread, at.meaning.advice);
+    TellNote(at.place, std::string(at.meaning.means), at.meaning.advice);
 }
 
 void ProcessStory::Begin(const At& at) {
     Close(at.lane);
-    at.lane.seen.reset();
-    at.lane.retries = 0;
-    at.lane.operation = Begun{at.kind, at.place};
-    at.lane.operation->isDone = at.kind == ItemKind::kDisconnect;  // it has no last line
-    if (at.kind == ItemKind::kCreate && !m_chip.open.empty()) {
+    at.lane.seen = {};
+    at.lane.operation = Item{at.rule.kind, at.place, at.rule.outcome};
+    if (at.rule.kind == ItemKind::kCreate && !m_chip.open.empty()) {
         m_rearmed = "Create";
     }
 }
 
 void ProcessStory::Try(const At& at) {
-    const std::optional<Begun>& operation = at.lane.operation;
-    if (!operation || operation->isDone ||
-        (operation->kind != at.kind && !Contains(operation->kind, at.kind))) {
+    const Lane& lane = at.lane;
+    const bool isUnderWay = lane.Is(at.rule.kind) || lane.IsPart(at.rule.kind);
+    if (!isUnderWay || lane.operation->outcome == Outcome::kWorked) {
         Begin(at);
     }
-    at.lane.operation->tries += at.kind == ItemKind::kRead ? 0 : 1;
 }
 
 void ProcessStory::Done(const At& at) {
-    if (at.lane.Is(at.kind)) {
-        at.lane.operation->isDone = true;
+    if (at.lane.Is(at.rule.kind)) {
+        at.lane.operation->outcome = Outcome::kWorked;
         at.lane.operation->end = at.place.micros;
     }
 }
 
-void ProcessStory::Succeed(const At& at) {
-    if (at.lane.operation && Contains(at.lane.operation->kind, at.kind)) {
-        return;
-    }
-    if (!at.lane.Is(at.kind)) {  // its first line is missing
-        Begin(at);
-    }
-    Finish(at.lane, Outcome::kWorked, at.place.micros);
-}
-
-void ProcessStory::Fail(const At& at) {
+void ProcessStory::EndOperation(const At& at) {
     Lane& lane = at.lane;
-    AddStep(at);
-    if (lane.operation && Contains(lane.operation->kind, at.kind)) {
-        return;  // seen: the outer one fails at its end
-    }
-    if (!lane.Is(at.kind)) {
-        std::vector<Step> chain = std::exchange(lane.chain, {});
+    const bool hasFailed = at.rule.outcome == Outcome::kFailed;
+    if (!lane.Is(at.rule.kind) && !lane.IsPart(at.rule.kind)) {
+        // Its first line is missing; the steps so far are those of the failure.
+        Chain chain;
+        chain.swap(hasFailed ? lane.chain : chain);
         Begin(at);
         lane.chain.swap(chain);
+        lane.operation->begin = lane.chain.empty() ? at.place : lane.chain.front().place;
     }
-    if (at.kind == ItemKind::kCreate && lane.messageCause) {
+    Item& operation = *lane.operation;
+    if (hasFailed) {
+        AddStep(at);
+        operation.says = operation.says.empty() ? at.meaning.says : operation.says;
+        operation.outcome = Outcome::kFailed;
+    }
+    if (!lane.Is(at.rule.kind)) {
+        return;
+    }
+    if (operation.kind == ItemKind::kCreate && hasFailed && lane.messageCause) {
         lane.chain.insert(lane.chain.begin(), *std::exchange(lane.messageCause, std::nullopt));
     }
-    Finish(lane, Outcome::kFailed, at.place.micros);
+    operation.outcome =
+        operation.outcome == Outcome::kFailed ? operation.outcome : Outcome::kWorked;
+    operation.end = at.place.micros;
+    Finish(lane);
 }
 
 void ProcessStory::FindRoute(const At& at) {
-    const unsigned own = at.meaning.traits & kHasOwnClient;
-    const auto isReplaced = [own](const Tag& tag) { return (tag.traits & kHasOwnClient) == own; };
-    m_tags.erase(std::remove_if(m_tags.begin(), m_tags.end(), isReplaced), m_tags.end());
-    m_tags.insert(own != 0 ? m_tags.end() : m_tags.begin(),
-                  Tag{std::string(at.meaning.says), {}, at.meaning.traits});
-    if (own != 0) {
-        Succeed(at);
+    const bool hasOwnClient = (at.meaning.traits & kHasOwnClient) != 0;
+    m_tags[hasOwnClient] = {std::string(at.meaning.says), {}, at.meaning.traits};
+    if (hasOwnClient) {
+        EndOperation(at);
     }
     // A route was found later, so the missing driver is no fault.
-    std::vector<Step>& chain = at.lane.chain;
-    const auto isMissing = [](const Step& one) {
-        return one.meaning->role == Role::kDriverMissing;
-    };
+    Chain& chain = at.lane.chain;
+    const auto isMissing = [](const Step& one) { return one.Is({Role::kDriverMissing}); };
     chain.erase(std::remove_if(chain.begin(), chain.end(), isMissing), chain.end());
 }
 
 void ProcessStory::FindChip(const At& at) {
-    if (m_tags.empty() || Has(kHasOwnClient)) {
-        m_tags.insert(m_tags.begin(), Tag());
-    }
-    Tag& tag = m_tags.front();
-    if (at.role == Role::kChip || at.lane.previous != Role::kChip) {
-        tag.isSilent = at.role == Role::kChipLike && at.lane.previous == Role::kChipSilent;
-        tag.chip = tag.isSilent ? "silent chip" : std::string(at.meaning.says);
-        tag.traits = (tag.traits & (kChipBehindDriver | kInKeyboard)) | at.meaning.traits;
-    }
+    Tag& tag = m_tags[false];
+    tag.chip = at.meaning.says;
+    tag.traits = (tag.traits & (kChipBehindDriver | kInKeyboard)) | at.meaning.traits;
     if ((at.meaning.traits & kUnprepared) != 0) {
         Done(at);
     }
 }
 
 void ProcessStory::NotRead(const At& at) {
-    if (!at.lane.Is(at.kind)) {
+    if (!at.lane.Is(at.rule.kind)) {
         return;
     }
     // A chain without one of these says that the tag could not be read at all.
-    std::vector<Step>& chain = at.lane.chain;
-    const bool isHarmless = std::any_of(chain.begin(), chain.end(), [](const Step& step) {
-        const Role role = step.meaning->role;
-        return role == Role::kEmptyTag || role == Role::kForeignContent ||
-               role == Role::kForeignRead;
+    const bool isHarmless = Any(at.lane.chain, [](const Step& one) {
+        return one.Is({Role::kEmptyTag, Role::kForeignContent, Role::kForeignRead});
     });
-    at.lane.operation->isOdd |= !isHarmless;
-    at.lane.operation->note = isHarmless ? " Before it the tag held no message of this library."
+    at.lane.operation->text = isHarmless ? " Before it the tag held no message of this library."
                                          : " Before it the tag could not be read.";
+    at.lane.operation->outcome = Outcome::kOpen;  // the library writes all the same
     if (isHarmless) {
-        chain.clear();
+        at.lane.chain.clear();
     }
 }
 
 void ProcessStory::HaveThreads(const At& at) {
     Lane& lane = at.lane;
-    const bool hasFailed = at.role == Role::kThreadsFail;
-    if (hasFailed) {
-        AddStep(at);
-    }
     // The thread that watches for leaves stays for the whole life of a process, or ends in the
     // middle of a visit.
     if (std::exchange(m_hasThreads, true) && !lane.HasSeen(Role::kThreadsKnown)) {
-        LoseBefore(lane.threadsStart);
+        LoseBefore(lane.Of(Role::kThreadsStart).order);
     }
-    if (lane.Is(at.kind)) {
-        lane.operation->note +=
-            hasFailed ? " The threads that report phones could not be started." : "";
-        const bool isFailed = hasFailed || lane.HasSeen(Role::kWriteFails);
-        Finish(lane, isFailed ? Outcome::kFailed : Outcome::kWorked, at.place.micros);
+    if (lane.Is(at.rule.kind)) {
+        EndOperation(at);
+    } else if (at.rule.outcome == Outcome::kFailed) {
+        AddStep(at);
     }
 }
 
-void ProcessStory::FailNumberRead(const At& at) {
-    AddStep(at);
-    // Without a write around it, it is an operation of its own.
-    if (!at.lane.HasSeen(Role::kRenewStored) && !at.lane.Writes()) {
-        std::vector<Step> chain = std::exchange(at.lane.chain, {});
-        Close(at.lane);
-        at.lane.chain.swap(chain);
-        TellChain(at.lane, at.kind, "ReadRandNum failed.");
+void ProcessStory::EndNumberRead(const At& at) {
+    const Lane& lane = at.lane;
+    const bool isOfWrite = lane.Is(ItemKind::kWrite) || lane.Is(ItemKind::kUpdate);
+    if (isOfWrite || at.lane.HasSeen(Role::kRenewStored)) {
+        AddStep(at);
+    } else {
+        EndOperation(at);
     }
 }
 
@@ -245,26 +213,23 @@ void ProcessStory::BeginRenewal(const At& at) {
     if (m_renewals.size() == kMostRenewals) {
         m_renewals.pop_front();
     }
-    m_renewals.push_back({at.kind, at.place});
+    m_renewals.push_back({at.rule.kind, at.place});
 }
 
 void ProcessStory::EndRenewal(const At& at) {
     Lane& lane = at.lane;
-    const bool hasFailed = at.role == Role::kRenewFails;
-    Item item{at.kind, hasFailed ? Outcome::kFailed : Outcome::kWorked, at.place, lane.thread,
-              "WriteRandNum: " + std::string(at.meaning.says) + "."};
+    Item item{at.rule.kind, at.place};
     if (m_renewals.empty()) {
         ++m_earlyRenewals;
     } else {
         item.begin = m_renewals.front().begin;
-        item.micros = Between(item.begin.micros, at.place.micros);
+        item.end = at.place.micros;
         m_renewals.pop_front();
     }
-    item.attempts = lane.retries + (lane.HasSeen(Role::kRenewStored) ? 1 : 0);
-    if (!lane.operation) {
-        lane.retries = 0;
-        lane.seen.reset();
-    }
+    item.outcome = at.rule.outcome;
+    item.text = "WriteRandNum: " + std::string(at.meaning.says) + ".";
+    item.attempts = lane.Attempts();
+    const bool hasFailed = item.outcome == Outcome::kFailed;
     if (hasFailed) {
         AddStep(at);
     }
@@ -272,16 +237,21 @@ void ProcessStory::EndRenewal(const At& at) {
     if (hasFailed || !lane.operation) {
         item.chain.swap(lane.chain);
     }
+    if (!lane.operation) {
+        lane.seen = {};
+    }
     Tell(std::move(item));
 }
 
-void ProcessStory::Lose(std::deque<Begun>& open) {
-    Tell({open.front().kind, Outcome::kOpen, open.front().begin, {}, {}});
+void ProcessStory::Lose(std::deque<Item>& open) {
+    Item item = std::move(open.front());
     open.pop_front();
+    item.outcome = Outcome::kOpen;
+    Tell(std::move(item));
 }
 
 void ProcessStory::LoseBefore(std::uint64_t order) {
-    for (std::deque<Begun>* const open : {&m_chip.open, &m_renewals}) {
+    for (std::deque<Item>* const open : {&m_chip.open, &m_renewals}) {
         while (!open->empty() && open->front().begin.order < order) {
             Lose(*open);
         }
@@ -308,9 +278,9 @@ void ProcessStory::BeginVisit(const At& at) {
         source.chainBegin = at.place;
     }
     ++source.chained;
-    source.open.push_back({at.kind, at.place});
+    source.open.push_back({at.rule.kind, at.place});
     if (!isFromKeyboard && source.open.size() > 1 && !m_rearmed.empty()) {
-        source.open.back().note = " It is probably the phone of the visit before: a " +
+        source.open.back().text = " It is probably the phone of the visit before: a " +
                                   std::exchange(m_rearmed, {}) +
                                   " while it was there has it reported a second time.";
     }
@@ -322,27 +292,27 @@ void ProcessStory::EndVisit(const At& at) {
         TellNote(at.place, "A phone left, and its arrival is not in this log.");
         return;
     }
-    const Begun visit = std::move(source.open.front());
+    Item visit = std::move(source.open.front());
     source.open.pop_front();
-    std::string odd = visit.note;
     const Micros listener = Between(visit.end, at.place.micros);
     if (listener && *listener > kSlowListener) {
-        odd += " The listener took " + std::to_string(*listener / 1000) +
-               " ms for event 1; the next phone waits that long.";
+        visit.text += " The listener took " + std::to_string(*listener / 1000) +
+                      " ms for event 1; the next phone waits that long.";
     }
-    if (Has(kReportsLeaves) && !IsFromKeyboard(at.lane) && !visit.hasLeaveStatus) {
-        odd += " The chip did not report its leave; the library stopped waiting for it.";
+    if (Has(kReportsLeaves) && !IsFromKeyboard(at.lane) && visit.outcome == Outcome::kOpen) {
+        visit.text += " The chip did not report its leave; the library stopped waiting for it.";
     }
     source.lastEnd = at.place.micros;
-    Tell({at.kind, odd.empty() ? Outcome::kWorked : Outcome::kUnusual, visit.begin, at.lane.thread,
-          "A phone was at the tag." + odd,
-          Between(visit.begin.micros, visit.end ? visit.end : at.place.micros)});
+    visit.outcome = visit.text.empty() ? Outcome::kWorked : Outcome::kUnusual;
+    visit.text.insert(0, "A phone was at the tag.");
+    visit.end = visit.end ? visit.end : at.place.micros;
+    Tell(std::move(visit));
 }
 
 void ProcessStory::MissListener(const At& at) {
-    std::deque<Begun>& open = SourceOf(at.lane).open;
+    std::deque<Item>& open = SourceOf(at.lane).open;
     if (at.lane.previous == Role::kVisitBegins && !open.empty()) {
-        open.back().note = " The host had no listener when it came.";
+        open.back().text = " The host had no listener when it came.";
         if (!IsFromKeyboard(at.lane)) {
             open.pop_back();  // the library has not opened it
         }
@@ -360,28 +330,15 @@ void ProcessStory::EndChain(Source& source) {
     }
 }
 
-void ProcessStory::Wait(const At& at) {
-    TellLoose(at.lane);
-    at.lane.isLoopNormal = at.lane.isRefusalNormal = false;
-}
-
-void ProcessStory::RefuseRequest(const At& at) {
-    if (at.role == Role::kLoopError && at.match.code == kRequestNotEnded) {
-        at.lane.isLoopNormal = true;
-    } else if (at.role == Role::kLoopRefused && at.meaning.thread == ThreadKind::kInterrupt &&
-               !m_tags.empty() && !Has(kChipBehindDriver)) {
-        at.lane.isRefusalNormal = true;  // without a chip nothing raises an interrupt
-    } else {
-        AddStep(at);
-    }
-}
-
 void ProcessStory::EndLoop(const At& at) {
-    const Lane& lane = at.lane;
-    if (!lane.isRefusalNormal && !lane.chain.empty() && !lane.operation) {
-        TellChain(at.lane, at.kind, at.meaning.means);
-    } else if (lane.isLoopNormal) {
-        Tell({at.kind, Outcome::kWorked, at.place, lane.thread,
+    Lane& lane = at.lane;
+    if (lane.loop != Role::kLoopUnneeded && !lane.chain.empty() && !lane.operation) {
+        TellChain(lane, at.rule.kind, at.meaning.means);
+    } else if (lane.loop == Role::kLoopStopped) {
+        Tell({at.rule.kind,
+              at.place,
+              Outcome::kWorked,
+              {},
               "The library stops waiting for phones, because a manager was released or the device "
               "is started again."});
     }

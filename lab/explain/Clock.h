@@ -8,6 +8,8 @@
 
 namespace lab::explain {
 
+using Micros = std::optional<std::int64_t>;
+
 /// A date and time, or a time alone.
 struct Clock {
     std::size_t begin = 0;  ///< its place in the prefix
@@ -19,7 +21,7 @@ struct Clock {
 constexpr std::int64_t kMicrosPerSecond = 1'000'000;
 constexpr std::int64_t kMicrosPerDay = 86'400 * kMicrosPerSecond;
 
-/// The first one. Its forms are the lists in Clock.cpp, each with . , or : and a fraction after the
+/// The first one. Its forms are the list in Clock.cpp, each with . , or : and a fraction after the
 /// seconds, AM or PM, and an offset from UTC, which is ignored.
 std::optional<Clock> FindClock(std::string_view prefix);
 

@@ -1,14 +1,11 @@
 #include "lab/explain/ExplainCommand.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <deque>
 #include <filesystem>
 #include <memory>
-#include <numeric>
 #include <optional>
 #include <utility>
 
@@ -28,10 +25,11 @@ namespace {
 
 using namespace explain;  // NOLINT(google-build-using-namespace)
 
-constexpr std::size_t kBlock = std::size_t{1} << 18;     // bytes of one read
-constexpr std::size_t kKeptPart = std::size_t{2} << 20;  // of a pipe's story
+constexpr std::size_t kBlock = std::size_t{1} << 18;  // bytes of one read
 constexpr std::size_t kOutputBlock = std::size_t{1} << 16;
-constexpr int kPauseMs = 300;  // of a pipe: what was read so far is told
+constexpr int kPauseMs = 300;            // of a pipe: what was read so far is told
+constexpr std::size_t kLeastLines = 30;  // of a pipe, before its layout is found
+constexpr std::size_t kMostLines = 2000;
 
 struct Closer {
     void operator()(std::FILE* file) const {
@@ -55,7 +53,6 @@ class Input {
             throw WrongCall(m_name + ": is a directory, not a log");
         }
         m_file.reset(log == "-" ? stdin : std::fopen(log.c_str(), "rb"));
-        m_isRegular = log != "-" && std::filesystem::is_regular_file(status);
         if (m_file == nullptr) {
             throw WrongCall(m_name + ": cannot be read: " + std::strerror(errno));
         }
@@ -63,18 +60,14 @@ class Input {
     }
 
     const std::string& Name() const { return m_name; }
-    /// It can be read again from its beginning.
-    bool IsRegular() const { return m_isRegular; }
-    void Rewind() { std::rewind(m_file.get()); }
-    bool IsQuiet() const { return !m_isRegular && !HasInput(m_file.get(), kPauseMs); }
+    /// A pipe has nothing more for now.
+    bool IsQuiet() const { return !HasInput(m_file.get(), kPauseMs); }
 
     /// The next bytes; empty at the end. Valid until the next call.
     std::string_view Read() {
         m_block.resize(kBlock);
         const std::ptrdiff_t size = ReadAvailable(m_file.get(), m_block.data(), kBlock);
-        if (size < 0) {
-            throw SystemFailure(m_name + ": cannot be read: " + std::strerror(errno));
-        }
+        FailIf(size < 0, m_name + ": cannot be read: " + std::strerror(errno));
         const std::string_view bytes(m_block.data(), static_cast<std::size_t>(size));
         if (std::exchange(m_isBeginning, false)) {
             RefuseCompressed(bytes);
@@ -106,89 +99,48 @@ class Input {
     std::string m_log;
     std::string m_name;
     std::unique_ptr<std::FILE, Closer> m_file;
-    bool m_isRegular = false;
     bool m_isBeginning = true;
     std::string m_block;
 };
 
-/// The items of a pipe that wait for their summary: the first ones and the last ones.
-class KeptItems {
-  public:
-    void Add(const std::string& item) {
-        if (m_last.empty() && m_first.size() + item.size() <= kKeptPart) {
-            m_first += item;
-            return;
-        }
-        m_last.push_back(item);
-        for (m_lastSize += item.size(); m_lastSize > kKeptPart && m_last.size() > 1; ++m_dropped) {
-            m_lastSize -= m_last.front().size();
-            m_last.pop_front();
-        }
-    }
-    std::string Text() const {
-        std::string text = m_first;
-        text +=
-            m_dropped == 0 ? "" : R"({"kind":"gap","items":)" + std::to_string(m_dropped) + "}\n";
-        for (const std::string& item : m_last) {
-            text += item;
-        }
-        return text;
-    }
-
-  private:
-    std::string m_first;
-    std::deque<std::string> m_last;
-    std::size_t m_lastSize = 0;
-    std::uint64_t m_dropped = 0;
-};
-
-/// One reading of all logs from their beginning.
+/// Reads logs from their beginning, one after the other.
 class Reading {
   public:
-    /// Without a layout, finds it from the first lines of the library, wherever they are.
-    Reading(std::vector<Input>& inputs, std::optional<PrefixLayout> layout, Story::Sink sink)
-        : m_inputs(inputs), m_layout(std::move(layout)), m_story(std::move(sink)) {}
+    explicit Reading(Story::Sink sink) : m_story(std::move(sink)) {}
 
-    /// Takes at most `most` bytes of each log, where there is a limit. Calls `pause` when a pipe
-    /// has nothing more for now.
+    /// Calls `pause` when a pipe has nothing more for now.
     template <class Pause>
-    void Run(const std::vector<std::uint64_t>& most, Pause pause) {
-        for (m_file = 0; m_file < m_inputs.size(); ++m_file) {
-            Input& input = m_inputs[m_file];
-            LogLines lines([this](const LogLine& line) { TakeLine(line); }, m_counts);
-            std::uint64_t& bytes = m_bytes.emplace_back(0);
-            const auto left = [&] { return most.empty() ? kBlock : most[m_file] - bytes; };
-            while (left() > 0) {
-                if (input.IsQuiet() && (m_layout || m_sample.Lines().size() >= kLeastLines)) {
+    void Run(std::vector<Input>& inputs, Pause pause) {
+        for (Input& input : inputs) {
+            m_input = &input;
+            m_files.push_back(ValidUtf8(input.Name()));
+            LogLines lines(
+                input.Name(), [this](const LogLine& line) { Take(line); }, m_counts);
+            for (;;) {
+                const bool isKnown = m_layout || m_sample.size() >= kLeastLines;
+                if (isKnown && input.IsQuiet()) {
                     FindLayout();
                     m_story.Flush();
                     pause();
                 }
-                const std::string_view block = input.Read().substr(0, left());
+                const std::string_view block = input.Read();
                 if (block.empty()) {
                     break;
                 }
                 lines.Take(block);
-                bytes += block.size();
+                m_bytes += block.size();
             }
             lines.End();
         }
-        m_file = 0;
         FindLayout();
         m_story.End();
     }
-    const std::vector<std::uint64_t>& Bytes() const { return m_bytes; }
     const Story& TheStory() const { return m_story; }
-    const PrefixLayout& Layout() const { return *m_layout; }
     Json Summary() const {
-        Json files = Json::array();
-        for (const Input& input : m_inputs) {
-            files.push_back(ValidUtf8(input.Name()));
-        }
         Json summary{{"kind", "summary"},
-                     {"file", files[0]},
-                     {"files", files},
-                     {"bytes", std::accumulate(m_bytes.begin(), m_bytes.end(), std::uint64_t{0})},
+                     {"file", m_files[0]},
+                     {"files", m_files},
+                     {"bytes", m_bytes},
                      {"lines", m_counts.lines},
                      {"library", m_counts.library},
                      {"unknown", m_counts.unknown},
@@ -203,46 +155,38 @@ class Reading {
     }
 
   private:
-    static constexpr std::size_t kLeastLines = 30;  // of a pipe, before its layout is found
-
-    void TakeLine(const LogLine& line) {
+    void Take(const LogLine& line) {
         if (m_layout) {
-            Tell(m_file, line.number, line.prefix, line.match);
+            m_story.Take(line.match, {m_layout->Read(line.prefix), line.number, line.file});
             return;
         }
-        m_sample.Add(line, m_file);
-        if (m_sample.Lines().size() == PrefixSample::kMostLines) {
+        m_sample.push_back(line);
+        if (m_sample.size() == kMostLines) {
             FindLayout();
         }
     }
+    /// From the first lines of the library, wherever they are.
     void FindLayout() {
         if (m_layout) {
             return;
         }
-        m_layout = m_sample.Find();
+        m_layout.emplace(m_sample);
         if (m_layout->IsNewestFirst()) {
-            m_inputs[m_file].Refuse("has the newest line first", "tac");
+            m_input->Refuse("has the newest line first", "tac");
         }
-        for (const PrefixSample::Line& line : m_sample.Lines()) {
-            Tell(line.file, line.number, line.prefix, *FindMeaning(line.text));
+        for (const LogLine& line : m_sample) {
+            Take(line);
         }
-        m_sample = PrefixSample();
-    }
-    void Tell(unsigned file, std::uint64_t number, std::string_view prefix, const Match& match) {
-        const Origin origin = m_layout->Read(prefix);
-        m_story.Take({match,
-                      {number, m_inputs[file].Name(), std::string(origin.time), origin.micros},
-                      origin.process,
-                      origin.thread});
+        m_sample = {};
     }
 
-    std::vector<Input>& m_inputs;
-    unsigned m_file = 0;
+    Input* m_input = nullptr;  // the current one
+    Json m_files = Json::array();
     std::optional<PrefixLayout> m_layout;
-    PrefixSample m_sample;
+    std::vector<LogLine> m_sample;  // lines that wait for the layout
     Story m_story;
     LineCounts m_counts;
-    std::vector<std::uint64_t> m_bytes;  // of each log
+    std::uint64_t m_bytes = 0;
 };
 
 }  // namespace
@@ -258,35 +202,16 @@ int Explain(const ExplainOptions& options) {
             WriteOutput(std::exchange(waiting, {}));
         }
     };
-    const auto isWanted = [&](const Json& item) {
-        return !options.failures || item["outcome"] == "failed";
-    };
-    const bool isRegular = std::all_of(inputs.begin(), inputs.end(),
-                                       [](const Input& input) { return input.IsRegular(); });
-    KeptItems kept;
-    Reading first(inputs, std::nullopt, [&](const Json& item) {
-        if (!isWanted(item)) {
-            return;
-        }
-        if (!options.json) {
-            waiting += text.ItemLines(item, first.TheStory().ProcessCount() > 1);
+    Reading reading([&](const Json& item) {
+        if (!options.failures || item["outcome"] == "failed") {
+            const bool hasProcesses = reading.TheStory().ProcessCount() > 1;
+            waiting += options.json ? JsonLine(item) : text.ItemLines(item, hasProcesses);
             write(kOutputBlock);
-        } else if (!isRegular) {
-            kept.Add(JsonLine(item));
         }
     });
-    first.Run({}, [&] { write(1); });
-    waiting += options.json ? JsonLine(first.Summary()) + kept.Text()
-                            : "\n" + text.Summary(first.Summary());
-    if (options.json && isRegular) {
-        // What is written to a log meanwhile would not be in its summary.
-        std::for_each(inputs.begin(), inputs.end(), [](Input& input) { input.Rewind(); });
-        Reading second(inputs, first.Layout().Again(), [&](const Json& item) {
-            waiting += isWanted(item) ? JsonLine(item) : "";
-            write(kOutputBlock);
-        });
-        second.Run(first.Bytes(), [] {});
-    }
+    reading.Run(inputs, [&] { write(1); });
+    const Json summary = reading.Summary();
+    waiting += options.json ? JsonLine(summary) : "\n" + text.Summary(summary);
     write(1);
     return kExitDone;
 }

@@ -12,10 +12,8 @@ struct ExplainOptions {
     bool failures = false;  ///< only what failed, and the summary
 };
 
-/// Returns the exit status. Memory does not grow with the logs. As text the story is written while
-/// they are read, and the summary at its end; as JSON the summary comes first, so regular files are
-/// read twice, and of a pipe's story only the beginning and the end are kept. Throws WrongCall and
-/// SystemFailure.
+/// Returns the exit status. Writes the story while the logs are read, and the summary at its end;
+/// memory does not grow with the logs. Throws WrongCall and SystemFailure.
 int Explain(const ExplainOptions& options);
 
 }  // namespace lab

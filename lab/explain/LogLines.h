@@ -13,10 +13,11 @@
 
 namespace lab::explain {
 
-/// A line of the library in a log. Valid during the call.
+/// A line of the library in a log.
 struct LogLine {
+    std::string_view file;     ///< its name, which outlives the line
     std::uint64_t number = 0;  ///< from 1
-    std::string_view prefix;   ///< what the host's sink wrote before the library's text
+    std::string prefix;        ///< what the host's sink wrote before the library's text
     Match match;
     bool isError = false;
 };
@@ -35,12 +36,13 @@ class LogLines {
   public:
     using Sink = std::function<void(const LogLine& line)>;
     /// Adds to `counts`.
-    LogLines(Sink sink, LineCounts& counts) : m_sink(std::move(sink)), m_counts(counts) {}
+    LogLines(std::string_view file, Sink sink, LineCounts& counts)
+        : m_file(file), m_sink(std::move(sink)), m_counts(counts) {}
 
     /// Takes the next bytes: UTF-8 or UTF-16. Each line may have another encoding than the one
     /// before, as where two programs have written to one file. Lines end with LF or CR LF; one may
     /// contain several of the library's.
-    void Take(std::string_view bytes);
+    void Take(std::string_view bytes, bool isEnd = false);
     /// Takes the last line, which may have no end.
     void End();
 
@@ -48,26 +50,26 @@ class LogLines {
     static constexpr std::size_t kLongestPart = 4096;
 
   private:
-    enum class Encoding { kUtf8, kUtf16Little, kUtf16Big };
+    enum class Encoding : std::uint8_t { kUtf8, kUtf16Little, kUtf16Big };
 
     bool TakePart(std::string_view& bytes, bool isEnd);
     std::size_t ChooseEncoding(std::string_view line);
-    std::uint32_t UnitAt(std::string_view bytes, std::size_t at) const;
-    void Decode(std::string_view utf16);
-    std::size_t Scan(std::string_view line);
-    void EndLine(std::string_view rest);
+    std::size_t Decode(std::string_view utf16);
+    void Scan();
     bool Recognise(std::string_view part, bool isError);
+    void EndLine();
 
+    std::string_view m_file;
     Sink m_sink;
     LineCounts& m_counts;
-    std::uint64_t m_number = 0;
     Encoding m_encoding = Encoding::kUtf8;
-    bool m_isLineStart = true;
-    std::string m_bytes;  // of a line whose end has not come
-    std::string m_line;   // what is decoded of it
+    std::string m_bytes;  // too few to know their meaning
     std::uint32_t m_highSurrogate = 0;
-    std::string m_before;       // the end of the line before, when it had no end of the library's
-    bool m_isLibrarys = false;  // of the current line
+    bool m_isLineStart = true;
+    std::uint64_t m_number = 1;
+    std::string m_line;    // what is decoded of the current line, behind the library's last text
+    std::string m_before;  // the end of the line before, when it had no end of the library's
+    bool m_isLibrarys = false;
     bool m_hasMarker = false;
 };
 

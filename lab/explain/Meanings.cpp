@@ -1,7 +1,6 @@
 #include "lab/explain/Meanings.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cstring>
 #include <vector>
@@ -31,7 +30,8 @@ std::string_view TrimEnd(std::string_view text) {
 std::string_view Argument(std::string_view conversion, std::string_view text) {
     const bool isDecimal = conversion.back() == 'd' || conversion.back() == 'u';
     const std::size_t sign = isDecimal ? std::min(text.find_first_not_of("- "), std::size_t{2}) : 0;
-    const std::size_t end = text.find_first_not_of(isDecimal ? kHex.substr(0, 10) : kHex, sign);
+    const std::size_t end =
+        text.find_first_not_of(kHex.substr(0, isDecimal ? 10 : kHex.size()), sign);
     return conversion.back() == 's' ? text
            : conversion == "%02X"   ? text.substr(0, std::min<std::size_t>(end, 2))
                                     : text.substr(0, end);
@@ -45,10 +45,8 @@ std::optional<std::uint32_t> Number(std::string_view text, bool isHex) {
     return end.ec == std::errc() ? std::optional(static_cast<std::uint32_t>(value)) : std::nullopt;
 }
 
-bool Fits(std::string_view text, Match& match) {
-    std::string_view format = match.meaning->format;
-    match.code.reset();
-    match.firstArgument = {};
+bool Fits(std::string_view text, const Meaning& meaning, std::optional<std::uint32_t>& code) {
+    std::string_view format = meaning.format;
     for (unsigned argument = 1;; ++argument) {
         const std::size_t fixed = std::min(format.find('%'), format.size());
         if (text.substr(0, fixed) != format.substr(0, fixed)) {
@@ -64,73 +62,57 @@ bool Fits(std::string_view text, Match& match) {
         if (value.empty()) {
             return false;
         }
-        match.firstArgument = argument == 1 ? value : match.firstArgument;
-        if (argument == match.meaning->code) {
-            match.code = Number(value, conversion.back() == 'x');
+        if (argument == meaning.code) {
+            code = Number(value, conversion.back() == 'x');
         }
         text.remove_prefix(value.size());
         format.remove_prefix(conversion.size());
     }
 }
 
+std::size_t Bucket(const char* head) {
+    std::uint32_t value = 0;
+    std::memcpy(&value, head, kHeadSize);
+    return (value * 2654435761U) >> 22U;
+}
+
 /// The meanings that hold without a condition, by the first characters of their formats.
-class Index {
-  public:
-    Index() {
-        for (const Meaning* one = kMeanings; one != kMeanings + kMeaningCount; ++one) {
-            if (one->next == Role::kDetail && one->without == Role::kDetail) {
-                m_buckets[Bucket(one->format.data())].push_back(one);
-            }
+using Index = std::array<std::vector<const Meaning*>, 1024>;
+
+Index MakeIndex() {
+    Index index;
+    for (const Meaning& one : kMeanings) {
+        if (one.condition == Condition::kNone) {
+            index.at(Bucket(one.format.data())).push_back(&one);
         }
     }
-    const std::vector<const Meaning*>& Of(const char* head) const {
-        return m_buckets[Bucket(head)];
-    }
-
-  private:
-    static std::size_t Bucket(const char* head) {
-        std::uint32_t value = 0;
-        std::memcpy(&value, head, kHeadSize);
-        return (value * 2654435761U) >> 22U;
-    }
-    std::array<std::vector<const Meaning*>, 1024> m_buckets;
-};
+    return index;
+}
 
 }  // namespace
 
-std::string Meaning::Text(std::optional<std::uint32_t> errorCode) const {
-    for (const std::uint32_t code : {errorCode.value_or(kOtherCode), kOtherCode}) {
-        for (const Case* one = cases; one != cases + caseCount; ++one) {
-            if (one->code == code) {
-                return std::string(means) + " " + std::string(one->text);
-            }
-        }
-    }
-    return std::string(means);
-}
-
 std::optional<Match> FindMeaning(std::string_view part) {
-    static const Index& index = *new Index;
+    static const Index& index = *new Index(MakeIndex());
     part = TrimEnd(part);
-    Match match;
-    match.begin = part.size() - std::min(part.size(), kLongestText);
-    for (; match.begin + kHeadSize <= part.size(); ++match.begin) {
-        match.text = part.substr(match.begin);
-        for (const Meaning* const meaning : index.Of(match.text.data())) {
-            match.meaning = meaning;
-            if (Fits(match.text, match)) {
-                return match;
+    for (std::size_t begin = part.size() - std::min(part.size(), kLongestText);
+         begin + kHeadSize <= part.size(); ++begin) {
+        for (const Meaning* const meaning : index[Bucket(part.data() + begin)]) {
+            std::optional<std::uint32_t> code;
+            if (Fits(part.substr(begin), *meaning, code)) {
+                return Match{meaning, begin, std::string(part.substr(begin)), code};
             }
         }
     }
     return std::nullopt;
 }
 
-const SystemCode* FindCode(std::uint32_t code) {
-    const SystemCode* const end = kSystemCodes + kSystemCodeCount;
-    const SystemCode* const found =
-        std::find_if(kSystemCodes, end, [code](const SystemCode& one) { return one.code == code; });
-    return found == end ? nullptr : found;
+const SystemCode* FindCode(std::optional<std::uint32_t> code) {
+    for (const SystemCode& one : kSystemCodes) {
+        if (one.code == code) {
+            return &one;
+        }
+    }
+    return nullptr;
 }
 
 }  // namespace lab::explain

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "lab/explain/Names.h"  // made as well: Role, ThreadKind, Trait, ItemKind
+#include "lab/explain/Names.h"  // made as well: the enumerations, and the sizes of the tables
 
 namespace lab::explain {
 
@@ -17,33 +17,20 @@ namespace lab::explain {
 using Advice = std::array<std::string_view, 3>;
 
 struct Meaning {
-    /// A sentence for one error code; the one of kOtherCode is for all that have none.
-    struct Case {
-        std::uint32_t code;
-        std::string_view text;
-    };
-    static constexpr std::uint32_t kOtherCode = 0xFFFFFFFF;
-
-    /// What the line means with this error code.
-    std::string Text(std::optional<std::uint32_t> errorCode) const;
-
     std::string_view format;  ///< without the blanks at its end
     Role role;
-    ThreadKind thread;  ///< the only kind that writes it; kAny for lines of several
-    unsigned traits;    ///< of a route or a chip
-    unsigned code;      ///< the argument that is a system error code, from 1; 0: none
-    bool isDevice;      ///< the code is a device's: the code's own advice comes first
-    Role next;          ///< only where the next line has this role; kDetail: always
-    Role without;       ///< only where no line before it has this role; kDetail: always
+    ThreadKind thread;    ///< the only kind that writes it; kAny for lines of several
+    unsigned traits;      ///< of a route or a chip
+    unsigned code;        ///< the argument that is a system error code, from 1; 0: none
+    bool isDevice;        ///< the code is a device's: the code's own advice comes first
+    Condition condition;  ///< when it holds
+    std::uint32_t operand;
     unsigned variants;  ///< meanings in front of this one that hold under a condition
     std::string_view says;
     std::string_view means;
     Advice advice;
-    const Case* cases;
-    std::size_t caseCount;
 };
-extern const Meaning kMeanings[];
-extern const std::size_t kMeaningCount;
+extern const std::array<Meaning, kMeaningCount> kMeanings;
 
 /// An error code of the system.
 struct SystemCode {
@@ -51,15 +38,13 @@ struct SystemCode {
     std::string_view text;
     Advice advice;  ///< for a device that reports it; empty: that depends on the line
 };
-extern const SystemCode kSystemCodes[];
-extern const std::size_t kSystemCodeCount;
+extern const std::array<SystemCode, kSystemCodeCount> kSystemCodes;
 
 /// A line of the library inside a line of a log.
 struct Match {
-    const Meaning* meaning = nullptr;
-    std::size_t begin = 0;  ///< where the library's text begins
-    std::string_view text;
-    std::string_view firstArgument;
+    const Meaning* meaning = nullptr;  ///< the one without a condition
+    std::size_t begin = 0;             ///< where the library's text begins
+    std::string text;
     std::optional<std::uint32_t> code;  ///< the system error code
 };
 
@@ -68,6 +53,6 @@ struct Match {
 std::optional<Match> FindMeaning(std::string_view part);
 
 /// Null when the table does not have the code.
-const SystemCode* FindCode(std::uint32_t code);
+const SystemCode* FindCode(std::optional<std::uint32_t> code);
 
 }  // namespace lab::explain

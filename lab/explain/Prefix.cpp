@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <bitset>
 #include <cmath>
 #include <cstdlib>
 #include <iterator>
 #include <map>
-
-#include "lab/explain/Clock.h"
 
 namespace lab::explain {
 
@@ -21,7 +20,7 @@ constexpr std::size_t kLongestName = 64;  // of a process or a thread; the rest 
 constexpr std::size_t kMostValues = 256;  // of a column that is a process or a thread
 constexpr std::size_t kLeastChanges = 8;  // of a number that is the time
 constexpr double kLeastEpoch = 1e9;       // a number so large is the time without more changes
-constexpr unsigned kBothLevels = 3;
+constexpr std::size_t kMostLevels = 8;    // words of a column that is the level
 
 /// A prefix without its clock time, cut at separators. The views are parts of the prefix.
 struct Columns {
@@ -75,12 +74,12 @@ Columns ColumnsOf(std::string_view prefix, bool mayHaveClock = true) {
 
 /// Nothing but digits with one point or none.
 std::optional<double> AsNumber(std::string_view text) {
-    const std::size_t whole = std::min(text.find_first_not_of(kDigits), text.size());
-    const std::size_t fraction = std::min(whole + 1, text.size());
-    const bool isNumber = text.size() > fraction - whole &&
-                          (whole == text.size() || text[whole] == '.') &&
-                          text.find_first_not_of(kDigits, fraction) == std::string_view::npos;
-    return isNumber ? std::optional(std::strtod(std::string(text).c_str(), nullptr)) : std::nullopt;
+    const std::size_t point = std::min(text.find('.'), text.size());
+    std::string digits(text);
+    digits.erase(point, 1);
+    return digits.empty() || digits.find_first_not_of(kDigits) != std::string::npos
+               ? std::nullopt
+               : std::optional(std::strtod(std::string(text).c_str(), nullptr));
 }
 
 /// An identifier of a process or thread as programs print it: 4711, 0x1A2C, 1a2c, T12. One digit is
@@ -108,9 +107,9 @@ double UnitOf(std::string_view text, bool isNamedT) {
 /// Everything that is known of one column.
 struct Column {
     struct Value {
-        unsigned kinds = 0;   // of threads, as bits
-        unsigned levels = 0;  // 1 warn, 2 error
-        bool Mixes() const { return (kinds & (kinds - 1)) != 0; }
+        std::bitset<8> kinds;  // of threads
+        bool isWarning = false;
+        bool isError = false;
     };
     std::map<std::string_view, Value> values;
     std::size_t seen = 0;
@@ -122,47 +121,47 @@ struct Column {
     std::size_t returns = 0;  // to a value that was there before the last one
     double last = 0;
     std::string_view lastValue;
-    char name = 0;  // p, t or c: the word before it says that it is a process, thread or clock
 
-    void Look(std::string_view value, ThreadKind thread, bool isError) {
+    void Look(std::string_view value, const LogLine& line) {
+        const ThreadKind thread = line.match.meaning->thread;
         returns += value != lastValue && values.count(value) > 0 ? 1 : 0;
         lastValue = value;
-        values[value].kinds |= thread == ThreadKind::kAny ? 0 : 1U << static_cast<unsigned>(thread);
-        values[value].levels |= isError ? 2U : 1U;
+        Value& of = values[value];
+        (line.isError ? of.isError : of.isWarning) = true;
+        of.kinds.set(static_cast<std::size_t>(thread), thread != ThreadKind::kAny);
         ids += LooksLikeId(value) ? 1 : 0;
-        const auto number = AsNumber(value);
-        numbers += number ? 1 : 0;
-        fractions += number && value.find('.') != std::string_view::npos ? 1 : 0;
-        rises += number && seen > 0 && *number > last ? 1 : 0;
-        falls += number && seen > 0 && *number < last ? 1 : 0;
-        last = number.value_or(last);
+        if (const auto number = AsNumber(value)) {
+            ++numbers;
+            fractions += value.find('.') != std::string_view::npos ? 1 : 0;
+            rises += seen > 0 && *number > last ? 1 : 0;
+            falls += seen > 0 && *number < last ? 1 : 0;
+            last = *number;
+        }
         ++seen;
     }
     bool IsConstant() const { return values.size() == 1; }
     // A number of the line, for example, is different on every line.
     bool IsRepeated() const { return values.size() <= kMostValues && values.size() * 2 <= seen; }
     bool IsLevel() const {
-        unsigned all = 0;
-        for (const auto& [value, of] : values) {
-            all |= of.levels == kBothLevels ? kBothLevels + 1 : of.levels;
-        }
-        return all == kBothLevels && values.size() <= 8;
+        std::bitset<2> levels;
+        const bool isClear = std::all_of(values.begin(), values.end(), [&](const auto& one) {
+            levels.set(one.second.isError ? 1 : 0);
+            return one.second.isError != one.second.isWarning;
+        });
+        return isClear && levels.all() && values.size() <= kMostLevels;
     }
+    /// Its values with threads of several kinds.
     std::size_t Mixed() const {
         return static_cast<std::size_t>(std::count_if(
-            values.begin(), values.end(), [](const auto& one) { return one.second.Mixes(); }));
+            values.begin(), values.end(), [](auto& one) { return one.second.kinds.count() > 1; }));
     }
     /// How well its values keep kinds of thread apart.
-    int SeparatedKinds() const {
-        unsigned all = 0;
+    std::size_t SeparatedKinds() const {
+        std::bitset<8> all;
         for (const auto& [value, of] : values) {
             all |= of.kinds;
         }
-        int kinds = 0;
-        for (; all != 0; all &= all - 1) {
-            ++kinds;
-        }
-        return Mixed() * 20 > values.size() ? 0 : kinds;
+        return Mixed() * 20 > values.size() ? 0 : all.count();
     }
     // The numbers of threads go up and down.
     bool IsTime() const {
@@ -173,26 +172,21 @@ struct Column {
     }
 };
 
+/// p, t or c: the word says that the next column is a process, thread or clock.
 char NameOf(const Column& before) {
     static const std::map<std::string, char> kNames{
         {"pid", 'p'}, {"process", 'p'}, {"processid", 'p'}, {"process_id", 'p'}, {"proc", 'p'},
         {"tid", 't'}, {"thread", 't'},  {"threadid", 't'},  {"thread_id", 't'},  {"thr", 't'},
         {"t", 'c'},   {"time", 'c'},    {"ts", 'c'},        {"timestamp", 'c'}};
     std::string word(before.IsConstant() ? before.lastValue : "");
-    std::transform(word.begin(), word.end(), word.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    for (char& c : word) {
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
     const auto found = kNames.find(word);
     return found == kNames.end() ? '\0' : found->second;
 }
 
 }  // namespace
-
-PrefixLayout PrefixLayout::Again() const {
-    PrefixLayout layout = *this;
-    layout.m_lastProcess = m_firstProcess;
-    layout.m_dayOffset = layout.m_lastOfDay = 0;
-    return layout;
-}
 
 Origin PrefixLayout::Read(std::string_view prefix) {
     Origin origin;
@@ -203,16 +197,15 @@ Origin PrefixLayout::Read(std::string_view prefix) {
     const Columns columns = ColumnsOf(prefix, m_hasClock);
     if (columns.clock) {
         origin.time = columns.clockText;
-        std::int64_t micros = columns.clock->micros;
+        origin.micros = columns.clock->micros;
         if (!columns.clock->hasDate) {
-            if (micros + kMicrosPerDay / 2 < m_lastOfDay) {
+            if (*origin.micros + kMicrosPerDay / 2 < m_lastOfDay) {
                 m_dayOffset += kMicrosPerDay;  // midnight has passed
-                m_lastOfDay = micros;
+                m_lastOfDay = 0;
             }
-            m_lastOfDay = std::max(m_lastOfDay, micros);
-            micros += m_dayOffset;
+            m_lastOfDay = std::max(m_lastOfDay, *origin.micros);
+            *origin.micros += m_dayOffset;
         }
-        origin.micros = micros;
     }
     if (columns.count != m_columns) {
         return origin;
@@ -226,118 +219,108 @@ Origin PrefixLayout::Read(std::string_view prefix) {
         }
     }
     if (m_process) {
-        origin.process = value(*m_process);
-        m_lastProcess = origin.process;
+        origin.process = m_lastProcess = value(*m_process);
     }
-    origin.thread = m_thread ? value(*m_thread) : std::string_view();
+    if (m_thread) {
+        origin.thread = value(*m_thread);
+    }
     return origin;
 }
 
-void PrefixSample::Add(const LogLine& line, unsigned file) {
-    m_lines.push_back({file, line.number, std::string(line.prefix), std::string(line.match.text),
-                       line.match.meaning->thread, line.isError});
-}
-
-PrefixLayout PrefixSample::Find() const {
-    PrefixLayout layout;
+PrefixLayout::PrefixLayout(const std::vector<LogLine>& sample) {
     std::vector<Columns> all;
     std::map<std::size_t, std::size_t> counts{{0, 0}};
     std::size_t clocks = 0;
-    for (const Line& line : m_lines) {
+    for (const LogLine& line : sample) {
         all.push_back(ColumnsOf(line.prefix));
         ++counts[all.back().count];
         clocks += all.back().clock ? 1 : 0;
     }
-    layout.m_hasClock = clocks * 2 > all.size();
-    layout.m_columns = std::max_element(counts.begin(), counts.end(), [](auto& a, auto& b) {
-                           return a.second < b.second;
-                       })->first;
-    std::vector<Column> columns(layout.m_columns);
-    for (std::size_t line = 0; line < all.size(); ++line) {
-        for (std::size_t c = 0; c < columns.size() && all[line].count == columns.size(); ++c) {
-            columns[c].Look(all[line].values[c], m_lines[line].thread, m_lines[line].isError);
+    m_hasClock = clocks * 2 > all.size();
+    m_columns = std::max_element(counts.begin(), counts.end(), [](auto& a, auto& b) {
+                    return a.second < b.second;
+                })->first;
+    std::vector<Column> columns(m_columns);
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        for (std::size_t c = 0; c < columns.size() && all[i].count == columns.size(); ++c) {
+            columns[c].Look(all[i].values[c], sample[i]);
         }
     }
 
     // First what names or shows itself.
     std::vector<std::size_t> open;
     for (std::size_t c = 0; c < columns.size(); ++c) {
-        Column& column = columns[c];
-        column.name = c == 0 ? '\0' : NameOf(columns[c - 1]);
-        const bool isClock = column.name == 'c' && column.numbers == column.seen;
-        if (column.name == 'p') {
-            layout.m_process = c;
-        } else if (column.name == 't') {
-            layout.m_thread = c;
-        } else if (!layout.m_hasClock && !layout.m_time && (isClock || column.IsTime())) {
-            layout.m_time = c;
-            layout.m_microsPerUnit =
-                UnitOf(column.lastValue, isClock && columns[c - 1].lastValue == "t");
+        const Column& column = columns[c];
+        const char name = c == 0 ? '\0' : NameOf(columns[c - 1]);
+        const bool isClock = name == 'c' && column.numbers == column.seen;
+        if (name == 'p') {
+            m_process = c;
+        } else if (name == 't') {
+            m_thread = c;
+        } else if (!HasTime() && (isClock || column.IsTime())) {
+            m_time = c;
+            m_microsPerUnit = UnitOf(column.lastValue, isClock && columns[c - 1].lastValue == "t");
         } else if (!column.IsLevel() && column.IsRepeated()) {
             open.push_back(c);
         }
     }
     // A value that only moves on is no thread: more likely a time that nobody knows.
-    int best = layout.m_thread ? static_cast<int>(kMostColumns) : 1;
+    std::size_t best = m_thread ? kMostColumns : 1;
     for (const std::size_t c : open) {
         if (columns[c].returns > 0 && columns[c].SeparatedKinds() > best) {
             best = columns[c].SeparatedKinds();
-            layout.m_thread = c;
+            m_thread = c;
         }
     }
     std::vector<std::size_t> ids;
-    std::copy_if(open.begin(), open.end(), std::back_inserter(ids), [&](std::size_t c) {
-        return columns[c].ids == columns[c].seen && layout.m_thread != c;
-    });
-    if (!layout.m_thread && ids.size() >= (layout.m_process ? 1U : 2U) &&
-        columns[ids.back()].Mixed() == 0) {
-        layout.m_thread = ids.back();
+    std::copy_if(open.begin(), open.end(), std::back_inserter(ids),
+                 [&](std::size_t c) { return columns[c].ids == columns[c].seen && m_thread != c; });
+    if (!m_thread && ids.size() >= (m_process ? 1U : 2U) && columns[ids.back()].Mixed() == 0) {
+        m_thread = ids.back();
         ids.pop_back();
     }
     const auto isSameForAThread = [&](std::size_t c) {
         std::map<std::string_view, std::string_view> processes;
         return std::all_of(all.begin(), all.end(), [&](const Columns& line) {
-            return line.count != columns.size() || !layout.m_thread ||
-                   processes.emplace(line.values[*layout.m_thread], line.values[c]).first->second ==
+            return line.count != columns.size() || !m_thread ||
+                   processes.emplace(line.values[*m_thread], line.values[c]).first->second ==
                        line.values[c];
         });
     };
     // Several processes write in turns, and two may have threads of the same name. A number comes
     // before a name.
-    const auto isProcess = [&](std::size_t c) {
-        return c != layout.m_thread && (columns[c].IsConstant() || columns[c].returns > 0) &&
-               (isSameForAThread(c) || columns[c].Mixed() == columns[c].values.size());
+    const auto find = [&](std::size_t c) {
+        if (!m_process && c != m_thread && (columns[c].IsConstant() || columns[c].returns > 0) &&
+            (isSameForAThread(c) || columns[c].Mixed() == columns[c].values.size())) {
+            m_process = c;
+        }
     };
-    for (auto c = ids.rbegin(); c != ids.rend() && !layout.m_process; ++c) {
-        layout.m_process = isProcess(*c) ? std::optional(*c) : std::nullopt;
-    }
+    std::for_each(ids.rbegin(), ids.rend(), find);
     for (const std::size_t c : open) {
-        if (!layout.m_process && layout.m_thread && !columns[c].IsConstant() && isProcess(c)) {
-            layout.m_process = c;
+        if (m_thread && !columns[c].IsConstant()) {
+            find(c);
         }
     }
-    FindTimes(layout);
-    return layout.Again();
+    FindTimes(sample);
 }
 
 // Whole seconds, the order of the lines, and the process of the first one.
-void PrefixSample::FindTimes(PrefixLayout& layout) const {
+void PrefixLayout::FindTimes(const std::vector<LogLine>& sample) {
     std::size_t rises = 0;
     std::size_t falls = 0;
-    std::optional<std::int64_t> last;
-    layout.m_hasWholeSeconds = layout.HasTime();
-    for (const Line& line : m_lines) {
-        PrefixLayout fresh = layout;
+    Micros last;
+    bool hasFractions = false;
+    for (const LogLine& line : sample) {
+        PrefixLayout fresh = *this;
         const Origin origin = fresh.Read(line.prefix);
-        layout.m_hasWholeSeconds &= origin.micros.value_or(0) % kMicrosPerSecond == 0;
+        hasFractions |= origin.micros.value_or(0) % kMicrosPerSecond != 0;
         rises += last && origin.micros > last ? 1 : 0;
         falls += last && origin.micros && origin.micros < last ? 1 : 0;
         last = origin.micros ? origin.micros : last;
-        if (layout.m_firstProcess.empty()) {
-            layout.m_firstProcess = origin.process;
-        }
+        m_lastProcess = m_lastProcess.empty() ? origin.process : m_lastProcess;
     }
-    layout.m_isNewestFirst = falls >= kLeastChanges && rises * 20 <= falls;
+    m_hasWholeSeconds = HasTime() && !hasFractions;
+    m_isNewestFirst = falls >= kLeastChanges && rises * 20 <= falls;
 }
 
 }  // namespace lab::explain

@@ -18,27 +18,27 @@
 #include <string_view>
 #include <vector>
 
+#include "lab/explain/Clock.h"
 #include "lab/explain/LogLines.h"
 
 namespace lab::explain {
 
-/// A prefix, taken apart. The views are parts of the prefix.
+/// A prefix, taken apart.
 struct Origin {
-    std::string_view time;  ///< as it is written
-    std::optional<std::int64_t> micros;
-    std::string_view process;
-    std::string_view thread;
+    std::string time;  ///< as it is written; may be empty
+    Micros micros;
+    std::string process;
+    std::string thread;
 };
 
-/// Without a sample: no time, no process, no thread.
 class PrefixLayout {
   public:
+    /// Finds the layout of the first lines of a log.
+    explicit PrefixLayout(const std::vector<LogLine>& sample);
+
     /// Takes a prefix apart. The time grows past midnight where it has no date. A prefix that looks
     /// otherwise than the others has no thread, and counts as one of the last process.
     Origin Read(std::string_view prefix);
-
-    /// The same layout for another reading of the same lines.
-    PrefixLayout Again() const;
 
     bool HasTime() const { return m_hasClock || m_time.has_value(); }
     /// Every length is wrong by up to a second then.
@@ -48,46 +48,22 @@ class PrefixLayout {
     bool HasThread() const { return m_thread.has_value(); }
 
   private:
-    friend class PrefixSample;
+    using Place = std::optional<std::size_t>;  // of a column
 
-    std::size_t m_columns = 0;  ///< other prefixes have neither process nor thread
+    void FindTimes(const std::vector<LogLine>& sample);
+
+    std::size_t m_columns = 0;  // other prefixes have neither process nor thread
     bool m_hasClock = false;
     bool m_hasWholeSeconds = false;
     bool m_isNewestFirst = false;
-    std::optional<std::size_t> m_time;  ///< a number instead of a clock
+    Place m_time;  // a number instead of a clock
     double m_microsPerUnit = 1000;
-    std::optional<std::size_t> m_process;
-    std::optional<std::size_t> m_thread;
+    Place m_process;
+    Place m_thread;
 
-    std::string m_firstProcess;
     std::string m_lastProcess;
     std::int64_t m_dayOffset = 0;
     std::int64_t m_lastOfDay = 0;
-};
-
-/// The lines that a layout is found from.
-class PrefixSample {
-  public:
-    static constexpr std::size_t kMostLines = 2000;
-
-    /// A line that waits for the layout.
-    struct Line {
-        unsigned file;
-        std::uint64_t number;
-        std::string prefix;
-        std::string text;
-        ThreadKind thread;
-        bool isError;
-    };
-
-    void Add(const LogLine& line, unsigned file);
-    const std::vector<Line>& Lines() const { return m_lines; }
-    PrefixLayout Find() const;
-
-  private:
-    void FindTimes(PrefixLayout& layout) const;
-
-    std::vector<Line> m_lines;
 };
 
 }  // namespace lab::explain

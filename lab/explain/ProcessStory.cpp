@@ -1,7 +1,6 @@
 #include "lab/explain/ProcessStory.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include "lab/Words.h"
@@ -20,24 +19,26 @@ double Milliseconds(std::int64_t micros) {
     return static_cast<double>(micros) / 1000;
 }
 
+const KindName& NameOf(ItemKind kind) {
+    return kKindNames.at(static_cast<std::size_t>(kind));
+}
+
 void Increase(Json& number, bool isMore = true) {
     number = number.get<std::uint64_t>() + (isMore ? 1 : 0);
 }
 
 // The code alone says what has happened to the device.
 const SystemCode* DecisiveCode(const Step& step) {
-    const SystemCode* const code =
-        step.meaning->isDevice && step.code ? FindCode(*step.code) : nullptr;
+    const SystemCode* const code = step.meaning->isDevice ? FindCode(step.code) : nullptr;
     return code == nullptr || code->advice[0].empty() ? nullptr : code;
 }
 
 /// The step that explains the others best.
-const Step& CauseOf(const std::vector<Step>& chain) {
+const Step& CauseOf(const Chain& chain) {
     auto found = std::find_if(chain.begin(), chain.end(), DecisiveCode);
     if (found == chain.end()) {
         found = std::find_if(chain.begin(), chain.end(), [](const Step& step) {
-            const Role role = step.meaning->role;
-            return role == Role::kCause || role == Role::kMessageFails || role == Role::kChipSilent;
+            return step.Is({Role::kCause, Role::kMessageFails, Role::kChipSilent});
         });
     }
     return found == chain.end() ? chain.front() : *found;
@@ -45,9 +46,9 @@ const Step& CauseOf(const std::vector<Step>& chain) {
 
 /// What a step means, with its error code in plain words.
 std::string Explained(const Step& step) {
-    std::string text = step.meaning->Text(step.code);
-    if (step.code && *step.code != 0) {
-        const SystemCode* const code = FindCode(*step.code);
+    std::string text(step.meaning->means);
+    if (step.code.value_or(0) != 0) {
+        const SystemCode* const code = FindCode(step.code);
         text += " Code " + std::to_string(*step.code) +
                 (code == nullptr ? "." : ": " + std::string(code->text) + ".");
     }
@@ -59,8 +60,8 @@ Json StepJson(const Step& step) {
                 {"line", step.place.line},
                 {"text", ValidUtf8(step.text)},
                 {"times", step.times},
-                {"means", step.meaning->Text(step.code)}};
-    if (step.code) {
+                {"means", step.meaning->means}};
+    if (step.code.value_or(0) != 0) {
         object["code"] = *step.code;
     }
     return object;
@@ -93,73 +94,87 @@ Micros Between(Micros begin, Micros end) {
     return span > kLongest ? std::nullopt : Micros(static_cast<std::int64_t>(span));
 }
 
-ProcessStory::Lane& ProcessStory::LaneOf(const Entry& entry) {
-    auto found = m_lanes.find(entry.thread);
+ProcessStory::Lane& ProcessStory::LaneOf(const Mark& place) {
+    auto found = m_lanes.find(place.thread);
     if (found == m_lanes.end()) {
         if (m_lanes.size() == kMostLanes) {
-            // One that waits for nothing goes first.
-            found = std::min_element(m_lanes.begin(), m_lanes.end(), [](auto& a, auto& b) {
-                return std::pair(!a.second.IsIdle(), a.second.lastOrder) <
-                       std::pair(!b.second.IsIdle(), b.second.lastOrder);
-            });
-            Close(found->second);
-            m_lanes.erase(found);
+            const auto oldest = std::min_element(
+                m_lanes.begin(), m_lanes.end(),
+                [](auto& a, auto& b) { return a.second.lastOrder < b.second.lastOrder; });
+            Close(oldest->second);
+            m_lanes.erase(oldest);
         }
-        found = m_lanes.emplace(entry.thread, Lane{}).first;
-        found->second.thread = entry.thread;
+        found = m_lanes.emplace(place.thread, Lane{}).first;
     }
-    found->second.lastOrder = entry.place.order;
+    found->second.lastOrder = place.order;
     return found->second;
 }
 
-void ProcessStory::Take(const Entry& entry) {
+void ProcessStory::Take(const Match& match, const Mark& place) {
     ++m_records;
-    m_lastOrder = entry.place.order;
-    if (!entry.place.time.empty()) {
-        m_firstTime = m_firstTime.empty() ? entry.place.time : m_firstTime;
-        m_lastTime = entry.place.time;
+    m_lastOrder = place.order;
+    if (!place.time.empty()) {
+        m_firstTime = m_firstTime.empty() ? place.time : m_firstTime;
+        m_lastTime = place.time;
     }
-    WatchClock(entry.place);
-    Lane& lane = LaneOf(entry);
-    const Meaning& meaning = *entry.match.meaning;
+    WatchClock(place);
+    Lane& lane = LaneOf(place);
+    const Meaning& meaning = *match.meaning;
+    const bool hasThreads = !place.thread.empty();
     const bool isOfEventThread = meaning.thread >= ThreadKind::kInterrupt;
-    if (!isOfEventThread || !lane.thread.empty()) {
+    if (!isOfEventThread || hasThreads) {
         Settle(lane, meaning.role);
     }
-    if (isOfEventThread || (!lane.thread.empty() && meaning.thread != ThreadKind::kAny)) {
+    if (isOfEventThread || (hasThreads && meaning.thread != ThreadKind::kAny)) {
         lane.kind = meaning.thread;
     }
     const Meaning* const end = &meaning;
     if (std::any_of(end - meaning.variants, end,
-                    [](const Meaning& one) { return one.next != Role::kDetail; })) {
-        lane.held = entry;
-        lane.held->match.text = meaning.format;  // it has no arguments
-        lane.held->thread = lane.thread;
+                    [](const Meaning& one) { return one.condition == Condition::kNext; })) {
+        lane.held.emplace(match, place);
     } else {
-        Apply(lane, entry, Role::kDetail);
+        Apply(lane, match, place, Role::kDetail);
     }
-    if (meaning.role == Role::kRenewEnds && !lane.thread.empty() && lane.IsIdle()) {
-        m_lanes.erase(lane.thread);  // each renewal has a thread of its own
+    if (meaning.role == Role::kRenewEnds && hasThreads && !lane.operation && lane.chain.empty()) {
+        m_lanes.erase(place.thread);  // each renewal has a thread of its own
     }
 }
 
 // The line that waits for the next one means what that one says.
 void ProcessStory::Settle(Lane& lane, Role next) {
-    if (lane.held) {
-        Apply(lane, *std::exchange(lane.held, std::nullopt), next);
+    if (const auto held = std::exchange(lane.held, std::nullopt)) {
+        Apply(lane, held->first, held->second, next);
     }
 }
 
-void ProcessStory::Apply(Lane& lane, Entry entry, Role next) {
-    const Meaning* const last = entry.match.meaning;
-    entry.match.meaning = std::find_if(last - last->variants, last, [&](const Meaning& one) {
-        return (one.next == Role::kDetail || one.next == next) &&
-               (one.without == Role::kDetail || !lane.HasSeen(one.without));
-    });
-    const auto role = static_cast<std::size_t>(entry.match.meaning->role);
-    (this->*kRules[role].action)({lane, entry.match, entry.place, kRules[role].kind});
-    lane.seen.set(role);
-    lane.previous = entry.match.meaning->role;
+bool ProcessStory::Holds(const Meaning& one, Lane& lane, const Match& match, Role next) const {
+    const auto role = static_cast<Role>(one.operand);
+    switch (one.condition) {
+        case Condition::kNext:
+            return next == role;
+        case Condition::kAfter:
+            return lane.previous == role;
+        case Condition::kWithout:
+            return !lane.HasSeen(role);
+        case Condition::kWhen:
+            return match.code == one.operand;
+        case Condition::kLacks:
+            return !m_tags.empty() && !Has(static_cast<Trait>(one.operand));
+        default:
+            return true;
+    }
+}
+
+void ProcessStory::Apply(Lane& lane, const Match& match, const Mark& place, Role next) {
+    const Meaning* meaning = match.meaning - match.meaning->variants;
+    while (!Holds(*meaning, lane, match, next)) {
+        ++meaning;
+    }
+    const Rule& rule = kRules.at(static_cast<std::size_t>(meaning->role));
+    (this->*rule.action)({lane, match, place, *meaning, rule});
+    Seen& seen = lane.Of(meaning->role);
+    seen = {seen.times + 1, place.order};
+    lane.previous = meaning->role;
 }
 
 void ProcessStory::WatchClock(const Mark& place) {
@@ -185,11 +200,10 @@ void ProcessStory::End(bool isLogsEnd, Micros lastMicros) {
         Close(lane);
     }
     LoseBefore(m_lastOrder + 1);
-    for (Source* const source : {&m_chip, &m_keyboard}) {
-        EndChain(*source);
-        while (!source->open.empty()) {
-            Lose(source->open);
-        }
+    EndChain(m_chip);
+    EndChain(m_keyboard);
+    while (!m_keyboard.open.empty()) {
+        Lose(m_keyboard.open);
     }
     Flush();
 }
@@ -197,70 +211,60 @@ void ProcessStory::End(bool isLogsEnd, Micros lastMicros) {
 void ProcessStory::Close(Lane& lane) {
     Settle(lane, Role::kDetail);
     if (lane.operation) {
-        Finish(lane, lane.operation->isDone ? Outcome::kWorked : Outcome::kOpen,
-               lane.operation->end);
+        Finish(lane);
     }
     TellLoose(lane);
 }
 
-void ProcessStory::Finish(Lane& lane, Outcome outcome, Micros end) {
-    const Begun operation = *std::exchange(lane.operation, std::nullopt);
-    const KindName& name = kKindNames[static_cast<std::size_t>(operation.kind)];
-    std::string text;
-    if (outcome == Outcome::kFailed) {
-        const bool isWrite =
-            operation.kind == ItemKind::kWrite || operation.kind == ItemKind::kUpdate;
-        text = name.operation + std::string(" failed") +
-               (!isWrite                            ? "."
-                : !lane.HasSeen(Role::kWriteStored) ? ": the message is not on the tag."
-                : lane.HasSeen(Role::kSent) ? ": the image was written, but not found on the tag."
-                                            : ": nothing was sent to a tag.");
-    } else if (outcome == Outcome::kWorked) {
-        text = name.operation + std::string(": ") + name.success;
-        if (operation.kind == ItemKind::kStart && !m_tags.empty()) {
-            const Tag& tag = m_tags.front();
-            text += " on " + tag.route + (tag.isSilent ? ". The chip has not answered" : "");
-            text += tag.isSilent || tag.chip.empty() ? "" : ", chip " + tag.chip;
+void ProcessStory::Finish(Lane& lane) {
+    Item item = *std::exchange(lane.operation, std::nullopt);
+    const KindName& name = NameOf(item.kind);
+    std::string text = name.operation;
+    if (item.outcome == Outcome::kFailed) {
+        text += " failed" + (item.says.empty() ? "" : ": " + std::string(item.says)) + ".";
+    } else if (item.outcome == Outcome::kWorked) {
+        text += std::string(": ") + name.success;
+        if (item.kind == ItemKind::kStart && !m_tags.empty()) {
+            const Tag& tag = m_tags.begin()->second;
+            text += " on " + tag.route;
+            text += Has(kUnanswered)   ? ". The chip has not answered"
+                    : tag.chip.empty() ? ""
+                                       : ", chip " + tag.chip;
         }
         text += ".";
-        outcome = operation.isOdd ? Outcome::kUnusual : outcome;
     }
-    Tell({operation.kind, outcome, operation.begin, lane.thread, text + operation.note,
-          Between(operation.begin.micros, end), std::exchange(lane.chain, {}),
-          std::max(operation.tries, lane.Attempts())});
+    item.text.insert(0, item.outcome == Outcome::kOpen ? "" : text);
+    item.chain.swap(lane.chain);
+    item.attempts = std::max(
+        {lane.Of(Role::kStartTries).times, lane.Of(Role::kWriteTries).times, lane.Attempts()});
+    Tell(std::move(item));
 }
 
 void ProcessStory::TellLoose(Lane& lane) {
     if (lane.operation || lane.chain.empty()) {
         return;
     }
-    if (std::any_of(lane.chain.begin(), lane.chain.end(),
-                    [](const Step& one) { return one.meaning->role == Role::kMessageFails; })) {
+    if (Any(lane.chain, [](const Step& one) { return one.Is({Role::kMessageFails}); })) {
         lane.messageCause = CauseOf(lane.chain);
     }
     TellChain(lane, ItemKind::kFailure, lane.chain.back().meaning->means);
 }
 
 void ProcessStory::TellChain(Lane& lane, ItemKind kind, std::string_view text) {
-    const Mark begin = lane.chain.front().place;
-    Tell({kind,
-          Outcome::kFailed,
-          begin,
-          lane.thread,
-          std::string(text),
-          {},
-          std::exchange(lane.chain, {})});
+    Item item{kind, lane.chain.front().place, Outcome::kFailed, {}, std::string(text)};
+    item.chain.swap(lane.chain);
+    Tell(std::move(item));
 }
 
-void ProcessStory::TellNote(const Mark& begin, const std::string& text, const std::string& thread,
-                            const Advice& advice) {
-    Tell({ItemKind::kNote, Outcome::kUnusual, begin, thread, text, {}, {}, 0, AdviceOf(advice)});
+void ProcessStory::TellNote(const Mark& begin, const std::string& text, const Advice& advice) {
+    Tell({ItemKind::kNote, begin, Outcome::kUnusual, {}, text, {}, {}, 0, AdviceOf(advice)});
 }
 
 void ProcessStory::Tell(Item item) {
-    const KindName& name = kKindNames[static_cast<std::size_t>(item.kind)];
-    if (item.outcome == Outcome::kOpen) {
-        item.micros = m_isLogsEnd ? Between(item.begin.micros, m_logsEnd) : std::nullopt;
+    const KindName& name = NameOf(item.kind);
+    const bool isOpen = item.outcome == Outcome::kOpen;
+    if (isOpen) {
+        item.end = m_isLogsEnd ? m_logsEnd : std::nullopt;
         item.text.insert(
             0, std::string(name.operation) + (m_isLogsEnd ? ": not finished when the log ends."
                                                           : ": its end is not in the log."));
@@ -269,23 +273,21 @@ void ProcessStory::Tell(Item item) {
         item.text += item.attempts > 1 ? " It took " + std::to_string(item.attempts) + " attempts."
                                        : " There were failures on the way.";
     }
-    const bool isFailed = item.outcome == Outcome::kFailed;
-    const bool isOpen = item.outcome == Outcome::kOpen;
-    const bool hasWorked = !isFailed && !isOpen;
     Json object{{"kind", name.json},
                 {"outcome", kOutcomes.at(static_cast<std::size_t>(item.outcome))},
                 {"file", ValidUtf8(item.begin.file)},
                 {"line", item.begin.line},
                 {"time", ValidUtf8(item.begin.time)},
                 {"process", ValidUtf8(m_name)},
-                {"thread", ValidUtf8(item.thread)},
+                {"thread", ValidUtf8(item.begin.thread)},
                 {"text", item.text}};
     const auto add = [&object](bool isThere, const char* field, const Json& value) {
         if (isThere) {
             object[field] = value;
         }
     };
-    add(item.micros.has_value(), "ms", Milliseconds(item.micros.value_or(0)));
+    const Micros micros = Between(item.begin.micros, item.end);
+    add(micros.has_value(), "ms", Milliseconds(micros.value_or(0)));
     add(isOpen, "atEnd", m_isLogsEnd);
     add(item.attempts > 0, "attempts", item.attempts);
     if (!item.chain.empty()) {
@@ -293,34 +295,14 @@ void ProcessStory::Tell(Item item) {
         const SystemCode* const code = DecisiveCode(cause);
         object["cause"] = Explained(cause);
         item.remedy = AdviceOf(code != nullptr ? code->advice : cause.meaning->advice);
-        item.remedy.insert(
-            0, hasWorked && !item.remedy.empty() ? "Nothing, if it is rare. Otherwise: " : "");
+        const bool isRare = item.outcome == Outcome::kUnusual && !item.remedy.empty();
+        item.remedy.insert(0, isRare ? "Nothing, if it is rare. Otherwise: " : "");
     }
     add(!item.remedy.empty(), "do", item.remedy);
     for (const Step& step : item.chain) {
         object["chain"].push_back(StepJson(step));
     }
-
-    Json& of = m_kinds[name.json];
-    if (of.is_null()) {
-        of = {{"worked", 0}, {"failed", 0}, {"open", 0}, {"atEnd", 0}, {"retried", 0}};
-    }
-    Increase(of["worked"], hasWorked);
-    Increase(of["failed"], isFailed);
-    Increase(of["open"], isOpen);
-    Increase(of["atEnd"], isOpen && m_isLogsEnd);
-    Increase(of["retried"], hasWorked && item.attempts > 1);
-    if (hasWorked && item.micros) {
-        auto& [sum, count] = m_sums[item.kind];
-        sum += *item.micros;
-        of["averageMs"] = Milliseconds(sum) / static_cast<double>(++count);
-        of["longestMs"] = std::max(of.value("longestMs", 0.0), Milliseconds(*item.micros));
-    }
-    if (isFailed) {
-        Count(m_failures, object, object.value("cause", item.text));
-    } else if (hasWorked && item.outcome != Outcome::kWorked) {
-        Count(m_unusual, object, item.text);
-    }
+    CountItem(item, object);
     if (item.kind == ItemKind::kNote && !m_note.is_null() && item.text == m_note["text"]) {
         m_note["times"] = m_note.value("times", 1U) + 1;
         m_note["lastLine"] = item.begin.line;
@@ -333,6 +315,33 @@ void ProcessStory::Tell(Item item) {
     }
 }
 
+void ProcessStory::CountItem(const Item& item, const Json& object) {
+    const bool isFailed = item.outcome == Outcome::kFailed;
+    const bool isOpen = item.outcome == Outcome::kOpen;
+    const bool hasWorked = !isFailed && !isOpen;
+    Json& of = m_kinds[NameOf(item.kind).json];
+    if (of.is_null()) {
+        of = {{"worked", 0}, {"failed", 0}, {"open", 0}, {"atEnd", 0}, {"retried", 0}};
+    }
+    Increase(of["worked"], hasWorked);
+    Increase(of["failed"], isFailed);
+    Increase(of["open"], isOpen);
+    Increase(of["atEnd"], isOpen && m_isLogsEnd);
+    Increase(of["retried"], hasWorked && item.attempts > 1);
+    const Micros micros = Between(item.begin.micros, item.end);
+    if (hasWorked && micros) {
+        auto& [sum, count] = m_sums[item.kind];
+        sum += *micros;
+        of["averageMs"] = Milliseconds(sum) / static_cast<double>(++count);
+        of["longestMs"] = std::max(of.value("longestMs", 0.0), Milliseconds(*micros));
+    }
+    if (isFailed) {
+        Count(m_failures, object, object.value("cause", item.text));
+    } else if (item.outcome == Outcome::kUnusual) {
+        Count(m_unusual, object, item.text);
+    }
+}
+
 void ProcessStory::Flush() {
     if (!m_note.is_null()) {
         m_sink(std::exchange(m_note, nullptr));
@@ -340,7 +349,7 @@ void ProcessStory::Flush() {
 }
 
 Json ProcessStory::Figures() const {
-    const Tag tag = m_tags.empty() ? Tag() : m_tags.front();
+    const Tag tag = m_tags.empty() ? Tag() : m_tags.begin()->second;
     Json object{{"process", ValidUtf8(m_name)},
                 {"route", tag.route},
                 {"chip", tag.chip},
@@ -348,7 +357,7 @@ Json ProcessStory::Figures() const {
                 {"from", ValidUtf8(m_firstTime)},
                 {"to", ValidUtf8(m_lastTime)},
                 {"records", m_records}};
-    for (const Tag& used : m_tags) {
+    for (const auto& [hasOwnClient, used] : m_tags) {
         object["tags"].push_back({{"route", used.route}, {"chip", used.chip}});
     }
     object.update(m_kinds);

@@ -2,9 +2,10 @@
 // dropped where only a figure is lost.
 #pragma once
 
-#include <bitset>
+#include <algorithm>
 #include <deque>
 #include <map>
+#include <string>
 
 #include "lab/explain/Story.h"
 
@@ -20,15 +21,20 @@ struct Step {
     std::optional<std::uint32_t> code;
     Mark place;
     std::uint64_t times = 1;
+    bool Is(std::initializer_list<Role> roles) const {
+        return std::count(roles.begin(), roles.end(), meaning->role) > 0;
+    }
 };
+using Chain = std::vector<Step>;
 
 enum class Outcome : std::uint8_t { kWorked, kFailed, kOpen, kUnusual };
 
 class ProcessStory {
   public:
-    ProcessStory(std::string_view name, const Story::Sink& sink) : m_sink(sink), m_name(name) {}
+    ProcessStory(std::string name, const Story::Sink& sink)
+        : m_sink(sink), m_name(std::move(name)) {}
 
-    void Take(const Entry& entry);
+    void Take(const Match& match, const Mark& place);
     void Flush();
     /// No line follows: the log ends at `lastMicros`, or the process is no longer kept.
     void End(bool isLogsEnd, Micros lastMicros);
@@ -37,78 +43,76 @@ class ProcessStory {
     std::uint64_t LastOrder() const { return m_lastOrder; }
 
   private:
-    /// One thing that is told.
+    /// One thing that is told, or that is under way.
     struct Item {
         ItemKind kind;
-        Outcome outcome;
         Mark begin;
-        std::string thread;
-        std::string text;
-        Micros micros{};
-        std::vector<Step> chain{};
+        /// Under way: kWorked when an operation without a last line has come to its end, or the
+        /// chip has said that the phone left; kFailed when a part has failed.
+        Outcome outcome = Outcome::kOpen;
+        Micros end{};
+        std::string text{};       ///< under way: a further sentence
+        std::string_view says{};  ///< the result, from meanings.txt
+        Chain chain{};
         unsigned attempts = 0;
         std::string remedy{};
     };
-    /// An operation of the host, or a visit, that has begun.
-    struct Begun {
-        ItemKind kind;
-        Mark begin;
-        std::string note{};   ///< a further sentence
-        Micros end{};         ///< of a visit: when the phone left
-        bool isDone = false;  ///< of an operation without a last line: has come to its end
-        bool isOdd = false;
-        bool hasLeaveStatus = false;
-        unsigned tries = 0;
-    };
     /// What phones are reported by: the chip, or a keyboard.
     struct Source {
-        std::deque<Begun> open;
+        std::deque<Item> open;
         Micros lastEnd;
         Mark chainBegin;
         unsigned chained = 0;  ///< visits with short pauses
     };
+    struct Seen {
+        unsigned times = 0;
+        std::uint64_t order = 0;  ///< of the last one
+    };
     /// A thread; of a log without threads, all of them.
     struct Lane {
-        std::string thread;
-        std::optional<Begun> operation;
-        std::vector<Step> chain;
-        std::optional<Entry> held;         ///< its meaning depends on the next line
-        std::optional<Step> messageCause;  ///< why the host's message has not been filled
-        std::bitset<static_cast<std::size_t>(Role::kCount)> seen;  ///< since the operation began
+        std::optional<Item> operation;
+        Chain chain;
+        std::optional<std::pair<Match, Mark>> held;  ///< its meaning depends on the next line
+        std::optional<Step> messageCause;            ///< why the host's message was not filled
+        std::array<Seen, kRuleCount> seen;           ///< by role, since the operation began
         Role previous = Role::kDetail;
         ThreadKind kind = ThreadKind::kAny;  ///< of its last line that shows it
-        std::uint64_t threadsStart = 0;      ///< the order of the line
-        bool isLoopNormal = false;
-        bool isRefusalNormal = false;
-        unsigned retries = 0;  ///< of a chip's image
+        Role loop = Role::kWaits;            ///< how it goes on or ends
         std::uint64_t lastOrder = 0;
-        bool IsIdle() const { return !operation && chain.empty() && !held; }
         bool Is(ItemKind one) const { return operation && operation->kind == one; }
-        bool Writes() const { return Is(ItemKind::kWrite) || Is(ItemKind::kUpdate); }
-        bool HasSeen(Role role) const { return seen[static_cast<std::size_t>(role)]; }
-        unsigned Attempts() const { return retries + (HasSeen(Role::kWriteStored) ? 1 : 0); }
+        /// Its end is not the end of what is under way.
+        bool IsPart(ItemKind one) const {
+            return Is(ItemKind::kWrite) && (one == ItemKind::kUpdate || one == ItemKind::kRead);
+        }
+        Seen& Of(Role role) { return seen.at(static_cast<std::size_t>(role)); }
+        bool HasSeen(Role role) { return Of(role).times > 0; }
+        /// Images that were written.
+        unsigned Attempts() {
+            const bool isStored = HasSeen(Role::kWriteStored) || HasSeen(Role::kRenewStored);
+            return Of(Role::kChipRetry).times + (isStored ? 1 : 0);
+        }
     };
     struct Tag {
         std::string route;
         std::string chip;
         unsigned traits = 0;  ///< of both
-        bool isSilent = false;
+    };
+    struct At;
+    /// What a line of a role does to the story, from meanings.txt. By role.
+    struct Rule {
+        void (ProcessStory::*action)(const At& at);
+        ItemKind kind;
+        Outcome outcome;
     };
     /// A line that an action is for.
     struct At {
         Lane& lane;
         const Match& match;
         const Mark& place;
-        ItemKind kind;
-        const Meaning& meaning = *match.meaning;
-        Role role = meaning.role;
+        const Meaning& meaning;
+        const Rule& rule;
     };
-    /// What a line of a role does to the story, from meanings.txt. By role.
-    struct Rule {
-        void (ProcessStory::*action)(const At& at);
-        ItemKind kind;
-    };
-    static const Rule kRules[];
+    static const std::array<Rule, kRuleCount> kRules;
 
     // The actions of the rules.
     void Notice(const At& at);
@@ -118,57 +122,56 @@ class ProcessStory {
     void Begin(const At& at);
     void Try(const At& at);
     void Done(const At& at);
-    void Succeed(const At& at);
-    void Fail(const At& at);
+    void EndOperation(const At& at);
     void FindRoute(const At& at);
     void FindChip(const At& at);
     void NotRead(const At& at);
     void HaveThreads(const At& at);
-    void FailNumberRead(const At& at);
+    void EndNumberRead(const At& at);
     void BeginRenewal(const At& at);
     void EndRenewal(const At& at);
     void BeginVisit(const At& at);
     void EndVisit(const At& at);
     void MissListener(const At& at);
-    void Wait(const At& at);
-    void RefuseRequest(const At& at);
     void EndLoop(const At& at);
 
-    Lane& LaneOf(const Entry& entry);
+    Lane& LaneOf(const Mark& place);
     void WatchClock(const Mark& place);
+    bool Holds(const Meaning& one, Lane& lane, const Match& match, Role next) const;
     void Settle(Lane& lane, Role next);
-    void Apply(Lane& lane, Entry entry, Role next);
-    void Finish(Lane& lane, Outcome outcome, Micros end);
+    void Apply(Lane& lane, const Match& match, const Mark& place, Role next);
+    void Finish(Lane& lane);
     /// Ends an operation that has no last line, or whose last line did not come.
     void Close(Lane& lane);
     /// A failure that belongs to no operation: told by the meaning of its last line.
     void TellLoose(Lane& lane);
     void TellChain(Lane& lane, ItemKind kind, std::string_view text);
-    void TellNote(const Mark& begin, const std::string& text, const std::string& thread = {},
-                  const Advice& advice = {});
+    void TellNote(const Mark& begin, const std::string& text, const Advice& advice = {});
     void Tell(Item item);
+    void CountItem(const Item& item, const Json& object);
     /// Of a visit or a new number: its end is not in the log.
-    void Lose(std::deque<Begun>& open);
+    void Lose(std::deque<Item>& open);
     /// What began before that line belongs to a process that has ended.
     void LoseBefore(std::uint64_t order);
     void EndChain(Source& source);
     bool IsFromKeyboard(const Lane& lane) const;
     Source& SourceOf(const Lane& lane) { return IsFromKeyboard(lane) ? m_keyboard : m_chip; }
-    bool Has(Trait trait) const { return !m_tags.empty() && (m_tags[0].traits & trait) != 0; }
+    bool Has(Trait trait) const {
+        return !m_tags.empty() && (m_tags.begin()->second.traits & trait) != 0;
+    }
     std::string AdviceOf(const Advice& advice) const {
         return std::string(advice[m_tags.empty() ? 0 : Has(kInKeyboard) ? 2 : 1]);
     }
 
     const Story::Sink& m_sink;
     std::string m_name;
-    std::vector<Tag> m_tags;  // the one that DeviceInit found, then the Bluetooth keyboard
+    std::map<bool, Tag> m_tags;  // the one that DeviceInit found, then the Bluetooth keyboard
     std::string m_firstTime;
     std::string m_lastTime;
     std::uint64_t m_records = 0;
     std::uint64_t m_notNew = 0;
     Json m_kinds = Json::object();
-    std::map<ItemKind, std::pair<std::int64_t, std::int64_t>>
-        m_sums;  // of microseconds, and of what
+    std::map<ItemKind, std::pair<std::int64_t, std::int64_t>> m_sums;  // microseconds, and of what
     Json m_failures = Json::array();
     Json m_unusual = Json::array();
 
@@ -176,7 +179,7 @@ class ProcessStory {
     std::map<std::string, Lane, std::less<>> m_lanes;
     Source m_chip;
     Source m_keyboard;
-    std::deque<Begun> m_renewals;
+    std::deque<Item> m_renewals;
     std::uint64_t m_earlyRenewals = 0;  // that ended before the line of their beginning
     std::string m_rearmed;              // by what, while a phone was there
     bool m_hasThreads = false;          // that report phones

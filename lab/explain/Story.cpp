@@ -1,7 +1,6 @@
 #include "lab/explain/Story.h"
 
 #include <algorithm>
-#include <iterator>
 
 #include "lab/explain/ProcessStory.h"
 
@@ -10,25 +9,25 @@ namespace lab::explain {
 Story::Story(Sink sink) : m_sink(std::move(sink)) {}
 Story::~Story() = default;
 
-void Story::Take(Entry entry) {
-    entry.place.order = ++m_taken;
-    m_lastMicros = entry.place.micros ? entry.place.micros : m_lastMicros;
+void Story::Take(const Match& match, Mark place) {
+    place.order = ++m_taken;
+    m_lastMicros = place.micros ? place.micros : m_lastMicros;
     auto found = std::find_if(m_processes.begin(), m_processes.end(), [&](const auto& process) {
-        return process->Name() == entry.process;
+        return process->Name() == place.process;
     });
     if (found == m_processes.end()) {
         if (m_processes.size() == kMostProcesses) {
-            found = std::min_element(
+            const auto oldest = std::min_element(
                 m_processes.begin(), m_processes.end(),
                 [](const auto& a, const auto& b) { return a->LastOrder() < b->LastOrder(); });
-            (*found)->End(false, {});
-            m_processes.erase(found);
+            (*oldest)->End(false, {});
+            m_processes.erase(oldest);
             ++m_dropped;
         }
-        m_processes.push_back(std::make_unique<ProcessStory>(entry.process, m_sink));
-        found = std::prev(m_processes.end());
+        m_processes.push_back(std::make_unique<ProcessStory>(place.process, m_sink));
+        found = m_processes.end() - 1;
     }
-    (*found)->Take(entry);
+    (*found)->Take(match, place);
 }
 
 void Story::Flush() {
@@ -44,11 +43,11 @@ void Story::End() {
 }
 
 Json Story::Figures() const {
-    Json processes = Json::array();
+    Json figures{{"droppedProcesses", m_dropped}, {"processes", Json::array()}};
     for (const auto& process : m_processes) {
-        processes.push_back(process->Figures());
+        figures["processes"].push_back(process->Figures());
     }
-    return {{"droppedProcesses", m_dropped}, {"processes", processes}};
+    return figures;
 }
 
 }  // namespace lab::explain

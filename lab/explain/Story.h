@@ -2,36 +2,24 @@
 // number, visits of phones, failures with their causes. Memory does not grow with the log.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
-#include <string>
 #include <string_view>
 #include <vector>
 
 #include "lab/Recorder.h"
 #include "lab/explain/Meanings.h"
+#include "lab/explain/Prefix.h"
 
 namespace lab::explain {
 
-using Micros = std::optional<std::int64_t>;
-
-/// A place in the logs.
-struct Mark {
+/// A place in the logs, and what is before its line.
+struct Mark : Origin {
     std::uint64_t line = 0;
-    std::string_view file;  ///< outlives the story
-    std::string time;       ///< as it is written; may be empty
-    Micros micros;
+    std::string_view file{};  ///< outlives the story
     std::uint64_t order = 0;  ///< counts the library's lines
-};
-
-/// One line of the library, with where it comes from. The views are valid during the call.
-struct Entry {
-    Match match;
-    Mark place;
-    std::string_view process;
-    std::string_view thread;
 };
 
 /// The names of a kind of item, from meanings.txt.
@@ -41,8 +29,7 @@ struct KindName {
     const char* operation;  ///< what the host has called
     const char* success;
 };
-extern const KindName kKindNames[];
-extern const std::size_t kKindNameCount;
+extern const std::array<KindName, kKindNameCount> kKindNames;
 
 class ProcessStory;
 
@@ -53,7 +40,7 @@ class Story {
     explicit Story(Sink sink);
     ~Story();
 
-    void Take(Entry entry);
+    void Take(const Match& match, Mark place);
     /// Tells what is held back to count its repetitions.
     void Flush();
     /// The log has ended: what is open is not finished.

@@ -21,7 +21,6 @@ constexpr std::size_t kLiveIndent = 36;     // where the text of a run's lines b
 constexpr std::size_t kAdviceIndent = 7;    // behind "Cause: " and "Do:    "
 constexpr std::size_t kMostProcesses = 20;  // in the summary for people
 constexpr std::size_t kLabelWidth = 15;
-constexpr std::size_t kNarrowest = 30;     // text that is wrapped
 constexpr double kShownAtLeast = 1;        // milliseconds that are worth a place in the summary
 constexpr double kShownInMinutes = 120e3;  // milliseconds
 
@@ -51,25 +50,28 @@ std::string Times(const Json& object) {
     return times == 1 ? "" : " (" + std::to_string(times) + " times)";
 }
 
-std::string Counted(const Json& count, const char* what) {
-    return count.dump() + what + (count == 1 ? "" : "s");
-}
-
 /// How often something happened, and how long it took.
 std::string TimedText(const std::string& kind, const Json& process, const Style& style) {
     const Json& of = process[kind];
     const bool isVisit = kind == "visit";
-    std::string text = kind == "failure" || kind == "read-number"
-                           ? ""
-                           : of["worked"].dump() + (isVisit ? " complete" : " worked");
+    std::string text;
     const auto add = [&](std::uint64_t count, const std::string& what) {
-        text += count == 0 ? "" : (text.empty() ? "" : ", ") + std::to_string(count) + what;
+        text += (text.empty() ? "" : ", ") + std::to_string(count) + what;
     };
+    const auto addSome = [&](std::uint64_t count, const std::string& what) {
+        if (count > 0) {
+            add(count, what);
+        }
+    };
+    if (kind != "failure" && kind != "read-number") {
+        add(of["worked"], isVisit ? " complete" : " worked");
+    }
     const std::uint64_t atEnd = of["atEnd"];
-    add(of["retried"], " of them after retries");
-    add(of["open"].get<std::uint64_t>() - atEnd, isVisit ? " without a leave" : " without an end");
-    add(atEnd, " not finished when the log ends");
-    add(of["failed"], style.Red(" failed"));
+    addSome(of["retried"], " of them after retries");
+    addSome(of["open"].get<std::uint64_t>() - atEnd,
+            isVisit ? " without a leave" : " without an end");
+    addSome(atEnd, " not finished when the log ends");
+    addSome(of["failed"], style.Red(" failed"));
     if (of.value("longestMs", 0.0) >= kShownAtLeast) {
         text += "; " + Duration(of["averageMs"]) + " on average, the longest " +
                 Duration(of["longestMs"]);
@@ -84,119 +86,98 @@ std::string JsonLine(const Json& object) {
     return object.dump(-1, ' ', true) + "\n";
 }
 
-/// The word for the outcome.
-std::string StoryText::Head(const Json& item) const {
-    const std::string outcome = item["outcome"];
-    return outcome == "failed"    ? m_style.Red(Padded("FAILED", kOutcomeWidth))
-           : outcome == "open"    ? m_style.Yellow(Padded("OPEN", kOutcomeWidth))
-           : outcome == "unusual" ? m_style.Yellow(Padded(outcome, kOutcomeWidth))
-                                  : Padded("", kOutcomeWidth);
+std::string StoryText::Place(const Json& place, const char* before) const {
+    return m_files == 0
+               ? ""
+               : before + (m_files > 1 ? Text(place, "file") + ":" : "") + place["line"].dump();
 }
 
-std::string StoryText::Place(const Json& place) const {
-    return (m_files > 1 ? Text(place, "file") + ":" : "") + place["line"].dump();
-}
-
-/// Breaks the text at blanks; it begins at `indent`, and its further lines at `hanging`.
-std::string StoryText::Wrapped(const std::string& text, std::size_t indent,
-                               std::size_t hanging) const {
-    const std::size_t width = m_width > hanging + kNarrowest ? m_width : std::string::npos;
-    std::string wrapped;
-    std::size_t column = indent;
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t blank = std::min(text.find(' ', at + 1), text.size());
-        if (column + blank - at > width && column > hanging) {
-            wrapped += "\n" + std::string(hanging, ' ');
-            column = hanging;
-            at += text[at] == ' ' ? 1 : 0;
-        }
-        wrapped += text.substr(at, blank - at);
-        column += blank - at;
-        at = blank;
-    }
-    return wrapped + "\n";
-}
-
-std::string StoryText::Body(const Json& item, std::string head, std::size_t indent) const {
-    std::string text = item["text"];
-    if (item.contains("ms")) {
-        text += item["outcome"] == "open" ? " It began " + Duration(item["ms"]) + " before."
-                                          : " (" + Duration(item["ms"]) + ")";
-    }
-    text += Times(item);
-    if (item.contains("lastLine") && m_files > 0) {
-        text += " The last one is in line " + item["lastLine"].dump() + ".";
-    }
-    head += Wrapped(text, indent, indent);
-    const std::string margin(indent, ' ');
-    for (const auto& [label, field] : {std::pair("Cause: ", "cause"), {"Do:    ", "do"}}) {
-        if (item.contains(field)) {
-            head += margin +
-                    Wrapped(label + item[field].get<std::string>(), indent, indent + kAdviceIndent);
-        }
-    }
-    for (const Json& step : item.value("chain", Json::array())) {
-        const std::string place = m_files > 0 ? "line " + Place(step) + "  " : "";
-        head += margin + m_style.Dim(place + Text(step, "text") + Times(step)) + "\n";
-    }
-    return head;
+std::string StoryText::Fold(const std::string& text, std::size_t indent,
+                            std::size_t hanging) const {
+    return Wrapped(text, m_width, indent, hanging) + "\n";
 }
 
 std::string StoryText::ItemLines(const Json& item, bool hasProcesses) const {
     std::string place = Place(item);
     place.insert(0, std::max(place.size(), kLineWidth) - place.size(), ' ');
     place += "  " + Padded(Text(item, "time"), kTimeWidth) + "  ";
+    std::size_t indent = place.size() + kOutcomeWidth;
+    if (m_files == 0) {
+        std::array<char, 64> head{};
+        std::snprintf(head.data(), head.size(), "%12s  %-9s  %-10s ", Text(item, "time").c_str(),
+                      Text(item, "thread").substr(0, 9).c_str(), "explained");
+        place = head.data();
+        indent = kLiveIndent;
+    }
+    const std::string outcome = item["outcome"];
+    std::string text = m_style.Dim(place);
+    if (outcome != "worked" || m_files > 0) {
+        text += outcome == "failed"    ? m_style.Red(Padded("FAILED", kOutcomeWidth))
+                : outcome == "open"    ? m_style.Yellow(Padded("OPEN", kOutcomeWidth))
+                : outcome == "unusual" ? m_style.Yellow(Padded(outcome, kOutcomeWidth))
+                                       : Padded("", kOutcomeWidth);
+    }
     const std::string process = Text(item, "process");
-    return Body(item,
-                m_style.Dim(place) + Head(item) +
-                    (hasProcesses && !process.empty() ? "[" + process + "] " : ""),
-                place.size() + kOutcomeWidth);
+    text += hasProcesses && !process.empty() ? "[" + process + "] " : "";
+
+    std::string what = item["text"];
+    if (item.contains("ms")) {
+        what += outcome == "open" ? " It began " + Duration(item["ms"]) + " before."
+                                  : " (" + Duration(item["ms"]) + ")";
+    }
+    what += Times(item);
+    if (item.contains("lastLine") && m_files > 0) {
+        what += " The last one is in line " + item["lastLine"].dump() + ".";
+    }
+    text += Fold(what, indent, indent);
+    const std::string margin(indent, ' ');
+    for (const auto& [label, field] : {std::pair("Cause: ", "cause"), {"Do:    ", "do"}}) {
+        if (item.contains(field)) {
+            text += margin +
+                    Fold(label + item[field].get<std::string>(), indent, indent + kAdviceIndent);
+        }
+    }
+    for (const Json& step : item.value("chain", Json::array())) {
+        const std::string line = Place(step, "line ") + (m_files > 0 ? "  " : "");
+        text += margin + m_style.Dim(line + Text(step, "text") + Times(step)) + "\n";
+    }
+    return text;
 }
 
-std::string StoryText::LiveLines(const Json& item) const {
-    std::array<char, 64> head{};
-    std::snprintf(head.data(), head.size(), "%12s  %-9s  %-10s ", Text(item, "time").c_str(),
-                  Text(item, "thread").substr(0, 9).c_str(), "explained");
-    return Body(item, m_style.Dim(head.data()) + (item["outcome"] == "worked" ? "" : Head(item)),
-                kLiveIndent);
+std::string StoryText::Line(const std::string& label, const std::string& text) const {
+    return label + Fold(text, kLabelWidth, kLabelWidth);
 }
 
 std::string StoryText::ProcessLines(const Json& process, bool isNamed) const {
+    const auto label = [](const std::string& name) { return Padded("  " + name, kLabelWidth); };
     const std::string name = Text(process, "process");
     std::string text =
         isNamed
             ? "\n" + m_style.Bold("Process " + (name.empty() ? "without a number" : name)) + "\n"
             : "";
-    const auto line = [&](const std::string& label, const std::string& value) {
-        text += Padded(label, kLabelWidth) + Wrapped(value, kLabelWidth, kLabelWidth);
-    };
-    std::string tags;
+    std::vector<std::string> tags;
     for (const Json& tag : process["tags"]) {
         const std::string chip = tag["chip"];
         const std::string route = tag["route"];
-        tags += (tags.empty() ? "" : ", and a keyboard on ") + chip + (chip.empty() ? "" : " on ") +
-                (route.empty() ? "an unknown route" : route);
+        tags.push_back(chip + (chip.empty() ? "" : " on ") +
+                       (route.empty() ? "an unknown route" : route));
     }
-    if (!tags.empty()) {
-        line("  Tag", tags);
-    }
-    if (process["from"] != "") {
-        line("  Time", Text(process, "from") + " to " + Text(process, "to"));
-    }
-    for (const KindName* kind = kKindNames; kind != kKindNames + kKindNameCount; ++kind) {
-        if (*kind->label != '\0' && process.contains(kind->json)) {
-            line("  " + std::string(kind->label), TimedText(kind->json, process, m_style));
+    text += tags.empty() ? "" : Line(label("Tag"), Joined(tags, ", and a keyboard on "));
+    text += process["from"] == ""
+                ? ""
+                : Line(label("Time"), Text(process, "from") + " to " + Text(process, "to"));
+    for (const KindName& kind : kKindNames) {
+        if (*kind.label != '\0' && process.contains(kind.json)) {
+            text += Line(label(kind.label), TimedText(kind.json, process, m_style));
         }
     }
-    for (const auto& [list, label] : {std::pair("failures", m_style.Red("  Failure      ")),
-                                      {"unusual", m_style.Yellow("  Unusual      ")}}) {
+    for (const auto& [list, head] : {std::pair("failures", m_style.Red(label("Failure"))),
+                                     {"unusual", m_style.Yellow(label("Unusual"))}}) {
         for (const Json& cause : process[list]) {
-            const std::string place = m_files == 0 ? "" : "line " + Place(cause) + ": ";
-            text += label + Wrapped(place + cause["text"].get<std::string>() + Times(cause),
-                                    kLabelWidth, kLabelWidth);
-            if (cause["do"] != "") {
-                line("", "Do: " + cause["do"].get<std::string>());
-            }
+            text += Line(head, Place(cause, "line ") + (m_files > 0 ? ": " : "") +
+                                   cause["text"].get<std::string>() + Times(cause));
+            text +=
+                cause["do"] == "" ? "" : Line(label(""), "Do: " + cause["do"].get<std::string>());
         }
     }
     return text;
@@ -218,58 +199,60 @@ std::string StoryText::Figures(const Json& figures) const {
 }
 
 std::string StoryText::Summary(const Json& summary) const {
-    std::string names;
+    std::vector<std::string> files;
     for (const Json& file : summary["files"]) {
-        names += (names.empty() ? "" : ", ") + Printable(file.get<std::string>());
+        files.push_back(Printable(file.get<std::string>()));
     }
+    const std::string names = Joined(files);
     const bool hasUnknown = summary["unknown"] != 0;
-    std::string lines = ": " + Counted(summary["lines"], " line") + ": " +
+    std::string lines = ": " + Counted(summary["lines"], "line") + ": " +
                         summary["library"].dump() + " of the library";
     lines += summary["library"] == summary["records"]
                  ? ""
-                 : " (" + Counted(summary["records"], " record") + ")";
+                 : " (" + Counted(summary["records"], "record") + ")";
     lines += hasUnknown ? ", " + summary["unknown"].dump() + " unknown" : "";
     lines += ", " + summary["others"].dump() + " of others.";
-    const std::string text = m_style.Bold(names) + Wrapped(lines, names.size(), 0);
+    const std::string text = m_style.Bold(names) + Fold(lines, names.size(), 0);
     if (summary["library"] == 0) {
-        return text + Wrapped(
-                          "No line of the library was found: its lines end with (LogWarnFun) "
-                          "or (LogErrorFun).",
+        return text + Fold(
+                          "No line of the library was found: its lines end with (LogWarnFun) or "
+                          "(LogErrorFun).",
                           0, 0);
     }
-    const auto has = [&](const char* field) { return summary[field].get<bool>(); };
-    std::string before = has("hasTime") ? "Before each line: a time" : "Before each line: no time";
-    before += has("hasProcess") ? ", a process" : ", no process";
-    before += has("hasThread") ? ", a thread." : ", no thread.";
+    std::string before = "Before each line:";
+    for (const auto& [field, what] :
+         {std::pair("hasTime", " time,"), {"hasProcess", " process,"}, {"hasThread", " thread."}}) {
+        before += (summary[field] ? " a" : " no") + std::string(what);
+    }
     before += hasUnknown ? " The unknown lines end like the library's: they are damaged, or of "
                            "another version."
                          : "";
-    before += has("hasWholeSeconds")
+    before += summary["hasWholeSeconds"]
                   ? " The times have whole seconds: each length is wrong by up to a second."
                   : "";
-    before += has("hasThread") ? "" : " So a failure may be listed under another operation.";
-    return text + Wrapped(before, 0, 0) + Figures(summary);
+    before += summary["hasThread"] ? "" : " So a failure may be listed under another operation.";
+    return text + Fold(before, 0, 0) + Figures(summary);
 }
 
 }  // namespace explain
 
 LiveStory::LiveStory(Style style)
     : m_text(style, OutputIsTerminal() ? OutputWidth() : 0, 0),
-      m_story([this](const Json& item) { m_lines += m_text.LiveLines(item); }) {}
+      m_story([this](const Json& item) { m_lines += m_text.ItemLines(item, false); }) {}
 
 std::string LiveStory::Take(const Json& object) {
     if (object["kind"] != "log") {
         return {};
     }
     std::string line = object["line"];
-    const std::string thread = object["thread"];
     const double milliseconds = object["t"];
     std::array<char, 32> time{};
     std::snprintf(time.data(), time.size(), "%.1f", milliseconds);
     // The origin in brackets ends the line.
     line.resize(std::min(line.rfind('('), line.size()));
     if (const auto match = explain::FindMeaning(line)) {
-        m_story.Take({*match, {1, {}, time.data(), std::llround(milliseconds * 1000)}, {}, thread});
+        m_story.Take(*match,
+                     {{time.data(), std::llround(milliseconds * 1000), {}, object["thread"]}, 1});
     }
     return std::exchange(m_lines, {});
 }

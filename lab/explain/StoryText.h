@@ -14,23 +14,21 @@ std::string JsonLine(const Json& object);
 class StoryText {
   public:
     /// Lines are wrapped to `width` columns; 0: they are not. With several files a line's number
-    /// comes with the name of its file; with none it is left out.
+    /// comes with the name of its file. Without any the story is that of a run, whose lines have no
+    /// numbers.
     StoryText(Style style, std::size_t width, std::size_t files)
         : m_style(style), m_width(width), m_files(files) {}
 
     /// One item, as lines. The process is named when there are several.
     std::string ItemLines(const Json& item, bool hasProcesses) const;
-    /// The same at the place of a run's lines, which have no numbers.
-    std::string LiveLines(const Json& item) const;
     std::string Summary(const Json& summary) const;
     /// The part of a summary about what happened.
     std::string Figures(const Json& figures) const;
 
   private:
-    std::string Place(const Json& place) const;
-    std::string Head(const Json& item) const;
-    std::string Body(const Json& item, std::string head, std::size_t indent) const;
-    std::string Wrapped(const std::string& text, std::size_t indent, std::size_t hanging) const;
+    std::string Place(const Json& place, const char* before = "") const;
+    std::string Fold(const std::string& text, std::size_t indent, std::size_t hanging) const;
+    std::string Line(const std::string& label, const std::string& text) const;
     std::string ProcessLines(const Json& process, bool isNamed) const;
 
     Style m_style;

@@ -1,6 +1,6 @@
 #include "lab/help/ScriptHelp.h"
 
-#include <algorithm>
+#include "lab/Words.h"
 
 namespace lab {
 
@@ -9,22 +9,6 @@ namespace {
 constexpr std::size_t kFormColumn = 2;
 constexpr std::size_t kMeaningColumn = 30;
 constexpr std::size_t kWidth = 100;
-
-/// Appends words, line by line, from `column` on.
-void AppendWrapped(std::string& text, const std::string& words, std::size_t column,
-                   std::size_t used) {
-    for (std::size_t at = 0; at < words.size();) {
-        const std::size_t end = std::min(words.find(' ', at), words.size());
-        if (used > column && used + 1 + (end - at) > kWidth) {
-            text += "\n" + std::string(column, ' ');
-            used = column;
-        }
-        text += (used > column ? " " : "") + words.substr(at, end - at);
-        used += (used > column ? 1 : 0) + end - at;
-        at = end + 1;
-    }
-    text += "\n";
-}
 
 }  // namespace
 
@@ -62,7 +46,7 @@ std::vector<HelpSection> Grammar(const std::string& path) {
 std::string AsText(const HelpSection& section) {
     std::string text = section.title + ":\n";
     if (!section.introduction.empty()) {
-        AppendWrapped(text, section.introduction, 0, 0);
+        text += Wrapped(section.introduction, kWidth, 0, 0) + "\n";
     }
     for (const HelpEntry& entry : section.entries) {
         std::string line = std::string(kFormColumn, ' ') + entry.form;
@@ -70,8 +54,8 @@ std::string AsText(const HelpSection& section) {
             text += line + "\n";
             line.clear();
         }
-        text += line + std::string(kMeaningColumn - line.size(), ' ');
-        AppendWrapped(text, entry.meaning, kMeaningColumn, kMeaningColumn);
+        text += line + std::string(kMeaningColumn - line.size(), ' ') +
+                Wrapped(entry.meaning, kWidth, kMeaningColumn, kMeaningColumn) + "\n";
     }
     return text;
 }

@@ -13,32 +13,14 @@ namespace emulation {
 namespace {
 
 constexpr std::uint32_t kReplacement = 0xFFFD;
-unsigned TailLength(std::uint32_t codePoint) {
-    unsigned tail = 0;
-    while (tail < 3 && codePoint >= platform::kUtf8Smallest[tail + 1]) {
-        ++tail;
-    }
-    return tail;
-}
 
 constexpr wchar_t kEscapedByte = 0xDC00;  // plus the byte, see WidePath
 constexpr wchar_t kLastEscaped = 0xDCFF;
 constexpr wchar_t kEscapedBackslash = kEscapedByte + L'\\';
 
-void AppendUtf8(std::string& bytes, wchar_t letter) {
-    auto codePoint = static_cast<std::uint32_t>(letter);
-    if (!platform::IsCodePoint(codePoint)) {
-        codePoint = kReplacement;
-    }
-    unsigned tail = TailLength(codePoint);
-    bytes += static_cast<char>(platform::kUtf8HeadMark[tail] |
-                               (codePoint >> (platform::kUtf8TailBits * tail)));
-    while (tail > 0) {
-        --tail;
-        bytes += static_cast<char>(
-            platform::kUtf8TailMark |
-            ((codePoint >> (platform::kUtf8TailBits * tail)) & platform::kUtf8TailMask));
-    }
+void AppendLetter(std::string& bytes, wchar_t letter) {
+    const auto codePoint = static_cast<std::uint32_t>(letter);
+    platform::AppendUtf8(bytes, platform::IsCodePoint(codePoint) ? codePoint : kReplacement);
 }
 
 }  // namespace
@@ -47,7 +29,7 @@ std::string ToUtf8(const wchar_t* text, std::size_t length) {
     std::string bytes;
     bytes.reserve(length);
     for (std::size_t i = 0; i < length; ++i) {
-        AppendUtf8(bytes, text[i]);
+        AppendLetter(bytes, text[i]);
     }
     return bytes;
 }
@@ -85,7 +67,7 @@ std::string NativePath(std::wstring_view path) {
                    (letter >= kEscapedByte + 0x80 && letter <= kLastEscaped)) {
             bytes += static_cast<char>(letter - kEscapedByte);
         } else {
-            AppendUtf8(bytes, letter);
+            AppendLetter(bytes, letter);
         }
     }
     return bytes;

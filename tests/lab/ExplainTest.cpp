@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <fstream>
 #include <map>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -58,8 +59,23 @@ std::vector<Json> Play(const std::string& script, const std::string& arguments =
     return RunObjects("--script " + File(script, ".lab") + " " + arguments);
 }
 
-std::vector<Json> Explain(const std::string& log) {
-    return Objects(Shell(kLab + "explain --json " + File(log)));
+struct Story {
+    std::vector<Json> items;
+    Json summary;
+    Json Process(std::size_t which = 0) const { return summary["processes"][which]; }
+};
+
+// What `explain` says with these arguments. The summary comes last.
+Story ExplainFiles(const std::string& arguments) {
+    Story story{Objects(Shell(kLab + "explain --json " + arguments)), {}};
+    story.summary = story.items.back();
+    EXPECT_EQ(story.summary["kind"], "summary");
+    story.items.pop_back();
+    return story;
+}
+
+Story Explain(const std::string& log) {
+    return ExplainFiles(File(log));
 }
 
 std::string Digits(long long number, std::size_t width) {
@@ -136,30 +152,36 @@ Counts FromRun(const std::vector<Json>& objects) {
     return counts;
 }
 
-bool HasText(const std::vector<Json>& items, const std::string& text) {
-    return std::any_of(items.begin(), items.end(), [&](const Json& item) {
-        return item.value("text", "").find(text) != std::string::npos;
-    });
+bool Has(const Json& object, const char* field, const std::string& text) {
+    return object.value(field, "").find(text) != std::string::npos;
 }
 
-Counts FromStory(const std::vector<Json>& items) {
+// What the story says of the same.
+Counts FromStory(const Story& story) {
+    static const std::set<std::string> kOthers{"note", "reporting", "disconnect", "renew"};
     Counts counts;
-    for (const Json& item : items) {
+    for (const Json& item : story.items) {
         const std::string kind = item["kind"];
-        const std::string outcome = item.value("outcome", "");
-        if (kind != "summary" && kind != "note" && kind != "reporting" && kind != "disconnect" &&
-            kind != "renew" && !HasText({item}, "no listener")) {
+        const std::string outcome = item["outcome"];
+        if (kOthers.count(kind) == 0 && !Has(item, "text", "no listener")) {
             ++counts[kind + (outcome == "worked" || outcome == "unusual" ? " ok" : " " + outcome)];
         }
     }
     return counts;
 }
 
-void ExpectLastFailure(const std::string& log, const std::string& cause,
-                       const std::string& advice) {
-    const Json failure = Explain(log)[0]["processes"][0]["failures"].back();
-    EXPECT_NE(failure["text"].get<std::string>().find(cause), std::string::npos) << failure;
-    EXPECT_NE(failure["do"].get<std::string>().find(advice), std::string::npos) << failure;
+struct Failure {
+    std::string log;
+    std::string cause;
+    std::string advice;
+};
+
+void ExpectLastFailures(const std::vector<Failure>& rows) {
+    for (const Failure& one : rows) {
+        const Json failure = Explain(one.log).Process()["failures"].back();
+        EXPECT_TRUE(Has(failure, "text", one.cause)) << one.cause << failure;
+        EXPECT_TRUE(Has(failure, "do", one.advice)) << one.advice << failure;
+    }
 }
 
 struct Scenario {
@@ -180,15 +202,13 @@ const std::vector<Scenario> kScenarios{
 TEST(Explain, CountsWhatEachRunDid) {
     for (const Scenario& one : kScenarios) {
         const std::vector<Json> run = RunObjects(one.arguments);
-        const std::vector<Json> story = Explain(Log(run, kFullStyle));
-        EXPECT_EQ(FromStory(story), FromRun(run)) << one.arguments;
+        EXPECT_EQ(FromStory(Explain(Log(run, kFullStyle))), FromRun(run)) << one.arguments;
     }
 }
 
 TEST(Explain, NamesTagAndCauseInTheSummary) {
     for (const Scenario& one : kScenarios) {
-        const Json story = Explain(Log(RunObjects(one.arguments), kFullStyle));
-        const Json process = story[0]["processes"][0];
+        const Json process = Explain(Log(RunObjects(one.arguments), kFullStyle)).Process();
         EXPECT_EQ(process["chip"], one.chip);
         EXPECT_EQ(process["route"], one.route);
         EXPECT_NE(process["failures"].dump().find(one.cause), std::string::npos) << process;
@@ -218,20 +238,19 @@ TEST(Explain, FindsWhatIsBeforeEachLine) {
                              {"{S}.000 {T} ", false, true, true, true},
                              {"{C} [{T}] ", false, true, false},
                              {"{C} {K} [{T}] ", false, true}}) {
-        const std::vector<Json> story = Explain(Log(run, one.style));
+        const Story story = Explain(Log(run, one.style));
         SCOPED_TRACE(one.style);
-        EXPECT_EQ(story[0]["hasProcess"], one.hasProcess);
-        EXPECT_EQ(story[0]["hasThread"], one.hasThread);
-        EXPECT_EQ(story[0]["hasTime"], one.hasTime);
-        EXPECT_EQ(story[0]["hasWholeSeconds"], one.hasWholeSeconds);
+        EXPECT_EQ(story.summary["hasProcess"], one.hasProcess);
+        EXPECT_EQ(story.summary["hasThread"], one.hasThread);
+        EXPECT_EQ(story.summary["hasTime"], one.hasTime);
+        EXPECT_EQ(story.summary["hasWholeSeconds"], one.hasWholeSeconds);
         EXPECT_EQ(FromStory(story), FromRun(run));
     }
 }
 
 TEST(Explain, MeasuresAVisitAcrossMidnight) {
     const std::vector<Json> run = Play("wait 4000\ntap 2000\n", "--route hid");
-    const std::vector<Json> story = Explain(Log(run, "{h}.{m} {T} "));
-    EXPECT_EQ(story[0]["processes"][0]["visit"]["longestMs"], 2000.0);
+    EXPECT_EQ(Explain(Log(run, "{h}.{m} {T} ")).Process()["visit"]["longestMs"], 2000.0);
 }
 
 TEST(Explain, KeepsInterleavedProcessesApart) {
@@ -248,10 +267,10 @@ TEST(Explain, KeepsInterleavedProcessesApart) {
     for (const auto& [kind, count] : FromRun(other)) {
         expected[kind] += count;
     }
-    const std::vector<Json> story = Explain(mixed);
+    const Story story = Explain(mixed);
     EXPECT_EQ(FromStory(story), expected);
-    EXPECT_EQ(story[0]["processes"].size(), 2U);
-    EXPECT_EQ(story[0]["processes"][1]["renew"]["worked"], 12);
+    EXPECT_EQ(story.summary["processes"].size(), 2U);
+    EXPECT_EQ(story.Process(1)["renew"]["worked"], 12);
 }
 
 TEST(Explain, NamesWhatHasNoEnd) {
@@ -267,113 +286,120 @@ TEST(Explain, NamesWhatHasNoEnd) {
                            Cut{"LocalWriteRand WriteNfc", true, "renew", "open"},
                            Cut{"[NFC] RF field has left", true, "visit", "open"}}) {
         const std::string log = whole.substr(0, whole.find(one.before)) + "\n";
-        const Json figures = Explain(log + (one.again ? whole : ""))[0]["processes"][0][one.kind];
+        const Json figures = Explain(log + (one.again ? whole : "")).Process()[one.kind];
         EXPECT_EQ(figures[one.figure], 1) << one.before << figures;
         EXPECT_EQ(figures["atEnd"], one.again ? 0 : 1) << one.before << figures;
     }
 }
 
 TEST(Explain, SaysWhyByTheLinesAround) {
-    struct Why {
-        const char* script;
-        const char* route;
-        const char* cause;
-        const char* advice;
+    const auto log = [](const std::string& script, const char* route) {
+        return Log(Play(script, std::string("--route ") + route), kFullStyle);
     };
     const std::string url(200, 'x');
-    const std::string spoiled = "write url=" + url + "\nwrite\n";
-    const std::string tooLong = "create url=" + url + "\n";
-    for (const Why& one :
-         {Why{tooLong.c_str(), "i2c", "URL of the message is longer", "at most 162 bytes"},
-          Why{spoiled.c_str(), "i2c", "spoiled by an earlier message", "Create a new manager."},
-          Why{"disconnect\nwrite\n", "hid", "Nothing was sent", "SetMcuKbConnectStatus(true)"},
-          Why{"disconnect\nrenew random\nwait 500\n", "ble", "Nothing was sent", "BtConnect"},
-          Why{"write number=0000000000000000000000000000000000000000000000000000000000000000\n",
-              "i2c", "zero where a written number is not", "SetRandomNumber"}}) {
-        const auto run = Play(one.script, std::string("--route ") + one.route);
-        ExpectLastFailure(Log(run, kFullStyle), one.cause, one.advice);
+    ExpectLastFailures(
+        {{log("create url=" + url + "\n", "i2c"), "URL of the message is longer",
+          "at most 162 bytes"},
+         {log("write url=" + url + "\nwrite\n", "i2c"), "spoiled by an earlier message",
+          "Create a new manager."},
+         {log("disconnect\nwrite\n", "hid"), "Nothing was sent", "SetMcuKbConnectStatus(true)"},
+         {log("disconnect\nrenew random\nwait 500\n", "ble"), "Nothing was sent", "BtConnect"},
+         {log("write number=" + std::string(64, '0') + "\n", "i2c"),
+          "zero where a written number is not", "SetRandomNumber"},
+         {"NfcProxy::ReadNfcContent(LogWarnFun)\nlength error(LogErrorFun)\n",
+          "not a whole message", "Write a message"}});
+}
+
+TEST(Explain, SaysOfAFailedWriteWhatIsOnTheTag) {
+    const std::string begin = "NFC_WriteMessage with dynamic delay begin!(LogWarnFun)\n";
+    const std::string notFound = "UpdateNfcData ReadRandNum failed(LogErrorFun)\n";
+    const std::string sent = "[NFC] BtWrite success!(LogWarnFun)\n";
+    const std::map<std::string, std::string> results{
+        {begin + "UpdateNfcData Write failed(LogErrorFun)\n", "the message is not on the tag."},
+        {begin + notFound, "nothing was sent to a tag."},
+        {begin + sent + notFound, "the image was written, but not found on the tag."},
+        {begin + "NfcThreadCreate fail(LogErrorFun)\n",
+         "the threads that report phones could not be started."}};
+    for (const auto& [log, result] : results) {
+        const Json write = Explain(log).items.back();
+        EXPECT_EQ(write["outcome"], "failed") << log;
+        EXPECT_EQ(write["text"], "WriteMessage failed: " + result);
     }
-    ExpectLastFailure("NfcProxy::ReadNfcContent(LogWarnFun)\nlength error(LogErrorFun)\n",
-                      "not a whole message", "Write a message");
 }
 
 TEST(Explain, NamesTheFirstCauseOfACreateAfterAnInit) {
-    const std::vector<Json> story = Explain(
+    const Story story = Explain(
         "NFC_ get confFile: NfcUri.ini(LogWarnFun)\nNFC_ GetUriInfo fail(LogErrorFun)\n"
         "NfcManager::Init()(LogWarnFun)\nm_uri size is 0(LogWarnFun)\nSetModel unsupport!("
         "LogErrorFun)\nNfcManager Init SetContent failed(LogErrorFun)\nNfcManager:: Create failed("
         "LogErrorFun)\n");
-    EXPECT_EQ(story.back()["kind"], "create");
-    EXPECT_NE(story.back()["cause"].get<std::string>().find("NfcUri.ini"), std::string::npos);
-    EXPECT_EQ(story.back()["chain"][0]["line"], 2);
+    EXPECT_EQ(story.items.back()["kind"], "create");
+    EXPECT_TRUE(Has(story.items.back(), "cause", "NfcUri.ini"));
+    EXPECT_EQ(story.items.back()["chain"][0]["line"], 2);
 }
 
 TEST(Explain, NamesWhatIsUnusual) {
-    struct Oddity {
-        const char* script;
-        const char* arguments;
-        const char* text;
+    const auto log = [](const char* script, const char* arguments) {
+        return Log(Play(script, arguments), kFullStyle);
     };
-    for (const Oddity& one :
-         {Oddity{"start\nenter\nwait 1000\nwrite\nwait 9000\nleave\nwait 9000\n", "",
-                 "a WriteMessage while it was there has it reported a second time"},
-          Oddity{"start\nlistener on pause=3000\ntap\n", "", "The listener took 3000 ms"},
-          Oddity{"start\nlistener off\ntap 300\nwait 500\n", "--route hid", "no listener"},
-          Oddity{"start\nenter\nwait 12000\n", "--chip fanli", "did not report its leave"},
-          Oddity{"repeat 3\ntap 300\nend\n", "--route hid", "A chain of 3 visits"}}) {
-        const std::vector<Json> story = Explain(Log(Play(one.script, one.arguments), kFullStyle));
-        EXPECT_TRUE(HasText(story, one.text)) << one.script << Json(story).dump(1);
-    }
-    std::string log = "1:10:00 NfcManager::Init()(LogWarnFun)\n";
+    std::string back = "1:10:00 NfcManager::Init()(LogWarnFun)\n";
     for (int line = 0; line < 8; ++line) {
-        log += "1:00:0" + std::to_string(line) + " NFC_begin wait notify(LogWarnFun)\n";
+        back += "1:00:0" + std::to_string(line) + " NFC_begin wait notify(LogWarnFun)\n";
     }
-    EXPECT_TRUE(HasText(Explain(log), "The clock goes back"));
-    EXPECT_TRUE(HasText(Explain("NFC_defer call done: 0011223344556677(LogWarnFun)\n"),
-                        "its arrival is not in this log"));
+    const std::map<std::string, std::string> oddities{
+        {"a WriteMessage while it was there has it reported a second time",
+         log("start\nenter\nwait 1000\nwrite\nwait 9000\nleave\nwait 9000\n", "")},
+        {"The listener took 3000 ms", log("start\nlistener on pause=3000\ntap\n", "")},
+        {"no listener", log("start\nlistener off\ntap 300\nwait 500\n", "--route hid")},
+        {"did not report its leave", log("start\nenter\nwait 12000\n", "--chip fanli")},
+        {"A chain of 3 visits", log("repeat 3\ntap 300\nend\n", "--route hid")},
+        {"The clock goes back", back},
+        {"its arrival is not in this log", "NFC_defer call done: 0011223344556677(LogWarnFun)\n"}};
+    for (const auto& [text, lines] : oddities) {
+        const std::string said = text;
+        const Story story = Explain(lines);
+        EXPECT_TRUE(std::any_of(story.items.begin(), story.items.end(),
+                                [&](const Json& item) {
+                                    return item["outcome"] == "unusual" && Has(item, "text", said);
+                                }))
+            << text << Json(story.items).dump(1);
+    }
 }
 
 TEST(Explain, TellsARepeatedNoteOnceWithItsCount) {
-    const std::vector<Json> story = Explain(
+    const Story story = Explain(
         "NFC not valid data(LogWarnFun)\nNFC not valid data(LogWarnFun)\n"
         "NFC not valid data(LogWarnFun)\nNFC_defer call done: 0011223344556677(LogWarnFun)\n");
-    ASSERT_EQ(story.size(), 3U);
-    EXPECT_EQ(story[1]["times"], 3);
-    EXPECT_EQ(story[1]["lastLine"], 3);
+    ASSERT_EQ(story.items.size(), 2U);
+    EXPECT_EQ(story.items[0]["times"], 3);
+    EXPECT_EQ(story.items[0]["lastLine"], 3);
 }
 
 TEST(Explain, GivesTheAdviceOfAnErrorCodeForTheRoute) {
-    struct Failure {
-        std::string log;
-        const char* cause;
-        std::string advice;
-    };
     const std::string usb = "NFC_ select USB Driver(LogWarnFun)\n";
     const std::string i2c = "NFC_ select I2C Driver(LogWarnFun)\n";
     const std::string again = "Then call DeviceInit in the host, and then WriteMessage.";
     const std::string gone = "NFC_WriteFile Error  1167(LogErrorFun)\n";
-    for (const Failure& one :
-         {Failure{usb + gone, "not connected", "Plug the keyboard in again. " + again},
-          Failure{i2c + gone, "not connected",
-                  "With a chip on I2C: restart its driver in the device manager. " + again},
-          Failure{usb + "Nfc ReadReg 0 failed!(LogErrorFun)\n" + gone, "not connected", again},
-          Failure{"NFC_Error opening Spb driver, last error = 32(LogErrorFun)\n"
-                  "NFC_Error opening any driver, last error = 259(LogErrorFun)\n",
-                  "another program has", "Find the other program"},
-          Failure{i2c + "NFC WaitForSingleObject return error: 258(LogErrorFun)\n",
-                  "no answer at all within two seconds", "Restart the driver. "},
-          Failure{"NFC - GetCurrentDirectoryW failed (5).(LogErrorFun)\n", "access is denied",
-                  "Start the host in a directory"}}) {
-        ExpectLastFailure(one.log, one.cause, one.advice);
-    }
+    ExpectLastFailures(
+        {{usb + gone, "not connected", "Plug the keyboard in again. " + again},
+         {i2c + gone, "not connected",
+          "With a chip on I2C: restart its driver in the device manager. " + again},
+         {usb + "Nfc ReadReg 0 failed!(LogErrorFun)\n" + gone, "not connected", again},
+         {"NFC_Error opening Spb driver, last error = 32(LogErrorFun)\n"
+          "NFC_Error opening any driver, last error = 259(LogErrorFun)\n",
+          "another program has", "Find the other program"},
+         {i2c + "NFC WaitForSingleObject return error: 258(LogErrorFun)\n",
+          "no answer at all within two seconds", "Restart the driver. "},
+         {"NFC - GetCurrentDirectoryW failed (5).(LogErrorFun)\n", "access is denied",
+          "Start the host in a directory"}});
 }
 
 TEST(Explain, HasTheChipAndTheKeyboardOfOnePcInTheSummary) {
     const std::vector<Json> run = Play("pc route=i2c,ble\nstart\ntap\ntap 800 ble\n");
-    const std::vector<Json> story = Explain(Log(run, kFullStyle));
+    const Story story = Explain(Log(run, kFullStyle));
     const Json expected = {{{"route", "I2C"}, {"chip", "FM11NT081"}},
                            {{"route", "Bluetooth"}, {"chip", ""}}};
-    EXPECT_EQ(story[0]["processes"][0]["tags"], expected);
+    EXPECT_EQ(story.Process()["tags"], expected);
     EXPECT_EQ(FromStory(story), FromRun(run));
 }
 
@@ -393,7 +419,7 @@ TEST(Explain, TellsTheSameWhileTheRunGoesOn) {
     const std::string live = Shell(run + "--explain || true");
     EXPECT_EQ(live.find("line 1"), std::string::npos);  // there is no log yet
     Shell(run + "--json >run.json || true");
-    for (const Json& item : Objects(Shell(kLab + "explain --json run.json"))) {
+    for (const Json& item : ExplainFiles("run.json").items) {
         EXPECT_NE(live.find(item.value("text", "").substr(0, 60)), std::string::npos) << item;
     }
 }
@@ -402,19 +428,18 @@ TEST(Explain, ReadsSeveralFilesInTheirOrder) {
     const std::string log = Log(RunObjects(kDesk), kFullStyle);
     const std::size_t cut = log.find('\n', log.find("NfcWriteTag totalLen")) + 1;
     const std::string files = File(log.substr(0, cut), ".1") + " " + File(log.substr(cut), ".2");
-    const std::vector<Json> whole = Explain(log);
-    const std::vector<Json> story = Objects(Shell(kLab + "explain --json " + files));
+    const Story whole = Explain(log);
+    const Story story = ExplainFiles(files);
     EXPECT_EQ(FromStory(story), FromStory(whole));
-    EXPECT_EQ(story[0]["lines"], whole[0]["lines"]);
-    EXPECT_EQ(story.back()["file"], "ReadsSeveralFilesInTheirOrder.2");
-    EXPECT_LT(story.back()["line"], whole.back()["line"]);
+    EXPECT_EQ(story.summary["lines"], whole.summary["lines"]);
+    EXPECT_EQ(story.items.back()["file"], "ReadsSeveralFilesInTheirOrder.2");
+    EXPECT_LT(story.items.back()["line"], whole.items.back()["line"]);
     EXPECT_NE(Shell(kLab + "explain " + files).find("InTheirOrder.2:1"), std::string::npos);
 }
 
 TEST(Explain, EndsWithASummaryThatSaysWhereEachFailureIs) {
     const std::string name = File(Log(RunObjects(kBadDay), kFullStyle));
-    const Json failure =
-        Objects(Shell(kLab + "explain --json " + name))[0]["processes"][0]["failures"][0];
+    const Json failure = ExplainFiles(name).Process()["failures"][0];
     const std::string text = Shell(kLab + "explain " + name);
     const std::size_t summary = text.find(name + ": ");
     EXPECT_GT(summary, text.find("FAILED"));
@@ -423,18 +448,20 @@ TEST(Explain, EndsWithASummaryThatSaysWhereEachFailureIs) {
 
 TEST(Explain, ShowsTheFailuresAlone) {
     const std::string name = File(Log(RunObjects(kBadDay), kFullStyle));
-    const std::vector<Json> story = Objects(Shell(kLab + "explain --json --failures " + name));
-    EXPECT_GT(story.size(), 3U);
-    EXPECT_TRUE(std::all_of(story.begin() + 1, story.end(),
+    const std::vector<Json> items = ExplainFiles("--failures " + name).items;
+    EXPECT_GT(items.size(), 2U);
+    EXPECT_TRUE(std::all_of(items.begin(), items.end(),
                             [](const Json& item) { return item["outcome"] == "failed"; }));
 }
 
 TEST(Explain, TellsAPipeBeforeItEnds) {
     const std::string name = File(Log(RunObjects(kDesk), kFullStyle));
-    const std::string told =
-        Shell("bash -c 'coproc E { " + kLab + "explain -; }; in=${E[1]}; cat " + name +
-              " >&$in; read -r line <&${E[0]}; echo \"$line\"'");
-    EXPECT_NE(told.find("Create: the manager exists."), std::string::npos) << told;
+    for (const std::string option : {"", "--json "}) {
+        const std::string told =
+            Shell("bash -c 'coproc E { " + kLab + "explain " + option + "-; }; in=${E[1]}; cat " +
+                  name + " >&$in; read -r line <&${E[0]}; echo \"$line\"'");
+        EXPECT_NE(told.find("Create: the manager exists."), std::string::npos) << told;
+    }
 }
 
 TEST(Explain, WrapsLinesToTheWidthOfTheTerminal) {
