@@ -36,11 +36,11 @@ void RunTimers() {
     Clock& clock = TheClock();
     std::unique_lock<std::recursive_mutex> lock(clock.mutex);
     while (true) {
-        if (clock.timers.empty()) {
+        const auto first = clock.timers.begin();
+        if (first == clock.timers.end()) {
             clock.changed.wait(lock);
             continue;
         }
-        const auto first = clock.timers.begin();
         if (first->first > Now()) {
             clock.changed.wait_until(lock, PointOf(first->first));
             continue;
@@ -90,13 +90,11 @@ Micros LongestLateness() {
 }
 
 bool WaitFor(const std::function<bool()>& predicate, Micros timeout, const char* /*what*/) {
+    constexpr Micros kVeryLong = 365 * 24 * 3600 * kSecond;
     Clock& clock = TheClock();
     std::unique_lock<std::recursive_mutex> lock(clock.mutex);
-    if (timeout == kForever) {
-        clock.changed.wait(lock, predicate);
-        return true;
-    }
-    return clock.changed.wait_until(lock, PointOf(Now() + timeout), predicate);
+    return clock.changed.wait_until(
+        lock, PointOf(Now() + (timeout == kForever ? kVeryLong : timeout)), predicate);
 }
 
 }  // namespace emulation

@@ -54,23 +54,18 @@ Service Register(SC_HANDLE manager, const std::wstring& name, const std::wstring
 
 }  // namespace
 
-void RegisterDriver(const std::wstring& name, const std::wstring& file) {
-    const Service manager = OpenManager(name);
-    Register(manager.get(), name, file);
-}
-
-void LoadDriver(const std::wstring& name, const std::wstring& file) {
+void LoadDriver(const std::wstring& name, const std::wstring& file, bool start) {
     const Service manager = OpenManager(name);
     const Service service = Register(manager.get(), name, file);
-    if (!StartServiceW(service.get(), 0, nullptr)) {
-        const DWORD error = GetLastError();
-        if (error != ERROR_SERVICE_ALREADY_RUNNING) {
-            Throw("the start", name, error);
-        }
-        std::fprintf(stderr, "the driver %s runs already; its file %s was not loaded\n",
-                     std::string(name.begin(), name.end()).c_str(),
-                     std::string(file.begin(), file.end()).c_str());
+    if (!start || StartServiceW(service.get(), 0, nullptr)) {
+        return;
     }
+    const DWORD error = GetLastError();
+    if (error != ERROR_SERVICE_ALREADY_RUNNING) {
+        Throw("the start", name, error);
+    }
+    std::fprintf(stderr, "the driver %ls runs already; its file %ls was not loaded\n", name.c_str(),
+                 file.c_str());
 }
 
 void UnloadDriver(const std::wstring& name) {

@@ -6,12 +6,10 @@
 
 namespace simulator {
 
-/// Registers NAME as a kernel-mode driver with this file, and starts it. One that is registered
-/// already is started only. Throws std::runtime_error with the step and the error code.
-void LoadDriver(const std::wstring& name, const std::wstring& file);
-
-/// The same without the start, for a driver that the system starts when a device needs it.
-void RegisterDriver(const std::wstring& name, const std::wstring& file);
+/// Registers NAME as a kernel-mode driver with this file, and starts it, unless the system starts
+/// it when a device needs it. One that is registered already is started only. Throws
+/// std::runtime_error with the step and the error code.
+void LoadDriver(const std::wstring& name, const std::wstring& file, bool start = true);
 
 /// Stops the driver and removes it from the service manager; does nothing if it is not registered.
 /// A driver that the system has loaded for a device, and keeps, stays registered.

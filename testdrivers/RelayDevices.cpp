@@ -51,11 +51,32 @@ std::string Narrow(const std::wstring& text) {
     return {text.begin(), text.end()};  // paths of devices are ASCII
 }
 
-void Trace(TraceEvent event) {
+TraceEvent NewEvent(TraceEvent::Kind kind, ThreadId thread, DWORD error) {
+    TraceEvent event;
+    event.kind = kind;
+    event.time = Now();
+    event.thread = thread;
+    event.error = error;
+    return event;
+}
+
+void Trace(const TraceEvent& event) {
     if (TheDevices().tracer) {
-        event.time = Now();
         TheDevices().tracer(event);
     }
+}
+
+void Answer(Relay& relay, std::uint64_t id, DWORD error, const std::uint8_t* bytes = nullptr,
+            std::size_t count = 0) {
+    RelayAnswer answer = {};
+    answer.id = id;
+    answer.status = simulator::StatusOf(error);
+    answer.count = static_cast<std::uint32_t>(count);
+    if (bytes != nullptr) {
+        answer.dataSize = answer.count;
+        std::memcpy(answer.data, bytes, count);
+    }
+    relay.control->Answer(answer);
 }
 
 Request::Kind KindOf(const RelayMessage& message) {
@@ -105,31 +126,21 @@ class RelayRequest : public Request, public std::enable_shared_from_this<RelayRe
         if (!std::exchange(m_pending, false)) {
             return;
         }
-        RelayAnswer answer = {};
-        answer.id = m_id;
-        answer.status = simulator::StatusOf(error);
-        answer.count = static_cast<std::uint32_t>(std::min({count, length(), kMostBytes}));
-        if (bytes != nullptr) {
-            answer.dataSize = answer.count;
-            std::memcpy(answer.data, bytes, answer.count);
-        }
-        Trace(TraceEvent::Kind::kDone, error, bytes, answer.count);
+        const std::size_t moved = std::min({count, length(), kMostBytes});
+        Trace(TraceEvent::Kind::kDone, error, bytes, moved);
         m_relay.pending.erase(m_id);
-        m_relay.control->Answer(answer);
+        Answer(m_relay, m_id, error, bytes, moved);
     }
 
     void Trace(TraceEvent::Kind kind, DWORD error, const std::uint8_t* bytes = nullptr,
                std::size_t count = 0) {
-        TraceEvent event;
-        event.kind = kind;
-        event.thread = thread();
+        TraceEvent event = NewEvent(kind, thread(), error);
         event.request = shared_from_this();
-        event.error = error;
         event.count = count;
         if (bytes != nullptr) {
             event.bytes.assign(bytes, bytes + count);
         }
-        emulation::Trace(std::move(event));
+        emulation::Trace(event);
     }
 
     Relay& m_relay;
@@ -140,17 +151,11 @@ class RelayRequest : public Request, public std::enable_shared_from_this<RelayRe
 
 void Open(Relay& relay, Driver* driver, const RelayMessage& message) {
     const DWORD error = driver == nullptr ? ERROR_FILE_NOT_FOUND : driver->Open();
-    TraceEvent event;
-    event.kind = TraceEvent::Kind::kOpen;
-    event.thread = message.thread;
+    TraceEvent event = NewEvent(TraceEvent::Kind::kOpen, message.thread, error);
     event.text = Narrow(kPaths[message.device]);
-    event.error = error;
-    Trace(std::move(event));
+    Trace(event);
     TheDevices().lastOpen.at(message.device) = error == ERROR_SUCCESS ? message.id : 0;
-    RelayAnswer answer = {};
-    answer.id = message.id;
-    answer.status = simulator::StatusOf(error);
-    relay.control->Answer(answer);
+    Answer(relay, message.id, error);
 }
 
 void Take(Relay& relay, const RelayMessage& message) {

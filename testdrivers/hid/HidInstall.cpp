@@ -133,7 +133,7 @@ void InstallHid(const std::wstring& directory) {
         SetValue(device, L"ClassGUID", kHidClass);
     }
     RegisterBus();
-    RegisterDriver(TAGPORT_HID_MINI_SERVICE, directory + TAGPORT_HID_MINI_SERVICE L".sys");
+    LoadDriver(TAGPORT_HID_MINI_SERVICE, directory + TAGPORT_HID_MINI_SERVICE L".sys", false);
     LoadDriver(TAGPORT_HID_BUS_SERVICE, directory + TAGPORT_HID_BUS_SERVICE L".sys");
 }
 

@@ -26,16 +26,13 @@ static void NTAPI Unload(DRIVER_OBJECT* driver) {
 }
 
 NTSTATUS NTAPI DriverEntry(DRIVER_OBJECT* driver, UNICODE_STRING* registryPath) {
-    HID_MINIDRIVER_REGISTRATION registration;
-    RtlZeroMemory(&registration, sizeof(registration));
+    HID_MINIDRIVER_REGISTRATION registration = {
+        .Revision = HID_REVISION, .DriverObject = driver, .RegistryPath = registryPath};
     driver->MajorFunction[IRP_MJ_INTERNAL_DEVICE_CONTROL] = PassDown;
     driver->MajorFunction[IRP_MJ_PNP] = PassDown;
     driver->MajorFunction[IRP_MJ_POWER] = PassPowerDown;
     driver->MajorFunction[IRP_MJ_SYSTEM_CONTROL] = PassDown;
     driver->DriverExtension->AddDevice = AddDevice;
     driver->DriverUnload = Unload;
-    registration.Revision = HID_REVISION;
-    registration.DriverObject = driver;
-    registration.RegistryPath = registryPath;
     return HidRegisterMinidriver(&registration);
 }

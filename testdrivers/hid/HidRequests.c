@@ -44,24 +44,20 @@ static NTSTATUS GiveBytes(PIRP irp, const void* bytes, ULONG size, ULONG room) {
 }
 
 static NTSTATUS GiveDescriptor(PIRP irp, const struct Kind* kind, ULONG room) {
-    HID_DESCRIPTOR descriptor;
-    descriptor.bLength = sizeof(descriptor);
-    descriptor.bDescriptorType = HID_HID_DESCRIPTOR_TYPE;
-    descriptor.bcdHID = VERSION;
-    descriptor.bCountry = 0;
-    descriptor.bNumDescriptors = 1;
-    descriptor.DescriptorList[0].bReportType = HID_REPORT_DESCRIPTOR_TYPE;
-    descriptor.DescriptorList[0].wReportLength = kind->reportsSize;
+    const HID_DESCRIPTOR descriptor = {
+        .bLength = sizeof(descriptor),
+        .bDescriptorType = HID_HID_DESCRIPTOR_TYPE,
+        .bcdHID = VERSION,
+        .bNumDescriptors = 1,
+        .DescriptorList = {{HID_REPORT_DESCRIPTOR_TYPE, kind->reportsSize}}};
     return GiveBytes(irp, &descriptor, sizeof(descriptor), room);
 }
 
 static NTSTATUS GiveAttributes(PIRP irp, const struct Kind* kind, ULONG room) {
-    HID_DEVICE_ATTRIBUTES attributes;
-    RtlZeroMemory(&attributes, sizeof(attributes));
-    attributes.Size = sizeof(attributes);
-    attributes.VendorID = kind->vendor;
-    attributes.ProductID = kind->product;
-    attributes.VersionNumber = VERSION;
+    const HID_DEVICE_ATTRIBUTES attributes = {.Size = sizeof(attributes),
+                                              .VendorID = kind->vendor,
+                                              .ProductID = kind->product,
+                                              .VersionNumber = VERSION};
     return GiveBytes(irp, &attributes, sizeof(attributes), room);
 }
 
