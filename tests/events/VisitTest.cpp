@@ -70,6 +70,9 @@ struct VisitDesk : StartedPc {
     }
 
     void Watch(int route, const std::vector<VisitCase>& cases) {
+        ReactToEvents([this](const ReceivedEvent& heard) {
+            EXPECT_EQ(log.TextsSoFar().back().rfind("Nfc MCU start!", 0) == 0, heard.event == 4);
+        });
         for (std::size_t i = 0; i < cases.size(); ++i) {
             SCOPED_TRACE("case " + std::to_string(i));
             TakeEvents();

@@ -84,7 +84,9 @@ TEST(ReadMessage, RefusesASpoiledImageUntilItIsWrittenAgain) {
         setup.pc.chip()->BackDoor().SetMemory(at, bytes);
         const auto target = std::make_shared<NdefMessage>();
         EXPECT_EQ(setup.manager->ReadMessage(target), -1);
-        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x22)), 0);
+        const auto message = setup.NewMessage(0x22);
+        EXPECT_EQ(setup.manager->WriteMessage(message), 0);
+        EXPECT_EQ(NfcManagerTestAccess::Message(*setup.manager), message) << "from now on";
         EXPECT_EQ(setup.log.Count("nfcDataRead init fail"), parseFailures);
         setup.log.TakeUnannounced();
         EXPECT_EQ(setup.manager->ReadMessage(target), 0);

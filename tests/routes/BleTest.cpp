@@ -1,5 +1,6 @@
 // The Bluetooth keyboard: its link in every state, its notifications, its failures.
 #include <algorithm>
+#include <numeric>
 #include <optional>
 
 #include "platform/services/standin/ClientBackDoor.h"
@@ -214,7 +215,7 @@ TEST(Ble, JudgesEveryNotification) {
     const std::string number = "[NFC] randNumber read: ";
     const struct {
         std::vector<std::uint8_t> head;
-        std::size_t size;  // the head followed by bytes of the size
+        std::size_t size;  // the bytes after the head count from it
         std::string line;
     } cases[] = {
         {{}, 0, tooShort},
@@ -222,16 +223,17 @@ TEST(Ble, JudgesEveryNotification) {
         {{0x2E, 2, 0x6E, 0xE6}, 4, entered},
         {{0x2E, 2, 0xE6, 0x6E}, 4, left + "1111111111111111"},
         {{0x2E, 3}, 33, tooShort},
-        {{0x2E, 3, 1, 2}, 34, number + "0102222222222222"},
-        {{0x2E, 2, 0xE6, 0x6E}, 64, left + "0102222222222222"},
-        {{0x2E, 3, 3}, 64, number + "0340404040404040"},
+        {{0x2E, 3, 1, 2}, 34, number + "0102262728294243"},
+        {{0x2E, 2, 0xE6, 0x6E}, 64, left + "0102262728292A2B"},
+        {{0x2E, 3, 3}, 64, number + "0343444546476061"},
         {{0x2E, 2, 0x6E, 0xE6}, 64, entered},
         {{0x2E, 2, 0x6E, 0x6E}, 64, invalid},
         {{0x2E, 1, 0x6E, 0xE6}, 64, invalid},
         {{0x2F, 2, 0x6E, 0xE6}, 64, invalid},
     };
     for (const auto& [head, size, line] : cases) {
-        std::vector<std::uint8_t> value(size, static_cast<std::uint8_t>(size));
+        std::vector<std::uint8_t> value(size);
+        std::iota(value.begin(), value.end(), static_cast<std::uint8_t>(size));
         std::copy(head.begin(), head.end(), value.begin());
         setup.log.Clear();
         setup.pc.bluetooth()->SendRaw(value);
@@ -239,7 +241,7 @@ TEST(Ble, JudgesEveryNotification) {
         EXPECT_EQ(Joined(setup.log.TextsSoFar()), "[NFC] start size:, " + line) << size << " bytes";
     }
     EXPECT_EQ(EventNumbers(4), (std::vector<int>{3, 1, 1, 3}));
-    EXPECT_EQ(EventsSoFar()[3].number[31], 0x40);
+    EXPECT_EQ(EventsSoFar()[3].number[31], 0x61);
 }
 
 TEST(Ble, ALateNumberAnswersTheNextRequest) {
