@@ -18,10 +18,6 @@ constexpr char kDeferLockName[] = "g_deferMutex";
 constexpr char kNumberLockName[] = "m_staticWriteMutex";
 constexpr std::size_t kKeyboardReadSize = 64;
 
-double Milliseconds(emulation::Micros time) {
-    return static_cast<double>(time) / static_cast<double>(emulation::kMillisecond);
-}
-
 /// Of an error of 0 nothing is said.
 Json BusObject(const char* op, const std::string& bytes, std::int64_t error,
                const std::string& meaning, const char* state = nullptr) {
@@ -120,7 +116,7 @@ BusMeaning BusTrace::MeaningOn(const simulator::RouteKind& route) const {
 }
 
 void BusTrace::Add(emulation::ThreadId thread, emulation::Micros time, Json fields) {
-    m_recorder.Add(thread, Milliseconds(time), std::move(fields));
+    m_recorder.Add(thread, ToMilliseconds(time), std::move(fields));
 }
 
 void BusTrace::Take(const emulation::TraceEvent& event) {

@@ -14,6 +14,10 @@
 
 namespace lab {
 
+constexpr double ToMilliseconds(emulation::Micros time) {
+    return static_cast<double>(time) / static_cast<double>(emulation::kMillisecond);
+}
+
 class BusTrace {
   public:
     BusTrace(Recorder& recorder, const PcParts& parts);

@@ -1,8 +1,9 @@
 // Checks config/NfcUri.ini before the library reads it.
 #include "lab/ConfigCheck.h"
 
-#include <array>
+#include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "lab/Failure.h"
@@ -25,23 +26,18 @@ constexpr char kSection[] = "PC_URI";
 constexpr char kPrefix[] = "https://";
 constexpr std::string_view kBigEndianMark = "\xFE\xFF";
 
-struct Key {
-    const char* name;
-    const WCHAR* wide;
-    int pcType;
-};
-constexpr std::array<Key, 2> kKeys{
-    {{"orvane_uri", L"orvane_uri", 5}, {"velmo_uri", L"velmo_uri", 8}}};
+// The keys by the PC types that take their URIs from them.
+constexpr std::pair<int, std::string_view> kKeys[] = {{5, "orvane_uri"}, {8, "velmo_uri"}};
 
 std::filesystem::path ConfigPath(const std::filesystem::path& directory) {
     return directory / "config" / "NfcUri.ini";
 }
 
 /// The value as the library reads it.
-std::string Value(const std::filesystem::path& path, const Key& key) {
+std::string Value(const std::filesystem::path& path, std::string_view key) {
     std::vector<WCHAR> wide(kValueChars);
-    GetPrivateProfileStringW(L"PC_URI", key.wide, L"", wide.data(), static_cast<DWORD>(kValueChars),
-                             path.wstring().c_str());
+    GetPrivateProfileStringW(L"PC_URI", std::wstring(key.begin(), key.end()).c_str(), L"",
+                             wide.data(), static_cast<DWORD>(kValueChars), path.wstring().c_str());
     const int size =
         WideCharToMultiByte(CP_THREAD_ACP, 0, wide.data(), -1, nullptr, 0, nullptr, nullptr);
     if (size <= 1) {
@@ -115,12 +111,12 @@ void UseConfiguration(const std::string& directory, int pcType) {
              name +
                  ": is UTF-16 in big-endian order, which Windows does not read; save it in "
                  "little-endian order or as ANSI");
-    for (const Key& key : kKeys) {
+    for (const auto& [type, key] : kKeys) {
         const std::string value = Value(ConfigPath(absolute), key);
-        const std::string where = name + ": [" + kSection + "] " + key.name;
+        const std::string where = name + ": [" + kSection + "] " + std::string(key);
         RefuseIf(value.empty(),
                  where + " has no value: the file must have both URIs, for every PC type");
-        if (key.pcType == pcType) {
+        if (type == pcType) {
             CheckValue(where, value);
         }
     }

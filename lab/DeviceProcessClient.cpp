@@ -1,6 +1,7 @@
 // A child process with two pipes.
 #include "lab/DeviceProcessClient.h"
 
+#include <algorithm>
 #include <array>
 #include <thread>
 #include <utility>
@@ -59,12 +60,10 @@ void DeviceProcess::Start() {
     const DWORD error = GetLastError();
     CloseHandle(childInput);
     CloseHandle(childOutput);
-    if (!started) {
-        throw SystemFailure(
-            "tagport-devices.exe, which holds the simulated devices, cannot be "
-            "started beside this program: error " +
-            std::to_string(error));
-    }
+    FailIf(!started,
+           "tagport-devices.exe, which holds the simulated devices, cannot be started beside this "
+           "program: error " +
+               std::to_string(error));
     CloseHandle(process.hThread);
     CloseHandle(process.hProcess);
 }
@@ -103,14 +102,11 @@ std::string DeviceProcess::Ask(const std::string& command) {
     WriteFile(m_input, line.data(), static_cast<DWORD>(line.size()), &count, nullptr);
     std::unique_lock<std::mutex> lock(m_mutex);
     m_changed.wait(lock, [this] { return m_ended || !m_replies.empty(); });
-    if (m_replies.empty()) {
-        throw SystemFailure("tagport-devices.exe ended before it answered \"" + command + "\"");
-    }
+    FailIf(m_replies.empty(), "tagport-devices.exe ended before it answered \"" + command + "\"");
     const std::string reply = std::move(m_replies.front());
     m_replies.pop_front();
-    if (StartsWith(reply, kRefused)) {
-        throw WrongCall(reply.substr(sizeof(kRefused) - 1));
-    }
+    RefuseIf(StartsWith(reply, kRefused),
+             reply.substr(std::min(reply.size(), sizeof(kRefused) - 1)));
     return reply == kDone ? std::string() : reply.substr(sizeof(kDone));
 }
 

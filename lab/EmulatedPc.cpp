@@ -25,10 +25,6 @@ emulation::Micros FromMilliseconds(std::int64_t milliseconds) {
     return milliseconds * emulation::kMillisecond;
 }
 
-double ToMilliseconds(emulation::Micros time) {
-    return static_cast<double>(time) / static_cast<double>(emulation::kMillisecond);
-}
-
 void RecordLogLine(int level, const std::wstring& line, void* context) {
     static_cast<Recorder*>(context)->AddLogLine(emulation::CurrentThread(),
                                                 ToMilliseconds(emulation::Now()), level, line);
@@ -36,14 +32,11 @@ void RecordLogLine(int level, const std::wstring& line, void* context) {
 
 using Body = std::function<void()>;
 
-// A routine for each host: the recorder names threads after their routines.
-template <unsigned Host>
+// Of every host: the recorder does not name threads of hosts after their routine.
 DWORD WINAPI RunHost(LPVOID argument) {
     (*std::unique_ptr<Body>(static_cast<Body*>(argument)))();
     return 0;
 }
-constexpr LPTHREAD_START_ROUTINE kHostRoutines[kMostHosts] = {RunHost<1>, RunHost<2>, RunHost<3>,
-                                                              RunHost<4>};
 
 class EmulatedPc : public Pc {
   public:
@@ -51,9 +44,7 @@ class EmulatedPc : public Pc {
         : Pc(PcParts(options, NamesOf(simulator::kRouteKinds))),
           m_options(options),
           m_recorder(recorder),
-          m_bus(recorder, Parts()) {}
-
-    void ChooseClock() override {
+          m_bus(recorder, Parts()) {
         if (m_options.seed) {
             emulation::ScheduledOptions options;
             options.seed = *m_options.seed;
@@ -78,7 +69,6 @@ class EmulatedPc : public Pc {
         m_devices = std::make_unique<PcDevices>(m_options, Parts(), m_recorder, &ToMilliseconds);
     }
 
-    std::uint64_t KeyboardAddress() const override { return simulator::kDefaultBleAddress; }
     double Now() const override { return ToMilliseconds(emulation::Now()); }
     ThreadKey Thread() const override { return emulation::CurrentThread(); }
     bool WaitFor(const std::function<bool()>& predicate, std::int64_t milliseconds,
@@ -88,9 +78,8 @@ class EmulatedPc : public Pc {
     void RecheckWaits() override {
         emulation::After(0, [] {});
     }
-    void StartThread(unsigned host, Body body) override {
-        CloseHandle(CreateThread(nullptr, 0, kHostRoutines[host - 1], new Body(std::move(body)), 0,
-                                 nullptr));
+    void StartThread(Body body) override {
+        CloseHandle(CreateThread(nullptr, 0, RunHost, new Body(std::move(body)), 0, nullptr));
     }
 
     void Act(const Command& command) override { m_devices->Act(command); }

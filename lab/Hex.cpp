@@ -1,9 +1,8 @@
 // Hexadecimal text.
 #include "lab/Hex.h"
 
-#include <array>
+#include <algorithm>
 #include <charconv>
-#include <cstdio>
 #include <optional>
 
 #include "lab/Failure.h"
@@ -26,26 +25,15 @@ bool IsBlank(char character) {
 }
 
 std::string Shown(char character) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (byte > 0x20 && byte < 0x7F) {
-        return std::string("'") + character + "'";
-    }
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "byte 0x%02X", static_cast<unsigned>(byte));
-    return text.data();
+    return character > 0x20 && character < 0x7F ? std::string("'") + character + "'"
+                                                : "byte 0x" + ToHex({&character, 1});
 }
 
 [[noreturn]] void Fail(std::string_view text, std::size_t position, const std::string& origin,
                        const std::string& problem) {
-    std::size_t line = 1;
-    std::size_t column = 1;
-    for (const char character : text.substr(0, position)) {
-        ++column;
-        if (character == '\n') {
-            ++line;
-            column = 1;
-        }
-    }
+    const std::string_view before = text.substr(0, position);
+    const auto line = std::count(before.begin(), before.end(), '\n') + 1;
+    const std::size_t column = position - (before.rfind('\n') + 1) + 1;  // npos + 1 is 0
     throw WrongCall(origin + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " +
                     problem);
 }

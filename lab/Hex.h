@@ -1,7 +1,9 @@
 // Converts bytes to hexadecimal text and back. Plain functions.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,5 +27,18 @@ std::string HexValue(const std::string& text, std::size_t count, const std::stri
 /// The same bytes as the other type.
 Bytes AsBytes(std::string_view text);
 std::string_view AsText(const Bytes& bytes);
+template <std::size_t Size>
+std::string_view AsText(const std::uint8_t (&bytes)[Size]) {
+    return {reinterpret_cast<const char*>(bytes), Size};
+}
+
+/// Calls a setter of the library, which takes an array, with so many bytes.
+template <class Object, class Result, std::size_t Size>
+void SetBytes(Object& object, Result (Object::*setter)(const std::uint8_t (&)[Size]),
+              std::string_view bytes) {
+    std::uint8_t field[Size];
+    std::memcpy(field, bytes.data(), Size);
+    (object.*setter)(field);
+}
 
 }  // namespace lab

@@ -8,6 +8,7 @@
 
 #include "lab/Failure.h"
 #include "lab/Hex.h"
+#include "simulator/BluetoothKeyboard.h"
 
 namespace lab {
 
@@ -25,35 +26,22 @@ constexpr std::uint8_t kMacAddress[6] = {0x02, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E};
 
 using Number = std::uint8_t[32];
 
-template <std::size_t Size>
-std::string AsString(const std::uint8_t (&bytes)[Size]) {
-    return {bytes, bytes + Size};
-}
-
-template <std::size_t Size>
-void SetField(NdefMessage& message, int (NdefMessage::*setter)(const std::uint8_t (&)[Size]),
-              const std::string& bytes) {
-    std::uint8_t field[Size];
-    std::memcpy(field, bytes.data(), Size);
-    (message.*setter)(field);
-}
-
-void SetFields(NdefMessage& message, const Host::Fields& fields) {
+void SetFields(NdefMessage& message, const Fields& fields) {
     for (const auto& [name, value] : fields) {
         if (name == "url") {
             message.SetUrl(value);
         } else if (name == "mac") {
-            SetField(message, &NdefMessage::SetMac, value);
+            SetBytes(message, &NdefMessage::SetMac, value);
         } else if (name == "number") {
-            SetField(message, &NdefMessage::SetRandomNumber, value);
+            SetBytes(message, &NdefMessage::SetRandomNumber, value);
         } else {
-            SetField(message, &NdefMessage::SetModel, value);
+            SetBytes(message, &NdefMessage::SetModel, value);
         }
     }
 }
 
 Json NumberField(const Number& number) {
-    return {{"number", ToHex(AsString(number))}};
+    return {{"number", ToHex(AsText(number))}};
 }
 
 Json MessageFields(NdefMessage& message) {
@@ -66,9 +54,9 @@ Json MessageFields(NdefMessage& message) {
     message.GetMac(mac);
     message.GetModel(model);
     return {{"url", url},
-            {"mac", ToHex(AsString(mac))},
-            {"number", ToHex(AsString(number))},
-            {"model", ToHex(AsString(model))}};
+            {"mac", ToHex(AsText(mac))},
+            {"number", ToHex(AsText(number))},
+            {"model", ToHex(AsText(model))}};
 }
 
 }  // namespace
@@ -80,11 +68,9 @@ Host::Host(Pc& pc, Recorder& recorder, RunResults& results, std::uint64_t seed)
 
 void Host::OnEvent(int event, const std::uint8_t (&number)[32], int route) {
     Host& self = *g_host;
-    self.m_recorder.Add(self.m_pc.Thread(), self.m_pc.Now(),
-                        {{"kind", "event"},
-                         {"event", event},
-                         {"route", route},
-                         {"number", ToHex(AsString(number))}});
+    self.m_recorder.Add(
+        self.m_pc.Thread(), self.m_pc.Now(),
+        {{"kind", "event"}, {"event", event}, {"route", route}, {"number", ToHex(AsText(number))}});
     self.m_events.Add(event, route);
     self.m_pc.RecheckWaits();
     self.ActInListener();
@@ -111,7 +97,7 @@ void Host::ActInListener() {
     if (manager != nullptr && habits.renews) {
         const int result = manager->WriteRandNum(number);
         if (result == 0) {
-            Content(habits.manager, {{"number", AsString(number)}});
+            Content(habits.manager, {{"number", std::string(AsText(number))}});
         }
         Json more = NumberField(number);
         more["listener"] = true;
@@ -148,12 +134,11 @@ void Host::FillRandom(std::uint8_t (&number)[32]) {
     }
 }
 
-void Host::Record(unsigned manager, const std::string& operation, Json result, Json more) {
+void Host::Record(unsigned manager, const std::string& operation, const Json& result, Json more) {
     if (manager > 1) {
         more["manager"] = manager;
     }
-    const bool succeeded = result.is_boolean() ? result.get<bool>() : result == 0;
-    m_results.Record(operation, succeeded, std::move(result), more);
+    m_results.Record(operation, result, more);
 }
 
 void Host::Start(int pcType) {
@@ -169,7 +154,7 @@ void Host::Start(int pcType) {
     Number number;
     FillRandom(number);
     content.SetRandomNumber(number);
-    m_results.Record("Init", true, true, MessageFields(content));
+    Record(1, "Init", true, MessageFields(content));
     {
         const std::lock_guard<std::mutex> guard(m_mutex);
         for (Slot& slot : m_slots) {
@@ -226,7 +211,7 @@ void Host::Connect(unsigned manager, bool on) {
         Record(manager, "SetMcuKbConnectStatus", with->SetMcuKbConnectStatus(on));
     }
     if (m_pc.Parts().HasRoute("ble")) {
-        const std::uint64_t address = m_pc.KeyboardAddress();
+        const std::uint64_t address = simulator::kDefaultBleAddress;
         m_connected = on;
         Record(manager, on ? "BtConnect" : "BtDisconnect",
                on ? with->BtConnect(address) : with->BtDisconnect(address));
@@ -242,7 +227,7 @@ void Host::Renew(unsigned manager, const std::string& bytes) {
     }
     const int result = Manager(manager)->WriteRandNum(number);
     if (result == 0) {
-        Content(manager, {{"number", AsString(number)}});
+        Content(manager, {{"number", std::string(AsText(number))}});
     }
     Record(manager, "WriteRandNum", result, NumberField(number));
 }
@@ -278,9 +263,8 @@ void Host::Listen(unsigned manager, bool on, const Fields& fields) {
     const std::shared_ptr<NfcManager> with = Manager(manager);
     {
         const std::lock_guard<std::mutex> guard(m_mutex);
-        const auto pause = fields.find("pause");
-        m_habits = {manager, pause == fields.end() ? 0 : std::stoll(pause->second),
-                    fields.count("reads") > 0, fields.count("renews") > 0};
+        m_habits = {manager, NumberOf(fields, "pause"), fields.count("reads") > 0,
+                    fields.count("renews") > 0};
     }
     if (on && !m_listening) {
         m_events.ForgetOpen();
@@ -306,7 +290,7 @@ void Host::End() {
     const auto any = std::find_if(managers.begin(), managers.end(),
                                   [](const auto& one) { return one != nullptr; });
     if (m_connected && any != managers.end()) {
-        (*any)->BtDisconnect(m_pc.KeyboardAddress());
+        (*any)->BtDisconnect(simulator::kDefaultBleAddress);
     }
 }
 

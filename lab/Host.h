@@ -7,7 +7,6 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <random>
@@ -26,8 +25,6 @@ namespace lab {
 class Host {
   public:
     Host(Pc& pc, Recorder& recorder, RunResults& results, std::uint64_t seed);
-
-    using Fields = std::map<std::string, std::string>;  ///< of a message, named as in the script
 
     // `manager` is a number from 1 to kMostManagers. Each of them has a message of its own. Every
     // operation may be called from any thread.
@@ -85,8 +82,7 @@ class Host {
     std::shared_ptr<NdefMessage> Own(unsigned manager);
     /// Sets fields of a manager's content and returns a copy of it.
     std::shared_ptr<NdefMessage> Content(unsigned manager, const Fields& fields);
-    /// Succeeded is true, or 0.
-    void Record(unsigned manager, const std::string& operation, Json result,
+    void Record(unsigned manager, const std::string& operation, const Json& result,
                 Json more = Json::object());
     void FillRandom(std::uint8_t (&number)[32]);
 

@@ -44,10 +44,6 @@ std::string Continued(const std::string& text) {
     return std::string(kIndent, ' ') + text + "\n";
 }
 
-bool Succeeded(const Json& result) {
-    return result.is_boolean() ? result.get<bool>() : result == 0;
-}
-
 }  // namespace
 
 std::string HumanOutput::Head(const Json& object, const std::string& kind) const {
@@ -88,7 +84,7 @@ std::string HumanOutput::Lines(const Json& object) const {
         return lines;
     }
     if (kind == "result") {
-        const bool done = Succeeded(object["result"]);
+        const bool done = Worked(object["result"]);
         std::string text = Field(object, "operation") + "  " +
                            (done ? m_style.Green("ok") : m_style.Red("FAILED"));
         for (const char* name : {"manager", "number", "url"}) {

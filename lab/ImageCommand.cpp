@@ -4,7 +4,6 @@
 #include <tagport/NdefMessage.h>
 
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
 #include <system_error>
 
@@ -32,14 +31,6 @@ constexpr std::size_t kBytesInLine = 16;
 void KeepLine(int level, const std::wstring& line, void* context) {
     static_cast<std::vector<std::string>*>(context)->push_back(
         (level >= LOG_MESSAGE_LEVEL_ERROR ? "error  " : "warn   ") + Narrow(line));
-}
-
-template <std::size_t Size>
-void Set(bool (NfcData::*setter)(const std::uint8_t (&)[Size]), NfcData& data,
-         const std::string& bytes) {
-    std::uint8_t field[Size];
-    std::memcpy(field, bytes.data(), Size);
-    (data.*setter)(field);
 }
 
 struct Fields {
@@ -124,9 +115,9 @@ int BuildImage(const ImageBuildOptions& options) {
     data.Init();
     data.InitValue();
     FailIf(!data.SetUrl(fields.url), "--url " + fields.url + ": the library refuses this URL");
-    Set(&NfcData::SetMacAddr, data, fields.mac);
-    Set(&NfcData::SetRandomNumber, data, fields.number);
-    Set(&NfcData::SetModel, data, fields.model);
+    SetBytes(data, &NfcData::SetMacAddr, fields.mac);
+    SetBytes(data, &NfcData::SetRandomNumber, fields.number);
+    SetBytes(data, &NfcData::SetModel, fields.model);
     const std::string image = data.GetContent();
     const std::string bytes = options.format == "raw" ? image : HexLines(image);
     if (options.output == "-") {

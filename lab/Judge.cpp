@@ -112,18 +112,14 @@ void Judge::JudgeOperation(const Done& done) {
         (!opens && !m_history.ServiceAt(done.begin).started)) {
         return;
     }
-    const auto disturbs = [&](const Done& other) {
+    const bool isDisturbed = Any(m_history.All(), [&](const Done* other) {
         // Two operations of one moment may have run in each other, unless one host did both.
-        return other.command->host != command.host && other.begin <= done.end &&
-               other.end >= done.begin &&
-               (done.replaces || StartsManager(other.verb()) || OpensDevice(other.verb()) ||
-                IsOneOf(other.verb(), {Verb::kStop, Verb::kCreate, Verb::kDisconnect}));
-    };
-    const auto& ended = m_history.Ended();
-    const auto running = m_history.Running();
-    if (!Any(ended, disturbs) && !Any(running, [&](auto* other) { return disturbs(*other); })) {
-        m_failed[command.host] = &done;
-    }
+        return other->command->host != command.host && other->begin <= done.end &&
+               other->end >= done.begin &&
+               (done.replaces || StartsManager(other->verb()) || OpensDevice(other->verb()) ||
+                IsOneOf(other->verb(), {Verb::kStop, Verb::kCreate, Verb::kDisconnect}));
+    });
+    m_failed[command.host] = isDisturbed ? nullptr : &done;
 }
 
 void Judge::ExpectFailure(const Command& command) {

@@ -29,12 +29,9 @@ class Pc {
 
     const PcParts& Parts() const { return m_parts; }
 
-    /// Chooses the clock. Call it before every function below and before the configuration's check.
-    virtual void ChooseClock() = 0;
     /// Creates the devices and connects log and bus to the recorder.
     virtual void CreateDevices() = 0;
 
-    virtual std::uint64_t KeyboardAddress() const = 0;
     virtual double Now() const = 0;
     virtual ThreadKey Thread() const = 0;
     /// True when the predicate became true within the time. It may run on any thread.
@@ -42,8 +39,8 @@ class Pc {
                          const char* what) = 0;
     /// Makes WaitFor evaluate its predicate again. Any thread.
     virtual void RecheckWaits() = 0;
-    /// Runs `body` on a new thread, for the host of this number (from 1). Nobody joins it.
-    virtual void StartThread(unsigned host, std::function<void()> body) = 0;
+    /// Runs `body` on a new thread, which nobody joins.
+    virtual void StartThread(std::function<void()> body) = 0;
 
     /// Carries out what happens to a device: a command of IsDeviceVerb that Parts().Check has
     /// accepted. The call returns at once; with "in MS" it happens that much later.
@@ -60,7 +57,8 @@ class Pc {
     PcParts m_parts;
 };
 
-/// Never destroyed: the library's threads may call it until the process ends.
+/// Chooses the clock as well. Never destroyed: the library's threads may call it until the process
+/// ends.
 Pc& MakePc(const PcOptions& options, Recorder& recorder);
 
 }  // namespace lab

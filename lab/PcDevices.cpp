@@ -2,7 +2,6 @@
 #include "lab/PcDevices.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include "lab/BusTrace.h"
@@ -15,25 +14,17 @@ namespace {
 
 using simulator::Micros;
 
-// The fields of the media-type record's payload, as a phone reads them.
-struct PayloadField {
-    const char* name;
-    std::size_t size;
-};
-constexpr std::array<PayloadField, 4> kPayload{
-    {{"version", 2}, {"mac", 6}, {"number", 32}, {"model", 4}}};
+// The fields of the media-type record's payload, as a phone reads them, with their sizes.
+constexpr std::pair<const char*, std::size_t> kPayload[] = {
+    {"version", 2}, {"mac", 6}, {"number", 32}, {"model", 4}};
 constexpr std::size_t kPayloadSize = 44;
 
 /// What a script says of the Bluetooth client.
-LinkDockService::DeliveryHabits HabitsOf(const std::map<std::string, std::string>& fields) {
-    const auto number = [&](const char* name, unsigned otherwise) {
-        const auto found = fields.find(name);
-        return found == fields.end() ? otherwise : static_cast<unsigned>(std::stoul(found->second));
-    };
+LinkDockService::DeliveryHabits HabitsOf(const Fields& fields) {
     LinkDockService::DeliveryHabits habits;
-    habits.insideSubscribeMs = number("inside-subscribe", 0);
-    habits.insideWriteMs = number("inside-write", 0);
-    habits.threads = std::max(number("threads", 1), 1U);
+    habits.insideSubscribeMs = static_cast<unsigned>(NumberOf(fields, "inside-subscribe"));
+    habits.insideWriteMs = static_cast<unsigned>(NumberOf(fields, "inside-write"));
+    habits.threads = std::max(static_cast<unsigned>(NumberOf(fields, "threads")), 1U);
     habits.afterRefusedUnsubscribe = fields.count("after-refusal") > 0;
     return habits;
 }
@@ -53,9 +44,9 @@ Json PhoneObject(const simulator::PhoneReport& report) {
     if (reading.mimePayload.size() == kPayloadSize) {
         const std::string_view payload = AsText(reading.mimePayload);
         std::size_t offset = 0;
-        for (const PayloadField& field : kPayload) {
-            object[field.name] = ToHex(payload.substr(offset, field.size));
-            offset += field.size;
+        for (const auto& [name, size] : kPayload) {
+            object[name] = ToHex(payload.substr(offset, size));
+            offset += size;
         }
     }
     return object;

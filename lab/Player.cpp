@@ -29,9 +29,11 @@ Player::Player(Pc& pc, Recorder& recorder, std::uint64_t seed, Watch watch)
 void Player::Start(int pcType) {
     m_start.verb = Verb::kStart;
     m_start.text = "the start of the run";
-    m_watch({m_start, true, {}, m_pc});
-    m_host.Start(pcType);
-    m_watch({m_start, false, m_results.LastSucceeded(), m_pc});
+    Watched(m_start, [&] { m_host.Start(pcType); });
+}
+
+void Player::Fail(const Command& command, const std::string& problem) {
+    m_results.FailExpectation(m_script->PlaceOf(command) + problem);
 }
 
 void Player::ExpectEvent(const Command& command) {
@@ -39,16 +41,16 @@ void Player::ExpectEvent(const Command& command) {
     ReceivedEvents& events = m_host.Events();
     m_pc.WaitFor([&] { return events.IsPending(event); }, command.within, "an expected event");
     const bool came = events.TakeOldest(event);
-    m_results.RecordExpectedEvent(event, came);
+    m_results.RecordOnly("expect event " + std::to_string(event), came);
     if (!came) {
-        m_results.RecordFailedExpectation(m_file, command.line, command.text, "none came");
+        Fail(command, "none came");
     }
 }
 
 void Player::ExpectResult(const Command& command) {
     const std::string problem = m_results.CheckLast(command.on);
     if (!problem.empty()) {
-        m_results.RecordFailedExpectation(m_file, command.line, command.text, problem);
+        Fail(command, problem);
     }
 }
 
@@ -91,7 +93,7 @@ void Player::Execute(const Command& command) {
         Pause(static_cast<std::int64_t>(due - m_pc.Now()));
     }
     if (command.host == 0) {
-        ExecuteNow(command);
+        Watched(command, [&] { Perform(command); });
         return;
     }
     HostQueue& queue = m_queues[command.host - 1];
@@ -103,12 +105,12 @@ void Player::Execute(const Command& command) {
     }
     if (starts) {
         ++m_runningHosts;
-        m_pc.StartThread(command.host, [this, host = command.host] { RunHost(host); });
+        m_pc.StartThread([this, host = command.host] { RunHost(host); });
     }
 }
 
 void Player::RunHost(unsigned host) {
-    m_recorder.NameThread(m_pc.Thread(), kHostNames[host - 1]);
+    m_recorder.NameThread(m_pc.Thread(), kHostNames[host - 1], true);
     RunResults::UseHost(host);
     HostQueue& queue = m_queues[host - 1];
     while (true) {
@@ -123,10 +125,10 @@ void Player::RunHost(unsigned host) {
             queue.commands.pop_front();
         }
         try {
-            ExecuteNow(*command);
+            Watched(*command, [&] { Perform(*command); });
         } catch (const WrongCall& problem) {
             // Another host may have let the manager go; this one goes on.
-            m_results.RecordFailedExpectation(m_file, command->line, command->text, problem.what());
+            Fail(*command, problem.what());
         }
     }
     --m_runningHosts;
@@ -137,11 +139,11 @@ void Player::Join() {
     m_pc.WaitFor([this] { return m_runningHosts == 0; }, kJoinBound, "the hosts");
 }
 
-void Player::ExecuteNow(const Command& command) {
+void Player::Watched(const Command& command, const std::function<void()>& action) {
     const unsigned before = m_results.Count();
     m_watch({command, true, {}, m_pc});
     try {
-        Perform(command);
+        action();
     } catch (const WrongCall&) {
         m_watch({command, false, {}, m_pc});
         throw;
@@ -200,10 +202,10 @@ void Player::PlayAll(const std::vector<Command>& commands) {
             Execute(command);
         } catch (const WrongCall& problem) {
             const std::string text = problem.what();
-            if (text.rfind(m_file + ":", 0) == 0) {
+            if (text.rfind(m_script->file + ":", 0) == 0) {
                 throw;  // a command inside a "repeat" has named its own line
             }
-            throw WrongCall(Script{m_file, {}}.PlaceOf(command) + text);
+            throw WrongCall(m_script->PlaceOf(command) + text);
         }
     }
 }
@@ -222,7 +224,7 @@ void Player::Check(const Script& script, const std::vector<Command>& commands) c
 }
 
 void Player::Play(const Script& script) {
-    m_file = script.file;
+    m_script = &script;
     m_begin = m_pc.Now();
     PlayAll(script.commands);
     Join();

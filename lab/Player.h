@@ -59,7 +59,9 @@ class Player {
     void Check(const Script& script, const std::vector<Command>& commands) const;
     void PlayAll(const std::vector<Command>& commands);
     void Execute(const Command& command);
-    void ExecuteNow(const Command& command);
+    /// Carries out a command in view of the watch.
+    void Watched(const Command& command, const std::function<void()>& action);
+    void Fail(const Command& command, const std::string& problem);
     void Perform(const Command& command);
     void RunHost(unsigned host);
     void Join();
@@ -75,7 +77,7 @@ class Player {
     Host m_host;
     Watch m_watch;
     Command m_start;
-    std::string m_file;
+    const Script* m_script = nullptr;
     double m_begin = 0;  // when the script began
     std::mutex m_mutex;  // for the queues and m_lastPhoneEnd
     std::array<HostQueue, kMostHosts> m_queues;

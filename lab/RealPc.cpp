@@ -13,6 +13,8 @@
 #include "lab/Words.h"
 #include "platform/platform.h"
 
+#include <tlhelp32.h>
+
 namespace lab {
 
 namespace {
@@ -25,9 +27,9 @@ DWORD WINAPI RunBody(LPVOID argument) {
 }
 
 constexpr std::int64_t kPollInterval = 5;  // milliseconds between two evaluations of a predicate
+constexpr std::int64_t kThreadEndBound = 5'000;
 
-}  // namespace
-
+/// The routine that a thread of this process was started with; null where the system cannot say.
 const void* RoutineOf(ThreadKey thread) {
     constexpr auto kStartAddress = static_cast<THREADINFOCLASS>(9);
     void* routine = nullptr;
@@ -37,6 +39,37 @@ const void* RoutineOf(ThreadKey thread) {
         CloseHandle(handle);
     }
     return routine;
+}
+
+HMODULE ModuleOf(const void* code) {
+    HMODULE module = nullptr;
+    GetModuleHandleExW(
+        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+        static_cast<LPCWSTR>(code), &module);
+    return module;
+}
+
+/// The threads of this process that run the library.
+unsigned LibraryThreads() {
+    const HMODULE library = GetModuleHandleW(L"tagport.dll");
+    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+    THREADENTRY32 entry = {};
+    entry.dwSize = sizeof(entry);
+    unsigned count = 0;
+    for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry)) {
+        if (entry.th32OwnerProcessID == GetCurrentProcessId()) {
+            const void* routine = RoutineOf(entry.th32ThreadID);
+            count += routine != nullptr && ModuleOf(routine) == library ? 1U : 0U;
+        }
+    }
+    CloseHandle(snapshot);
+    return count;
+}
+
+}  // namespace
+
+void RealPc::WaitForLibraryThreads() {
+    WaitFor([] { return LibraryThreads() <= 1; }, kThreadEndBound, "");
 }
 
 void RealPc::CreateDevices() {
@@ -74,7 +107,7 @@ bool RealPc::WaitFor(const std::function<bool()>& predicate, std::int64_t millis
 
 // Not std::thread: under Wine 8 with MinGW's threads some of those that are let go at once never
 // begin on a busy machine, and the run would wait for its host without end.
-void RealPc::StartThread(unsigned /*host*/, std::function<void()> body) {
+void RealPc::StartThread(std::function<void()> body) {
     auto owned = std::make_unique<Body>(std::move(body));
     const HANDLE thread = CreateThread(nullptr, 0, &RunBody, owned.get(), 0, nullptr);
     if (thread == nullptr) {
@@ -107,15 +140,11 @@ void RealPc::RecordLogLine(int level, const std::wstring& line, void* context) {
 Pc& MakePc(const PcOptions& options, Recorder& recorder) {
     static Pc* const pc = [&]() -> Pc* {
         const auto refuse = [](bool given, const char* option) {
-            if (given) {
-                throw WrongCall(std::string(option) + " needs simulated devices: choose --route " +
+            RefuseIf(given, std::string(option) + " needs simulated devices: choose --route " +
                                 Joined(NamesOf(simulator::kRouteKinds)));
-            }
         };
-        if (options.check) {
-            throw WrongCall(
-                "--check judges times of the scheduled clock, which Windows does not have");
-        }
+        RefuseIf(options.check,
+                 "--check judges times of the scheduled clock, which Windows does not have");
         if (options.route) {
             const auto* const kind = FindKind(simulator::kRouteKinds, *options.route);
             return kind != nullptr && !kind->IsDevice() ? MakeBluetoothPc(options, recorder)

@@ -19,25 +19,18 @@ Pc* MakeRelayedPc(const PcOptions& options, Recorder& recorder);
 /// route "ble" alone. WrongCall for options that do not fit.
 Pc* MakeBluetoothPc(const PcOptions& options, Recorder& recorder);
 
-/// The threads of this process that run the library.
-unsigned LibraryThreads();
-/// The routine that a thread of this process was started with; null where the system cannot say.
-const void* RoutineOf(ThreadKey thread);
-
 class RealPc : public Pc {
   public:
     RealPc(PcParts parts, Recorder& recorder) : Pc(std::move(parts)), m_recorder(recorder) {}
 
-    void ChooseClock() override {}
     void CreateDevices() override;
 
-    std::uint64_t KeyboardAddress() const override { return 0; }
     double Now() const override;
     ThreadKey Thread() const override;
     bool WaitFor(const std::function<bool()>& predicate, std::int64_t milliseconds,
                  const char* what) override;
     void RecheckWaits() override {}
-    void StartThread(unsigned host, std::function<void()> body) override;
+    void StartThread(std::function<void()> body) override;
 
     void Act(const Command& /*command*/) override {}  // PcParts has refused it
     std::string TagMemory() const override { return {}; }
@@ -45,6 +38,8 @@ class RealPc : public Pc {
     void WaitForThreads() override {}
 
   protected:
+    /// The deferred call thread stays blocked after the last manager is released.
+    void WaitForLibraryThreads();
     Recorder& recorder() { return m_recorder; }
     /// `micros` of the system's steady clock, as milliseconds of this pc.
     double TimeOf(std::int64_t micros) const;

@@ -2,6 +2,7 @@
 #include "lab/ReceivedEvents.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "simulator/PcKinds.h"
 
@@ -23,35 +24,27 @@ void ReceivedEvents::Add(int event, int route) {
 
 void ReceivedEvents::BeginVisit() {
     const std::lock_guard<std::mutex> guard(m_mutex);
-    m_visitBegin = m_entries.size();
-}
-
-const ReceivedEvents::Entry* ReceivedEvents::Pending(int event) const {
-    const auto found =
-        std::find_if(m_entries.begin() + static_cast<std::ptrdiff_t>(m_visitBegin), m_entries.end(),
-                     [=](const Entry& one) { return one.event == event && !one.taken; });
-    return found == m_entries.end() ? nullptr : &*found;
+    m_visitBegin = static_cast<std::ptrdiff_t>(m_entries.size());
 }
 
 bool ReceivedEvents::IsPending(int event) const {
     const std::lock_guard<std::mutex> guard(m_mutex);
-    return Pending(event) != nullptr;
+    return std::any_of(m_entries.begin() + m_visitBegin, m_entries.end(),
+                       [=](const Entry& one) { return one.event == event && !one.taken; });
 }
 
 bool ReceivedEvents::HasCome(int event, int route) const {
     const std::lock_guard<std::mutex> guard(m_mutex);
-    return std::any_of(m_entries.begin() + static_cast<std::ptrdiff_t>(m_visitBegin),
-                       m_entries.end(),
+    return std::any_of(m_entries.begin() + m_visitBegin, m_entries.end(),
                        [=](const Entry& one) { return one.event == event && one.route == route; });
 }
 
 bool ReceivedEvents::TakeOldest(int event) {
     const std::lock_guard<std::mutex> guard(m_mutex);
-    const Entry* const found = Pending(event);
-    if (found != nullptr) {
-        m_entries[static_cast<std::size_t>(found - m_entries.data())].taken = true;
-    }
-    return found != nullptr;
+    const auto found =
+        std::find_if(m_entries.begin() + m_visitBegin, m_entries.end(),
+                     [=](const Entry& one) { return one.event == event && !one.taken; });
+    return found != m_entries.end() && !std::exchange(found->taken, true);
 }
 
 bool ReceivedEvents::IsOpen(int route) const {

@@ -39,13 +39,10 @@ class ReceivedEvents {
         bool taken;
     };
 
-    /// The oldest pending event of the visit, under m_mutex; null when there is none.
-    const Entry* Pending(int event) const;
-
     mutable std::mutex m_mutex;
     std::vector<Entry> m_entries;
-    std::size_t m_visitBegin = 0;    // index of the visit's first entry
-    std::map<int, unsigned> m_open;  // visits, by route
+    std::ptrdiff_t m_visitBegin = 0;  // index of the visit's first entry
+    std::map<int, unsigned> m_open;   // visits, by route
 };
 
 }  // namespace lab

@@ -10,11 +10,7 @@ namespace lab {
 namespace {
 
 // A line of the log that only one thread writes, by its beginning.
-struct ThreadLine {
-    const char* beginning;
-    const char* thread;
-};
-constexpr std::array<ThreadLine, 11> kThreadLines{{
+constexpr std::pair<const char*, const char*> kThreadLines[] = {
     {"NFC Wait For Kernel Interrupt...", kInterruptThread},
     {"NFC DeviceIoControl Failed: ", kInterruptThread},
     {"NFC WaitOnInterruptLoop return", kInterruptThread},
@@ -26,7 +22,7 @@ constexpr std::array<ThreadLine, 11> kThreadLines{{
     {"NFC error creating overlapped event for ReadKeyboardDataThread", kKeyboardThread},
     {"[NFC] start size:", kBleThread},
     {"LocalWriteRand ", kNumberThread},
-}};
+};
 
 Json WithTimeAndThread(double milliseconds, const std::string& thread, Json fields) {
     Json object{{"t", milliseconds}, {"thread", thread}};
@@ -66,6 +62,10 @@ void Recorder::Name(Thread& thread, const char* name) {
     if (thread.routine != nullptr) {
         m_routines[thread.routine] = name;
     }
+    PassOn(thread, name);
+}
+
+void Recorder::PassOn(Thread& thread, const std::string& name) {
     for (Json& object : thread.kept) {
         object["thread"] = name;
         m_output(object);
@@ -73,9 +73,10 @@ void Recorder::Name(Thread& thread, const char* name) {
     thread.kept.clear();
 }
 
-void Recorder::NameThread(ThreadKey key, const char* name) {
+void Recorder::NameThread(ThreadKey key, const char* name, bool isOnlyOne) {
     const std::lock_guard<std::mutex> guard(m_mutex);
     if (!m_finished) {
+        m_threads[key].routine = isOnlyOne ? nullptr : m_threads[key].routine;
         Name(m_threads[key], name);
     }
 }
@@ -93,10 +94,9 @@ void Recorder::ThreadStarted(ThreadKey key, const void* routine) {
 void Recorder::AddLogLine(ThreadKey thread, double milliseconds, int level,
                           const std::wstring& line) {
     const std::string text = Narrow(line);
-    for (const ThreadLine& one : kThreadLines) {
-        if (text.rfind(one.beginning, 0) == 0) {
-            NameThread(thread, one.thread);
-            break;
+    for (const auto& [beginning, name] : kThreadLines) {
+        if (text.rfind(beginning, 0) == 0) {
+            NameThread(thread, name);
         }
     }
     Add(thread, milliseconds, {{"kind", "log"}, {"level", level}, {"line", text}});
@@ -105,11 +105,7 @@ void Recorder::AddLogLine(ThreadKey thread, double milliseconds, int level,
 void Recorder::Finish() {
     const std::lock_guard<std::mutex> guard(m_mutex);
     for (auto& [key, thread] : m_threads) {
-        for (Json& object : thread.kept) {
-            object["thread"] = "thread " + std::to_string(key);
-            m_output(object);
-        }
-        thread.kept.clear();
+        PassOn(thread, "thread " + std::to_string(key));
     }
     m_finished = true;
 }

@@ -17,6 +17,11 @@ namespace lab {
 using Json = nlohmann::ordered_json;
 using ThreadKey = std::uint64_t;
 
+/// Of the result of an operation: it is true, or 0.
+inline bool Worked(const Json& result) {
+    return result == true || result == 0;
+}
+
 constexpr char kHostThread[] = "host";
 constexpr char kInterruptThread[] = "interrupt";
 constexpr char kDeferThread[] = "defer";
@@ -39,8 +44,8 @@ class Recorder {
     void AddNamed(const char* name, double milliseconds, Json fields);
 
     /// Names a thread; later names for it are ignored. Threads that start later with the same
-    /// routine get the same name.
-    void NameThread(ThreadKey thread, const char* name);
+    /// routine get the same name, unless it is the only one with that name.
+    void NameThread(ThreadKey thread, const char* name, bool isOnlyOne = false);
     void ThreadStarted(ThreadKey thread, const void* routine);
 
     /// Adds a line of the log.
@@ -58,6 +63,7 @@ class Recorder {
     };
 
     void Name(Thread& thread, const char* name);
+    void PassOn(Thread& thread, const std::string& name);
 
     std::mutex m_mutex;
     Output m_output;

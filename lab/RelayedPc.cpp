@@ -16,39 +16,7 @@
 #include "platform/emulation/Kernel.h"
 #include "testdrivers/DeviceLines.h"
 
-#include <tlhelp32.h>
-
 namespace lab {
-
-namespace {
-
-constexpr std::int64_t kThreadEndBound = 5'000;
-
-HMODULE ModuleOf(const void* code) {
-    HMODULE module = nullptr;
-    GetModuleHandleExW(
-        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-        static_cast<LPCWSTR>(code), &module);
-    return module;
-}
-
-}  // namespace
-
-unsigned LibraryThreads() {
-    const HMODULE library = GetModuleHandleW(L"tagport.dll");
-    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
-    THREADENTRY32 entry = {};
-    entry.dwSize = sizeof(entry);
-    unsigned count = 0;
-    for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry)) {
-        if (entry.th32OwnerProcessID == GetCurrentProcessId()) {
-            const void* routine = RoutineOf(entry.th32ThreadID);
-            count += routine != nullptr && ModuleOf(routine) == library ? 1U : 0U;
-        }
-    }
-    CloseHandle(snapshot);
-    return count;
-}
 
 namespace {
 
@@ -90,13 +58,13 @@ class RelayedPc : public RealPc {
             {Verb::kChipStatus, "chip-status" + in + number},
             {Verb::kUnplug, "unplug"},
             {Verb::kPlug, "plug"},
-            {Verb::kFault, "fault " + command.argument}};
+            {Verb::kFault, "fault " + command.argument},
+            {Verb::kChipBits,
+             "chip-bits " + bits.substr(0, 4) + " " +
+                 (bits.size() == 8 ? bits.substr(4, 2) + " " + bits.substr(6) : "")}};
         const auto line = lines.find(command.verb);
         if (line != lines.end()) {
             m_devices->Ask(line->second);
-        } else if (command.verb == Verb::kChipBits) {
-            m_devices->Ask("chip-bits " + bits.substr(0, 4) + " " + bits.substr(4, 2) + " " +
-                           bits.substr(6));
         }
     }
 
@@ -105,8 +73,7 @@ class RelayedPc : public RealPc {
     }
 
     void WaitForThreads() override {
-        // The deferred call thread stays blocked after the last manager is released.
-        WaitFor([] { return LibraryThreads() <= 1; }, kThreadEndBound, "");
+        WaitForLibraryThreads();
         m_devices->Ask("status");  // what the process reported before has been recorded then
     }
 
@@ -140,14 +107,10 @@ class BluetoothPc : public RealPc {
                                         [this](emulation::Micros time) { return TimeOf(time); });
     }
 
-    std::uint64_t KeyboardAddress() const override { return simulator::kDefaultBleAddress; }
     void Act(const Command& command) override { m_devices->Act(command); }
     std::string TagMemory() const override { return m_devices->TagMemory(); }
 
-    void WaitForThreads() override {
-        // The deferred call thread stays blocked after the last manager is released.
-        WaitFor([] { return LibraryThreads() <= 1; }, kThreadEndBound, "");
-    }
+    void WaitForThreads() override { WaitForLibraryThreads(); }
 
   private:
     PcOptions m_options;

@@ -59,33 +59,30 @@ Report::Report(std::string file) : m_file(std::move(file)) {
     m_path = std::filesystem::absolute(m_file);
 }
 
-void Report::AddObject(std::string_view line) {
+void Report::AddObject(std::string_view object) {
     const std::lock_guard<std::mutex> guard(m_mutex);
-    while (!line.empty() && line.back() == '\n') {
-        line.remove_suffix(1);
-    }
-    m_objects += (m_count == 0 ? "" : ",\n") + ForPage(line);
+    m_objects += (m_count == 0 ? "" : ",\n") + ForPage(object);
     ++m_count;
+}
+
+void Report::EndField(double at) {
+    for (Json& stretch : m_field) {
+        if (stretch["to"].is_null()) {
+            stretch["to"] = at;
+        }
+    }
 }
 
 void Report::AddField(const Command& command, double now) {
     const double at = now + static_cast<double>(command.in.value_or(0));
-    const auto end = [&](double time) {
-        for (Stretch& stretch : m_field) {
-            if (stretch.open) {
-                stretch.open = false;
-                stretch.to = time;
-            }
-        }
-    };
     if (command.verb == Verb::kTap) {
         const auto stay = static_cast<double>(command.number.value_or(kDefaultStay));
-        m_field.push_back({at, at + stay, false, command.route});
-    } else if (command.verb == Verb::kEnter) {
-        end(at);
-        m_field.push_back({at, at, true, ""});
-    } else if (command.verb == Verb::kLeave) {
-        end(at);
+        m_field.push_back({{"from", at}, {"to", at + stay}, {"route", command.route}});
+    } else if (IsOneOf(command.verb, {Verb::kEnter, Verb::kLeave})) {
+        EndField(at);
+        if (command.verb == Verb::kEnter) {
+            m_field.push_back({{"from", at}, {"to", nullptr}, {"route", ""}});
+        }
     }
 }
 
@@ -149,13 +146,8 @@ void Report::Write(Json facts, double now) {
         facts["routes"].push_back(route.title);
     }
     facts["steps"] = std::move(m_steps);
-    Json field = Json::array();
-    for (const Stretch& stretch : m_field) {
-        field.push_back({{"from", stretch.from},
-                         {"to", stretch.open ? now : stretch.to},
-                         {"route", stretch.route}});
-    }
-    facts["field"] = std::move(field);
+    EndField(now);
+    facts["field"] = std::move(m_field);
     facts["tag"] = {{"register", imageformat::kFirstRegister},
                     {"layouts", std::move(m_layouts)},
                     {"states", std::move(m_states)}};

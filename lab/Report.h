@@ -22,8 +22,8 @@ class Report {
     /// Leaves no file.
     explicit Report(std::string file);
 
-    /// One object of the run, as the line of JSON that --json prints.
-    void AddObject(std::string_view line);
+    /// One object of the run, as the JSON that --json prints.
+    void AddObject(std::string_view object);
     /// A command of the script begins or ends.
     void AddStep(const Player::Step& step, double now);
     /// The tag's memory from the image's first byte on. `label` says what has happened before. A
@@ -35,14 +35,8 @@ class Report {
     void Write(Json facts, double now);
 
   private:
-    struct Stretch {
-        double from;
-        double to;
-        bool open;
-        std::string route;
-    };
-
-    void AddField(const Command& command, double now);  // under m_mutex
+    void AddField(const Command& command, double now);  // under m_mutex, as the next one
+    void EndField(double at);
 
     std::string m_file;            // as the caller named it
     std::filesystem::path m_path;  // absolute
@@ -51,7 +45,7 @@ class Report {
     std::size_t m_count = 0;
     Json m_steps = Json::array();
     std::map<unsigned, std::vector<std::size_t>> m_running;  // by host: indexes into m_steps
-    std::vector<Stretch> m_field;
+    Json m_field = Json::array();  // stretches; "to" is null as long as it is open
     Json m_layouts = Json::array();
     Json m_states = Json::array();
     std::string m_lastMemory;

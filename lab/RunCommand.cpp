@@ -26,14 +26,14 @@ namespace {
 
 constexpr char kVisitName[] = "visit";  // the script that runs when none is given
 
-/// One object as one line of JSON, in ASCII.
-std::string JsonLine(Json object) {
+/// One object as JSON on one line, in ASCII.
+std::string JsonOf(Json object) {
     for (auto& field : object) {
         if (field.is_string()) {
             field = ValidUtf8(field.get_ref<const std::string&>());
         }
     }
-    return object.dump(-1, ' ', true) + "\n";
+    return object.dump(-1, ' ', true);
 }
 
 Script ReadScript(const std::string& name) {
@@ -68,10 +68,6 @@ void PrintSum(const Player& player, const Style& style) {
                 "\n");
 }
 
-std::unique_ptr<Report> MakeReport(const std::optional<std::string>& file) {
-    return file ? std::make_unique<Report>(*file) : nullptr;
-}
-
 /// The directory of the configuration. A tag of the PC's own is never filled with an example.
 std::string ConfigurationOf(const RunOptions& options, const PcOptions& merged) {
     const bool simulated = !HasOwnDevices() || merged.route;
@@ -98,22 +94,20 @@ void WriteReport(Report& report, const RunOptions& options, const std::string& s
 }  // namespace
 
 PcOptions MergedOptions(PcOptions options, const Script& script) {
-    for (const auto& [name, value] : script.PcSettings()) {
-        const auto takePlace = [&, &name = name](bool given, std::string& place) {
-            place = given ? place : script.PcPlace() + name + "=";
-        };
-        if (name == "route") {
-            takePlace(options.route.has_value(), options.routePlace);
-            options.route = options.route.value_or(value);
-        } else if (name == "chip") {
-            takePlace(options.chip.has_value(), options.chipPlace);
-            options.chip = options.chip.value_or(value);
-        } else if (name == "late") {
-            options.late = std::stoll(value);
-        } else {
-            options.priorityChanges = static_cast<unsigned>(std::stoul(value));
+    const Fields settings = script.PcSettings();
+    const auto take = [&](const char* name, std::optional<std::string>& option,
+                          std::string& place) {
+        const auto found = settings.find(name);
+        if (!option && found != settings.end()) {
+            option = found->second;
+            place = script.PcPlace() + name + "=";
         }
-    }
+    };
+    take("route", options.route, options.routePlace);
+    take("chip", options.chip, options.chipPlace);
+    options.late = NumberOf(settings, "late", options.late);
+    options.priorityChanges =
+        static_cast<unsigned>(NumberOf(settings, "changes", options.priorityChanges));
     return options;
 }
 
@@ -147,7 +141,6 @@ RunOutcome PlayRun(const RunOptions& options, std::optional<Script> given, RunWa
     if (merged.check) {
         judge = new Judge(script, merged, pc, recorder);
     }
-    pc.ChooseClock();
     const std::string configuration = ConfigurationOf(options, merged);
     if (!options.json && configuration != options.configDirectory) {
         auto file = std::filesystem::path(configuration) / "config" / "NfcUri.ini";
@@ -178,18 +171,16 @@ int Run(const RunOptions& options) {
     static const HumanOutput& human = *new HumanOutput(style, options.log, options.pc.bus);
     static const bool json = options.json;
     static LiveStory* const story = options.explain ? new LiveStory(style) : nullptr;
-    static Report* const report = MakeReport(options.report).release();
-    std::optional<Script> script;
-    if (options.script) {
-        script = ReadScript(*options.script);
-    }
+    static Report* const report = options.report ? new Report(*options.report) : nullptr;
+    const std::optional<Script> script =
+        options.script ? std::optional(ReadScript(*options.script)) : std::nullopt;
     const RunOutcome outcome = PlayRun(
         options, script,
         {[](const Json& object) {
-             const std::string line = json || report != nullptr ? JsonLine(object) : std::string();
-             WriteOutput(json ? line : human.Lines(object));
+             const std::string text = json || report != nullptr ? JsonOf(object) : std::string();
+             WriteOutput(json ? text + "\n" : human.Lines(object));
              if (report != nullptr) {
-                 report->AddObject(line);
+                 report->AddObject(text);
              }
              if (story != nullptr) {
                  WriteOutput(story->Take(object));

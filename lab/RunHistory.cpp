@@ -49,7 +49,7 @@ void RunHistory::Begin(const Command& command, double now) {
     if (!IsAct(command)) {
         return;
     }
-    std::map<std::string, std::string>& content = m_content[command.manager];
+    Fields& content = m_content[command.manager];
     Done& done = m_running[command.host];
     done = {&command, now + static_cast<double>(command.in.value_or(0))};
     done.failedBefore = m_failedWrites;
@@ -236,8 +236,7 @@ bool RunHistory::IsFaultless(double time) const {
 }
 
 bool RunHistory::IsAtRest(double now) const {
-    return Running().empty() &&
-           !Any(m_ended, [&](const Done& done) { return done.end + kRenewalTime > now; });
+    return !Any(All(), [&](const Done* done) { return done->end + kRenewalTime > now; });
 }
 
 std::vector<const Done*> RunHistory::Running() const {
@@ -248,6 +247,14 @@ std::vector<const Done*> RunHistory::Running() const {
         }
     }
     return running;
+}
+
+std::vector<const Done*> RunHistory::All() const {
+    std::vector<const Done*> all = Running();
+    for (const Done& done : m_ended) {
+        all.push_back(&done);
+    }
+    return all;
 }
 
 bool RunHistory::IsPutting() const {

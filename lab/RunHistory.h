@@ -35,7 +35,7 @@ struct Done {
     bool overlapsRelease = false;
     std::size_t failedBefore = 0;  ///< FailedWrites() when it began
     /// What it puts onto the tag, by the names of the script's fields.
-    std::map<std::string, std::string> puts = {};
+    Fields puts = {};
 
     Verb verb() const { return command->verb; }
     unsigned manager() const { return command->manager; }
@@ -78,6 +78,8 @@ class RunHistory {
     const std::deque<Done>& Ended() const { return m_ended; }
     /// What is under way.
     std::vector<const Done*> Running() const;
+    /// What is under way or has ended.
+    std::vector<const Done*> All() const;
     bool HadSeveralManagers() const { return m_managers.size() > 1; }
     /// Renewals that failed, and writes of any kind that left out the HID keyboard, because it was
     /// reported as disconnected.
@@ -96,9 +98,9 @@ class RunHistory {
     bool m_connectOpens;
     std::array<Done, kMostHosts + 1> m_running{};  // by host; without a command: none
     std::deque<Done> m_ended;
-    std::array<std::map<std::string, std::string>, kMostManagers + 1> m_content;  // by manager
-    std::set<unsigned> m_present;                                                 // managers
-    std::set<unsigned> m_managers;  // that have ever been there
+    std::array<Fields, kMostManagers + 1> m_content;  // by manager
+    std::set<unsigned> m_present;                     // managers
+    std::set<unsigned> m_managers;                    // that have ever been there
     std::vector<std::pair<double, std::string>> m_given;
     std::vector<double> m_events;  // times
     std::deque<Command> m_listenersRenewals;

@@ -22,18 +22,17 @@ unsigned RunResults::CurrentHost() {
     return g_currentHost;
 }
 
-void RunResults::RecordOnly(const std::string& operation, Json result, const Json& more) {
-    Json object{{"kind", "result"}, {"operation", operation}, {"result", std::move(result)}};
+void RunResults::RecordOnly(const std::string& operation, const Json& result, const Json& more) {
+    Json object{{"kind", "result"}, {"operation", operation}, {"result", result}};
     object.update(more);
     m_recorder.Add(m_pc.Thread(), m_pc.Now(), std::move(object));
 }
 
-void RunResults::Record(const std::string& operation, bool succeeded, Json result,
-                        const Json& more) {
-    RecordOnly(operation, std::move(result), more);
+void RunResults::Record(const std::string& operation, const Json& result, const Json& more) {
+    RecordOnly(operation, result, more);
     LastResult& last = m_last[g_currentHost];
-    last = {succeeded, !succeeded, operation, last.count + 1};
-    m_failures += succeeded ? 0 : 1;
+    last = {Worked(result), !Worked(result), operation, last.count + 1};
+    m_failures += last.counted ? 1 : 0;
 }
 
 std::string RunResults::CheckLast(bool expectedSuccess) {
@@ -47,14 +46,9 @@ std::string RunResults::CheckLast(bool expectedSuccess) {
                                   : last.operation + (last.succeeded ? " worked" : " failed");
 }
 
-void RunResults::RecordExpectedEvent(int event, bool came) {
-    RecordOnly("expect event " + std::to_string(event), Json(came), Json::object());
-}
-
-void RunResults::RecordFailedExpectation(const std::string& file, std::size_t line,
-                                         const std::string& text, const std::string& problem) {
+void RunResults::FailExpectation(const std::string& problem) {
     ++m_failures;
-    PrintError(file + ":" + std::to_string(line) + ": " + text + ": " + problem);
+    PrintError(problem);
 }
 
 }  // namespace lab

@@ -20,23 +20,19 @@ class RunResults {
     RunResults(Pc& pc, Recorder& recorder) : m_pc(pc), m_recorder(recorder) {}
 
     /// Records a result together with the fields of `more`, and counts it as a failure unless it
-    /// succeeded.
-    void Record(const std::string& operation, bool succeeded, Json result, const Json& more);
+    /// has worked.
+    void Record(const std::string& operation, const Json& result, const Json& more);
 
     /// Compares the last result with what the script expects. A failure that was expected is not
     /// counted. Returns what happened instead; empty when the expectation was met.
     std::string CheckLast(bool expectedSuccess);
 
     /// Records a result that is not counted.
-    void RecordOnly(const std::string& operation, Json result, const Json& more);
+    void RecordOnly(const std::string& operation, const Json& result,
+                    const Json& more = Json::object());
 
-    /// Records whether an expected event came. Does not count: see RecordFailedExpectation.
-    void RecordExpectedEvent(int event, bool came);
-
-    /// Counts a failed expectation and writes one line about it to standard error: file, line, the
-    /// script's text and the problem.
-    void RecordFailedExpectation(const std::string& file, std::size_t line, const std::string& text,
-                                 const std::string& problem);
+    /// Counts a failed expectation and writes one line about it to standard error.
+    void FailExpectation(const std::string& problem);
 
     /// The calling thread is this host's from now on; 0 is the script itself.
     static void UseHost(unsigned host);

@@ -262,9 +262,13 @@ void ParseCommand(Line& line, Command& command) {
 
 }  // namespace
 
-std::map<std::string, std::string> Script::PcSettings() const {
-    const bool given = !commands.empty() && commands[0].verb == Verb::kPc;
-    return given ? commands[0].fields : std::map<std::string, std::string>{};
+std::int64_t NumberOf(const Fields& fields, const std::string& name, std::int64_t otherwise) {
+    const auto found = fields.find(name);
+    return found == fields.end() ? otherwise : std::stoll(found->second);
+}
+
+Fields Script::PcSettings() const {
+    return !commands.empty() && commands[0].verb == Verb::kPc ? commands[0].fields : Fields{};
 }
 
 std::string Script::PcPlace() const {

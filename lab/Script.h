@@ -46,6 +46,12 @@ enum class Verb {
     kRepeat,
 };
 
+/// What is given as NAME=VALUE or NAME. Of a message: url as text, the others as bytes.
+using Fields = std::map<std::string, std::string>;
+
+/// The value of a field that is a number.
+std::int64_t NumberOf(const Fields& fields, const std::string& name, std::int64_t otherwise = 0);
+
 bool IsOneOf(Verb verb, std::initializer_list<Verb> verbs);
 constexpr bool IsDeviceVerb(Verb verb) {
     return verb <= Verb::kFault;
@@ -66,8 +72,7 @@ struct Command {
     std::string argument;  ///< kFault: the plan; kRenew: 32 bytes, empty for random; kSend: bytes;
                            ///< kChipBits: register (2 bytes), mask and value
     std::string route;     ///< kTap, kSend: the name of a route, or empty
-    /// What is given as NAME=VALUE or NAME. Of a message: url as text, the others as bytes.
-    std::map<std::string, std::string> fields;
+    Fields fields;
     std::vector<Command> body;  ///< kRepeat
 };
 
@@ -80,7 +85,7 @@ struct Script {
     std::vector<Command> commands;
 
     /// The fields of "pc", which can only be the first command; empty without it.
-    std::map<std::string, std::string> PcSettings() const;
+    Fields PcSettings() const;
     /// "FILE:LINE: pc ", for messages about one of these fields.
     std::string PcPlace() const;
     /// "FILE:LINE: TEXT: ", for messages about a command.

@@ -17,10 +17,10 @@ constexpr char kPrefix[] = "https://";
 constexpr double kSurelyLater = 50;  // than the begin of a write on another thread
 
 // The names of the image's fields by those of the script.
-const std::map<std::string, std::string> kImageFields{{"url", "URI text"},
-                                                      {"mac", "MAC address"},
-                                                      {"number", "random number"},
-                                                      {"model", "PC model"}};
+const Fields kImageFields{{"url", "URI text"},
+                          {"mac", "MAC address"},
+                          {"number", "random number"},
+                          {"model", "PC model"}};
 
 std::string Shown(const std::string& field, const std::string& value) {
     return field == "url" ? "\"" + value + "\"" : ToHex(value);

@@ -1,7 +1,6 @@
 // What must be on the tag, in a phone's reading and in the numbers that the listener is given.
 #pragma once
 
-#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -28,9 +27,9 @@ class TagRules {
 
   private:
     struct Known {
-        std::set<std::string> numbers;              // one of them
-        std::map<std::string, std::string> fields;  // that are known beside the number
-        const Done* last = nullptr;                 // that has put an image
+        std::set<std::string> numbers;  // one of them
+        Fields fields;                  // that are known beside the number
+        const Done* last = nullptr;     // that has put an image
     };
     std::optional<Known> KnownTag(double now) const;
     void FindFields(Known& known) const;

@@ -50,7 +50,7 @@ void VisitRules::EndListener(const Command& command, double now) {
     }
     m_listening = command.on;
     m_reads = command.fields.count("reads") > 0;
-    m_pause = command.fields.count("pause") > 0 ? std::stoll(command.fields.at("pause")) : 0;
+    m_pause = NumberOf(command.fields, "pause");
 }
 
 bool VisitRules::ListenerWaits() const {
@@ -123,30 +123,29 @@ void VisitRules::JudgeRest(double now) const {
 }
 
 void VisitRules::JudgePhones(double now) {
-    Phones kept;
-    for (std::size_t i = 0; i < m_phones.size(); ++i) {
-        const simulator::RouteKind* const route = m_phones[i].route;
-        if (route == nullptr) {
-            continue;  // it has been taken into a group
-        }
-        Phones group;
-        for (std::size_t next = i; next < m_phones.size(); ++next) {
-            if (m_phones[next].route == route &&
-                (group.empty() || m_phones[next].begin - group.back().gone < kBeforeVisit)) {
-                group.push_back(m_phones[next]);
-                m_phones[next].route = nullptr;
+    for (const Phone& first : m_phones) {
+        std::vector<Phone*> group;
+        for (Phone& next : m_phones) {
+            if (next.route == first.route &&
+                (group.empty() ? &next == &first
+                               : next.begin - group.back()->gone < kBeforeVisit)) {
+                group.push_back(&next);
             }
         }
-        if (group.back().gone + kBeforeVisit < now) {
-            m_lastGone = std::max(m_lastGone, group.back().gone);
-            JudgeGroup(group);
-        } else {
-            kept.insert(kept.end(), group.begin(), group.end());
+        if (first.route == nullptr || group.back()->gone + kBeforeVisit >= now) {
+            continue;
         }
+        Phones phones;
+        for (Phone* const one : group) {
+            phones.push_back(*one);
+            one->route = nullptr;
+        }
+        m_lastGone = std::max(m_lastGone, phones.back().gone);
+        JudgeGroup(phones);
     }
-    m_phones = kept;
-    std::sort(m_phones.begin(), m_phones.end(),
-              [](const Phone& one, const Phone& two) { return one.begin < two.begin; });
+    m_phones.erase(std::remove_if(m_phones.begin(), m_phones.end(),
+                                  [](const Phone& one) { return one.route == nullptr; }),
+                   m_phones.end());
 }
 
 VisitRules::Surroundings VisitRules::Surrounding(const Phones& phones) const {
@@ -162,10 +161,7 @@ VisitRules::Surroundings VisitRules::Surrounding(const Phones& phones) const {
         (m_firstPhone < begin || (!m_events.empty() && m_events.front().time < begin))) {
         return around;
     }
-    std::vector<const Done*> beside = m_history.Running();
-    for (const Done& done : m_history.Ended()) {
-        beside.push_back(&done);
-    }
+    std::vector<const Done*> beside = m_history.All();
     bool isCalm = !Any(phones, [](const Phone& phone) { return !phone.isQuick; });
     double busy = from;
     std::sort(beside.begin(), beside.end(),

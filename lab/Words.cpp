@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <numeric>
 
 #include "lab/Hex.h"
 #include "platform/Utf8.h"
@@ -16,23 +15,21 @@ constexpr std::size_t kLongestWord = 64;  // that is compared; longer ones are n
 
 /// Letters to insert, delete, replace or swap with the next one.
 std::size_t Distance(const std::string& a, const std::string& b) {
-    std::vector<std::size_t> beforeLast(b.size() + 1);
-    std::vector<std::size_t> last(b.size() + 1);
-    std::vector<std::size_t> row(b.size() + 1);
-    std::iota(last.begin(), last.end(), std::size_t{0});
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        row[0] = i;
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            row[j] = std::min(
-                {last[j] + 1, row[j - 1] + 1, last[j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1)});
+    std::vector<std::vector<std::size_t>> row(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+    for (std::size_t i = 0; i <= a.size(); ++i) {
+        for (std::size_t j = 0; j <= b.size(); ++j) {
+            std::size_t& least = row[i][j];
+            least = std::max(i, j);
+            if (i > 0 && j > 0) {
+                const std::size_t other = a[i - 1] == b[j - 1] ? 0 : 1;
+                least = std::min({row[i - 1][j] + 1, row[i][j - 1] + 1, row[i - 1][j - 1] + other});
+            }
             if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
-                row[j] = std::min(row[j], beforeLast[j - 2] + 1);
+                least = std::min(least, row[i - 2][j - 2] + 1);
             }
         }
-        beforeLast.swap(last);
-        last.swap(row);
     }
-    return last[b.size()];
+    return row[a.size()][b.size()];
 }
 
 bool IsControl(std::uint32_t code) {

@@ -27,32 +27,45 @@ std::optional<ClientFault> ParseClientFault(const std::string& entry) {
     return std::nullopt;
 }
 
+std::string NamesOf(const std::vector<PcRoute>& routes) {
+    std::string names;
+    for (const PcRoute route : routes) {
+        names += (names.empty() ? "" : ", ") + std::string(KindOf(route).name);
+    }
+    return names;
+}
+
 }  // namespace
 
 std::optional<PcFaults> PcFaults::Parse(const std::string& text, const std::vector<PcRoute>& routes,
                                         std::string& error) {
     const bool ble = std::find(routes.begin(), routes.end(), PcRoute::kBle) != routes.end();
-    if (!ble) {
-        const auto plan = FaultPlan::Parse(text, error);
-        return plan ? std::make_optional(PcFaults{*plan, {}}) : std::nullopt;
-    }
-    const bool drivers = routes.size() > 1;
+    const bool both = ble && routes.size() > 1;
+    const auto refused = [&](const std::string& problem) {
+        error = problem;
+        return std::nullopt;
+    };
     PcFaults faults;
     std::string ofDrivers;
     unsigned number = 0;
     for (const std::string& entry : FaultEntries(text)) {
         ++number;
-        if (drivers && entry.find('=') != std::string::npos) {
-            ofDrivers += (ofDrivers.empty() ? "" : ",") + entry;
-        } else if (const auto fault = ParseClientFault(entry)) {
+        const std::optional<ClientFault> fault = ParseClientFault(entry);
+        if (entry.empty()) {
+            return refused("entry " + std::to_string(number) + " is empty");
+        }
+        if (fault && !ble) {
+            return refused("\"" + entry + "\": a call of the Bluetooth client, and the PC has no " +
+                           "ble route, only " + NamesOf(routes));
+        }
+        if (fault) {
             faults.client.push_back(*fault);
-        } else if (entry.empty()) {
-            error = "entry " + std::to_string(number) + " is empty";
-            return std::nullopt;
+        } else if (!ble || (both && entry.find('=') != std::string::npos)) {
+            ofDrivers += (ofDrivers.empty() ? "" : ",") + entry;
         } else {
-            error = "\"" + entry + "\": the form " + (drivers ? "without an action" : "on ble") +
-                    " is " + kCallForm + std::to_string(std::numeric_limits<unsigned>::max());
-            return std::nullopt;
+            return refused("\"" + entry + "\": the form " +
+                           (both ? "without an action" : "on ble") + " is " + kCallForm +
+                           std::to_string(std::numeric_limits<unsigned>::max()));
         }
     }
     const auto plan = FaultPlan::Parse(ofDrivers, error);

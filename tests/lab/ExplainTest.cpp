@@ -1,11 +1,9 @@
 // Tests `explain` against runs of the simulator: what it says of a log must be what the run's JSON
 // says happened.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <fstream>
 #include <map>
 #include <set>
@@ -16,6 +14,7 @@
 #include "lab/Recorder.h"
 #include "lab/explain/Clock.h"
 #include "lab/explain/StoryText.h"
+#include "tests/lab/Shell.h"
 
 namespace {
 
@@ -26,13 +25,9 @@ const std::string kBadDay = "--script lab/scripts/bad-day.lab ";
 const std::string kDesk = "--script lab/scripts/day-at-a-desk.lab ";
 
 std::string Shell(const std::string& command, int status = 0) {
-    std::string text;
-    std::FILE* pipe = popen(("exec 2>&1; cd " LAB_SCRATCH "; " + command).c_str(), "r");
-    for (int byte = 0; (byte = std::fgetc(pipe)) != EOF;) {
-        text += static_cast<char>(byte);
-    }
-    EXPECT_EQ(WEXITSTATUS(pclose(pipe)), status) << command << "\n" << text;
-    return text;
+    const Outcome outcome = RunShell("exec 2>&1; " + command);
+    EXPECT_EQ(outcome.status, status) << command << "\n" << outcome.text;
+    return outcome.text;
 }
 
 std::vector<Json> Objects(const std::string& lines) {

@@ -1,10 +1,8 @@
 // Tests tagport-lab from the outside: its output and its exit status. The parser of scripts and the
 // annotator of images are called directly.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <map>
 #include <set>
 #include <sstream>
@@ -17,28 +15,13 @@
 #include "lab/Recorder.h"
 #include "lab/Script.h"
 #include "lab/help/ScriptHelp.h"
+#include "tests/lab/Shell.h"
 
 namespace {
 
-struct Outcome {
-    int status = -1;
-    std::string text;  // of both streams
-};
-
-// Runs a command of the shell in a directory of the test's own, with links to config/ and lab/.
-Outcome Shell(const std::string& command) {
-    Outcome outcome;
-    std::FILE* pipe = popen(("exec 3>&1; cd " LAB_SCRATCH "; " + command).c_str(), "r");
-    for (int byte = 0; (byte = std::fgetc(pipe)) != EOF;) {
-        outcome.text += static_cast<char>(byte);
-    }
-    outcome.status = WEXITSTATUS(pclose(pipe));
-    return outcome;
-}
-
 // `input` is a format of printf; `arguments` may redirect standard output.
 Outcome Lab(const std::string& arguments, const std::string& input = {}) {
-    return Shell("printf '" + input + "' | timeout 60 " LAB_PROGRAM " 2>&3 " + arguments);
+    return RunShell("printf '" + input + "' | timeout 60 " LAB_PROGRAM " 2>&3 " + arguments);
 }
 
 struct Call {
@@ -203,7 +186,7 @@ TEST(Run, ATapWaitsForTheEndOfItsOwnVisit) {
 
 TEST(Lab, ExitStatusAndOutputSayWhatHappened) {
     EXPECT_EQ(lab::Narrow(L"caf\u00E9\n"), "caf\\u00E9\n");
-    Shell(
+    RunShell(
         "mkdir -p twice/config; printf '[PC_URI]\norvane_uri=https://a\nvelmo_uri=b\n' "
         "> twice/config/NfcUri.ini");
     const Call calls[] = {
@@ -234,9 +217,9 @@ TEST(Lab, ExitStatusAndOutputSayWhatHappened) {
 }
 
 TEST(Lab, AFailureIsOneLineOnStandardError) {
-    Shell("mkdir -p pipe/config long/config; mkfifo pipe/config/NfcUri.ini 2>&-");
-    Shell("truncate -s 1048577 long/config/NfcUri.ini");
-    Shell("mkdir -p swapped/config; printf '\\376\\377\\0[' > swapped/config/NfcUri.ini");
+    RunShell("mkdir -p pipe/config long/config; mkfifo pipe/config/NfcUri.ini 2>&-");
+    RunShell("truncate -s 1048577 long/config/NfcUri.ini");
+    RunShell("mkdir -p swapped/config; printf '\\376\\377\\0[' > swapped/config/NfcUri.ini");
     const std::string kQuiet = std::string(kScript) + " > /dev/null";
     const std::string kLost = "standard output: cannot be written: ";
     const auto control = [](unsigned char byte) { return byte < 0x20; };
@@ -280,6 +263,10 @@ TEST(Lab, AFailureIsOneLineOnStandardError) {
         {"run --fault write#3-2=never", "", 2, ": in \"3-2\" the second number is below the first"},
         {"run --fault write#1=never,", "", 2, "--fault: entry 2 is empty"},
         {"run --route ble --fault read#1", "", 2, "--fault: \"read#1\": the form on ble is CALL#N"},
+        {"run --fault write#1=never,connect#1", "", 2,
+         "--fault: \"connect#1\": a call of the Bluetooth client, and the PC has no ble route, "
+         "only "
+         "i2c"},
         {"run --fault ' '", "", 2, "--fault \" \": a plan is needed, or none"},
         {"run --script lab", "", 2, "--script lab: is a directory"},
         {"run --script /dev/zero", "", 2, "--script /dev/zero: is not a regular file"},
@@ -324,25 +311,26 @@ TEST(Lab, AFailureIsOneLineOnStandardError) {
 }
 
 TEST(Lab, AFailedWriteLeavesTheOldFileAndNoOther) {
-    Shell("rm -rf out; mkdir out; echo old > out/tag");
-    const Outcome run = Shell("(trap '' XFSZ; ulimit -f 0; env --default-signal=XFSZ " LAB_PROGRAM
-                              " image build --url u -o out/tag 2>&3); ls out; cat out/tag");
+    RunShell("rm -rf out; mkdir out; echo old > out/tag");
+    const Outcome run =
+        RunShell("(trap '' XFSZ; ulimit -f 0; env --default-signal=XFSZ " LAB_PROGRAM
+                 " image build --url u -o out/tag 2>&3); ls out; cat out/tag");
     EXPECT_EQ(run.text, "tagport-lab: -o out/tag: cannot be written: File too large\ntag\nold\n");
 }
 
 TEST(Lab, ARunWithoutAConfigurationTakesTheInstalledOne) {
     const std::string elsewhere = "mkdir -p else; cd else; " LAB_PROGRAM " ";
-    const Outcome run = Shell(elsewhere + "run --seed 1 2>&3");
+    const Outcome run = RunShell(elsewhere + "run --seed 1 2>&3");
     EXPECT_EQ(run.status, 0) << run.text;
     EXPECT_EQ(run.text.rfind("The URIs are those of ", 0), 0U) << run.text;
-    EXPECT_EQ(Shell(elsewhere + "image build --pc-type 5 2>&3").text,
+    EXPECT_EQ(RunShell(elsewhere + "image build --pc-type 5 2>&3").text,
               "tagport-lab: ./config/NfcUri.ini: is not there; --config DIR names the directory "
               "that holds config/NfcUri.ini (see tagport-lab image build --help)\n");
 }
 
 // One table is the source of the parser and of --help; the manual has the same rows.
 TEST(Lab, TheManualHasEveryRowOfTheHelp) {
-    const std::string manual = Shell("cat " LAB_MANUAL).text;
+    const std::string manual = RunShell("cat " LAB_MANUAL).text;
     const std::string help = Lab("run --help").text;
     for (const lab::HelpSection& section : lab::Grammar("run")) {
         EXPECT_FALSE(section.entries.empty());
@@ -360,11 +348,11 @@ TEST(Lab, TheManualHasEveryRowOfTheHelp) {
 // As bash splits the words of a line; a value after "=" is a word of its own.
 TEST(Lab, BashCompletesEveryOptionOfTheHelpAndItsValues) {
     const auto completed = [](const std::string& words) {
-        return Shell("mkdir -p run; bash -c 'source <(" LAB_PROGRAM
-                     " completion bash); compopt() { :; }; COMP_WORDS=(" LAB_PROGRAM " " +
-                     words +
-                     "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _tagport_lab; "
-                     "echo \" ${COMPREPLY[*]} \"'")
+        return RunShell("mkdir -p run; bash -c 'source <(" LAB_PROGRAM
+                        " completion bash); compopt() { :; }; COMP_WORDS=(" LAB_PROGRAM " " +
+                        words +
+                        "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _tagport_lab; "
+                        "echo \" ${COMPREPLY[*]} \"'")
             .text;
     };
     for (const std::string command : {"run", "explain", "image build", "image show"}) {
@@ -385,12 +373,12 @@ TEST(Lab, BashCompletesEveryOptionOfTheHelpAndItsValues) {
 }
 
 TEST(Lab, ColoursNeedATerminalThatShowsThem) {
-    if (Shell("script -qec true /dev/null").status != 0) {
+    if (RunShell("script -qec true /dev/null").status != 0) {
         GTEST_SKIP() << "there is no pseudo-terminal, or no program \"script\" that makes one";
     }
     for (const std::string environment : {"TERM=xterm", "TERM=dumb", "TERM=xterm NO_COLOR=1"}) {
-        const Outcome run = Shell("unset NO_COLOR; " + environment +
-                                  " script -qec '" LAB_PROGRAM " run --seed 1' /dev/null");
+        const Outcome run = RunShell("unset NO_COLOR; " + environment +
+                                     " script -qec '" LAB_PROGRAM " run --seed 1' /dev/null");
         EXPECT_EQ(run.text.find('\033') != std::string::npos, environment == "TERM=xterm");
     }
 }
