@@ -91,22 +91,6 @@ TEST(RandomNumber, OfTheHostsMessageReplacesOneThatWaitsForItsThread) {
     }
 }
 
-TEST(RandomNumber, OfAManagerThatHasGoneLeavesItsSuccessorsTagAlone) {
-    TagWithNumber setup;
-    Hold();
-    EXPECT_EQ(setup.Give(0x21), 0);
-    EXPECT_EQ(setup.Give(0x22), 0);
-    setup.manager.reset();
-    ASSERT_TRUE(setup.Create() && setup.manager->DeviceInit());
-    EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x55, 'w')), 0);
-    const std::string written = setup.ImageOnChip(143);
-    setup.OnChipInTheEnd();
-    EXPECT_EQ(setup.ImageOnChip(143), written);
-    EXPECT_EQ(
-        setup.log.Count("LocalWriteRand leaves the tag alone: another manager has written since"),
-        2U);
-}
-
 TEST(RandomNumber, GivenWhileAnUpdateFillsTheImageIsNotLost) {
     TagWithNumber setup;
     bool given = false;

@@ -262,19 +262,4 @@ TEST(Ble, ALateNumberAnswersTheNextRequest) {
     EXPECT_EQ(number[0], 0x91);
 }
 
-// Reports come faster than the listener returns, the first one inside a call of the client.
-TEST(Ble, AKeyboardThatReportsWithoutEndKeepsNoOperation) {
-    StartedPc setup({PcRoute::kBle});
-    LinkDockService::SetDeliveryHabits({0, 20});  // inside a write
-    ReactToEvents([](const ReceivedEvent& /*event*/) { Sleep(40); });
-    for (int i = 0; i < 600; ++i) {
-        setup.pc.bluetooth()->SendField(i % 2 == 0, (1 + i * 30) * kMillisecond);
-    }
-    std::uint8_t number[32];
-    const emulation::Micros begin = emulation::Now();
-    EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
-    EXPECT_LT(emulation::Now() - begin, 5 * kSecond);
-    EXPECT_TRUE(setup.manager->BtDisconnect(kKeyboard));
-}
-
 }  // namespace

@@ -20,18 +20,55 @@ class BLEClient {
     };
 
     __declspec(dllexport) static BLEClient* GetInstance();
-    __declspec(dllexport) int BleClientConnect(std::uint64_t address);
-    __declspec(dllexport) int BleClientDisConnect(std::uint64_t address);
-    __declspec(dllexport) int BleClientSubscribeNotify(std::uint64_t address,
+    __declspec(dllexport) int BleClientConnect(std::uint64_t address) {
+        std::printf("connect %llx\n", static_cast<unsigned long long>(address));
+        return 0;
+    }
+    __declspec(dllexport) int BleClientDisConnect(std::uint64_t address) {
+        std::printf("disconnect %llx\n", static_cast<unsigned long long>(address));
+        return 0;
+    }
+    __declspec(dllexport) int BleClientSubscribeNotify(std::uint64_t /*address*/,
                                                        const std::string& service,
-                                                       const std::string& characteristic,
-                                                       INotification* sink);
-    __declspec(dllexport) int BleClientUnsubscribeNotify(std::uint64_t address,
-                                                         const std::string& service,
-                                                         const std::string& characteristic);
-    __declspec(dllexport) int BleClientWrite(std::uint64_t address, const std::string& service,
-                                             const std::string& characteristic,
-                                             const std::vector<std::uint8_t>& value);
+                                                       const std::string& /*characteristic*/,
+                                                       INotification* sink) {
+        std::printf("subscribe %s\n", service.c_str());
+        m_sink = sink;
+        sink->StateChanged(1);
+        const std::vector<std::uint8_t> phone = {0x2E, 0x02, 0x6E, 0xE6};
+        sink->ValueChanged(phone);
+        for (int thread = 0; thread < 2; ++thread) {
+            m_threads.emplace_back([sink, phone] {
+                for (int count = 0; count < kPhonesOfEachThread; ++count) {
+                    sink->ValueChanged(phone);
+                }
+            });
+        }
+        return 0;
+    }
+    __declspec(dllexport) int BleClientUnsubscribeNotify(std::uint64_t /*address*/,
+                                                         const std::string& /*service*/,
+                                                         const std::string& characteristic) {
+        for (std::thread& thread : m_threads) {
+            thread.join();
+        }
+        m_threads.clear();
+        std::printf("unsubscribe %s\n", characteristic.c_str());
+        return 0;
+    }
+    __declspec(dllexport) int BleClientWrite(std::uint64_t /*address*/,
+                                             const std::string& /*service*/,
+                                             const std::string& /*characteristic*/,
+                                             const std::vector<std::uint8_t>& value) {
+        std::printf("write %u bytes\n", static_cast<unsigned>(value.size()));
+        if (value[1] == 1) {
+            std::vector<std::uint8_t> answer(34, 7);
+            answer[0] = 0x2E;
+            answer[1] = 3;
+            m_sink->ValueChanged(answer);
+        }
+        return 0;
+    }
 
   private:
     static constexpr int kPhonesOfEachThread = 3;
@@ -39,60 +76,10 @@ class BLEClient {
     std::vector<std::thread> m_threads;
 };
 
+// Not in the class: what it has inside would be exported too.
 BLEClient* BLEClient::GetInstance() {
     static BLEClient client;
     return &client;
-}
-
-int BLEClient::BleClientConnect(std::uint64_t address) {
-    std::printf("connect %llx\n", static_cast<unsigned long long>(address));
-    return 0;
-}
-
-int BLEClient::BleClientDisConnect(std::uint64_t address) {
-    std::printf("disconnect %llx\n", static_cast<unsigned long long>(address));
-    return 0;
-}
-
-int BLEClient::BleClientSubscribeNotify(std::uint64_t /*address*/, const std::string& service,
-                                        const std::string& /*characteristic*/,
-                                        INotification* sink) {
-    std::printf("subscribe %s\n", service.c_str());
-    m_sink = sink;
-    sink->StateChanged(1);
-    const std::vector<std::uint8_t> phone = {0x2E, 0x02, 0x6E, 0xE6};
-    sink->ValueChanged(phone);
-    for (int thread = 0; thread < 2; ++thread) {
-        m_threads.emplace_back([sink, phone] {
-            for (int count = 0; count < kPhonesOfEachThread; ++count) {
-                sink->ValueChanged(phone);
-            }
-        });
-    }
-    return 0;
-}
-
-int BLEClient::BleClientUnsubscribeNotify(std::uint64_t /*address*/, const std::string& /*service*/,
-                                          const std::string& characteristic) {
-    for (std::thread& thread : m_threads) {
-        thread.join();
-    }
-    m_threads.clear();
-    std::printf("unsubscribe %s\n", characteristic.c_str());
-    return 0;
-}
-
-int BLEClient::BleClientWrite(std::uint64_t /*address*/, const std::string& /*service*/,
-                              const std::string& /*characteristic*/,
-                              const std::vector<std::uint8_t>& value) {
-    std::printf("write %u bytes\n", static_cast<unsigned>(value.size()));
-    if (value[1] == 1) {
-        std::vector<std::uint8_t> answer(34, 7);
-        answer[0] = 0x2E;
-        answer[1] = 3;
-        m_sink->ValueChanged(answer);
-    }
-    return 0;
 }
 
 }  // namespace LinkDockService
