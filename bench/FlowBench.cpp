@@ -6,8 +6,6 @@
 //
 //   write-quiet  the same without a sink
 //
-//   pauses       real time of WriteMessage, divided by the sum of its pauses
-//
 //   renew        real time until WriteRandNum returns
 //
 //   report       real time from the completion of the keyboard's read to the listener
@@ -20,9 +18,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <functional>
-#include <numeric>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/emulation/Kernel.h"
@@ -32,7 +28,7 @@
 namespace {
 
 using simulator::PcRoute;
-using Samples = std::vector<double>;  // microseconds, or a ratio
+using Samples = std::vector<double>;  // microseconds
 
 // The simulated bus takes almost no time, so that the library is measured and not the bus.
 constexpr emulation::Micros kBusLatency = 1;
@@ -98,17 +94,13 @@ struct Host {
     std::shared_ptr<NfcManager> manager;
 };
 
-void Report(const char* name, const char* unit, Samples samples, double aim) {
+void Report(const char* name, Samples samples, double aim) {
     std::sort(samples.begin(), samples.end());
     const auto at = [&samples](double part) {
         return samples[static_cast<std::size_t>(part * static_cast<double>(samples.size() - 1))];
     };
-    std::printf("%-12s median %10.3f %-5s 10%% %10.3f  90%% %10.3f  of %zu", name, at(0.5), unit,
-                at(0.1), at(0.9), samples.size());
-    if (aim > 0) {
-        std::printf(", aim < %g: %s", aim, at(0.5) < aim ? "met" : "MISSED");
-    }
-    std::printf("\n");
+    std::printf("%-12s median %10.3f us, 10%% %10.3f, 90%% %10.3f, of %zu, aim < %g us: %s\n", name,
+                at(0.5), at(0.1), at(0.9), samples.size(), aim, at(0.5) < aim ? "met" : "MISSED");
 }
 
 Samples Repeat(unsigned count, const std::function<double(unsigned)>& sample) {
@@ -133,59 +125,31 @@ void WriteOnScheduledClock(const char* name, bool sink) {
     });
     TraceLogger::SetSink(nullptr, nullptr);
     Require(sink == (characters > 0), "counting the log");
-    Report(name, "us", samples, 300);
+    Report(name, samples, 300);
 }
 
-// Also reports the same pauses without the library, for comparison: no system keeps them to the
-// microsecond.
-void WriteOverPauses() {
-    Host host(PcRoute::kI2c);
-    const emulation::ThreadId self = emulation::CurrentThread();
-    std::vector<DWORD> pauses;  // of one write, in milliseconds; only this thread's
-    emulation::SetTracer([&](const emulation::TraceEvent& event) {
-        if (event.kind == emulation::TraceEvent::Kind::kSleep && event.thread == self) {
-            pauses.push_back(event.milliseconds);
-        }
-    });
-    Samples bare;
-    const Samples samples = Repeat(30, [&](unsigned i) {
-        pauses.clear();
-        const double before = WallNow();
-        host.Write(i);
-        const double after = WallNow();
-        for (const DWORD pause : pauses) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(pause));
-        }
-        const double asked = 1000.0 * std::accumulate(pauses.begin(), pauses.end(), 0.0);
-        Require(asked > 0, "a write that pauses");
-        bare.push_back((WallNow() - after) / asked);
-        return (after - before) / asked;
-    });
-    emulation::SetTracer({});
-    Report("pauses", "", samples, 1.02);
-    Report("bare pauses", "", bare, 0);
+// As long as the condition holds.
+template <typename Condition>
+void WaitWhile(Condition holds, const char* what) {
+    while (holds()) {
+        emulation::WaitFor([] { return false; }, emulation::kMillisecond, what);
+    }
 }
 
 void Renew() {
     Host host(PcRoute::kI2c);
     const std::size_t threads = emulation::Live().threads;
-    Report("renew", "us",
-           Repeat(30,
-                  [&](unsigned i) {
-                      std::uint8_t number[32];
-                      std::fill(std::begin(number), std::end(number),
-                                static_cast<std::uint8_t>(100 + i));
-                      const double before = WallNow();
-                      Require(host.manager->WriteRandNum(number) == 0, "a renewal");
-                      const double took = WallNow() - before;
-                      // One at a time: the thread that writes the number ends first.
-                      while (emulation::Live().threads > threads) {
-                          emulation::WaitFor([] { return false; }, emulation::kMillisecond,
-                                             "the number");
-                      }
-                      return took;
-                  }),
-           100);
+    const Samples samples = Repeat(30, [&](unsigned i) {
+        std::uint8_t number[32];
+        std::fill(std::begin(number), std::end(number), static_cast<std::uint8_t>(100 + i));
+        const double before = WallNow();
+        Require(host.manager->WriteRandNum(number) == 0, "a renewal");
+        const double took = WallNow() - before;
+        // One at a time: the thread that writes the number ends first.
+        WaitWhile([threads] { return emulation::Live().threads > threads; }, "the number");
+        return took;
+    });
+    Report("renew", samples, 100);
 }
 
 void FieldReport() {
@@ -197,22 +161,17 @@ void FieldReport() {
             completedAt = WallNow();
         }
     });
-    Report("report", "us",
-           Repeat(500,
-                  [&](unsigned i) {
-                      g_deliveredAt = 0;
-                      {
-                          const emulation::DeviceLock lock;
-                          host.pc.keyboard()->SendField(i % 2 != 0);
-                      }
-                      while (g_deliveredAt == 0) {
-                          emulation::WaitFor([] { return false; }, emulation::kMillisecond,
-                                             "the report");
-                      }
-                      return g_deliveredAt - completedAt;
-                  }),
-           200);
+    const Samples samples = Repeat(500, [&](unsigned i) {
+        g_deliveredAt = 0;
+        {
+            const emulation::DeviceLock lock;
+            host.pc.keyboard()->SendField(i % 2 != 0);
+        }
+        WaitWhile([] { return g_deliveredAt == 0; }, "the report");
+        return g_deliveredAt - completedAt;
+    });
     emulation::SetTracer({});
+    Report("report", samples, 200);
 }
 
 }  // namespace
@@ -221,14 +180,12 @@ int main(int argc, char** argv) {
     const std::string name = argc == 2 ? argv[1] : "";
     if (name == "write" || name == "write-quiet") {
         WriteOnScheduledClock(name.c_str(), name == "write");
-    } else if (name == "pauses") {
-        WriteOverPauses();
     } else if (name == "renew") {
         Renew();
     } else if (name == "report") {
         FieldReport();
     } else {
-        std::fprintf(stderr, "usage: flow_bench write|write-quiet|pauses|renew|report\n");
+        std::fprintf(stderr, "usage: flow_bench write|write-quiet|renew|report\n");
         return 2;
     }
 }
