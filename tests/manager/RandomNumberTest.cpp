@@ -49,18 +49,6 @@ TEST(RandomNumber, ReachesTheTagWithoutKeepingTheHost) {
     EXPECT_EQ(setup.log.Count("LocalWriteRand ReadRandNum Successful"), 16U);
 }
 
-TEST(RandomNumber, StaysAsItWasWithoutAThreadToWriteIt) {
-    TagWithNumber setup;
-    {
-        const RefusedCalls refused(emulation::Call::kCreateThread);
-        EXPECT_EQ(setup.Give(0x41), -1);
-    }
-    EXPECT_EQ(setup.log.TakeUnannounced(), Texts{"WriteRandNum CreateThread failed - 8"});
-    EXPECT_EQ(NumberIn(*NfcManagerTestAccess::Message(*setup.manager)), NumberOf(0x11));
-    EXPECT_EQ(setup.Give(0x41), 0);
-    EXPECT_EQ(setup.OnChipInTheEnd(), NumberOf(0x41)) << "given again, it is written";
-}
-
 TEST(RandomNumber, IsRefusedInANullReference) {
     TagWithNumber setup;
     EXPECT_EQ(setup.manager->WriteRandNum(NoArray<const std::uint8_t, 32>()), -1);

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -105,13 +106,10 @@ inline std::string FromCodePage(std::string text) {
 /// Blocks until `count` threads wait for events.
 inline void AwaitEventWaiters(int count) {
     const auto enough = [count] {
+        static const std::regex waits("waits for event");
         const std::string threads = emulation::DescribeThreads();
-        const std::string waits = "waits for event";
-        std::size_t at = 0;
-        for (int found = 0; found < count && at != std::string::npos; ++found) {
-            at = threads.find(waits, at + 1);
-        }
-        return at != std::string::npos;
+        return std::distance(std::sregex_iterator(threads.begin(), threads.end(), waits), {}) >=
+               count;
     };
     EXPECT_TRUE(emulation::WaitFor(enough, emulation::kForever, "the waiters"));
 }

@@ -253,14 +253,6 @@ struct Connection {
         return client.BleClientSubscribeNotify(kDefaultBleAddress, kBleService,
                                                kBleNotifyCharacteristic, sink);
     }
-    int Unsubscribe() {
-        return client.BleClientUnsubscribeNotify(kDefaultBleAddress, kBleService,
-                                                 kBleNotifyCharacteristic);
-    }
-    int AskForNumber() {
-        return client.BleClientWrite(kDefaultBleAddress, kBleService, kBleWriteCharacteristic,
-                                     {0x2E, 1, 0x7A, 0});
-    }
     void SendField(Micros delay = 0) { pc.bluetooth()->SendField(true, delay); }
 
     Pc pc{{PcRoute::kBle}};
@@ -276,13 +268,17 @@ TEST(LinkDockService, DeliversNothingOnceUnsubscribed) {
             ASSERT_GE(connection.Subscribe(&sink), 0);
             const HANDLE writer = testing_support::StartThread([&connection] {
                 Sleep(Random(3));
-                EXPECT_EQ(connection.AskForNumber(), 0);
+                const int asked = connection.client.BleClientWrite(
+                    kDefaultBleAddress, kBleService, kBleWriteCharacteristic, {0x2E, 1, 0x7A, 0});
+                EXPECT_EQ(asked, 0);
             });
             for (int i = 0; i < 5; ++i) {
                 connection.SendField(Random(4000));
             }
             Sleep(Random(4));
-            EXPECT_EQ(connection.Unsubscribe(), 0);
+            EXPECT_EQ(connection.client.BleClientUnsubscribeNotify(kDefaultBleAddress, kBleService,
+                                                                   kBleNotifyCharacteristic),
+                      0);
             sink.closed = true;
             EXPECT_EQ(WaitForSingleObject(writer, INFINITE), WAIT_OBJECT_0);
             CloseHandle(writer);

@@ -13,12 +13,12 @@
 #include <fstream>
 #include <functional>
 #include <map>
-#include <numeric>
 #include <sstream>
 
 #include "lab/Failure.h"
 #include "lab/HumanOutput.h"
 #include "lab/RunCommand.h"
+#include "lab/Words.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/SeededRuns.h"
 #include "tests/system/soak/RandomScript.h"
@@ -55,9 +55,7 @@ struct Share {
 };
 
 std::string Text(const Words& story) {
-    return std::accumulate(
-        story.begin(), story.end(), std::string(),
-        [](const std::string& text, const std::string& entry) { return text + entry + "\n"; });
+    return lab::Joined(story, "\n") + "\n";
 }
 
 // In this process, which must be fresh. What is found wrong goes to standard error.
