@@ -1,12 +1,12 @@
 // GetPrivateProfileStringW and GetCurrentDirectoryW. The only files that the layer reads.
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <string_view>
 
 #include "platform/emulation/KernelState.h"
@@ -56,23 +56,6 @@ std::wstring Decode(std::string_view bytes) {
     return FromUtf8(bytes);
 }
 
-/// Closes a file descriptor at the end of a scope.
-class OpenFile {
-  public:
-    explicit OpenFile(int descriptor) : m_descriptor(descriptor) {}
-    ~OpenFile() {
-        if (m_descriptor >= 0) {
-            close(m_descriptor);
-        }
-    }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
-    int descriptor() const { return m_descriptor; }
-
-  private:
-    int m_descriptor;
-};
-
 /// Reads the whole file; the last-error code. Called without the kernel lock: a slow file system
 /// must not stop the other threads. Only a regular file of at most kMostIniBytes is read: opening
 /// or reading a FIFO or a device may block for ever, act on the device, or never come to an end.
@@ -87,21 +70,21 @@ DWORD ReadWhole(const WCHAR* path, std::string& bytes) {
     }
     // The path may lead to another file by now, so the open must not block, and the open file is
     // checked again.
-    const OpenFile file(open(name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (file.descriptor() < 0 || fstat(file.descriptor(), &status) != 0 ||
-        !S_ISREG(status.st_mode)) {
+    const int descriptor = open(name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(fdopen(descriptor, "rb"),
+                                                               &std::fclose);
+    if (file == nullptr || fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
         return ERROR_ACCESS_DENIED;
     }
     char block[16384];
-    ssize_t count = 0;
-    while ((count = read(file.descriptor(), block, sizeof block)) > 0) {
-        bytes.append(block, static_cast<std::size_t>(count));
+    while (const std::size_t count = std::fread(block, 1, sizeof block, file.get())) {
+        bytes.append(block, count);
         if (bytes.size() > kMostIniBytes) {
             bytes.clear();
             return ERROR_ACCESS_DENIED;
         }
     }
-    return count < 0 ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+    return std::ferror(file.get()) != 0 ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
 }
 
 View Trim(View text) {

@@ -17,8 +17,8 @@ void SetTracer(Tracer tracer) {
 }
 
 const char* Name(Call call) {
-    constexpr const char* kNames[] = {// in the order of Call
-                                      "CreateEventW",
+    // In the order of Call.
+    constexpr const char* kNames[] = {"CreateEventW",
                                       "CreateThread",
                                       "SetEvent",
                                       "ResetEvent",
