@@ -204,6 +204,28 @@ TEST(ExtendDriver, SendsItsFramesWithTheirPausesAndStopsAtATransferThatFails) {
     CheckTraffic(NfcSpbExtend::GetInstance(), kExtendExchanges, kExtendRefusals);
 }
 
+// Each reads registers that hold its own mark, and finds nothing else in them.
+TEST(ExtendDriver, KeepsTheFramesOfTwoCallersApart) {
+    ForEachSeed(30, [] {
+        StartedPc setup({PcRoute::kI2c}, "fanli");  // which counts transfers at the same time
+        const std::size_t threads = emulation::Live().threads;
+        for (const std::uint16_t reg : {std::uint16_t{0x110}, std::uint16_t{0x150}}) {
+            const Bytes marked(16, static_cast<std::uint8_t>(reg));
+            setup.pc.chip()->BackDoor().SetMemory(reg, marked);
+            OnThread([reg, marked] {
+                platform::Mutex own{kDeviceLock};  // only the driver's lock keeps them apart
+                const platform::Lock lock(own);
+                for (int i = 0; i < 5; ++i) {
+                    Bytes bytes(marked.size());
+                    EXPECT_TRUE(NfcSpbExtend::GetInstance().ReadReg(reg, 16, bytes.data()));
+                    EXPECT_EQ(bytes, marked);
+                }
+            });
+        }
+        EXPECT_TRUE(PcWithHost::WaitForThreads(threads));
+    });
+}
+
 const std::string kFirstPass = "W 00 00, R 9";
 const std::string kBothPasses = kFirstPass + ", sleep 40, W 00 00, sleep 40, R 9";
 const std::string kWithProbe = kBothPasses + ", W 00 00 01 01, sleep 80, R 1";
