@@ -152,7 +152,9 @@ class BackDoor {
         if (words.Left() < least || (words.Left() > most && form.find("...") == form.npos)) {
             throw std::invalid_argument("the command is: " + form);
         }
-        return (this->*command->run)(words);
+        m_result.clear();
+        (this->*command->run)(words);
+        return m_result;
     }
 
     bool IsClosed() const { return m_closed; }
@@ -161,18 +163,18 @@ class BackDoor {
     struct Command {
         const char* form;  // a word for each argument; "[" begins one that can be left out
         bool needsPc;
-        std::string (BackDoor::*run)(Words& words);
+        void (BackDoor::*run)(Words& words);
     };
     static const std::vector<Command> kCommands;
 
-    std::string Help(Words& /*words*/) {
+    void Help(Words& /*words*/) {
         std::string text;
         for (const Command& command : kCommands) {
             text += (text.empty() ? "" : " | ") + std::string(command.form);
         }
-        return text;
+        m_result = text;
     }
-    std::string CreatePc(Words& words) {
+    void CreatePc(Words& words) {
         if (m_pc != nullptr) {
             throw std::invalid_argument("there is a PC already");
         }
@@ -184,9 +186,8 @@ class BackDoor {
         m_pc = new Pc(routes, words.Text("fm11nt081"));
         m_routes = routes;
         SendRules();
-        return {};
     }
-    std::string Tap(Words& words) {
+    void Tap(Words& words) {
         const Micros in = words.Milliseconds("time");
         const Micros stay = words.Milliseconds("stay");
         const std::string name = words.Text();
@@ -194,23 +195,15 @@ class BackDoor {
             nullptr) {
             throw std::invalid_argument("the PC has no tag on the " + name + " route");
         }
-        return {};
     }
-    std::string Enter(Words& words) {
-        m_pc->HoldPhone(words.Milliseconds("time"), Report);
-        return {};
-    }
-    std::string Leave(Words& words) {
-        m_pc->TakePhone(words.Milliseconds("time"));
-        return {};
-    }
-    std::string Send(Words& words) {
+    void Enter(Words& words) { m_pc->HoldPhone(words.Milliseconds("time"), Report); }
+    void Leave(Words& words) { m_pc->TakePhone(words.Milliseconds("time")); }
+    void Send(Words& words) {
         const Micros in = words.Milliseconds("time");
         if (m_pc->keyboard() == nullptr) {
             throw std::invalid_argument("the PC has no keyboard");
         }
         m_pc->SendFromKeyboard(simulator::PcRoute::kHid, in, simulator::BytesOf(words.Text()));
-        return {};
     }
     simulator::ChipBackDoor& Chip() {
         if (m_pc->chip() == nullptr) {
@@ -218,7 +211,7 @@ class BackDoor {
         }
         return m_pc->chip()->BackDoor();
     }
-    std::string ChipStatus(Words& words) {
+    void ChipStatus(Words& words) {
         const Micros in = words.Milliseconds("time");
         const auto status = static_cast<std::uint8_t>(words.Number("status", 0xFF));
         emulation::After(in, [&chip = Chip(), status] {
@@ -226,9 +219,8 @@ class BackDoor {
                 Say("note this chip has no status");
             }
         });
-        return {};
     }
-    std::string ChipBits(Words& words) {
+    void ChipBits(Words& words) {
         constexpr unsigned long kLastRegister = 0xFFFF;
         const auto reg = static_cast<unsigned>(words.Number("register", kLastRegister, 16));
         const auto mask = static_cast<std::uint8_t>(words.Number("mask", 0xFF, 16));
@@ -237,9 +229,8 @@ class BackDoor {
         if (!Chip().StickBits(reg, mask, value)) {
             throw std::invalid_argument("only FM11N chips have such bits");
         }
-        return {};
     }
-    std::string Fault(Words& words) {
+    void Fault(Words& words) {
         std::string text = words.Text();
         while (words.Left() > 0) {
             text += " " + words.Text();
@@ -252,7 +243,6 @@ class BackDoor {
         m_pc->Faults(*plan);
         m_plan = *plan;
         SendRules();
-        return {};
     }
     void SendRules() {
         for (const simulator::PcRoute route : m_routes) {
@@ -261,26 +251,21 @@ class BackDoor {
             }
         }
     }
-    std::string Cancel(Words& /*words*/) {
+    void Cancel(Words& /*words*/) {
         Chip();
         const emulation::DeviceLock lock;
         m_pc->faulty()->Close();
-        return {};
     }
-    std::string Unplug(Words& /*words*/) {
-        m_pc->Unplug();
-        return {};
-    }
-    std::string Plug(Words& /*words*/) {
+    void Unplug(Words& /*words*/) { m_pc->Unplug(); }
+    void Plug(Words& /*words*/) {
         m_pc->Plug();
         SendRules();
-        return {};
     }
-    std::string Memory(Words& /*words*/) {
+    void Memory(Words& /*words*/) {
         const emulation::DeviceLock lock;
-        return simulator::HexOf(m_pc->TagMemory());
+        m_result = simulator::HexOf(m_pc->TagMemory());
     }
-    std::string Status(Words& /*words*/) {
+    void Status(Words& /*words*/) {
         const emulation::DeviceLock lock;
         std::ostringstream text;
         text << "faults=" << (m_pc->faulty() == nullptr ? 0 : m_pc->faulty()->FaultsHit());
@@ -291,9 +276,9 @@ class BackDoor {
                  << " reads=" << counters.reads << " early=" << counters.earlyReads
                  << " lost=" << counters.lostWrites << " malformed=" << counters.malformed;
         }
-        return text.str();
+        m_result = text.str();
     }
-    std::string Bus(Words& words) {
+    void Bus(Words& words) {
         const std::string state = words.Text();
         if (state != "on" && state != "off") {
             throw std::invalid_argument("\"" + state + "\": on or off is needed");
@@ -302,14 +287,11 @@ class BackDoor {
                                             : [](const emulation::TraceEvent& event) {
                                                   Say(simulator::LineOf(event));
                                               });
-        return {};
     }
 
-    std::string Quit(Words& /*words*/) {
-        m_closed = true;
-        return {};
-    }
+    void Quit(Words& /*words*/) { m_closed = true; }
 
+    std::string m_result;
     bool m_closed = false;
     Pc* m_pc = nullptr;  // never destroyed: the end of the process takes the devices away
     std::vector<simulator::PcRoute> m_routes;
@@ -350,18 +332,11 @@ void Serve() {
     }
 }
 
-std::wstring OwnDirectory() {
-    constexpr std::size_t kLongestPath = 32'768;
-    std::wstring path(kLongestPath, L'\0');
-    path.resize(GetModuleFileNameW(nullptr, path.data(), kLongestPath));
-    return path.substr(0, path.rfind(L'\\') + 1);
-}
-
 int Load(bool on) {
     try {
         if (on) {
-            simulator::LoadDriver(kRelayDriver, OwnDirectory() + kRelayDriver + L".sys");
-            simulator::InstallHid(OwnDirectory());
+            simulator::LoadDriver(kRelayDriver);
+            simulator::InstallHid();
         } else {
             simulator::UnloadDriver(kRelayDriver);
             simulator::RemoveHid();

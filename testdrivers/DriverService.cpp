@@ -30,6 +30,13 @@ Service OpenManager(const std::wstring& name) {
     return manager;
 }
 
+std::wstring FileOf(const std::wstring& name) {
+    constexpr std::size_t kLongestPath = 32'768;
+    std::wstring path(kLongestPath, L'\0');
+    path.resize(GetModuleFileNameW(nullptr, path.data(), kLongestPath));
+    return path.substr(0, path.rfind(L'\\') + 1) + name + L".sys";
+}
+
 Service Register(SC_HANDLE manager, const std::wstring& name, const std::wstring& file) {
     Service service(CreateServiceW(manager, name.c_str(), name.c_str(), SERVICE_ALL_ACCESS,
                                    SERVICE_KERNEL_DRIVER, SERVICE_DEMAND_START,
@@ -54,7 +61,8 @@ Service Register(SC_HANDLE manager, const std::wstring& name, const std::wstring
 
 }  // namespace
 
-void LoadDriver(const std::wstring& name, const std::wstring& file, bool start) {
+void LoadDriver(const std::wstring& name, bool start) {
+    const std::wstring file = FileOf(name);
     const Service manager = OpenManager(name);
     const Service service = Register(manager.get(), name, file);
     if (!start || StartServiceW(service.get(), 0, nullptr)) {

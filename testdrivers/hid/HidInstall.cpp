@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <array>
+#include <memory>
 #include <new>
 #include <stdexcept>
+#include <type_traits>
 
 #include "platform/windows/Win32.h"
 #include "testdrivers/DriverService.h"
@@ -28,17 +30,14 @@ constexpr GUID kClass = {
     throw std::runtime_error(std::string(step) + " failed, error " + std::to_string(error));
 }
 
-class DeviceSet {
-  public:
-    DeviceSet() : m_set(SetupDiCreateDeviceInfoList(&kClass, nullptr)) {}
-    ~DeviceSet() { SetupDiDestroyDeviceInfoList(m_set); }
-    DeviceSet(const DeviceSet&) = delete;
-    DeviceSet& operator=(const DeviceSet&) = delete;
-    HDEVINFO get() const { return m_set; }
-
-  private:
-    HDEVINFO m_set;
+struct DestroySet {
+    void operator()(HDEVINFO set) const { SetupDiDestroyDeviceInfoList(set); }
 };
+using DeviceSet = std::unique_ptr<std::remove_pointer_t<HDEVINFO>, DestroySet>;
+
+DeviceSet NewSet() {
+    return DeviceSet(SetupDiCreateDeviceInfoList(&kClass, nullptr));
+}
 
 void SetText(HDEVINFO set, SP_DEVINFO_DATA& device, DWORD property, const std::wstring& text) {
     // With both zeros of a list of one text.
@@ -50,7 +49,7 @@ void SetText(HDEVINFO set, SP_DEVINFO_DATA& device, DWORD property, const std::w
 }
 
 void RegisterBus() {
-    const DeviceSet set;
+    const DeviceSet set = NewSet();
     SP_DEVINFO_DATA device = {};
     device.cbSize = sizeof(device);
     if (SetupDiOpenDeviceInfoW(set.get(), kBusInstance, nullptr, 0, &device)) {
@@ -127,18 +126,18 @@ bool AwaitHid(bool present) {
     return false;
 }
 
-void InstallHid(const std::wstring& directory) {
+void InstallHid() {
     for (const wchar_t* const device : kDevices) {
         SetValue(device, L"Service", TAGPORT_HID_MINI_SERVICE);
         SetValue(device, L"ClassGUID", kHidClass);
     }
     RegisterBus();
-    LoadDriver(TAGPORT_HID_MINI_SERVICE, directory + TAGPORT_HID_MINI_SERVICE L".sys", false);
-    LoadDriver(TAGPORT_HID_BUS_SERVICE, directory + TAGPORT_HID_BUS_SERVICE L".sys");
+    LoadDriver(TAGPORT_HID_MINI_SERVICE, false);
+    LoadDriver(TAGPORT_HID_BUS_SERVICE);
 }
 
 void RemoveHid() {
-    const DeviceSet set;
+    const DeviceSet set = NewSet();
     SP_DEVINFO_DATA device = {};
     device.cbSize = sizeof(device);
     if (SetupDiOpenDeviceInfoW(set.get(), kBusInstance, nullptr, 0, &device)) {

@@ -61,60 +61,39 @@ static NTSTATUS GiveAttributes(PIRP irp, const struct Kind* kind, ULONG room) {
     return GiveBytes(irp, &attributes, sizeof(attributes), room);
 }
 
-/* Pends until the device process has a report. A decoy and an unplugged keyboard never have one: a
- * class driver that sees a read fail may start the next one at once, for as long as it knows the
- * device. */
-static NTSTATUS ReadReport(DEVICE_OBJECT* device, PIRP irp, ULONG room) {
+/* A read pends until the device process has a report, a write until it has taken it, so a write
+ * fails as the process says. A decoy takes every write. A read of a decoy or of an unplugged
+ * keyboard never ends by itself: a class driver that sees a read fail may start the next one at
+ * once, for as long as it knows the device. */
+static NTSTATUS Transfer(DEVICE_OBJECT* device, PIRP irp, uint32_t kind, void* bytes, ULONG size) {
     struct Extension* extension = ExtensionOf(device);
-    struct Item* item;
-    KIRQL irql;
-    if (irp->UserBuffer == NULL || room > TAGPORT_RELAY_MOST_BYTES) {
-        return Complete(irp, STATUS_INVALID_PARAMETER, 0);
-    }
-    item = NewItem(kRelayRead, kRelayHid, NULL, 0, room);
-    if (item == NULL) {
-        return Complete(irp, STATUS_INSUFFICIENT_RESOURCES, 0);
-    }
-    irql = EnterLock();
-    if (extension->removed) {
-        LeaveLock(irql);
-        ExFreePool(item);
-        return Complete(irp, STATUS_DEVICE_NOT_CONNECTED, 0);
-    }
-    return Pend(item, irp, irp->UserBuffer, extension->relayed && !extension->gone, irql);
-}
-
-/* Pends until the device process has taken the report, so a write fails as it says. A decoy takes
- * everything. */
-static NTSTATUS WriteReport(DEVICE_OBJECT* device, PIRP irp) {
-    const HID_XFER_PACKET* const packet = (const HID_XFER_PACKET*)irp->UserBuffer;
-    struct Extension* extension = ExtensionOf(device);
+    const int writes = kind == kRelayWrite;
     struct Item* item;
     int gone;
     KIRQL irql;
-    if (packet == NULL || packet->reportBufferLen > TAGPORT_RELAY_MOST_BYTES) {
+    if (bytes == NULL || size > TAGPORT_RELAY_MOST_BYTES) {
         return Complete(irp, STATUS_INVALID_PARAMETER, 0);
     }
-    item = NewItem(kRelayWrite, kRelayHid, packet->reportBuffer, packet->reportBufferLen,
-                   packet->reportBufferLen);
+    item = NewItem(kind, kRelayHid, bytes, writes ? size : 0, size);
     if (item == NULL) {
         return Complete(irp, STATUS_INSUFFICIENT_RESOURCES, 0);
     }
     irql = EnterLock();
-    gone = extension->gone || extension->removed;
-    if (extension->relayed && !gone) {
-        return Pend(item, irp, NULL, 1, irql);
+    gone = extension->removed || (writes && extension->gone);
+    if (!gone && (!writes || extension->relayed)) {
+        return Pend(item, irp, bytes, extension->relayed && !extension->gone, irql);
     }
     LeaveLock(irql);
     ExFreePool(item);
-    return Complete(irp, gone ? STATUS_DEVICE_NOT_CONNECTED : STATUS_SUCCESS,
-                    gone ? 0 : packet->reportBufferLen);
+    return gone ? Complete(irp, STATUS_DEVICE_NOT_CONNECTED, 0)
+                : Complete(irp, STATUS_SUCCESS, size);
 }
 
 NTSTATUS InternalRequest(DEVICE_OBJECT* device, PIRP irp) {
     IO_STACK_LOCATION* const stack = IoGetCurrentIrpStackLocation(irp);
     const ULONG room = stack->Parameters.DeviceIoControl.OutputBufferLength;
     const struct Kind* const kind = ExtensionOf(device)->kind;
+    const HID_XFER_PACKET* const packet = (const HID_XFER_PACKET*)irp->UserBuffer; /* of a write */
     if (kind == NULL) {
         return Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
     }
@@ -129,9 +108,11 @@ NTSTATUS InternalRequest(DEVICE_OBJECT* device, PIRP irp) {
         case IOCTL_HID_DEACTIVATE_DEVICE:
             return Complete(irp, STATUS_SUCCESS, 0);
         case IOCTL_HID_READ_REPORT:
-            return ReadReport(device, irp, room);
+            return Transfer(device, irp, kRelayRead, irp->UserBuffer, room);
         case IOCTL_HID_WRITE_REPORT:
-            return WriteReport(device, irp);
+            return packet == NULL ? Complete(irp, STATUS_INVALID_PARAMETER, 0)
+                                  : Transfer(device, irp, kRelayWrite, packet->reportBuffer,
+                                             packet->reportBufferLen);
         default:
             return Complete(irp, STATUS_NOT_SUPPORTED, 0);
     }

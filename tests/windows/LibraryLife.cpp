@@ -151,12 +151,6 @@ void LoadAndFree(lab::DeviceProcess& devices) {
     Check(last <= handles + kFlutter, "starting leaks handles");
 }
 
-std::wstring DriverFile() {
-    std::wstring path(MAX_PATH, L'\0');
-    path.resize(GetModuleFileNameW(nullptr, path.data(), MAX_PATH));
-    return path.substr(0, path.rfind(L'\\') + 1) + kDriver + L".sys";
-}
-
 // As when a driver is replaced: it is taken away under the library's handle and threads, and the
 // host that starts again finds the new one.
 void ReplaceDriver(lab::DeviceProcess& devices) {
@@ -166,7 +160,7 @@ void ReplaceDriver(lab::DeviceProcess& devices) {
     simulator::UnloadDriver(kDriver);
     plugin.End();
     devices.Ask("quit");
-    simulator::LoadDriver(kDriver, DriverFile());
+    simulator::LoadDriver(kDriver);
     // Ends with this process, as the one that it replaces.
     lab::DeviceProcess& others = *new lab::DeviceProcess([](const std::string&) {});
     others.Ask("pc usb");

@@ -147,8 +147,7 @@ void EndBy(const char* what, DWORD expected, void (*act)(std::unique_ptr<Device>
 
 }  // namespace
 
-int main(int /*argc*/, char** argv) try {
-    const std::wstring program(argv[0], argv[0] + std::strlen(argv[0]));
+int main() try {
     CancelAgainstAnswers();
     EndAtOnce();
     EndBy("unplugged", ERROR_DEVICE_NOT_CONNECTED, [](auto& device, Host&) {
@@ -160,8 +159,7 @@ int main(int /*argc*/, char** argv) try {
     // Windows waits for the closing of the handle, and this test fails there.
     EndBy("the driver is stopped", ERROR_DEVICE_NOT_CONNECTED,
           [](auto&, Host&) { simulator::UnloadDriver(L"tagport-relay"); });
-    simulator::LoadDriver(L"tagport-relay",
-                          program.substr(0, program.rfind(L'\\') + 1) + L"tagport-relay.sys");
+    simulator::LoadDriver(L"tagport-relay");
     CancelAgainstAnswers();
 } catch (const std::exception& problem) {
     std::printf("FAILED: %s\n", problem.what());
