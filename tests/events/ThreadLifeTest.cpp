@@ -123,8 +123,11 @@ TEST(FailedWait, IsTriedAgainByTheNextWrite) {
 }
 
 // Another manager ends, which stops the threads. The interrupt thread is held up on its way out
-// until `start` has started the threads again: it has to serve on.
-void StartWhileTheThreadEnds(PcWithHost& setup, const std::function<void()>& start) {
+// until a write has started the threads again: it serves on.
+TEST(RestartedThread, KeepsItsEventAndWhatCameBeforeTheCancellation) {
+    PcWithHost setup({PcRoute::kUsb});
+    emulation::AddDevice(simulator::kUsbDriverPath, std::make_shared<EarlyEnds>(*setup.pc.spb()));
+    setup.Start();
     PcWithHost::Pass(kSecond);
     bool ending = false;
     bool started = false;
@@ -136,32 +139,16 @@ void StartWhileTheThreadEnds(PcWithHost& setup, const std::function<void()>& sta
     });
     NfcManager::Create(setup.NewMessage(), &PcWithHost::Listen);  // and lets go of it
     EXPECT_TRUE(emulation::WaitFor([&] { return ending; }, kSecond, "the end of the loop"));
-    start();
+    EXPECT_TRUE(setup.manager->DeviceInit());
+    {
+        const RefusedCalls refused(emulation::Call::kCreateEvent);
+        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
+    }
     started = true;
     PcWithHost::Pass(kSecond);
     setup.log.OnLine({});
-}
-
-TEST(RestartedThread, KeepsItsEvent) {
-    WaitingPc setup(PcRoute::kUsb);
-    StartWhileTheThreadEnds(setup, [&setup] {
-        EXPECT_TRUE(setup.manager->DeviceInit());
-        const RefusedCalls refused(emulation::Call::kCreateEvent);
-        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
-    });
-    EXPECT_EQ(emulation::Live().threads, 2U) << "the write has succeeded, so the threads must live";
+    EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1})) << "of what came";
     ExpectVisit(setup);
-}
-
-TEST(RestartedThread, HandlesWhatCameBeforeTheCancellation) {
-    PcWithHost setup({PcRoute::kUsb});
-    emulation::AddDevice(simulator::kUsbDriverPath, std::make_shared<EarlyEnds>(*setup.pc.spb()));
-    setup.Start();
-    StartWhileTheThreadEnds(setup, [&setup] {
-        EXPECT_TRUE(setup.manager->DeviceInit());
-        EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
-    });
-    EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
 }
 
 // A device that is closed while an event thread waits on it: by the start that opens the keyboard
