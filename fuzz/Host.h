@@ -36,8 +36,7 @@ inline std::unique_ptr<PcWithHost> MakeDesk(const std::vector<simulator::PcRoute
 
 /// What the listener heard since the last call. Forgets the setup's log as well, which would grow.
 inline std::vector<Event> TakeEvents(PcWithHost& setup) {
-    setup.log.TakeUnannounced();
-    setup.log.Clear();
+    setup.log.TakeMarked();
     std::vector<Event> events;
     for (const testing_support::ReceivedEvent& heard : testing_support::TakeEvents()) {
         events.emplace_back(heard.event, heard.route, heard.number);

@@ -52,12 +52,6 @@ struct Outcome {
     }
 };
 
-// Error lines are judged against those of the flow without a fault.
-void Forget(LogRecorder& log) {
-    log.TakeUnannounced();
-    log.Clear();
-}
-
 // Times, counts and codes differ from run to run.
 std::string WithoutDigits(std::string text) {
     const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
@@ -158,7 +152,7 @@ Outcome Play(PcWithHost& setup, const Flow& flow, const FaultCase& fault, const 
              std::vector<LogRecorder::Line>& log) {
     flow.prepare(setup);
     PcWithHost::Pass(kSettle);
-    Forget(setup.log);
+    setup.log.TakeMarked();  // forgets the lines: errors are compared with those without a fault
     Outcome now;
     now.Look(kBeforeFlow, setup);
     now.counts = RunUnder(setup, fault, [&] {
@@ -182,13 +176,13 @@ Outcome Play(PcWithHost& setup, const Flow& flow, const FaultCase& fault, const 
         (fault.losesDevice || HasLostReports(fault, now, usual))) {
         EXPECT_TRUE(setup.StartDevices(*setup.manager));
     }
-    Forget(setup.log);
+    setup.log.TakeMarked();
     EXPECT_NE(flow.act(setup, kNewer), flow.IsRefused()) << "once more, without the fault";
     PcWithHost::Pass(kSettle);
     now.Look(kOnceMore, setup);
     setup.manager = nullptr;
     PcWithHost::Pass(kSettle);
-    Forget(setup.log);
+    setup.log.TakeMarked();
     now.Look(kAfterStop, setup);
     return now;
 }
