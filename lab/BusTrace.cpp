@@ -34,9 +34,9 @@ Json BusObject(const char* op, const std::string& bytes, std::int64_t error,
 
 /// The route of a device by its path. Paths of HID interfaces are no drivers' paths.
 const simulator::RouteKind& RouteOfDevice(const std::string& path) {
+    const std::wstring driver(path.begin(), path.end());
     for (const simulator::RouteKind& kind : simulator::kRouteKinds) {
-        if (!kind.driver.empty() &&
-            std::equal(kind.driver.begin(), kind.driver.end(), path.begin(), path.end())) {
+        if (kind.driver == driver) {
             return kind;
         }
     }

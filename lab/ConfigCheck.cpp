@@ -91,11 +91,8 @@ bool HasConfiguration(const std::string& directory) {
 
 std::string InstalledConfiguration() {
     const std::filesystem::path program = ProgramDirectory();
-    if (program.empty()) {
-        return {};
-    }
-    const std::filesystem::path directory = (program / TAGPORT_LAB_DATA).lexically_normal();
-    return HasConfiguration(directory.string()) ? directory.string() : std::string();
+    const std::string directory = (program / TAGPORT_LAB_DATA).lexically_normal().string();
+    return !program.empty() && HasConfiguration(directory) ? directory : std::string();
 }
 
 void UseConfiguration(const std::string& directory, int pcType) {

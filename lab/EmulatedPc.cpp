@@ -1,7 +1,4 @@
 // The simulated PC on the emulation.
-#include <algorithm>
-#include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <utility>
 #include <vector>
@@ -10,6 +7,7 @@
 #include "lab/Failure.h"
 #include "lab/Pc.h"
 #include "lab/PcDevices.h"
+#include "lab/Terminal.h"
 #include "lab/Words.h"
 #include "platform/emulation/Kernel.h"
 #include "platform/services/TraceLog.h"
@@ -55,9 +53,7 @@ class EmulatedPc : public Pc {
         }
         emulation::SetStallHandler([this](const std::string& report) {
             m_recorder.Finish();
-            std::fflush(stdout);
-            std::fprintf(stderr, "tagport-lab: the run can make no progress\n%s", report.c_str());
-            std::fflush(stderr);
+            WriteError("tagport-lab: the run can make no progress\n" + report);
             std::_Exit(kExitFailed);  // every thread is blocked: no orderly end is possible
         });
     }
@@ -84,7 +80,7 @@ class EmulatedPc : public Pc {
 
     void Act(const Command& command) override { m_devices->Act(command); }
     std::string TagMemory() const override { return m_devices->TagMemory(); }
-    LiveObjects Live() const override {
+    emulation::LiveCounts Live() const override {
         const emulation::LiveCounts live = emulation::Live();
         const std::size_t clients = LinkDockService::DeliveryThreads();  // a handle for each
         return {live.handles - clients, live.threads - clients, live.requests};

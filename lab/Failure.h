@@ -26,6 +26,16 @@ class SystemFailure : public std::runtime_error {
     explicit SystemFailure(const std::string& text) : std::runtime_error(Printable(text)) {}
 };
 
+/// Calls `action`; a WrongCall that it throws begins with `place` then.
+template <class Action>
+auto AtPlace(const std::string& place, Action action) {
+    try {
+        return action();
+    } catch (const WrongCall& problem) {
+        throw WrongCall(place + problem.what());
+    }
+}
+
 inline void RefuseIf(bool wrong, const std::string& problem) {
     if (wrong) {
         throw WrongCall(problem);

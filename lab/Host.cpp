@@ -1,10 +1,10 @@
 // The host application of a run: calls the library and records what it returns and reports.
 #include "lab/Host.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include "lab/Failure.h"
 #include "lab/Hex.h"
@@ -280,17 +280,17 @@ void Host::Stop(unsigned manager) {
 }
 
 void Host::End() {
-    std::array<std::shared_ptr<NfcManager>, kMostManagers> managers;
+    std::vector<std::shared_ptr<NfcManager>> managers;  // let go of outside the lock
     {
         const std::lock_guard<std::mutex> guard(m_mutex);
-        for (std::size_t i = 0; i < managers.size(); ++i) {
-            managers[i].swap(m_slots[i].manager);
+        for (Slot& slot : m_slots) {
+            if (slot.manager != nullptr) {
+                managers.push_back(std::exchange(slot.manager, nullptr));
+            }
         }
     }
-    const auto any = std::find_if(managers.begin(), managers.end(),
-                                  [](const auto& one) { return one != nullptr; });
-    if (m_connected && any != managers.end()) {
-        (*any)->BtDisconnect(simulator::kDefaultBleAddress);
+    if (m_connected && !managers.empty()) {
+        managers.front()->BtDisconnect(simulator::kDefaultBleAddress);
     }
 }
 

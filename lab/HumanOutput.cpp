@@ -46,92 +46,79 @@ std::string Continued(const std::string& text) {
 
 }  // namespace
 
-std::string HumanOutput::Head(const Json& object, const std::string& kind) const {
-    std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "%12.1f  %-9s  %-10s ", object["t"].get<double>(),
-                  object["thread"].get<std::string>().c_str(), kind.c_str());
-    return m_style.Dim(text.data());
-}
-
 std::string HumanOutput::CommandLine(const std::string& text) const {
     return m_style.Bold("> " + Printable(text)) + "\n";
 }
 
 std::string HumanOutput::Lines(const Json& object) const {
     const std::string kind = object["kind"];
+    const auto line = [&](const std::string& label, const std::string& text) {
+        std::array<char, 64> head{};
+        std::snprintf(head.data(), head.size(), "%12.1f  %-9s  %-10s ", object["t"].get<double>(),
+                      object["thread"].get<std::string>().c_str(), label.c_str());
+        return m_style.Dim(head.data()) + text + "\n";
+    };
+    const auto field = [&](const char* name) { return Field(object, name); };
     if (kind == "event") {
         const int event = object["event"];
         const auto* const route = simulator::RouteByNumber(object["route"]);
-        return Head(object, "EVENT " + std::to_string(event)) +
-               m_style.Cyan(EventText(event) + "  (" +
-                            (route == nullptr ? "?" : std::string(route->title)) + ")") +
-               "\n" + Continued("number  " + Field(object, "number"));
+        const std::string title(route == nullptr ? "?" : route->title);
+        return line("EVENT " + std::to_string(event),
+                    m_style.Cyan(EventText(event) + "  (" + title + ")")) +
+               Continued("number  " + field("number"));
+    }
+    if (kind == "phone" && !object["read"].get<bool>()) {
+        return line("phone", m_style.Yellow("reads nothing: " + field("problem")));
     }
     if (kind == "phone") {
-        if (!object["read"].get<bool>()) {
-            return Head(object, "phone") +
-                   m_style.Yellow("reads nothing: " + Field(object, "problem")) + "\n";
-        }
-        std::string lines = Head(object, "phone") + m_style.Green("reads " + Field(object, "uri")) +
-                            "\n" + Continued("type    " + Field(object, "type"));
-        for (const char* name : {"version", "mac", "number", "model", "payload"}) {
+        std::string lines = line("phone", m_style.Green("reads " + field("uri")));
+        for (std::string name : {"type", "version", "mac", "number", "model", "payload"}) {
             if (object.contains(name)) {
-                std::string label = name;
-                label.resize(8, ' ');
-                lines += Continued(label + Field(object, name));
+                const std::string value = field(name.c_str());
+                name.resize(8, ' ');
+                lines += Continued(name + value);
             }
         }
         return lines;
     }
     if (kind == "result") {
-        const bool done = Worked(object["result"]);
-        std::string text = Field(object, "operation") + "  " +
-                           (done ? m_style.Green("ok") : m_style.Red("FAILED"));
+        std::string text = field("operation") + "  " +
+                           (Worked(object["result"]) ? m_style.Green("ok") : m_style.Red("FAILED"));
         for (const char* name : {"manager", "number", "url"}) {
-            if (object.contains(name)) {
-                text += std::string("  ") + name + " " + Field(object, name);
-            }
+            text += object.contains(name) ? std::string("  ") + name + " " + field(name) : "";
         }
-        return Head(object, "result") + text + "\n";
+        return line("result", text);
     }
     if (kind == "violation") {
-        const bool hasLine = object["line"] != 0;
-        return Head(object, "VIOLATION") +
-               m_style.Red(Field(object, "file") + (hasLine ? ":" + Field(object, "line") : "") +
-                           ": " + Field(object, "command") + ": expected " +
-                           Field(object, "expected") + "; seen " + Field(object, "seen")) +
-               "\n";
+        const std::string place = object["line"] == 0 ? "" : ":" + field("line");
+        return line("VIOLATION",
+                    m_style.Red(field("file") + place + ": " + field("command") + ": expected " +
+                                field("expected") + "; seen " + field("seen")));
     }
     if (kind == "check") {
         JudgedFigures judged{};
         for (std::size_t i = 0; i < kJudgedKinds; ++i) {
             judged[i] = object[kJudged[i].name];
         }
-        const bool good = object["violations"] == 0;
         return "\njudged: " + Text(judged) + ".  " +
-               (good ? m_style.Green("No violation.")
-                     : m_style.Red("Violations: " + Field(object, "violations") + ".")) +
+               (object["violations"] == 0
+                    ? m_style.Green("No violation.")
+                    : m_style.Red("Violations: " + field("violations") + ".")) +
                "\n";
     }
     if (kind == "log" && m_log) {
         const bool error = object["level"] == kErrorLevel;
-        const std::string line = Field(object, "line");
-        return Head(object, error ? "log error" : "log warn") +
-               (error ? m_style.Yellow(line) : line) + "\n";
+        return error ? line("log error", m_style.Yellow(field("line")))
+                     : line("log warn", field("line"));
     }
     if (kind == "bus" && m_bus) {
-        std::string text = Field(object, "meaning");
-        if (object.contains("error")) {
-            text += m_style.Red("  error " + Field(object, "error"));
-        }
-        const std::string bytes = Spaced(Field(object, "bytes"));
-        return Head(object, "bus " + Field(object, "op")) + text + "\n" +
+        const std::string error =
+            object.contains("error") ? m_style.Red("  error " + field("error")) : "";
+        const std::string bytes = Spaced(field("bytes"));
+        return line("bus " + field("op"), field("meaning") + error) +
                (bytes.empty() ? "" : Continued(m_style.Dim(bytes)));
     }
-    if (kind == "sleep" && m_bus) {
-        return Head(object, "sleep") + Field(object, "ms") + " ms\n";
-    }
-    return {};
+    return kind == "sleep" && m_bus ? line("sleep", field("ms") + " ms") : "";
 }
 
 }  // namespace lab

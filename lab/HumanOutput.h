@@ -19,8 +19,6 @@ class HumanOutput {
     std::string CommandLine(const std::string& text) const;
 
   private:
-    std::string Head(const Json& object, const std::string& kind) const;
-
     Style m_style;
     bool m_log;
     bool m_bus;

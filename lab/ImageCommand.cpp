@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include "lab/ConfigCheck.h"
 #include "lab/Failure.h"
@@ -22,9 +23,7 @@ namespace lab {
 
 namespace {
 
-using imageformat::kMacSize;
 using imageformat::kModelSize;
-using imageformat::kNumberSize;
 
 constexpr std::size_t kBytesInLine = 16;
 
@@ -33,25 +32,20 @@ void KeepLine(int level, const std::wstring& line, void* context) {
         (level >= LOG_MESSAGE_LEVEL_ERROR ? "error  " : "warn   ") + Narrow(line));
 }
 
-struct Fields {
-    std::string url;
-    std::string mac = std::string(kMacSize, '\0');
-    std::string number = std::string(kNumberSize, '\0');
-    std::string model = std::string(kModelSize, '\0');
-};
-
-void FillFromConfig(const ImageBuildOptions& options, Fields& fields) {
-    UseConfiguration(options.configDirectory, *options.pcType);
+/// URL and model of a PC type.
+std::pair<std::string, std::string> Configured(const std::string& directory, int pcType) {
+    UseConfiguration(directory, pcType);
     NdefMessage message;
-    message.Init(static_cast<char>('0' + *options.pcType));
+    message.Init(static_cast<char>('0' + pcType));
     std::uint8_t type = 0;
     message.GetPcType(type);
-    FailIf(type != *options.pcType,
-           "the library could not fill a message for PC type " + std::to_string(*options.pcType));
+    FailIf(type != pcType,
+           "the library could not fill a message for PC type " + std::to_string(pcType));
+    std::string url;
     std::uint8_t model[kModelSize] = {};
+    message.GetUrl(url);
     message.GetModel(model);
-    message.GetUrl(fields.url);
-    fields.model.assign(model, model + kModelSize);
+    return {url, std::string(AsText(model))};
 }
 
 std::string HexLines(const std::string& image) {
@@ -93,31 +87,19 @@ LibraryVerdict AskLibrary(std::string_view image) {
 
 int BuildImage(const ImageBuildOptions& options) {
     const std::filesystem::path output = OutputPath(options.output);
-    Fields fields;
-    if (options.pcType) {
-        FillFromConfig(options, fields);
-    }
-    fields.url = options.url.value_or(fields.url);
-    RefuseIf(fields.url.size() > imageformat::kMaxUriSize,
-             "--url: " + std::to_string(fields.url.size()) + " bytes: at most " +
+    const auto [url, model] = options.pcType
+                                  ? Configured(options.configDirectory, *options.pcType)
+                                  : std::pair(options.url, std::string(kModelSize, '\0'));
+    RefuseIf(url.size() > imageformat::kMaxUriSize,
+             "--url: " + std::to_string(url.size()) + " bytes: at most " +
                  std::to_string(imageformat::kMaxUriSize) + " fit");
-    const auto take = [](const std::optional<std::string>& option, const char* name,
-                         std::string& field) {
-        if (option) {
-            field = HexValue(*option, field.size(), name);
-        }
-    };
-    take(options.mac, "--mac", fields.mac);
-    take(options.number, "--number", fields.number);
-    take(options.model, "--model", fields.model);
-
     NfcData data;
     data.Init();
     data.InitValue();
-    FailIf(!data.SetUrl(fields.url), "--url " + fields.url + ": the library refuses this URL");
-    SetBytes(data, &NfcData::SetMacAddr, fields.mac);
-    SetBytes(data, &NfcData::SetRandomNumber, fields.number);
-    SetBytes(data, &NfcData::SetModel, fields.model);
+    FailIf(!data.SetUrl(url), "--url " + url + ": the library refuses this URL");
+    SetBytes(data, &NfcData::SetMacAddr, options.mac);
+    SetBytes(data, &NfcData::SetRandomNumber, options.number);
+    SetBytes(data, &NfcData::SetModel, options.model.value_or(model));
     const std::string image = data.GetContent();
     const std::string bytes = options.format == "raw" ? image : HexLines(image);
     if (options.output == "-") {

@@ -5,14 +5,16 @@
 #include <string>
 #include <vector>
 
+#include "tagimage/ImageGeometry.h"
+
 namespace lab {
 
 struct ImageBuildOptions {
-    std::optional<std::string> url;
-    std::optional<std::string> mac;  ///< hexadecimal, like the next two
-    std::optional<std::string> number;
+    std::string url;
+    std::string mac = std::string(imageformat::kMacSize, '\0');
+    std::string number = std::string(imageformat::kNumberSize, '\0');
     std::optional<std::string> model;
-    std::optional<int> pcType;  ///< URL and model come from the configuration
+    std::optional<int> pcType;  ///< the URL comes from the configuration, and a model not given
     std::string configDirectory;
     std::string output = "-";
     std::string format = "hex";

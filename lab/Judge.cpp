@@ -137,7 +137,7 @@ void Judge::ExpectAtMost(std::size_t most, const char* unit, std::size_t seen,
 }
 
 void Judge::JudgeLive(const Command& command) {
-    const LiveObjects live = m_pc.Live();
+    const emulation::LiveCounts live = m_pc.Live();
     ExpectAtMost(kMostRequests, "request", live.requests, command, "");
     ExpectAtMost(kMostHandles, "handle", live.handles, command, "");
 }
@@ -163,7 +163,7 @@ void Judge::JudgeLeftovers() {
         return;
     }
     const Command& last = m_history.Latest();
-    const LiveObjects live = m_pc.Live();
+    const emulation::LiveCounts live = m_pc.Live();
     // A connection, and one that could not be made, has its event until BtDisconnect.
     const PcParts& parts = m_pc.Parts();
     const std::size_t ofLink = parts.HasRoute("ble") && m_connected ? 1 : 0;

@@ -10,7 +10,9 @@
 #include <sstream>
 #include <string_view>
 
+#include "lab/Embedded.h"
 #include "lab/Failure.h"
+#include "lab/Hex.h"
 #include "lab/ImageCommand.h"
 #include "lab/RunCommand.h"
 #include "lab/System.h"
@@ -24,8 +26,6 @@
 namespace {
 
 const std::vector<std::string> kPcTypes{"2", "5", "8"};
-// The call of the completion scripts, which no person makes: not in the help.
-constexpr std::string_view kCompleteWords = "complete-words";
 
 std::string FirstOf(const std::vector<std::string>& names) {
     return " (default " + names.front() + ")";
@@ -97,9 +97,17 @@ void AddBuild(CLI::App& app, lab::ImageBuildOptions& build) {
         ->check(CLI::IsMember(kPcTypes));
     fields->require_option(1);
     fields->set_help_flag();  // the command has one
-    app.add_option("--mac", build.mac, "6 bytes in hexadecimal (default: zero)");
-    app.add_option("--number", build.number, "32 bytes in hexadecimal (default: zero)");
-    app.add_option("--model", build.model, "4 bytes in hexadecimal (default: zero)");
+    const auto bytes = [&](const std::string& name, std::size_t size, auto& field) {
+        app.add_option_function<std::string>(
+            name,
+            [&field, name, size](const std::string& digits) {
+                field = lab::HexValue(digits, size, name);
+            },
+            std::to_string(size) + " bytes in hexadecimal (default: zero)");
+    };
+    bytes("--mac", imageformat::kMacSize, build.mac);
+    bytes("--number", imageformat::kNumberSize, build.number);
+    bytes("--model", imageformat::kModelSize, build.model);
     app.add_option("--config", build.configDirectory, "Directory that holds config/NfcUri.ini")
         ->type_name("DIR");
     app.add_option("-o,--output", build.output, "File, - for standard output (default)")
@@ -212,7 +220,8 @@ int Main(int count, char** arguments) {
     AddBuild(buildApp, build);
     AddShow(showApp, show);
     AdaptParser(app);
-    if (count > 1 && std::string_view(arguments[1]) == kCompleteWords) {
+    // The call of the completion scripts, which no person makes: not in the help.
+    if (count > 1 && std::string_view(arguments[1]) == "complete-words") {
         lab::WriteOutput(lab::CompletedWords(app, {arguments + 2, arguments + count}));
         return lab::kExitDone;
     }
@@ -225,7 +234,7 @@ int Main(int count, char** arguments) {
             return lab::BuildImage(build);
         }
         if (completionApp.parsed()) {
-            lab::WriteOutput(lab::CompletionScript(shell));
+            lab::WriteOutput(lab::Embedded("completion." + shell));
             return lab::kExitDone;
         }
         if (explainApp.parsed()) {

@@ -2,7 +2,6 @@
 // drivers of a Windows PC (RealPc.cpp). CMake chooses which one is built.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -10,16 +9,9 @@
 
 #include "lab/PcParts.h"
 #include "lab/Recorder.h"
+#include "platform/emulation/Kernel.h"
 
 namespace lab {
-
-/// What is alive in the emulation. Threads with which the Bluetooth client delivers are left
-/// out, because it keeps them where it has refused to end its deliveries.
-struct LiveObjects {
-    std::size_t handles = 0;
-    std::size_t threads = 0;
-    std::size_t requests = 0;
-};
 
 /// All times are milliseconds.
 class Pc {
@@ -49,7 +41,9 @@ class Pc {
     /// The memory of the first route's tag from the image's first byte on; empty when it cannot be
     /// read.
     virtual std::string TagMemory() const = 0;
-    virtual LiveObjects Live() const = 0;
+    /// What is alive in the emulation. Threads with which the Bluetooth client delivers are left
+    /// out, because it keeps them where it has refused to end its deliveries.
+    virtual emulation::LiveCounts Live() const = 0;
     /// Waits, within a bound, for the threads that end after the last manager is released.
     virtual void WaitForThreads() = 0;
 

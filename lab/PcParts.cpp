@@ -20,6 +20,10 @@ using simulator::RouteKind;
 
 constexpr char kNoFaults[] = "none";
 
+bool IsKeyboard(PcRoute route) {
+    return simulator::KindOf(route).IsKeyboard();
+}
+
 std::string ChipsWith(ChipFrames frames) {
     return Joined(NamesOf(kChipKinds, [=](const ChipKind& kind) { return kind.frames == frames; }),
                   " and ");
@@ -35,9 +39,7 @@ PcParts::PcParts(const PcOptions& options, const std::vector<std::string>& suppo
         const std::string place = options.routePlace + given + ": ";
         RefuseIf(std::find(supported.begin(), supported.end(), name) == supported.end(),
                  place + "expected one of " + Joined(supported) + Suggestion(supported, name));
-        if (HasRoute(name)) {
-            throw WrongCall(place + "a route is given twice");
-        }
+        RefuseIf(HasRoute(name), place + "a route is given twice");
         m_routes.push_back(kind->route);
     }
     std::sort(m_routes.begin(), m_routes.end());
@@ -46,18 +48,14 @@ PcParts::PcParts(const PcOptions& options, const std::vector<std::string>& suppo
         const std::string problem = simulator::ChipProblem(m_routes, chip);
         RefuseIf(!problem.empty(), options.chipPlace + chip + ": " + problem);
         m_chip = FindKind(kChipKinds, chip);
-    } else if (options.chip) {
-        throw WrongCall(options.chipPlace + chip + ": the " + RouteName() +
-                        " route has no chip to choose");
+    } else {
+        RefuseIf(options.chip.has_value(), options.chipPlace + chip + ": the " + RouteName() +
+                                               " route has no chip to choose");
     }
     if (options.fault) {
         RefuseIf(options.fault->find_first_not_of(" \t\r\n") == std::string::npos,
                  "--fault \"" + *options.fault + "\": a plan is needed, or none");
-        try {
-            Faults(*options.fault);
-        } catch (const WrongCall& problem) {
-            throw WrongCall("--fault: " + std::string(problem.what()));
-        }
+        AtPlace("--fault: ", [&] { return Faults(*options.fault); });
     }
 }
 
@@ -67,10 +65,6 @@ bool PcParts::HasRoute(std::string_view name) const {
 
 std::vector<std::string> PcParts::RouteNames() const {
     return NamesOf(kRouteKinds, [&](const RouteKind& kind) { return HasRoute(kind.name); });
-}
-
-bool PcParts::Has(bool (RouteKind::*property)() const) const {
-    return Any(m_routes, [&](PcRoute route) { return (simulator::KindOf(route).*property)(); });
 }
 
 std::string PcParts::RouteName() const {
@@ -97,24 +91,21 @@ PcRoute PcParts::RouteOf(const Command& command) const {
     if (!command.route.empty()) {
         return FindKind(kRouteKinds, command.route)->route;
     }
-    const auto keyboard = std::find_if(m_routes.begin(), m_routes.end(), [](PcRoute route) {
-        return simulator::KindOf(route).IsKeyboard();
-    });
+    const auto keyboard = std::find_if(m_routes.begin(), m_routes.end(), IsKeyboard);
     return command.verb == Verb::kSend && keyboard != m_routes.end() ? *keyboard : m_routes.front();
 }
 
 void PcParts::Check(const Command& command) const {
     RefuseIf(!m_isSimulated && IsDeviceVerb(command.verb),
              "it needs simulated devices: choose --route " + Joined(NamesOf(kRouteKinds)));
-    if (!command.route.empty() && !HasRoute(command.route)) {
-        throw WrongCall("the PC has no tag on the " + command.route + " route");
-    }
+    RefuseIf(!command.route.empty() && !HasRoute(command.route),
+             "the PC has no tag on the " + command.route + " route");
     const std::string here = m_chip == nullptr ? "the " + RouteName() + " route" : ChipName();
     const Verb verb = command.verb;
     const auto hasChip = [&](ChipFrames frames) {
         return m_chip != nullptr && m_chip->frames == frames;
     };
-    RefuseIf(IsOneOf(verb, {Verb::kConnect, Verb::kDisconnect}) && !Has(&RouteKind::IsKeyboard),
+    RefuseIf(IsOneOf(verb, {Verb::kConnect, Verb::kDisconnect}) && !Any(m_routes, IsKeyboard),
              "nothing can be connected on the " + RouteName() +
                  " route; \"on hid,ble\" before it plays it elsewhere only");
     RefuseIf(verb == Verb::kChipStatus && !hasChip(ChipFrames::kFanli),
@@ -140,9 +131,7 @@ void PcParts::Check(const Command& command) const {
 simulator::PcFaults PcParts::Faults(const std::string& plan) const {
     std::string error;
     const auto faults = simulator::PcFaults::Parse(plan == kNoFaults ? "" : plan, m_routes, error);
-    if (!faults) {
-        throw WrongCall(error);
-    }
+    RefuseIf(!faults, error);
     return *faults;
 }
 

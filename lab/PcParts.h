@@ -61,8 +61,6 @@ class PcParts {
     simulator::PcFaults Faults(const std::string& plan) const;
 
   private:
-    bool Has(bool (simulator::RouteKind::*property)() const) const;
-
     std::vector<simulator::PcRoute> m_routes;
     const simulator::ChipKind* m_chip = nullptr;
     bool m_isSimulated = false;

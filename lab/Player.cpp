@@ -214,11 +214,7 @@ void Player::Check(const Script& script, const std::vector<Command>& commands) c
     for (const Command& command : commands) {
         Check(script, command.body);
         if (m_pc.Parts().Applies(command)) {
-            try {
-                m_pc.Parts().Check(command);
-            } catch (const WrongCall& problem) {
-                throw WrongCall(script.PlaceOf(command) + problem.what());
-            }
+            AtPlace(script.PlaceOf(command), [&] { m_pc.Parts().Check(command); });
         }
     }
 }

@@ -137,26 +137,4 @@ void RealPc::RecordLogLine(int level, const std::wstring& line, void* context) {
     self.m_recorder.AddLogLine(thread, self.Now(), level, line);
 }
 
-Pc& MakePc(const PcOptions& options, Recorder& recorder) {
-    static Pc* const pc = [&]() -> Pc* {
-        const auto refuse = [](bool given, const char* option) {
-            RefuseIf(given, std::string(option) + " needs simulated devices: choose --route " +
-                                Joined(NamesOf(simulator::kRouteKinds)));
-        };
-        RefuseIf(options.check,
-                 "--check judges times of the scheduled clock, which Windows does not have");
-        if (options.route) {
-            const auto* const kind = FindKind(simulator::kRouteKinds, *options.route);
-            return kind != nullptr && !kind->IsDevice() ? MakeBluetoothPc(options, recorder)
-                                                        : MakeRelayedPc(options, recorder);
-        }
-        refuse(options.chip.has_value(), "--chip");
-        refuse(options.fault.has_value(), "--fault");
-        refuse(options.seed.has_value(), "--seed");
-        refuse(options.bus, "--bus");
-        return new RealPc(PcParts(), recorder);
-    }();
-    return *pc;
-}
-
 }  // namespace lab

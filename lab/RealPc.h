@@ -12,13 +12,6 @@
 
 namespace lab {
 
-/// A PC whose devices are simulated behind the test drivers. Needs the options' route. WrongCall
-/// for options that do not fit.
-Pc* MakeRelayedPc(const PcOptions& options, Recorder& recorder);
-/// A PC whose Bluetooth client is the stand-in, with a simulated keyboard in this process: for the
-/// route "ble" alone. WrongCall for options that do not fit.
-Pc* MakeBluetoothPc(const PcOptions& options, Recorder& recorder);
-
 class RealPc : public Pc {
   public:
     RealPc(PcParts parts, Recorder& recorder) : Pc(std::move(parts)), m_recorder(recorder) {}
@@ -34,7 +27,7 @@ class RealPc : public Pc {
 
     void Act(const Command& /*command*/) override {}  // PcParts has refused it
     std::string TagMemory() const override { return {}; }
-    LiveObjects Live() const override { return {}; }  // for --check, which is refused
+    emulation::LiveCounts Live() const override { return {}; }  // for --check, which is refused
     void WaitForThreads() override {}
 
   protected:

@@ -38,12 +38,9 @@ void Recorder::Add(ThreadKey key, double milliseconds, Json fields) {
         return;
     }
     Thread& thread = m_threads[key];
-    Json object = WithTimeAndThread(milliseconds, thread.name == nullptr ? "" : thread.name,
-                                    std::move(fields));
-    if (thread.name == nullptr) {
-        thread.kept.push_back(std::move(object));
-    } else {
-        m_output(object);
+    thread.kept.push_back(WithTimeAndThread(milliseconds, "", std::move(fields)));
+    if (thread.name != nullptr) {
+        PassOn(thread, thread.name);
     }
 }
 

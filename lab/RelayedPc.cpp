@@ -119,12 +119,28 @@ class BluetoothPc : public RealPc {
 
 }  // namespace
 
-Pc* MakeRelayedPc(const PcOptions& options, Recorder& recorder) {
-    return new RelayedPc(options, recorder);
-}
-
-Pc* MakeBluetoothPc(const PcOptions& options, Recorder& recorder) {
-    return new BluetoothPc(options, recorder);
+Pc& MakePc(const PcOptions& options, Recorder& recorder) {
+    static Pc* const pc = [&]() -> Pc* {
+        const auto refuse = [](bool given, const char* option) {
+            RefuseIf(given, std::string(option) + " needs simulated devices: choose --route " +
+                                Joined(NamesOf(simulator::kRouteKinds)));
+        };
+        RefuseIf(options.check,
+                 "--check judges times of the scheduled clock, which Windows does not have");
+        if (options.route) {
+            const auto* const kind = FindKind(simulator::kRouteKinds, *options.route);
+            if (kind != nullptr && !kind->IsDevice()) {
+                return new BluetoothPc(options, recorder);
+            }
+            return new RelayedPc(options, recorder);
+        }
+        refuse(options.chip.has_value(), "--chip");
+        refuse(options.fault.has_value(), "--fault");
+        refuse(options.seed.has_value(), "--seed");
+        refuse(options.bus, "--bus");
+        return new RealPc(PcParts(), recorder);
+    }();
+    return *pc;
 }
 
 }  // namespace lab

@@ -4,11 +4,11 @@
 #include <algorithm>
 #include <utility>
 
+#include "lab/Embedded.h"
 #include "lab/Failure.h"
 #include "lab/Files.h"
 #include "lab/Hex.h"
 #include "lab/ImageNotes.h"
-#include "lab/ReportPage.h"
 #include "lab/Words.h"
 #include "simulator/PcKinds.h"
 #include "tagimage/ImageGeometry.h"
@@ -106,9 +106,7 @@ void Report::AddStep(const Player::Step& step, double now) {
         Json& ended = m_steps[running.back()];
         running.pop_back();
         ended["end"] = now;
-        if (step.succeeded) {
-            ended["succeeded"] = *step.succeeded;
-        }
+        ended["succeeded"] = step.succeeded ? Json(*step.succeeded) : Json();
     }
 }
 
@@ -151,10 +149,7 @@ void Report::Write(Json facts, double now) {
     facts["tag"] = {{"register", imageformat::kFirstRegister},
                     {"layouts", std::move(m_layouts)},
                     {"states", std::move(m_states)}};
-    std::string page;
-    for (const std::string_view piece : ReportPage()) {
-        page += piece;
-    }
+    std::string page = Embedded("report.html");
     // The second mark first: what replaces the first one may hold any text.
     page.replace(page.find(kObjectsMark), sizeof(kObjectsMark) - 1, m_objects + "\n");
     page.replace(page.find(kFactsMark), sizeof(kFactsMark) - 1,

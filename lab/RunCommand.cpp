@@ -56,12 +56,10 @@ void PrintTag(const std::string& memory, const Style& style) {
 }
 
 void PrintSum(const Player& player, const Style& style) {
-    std::string text = "\nevents: ";
-    for (const int event : {3, 1, 4}) {
-        text += std::to_string(player.Events().Count(event)) + " of " + std::to_string(event) +
-                (event == 4 ? ".  " : ", ");
-    }
-    WriteOutput(text +
+    const auto count = [&](int event) {
+        return std::to_string(player.Events().Count(event)) + " of " + std::to_string(event);
+    };
+    WriteOutput("\nevents: " + count(3) + ", " + count(1) + ", " + count(4) + ".  " +
                 (player.Failures() == 0
                      ? style.Green("Everything worked.")
                      : style.Red(std::to_string(player.Failures()) + " failed.")) +
@@ -70,29 +68,12 @@ void PrintSum(const Player& player, const Style& style) {
 
 /// The directory of the configuration. A tag of the PC's own is never filled with an example.
 std::string ConfigurationOf(const RunOptions& options, const PcOptions& merged) {
-    const bool simulated = !HasOwnDevices() || merged.route;
-    const bool named = !options.configDirectory.empty();
-    if (named || !simulated || HasConfiguration(options.configDirectory)) {
-        return options.configDirectory;
-    }
-    return InstalledConfiguration();
+    const bool takesExample = options.configDirectory.empty() &&
+                              (!HasOwnDevices() || merged.route) && !HasConfiguration("");
+    return takesExample ? InstalledConfiguration() : options.configDirectory;
 }
 
-void WriteReport(Report& report, const RunOptions& options, const std::string& script,
-                 const PcOptions& merged, const RunOutcome& outcome) {
-    Json facts{{"script", ValidUtf8(script)},
-               {"route", merged.route.value_or(outcome.pc->Parts().RouteName())},
-               {"chip", outcome.pc->Parts().ChipName()},
-               {"pcType", options.pcType},
-               {"fault", ValidUtf8(merged.fault.value_or(""))},
-               {"seed", merged.seed ? Json(std::to_string(*merged.seed)) : Json()},
-               {"failures", outcome.player->Failures()}};
-    report.AddTag(outcome.pc->TagMemory(), outcome.pc->Now(), "at the end", true);
-    report.Write(std::move(facts), outcome.pc->Now());
-}
-
-}  // namespace
-
+/// The options of a run, with what the script's "pc" says where the options say nothing.
 PcOptions MergedOptions(PcOptions options, const Script& script) {
     const Fields settings = script.PcSettings();
     const auto take = [&](const char* name, std::optional<std::string>& option,
@@ -110,6 +91,22 @@ PcOptions MergedOptions(PcOptions options, const Script& script) {
         static_cast<unsigned>(NumberOf(settings, "changes", options.priorityChanges));
     return options;
 }
+
+void WriteReport(Report& report, const RunOptions& options, const std::string& script,
+                 const RunOutcome& outcome) {
+    const PcOptions& merged = outcome.options;
+    Json facts{{"script", ValidUtf8(script)},
+               {"route", merged.route.value_or(outcome.pc->Parts().RouteName())},
+               {"chip", outcome.pc->Parts().ChipName()},
+               {"pcType", options.pcType},
+               {"fault", ValidUtf8(merged.fault.value_or(""))},
+               {"seed", merged.seed ? Json(std::to_string(*merged.seed)) : Json()},
+               {"failures", outcome.player->Failures()}};
+    report.AddTag(outcome.pc->TagMemory(), outcome.pc->Now(), "at the end", true);
+    report.Write(std::move(facts), outcome.pc->Now());
+}
+
+}  // namespace
 
 RunOutcome PlayRun(const RunOptions& options, std::optional<Script> given, RunWatch watching) {
     // Never destroyed, like pc and player: the library's threads may call them until the process
@@ -163,7 +160,7 @@ RunOutcome PlayRun(const RunOptions& options, std::optional<Script> given, RunWa
         judge->Finish();
     }
     recorder.Finish();
-    return {&pc, &player, judge};
+    return {&pc, &player, judge, merged};
 }
 
 int Run(const RunOptions& options) {
@@ -211,8 +208,7 @@ int Run(const RunOptions& options) {
         PrintSum(*outcome.player, style);
     }
     if (report != nullptr) {
-        const PcOptions merged = MergedOptions(options.pc, script.value_or(Script{kVisitName, {}}));
-        WriteReport(*report, options, script ? script->file : kVisitName, merged, outcome);
+        WriteReport(*report, options, script ? script->file : kVisitName, outcome);
     }
     return outcome.IsGood() ? kExitDone : kExitFailed;
 }

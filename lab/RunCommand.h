@@ -24,9 +24,6 @@ struct RunOptions {
     std::optional<std::string> report;  ///< the file of the page
 };
 
-/// The options of a run, with what the script's "pc" says where the options say nothing.
-PcOptions MergedOptions(PcOptions options, const Script& script);
-
 /// What shows or keeps a run while it is played.
 struct RunWatch {
     std::function<void(const Json& object)> object;  ///< under the recorder's lock
@@ -38,6 +35,7 @@ struct RunOutcome {
     Pc* pc = nullptr;
     const Player* player = nullptr;
     const Judge* judge = nullptr;  ///< null for a run that is not judged
+    PcOptions options;             ///< those of the call and of the script
 
     bool IsGood() const { return player->Failures() == 0 && (judge == nullptr || judge->IsGood()); }
 };

@@ -145,8 +145,8 @@ void RunHistory::Take(const Json& object) {
 Done* RunHistory::RunningOn(const std::string& thread) {
     for (std::size_t host = 0; host < m_running.size(); ++host) {
         const std::string suffix = host == 0 ? "" : " " + std::to_string(host);
-        if (thread == kHostThread + suffix) {
-            return m_running[host].command != nullptr ? &m_running[host] : nullptr;
+        if (thread == kHostThread + suffix && m_running[host].command != nullptr) {
+            return &m_running[host];
         }
     }
     return nullptr;

@@ -77,12 +77,10 @@ class Line {
         return value;
     }
     std::string Bytes(const std::string& word, std::size_t count = 0) const {
-        try {
+        return AtPlace(m_place, [&] {
             return count == 0 ? FromHex(word, "value " + Quoted(word))
                               : HexValue(word, count, "value");
-        } catch (const WrongCall& problem) {
-            Fail(problem.what());
-        }
+        });
     }
     [[noreturn]] void Fail(const std::string& problem) const { throw WrongCall(m_place + problem); }
     void RefuseIf(bool wrong, const std::string& problem) const {

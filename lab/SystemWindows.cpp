@@ -13,12 +13,6 @@
 
 namespace lab {
 
-namespace {
-
-constexpr std::size_t kLongestPath = 32768;
-
-}  // namespace
-
 bool OutputIsTerminal() {
     return _isatty(_fileno(stdout)) != 0;
 }
@@ -60,6 +54,7 @@ bool HasOwnDevices() {
 }
 
 std::filesystem::path ProgramDirectory() {
+    constexpr std::size_t kLongestPath = 32768;
     std::wstring name(kLongestPath, L'\0');
     const DWORD size = GetModuleFileNameW(nullptr, name.data(), static_cast<DWORD>(name.size()));
     if (size == 0 || size == name.size()) {

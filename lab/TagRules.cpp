@@ -27,11 +27,7 @@ std::string Shown(const std::string& field, const std::string& value) {
 }
 
 std::string OneOf(const std::set<std::string>& numbers) {
-    std::string text;
-    for (const std::string& number : numbers) {
-        text += (text.empty() ? "" : " or ") + ToHex(number);
-    }
-    return text;
+    return Joined({numbers.begin(), numbers.end()}, " or ");
 }
 
 }  // namespace
@@ -85,7 +81,7 @@ std::optional<TagRules::Known> TagRules::KnownTag(double now) const {
             return std::nullopt;
         }
         if (done.Puts(kNumber)) {
-            known.numbers.insert(done.puts.at(kNumber));
+            known.numbers.insert(ToHex(done.puts.at(kNumber)));
         }
     }
     if (known.numbers.empty()) {
@@ -141,8 +137,9 @@ void TagRules::JudgeTag(const std::string& memory, double now) const {
         return bytes;
     };
     ++m_findings.judged[kNumbers];
-    m_findings.Expect(known->numbers.count(onTag(kNumber)) > 0, command,
-                      "the number " + OneOf(known->numbers) + " on the tag", ToHex(onTag(kNumber)));
+    const std::string number = ToHex(onTag(kNumber));
+    m_findings.Expect(known->numbers.count(number) > 0, command,
+                      "the number " + OneOf(known->numbers) + " on the tag", number);
     m_findings.judged[kFields] += known->fields.empty() ? 0 : 1;
     for (const auto& [name, value] : known->fields) {
         m_findings.Expect(onTag(name) == value, command,
@@ -169,7 +166,7 @@ void TagRules::JudgeReading(const Json& phone, const Command& tap, double begin)
     }
     m_findings.Expect(read("version") == kVersion, tap, "a phone that reads version 8064",
                       read("payload"));
-    m_findings.Expect(known->numbers.count(FromHex(read(kNumber), "phone")) > 0, tap,
+    m_findings.Expect(known->numbers.count(read(kNumber)) > 0, tap,
                       "a phone that reads the number " + OneOf(known->numbers), read(kNumber));
     for (const auto& [name, value] : known->fields) {
         const bool isUrl = name == "url";

@@ -27,7 +27,7 @@ class TagRules {
 
   private:
     struct Known {
-        std::set<std::string> numbers;  // one of them
+        std::set<std::string> numbers;  // one of them, in hexadecimal
         Fields fields;                  // that are known beside the number
         const Done* last = nullptr;     // that has put an image
     };

@@ -16,6 +16,10 @@ constexpr std::int64_t kQuickListener = 50;  // a longer pause of it holds up th
 constexpr double kShortestStay = 250;        // in which a phone surely reads the tag
 constexpr double kLongestWatch = 4000;       // a leave after a longer stay may be reported early
 
+int VisitsOpenedBy(int event) {
+    return event == kPhoneEntered ? 1 : event == kPhoneLeft ? -1 : 0;
+}
+
 }  // namespace
 
 bool VisitRules::HasVisits(const simulator::RouteKind& route) const {
@@ -91,7 +95,7 @@ void VisitRules::TakeEvent(const Json& object, const simulator::RouteKind& route
     if (route.reportsBothEnds) {
         return;
     }
-    m_open += event == kPhoneEntered ? 1 : event == kPhoneLeft ? -1 : 0;
+    m_open += VisitsOpenedBy(event);
     m_openedBy = event == kPhoneEntered ? &command : m_openedBy;
     m_findings.Expect(m_open >= 0 || IsDeaf(time), command, "event 3 before event 1",
                       "event 1 on the " + name + " route at " + Milliseconds(time));
@@ -218,50 +222,43 @@ void VisitRules::JudgeEvents(const Phones& phones, const Surroundings& around) {
     const double gone = phones.back().gone;
     const bool visits = HasVisits(route);
     const bool chipReportsEnds = !route.IsKeyboard() && m_pc.Parts().Chip()->reportsBothEnds;
-    std::string seen;
-    std::size_t count = 0;
-    std::size_t enters = 0;
-    int open = 0;  // a visit of before, which a write beside it may have left open
-    bool isRight = true;
-    double first = 0;
-    double last = 0;
+    std::vector<Event> events;  // since the first of the phones came
+    int open = 0;               // a visit of before, which a write beside it may have left open
     for (const Event& one : m_events) {
-        if (one.route != &route || one.time < around.since || one.time > gone + kVisitEnd) {
-            continue;
+        const bool isOfRoute = one.route == &route && one.time >= around.since;
+        if (isOfRoute && one.time < begin) {
+            open = std::max(open + VisitsOpenedBy(one.event), 0);
+        } else if (isOfRoute && one.time <= gone + kVisitEnd) {
+            events.push_back(one);
         }
-        if (one.time < begin) {
-            open = std::max(open + (one.event == kPhoneEntered ? 1
-                                    : one.event == kPhoneLeft  ? -1
-                                                               : 0),
-                            0);
-            continue;
-        }
-        seen += (seen.empty() ? "event " : ", ") + std::to_string(one.event) + " at " +
-                Milliseconds(one.time);
-        first = count == 0 ? one.time : first;
-        last = one.time;
-        enters += one.event == kPhoneEntered ? 1 : 0;
-        const int inTurn = count % 2 == 0 ? kPhoneEntered : kPhoneLeft;
-        // Two visits that are open at once end in any order.
-        isRight = isRight && (visits ? !around.isTimed || around.openers > 0 || one.event == inTurn
-                                     : one.event == kInterrupt);
-        ++count;
     }
-    const std::size_t leaves = count - enters;
+    std::string seen;
+    std::size_t enters = 0;
+    bool isRight = !events.empty();
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        const int event = events[i].event;
+        seen += (i == 0 ? "event " : ", ") + std::to_string(event) + " at " +
+                Milliseconds(events[i].time);
+        enters += event == kPhoneEntered ? 1 : 0;
+        const int inTurn = i % 2 == 0 ? kPhoneEntered : kPhoneLeft;
+        // Two visits that are open at once end in any order.
+        isRight = isRight && (visits ? !around.isTimed || around.openers > 0 || event == inTurn
+                                     : event == kInterrupt);
+    }
+    const std::size_t leaves = events.size() - enters;
     // A phone that comes before the leave of another has been reported belongs to that visit. A
     // chip that does not report leaves can give more visits than phones: the watch over a phone
     // that has caused few interrupts ends early, and the next interrupt opens another one.
     if (route.IsKeyboard() || !visits) {
-        isRight = isRight && count == 2 * phones.size();
+        isRight = isRight && events.size() == 2 * phones.size();
     } else {
         isRight = isRight && (!around.isTimed || open == 0);
         if (chipReportsEnds || (around.isTimed && phones.size() == 1)) {
             isRight = isRight && enters <= phones.size() + around.openers;
         }
     }
-    isRight = isRight && count > 0 &&
-              (!visits || enters == leaves ||
-               (!around.isTimed && enters + static_cast<std::size_t>(open) == leaves));
+    isRight = isRight && (!visits || enters == leaves ||
+                          (!around.isTimed && enters + static_cast<std::size_t>(open) == leaves));
     std::string expected =
         visits ? "an event 3 and an event 1 for a phone" : "two events 4 for a phone";
     if (around.isTimed) {
@@ -270,11 +267,12 @@ void VisitRules::JudgeEvents(const Phones& phones, const Surroundings& around) {
         const bool isShort = !Any(
             phones, [](const Phone& phone) { return phone.gone - phone.begin > kLongestWatch; });
         expected += ", the first before " + Milliseconds(begin + kPrompt);
-        isRight = isRight && first <= begin + kPrompt;
+        isRight = isRight && events.front().time <= begin + kPrompt;
         if (isShort && around.openers == 0) {
             expected += ", the last from " + Milliseconds(gone - leeway) + " to " +
                         Milliseconds(gone + kPrompt);
-            isRight = isRight && last >= gone - leeway && last <= gone + kPrompt;
+            isRight = isRight && events.back().time >= gone - leeway &&
+                      events.back().time <= gone + kPrompt;
         }
     }
     m_findings.Expect(isRight, *phones.front().command, expected, seen.empty() ? "none" : seen);

@@ -8,69 +8,6 @@ namespace lab {
 
 namespace {
 
-// In each shell a function passes the words up to the cursor to "tagport-lab complete-words", whose
-// first line says what else may stand there, and offers the words of the other lines.
-constexpr char kBash[] =
-    R"(# bash completion of tagport-lab, made by: tagport-lab completion bash
-_tagport_lab() {
-    local cur=${COMP_WORDS[COMP_CWORD]} before= files= lines
-    if [[ $cur == = ]]; then
-        cur=
-    elif [[ $cur == --*=* ]]; then
-        before=${cur%%=*}= cur=${cur#*=}
-    fi
-    mapfile -t lines < <("${COMP_WORDS[0]}" complete-words "${COMP_WORDS[@]:1:COMP_CWORD}" | cut -f1)
-    case ${lines[0]} in
-        files) files=-f ;;
-        directories) files=-d ;;
-    esac
-    mapfile -t COMPREPLY < <(compgen ${files:+"$files"} -W "${lines[*]:1}" -- "$cur")
-    COMPREPLY=("${COMPREPLY[@]/#/$before}")
-    [[ -z $files ]] || compopt -o filenames
-}
-complete -F _tagport_lab tagport-lab
-)";
-
-// A file of a completion directory is the function's body at its first call; `source` of the same
-// text registers the function.
-constexpr char kZsh[] = R"(#compdef tagport-lab
-# zsh completion of tagport-lab, made by: tagport-lab completion zsh
-_tagport-lab() {
-    local -a lines
-    lines=("${(@f)$("${words[1]}" complete-words "${(@)words[2,CURRENT]}" | cut -f1)}")
-    [[ $PREFIX != --*=* ]] || compset -P '*='
-    case ${lines[1]} in
-        files) _files ;;
-        directories) _files -/ ;;
-    esac
-    (( ${#lines} < 2 )) || compadd -- "${(@)lines[2,-1]}"
-}
-if [[ ${funcstack[1]} == _tagport-lab ]]; then
-    _tagport-lab "$@"
-else
-    (( ${+functions[compdef]} )) || { autoload -Uz compinit && compinit -i; }
-    compdef _tagport-lab tagport-lab
-fi
-)";
-
-constexpr char kFish[] = R"(# fish completion of tagport-lab, made by: tagport-lab completion fish
-function __tagport_lab
-    set -l before (commandline -opc)
-    set -l token (commandline -ct)
-    set -l head (string match -r -- '^--[^=]*=' $token)
-    set -l lines ($before[1] complete-words $before[2..-1] $token)
-    if contains -- $lines[1] files directories
-        for path in (__fish_complete_path (string replace -r -- '^--[^=]*=' '' $token))
-            echo "$head$path"
-        end
-    end
-    for word in $lines[2..-1]
-        echo "$head$word"
-    end
-end
-complete -c tagport-lab -f -a '(__tagport_lab)'
-)";
-
 std::string Offered(const std::string& word, const std::string& description) {
     return word + "\t" + description + "\n";
 }
@@ -108,10 +45,6 @@ std::vector<const CLI::Option*> OptionsOf(const CLI::App& app) {
 }
 
 }  // namespace
-
-std::string CompletionScript(const std::string& shell) {
-    return shell == "bash" ? kBash : shell == "zsh" ? kZsh : kFish;
-}
 
 std::string CompletedWords(const CLI::App& program, std::vector<std::string> words) {
     // Bash makes three words of "--route=i", the other shells one.

@@ -15,12 +15,11 @@ namespace lab {
 /// program): grammar, examples and exit statuses.
 std::string HelpFooter(const std::string& path);
 
-/// A script for "bash", "zsh" or "fish".
-std::string CompletionScript(const std::string& shell);
-
-/// What may stand at the last of these words, which follow the program's name on a line. The first
-/// line is "files", "directories" or "words": what may stand there besides the words of the other
-/// lines, each with a tabulator and its description.
+/// In each shell a function (completion.bash and so on) passes the words up to the cursor to
+/// "tagport-lab complete-words", and offers what is printed: what may stand at the last of these
+/// words, which follow the program's name on a line. The first line is "files", "directories" or
+/// "words": what may stand there besides the words of the other lines, each with a tabulator and
+/// its description.
 std::string CompletedWords(const CLI::App& program, std::vector<std::string> words);
 
 /// The words that may stand where the parser stopped at `word`: options or commands.
