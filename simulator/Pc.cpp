@@ -31,7 +31,11 @@ std::string ChipProblem(const std::vector<PcRoute>& routes, const std::string& c
     }
     const ChipKind* const kind = FindKind(kChipKinds, chip);
     if (kind == nullptr) {
-        return "there is no such chip";
+        std::string names;
+        for (const ChipKind& one : kChipKinds) {
+            names += (names.empty() ? "" : ", ") + std::string(one.name);
+        }
+        return "there is no such chip; expected one of " + names;
     }
     return kind->NeedsDetection() && Has(routes, PcRoute::kUsb)
                ? "not possible on the usb route, where every chip has the frames of FM11N chips"
