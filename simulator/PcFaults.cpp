@@ -54,11 +54,12 @@ std::optional<PcFaults> PcFaults::Parse(const std::string& text, const std::vect
         if (entry.empty()) {
             return refused("entry " + std::to_string(number) + " is empty");
         }
-        if (fault && !ble) {
+        // "write" is a target of the drivers too, whose parser says what is missing.
+        if (fault && !ble && fault->call != LinkDockService::BleCall::kWrite) {
             return refused("\"" + entry + "\": a call of the Bluetooth client, and the PC has no " +
                            "ble route, only " + NamesOf(routes));
         }
-        if (fault) {
+        if (fault && ble) {
             faults.client.push_back(*fault);
         } else if (!ble || (both && entry.find('=') != std::string::npos)) {
             ofDrivers += (ofDrivers.empty() ? "" : ",") + entry;

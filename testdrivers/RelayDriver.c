@@ -115,10 +115,18 @@ static NTSTATUS Forward(DEVICE_OBJECT* device, PIRP irp, uint32_t kind, uint32_t
     return status;
 }
 
+/* As after a start of the driver, but for `present`. */
+static void Reset(struct Extension* extension, int present) {
+    KIRQL irql = EnterLock();
+    extension->present = present;
+    extension->file = NULL;
+    RtlZeroMemory(extension->rules, sizeof(extension->rules));
+    LeaveLock(irql);
+}
+
 static NTSTATUS SetPresent(uint32_t which, uint32_t present) {
     struct Extension* extension;
     NTSTATUS status = STATUS_SUCCESS;
-    KIRQL irql;
     if (which >= DEVICES) {
         return present ? STATUS_INVALID_PARAMETER : STATUS_SUCCESS;
     }
@@ -126,13 +134,12 @@ static NTSTATUS SetPresent(uint32_t which, uint32_t present) {
     if (extension->present == (present != 0)) {
         return STATUS_SUCCESS;
     }
-    irql = EnterLock();
-    extension->present = present != 0;
-    extension->file = NULL;
-    RtlZeroMemory(extension->rules, sizeof(extension->rules));
-    LeaveLock(irql);
+    Reset(extension, present != 0);
     if (present) {
         status = IoCreateSymbolicLink(&g_links[which], &g_names[which]);
+        if (!NT_SUCCESS(status)) {
+            Reset(extension, 0); /* another driver has the name, and must keep it */
+        }
     } else {
         IoDeleteSymbolicLink(&g_links[which]);
         FailPending(NULL, g_devices[which], STATUS_DEVICE_NOT_CONNECTED);

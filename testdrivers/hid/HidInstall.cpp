@@ -71,9 +71,9 @@ std::wstring KeyOf(const std::wstring& device) {
 
 // Creates the device's key where there is none.
 void SetValue(const std::wstring& device, const wchar_t* name, const std::wstring& text) {
-    const LSTATUS result =
-        RegSetKeyValueW(HKEY_LOCAL_MACHINE, (KeyOf(device) + L"\\" TAGPORT_HID_INSTANCE).c_str(),
-                        name, REG_SZ, text.c_str(), (text.size() + 1) * sizeof(wchar_t));
+    const LSTATUS result = RegSetKeyValueW(
+        HKEY_LOCAL_MACHINE, (KeyOf(device) + L"\\" TAGPORT_HID_INSTANCE).c_str(), name, REG_SZ,
+        text.c_str(), static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
     if (result != ERROR_SUCCESS) {
         Throw("the registration of a HID device", static_cast<DWORD>(result));
     }

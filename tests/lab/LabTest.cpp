@@ -267,6 +267,7 @@ TEST(Lab, AFailureIsOneLineOnStandardError) {
          "--fault: \"connect#1\": a call of the Bluetooth client, and the PC has no ble route, "
          "only "
          "i2c"},
+        {"run --fault write#3", "", 2, "\"write#3\": the form is KIND#WHICH=ACTION"},
         {"run --fault ' '", "", 2, "--fault \" \": a plan is needed, or none"},
         {"run --script lab", "", 2, "--script lab: is a directory"},
         {"run --script /dev/zero", "", 2, "--script /dev/zero: is not a regular file"},
