@@ -31,14 +31,6 @@ constexpr int kPauseMs = 300;            // of a pipe: what was read so far is t
 constexpr std::size_t kLeastLines = 30;  // of a pipe, before its layout is found
 constexpr std::size_t kMostLines = 2000;
 
-struct Closer {
-    void operator()(std::FILE* file) const {
-        if (file != stdin) {
-            std::fclose(file);
-        }
-    }
-};
-
 /// The bytes of a log.
 class Input {
   public:
@@ -98,7 +90,7 @@ class Input {
 
     std::string m_log;
     std::string m_name;
-    std::unique_ptr<std::FILE, Closer> m_file;
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> m_file{nullptr, &std::fclose};
     bool m_isBeginning = true;
     std::string m_block;
 };
@@ -106,11 +98,10 @@ class Input {
 /// Reads logs from their beginning, one after the other.
 class Reading {
   public:
-    explicit Reading(Story::Sink sink) : m_story(std::move(sink)) {}
+    explicit Reading(ItemSink sink) : m_story(std::move(sink)) {}
 
     /// Calls `pause` when a pipe has nothing more for now.
-    template <class Pause>
-    void Run(std::vector<Input>& inputs, Pause pause) {
+    void Run(std::vector<Input>& inputs, const std::function<void()>& pause) {
         for (Input& input : inputs) {
             m_input = &input;
             m_files.push_back(ValidUtf8(input.Name()));

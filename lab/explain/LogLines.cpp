@@ -46,11 +46,11 @@ bool LogLines::TakePart(std::string_view& bytes, bool isEnd) {
         m_isLineStart = false;
     }
     std::size_t size = 0;
-    if (m_encoding == Encoding::kUtf8 && !bytes.empty() && !m_isLineStart) {
+    if (m_encoding != Encoding::kUtf8 && !m_isLineStart) {
+        size = Decode(bytes);
+    } else if (!bytes.empty() && !m_isLineStart) {
         size = std::min(bytes.find('\n'), bytes.size() - 1) + 1;
         m_line += bytes.substr(0, size);
-    } else if (!m_isLineStart) {
-        size = Decode(bytes);
     }
     bytes.remove_prefix(size);
     const bool isWhole = size > 0 && !m_line.empty() && m_line.back() == '\n';
@@ -79,20 +79,18 @@ std::size_t LogLines::ChooseEncoding(std::string_view line) {
         }
     }
     // Without a mark: Latin text has a zero in every second byte, and no other text has one.
-    std::string zeros;
-    for (const char byte :
-         line.substr(0, std::min<std::size_t>(line.size(), 4) & ~std::size_t{1})) {
-        zeros += byte == '\0' ? '0' : 'x';
+    std::string shape;  // of a few bytes
+    for (const char byte : line.substr(0, kShowsEncoding)) {
+        shape += byte == '\0' ? '0' : byte > '\0' && byte <= '~' ? 'a' : 'x';
     }
-    const auto isAscii = [](char c) { return c > '\0' && c <= '~'; };
-    if (zeros == "x0x0" || zeros == "x0") {
-        m_encoding = Encoding::kUtf16Little;
-    } else if (zeros == "0x0x" || zeros == "0x") {
-        m_encoding = Encoding::kUtf16Big;
-    } else if (line.size() >= kShowsEncoding &&
-               std::all_of(line.begin(), line.begin() + kShowsEncoding, isAscii)) {
-        m_encoding = Encoding::kUtf8;
-    }
+    const std::string head = shape.substr(0, std::min<std::size_t>(shape.size(), 4) / 2 * 2);
+    const auto isPairs = [&](const char* pair) {
+        return head == pair || head == std::string(pair) + pair;
+    };
+    m_encoding = isPairs("a0")                               ? Encoding::kUtf16Little
+                 : isPairs("0a")                             ? Encoding::kUtf16Big
+                 : shape == std::string(kShowsEncoding, 'a') ? Encoding::kUtf8
+                                                             : m_encoding;
     return 0;
 }
 
@@ -130,10 +128,9 @@ bool LogLines::Recognise(std::string_view part, bool isError) {
     if (match) {
         ++m_counts.records;
         const std::string_view prefix = EndOf(part.substr(0, match->begin), kLongestPrefix);
-        m_sink({m_file, m_number, std::string(prefix), *std::move(match), isError});
-        return true;
+        m_sink({m_file, m_number, std::string(prefix), *match, isError});
     }
-    return false;
+    return match.has_value();
 }
 
 // Takes all of the library's texts in what there is of the current line.

@@ -178,9 +178,9 @@ char NameOf(const Column& before) {
         {"pid", 'p'}, {"process", 'p'}, {"processid", 'p'}, {"process_id", 'p'}, {"proc", 'p'},
         {"tid", 't'}, {"thread", 't'},  {"threadid", 't'},  {"thread_id", 't'},  {"thr", 't'},
         {"t", 'c'},   {"time", 'c'},    {"ts", 'c'},        {"timestamp", 'c'}};
-    std::string word(before.IsConstant() ? before.lastValue : "");
-    for (char& c : word) {
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    std::string word;
+    for (const char c : before.IsConstant() ? before.lastValue : "") {
+        word += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     }
     const auto found = kNames.find(word);
     return found == kNames.end() ? '\0' : found->second;

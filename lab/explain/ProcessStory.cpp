@@ -9,7 +9,7 @@ namespace lab::explain {
 
 namespace {
 
-constexpr std::size_t kMostLanes = 32;          // with Story::kMostProcesses this bounds the memory
+constexpr std::size_t kMostLanes = 32;          // with the processes this bounds the memory
 constexpr std::size_t kMostCauses = 32;         // in the figures
 constexpr std::int64_t kLeastJump = 2'000'000;  // of the clock, in microseconds
 constexpr unsigned kJumpLines = 6;              // that agree: threads need no strict order
@@ -23,8 +23,8 @@ const KindName& NameOf(ItemKind kind) {
     return kKindNames.at(static_cast<std::size_t>(kind));
 }
 
-void Increase(Json& number, bool isMore = true) {
-    number = number.get<std::uint64_t>() + (isMore ? 1 : 0);
+void Increase(Json& number) {
+    number = number.get<std::uint64_t>() + 1;
 }
 
 // The code alone says what has happened to the device.
@@ -323,11 +323,12 @@ void ProcessStory::CountItem(const Item& item, const Json& object) {
     if (of.is_null()) {
         of = {{"worked", 0}, {"failed", 0}, {"open", 0}, {"atEnd", 0}, {"retried", 0}};
     }
-    Increase(of["worked"], hasWorked);
-    Increase(of["failed"], isFailed);
-    Increase(of["open"], isOpen);
-    Increase(of["atEnd"], isOpen && m_isLogsEnd);
-    Increase(of["retried"], hasWorked && item.attempts > 1);
+    Increase(of[isFailed ? "failed" : isOpen ? "open" : "worked"]);
+    if (isOpen && m_isLogsEnd) {
+        Increase(of["atEnd"]);
+    } else if (hasWorked && item.attempts > 1) {
+        Increase(of["retried"]);
+    }
     const Micros micros = Between(item.begin.micros, item.end);
     if (hasWorked && micros) {
         auto& [sum, count] = m_sums[item.kind];

@@ -3,13 +3,41 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
-#include "lab/explain/Story.h"
+#include "lab/Recorder.h"
+#include "lab/explain/Meanings.h"
+#include "lab/explain/Prefix.h"
 
 namespace lab::explain {
+
+/// A place in the logs, and what is before its line.
+struct Mark : Origin {
+    std::uint64_t line = 0;
+    std::string_view file{};  ///< outlives the story
+    std::uint64_t order = 0;  ///< counts the library's lines
+};
+
+/// The names of a kind of item, from meanings.txt.
+struct KindName {
+    const char* json;
+    const char* label;      ///< in the summary; empty: not a line of its own
+    const char* operation;  ///< what the host has called
+    const char* success;
+};
+extern const std::array<KindName, kKindNameCount> kKindNames;
+
+/// Takes one thing that happened, with the fields that docs/lab.md lists.
+using ItemSink = std::function<void(const Json& item)>;
 
 /// Nothing when a time is unknown, or the clock was set back.
 Micros Between(Micros begin, Micros end);
@@ -31,8 +59,7 @@ enum class Outcome : std::uint8_t { kWorked, kFailed, kOpen, kUnusual };
 
 class ProcessStory {
   public:
-    ProcessStory(std::string name, const Story::Sink& sink)
-        : m_sink(sink), m_name(std::move(name)) {}
+    ProcessStory(std::string name, const ItemSink& sink) : m_sink(sink), m_name(std::move(name)) {}
 
     void Take(const Match& match, const Mark& place);
     void Flush();
@@ -114,26 +141,8 @@ class ProcessStory {
     };
     static const std::array<Rule, kRuleCount> kRules;
 
-    // The actions of the rules.
-    void Notice(const At& at);
-    void AddStep(const At& at);
-    void AddLoose(const At& at);
-    void AddUnusual(const At& at);
-    void Begin(const At& at);
-    void Try(const At& at);
-    void Done(const At& at);
-    void EndOperation(const At& at);
-    void FindRoute(const At& at);
-    void FindChip(const At& at);
-    void NotRead(const At& at);
-    void HaveThreads(const At& at);
-    void EndNumberRead(const At& at);
-    void BeginRenewal(const At& at);
-    void EndRenewal(const At& at);
-    void BeginVisit(const At& at);
-    void EndVisit(const At& at);
-    void MissListener(const At& at);
-    void EndLoop(const At& at);
+    // Made of meanings.txt: void ACTION(const At& at); for each action of the rules.
+#include "lab/explain/ActionList.h"
 
     Lane& LaneOf(const Mark& place);
     void WatchClock(const Mark& place);
@@ -155,7 +164,9 @@ class ProcessStory {
     void LoseBefore(std::uint64_t order);
     void EndChain(Source& source);
     bool IsFromKeyboard(const Lane& lane) const;
-    Source& SourceOf(const Lane& lane) { return IsFromKeyboard(lane) ? m_keyboard : m_chip; }
+    Source& SourceOf(const Lane& lane) {
+        return IsFromKeyboard(lane) ? m_keyboard : m_chip;
+    }
     bool Has(Trait trait) const {
         return !m_tags.empty() && (m_tags.begin()->second.traits & trait) != 0;
     }
@@ -163,7 +174,7 @@ class ProcessStory {
         return std::string(advice[m_tags.empty() ? 0 : Has(kInKeyboard) ? 2 : 1]);
     }
 
-    const Story::Sink& m_sink;
+    const ItemSink& m_sink;
     std::string m_name;
     std::map<bool, Tag> m_tags;  // the one that DeviceInit found, then the Bluetooth keyboard
     std::string m_firstTime;

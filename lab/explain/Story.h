@@ -2,43 +2,15 @@
 // number, visits of phones, failures with their causes. Memory does not grow with the log.
 #pragma once
 
-#include <array>
-#include <cstdint>
-#include <functional>
-#include <memory>
-#include <string_view>
-#include <vector>
+#include <list>
 
-#include "lab/Recorder.h"
-#include "lab/explain/Meanings.h"
-#include "lab/explain/Prefix.h"
+#include "lab/explain/ProcessStory.h"
 
 namespace lab::explain {
 
-/// A place in the logs, and what is before its line.
-struct Mark : Origin {
-    std::uint64_t line = 0;
-    std::string_view file{};  ///< outlives the story
-    std::uint64_t order = 0;  ///< counts the library's lines
-};
-
-/// The names of a kind of item, from meanings.txt.
-struct KindName {
-    const char* json;
-    const char* label;      ///< in the summary; empty: not a line of its own
-    const char* operation;  ///< what the host has called
-    const char* success;
-};
-extern const std::array<KindName, kKindNameCount> kKindNames;
-
-class ProcessStory;
-
 class Story {
   public:
-    /// Takes one thing that happened, with the fields that docs/lab.md lists.
-    using Sink = std::function<void(const Json& item)>;
-    explicit Story(Sink sink);
-    ~Story();
+    explicit Story(ItemSink sink) : m_sink(std::move(sink)) {}
 
     void Take(const Match& match, Mark place);
     /// Tells what is held back to count its repetitions.
@@ -53,8 +25,8 @@ class Story {
     static constexpr std::size_t kMostProcesses = 64;
 
   private:
-    Sink m_sink;
-    std::vector<std::unique_ptr<ProcessStory>> m_processes;
+    ItemSink m_sink;
+    std::list<ProcessStory> m_processes;
     std::uint64_t m_taken = 0;
     std::uint64_t m_dropped = 0;
     Micros m_lastMicros;

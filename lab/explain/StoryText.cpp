@@ -54,24 +54,17 @@ std::string Times(const Json& object) {
 std::string TimedText(const std::string& kind, const Json& process, const Style& style) {
     const Json& of = process[kind];
     const bool isVisit = kind == "visit";
-    std::string text;
+    std::string text = kind == "failure" || kind == "read-number"
+                           ? ""
+                           : of["worked"].dump() + (isVisit ? " complete" : " worked");
     const auto add = [&](std::uint64_t count, const std::string& what) {
-        text += (text.empty() ? "" : ", ") + std::to_string(count) + what;
+        text += count == 0 ? "" : (text.empty() ? "" : ", ") + std::to_string(count) + what;
     };
-    const auto addSome = [&](std::uint64_t count, const std::string& what) {
-        if (count > 0) {
-            add(count, what);
-        }
-    };
-    if (kind != "failure" && kind != "read-number") {
-        add(of["worked"], isVisit ? " complete" : " worked");
-    }
     const std::uint64_t atEnd = of["atEnd"];
-    addSome(of["retried"], " of them after retries");
-    addSome(of["open"].get<std::uint64_t>() - atEnd,
-            isVisit ? " without a leave" : " without an end");
-    addSome(atEnd, " not finished when the log ends");
-    addSome(of["failed"], style.Red(" failed"));
+    add(of["retried"], " of them after retries");
+    add(of["open"].get<std::uint64_t>() - atEnd, isVisit ? " without a leave" : " without an end");
+    add(atEnd, " not finished when the log ends");
+    add(of["failed"], style.Red(" failed"));
     if (of.value("longestMs", 0.0) >= kShownAtLeast) {
         text += "; " + Duration(of["averageMs"]) + " on average, the longest " +
                 Duration(of["longestMs"]);
@@ -86,10 +79,8 @@ std::string JsonLine(const Json& object) {
     return object.dump(-1, ' ', true) + "\n";
 }
 
-std::string StoryText::Place(const Json& place, const char* before) const {
-    return m_files == 0
-               ? ""
-               : before + (m_files > 1 ? Text(place, "file") + ":" : "") + place["line"].dump();
+std::string StoryText::Place(const Json& place) const {
+    return (m_files > 1 ? Text(place, "file") + ":" : "") + place["line"].dump();
 }
 
 std::string StoryText::Fold(const std::string& text, std::size_t indent,
@@ -138,23 +129,22 @@ std::string StoryText::ItemLines(const Json& item, bool hasProcesses) const {
         }
     }
     for (const Json& step : item.value("chain", Json::array())) {
-        const std::string line = Place(step, "line ") + (m_files > 0 ? "  " : "");
+        const std::string line = m_files > 0 ? "line " + Place(step) + "  " : "";
         text += margin + m_style.Dim(line + Text(step, "text") + Times(step)) + "\n";
     }
     return text;
 }
 
-std::string StoryText::Line(const std::string& label, const std::string& text) const {
-    return label + Fold(text, kLabelWidth, kLabelWidth);
-}
-
 std::string StoryText::ProcessLines(const Json& process, bool isNamed) const {
+    std::string text;
+    const auto line = [&](const std::string& label, const std::string& value) {
+        text += label + Fold(value, kLabelWidth, kLabelWidth);
+    };
     const auto label = [](const std::string& name) { return Padded("  " + name, kLabelWidth); };
     const std::string name = Text(process, "process");
-    std::string text =
-        isNamed
-            ? "\n" + m_style.Bold("Process " + (name.empty() ? "without a number" : name)) + "\n"
-            : "";
+    if (isNamed) {
+        text = "\n" + m_style.Bold("Process " + (name.empty() ? "without a number" : name)) + "\n";
+    }
     std::vector<std::string> tags;
     for (const Json& tag : process["tags"]) {
         const std::string chip = tag["chip"];
@@ -162,22 +152,25 @@ std::string StoryText::ProcessLines(const Json& process, bool isNamed) const {
         tags.push_back(chip + (chip.empty() ? "" : " on ") +
                        (route.empty() ? "an unknown route" : route));
     }
-    text += tags.empty() ? "" : Line(label("Tag"), Joined(tags, ", and a keyboard on "));
-    text += process["from"] == ""
-                ? ""
-                : Line(label("Time"), Text(process, "from") + " to " + Text(process, "to"));
+    if (!tags.empty()) {
+        line(label("Tag"), Joined(tags, ", and a keyboard on "));
+    }
+    if (process["from"] != "") {
+        line(label("Time"), Text(process, "from") + " to " + Text(process, "to"));
+    }
     for (const KindName& kind : kKindNames) {
         if (*kind.label != '\0' && process.contains(kind.json)) {
-            text += Line(label(kind.label), TimedText(kind.json, process, m_style));
+            line(label(kind.label), TimedText(kind.json, process, m_style));
         }
     }
     for (const auto& [list, head] : {std::pair("failures", m_style.Red(label("Failure"))),
                                      {"unusual", m_style.Yellow(label("Unusual"))}}) {
         for (const Json& cause : process[list]) {
-            text += Line(head, Place(cause, "line ") + (m_files > 0 ? ": " : "") +
-                                   cause["text"].get<std::string>() + Times(cause));
-            text +=
-                cause["do"] == "" ? "" : Line(label(""), "Do: " + cause["do"].get<std::string>());
+            const std::string what = cause["text"].get<std::string>() + Times(cause);
+            line(head, m_files > 0 ? "line " + Place(cause) + ": " + what : what);
+            if (cause["do"] != "") {
+                line(label(""), "Do: " + cause["do"].get<std::string>());
+            }
         }
     }
     return text;

@@ -26,9 +26,8 @@ class StoryText {
     std::string Figures(const Json& figures) const;
 
   private:
-    std::string Place(const Json& place, const char* before = "") const;
+    std::string Place(const Json& place) const;
     std::string Fold(const std::string& text, std::size_t indent, std::size_t hanging) const;
-    std::string Line(const std::string& label, const std::string& text) const;
     std::string ProcessLines(const Json& process, bool isNamed) const;
 
     Style m_style;
