@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <ctime>
 #include <fstream>
+#include <iomanip>
 #include <map>
 #include <set>
 #include <sstream>
@@ -12,8 +14,8 @@
 #include <vector>
 
 #include "lab/Recorder.h"
+#include "lab/Words.h"
 #include "lab/explain/Clock.h"
-#include "lab/explain/StoryText.h"
 #include "tests/lab/Shell.h"
 
 namespace {
@@ -73,14 +75,10 @@ Story Explain(const std::string& log) {
     return ExplainFiles(File(log));
 }
 
-std::string Digits(long long number, std::size_t width) {
-    const std::string text = std::to_string(number);
-    return std::string(width - std::min(width, text.size()), '0') + text;
-}
-
-// How a host's sink writes a line: {d}ay, {h}our to second, {m}illiseconds, {S}econds since 1970,
-// {P}rocess, {T}hread's number or {N}ame, {L}evel's letter, {K} milliseconds since the system's
-// start, {C}ounter of all programs' lines.
+// The lines of a run as a host's sink writes them. A style is one for strftime, with
+// {m}illiseconds, {S}econds since 1970, {P}rocess, {T}hread's number or {N}ame, {L}evel's letter,
+// {K} milliseconds since the system's start, and {C}ounter of all programs' lines. Midnight passes
+// after five seconds.
 std::string Log(std::vector<Json> objects, const std::string& style, int process = 4711) {
     std::stable_sort(objects.begin(), objects.end(),
                      [](const Json& a, const Json& b) { return a["t"] < b["t"]; });
@@ -90,60 +88,50 @@ std::string Log(std::vector<Json> objects, const std::string& style, int process
         if (object["kind"] != "log") {
             continue;
         }
-        const auto milliseconds = static_cast<long long>(std::llround(object["t"].get<double>()));
-        const long long seconds = 86'395 + milliseconds / 1000;  // passes midnight after five
+        const long long milliseconds = std::llround(object["t"].get<double>());
+        const std::time_t seconds = 1'764'028'795 + milliseconds / 1000;
         const std::string thread = object["thread"];
         counter += 1 + milliseconds % 3;
         const std::map<char, std::string> values{
-            {'d', Digits(25 + seconds / 86'400, 2)},
-            {'h', Digits(seconds / 3600 % 24, 2) + ":" + Digits(seconds / 60 % 60, 2) + ":" +
-                      Digits(seconds % 60, 2)},
-            {'m', Digits(milliseconds % 1000, 3)},
-            {'S', std::to_string(1'764'000'000 + seconds)},
+            {'m', std::to_string(1000 + milliseconds % 1000).substr(1)},
+            {'S', std::to_string(seconds)},
             {'P', std::to_string(process)},
             {'T', std::to_string(std::hash<std::string>()(thread) % 9000 + 1000)},
             {'N', thread},
             {'L', object["level"] == 4 ? "E" : "W"},
             {'K', std::to_string(milliseconds + 71'234'567)},
-            {'C', Digits(counter, 8)}};
-        for (std::size_t at = 0; at < style.size(); ++at) {
-            const bool isField = style[at] == '{';
-            log += isField ? values.at(style[at + 1]) : std::string(1, style[at]);
-            at += isField ? 2 : 0;
+            {'C', std::to_string(100'000'000 + counter).substr(1)}};
+        std::ostringstream prefix;
+        prefix << std::put_time(std::gmtime(&seconds), style.c_str());
+        for (const std::string& part : lab::Split(prefix.str(), '{')) {
+            const bool isField = part.size() > 1 && part[1] == '}';
+            log += isField ? values.at(part[0]) + part.substr(2) : part;
         }
         log += object["line"].get<std::string>() + "\n";
     }
     return log;
 }
 
-const std::string kFullStyle = "2026-11-{d}T{h}.{m}Z [{P}:{T}] {L} ";
+const std::string kFullStyle = "%FT%T.{m}Z [{P}:{T}] {L} ";
 
 using Counts = std::map<std::string, int>;
 
 // What the run knows: operations by their results, phones by the events.
 Counts FromRun(const std::vector<Json>& objects) {
-    static const std::map<std::string, std::string> kOperations{{"Create", "create"},
-                                                                {"DeviceInit", "start"},
-                                                                {"WriteMessage", "write"},
-                                                                {"UpdateNfcData", "update"},
-                                                                {"BtConnect", "connect"}};
+    static const std::map<std::string, std::string> kKinds{
+        {"Create", "create"},        {"DeviceInit", "start"},  {"WriteMessage", "write"},
+        {"UpdateNfcData", "update"}, {"BtConnect", "connect"}, {"ReadRandNum", "read-number"}};
     Counts counts;
     for (const Json& object : objects) {
+        const Json result = object.value("result", Json());
+        const auto kind = kKinds.find(object.value("operation", ""));
         if (object["kind"] == "event" && object["event"] == 1) {
             ++counts["visit ok"];
-        }
-        if (object["kind"] != "result") {
-            continue;
-        }
-        const bool ok =
-            object["result"].is_boolean() ? object["result"].get<bool>() : object["result"] == 0;
-        const std::string operation = object["operation"];
-        if (kOperations.count(operation) > 0) {
-            ++counts[kOperations.at(operation) + (ok ? " ok" : " failed")];
-        } else if (operation == "ReadRandNum" && !ok) {
-            ++counts["read-number failed"];  // a success has no line of its own
+        } else if (object["kind"] == "result" && kind != kKinds.end()) {
+            ++counts[kind->second + (result == true || result == 0 ? " ok" : " failed")];
         }
     }
+    counts.erase("read-number ok");  // it has no line of its own
     return counts;
 }
 
@@ -163,6 +151,15 @@ Counts FromStory(const Story& story) {
         }
     }
     return counts;
+}
+
+// Each text as a line of the library.
+std::string Lines(const std::vector<std::string>& texts) {
+    std::string log;
+    for (const std::string& text : texts) {
+        log += text + "(LogErrorFun)\n";
+    }
+    return log;
 }
 
 struct Failure {
@@ -194,19 +191,15 @@ const std::vector<Scenario> kScenarios{
     {kDesk + "--chip like-fm11n", "", "like FM11N", "I2C"},
     {kDesk + "--chip like-fanli", "", "unknown, like Fanli", "I2C"}};
 
-TEST(Explain, CountsWhatEachRunDid) {
+TEST(Explain, CountsWhatEachRunDidAndNamesTagAndCause) {
     for (const Scenario& one : kScenarios) {
         const std::vector<Json> run = RunObjects(one.arguments);
-        EXPECT_EQ(FromStory(Explain(Log(run, kFullStyle))), FromRun(run)) << one.arguments;
-    }
-}
-
-TEST(Explain, NamesTagAndCauseInTheSummary) {
-    for (const Scenario& one : kScenarios) {
-        const Json process = Explain(Log(RunObjects(one.arguments), kFullStyle)).Process();
-        EXPECT_EQ(process["chip"], one.chip);
-        EXPECT_EQ(process["route"], one.route);
-        EXPECT_NE(process["failures"].dump().find(one.cause), std::string::npos) << process;
+        const Story story = Explain(Log(run, kFullStyle));
+        SCOPED_TRACE(one.arguments);
+        EXPECT_EQ(FromStory(story), FromRun(run));
+        EXPECT_EQ(story.Process()["chip"], one.chip);
+        EXPECT_EQ(story.Process()["route"], one.route);
+        EXPECT_NE(story.Process()["failures"].dump().find(one.cause), std::string::npos);
     }
 }
 
@@ -221,14 +214,14 @@ TEST(Explain, FindsWhatIsBeforeEachLine) {
     const std::vector<Json> run = RunObjects(kBadDay);
     for (const Prefix& one :
          std::vector<Prefix>{{kFullStyle.c_str(), true, true},
-                             {"{L}/tagport({P}): {d}.11.2026 {h},{m} tid={T} ", true, true},
-                             {"11-{d} {h}.{m}  {P}  {T} {L} nfc : ", true, true},
-                             {"{h}:{m} <{N}> | ", false, true},
+                             {"{L}/tagport({P}): %d.%m.%Y %T,{m} tid={T} ", true, true},
+                             {"%m-%d %T.{m}  {P}  {T} {L} nfc : ", true, true},
+                             {"%T:{m} <{N}> | ", false, true},
                              {"{K} {T} - ", false, true},
-                             {"[{h}.{m}][{P}][{N}]", true, true},
-                             {"{h}.{m} C:\\sink.cpp(100) ", false, false},
-                             {"x.cpp:100:7 {h}.{m} {T} ", false, true},
-                             {"{h} {T} ", false, true, true, true},
+                             {"[%T.{m}][{P}][{N}]", true, true},
+                             {"%T.{m} C:\\sink.cpp(100) ", false, false},
+                             {"x.cpp:100:7 %T.{m} {T} ", false, true},
+                             {"%T {T} ", false, true, true, true},
                              {"{S} {T} ", false, true, true, true},
                              {"{S}.000 {T} ", false, true, true, true},
                              {"{C} [{T}] ", false, true, false},
@@ -245,7 +238,7 @@ TEST(Explain, FindsWhatIsBeforeEachLine) {
 
 TEST(Explain, MeasuresAVisitAcrossMidnight) {
     const std::vector<Json> run = Play("wait 4000\ntap 2000\n", "--route hid");
-    EXPECT_EQ(Explain(Log(run, "{h}.{m} {T} ")).Process()["visit"]["longestMs"], 2000.0);
+    EXPECT_EQ(Explain(Log(run, "%T.{m} {T} ")).Process()["visit"]["longestMs"], 2000.0);
 }
 
 TEST(Explain, KeepsInterleavedProcessesApart) {
@@ -275,7 +268,7 @@ TEST(Explain, NamesWhatHasNoEnd) {
         const char* kind;
         const char* figure;
     };
-    const std::string whole = Log(RunObjects(kDesk), "{h}.{m} ");
+    const std::string whole = Log(RunObjects(kDesk), "%T.{m} ");
     for (const Cut& one : {Cut{"NfcWriteTag totalLen", false, "write", "atEnd"},
                            Cut{"LocalWriteRand WriteNfc", false, "renew", "atEnd"},
                            Cut{"LocalWriteRand WriteNfc", true, "renew", "open"},
@@ -301,21 +294,20 @@ TEST(Explain, SaysWhyByTheLinesAround) {
          {log("disconnect\nrenew random\nwait 500\n", "ble"), "Nothing was sent", "BtConnect"},
          {log("write number=" + std::string(64, '0') + "\n", "i2c"),
           "zero where a written number is not", "SetRandomNumber"},
-         {"NfcProxy::ReadNfcContent(LogWarnFun)\nlength error(LogErrorFun)\n",
-          "not a whole message", "Write a message"}});
+         {Lines({"NfcProxy::ReadNfcContent", "length error"}), "not a whole message",
+          "Write a message"}});
 }
 
 TEST(Explain, SaysOfAFailedWriteWhatIsOnTheTag) {
-    const std::string begin = "NFC_WriteMessage with dynamic delay begin!(LogWarnFun)\n";
-    const std::string notFound = "UpdateNfcData ReadRandNum failed(LogErrorFun)\n";
-    const std::string sent = "[NFC] BtWrite success!(LogWarnFun)\n";
-    const std::map<std::string, std::string> results{
-        {begin + "UpdateNfcData Write failed(LogErrorFun)\n", "the message is not on the tag."},
-        {begin + notFound, "nothing was sent to a tag."},
-        {begin + sent + notFound, "the image was written, but not found on the tag."},
-        {begin + "NfcThreadCreate fail(LogErrorFun)\n",
-         "the threads that report phones could not be started."}};
-    for (const auto& [log, result] : results) {
+    const std::string begin = "NFC_WriteMessage with dynamic delay begin!";
+    const std::string notFound = "UpdateNfcData ReadRandNum failed";
+    for (const auto& [log, result] : std::map<std::string, std::string>{
+             {Lines({begin, "UpdateNfcData Write failed"}), "the message is not on the tag."},
+             {Lines({begin, notFound}), "nothing was sent to a tag."},
+             {Lines({begin, "[NFC] BtWrite success!", notFound}),
+              "the image was written, but not found on the tag."},
+             {Lines({begin, "NfcThreadCreate fail"}),
+              "the threads that report phones could not be started."}}) {
         const Json write = Explain(log).items.back();
         EXPECT_EQ(write["outcome"], "failed") << log;
         EXPECT_EQ(write["text"], "WriteMessage failed: " + result);
@@ -323,14 +315,14 @@ TEST(Explain, SaysOfAFailedWriteWhatIsOnTheTag) {
 }
 
 TEST(Explain, NamesTheFirstCauseOfACreateAfterAnInit) {
-    const Story story = Explain(
-        "NFC_ get confFile: NfcUri.ini(LogWarnFun)\nNFC_ GetUriInfo fail(LogErrorFun)\n"
-        "NfcManager::Init()(LogWarnFun)\nm_uri size is 0(LogWarnFun)\nSetModel unsupport!("
-        "LogErrorFun)\nNfcManager Init SetContent failed(LogErrorFun)\nNfcManager:: Create failed("
-        "LogErrorFun)\n");
-    EXPECT_EQ(story.items.back()["kind"], "create");
-    EXPECT_TRUE(Has(story.items.back(), "cause", "NfcUri.ini"));
-    EXPECT_EQ(story.items.back()["chain"][0]["line"], 2);
+    const Json create =
+        Explain(Lines({"NFC_ get confFile: NfcUri.ini", "NFC_ GetUriInfo fail",
+                       "NfcManager::Init()", "m_uri size is 0", "SetModel unsupport!",
+                       "NfcManager Init SetContent failed", "NfcManager:: Create failed"}))
+            .items.back();
+    EXPECT_EQ(create["kind"], "create");
+    EXPECT_TRUE(Has(create, "cause", "NfcUri.ini"));
+    EXPECT_EQ(create["chain"][0]["line"], 2);
 }
 
 TEST(Explain, NamesWhatIsUnusual) {
@@ -349,7 +341,7 @@ TEST(Explain, NamesWhatIsUnusual) {
         {"did not report its leave", log("start\nenter\nwait 12000\n", "--chip fanli")},
         {"A chain of 3 visits", log("repeat 3\ntap 300\nend\n", "--route hid")},
         {"The clock goes back", back},
-        {"its arrival is not in this log", "NFC_defer call done: 0011223344556677(LogWarnFun)\n"}};
+        {"its arrival is not in this log", Lines({"NFC_defer call done: 0011223344556677"})}};
     for (const auto& [text, lines] : oddities) {
         const std::string said = text;
         const Story story = Explain(lines);
@@ -362,30 +354,29 @@ TEST(Explain, NamesWhatIsUnusual) {
 }
 
 TEST(Explain, TellsARepeatedNoteOnceWithItsCount) {
-    const Story story = Explain(
-        "NFC not valid data(LogWarnFun)\nNFC not valid data(LogWarnFun)\n"
-        "NFC not valid data(LogWarnFun)\nNFC_defer call done: 0011223344556677(LogWarnFun)\n");
+    const std::string odd = "NFC not valid data";
+    const Story story = Explain(Lines({odd, odd, odd, "NFC_defer call done: 0011223344556677"}));
     ASSERT_EQ(story.items.size(), 2U);
     EXPECT_EQ(story.items[0]["times"], 3);
     EXPECT_EQ(story.items[0]["lastLine"], 3);
 }
 
 TEST(Explain, GivesTheAdviceOfAnErrorCodeForTheRoute) {
-    const std::string usb = "NFC_ select USB Driver(LogWarnFun)\n";
-    const std::string i2c = "NFC_ select I2C Driver(LogWarnFun)\n";
+    const std::string usb = "NFC_ select USB Driver";
+    const std::string i2c = "NFC_ select I2C Driver";
     const std::string again = "Then call DeviceInit in the host, and then WriteMessage.";
-    const std::string gone = "NFC_WriteFile Error  1167(LogErrorFun)\n";
+    const std::string gone = "NFC_WriteFile Error  1167";
     ExpectLastFailures(
-        {{usb + gone, "not connected", "Plug the keyboard in again. " + again},
-         {i2c + gone, "not connected",
+        {{Lines({usb, gone}), "not connected", "Plug the keyboard in again. " + again},
+         {Lines({i2c, gone}), "not connected",
           "With a chip on I2C: restart its driver in the device manager. " + again},
-         {usb + "Nfc ReadReg 0 failed!(LogErrorFun)\n" + gone, "not connected", again},
-         {"NFC_Error opening Spb driver, last error = 32(LogErrorFun)\n"
-          "NFC_Error opening any driver, last error = 259(LogErrorFun)\n",
+         {Lines({usb, "Nfc ReadReg 0 failed!", gone}), "not connected", again},
+         {Lines({"NFC_Error opening Spb driver, last error = 32",
+                 "NFC_Error opening any driver, last error = 259"}),
           "another program has", "Find the other program"},
-         {i2c + "NFC WaitForSingleObject return error: 258(LogErrorFun)\n",
+         {Lines({i2c, "NFC WaitForSingleObject return error: 258"}),
           "no answer at all within two seconds", "Restart the driver. "},
-         {"NFC - GetCurrentDirectoryW failed (5).(LogErrorFun)\n", "access is denied",
+         {Lines({"NFC - GetCurrentDirectoryW failed (5)."}), "access is denied",
           "Start the host in a directory"}});
 }
 
@@ -460,19 +451,15 @@ TEST(Explain, TellsAPipeBeforeItEnds) {
 }
 
 TEST(Explain, WrapsLinesToTheWidthOfTheTerminal) {
-    std::string text;
+    std::string words;
     for (int word = 0; word < 40; ++word) {
-        text += "word" + std::to_string(word) + " ";
+        words += " word" + std::to_string(word);
     }
-    const Json item{{"outcome", "unusual"}, {"file", "log"}, {"line", 1},
-                    {"time", ""},           {"process", ""}, {"text", text}};
-    std::istringstream lines(
-        lab::explain::StoryText(lab::Style(false), 80, 1).ItemLines(item, false));
+    std::istringstream lines(lab::Wrapped(words, 80, 20, 34));
     std::string line;
-    for (int number = 0; number < 5; ++number) {
-        EXPECT_TRUE(std::getline(lines, line));
-        EXPECT_LE(line.size(), 80U) << line;
-        EXPECT_TRUE(number == 0 || line.find_first_not_of(' ') == 34U) << line;
+    for (std::size_t number = 0; std::getline(lines, line); ++number) {
+        EXPECT_LE(line.size(), number == 0 ? 60U : 80U) << line;
+        EXPECT_EQ(line.find("word"), number == 0 ? 1U : 34U) << line;
     }
 }
 
