@@ -68,29 +68,32 @@ bool LogLines::TakePart(std::string_view& bytes, bool isEnd) {
 
 /// Of a line that begins like this. Returns the size of a byte order mark.
 std::size_t LogLines::ChooseEncoding(std::string_view line) {
+    const std::string_view head = line.substr(0, kShowsEncoding);
+    const auto isAscii = [](char c) { return c > '\0' && c <= '~'; };
+    if (head.size() == kShowsEncoding && std::all_of(head.begin(), head.end(), isAscii)) {
+        m_encoding = Encoding::kUtf8;
+        return 0;
+    }
     constexpr std::array<std::pair<std::string_view, Encoding>, 3> kMarks{
         {{"\xEF\xBB\xBF", Encoding::kUtf8},
          {"\xFF\xFE", Encoding::kUtf16Little},
          {"\xFE\xFF", Encoding::kUtf16Big}}};
     for (const auto& [mark, encoding] : kMarks) {
-        if (line.substr(0, mark.size()) == mark) {
+        if (head.substr(0, mark.size()) == mark) {
             m_encoding = encoding;
             return mark.size();
         }
     }
     // Without a mark: Latin text has a zero in every second byte, and no other text has one.
-    std::string shape;  // of a few bytes
-    for (const char byte : line.substr(0, kShowsEncoding)) {
-        shape += byte == '\0' ? '0' : byte > '\0' && byte <= '~' ? 'a' : 'x';
+    std::string zeros;
+    for (const char byte : head.substr(0, std::min<std::size_t>(head.size(), 4) / 2 * 2)) {
+        zeros += byte == '\0' ? '0' : 'x';
     }
-    const std::string head = shape.substr(0, std::min<std::size_t>(shape.size(), 4) / 2 * 2);
-    const auto isPairs = [&](const char* pair) {
-        return head == pair || head == std::string(pair) + pair;
-    };
-    m_encoding = isPairs("a0")                               ? Encoding::kUtf16Little
-                 : isPairs("0a")                             ? Encoding::kUtf16Big
-                 : shape == std::string(kShowsEncoding, 'a') ? Encoding::kUtf8
-                                                             : m_encoding;
+    if (zeros == "x0x0" || zeros == "x0") {
+        m_encoding = Encoding::kUtf16Little;
+    } else if (zeros == "0x0x" || zeros == "0x") {
+        m_encoding = Encoding::kUtf16Big;
+    }
     return 0;
 }
 
@@ -125,12 +128,13 @@ bool LogLines::Recognise(std::string_view part, bool isError) {
         match = FindMeaning(part);  // a text that ends with a line's end
         m_counts.library += match ? 1 : 0;
     }
-    if (match) {
-        ++m_counts.records;
-        const std::string_view prefix = EndOf(part.substr(0, match->begin), kLongestPrefix);
-        m_sink({m_file, m_number, std::string(prefix), *match, isError});
+    if (!match) {
+        return false;
     }
-    return match.has_value();
+    ++m_counts.records;
+    const std::string_view prefix = EndOf(part.substr(0, match->begin), kLongestPrefix);
+    m_sink({m_file, m_number, std::string(prefix), *std::move(match), isError});
+    return true;
 }
 
 // Takes all of the library's texts in what there is of the current line.

@@ -4,9 +4,10 @@
 #include <array>
 #include <bitset>
 #include <cmath>
-#include <cstdlib>
 #include <iterator>
 #include <map>
+
+#include "lab/Words.h"
 
 namespace lab::explain {
 
@@ -74,12 +75,9 @@ Columns ColumnsOf(std::string_view prefix, bool mayHaveClock = true) {
 
 /// Nothing but digits with one point or none.
 std::optional<double> AsNumber(std::string_view text) {
-    const std::size_t point = std::min(text.find('.'), text.size());
-    std::string digits(text);
-    digits.erase(point, 1);
-    return digits.empty() || digits.find_first_not_of(kDigits) != std::string::npos
-               ? std::nullopt
-               : std::optional(std::strtod(std::string(text).c_str(), nullptr));
+    return text.find_first_not_of("0123456789.") == std::string_view::npos
+               ? WholeNumber<double>(text)
+               : std::nullopt;
 }
 
 /// An identifier of a process or thread as programs print it: 4711, 0x1A2C, 1a2c, T12. One digit is
