@@ -229,8 +229,9 @@ TEST(BrokenInvariant, EndsTheProcessAndNamesTheVariable) {
 // begins at one of its checks.
 TEST(ComingPhone, GivesOnePairHoweverLongTheListenerTakesForTheLeaveBefore) {
     ForEachSeed(200, [] {
-        const auto between = [](emulation::Micros least, emulation::Micros most) {
-            return (least + emulation::Random() % (most - least + 1)) * kMillisecond;
+        const auto between = [](unsigned least, unsigned most) -> emulation::Micros {
+            const std::uint64_t ms = least + emulation::Random() % (most - least + 1);
+            return static_cast<emulation::Micros>(ms) * kMillisecond;
         };
         StartedPc setup({PcRoute::kUsb});
         ReactToEvents([hold = between(5, 150)](const ReceivedEvent& event) {
