@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <exception>
 #include <functional>
 #include <limits>
@@ -139,13 +140,11 @@ std::string Unexpected(const std::vector<std::string>& rest) {
 /// The parser's message in this program's words.
 std::string Message(const CLI::ParseError& problem, const CLI::App& command) {
     const std::string text = problem.what();
-    constexpr struct {
-        const char* mark;
-        const char* dashes;
-        const char* meaning;
-    } kReworded[] = {{": 1 required ", "", ": a value is missing"},
-                     {": At Most 1 required", "", ": it is given more than once"},
-                     {" was given a disallowed flag override", "--", ": it takes no value"}};
+    // What follows the option there, what is put before it, and what then follows it.
+    constexpr std::array<const char*, 3> kReworded[] = {
+        {": 1 required ", "", ": a value is missing"},
+        {": At Most 1 required", "", ": it is given more than once"},
+        {" was given a disallowed flag override", "--", ": it takes no value"}};
     for (const auto& [mark, dashes, meaning] : kReworded) {
         if (const std::size_t end = text.find(mark); end != std::string::npos) {
             return dashes + text.substr(0, end) + meaning;
