@@ -312,11 +312,14 @@ TEST(Lab, AFailureIsOneLineOnStandardError) {
 }
 
 TEST(Lab, AFailedWriteLeavesTheOldFileAndNoOther) {
-    RunShell("rm -rf out; mkdir out; echo old > out/tag");
-    const Outcome run =
-        RunShell("(trap '' XFSZ; ulimit -f 0; env --default-signal=XFSZ " LAB_PROGRAM
-                 " image build --url u -o out/tag 2>&3); ls out; cat out/tag");
-    EXPECT_EQ(run.text, "tagport-lab: -o out/tag: cannot be written: File too large\ntag\nold\n");
+    for (const std::string call : {"image build --url u -o", "run --seed 1 --report"}) {
+        RunShell("rm -rf out; mkdir out; echo old > out/tag");
+        const Outcome run =
+            RunShell("(trap '' XFSZ; ulimit -f 0; env --default-signal=XFSZ " LAB_PROGRAM " " +
+                     call + " out/tag 2>&3 > /dev/null; echo $?); ls out; cat out/tag");
+        EXPECT_EQ(run.text, "tagport-lab: " + call.substr(call.rfind(' ') + 1) +
+                                " out/tag: cannot be written: File too large\n1\ntag\nold\n");
+    }
 }
 
 TEST(Lab, ARunWithoutAConfigurationTakesTheInstalledOne) {
