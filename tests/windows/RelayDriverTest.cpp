@@ -133,6 +133,7 @@ void EndAtOnce() {
     Check(host.CountEnds() == 1 && host.ends[1] == 0, "a request did not end at once");
     Check(device.counts[kRelayWrite] == 3, "the device process has not seen all");
     CloseHandle(host.handle);
+    Check(host.CountEnds() == 2, "the pending request has not ended");  // before its OVERLAPPED
 }
 
 void EndBy(const char* what, DWORD expected, void (*act)(std::unique_ptr<Device>&, Host&)) {
