@@ -48,7 +48,7 @@ class ScriptedBus final : public emulation::Driver {
 /// Opens DeviceHandle on a ScriptedBus and creates the event of the transfers. Holds a lock of the
 /// device mutex's rank, as all that transfer do. Expects in the end that no request is left.
 struct ScriptedDevice : private OneSeed {
-    ScriptedDevice() : m_lock(DeviceLock()) {
+    ScriptedDevice() {
         emulation::AddDevice(kScriptedPath, faulty);
         OpenDevice::Get().TakeOver(OpenDevice::Open(kScriptedPath, 0));
         g_ioEvent.value.Create(true);
@@ -64,16 +64,13 @@ struct ScriptedDevice : private OneSeed {
         std::string problem;
         faulty->SetPlan(simulator::FaultPlan::Parse(plan, problem).value());
     }
-    static platform::Mutex& DeviceLock() {
-        static platform::NeverDestroyed<platform::Mutex> mutex{kDeviceLock};
-        return mutex.value;
-    }
     const std::shared_ptr<ScriptedBus> bus = std::make_shared<ScriptedBus>();
     const std::shared_ptr<simulator::FaultyDriver> faulty =
         std::make_shared<simulator::FaultyDriver>(bus);
 
   private:
-    const platform::Lock m_lock;
+    platform::Mutex m_mutex{kDeviceLock};
+    const platform::Lock m_lock{m_mutex};
 };
 
 }  // namespace testing_support
