@@ -186,10 +186,8 @@ TEST(AnotherManagersEnd, CutsNoOperationShort) {
             StartedPc setup({PcRoute::kI2c}, "fanli");
             auto other = NfcManager::Create(setup.NewMessage(), &PcWithHost::Listen);
             EXPECT_TRUE(setup.manager->DeviceInit());
-            const emulation::Micros end =
-                static_cast<emulation::Micros>(emulation::Random() % 1000) * kMillisecond;
-            OnThread([&other, end] {
-                Sleep(static_cast<DWORD>(end / kMillisecond));
+            OnThread([&other, end = static_cast<DWORD>(emulation::Random() % 1000)] {
+                Sleep(end);
                 other.reset();
             });
             EXPECT_TRUE(operation.works(setup));

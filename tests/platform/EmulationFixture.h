@@ -94,13 +94,8 @@ inline bool WineDiffers(const char* /*how*/) {
 constexpr UINT kToUtf8 = CP_THREAD_ACP;  // whatever the code page
 
 /// A text of the PC's code page, UTF-8, as UTF-8: the bytes that are none are replaced.
-inline std::string FromCodePage(std::string text) {
-    for (const std::string none : {"\xFF", "\xC0\x80"}) {
-        for (std::size_t at = 0; (at = text.find(none)) != std::string::npos;) {
-            text.replace(at, none.size(), "\xEF\xBF\xBD");
-        }
-    }
-    return text;
+inline std::string FromCodePage(const std::string& text) {
+    return std::regex_replace(text, std::regex("\xFF|\xC0\x80"), "\xEF\xBF\xBD");
 }
 
 /// Blocks until `count` threads wait for events.

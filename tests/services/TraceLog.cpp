@@ -12,7 +12,12 @@ class TraceLogger {
   public:
     virtual ~TraceLogger() = default;
     __declspec(dllexport) static TraceLogger* GetInstance();
-    __declspec(dllexport) void Log(LOG_MESSAGE_LEVEL level, std::wstringstream& stream);
+    __declspec(dllexport) void Log(LOG_MESSAGE_LEVEL level, std::wstringstream& stream) {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        std::printf("line %u, level %d: %ls\n", ++m_lines, static_cast<int>(level),
+                    stream.str().c_str());
+    }
 
   private:
     std::mutex m_mutex;
@@ -22,11 +27,4 @@ class TraceLogger {
 TraceLogger* TraceLogger::GetInstance() {
     static TraceLogger logger;
     return &logger;
-}
-
-void TraceLogger::Log(LOG_MESSAGE_LEVEL level, std::wstringstream& stream) {
-    const std::lock_guard<std::mutex> guard(m_mutex);
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    std::printf("line %u, level %d: %ls\n", ++m_lines, static_cast<int>(level),
-                stream.str().c_str());
 }

@@ -79,12 +79,11 @@ TEST(NfcDataParse, RefusesMalformedImagesWithTheMessageOfTheCheck) {
     const std::string whole = Build().GetContent();
     const std::string header = "NFC  HeaderParse error";
     const std::string mime = "Parse NFC record mime Type error";
-    struct Case {
+    const struct {
         const char* what;
         std::string image;
         Texts errors;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"2 bytes", std::string("\x04\0", 2), {}},
         {"256 bytes", std::string("\x03\xFD") + std::string(254, 'x'), {}},
         {"tag", "\x04" + whole.substr(1), {"NFC Parse tag type is err : 04"}},
@@ -111,7 +110,7 @@ TEST(NfcDataParse, RefusesMalformedImagesWithTheMessageOfTheCheck) {
         {"body cut", ImageOf(FirstBytes(kSize - 1)), {mime}},
     };
     LogRecorder log;
-    for (const Case& each : cases) {
+    for (const auto& each : cases) {
         SCOPED_TRACE(each.what);
         NfcData data;
         EXPECT_TRUE(data.Init() && !data.Parse(each.image));
