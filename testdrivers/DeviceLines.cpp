@@ -127,7 +127,9 @@ std::optional<emulation::TraceEvent> TraceFrom(const std::string& line) {
             std::make_shared<SeenRequest>(static_cast<emulation::Request::Kind>(requestKind), code,
                                           data.bytes, length, event.thread);
     }
-    return event;
+    const bool isWhole =
+        event.request != nullptr || event.kind == emulation::TraceEvent::Kind::kOpen;
+    return isWhole ? std::optional(event) : std::nullopt;
 }
 
 }  // namespace simulator
