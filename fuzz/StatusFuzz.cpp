@@ -11,8 +11,8 @@
 namespace {
 
 constexpr std::size_t kStatusSize = 9;
-constexpr emulation::Micros kBetween =
-    200 * emulation::kMillisecond;  // 30 to read it, 100 if it fails
+// 30 ms to read it, 100 if it fails.
+constexpr emulation::Micros kBetween = 200 * emulation::kMillisecond;
 constexpr emulation::Micros kLongestVisit = 8000 * emulation::kMillisecond;  // 21 polls of 350 ms
 
 /// Answers the next read with the bytes of the input, in place of the chip.

@@ -10,14 +10,12 @@ using namespace testing_support;
 
 namespace {
 
-constexpr std::size_t kEventThreads = 2;  // interrupt and deferred call; number threads are extra
-
 // A PC with a tag that holds the number 0x11 and a URL of 'u'.
 struct TagWithNumber : StartedPc {
     TagWithNumber() : StartedPc({PcRoute::kI2c}, "fm11nt082c") {}
     int Give(std::uint8_t fill) { return Renew(*manager, NumberOf(fill)); }
     Number OnChipInTheEnd() {
-        EXPECT_TRUE(WaitForThreads(kEventThreads, 600 * kSecond));
+        EXPECT_TRUE(WaitForThreads(2, 600 * kSecond));  // interrupt and deferred call stay
         return NumberOnChip();
     }
 };

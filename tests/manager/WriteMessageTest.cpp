@@ -10,8 +10,6 @@ using namespace testing_support;
 
 namespace {
 
-constexpr std::size_t kEventThreads = 2;
-
 struct PcWithTag : StartedPc {
     PcWithTag() : StartedPc({PcRoute::kI2c}, "fm11nt082c") {}
 };
@@ -103,7 +101,7 @@ TEST(ReadBack, TakesANumberByAFewOfItsBytes) {
     Number number = NumberOf(0x33);
     number[0] = number[1] = number[31] = 0;
     EXPECT_EQ(Renew(*setup.manager, number), 0);
-    EXPECT_TRUE(PcWithHost::WaitForThreads(kEventThreads));
+    EXPECT_TRUE(PcWithHost::WaitForThreads(2));
     EXPECT_EQ(Joined(setup.log.TakeUnannounced()),
               "LocalWriteRand ReadRandNum failed, LocalWriteRand failed");
     EXPECT_EQ(setup.log.Count("LocalWriteRand begin ReadRandNum"), 3U);

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <memory>
 
 #include "platform/emulation/Kernel.h"
 #include "platform/platform.h"

@@ -12,8 +12,8 @@
 
 namespace testing_support {
 
-constexpr emulation::Micros kSettle =
-    30 * emulation::kSecond;  // until nothing is under way any more
+// Until nothing is under way any more.
+constexpr emulation::Micros kSettle = 30 * emulation::kSecond;
 
 // What stands on the tag before a flow, what the flow puts there, and what its repetition does.
 constexpr std::uint8_t kOld = 0x11;

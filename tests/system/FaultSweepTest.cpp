@@ -1,6 +1,5 @@
 // Every flow, once for each platform call that it makes and each way in which that call can fail.
 // TAGPORT_FAULT_CASE=fault runs just that one; --gtest_filter chooses the flow.
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,7 +8,6 @@
 #include <cstring>
 
 #include "platform/services/TraceLog.h"
-#include "tests/support/SeededRuns.h"
 #include "tests/system/FaultSweep.h"
 
 using namespace testing_support;
@@ -18,8 +16,8 @@ namespace {
 
 constexpr std::size_t kImage = 240;
 constexpr std::size_t kBlock = 16;
-constexpr emulation::Micros kLonger =
-    5 * emulation::kSecond;  // than usual, for a fault that passes
+// Than usual, for a fault that passes.
+constexpr emulation::Micros kLonger = 5 * emulation::kSecond;
 constexpr std::uint64_t kMostSteps = 1'000'000;
 constexpr unsigned kRealSeconds = 60;  // for a loop that never reaches the layer
 constexpr unsigned kMostFailures = 5;

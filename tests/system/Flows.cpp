@@ -109,8 +109,8 @@ bool Disconnect(PcWithHost& setup, std::uint8_t content) {
 bool Visit(PcWithHost& setup, std::uint8_t content) {
     const bool written = content != kNewer || Write(setup, content);
     if (content == kNewer) {
-        PcWithHost::Pass(
-            kVisitEnd);  // an interrupt that came while nobody waited opens a visit too
+        // An interrupt that came while nobody waited opens a visit too.
+        PcWithHost::Pass(kVisitEnd);
     }
     TakeEvents();
     setup.pc.TapPhone(0, kVisit);
