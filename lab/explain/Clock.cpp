@@ -94,7 +94,7 @@ std::int64_t MicrosAfter(std::string_view& text, int hour) {
     const std::string_view half = text.substr(Run(text, " "));
     if (half.size() > 1 && Run(half.substr(0, 1), "APap") > 0 && (half[1] | 0x20) == 'm' &&
         !IsWord(half.substr(2))) {
-        const int hours = ((half[0] | 0x20) == 'p' ? 12 : 0) - (hour == 12 ? 12 : 0);
+        const std::int64_t hours = ((half[0] | 0x20) == 'p' ? 12 : 0) - (hour == 12 ? 12 : 0);
         micros += hours * 3600 * kMicrosPerSecond;
         text = half.substr(2);
     }
@@ -119,8 +119,8 @@ std::optional<Clock> FindClock(std::string_view prefix) {
             std::string_view rest = prefix.substr(at);
             if (Take(rest, form, f)) {
                 const bool hasDate = form != kForms.back();
-                const std::int64_t seconds = (hasDate ? Days(f) : 0) * 86'400 + f[kHour] * 3600 +
-                                             f[kMinute] * 60 + f[kSecond];
+                const std::int64_t hours = (hasDate ? Days(f) : 0) * 24 + f[kHour];
+                const std::int64_t seconds = (hours * 60 + f[kMinute]) * 60 + f[kSecond];
                 const std::int64_t micros =
                     seconds * kMicrosPerSecond + MicrosAfter(rest, f[kHour]);
                 return Clock{at, prefix.size() - rest.size(), micros, hasDate};
