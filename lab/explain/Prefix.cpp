@@ -4,6 +4,7 @@
 #include <array>
 #include <bitset>
 #include <cmath>
+#include <cstdlib>
 #include <iterator>
 #include <map>
 
@@ -75,9 +76,11 @@ Columns ColumnsOf(std::string_view prefix, bool mayHaveClock = true) {
 
 /// Nothing but digits with one point or none.
 std::optional<double> AsNumber(std::string_view text) {
-    return text.find_first_not_of("0123456789.") == std::string_view::npos
-               ? WholeNumber<double>(text)
-               : std::nullopt;
+    const bool isNumber = text.find_first_not_of("0123456789.") == std::string_view::npos &&
+                          text.find_first_of("0123456789") != std::string_view::npos &&
+                          std::count(text.begin(), text.end(), '.') <= 1;
+    return isNumber ? std::make_optional(std::strtod(std::string(text).c_str(), nullptr))
+                    : std::nullopt;
 }
 
 /// An identifier of a process or thread as programs print it: 4711, 0x1A2C, 1a2c, T12. One digit is
