@@ -1,6 +1,8 @@
 // A handle of the system that closes itself.
 #pragma once
 
+#include <utility>
+
 #include "platform/platform.h"
 
 /// Owns one handle, or none. Both ways in which the system says "no handle", null and
@@ -12,11 +14,9 @@ class UniqueHandle {
         : m_handle(handle == INVALID_HANDLE_VALUE ? nullptr : handle) {}
     ~UniqueHandle() { Reset(); }
     UniqueHandle(UniqueHandle&& other) noexcept : m_handle(other.Release()) {}
+    /// What was owned before is closed with `other`.
     UniqueHandle& operator=(UniqueHandle&& other) noexcept {
-        if (this != &other) {
-            Reset();
-            m_handle = other.Release();
-        }
+        std::swap(m_handle, other.m_handle);
         return *this;
     }
     UniqueHandle(const UniqueHandle&) = delete;
