@@ -2,6 +2,7 @@
 #include "lab/Files.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -29,7 +30,8 @@ std::string TooLong() {
 std::string ReadBounded(std::istream& stream, const std::string& place) {
     std::string bytes(kInputLimit + 1, '\0');
     stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    FailIf(stream.bad(), place + ": cannot be read: " + Cause());
+    // A failure of stdin looks like its end to the stream.
+    FailIf(stream.bad() || std::ferror(stdin) != 0, place + ": cannot be read: " + Cause());
     bytes.resize(static_cast<std::size_t>(stream.gcount()));
     RefuseIf(bytes.size() > kInputLimit, place + ": " + TooLong());
     return bytes;
