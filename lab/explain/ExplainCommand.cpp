@@ -90,7 +90,9 @@ class Input {
 
     std::string m_log;
     std::string m_name;
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> m_file{nullptr, &std::fclose};
+    // A call may name standard input twice, so it stays open.
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> m_file{
+        nullptr, [](std::FILE* file) { return file == stdin ? 0 : std::fclose(file); }};
     bool m_isBeginning = true;
     std::string m_block;
 };
@@ -103,7 +105,7 @@ class Reading {
     /// Calls `pause` when a pipe has nothing more for now.
     void Run(std::vector<Input>& inputs, const std::function<void()>& pause) {
         for (Input& input : inputs) {
-            m_input = &input;
+            m_sampled = m_sample.empty() ? &input : m_sampled;
             m_files.push_back(ValidUtf8(input.Name()));
             LogLines lines(
                 input.Name(), [this](const LogLine& line) { Take(line); }, m_counts);
@@ -163,7 +165,7 @@ class Reading {
         }
         m_layout.emplace(m_sample);
         if (m_layout->IsNewestFirst()) {
-            m_input->Refuse("has the newest line first", "tac");
+            m_sampled->Refuse("has the newest line first", "tac");
         }
         for (const LogLine& line : m_sample) {
             Take(line);
@@ -171,7 +173,7 @@ class Reading {
         m_sample = {};
     }
 
-    Input* m_input = nullptr;  // the current one
+    Input* m_sampled = nullptr;  // the first one with lines that wait for the layout
     Json m_files = Json::array();
     std::optional<PrefixLayout> m_layout;
     std::vector<LogLine> m_sample;  // lines that wait for the layout

@@ -480,20 +480,20 @@ TEST(Explain, RefusesWhatItCannotRead) {
     for (std::string line; std::getline(lines, line);) {
         backwards.insert(0, line + "\n");
     }
-    const std::string newestFirst = "explain " + File(backwards);
-    for (const auto& [call, part] :
-         std::map<std::string, std::string>{{newestFirst, "has the newest line first: tac "},
-                                            {"explain /tmp", "/tmp: is a directory"},
-                                            {"explain no-log", "no-log: is not there"},
-                                            {"explian x", "did you mean \"explain\"?"},
-                                            {"explain --failure x", "did you mean \"--failures\"?"},
-                                            {"run --explain --json", "--explain"}}) {
+    const std::string name = File(backwards);
+    for (const auto& [call, part] : std::map<std::string, std::string>{
+             {"explain " + name + " /dev/null", "newest line first: tac " + name},
+             {"explain /tmp", "/tmp: is a directory"},
+             {"explain no-log", "no-log: is not there"},
+             {"explian x", "did you mean \"explain\"?"},
+             {"explain --failure x", "did you mean \"--failures\"?"},
+             {"run --explain --json", "--explain"}}) {
         EXPECT_NE(Shell(kLab + call, 2).find(part), std::string::npos) << call;
     }
     EXPECT_NE(Shell("printf '\\037\\213' | " + kLab + "explain -", 2).find("zcat"),
               std::string::npos);
     for (const char* call :
-         {"explain - </dev/null >/dev/full", "explain - <&-", "image show - <&-"}) {
+         {"explain - </dev/null >/dev/full", "explain - <&-", "run --script - <&-"}) {
         Shell(kLab + call, 1);
     }
 }
