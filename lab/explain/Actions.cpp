@@ -129,6 +129,9 @@ void ProcessStory::EndOperation(const At& at) {
     Item& operation = *lane.operation;
     if (hasFailed) {
         AddStep(at);
+    }
+    // A write goes on after a read that has failed.
+    if (hasFailed && (lane.Is(at.rule.kind) || at.rule.kind != ItemKind::kRead)) {
         operation.says = operation.says.empty() ? at.meaning.says : operation.says;
         operation.outcome = Outcome::kFailed;
     }
@@ -175,7 +178,6 @@ void ProcessStory::NotRead(const At& at) {
     });
     at.lane.operation->text = isHarmless ? " Before it the tag held no message of this library."
                                          : " Before it the tag could not be read.";
-    at.lane.operation->outcome = Outcome::kOpen;  // the library writes all the same
     if (isHarmless) {
         at.lane.chain.clear();
     }

@@ -312,6 +312,10 @@ TEST(Explain, SaysOfAFailedWriteWhatIsOnTheTag) {
         EXPECT_EQ(write["outcome"], "failed") << log;
         EXPECT_EQ(write["text"], "WriteMessage failed: " + result);
     }
+    const Json write =
+        Explain(Lines({begin, "ReadMessage ReadNfcContent failed", "NfcThreadCreate pass"}))
+            .items.back();
+    EXPECT_EQ(write["outcome"], "unusual") << write;
 }
 
 TEST(Explain, NamesTheFirstCauseOfACreateAfterAnInit) {
