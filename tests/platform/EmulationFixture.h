@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -94,17 +93,25 @@ inline bool WineDiffers(const char* /*how*/) {
 constexpr UINT kToUtf8 = CP_THREAD_ACP;  // whatever the code page
 
 /// A text of the PC's code page, UTF-8, as UTF-8: the bytes that are none are replaced.
-inline std::string FromCodePage(const std::string& text) {
-    return std::regex_replace(text, std::regex("\xFF|\xC0\x80"), "\xEF\xBF\xBD");
+inline std::string FromCodePage(std::string text) {
+    for (const std::string none : {"\xFF", "\xC0\x80"}) {
+        for (std::size_t at = 0; (at = text.find(none)) != std::string::npos;) {
+            text.replace(at, none.size(), "\xEF\xBF\xBD");
+        }
+    }
+    return text;
 }
 
 /// Blocks until `count` threads wait for events.
 inline void AwaitEventWaiters(int count) {
     const auto enough = [count] {
-        static const std::regex waits("waits for event");
         const std::string threads = emulation::DescribeThreads();
-        return std::distance(std::sregex_iterator(threads.begin(), threads.end(), waits), {}) >=
-               count;
+        const std::string waits = "waits for event";
+        std::size_t at = 0;
+        for (int found = 0; found < count && at != std::string::npos; ++found) {
+            at = threads.find(waits, at + 1);
+        }
+        return at != std::string::npos;
     };
     EXPECT_TRUE(emulation::WaitFor(enough, emulation::kForever, "the waiters"));
 }
