@@ -154,6 +154,9 @@ class TAGPORT_EXPORT NfcManager {
     /// Changes the connection, also if only the subscription failed: writes then reach the
     /// keyboard, and BtDisconnect is needed.
     ///
+    /// The address is that of the paired keyboard, its 48 bits in a number: on Windows
+    /// BLUETOOTH_DEVICE_INFO::Address or BluetoothLEDevice::BluetoothAddress.
+    ///
     /// There is one connection. Connecting a second address leaves the first one connected for
     /// good: disconnect it first. A keyboard out of range fails every write, also to the PC's own
     /// tag, until BtDisconnect. A number that the keyboard sends late or unasked answers the next
