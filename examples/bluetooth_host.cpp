@@ -17,7 +17,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     auto message = std::make_shared<NdefMessage>();
-    message->Init('5');  // URI and model from config\NfcUri.ini under the current directory
+    message->Init('5');  // PC type 5; URI from config\NfcUri.ini under the current directory
     message->SetMac({0x02, 0x11, 0x22, 0x33, 0x44, 0x55});
     message->SetRandomNumber({1, 2, 3, 4});
 

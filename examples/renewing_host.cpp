@@ -18,7 +18,7 @@ static void Listen(int event, const std::uint8_t (&)[32], int route) {
 
 int main() {
     auto message = std::make_shared<NdefMessage>();
-    message->Init('5');  // URI and model from config\NfcUri.ini under the current directory
+    message->Init('5');  // PC type 5; URI from config\NfcUri.ini under the current directory
     message->SetMac({0x02, 0x11, 0x22, 0x33, 0x44, 0x55});
 
     RenewingHost host(message, &Listen);

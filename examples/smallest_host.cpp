@@ -9,7 +9,7 @@ static void Listen(int event, const std::uint8_t (&number)[32], int route) {
 
 int main() {
     auto message = std::make_shared<NdefMessage>();
-    message->Init('5');  // URI and model from config\NfcUri.ini under the current directory
+    message->Init('5');  // PC type 5; URI from config\NfcUri.ini under the current directory
     message->SetMac({0x02, 0x11, 0x22, 0x33, 0x44, 0x55});
     const std::uint8_t number[32] = {1, 2, 3, 4};
     message->SetRandomNumber(number);

@@ -34,7 +34,8 @@ class TAGPORT_EXPORT NdefMessage {
     /// has no type is refused by NfcManager::Create; SetUrl and SetPcType do without the file.
     /// Blocks for the reading of the file.
     /// Changes all five fields. The URL is `orvane_uri` of the section PC_URI for type 5,
-    /// `velmo_uri` for 8, and one blank for 2; MAC address and number become zero. Another type, or
+    /// `velmo_uri` for 8, and one blank for 2. The model is 00 00 05 00 for type 5, 00 00 08 00 for
+    /// 8, and zero for 2; MAC address and number become zero. Another type, or
     /// a URI of more than 255 bytes, clears the MAC address alone. Nothing changes unless the file
     /// has both URIs. A character that the thread's code page lacks becomes '?'.
     void Init(char type);
@@ -66,7 +67,8 @@ class TAGPORT_EXPORT NdefMessage {
     /// Copies the PC model.
     int GetModel(std::uint8_t (&model)[4]);
 
-    /// Stores the PC type: any value, although a manager takes 2, 5 and 8 only. Returns 0.
+    /// Stores the PC type, a number and no character: 5, where Init takes '5'. Any value is stored,
+    /// although a manager takes 2, 5 and 8 only. The model stays as it is. Returns 0.
     int SetPcType(const std::uint8_t& type);
     /// Copies the PC type. Returns 0.
     int GetPcType(std::uint8_t& type);
