@@ -262,4 +262,41 @@ TEST(Ble, ALateNumberAnswersTheNextRequest) {
     EXPECT_EQ(number[0], 0x91);
 }
 
+// The client may deliver inside the calls that the library makes. The listener calls the manager
+// back whenever a phone has come.
+TEST(Ble, AListenerMayCallTheManagerWhereverTheClientDelivers) {
+    ForEachSeed(10, [] {
+        StartedPc setup({PcRoute::kBle});
+        std::uint8_t number[32] = {};
+        std::uint8_t fill = 0x20;
+        unsigned onHost = 0;
+        ReactToEvents([&](const ReceivedEvent& heard) {
+            if (heard.event == 3) {
+                std::uint8_t read[32];
+                EXPECT_EQ(setup.manager->ReadRandNum(read), 0);
+                EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(++fill)), 0);
+                EXPECT_EQ(Renew(*setup.manager, NumberOf(++fill)), 0);
+            }
+        });
+        LinkDockService::SetDeliveryHabits({20, 20});  // inside both
+        const std::function<bool()> operations[] = {
+            [&] { return setup.manager->BtConnect(kKeyboard); },
+            [&] { return setup.manager->ReadRandNum(number) == 0; },
+            [&] { return setup.manager->WriteMessage(setup.NewMessage(0x31)) == 0; },
+            [&] { return setup.manager->UpdateNfcData(); },
+            [&] { return Renew(*setup.manager, NumberOf(0x32)) == 0; },
+        };
+        for (const auto& operation : operations) {
+            TakeEvents();
+            setup.pc.bluetooth()->SendField(true, 1 * kMillisecond);
+            setup.pc.bluetooth()->SendField(false, 10 * kMillisecond);
+            EXPECT_TRUE(operation());
+            PcWithHost::Pass(20 * kSecond);
+            EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
+            onHost += EventsSoFar()[0].thread == emulation::CurrentThread() ? 1 : 0;
+        }
+        EXPECT_EQ(onHost, 4U) << "where the client has delivered in a call of the host's thread";
+    });
+}
+
 }  // namespace
