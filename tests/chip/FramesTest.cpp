@@ -133,6 +133,7 @@ const Exchange kExtendExchanges[] = {
     {Read(16, 2048), {Bytes(2048)}, "W 00 10 01 00, sleep 7, R 2048", 0},
     {State(0, 9), {Bytes(9, 1)}, "W 00 00 02 09, sleep 7, R 9", 1},
     {State(0, 2048), {Bytes(2048)}, "W 00 00 02 00, sleep 7, R 2048", 0},
+    {State(0, 1), {{0x07}}, "W 00 00 02 01, sleep 7, R 1", 0x07},
     {kRadioOff, {}, "W f0 f2 00 00, sleep 7"},
     {kRadioOn, {}, "W f0 f1 00 00, sleep 7"},
     {kCheck, {kNoFault}, kGetCheck, kUntouched, kChecked + "0, ticks: 10000"},
