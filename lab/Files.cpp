@@ -31,7 +31,8 @@ std::string ReadBounded(std::istream& stream, const std::string& place) {
     std::string bytes(kInputLimit + 1, '\0');
     stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     // A failure of stdin looks like its end to the stream.
-    FailIf(stream.bad() || std::ferror(stdin) != 0, place + ": cannot be read: " + Cause());
+    const bool hasFailed = stream.bad() || (&stream == &std::cin && std::ferror(stdin) != 0);
+    FailIf(hasFailed, place + ": cannot be read: " + Cause());
     bytes.resize(static_cast<std::size_t>(stream.gcount()));
     RefuseIf(bytes.size() > kInputLimit, place + ": " + TooLong());
     return bytes;

@@ -1,18 +1,14 @@
 // What the rules do: to the operations of the host, the new numbers, the phones and the threads.
-#include <algorithm>
-#include <utility>
-
 #include "lab/Words.h"
-#include "lab/explain/ProcessStory.h"
+#include "lab/explain/Story.h"
 
 namespace lab::explain {
 
 namespace {
 
 constexpr std::size_t kMostSteps = 16;
-constexpr std::size_t kLongestStep = 128;  // bytes of a line that is shown
-constexpr std::size_t kMostRenewals = 256;
-constexpr std::size_t kMostVisits = 16;
+constexpr std::size_t kLongestStep = 128;        // bytes of a line that is shown
+constexpr std::size_t kMostOpen = 64;            // visits or new numbers
 constexpr std::int64_t kChainPause = 1'000'000;  // microseconds between two visits of a chain
 constexpr unsigned kShortestChain = 3;           // visits
 constexpr std::int64_t kSlowListener = 1'000'000;
@@ -56,8 +52,7 @@ void ProcessStory::Notice(const At& at) {
             break;
         case Role::kWaits:
             TellLoose(lane);
-            lane.loop = at.meaning.role;
-            break;
+            [[fallthrough]];
         case Role::kLoopStopped:
         case Role::kLoopUnneeded:
             lane.loop = at.meaning.role;
@@ -73,22 +68,38 @@ void ProcessStory::AddStep(const At& at) {
         return step.meaning == &at.meaning && step.code == at.match.code;
     });
     if (known != chain.end()) {
-        ++known->times;
+        known->object["times"] = known->object["times"].get<std::uint64_t>() + 1;
     } else if (chain.size() < kMostSteps) {
-        chain.push_back({&at.meaning, std::string(at.match.text.substr(0, kLongestStep)),
-                         at.match.code, at.place});
+        Json object{{"file", ValidUtf8(at.place.file)},
+                    {"line", at.place.line},
+                    {"text", ValidUtf8(at.match.text.substr(0, kLongestStep))},
+                    {"times", 1},
+                    {"means", at.meaning.means}};
+        if (at.match.code.value_or(0) != 0) {
+            object["code"] = *at.match.code;
+        }
+        chain.push_back({&at.meaning, at.match.code, at.place, std::move(object)});
     }
 }
 
-void ProcessStory::AddLoose(const At& at) {
-    AddStep(at);
-    if (!at.lane.operation || at.rule.kind == ItemKind::kRenew) {
-        TellChain(at.lane, at.rule.kind, at.meaning.means);
-    }
+// A line that is a thing of its own.
+void ProcessStory::TellLine(const At& at) {
+    Tell({at.rule.kind,
+          at.place,
+          at.rule.outcome,
+          std::string(at.meaning.means),
+          {},
+          {},
+          {},
+          0,
+          &at.meaning.advice});
 }
 
-void ProcessStory::AddUnusual(const At& at) {
-    TellNote(at.place, std::string(at.meaning.means), at.meaning.advice);
+// The end of a failure that belongs to no operation.
+void ProcessStory::TellSteps(const At& at) {
+    if (!at.lane.chain.empty() && (!at.lane.operation || at.rule.kind == ItemKind::kRenew)) {
+        TellChain(at.lane, at.rule.kind, at.meaning);
+    }
 }
 
 void ProcessStory::Begin(const At& at) {
@@ -117,28 +128,24 @@ void ProcessStory::Done(const At& at) {
 
 void ProcessStory::EndOperation(const At& at) {
     Lane& lane = at.lane;
-    const bool hasFailed = at.rule.outcome == Outcome::kFailed;
     if (!lane.Is(at.rule.kind) && !lane.IsPart(at.rule.kind)) {
         // Its first line is missing; the steps so far are those of the failure.
         Chain chain;
-        chain.swap(hasFailed ? lane.chain : chain);
+        chain.swap(at.HasFailed() ? lane.chain : chain);
         Begin(at);
         lane.chain.swap(chain);
-        lane.operation->begin = lane.chain.empty() ? at.place : lane.chain.front().place;
+        lane.operation->begin = at.HasFailed() ? lane.chain.front().place : at.place;
     }
     Item& operation = *lane.operation;
-    if (hasFailed) {
-        AddStep(at);
-    }
     // A write goes on after a read that has failed.
-    if (hasFailed && (lane.Is(at.rule.kind) || at.rule.kind != ItemKind::kRead)) {
+    if (at.HasFailed() && (lane.Is(at.rule.kind) || at.rule.kind != ItemKind::kRead)) {
         operation.says = operation.says.empty() ? at.meaning.says : operation.says;
         operation.outcome = Outcome::kFailed;
     }
     if (!lane.Is(at.rule.kind)) {
         return;
     }
-    if (operation.kind == ItemKind::kCreate && hasFailed && lane.messageCause) {
+    if (operation.kind == ItemKind::kCreate && at.HasFailed() && lane.messageCause) {
         lane.chain.insert(lane.chain.begin(), *std::exchange(lane.messageCause, std::nullopt));
     }
     operation.outcome =
@@ -184,38 +191,52 @@ void ProcessStory::NotRead(const At& at) {
 }
 
 void ProcessStory::HaveThreads(const At& at) {
-    Lane& lane = at.lane;
     // The thread that watches for leaves stays for the whole life of a process, or ends in the
     // middle of a visit.
-    if (std::exchange(m_hasThreads, true) && !lane.HasSeen(Role::kThreadsKnown)) {
-        LoseBefore(lane.Of(Role::kThreadsStart).order);
+    if (std::exchange(m_hasThreads, true) && !at.lane.HasSeen(Role::kThreadsKnown)) {
+        LoseBefore(at.lane.Of(Role::kThreadsStart).order);
     }
-    if (lane.Is(at.rule.kind)) {
+    if (at.lane.Is(at.rule.kind)) {
         EndOperation(at);
-    } else if (at.rule.outcome == Outcome::kFailed) {
-        AddStep(at);
     }
 }
 
 void ProcessStory::EndNumberRead(const At& at) {
-    const Lane& lane = at.lane;
-    const bool isOfWrite = lane.Is(ItemKind::kWrite) || lane.Is(ItemKind::kUpdate);
-    if (isOfWrite || at.lane.HasSeen(Role::kRenewStored)) {
-        AddStep(at);
-    } else {
+    Lane& lane = at.lane;
+    if (!lane.Is(ItemKind::kWrite) && !lane.Is(ItemKind::kUpdate) &&
+        !lane.HasSeen(Role::kRenewStored)) {
         EndOperation(at);
+    }
+}
+
+void ProcessStory::Open(Items& items, const At& at) {
+    if (items.size() == kMostOpen) {
+        Lose(items);
+    }
+    items.push_back({at.rule.kind, at.place});
+}
+
+void ProcessStory::Lose(Items& open) {
+    Item item = std::move(open.front());
+    open.pop_front();
+    item.outcome = Outcome::kOpen;
+    Tell(std::move(item));
+}
+
+void ProcessStory::LoseBefore(std::uint64_t order) {
+    for (Items* const open : {&m_chip.open, &m_renewals}) {
+        while (!open->empty() && open->front().begin.order < order) {
+            Lose(*open);
+        }
     }
 }
 
 void ProcessStory::BeginRenewal(const At& at) {
     if (m_earlyRenewals > 0) {
         --m_earlyRenewals;
-        return;
+    } else {
+        Open(m_renewals, at);
     }
-    if (m_renewals.size() == kMostRenewals) {
-        m_renewals.pop_front();
-    }
-    m_renewals.push_back({at.rule.kind, at.place});
 }
 
 void ProcessStory::EndRenewal(const At& at) {
@@ -224,40 +245,21 @@ void ProcessStory::EndRenewal(const At& at) {
     if (m_renewals.empty()) {
         ++m_earlyRenewals;
     } else {
-        item.begin = m_renewals.front().begin;
+        item = std::move(m_renewals.front());
         item.end = at.place.micros;
         m_renewals.pop_front();
     }
     item.outcome = at.rule.outcome;
-    item.text = "WriteRandNum: " + std::string(at.meaning.says) + ".";
+    item.says = at.meaning.says;
     item.attempts = lane.Attempts();
-    const bool hasFailed = item.outcome == Outcome::kFailed;
-    if (hasFailed) {
-        AddStep(at);
-    }
     // With an operation in the same lane the steps are more likely that operation's.
-    if (hasFailed || !lane.operation) {
+    if (at.HasFailed() || !lane.operation) {
         item.chain.swap(lane.chain);
     }
     if (!lane.operation) {
         lane.seen = {};
     }
     Tell(std::move(item));
-}
-
-void ProcessStory::Lose(std::deque<Item>& open) {
-    Item item = std::move(open.front());
-    open.pop_front();
-    item.outcome = Outcome::kOpen;
-    Tell(std::move(item));
-}
-
-void ProcessStory::LoseBefore(std::uint64_t order) {
-    for (std::deque<Item>* const open : {&m_chip.open, &m_renewals}) {
-        while (!open->empty() && open->front().begin.order < order) {
-            Lose(*open);
-        }
-    }
 }
 
 // A keyboard's reports are handled on its own threads, or on one of the host's.
@@ -271,7 +273,7 @@ void ProcessStory::BeginVisit(const At& at) {
     TellLoose(at.lane);
     Source& source = SourceOf(at.lane);
     const bool isFromKeyboard = IsFromKeyboard(at.lane);
-    if (!source.open.empty() && (isFromKeyboard || source.open.size() == kMostVisits)) {
+    if (!source.open.empty() && isFromKeyboard) {
         Lose(source.open);  // a keyboard reports both ends of each visit itself
     }
     const Micros pause = Between(source.lastEnd, at.place.micros);
@@ -280,7 +282,7 @@ void ProcessStory::BeginVisit(const At& at) {
         source.chainBegin = at.place;
     }
     ++source.chained;
-    source.open.push_back({at.rule.kind, at.place});
+    Open(source.open, at);
     if (!isFromKeyboard && source.open.size() > 1 && !m_rearmed.empty()) {
         source.open.back().text = " It is probably the phone of the visit before: a " +
                                   std::exchange(m_rearmed, {}) +
@@ -306,20 +308,19 @@ void ProcessStory::EndVisit(const At& at) {
     }
     source.lastEnd = at.place.micros;
     visit.outcome = visit.text.empty() ? Outcome::kWorked : Outcome::kUnusual;
-    visit.text.insert(0, "A phone was at the tag.");
     visit.end = visit.end ? visit.end : at.place.micros;
     Tell(std::move(visit));
 }
 
+// After the line of an arrival that nobody was told of.
 void ProcessStory::MissListener(const At& at) {
-    std::deque<Item>& open = SourceOf(at.lane).open;
-    if (at.lane.previous == Role::kVisitBegins && !open.empty()) {
+    Items& open = SourceOf(at.lane).open;
+    if (!open.empty() && IsFromKeyboard(at.lane)) {
         open.back().text = " The host had no listener when it came.";
-        if (!IsFromKeyboard(at.lane)) {
-            open.pop_back();  // the library has not opened it
-        }
+    } else if (!open.empty()) {
+        open.pop_back();  // the library has not opened it
     }
-    AddUnusual(at);
+    TellLine(at);
 }
 
 void ProcessStory::EndChain(Source& source) {
@@ -329,20 +330,6 @@ void ProcessStory::EndChain(Source& source) {
                  "A chain of " + std::to_string(visits) +
                      " visits with less than a second between them: probably one "
                      "phone that was held at the edge of the field.");
-    }
-}
-
-void ProcessStory::EndLoop(const At& at) {
-    Lane& lane = at.lane;
-    if (lane.loop != Role::kLoopUnneeded && !lane.chain.empty() && !lane.operation) {
-        TellChain(lane, at.rule.kind, at.meaning.means);
-    } else if (lane.loop == Role::kLoopStopped) {
-        Tell({at.rule.kind,
-              at.place,
-              Outcome::kWorked,
-              {},
-              "The library stops waiting for phones, because a manager was released or the device "
-              "is started again."});
     }
 }
 

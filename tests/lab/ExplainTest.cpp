@@ -170,7 +170,8 @@ struct Failure {
 
 void ExpectLastFailures(const std::vector<Failure>& rows) {
     for (const Failure& one : rows) {
-        const Json failure = Explain(one.log).Process()["failures"].back();
+        const Json failures = Explain(one.log).Process()["failures"];
+        const Json failure = failures.empty() ? Json() : failures.back();
         EXPECT_TRUE(Has(failure, "text", one.cause)) << one.cause << failure;
         EXPECT_TRUE(Has(failure, "do", one.advice)) << one.advice << failure;
     }
@@ -294,8 +295,8 @@ TEST(Explain, SaysWhyByTheLinesAround) {
          {log("disconnect\nrenew random\nwait 500\n", "ble"), "Nothing was sent", "BtConnect"},
          {log("write number=" + std::string(64, '0') + "\n", "i2c"),
           "zero where a written number is not", "SetRandomNumber"},
-         {Lines({"NfcProxy::ReadNfcContent", "length error"}), "not a whole message",
-          "Write a message"}});
+         {Lines({"NfcProxy::ReadNfcContent", "NFC PC content parse begin", "length error"}),
+          "not a whole message", "Write a message"}});
 }
 
 TEST(Explain, SaysOfAFailedWriteWhatIsOnTheTag) {
@@ -312,10 +313,15 @@ TEST(Explain, SaysOfAFailedWriteWhatIsOnTheTag) {
         EXPECT_EQ(write["outcome"], "failed") << log;
         EXPECT_EQ(write["text"], "WriteMessage failed: " + result);
     }
-    const Json write =
-        Explain(Lines({begin, "ReadMessage ReadNfcContent failed", "NfcThreadCreate pass"}))
-            .items.back();
-    EXPECT_EQ(write["outcome"], "unusual") << write;
+    // What comes from the host's own configuration comes with every write.
+    for (const auto& [step, advice] : std::map<std::string, std::string>{
+             {"ReadMessage ReadNfcContent failed", "Nothing, if it is rare. Otherwise: The line"},
+             {"uri size is 8, but the random number is read back for a size of 50", "Use a URI"},
+             {"NdefMessage set information failed", "Correct config"}}) {
+        const Json write = Explain(Lines({begin, step, "NfcThreadCreate pass"})).items.back();
+        EXPECT_EQ(write["outcome"], "unusual") << write;
+        EXPECT_EQ(write.value("do", "").find(advice), 0U) << write;
+    }
 }
 
 TEST(Explain, NamesTheFirstCauseOfACreateAfterAnInit) {
