@@ -204,6 +204,19 @@ TEST(Ble, TwoDeliveriesAtOnceShowEachListenerCallItsOwnNumber) {
     }
 }
 
+TEST(Ble, SixtyFourEventsWaitForABusyListener) {
+    PcWithHost setup({PcRoute::kBle});
+    constexpr unsigned kThreads = 70;
+    LinkDockService::SetDeliveryHabits({0, 0, kThreads});
+    setup.Start();
+    ReactToEvents([](const ReceivedEvent& /*event*/) { Sleep(1000); });
+    for (unsigned i = 0; i < kThreads; ++i) {
+        setup.pc.bluetooth()->SendField(true);
+    }
+    PcWithHost::Pass(2 * kThreads * kSecond);
+    EXPECT_EQ(EventsSoFar().size(), 1U + 64) << "and the one that is being delivered";
+}
+
 TEST(Ble, JudgesEveryNotification) {
     StartedPc setup({PcRoute::kBle});
     const std::string tooShort = "[NFC] value length is err";
