@@ -1,8 +1,8 @@
 /* The bus of the simulated HID devices: a device of the system's root, whose children come and go
  * as the device process says. HidRequests.c answers what the class driver asks of them. Kernel
  * mode. See RelayQueue.h, whose lock guards the list of children. */
-#include "testdrivers/hid/HidBus.h"
 #include "testdrivers/hid/HidNames.h"
+#include "testdrivers/hid/HidRequests.h"
 
 static DRIVER_OBJECT* g_driver;
 /* Guarded by the lock. */

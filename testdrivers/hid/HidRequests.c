@@ -1,6 +1,6 @@
 /* The devices of the bus as the HID class driver sees them: what each is, and its reports. Those of
  * the keyboard go to the device process. Kernel mode. */
-#include "testdrivers/hid/HidBus.h"
+#include "testdrivers/hid/HidRequests.h"
 #include "testdrivers/hid/HidNames.h"
 #include "testdrivers/hid/HidPort.h"
 

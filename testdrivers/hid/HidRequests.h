@@ -1,6 +1,6 @@
-/* What the two files of the HID bus driver share: the devices that the bus can have. */
-#ifndef TAGPORT_HID_BUS_H
-#define TAGPORT_HID_BUS_H
+/* The devices that the HID bus can have, and their answers to the class driver. */
+#ifndef TAGPORT_HID_REQUESTS_H
+#define TAGPORT_HID_REQUESTS_H
 
 #include "testdrivers/RelayQueue.h"
 
