@@ -37,7 +37,7 @@ DWORD AwaitStarted(NfcCommand& command, HANDLE event) {
         if (status != ERROR_SUCCESS) {
             LogWarnFun("NFC GetOverlappedResult error: %d", static_cast<int>(status));
         }
-        if (status == ERROR_IO_INCOMPLETE || !HasOverlappedIoCompleted(&g_ioOverlapped)) {
+        if (!HasOverlappedIoCompleted(&g_ioOverlapped)) {
             EndRequest(command, moved);
         }
     } else {

@@ -3,6 +3,7 @@
 
 #include "tests/support/LogRecorder.h"
 #include "tests/support/ScriptedBus.h"
+#include "tests/support/Threads.h"
 #include "transfer/NfcCommand.h"
 #include "transfer/PendingRequest.h"
 #include "transfer/SpbTransfer.h"
@@ -86,22 +87,33 @@ TEST(Transfer, EndsWithItsResultItsLinesAndADeviceThatWorksOn) {
     }
 }
 
-// Neither a cancellation that is refused nor a look that fails may leave a request on a record and
-// a buffer that are used again.
+// Neither a cancellation that is refused, nor a look that fails, nor a spurious wake-up may leave a
+// request on a record and a buffer that are used again.
 TEST(Transfer, IsCancelledUntilItHasEnded) {
-    for (const DWORD look : {DWORD{ERROR_SUCCESS}, DWORD{ERROR_IO_DEVICE}}) {
+    const struct {
+        DWORD look;
+        bool isWokenEarly;
+    } cases[] = {{ERROR_SUCCESS, false}, {ERROR_IO_DEVICE, false}, {ERROR_SUCCESS, true}};
+    for (const auto& [look, isWokenEarly] : cases) {
         SCOPED_TRACE(look);
         const OneSeed clock;
         const ScriptedDevice device;
         LogRecorder log;
         device.SetFaults("any#1+=never");
         unsigned cancellations = 0;
-        emulation::SetCallHook([&](emulation::Call call, emulation::ThreadId) -> DWORD {
-            return call == emulation::Call::kCancelIoEx
-                       ? (++cancellations % 3 ? ERROR_NOT_FOUND : 0)
-                   : call == emulation::Call::kGetOverlappedResult ? look
-                                                                   : 0;
-        });
+        emulation::SetCallHook(
+            [&, look = look](emulation::Call call, emulation::ThreadId) -> DWORD {
+                return call == emulation::Call::kCancelIoEx
+                           ? (++cancellations % 3 ? ERROR_NOT_FOUND : 0)
+                       : call == emulation::Call::kGetOverlappedResult ? look
+                                                                       : 0;
+            });
+        if (isWokenEarly) {
+            CloseHandle(StartThread([] {
+                Sleep(1000);
+                SetEvent(HandleOf(g_ioEvent.value.Get()));
+            }));
+        }
         std::uint8_t bytes[4] = {};
         EXPECT_FALSE(NfcSpbRead(4, bytes));
         EXPECT_EQ(emulation::Live().requests, 0U) << "of a transfer";
