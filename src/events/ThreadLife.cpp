@@ -71,7 +71,6 @@ ThreadLife::Run ThreadLife::Enter() {
     Run run;
     run.number = ++m_entered;
     TAGPORT_CHECK(m_entered <= m_created);
-    run.reasonsSeen = m_reasons;
     return run;
 }
 

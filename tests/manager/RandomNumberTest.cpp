@@ -101,6 +101,22 @@ TEST(RandomNumber, GivenAgainWhileItsThreadWaitsIsTheNewest) {
     EXPECT_EQ(setup.OnChipInTheEnd(), NumberOf(0x41));
 }
 
+TEST(RandomNumber, ThatWaitsLeavesTheTagToAnotherManagersUpdate) {
+    TagWithNumber setup;
+    const auto other = NfcManager::Create(setup.NewMessage(0x22), &PcWithHost::Listen);
+    const std::function<bool(NfcManager&)> updates[] = {
+        NfcManagerTestAccess::UpdateNfcContent,
+        [](NfcManager& m) { return m.UpdateNfcData(); },
+    };
+    std::uint8_t fill = 0x41;
+    for (const auto& update : updates) {
+        Hold();
+        EXPECT_EQ(setup.Give(fill++), 0);
+        EXPECT_TRUE(update(*other));
+        EXPECT_EQ(setup.OnChipInTheEnd(), NumberOf(0x22));
+    }
+}
+
 // The write of a third manager waits for the tag while two others give numbers.
 TEST(RandomNumber, GivenLastStaysWhateverAnOlderMessageWritesInBetween) {
     ForEachSeed(40, [] {

@@ -210,7 +210,8 @@ TEST(Ble, SixtyFourEventsWaitForABusyListener) {
     LinkDockService::SetDeliveryHabits({0, 0, kThreads});
     setup.Start();
     ReactToEvents([](const ReceivedEvent& /*event*/) { Sleep(1000); });
-    for (unsigned i = 0; i < kThreads; ++i) {
+    SendFieldNow(setup, true);
+    for (unsigned i = 1; i < kThreads; ++i) {
         setup.pc.bluetooth()->SendField(true);
     }
     PcWithHost::Pass(2 * kThreads * kSecond);
