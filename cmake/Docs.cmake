@@ -6,7 +6,8 @@ file(GLOB log_sources CONFIGURE_DEPENDS
 file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/docs)
 add_custom_command(OUTPUT ${TAGPORT_LOG_PAGE}
   COMMAND ${Python3_EXECUTABLE} ${log_reference} --manual ${TAGPORT_LOG_PAGE}
-  DEPENDS ${log_reference} ${PROJECT_SOURCE_DIR}/lab/explain/meanings.txt ${log_sources} VERBATIM)
+  DEPENDS ${log_reference} ${PROJECT_SOURCE_DIR}/docs/log.md.in
+    ${PROJECT_SOURCE_DIR}/lab/explain/meanings.txt ${log_sources} VERBATIM)
 add_custom_target(tagport_log_page ALL DEPENDS ${TAGPORT_LOG_PAGE})
 
 # The reference of the public headers in HTML: target `tagport_docs`, where doxygen is installed. A
