@@ -46,6 +46,19 @@ std::string Continued(const std::string& text) {
 
 }  // namespace
 
+std::string TimeText(const Json& object) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.1f", object["t"].get<double>());
+    return text.data();
+}
+
+std::string LineHead(const std::string& time, const std::string& thread, const std::string& label) {
+    std::array<char, 64> head{};
+    std::snprintf(head.data(), head.size(), "%12s  %-9s  %-10s ", time.c_str(), thread.c_str(),
+                  label.c_str());
+    return head.data();
+}
+
 std::string HumanOutput::CommandLine(const std::string& text) const {
     return m_style.Bold("> " + Printable(text)) + "\n";
 }
@@ -53,10 +66,7 @@ std::string HumanOutput::CommandLine(const std::string& text) const {
 std::string HumanOutput::Lines(const Json& object) const {
     const std::string kind = object["kind"];
     const auto line = [&](const std::string& label, const std::string& text) {
-        std::array<char, 64> head{};
-        std::snprintf(head.data(), head.size(), "%12.1f  %-9s  %-10s ", object["t"].get<double>(),
-                      object["thread"].get<std::string>().c_str(), label.c_str());
-        return m_style.Dim(head.data()) + text + "\n";
+        return m_style.Dim(LineHead(TimeText(object), object["thread"], label)) + text + "\n";
     };
     const auto field = [&](const char* name) { return Field(object, name); };
     if (kind == "event") {

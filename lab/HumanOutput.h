@@ -8,6 +8,12 @@
 
 namespace lab {
 
+/// The time of an object as it is shown.
+std::string TimeText(const Json& object);
+
+/// What is before the text of each line: "     330.9  host       EVENT 3    ".
+std::string LineHead(const std::string& time, const std::string& thread, const std::string& label);
+
 class HumanOutput {
   public:
     HumanOutput(Style style, bool log, bool bus) : m_style(style), m_log(log), m_bus(bus) {}

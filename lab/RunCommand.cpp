@@ -1,6 +1,7 @@
 // Connects a run's parts: pc, script, player and output.
 #include "lab/RunCommand.h"
 
+#include <cmath>
 #include <filesystem>
 #include <memory>
 #include <random>
@@ -35,6 +36,36 @@ std::string JsonOf(Json object) {
     }
     return object.dump(-1, ' ', true);
 }
+
+/// Explains the log of a run while it is written. Called by one thread at a time.
+class LiveStory {
+  public:
+    explicit LiveStory(Style style) : m_text(style, OutputIsTerminal() ? OutputWidth() : 0, 0) {}
+
+    /// Takes an object of the run; returns what its line of the log has completed, as lines.
+    std::string Take(const Json& object) {
+        if (object["kind"] != "log") {
+            return {};
+        }
+        std::string line = object["line"];
+        line.resize(std::min(line.rfind('('), line.size()));  // the origin ends the line
+        if (const auto match = explain::FindMeaning(line)) {
+            const long long micros = std::llround(object["t"].get<double>() * 1000);
+            m_story.Take(*match, {{TimeText(object), micros, {}, object["thread"]}, 1});
+        }
+        return std::exchange(m_lines, {});
+    }
+    /// What is not finished, and the figures.
+    std::string End() {
+        m_story.End();
+        return m_lines + "\nWhat the log says:\n" + m_text.Figures(m_story.Figures());
+    }
+
+  private:
+    explain::StoryText m_text;
+    std::string m_lines;  // that are complete and not returned yet
+    explain::Story m_story{[this](const Json& item) { m_lines += m_text.ItemLines(item, false); }};
+};
 
 Script ReadScript(const std::string& name) {
     // The name is printed before each message about a line.

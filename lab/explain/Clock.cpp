@@ -123,7 +123,8 @@ std::optional<Clock> FindClock(std::string_view prefix) {
                 const std::int64_t seconds = (hours * 60 + f[kMinute]) * 60 + f[kSecond];
                 const std::int64_t micros =
                     seconds * kMicrosPerSecond + MicrosAfter(rest, f[kHour]);
-                return Clock{at, prefix.size() - rest.size(), micros, hasDate};
+                const std::size_t size = prefix.size() - at - rest.size();
+                return Clock{prefix.substr(at, size), micros, hasDate};
             }
         }
     }

@@ -1,7 +1,6 @@
 // Finds a date and a time in the prefix of a log line. Plain functions.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -12,8 +11,7 @@ using Micros = std::optional<std::int64_t>;
 
 /// A date and time, or a time alone.
 struct Clock {
-    std::size_t begin = 0;  ///< its place in the prefix
-    std::size_t end = 0;
+    std::string_view text;    ///< a part of the prefix
     std::int64_t micros = 0;  ///< since some day, or since midnight
     bool hasDate = false;
 };

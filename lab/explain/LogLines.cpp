@@ -26,7 +26,20 @@ std::string_view EndOf(std::string_view text, std::size_t most) {
 void LogLines::Take(std::string_view bytes, bool isEnd) {
     m_bytes += bytes;
     std::string_view rest = m_bytes;
-    while (TakePart(rest, isEnd)) {
+    for (std::size_t size = 1; size > 0; rest.remove_prefix(size)) {
+        if (m_isLineStart && rest.size() < kShowsEncoding && !isEnd) {
+            break;
+        }
+        if (std::exchange(m_isLineStart, false)) {
+            rest.remove_prefix(ChooseEncoding(rest));
+        }
+        size = Decode(rest);
+        if (!m_line.empty() && m_line.back() == '\n') {
+            m_line.pop_back();
+            EndLine();
+        } else if (m_line.size() > 2 * kLongestPart) {
+            Scan();
+        }
     }
     m_bytes.erase(0, m_bytes.size() - rest.size());
 }
@@ -34,36 +47,8 @@ void LogLines::Take(std::string_view bytes, bool isEnd) {
 void LogLines::End() {
     Take({}, true);
     if (!m_line.empty() || m_hasMarker) {
-        Scan();
         EndLine();
     }
-}
-
-// A line, or the beginning of one. False when there are too few bytes.
-bool LogLines::TakePart(std::string_view& bytes, bool isEnd) {
-    if (m_isLineStart && (bytes.size() >= kShowsEncoding || isEnd)) {
-        bytes.remove_prefix(ChooseEncoding(bytes));
-        m_isLineStart = false;
-    }
-    std::size_t size = 0;
-    if (m_encoding != Encoding::kUtf8 && !m_isLineStart) {
-        size = Decode(bytes);
-    } else if (!bytes.empty() && !m_isLineStart) {
-        size = std::min(bytes.find('\n'), bytes.size() - 1) + 1;
-        m_line += bytes.substr(0, size);
-    }
-    bytes.remove_prefix(size);
-    const bool isWhole = size > 0 && !m_line.empty() && m_line.back() == '\n';
-    if (isWhole) {
-        m_line.pop_back();
-    }
-    if (isWhole || m_line.size() > 2 * kLongestPart) {
-        Scan();
-    }
-    if (isWhole) {
-        EndLine();
-    }
-    return size > 0;
 }
 
 /// Of a line that begins like this. Returns the size of a byte order mark.
@@ -98,22 +83,27 @@ std::size_t LogLines::ChooseEncoding(std::string_view line) {
 }
 
 /// Appends up to the end of the line. Returns the size of what it has read.
-std::size_t LogLines::Decode(std::string_view utf16) {
-    const std::size_t high = m_encoding == Encoding::kUtf16Big ? 0 : 1;
+std::size_t LogLines::Decode(std::string_view bytes) {
     std::size_t at = 0;
-    for (bool isWhole = false; at + 1 < utf16.size() && !isWhole; at += 2) {
+    if (m_encoding == Encoding::kUtf8) {
+        at = bytes.empty() ? 0 : std::min(bytes.find('\n'), bytes.size() - 1) + 1;
+        m_line += bytes.substr(0, at);
+        return at;
+    }
+    const std::size_t high = m_encoding == Encoding::kUtf16Big ? 0 : 1;
+    for (bool isWhole = false; at + 1 < bytes.size() && !isWhole; at += 2) {
         const auto byte = [&](std::size_t which) {
-            return std::uint32_t{static_cast<unsigned char>(utf16[at + which])};
+            return std::uint32_t{static_cast<unsigned char>(bytes[at + which])};
         };
         const std::uint32_t unit = byte(high) << 8U | byte(1 - high);
         const std::uint32_t first = std::exchange(m_highSurrogate, 0);
         if (unit >= 0xD800 && unit <= 0xDBFF) {
             m_highSurrogate = unit;
-        } else {
-            const bool isSecond = first != 0 && unit >= 0xDC00 && unit <= 0xDFFF;
-            platform::AppendUtf8(
-                m_line, isSecond ? 0x10000 + ((first - 0xD800) << 10U) + (unit - 0xDC00) : unit);
+            continue;
         }
+        const bool isSecond = first != 0 && unit >= 0xDC00 && unit <= 0xDFFF;
+        platform::AppendUtf8(
+            m_line, isSecond ? 0x10000 + ((first - 0xD800) << 10U) + (unit - 0xDC00) : unit);
         isWhole = unit == '\n';
     }
     return at;
@@ -128,13 +118,12 @@ bool LogLines::Recognise(std::string_view part, bool isError) {
         match = FindMeaning(part);  // a text that ends with a line's end
         m_counts.library += match ? 1 : 0;
     }
-    if (!match) {
-        return false;
+    if (match) {
+        ++m_counts.records;
+        const std::string_view prefix = EndOf(part.substr(0, match->begin), kLongestPrefix);
+        m_sink({m_file, m_number, std::string(prefix), *match, isError});
     }
-    ++m_counts.records;
-    const std::string_view prefix = EndOf(part.substr(0, match->begin), kLongestPrefix);
-    m_sink({m_file, m_number, std::string(prefix), *std::move(match), isError});
-    return true;
+    return match.has_value();
 }
 
 // Takes all of the library's texts in what there is of the current line.
@@ -156,6 +145,7 @@ void LogLines::Scan() {
 }
 
 void LogLines::EndLine() {
+    Scan();
     ++m_number;
     ++m_counts.lines;
     m_counts.library += m_isLibrarys ? 1 : 0;

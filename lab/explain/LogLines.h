@@ -52,9 +52,8 @@ class LogLines {
   private:
     enum class Encoding : std::uint8_t { kUtf8, kUtf16Little, kUtf16Big };
 
-    bool TakePart(std::string_view& bytes, bool isEnd);
     std::size_t ChooseEncoding(std::string_view line);
-    std::size_t Decode(std::string_view utf16);
+    std::size_t Decode(std::string_view bytes);
     void Scan();
     bool Recognise(std::string_view part, bool isError);
     void EndLine();

@@ -12,7 +12,6 @@ namespace {
 constexpr std::size_t kLongestText = 511;  // that the library logs
 constexpr std::size_t kHeadSize = 4;       // of each format, before its first conversion
 constexpr std::string_view kBlanks = " \t\r\n";
-constexpr std::string_view kHex = "0123456789abcdefABCDEF";
 
 /// Cuts the blanks at the end, also those that another program has written as \n or \r.
 std::string_view TrimEnd(std::string_view text) {
@@ -26,23 +25,20 @@ std::string_view TrimEnd(std::string_view text) {
     }
 }
 
-/// The text of one conversion at the beginning of `text`; empty when there is none.
-std::string_view Argument(std::string_view conversion, std::string_view text) {
+/// Takes the text of one conversion from the beginning of `text`; nothing when there is none.
+std::optional<std::uint32_t> TakeArgument(std::string_view conversion, std::string_view& text) {
+    const bool isText = conversion.back() == 's';
     const bool isDecimal = conversion.back() == 'd' || conversion.back() == 'u';
-    const std::size_t sign = isDecimal ? std::min(text.find_first_not_of("- "), std::size_t{2}) : 0;
-    const std::size_t end =
-        text.find_first_not_of(kHex.substr(0, isDecimal ? 10 : kHex.size()), sign);
-    return conversion.back() == 's' ? text
-           : conversion == "%02X"   ? text.substr(0, std::min<std::size_t>(end, 2))
-                                    : text.substr(0, end);
-}
-
-std::optional<std::uint32_t> Number(std::string_view text, bool isHex) {
     text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+    const char* const begin = text.data();
+    std::size_t size = conversion == "%02X" ? std::min<std::size_t>(text.size(), 2) : text.size();
     std::int64_t value = 0;
-    const auto end =
-        std::from_chars(text.data(), text.data() + text.size(), value, isHex ? 16 : 10);
-    return end.ec == std::errc() ? std::optional(static_cast<std::uint32_t>(value)) : std::nullopt;
+    if (!isText) {
+        size = static_cast<std::size_t>(
+            std::from_chars(begin, begin + size, value, isDecimal ? 10 : 16).ptr - begin);
+    }
+    text.remove_prefix(size);
+    return size > 0 ? std::optional(static_cast<std::uint32_t>(value)) : std::nullopt;
 }
 
 bool Fits(std::string_view text, const Meaning& meaning, std::optional<std::uint32_t>& code) {
@@ -58,14 +54,11 @@ bool Fits(std::string_view text, const Meaning& meaning, std::optional<std::uint
             return text.empty();
         }
         const std::string_view conversion = format.substr(0, format.find_first_of("duxXs") + 1);
-        const std::string_view value = Argument(conversion, text);
-        if (value.empty()) {
+        const std::optional<std::uint32_t> value = TakeArgument(conversion, text);
+        if (!value) {
             return false;
         }
-        if (argument == meaning.code) {
-            code = Number(value, conversion.back() == 'x');
-        }
-        text.remove_prefix(value.size());
+        code = argument == meaning.code ? value : code;
         format.remove_prefix(conversion.size());
     }
 }

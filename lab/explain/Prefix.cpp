@@ -29,7 +29,7 @@ struct Columns {
     std::array<std::string_view, kMostColumns> values;
     std::size_t count = 0;
     std::optional<Clock> clock;
-    std::string_view clockText;
+    const LogLine* line = nullptr;  ///< of a sample
 };
 
 /// A place in a source, such as x.cpp:100:7, x.cpp(100) or Sink::Write:100.
@@ -53,8 +53,7 @@ void Split(std::string_view text, Columns& columns) {
                        text.size());
         const std::string_view word = text.substr(at, end - at);
         const bool isNumber = word.find_first_not_of(kDigits) == std::string_view::npos;
-        const bool isColour = between.size() >= kColour.size() &&
-                              between.substr(between.size() - kColour.size()) == kColour;
+        const bool isColour = between.find(kColour) != std::string_view::npos;
         if (isColour || (isAfterSource && isNumber && (between.size() == 1 || between == ", "))) {
             continue;
         }
@@ -66,11 +65,14 @@ void Split(std::string_view text, Columns& columns) {
 Columns ColumnsOf(std::string_view prefix, bool mayHaveClock = true) {
     Columns columns;
     columns.clock = mayHaveClock ? FindClock(prefix) : std::nullopt;
-    const std::size_t begin = columns.clock ? columns.clock->begin : prefix.size();
-    const std::size_t end = columns.clock ? columns.clock->end : prefix.size();
-    columns.clockText = prefix.substr(begin, end - begin);
+    if (!columns.clock) {
+        Split(prefix, columns);
+        return columns;
+    }
+    const std::string_view& clock = columns.clock->text;
+    const auto begin = static_cast<std::size_t>(clock.data() - prefix.data());
     Split(prefix.substr(0, begin), columns);
-    Split(prefix.substr(end), columns);
+    Split(prefix.substr(begin + clock.size()), columns);
     return columns;
 }
 
@@ -175,16 +177,18 @@ struct Column {
 
 /// p, t or c: the word says that the next column is a process, thread or clock.
 char NameOf(const Column& before) {
-    static const std::map<std::string, char> kNames{
-        {"pid", 'p'}, {"process", 'p'}, {"processid", 'p'}, {"process_id", 'p'}, {"proc", 'p'},
-        {"tid", 't'}, {"thread", 't'},  {"threadid", 't'},  {"thread_id", 't'},  {"thr", 't'},
-        {"t", 'c'},   {"time", 'c'},    {"ts", 'c'},        {"timestamp", 'c'}};
-    std::string word;
+    constexpr std::array<std::string_view, 3> kNames{"p pid process processid process_id proc ",
+                                                     "t tid thread threadid thread_id thr ",
+                                                     "c t time ts timestamp "};
+    std::string word = " ";
     for (const char c : before.IsConstant() ? before.lastValue : "") {
         word += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     }
-    const auto found = kNames.find(word);
-    return found == kNames.end() ? '\0' : found->second;
+    word += ' ';
+    const auto found = std::find_if(kNames.begin(), kNames.end(), [&](std::string_view names) {
+        return names.find(word) != std::string_view::npos;
+    });
+    return found == kNames.end() ? '\0' : found->front();
 }
 
 }  // namespace
@@ -192,20 +196,15 @@ char NameOf(const Column& before) {
 Origin PrefixLayout::Read(std::string_view prefix) {
     Origin origin;
     origin.process = m_lastProcess;
-    if (prefix.empty()) {
-        return origin;
-    }
     const Columns columns = ColumnsOf(prefix, m_hasClock);
     if (columns.clock) {
-        origin.time = columns.clockText;
+        origin.time = columns.clock->text;
         origin.micros = columns.clock->micros;
         if (!columns.clock->hasDate) {
-            if (*origin.micros + kMicrosPerDay / 2 < m_lastOfDay) {
-                m_dayOffset += kMicrosPerDay;  // midnight has passed
-                m_lastOfDay = 0;
-            }
-            m_lastOfDay = std::max(m_lastOfDay, *origin.micros);
+            const bool isNextDay = *origin.micros + m_dayOffset + kMicrosPerDay / 2 < m_latest;
+            m_dayOffset += isNextDay ? kMicrosPerDay : 0;
             *origin.micros += m_dayOffset;
+            m_latest = std::max(m_latest, *origin.micros);
         }
     }
     if (columns.count != m_columns) {
@@ -229,22 +228,25 @@ Origin PrefixLayout::Read(std::string_view prefix) {
 }
 
 PrefixLayout::PrefixLayout(const std::vector<LogLine>& sample) {
-    std::vector<Columns> all;
+    std::vector<Columns> lines;
     std::map<std::size_t, std::size_t> counts{{0, 0}};
     std::size_t clocks = 0;
     for (const LogLine& line : sample) {
-        all.push_back(ColumnsOf(line.prefix));
-        ++counts[all.back().count];
-        clocks += all.back().clock ? 1 : 0;
+        lines.push_back(ColumnsOf(line.prefix));
+        lines.back().line = &line;
+        ++counts[lines.back().count];
+        clocks += lines.back().clock ? 1 : 0;
     }
-    m_hasClock = clocks * 2 > all.size();
+    m_hasClock = clocks * 2 > lines.size();
     m_columns = std::max_element(counts.begin(), counts.end(), [](auto& a, auto& b) {
                     return a.second < b.second;
                 })->first;
     std::vector<Column> columns(m_columns);
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        for (std::size_t c = 0; c < columns.size() && all[i].count == columns.size(); ++c) {
-            columns[c].Look(all[i].values[c], sample[i]);
+    const auto isOther = [&](const Columns& line) { return line.count != m_columns; };
+    lines.erase(std::remove_if(lines.begin(), lines.end(), isOther), lines.end());
+    for (const Columns& line : lines) {
+        for (std::size_t c = 0; c < m_columns; ++c) {
+            columns[c].Look(line.values[c], *line.line);
         }
     }
 
@@ -278,14 +280,13 @@ PrefixLayout::PrefixLayout(const std::vector<LogLine>& sample) {
                  [&](std::size_t c) { return columns[c].ids == columns[c].seen && m_thread != c; });
     if (!m_thread && ids.size() >= (m_process ? 1U : 2U) && columns[ids.back()].Mixed() == 0) {
         m_thread = ids.back();
-        ids.pop_back();
     }
     const auto isSameForAThread = [&](std::size_t c) {
         std::map<std::string_view, std::string_view> processes;
-        return std::all_of(all.begin(), all.end(), [&](const Columns& line) {
-            return line.count != columns.size() || !m_thread ||
-                   processes.emplace(line.values[*m_thread], line.values[c]).first->second ==
-                       line.values[c];
+        return std::all_of(lines.begin(), lines.end(), [&](const Columns& line) {
+            const std::string_view process = line.values[c];
+            return !m_thread ||
+                   processes.emplace(line.values[*m_thread], process).first->second == process;
         });
     };
     // Several processes write in turns, and two may have threads of the same name. A number comes

@@ -63,7 +63,7 @@ class PrefixLayout {
 
     std::string m_lastProcess;
     std::int64_t m_dayOffset = 0;
-    std::int64_t m_lastOfDay = 0;
+    std::int64_t m_latest = 0;  // of the times without a date
 };
 
 }  // namespace lab::explain

@@ -2,22 +2,19 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdio>
 #include <utility>
 
+#include "lab/HumanOutput.h"
 #include "lab/Words.h"
 
-namespace lab {
-
-namespace explain {
+namespace lab::explain {
 
 namespace {
 
 constexpr std::size_t kLineWidth = 9;       // of the number of a line
 constexpr std::size_t kTimeWidth = 12;      // at least
 constexpr std::size_t kOutcomeWidth = 9;    // of the word for the outcome
-constexpr std::size_t kLiveIndent = 36;     // where the text of a run's lines begins
 constexpr std::size_t kAdviceIndent = 7;    // behind "Cause: " and "Do:    "
 constexpr std::size_t kMostProcesses = 20;  // in the summary for people
 constexpr std::size_t kLabelWidth = 15;
@@ -26,13 +23,12 @@ constexpr double kShownInMinutes = 120e3;  // milliseconds
 
 std::string Duration(double milliseconds) {
     std::array<char, 48> text{};
-    if (milliseconds < kShownInMinutes) {
-        std::snprintf(text.data(), text.size(), milliseconds < 1000 ? "%.0f ms" : "%.2f s",
-                      milliseconds < 1000 ? milliseconds : milliseconds / 1000);
-    } else {
-        const auto seconds = static_cast<long long>(milliseconds / 1000);
-        std::snprintf(text.data(), text.size(), "%lld min %lld s", seconds / 60, seconds % 60);
+    const auto seconds = static_cast<long long>(milliseconds / 1000);
+    if (milliseconds >= kShownInMinutes) {
+        return std::to_string(seconds / 60) + " min " + std::to_string(seconds % 60) + " s";
     }
+    std::snprintf(text.data(), text.size(), milliseconds < 1000 ? "%.0f ms" : "%.2f s",
+                  milliseconds < 1000 ? milliseconds : milliseconds / 1000);
     return text.data();
 }
 
@@ -41,8 +37,8 @@ std::string Padded(std::string text, std::size_t width) {
     return text;
 }
 
-std::string Text(const Json& object, const char* field) {
-    return Printable(object[field].get<std::string>());
+std::string Text(const Json& value) {
+    return value.is_string() ? Printable(value.get<std::string>()) : value.dump();
 }
 
 std::string Times(const Json& object) {
@@ -56,7 +52,7 @@ std::string TimedText(const std::string& kind, const Json& process, const Style&
     const bool isVisit = kind == "visit";
     std::string text = kind == "failure" || kind == "read-number"
                            ? ""
-                           : of["worked"].dump() + (isVisit ? " complete" : " worked");
+                           : Text(of["worked"]) + (isVisit ? " complete" : " worked");
     const auto add = [&](std::uint64_t count, const std::string& what) {
         text += count == 0 ? "" : (text.empty() ? "" : ", ") + std::to_string(count) + what;
     };
@@ -70,7 +66,7 @@ std::string TimedText(const std::string& kind, const Json& process, const Style&
                 Duration(of["longestMs"]);
     }
     const bool hasKnown = kind == "renew" && process["notNew"] != 0;
-    return text + (hasKnown ? "; " + process["notNew"].dump() + " were not new" : "");
+    return text + (hasKnown ? "; " + Text(process["notNew"]) + " were not new" : "");
 }
 
 }  // namespace
@@ -80,7 +76,7 @@ std::string JsonLine(const Json& object) {
 }
 
 std::string StoryText::Place(const Json& place) const {
-    return (m_files > 1 ? Text(place, "file") + ":" : "") + place["line"].dump();
+    return (m_files > 1 ? Text(place["file"]) + ":" : "") + Text(place["line"]);
 }
 
 std::string StoryText::Fold(const std::string& text, std::size_t indent,
@@ -89,26 +85,21 @@ std::string StoryText::Fold(const std::string& text, std::size_t indent,
 }
 
 std::string StoryText::ItemLines(const Json& item, bool hasProcesses) const {
+    const bool isOfRun = m_files == 0;
     std::string place = Place(item);
     place.insert(0, std::max(place.size(), kLineWidth) - place.size(), ' ');
-    place += "  " + Padded(Text(item, "time"), kTimeWidth) + "  ";
-    std::size_t indent = place.size() + kOutcomeWidth;
-    if (m_files == 0) {
-        std::array<char, 64> head{};
-        std::snprintf(head.data(), head.size(), "%12s  %-9s  %-10s ", Text(item, "time").c_str(),
-                      Text(item, "thread").substr(0, 9).c_str(), "explained");
-        place = head.data();
-        indent = kLiveIndent;
-    }
+    place = isOfRun ? LineHead(Text(item["time"]), Text(item["thread"]), "explained")
+                    : place + "  " + Padded(Text(item["time"]), kTimeWidth) + "  ";
+    const std::size_t indent = place.size() + (isOfRun ? 0 : kOutcomeWidth);
     const std::string outcome = item["outcome"];
     std::string text = m_style.Dim(place);
-    if (outcome != "worked" || m_files > 0) {
+    if (outcome != "worked" || !isOfRun) {
         text += outcome == "failed"    ? m_style.Red(Padded("FAILED", kOutcomeWidth))
                 : outcome == "open"    ? m_style.Yellow(Padded("OPEN", kOutcomeWidth))
                 : outcome == "unusual" ? m_style.Yellow(Padded(outcome, kOutcomeWidth))
                                        : Padded("", kOutcomeWidth);
     }
-    const std::string process = Text(item, "process");
+    const std::string process = Text(item["process"]);
     text += hasProcesses && !process.empty() ? "[" + process + "] " : "";
 
     std::string what = item["text"];
@@ -117,8 +108,8 @@ std::string StoryText::ItemLines(const Json& item, bool hasProcesses) const {
                                   : " (" + Duration(item["ms"]) + ")";
     }
     what += Times(item);
-    if (item.contains("lastLine") && m_files > 0) {
-        what += " The last one is in line " + item["lastLine"].dump() + ".";
+    if (item.contains("lastLine") && !isOfRun) {
+        what += " The last one is in line " + Text(item["lastLine"]) + ".";
     }
     text += Fold(what, indent, indent);
     const std::string margin(indent, ' ');
@@ -129,9 +120,9 @@ std::string StoryText::ItemLines(const Json& item, bool hasProcesses) const {
         }
     }
     for (const Json& step : item.value("chain", Json::array())) {
-        const std::string line = m_files > 0 ? "line " + Place(step) + "  " : "";
+        const std::string line = isOfRun ? "" : "line " + Place(step) + "  ";
         text += margin;
-        text += m_style.Dim(line + Text(step, "text") + Times(step)) + "\n";
+        text += m_style.Dim(line + Text(step["text"]) + Times(step)) + "\n";
     }
     return text;
 }
@@ -142,7 +133,7 @@ std::string StoryText::ProcessLines(const Json& process, bool isNamed) const {
         text += label + Fold(value, kLabelWidth, kLabelWidth);
     };
     const auto label = [](const std::string& name) { return Padded("  " + name, kLabelWidth); };
-    const std::string name = Text(process, "process");
+    const std::string name = Text(process["process"]);
     if (isNamed) {
         text = "\n" + m_style.Bold("Process " + (name.empty() ? "without a number" : name)) + "\n";
     }
@@ -157,7 +148,7 @@ std::string StoryText::ProcessLines(const Json& process, bool isNamed) const {
         line(label("Tag"), Joined(tags, ", and a keyboard on "));
     }
     if (process["from"] != "") {
-        line(label("Time"), Text(process, "from") + " to " + Text(process, "to"));
+        line(label("Time"), Text(process["from"]) + " to " + Text(process["to"]));
     }
     for (const KindName& kind : kKindNames) {
         if (*kind.label != '\0' && process.contains(kind.json)) {
@@ -184,77 +175,52 @@ std::string StoryText::Figures(const Json& figures) const {
     for (std::size_t i = 0; i < shown; ++i) {
         text += ProcessLines(processes[i], processes.size() > 1);
     }
-    const std::uint64_t more =
-        processes.size() - shown + figures["droppedProcesses"].get<std::uint64_t>();
-    return text + (more == 0 ? ""
-                             : "\n" + std::to_string(more) +
-                                   " more processes; --json has the figures of the last " +
-                                   std::to_string(Story::kMostProcesses) + ".\n");
+    const std::size_t more =
+        processes.size() - shown + figures["droppedProcesses"].get<std::size_t>();
+    if (more > 0) {
+        text += "\n" + std::to_string(more) +
+                " more processes; --json has the figures of the last " +
+                std::to_string(Story::kMostProcesses) + ".\n";
+    }
+    return text;
 }
 
 std::string StoryText::Summary(const Json& summary) const {
     std::vector<std::string> files;
     for (const Json& file : summary["files"]) {
-        files.push_back(Printable(file.get<std::string>()));
+        files.push_back(Text(file));
     }
     const std::string names = Joined(files);
     const bool hasUnknown = summary["unknown"] != 0;
-    std::string lines = ": " + Counted(summary["lines"], "line") + ": " +
-                        summary["library"].dump() + " of the library";
-    lines += summary["library"] == summary["records"]
-                 ? ""
-                 : " (" + Counted(summary["records"], "record") + ")";
-    lines += hasUnknown ? ", " + summary["unknown"].dump() + " unknown" : "";
-    lines += ", " + summary["others"].dump() + " of others.";
+    const bool hasLonger = summary["library"] != summary["records"];
+    const std::string lines =
+        ": " + Counted(summary["lines"], "line") + ": " + Text(summary["library"]) +
+        " of the library" + (hasLonger ? " (" + Counted(summary["records"], "record") + ")" : "") +
+        (hasUnknown ? ", " + Text(summary["unknown"]) + " unknown" : "") + ", " +
+        Text(summary["others"]) + " of others.";
     const std::string text = m_style.Bold(names) + Fold(lines, names.size(), 0);
     if (summary["library"] == 0) {
-        return text + Fold(
-                          "No line of the library was found: its lines end with (LogWarnFun) or "
-                          "(LogErrorFun).",
-                          0, 0);
+        constexpr char kNone[] =
+            "No line of the library was found: its lines end with (LogWarnFun) "
+            "or (LogErrorFun).";
+        return text + Fold(kNone, 0, 0);
     }
+    using Fact = std::array<const char*, 3>;
     std::string before = "Before each line:";
-    for (const auto& [field, what] :
-         {std::pair("hasTime", " time,"), {"hasProcess", " process,"}, {"hasThread", " thread."}}) {
-        before += (summary[field] ? " a" : " no") + std::string(what);
+    for (const auto& [field, ifSo, ifNot] : {
+             Fact{"hasTime", " a time,", " no time,"},
+             {"hasProcess", " a process,", " no process,"},
+             {"hasThread", " a thread.",
+              " no thread. So a failure may be listed under another operation."},
+             {"unknown",
+              " The unknown lines end like the library's: they are damaged, or of another version.",
+              ""},
+             {"hasWholeSeconds",
+              " The times have whole seconds: each length is wrong by up to a second.", ""},
+         }) {
+        before += summary[field] != 0 && summary[field] != false ? ifSo : ifNot;
     }
-    before += hasUnknown ? " The unknown lines end like the library's: they are damaged, or of "
-                           "another version."
-                         : "";
-    before += summary["hasWholeSeconds"]
-                  ? " The times have whole seconds: each length is wrong by up to a second."
-                  : "";
-    before += summary["hasThread"] ? "" : " So a failure may be listed under another operation.";
     return text + Fold(before, 0, 0) + Figures(summary);
 }
 
-}  // namespace explain
-
-LiveStory::LiveStory(Style style)
-    : m_text(style, OutputIsTerminal() ? OutputWidth() : 0, 0),
-      m_story([this](const Json& item) { m_lines += m_text.ItemLines(item, false); }) {}
-
-std::string LiveStory::Take(const Json& object) {
-    if (object["kind"] != "log") {
-        return {};
-    }
-    std::string line = object["line"];
-    const double milliseconds = object["t"];
-    std::array<char, 32> time{};
-    std::snprintf(time.data(), time.size(), "%.1f", milliseconds);
-    // The origin in brackets ends the line.
-    line.resize(std::min(line.rfind('('), line.size()));
-    if (const auto match = explain::FindMeaning(line)) {
-        m_story.Take(*match,
-                     {{time.data(), std::llround(milliseconds * 1000), {}, object["thread"]}, 1});
-    }
-    return std::exchange(m_lines, {});
-}
-
-std::string LiveStory::End() {
-    m_story.End();
-    return std::exchange(m_lines, {}) + "\nWhat the log says:\n" +
-           m_text.Figures(m_story.Figures());
-}
-
-}  // namespace lab
+}  // namespace lab::explain
