@@ -35,6 +35,7 @@ void ProcessStory::Notice(const At& at) {
             break;
         case Role::kThreadsStart:
             m_rearmed = m_chip.open.empty() ? "" : "WriteMessage";
+            lane.threadsOrder = at.place.order;
             break;
         case Role::kRenewKnown:
             ++m_notNew;
@@ -138,7 +139,7 @@ void ProcessStory::EndOperation(const At& at) {
     }
     Item& operation = *lane.operation;
     // A write goes on after a read that has failed.
-    if (at.HasFailed() && (lane.Is(at.rule.kind) || at.rule.kind != ItemKind::kRead)) {
+    if (at.HasFailed() && (lane.Is(at.rule.kind) || at.rule.kind == ItemKind::kUpdate)) {
         operation.says = operation.says.empty() ? at.meaning.says : operation.says;
         operation.outcome = Outcome::kFailed;
     }
@@ -179,10 +180,9 @@ void ProcessStory::NotRead(const At& at) {
     if (!at.lane.Is(at.rule.kind)) {
         return;
     }
-    // A chain without one of these says that the tag could not be read at all.
-    const bool isHarmless = Any(at.lane.chain, [](const Step& one) {
-        return one.Is({Role::kEmptyTag, Role::kForeignContent, Role::kForeignRead});
-    });
+    // A read without one of these says that the tag could not be read at all.
+    Lane& lane = at.lane;
+    const bool isHarmless = lane.Seen(Role::kForeignContent) + lane.Seen(Role::kForeignRead) > 0;
     at.lane.operation->text = isHarmless ? " Before it the tag held no message of this library."
                                          : " Before it the tag could not be read.";
     if (isHarmless) {
@@ -193,18 +193,10 @@ void ProcessStory::NotRead(const At& at) {
 void ProcessStory::HaveThreads(const At& at) {
     // The thread that watches for leaves stays for the whole life of a process, or ends in the
     // middle of a visit.
-    if (std::exchange(m_hasThreads, true) && !at.lane.HasSeen(Role::kThreadsKnown)) {
-        LoseBefore(at.lane.Of(Role::kThreadsStart).order);
+    if (std::exchange(m_hasThreads, true) && at.lane.Seen(Role::kThreadsKnown) == 0) {
+        LoseBefore(at.lane.threadsOrder);
     }
     if (at.lane.Is(at.rule.kind)) {
-        EndOperation(at);
-    }
-}
-
-void ProcessStory::EndNumberRead(const At& at) {
-    Lane& lane = at.lane;
-    if (!lane.Is(ItemKind::kWrite) && !lane.Is(ItemKind::kUpdate) &&
-        !lane.HasSeen(Role::kRenewStored)) {
         EndOperation(at);
     }
 }
@@ -224,7 +216,7 @@ void ProcessStory::Lose(Items& open) {
 }
 
 void ProcessStory::LoseBefore(std::uint64_t order) {
-    for (Items* const open : {&m_chip.open, &m_renewals}) {
+    for (Items* const open : {&m_chip.open, &m_keyboard.open, &m_renewals}) {
         while (!open->empty() && open->front().begin.order < order) {
             Lose(*open);
         }

@@ -10,7 +10,8 @@ namespace {
 constexpr std::size_t kMostLanes = 32;          // with the processes this bounds the memory
 constexpr std::size_t kMostCauses = 32;         // in the figures
 constexpr std::int64_t kLeastJump = 2'000'000;  // of the clock, in microseconds
-constexpr unsigned kJumpLines = 6;              // that agree: threads need no strict order
+constexpr std::int64_t kLongest = 1'000'000'000'000'000;
+constexpr unsigned kJumpLines = 6;  // that agree: threads need no strict order
 constexpr std::array<const char*, 4> kOutcomes{"worked", "failed", "open", "unusual"};
 
 double Milliseconds(std::int64_t micros) {
@@ -33,13 +34,12 @@ const SystemCode* DecisiveCode(const Step& step) {
 
 /// The step that explains the others best.
 const Step& CauseOf(const Chain& chain) {
-    auto found = std::find_if(chain.begin(), chain.end(), DecisiveCode);
-    if (found == chain.end()) {
-        found = std::find_if(chain.begin(), chain.end(), [](const Step& step) {
-            return step.Is({Role::kCause, Role::kMessageFails, Role::kChipSilent});
-        });
-    }
-    return found == chain.end() ? chain.front() : *found;
+    const auto rank = [](const Step& step) {
+        const bool isCause = step.Is({Role::kCause, Role::kMessageFails, Role::kChipSilent});
+        return DecisiveCode(step) != nullptr ? 0 : isCause ? 1 : 2;
+    };
+    return *std::min_element(chain.begin(), chain.end(),
+                             [&](const Step& a, const Step& b) { return rank(a) < rank(b); });
 }
 
 /// What a step means, with its error code in plain words.
@@ -70,14 +70,9 @@ void Count(Json& list, const Json& item, const std::string& text) {
 }  // namespace
 
 Micros Between(Micros begin, Micros end) {
-    // Clocks are set back at times; the threads of a log are not in a strict order either. The
-    // bound keeps a sum of many from overflowing.
-    constexpr std::uint64_t kLongest = 1'000'000'000'000'000;
-    if (!begin || !end || *end < *begin) {
-        return std::nullopt;
-    }
-    const auto span = static_cast<std::uint64_t>(*end) - static_cast<std::uint64_t>(*begin);
-    return span > kLongest ? std::nullopt : Micros(static_cast<std::int64_t>(span));
+    // Clocks are set back at times; the threads of a log are not in a strict order either.
+    const bool isKnown = begin && end && *begin <= *end && *end - *begin < kLongest;
+    return isKnown ? Micros(*end - *begin) : std::nullopt;
 }
 
 void ProcessStory::Take(const Match& match, const Mark& place) {
@@ -105,8 +100,7 @@ void ProcessStory::Take(const Match& match, const Mark& place) {
         AddStep(at);
     }
     (this->*rule.action)(at);
-    Seen& seen = lane.Of(meaning->role);
-    seen = {seen.times + 1, place.order};
+    ++lane.Seen(meaning->role);
     lane.previous = meaning->role;
     if (meaning->role == Role::kRenewEnds && hasThreads && !lane.operation && lane.chain.empty()) {
         // Each renewal has a thread of its own.
@@ -120,7 +114,7 @@ bool ProcessStory::Holds(const Meaning& one, Lane& lane, const Match& match) con
         case Condition::kAfter:
             return lane.previous == role || lane.loop == role;
         case Condition::kWithout:
-            return !lane.HasSeen(role);
+            return lane.Seen(role) == 0;
         case Condition::kWhen:
             return match.code == one.operand;
         case Condition::kLacks:
@@ -155,9 +149,6 @@ void ProcessStory::End(bool isLogsEnd, Micros lastMicros) {
     LoseBefore(lastOrder + 1);
     EndChain(m_chip);
     EndChain(m_keyboard);
-    while (!m_keyboard.open.empty()) {
-        Lose(m_keyboard.open);
-    }
     Flush();
 }
 
@@ -181,8 +172,8 @@ void ProcessStory::Finish(Lane& lane) {
         }
     }
     item.chain.swap(lane.chain);
-    item.attempts = std::max(
-        {lane.Of(Role::kStartTries).times, lane.Of(Role::kWriteTries).times, lane.Attempts()});
+    item.attempts =
+        std::max({lane.Seen(Role::kStartTries), lane.Seen(Role::kWriteTries), lane.Attempts()});
     Tell(std::move(item));
 }
 
@@ -293,8 +284,8 @@ void ProcessStory::CountItem(const Item& item, const Json& object) {
     const Micros micros = Between(item.begin.micros, item.end);
     if (hasWorked && micros) {
         auto& [sum, count] = m_sums[item.kind];
-        sum += *micros;
-        of["averageMs"] = Milliseconds(sum) / static_cast<double>(++count);
+        sum += static_cast<double>(*micros);
+        of["averageMs"] = sum / 1000 / ++count;
         of["longestMs"] = std::max(of.value("longestMs", 0.0), Milliseconds(*micros));
     }
     if (isFailed) {

@@ -117,16 +117,13 @@ class ProcessStory : public Writer {
         Mark chainBegin;
         unsigned chained = 0;  ///< visits with short pauses
     };
-    struct Seen {
-        unsigned times = 0;
-        std::uint64_t order = 0;  ///< of the last one
-    };
     /// A thread; of a log without threads, all of them.
     struct Lane : Writer {
         std::optional<Item> operation;
         Chain chain;
-        std::optional<Step> messageCause;   ///< why the host's message was not filled
-        std::array<Seen, kRuleCount> seen;  ///< by role, since the operation began
+        std::optional<Step> messageCause;         ///< why the host's message was not filled
+        std::array<unsigned, kRuleCount> seen{};  ///< by role, since the operation began
+        std::uint64_t threadsOrder = 0;           ///< of the line that last started those of phones
         Role previous = Role::kDetail;
         Role loop = Role::kWaits;            ///< how the wait for phones goes on or ends
         ThreadKind kind = ThreadKind::kAny;  ///< of its last line that shows it
@@ -135,14 +132,15 @@ class ProcessStory : public Writer {
         bool Is(ItemKind one) const { return operation && operation->kind == one; }
         /// Its end is not the end of what is under way.
         bool IsPart(ItemKind one) const {
-            return Is(ItemKind::kWrite) && (one == ItemKind::kUpdate || one == ItemKind::kRead);
+            return (Is(ItemKind::kWrite) && (one == ItemKind::kUpdate || one == ItemKind::kRead)) ||
+                   ((Is(ItemKind::kWrite) || Is(ItemKind::kUpdate)) &&
+                    one == ItemKind::kReadNumber);
         }
-        Seen& Of(Role role) { return seen.at(static_cast<std::size_t>(role)); }
-        bool HasSeen(Role role) { return Of(role).times > 0; }
+        unsigned& Seen(Role role) { return seen.at(static_cast<std::size_t>(role)); }
         /// Images that were written.
         unsigned Attempts() {
-            const bool isStored = HasSeen(Role::kWriteStored) || HasSeen(Role::kRenewStored);
-            return Of(Role::kChipRetry).times + (isStored ? 1 : 0);
+            const unsigned stored = Seen(Role::kWriteStored) + Seen(Role::kRenewStored);
+            return Seen(Role::kChipRetry) + std::min(stored, 1U);
         }
     };
     struct Tag {
@@ -185,7 +183,6 @@ class ProcessStory : public Writer {
     std::string FirstSentence(const Item& item) const;
     void CountItem(const Item& item, const Json& object);
     void Open(Items& items, const At& at);
-    static Item TakeFirst(Items& open, const At& at);
     /// Of a visit or a new number: its end is not in the log.
     void Lose(Items& open);
     /// What began before that line belongs to a process that has ended.
@@ -206,7 +203,7 @@ class ProcessStory : public Writer {
     std::uint64_t m_records = 0;
     std::uint64_t m_notNew = 0;
     Json m_kinds = Json::object();
-    std::map<ItemKind, std::pair<std::int64_t, std::int64_t>> m_sums;  // microseconds, and of what
+    std::map<ItemKind, std::pair<double, double>> m_sums;  // microseconds, and of how many
     Json m_failures = Json::array();
     Json m_unusual = Json::array();
 
