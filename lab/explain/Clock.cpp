@@ -1,9 +1,10 @@
-#include "lab/explain/Clock.h"
-
+// Finds a date and a time in a prefix. Plain functions.
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <string>
+
+#include "lab/explain/Prefix.h"
 
 namespace lab::explain {
 

@@ -37,17 +37,12 @@ class Input {
     explicit Input(const std::string& log) : m_log(log), m_name(log == "-" ? kStandardInput : log) {
         std::error_code error;
         const std::filesystem::file_status status = std::filesystem::status(log, error);
-        if (log.empty() || (log != "-" && !std::filesystem::exists(status))) {
-            throw WrongCall(log.empty() ? "LOG: the name of the file is empty"
-                                        : m_name + ": is not there");
-        }
-        if (std::filesystem::is_directory(status)) {
-            throw WrongCall(m_name + ": is a directory, not a log");
-        }
-        m_file.reset(log == "-" ? stdin : std::fopen(log.c_str(), "rb"));
-        if (m_file == nullptr) {
-            throw WrongCall(m_name + ": cannot be read: " + std::strerror(errno));
-        }
+        const bool isFile = log != "-";
+        RefuseIf(log.empty(), "LOG: the name of the file is empty");
+        RefuseIf(isFile && !std::filesystem::exists(status), m_name + ": is not there");
+        RefuseIf(std::filesystem::is_directory(status), m_name + ": is a directory, not a log");
+        m_file.reset(isFile ? std::fopen(log.c_str(), "rb") : stdin);
+        RefuseIf(m_file == nullptr, m_name + ": cannot be read: " + std::strerror(errno));
         std::setvbuf(m_file.get(), nullptr, _IONBF, 0);
     }
 
@@ -109,20 +104,18 @@ class Reading {
             m_files.push_back(ValidUtf8(input.Name()));
             LogLines lines(
                 input.Name(), [this](const LogLine& line) { Take(line); }, m_counts);
-            for (;;) {
+            std::string_view block;
+            do {
                 const bool isKnown = m_layout || m_sample.size() >= kLeastLines;
                 if (isKnown && input.IsQuiet()) {
                     FindLayout();
                     m_story.Flush();
                     pause();
                 }
-                const std::string_view block = input.Read();
-                if (block.empty()) {
-                    break;
-                }
+                block = input.Read();
                 lines.Take(block);
                 m_bytes += block.size();
-            }
+            } while (!block.empty());
             lines.End();
         }
         FindLayout();

@@ -1,7 +1,7 @@
 // What a host's sink writes before each line of the library: where the time, the process and the
 // thread are. Found from a sample of the lines, without a setting:
 //
-// - A clock time is recognised by its form (Clock.h). Without one, a number that does not fall is
+// - A clock time is recognised by its form. Without one, a number that does not fall is
 //   the time, when it has a fraction or repeats: real times do, and counters do not.
 // - The rest is cut into columns. A word such as "pid" or "tid" names the next one.
 // - The level is the column that always says whether the line is a warning or an error.
@@ -18,10 +18,24 @@
 #include <string_view>
 #include <vector>
 
-#include "lab/explain/Clock.h"
 #include "lab/explain/LogLines.h"
 
 namespace lab::explain {
+
+using Micros = std::optional<std::int64_t>;
+constexpr std::int64_t kMicrosPerSecond = 1'000'000;
+constexpr std::int64_t kMicrosPerDay = 86'400 * kMicrosPerSecond;
+
+/// A date and time, or a time alone.
+struct Clock {
+    std::string_view text;    ///< a part of the prefix
+    std::int64_t micros = 0;  ///< since some day, or since midnight
+    bool hasDate = false;
+};
+
+/// The first one. Its forms are the list in Clock.cpp, each with . , or : and a fraction after the
+/// seconds, AM or PM, and an offset from UTC, which is ignored.
+std::optional<Clock> FindClock(std::string_view prefix);
 
 /// A prefix, taken apart.
 struct Origin {

@@ -133,8 +133,8 @@ void ProcessStory::WatchClock(const Mark& place) {
     }
     m_jump = m_earlyLines++ == 0 ? place : m_jump;
     if (m_earlyLines == kJumpLines) {
-        TellNote(m_jump, "The clock goes back here: it was set, or the PC was started again.");
-        m_note["ms"] = Milliseconds(Between(m_jump.micros, m_latest).value_or(0));
+        Tell({ItemKind::kNote, m_jump, Outcome::kUnusual,
+              "The clock goes back here: it was set, or the PC was started again.", m_latest});
         m_earlyLines = 0;
         m_latest = place.micros;
     }
@@ -149,7 +149,6 @@ void ProcessStory::End(bool isLogsEnd, Micros lastMicros) {
     LoseBefore(lastOrder + 1);
     EndChain(m_chip);
     EndChain(m_keyboard);
-    Flush();
 }
 
 void ProcessStory::Close(Lane& lane) {
@@ -259,16 +258,7 @@ void ProcessStory::Tell(Item item) {
         object["chain"].push_back(step.object);
     }
     CountItem(item, object);
-    if (item.kind == ItemKind::kNote && !m_note.is_null() && item.text == m_note["text"]) {
-        m_note["times"] = m_note.value("times", 1U) + 1;
-        m_note["lastLine"] = item.begin.line;
-        return;
-    }
-    Flush();
-    m_note = std::move(object);
-    if (item.kind != ItemKind::kNote) {
-        Flush();
-    }
+    m_sink(object);
 }
 
 void ProcessStory::CountItem(const Item& item, const Json& object) {
@@ -282,7 +272,7 @@ void ProcessStory::CountItem(const Item& item, const Json& object) {
     Increase(of["atEnd"], isOpen && m_isLogsEnd);
     Increase(of["retried"], hasWorked && item.attempts > 1);
     const Micros micros = Between(item.begin.micros, item.end);
-    if (hasWorked && micros) {
+    if (hasWorked && micros && item.kind != ItemKind::kNote) {
         auto& [sum, count] = m_sums[item.kind];
         sum += static_cast<double>(*micros);
         of["averageMs"] = sum / 1000 / ++count;
@@ -292,12 +282,6 @@ void ProcessStory::CountItem(const Item& item, const Json& object) {
         Count(m_failures, object, object.value("cause", item.text));
     } else if (item.outcome == Outcome::kUnusual) {
         Count(m_unusual, object, item.text);
-    }
-}
-
-void ProcessStory::Flush() {
-    if (!m_note.is_null()) {
-        m_sink(std::exchange(m_note, nullptr));
     }
 }
 
@@ -325,12 +309,27 @@ void Story::Take(const Match& match, Mark place) {
         silent.End(false, {});
         ++m_dropped;
     };
-    FindOrAdd(m_processes, place.process, kMostProcesses, drop, m_sink).Take(match, place);
+    FindOrAdd(m_processes, place.process, kMostProcesses, drop, m_tell).Take(match, place);
+}
+
+void Story::Tell(const Json& item) {
+    const bool isNote = item["kind"] == "note";
+    if (isNote && !m_note.is_null() && item["text"] == m_note["text"] &&
+        item["process"] == m_note["process"]) {
+        m_note["times"] = m_note.value("times", 1U) + 1;
+        m_note["lastLine"] = item["line"];
+        return;
+    }
+    Flush();
+    m_note = item;
+    if (!isNote) {
+        Flush();
+    }
 }
 
 void Story::Flush() {
-    for (ProcessStory& process : m_processes) {
-        process.Flush();
+    if (!m_note.is_null()) {
+        m_sink(std::exchange(m_note, nullptr));
     }
 }
 
@@ -338,6 +337,7 @@ void Story::End() {
     for (ProcessStory& process : m_processes) {
         process.End(true, m_lastMicros);
     }
+    Flush();
 }
 
 Json Story::Figures() const {

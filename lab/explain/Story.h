@@ -89,7 +89,6 @@ class ProcessStory : public Writer {
         : Writer{std::move(process)}, m_sink(sink) {}
 
     void Take(const Match& match, const Mark& place);
-    void Flush();
     /// No line follows: the log ends at `lastMicros`, or the process is no longer kept.
     void End(bool isLogsEnd, Micros lastMicros);
     Json Figures() const;
@@ -207,7 +206,6 @@ class ProcessStory : public Writer {
     Json m_failures = Json::array();
     Json m_unusual = Json::array();
 
-    Json m_note;  // held back to count its repetitions
     std::list<Lane> m_lanes;
     Source m_chip;
     Source m_keyboard;
@@ -239,7 +237,11 @@ class Story {
     static constexpr std::size_t kMostProcesses = 64;
 
   private:
+    void Tell(const Json& item);
+
     ItemSink m_sink;
+    ItemSink m_tell = [this](const Json& item) { Tell(item); };
+    Json m_note;  // held back to count its repetitions
     std::list<ProcessStory> m_processes;
     std::uint64_t m_taken = 0;
     std::uint64_t m_dropped = 0;

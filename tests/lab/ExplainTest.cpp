@@ -15,7 +15,7 @@
 
 #include "lab/Recorder.h"
 #include "lab/Words.h"
-#include "lab/explain/Clock.h"
+#include "lab/explain/Prefix.h"
 #include "tests/lab/Shell.h"
 
 namespace {
