@@ -65,11 +65,8 @@ void Split(std::string_view text, Columns& columns) {
 Columns ColumnsOf(std::string_view prefix, bool mayHaveClock = true) {
     Columns columns;
     columns.clock = mayHaveClock ? FindClock(prefix) : std::nullopt;
-    if (!columns.clock) {
-        Split(prefix, columns);
-        return columns;
-    }
-    const std::string_view& clock = columns.clock->text;
+    const std::string_view clock =
+        columns.clock ? columns.clock->text : prefix.substr(prefix.size());
     const auto begin = static_cast<std::size_t>(clock.data() - prefix.data());
     Split(prefix.substr(0, begin), columns);
     Split(prefix.substr(begin + clock.size()), columns);
@@ -110,34 +107,31 @@ double UnitOf(std::string_view text, bool isNamedT) {
 /// Everything that is known of one column.
 struct Column {
     struct Value {
-        std::bitset<8> kinds;  // of threads
-        bool isWarning = false;
-        bool isError = false;
+        std::bitset<8> kinds;   // of threads
+        std::bitset<2> levels;  // of its lines: warning, error
     };
     std::map<std::string_view, Value> values;
     std::size_t seen = 0;
     std::size_t numbers = 0;
     std::size_t fractions = 0;
-    std::size_t rises = 0;
+    std::size_t changes = 0;
     std::size_t falls = 0;
     std::size_t ids = 0;
-    std::size_t returns = 0;  // to a value that was there before the last one
     double last = 0;
     std::string_view lastValue;
 
     void Look(std::string_view value, const LogLine& line) {
         const ThreadKind thread = line.match.meaning->thread;
-        returns += value != lastValue && values.count(value) > 0 ? 1 : 0;
-        lastValue = value;
         Value& of = values[value];
-        (line.isError ? of.isError : of.isWarning) = true;
         of.kinds.set(static_cast<std::size_t>(thread), thread != ThreadKind::kAny);
+        of.levels.set(line.isError ? 1 : 0);
         ids += LooksLikeId(value) ? 1 : 0;
+        changes += seen > 0 && value != lastValue ? 1 : 0;
+        lastValue = value;
         if (const auto number = AsNumber(value)) {
             ++numbers;
             fractions += value.find('.') != std::string_view::npos ? 1 : 0;
-            rises += seen > 0 && *number > last ? 1 : 0;
-            falls += seen > 0 && *number < last ? 1 : 0;
+            falls += *number < last ? 1 : 0;
             last = *number;
         }
         ++seen;
@@ -145,13 +139,15 @@ struct Column {
     bool IsConstant() const { return values.size() == 1; }
     // A number of the line, for example, is different on every line.
     bool IsRepeated() const { return values.size() <= kMostValues && values.size() * 2 <= seen; }
+    /// To a value that was there before the last one.
+    bool Returns() const { return changes >= values.size(); }
     bool IsLevel() const {
         std::bitset<2> levels;
-        const bool isClear = std::all_of(values.begin(), values.end(), [&](const auto& one) {
-            levels.set(one.second.isError ? 1 : 0);
-            return one.second.isError != one.second.isWarning;
-        });
-        return isClear && levels.all() && values.size() <= kMostLevels;
+        for (const auto& [value, of] : values) {
+            levels |= of.levels;
+        }
+        return levels.all() && values.size() <= kMostLevels &&
+               !Any(values, [](auto& one) { return one.second.levels.all(); });
     }
     /// Its values with threads of several kinds.
     std::size_t Mixed() const {
@@ -168,9 +164,8 @@ struct Column {
     }
     // The numbers of threads go up and down.
     bool IsTime() const {
-        const std::size_t changes = rises + falls;
         const bool repeats = (seen - changes) * 20 >= seen;
-        return numbers == seen && !IsLevel() && std::min(rises, falls) * 20 <= changes &&
+        return numbers == seen && !IsLevel() && std::min(changes - falls, falls) * 20 <= changes &&
                (last >= kLeastEpoch || (changes >= kLeastChanges && (fractions > 0 || repeats)));
     }
 };
@@ -270,7 +265,7 @@ PrefixLayout::PrefixLayout(const std::vector<LogLine>& sample) {
     // A value that only moves on is no thread: more likely a time that nobody knows.
     std::size_t best = m_thread ? kMostColumns : 1;
     for (const std::size_t c : open) {
-        if (columns[c].returns > 0 && columns[c].SeparatedKinds() > best) {
+        if (columns[c].Returns() && columns[c].SeparatedKinds() > best) {
             best = columns[c].SeparatedKinds();
             m_thread = c;
         }
@@ -292,7 +287,7 @@ PrefixLayout::PrefixLayout(const std::vector<LogLine>& sample) {
     // Several processes write in turns, and two may have threads of the same name. A number comes
     // before a name.
     const auto find = [&](std::size_t c) {
-        if (!m_process && c != m_thread && (columns[c].IsConstant() || columns[c].returns > 0) &&
+        if (!m_process && c != m_thread && (columns[c].IsConstant() || columns[c].Returns()) &&
             (isSameForAThread(c) || columns[c].Mixed() == columns[c].values.size())) {
             m_process = c;
         }
@@ -303,25 +298,21 @@ PrefixLayout::PrefixLayout(const std::vector<LogLine>& sample) {
             find(c);
         }
     }
-    FindTimes(sample);
-}
 
-// Whole seconds, the order of the lines, and the process of the first one.
-void PrefixLayout::FindTimes(const std::vector<LogLine>& sample) {
+    // Whole seconds, the order of the lines, and the process of the first one.
     std::size_t rises = 0;
     std::size_t falls = 0;
     Micros last;
-    bool hasFractions = false;
+    m_hasWholeSeconds = HasTime();
+    PrefixLayout trial = *this;
     for (const LogLine& line : sample) {
-        PrefixLayout fresh = *this;
-        const Origin origin = fresh.Read(line.prefix);
-        hasFractions |= origin.micros.value_or(0) % kMicrosPerSecond != 0;
+        const Origin origin = trial.Read(line.prefix);
+        m_hasWholeSeconds &= origin.micros.value_or(0) % kMicrosPerSecond == 0;
         rises += last && origin.micros > last ? 1 : 0;
         falls += last && origin.micros && origin.micros < last ? 1 : 0;
         last = origin.micros ? origin.micros : last;
         m_lastProcess = m_lastProcess.empty() ? origin.process : m_lastProcess;
     }
-    m_hasWholeSeconds = HasTime() && !hasFractions;
     m_isNewestFirst = falls >= kLeastChanges && rises * 20 <= falls;
 }
 

@@ -64,8 +64,6 @@ class PrefixLayout {
   private:
     using Place = std::optional<std::size_t>;  // of a column
 
-    void FindTimes(const std::vector<LogLine>& sample);
-
     std::size_t m_columns = 0;  // other prefixes have neither process nor thread
     bool m_hasClock = false;
     bool m_hasWholeSeconds = false;
