@@ -17,7 +17,6 @@
 #include <vector>
 
 #include "lab/Recorder.h"
-#include "lab/explain/Meanings.h"
 #include "lab/explain/Prefix.h"
 
 namespace lab::explain {
