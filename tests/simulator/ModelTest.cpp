@@ -3,7 +3,6 @@
 // the stand-in Bluetooth client.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 
 #include "platform/emulation/Kernel.h"
@@ -279,28 +278,6 @@ TEST(LinkDockService, DeliversNothingOnceUnsubscribed) {
             connection.SendField(100);
             Sleep(1);
         }
-    });
-}
-
-TEST(LinkDockService, DeliversOnAllItsThreadsAtOnceUntilTheDisconnection) {
-    testing_support::ForEachSeed(20, [] {
-        const unsigned threads = 1 + Random(2);
-        LinkDockService::SetDeliveryHabits({0, 0, threads});
-        Connection connection;
-        unsigned running = 0;
-        unsigned most = 0;
-        Sink sink([&] {
-            most = std::max(most, ++running);
-            Sleep(5);
-            --running;
-        });
-        ASSERT_EQ(connection.Subscribe(&sink), 0);
-        connection.SendField();
-        connection.SendField();
-        Sleep(20);
-        EXPECT_EQ(most, threads);
-        EXPECT_EQ(connection.client.BleClientDisConnect(kDefaultBleAddress), 0);  // unsubscribes
-        EXPECT_EQ(emulation::Live().threads + emulation::Live().handles, 0U);
     });
 }
 
