@@ -65,13 +65,18 @@ const struct {
     std::optional<std::uint8_t> mode;  // that stays, although 6 is written
     bool startsSilent = false;
     bool checksWrites = false;
+    std::string lock = "";  // where the dynamic lock goes
 } kChips[] = {
-    {"fm11nt081", 0x06},       {"fm11nt081", 0x0E, true},  // the right low bits are not enough
-    {"fm11nt081", 0x16, true}, {"fm11nt081", 0x03, true},
-    {"fanli", {}, true, true}, {"like-fanli", {}},
+    {"fm11nt081", 0x06, false, false, "W 03 88 ff"},
+    {"fm11nt081", 0x0E, true},  // the right low bits are not enough
+    {"fm11nt081", 0x16, true},
+    {"fm11nt081", 0x03, true},
+    {"fm11nt082c", 0x06, false, false, "W 03 c8 ff"},
+    {"fanli", {}, true, true},
+    {"like-fanli", {}},
 };
 
-TEST(DeviceStart, KeepsSomeChipsSilentUntilAMessageIsOnThem) {
+TEST(DeviceStart, LocksEachChipAndKeepsSomeSilentUntilAMessageIsOnThem) {
     for (const auto& one : kChips) {
         ForEachSeed(1, [&one] {
             SCOPED_TRACE(one.chip);
@@ -83,7 +88,9 @@ TEST(DeviceStart, KeepsSomeChipsSilentUntilAMessageIsOnThem) {
             }
             ASSERT_TRUE(setup.Create());
             setup.log.Announce("Nfc", "ReadNfcContent", "ReadMessage", "WriteMessage");
+            BusRecorder recorder;
             ASSERT_TRUE(setup.manager->DeviceInit());
+            EXPECT_NE(Joined(recorder.Take()).find(one.lock), std::string::npos);
             EXPECT_EQ(door.RadioOn(), !one.startsSilent);
             EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
             EXPECT_TRUE(door.RadioOn());
