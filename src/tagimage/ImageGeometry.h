@@ -44,7 +44,6 @@ inline constexpr std::size_t kUriOffset = kPrefixOffset + 1;
 // Media-type record: message end, short record, media type.
 inline constexpr std::uint8_t kMimeRecord = 0x52;
 inline constexpr std::size_t kMimeHeadSize = kTypeOffset + g_mimeType.size();
-inline constexpr std::size_t kMaxRecordSize = 255;
 
 // Payload of the media-type record.
 inline constexpr std::uint8_t kVersionMark = 0x80;

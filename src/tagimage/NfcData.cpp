@@ -248,9 +248,6 @@ bool NfcData::HeaderParse(std::string_view record, std::uint8_t& bodyCount) {
 }
 
 bool NfcData::ContentParse(std::string_view record) {
-    if (record.size() > kMaxRecordSize) {
-        return false;
-    }
     if (record.empty() || ByteAt(record, kRecordTypeOffset) != kMimeRecord) {
         LogErrorFun("Parse NFC record type error");
         return false;
@@ -266,11 +263,5 @@ bool NfcData::ContentParse(std::string_view record) {
     }
     const std::string_view head = record.substr(0, headSize);
     const std::string_view body = record.substr(headSize, bodyLen);
-    if (!m_nfcHead || !m_nfcBody) {
-        return false;
-    }
-    if (!m_nfcHead->Parse(head)) {
-        return false;
-    }
-    return m_nfcBody->Parse(body);
+    return m_nfcHead->Parse(head) && m_nfcBody->Parse(body);
 }

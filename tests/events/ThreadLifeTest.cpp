@@ -29,8 +29,6 @@ void ExpectVisit(PcWithHost& setup) {
     EXPECT_EQ(EventNumbers(), expected);
 }
 
-// A creation is no start, nor is a device start on a driver route.
-
 // The listener holds up the interrupt thread, which sees the stop after the creation.
 TEST(Stop, IsNotUndoneByACreationBeforeTheThreadHasSeenIt) {
     WaitingPc setup(PcRoute::kUsb);
@@ -129,6 +127,8 @@ TEST(RestartedThread, KeepsItsEventAndWhatCameBeforeTheCancellation) {
     emulation::AddDevice(simulator::kUsbDriverPath, std::make_shared<EarlyEnds>(*setup.pc.spb()));
     setup.Start();
     PcWithHost::Pass(kSecond);
+    EXPECT_TRUE(g_interruptEvent != nullptr && g_interruptOverlapped.hEvent == g_interruptEvent)
+        << "for a debugger";
     bool ending = false;
     bool started = false;
     setup.log.OnLine([&](const std::string& text) {

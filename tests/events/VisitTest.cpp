@@ -127,6 +127,18 @@ TEST(ReportedVisit, FollowsTheStatusOfTheChip) {
                     {noVisit, {}, 0, others}});
 }
 
+// A write arms the next visit, and the phone's first interrupt opens it while the other is watched.
+TEST(SecondVisit, IsNotifiedWhenTheFirstHasBeenClosed) {
+    VisitDesk setup(PcRoute::kUsb);
+    setup.Raise(At({0, 100, 200, 300, 340, 600}));
+    PcWithHost::Pass(200 * kMillisecond);
+    EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
+    PcWithHost::Pass(20 * kSecond);
+    EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 3, 1, 1}));
+    EXPECT_TRUE(HasInOrder(setup.log, {"NFC_notifyDeferCallThread", "[NFC] RF field has left",
+                                       "NFC_notifyDeferCallThread"}));
+}
+
 // A status that cannot be read keeps the line up; the loop goes on, and does not spin.
 TEST(ReportedVisit, WaitsForAStatusThatCannotBeRead) {
     VisitDesk setup(PcRoute::kI2c, "fanli");
