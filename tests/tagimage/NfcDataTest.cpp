@@ -92,6 +92,7 @@ TEST(NfcDataParse, RefusesMalformedImagesWithTheMessageOfTheCheck) {
         {"payload of 3", ImageOf(FirstBytes(3)), {}},
         {"single record", With(0, 0xD1), {"Parse URI record type error : D1", header}},
         {"type above record", With(1, kSize + 1), {"Parse NFC typeLen error : 67", header}},
+        {"type as long as record", With(1, kSize), {"NfcHead parse failed 2", header}},
         {"type length of 2", With(1, 2), {"NfcHead parse failed 2", header}},
         {"no URI payload", With(2, 0), {"Parse NFC bodyCount error : 00", header}},
         {"URI above record", With(2, kSize + 1), {"Parse NFC bodyCount error : 67", header}},
