@@ -49,8 +49,12 @@ TEST(Stop, IsNotUndoneByACreationBeforeTheThreadHasSeenIt) {
 TEST(Stop, LastsThroughCreationAndDeviceStartUntilTheNextWrite) {
     ForEachSeed(30, [] {
         WaitingPc setup(PcRoute::kI2c, "fm11nt082c");
+        setup.log.Clear();
         EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x33)), 0);
         PcWithHost::Pass(kSecond);
+        for (const char* thread : {"m_staticNotificationThread", "m_staticCallThread"}) {
+            EXPECT_EQ(setup.log.Count(std::string("NFC_ ") + thread + " already exist"), 1U);
+        }
         setup.log.Clear();
         setup.manager.reset();
         ASSERT_TRUE(setup.Create());
