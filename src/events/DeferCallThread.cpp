@@ -85,7 +85,6 @@ DWORD WINAPI DeferCallThread(LPVOID /*argument*/) {
     ThreadLife::Run run = life.Enter();
     for (;;) {
         while (life.ShouldRun(run) || life.IsHeld(run)) {
-            life.BeginPass(run);
             ServeOneVisit(run);
         }
         if (life.TryEnd(run)) {

@@ -155,6 +155,28 @@ TEST(RestartedThread, KeepsItsEventAndWhatCameBeforeTheCancellation) {
     ExpectVisit(setup);
 }
 
+// The request fails before the stop, and the thread looks at it after the start.
+TEST(RestartedThread, GoesOnAfterARequestThatFailedBeforeTheStart) {
+    PcWithHost setup({PcRoute::kUsb});
+    setup.log.Announce("NFC Interrupt get Overlapped result 1167");
+    setup.SetFaults("interrupt#1=fail:1167");
+    bool waits = false;
+    bool started = false;
+    setup.log.OnLine([&](const std::string& text) {
+        if (text == kWaits && !std::exchange(waits, true)) {
+            emulation::WaitFor([&] { return started; }, 60 * kSecond, "the start");
+        }
+    });
+    setup.Start();
+    EXPECT_TRUE(emulation::WaitFor([&] { return waits; }, kSecond, "the request"));
+    NfcManager::Create(setup.NewMessage(), &PcWithHost::Listen);  // and lets go of it
+    EXPECT_TRUE(setup.manager->DeviceInit());
+    EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage()), 0);
+    started = true;
+    PcWithHost::Pass(kSecond);
+    ExpectVisit(setup);
+}
+
 // A device that is closed while an event thread waits on it: by the start that opens the keyboard
 // anew, and by a start that fails.
 TEST(ClosedDevice, HasItsRequestsCancelledBeforeAndNeverAfterwards) {

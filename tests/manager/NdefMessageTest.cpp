@@ -96,6 +96,9 @@ void ExpectInit(char type, const Fields& fields, const Texts& errors = {}) {
     LogRecorder log;
     NdefMessage message = FilledMessage();
     message.Init(type);
+    const bool isFileReached =
+        errors.empty() || errors[0].find("GetCurrentDirectoryW") == std::string::npos;
+    EXPECT_EQ(log.Has("NFC_ get confFile: NfcUri.ini"), isFileReached);
     EXPECT_EQ(log.TakeUnannounced(), errors);
     ExpectFields(message, fields);
 }

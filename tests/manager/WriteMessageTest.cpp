@@ -156,12 +156,12 @@ TEST(UpdateNfcContent, WritesWhatDiffers) {
     const auto update = [&setup] { return NfcManagerTestAccess::UpdateNfcContent(*setup.manager); };
     EXPECT_TRUE(update());
     // The start makes two reads, the image ten.
-    for (const auto& [faults, lastLine] :
+    for (const auto& [faults, lastLines] :
          {std::pair{"read#3+=fail:31", "UpdateNfcContent ReadNfcContent failed"},
-          std::pair{"read#13+=fail:31", "ReadRandNum failed"}}) {
+          std::pair{"read#13+=fail:31", "ReadRandNum ReadNfc failed, ReadRandNum failed"}}) {
         setup.SetFaults(faults);
         EXPECT_FALSE(update());
-        EXPECT_EQ(setup.log.TakeUnannounced().back(), lastLine);
+        EXPECT_NE(Joined(setup.log.TakeUnannounced()).find(lastLines), std::string::npos);
     }
     setup.SetFaults("");
     setup.log.Clear();
