@@ -122,8 +122,10 @@ void ProcessStory::Try(const At& at) {
 
 void ProcessStory::Done(const At& at) {
     if (at.lane.Is(at.rule.kind)) {
-        at.lane.operation->outcome = Outcome::kWorked;
-        at.lane.operation->end = at.place.micros;
+        Item& operation = *at.lane.operation;
+        operation.outcome =
+            operation.outcome == Outcome::kFailed ? operation.outcome : Outcome::kWorked;
+        operation.end = at.place.micros;
     }
 }
 
@@ -149,9 +151,7 @@ void ProcessStory::EndOperation(const At& at) {
     if (operation.kind == ItemKind::kCreate && at.HasFailed() && lane.messageCause) {
         lane.chain.insert(lane.chain.begin(), *std::exchange(lane.messageCause, std::nullopt));
     }
-    operation.outcome =
-        operation.outcome == Outcome::kFailed ? operation.outcome : Outcome::kWorked;
-    operation.end = at.place.micros;
+    Done(at);
     Finish(lane);
 }
 
