@@ -177,16 +177,13 @@ void ProcessStory::FindChip(const At& at) {
 }
 
 void ProcessStory::NotRead(const At& at) {
-    if (!at.lane.Is(at.rule.kind)) {
-        return;
-    }
-    // A read without one of these says that the tag could not be read at all.
     Lane& lane = at.lane;
+    // A read without one of these says that the tag could not be read at all.
     const bool isHarmless = lane.Seen(Role::kForeignContent) + lane.Seen(Role::kForeignRead) > 0;
-    at.lane.operation->text = isHarmless ? " Before it the tag held no message of this library."
-                                         : " Before it the tag could not be read.";
-    if (isHarmless) {
-        at.lane.chain.clear();
+    if (lane.Is(at.rule.kind)) {
+        lane.operation->text = isHarmless ? " Before it the tag held no message of this library."
+                                          : " Before it the tag could not be read.";
+        lane.chain.erase(isHarmless ? lane.chain.begin() : lane.chain.end(), lane.chain.end());
     }
 }
 

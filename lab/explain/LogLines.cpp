@@ -114,12 +114,9 @@ std::optional<Match> FindMeaning(std::string_view part) {
 }
 
 const SystemCode* FindCode(std::optional<std::uint32_t> code) {
-    for (const SystemCode& one : kSystemCodes) {
-        if (one.code == code) {
-            return &one;
-        }
-    }
-    return nullptr;
+    const auto found = std::find_if(kSystemCodes.begin(), kSystemCodes.end(),
+                                    [&](const SystemCode& one) { return one.code == code; });
+    return found == kSystemCodes.end() ? nullptr : &*found;
 }
 
 void LogLines::Take(std::string_view bytes, bool isEnd) {

@@ -292,6 +292,9 @@ TEST(Explain, SaysWhyByTheLinesAround) {
          {PlayedLog("disconnect\nrenew random\nwait 500\n", "--route ble"), "Nothing was sent",
           "BtConnect"},
          {PlayedLog(noNumber), "zero where a written number is not", "SetRandomNumber"},
+         {Lines({"NFC Interrupt get Overlapped result 996", "NFC_DeferCallThread return",
+                 "NFC WaitOnInterruptLoop return"}),
+          R"(reporting","outcome":"worked")", "because a manager was released"},
          {Lines({"NfcProxy::ReadNfcContent", "NFC PC content parse begin", "length error"}),
           "not a whole message", R"(do":"Write a message)"},
          {Lines({"NFC_ get confFile: NfcUri.ini", "NFC_ GetUriInfo fail", "NfcManager::Init()",
@@ -348,7 +351,7 @@ TEST(Explain, GivesTheAdviceOfAnErrorCodeForTheRoute) {
     const std::string usb = "NFC_ select USB Driver";
     const std::string i2c = "NFC_ select I2C Driver";
     const std::string again = "Then call DeviceInit in the host, and then WriteMessage.";
-    const std::string gone = "NFC_WriteFile Error  1167";
+    const std::string gone = "NFC Error 1167, with 20 bytes written";
     ExpectTold(
         {{Lines({usb, gone}), "not connected", R"(do":"Plug the keyboard in again. )" + again},
          {Lines({i2c, gone}), "not connected",
