@@ -295,7 +295,7 @@ TEST(Explain, SaysWhyByTheLinesAround) {
          {Lines({"NFC Interrupt get Overlapped result 996", "NFC_DeferCallThread return",
                  "NFC WaitOnInterruptLoop return"}),
           R"(reporting","outcome":"worked")", "because a manager was released"},
-         {Lines({"NfcProxy::ReadNfcContent", "NFC PC content parse begin", "length error"}),
+         {Lines({"NfcProxy::ReadNfcContent", "NfcHead parse begin", "length error"}),
           "not a whole message", R"(do":"Write a message)"},
          {Lines({"NFC_ get confFile: NfcUri.ini", "NFC_ GetUriInfo fail", "NfcManager::Init()",
                  "m_uri size is 0", "SetModel unsupport!", "NfcManager Init SetContent failed",
