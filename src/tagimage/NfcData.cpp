@@ -22,7 +22,7 @@ unsigned Shown(std::uint8_t byte) {
 }  // namespace
 
 bool NfcData::HasParts() const {
-    return m_uriHead && m_nfcHead && m_nfcBody;
+    return m_nfcBody.has_value();  // the part that Init makes last
 }
 
 bool NfcData::Init() {
