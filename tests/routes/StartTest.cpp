@@ -60,6 +60,15 @@ TEST(DeviceStart, OnUsbDetectsNothingTriesAStepFiveTimesAndThenCloses) {
     }
 }
 
+TEST(DeviceStart, MakesNoTransferWithoutAnEventForIt) {
+    PcWithHost setup({PcRoute::kUsb});
+    const RefusedCalls refused(emulation::Call::kCreateEvent);
+    BusRecorder recorder;
+    EXPECT_FALSE(NfcProxy::InitNfcDevice());
+    EXPECT_EQ(Joined(recorder.Take()), "");
+    EXPECT_EQ(setup.log.TakeUnannounced().back(), "NFC error creating I / O event - 8");
+}
+
 const struct {
     std::string chip;
     std::optional<std::uint8_t> mode;  // that stays, although 6 is written
