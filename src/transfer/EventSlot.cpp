@@ -15,7 +15,6 @@ EventSlot::KeepOpen::~KeepOpen() {
     platform::Lock lock(m_slot.m_mutex);
     TAGPORT_CHECK(m_slot.m_keepers > 0);
     if (--m_slot.m_keepers == 0 && m_slot.m_closeLater) {
-        m_slot.m_closeLater = false;
         m_slot.m_current.swap(released);
     }
 }

@@ -115,6 +115,9 @@ TEST(RandomNumber, ThatWaitsLeavesTheTagToAnotherManagersUpdate) {
         EXPECT_TRUE(update(*other));
         EXPECT_EQ(setup.OnChipInTheEnd(), NumberOf(0x22));
     }
+    const auto own = NfcManagerTestAccess::Message(*setup.manager);
+    EXPECT_EQ(setup.manager->ReadMessage(own), 0);
+    EXPECT_EQ(NumberIn(*own), NumberOf(0x22)) << "no number of its own waits any more";
 }
 
 // The write of a third manager waits for the tag while two others give numbers.

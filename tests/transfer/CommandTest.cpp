@@ -104,7 +104,7 @@ TEST(Transfer, IsCancelledUntilItHasEnded) {
         emulation::SetCallHook(
             [&, look = look](emulation::Call call, emulation::ThreadId) -> DWORD {
                 return call == emulation::Call::kCancelIoEx
-                           ? (++cancellations % 3 ? ERROR_NOT_FOUND : 0)
+                           ? (++cancellations % 5 ? ERROR_NOT_FOUND : 0)
                        : call == emulation::Call::kGetOverlappedResult ? look
                                                                        : 0;
             });
@@ -115,7 +115,9 @@ TEST(Transfer, IsCancelledUntilItHasEnded) {
             }));
         }
         std::uint8_t bytes[4] = {};
+        const emulation::Micros start = emulation::Now();
         EXPECT_FALSE(NfcSpbRead(4, bytes));
+        EXPECT_EQ((emulation::Now() - start) / kMillisecond, isWokenEarly ? 1003 : 2200);
         EXPECT_EQ(emulation::Live().requests, 0U) << "of a transfer";
         OVERLAPPED record{};
         {
@@ -126,7 +128,7 @@ TEST(Transfer, IsCancelledUntilItHasEnded) {
             EXPECT_NE(request.Look(), PendingRequest::Result::kSucceeded);
         }
         EXPECT_EQ(emulation::Live().requests, 0U) << "of an event loop";
-        EXPECT_EQ(cancellations, 6U);
+        EXPECT_EQ(cancellations, 10U);
         emulation::SetCallHook({});
         log.TakeUnannounced();
     }
