@@ -32,14 +32,11 @@ constexpr DWORD kPreparationPauseMs = 500;
 
 bool SendOpenCommand() {
     const std::unique_ptr<COpenCommand> command(new (std::nothrow) COpenCommand);
-    if (command == nullptr) {
-        return false;
-    }
     if (DeviceHandle == nullptr) {
         LogErrorFun("Command parse fail in InitNfcDevice:");
         return false;
     }
-    return WaitForCommand(command.get()) == ERROR_SUCCESS;
+    return WaitForCommand(command.get()) == ERROR_SUCCESS;  // null is refused there
 }
 
 bool SelectDriver() {

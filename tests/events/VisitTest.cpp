@@ -73,6 +73,9 @@ struct VisitDesk : StartedPc {
         ReactToEvents([this](const ReceivedEvent& heard) {
             EXPECT_EQ(log.TextsSoFar().back().rfind("Nfc MCU start!", 0) == 0, heard.event == 4);
         });
+        log.OnLine([](const std::string& text) {
+            EXPECT_FALSE(text.rfind("NFC_defer call done", 0) == 0 && Visit::Get().IsOpen());
+        });
         for (std::size_t i = 0; i < cases.size(); ++i) {
             SCOPED_TRACE("case " + std::to_string(i));
             TakeEvents();
