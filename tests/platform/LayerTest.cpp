@@ -196,19 +196,6 @@ TEST(CurrentDirectory, LeadsToItsFilesWhateverBytesItsNameHas) {
     std::filesystem::remove_all(base);
 }
 
-TEST(Drivers, FailRequestsWithAStatusThatReadsBackAsTheError) {
-    WithTestDevice([](TestDevice& device) {
-        for (const DWORD error :
-             {ERROR_OPERATION_ABORTED, ERROR_GEN_FAILURE, ERROR_SEM_TIMEOUT, ERROR_IO_DEVICE,
-              ERROR_DEVICE_NOT_CONNECTED, ERROR_ACCESS_DENIED}) {
-            device.Read();
-            device.requests.back()->Fail(error, 2);
-            EXPECT_EQ(device.Outcome(), error);
-            EXPECT_EQ(device.moved, 2U);
-        }
-    });
-}
-
 TEST(Drivers, FailTheRequestsOfALastHandleAlsoOnceTheirDeviceIsRemoved) {
     WithTestDevice([](TestDevice& device) {
         device.Read();

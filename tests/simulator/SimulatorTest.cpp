@@ -62,18 +62,6 @@ TEST(Simulator, HoldsEachPhoneUntilItIsDue) {
     EXPECT_TRUE(never.Gone()) << "it must not come any more";
 }
 
-TEST(Simulator, KnowsItsThreads) {
-    UseScheduledClock(7);
-    const std::size_t before = Live().threads;
-    bool over = false;
-    StartThread([&] { EXPECT_TRUE(WaitFor([&] { return over; }, Time::max())); });
-    Advance(1min);
-    EXPECT_EQ(Live().threads, before + 1);
-    over = true;
-    EXPECT_TRUE(WaitFor([&] { return Live().threads == before; }, 1s));
-    EXPECT_EQ(Now(), 1min);
-}
-
 TEST(Simulator, EndsARunThatCanMakeNoProgressBesideAWaitWithoutEnd) {
     EXPECT_EXIT(
         {
