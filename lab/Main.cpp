@@ -124,7 +124,7 @@ void AddShow(CLI::App& app, lab::ImageShowOptions& show) {
 }
 
 void AddExplain(CLI::App& app, lab::ExplainOptions& explain) {
-    app.add_option("LOG", explain.logs, "Logs of a host in their order, - for standard input")
+    app.add_option("LOG", explain.logs, "Logs of a host, oldest first, - for standard input")
         ->required();
     app.add_flag("--failures", explain.failures, "Only what failed, and the summary");
     app.add_flag("--json", explain.json, "Print one JSON object per line, the summary last");
