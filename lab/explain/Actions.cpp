@@ -315,10 +315,9 @@ void ProcessStory::MissListener(const At& at) {
 void ProcessStory::EndChain(Source& source) {
     const unsigned visits = std::exchange(source.chained, 0);
     if (visits >= kShortestChain) {
-        TellNote(source.chainBegin,
-                 "A chain of " + std::to_string(visits) +
-                     " visits with less than a second between them: probably one "
-                     "phone that was held at the edge of the field.");
+        TellNote(source.chainBegin, "A chain of " + std::to_string(visits) +
+                                        " visits with a second at most between them: probably one "
+                                        "phone that was held at the edge of the field.");
     }
 }
 
