@@ -86,14 +86,15 @@ void PrintTag(const std::string& memory, const Style& style) {
     WriteOutput(text);
 }
 
-void PrintSum(const Player& player, const Style& style) {
+void PrintSum(const Player& player, bool explained, const Style& style) {
     const auto count = [&](int event) {
         return std::to_string(player.Events().Count(event)) + " of " + std::to_string(event);
     };
     WriteOutput("\nevents: " + count(3) + ", " + count(1) + ", " + count(4) + ".  " +
                 (player.Failures() == 0
                      ? style.Green("Everything worked.")
-                     : style.Red(std::to_string(player.Failures()) + " failed.")) +
+                     : style.Red(std::to_string(player.Failures()) + " failed.") +
+                           (explained ? "" : "  --explain says what the log means.")) +
                 "\n");
 }
 
@@ -236,7 +237,7 @@ int Run(const RunOptions& options) {
     }
     if (!options.json) {
         PrintTag(outcome.pc->TagMemory(), style);
-        PrintSum(*outcome.player, style);
+        PrintSum(*outcome.player, options.explain, style);
     }
     if (report != nullptr) {
         WriteReport(*report, options, script ? script->file : kVisitName, outcome);
