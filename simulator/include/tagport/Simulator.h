@@ -35,7 +35,8 @@ constexpr Time kWithoutEnd = std::chrono::hours(24 * 365 * 1000);
 // The clock
 
 /// Switches the process to the scheduled clock, at time 0. Without this call the run takes real
-/// time, with real threads.
+/// time, with real threads: on a busy machine a phone that comes right after WriteMessage can find
+/// them not yet started, and is then reported several times (NfcListener.h).
 ///
 /// On the scheduled clock one thread runs at a time, and the clock jumps to the next deadline when
 /// all wait, so a day takes seconds. A generator draws the next thread; the same seed gives the
