@@ -310,9 +310,10 @@ class Scheduled final : public Scheduler {
             silent = now == seen ? silent + 1 : 0;
             seen = now;
         }
-        const std::string why =
-            m_running->name + " has the turn and has made no call into the layer for " +
-            std::to_string(m_options.maxSilence / kMillisecond) + " ms of real time";
+        const std::string why = m_running->name +
+                                " has the turn and has called neither library nor simulator for " +
+                                std::to_string(m_options.maxSilence / kMillisecond) +
+                                " ms of real time (tagport::Advance makes a pause)";
         Stall(why.c_str());
     }
 

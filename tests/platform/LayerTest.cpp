@@ -141,8 +141,10 @@ TEST(NativeLocks, ThatBlockTheHostEndTheRun) {
         Sleep(20);
         mutex.native().lock();
     };
-    ExpectStall("host has the turn and has made no call into the layer for 50 ms of real time\n",
-                block, options);
+    ExpectStall(
+        "host has the turn and has called neither library nor simulator for 50 ms of real time "
+        "(tagport::Advance makes a pause)\n",
+        block, options);
 }
 
 void LockBoth(bool scheduled, const platform::LockRank& first, const platform::LockRank& second) {
