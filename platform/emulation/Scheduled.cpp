@@ -313,7 +313,7 @@ class Scheduled final : public Scheduler {
         const std::string why = m_running->name +
                                 " has the turn and has called neither library nor simulator for " +
                                 std::to_string(m_options.maxSilence / kMillisecond) +
-                                " ms of real time (tagport::Advance makes a pause)";
+                                " ms of real time; tagport::Advance makes a pause";
         Stall(why.c_str());
     }
 

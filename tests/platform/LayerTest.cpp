@@ -142,8 +142,8 @@ TEST(NativeLocks, ThatBlockTheHostEndTheRun) {
         mutex.native().lock();
     };
     ExpectStall(
-        "host has the turn and has called neither library nor simulator for 50 ms of real time "
-        "(tagport::Advance makes a pause)\n",
+        "host has the turn and has called neither library nor simulator for 50 ms of real time; "
+        "tagport::Advance makes a pause\n",
         block, options);
 }
 
