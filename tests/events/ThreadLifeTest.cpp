@@ -87,6 +87,20 @@ TEST(FailedWait, EndsTheThreadOnce) {
     }
 }
 
+TEST(FailedWait, ForTheEndOfARequestIsFollowedByAnotherRequest) {
+    WaitingPc setup(PcRoute::kUsb);
+    bool hasFailed = false;
+    emulation::SetCallHook([&, host = emulation::CurrentThread()](
+                               emulation::Call call, emulation::ThreadId thread) -> DWORD {
+        const bool fails = call == emulation::Call::kWait && thread != host;
+        return fails && !std::exchange(hasFailed, true) ? ERROR_INVALID_HANDLE : 0;
+    });
+    ExpectVisit(setup);
+    emulation::SetCallHook({});
+    EXPECT_TRUE(hasFailed);
+    ExpectVisit(setup);
+}
+
 // Passes everything on to `inner`, but lets requests of the event threads succeed when `inner`
 // would not: when they are cancelled, or in the call that starts one.
 struct EarlyEnds : emulation::Driver {

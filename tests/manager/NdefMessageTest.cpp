@@ -34,22 +34,23 @@ std::string Text(const std::uint8_t (&bytes)[Size]) {
 // A message with the fields of kOld.
 NdefMessage FilledMessage() {
     NdefMessage message;
-    message.SetUrl(kOld.url);
-    message.SetMac({1, 1, 1, 1, 1, 1});
-    message.SetRandomNumber(reinterpret_cast<const std::uint8_t(&)[32]>(*kOld.number.data()));
-    message.SetModel({3, 3, 3, 3});
-    message.SetPcType(4);
+    const auto& number = reinterpret_cast<const std::uint8_t(&)[32]>(*kOld.number.data());
+    EXPECT_EQ(message.SetUrl(kOld.url), 0);
+    EXPECT_EQ(message.SetMac({1, 1, 1, 1, 1, 1}), 0);
+    EXPECT_EQ(message.SetRandomNumber(number), 0);
+    EXPECT_EQ(message.SetModel({3, 3, 3, 3}), 0);
+    EXPECT_EQ(message.SetPcType(4), 0);
     return message;
 }
 
 void ExpectFields(NdefMessage message, const Fields& expected) {
     std::string url;
     std::uint8_t mac[6], number[32], model[4], type = 9;
-    message.GetUrl(url);
-    message.GetMac(mac);
-    message.GetRandomNumber(number);
-    message.GetModel(model);
-    message.GetPcType(type);
+    EXPECT_EQ(message.GetUrl(url), 0);
+    EXPECT_EQ(message.GetMac(mac), 0);
+    EXPECT_EQ(message.GetRandomNumber(number), 0);
+    EXPECT_EQ(message.GetModel(model), 0);
+    EXPECT_EQ(message.GetPcType(type), 0);
     EXPECT_EQ((Fields{url, Text(mac), Text(number), Text(model), type}.All()), expected.All());
 }
 

@@ -65,6 +65,13 @@ TEST(WriteMessage, MergesTheCallersFieldsOverTheTags) {
     EXPECT_EQ(data.GetUrl(), std::string(50, 'u')) << "the tag's, not the manager's";
     EXPECT_EQ(data.GetMacAddr() + data.GetModel(), "\x9\x8\x7\x6\x5\x4\x1\x2\x3\x4");
     EXPECT_EQ(data.GetRandomNumber(), std::string(32, 0x22));
+    const auto read = std::make_shared<NdefMessage>();
+    EXPECT_EQ(setup.manager->ReadMessage(read), 0);
+    std::uint8_t mac[6] = {};
+    std::uint8_t model[4] = {};
+    EXPECT_EQ(read->GetMac(mac) + read->GetModel(model), 0);
+    EXPECT_EQ(mac[5], 4);
+    EXPECT_EQ(model[3], 4);
 }
 
 TEST(ReadMessage, RefusesASpoiledImageUntilItIsWrittenAgain) {
