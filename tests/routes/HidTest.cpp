@@ -174,4 +174,22 @@ TEST(HidThread, EndsWithoutAReadWhenAnotherStartFindsAChipOrNothing) {
     }
 }
 
+TEST(HidThread, GoesOnWhenTheKeyboardIsOpenedAgainMeanwhile) {
+    StartedPc setup({PcRoute::kHid});
+    bool release = false;
+    ReactToEvents([&release](const ReceivedEvent&) {
+        emulation::WaitFor([&] { return release; }, emulation::kForever, "the host");
+    });
+    setup.pc.keyboard()->SendField(true);
+    EXPECT_TRUE(PcWithHost::WaitForEvents(1, kSecond));
+    const emulation::Micros before = emulation::Now();
+    EXPECT_TRUE(setup.manager->DeviceInit());
+    EXPECT_EQ(emulation::Now(), before) << "at the first attempt";
+    EXPECT_TRUE(setup.log.Has("NFC_ g_hReadHidThread already exist"));
+    release = true;
+    setup.pc.keyboard()->SendField(false, kSecond);
+    PcWithHost::Pass(2 * kSecond);
+    EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
+}
+
 }  // namespace
