@@ -125,7 +125,8 @@ TEST(Transfer, IsCancelledUntilItHasEnded) {
             request.Begin(
                 true, [] { return true; },
                 [&](HANDLE handle) { return ReadFile(handle, bytes, 4, nullptr, &record); }, [] {});
-            EXPECT_NE(request.Look(), PendingRequest::Result::kSucceeded);
+            EXPECT_EQ(request.Look(), look == ERROR_SUCCESS ? PendingRequest::Result::kPending
+                                                            : PendingRequest::Result::kFailed);
         }
         EXPECT_EQ(emulation::Live().requests, 0U) << "of an event loop";
         EXPECT_EQ(cancellations, 10U);
