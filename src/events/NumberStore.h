@@ -21,7 +21,7 @@ class NumberStore {
 
   private:
     mutable platform::Mutex m_mutex{kNumberStoreLock};
-    RandomNumber m_number{};
+    RandomNumber m_number TAGPORT_GUARDED_BY(m_mutex){};
 };
 
 /// The random number as last read from the chip. Written by number reads, read by all that deliver

@@ -5,17 +5,17 @@
 // Below, a lease that is released is always declared before the lock, so that its handle is closed
 // after the lock has been released.
 
-EventSlot::KeepOpen::KeepOpen(EventSlot& slot) : m_slot(slot) {
-    platform::Lock lock(m_slot.m_mutex);
-    ++m_slot.m_keepers;
+void EventSlot::AddKeeper() {
+    platform::Lock lock(m_mutex);
+    ++m_keepers;
 }
 
-EventSlot::KeepOpen::~KeepOpen() {
+void EventSlot::RemoveKeeper() {
     Lease released;
-    platform::Lock lock(m_slot.m_mutex);
-    TAGPORT_CHECK(m_slot.m_keepers > 0);
-    if (--m_slot.m_keepers == 0 && m_slot.m_closeLater) {
-        m_slot.m_current.swap(released);
+    platform::Lock lock(m_mutex);
+    TAGPORT_CHECK(m_keepers > 0);
+    if (--m_keepers == 0 && m_closeLater) {
+        m_current.swap(released);
     }
 }
 

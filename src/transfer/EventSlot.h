@@ -30,8 +30,8 @@ class EventSlot {
     /// Delays every Close until its scope ends: for an operation of many waits.
     class KeepOpen {
       public:
-        explicit KeepOpen(EventSlot& slot);
-        ~KeepOpen();
+        explicit KeepOpen(EventSlot& slot) : m_slot(slot) { m_slot.AddKeeper(); }
+        ~KeepOpen() { m_slot.RemoveKeeper(); }
         KeepOpen(const KeepOpen&) = delete;
         KeepOpen& operator=(const KeepOpen&) = delete;
 
@@ -54,10 +54,13 @@ class EventSlot {
     void Signal() const;
 
   private:
+    void AddKeeper();
+    void RemoveKeeper();
+
     mutable platform::Mutex m_mutex{kEventSlotLock};
-    Lease m_current;
-    unsigned m_keepers = 0;
-    bool m_closeLater = false;
+    Lease m_current TAGPORT_GUARDED_BY(m_mutex);
+    unsigned m_keepers TAGPORT_GUARDED_BY(m_mutex) = 0;
+    bool m_closeLater TAGPORT_GUARDED_BY(m_mutex) = false;
 };
 
 /// The handle of a lease, null for an empty one.
