@@ -35,16 +35,19 @@ TEST(RandomNumber, ReachesTheTagWithoutKeepingTheHost) {
     setup.log.OnLine([host](const std::string& /*text*/) {
         Sleep(emulation::CurrentThread() == host ? 0 : 200);
     });
+    setup.log.Announce("NFC ", "Nfc ", "NfcRead", "WriteMessage Read", "ReadMessage");
+    setup.SetFaults("read#3=fail:31");  // the write reads first, and goes on
     OnThread([&setup] { EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x22)), 0); });
-    for (std::uint8_t fill = 0x31; fill < 0x41; ++fill) {
+    for (std::uint8_t fill = 0x31; fill < 0x51; ++fill) {
         PcWithHost::Pass(150 * kMillisecond);
         const emulation::Micros before = emulation::Now();
         EXPECT_EQ(setup.Give(fill), 0);
         EXPECT_EQ(emulation::Now(), before) << "however long a write and its log take";
     }
-    EXPECT_NE(setup.NumberOnChip(), NumberOf(0x40));
-    EXPECT_EQ(setup.OnChipInTheEnd(), NumberOf(0x40));
-    EXPECT_EQ(setup.log.Count("LocalWriteRand ReadRandNum Successful"), 16U);
+    EXPECT_TRUE(setup.log.Has("WriteMessage Read failed"));
+    EXPECT_NE(setup.NumberOnChip(), NumberOf(0x50));
+    EXPECT_EQ(setup.OnChipInTheEnd(), NumberOf(0x50));
+    EXPECT_EQ(setup.log.Count("LocalWriteRand ReadRandNum Successful"), 32U);
 }
 
 TEST(RandomNumber, IsRefusedInANullReference) {
