@@ -97,7 +97,8 @@ TEST(FailedWait, ForTheEndOfARequestIsFollowedByAnotherRequest) {
     });
     ExpectVisit(setup);
     emulation::SetCallHook({});
-    EXPECT_TRUE(hasFailed);
+    EXPECT_EQ(setup.log.Count("NFC WaitForSingleObject Failed: 6"), 1U);
+    EXPECT_EQ(setup.log.Count(kReturned), 0U) << "the loop is not left";
     ExpectVisit(setup);
 }
 
