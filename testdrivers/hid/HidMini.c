@@ -1,5 +1,5 @@
 /* The HID minidriver of the devices on the test bus: registers with the class driver, and passes
- * every request of it down to the bus, which answers them (HidBus.c). Kernel mode. */
+ * every request of it down to the bus, which answers them (HidRequests.c). Kernel mode. */
 #include "testdrivers/hid/HidPort.h"
 
 static NTSTATUS NTAPI PassDown(DEVICE_OBJECT* device, PIRP irp) {

@@ -100,7 +100,7 @@ struct VisitDesk : StartedPc {
 
 TEST(CountedVisit, EndsWhenInterruptsStopComing) {
     VisitDesk setup(PcRoute::kUsb, "fm11nt082c");
-    setup.Watch(2, {{At({0, 10, 340}), {0, 350}},  // the first of all continues none
+    setup.Watch(2, {{At({0, 10, 340}), {0, 350}},  // the first visit continues no other
                     {At({0}), {0, 350}},
                     {At({0, 10, 20, 1000}), {0, 350, 1000, 1350}},
                     {At({0, 10, 20, 30}), {0, 700}, 1},
