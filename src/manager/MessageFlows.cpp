@@ -266,7 +266,7 @@ bool NfcManager::UpdateNfcContent() {
         return false;
     }
     ManagedImage* const image = held.m_nfcData.get();
-    if (held.m_nfcProxy == nullptr || image == nullptr || !StartDeviceWithRetries()) {
+    if (!StartDeviceWithRetries()) {
         return false;
     }
     MakeNewest(*image);

@@ -104,6 +104,14 @@ TEST(RandomNumber, GivenAgainWhileItsThreadWaitsIsTheNewest) {
     EXPECT_EQ(setup.OnChipInTheEnd(), NumberOf(0x41));
 }
 
+TEST(RandomNumber, GivenAgainDuringAWriteIsNewerThanTheMessages) {
+    TagWithNumber setup;
+    OnThread([&setup] { EXPECT_EQ(setup.manager->WriteMessage(setup.NewMessage(0x22)), 0); });
+    PcWithHost::Pass(20 * kMillisecond);
+    EXPECT_EQ(setup.Give(0x11), 0);
+    EXPECT_EQ(setup.OnChipInTheEnd(), NumberOf(0x11));
+}
+
 TEST(RandomNumber, ThatWaitsLeavesTheTagToAnotherManagersUpdate) {
     TagWithNumber setup;
     const auto other = NfcManager::Create(setup.NewMessage(0x22), &PcWithHost::Listen);
