@@ -111,7 +111,7 @@ class LogLines {
     std::uint32_t m_highSurrogate = 0;
     bool m_isLineStart = true;
     std::uint64_t m_number = 1;
-    std::string m_line;    // what is decoded of the current line, behind the library's last text
+    std::string m_line;    // what is decoded of the current line, after the library's last text
     std::string m_before;  // the end of the line before, when it had no end of the library's
     bool m_isLibrarys = false;
     bool m_hasMarker = false;

@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t kLineWidth = 9;       // of the number of a line
 constexpr std::size_t kTimeWidth = 12;      // at least
 constexpr std::size_t kOutcomeWidth = 9;    // of the word for the outcome
-constexpr std::size_t kAdviceIndent = 7;    // behind "Cause: " and "Do:    "
+constexpr std::size_t kAdviceIndent = 7;    // after "Cause: " and "Do:    "
 constexpr std::size_t kMostProcesses = 20;  // in the summary for people
 constexpr std::size_t kLabelWidth = 15;
 constexpr double kShownAtLeast = 1;        // milliseconds that are worth a place in the summary

@@ -8,7 +8,7 @@
 
 namespace {
 
-TEST(BoundedMemory, WritesNothingBehindItsDestinationAndReportsIt) {
+TEST(BoundedMemory, WritesNothingAfterItsDestinationAndReportsIt) {
     std::string bytes(8, 'x');
     const auto left = [&bytes] { return std::exchange(bytes, std::string(8, 'x')); };
     EXPECT_EQ(platform::memcpy_s(bytes.data(), 4, "abcd", 4), 0);
