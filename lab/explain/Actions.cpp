@@ -40,6 +40,9 @@ void ProcessStory::Notice(const At& at) {
         case Role::kRenewKnown:
             ++m_notNew;
             break;
+        case Role::kNumberAsked:
+            lane.numberAsked = at.place;
+            break;
         case Role::kVisitLeft:
             if (!m_chip.open.empty()) {
                 m_chip.open.front().end = at.place.micros;
@@ -137,7 +140,10 @@ void ProcessStory::EndOperation(const At& at) {
         chain.swap(at.HasFailed() ? lane.chain : chain);
         Begin(at);
         lane.chain.swap(chain);
-        lane.operation->begin = at.HasFailed() ? lane.chain.front().place : at.place;
+        lane.operation->begin = at.rule.kind == ItemKind::kReadNumber
+                                    ? lane.numberAsked.value_or(at.place)
+                                : at.HasFailed() ? lane.chain.front().place
+                                                 : at.place;
     }
     Item& operation = *lane.operation;
     // A write goes on after a read that has failed.

@@ -122,6 +122,7 @@ class ProcessStory : public Writer {
         std::optional<Step> messageCause;         ///< why the host's message was not filled
         std::array<unsigned, kRuleCount> seen{};  ///< by role, since the operation began
         std::uint64_t threadsOrder = 0;           ///< of the line that last started those of phones
+        std::optional<Mark> numberAsked;          ///< the first line of the last number read
         Role previous = Role::kDetail;
         Role loop = Role::kWaits;            ///< how the wait for phones goes on or ends
         ThreadKind kind = ThreadKind::kAny;  ///< of its last line that shows it

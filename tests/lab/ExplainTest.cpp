@@ -249,6 +249,14 @@ TEST(Explain, MeasuresAVisitAcrossMidnight) {
     EXPECT_EQ(Explain(Log(run, "%T.{m} {T} ")).Process()["visit"]["longestMs"], 2000.0);
 }
 
+TEST(Explain, MeasuresANumberReadFromItsFirstLine) {
+    const std::vector<Json> run = Play("fault any#1+=never\nread-number\n", "--route usb");
+    for (const Json& item : Explain(Log(run)).items) {
+        EXPECT_TRUE(item["kind"] != "read-number" || item["ms"] == 2010.0) << item;
+    }
+    EXPECT_EQ(Explain(Log(run)).Process()["read-number"]["failed"], 1);
+}
+
 TEST(Explain, KeepsInterleavedProcessesApart) {
     const std::vector<Json> one = RunObjects(kBadDay);
     const std::vector<Json> other = RunObjects(kDesk + "--chip fanli");
