@@ -65,7 +65,13 @@ std::optional<TagRules::Known> TagRules::KnownTag(double now) const {
             continue;
         }
         known.last = &done;
-        if (lastGiven > done.end ||
+        // The write takes it over, also where another manager has been given one since.
+        const bool isInAWrite = done.verb() == Verb::kRenew && Any(ended, [&](const Done& write) {
+                                    return write.verb() != Verb::kRenew && MayPut(write.verb()) &&
+                                           write.manager() == done.manager() &&
+                                           write.begin <= done.begin && done.begin <= write.end;
+                                });
+        if ((lastGiven > done.end && !isInAWrite) ||
             (done.verb() == Verb::kWrite && IsAlone(done) && Any(ended, [&](const Done& later) {
                  return later.verb() == Verb::kRenew && later.worked &&
                         later.manager() == done.manager() &&
