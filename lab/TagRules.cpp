@@ -69,7 +69,8 @@ std::optional<TagRules::Known> TagRules::KnownTag(double now) const {
         const bool isInAWrite = done.verb() == Verb::kRenew && Any(ended, [&](const Done& write) {
                                     return write.verb() != Verb::kRenew && MayPut(write.verb()) &&
                                            write.manager() == done.manager() &&
-                                           write.begin <= done.begin && done.begin <= write.end;
+                                           write.begin <= done.begin && done.begin <= write.end &&
+                                           lastGiven <= write.end;
                                 });
         if ((lastGiven > done.end && !isInAWrite) ||
             (done.verb() == Verb::kWrite && IsAlone(done) && Any(ended, [&](const Done& later) {
