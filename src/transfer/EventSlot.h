@@ -54,6 +54,7 @@ class EventSlot {
     void Signal() const;
 
   private:
+    // Of KeepOpen. The analysis of locks leaves out constructors and destructors.
     void AddKeeper();
     void RemoveKeeper();
 

@@ -146,16 +146,21 @@ TEST(Hid, SendsNoPageThatIsNone) {
 
 // The listener takes its time with a report, so the read thread is there and no read is pending
 // when a device start closes the keyboard.
+struct BusyKeyboard : StartedPc {
+    BusyKeyboard() : StartedPc({PcRoute::kHid}) {
+        ReactToEvents([this](const ReceivedEvent&) {
+            emulation::WaitFor([this] { return release; }, emulation::kForever, "the host");
+        });
+        pc.keyboard()->SendField(true);
+        EXPECT_TRUE(WaitForEvents(1, kSecond));
+    }
+    bool release = false;
+};
+
 TEST(HidThread, EndsWithoutAReadWhenAnotherStartFindsAChipOrNothing) {
     for (const bool findsChip : {true, false}) {
         ForEachSeed(1, [findsChip] {
-            StartedPc setup({PcRoute::kHid});
-            bool release = false;
-            ReactToEvents([&release](const ReceivedEvent&) {
-                emulation::WaitFor([&] { return release; }, emulation::kForever, "the host");
-            });
-            setup.pc.keyboard()->SendField(true);
-            EXPECT_TRUE(PcWithHost::WaitForEvents(1, kSecond));
+            BusyKeyboard setup;
             setup.log.Announce("Nfc chip", "Nfc spb2 format", "NFC_Error opening any driver",
                                "NfcManager Init DeviceInit failed");
             emulation::RemoveHidInterfaces();
@@ -166,7 +171,7 @@ TEST(HidThread, EndsWithoutAReadWhenAnotherStartFindsAChipOrNothing) {
             BusRecorder bus;
             EXPECT_EQ(setup.manager->DeviceInit(), findsChip);
             EXPECT_FALSE(g_readHidRunning);
-            release = true;
+            setup.release = true;
             PcWithHost::Pass(10 * kMillisecond);
             EXPECT_EQ(Joined(bus.Take(EventsSoFar()[0].thread)), "") << "of the read thread";
             EXPECT_TRUE(setup.log.Has("NFC ReadKeyboardDataThread return"));
@@ -175,18 +180,12 @@ TEST(HidThread, EndsWithoutAReadWhenAnotherStartFindsAChipOrNothing) {
 }
 
 TEST(HidThread, GoesOnWhenTheKeyboardIsOpenedAgainMeanwhile) {
-    StartedPc setup({PcRoute::kHid});
-    bool release = false;
-    ReactToEvents([&release](const ReceivedEvent&) {
-        emulation::WaitFor([&] { return release; }, emulation::kForever, "the host");
-    });
-    setup.pc.keyboard()->SendField(true);
-    EXPECT_TRUE(PcWithHost::WaitForEvents(1, kSecond));
+    BusyKeyboard setup;
     const emulation::Micros before = emulation::Now();
     EXPECT_TRUE(setup.manager->DeviceInit());
     EXPECT_EQ(emulation::Now(), before) << "at the first attempt";
     EXPECT_TRUE(setup.log.Has("NFC_ g_hReadHidThread already exist"));
-    release = true;
+    setup.release = true;
     setup.pc.keyboard()->SendField(false, kSecond);
     PcWithHost::Pass(2 * kSecond);
     EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
