@@ -1,14 +1,13 @@
 // What a host's sink writes before each line of the library: where the time, the process and the
 // thread are. Found from a sample of the lines, without a setting:
 //
-// - A clock time is recognised by its form. Without one, a number that does not fall is
-//   the time, when it has a fraction or repeats: real times do, and counters do not.
-// - The rest is cut into columns. A word such as "pid" or "tid" names the next one.
-// - The level is the column that always says whether the line is a warning or an error.
+// - The time has one of the forms in Clock.cpp. Without one it is a number that does not fall, and
+//   that has a fraction or repeats: real times do, and counters of lines do not.
+// - The rest is cut into columns.
 // - The thread is the column that keeps apart lines that only one kind of thread writes: the table
-//   of meanings says which these are. Without two kinds, the last of two numbers is the thread.
-// - The process is a column that is the same for all lines of a thread, or whose every value has
-//   threads of several kinds.
+//   of meanings says which these are. Without two kinds it is a number.
+// - The process is a number too, one that never changes or whose values have threads of several
+//   kinds.
 #pragma once
 
 #include <cstddef>
