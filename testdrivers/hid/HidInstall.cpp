@@ -7,7 +7,9 @@
 #include <memory>
 #include <new>
 #include <stdexcept>
+#include <string>
 #include <type_traits>
+#include <vector>
 
 #include "platform/windows/Win32.h"
 #include "testdrivers/DriverService.h"
@@ -84,10 +86,7 @@ bool IsPathOf(const std::wstring& path, const std::wstring& device) {
     return _wcsnicmp(path.c_str(), beginning.c_str(), beginning.size()) == 0;
 }
 
-}  // namespace
-
-const wchar_t* const kHidKeyboardPath = L"\\\\?\\hid#vid_7a3e&pid_10b8&mi_02#";
-
+// Of all HID devices that are present.
 std::vector<std::wstring> HidPaths() {
     constexpr std::size_t kMostBytes = 2'048;
     GUID hid = {};
@@ -108,6 +107,8 @@ std::vector<std::wstring> HidPaths() {
     SetupDiDestroyDeviceInfoList(set);
     return paths;
 }
+
+}  // namespace
 
 bool AwaitHid(bool present) {
     constexpr DWORD kBound = 5'000;

@@ -1,9 +1,6 @@
 // Installs the HID test drivers without a set-up file. Windows alone.
 #pragma once
 
-#include <string>
-#include <vector>
-
 namespace simulator {
 
 /// Registers the bus and the minidriver, whose files lie beside this program, and starts the bus.
@@ -13,12 +10,6 @@ void InstallHid();
 
 /// Stops the drivers and removes their services and devices; nothing when they are not there.
 void RemoveHid();
-
-/// The paths of all HID devices that are present, in the system's order.
-std::vector<std::wstring> HidPaths();
-
-/// What the keyboard's path begins with.
-extern const wchar_t* const kHidKeyboardPath;
 
 /// Waits until every device of the bus is there, or none: the system sees a change some time after
 /// the bus has reported it. False after five seconds.

@@ -93,6 +93,7 @@ struct Host {
             }
             const std::uint64_t number = CONTAINING_RECORD(which, Request, overlapped)->number;
             Check(ends.emplace(number, good ? 0 : GetLastError()).second, "an end came twice");
+            Check(!good || entry.dwNumberOfBytesTransferred == sizeof(number), "not all written");
         }
     }
 };
