@@ -11,9 +11,9 @@ namespace lab::explain {
 
 namespace {
 
-// What the library writes after each text, and whether that is an error.
-constexpr std::array<std::pair<std::string_view, bool>, 3> kMarkers{
-    {{"(LogWarnFun)", false}, {"(LogErrorFun)", true}, {"(NfcProxy::BtConnect)", true}}};
+// What the library writes after each text.
+constexpr std::array<std::string_view, 3> kMarkers{"(LogWarnFun)", "(LogErrorFun)",
+                                                   "(NfcProxy::BtConnect)"};
 
 constexpr std::size_t kShowsEncoding = 8;  // bytes at the beginning of a line
 constexpr std::size_t kKeptBefore = 1024;
@@ -149,31 +149,26 @@ void LogLines::End() {
 
 /// Of a line that begins like this. Returns the size of a byte order mark.
 std::size_t LogLines::ChooseEncoding(std::string_view line) {
-    const std::string_view head = line.substr(0, kShowsEncoding);
-    const auto isAscii = [](char c) { return c > '\0' && c <= '~'; };
-    if (head.size() == kShowsEncoding && std::all_of(head.begin(), head.end(), isAscii)) {
-        m_encoding = Encoding::kUtf8;
-        return 0;
-    }
-    constexpr std::array<std::pair<std::string_view, Encoding>, 3> kMarks{
-        {{"\xEF\xBB\xBF", Encoding::kUtf8},
-         {"\xFF\xFE", Encoding::kUtf16Little},
-         {"\xFE\xFF", Encoding::kUtf16Big}}};
-    for (const auto& [mark, encoding] : kMarks) {
-        if (head.substr(0, mark.size()) == mark) {
+    struct Beginning {
+        std::string_view bytes;  ///< an x is any character of ASCII
+        Encoding encoding;
+        std::size_t mark;
+    };
+    constexpr std::array<Beginning, 6> kBeginnings{{{"\xEF\xBB\xBF", Encoding::kUtf8, 3},
+                                                    {"\xFF\xFE", Encoding::kUtf16Little, 2},
+                                                    {"\xFE\xFF", Encoding::kUtf16Big, 2},
+                                                    {{"x\0x\0", 4}, Encoding::kUtf16Little, 0},
+                                                    {{"\0x\0x", 4}, Encoding::kUtf16Big, 0},
+                                                    {"xxxxxxxx", Encoding::kUtf8, 0}}};
+    const auto fits = [](char wanted, char c) {
+        return wanted == 'x' ? c > '\0' && c <= '~' : c == wanted;
+    };
+    for (const auto& [bytes, encoding, mark] : kBeginnings) {
+        if (line.size() >= bytes.size() &&
+            std::equal(bytes.begin(), bytes.end(), line.begin(), fits)) {
             m_encoding = encoding;
-            return mark.size();
+            return mark;
         }
-    }
-    // Without a mark: Latin text has a zero in every second byte, and no other text has one.
-    std::string zeros;
-    for (const char byte : head.substr(0, std::min<std::size_t>(head.size(), 4) / 2 * 2)) {
-        zeros += byte == '\0' ? '0' : 'x';
-    }
-    if (zeros == "x0x0" || zeros == "x0") {
-        m_encoding = Encoding::kUtf16Little;
-    } else if (zeros == "0x0x" || zeros == "0x") {
-        m_encoding = Encoding::kUtf16Big;
     }
     return 0;
 }
@@ -187,26 +182,18 @@ std::size_t LogLines::Decode(std::string_view bytes) {
         return at;
     }
     const std::size_t high = m_encoding == Encoding::kUtf16Big ? 0 : 1;
-    for (bool isWhole = false; at + 1 < bytes.size() && !isWhole; at += 2) {
+    for (std::uint32_t unit = 0; at + 1 < bytes.size() && unit != '\n'; at += 2) {
         const auto byte = [&](std::size_t which) {
             return std::uint32_t{static_cast<unsigned char>(bytes[at + which])};
         };
-        const std::uint32_t unit = byte(high) << 8U | byte(1 - high);
-        const std::uint32_t first = std::exchange(m_highSurrogate, 0);
-        if (unit >= 0xD800 && unit <= 0xDBFF) {
-            m_highSurrogate = unit;
-            continue;
-        }
-        const bool isSecond = first != 0 && unit >= 0xDC00 && unit <= 0xDFFF;
-        platform::AppendUtf8(
-            m_line, isSecond ? 0x10000 + ((first - 0xD800) << 10U) + (unit - 0xDC00) : unit);
-        isWhole = unit == '\n';
+        unit = byte(high) << 8U | byte(1 - high);
+        platform::AppendUtf8(m_line, unit);
     }
     return at;
 }
 
 // The library's text, between `part`'s beginning and its end. False when nothing was found.
-bool LogLines::Recognise(std::string_view part, bool isError) {
+bool LogLines::Recognise(std::string_view part) {
     part = EndOf(part, kLongestPart);
     auto match = FindMeaning(part);
     if (!match) {
@@ -217,7 +204,7 @@ bool LogLines::Recognise(std::string_view part, bool isError) {
     if (match) {
         ++m_counts.records;
         const std::string_view prefix = EndOf(part.substr(0, match->begin), kLongestPrefix);
-        m_sink({m_file, m_number, std::string(prefix), *match, isError});
+        m_sink({m_file, m_number, std::string(prefix), *match});
     }
     return match.has_value();
 }
@@ -228,9 +215,9 @@ void LogLines::Scan() {
     std::size_t begin = 0;
     for (std::size_t at = line.find('('); at != std::string_view::npos;
          at = line.find('(', at + 1)) {
-        for (const auto& [marker, isError] : kMarkers) {
+        for (const std::string_view marker : kMarkers) {
             if (line.compare(at, marker.size(), marker) == 0) {
-                m_isLibrarys |= Recognise(line.substr(begin, at - begin), isError);
+                m_isLibrarys |= Recognise(line.substr(begin, at - begin));
                 m_hasMarker = true;
                 begin = at + marker.size();
                 m_before.clear();

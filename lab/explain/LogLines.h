@@ -64,7 +64,6 @@ struct LogLine {
     std::uint64_t number = 0;  ///< from 1
     std::string prefix;        ///< what the host's sink wrote before the library's text
     Match match;
-    bool isError = false;
 };
 
 /// How many lines there are.
@@ -100,7 +99,7 @@ class LogLines {
     std::size_t ChooseEncoding(std::string_view line);
     std::size_t Decode(std::string_view bytes);
     void Scan();
-    bool Recognise(std::string_view part, bool isError);
+    bool Recognise(std::string_view part);
     void EndLine();
 
     std::string_view m_file;
@@ -108,7 +107,6 @@ class LogLines {
     LineCounts& m_counts;
     Encoding m_encoding = Encoding::kUtf8;
     std::string m_bytes;  // too few to know their meaning
-    std::uint32_t m_highSurrogate = 0;
     bool m_isLineStart = true;
     std::uint64_t m_number = 1;
     std::string m_line;    // what is decoded of the current line, after the library's last text
