@@ -88,14 +88,7 @@ void ProcessStory::AddStep(const At& at) {
 
 // A line that is a thing of its own.
 void ProcessStory::TellLine(const At& at) {
-    Tell({at.rule.kind,
-          at.place,
-          at.rule.outcome,
-          std::string(at.meaning.means),
-          {},
-          {},
-          {},
-          0,
+    Tell({at.rule.kind, at.place, at.rule.outcome, std::string(at.meaning.means),
           &at.meaning.advice});
 }
 
@@ -116,9 +109,7 @@ void ProcessStory::Begin(const At& at) {
 }
 
 void ProcessStory::Try(const At& at) {
-    const Lane& lane = at.lane;
-    const bool isUnderWay = lane.Is(at.rule.kind) || lane.IsPart(at.rule.kind);
-    if (!isUnderWay || lane.operation->outcome == Outcome::kWorked) {
+    if (!at.lane.Includes(at.rule.kind) || at.lane.operation->outcome == Outcome::kWorked) {
         Begin(at);
     }
 }
@@ -134,7 +125,7 @@ void ProcessStory::Done(const At& at) {
 
 void ProcessStory::EndOperation(const At& at) {
     Lane& lane = at.lane;
-    if (!lane.Is(at.rule.kind) && !lane.IsPart(at.rule.kind)) {
+    if (!lane.Includes(at.rule.kind)) {
         // Its first line is missing; the steps so far are those of the failure.
         Chain chain;
         chain.swap(at.HasFailed() ? lane.chain : chain);

@@ -16,7 +16,7 @@ constexpr std::array<std::string_view, 18> kForms{
     "Y-M-D_h:m:s", "Y-M-D_hms",   "Y/M/D_h:m:s", "Y.M.D_h:m:s", "YMD_h:m:s",   "YMD_hms",
     "YMDhms",      "D.M.Y_h:m:s", "M/D/Y_h:m:s", "D/M/Y_h:m:s", "D-M-Y_h:m:s", "N D Y_h:m:s",
     "N D_h:m:s",   "D N Y_h:m:s", "D/N/Y_h:m:s", "D-N-Y_h:m:s", "M-D_h:m:s",   "h:m:s"};
-constexpr std::string_view kMonths = "janfebmaraprmayjunjulaugsepoctnovdec";
+constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
 constexpr std::size_t kMonthSize = 3;
 constexpr std::string_view kDigits = "0123456789";
 constexpr std::string_view kFields = "YMDhms";
@@ -38,12 +38,9 @@ bool IsWord(std::string_view text) {
 }
 
 int Month(std::string_view name) {
-    std::string lower(name);
-    for (char& c : lower) {
-        c = static_cast<char>(c | 0x20);
-    }
-    const std::size_t found = kMonths.find(lower);
-    return found % kMonthSize == 0 ? static_cast<int>(found / kMonthSize) + 1 : 0;
+    const std::size_t found = kMonths.find(name);
+    const bool isOne = name.size() == kMonthSize && found % kMonthSize == 0;
+    return isOne ? static_cast<int>(found / kMonthSize) + 1 : 0;
 }
 
 /// Takes what `form` describes from the beginning of `text`, or nothing.
@@ -74,12 +71,12 @@ bool Take(std::string_view& text, std::string_view form, Fields& fields) {
     return Run(rest, kDigits) == 0;
 }
 
-/// Days since 1 January 1970.
+/// Days since the one of kNoDate.
 std::int64_t Days(const Fields& date) {
     const int year = date[kMonth] <= 2 ? date[kYear] - 1 : date[kYear];
     const int month = date[kMonth] + (date[kMonth] > 2 ? -3 : 9);
     const int leapDays = year / 4 - year / 100 + year / 400;
-    return year * 365 + leapDays + (153 * month + 2) / 5 + date[kDay] - 1 - 719'468;
+    return year * 365 + leapDays + (153 * month + 2) / 5 + date[kDay] - 1 - 730'425;
 }
 
 /// What may follow the seconds: a fraction, AM or PM, an offset from UTC.
@@ -119,13 +116,11 @@ std::optional<Clock> FindClock(std::string_view prefix) {
             Fields f = kNoDate;
             std::string_view rest = prefix.substr(at);
             if (Take(rest, form, f)) {
-                const bool hasDate = form != kForms.back();
-                const std::int64_t hours = (hasDate ? Days(f) : 0) * 24 + f[kHour];
-                const std::int64_t seconds = (hours * 60 + f[kMinute]) * 60 + f[kSecond];
+                const std::int64_t minutes = (Days(f) * 24 + f[kHour]) * 60 + f[kMinute];
                 const std::int64_t micros =
-                    seconds * kMicrosPerSecond + MicrosAfter(rest, f[kHour]);
+                    (minutes * 60 + f[kSecond]) * kMicrosPerSecond + MicrosAfter(rest, f[kHour]);
                 const std::size_t size = prefix.size() - at - rest.size();
-                return Clock{prefix.substr(at, size), micros, hasDate};
+                return Clock{prefix.substr(at, size), micros, form != kForms.back()};
             }
         }
     }

@@ -31,10 +31,26 @@ constexpr int kPauseMs = 300;            // of a pipe: what was read so far is t
 constexpr std::size_t kLeastLines = 30;  // of a pipe, before its layout is found
 constexpr std::size_t kMostLines = 2000;
 
+// How compressed files begin, their names, and what reads them.
+constexpr std::array<std::array<std::string_view, 3>, 6> kCompressed{
+    {{"\x1F\x8B", "gzip", "zcat"},
+     {"PK\x03\x04", "zip", "unzip -p"},
+     {"\x28\xB5\x2F\xFD", "zstd", "zstdcat"},
+     {"\xFD\x37zXZ", "xz", "xzcat"},
+     {"BZh", "bzip2", "bzcat"},
+     {"7z\xBC\xAF", "7z", "7z x -so"}}};
+
+/// Names the call that would read the log.
+[[noreturn]] void Refuse(std::string_view log, const std::string& what, std::string_view command) {
+    const std::string name(log);
+    throw WrongCall(name + ": " + what + ": " + std::string(command) + " " +
+                    (name == kStandardInput ? "FILE" : name) + " | tagport-lab explain -");
+}
+
 /// The bytes of a log.
 class Input {
   public:
-    explicit Input(const std::string& log) : m_log(log), m_name(log == "-" ? kStandardInput : log) {
+    explicit Input(const std::string& log) : m_name(log == "-" ? kStandardInput : log) {
         std::error_code error;
         const std::filesystem::file_status status = std::filesystem::status(log, error);
         const bool isFile = log != "-";
@@ -56,34 +72,16 @@ class Input {
         const std::ptrdiff_t size = ReadAvailable(m_file.get(), m_block.data(), kBlock);
         FailIf(size < 0, m_name + ": cannot be read: " + std::strerror(errno));
         const std::string_view bytes(m_block.data(), static_cast<std::size_t>(size));
-        if (std::exchange(m_isBeginning, false)) {
-            RefuseCompressed(bytes);
+        for (const auto& [begin, name, command] : kCompressed) {
+            if (m_isBeginning && bytes.substr(0, begin.size()) == begin) {
+                Refuse(m_name, "is compressed (" + std::string(name) + ")", command);
+            }
         }
+        m_isBeginning = false;
         return bytes;
-    }
-    /// The call that would read it.
-    [[noreturn]] void Refuse(const std::string& what, const std::string& command) const {
-        throw WrongCall(m_name + ": " + what + ": " + command + " " +
-                        (m_log == "-" ? "FILE" : m_log) + " | tagport-lab explain -");
     }
 
   private:
-    void RefuseCompressed(std::string_view bytes) const {
-        constexpr std::array<std::array<std::string_view, 3>, 6> kFormats{
-            {{"\x1F\x8B", "gzip", "zcat"},
-             {"PK\x03\x04", "zip", "unzip -p"},
-             {"\x28\xB5\x2F\xFD", "zstd", "zstdcat"},
-             {"\xFD\x37zXZ", "xz", "xzcat"},
-             {"BZh", "bzip2", "bzcat"},
-             {"7z\xBC\xAF", "7z", "7z x -so"}}};
-        for (const auto& [begin, name, command] : kFormats) {
-            if (bytes.substr(0, begin.size()) == begin) {
-                Refuse("is compressed (" + std::string(name) + ")", std::string(command));
-            }
-        }
-    }
-
-    std::string m_log;
     std::string m_name;
     // A call may name standard input twice, so it stays open.
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> m_file{
@@ -100,7 +98,6 @@ class Reading {
     /// Calls `pause` when a pipe has nothing more for now.
     void Run(std::vector<Input>& inputs, const std::function<void()>& pause) {
         for (Input& input : inputs) {
-            m_sampled = m_sample.empty() ? &input : m_sampled;
             m_files.push_back(ValidUtf8(input.Name()));
             LogLines lines(
                 input.Name(), [this](const LogLine& line) { Take(line); }, m_counts);
@@ -130,7 +127,7 @@ class Reading {
                      {"lines", m_counts.lines},
                      {"library", m_counts.library},
                      {"unknown", m_counts.unknown},
-                     {"others", m_counts.Others()},
+                     {"others", m_counts.lines - m_counts.library - m_counts.unknown},
                      {"records", m_counts.records},
                      {"hasTime", m_layout->HasTime()},
                      {"hasWholeSeconds", m_layout->HasWholeSeconds()},
@@ -158,7 +155,7 @@ class Reading {
         }
         m_layout.emplace(m_sample);
         if (m_layout->IsNewestFirst()) {
-            m_sampled->Refuse("has the newest line first", "tac");
+            Refuse(m_sample.front().file, "has the newest line first", "tac");
         }
         for (const LogLine& line : m_sample) {
             Take(line);
@@ -166,7 +163,6 @@ class Reading {
         m_sample = {};
     }
 
-    Input* m_sampled = nullptr;  // the first one with lines that wait for the layout
     Json m_files = Json::array();
     std::optional<PrefixLayout> m_layout;
     std::vector<LogLine> m_sample;  // lines that wait for the layout

@@ -72,8 +72,6 @@ struct LineCounts {
     std::uint64_t library = 0;  ///< with a text of the library, or the first part of one
     std::uint64_t unknown = 0;  ///< end like the library's, and are not in the table of meanings
     std::uint64_t records = 0;  ///< texts of the library
-
-    std::uint64_t Others() const { return lines - library - unknown; }
 };
 
 class LogLines {

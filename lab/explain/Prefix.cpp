@@ -15,7 +15,6 @@ namespace {
 
 constexpr std::size_t kMostColumns = 24;
 constexpr std::string_view kSeparators = " \t\x1B[](){}<>|,;:=\"'#/\\";
-constexpr std::string_view kColour = "\x1B[";  // begins the code of a terminal's colour
 constexpr std::string_view kDigits = "0123456789";
 constexpr std::size_t kLongestName = 64;  // of a process or a thread; the rest is cut
 constexpr std::size_t kMostValues = 256;  // of a column that is a process or a thread
@@ -31,9 +30,8 @@ struct Columns {
 
 /// A place in a source, such as x.cpp:100:7, x.cpp(100) or Sink::Write:100.
 bool IsSource(std::string_view word, std::string_view between) {
-    const std::size_t point = std::min(word.rfind('.'), word.size());
-    const std::string_view ending = word.substr(point);
-    return between == "::" || (point > 0 && ending.size() >= 2 && ending.size() <= 5 &&
+    const std::string_view ending = word.substr(std::min(word.rfind('.'), word.size()));
+    return between == "::" || (ending.size() >= 2 && ending.size() <= 5 &&
                                std::isalpha(static_cast<unsigned char>(ending[1])) != 0);
 }
 
@@ -45,13 +43,10 @@ void Split(std::string_view text, Columns& columns) {
         if (at == text.size()) {
             return;
         }
-        const bool isQuoted = !between.empty() && between.back() == '"';
-        end = std::min(isQuoted ? text.find('"', at) : text.find_first_of(kSeparators, at),
-                       text.size());
+        end = std::min(text.find_first_of(kSeparators, at), text.size());
         const std::string_view word = text.substr(at, end - at);
         const bool isNumber = word.find_first_not_of(kDigits) == std::string_view::npos;
-        const bool isColour = between.find(kColour) != std::string_view::npos;
-        if (isColour || (isAfterSource && isNumber && (between.size() == 1 || between == ", "))) {
+        if (isAfterSource && isNumber && (between.size() == 1 || between == ", ")) {
             continue;
         }
         isAfterSource = IsSource(word, between) || (isAfterSource && word == "line");
@@ -73,8 +68,8 @@ Columns ColumnsOf(std::string_view prefix, bool mayHaveClock = true) {
 /// Nothing but digits with one point or none.
 std::optional<double> AsNumber(std::string_view text) {
     const bool isNumber = text.find_first_not_of("0123456789.") == std::string_view::npos &&
-                          text.find_first_of("0123456789") != std::string_view::npos &&
-                          std::count(text.begin(), text.end(), '.') <= 1;
+                          text.find_first_of(kDigits) != std::string_view::npos &&
+                          text.find('.') == text.rfind('.');
     return isNumber ? std::make_optional(std::strtod(std::string(text).c_str(), nullptr))
                     : std::nullopt;
 }

@@ -10,8 +10,8 @@ namespace {
 constexpr std::size_t kMostLanes = 32;          // with the processes this bounds the memory
 constexpr std::size_t kMostCauses = 32;         // in the figures
 constexpr std::int64_t kLeastJump = 2'000'000;  // of the clock, in microseconds
-constexpr std::int64_t kLongest = 1'000'000'000'000'000;
-constexpr unsigned kJumpLines = 6;  // that agree: threads need no strict order
+constexpr unsigned kJumpLines =
+    6;  // that agree: one may be damaged, and threads need no strict order
 constexpr std::array<const char*, 4> kOutcomes{"worked", "failed", "open", "unusual"};
 
 double Milliseconds(std::int64_t micros) {
@@ -71,7 +71,7 @@ void Count(Json& list, const Json& item, const std::string& text) {
 
 Micros Between(Micros begin, Micros end) {
     // Clocks are set back at times; the threads of a log are not in a strict order either.
-    const bool isKnown = begin && end && *begin <= *end && *end - *begin < kLongest;
+    const bool isKnown = begin && end && *begin <= *end;
     return isKnown ? Micros(*end - *begin) : std::nullopt;
 }
 
@@ -134,7 +134,8 @@ void ProcessStory::WatchClock(const Mark& place) {
     m_jump = m_earlyLines++ == 0 ? place : m_jump;
     if (m_earlyLines == kJumpLines) {
         Tell({ItemKind::kNote, m_jump, Outcome::kUnusual,
-              "The clock goes back here: it was set, or the PC was started again.", m_latest});
+              "The clock goes back here: it was set, or the PC was started again.", nullptr,
+              m_latest});
         m_earlyLines = 0;
         m_latest = place.micros;
     }

@@ -101,11 +101,11 @@ class ProcessStory : public Writer {
         /// chip has said that the phone left; kFailed when a part has failed.
         Outcome outcome = Outcome::kOpen;
         std::string text{};  ///< under way: a further sentence
+        const Advice* advice = nullptr;
         Micros end{};
         std::string says{};  ///< the result
         Chain chain{};
         unsigned attempts = 0;
-        const Advice* advice = nullptr;
     };
     using Items = std::deque<Item>;
     /// What phones are reported by: the chip, or a keyboard.
@@ -129,11 +129,11 @@ class ProcessStory : public Writer {
 
         explicit Lane(std::string thread) : Writer{std::move(thread)} {}
         bool Is(ItemKind one) const { return operation && operation->kind == one; }
-        /// Its end is not the end of what is under way.
-        bool IsPart(ItemKind one) const {
-            return (Is(ItemKind::kWrite) && (one == ItemKind::kUpdate || one == ItemKind::kRead)) ||
-                   ((Is(ItemKind::kWrite) || Is(ItemKind::kUpdate)) &&
-                    one == ItemKind::kReadNumber);
+        /// Such an operation is under way, itself or as a part of another one.
+        bool Includes(ItemKind one) const {
+            const bool isOfUpdate = one == ItemKind::kUpdate || one == ItemKind::kReadNumber;
+            return Is(one) || (Is(ItemKind::kUpdate) && isOfUpdate) ||
+                   (Is(ItemKind::kWrite) && (isOfUpdate || one == ItemKind::kRead));
         }
         unsigned& Seen(Role role) { return seen.at(static_cast<std::size_t>(role)); }
         /// Images that were written.
