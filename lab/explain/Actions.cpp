@@ -160,7 +160,9 @@ void ProcessStory::FindRoute(const At& at) {
     }
     // A route was found later, so the missing driver is no fault.
     Chain& chain = at.lane.chain;
-    const auto isMissing = [](const Step& one) { return one.Is({Role::kDriverMissing}); };
+    const auto isMissing = [](const Step& one) {
+        return one.meaning->role == Role::kDriverMissing;
+    };
     chain.erase(std::remove_if(chain.begin(), chain.end(), isMissing), chain.end());
 }
 

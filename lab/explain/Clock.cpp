@@ -19,6 +19,7 @@ constexpr std::array<std::string_view, 18> kForms{
 constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
 constexpr std::size_t kMonthSize = 3;
 constexpr std::string_view kDigits = "0123456789";
+constexpr std::string_view kWord = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 constexpr std::string_view kFields = "YMDhms";
 enum Field : std::uint8_t { kYear, kMonth, kDay, kHour, kMinute, kSecond };
 using Fields = std::array<int, kFields.size()>;
@@ -30,11 +31,6 @@ constexpr Fields kNoDate{2000, 1, 1, 0, 0, 0};  // a leap year
 /// How many of these characters `text` begins with.
 std::size_t Run(std::string_view text, std::string_view characters) {
     return std::min(text.find_first_not_of(characters), text.size());
-}
-
-bool IsWord(std::string_view text) {
-    return Run(text, kDigits) > 0 ||
-           (!text.empty() && (text[0] | 0x20) >= 'a' && (text[0] | 0x20) <= 'z');
 }
 
 int Month(std::string_view name) {
@@ -91,15 +87,15 @@ std::int64_t MicrosAfter(std::string_view& text, int hour) {
     }
     const std::string_view half = text.substr(Run(text, " "));
     if (half.size() > 1 && Run(half.substr(0, 1), "APap") > 0 && (half[1] | 0x20) == 'm' &&
-        !IsWord(half.substr(2))) {
+        Run(half.substr(2), kWord) == 0) {
         const std::int64_t hours = ((half[0] | 0x20) == 'p' ? 12 : 0) - (hour == 12 ? 12 : 0);
         micros += hours * 3600 * kMicrosPerSecond;
         text = half.substr(2);
     }
     const std::string_view zone = text.substr(Run(text, " "));
-    const bool isUtc = Run(zone, "Z") == 1;
-    const std::size_t size = isUtc ? 1 : Run(zone, "+-0123456789:");
-    if ((isUtc || (Run(zone, "+-") == 1 && size > 1 && size <= 6)) && !IsWord(zone.substr(size))) {
+    const std::size_t size = Run(zone, "Z+-0123456789:");
+    const bool isZone = Run(zone, "Z+-") == 1 && (size > 1) == (zone[0] != 'Z') && size <= 6;
+    if (isZone && Run(zone.substr(size), kWord) == 0) {
         text = zone.substr(size);
     }
     return micros;
@@ -108,10 +104,8 @@ std::int64_t MicrosAfter(std::string_view& text, int hour) {
 }  // namespace
 
 std::optional<Clock> FindClock(std::string_view prefix) {
-    for (std::size_t at = 0; at < prefix.size(); ++at) {
-        if (!IsWord(prefix.substr(at)) || (at > 0 && IsWord(prefix.substr(at - 1)))) {
-            continue;
-        }
+    for (std::size_t at = prefix.find_first_of(kWord); at != std::string_view::npos;
+         at = prefix.find_first_of(kWord, prefix.find_first_not_of(kWord, at))) {
         for (const std::string_view form : kForms) {
             Fields f = kNoDate;
             std::string_view rest = prefix.substr(at);

@@ -25,10 +25,9 @@ namespace {
 
 using namespace explain;  // NOLINT(google-build-using-namespace)
 
-constexpr std::size_t kBlock = std::size_t{1} << 18;  // bytes of one read
-constexpr std::size_t kOutputBlock = std::size_t{1} << 16;
-constexpr int kPauseMs = 300;            // of a pipe: what was read so far is told
-constexpr std::size_t kLeastLines = 30;  // of a pipe, before its layout is found
+constexpr std::size_t kBlock = std::size_t{1} << 18;  // bytes of one read or write
+constexpr int kPauseMs = 300;                         // of a pipe: what was read so far is told
+constexpr std::size_t kLeastLines = 30;               // of a pipe, before its layout is found
 constexpr std::size_t kMostLines = 2000;
 
 // How compressed files begin, their names, and what reads them.
@@ -175,9 +174,7 @@ class Reading {
 
 int Explain(const ExplainOptions& options) {
     std::vector<Input> inputs(options.logs.begin(), options.logs.end());
-    const bool isTerminal = OutputIsTerminal() && !options.json;
-    const StoryText text(isTerminal ? Style::ForOutput() : Style(false),
-                         isTerminal ? OutputWidth() : 0, inputs.size());
+    const StoryText text(Style::ForOutput(), OutputIsTerminal() ? OutputWidth() : 0, inputs.size());
     std::string waiting;  // to be written in one piece
     const auto write = [&](std::size_t least) {
         if (waiting.size() >= least) {
@@ -188,7 +185,7 @@ int Explain(const ExplainOptions& options) {
         if (!options.failures || item["outcome"] == "failed") {
             const bool hasProcesses = reading.TheStory().ProcessCount() > 1;
             waiting += options.json ? JsonLine(item) : text.ItemLines(item, hasProcesses);
-            write(kOutputBlock);
+            write(kBlock);
         }
     });
     reading.Run(inputs, [&] { write(1); });

@@ -149,25 +149,22 @@ void LogLines::End() {
 
 /// Of a line that begins like this. Returns the size of a byte order mark.
 std::size_t LogLines::ChooseEncoding(std::string_view line) {
-    struct Beginning {
-        std::string_view bytes;  ///< an x is any character of ASCII
-        Encoding encoding;
-        std::size_t mark;
-    };
-    constexpr std::array<Beginning, 6> kBeginnings{{{"\xEF\xBB\xBF", Encoding::kUtf8, 3},
-                                                    {"\xFF\xFE", Encoding::kUtf16Little, 2},
-                                                    {"\xFE\xFF", Encoding::kUtf16Big, 2},
-                                                    {{"x\0x\0", 4}, Encoding::kUtf16Little, 0},
-                                                    {{"\0x\0x", 4}, Encoding::kUtf16Big, 0},
-                                                    {"xxxxxxxx", Encoding::kUtf8, 0}}};
+    // An x is any character of ASCII; those without one are byte order marks.
+    constexpr std::array<std::pair<std::string_view, Encoding>, 6> kBeginnings{
+        {{"\xEF\xBB\xBF", Encoding::kUtf8},
+         {"\xFF\xFE", Encoding::kUtf16Little},
+         {"\xFE\xFF", Encoding::kUtf16Big},
+         {{"x\0x\0", 4}, Encoding::kUtf16Little},
+         {{"\0x\0x", 4}, Encoding::kUtf16Big},
+         {"xxxxxxxx", Encoding::kUtf8}}};
     const auto fits = [](char wanted, char c) {
         return wanted == 'x' ? c > '\0' && c <= '~' : c == wanted;
     };
-    for (const auto& [bytes, encoding, mark] : kBeginnings) {
+    for (const auto& [bytes, encoding] : kBeginnings) {
         if (line.size() >= bytes.size() &&
             std::equal(bytes.begin(), bytes.end(), line.begin(), fits)) {
             m_encoding = encoding;
-            return mark;
+            return bytes.find('x') == std::string_view::npos ? bytes.size() : 0;
         }
     }
     return 0;

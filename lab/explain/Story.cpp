@@ -35,7 +35,9 @@ const SystemCode* DecisiveCode(const Step& step) {
 /// The step that explains the others best.
 const Step& CauseOf(const Chain& chain) {
     const auto rank = [](const Step& step) {
-        const bool isCause = step.Is({Role::kCause, Role::kMessageFails, Role::kChipSilent});
+        const Role role = step.meaning->role;
+        const bool isCause =
+            role == Role::kCause || role == Role::kMessageFails || role == Role::kChipSilent;
         return DecisiveCode(step) != nullptr ? 0 : isCause ? 1 : 2;
     };
     return *std::min_element(chain.begin(), chain.end(),
@@ -71,8 +73,7 @@ void Count(Json& list, const Json& item, const std::string& text) {
 
 Micros Between(Micros begin, Micros end) {
     // Clocks are set back at times; the threads of a log are not in a strict order either.
-    const bool isKnown = begin && end && *begin <= *end;
-    return isKnown ? Micros(*end - *begin) : std::nullopt;
+    return begin && end && *begin <= *end ? Micros(*end - *begin) : std::nullopt;
 }
 
 void ProcessStory::Take(const Match& match, const Mark& place) {
@@ -181,7 +182,7 @@ void ProcessStory::TellLoose(Lane& lane) {
     if (lane.operation || lane.chain.empty()) {
         return;
     }
-    if (Any(lane.chain, [](const Step& one) { return one.Is({Role::kMessageFails}); })) {
+    if (Any(lane.chain, [](const Step& one) { return one.meaning->role == Role::kMessageFails; })) {
         lane.messageCause = CauseOf(lane.chain);
     }
     TellChain(lane, ItemKind::kFailure, *lane.chain.back().meaning);

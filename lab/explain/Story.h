@@ -74,9 +74,6 @@ struct Step {
     std::optional<std::uint32_t> code;
     Mark place;
     Json object;  ///< as it is told
-    bool Is(std::initializer_list<Role> roles) const {
-        return std::count(roles.begin(), roles.end(), meaning->role) > 0;
-    }
 };
 using Chain = std::vector<Step>;
 

@@ -12,11 +12,10 @@ namespace lab::explain {
 
 namespace {
 
-constexpr std::size_t kLineWidth = 9;       // of the number of a line
-constexpr std::size_t kTimeWidth = 12;      // at least
-constexpr std::size_t kOutcomeWidth = 9;    // of the word for the outcome
-constexpr std::size_t kAdviceIndent = 7;    // after "Cause: " and "Do:    "
-constexpr std::size_t kMostProcesses = 20;  // in the summary for people
+constexpr std::size_t kLineWidth = 9;     // of the number of a line
+constexpr std::size_t kTimeWidth = 12;    // at least
+constexpr std::size_t kOutcomeWidth = 9;  // of the word for the outcome
+constexpr std::size_t kAdviceIndent = 7;  // after "Cause: " and "Do:    "
 constexpr std::size_t kLabelWidth = 15;
 constexpr double kShownAtLeast = 1;        // milliseconds that are worth a place in the summary
 constexpr double kShownInMinutes = 120e3;  // milliseconds
@@ -169,18 +168,12 @@ std::string StoryText::ProcessLines(const Json& process, bool isNamed) const {
 }
 
 std::string StoryText::Figures(const Json& figures) const {
-    const Json& processes = figures["processes"];
-    const std::size_t shown = std::min(processes.size(), kMostProcesses);
     std::string text;
-    for (std::size_t i = 0; i < shown; ++i) {
-        text += ProcessLines(processes[i], processes.size() > 1);
+    for (const Json& process : figures["processes"]) {
+        text += ProcessLines(process, figures["processes"].size() > 1);
     }
-    const std::size_t more =
-        processes.size() - shown + figures["droppedProcesses"].get<std::size_t>();
-    if (more > 0) {
-        text += "\n" + std::to_string(more) +
-                " more processes; --json has the figures of the last " +
-                std::to_string(Story::kMostProcesses) + ".\n";
+    if (figures["droppedProcesses"] != 0) {
+        text += "\n" + Text(figures["droppedProcesses"]) + " more processes, without figures.\n";
     }
     return text;
 }
