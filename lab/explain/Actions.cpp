@@ -127,8 +127,7 @@ void ProcessStory::EndOperation(const At& at) {
     Lane& lane = at.lane;
     if (!lane.Includes(at.rule.kind)) {
         // Its first line is missing; the steps so far are those of the failure.
-        Chain chain;
-        chain.swap(at.HasFailed() ? lane.chain : chain);
+        Chain chain = at.HasFailed() ? std::exchange(lane.chain, {}) : Chain();
         Begin(at);
         lane.chain.swap(chain);
         lane.operation->begin = at.rule.kind == ItemKind::kReadNumber
@@ -281,7 +280,8 @@ void ProcessStory::BeginVisit(const At& at) {
 void ProcessStory::EndVisit(const At& at) {
     Source& source = SourceOf(at.lane);
     if (source.open.empty()) {
-        TellNote(at.place, "A phone left, and its arrival is not in this log.");
+        Tell({ItemKind::kNote, at.place, Outcome::kUnusual,
+              "A phone left, and its arrival is not in this log."});
         return;
     }
     Item visit = std::move(source.open.front());
@@ -314,9 +314,10 @@ void ProcessStory::MissListener(const At& at) {
 void ProcessStory::EndChain(Source& source) {
     const unsigned visits = std::exchange(source.chained, 0);
     if (visits >= kShortestChain) {
-        TellNote(source.chainBegin, "A chain of " + std::to_string(visits) +
-                                        " visits with a second at most between them: probably one "
-                                        "phone that was held at the edge of the field.");
+        Tell({ItemKind::kNote, source.chainBegin, Outcome::kUnusual,
+              "A chain of " + std::to_string(visits) +
+                  " visits with a second at most between them: probably one phone that was held at "
+                  "the edge of the field."});
     }
 }
 

@@ -10,12 +10,12 @@ namespace lab::explain {
 
 namespace {
 
-// Y year, N month's name, M month, D day, h m s. A blank is one or several, or a comma; _ is what
-// may stand between a date and a time.
-constexpr std::array<std::string_view, 18> kForms{
-    "Y-M-D_h:m:s", "Y-M-D_hms",   "Y/M/D_h:m:s", "Y.M.D_h:m:s", "YMD_h:m:s",   "YMD_hms",
-    "YMDhms",      "D.M.Y_h:m:s", "M/D/Y_h:m:s", "D/M/Y_h:m:s", "D-M-Y_h:m:s", "N D Y_h:m:s",
-    "N D_h:m:s",   "D N Y_h:m:s", "D/N/Y_h:m:s", "D-N-Y_h:m:s", "M-D_h:m:s",   "h:m:s"};
+// Y year, N month's name, M month, D day, h m s. A point may be / or - as well. A blank is one or
+// several, or a comma; _ is what may stand between a date and a time.
+constexpr std::array<std::string_view, 13> kForms{
+    "Y.M.D_h:m:s", "Y.M.D_hms",   "YMD_h:m:s",   "YMD_hms",     "YMDhms",
+    "M/D/Y_h:m:s", "D.M.Y_h:m:s", "D.N.Y_h:m:s", "D N Y_h:m:s", "N D Y_h:m:s",
+    "N D_h:m:s",   "M-D_h:m:s",   "h:m:s"};
 constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
 constexpr std::size_t kMonthSize = 3;
 constexpr std::string_view kDigits = "0123456789";
@@ -23,7 +23,6 @@ constexpr std::string_view kWord = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefgh
 constexpr std::string_view kFields = "YMDhms";
 enum Field : std::uint8_t { kYear, kMonth, kDay, kHour, kMinute, kSecond };
 using Fields = std::array<int, kFields.size()>;
-constexpr Fields kFewestDigits{4, 1, 1, 1, 2, 2};
 constexpr Fields kLeast{1970, 1, 1, 0, 0, 0};
 constexpr Fields kMost{9999, 12, 31, 23, 59, 60};
 constexpr Fields kNoDate{2000, 1, 1, 0, 0, 0};  // a leap year
@@ -44,8 +43,10 @@ bool Take(std::string_view& text, std::string_view form, Fields& fields) {
     std::string_view rest = text;
     for (const char& part : form) {
         const std::size_t field = kFields.find(part == 'N' ? 'M' : part);
+        bool isInRange = true;
         std::size_t size = part == ' '   ? Run(rest, " ,")
                            : part == '_' ? Run(rest, "T_-, :")
+                           : part == '.' ? Run(rest.substr(0, 1), "./-")
                                          : Run(rest.substr(0, 1), {&part, 1});
         if (field < fields.size()) {
             const std::size_t most = part == 'Y' ? 4 : 2;
@@ -53,12 +54,9 @@ bool Take(std::string_view& text, std::string_view form, Fields& fields) {
                                : std::min(Run(rest, kDigits), most);
             int& value = fields[field] = part == 'N' ? Month(rest.substr(0, size)) : 0;
             std::from_chars(rest.data(), rest.data() + size, value);
-            if (size < static_cast<std::size_t>(kFewestDigits[field]) || value < kLeast[field] ||
-                value > kMost[field]) {
-                return false;
-            }
+            isInRange = value >= kLeast[field] && value <= kMost[field];
         }
-        if (size == 0) {
+        if (size == 0 || !isInRange) {
             return false;
         }
         rest.remove_prefix(size);

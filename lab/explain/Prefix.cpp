@@ -159,20 +159,18 @@ Origin PrefixLayout::Read(std::string_view prefix) {
     if (columns.count != m_columns) {
         return origin;
     }
-    const auto value = [&](std::size_t c) { return columns.values[c].substr(0, kLongestName); };
+    const auto value = [&](Place c) {
+        return c ? columns.values[*c].substr(0, kLongestName) : std::string_view();
+    };
     if (m_time) {
-        origin.time = value(*m_time);
+        origin.time = value(m_time);
         const double micros = AsNumber(origin.time).value_or(-1) * m_microsPerUnit;
         if (micros >= 0 && micros < 9e18) {
             origin.micros = std::llround(micros);
         }
     }
-    if (m_process) {
-        origin.process = m_lastProcess = value(*m_process);
-    }
-    if (m_thread) {
-        origin.thread = value(*m_thread);
-    }
+    origin.process = m_lastProcess = value(m_process);
+    origin.thread = value(m_thread);
     return origin;
 }
 

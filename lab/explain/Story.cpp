@@ -7,11 +7,11 @@ namespace lab::explain {
 
 namespace {
 
+constexpr std::size_t kMostProcesses = 64;
 constexpr std::size_t kMostLanes = 32;          // with the processes this bounds the memory
 constexpr std::size_t kMostCauses = 32;         // in the figures
 constexpr std::int64_t kLeastJump = 2'000'000;  // of the clock, in microseconds
-constexpr unsigned kJumpLines =
-    6;  // that agree: one may be damaged, and threads need no strict order
+constexpr unsigned kJumpLines = 6;              // that agree: threads need no strict order
 constexpr std::array<const char*, 4> kOutcomes{"worked", "failed", "open", "unusual"};
 
 double Milliseconds(std::int64_t micros) {
@@ -163,14 +163,11 @@ void ProcessStory::Close(Lane& lane) {
 void ProcessStory::Finish(Lane& lane) {
     Item item = *std::exchange(lane.operation, std::nullopt);
     if (item.kind == ItemKind::kStart && item.outcome == Outcome::kWorked) {
-        item.says = "the tag is open";
-        if (!m_tags.empty()) {
-            const Tag& tag = m_tags.begin()->second;
-            item.says += " on " + tag.route;
-            item.says += Has(kUnanswered)   ? ". The chip has not answered"
-                         : tag.chip.empty() ? ""
-                                            : ", chip " + tag.chip;
-        }
+        const Tag tag = FirstTag();
+        item.says = "the tag is open" + (m_tags.empty() ? "" : " on " + tag.route);
+        item.says += Has(kUnanswered)   ? ". The chip has not answered"
+                     : tag.chip.empty() ? ""
+                                        : ", chip " + tag.chip;
     }
     item.chain.swap(lane.chain);
     item.attempts =
@@ -196,10 +193,6 @@ void ProcessStory::TellChain(Lane& lane, ItemKind kind, const Meaning& meaning) 
     Tell(std::move(item));
 }
 
-void ProcessStory::TellNote(const Mark& begin, const std::string& text) {
-    Tell({ItemKind::kNote, begin, Outcome::kUnusual, text});
-}
-
 /// What the host has called, and how that ended.
 std::string ProcessStory::FirstSentence(const Item& item) const {
     const KindName& kind = NameOf(item.kind);
@@ -218,7 +211,7 @@ void ProcessStory::Tell(Item item) {
     item.text.insert(0, FirstSentence(item));
     const bool isOpen = item.outcome == Outcome::kOpen;
     if (isOpen) {
-        item.end = m_isLogsEnd ? m_logsEnd : std::nullopt;
+        item.end = m_logsEnd;
     } else if (item.outcome == Outcome::kWorked && (item.attempts > 1 || !item.chain.empty())) {
         item.outcome = Outcome::kUnusual;
         item.text += item.attempts > 1 ? " It took " + std::to_string(item.attempts) + " attempts."
@@ -288,7 +281,7 @@ void ProcessStory::CountItem(const Item& item, const Json& object) {
 }
 
 Json ProcessStory::Figures() const {
-    const Tag tag = m_tags.empty() ? Tag() : m_tags.begin()->second;
+    const Tag tag = FirstTag();
     Json object{{"process", ValidUtf8(name)},
                 {"route", tag.route},
                 {"chip", tag.chip},

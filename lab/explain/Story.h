@@ -174,7 +174,6 @@ class ProcessStory : public Writer {
     /// A failure that belongs to no operation: told by the meaning of its last line.
     void TellLoose(Lane& lane);
     void TellChain(Lane& lane, ItemKind kind, const Meaning& meaning);
-    void TellNote(const Mark& begin, const std::string& text);
     void Tell(Item item);
     std::string FirstSentence(const Item& item) const;
     void CountItem(const Item& item, const Json& object);
@@ -188,8 +187,11 @@ class ProcessStory : public Writer {
     Source& SourceOf(const Lane& lane) {
         return IsFromKeyboard(lane) ? m_keyboard : m_chip;
     }
+    Tag FirstTag() const {
+        return m_tags.empty() ? Tag() : m_tags.begin()->second;
+    }
     bool Has(Trait trait) const {
-        return !m_tags.empty() && (m_tags.begin()->second.traits & trait) != 0;
+        return (FirstTag().traits & trait) != 0;
     }
 
     const ItemSink& m_sink;
@@ -211,7 +213,7 @@ class ProcessStory : public Writer {
     std::string m_rearmed;              // by what, while a phone was there
     bool m_hasThreads = false;          // that report phones
     bool m_isLogsEnd = false;
-    Micros m_logsEnd;
+    Micros m_logsEnd;           // unknown before it
     Micros m_latest;            // time of any line
     Mark m_jump;                // where the clock went back
     unsigned m_earlyLines = 0;  // since then
@@ -230,8 +232,6 @@ class Story {
     std::size_t ProcessCount() const { return m_processes.size(); }
     /// The fields `processes`, in the order of their first lines, and `droppedProcesses`.
     Json Figures() const;
-
-    static constexpr std::size_t kMostProcesses = 64;
 
   private:
     void Tell(const Json& item);
