@@ -65,11 +65,8 @@ bool NfcProxy::HidWrite(std::int32_t page, const std::uint8_t* data, std::int32_
     g_hidReportHead[kPageNumberOffset] = static_cast<std::uint8_t>(page);
     g_hidReportHead[kPageLengthOffset] =
         static_cast<std::uint8_t>(length + static_cast<std::int32_t>(kReportHeadSize));
-    platform::memcpy_s(report.get(), kReportSize, g_hidReportHead, kReportHeadSize);
-    if (platform::memcpy_s(report.get() + kReportHeadSize, kReportSize - kReportHeadSize, data,
-                           static_cast<std::size_t>(length)) != 0) {
-        return false;
-    }
+    std::copy_n(g_hidReportHead, kReportHeadSize, report.get());
+    std::copy_n(data, length, report.get() + kReportHeadSize);
     platform::Lock lock(GetNfcDeviceContext().mutex);
     if (DeviceHandle == nullptr || !command->WriteParse(report.get(), kReportSize)) {
         LogErrorFun("NFC HidWrite WriteParse fail");

@@ -212,9 +212,6 @@ bool NfcData::Parse(std::string_view image) {
 }
 
 bool NfcData::HeaderParse(std::string_view record, std::uint8_t& bodyCount) {
-    if (record.size() < kMinPayloadSize) {
-        return false;
-    }
     const std::uint8_t recordType = ByteAt(record, kRecordTypeOffset);
     if (recordType != kUriRecord) {
         LogErrorFun("Parse URI record type error : %02X", Shown(recordType));
