@@ -227,6 +227,14 @@ TEST(ExtendDriver, KeepsTheFramesOfTwoCallersApart) {
     });
 }
 
+TEST(DeviceContext, RefusesWhatNeedsADriverWithoutOne) {
+    LogRecorder log;
+    NfcDeviceContext context;
+    std::uint8_t byte = 0;
+    EXPECT_FALSE(context.WriteReg(0, &byte, 1) || context.ReadReg(0, 1, &byte));
+    EXPECT_EQ(log.TakeUnannounced(), Texts(2, "spbDriverOps == nullptr"));
+}
+
 const std::string kFirstPass = "W 00 00, R 9";
 const std::string kBothPasses = kFirstPass + ", sleep 40, W 00 00, sleep 40, R 9";
 const std::string kWithProbe = kBothPasses + ", W 00 00 01 01, sleep 80, R 1";

@@ -43,6 +43,7 @@ TEST(Stop, IsNotUndoneByACreationBeforeTheThreadHasSeenIt) {
     release = true;
     PcWithHost::Pass(20 * kSecond);
     EXPECT_EQ(setup.log.Count(kReturned), 1U) << "no start, no further wait";
+    EXPECT_EQ(setup.log.Count("NFC_DeferCallThread return"), 1U);
     EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1})) << "the visit is closed all the same";
 }
 

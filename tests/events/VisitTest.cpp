@@ -75,6 +75,11 @@ struct VisitDesk : StartedPc {
         });
         log.OnLine([](const std::string& text) {
             EXPECT_FALSE(text.rfind("NFC_defer call done", 0) == 0 && Visit::Get().IsOpen());
+            const std::size_t ticks = text.find("ticks: ");
+            if (ticks != std::string::npos) {
+                const emulation::Micros at = std::stoll(text.substr(ticks + 7)) * kMillisecond;
+                EXPECT_LT(std::abs(emulation::Now() - at), kSecond) << text;
+            }
         });
         for (std::size_t i = 0; i < cases.size(); ++i) {
             SCOPED_TRACE("case " + std::to_string(i));

@@ -170,6 +170,9 @@ TEST_F(UriConfig, CutsAndRefusesLongValues) {
     std::ofstream(kFile) << File(twoByte, std::string(5000, 'b'));
     ExpectInit('5', kOnlyMacCleared, kBadUrl);
     ExpectInit('8', FilledBy(std::string(254, 'b'), 8));
+    const std::string longest = twoByte.substr(0, 254) + "b";
+    std::ofstream(kFile) << File(longest, "v");
+    ExpectInit('5', FilledBy(longest, 5));
 }
 
 }  // namespace

@@ -170,6 +170,18 @@ TEST(Ble, OnlyWhatIsNotifiedInsideACallComesOnTheCallersThread) {
     });
 }
 
+TEST(Ble, AnEventInsideACallDoesNotHoldUpALaterOneUntilTheOperationEnds) {
+    StartedPc setup({PcRoute::kBle});
+    setup.pc.bluetooth()->SetAnswerLatency(kSecond);
+    LinkDockService::SetDeliveryHabits({0, 20});
+    setup.pc.bluetooth()->SendField(true, 1 * kMillisecond);
+    setup.pc.bluetooth()->SendField(false, 30 * kMillisecond);
+    std::uint8_t number[32] = {};
+    EXPECT_EQ(setup.manager->ReadRandNum(number), 0);
+    ASSERT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
+    EXPECT_NE(EventsSoFar()[0].thread, emulation::CurrentThread());
+}
+
 TEST(Ble, NeitherConnectNorDisconnectTakesTheAnswerFromAReadThatWaits) {
     ForEachSeed(20, [] {
         StartedPc setup({PcRoute::kBle});

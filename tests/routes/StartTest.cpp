@@ -22,6 +22,11 @@ TEST(DeviceStart, PrefersI2cAndKeepsItsHandle) {
     EXPECT_EQ(setup.pc.spb()->OpenRequests(), 2U);
     EXPECT_EQ(setup.pc.chip(PcRoute::kUsb)->BackDoor().Counters().writes, 0U);
     EXPECT_EQ(emulation::Live().handles, handles);
+    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE;
+    EXPECT_EQ(CreateFileW(L"\\\\.\\SPBNFCDRIVER", GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING,
+                          FILE_FLAG_OVERLAPPED, nullptr),
+              INVALID_HANDLE_VALUE)
+        << "the library has it alone";
 }
 
 const struct {

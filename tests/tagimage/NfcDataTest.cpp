@@ -146,9 +146,9 @@ TEST(NfcDataBuild, RefusesFieldsWithoutAnArrayOrWithoutAnImage) {
                      "SetRandomNumber memcpy_s fail", "NfcBody: SetRandomNumber failed",
                      "SetModel memcpy_s fail", "NfcBody: SetModel failed"}));
     NfcData without;
-    EXPECT_FALSE(without.InitValue() || without.FitsOnTag() || without.SetUrl("u") ||
-                 without.SetMacAddr({1, 1, 1, 1, 1, 1}) || without.SetModel({1, 1, 1, 1}) ||
-                 without.SetRandomNumber({1}));
+    EXPECT_FALSE(without.InitValue() || without.CaculateLength() || without.FitsOnTag() ||
+                 without.SetUrl("u") || without.SetMacAddr({1, 1, 1, 1, 1, 1}) ||
+                 without.SetModel({1, 1, 1, 1}) || without.SetRandomNumber({1}));
     EXPECT_EQ(without.GetMacAddr() + without.GetRandomNumber() + without.GetModel(), "");
 }
 

@@ -135,12 +135,29 @@ TEST(Transfer, IsCancelledUntilItHasEnded) {
     }
 }
 
+TEST(Transfer, CountsTheBytesOfARequestThatEndsInSpiteOfItsCancellation) {
+    const OneSeed clock;
+    const ScriptedDevice device;
+    LogRecorder log;
+    device.SetFaults("any#1=late:2100");
+    device.bus->reads = {{1, 2, 3, 4}};
+    emulation::SetCallHook([](emulation::Call call, emulation::ThreadId) -> DWORD {
+        return call == emulation::Call::kCancelIoEx ? ERROR_NOT_FOUND : 0;
+    });
+    std::uint8_t bytes[4] = {};
+    EXPECT_FALSE(NfcSpbRead(4, bytes));
+    emulation::SetCallHook({});
+    EXPECT_EQ(log.TakeUnannounced().at(1), "NFC Error 258 with 4 bytes read");
+}
+
 TEST(Transfer, ThatCannotBeMadeAsksNoDriver) {
     const OneSeed clock;
     LogRecorder log;
     std::uint8_t bytes[4] = {};
     EXPECT_FALSE(NfcSpbRead(4, bytes));  // no device
     EXPECT_FALSE(NfcSpbWrite(bytes, 4));
+    EXPECT_FALSE(COpenCommand().Execute() || CReadCommand(4).Execute() ||
+                 CWriteCommand(4).Execute());
     const ScriptedDevice device;
     EXPECT_FALSE(NfcSpbRead(0, bytes));
     EXPECT_FALSE(NfcSpbWrite(nullptr, 4));
