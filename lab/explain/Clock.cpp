@@ -84,9 +84,8 @@ std::int64_t MicrosAfter(std::string_view& text, int hour) {
         }
     }
     const std::string_view half = text.substr(Run(text, " "));
-    if (half.size() > 1 && Run(half.substr(0, 1), "APap") > 0 && (half[1] | 0x20) == 'm' &&
-        Run(half.substr(2), kWord) == 0) {
-        const std::int64_t hours = ((half[0] | 0x20) == 'p' ? 12 : 0) - (hour == 12 ? 12 : 0);
+    if (Run(half, "APap") == 1 && Run(half.substr(1), "Mm") == 1 && Run(half, kWord) == 2) {
+        const std::int64_t hours = (Run(half, "Pp") == 1 ? 12 : 0) - (hour == 12 ? 12 : 0);
         micros += hours * 3600 * kMicrosPerSecond;
         text = half.substr(2);
     }

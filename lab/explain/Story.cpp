@@ -87,8 +87,7 @@ void ProcessStory::Take(const Match& match, const Mark& place) {
     Lane& lane = FindOrAdd(m_lanes, place.thread, kMostLanes, [&](Lane& one) { Close(one); });
     lane.lastOrder = place.order;
     const Meaning* meaning = match.meaning;
-    const bool hasThreads = !place.thread.empty();
-    if (meaning->thread >= (hasThreads ? ThreadKind::kHost : ThreadKind::kInterrupt)) {
+    if (meaning->thread >= (place.thread.empty() ? ThreadKind::kInterrupt : ThreadKind::kHost)) {
         lane.kind = meaning->thread;
     }
     meaning -= meaning->variants;
@@ -103,10 +102,6 @@ void ProcessStory::Take(const Match& match, const Mark& place) {
     (this->*rule.action)(at);
     ++lane.Seen(meaning->role);
     lane.previous = meaning->role;
-    if (meaning->role == Role::kRenewEnds && hasThreads && !lane.operation && lane.chain.empty()) {
-        // Each renewal has a thread of its own.
-        m_lanes.remove_if([&](const Lane& one) { return &one == &lane; });
-    }
 }
 
 bool ProcessStory::Holds(const Meaning& one, Lane& lane, const Match& match) const {
@@ -240,10 +235,9 @@ void ProcessStory::Tell(Item item) {
         const SystemCode* const code = DecisiveCode(cause);
         object["cause"] = Explained(cause);
         item.advice = code != nullptr ? &code->advice : &cause.meaning->advice;
-        const bool mayBeRare = (cause.meaning->traits & kEveryTime) == 0;
-        rarely = mayBeRare && item.outcome == Outcome::kUnusual
-                     ? "Nothing, if it is rare. Otherwise: "
-                     : "";
+        if (item.outcome == Outcome::kUnusual && (cause.meaning->traits & kEveryTime) == 0) {
+            rarely = "Nothing, if it is rare. Otherwise: ";
+        }
     }
     const std::size_t where = m_tags.empty() ? 0 : Has(kInKeyboard) ? 2 : 1;
     if (item.advice != nullptr && !item.advice->at(where).empty()) {
