@@ -204,10 +204,9 @@ void ProcessStory::Open(Items& items, const At& at) {
 }
 
 void ProcessStory::Lose(Items& open) {
-    Item item = std::move(open.front());
+    open.front().outcome = Outcome::kOpen;
+    Tell(std::move(open.front()));
     open.pop_front();
-    item.outcome = Outcome::kOpen;
-    Tell(std::move(item));
 }
 
 void ProcessStory::LoseBefore(std::uint64_t order) {

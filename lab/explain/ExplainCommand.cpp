@@ -51,11 +51,10 @@ class Input {
   public:
     explicit Input(const std::string& log) : m_name(log == "-" ? kStandardInput : log) {
         std::error_code error;
-        const std::filesystem::file_status status = std::filesystem::status(log, error);
         const bool isFile = log != "-";
         RefuseIf(log.empty(), "LOG: the name of the file is empty");
-        RefuseIf(isFile && !std::filesystem::exists(status), m_name + ": is not there");
-        RefuseIf(std::filesystem::is_directory(status), m_name + ": is a directory, not a log");
+        RefuseIf(isFile && !std::filesystem::exists(log, error), m_name + ": is not there");
+        RefuseIf(std::filesystem::is_directory(log, error), m_name + ": is a directory, not a log");
         m_file.reset(isFile ? std::fopen(log.c_str(), "rb") : stdin);
         RefuseIf(m_file == nullptr, m_name + ": cannot be read: " + std::strerror(errno));
         std::setvbuf(m_file.get(), nullptr, _IONBF, 0);

@@ -180,10 +180,9 @@ std::size_t LogLines::Decode(std::string_view bytes) {
     }
     const std::size_t high = m_encoding == Encoding::kUtf16Big ? 0 : 1;
     for (std::uint32_t unit = 0; at + 1 < bytes.size() && unit != '\n'; at += 2) {
-        const auto byte = [&](std::size_t which) {
-            return std::uint32_t{static_cast<unsigned char>(bytes[at + which])};
-        };
-        unit = byte(high) << 8U | byte(1 - high);
+        const auto upper = static_cast<unsigned char>(bytes[at + high]);
+        const auto lower = static_cast<unsigned char>(bytes[at + 1 - high]);
+        unit = upper * 256U + lower;
         platform::AppendUtf8(m_line, unit);
     }
     return at;

@@ -3,11 +3,9 @@
 //
 // - The time has one of the forms in Clock.cpp. Without one it is a number that does not fall, and
 //   that has a fraction or repeats: real times do, and counters of lines do not.
-// - The rest is cut into columns.
 // - The thread is the column that keeps apart lines that only one kind of thread writes: the table
 //   of meanings says which these are. Without two kinds it is a number.
-// - The process is a number too, one that never changes or whose values have threads of several
-//   kinds.
+// - The process is a number that never changes, or whose values have threads of several kinds.
 #pragma once
 
 #include <cstddef>
