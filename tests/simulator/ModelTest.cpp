@@ -3,8 +3,6 @@
 // the stand-in Bluetooth client.
 #include <gtest/gtest.h>
 
-#include <functional>
-
 #include "platform/emulation/Kernel.h"
 #include "platform/platform.h"
 #include "platform/services/standin/ClientBackDoor.h"
@@ -15,9 +13,6 @@
 
 namespace simulator {
 namespace {
-
-using LinkDockService::BLEClient;
-using Codes = std::vector<DWORD>;
 
 TEST(Chips, GiveOnesToAReadThatComesTooSoon) {
     const struct {
@@ -145,128 +140,100 @@ TEST(KeyboardMcu, RefusesMalformedReportsAndRecovers) {
     EXPECT_EQ(mcu.DirtyTails(), 1U);
 }
 
-// Each step gives its last-error code, or WAIT_TIMEOUT while it is under way after a second.
-struct Client {
-    Client() { overlapped.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr); }
-
-    DWORD Open() {
-        device = CreateFileW(kSpbDriverPath, GENERIC_READ, 0, nullptr, OPEN_EXISTING,
-                             FILE_FLAG_OVERLAPPED, nullptr);
-        return device != INVALID_HANDLE_VALUE ? ERROR_SUCCESS : GetLastError();
-    }
-    DWORD Read() { return End(ReadFile(device, buffer, sizeof buffer, nullptr, &overlapped)); }
-    DWORD OpenRequest() { return Control(kControlOpen); }
-    DWORD WaitForInterrupt() { return Control(kControlInterrupt); }
-    DWORD Control(DWORD code) {
-        return End(DeviceIoControl(device, code, nullptr, 0, nullptr, 0, nullptr, &overlapped));
-    }
-    DWORD End(BOOL started) {
-        const DWORD code = started ? ERROR_SUCCESS : GetLastError();
-        if (code != ERROR_IO_PENDING) {
-            return code;
-        }
-        const DWORD waited = WaitForSingleObject(overlapped.hEvent, 1000);
-        const bool done = waited != WAIT_OBJECT_0 ||
-                          GetOverlappedResult(device, &overlapped, &moved, FALSE) != FALSE;
-        return done ? waited : GetLastError();
-    }
-
-    HANDLE device = nullptr;
-    OVERLAPPED overlapped{};
-    std::uint8_t buffer[9] = {};
-    DWORD moved = 0;
-};
-
 TEST(FaultyDriver, FailsExactlyTheRequestsOfItsPlan) {
     emulation::UseScheduledClock({testing_support::Seed()});
-    Client client;
     Pc pc({PcRoute::kI2c}, "fanli");
-    EXPECT_EQ(client.Open(), 0U);
-    const struct {
-        const char* plan;
-        DWORD (Client::*request)();
-        Codes codes;  // of this request again and again
-    } cases[] = {
-        // The first that fits counts.
-        {"read#1=refuse:31,any#1-2=refuse:87", &Client::Read, {31, 87, 0}},
-        {"interrupt#2=gone", &Client::WaitForInterrupt, {WAIT_TIMEOUT, 1167, 1167}},
+    const auto open = [] {
+        return CreateFileW(kSpbDriverPath, GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                           FILE_FLAG_OVERLAPPED, nullptr);
+    };
+    const HANDLE device = open();
+    OVERLAPPED overlapped{};
+    overlapped.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    std::uint8_t buffer[9] = {};
+    // The last-error code, or WAIT_TIMEOUT of a request that is still pending after a second.
+    const auto codeOf = [&](BOOL result) -> DWORD {
+        if (!result && GetLastError() == ERROR_IO_PENDING) {
+            DWORD moved = 0;
+            if (WaitForSingleObject(overlapped.hEvent, 1000) == WAIT_TIMEOUT) {
+                return WAIT_TIMEOUT;
+            }
+            result = GetOverlappedResult(device, &overlapped, &moved, FALSE);
+        }
+        return result ? ERROR_SUCCESS : GetLastError();
+    };
+    const auto read = [&] {
+        return codeOf(ReadFile(device, buffer, sizeof buffer, nullptr, &overlapped));
+    };
+    const auto control = [&](DWORD code) {
+        return codeOf(DeviceIoControl(device, code, nullptr, 0, nullptr, 0, nullptr, &overlapped));
     };
     std::string error;
-    for (const auto& [plan, request, codes] : cases) {
-        pc.Faults(FaultPlan::Parse(plan, error).value());
-        for (const DWORD code : codes) {
-            EXPECT_EQ((client.*request)(), code) << plan;
-        }
+    pc.Faults(FaultPlan::Parse("read#1=refuse:31,any#1-2=refuse:87", error).value());
+    for (const DWORD code : {31, 87, 0}) {
+        EXPECT_EQ(read(), code) << "the first that fits counts";
+    }
+    pc.Faults(FaultPlan::Parse("interrupt#2=gone", error).value());
+    for (const DWORD code :
+         {WAIT_TIMEOUT, ERROR_DEVICE_NOT_CONNECTED, ERROR_DEVICE_NOT_CONNECTED}) {
+        EXPECT_EQ(control(kControlInterrupt), code);
     }
     pc.Faults({});
-    EXPECT_EQ(client.OpenRequest(), 0U);
+    EXPECT_EQ(control(kControlOpen), ERROR_SUCCESS);
     EXPECT_EQ(pc.spb()->Violations(), 0U);
-    for (const auto request : {&Client::Read, &Client::OpenRequest}) {
+    for (const bool isRead : {true, false}) {
         OVERLAPPED other{};
-        ReadFile(client.device, client.buffer, 1, nullptr, &other);
-        EXPECT_EQ((client.*request)(), 0U);
+        ReadFile(device, buffer, 1, nullptr, &other);
+        EXPECT_EQ(isRead ? read() : control(kControlOpen), ERROR_SUCCESS);
     }
     EXPECT_EQ(pc.spb()->Violations(), 2U) << "requests at the same time";
     pc.Unplug();
-    EXPECT_EQ(client.Open(), 2U);
+    EXPECT_EQ(open(), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
 }
 
 DWORD Random(DWORD below) {
     return static_cast<DWORD>(emulation::Random() % below);
 }
 
-// Fails the test for a delivery that begins or goes on after `closed` is set.
-struct Sink : BLEClient::INotification {
-    explicit Sink(std::function<void()> action = {}) : onNotify(std::move(action)) {}
+struct Sink : LinkDockService::BLEClient::INotification {
     void OnNotify(const std::vector<std::uint8_t>& /*value*/) override {
         EXPECT_FALSE(closed) << "a delivery after the unsubscription";
-        if (onNotify) {
-            onNotify();
-        }
+        Sleep(Random(3));
         EXPECT_FALSE(closed) << "a delivery went on after the unsubscription";
     }
     bool closed = false;
-    const std::function<void()> onNotify;
-};
-
-// A PC that is connected to its keyboard.
-struct Connection {
-    Connection() { EXPECT_EQ(client.BleClientConnect(kDefaultBleAddress), 0); }
-    int Subscribe(Sink* sink) {
-        return client.BleClientSubscribeNotify(kDefaultBleAddress, kBleService,
-                                               kBleNotifyCharacteristic, sink);
-    }
-    void SendField(Micros delay = 0) { pc.bluetooth()->SendField(true, delay); }
-
-    Pc pc{{PcRoute::kBle}};
-    BLEClient& client = *BLEClient::GetInstance();
 };
 
 TEST(LinkDockService, DeliversNothingOnceUnsubscribed) {
     testing_support::ForEachSeed(200, [] {
         LinkDockService::SetDeliveryHabits({Random(2) * 2, Random(2) * 4, 1 + Random(2)});
-        Connection connection;
+        Pc pc({PcRoute::kBle});
+        auto& client = *LinkDockService::BLEClient::GetInstance();
+        EXPECT_EQ(client.BleClientConnect(kDefaultBleAddress), 0);
         for (int round = 0; round < 4; ++round) {
-            Sink sink([] { Sleep(Random(3)); });
-            ASSERT_GE(connection.Subscribe(&sink), 0);
-            const HANDLE writer = testing_support::StartThread([&connection] {
+            Sink sink;
+            ASSERT_GE(client.BleClientSubscribeNotify(kDefaultBleAddress, kBleService,
+                                                      kBleNotifyCharacteristic, &sink),
+                      0);
+            const HANDLE writer = testing_support::StartThread([&client] {
                 Sleep(Random(3));
-                const int asked = connection.client.BleClientWrite(
-                    kDefaultBleAddress, kBleService, kBleWriteCharacteristic, {0x2E, 1, 0x7A, 0});
-                EXPECT_EQ(asked, 0);
+                EXPECT_EQ(client.BleClientWrite(kDefaultBleAddress, kBleService,
+                                                kBleWriteCharacteristic, {0x2E, 1, 0x7A, 0}),
+                          0);
             });
             for (int i = 0; i < 5; ++i) {
-                connection.SendField(Random(4000));
+                pc.bluetooth()->SendField(true, Random(4000));
             }
             Sleep(Random(4));
-            EXPECT_EQ(connection.client.BleClientUnsubscribeNotify(kDefaultBleAddress, kBleService,
-                                                                   kBleNotifyCharacteristic),
+            EXPECT_EQ(client.BleClientUnsubscribeNotify(kDefaultBleAddress, kBleService,
+                                                        kBleNotifyCharacteristic),
                       0);
             sink.closed = true;
             EXPECT_EQ(WaitForSingleObject(writer, INFINITE), WAIT_OBJECT_0);
             CloseHandle(writer);
             EXPECT_EQ(emulation::Live().threads, 0U);
-            connection.SendField(100);
+            pc.bluetooth()->SendField(true, 100);
             Sleep(1);
         }
     });
