@@ -43,6 +43,9 @@ inline std::filesystem::path TemporaryPath() {
     return std::filesystem::temp_directory_path() / ("tagport-" + std::to_string(getpid()));
 }
 
+/// The value of a key in a file without a byte order mark.
+constexpr char kUnmarked[] = "\xC3\xA9\xFF\xC0\x80x";
+
 #ifdef _WIN32
 
 /// Gives threads the time to come to their waits.
@@ -75,11 +78,11 @@ inline bool WineDiffers(const char* how) {
 
 constexpr UINT kToUtf8 = CP_UTF8;
 
-/// A text of the PC's code page, as UTF-8.
-inline std::string FromCodePage(const std::string& text) {
+/// It is in the PC's code page. As UTF-8.
+inline std::string UnmarkedAsUtf8() {
     WCHAR wide[64] = {};
     char utf8[256] = {};
-    MultiByteToWideChar(CP_ACP, 0, text.c_str(), -1, wide, 64);
+    MultiByteToWideChar(CP_ACP, 0, kUnmarked, -1, wide, 64);
     WideCharToMultiByte(kToUtf8, 0, wide, -1, utf8, sizeof utf8, nullptr, nullptr);
     return utf8;
 }
@@ -92,14 +95,9 @@ inline bool WineDiffers(const char* /*how*/) {
 
 constexpr UINT kToUtf8 = CP_THREAD_ACP;  // whatever the code page
 
-/// A text of the PC's code page, UTF-8, as UTF-8: the bytes that are none are replaced.
-inline std::string FromCodePage(std::string text) {
-    for (const std::string none : {"\xFF", "\xC0\x80"}) {
-        for (std::size_t at = 0; (at = text.find(none)) != std::string::npos;) {
-            text.replace(at, none.size(), "\xEF\xBF\xBD");
-        }
-    }
-    return text;
+/// The code page is UTF-8. What is no UTF-8 is replaced.
+inline std::string UnmarkedAsUtf8() {
+    return "\xC3\xA9\xEF\xBF\xBD\xEF\xBF\xBDx";
 }
 
 /// Blocks until `count` threads wait for events.

@@ -7,7 +7,7 @@
 #include <mutex>
 #include <set>
 
-#include "tests/platform/EmulatedDevice.h"
+#include "tests/platform/TestDevice.h"
 
 namespace {
 

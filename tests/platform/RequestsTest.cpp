@@ -6,11 +6,7 @@
 #include <set>
 #include <utility>
 
-#ifdef _WIN32
-#include "tests/platform/PipeDevice.h"
-#else
-#include "tests/platform/EmulatedDevice.h"
-#endif
+#include "tests/platform/TestDevice.h"
 
 namespace {
 
