@@ -39,7 +39,7 @@ TEST(ScheduledClock, KeepsTimersAndDeadlinesExactAndInOrder) {
 }
 
 TEST(ScheduledClock, RepeatsARunFromItsSeedAndDiffersBetweenSeeds) {
-    unsigned& order = testing_support::Shared<unsigned>();  // of two threads, a bit for each turn
+    auto& order = testing_support::Shared<unsigned>();  // of two threads, a bit for each turn
     const auto play = [&order](std::uint64_t seed) {
         ScheduledOptions options;
         options.seed = seed;
@@ -165,7 +165,7 @@ TEST(Locks, DieWhenTakenAgainstTheirOrder) {
 }
 
 TEST(Files, AreRegularAndAtMostOneMebibyteLong) {
-    constexpr std::uintmax_t kMostBytes = 1024 * 1024;
+    constexpr std::uintmax_t kMostBytes = 1U << 20;
     const auto file = TemporaryPath();
     std::ofstream(file) << "[PC_URI]\nkey=v\n;";
     std::filesystem::resize_file(file, kMostBytes);

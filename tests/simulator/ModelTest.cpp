@@ -170,7 +170,7 @@ TEST(FaultyDriver, FailsExactlyTheRequestsOfItsPlan) {
     };
     std::string error;
     pc.Faults(FaultPlan::Parse("read#1=refuse:31,any#1-2=refuse:87", error).value());
-    for (const DWORD code : {31, 87, 0}) {
+    for (const DWORD code : {31U, 87U, 0U}) {
         EXPECT_EQ(read(), code) << "the first that fits counts";
     }
     pc.Faults(FaultPlan::Parse("interrupt#2=gone", error).value());
