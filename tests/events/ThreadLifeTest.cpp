@@ -47,6 +47,23 @@ TEST(Stop, IsNotUndoneByACreationBeforeTheThreadHasSeenIt) {
     EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1})) << "the visit is closed all the same";
 }
 
+TEST(Stop, LeavesTheThreadThatClosesVisitsToOneThatIsAboutToOpen) {
+    WaitingPc setup(PcRoute::kI2c, "fanli");
+    bool release = false;
+    setup.log.OnLine([&](const std::string& text) {
+        if (text.rfind("NFC EnterField", 0) == 0) {
+            emulation::WaitFor([&] { return release; }, emulation::kForever, "the host");
+        }
+    });
+    setup.pc.TapPhone(0, kSecond);
+    PcWithHost::Pass(100 * kMillisecond);
+    setup.manager.reset();
+    release = true;
+    PcWithHost::Pass(20 * kSecond);
+    setup.log.OnLine({});
+    EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
+}
+
 TEST(Stop, LastsThroughCreationAndDeviceStartUntilTheNextWrite) {
     ForEachSeed(30, [] {
         WaitingPc setup(PcRoute::kI2c, "fm11nt082c");
