@@ -47,6 +47,7 @@ constexpr char kWorkedImage[] =
     "0C 0D 0E 0F 10 11 12 13 14 15 16 17 18 19 1A 1B\n"
     "1C 1D 1E 1F 00 00 08 00 FE\n";
 constexpr char kScript[] = "run --seed 1 --script -";
+constexpr char kBus[] = "run --seed 1 --bus --script -";
 constexpr char kChecked[] = "run --seed 1 --check --script -";
 constexpr char kWorkedFields[] =
     "image build --url tag/abcd1234 --mac 021122334455 --model 00000800 --number "
@@ -164,18 +165,6 @@ TEST(Run, APcWithSeveralRoutesStartsAllOfThemAndIsPlayedWhole) {
     }
 }
 
-// A number that nobody has asked for, and a report of no known type.
-TEST(Run, AKeyboardSendsWhatAScriptSays) {
-    for (const std::string route : {"hid", "ble"}) {
-        const std::string head = route == "hid" ? "05010108" : "";
-        const Outcome run = Lab(std::string(kScript) + " --log --bus",
-                                "pc route=" + route + "\nsend " + head +
-                                    "2E026EE6\nexpect event 3 within 50\nsend " + head + "2E0700");
-        EXPECT_EQ(run.status, 0) << run.text;
-        EXPECT_NE(run.text.find("of an unknown type"), std::string::npos) << run.text;
-    }
-}
-
 // The listener is slow, so that the leave of the phone before it is reported while it stays.
 TEST(Run, ATapWaitsForTheEndOfItsOwnVisit) {
     const std::string text =
@@ -205,6 +194,11 @@ TEST(Lab, ExitStatusAndOutputSayWhatHappened) {
          R"("line":0,"command":"the start of the run","expected":"success)"},
         {kScript, "\\357\\273\\277tap 5", 0, "> tap 5\n"},
         {"image show -", std::string("\\357\\273\\277") + kWorkedImage, 0, "accepted: 105 bytes"},
+        // A phone that nobody has brought, and a report of no known type.
+        {kBus, "pc route=hid\nsend 050101082E026EE6\nexpect event 3 within 50\nsend 050101082E0700",
+         0, "of an unknown type"},
+        {kBus, "pc route=ble\nsend 2E026EE6\nexpect event 3 within 50\nsend 2E0700", 0,
+         "of an unknown type"},
         // The fault is judged: the script says what happens at the device later.
         {kChecked, "pc route=ble\nin 20 tap 500\ndisconnect\nwrite", 1, "No violation"},
         {"run --config twice --pc-type 5 --seed 1", "", 1,

@@ -50,9 +50,8 @@ void Running(PcWithHost& setup) {
 bool RenewNumber(PcWithHost& setup, std::uint8_t content) {
     const std::size_t threads = emulation::Live().threads;
     if (Renew(*setup.manager, NumberOf(content)) != 0) {
-        Number number{};
-        setup.message->GetRandomNumber(reinterpret_cast<std::uint8_t(&)[32]>(number));
-        EXPECT_EQ(number, NumberOf(kOld)) << "a number that no thread writes was kept";
+        EXPECT_EQ(NumberIn(*setup.message), NumberOf(kOld))
+            << "a number that no thread writes was kept";
         return false;
     }
     // The fault may end an event thread too, so the number of threads alone is not enough.
