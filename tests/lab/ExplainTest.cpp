@@ -269,7 +269,7 @@ TEST(Explain, KeepsInterleavedProcessesApart) {
         return Explain(log).summary["processes"].size();
     };
     EXPECT_EQ(count(Log(one, kFullStyle, 1234) + Log(other, kFullStyle, 98765)), 2U);
-    const std::vector<Json> calls = Play("start\nlistener on reads\ntap\ntap\n");
+    const std::vector<Json> calls = Play("start\nlistener on renews\ntap\ntap\n");
     EXPECT_EQ(count(Log(calls, "%T.{m} {T} ")) + count(Log(calls, "%T.{m} {T} {P} ")), 2U);
 }
 
