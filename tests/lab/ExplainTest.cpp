@@ -269,7 +269,7 @@ TEST(Explain, KeepsInterleavedProcessesApart) {
     const auto count = [](const std::string& log) {
         return Explain(log).summary["processes"].size();
     };
-    EXPECT_EQ(count(Log(one, kFullStyle, 1234) + Log(Play("init\n"), kFullStyle, 98765)), 2U);
+    EXPECT_EQ(count(Log(one) + Log(other, kFullStyle, 98765).substr(0, 2000)), 2U);
     const std::vector<Json> calls = Play("start\nlistener on renews\ntap\ntap\n");
     EXPECT_EQ(count(Log(calls, "%T.{m} {T} ")) + count(Log(calls, "%T.{m} {T} {P} ")), 2U);
 }
