@@ -222,7 +222,6 @@ TEST(Explain, FindsWhatIsBeforeEachLine) {
          std::map<std::string, std::string>{{kFullStyle, "TPT-"},
                                             {"{L}/tagport({P}): %d.%m.%Y %T,{m} tid={T} ", "TPT-"},
                                             {"%m-%d %T.{m}  {P}  {T} {L} nfc : ", "TPT-"},
-                                            {"%T:{m} <{N}> | ", "T-T-"},
                                             {"%T.{m} {D} {T} - ", "T-T-"},
                                             {"{L}%m%d %T.{m} {T} x.cc:123] ", "T-T-"},
                                             {"[%T.{m}][{P}][{N}]", "TPT-"},
