@@ -193,6 +193,7 @@ PrefixLayout::PrefixLayout(const std::vector<LogLine>& sample) {
         }
     }
 
+    // What is not the time may be a thread by its kinds, or an id of a thread or a process.
     std::vector<std::size_t> ids;
     std::size_t separated = 1;
     for (std::size_t c = 0; c < m_columns; ++c) {
