@@ -49,7 +49,6 @@ const Row kRows[] = {
 
 struct LongestTimes : PcWithHost, testing::TestWithParam<Row> {
     LongestTimes() : PcWithHost(GetParam().routes, GetParam().chip) {}
-    ~LongestTimes() override { log.TakeUnannounced(); }
 
     void Expect(const char* name, int limit, const std::function<void()>& operation) {
         SetFaults(GetParam().plan);
@@ -61,6 +60,7 @@ struct LongestTimes : PcWithHost, testing::TestWithParam<Row> {
             ASSERT_TRUE(StartDevices(*manager));
             ASSERT_EQ(manager->WriteMessage(NewMessage()), 0);
         }
+        log.TakeUnannounced();  // of the faults
     }
 };
 
