@@ -116,9 +116,6 @@ bool CWriteCommand::WriteParse(const std::uint8_t* data, std::uint32_t size) {
         LogErrorFun("NFC WriteParse m_buffer new error");
         return false;
     }
-    if (size == 0) {
-        return true;
-    }
     if (platform::memcpy_s(m_buffer.get(), m_length, data, size) != 0) {
         LogErrorFun("NFC WriteParse memcpy_s error");
         m_buffer.reset();
