@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "platform/Check.h"
 #include "platform/platform.h"
 
 /// Owns one handle, or none. Both ways in which the system says "no handle", null and
@@ -36,7 +37,8 @@ class UniqueHandle {
 
     void Reset() {
         if (m_handle != nullptr) {
-            CloseHandle(m_handle);
+            const BOOL closed = CloseHandle(m_handle);
+            TAGPORT_CHECK(closed != FALSE || GetLastError() != ERROR_INVALID_HANDLE);
             m_handle = nullptr;
         }
     }

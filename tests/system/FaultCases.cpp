@@ -79,8 +79,8 @@ namespace {
 const std::map<DWORD, std::vector<Call>> kRefusals{
     {1, {Call::kDeviceIoControl}},
     {2, {Call::kCreateFile}},
-    {5, {Call::kCreateFile}},
-    {6, {Call::kSetEvent, Call::kResetEvent, Call::kWait, Call::kCloseHandle}},
+    {5, {Call::kCreateFile, Call::kCloseHandle}},
+    {6, {Call::kSetEvent, Call::kResetEvent, Call::kWait}},
     {8, {Call::kCreateEvent, Call::kCreateThread}},
     {31, {Call::kEnumerate, Call::kHid}},
     {32, {Call::kCreateFile}},
