@@ -6,6 +6,7 @@
 #include "chip/NfcDeviceContext.h"
 #include "chip/Registers.h"
 #include "diagnostics/Log.h"
+#include "platform/Check.h"
 #include "platform/NeverDestroyed.h"
 #include "platform/platform.h"
 #include "transfer/SpbTransfer.h"
@@ -52,8 +53,13 @@ Head MakeHead(std::uint16_t number, std::uint8_t operation, std::int32_t len) {
             operation, static_cast<std::uint8_t>(len & 0xFF)};
 }
 
+bool Send(const std::uint8_t* frame, std::size_t size) {
+    TAGPORT_CHECK(platform::HoldsLock(kExtendLock));
+    return NfcSpbWrite(frame, static_cast<std::uint32_t>(size));
+}
+
 bool SendHead(const Head& head) {
-    return NfcSpbWrite(head.data(), kHeadSize);
+    return Send(head.data(), head.size());
 }
 
 // The number of `Size` bytes, 1 to 4, that begins at `bytes`, low byte first.
@@ -125,7 +131,7 @@ bool NfcSpbExtend::WriteReg(std::uint16_t reg, const std::uint8_t* data, std::in
         return false;
     }
     platform::Lock lock(m_mutex);
-    return NfcSpbWrite(frame.data(), static_cast<std::uint32_t>(frame.size()));
+    return Send(frame.data(), frame.size());
 }
 
 bool NfcSpbExtend::ReadReg(std::uint16_t reg, std::int32_t len, std::uint8_t* buffer) {

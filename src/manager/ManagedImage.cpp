@@ -30,7 +30,7 @@ void PendingNumber::Begin(std::shared_ptr<ManagedImage> image) {
     ++m_image->m_pending;
 }
 
-PendingNumber::~PendingNumber() {
+void PendingNumber::End() {
     if (m_image != nullptr) {
         platform::Lock lock(ManagedImage::m_memoryMutex);
         --m_image->m_pending;

@@ -80,12 +80,14 @@ class ManagedImage {
 class PendingNumber {
   public:
     PendingNumber() = default;
-    ~PendingNumber() TAGPORT_EXCLUDES(ManagedImage::m_memoryMutex);
+    ~PendingNumber() { End(); }
     PendingNumber(const PendingNumber&) = delete;
     PendingNumber& operator=(const PendingNumber&) = delete;
 
     void Begin(std::shared_ptr<ManagedImage> image) TAGPORT_REQUIRES(ManagedImage::m_memoryMutex);
 
   private:
+    void End() TAGPORT_EXCLUDES(ManagedImage::m_memoryMutex);
+
     std::shared_ptr<ManagedImage> m_image;
 };

@@ -24,6 +24,7 @@ void OpenDevice::TakeOver(UniqueHandle handle) {
 }
 
 void OpenDevice::Close() {
+    TAGPORT_CHECK(platform::HoldsLock(kDeviceLock));
     const platform::Lock lock(m_mutex);
     const UniqueHandle closing(DeviceHandle.exchange(nullptr));
     if (closing) {

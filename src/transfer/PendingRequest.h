@@ -46,6 +46,7 @@ class PendingRequest {
             if (!allowed()) {
                 return Start::kRefused;
             }
+            TAGPORT_CHECK(platform::HoldsLock(kHandleLock));
             m_device = device;
             const BOOL ended = start(device);
             m_startError = GetLastError();
