@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "chip/NfcDeviceContext.h"
 #include "events/DriverThreads.h"
 #include "routes/NfcProxy.h"
 #include "tests/support/PcWithHost.h"
@@ -13,7 +14,11 @@ namespace {
 TEST(DeviceStart, PrefersI2cAndKeepsItsHandle) {
     PcWithHost setup({PcRoute::kI2c, PcRoute::kUsb});
     setup.log.Announce("Nfc");
+    g_nfcOpDelayMs = 11;  // as another route may have left it
+    BusRecorder recorder;
     ASSERT_TRUE(setup.Create() && setup.manager->DeviceInit());
+    const Texts traffic = recorder.Take();
+    EXPECT_EQ(std::count(traffic.begin(), traffic.end(), "sleep 11"), 0);
     const std::size_t handles = emulation::Live().handles;
     ASSERT_TRUE(setup.manager->DeviceInit());
     EXPECT_EQ(setup.log.Count("NFC_ select I2C Driver"), 1U);

@@ -149,6 +149,7 @@ TEST(NfcDataBuild, RefusesFieldsWithoutAnArrayOrWithoutAnImage) {
     EXPECT_FALSE(without.InitValue() || without.CaculateLength() || without.FitsOnTag() ||
                  without.SetUrl("u") || without.SetMacAddr({1, 1, 1, 1, 1, 1}) ||
                  without.SetModel({1, 1, 1, 1}) || without.SetRandomNumber({1}));
+    EXPECT_EQ(without.GetContent(), std::string("\0\0\4\xFE", 4));
     EXPECT_EQ(without.GetMacAddr() + without.GetRandomNumber() + without.GetModel(), "");
 }
 
