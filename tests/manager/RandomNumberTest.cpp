@@ -124,7 +124,9 @@ TEST(RandomNumber, ThatWaitsLeavesTheTagToAnotherManagersUpdate) {
         Hold();
         EXPECT_EQ(setup.Give(fill++), 0);
         EXPECT_TRUE(update(*other));
+        setup.log.Clear();
         EXPECT_EQ(setup.OnChipInTheEnd(), NumberOf(0x22));
+        EXPECT_FALSE(setup.log.Has("LocalWriteRand ReadRandNum Successful")) << "nothing to read";
     }
     const auto own = NfcManagerTestAccess::Message(*setup.manager);
     EXPECT_EQ(setup.manager->ReadMessage(own), 0);

@@ -72,6 +72,8 @@ void CheckLog(const Flow& flow, const FaultCase& fault, const Outcome& now,
     const bool success = std::all_of(flow.success.begin(), flow.success.end(),
                                      [&](const std::string& line) { return now.Logged(line) > 0; });
     EXPECT_TRUE(flow.success.empty() || success == now.worked) << "what the log reports";
+    EXPECT_TRUE(fault.counter != kMemory || std::strstr(now.lines, "memcpy_s") == nullptr)
+        << "a copy to memory that is not there";
     const std::string ordinary = flow.IsRefused() ? "" : WithoutDigits(usual.lines);
     const bool reason = std::any_of(log.begin(), log.end(), [&](const LogRecorder::Line& line) {
         return IsReason(line) &&
