@@ -74,7 +74,7 @@ bool NfcData::CaculateLength() {
     m_uriHead->m_bodyCount = static_cast<std::uint8_t>(m_uri.size() + 1);
     const auto length = static_cast<std::uint32_t>(
         m_uri.size() + kFixedLength + m_uriHead->m_type.size() + m_nfcHead->m_type.size());
-    if (length == 0 || length > kMaxLength) {
+    if (length > kMaxLength) {
         LogErrorFun("length error");
         return false;
     }
