@@ -12,10 +12,10 @@ namespace {
 
 // Y year, N month's name, M month, D day, h m s. A point may be / or - as well. A blank is one or
 // several, or a comma; _ is what may stand between a date and a time.
-constexpr std::array<std::string_view, 13> kForms{
+constexpr std::array<std::string_view, 14> kForms{
     "Y.M.D_h:m:s", "Y.M.D_hms",   "YMD_h:m:s",   "YMD_hms",     "YMDhms",
     "M/D/Y_h:m:s", "D.M.Y_h:m:s", "D.N.Y_h:m:s", "D N Y_h:m:s", "N D Y_h:m:s",
-    "N D_h:m:s",   "M-D_h:m:s",   "h:m:s"};
+    "N D_h:m:s Y", "N D_h:m:s",   "M-D_h:m:s",   "h:m:s"};
 constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
 constexpr std::size_t kMonthSize = 3;
 constexpr std::string_view kDigits = "0123456789";

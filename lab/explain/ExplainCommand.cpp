@@ -101,8 +101,7 @@ class Reading {
                 input.Name(), [this](const LogLine& line) { Take(line); }, m_counts);
             std::string_view block;
             do {
-                const bool isKnown = m_layout || m_sample.size() >= kLeastLines;
-                if (isKnown && input.IsQuiet()) {
+                if ((m_layout || m_sample.size() >= kLeastLines) && input.IsQuiet()) {
                     FindLayout();
                     m_story.Flush();
                     pause();

@@ -11,16 +11,15 @@ namespace lab::explain {
 
 namespace {
 
-// What the library writes after each text.
+// What the library writes after each text; after warnings the first one.
 constexpr std::array<std::string_view, 3> kMarkers{"(LogWarnFun)", "(LogErrorFun)",
                                                    "(NfcProxy::BtConnect)"};
 
 constexpr std::size_t kShowsEncoding = 8;  // bytes at the beginning of a line
 constexpr std::size_t kKeptBefore = 1024;
 constexpr std::size_t kLongestPrefix = 512;  // of a longer one, this much before the text
-
-constexpr std::size_t kLongestText = 511;  // that the library logs
-constexpr std::size_t kHeadSize = 4;       // of each format, before its first conversion
+constexpr std::size_t kLongestText = 511;    // that the library logs
+constexpr std::size_t kHeadSize = 4;         // of each format, before its first conversion
 constexpr std::string_view kBlanks = " \t\r\n";
 
 /// Cuts the blanks at the end, also those that another program has written as \n or \r.
@@ -189,7 +188,7 @@ std::size_t LogLines::Decode(std::string_view bytes) {
 }
 
 // The library's text, between `part`'s beginning and its end. False when nothing was found.
-bool LogLines::Recognise(std::string_view part) {
+bool LogLines::Recognise(std::string_view part, bool isError) {
     part = EndOf(part, kLongestPart);
     auto match = FindMeaning(part);
     if (!match) {
@@ -199,8 +198,12 @@ bool LogLines::Recognise(std::string_view part) {
     }
     if (match) {
         ++m_counts.records;
-        const std::string_view prefix = EndOf(part.substr(0, match->begin), kLongestPrefix);
-        m_sink({m_file, m_number, std::string(prefix), *match});
+        std::string prefix(EndOf(part.substr(0, match->begin), kLongestPrefix));
+        for (std::size_t at = 0; (at = prefix.find("\x1B[", at)) != std::string::npos;) {
+            const std::size_t end = prefix.find_first_not_of("\x1B[0123456789;", at);
+            prefix.erase(at, std::min(end, prefix.size()) - at + 1);
+        }
+        m_sink({m_file, m_number, std::move(prefix), *match, isError});
     }
     return match.has_value();
 }
@@ -213,7 +216,7 @@ void LogLines::Scan() {
          at = line.find('(', at + 1)) {
         for (const std::string_view marker : kMarkers) {
             if (line.compare(at, marker.size(), marker) == 0) {
-                m_isLibrarys |= Recognise(line.substr(begin, at - begin));
+                m_isLibrarys |= Recognise(line.substr(begin, at - begin), marker != kMarkers[0]);
                 m_hasMarker = true;
                 begin = at + marker.size();
                 m_before.clear();

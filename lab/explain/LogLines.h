@@ -62,8 +62,9 @@ const SystemCode* FindCode(std::optional<std::uint32_t> code);
 struct LogLine {
     std::string_view file;     ///< its name, which outlives the line
     std::uint64_t number = 0;  ///< from 1
-    std::string prefix;        ///< what the host's sink wrote before the library's text
+    std::string prefix;        ///< what the host's sink wrote before it, without colours
     Match match;
+    bool isError = false;
 };
 
 /// How many lines there are.
@@ -97,7 +98,7 @@ class LogLines {
     std::size_t ChooseEncoding(std::string_view line);
     std::size_t Decode(std::string_view bytes);
     void Scan();
-    bool Recognise(std::string_view part);
+    bool Recognise(std::string_view part, bool isError);
     void EndLine();
 
     std::string_view m_file;

@@ -14,7 +14,7 @@ namespace lab::explain {
 namespace {
 
 constexpr std::size_t kMostColumns = 24;
-constexpr std::string_view kSeparators = " \t\x1B[](){}<>|,;:=\"'#/\\";
+constexpr std::string_view kSeparators = " \t[](){}<>|,;:=\"'#/\\";
 constexpr std::string_view kDigits = "0123456789";
 constexpr std::size_t kLongestName = 64;  // of a process or a thread; the rest is cut
 constexpr std::size_t kMostValues = 256;  // of a column that is a process or a thread
@@ -57,8 +57,7 @@ void Split(std::string_view text, Columns& columns) {
 Columns ColumnsOf(std::string_view prefix, bool mayHaveClock = true) {
     Columns columns;
     columns.clock = mayHaveClock ? FindClock(prefix) : std::nullopt;
-    const std::string_view clock =
-        columns.clock ? columns.clock->text : prefix.substr(prefix.size());
+    const std::string_view clock = columns.clock.value_or(Clock{prefix.substr(prefix.size())}).text;
     const auto begin = static_cast<std::size_t>(clock.data() - prefix.data());
     Split(prefix.substr(0, begin), columns);
     Split(prefix.substr(begin + clock.size()), columns);
@@ -90,15 +89,20 @@ struct Column {
     std::size_t changes = 0;
     std::size_t falls = 0;
     bool areIds = true;
+    bool areLevels = true;
     bool areNumbers = true;
     bool haveFractions = false;
     double last = 0;
     std::string_view lastValue;
+    bool wasError = false;
 
-    void Look(std::string_view value, ThreadKind thread) {
+    void Look(std::string_view value, const LogLine& line) {
+        const ThreadKind thread = line.match.meaning->thread;
         kinds[value].set(static_cast<std::size_t>(thread), thread != ThreadKind::kAny);
+        areLevels &= seen == 0 || (value != lastValue) == (line.isError != wasError);
         changes += seen++ > 0 && value != lastValue ? 1 : 0;
         lastValue = value;
+        wasError = line.isError;
         const std::optional<double> number = AsNumber(value);
         areIds &= LooksLikeId(value);
         areNumbers &= number.has_value();
@@ -106,8 +110,13 @@ struct Column {
         falls += number.value_or(last) < last ? 1 : 0;
         last = number.value_or(last);
     }
-    // A number of the line, for example, is different on every line.
-    bool IsRepeated() const { return kinds.size() <= kMostValues && kinds.size() * 2 <= seen; }
+    /// A process or a thread. The level changes with the library's, a time moves on after a few
+    /// lines, and a number of the line is different on every line.
+    bool MayBeWriter() const {
+        const std::size_t linesOfOne = changes > 0 && changes < kinds.size() ? 20 : 2;
+        return (changes == 0 || !areLevels) && kinds.size() <= kMostValues &&
+               kinds.size() * linesOfOne <= seen;
+    }
     /// Its values with threads of several kinds.
     std::size_t Mixed() const {
         return static_cast<std::size_t>(std::count_if(
@@ -189,7 +198,7 @@ PrefixLayout::PrefixLayout(const std::vector<LogLine>& sample) {
     std::vector<Column> columns(m_columns);
     for (std::size_t i = 0; i < lines.size(); ++i) {
         for (std::size_t c = 0; c < m_columns && lines[i].count == m_columns; ++c) {
-            columns[c].Look(lines[i].values[c], sample[i].match.meaning->thread);
+            columns[c].Look(lines[i].values[c], sample[i]);
         }
     }
 
@@ -201,7 +210,7 @@ PrefixLayout::PrefixLayout(const std::vector<LogLine>& sample) {
         if (!HasTime() && column.IsTime()) {
             m_time = c;
             m_microsPerUnit = column.Unit();
-        } else if (column.IsRepeated()) {
+        } else if (column.MayBeWriter()) {
             if (column.areIds) {
                 ids.push_back(c);
             }

@@ -120,8 +120,7 @@ std::string StoryText::ItemLines(const Json& item, bool hasProcesses) const {
     }
     for (const Json& step : item.value("chain", Json::array())) {
         const std::string line = isOfRun ? "" : "line " + Place(step) + "  ";
-        text += margin;
-        text += m_style.Dim(line + Text(step["text"]) + Times(step)) + "\n";
+        text += margin + m_style.Dim(line + Text(step["text"]) + Times(step)) + "\n";
     }
     return text;
 }

@@ -224,6 +224,7 @@ TEST(Explain, FindsWhatIsBeforeEachLine) {
                                             {"%m-%d %T.{m}  {P}  {T} {L} nfc : ", "TPT-"},
                                             {"%T.{m} {D} {T} - ", "T-T-"},
                                             {"{L}%m%d %T.{m} {T} x.cc:123] ", "T-T-"},
+                                            {"[%a %b %d %T %Y] ", "T--W"},
                                             {"[%T.{m}][{P}][{N}]", "TPT-"},
                                             {"%T.{m} C:\\sink.cpp(100) ", "T---"},
                                             {"x.cpp:100:7 %T.{m} {T} ", "T-T-"},
@@ -240,11 +241,17 @@ TEST(Explain, FindsWhatIsBeforeEachLine) {
         EXPECT_EQ(found, facts) << style;
         EXPECT_EQ(FromStory(story), FromRun(run)) << style;
     }
+    // A level that happens to keep two kinds of thread apart.
+    const std::string levels = "W NFC_WriteMessage with dynamic delay begin!(LogWarnFun)\n" +
+                               ("E " + Lines({"NFC WaitOnInterruptLoop return"}));
+    EXPECT_FALSE(Explain(levels + levels).summary["hasThread"]);
 }
 
 TEST(Explain, MeasuresAVisitAcrossMidnight) {
     const std::vector<Json> run = Play("wait 4000\ntap 2000\n", "--route hid");
-    EXPECT_EQ(Explain(Log(run, "%T.{m} {T} ")).Process()["visit"]["longestMs"], 2000.0);
+    for (const std::string style : {"%T.{m} {T} ", "\x1B[{D}m%T.{m} {T} "}) {
+        EXPECT_EQ(Explain(Log(run, style)).Process()["visit"]["longestMs"], 2000.0) << style;
+    }
 }
 
 TEST(Explain, KeepsInterleavedProcessesApart) {
@@ -271,6 +278,9 @@ TEST(Explain, KeepsInterleavedProcessesApart) {
     EXPECT_EQ(count(Log(one) + Log(other, kFullStyle, 98765).substr(0, 2000)), 2U);
     const std::vector<Json> calls = Play("start\nlistener on renews\ntap\ntap\n");
     EXPECT_EQ(count(Log(calls, "%T.{m} {T} ")) + count(Log(calls, "%T.{m} {T} {P} ")), 2U);
+    // The few lines of a short visit, with a number that is the time.
+    const std::vector<Json> visit = RunObjects("--route i2c");
+    EXPECT_EQ(count(Log({visit.end() - 20, visit.end()}, "{K} [{N}] ")), 1U);
 }
 
 TEST(Explain, NamesWhatHasNoEnd) {
