@@ -51,6 +51,14 @@ TEST(Create, LogsAUriWhoseNumberIsReadBackElsewhere) {
                                                  "50, uri size is 51" + line + "50");
 }
 
+TEST(Create, MakesAManagerThatStopsTheThreadsBeforeItsMessageGoes) {
+    const auto message = MessageWith(50, 5);
+    bool isRunning = true;
+    const auto note = [&isRunning](NdefMessage*) { isRunning = g_interruptRunning; };
+    EXPECT_NE(NfcManager::Create({message.get(), note}, nullptr), nullptr);
+    EXPECT_FALSE(isRunning);
+}
+
 const std::string kNoDriver =
     "NFC_Error opening Spb driver, last error = 2, NFC_Error opening any driver, last error = 259";
 const std::string kNoDevice = kNoDriver + ", " + kNoDriver + ", " + kNoDriver;

@@ -77,6 +77,11 @@ TEST(DeviceStart, MakesNoTransferWithoutAnEventForIt) {
     EXPECT_FALSE(NfcProxy::InitNfcDevice());
     EXPECT_EQ(Joined(recorder.Take()), "");
     EXPECT_EQ(setup.log.TakeUnannounced().back(), "NFC error creating I / O event - 8");
+    // The route is known from now on, and its chip is not.
+    std::uint8_t number[32] = {};
+    EXPECT_TRUE(setup.Create() && setup.manager->ReadRandNum(number) == -1);
+    EXPECT_EQ(Joined(setup.log.TakeUnannounced()),
+              "spbDriverOps == nullptr, ReadRandNum reg: 122 failed, ReadRandNum ReadNfc failed");
 }
 
 const struct {
