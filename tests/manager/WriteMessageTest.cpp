@@ -119,6 +119,18 @@ TEST(ReadBack, TakesANumberByAFewOfItsBytes) {
     EXPECT_EQ(setup.manager->WriteMessage(message), 0);
 }
 
+TEST(ReadBack, SaysWhichAttemptHasFailed) {
+    PcWithTag setup;
+    setup.SetFaults("read#1+=fail:31");
+    EXPECT_FALSE(setup.manager->UpdateNfcData());
+    EXPECT_EQ(Renew(*setup.manager, NumberOf(4)), 0);
+    EXPECT_TRUE(PcWithHost::WaitForThreads(2));
+    const std::string lines = Joined(setup.log.TakeUnannounced());
+    const std::string last = "ReadRandNum ReadNfc failed, ReadRandNum failed 2, ";
+    EXPECT_NE(lines.find(last + "UpdateNfcData ReadRandNum failed"), std::string::npos) << lines;
+    EXPECT_NE(lines.find(last + "LocalWriteRand ReadRandNum failed"), std::string::npos) << lines;
+}
+
 TEST(WriteMessage, KeepsAUrlThatIsTooLongInMemory) {
     PcWithTag setup;
     const auto message = setup.NewMessage();
