@@ -167,4 +167,21 @@ TEST(Transfer, ThatCannotBeMadeAsksNoDriver) {
     EXPECT_EQ(log.TakeUnannounced(), Texts(2, "NFC WriteParse checke error"));
 }
 
+// Otherwise its failure would end an event thread that the start of this device has kept.
+TEST(OpenDevice, IsTakenOverAfterARequestThatHasFoundNone) {
+    const OneSeed clock;
+    bool asks = false;
+    bool isOpen = false;
+    const UniqueHandle thread(StartThread([&] {
+        OpenDevice::Get().Use([&](HANDLE /*device*/) {
+            asks = true;
+            isOpen = emulation::WaitFor([] { return DeviceHandle != nullptr; }, kMillisecond, "it");
+        });
+    }));
+    EXPECT_TRUE(emulation::WaitFor([&] { return asks; }, kMillisecond, "the request"));
+    const ScriptedDevice device;
+    EXPECT_EQ(WaitForSingleObject(thread.get(), INFINITE), WAIT_OBJECT_0);
+    EXPECT_FALSE(isOpen);
+}
+
 }  // namespace
