@@ -85,15 +85,14 @@ std::wstring FoldCase(const std::wstring& text) {
 
 }  // namespace emulation
 
-int WideCharToMultiByte(UINT codePage, DWORD /*flags*/, const WCHAR* wide, int wideLength,
-                        char* narrow, int narrowSize, const char* /*defaultChar*/,
-                        BOOL* usedDefault) {
+int WideCharToMultiByte(UINT codePage, DWORD flags, const WCHAR* wide, int wideLength, char* narrow,
+                        int narrowSize, const char* /*defaultChar*/, BOOL* usedDefault) {
     const emulation::Operation operation(emulation::Call::kConfiguration);
     if (operation.Refused()) {
         return 0;
     }
-    if (codePage != CP_THREAD_ACP || wide == nullptr || wideLength == 0 || wideLength < -1 ||
-        narrowSize < 0 || (narrow == nullptr && narrowSize > 0)) {
+    if (codePage != CP_THREAD_ACP || flags != 0 || wide == nullptr || wideLength == 0 ||
+        wideLength < -1 || narrowSize < 0 || (narrow == nullptr && narrowSize > 0)) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
     }

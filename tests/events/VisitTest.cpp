@@ -72,6 +72,7 @@ struct VisitDesk : StartedPc {
     void Watch(int route, const std::vector<VisitCase>& cases) {
         ReactToEvents([this](const ReceivedEvent& heard) {
             EXPECT_EQ(log.TextsSoFar().back().rfind("Nfc MCU start!", 0) == 0, heard.event == 4);
+            EXPECT_TRUE(Visit::Get().IsOpen() || heard.event == 4) << "until the leave is told";
         });
         log.OnLine([](const std::string& text) {
             EXPECT_FALSE(text.rfind("NFC_defer call done", 0) == 0 && Visit::Get().IsOpen());
