@@ -227,8 +227,8 @@ PrefixLayout::PrefixLayout(const std::vector<LogLine>& sample) {
     }
     for (const std::size_t c : ids) {
         // A thread has several kinds where a listener calls the library, but the host's has one.
-        const std::size_t leastMixed = m_thread ? 1 : values(c);
-        if (c != m_thread && (values(c) == 1 || columns[c].Mixed() >= leastMixed)) {
+        const std::size_t leastMixed = !m_thread ? values(c) : values(c) == 1 ? 0 : 1;
+        if (c != m_thread && columns[c].Mixed() >= leastMixed) {
             m_process = c;
         }
     }

@@ -5,7 +5,7 @@
 //   that has a fraction or repeats: real times do, and counters of lines do not.
 // - The thread is the column that keeps apart lines that only one kind of thread writes: the table
 //   of meanings says which these are. Without two kinds it is a number.
-// - The process is a number that never changes, or whose values have threads of several kinds.
+// - The process is a number with several kinds of thread, or a constant one beside the thread.
 #pragma once
 
 #include <cstddef>

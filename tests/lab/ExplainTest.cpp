@@ -241,6 +241,8 @@ TEST(Explain, FindsWhatIsBeforeEachLine) {
         EXPECT_EQ(found, facts) << style;
         EXPECT_EQ(FromStory(story), FromRun(run)) << style;
     }
+    // As far as a pipe has come, the host's thread alone has written: it is no process.
+    EXPECT_FALSE(Explain(Log(run, "[%T.{m}] [{T}] ").substr(0, 2000)).summary["hasProcess"]);
     // A level that happens to keep two kinds of thread apart.
     const std::string levels = "W NFC_WriteMessage with dynamic delay begin!(LogWarnFun)\n" +
                                ("E " + Lines({"NFC WaitOnInterruptLoop return"}));
