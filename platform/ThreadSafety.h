@@ -20,5 +20,7 @@
 /// A function that is only called with the mutex held, or only without it.
 #define TAGPORT_REQUIRES(...) TAGPORT_THREAD_SAFETY(requires_capability(__VA_ARGS__))
 #define TAGPORT_EXCLUDES(...) TAGPORT_THREAD_SAFETY(locks_excluded(__VA_ARGS__))
+/// A function that reads an atomic variable without the lock that its writers hold.
+#define TAGPORT_READS_UNLOCKED TAGPORT_THREAD_SAFETY(no_thread_safety_analysis)
 /// States what the analysis cannot see: inside a predicate the mutex is held.
 #define TAGPORT_ASSERT_HELD(...) TAGPORT_THREAD_SAFETY(assert_capability(__VA_ARGS__))

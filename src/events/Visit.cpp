@@ -61,6 +61,7 @@ bool Visit::Count() {
     if (g_interruptFirst) {
         return false;
     }
+    TAGPORT_CHECK(m_open > 0);
     ++g_fieldCount;
     return true;
 }
@@ -78,6 +79,7 @@ bool Visit::Leave() {
     if (g_interruptFirst) {
         return false;
     }
+    TAGPORT_CHECK(m_open > 0);
     g_fieldCount = kFieldLeaveReported;
     return true;
 }
@@ -102,6 +104,7 @@ void Visit::Open() {
     }
     {
         const platform::Lock lock(m_mutex);
+        TAGPORT_CHECK(m_open > g_deferNotified);
         g_fieldCount = kFieldVisitOpened;
         g_interruptFirst = false;
     }
@@ -111,6 +114,7 @@ void Visit::Open() {
 void Visit::Notify() {
     const platform::Lock lock(m_mutex);
     ++g_deferNotified;
+    TAGPORT_CHECK(g_deferNotified <= m_open);
     g_deferCond.value.NotifyAll();
 }
 

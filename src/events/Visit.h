@@ -92,14 +92,14 @@ class Visit {
 
     /// Whether a visit is open: its first report has begun and its leave has not been delivered.
     /// Takes no lock.
-    bool IsOpen() const { return m_open > 0; }
+    bool IsOpen() const TAGPORT_READS_UNLOCKED { return m_open > 0; }
 
   private:
     bool Count();
     void Open();
 
     platform::Mutex m_mutex{kVisitLock};
-    std::atomic<unsigned> m_open{0};                         // written under m_mutex
+    std::atomic<unsigned> m_open TAGPORT_GUARDED_BY(m_mutex){0};
     bool m_isContinued TAGPORT_GUARDED_BY(m_mutex) = false;  // by the visit that is taken up next
 };
 
