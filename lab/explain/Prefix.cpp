@@ -133,7 +133,7 @@ struct Column {
     }
     // The numbers of threads go up and down.
     bool IsTime() const {
-        const bool repeats = (seen - changes) * 20 >= seen;
+        const bool repeats = (seen - 1 - changes) * 20 >= seen;
         return areNumbers && std::min(changes - falls, falls) * 20 <= changes &&
                (last >= kLeastEpoch || (changes >= kLeastChanges && (haveFractions || repeats)));
     }

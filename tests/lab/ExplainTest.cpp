@@ -243,6 +243,8 @@ TEST(Explain, FindsWhatIsBeforeEachLine) {
     }
     // As far as a pipe has come, the host's thread alone has written: it is no process.
     EXPECT_FALSE(Explain(Log(run, "[%T.{m}] [{T}] ").substr(0, 2000)).summary["hasProcess"]);
+    // Too few lines for a counter to repeat by chance.
+    EXPECT_FALSE(Explain(Log(run, "{C} ").substr(0, 600)).summary["hasTime"]);
     // A level that happens to keep two kinds of thread apart.
     const std::string levels = "W NFC_WriteMessage with dynamic delay begin!(LogWarnFun)\n" +
                                ("E " + Lines({"NFC WaitOnInterruptLoop return"}));
