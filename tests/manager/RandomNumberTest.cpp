@@ -50,8 +50,13 @@ TEST(RandomNumber, ReachesTheTagWithoutKeepingTheHost) {
     EXPECT_EQ(setup.log.Count("LocalWriteRand ReadRandNum Successful"), 32U);
 }
 
-TEST(RandomNumber, IsRefusedInANullReference) {
+TEST(RandomNumber, IsRefusedInANullReferenceOrWithoutAThread) {
     TagWithNumber setup;
+    {
+        const RefusedCalls refused(emulation::Call::kCreateThread);
+        EXPECT_EQ(setup.Give(0x41), -1);
+    }
+    EXPECT_EQ(Joined(setup.log.TakeUnannounced()), "WriteRandNum CreateThread failed - 8");
     EXPECT_EQ(setup.manager->WriteRandNum(NoArray<const std::uint8_t, 32>()), -1);
     EXPECT_EQ(setup.manager->ReadRandNum(NoArray<std::uint8_t, 32>()), -1);
     EXPECT_EQ(setup.log.TakeUnannounced(),
