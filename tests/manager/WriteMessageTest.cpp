@@ -114,9 +114,16 @@ TEST(ReadBack, TakesANumberByAFewOfItsBytes) {
     EXPECT_EQ(setup.log.Count("LocalWriteRand begin ReadRandNum"), 3U);
     EXPECT_EQ(Renew(*setup.manager, number), 0);
     EXPECT_TRUE(setup.log.Has("WriteRandNum no need to update")) << "given again after a failure";
-    const auto message = setup.NewMessage();
-    SetNumber(*message, number);
-    EXPECT_EQ(setup.manager->WriteMessage(message), 0);
+    for (const std::size_t place : {0U, 1U, 2U, 31U}) {
+        Number one{};
+        one[place] = 1;
+        EXPECT_EQ(Renew(*setup.manager, one), 0);
+        EXPECT_TRUE(PcWithHost::WaitForThreads(2));
+        EXPECT_EQ(setup.log.TakeUnannounced().empty(), place != 2) << place;
+        const auto message = setup.NewMessage();
+        SetNumber(*message, one);
+        EXPECT_EQ(setup.manager->WriteMessage(message), 0) << place;
+    }
 }
 
 TEST(ReadBack, SaysWhichAttemptHasFailed) {
