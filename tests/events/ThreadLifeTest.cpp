@@ -105,14 +105,18 @@ TEST(FailedWait, EndsTheThreadOnce) {
     }
 }
 
-TEST(FailedWait, ForTheEndOfARequestIsFollowedByAnotherRequest) {
-    WaitingPc setup(PcRoute::kUsb);
-    bool hasFailed = false;
-    emulation::SetCallHook([&, host = emulation::CurrentThread()](
-                               emulation::Call call, emulation::ThreadId thread) -> DWORD {
+// The next wait of an event thread.
+void FailOneWait() {
+    emulation::SetCallHook([host = emulation::CurrentThread(), hasFailed = false](
+                               emulation::Call call, emulation::ThreadId thread) mutable -> DWORD {
         const bool fails = call == emulation::Call::kWait && thread != host;
         return fails && !std::exchange(hasFailed, true) ? ERROR_INVALID_HANDLE : 0;
     });
+}
+
+TEST(FailedWait, ForTheEndOfARequestIsFollowedByAnotherRequest) {
+    WaitingPc setup(PcRoute::kUsb);
+    FailOneWait();
     ExpectVisit(setup);
     emulation::SetCallHook({});
     EXPECT_EQ(setup.log.Count("NFC WaitForSingleObject Failed: 6"), 1U);
@@ -141,6 +145,17 @@ struct EarlyEnds : emulation::Driver {
     emulation::Driver& inner;
     bool atOnce = false;  // the next interrupt wait
 };
+
+TEST(FailedWait, KeepsWhatCameBeforeTheCancellation) {
+    PcWithHost setup({PcRoute::kUsb});
+    emulation::AddDevice(simulator::kUsbDriverPath, std::make_shared<EarlyEnds>(*setup.pc.spb()));
+    FailOneWait();
+    setup.Start();
+    PcWithHost::Pass(kSecond);
+    emulation::SetCallHook({});
+    setup.log.TakeUnannounced();  // of the wait
+    EXPECT_EQ(EventNumbers(), (std::vector<int>{3, 1}));
+}
 
 // The driver must keep the request pending. One that does not is left alone until the next write.
 TEST(FailedWait, IsTriedAgainByTheNextWrite) {
